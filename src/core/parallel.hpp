@@ -1,0 +1,64 @@
+#ifndef KESTRUM_CORE_PARALLEL_HPP
+#define KESTRUM_CORE_PARALLEL_HPP
+
+#include <omp.h>
+
+#include <cstddef>
+
+namespace kestrum {
+
+// How the work of a loop is dealt out. A serial function and its threaded twin are two entry points into one body that
+// takes a Dealing; the serial way opens no parallel region. Bodies given to a Dealing must be noexcept and report
+// failures through what they capture.
+class Dealing {
+ public:
+  static constexpr Dealing Serial() noexcept { return Dealing(false, 1); }
+  // `nthreads` is passed on to the runtime as the caller gave it.
+  static constexpr Dealing Threads(int nthreads) noexcept { return Dealing(true, nthreads); }
+
+  // Number of blocks of per-thread scratch that a body needs.
+  constexpr int nthreads() const noexcept { return nthreads_; }
+  constexpr bool threaded() const noexcept { return threaded_; }
+
+  // Runs body(begin, end) on contiguous blocks of [0, n), in thread order; the first n modulo T blocks hold one item
+  // more than the others.
+  template <typename Body>
+  void Blocks(std::ptrdiff_t n, const Body& body) const noexcept {
+    if (!threaded_) {
+      if (n > 0) body(std::ptrdiff_t{0}, n);
+      return;
+    }
+#pragma omp parallel num_threads(nthreads_)
+    {
+      const std::ptrdiff_t team = omp_get_num_threads();
+      const std::ptrdiff_t thread = omp_get_thread_num();
+      const std::ptrdiff_t share = n / team;
+      const std::ptrdiff_t extra = n % team;
+      const std::ptrdiff_t begin = thread * share + (thread < extra ? thread : extra);
+      const std::ptrdiff_t end = begin + share + (thread < extra ? 1 : 0);
+      if (begin < end) body(begin, end);
+    }
+  }
+
+  // Runs body(thread) once on each thread of the team, thread 0 to nthreads() - 1. The body deals its items out by
+  // thread number: item thread, thread + nthreads(), and so on.
+  template <typename Body>
+  void EachThread(const Body& body) const noexcept {
+    if (!threaded_) {
+      body(0);
+      return;
+    }
+#pragma omp parallel num_threads(nthreads_)
+    body(omp_get_thread_num());
+  }
+
+ private:
+  constexpr Dealing(bool threaded, int nthreads) noexcept : threaded_(threaded), nthreads_(nthreads) {}
+
+  bool threaded_;
+  int nthreads_;
+};
+
+}  // namespace kestrum
+
+#endif
