@@ -1,0 +1,358 @@
+#include "core/image_statistics.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <random>
+#include <vector>
+
+#include "core/memory.h"
+#include "core/owned_image.hpp"
+#include "support/allocation_failure.hpp"
+
+namespace {
+
+// Small whole numbers, some missing: their sums are exact in any order.
+std::vector<std::vector<real>> RandomVariables(int nvar, int nxyz, unsigned seed) {
+  std::mt19937 random(seed);
+  std::vector<std::vector<real>> variables(nvar, std::vector<real>(nxyz));
+  for (auto& variable : variables) {
+    for (real& value : variable) value = random() % 4 == 0 ? kMissing : static_cast<int>(random() % 9) - 3.0;
+  }
+  return variables;
+}
+
+// A distribution as handed over, released at its end.
+struct Pdf {
+  int nvalue = -5, nmissing = -5;
+  real* value = nullptr;
+  double* pdf = nullptr;
+  ~Pdf() {
+    VORLFree(value);
+    VORLFree(pdf);
+  }
+  std::map<real, double> Map() const {
+    std::map<real, double> map;
+    for (int k = 0; k < nvalue; ++k) map[value[k]] = pdf[k];
+    return map;
+  }
+};
+
+void ExpectPdf(const Pdf& result, const std::vector<real>& values) {
+  std::map<real, double> expected;
+  int nmissing = 0;
+  for (const real v : values) v == kMissing ? ++nmissing : ++expected[v];
+  for (auto& [value, proportion] : expected) proportion *= 1.0 / static_cast<double>(values.size() - nmissing);
+  EXPECT_EQ(result.nmissing, nmissing);
+  EXPECT_EQ(result.Map(), expected);
+  EXPECT_EQ(result.nvalue, static_cast<int>(expected.size()));
+  EXPECT_TRUE(std::is_sorted(result.value, result.value + result.nvalue));
+}
+
+}  // namespace
+
+TEST(ImageStatistics, MeanDeviationAndRange) {
+  struct Row {
+    std::vector<real> values;
+    real mean, sd;
+    int ninformed;
+    real min, max, range;
+  };
+  const Row rows[] = {
+      {{2.0, kMissing, 4.0, 9.0}, 5.0, std::sqrt(13.0), 3, 2.0, 9.0, 7.0},
+      {{kMissing, kMissing, 4.0, kMissing}, 4.0, 0.0, 1, 4.0, 4.0, 0.0},
+      {{kMissing, kMissing, kMissing, kMissing}, kMissing, kMissing, 0, kMissing, kMissing, kMissing},
+      {{-3.0, -3.0, -3.0, 5.0}, -1.0, 4.0, 4, -3.0, 5.0, 8.0},
+  };
+  OwnedImage image({rows[0].values, rows[1].values, rows[2].values, rows[3].values});
+  real mean[4], sd[4], min[4], max[4], range[4];
+  int ninformed[4], nmissing[4];
+  EXPECT_EQ(VORLGetImageVarValueMean(&image, mean), 0);
+  EXPECT_EQ(VORLGetImageVarValueSD(&image, mean, sd), 0);
+  EXPECT_EQ(VORLGetImageVarValueRange(&image, ninformed, min, max, range), 0);
+  EXPECT_EQ(VORLGetImageNumberVarValueMissing(&image, nmissing), 0);
+  for (int iv = 0; iv < 4; ++iv) {
+    EXPECT_EQ(mean[iv], rows[iv].mean);
+    EXPECT_DOUBLE_EQ(sd[iv], rows[iv].sd);
+    EXPECT_EQ(ninformed[iv], rows[iv].ninformed);
+    EXPECT_EQ(nmissing[iv], 4 - rows[iv].ninformed);
+    EXPECT_EQ(min[iv], rows[iv].min);
+    EXPECT_EQ(max[iv], rows[iv].max);
+    EXPECT_EQ(range[iv], rows[iv].range);
+
+    real oneMean, oneSd, oneMin, oneMax, oneRange;
+    int oneCount;
+    EXPECT_EQ(VORLGetImageOneVarValueMean(&image, iv, &oneMean), 0);
+    EXPECT_EQ(VORLGetImageOneVarValueSD(&image, iv, &mean[iv], &oneSd), 0);
+    EXPECT_EQ(VORLGetImageOneVarValueRange(&image, iv, &oneCount, &oneMin, &oneMax, &oneRange), 0);
+    EXPECT_TRUE(oneMean == mean[iv] && oneSd == sd[iv] && oneCount == ninformed[iv] && oneMin == min[iv] &&
+                oneMax == max[iv] && oneRange == range[iv]);
+  }
+  real given = 1.5, sdOfOne = 0.0;
+  EXPECT_EQ(VORLGetImageOneVarValueSD(&image, 1, &given, &sdOfOne), 0);
+  EXPECT_EQ(sdOfOne, 2.5);  // the distance from the given mean
+
+  BOOLEAN missing[4];
+  int count = 0;
+  image.nvar = 2;
+  EXPECT_EQ(VORLGetImageVarVectorMissing(&image, missing, &count), 0);
+  EXPECT_EQ(std::vector<int>(missing, missing + 4), (std::vector<int>{1, 1, 0, 1}));
+  EXPECT_EQ(count, 3);
+}
+
+TEST(ImageStatistics, BadArguments) {
+  OwnedImage two({{1.0}, {2.0}}), one({std::vector<real>{1.0}});
+  VORL_IMAGE* const image = &two;
+  VORL_IMAGE records[2] = {two, one};
+  real r[4] = {};
+  int n[4] = {};
+  real* value = nullptr;
+  double* pdf = nullptr;
+  for (const int iv : {-1, 2}) {
+    EXPECT_EQ(VORLGetImageOneVarValueMean(image, iv, r), -1100);
+    EXPECT_EQ(VORLGetImageOneVarValueSD(image, iv, r, r), -1100);
+    EXPECT_EQ(VORLGetImageOneVarValueRange(image, iv, n, r, r, r), -1100);
+    EXPECT_EQ(VORLGetImageOneVarValuePdf(image, iv, n, &value, &pdf, n), -1100);
+    EXPECT_EQ(VORLGetImageOneVarValueIndex(image, iv, 1, r, n), -1100);
+    EXPECT_EQ(VORLTransformLinearImageVar(image, iv, 1.0, 1.0), -1100);
+    EXPECT_EQ(VORLTransformExplicitImageVar(image, iv, 1, r, r), -1100);
+    EXPECT_EQ(VORLGetNImageOneVarValuePdf(0, records, iv, n, &value, &pdf, n), -1100);
+  }
+  EXPECT_EQ(VORLGetNImageOneVarValuePdf(2, records, 7, n, &value, &pdf, n), -30);
+  EXPECT_EQ(VORLGetNImageVarValuePdf(2, records, nullptr, &value, &pdf, n), -30);
+  EXPECT_EQ(VORLGetNImageVarValuePdf(1, records, nullptr, &value, &pdf, n), -20);
+  EXPECT_EQ(VORLGetNImageOneVarValuePdf(0, records, 0, n, &value, &pdf, n), -3);
+  EXPECT_EQ(VORLGetImageVarValueMean(image, nullptr), -20);
+  EXPECT_EQ(VORLGetImageVarValueSD(image, r, nullptr), -20);
+  EXPECT_EQ(VORLGetImageVarValueRange(image, n, r, nullptr, r), -20);
+  EXPECT_EQ(VORLGetImageVarValuePdf(image, n, &value, nullptr, n), -20);
+  EXPECT_EQ(VORLGetImageNumberVarValueMissing(image, nullptr), -20);
+  EXPECT_EQ(VORLGetImageVarVectorMissing(image, nullptr, n), -20);
+  EXPECT_EQ(VORLGetImageVarStats(image, nullptr, r, r, r, &pdf), -20);
+}
+
+TEST(ImageStatistics, DistributionOfDistinctValues) {
+  const auto first = RandomVariables(3, 200, 1);
+  auto second = RandomVariables(3, 77, 2);
+  second[2].assign(77, kMissing);
+  OwnedImage a(first), b(second);
+  VORL_IMAGE both[2] = {a, b};
+
+  int nvalue[3], nmissing[3];
+  real* value[3];
+  double* pdf[3];
+  ASSERT_EQ(VORLGetNImageVarValuePdf(2, both, nvalue, value, pdf, nmissing), 0);
+  for (int iv = 0; iv < 3; ++iv) {
+    Pdf ofAll, ofA, ofB, ofBoth;
+    ofAll.nvalue = nvalue[iv], ofAll.nmissing = nmissing[iv], ofAll.value = value[iv], ofAll.pdf = pdf[iv];
+    std::vector<real> joint = first[iv];
+    joint.insert(joint.end(), second[iv].begin(), second[iv].end());
+    EXPECT_EQ(VORLGetImageOneVarValuePdf(&a, iv, &ofA.nvalue, &ofA.value, &ofA.pdf, &ofA.nmissing), 0);
+    EXPECT_EQ(VORLGetImageOneVarValuePdf(&b, iv, &ofB.nvalue, &ofB.value, &ofB.pdf, &ofB.nmissing), 0);
+    EXPECT_EQ(VORLGetNImageOneVarValuePdf(2, both, iv, &ofBoth.nvalue, &ofBoth.value, &ofBoth.pdf, &ofBoth.nmissing),
+              0);
+    ExpectPdf(ofA, first[iv]);
+    ExpectPdf(ofB, second[iv]);
+    ExpectPdf(ofBoth, joint);
+    ExpectPdf(ofAll, joint);
+
+    for (int k = 0; k < 3; ++k) {
+      const kestrum_test::FailAllocation fail(k);
+      Pdf none;
+      EXPECT_EQ(VORLGetImageOneVarValuePdf(&a, iv, &none.nvalue, &none.value, &none.pdf, &none.nmissing), -1);
+      EXPECT_EQ(none.value, nullptr);
+    }
+  }
+}
+
+TEST(ImageStatistics, ValuesBelowTheMissingOneMakeItAValue) {
+  OwnedImage image({{1.0, kMissing, -1e8, kMissing}});
+  Pdf pdf;
+  EXPECT_EQ(VORLGetImageOneVarValuePdf(&image, 0, &pdf.nvalue, &pdf.value, &pdf.pdf, &pdf.nmissing), 0);
+  EXPECT_EQ(pdf.nmissing, 0);
+  EXPECT_EQ(pdf.Map(), (std::map<real, double>{{-1e8, 0.25}, {kMissing, 0.5}, {1.0, 0.25}}));
+
+  OwnedImage withNaN({{std::nan(""), 2.0, kMissing, std::nan(""), 1.0}});
+  Pdf other;
+  EXPECT_EQ(VORLGetImageOneVarValuePdf(&withNaN, 0, &other.nvalue, &other.value, &other.pdf, &other.nmissing), 0);
+  EXPECT_EQ(other.nvalue, 4);
+  EXPECT_EQ(other.nmissing, 1);
+}
+
+TEST(ImageStatistics, IndexInList) {
+  OwnedImage image({{5.0, kMissing, -1.0, 4.0, 2.0, std::nan("")}});
+  real list[] = {kMissing, -1.0, 2.0, 5.0};
+  int index[6];
+  EXPECT_EQ(VORLGetImageOneVarValueIndex(&image, 0, 4, list, index), 0);
+  EXPECT_EQ(std::vector<int>(index, index + 6), (std::vector<int>{3, -1, 1, -1, 2, -1}));
+  EXPECT_EQ(VORLGetImageOneVarValueIndex(&image, 0, 0, nullptr, index), 0);
+  EXPECT_EQ(std::vector<int>(index, index + 6), std::vector<int>(6, -1));
+}
+
+TEST(ImageStatistics, CovariancesUseEachPairsOwnNodes) {
+  constexpr int kNvar = 4;
+  auto variables = RandomVariables(kNvar, 60, 3);
+  std::fill(variables[3].begin(), variables[3].end(), kMissing);
+  OwnedImage image(variables);
+  int n[kNvar][kNvar], *nRows[] = {n[0], n[1], n[2], n[3]};
+  double cov[kNvar][kNvar], *covRows[] = {cov[0], cov[1], cov[2], cov[3]};
+  double min[kNvar], max[kNvar], mean[kNvar];
+  ASSERT_EQ(VORLGetImageVarStats(&image, nRows, min, max, mean, covRows), 0);
+  for (int i = 0; i < kNvar; ++i) {
+    for (int j = 0; j < kNvar; ++j) {
+      double count = 0, sumA = 0, sumB = 0, sumAB = 0;
+      for (int k = 0; k < 60; ++k) {
+        const real a = variables[i][k], b = variables[j][k];
+        if (a == kMissing || b == kMissing) continue;
+        ++count, sumA += a, sumB += b, sumAB += a * b;
+      }
+      EXPECT_EQ(n[i][j], count);
+      EXPECT_EQ(cov[i][j], cov[j][i]);
+      if (count == 0) {
+        EXPECT_EQ(cov[i][j], 0.0);
+        continue;
+      }
+      // Terms of size 25 at most, some 60 of them: errors stay far below this.
+      EXPECT_NEAR(cov[i][j], (sumAB - sumA * sumB / count) / (count - 1), 1e-12);
+      if (i == j) {
+        EXPECT_NEAR(mean[i], sumA / count, 1e-14);
+        EXPECT_EQ(min[i], -3.0);
+        EXPECT_EQ(max[i], 5.0);
+      }
+    }
+  }
+  EXPECT_TRUE(min[3] == VORL_INFINITY && max[3] == -VORL_INFINITY && mean[3] == 0.0);
+}
+
+TEST(ImageStatistics, StatisticsAcrossVariablesDivideByAllOfThem) {
+  OwnedImage image({{kMissing, 1.0, kMissing}, {4.0, 3.0, kMissing}});
+  VORL_IMAGE out;
+  ASSERT_EQ(VORLGetImageVarStatsLocal(&image, &out, 0, nullptr), 0);
+  EXPECT_EQ(VORLCmpGrid(out.grid, image.grid), 0);
+  EXPECT_EQ(out.nvar, 4);
+  EXPECT_EQ(out.nxyzv, 12);
+  const real expected[4][3] = {
+      {4.0, 1.0, VORL_INFINITY}, {4.0, 3.0, -VORL_INFINITY}, {2.0, 2.0, 0.0}, {std::sqrt(2.0), 1.0, 0.0}};
+  const char* const names[] = {"min", "max", "mean", "std"};
+  for (int iv = 0; iv < 4; ++iv) {
+    EXPECT_STREQ(out.varName[iv], names[iv]);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(out.var[iv * 3 + k], expected[iv][k]);
+  }
+  VORLFreeImage(&out);
+
+  real category[] = {3.0, -2.5, kMissing};
+  ASSERT_EQ(VORLGetImageVarStatsLocal(&image, &out, 3, category), 0);
+  EXPECT_STREQ(out.varName[0], "occ_prop_of_00003");
+  EXPECT_STREQ(out.varName[1], "occ_prop_of_-02.5");
+  EXPECT_STREQ(out.varName[2], "occ_prop_of_-1e+07");
+  EXPECT_EQ(std::vector<real>(out.var, out.var + 9), (std::vector<real>{0, 0.5, 0, 0, 0, 0, 0.5, 0, 1}));
+  VORLFreeImage(&out);
+}
+
+TEST(ImageStatistics, TransformsLeaveMissingValues) {
+  real x[] = {0.0, 10.0, 40.0}, y[] = {0.0, 100.0, 70.0};
+  const std::vector<real> values = {5.0, -1.0, 11.0, 10.0, kMissing, 40.0, 41.0, 0.0, 25.0, -1e300};
+  const std::vector<real> mapped = {50.0, 0.0, 99.0, 100.0, kMissing, 70.0, 70.0, 0.0, 85.0, 0.0};
+  std::vector<real> scaled(values);
+  for (real& v : scaled) v = v == kMissing ? v : v * -2.0 + 3.0;
+
+  OwnedImage image({values, values, values});
+  EXPECT_EQ(VORLTransformLinearImageVar(&image, 0, -2.0, 3.0), 0);
+  EXPECT_EQ(VORLTransformExplicitImageVar(&image, 2, 3, x, y), 0);
+  EXPECT_EQ(std::vector<real>(image.var, image.var + 10), scaled);
+  EXPECT_EQ(std::vector<real>(image.var + 10, image.var + 20), values);
+  for (int k = 0; k < 10; ++k) EXPECT_NEAR(image.var[20 + k], mapped[k], 1e-12);
+  EXPECT_EQ(image.var[23], 100.0);  // a point of the map is exact
+
+  const std::vector<real> explicitly(image.var + 20, image.var + 30);
+  for (const int nthreads : {1, 2, 3, 8, 16}) {
+    std::vector<real> vector = values;
+    EXPECT_EQ(VORLOMPTransformLinearVector(vector.data(), 10, -2.0, 3.0, nthreads), 0);
+    EXPECT_EQ(vector, scaled);
+    vector = values;
+    EXPECT_EQ(VORLOMPTransformExplicitVector(vector.data(), 10, 3, x, y, nthreads), 0);
+    EXPECT_EQ(vector, explicitly);
+  }
+  real odd[] = {std::nan(""), 3.0};
+  EXPECT_EQ(VORLTransformLinearVector(odd, 1, 2.0, 1.0), 0);
+  EXPECT_EQ(VORLTransformExplicitVector(odd, 1, 3, x, y), 0);
+  EXPECT_TRUE(std::isnan(odd[0]));
+  EXPECT_EQ(VORLTransformExplicitVector(odd, 2, 0, nullptr, nullptr), 0);
+  EXPECT_EQ(odd[1], 3.0);
+}
+
+TEST(ImageStatistics, Report) {
+  OwnedImage image({{1.0, 2.0, 3.0, kMissing}, {2.0, kMissing, 6.0, 6.0}});
+  *image.grid = VORL_GRID{2, 2, 1, 1.0, 2.0, 0.5, 0.0, 10.0, -1.0, 4, 4};
+  char prefix[] = "> ";
+  const auto report = [&](int ndetail) {
+    return Printed([&](FILE* stream) { EXPECT_EQ(VORLPrintImageInfo(&image, prefix, stream, ndetail), 0); });
+  };
+  const std::string head =
+      "> Grid:\n"
+      "> Size   :       2              2              1\n"
+      "> Spacing:       1.000000       2.000000       0.500000\n"
+      "> Origin :       0.000000      10.000000      -1.000000\n"
+      "> Number of nodes in a xy-section:        4\n"
+      "> Total number of nodes          :        4\n"
+      "\n"
+      "> Number of variables:   2\n"
+      "> Grid size * number of variables:   8\n"
+      "> Variable #  0: a\n"
+      "> Variable #  1: b\n"
+      "\n"
+      "> Number of informed nodes for each pair of variables,\n"
+      "> n(i,j) = number of nodes in image where both i-th and j-th variables are informed:\n"
+      ">                     #  0            #  1\n"
+      ">     #  0               3               2\n"
+      ">     #  1               2               3\n"
+      "\n"
+      "> Variable             min             max            mean             var             std\n"
+      ">     #  0  1.00000000E+00  3.00000000E+00  2.00000000E+00  1.00000000E+00  1.00000000E+00\n"
+      ">     #  1  2.00000000E+00  6.00000000E+00  4.66666667E+00  5.33333333E+00  2.30940108E+00\n"
+      "\n"
+      "> Covariance Matrix\n"
+      ">                     #  0            #  1\n"
+      ">     #  0  1.00000000E+00  4.00000000E+00\n"
+      ">     #  1  4.00000000E+00  5.33333333E+00\n"
+      "\n"
+      "> Correlation Matrix\n"
+      "> (warning: cor(i,j) exact if n(i,j) = n(i,i) = n(j,j)\n"
+      ">                     #  0            #  1\n"
+      ">     #  0  1.00000000E+00  1.73205081E+00\n"
+      ">     #  1  1.73205081E+00  1.00000000E+00\n"
+      "\n";
+  const std::string first =
+      "> Variable #  0:\n"
+      ">    Proportion of nodes having a missing value:    25.0000 %\n"
+      ">    Number of different values:   3\n";
+  const std::string second =
+      "> Variable #  1:\n"
+      ">    Proportion of nodes having a missing value:    25.0000 %\n"
+      ">    Number of different values:   2\n";
+  const std::string noDetail = ">    No detail\n\n";
+  const std::string detail =
+      ">    Pdf (ignoring missing value):\n"
+      ">                 Value   Proportion in grid (%)\n"
+      ">    #  0:       2.0000      33.3333\n"
+      ">    #  1:       6.0000      66.6667\n"
+      "\n";
+  EXPECT_EQ(report(2), head + first + noDetail + second + detail);
+  EXPECT_EQ(report(0), head + first + noDetail + second + noDetail);
+
+  std::fill_n(image.var + 4, 4, kMissing);
+  const std::string text = report(9);
+  const std::string end = "missing value:   100.0000 %\n>    Number of different values:   0\n\n";
+  EXPECT_EQ(text.substr(text.size() - end.size()), end);
+
+  for (int k = 0;; ++k) {
+    const kestrum_test::FailAllocation fail(k);
+    int status = 0;
+    const std::string partial = Printed([&](FILE* stream) { status = VORLPrintImageInfo(&image, prefix, stream, 0); });
+    if (!fail.Happened()) break;
+    EXPECT_EQ(status, -1);
+    EXPECT_EQ(partial, "");
+  }
+}

@@ -1,0 +1,39 @@
+#ifndef KESTRUM_TESTS_SUPPORT_TEST_IMAGE_HPP
+#define KESTRUM_TESTS_SUPPORT_TEST_IMAGE_HPP
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "core/image.h"
+
+namespace kestrum_test {
+
+// An image that releases itself: one that holds nothing, or one with these variables, whose values repeat if they are
+// fewer than the image has. The products of the grid's sizes are filled in.
+struct TestImage : VORL_IMAGE {
+  TestImage() { VORLInitImage(this); }
+  TestImage(VORL_GRID imageGrid, const std::vector<std::string>& names, const std::vector<double>& values) {
+    VORLInitImage(this);
+    imageGrid.nxy = imageGrid.nx * imageGrid.ny;
+    imageGrid.nxyz = imageGrid.nxy * imageGrid.nz;
+    if (VORLMallocImage(this, imageGrid.nxyz, static_cast<int>(names.size())) != 0) return;
+    *grid = imageGrid;
+    nvar = static_cast<int>(names.size());
+    nxyzv = nvar * imageGrid.nxyz;
+    for (int v = 0; v < nvar; ++v) {
+      std::snprintf(varName[v], VORL_VARNAME_LENGTH, "%s", names[static_cast<std::size_t>(v)].c_str());
+    }
+    for (int i = 0; i < nxyzv; ++i) var[i] = values[static_cast<std::size_t>(i) % values.size()];
+  }
+  TestImage(const TestImage&) = delete;
+  TestImage& operator=(const TestImage&) = delete;
+  ~TestImage() { VORLFreeImage(this); }
+
+  std::vector<double> Values() const { return {var, var + nxyzv}; }
+};
+
+}  // namespace kestrum_test
+
+#endif
