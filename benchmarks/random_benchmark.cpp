@@ -1,0 +1,62 @@
+#include <benchmark/benchmark.h>
+
+#include "numeric/random.h"
+#include "numeric/random.hpp"
+#include "numeric/special_functions.h"
+#include "numeric/special_functions.hpp"
+
+namespace {
+
+void Draw(benchmark::State& state) {
+  VORL_RANDCONTEXT context;
+  VORLInitRandContext(&context);
+  VORLDoubleRand(1, &context);
+  for (auto _ : state) benchmark::DoNotOptimize(VORLDoubleRand(0, &context));
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(Draw);
+
+// What a simulated node needs: a new seed, and the draw after the discarded one.
+void SeedAndSecondDraw(benchmark::State& state) {
+  VORL_RANDCONTEXT context;
+  VORLInitRandContext(&context);
+  int seed = 0;
+  for (auto _ : state) {
+    VORLDoubleRand(++seed, &context);
+    benchmark::DoNotOptimize(VORLDoubleRand(0, &context));
+  }
+}
+BENCHMARK(SeedAndSecondDraw);
+
+void SecondDrawWithoutContext(benchmark::State& state) {
+  int seed = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(kestrum::DrawAfterSeeding(++seed, 1));
+}
+BENCHMARK(SecondDrawWithoutContext);
+
+// The argument runs over the range of a Matern covariance; the first argument of the benchmark is its upper end.
+double NextArgument(double x, double end) { return x + 0.01 < end ? x + 0.01 : end - 2.0 + 0.005; }
+
+void BesselIAndK(benchmark::State& state) {
+  const auto end = static_cast<double>(state.range(0));
+  double x = end;
+  for (auto _ : state) {
+    double i, k, iPrime, kPrime;
+    x = NextArgument(x, end);
+    VORLbessik(x, 1.3, &i, &k, &iPrime, &kPrime);
+    benchmark::DoNotOptimize(k);
+  }
+}
+BENCHMARK(BesselIAndK)->Arg(2)->Arg(4)->Arg(20);
+
+void BesselKOnly(benchmark::State& state) {
+  const auto end = static_cast<double>(state.range(0));
+  double x = end;
+  for (auto _ : state) {
+    x = NextArgument(x, end);
+    benchmark::DoNotOptimize(kestrum::BesselK(x, 1.3));
+  }
+}
+BENCHMARK(BesselKOnly)->Arg(2)->Arg(4)->Arg(20);
+
+}  // namespace

@@ -1,0 +1,67 @@
+#include "numeric/gmres_batch.hpp"
+
+#include <cstring>
+
+#include "numeric/gmres_batch_levels.hpp"
+#include "numeric/gmres_body.hpp"
+
+namespace kestrum {
+namespace {
+
+BatchOutcome RunKernel(const BatchProblem& problem, bool shared, SimdLevel level) {
+  switch (level) {
+#if defined(__x86_64__)
+    case SimdLevel::kAvx512:
+      return SolveBatchAvx512(problem, shared);
+    case SimdLevel::kAvx2:
+      return SolveBatchAvx2(problem, shared);
+#endif
+    default:
+      return SolveBatchBaseline(problem, shared);
+  }
+}
+
+// Runs the kernel, and what lanes it leaves through the plain solver, each from its guess again. `rows` is the matrix of
+// lane 0, `laneStep` the step to the matrix of the next lane.
+unsigned SolveAllLanes(const BatchProblem& problem, const StridedRows& rows, int laneStep, SimdLevel level) {
+  const std::size_t n = static_cast<std::size_t>(problem.n);
+  double* const guess = problem.work;
+  std::memcpy(guess, problem.x, n * kLanes * sizeof(double));
+  BatchProblem inner = problem;
+  inner.work = guess + n * kLanes;
+  const BatchOutcome outcome = RunKernel(inner, laneStep == 0, level);
+  unsigned converged = outcome.converged;
+  for (int lane = 0; outcome.alone >> lane != 0; ++lane) {
+    if ((outcome.alone >> lane & 1) == 0) continue;
+    double* const b = inner.work;
+    double* const x = b + n;
+    for (std::size_t i = 0; i < n; ++i) {
+      b[i] = problem.b[i * kLanes + lane];
+      x[i] = guess[i * kLanes + lane];
+    }
+    const StridedRows own{rows.start + lane * laneStep, rows.rowStride, rows.columnStride};
+    if (SolveByGmres(problem.limits, problem.n, own, b, x, x + n)) converged |= 1U << lane;
+    for (std::size_t i = 0; i < n; ++i) problem.x[i * kLanes + lane] = x[i];
+  }
+  return converged;
+}
+
+}  // namespace
+
+std::size_t GmresBatchWorkSize(int n, int restart) noexcept {
+  // The guesses, and the work of all lanes, in which the work of one lane alone finds room too.
+  return kLanes * (static_cast<std::size_t>(n) + GmresWorkSize(n, restart));
+}
+
+unsigned GmresBatch(const GmresLimits& limits, int n, const double* a, const double* b, double* x, double* work,
+                    SimdLevel level) noexcept {
+  const std::ptrdiff_t stride = static_cast<std::ptrdiff_t>(n) * kLanes;
+  return SolveAllLanes({limits, n, a, stride, b, x, work}, {a, stride, kLanes}, 1, level);
+}
+
+unsigned GmresBatchShared(const GmresLimits& limits, int n, const double* a, std::ptrdiff_t stride, const double* b,
+                          double* x, double* work, SimdLevel level) noexcept {
+  return SolveAllLanes({limits, n, a, stride, b, x, work}, {a, stride}, 0, level);
+}
+
+}  // namespace kestrum

@@ -1,0 +1,203 @@
+#include "numeric/random.h"
+
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+
+#include "numeric/random.hpp"
+
+static_assert(std::is_standard_layout_v<VORL_RANDCONTEXT>);
+static_assert(sizeof(void*) != 8 || sizeof(VORL_RANDCONTEXT) == 848);
+
+namespace kestrum {
+namespace {
+
+constexpr int kStateSize = 101;
+constexpr int kLag = 64;
+constexpr int kWarmUpRounds = 11;
+constexpr int kSeedingRounds = kWarmUpRounds + kStateSize;
+constexpr double kModulus = 1000009711.0;
+constexpr double kTwoModulus = 2.0 * kModulus;
+constexpr double kFourModulus = 4.0 * kModulus;
+constexpr double kStep = 0x1p-25;
+
+// One of the three sequences of the seeding: i = (i * factor) % modulus, starting from seedFactor * a + offset.
+struct Congruence {
+  std::uint32_t seedFactor;
+  std::uint32_t offset;
+  std::int32_t factor;
+  std::int32_t modulus;
+};
+constexpr std::array<Congruence, 3> kCongruences = {{{1, 1, 171, 30269}, {2, 3, 172, 30307}, {3, 4, 170, 30323}}};
+
+using SeedingState = std::array<std::int32_t, 3>;
+
+// The state after the first round. Large seeds wrap here, as two's complement does, and may turn the state negative (the
+// remainder has the sign of the dividend); the later rounds stay within 32 bits.
+SeedingState FirstRound(int seed) noexcept {
+  const auto bits = static_cast<std::uint32_t>(seed);
+  const std::uint32_t magnitude = seed < 0 ? 0U - bits : bits;
+  SeedingState state;
+  for (std::size_t s = 0; s < state.size(); ++s) {
+    const Congruence& congruence = kCongruences[s];
+    const std::uint32_t start = congruence.seedFactor * magnitude + congruence.offset;
+    const std::uint32_t product = start * static_cast<std::uint32_t>(congruence.factor);
+    state[s] = static_cast<std::int32_t>(product) % congruence.modulus;
+  }
+  return state;
+}
+
+SeedingState Multiply(const SeedingState& state, const SeedingState& factor) noexcept {
+  return {state[0] * factor[0] % kCongruences[0].modulus, state[1] * factor[1] % kCongruences[1].modulus,
+          state[2] * factor[2] % kCongruences[2].modulus};
+}
+
+constexpr SeedingState kRound = {kCongruences[0].factor, kCongruences[1].factor, kCongruences[2].factor};
+
+// kJump[k] are the factors of k rounds in one. Remainders of products do not depend on where remainders are taken in
+// between, and their sign is that of the state, so a jump gives exactly the state that the rounds give.
+constexpr std::array<SeedingState, kSeedingRounds> kJump = [] {
+  std::array<SeedingState, kSeedingRounds> jump{};
+  jump[0] = {1, 1, 1};
+  for (std::size_t k = 1; k < jump.size(); ++k) {
+    for (std::size_t s = 0; s < kRound.size(); ++s) jump[k][s] = jump[k - 1][s] * kRound[s] % kCongruences[s].modulus;
+  }
+  return jump;
+}();
+
+double Fraction(double value) noexcept { return value - std::floor(value); }
+
+double UniformOf(const SeedingState& state) noexcept {
+  return Fraction(state[0] / static_cast<double>(kCongruences[0].modulus) +
+                  state[1] / static_cast<double>(kCongruences[1].modulus) +
+                  state[2] / static_cast<double>(kCongruences[2].modulus));
+}
+
+double LaggedValue(double uniform) noexcept { return std::floor(uniform * kModulus); }
+
+double FirstCongruential(double uniform) noexcept { return std::floor(uniform * 33554432.0) * kStep; }
+
+double NextCongruential(double y) noexcept {
+  do {
+    y = Fraction(y * 37.0 + kStep);
+  } while (y == 0.0);
+  return y;
+}
+
+// The lagged recursion: minus the value 64 draws old minus five times the value 101 draws old, modulo m. The numbers are
+// whole and below 2^53, so the sums are exact, and the half keeps the quotient clear of the whole numbers by more than its
+// rounding. A quotient instead of comparisons, since which of these would hold is a matter of chance that no branch
+// predictor foresees.
+double NextLagged(double oldest, double older) noexcept {
+  const double v = (((kFourModulus - older) - 2.0 * oldest) - 2.0 * oldest) - oldest;
+  return v - kModulus * std::floor((v + 0.5) * (1.0 / kModulus));
+}
+
+double Combine(double y, double lagged) noexcept {
+  return Fraction(y + lagged / kModulus) + 1e-17;  // away from an exact zero
+}
+
+void Seed(int seed, VORL_RANDCONTEXT* context) noexcept {
+  context->needSeed = 0;
+  context->step = kStep;
+  context->twoM = kTwoModulus;
+  context->fourM = kFourModulus;
+  SeedingState state = FirstRound(seed);
+  for (int k = 1; k < kWarmUpRounds; ++k) state = Multiply(state, kRound);
+  for (double& lagged : context->state) {
+    lagged = LaggedValue(UniformOf(state));
+    state = Multiply(state, kRound);
+  }
+  context->y = FirstCongruential(UniformOf(state));
+  context->position = 0;
+}
+
+double Draw(VORL_RANDCONTEXT* context) noexcept {
+  // A context that was never initialised may hold anything; a position outside the ring starts it anew.
+  const int i = context->position >= 0 && context->position < kStateSize ? context->position : 0;
+  const int j = i < kLag ? i + (kStateSize - kLag) : i - kLag;
+  const double v = NextLagged(context->state[i], context->state[j]);
+  context->state[i] = v;
+  context->position = i + 1 < kStateSize ? i + 1 : 0;
+  context->y = NextCongruential(context->y);
+  return Combine(context->y, v);
+}
+
+}  // namespace
+
+double DrawAfterSeeding(int seed, int skip) noexcept {
+  const SeedingState first = FirstRound(seed);
+  const auto uniform = [&first](int round) noexcept { return UniformOf(Multiply(first, kJump[round - 1])); };
+  double y = FirstCongruential(uniform(kSeedingRounds));
+  for (int draw = 0; draw <= skip; ++draw) y = NextCongruential(y);
+  const double oldest = LaggedValue(uniform(kWarmUpRounds + skip));
+  const double older = LaggedValue(uniform(kWarmUpRounds + skip + kStateSize - kLag));
+  return Combine(y, NextLagged(oldest, older));
+}
+
+}  // namespace kestrum
+
+void VORLInitRandContext(VORL_RANDCONTEXT* context) noexcept {
+  *context = {};
+  context->needSeed = 1;
+}
+
+double VORLDoubleRand(int seed, VORL_RANDCONTEXT* context) noexcept {
+  if (seed != 0 || context->needSeed != 0) kestrum::Seed(seed, context);
+  return kestrum::Draw(context);
+}
+
+int VORLIntRand(int seed, int n, VORL_RANDCONTEXT* context) noexcept {
+  const double draw = VORLDoubleRand(seed, context);
+  // Only a context that was tampered with draws outside (0, 1); the result must still be an index.
+  return draw > 0.0 && draw < 1.0 ? static_cast<int>(n * draw) : 0;
+}
+
+int VORLRandomizeListOfInt(int n, int* list, VORL_RANDCONTEXT* context) noexcept {
+  for (int count = n; count > 1; --count) {
+    const int j = VORLIntRand(0, count, context);
+    std::swap(list[j], list[count - 1]);
+  }
+  return 0;
+}
+
+int VORLPathRandom(int n, int* path, VORL_RANDCONTEXT* context) noexcept {
+  return VORLRandomizeListOfInt(n, path, context);
+}
+
+int VORLRandomizeWeightedListOfInt(int n, int* list, real* cumulative, VORL_RANDCONTEXT* context) noexcept {
+  if (n < 2) return 0;
+  double total = cumulative[n];
+  for (int i = 0; i < n - 1; ++i) {
+    const double target = VORLDoubleRand(0, context) * total;
+    int k = i;
+    for (int high = n; high - k > 1;) {
+      const int mid = k + (high - k) / 2;
+      if (cumulative[mid] <= target) {
+        k = mid;
+      } else {
+        high = mid;
+      }
+    }
+    const double weightOfI = cumulative[i + 1] - cumulative[i];
+    const double weightOfK = cumulative[k + 1] - cumulative[k];
+    std::swap(list[k], list[i]);
+    for (int entry = i + 1; entry <= k; ++entry) cumulative[entry] -= weightOfI;
+    for (int entry = k + 1; entry <= n; ++entry) cumulative[entry] -= weightOfK;
+    total -= weightOfK;
+  }
+  return 0;
+}
+
+int VORLDrawIndexFromPdf(int n, real* pdf, int* index, VORL_RANDCONTEXT* context) noexcept {
+  *index = 0;
+  const double u = VORLDoubleRand(0, context);
+  double sum = 0.0;
+  for (; *index < n - 1; ++*index) {
+    sum += pdf[*index];
+    if (sum > u) break;
+  }
+  return 0;
+}

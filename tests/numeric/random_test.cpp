@@ -1,0 +1,199 @@
+#include "numeric/random.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <numeric>
+
+#include "numeric/random.hpp"
+
+namespace {
+
+VORL_RANDCONTEXT Seeded(int seed) {
+  VORL_RANDCONTEXT context;
+  VORLInitRandContext(&context);
+  VORLDoubleRand(seed, &context);
+  return context;
+}
+
+// Draws number 0 (the seeding call), 1, 36, 63, 100 and 999, from an independent rendering in whole-number arithmetic.
+// Seeds from 715827882 on wrap in the seeding.
+TEST(Random, SequencesAreThoseOfTheReference) {
+  constexpr int kDraws[] = {0, 1, 36, 63, 100, 999};
+  const struct {
+    int seed;
+    double expected[6];
+  } rows[] = {
+      {1,
+       {0x1.924ad9404da48p-2, 0x1.82be1ed3f4d04p-2, 0x1.9dd1608dc5f73p-1, 0x1.de31015b67bb1p-1, 0x1.62d74ee9607ecp-1,
+        0x1.a080a086ad1d8p-2}},
+      {0,
+       {0x1.592404032e848p-3, 0x1.9d896f14f269ep-1, 0x1.57c34f5f86a68p-2, 0x1.d451689a56e50p-1, 0x1.9d65b1d751828p-2,
+        0x1.3796dc15c2758p-1}},
+      {7,
+       {0x1.7a503bd2d9f0ep-1, 0x1.986b8413f6672p-1, 0x1.5c385f7486ca8p-1, 0x1.c17c980428c12p-1, 0x1.3320bcfe0af1bp-1,
+        0x1.a3fdf01d57768p-1}},
+      {12345,
+       {0x1.3f62ae0df099cp-1, 0x1.d5fb038c113e8p-2, 0x1.579c5213b4098p-3, 0x1.2ef4ea3ac78e1p-4, 0x1.21e9253753cf8p-1,
+        0x1.fdb2ed6ce3f18p-2}},
+      {987654321,
+       {0x1.c41574849177dp-1, 0x1.f78c313108543p-6, 0x1.9fa7498f9e090p-2, 0x1.a312a9bcd86c8p-1, 0x1.9f5db68dc5b84p-1,
+        0x1.ae527263c6e14p-1}},
+      {715827882,
+       {0x1.1f353690014f1p-4, 0x1.8d53f9482646ep-1, 0x1.1ca50342810fcp-2, 0x1.2f8183523195ep-1, 0x1.726242fb8f7a9p-1,
+        0x1.54a066bd7178bp-4}},
+      {1431655765,
+       {0x1.fe9e1da4aa2b8p-1, 0x1.cbc2b6383d534p-1, 0x1.91644079e88b1p-1, 0x1.7e8d23109e658p-1, 0x1.68dfdab46f8dcp-2,
+        0x1.9f4f935b82243p-6}},
+      {INT_MAX,
+       {0x1.cc3bc375deb45p-1, 0x1.bb8d406b71304p-1, 0x1.73d51a6b65bfcp-1, 0x1.b37a7b4c3a290p-2, 0x1.581f579511829p-1,
+        0x1.7be5f8a401afcp-2}},
+      {INT_MIN,
+       {0x1.f8c29f5237181p-4, 0x1.bed073c5aa60ep-2, 0x1.bca4a103458c8p-3, 0x1.6f47aece5bd50p-2, 0x1.17fb229b60409p-1,
+        0x1.a9e4629054f27p-2}},
+  };
+  for (const auto& row : rows) {
+    VORL_RANDCONTEXT context;
+    VORLInitRandContext(&context);
+    int next = 0;
+    for (const int draw : kDraws) {
+      double value = 0.0;
+      for (; next <= draw; ++next) value = VORLDoubleRand(next == 0 ? row.seed : 0, &context);
+      EXPECT_EQ(value, row.expected[std::find(kDraws, kDraws + 6, draw) - kDraws]) << row.seed << ", draw " << draw;
+    }
+  }
+}
+
+TEST(Random, SeedRestartsAndZeroContinues) {
+  VORL_RANDCONTEXT a = Seeded(7);
+  VORL_RANDCONTEXT b = Seeded(-7);
+  EXPECT_EQ(std::memcmp(&a, &b, sizeof(a)), 0);
+  VORL_RANDCONTEXT fresh;
+  VORLInitRandContext(&fresh);
+  const double first = VORLDoubleRand(0, &fresh);
+  const double second = VORLDoubleRand(0, &fresh);
+  EXPECT_NE(second, first);
+  VORLInitRandContext(&fresh);
+  EXPECT_EQ(VORLDoubleRand(0, &fresh), first);
+  for (int draw = 0; draw < 250; ++draw) VORLDoubleRand(0, &a);
+  VORLDoubleRand(7, &a);
+  EXPECT_EQ(std::memcmp(&a, &b, sizeof(a)), 0);
+}
+
+TEST(Random, StateAndResultsStayInTheirRanges) {
+  for (const int seed : {1, -12, INT_MAX, INT_MIN, 0x2AAAAAAA}) {
+    VORL_RANDCONTEXT context = Seeded(seed);
+    double sum = 0.0;
+    double sumOfSquares = 0.0;
+    constexpr int kCount = 20000;
+    for (int draw = 1; draw <= kCount; ++draw) {
+      ASSERT_EQ(context.position, draw % 101);
+      const double value = VORLDoubleRand(0, &context);
+      ASSERT_TRUE(value > 0.0 && value <= 1.0);
+      ASSERT_TRUE(context.y > 0.0 && context.y < 1.0 && std::trunc(context.y * 0x1p25) == context.y * 0x1p25);
+      sum += value;
+      sumOfSquares += value * value;
+    }
+    for (const double lagged : context.state) {
+      EXPECT_TRUE(lagged >= 0.0 && lagged <= 1000009710.0 && std::trunc(lagged) == lagged) << lagged;
+    }
+    // Five standard deviations of the means of u and u^2.
+    EXPECT_NEAR(sum / kCount, 0.5, 5 * std::sqrt(1.0 / 12 / kCount));
+    EXPECT_NEAR(sumOfSquares / kCount, 1.0 / 3, 5 * std::sqrt(4.0 / 45 / kCount));
+  }
+}
+
+TEST(Random, DrawAfterSeedingIsTheDrawOfTheFullGenerator) {
+  const auto compare = [](int seed) {
+    VORL_RANDCONTEXT context;
+    VORLInitRandContext(&context);
+    for (int skip = 0; skip < 64; ++skip) {
+      ASSERT_EQ(kestrum::DrawAfterSeeding(seed, skip), VORLDoubleRand(skip == 0 ? seed : 0, &context))
+          << seed << ", " << skip;
+    }
+  };
+  for (const int seed : {INT_MIN, INT_MIN + 1, INT_MAX - 1, INT_MAX, -1, 0, 1, 715827880, 715827881, 1073741822}) {
+    compare(seed);
+  }
+  for (int seed = 2; seed < 3000; ++seed) compare(seed);
+  for (long long seed = INT_MIN; seed <= INT_MAX; seed += 2345679) compare(static_cast<int>(seed));
+}
+
+// What a caller may have left in a context must not make a shuffle write outside its list, or a draw last for ever.
+TEST(Random, SpoiltContextsStillGiveIndices) {
+  for (const double spoilt : {0.0, -3.5e9, 1e300, HUGE_VAL, std::numeric_limits<double>::quiet_NaN()}) {
+    for (const int position : {0, -1, 101, INT_MAX, INT_MIN}) {
+      VORL_RANDCONTEXT context{};
+      context.y = spoilt;
+      std::fill(std::begin(context.state), std::end(context.state), spoilt);
+      context.position = position;
+      for (int draw = 0; draw < 200; ++draw) {
+        const int value = VORLIntRand(0, 10, &context);
+        ASSERT_TRUE(value >= 0 && value < 10);
+      }
+    }
+  }
+}
+
+TEST(Random, ShufflePermutesInTheOrderOfTheReference) {
+  VORL_RANDCONTEXT context = Seeded(42);
+  int list[10];
+  std::iota(list, list + 10, 0);
+  EXPECT_EQ(VORLPathRandom(10, list, &context), 0);
+  const int expected[] = {6, 2, 1, 9, 3, 8, 5, 4, 0, 7};
+  EXPECT_TRUE(std::equal(list, list + 10, expected));
+
+  for (const int n : {INT_MIN, -1, 0, 1, 2}) {
+    VORL_RANDCONTEXT before = context;
+    EXPECT_EQ(VORLRandomizeListOfInt(n, list, &context), 0);
+    if (n == 2) VORLDoubleRand(0, &before);
+    EXPECT_EQ(std::memcmp(&before, &context, sizeof(context)), 0) << n;
+  }
+}
+
+// The first entry is drawn in proportion to the weights, and the second in proportion to what is left.
+TEST(Random, WeightedShuffleFollowsTheWeights) {
+  constexpr double kWeights[] = {1.0, 4.0, 0.0, 3.0, 2.0};
+  constexpr int kCount = 20000;
+  VORL_RANDCONTEXT context = Seeded(3);
+  int pairs[5][5] = {};
+  for (int trial = 0; trial < kCount; ++trial) {
+    int list[] = {0, 1, 2, 3, 4};
+    double cumulative[6] = {0.0};
+    std::partial_sum(kWeights, kWeights + 5, cumulative + 1);
+    ASSERT_EQ(VORLRandomizeWeightedListOfInt(5, list, cumulative, &context), 0);
+    ASSERT_EQ(list[4], 2);
+    ++pairs[list[0]][list[1]];
+    std::sort(list, list + 5);
+    for (int i = 0; i < 5; ++i) ASSERT_EQ(list[i], i);
+  }
+  for (int a = 0; a < 5; ++a) {
+    for (int b = 0; b < 5; ++b) {
+      const double p = a == b ? 0.0 : kWeights[a] / 10.0 * kWeights[b] / (10.0 - kWeights[a]);
+      EXPECT_NEAR(pairs[a][b], kCount * p, 5 * std::sqrt(kCount * p * (1 - p))) << a << ", " << b;
+    }
+  }
+}
+
+TEST(Random, IndexFromPdf) {
+  VORL_RANDCONTEXT context = Seeded(5);
+  VORL_RANDCONTEXT follower = context;
+  int index = 99;
+  EXPECT_EQ(VORLDrawIndexFromPdf(1, nullptr, &index, &context), 0);
+  EXPECT_EQ(index, 0);
+  VORLDoubleRand(0, &follower);
+  EXPECT_EQ(std::memcmp(&context, &follower, sizeof(context)), 0);
+
+  real pdf[] = {0.25, 0.0, 0.5, 1e300};  // the last entry takes the rest, whatever it says
+  for (int trial = 0; trial < 1000; ++trial) {
+    const double u = VORLDoubleRand(0, &follower);
+    VORLDrawIndexFromPdf(4, pdf, &index, &context);
+    EXPECT_EQ(index, u < 0.25 ? 0 : u < 0.75 ? 2 : 3) << u;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,208 @@
+#include "numeric/special_functions.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "numeric/special_functions.hpp"
+#include "support/allocation_failure.hpp"
+
+namespace {
+
+// I, K and their derivatives from a multiple-precision package. Below 2 the gamma terms have single precision, an error
+// of some 1e-7 that the alternating signs of the series raise near 2; from 2 on only rounding remains, and it grows with
+// the steps of the recurrences.
+TEST(Bessel, AgreesWithReference) {
+  const struct {
+    double nu, x, i, k, iPrime, kPrime;
+  } rows[] = {
+      {0, 0.05, 1.000625097663032, 3.1142340294719899, 0.025007813313844472, -19.909674325882506},
+      {0, 1.999, 2.2779954074072242, 0.11403383058923292, 1.5891532106427282, -0.14004984207710966},
+      {0, 2.0, 2.2795853023360673, 0.11389387274953344, 1.5906368546373291, -0.13986588181652243},
+      {0, 5.5, 42.694645151847787, 0.0021387085659502875, 38.58816461632739, -0.0023255690088490053},
+      {0, 60.0, 5.8940770556098012e+24, 1.4138978405591078e-27, 5.8447515883904678e+24, -1.4256320265171043e-27},
+      {0.3, 0.05, 0.36861287395320885, 3.8119663367691108, 2.2187644715117756, -31.312374962907423},
+      {0.3, 1.999, 2.1760212333746964, 0.11618048839092041, 1.6160476611353241, -0.14360931489817627},
+      {0.3, 2.0, 2.1776379895537379, 0.11603697434811926, 1.6174649135689407, -0.14341881745882853},
+      {0.3, 5.5, 42.305335496172106, 0.0021549204749378823, 38.317981860746372, -0.0023459447132180553},
+      {0.3, 60.0, 5.8896206713679765e+24, 1.4149499716482442e-27, 5.8404073793179137e+24, -1.4267102891254423e-27},
+      {0.5, 0.05, 0.17848675941298306, 5.3316325691057589, 1.7878418777748435, -58.647958260163342},
+      {0.5, 1.999, 2.0446265147728795, 0.12008779543145005, 1.6096644449039237, -0.15012476277298334},
+      {0.5, 2.0, 2.0462368630890548, 0.11993777196806145, 1.6110324044053734, -0.14992221496007682},
+      {0.5, 5.5, 41.623741717548128, 0.0021840317285634551, 37.841155595552905, -0.0023825800675237692},
+      {0.5, 60.0, 5.881706576075187e+24, 1.4168223500353695e-27, 5.8326923546078935e+24, -1.4286292029523309e-27},
+      {1.5, 0.05, 0.0029742836450130871, 111.96428395122092, 0.089258250062590444, -3364.2601511057333},
+      {1.5, 1.999, 1.0982521100432736, 0.18016173011451661, 1.2205253816738748, -0.25527668746335347},
+      {1.5, 2.0, 1.0994731886331097, 0.17990665795209218, 1.2216319716142228, -0.25486776543213058},
+      {1.5, 5.5, 34.057179075775807, 0.0025811284064840832, 32.335420151427456, -0.0028879758394227506},
+      {1.5, 60.0, 5.7836781331406012e+24, 1.4404360558692923e-27, 5.7371146227466727e+24, -1.4528332514321017e-27},
+      {7.2, 0.05, 3.8596500995017619e-16, 179919773281978.16, 5.5580138145667996e-14, -25909172821498068},
+      {7.2, 1.999, 0.00014871262974400614, 449.6869315989295, 0.0005535254433336747, -1690.0848792770648},
+      {7.2, 2.0, 0.00014926705655607546, 448.00040561681345, 0.00055532902208793101, -1682.972644130921},
+      {7.2, 5.5, 0.46461476769863735, 0.11863463505211187, 0.75075751500609744, -0.19963278066306497},
+      {7.2, 60.0, 3.8145560168001766e+24, 2.1691208849436027e-27, 3.8104636694070077e+24, -2.2024346484979638e-27},
+      {50, 0.05, 2.593766539282272e-145, 3.8553951739889752e+142, 2.5937678107361581e-142, -3.8553971410268063e+145},
+      {50, 1.999, 3.2701713801048518e-65, 3.055501753792636e+62, 8.1859246916337182e-64, -7.6488056273521244e+63},
+      {50, 2.0, 3.3530428298606417e-65, 2.9799817396049218e+62, 8.3891791911605507e-64, -7.4560333609299686e+63},
+      {50, 5.5, 3.5307534987813604e-43, 2.8152688718105869e+40, 3.2287602961600399e-42, -2.5750848448182492e+41},
+      {50, 60.0, 12704607933652174, 5.038929808517651e-19, 16475425087730704, -6.5840800850321619e-19},
+      {100, 1.999, 1.0293702890208802e-158, 4.8563682599051485e+155, 5.1504447283353508e-157, -2.4298890758699724e+157},
+      {100, 2.0, 1.0821714745498606e-158, 4.6194159776012744e+155, 5.411928725670041e-157, -2.3101745483911888e+157},
+      {100, 5.5, 9.9031222699638959e-115, 5.0412927664475406e+111, 1.803262103626633e-113, -9.1799795407649799e+112},
+      {100, 60.0, 2.8832770906491966e-07, 14870.0127549463, 5.5977596252006771e-07, -28935.099547447451},
+  };
+  for (const auto& row : rows) {
+    double i, k, iPrime, kPrime;
+    VORLbessik(row.x, row.nu, &i, &k, &iPrime, &kPrime);
+    const double tolerance = row.x < 2.0 ? 2e-6 : 20 * (1 + row.nu) * std::numeric_limits<double>::epsilon();
+    EXPECT_NEAR(i / row.i, 1.0, tolerance) << row.nu << ", " << row.x;
+    EXPECT_NEAR(k / row.k, 1.0, tolerance) << row.nu << ", " << row.x;
+    EXPECT_NEAR(iPrime / row.iPrime, 1.0, tolerance) << row.nu << ", " << row.x;
+    EXPECT_NEAR(kPrime / row.kPrime, 1.0, tolerance) << row.nu << ", " << row.x;
+  }
+}
+
+TEST(Bessel, KAloneHasTheSameBits) {
+  for (const double nu : {0.0, 0.3, 0.5, 1.0, 1.5, 2.5, 7.2, 50.0}) {
+    for (double x = 0.01; x < 30.0; x *= 1.1) {
+      double i, k, iPrime, kPrime;
+      VORLbessik(x, nu, &i, &k, &iPrime, &kPrime);
+      EXPECT_EQ(kestrum::BesselK(x, nu), k) << nu << ", " << x;
+    }
+  }
+}
+
+// Reciprocals of the gamma function. The values have single precision and must not be better: covariances depend on it.
+TEST(Bessel, GammaTermsHaveSinglePrecision) {
+  for (double x = -0.5; x <= 0.5; x += 0.0625) {
+    double gam1, gam2, gampl, gammi;
+    VORLbeschb(x, &gam1, &gam2, &gampl, &gammi);
+    EXPECT_NEAR(gampl, 1.0 / std::tgamma(1.0 + x), 5e-7) << x;
+    EXPECT_NEAR(gammi, 1.0 / std::tgamma(1.0 - x), 5e-7) << x;
+    EXPECT_EQ(gam1, static_cast<float>(gam1));
+    EXPECT_EQ(gam2, static_cast<float>(gam2));
+  }
+}
+
+TEST(Bessel, ChebyshevSum) {
+  // T1, T2 and T3 at (2x - a - b)/(b - a) = 0.5: 0.5, -0.5, -1; half of the first coefficient counts.
+  float c[] = {8.0F, 2.0F, 4.0F, 1.0F};
+  EXPECT_EQ(VORLchebev(1.0F, 5.0F, c, 4, 4.0F), 4.0F + 1.0F - 2.0F - 1.0F);
+  EXPECT_EQ(VORLchebev(1.0F, 5.0F, c, 1, 4.0F), 4.0F);
+}
+
+TEST(Gamma, AgreesWithReference) {
+  const struct {
+    double x, expected;
+  } rows[] = {
+      {0.001, 6.9071788853838534},
+      {0.3, 1.0957979948180756},
+      {0.5, 0.57236494292470008},
+      {1, 0},
+      {2, 0},
+      {3.7, 1.4280723266653881},
+      {50, 144.5657439463449},
+      {171.5, 709.14316303092824},
+      {1000000.0, 12815504.569147611},
+  };
+  for (const auto& row : rows) {
+    EXPECT_NEAR(VORLgammln(row.x), row.expected, 1e-14 * std::max(1.0, std::fabs(row.expected))) << row.x;
+  }
+}
+
+TEST(Distribution, InterquartileRange) {
+  const struct {
+    int n;
+    real value[5];
+    real expected;
+  } rows[] = {
+      {5, {4, 0, 3, 1, 2}, 2.0}, {4, {10, 0, 1, 5}, 6.25 - 0.75}, {2, {3, 1}, 1.0}, {1, {7}, 0.0}, {0, {}, 0.0}};
+  for (auto row : rows) {
+    real iqr = -1.0;
+    EXPECT_EQ(VORLComputeIQRofReal(row.n, row.value, &iqr), 0);
+    EXPECT_EQ(iqr, row.expected) << row.n;
+  }
+  real value[] = {2.0, 1.0};
+  real iqr;
+  const kestrum_test::FailAllocation failure(0);
+  EXPECT_EQ(VORLComputeIQRofReal(2, value, &iqr), -1);
+}
+
+TEST(Distribution, UniformPositions) {
+  real pdf[] = {0.25, 0.125, 0.5, 0.125};
+  real position[4] = {-1, -1, -1, -1};
+  EXPECT_EQ(VORLComputeNewVarValueUniform(0, nullptr, pdf, position), 0);
+  EXPECT_EQ(position[0], -1);
+  EXPECT_EQ(VORLComputeNewVarValueUniform(4, nullptr, pdf, position), 0);
+  EXPECT_EQ(position[0], 0.0);
+  EXPECT_DOUBLE_EQ(position[1], 0.25 + 0.125 / 3);
+  EXPECT_DOUBLE_EQ(position[2], 0.375 + 0.5 * 2 / 3);
+  EXPECT_EQ(position[3], 1.0);
+  EXPECT_EQ(VORLComputeNewVarValueUniform(1, nullptr, pdf, position), 0);
+  EXPECT_EQ(position[0], 0.0);
+}
+
+// Three classes whose middles are the distribution function at -1, s and 1.
+TEST(Distribution, NormalPositions) {
+  const auto cdf = [](double t) { return 0.5 * std::erfc(-t / std::sqrt(2.0)); };
+  const double tail = 2 * cdf(-1.0);
+  real even[] = {0.5, 0.5};
+  real position[3];
+  EXPECT_EQ(VORLComputeNewVarValueNormal(2, nullptr, even, position), 0);
+  EXPECT_EQ(position[0], 0.0);
+  EXPECT_EQ(position[1], 1.0);
+
+  real three[] = {tail, 1 - 2 * tail, tail};  // scores -1, 0, 1
+  EXPECT_EQ(VORLComputeNewVarValueNormal(3, nullptr, three, position), 0);
+  EXPECT_NEAR(position[1], 0.5, 1e-12);
+
+  // Middles 0.1, 0.3 and 0.7: scores -1.2815516, -0.5244005 and 0.5244005. Interpolation is good to 1e-5 here.
+  real skewed[] = {0.2, 0.2, 0.6};
+  EXPECT_EQ(VORLComputeNewVarValueNormal(3, nullptr, skewed, position), 0);
+  EXPECT_NEAR(position[1], (1.2815516 - 0.5244005) / (1.2815516 + 0.5244005), 1e-5);
+
+  // Middles beyond both ends of the table have the scores -7.495 and 7.495.
+  real ends[] = {0.0, 1.0, 0.0};
+  EXPECT_EQ(VORLComputeNewVarValueNormal(3, nullptr, ends, position), 0);
+  EXPECT_EQ(position[1], 0.5);
+
+  EXPECT_EQ(VORLComputeNewVarValueNormal(1, nullptr, even, position), -540);
+  EXPECT_EQ(VORLComputeNewVarValueNormal(0, nullptr, nullptr, nullptr), 0);
+}
+
+TEST(Distribution, ConfidenceLevels) {
+  real level[] = {0.0, 0.6826894921370859, 0.95, 0.99, 1.0, 1.5, -0.1, NAN};
+  real factor[8];
+  EXPECT_EQ(VORLConfidenceNormal(8, level, factor), 0);
+  EXPECT_EQ(factor[0], 0.0);
+  EXPECT_NEAR(factor[1], 1.0, 1e-12);
+  EXPECT_NEAR(factor[2], 1.959963984540054, 1e-5);
+  EXPECT_NEAR(factor[3], 2.575829303548901, 1e-5);
+  EXPECT_EQ(factor[4], 1e25);
+  for (int i = 5; i < 8; ++i) EXPECT_EQ(factor[i], -9999999.0);
+}
+
+TEST(Distribution, CumulationLeavesOwnShareOut) {
+  real pdf[] = {0.5, 0.25, 0.25, 1.0};
+  real cdf[4];
+  EXPECT_EQ(VORLPdfToCdf(4, pdf, cdf), 0);
+  EXPECT_EQ(cdf[0], 0.0);
+  EXPECT_EQ(cdf[1], 0.5 / 0.75);
+  EXPECT_EQ(cdf[2], 0.75 / 0.75);
+  EXPECT_EQ(cdf[3], HUGE_VAL);
+}
+
+TEST(Distribution, QuantilesInterpolate) {
+  real value[] = {10.0, 20.0, 40.0};
+  real cdf[] = {0.25, 0.5, 0.75};
+  real probability[] = {0.0, 0.2, 0.25, 0.375, 0.5, 0.625, 0.75, 1.0};
+  const real expected[] = {10.0, 10.0, 10.0, 15.0, 20.0, 30.0, 40.0, 40.0};
+  real quantile[8];
+  EXPECT_EQ(VORLQuantileFromCdf(3, value, cdf, 8, probability, quantile), 0);
+  for (int i = 0; i < 8; ++i) EXPECT_EQ(quantile[i], expected[i]) << i;
+  EXPECT_EQ(VORLQuantileFromCdf(3, value, cdf, 0, nullptr, nullptr), 0);
+}
+
+}  // namespace
