@@ -1,0 +1,296 @@
+#include "covariance/cov_model.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <type_traits>
+
+#include "core/memory.h"
+#include "core/nested_prefix.hpp"
+#include "covariance/cov_model.hpp"
+
+static_assert(std::is_standard_layout_v<VORL_COVMODELELEM> && std::is_trivial_v<VORL_COVMODELELEM>);
+static_assert(std::is_standard_layout_v<VORL_COVMODEL> && std::is_trivial_v<VORL_COVMODEL>);
+static_assert(sizeof(void*) != 8 || (sizeof(VORL_COVMODELELEM) == 96 && sizeof(VORL_COVMODEL) == 72));
+
+namespace kestrum {
+namespace {
+
+void FreeParameterImage(VORL_IMAGE* image) noexcept {
+  VORLFreeImage(image);
+  VORLFree(image);
+}
+
+// What the images of one parameter are checked against.
+struct Domain {
+  VORL_GRID* grid;
+  const VORL_IMAGE* mask;  // null for none
+
+  bool HasMask() const noexcept { return mask != nullptr && mask->var != nullptr; }
+  bool IsMasked(int node) const noexcept { return HasMask() && mask->var[node] == 0.0; }
+  // Number of nodes for which both the image and the mask have a value.
+  int NodeCount(const VORL_IMAGE& image) const noexcept {
+    const int nnode = std::min(grid->nxyz, image.nxyzv);
+    return HasMask() ? std::min(nnode, mask->nxyzv) : nnode;
+  }
+};
+
+// Checks that an image is valid, lies on the domain's grid and has one variable. Puts the verdict into *status.
+int ValidateParameterImage(VORL_IMAGE* image, const Domain& domain, int wrongGrid, int wrongNumberOfVariables,
+                           int* status) noexcept {
+  if (image == nullptr) {
+    *status = -20;
+    return 0;
+  }
+  if (const int result = VORLValidateImage(image, 0, status); result != 0 || *status != 0) return result;
+  if (VORLCmpGrid(domain.grid, image->grid) != 0) {
+    *status = wrongGrid;
+  } else if (image->nvar != 1) {
+    *status = wrongNumberOfVariables;
+  }
+  return 0;
+}
+
+// Walks an image of an element: a masked node marks the value at a cursor as missing and moves the cursor on, any other
+// node has the value at the cursor tested. That the cursor is not tied to the node is meant: k masked nodes mark the
+// first k values, and without a mask only the first value is ever tested. Returns the first status of a test.
+template <typename Test>
+int WalkElementImage(VORL_IMAGE& image, const Domain& domain, const Test& test) noexcept {
+  const int nnode = domain.NodeCount(image);
+  real* cursor = image.var;
+  for (int node = 0; node < nnode; ++node) {
+    if (domain.IsMasked(node)) {
+      *cursor++ = VORL_MISSING_VALUE;
+    } else if (const int status = test(*cursor); status != 0) {
+      return status;
+    }
+  }
+  return 0;
+}
+
+// Interval of the extra parameter of some types, and the statuses of values outside, as a constant or in an image.
+struct ExtraParameterRule {
+  real min;
+  real max;
+  int valueTooSmall;
+  int valueTooLarge;
+  int imageTooSmall;
+  int imageTooLarge;
+};
+
+constexpr ExtraParameterRule kPowerRule = {
+    VORL_KESTRUM_COV_POWER_MIN, VORL_KESTRUM_COV_POWER_MAX, -71690, -71691, -71688, -71689};
+constexpr ExtraParameterRule kMaternRule = {
+    VORL_KESTRUM_COV_MATERN_NU_MIN, VORL_KESTRUM_COV_MATERN_NU_MAX, -71697, -71698, -71695, -71696};
+
+int ValidateWeight(const VORL_COVMODELELEM& elem, const Domain& domain, int* status) noexcept {
+  if (!elem.weightImageFlag) {
+    if (elem.weightValue < 0.0) *status = -71649;
+    return 0;
+  }
+  const int result = ValidateParameterImage(elem.weightImage, domain, -71646, -71647, status);
+  if (result != 0 || *status != 0) return result;
+  *status = WalkElementImage(*elem.weightImage, domain, [](real weight) { return weight < 0.0 ? -71648 : 0; });
+  return 0;
+}
+
+int ValidateExtraParameter(const VORL_COVMODELELEM& elem, const Domain& domain, int* status) noexcept {
+  const ExtraParameterRule& rule = ElementType(elem) == COV_MATERN ? kMaternRule : kPowerRule;
+  const auto verdict = [&rule](real s, int tooSmall, int tooLarge) {
+    return s < rule.min ? tooSmall : s > rule.max ? tooLarge : 0;
+  };
+  if (!elem.sImageFlag) {
+    *status = verdict(elem.sValue, rule.valueTooSmall, rule.valueTooLarge);
+    return 0;
+  }
+  const int result = ValidateParameterImage(elem.sImage, domain, -71686, -71687, status);
+  if (result != 0 || *status != 0) return result;
+  *status = WalkElementImage(*elem.sImage, domain,
+                             [&](real s) { return verdict(s, rule.imageTooSmall, rule.imageTooLarge); });
+  return 0;
+}
+
+// Angle images are marked at the masked nodes themselves. All three angles give the statuses of angle 3, as is meant.
+int ValidateAngle(VORL_IMAGE* image, const Domain& domain, int* status) noexcept {
+  const int result = ValidateParameterImage(image, domain, -71636, -71637, status);
+  if (result != 0 || *status != 0) return result;
+  const int nnode = domain.NodeCount(*image);
+  for (int node = 0; node < nnode; ++node) {
+    if (domain.IsMasked(node)) image->var[node] = VORL_MISSING_VALUE;
+  }
+  return 0;
+}
+
+// A parameter as it is printed.
+struct PrintedParameter {
+  const char* name;
+  BOOLEAN imageFlag;
+  real value;
+  VORL_IMAGE* image;
+};
+
+// Prints the flags of some parameters, then their values, then the images of those whose flag is set.
+template <std::size_t N>
+int PrintParameters(const PrintedParameter (&parameters)[N], const char* prefix, char* nestedPrefix,
+                    FILE* stream) noexcept {
+  for (const PrintedParameter& p : parameters) std::fprintf(stream, "%s%sImageFlag: %d\n", prefix, p.name, p.imageFlag);
+  for (const PrintedParameter& p : parameters) std::fprintf(stream, "%s%sValue: %14.6f\n", prefix, p.name, p.value);
+  for (const PrintedParameter& p : parameters) {
+    if (!p.imageFlag) continue;
+    std::fprintf(stream, "%s%sImage:\n", prefix, p.name);
+    if (p.image == nullptr) continue;
+    if (const int status = VORLPrintImage(p.image, nestedPrefix, stream); status != 0) return status;
+  }
+  return 0;
+}
+
+const char* TypeName(int type) noexcept {
+  static constexpr const char* kNames[] = {
+      "COV_NUGGET", "COV_SPHERICAL",      "COV_EXPONENTIAL", "COV_GAUSSIAN", "COV_LINEAR",
+      "COV_CUBIC",  "COV_SINUS_CARDINAL", "COV_GAMMA",       "COV_POWER",    "COV_EXPONENTIAL_GENERALIZED",
+      "COV_MATERN"};
+  return type >= COV_NUGGET && type <= COV_MATERN ? kNames[type] : "unknown";
+}
+
+}  // namespace
+}  // namespace kestrum
+
+void VORLKestrumInitCovModel(VORL_COVMODEL* model) noexcept { *model = VORL_COVMODEL{}; }
+
+void VORLKestrumInitCovModelElem(VORL_COVMODELELEM* elem) noexcept { *elem = VORL_COVMODELELEM{}; }
+
+void VORLKestrumFreeCovModelElem(VORL_COVMODELELEM* elem) noexcept {
+  if (elem == nullptr) return;
+  for (VORL_IMAGE* image : {elem->weightImage, elem->rxImage, elem->ryImage, elem->rzImage, elem->sImage}) {
+    kestrum::FreeParameterImage(image);
+  }
+}
+
+void VORLKestrumFreeCovModel(VORL_COVMODEL* model) noexcept {
+  if (model == nullptr) return;
+  if (model->covModelElem != nullptr) {
+    for (int i = 0; i < model->nelem; ++i) VORLKestrumFreeCovModelElem(&model->covModelElem[i]);
+    VORLFree(model->covModelElem);
+  }
+  for (VORL_IMAGE* image : {model->angle1Image, model->angle2Image, model->angle3Image}) {
+    kestrum::FreeParameterImage(image);
+  }
+}
+
+int VORLKestrumValidateCovModelElem(VORL_COVMODELELEM* elem, VORL_GRID* grid, VORL_IMAGE* mask,
+                                    BOOLEAN* weightStationary, BOOLEAN* rangeStationary, BOOLEAN* elemStationary,
+                                    int* status) noexcept {
+  *status = 0;
+  *weightStationary = TRUE;
+  *rangeStationary = TRUE;
+  *elemStationary = TRUE;
+  const kestrum::Domain domain{grid, mask};
+  const int type = kestrum::ElementType(*elem);
+  if (type < COV_NUGGET || type > COV_MATERN) {
+    *status = -71000;
+    return 0;
+  }
+
+  int result = kestrum::ValidateWeight(*elem, domain, status);
+  if (result != 0 || *status != 0) return result;
+  if (elem->weightImageFlag) *weightStationary = *elemStationary = FALSE;
+
+  const struct {
+    BOOLEAN imageFlag;
+    VORL_IMAGE* image;
+    int wrongGrid;
+    int wrongNumberOfVariables;
+  } ranges[] = {{elem->rxImageFlag, elem->rxImage, -71656, -71657},
+                {elem->ryImageFlag, elem->ryImage, -71666, -71667},
+                {elem->rzImageFlag, elem->rzImage, -71676, -71677}};
+  for (const auto& range : ranges) {
+    if (!range.imageFlag) continue;
+    result =
+        kestrum::ValidateParameterImage(range.image, domain, range.wrongGrid, range.wrongNumberOfVariables, status);
+    if (result != 0 || *status != 0) return result;
+    // Any value is accepted, as it is for a constant range.
+    kestrum::WalkElementImage(*range.image, domain, [](real) { return 0; });
+    *rangeStationary = *elemStationary = FALSE;
+  }
+
+  if (!kestrum::HasExtraParameter(type)) return 0;
+  result = kestrum::ValidateExtraParameter(*elem, domain, status);
+  if (result != 0 || *status != 0) return result;
+  if (elem->sImageFlag) *elemStationary = FALSE;
+  return 0;
+}
+
+int VORLKestrumValidateCovModel(VORL_COVMODEL* model, VORL_GRID* grid, VORL_IMAGE* mask, BOOLEAN* rotationStationary,
+                                BOOLEAN* weightStationary, BOOLEAN* rangeStationary, BOOLEAN* covModelStationary,
+                                int* status) noexcept {
+  *status = 0;
+  *rotationStationary = TRUE;
+  *weightStationary = TRUE;
+  *rangeStationary = TRUE;
+  *covModelStationary = TRUE;
+  if (model->nelem < 1 || model->covModelElem == nullptr) {
+    *status = -71009;
+    return 0;
+  }
+
+  for (int i = 0; i < model->nelem; ++i) {
+    BOOLEAN weightIsConstant, rangeIsConstant, elemIsConstant;
+    const int result = VORLKestrumValidateCovModelElem(&model->covModelElem[i], grid, mask, &weightIsConstant,
+                                                       &rangeIsConstant, &elemIsConstant, status);
+    if (result != 0 || *status != 0) return result;
+    if (!weightIsConstant) *weightStationary = FALSE;
+    if (!rangeIsConstant) *rangeStationary = FALSE;
+    if (!elemIsConstant) *covModelStationary = FALSE;
+  }
+
+  const struct {
+    BOOLEAN imageFlag;
+    VORL_IMAGE* image;
+  } angles[] = {{model->angle1ImageFlag, model->angle1Image},
+                {model->angle2ImageFlag, model->angle2Image},
+                {model->angle3ImageFlag, model->angle3Image}};
+  for (const auto& angle : angles) {
+    if (!angle.imageFlag) continue;
+    const int result = kestrum::ValidateAngle(angle.image, {grid, mask}, status);
+    if (result != 0 || *status != 0) return result;
+    *rotationStationary = *covModelStationary = FALSE;
+  }
+  return 0;
+}
+
+int VORLKestrumPrintCovModelElem(VORL_COVMODELELEM* elem, char* prefix, FILE* stream) noexcept {
+  kestrum::NestedPrefix nested;
+  if (const int status = nested.Extend(prefix); status != 0) return status;
+  const kestrum::PrintedParameter weight[] = {{"weight", elem->weightImageFlag, elem->weightValue, elem->weightImage}};
+  const kestrum::PrintedParameter ranges[] = {{"rx", elem->rxImageFlag, elem->rxValue, elem->rxImage},
+                                              {"ry", elem->ryImageFlag, elem->ryValue, elem->ryImage},
+                                              {"rz", elem->rzImageFlag, elem->rzValue, elem->rzImage}};
+  const kestrum::PrintedParameter extra[] = {{"s", elem->sImageFlag, elem->sValue, elem->sImage}};
+
+  const int type = kestrum::ElementType(*elem);
+  std::fprintf(stream, "%sType: %s\n", prefix, kestrum::TypeName(type));
+  std::fprintf(stream, "%sWeight:\n", prefix);
+  if (const int status = kestrum::PrintParameters(weight, prefix, nested.text(), stream); status != 0) return status;
+  std::fprintf(stream, "%sRanges:\n", prefix);
+  if (const int status = kestrum::PrintParameters(ranges, prefix, nested.text(), stream); status != 0) return status;
+  if (!kestrum::HasExtraParameter(type)) return 0;
+  std::fprintf(stream, "%sAdditional parameter (%s), s:\n", prefix, type == COV_MATERN ? "nu" : "power");
+  return kestrum::PrintParameters(extra, prefix, nested.text(), stream);
+}
+
+int VORLKestrumPrintCovModel(VORL_COVMODEL* model, char* prefix, FILE* stream) noexcept {
+  kestrum::NestedPrefix nested;
+  if (const int status = nested.Extend(prefix); status != 0) return status;
+  std::fprintf(stream, "%sNumber of elementary covariance model (contribution): %2d\n", prefix, model->nelem);
+  for (int i = 0; i < model->nelem && model->covModelElem != nullptr; ++i) {
+    std::fprintf(stream, "\n%sElementary covariance model #%d:\n", prefix, i);
+    const int status = VORLKestrumPrintCovModelElem(&model->covModelElem[i], nested.text(), stream);
+    if (status != 0) return status;
+  }
+  const kestrum::PrintedParameter angles[] = {
+      {"angle1", model->angle1ImageFlag, model->angle1Value, model->angle1Image},
+      {"angle2", model->angle2ImageFlag, model->angle2Value, model->angle2Image},
+      {"angle3", model->angle3ImageFlag, model->angle3Value, model->angle3Image}};
+  std::fprintf(stream, "\n%sOrientation angles:\n", prefix);
+  return kestrum::PrintParameters(angles, prefix, nested.text(), stream);
+}
