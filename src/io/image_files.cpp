@@ -1,0 +1,399 @@
+#include "io/image_files.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#include "io/text_reader.hpp"
+#include "io/text_writer.hpp"
+
+namespace kestrum {
+namespace {
+
+enum TextFormat { kGslib, kVtk, kPgm, kPpm, kTextFormatCount };
+
+constexpr int kNameTooLong = -726;
+
+// What the two portable map formats do not share.
+struct PortableMap {
+  const char* keyword;
+  const char* label;
+  int nvar;
+  const char* names[3];
+  int lineRow;  // of a lacking line; a line too long and a wrong keyword have the next two
+  int dimensionStatus;
+  int wrongNvarStatus;
+  int not2DStatus;
+};
+constexpr PortableMap kPortableMaps[] = {
+    {"P2\n", "PGM", 1, {VORL_NAME_FOR_PGM_VAR}, 763, -766, -1016, -1018},
+    // It is meant that bad dimensions of a PPM give row 710, not one of its own.
+    {"P3\n",
+     "PPM",
+     3,
+     {VORL_NAME_FOR_PPM_VAR0, VORL_NAME_FOR_PPM_VAR1, VORL_NAME_FOR_PPM_VAR2},
+     767,
+     -710,
+     -1017,
+     -1019},
+};
+const PortableMap& MapOf(int fileFormat) { return kPortableMaps[fileFormat - kPgm]; }
+
+bool FitsInt(std::int64_t number) {
+  return number >= std::numeric_limits<int>::min() && number <= std::numeric_limits<int>::max();
+}
+
+// False if a size, the nodes of a section or all nodes are more than an int counts.
+bool SetDimensions(VORL_GRID* grid, std::int64_t nx, std::int64_t ny, std::int64_t nz) {
+  if (!FitsInt(nx) || !FitsInt(ny) || !FitsInt(nz) || !FitsInt(nx * ny) || !FitsInt(nx * ny * nz)) return false;
+  grid->nx = static_cast<int>(nx);
+  grid->ny = static_cast<int>(ny);
+  grid->nz = static_cast<int>(nz);
+  grid->nxy = static_cast<int>(nx * ny);
+  grid->nxyz = static_cast<int>(nx * ny * nz);
+  return true;
+}
+
+bool ValueCountFits(const VORL_GRID& grid, std::int64_t nvar) { return FitsInt(nvar) && FitsInt(nvar * grid.nxyz); }
+
+VORL_GRID UnitGrid() { return {0, 0, 0, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, 0, 0}; }
+
+// Variables without nodes: the values can not be allocated, however many variables there are.
+bool LacksNodes(const VORL_GRID& grid, std::int64_t nvar) { return nvar > 0 && grid.nxyz < 1; }
+
+int AllocateImage(VORL_IMAGE* image, const VORL_GRID& grid, std::int64_t nvar) {
+  const bool lacksNodes = LacksNodes(grid, nvar);
+  const int status = VORLMallocImage(image, lacksNodes ? 0 : grid.nxyz, lacksNodes ? 1 : static_cast<int>(nvar));
+  if (status != 0) return status;
+  *image->grid = grid;
+  image->nvar = static_cast<int>(nvar);
+  image->nxyzv = static_cast<int>(nvar * grid.nxyz);
+  return 0;
+}
+
+// Takes a header line; the status of a lacking line is that of `row`, that of a line too long is of the next row.
+int ReadLine(std::FILE* stream, char (&line)[VORL_LINE_LENGTH], int row) {
+  if (std::fgets(line, VORL_LINE_LENGTH, stream) == nullptr) return -row;
+  const std::size_t length = std::strlen(line);
+  return length > 0 && line[length - 1] == '\n' ? 0 : -(row + 1);
+}
+
+int TakeIntegers(TextReader& fields, std::int64_t (&values)[3]) {
+  int n = 0;
+  while (n < 3 && fields.TakeInteger(&values[n])) ++n;
+  return n;
+}
+
+int TakeReals(TextReader& fields, double* x, double* y, double* z) {
+  double* const values[] = {x, y, z};
+  int n = 0;
+  while (n < 3 && fields.TakeReal(values[n])) ++n;
+  return n;
+}
+
+bool TakeKeyword(TextReader& fields) {
+  char word[VORL_LINE_LENGTH];
+  return fields.TakeWord(word, sizeof(word)) == TextReader::Word::kTaken;
+}
+
+int ReadValues(VORL_IMAGE* image, TextReader& reader) {
+  if (image->nvar < 1) return 0;
+  const std::size_t nxyz = static_cast<std::size_t>(std::max(image->grid->nxyz, 0));
+  for (std::size_t node = 0; node < nxyz; ++node) {
+    double* value = image->var + node;
+    for (int v = 0; v < image->nvar; ++v, value += nxyz) {
+      if (!reader.TakeReal(value)) return -730;
+    }
+  }
+  return 0;
+}
+
+int TakeName(TextReader& reader, char* name) {
+  switch (reader.TakeWord(name, VORL_VARNAME_LENGTH)) {
+    case TextReader::Word::kNone:
+      return -725;
+    case TextReader::Word::kTooLong:
+      return kNameTooLong;
+    default:
+      return 0;
+  }
+}
+
+int ReadGslib(VORL_IMAGE* image, std::FILE* stream) {
+  char line[VORL_LINE_LENGTH];
+  if (const int status = ReadLine(stream, line, 721); status != 0) return status;
+  VORL_GRID grid = UnitGrid();
+  TextReader fields(line, std::strlen(line));
+  std::int64_t sizes[3];
+  int nfield = TakeIntegers(fields, sizes);
+  if (nfield == 3) nfield += TakeReals(fields, &grid.sx, &grid.sy, &grid.sz);
+  if (nfield == 6) nfield += TakeReals(fields, &grid.ox, &grid.oy, &grid.oz);
+  if (nfield % 3 != 0 || nfield == 0 || !SetDimensions(&grid, sizes[0], sizes[1], sizes[2])) return -723;
+
+  TextReader reader(stream);
+  std::int64_t nvar = 0;
+  if (!reader.TakeInteger(&nvar) || !ValueCountFits(grid, nvar)) return -724;
+  // A file shorter than its names takes no memory for them: their reading must fail, and tells how.
+  if (nvar > VORL_MAX_NVAR && !LacksNodes(grid, nvar) && reader.Remaining() < nvar) {
+    for (char name[VORL_VARNAME_LENGTH];;) {
+      if (const int status = TakeName(reader, name); status != 0) return status;
+    }
+  }
+  if (const int status = AllocateImage(image, grid, nvar); status != 0) return status;
+  for (int v = 0; v < image->nvar; ++v) {
+    if (const int status = TakeName(reader, image->varName[v]); status != 0) return status;
+  }
+  return ReadValues(image, reader);
+}
+
+// The names stand in one field, parted by slashes.
+int SplitVtkNames(const char* field, VORL_IMAGE* image) {
+  for (int v = 0; v < image->nvar; ++v) {
+    const char* const slash = v + 1 < image->nvar ? std::strchr(field, '/') : std::strchr(field, '\0');
+    if (slash == nullptr) return -759;
+    std::memcpy(image->varName[v], field, static_cast<std::size_t>(slash - field));
+    image->varName[v][slash - field] = '\0';
+    field = slash + 1;
+  }
+  return 0;
+}
+
+int ReadVtk(VORL_IMAGE* image, std::FILE* stream) {
+  char line[VORL_LINE_LENGTH];
+  for (int i = 1; i <= 4; ++i) {
+    if (const int status = ReadLine(stream, line, 741); status != 0) return status;
+  }
+  VORL_GRID grid = UnitGrid();
+  {
+    if (const int status = ReadLine(stream, line, 743); status != 0) return status;
+    TextReader fields(line, std::strlen(line));
+    std::int64_t sizes[3];
+    if (!TakeKeyword(fields) || TakeIntegers(fields, sizes) != 3 ||
+        !SetDimensions(&grid, sizes[0], sizes[1], sizes[2])) {
+      return -745;
+    }
+  }
+  {
+    if (const int status = ReadLine(stream, line, 746); status != 0) return status;
+    TextReader fields(line, std::strlen(line));
+    if (!TakeKeyword(fields) || TakeReals(fields, &grid.ox, &grid.oy, &grid.oz) != 3) return -748;
+  }
+  {
+    if (const int status = ReadLine(stream, line, 749); status != 0) return status;
+    TextReader fields(line, std::strlen(line));
+    if (!TakeKeyword(fields) || TakeReals(fields, &grid.sx, &grid.sy, &grid.sz) != 3) return -751;
+  }
+  {
+    if (const int status = ReadLine(stream, line, 752); status != 0) return status;
+    TextReader fields(line, std::strlen(line));
+    std::int64_t nxyz = 0;
+    if (!TakeKeyword(fields) || !fields.TakeInteger(&nxyz)) return -754;
+    if (nxyz != grid.nxyz) return -755;
+  }
+  char names[VORL_LINE_LENGTH];
+  std::int64_t nvar = 1;
+  {
+    if (const int status = ReadLine(stream, line, 756); status != 0) return status;
+    TextReader fields(line, std::strlen(line));
+    const bool complete =
+        TakeKeyword(fields) && fields.TakeWord(names, sizeof(names)) == TextReader::Word::kTaken && TakeKeyword(fields);
+    if (!complete) return -758;
+    if (!fields.TakeInteger(&nvar)) nvar = 1;
+    if (!ValueCountFits(grid, nvar)) return -758;
+    // More names than the line can hold take no memory.
+    if (nvar > VORL_LINE_LENGTH && !LacksNodes(grid, nvar)) return -759;
+  }
+  if (const int status = AllocateImage(image, grid, nvar); status != 0) return status;
+  if (const int status = SplitVtkNames(names, image); status != 0) return status;
+  if (const int status = ReadLine(stream, line, 761); status != 0) return status;
+  TextReader reader(stream);
+  return ReadValues(image, reader);
+}
+
+int ReadPortableMap(VORL_IMAGE* image, const PortableMap& map, std::FILE* stream) {
+  char line[VORL_LINE_LENGTH];
+  if (const int status = ReadLine(stream, line, map.lineRow); status != 0) return status;
+  if (std::strcmp(line, map.keyword) != 0) return -(map.lineRow + 2);
+  if (const int status = ReadLine(stream, line, map.lineRow); status != 0) return status;
+  if (const int status = ReadLine(stream, line, map.lineRow); status != 0) return status;
+  VORL_GRID grid = UnitGrid();
+  {
+    TextReader fields(line, std::strlen(line));
+    std::int64_t nx = 0;
+    std::int64_t ny = 0;
+    const bool complete = fields.TakeInteger(&nx) && fields.TakeInteger(&ny);
+    if (!complete || !SetDimensions(&grid, nx, ny, 1) || !ValueCountFits(grid, map.nvar)) return map.dimensionStatus;
+  }
+  if (const int status = ReadLine(stream, line, map.lineRow); status != 0) return status;
+  if (const int status = AllocateImage(image, grid, map.nvar); status != 0) return status;
+  for (int v = 0; v < map.nvar; ++v) std::strcpy(image->varName[v], map.names[v]);
+  TextReader reader(stream);
+  return ReadValues(image, reader);
+}
+
+void WriteGslibHeader(const VORL_IMAGE& image, std::FILE* stream) {
+  const VORL_GRID& grid = *image.grid;
+  std::fprintf(stream, "%d %d %d %f %f %f %f %f %f\n", grid.nx, grid.ny, grid.nz, grid.sx, grid.sy, grid.sz, grid.ox,
+               grid.oy, grid.oz);
+  std::fprintf(stream, "%d\n", image.nvar);
+  for (int v = 0; v < image.nvar; ++v) std::fprintf(stream, "%s\n", image.varName[v]);
+}
+
+void WriteVtkHeader(const VORL_IMAGE& image, std::FILE* stream) {
+  const VORL_GRID& grid = *image.grid;
+  std::fprintf(stream, "# vtk DataFile Version %3.1f\nImage\nASCII\nDATASET STRUCTURED_POINTS\n",
+               VORL_VTK_VERSION_NUMBER);
+  std::fprintf(stream, "DIMENSIONS %d %d %d\n", grid.nx, grid.ny, grid.nz);
+  std::fprintf(stream, "ORIGIN %f %f %f\n", grid.ox, grid.oy, grid.oz);
+  std::fprintf(stream, "SPACING %f %f %f\n", grid.sx, grid.sy, grid.sz);
+  std::fprintf(stream, "POINT_DATA %d\nSCALARS ", grid.nxyz);
+  for (int v = 0; v < image.nvar; ++v) std::fprintf(stream, v == 0 ? "%s" : "/%s", image.varName[v]);
+  std::fprintf(stream, " float %d\nLOOKUP_TABLE default\n", image.nvar);
+}
+
+void WritePortableMapHeader(const VORL_IMAGE& image, const PortableMap& map, std::FILE* stream) {
+  const VORL_GRID& grid = *image.grid;
+  std::fprintf(stream, "%s# %s: %d %d %d %f %f %f %f %f %f\n%d %d\n255\n", map.keyword, map.label, grid.nx, grid.ny,
+               grid.nz, grid.sx, grid.sy, grid.sz, grid.ox, grid.oy, grid.oz, grid.nx, grid.ny);
+}
+
+void WriteValues(const VORL_IMAGE& image, const FormatList& formats, std::FILE* stream) {
+  TextWriter writer(stream);
+  const std::size_t nxyz = static_cast<std::size_t>(std::max(image.grid->nxyz, 0));
+  for (std::size_t node = 0; node < nxyz; ++node) {
+    const double* value = image.var + node;
+    for (int v = 0; v < image.nvar; ++v, value += nxyz) {
+      if (v > 0) writer.Put(' ');
+      writer.Put(formats[v], *value);
+    }
+    writer.Put('\n');
+  }
+}
+
+// The fixed fields of the binary form in the order of the file. The row of a failure is `row` behind the first row of
+// the writer or of the reader.
+struct BinaryHeader {
+  unsigned char sizeOfInt = sizeof(int);
+  unsigned char sizeOfReal = sizeof(real);
+  VORL_GRID grid = UnitGrid();
+  int nvar = 0;
+
+  // Calls transfer(field, size) for each field, up to the first that fails; `row` then is its row.
+  template <typename Transfer>
+  bool ForEachField(const Transfer& transfer, int* row) {
+    const struct {
+      void* data;
+      std::size_t size;
+      int row;
+    } fields[] = {
+        {&sizeOfInt, sizeof(sizeOfInt), 0}, {&sizeOfReal, sizeof(sizeOfReal), 1}, {&grid.nx, sizeof(int), 3},
+        {&grid.ny, sizeof(int), 4},         {&grid.nz, sizeof(int), 5},           {&grid.sx, sizeof(real), 6},
+        {&grid.sy, sizeof(real), 7},        {&grid.sz, sizeof(real), 8},          {&grid.ox, sizeof(real), 9},
+        {&grid.oy, sizeof(real), 10},       {&grid.oz, sizeof(real), 11},         {&nvar, sizeof(int), 12},
+    };
+    for (const auto& field : fields) {
+      *row = field.row;
+      if (!transfer(field.data, field.size)) return false;
+    }
+    return true;
+  }
+};
+static_assert(sizeof(int) == 4 && sizeof(real) == 8);
+
+constexpr int kBinaryWriterRow = 1025;
+constexpr int kBinaryReaderRow = 1045;
+constexpr int kNzRow = 5;
+constexpr int kNvarRow = 12;
+constexpr int kNamesRow = 13;
+constexpr int kValuesRow = 14;
+
+int ReadBinaryName(std::FILE* stream, char* name) {
+  for (int i = 0; i < VORL_VARNAME_LENGTH; ++i) {
+    const int c = std::getc(stream);
+    if (c == EOF) return -(kBinaryReaderRow + kNamesRow);
+    name[i] = static_cast<char>(c);
+    if (c == '\0') return 0;
+  }
+  name[VORL_VARNAME_LENGTH - 1] = '\0';
+  return kNameTooLong;
+}
+
+}  // namespace
+}  // namespace kestrum
+
+using namespace kestrum;
+
+int VORLReadImage(VORL_IMAGE* image, int fileFormat, FILE* stream) noexcept {
+  switch (fileFormat) {
+    case kGslib:
+      return ReadGslib(image, stream);
+    case kVtk:
+      return ReadVtk(image, stream);
+    case kPgm:
+    case kPpm:
+      return ReadPortableMap(image, MapOf(fileFormat), stream);
+    default:
+      return -720;
+  }
+}
+
+int VORLWriteImage(VORL_IMAGE* image, char* formatString, int fileFormat, FILE* stream) noexcept {
+  if (fileFormat < 0 || fileFormat >= kTextFormatCount) return -1020;
+  const bool isMap = fileFormat == kPgm || fileFormat == kPpm;
+  if (isMap && image->nvar != MapOf(fileFormat).nvar) return MapOf(fileFormat).wrongNvarStatus;
+  if (isMap && image->grid->nz != 1) return MapOf(fileFormat).not2DStatus;
+  FormatList formats;
+  if (image->nvar >= 1) {
+    if (const int status = formats.Split(formatString, image->nvar); status != 0) return status;
+  }
+
+  if (fileFormat == kGslib) {
+    WriteGslibHeader(*image, stream);
+  } else if (fileFormat == kVtk) {
+    WriteVtkHeader(*image, stream);
+  } else {
+    WritePortableMapHeader(*image, MapOf(fileFormat), stream);
+  }
+  if (image->nvar >= 1) WriteValues(*image, formats, stream);
+  return 0;
+}
+
+int VORLReadImageGslibBinary(VORL_IMAGE* image, FILE* stream) noexcept {
+  BinaryHeader header;
+  int row = 0;
+  const auto transfer = [stream](void* field, std::size_t size) { return std::fread(field, size, 1, stream) == 1; };
+  if (!header.ForEachField(transfer, &row)) return -(kBinaryReaderRow + row);
+  VORL_GRID grid = header.grid;
+  if (!SetDimensions(&grid, grid.nx, grid.ny, grid.nz)) return -(kBinaryReaderRow + kNzRow);
+  if (!ValueCountFits(grid, header.nvar)) return -(kBinaryReaderRow + kNvarRow);
+  // As in the text form, names that are not there take no memory.
+  if (header.nvar > VORL_MAX_NVAR && !LacksNodes(grid, header.nvar) && RemainingBytes(stream) < header.nvar) {
+    for (char name[VORL_VARNAME_LENGTH];;) {
+      if (const int status = ReadBinaryName(stream, name); status != 0) return status;
+    }
+  }
+  if (const int status = AllocateImage(image, grid, header.nvar); status != 0) return status;
+  if (image->nvar < 1) return 0;
+  for (int v = 0; v < image->nvar; ++v) {
+    if (const int status = ReadBinaryName(stream, image->varName[v]); status != 0) return status;
+  }
+  const std::size_t nvalue = static_cast<std::size_t>(image->nxyzv);
+  return std::fread(image->var, sizeof(real), nvalue, stream) == nvalue ? 0 : -(kBinaryReaderRow + kValuesRow);
+}
+
+int VORLWriteImageGslibBinary(VORL_IMAGE* image, FILE* stream) noexcept {
+  BinaryHeader header;
+  header.grid = *image->grid;
+  header.nvar = image->nvar;
+  int row = 0;
+  const auto transfer = [stream](void* field, std::size_t size) { return std::fwrite(field, size, 1, stream) == 1; };
+  if (!header.ForEachField(transfer, &row)) return -(kBinaryWriterRow + row);
+  if (image->nvar < 1) return 0;
+  for (int v = 0; v < image->nvar; ++v) {
+    const std::size_t length = std::strlen(image->varName[v]) + 1;
+    if (std::fwrite(image->varName[v], 1, length, stream) != length) return -(kBinaryWriterRow + kNamesRow);
+  }
+  const std::size_t nvalue = static_cast<std::size_t>(std::max(image->nxyzv, 0));
+  return std::fwrite(image->var, sizeof(real), nvalue, stream) == nvalue ? 0 : -(kBinaryWriterRow + kValuesRow);
+}

@@ -1,0 +1,56 @@
+#ifndef KESTRUM_IO_TEXT_READER_HPP
+#define KESTRUM_IO_TEXT_READER_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+namespace kestrum {
+
+// Number of bytes between the position of a stream and its end; the largest number if the stream can not tell.
+std::int64_t RemainingBytes(std::FILE* stream) noexcept;
+
+// Takes words and numbers, parted by white space, from a stream or from a text, just as scanf with "%s", "%d" and "%lf"
+// would, only faster. A stream is read in blocks; the destructor puts it back to just behind what was taken, so nothing
+// else may use the stream while the reader lives. A stream that can not seek is read character by character.
+class TextReader {
+ public:
+  enum class Word { kTaken, kNone, kTooLong };
+
+  // No number has more characters than this; longer ones are refused.
+  static constexpr std::size_t kLongestNumber = 4095;
+
+  explicit TextReader(std::FILE* stream) noexcept;
+  TextReader(const char* text, std::size_t length) noexcept : cursor_(text), end_(text + length) {}
+  TextReader(const TextReader&) = delete;
+  TextReader& operator=(const TextReader&) = delete;
+  ~TextReader();
+
+  // Bytes not yet taken, as far as is known (see RemainingBytes above).
+  std::int64_t Remaining() const noexcept;
+
+  // These two leave the value alone if they fail.
+  // An integer; one that leaves 64 bits becomes the nearest that does not.
+  bool TakeInteger(std::int64_t* value) noexcept;
+  bool TakeReal(double* value) noexcept;
+  // Writes the word, cut to fit `size` bytes with its terminator. Reading stops at the first character too many.
+  Word TakeWord(char* word, std::size_t size) noexcept;
+
+ private:
+  int Peek() noexcept { return cursor_ != end_ || Fill() ? static_cast<unsigned char>(*cursor_) : EOF; }
+  bool Fill() noexcept;
+  bool SkipSpace() noexcept;
+  bool TakeRealByCharacter(double* value) noexcept;
+
+  static constexpr std::size_t kBlockSize = 1 << 14;
+
+  std::FILE* stream_ = nullptr;
+  bool seekable_ = false;
+  const char* cursor_ = nullptr;
+  const char* end_ = nullptr;
+  char block_[kBlockSize];
+};
+
+}  // namespace kestrum
+
+#endif

@@ -1,0 +1,75 @@
+#ifndef KESTRUM_IO_TEXT_WRITER_HPP
+#define KESTRUM_IO_TEXT_WRITER_HPP
+
+#include <cstddef>
+#include <cstdio>
+
+#include "core/buffer.hpp"
+#include "core/text.h"
+
+namespace kestrum {
+
+// A printf format for one number. Plain formats (width, precision and conversion, nothing else) are printed without
+// printf, letter for letter alike.
+struct NumberFormat {
+  // Takes a format over from `length` characters; false if it is too long, if it has more than one conversion, or if the
+  // conversion does not fit: a format that ends in 'd' or 'i' prints an int, any other a double.
+  bool Set(const char* format, std::size_t length) noexcept;
+
+  char text[VORL_WORD_LENGTH];
+  bool integer;
+  char plain;  // 'd', 'e', 'f' or 'g' if the format is plain, otherwise 0
+  int width;   // these two of a plain format
+  int precision;
+  double wholeLimit;  // whole numbers of a magnitude below this look as an int does
+};
+
+// The formats of `count` numbers, from a list of formats separated by semicolons: the list is repeated if it is short,
+// and what it has in surplus is not looked at.
+class FormatList {
+ public:
+  // -1021 if there is no format, or an unfit one; otherwise the status of the allocation.
+  [[nodiscard]] int Split(const char* list, int count) noexcept;
+
+  const NumberFormat& operator[](int number) const noexcept {
+    return formats_[static_cast<unsigned>(number) % static_cast<unsigned>(formats_.size())];
+  }
+
+ private:
+  Buffer<NumberFormat> formats_;
+};
+
+// Collects text in a block, and writes it to the stream in large pieces, the last at its destruction. Failures of the
+// stream are not looked at.
+class TextWriter {
+ public:
+  explicit TextWriter(std::FILE* stream) noexcept : stream_(stream) {}
+  TextWriter(const TextWriter&) = delete;
+  TextWriter& operator=(const TextWriter&) = delete;
+  ~TextWriter() { Flush(); }
+
+  void Put(char c) noexcept {
+    if (length_ == kBlockSize) Flush();
+    block_[length_++] = c;
+  }
+  // An integer format prints the value truncated toward zero; a value that no int holds becomes the lowest int.
+  void Put(const NumberFormat& format, double value) noexcept;
+
+ private:
+  void Flush() noexcept;
+  bool PutPlain(const NumberFormat& format, double value) noexcept;
+  template <typename Number>
+  void Print(const char* format, Number number) noexcept;
+
+  static constexpr std::size_t kBlockSize = 1 << 14;
+  // Free space that is made before a number is printed.
+  static constexpr std::size_t kNumberRoom = 512;
+
+  std::FILE* stream_;
+  std::size_t length_ = 0;
+  char block_[kBlockSize];
+};
+
+}  // namespace kestrum
+
+#endif
