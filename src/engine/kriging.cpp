@@ -1,0 +1,192 @@
+#include "engine/kriging.hpp"
+
+#include <cstdlib>
+
+#include "numeric/gmres.hpp"
+
+namespace kestrum {
+namespace {
+
+constexpr int kMaxRestart = 100;
+constexpr int kMaxCycle = 10000;
+
+// The table of covariances may hold this many entries per node of the grid, and a basic amount for small grids.
+constexpr std::int64_t kTableEntriesPerNode = 4;
+constexpr std::int64_t kTableEntriesBasic = 1 << 20;
+// Places in the box of differences are int.
+constexpr std::int64_t kTableEntriesMax = 1 << 29;
+
+}  // namespace
+
+LocalModel ModelAtNode(const KrigingModel& model, int node) noexcept {
+  LocalModel local{model.sill, model.rotated, model.rotation};
+  if (!model.weightStationary) local.sill = SillAtNode(*model.covModel, node);
+  if (!model.rotationStationary) {
+    real angles[3];
+    local.rotated = AnglesAtNode(*model.covModel, node, angles);
+    if (local.rotated) local.rotation = Rotation::FromAngles(angles);
+  }
+  return local;
+}
+
+GmresLimits SolverLimits(int size) noexcept {
+  return {VORL_EPSILON, std::min(size, kMaxRestart), size <= kMaxRestart ? 1 : kMaxCycle};
+}
+
+int FirstGuess::Allocate(int size) noexcept {
+  if (const int status = first_.Allocate(size); status != 0) return status;
+  VORL_RANDCONTEXT context;
+  VORLInitRandContext(&context);
+  Draw(1, size, first_.data(), context);
+  return 0;
+}
+
+void FirstGuess::Draw(int attempt, int size, real* guess, VORL_RANDCONTEXT& context) noexcept {
+  VORLDoubleRand(attempt, &context);
+  for (int i = 0; i < size; ++i) guess[i] = VORLDoubleRand(0, &context);
+}
+
+int NeighborCovariances::Prepare(const KrigingModel& model, const NeighborList& list) noexcept {
+  model_ = &model;
+  list_ = &list;
+  if (!model.covModelStationary) return 0;
+  const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
+  const int extent[3] = {offsets.ixMax - offsets.ixMin, offsets.iyMax - offsets.iyMin, offsets.izMax - offsets.izMin};
+  const int cells[3] = {list.grid.nx, list.grid.ny, list.grid.nz};
+  const std::int64_t budget = std::min(kTableEntriesBasic + kTableEntriesPerNode * list.grid.nxyz, kTableEntriesMax);
+  std::int64_t size = 1;
+  for (int axis = 0; axis < 3; ++axis) {
+    reach_[axis] = std::min(extent[axis], cells[axis] - 1);
+    width_[axis] = 2 * static_cast<std::int64_t>(reach_[axis]) + 1;
+    size *= width_[axis];
+    if (size > 2 * budget) return 0;
+  }
+  if (const int status = table_.Allocate(size / 2 + 1, kNotEvaluated); status != 0) return status;
+  if (const int status = code_.Allocate(offsets.size); status != 0) return status;
+  for (int e = 0; e < offsets.size; ++e) {
+    code_[e] = static_cast<int>(offsets.ix[e] + width_[0] * (offsets.iy[e] + width_[1] * offsets.iz[e]));
+  }
+  return 0;
+}
+
+real NeighborCovariances::Evaluate(std::int64_t difference) const noexcept {
+  const std::int64_t place = difference + reach_[0] + width_[0] * (reach_[1] + width_[1] * reach_[2]);
+  const int dx = static_cast<int>(place % width_[0]) - reach_[0];
+  const int dy = static_cast<int>(place / width_[0] % width_[1]) - reach_[1];
+  const int dz = static_cast<int>(place / width_[0] / width_[1]) - reach_[2];
+  const VORL_GRID& grid = list_->grid;
+  Rotation::Lag lag{dx * grid.sx, dy * grid.sy, dz * grid.sz};
+  if (model_->rotated) lag = model_->rotation.ToModelAxes(lag.x, lag.y, lag.z);
+  real covariance;
+  EvaluateFixed(*model_->covModel, nullptr, 1, &lag.x, &lag.y, &lag.z, &covariance);
+  return covariance;
+}
+
+void NeighborCovariances::Fill(const LocalModel& local, int node, const int* entries, int m, int size, real* matrix,
+                               int stride, real* lag, int* code) const noexcept {
+  const auto store = [=](int i, int j, real covariance) {
+    matrix[static_cast<std::ptrdiff_t>(i * size + j) * stride] = covariance;
+    matrix[static_cast<std::ptrdiff_t>(j * size + i) * stride] = covariance;
+  };
+  if (table_) {
+    for (int i = 0; i < m; ++i) code[i] = code_[entries[i]];
+    for (int i = 0; i < m; ++i) {
+      for (int j = i + 1; j < m; ++j) store(i, j, Tabulated(code[j] - code[i]));
+    }
+    return;
+  }
+  // Row by row. A model that is not stationary has the parameters of the target node for every pair of neighbours.
+  const VORL_SEARCHNEIGHBORHOOD& offsets = *list_->offsets;
+  const VORL_GRID& grid = list_->grid;
+  real* lagX = lag;
+  real* lagY = lag + m;
+  real* lagZ = lag + 2 * m;
+  real* row = lag + 3 * m;
+  for (int i = 0; i < m - 1; ++i) {
+    const int first = entries[i];
+    const int count = m - 1 - i;
+    for (int k = 0; k < count; ++k) {
+      const int other = entries[i + 1 + k];
+      lagX[k] = (offsets.ix[other] - offsets.ix[first]) * grid.sx;
+      lagY[k] = (offsets.iy[other] - offsets.iy[first]) * grid.sy;
+      lagZ[k] = (offsets.iz[other] - offsets.iz[first]) * grid.sz;
+    }
+    if (model_->covModelStationary) {
+      EvaluateFixed(*model_->covModel, local.rotationOrNull(), count, lagX, lagY, lagZ, row);
+    } else {
+      EvaluateAtNode(*model_->covModel, node, local.rotationOrNull(), count, lagX, lagY, lagZ, row);
+    }
+    for (int k = 0; k < count; ++k) store(i, i + 1 + k, row[k]);
+  }
+}
+
+void NeighborCovariances::FillRhs(const LocalModel& local, int node, const int* entries, int m, real* rhs,
+                                  int stride) const noexcept {
+  const VORL_SEARCHNEIGHBORHOOD& offsets = *list_->offsets;
+  if (model_->covModelStationary) {
+    for (int i = 0; i < m; ++i) rhs[i * stride] = offsets.weight[entries[i]];
+    return;
+  }
+  const VORL_GRID& grid = list_->grid;
+  for (int i = 0; i < m; ++i) {
+    const int e = entries[i];
+    const Rotation::Lag lag{offsets.ix[e] * grid.sx, offsets.iy[e] * grid.sy, offsets.iz[e] * grid.sz};
+    EvaluateAtNode(*model_->covModel, node, local.rotationOrNull(), 1, &lag.x, &lag.y, &lag.z, &rhs[i * stride]);
+  }
+}
+
+int KrigingSolver::Allocate(const KrigingModel& model, const NeighborCovariances& covariances, const FirstGuess& guess,
+                            int capacity) noexcept {
+  model_ = &model;
+  covariances_ = &covariances;
+  guess_ = &guess;
+  VORLInitRandContext(&context_);
+  const std::size_t size = model.SystemSize(capacity);
+  const std::size_t batchSize = std::min<std::size_t>(size, kMaxBatchSize);
+  const struct {
+    Buffer<real>* buffer;
+    std::size_t size;
+  } wanted[] = {
+      {&batchMatrix_, batchSize * batchSize * kLanes},
+      {&batchRhs_, batchSize * kLanes},
+      {&batchWeight_, batchSize * kLanes},
+      {&batchWork_, GmresBatchWorkSize(static_cast<int>(batchSize), static_cast<int>(batchSize))},
+      {&matrix_, size * size},
+      {&rhs_, size},
+      {&weight_, size},
+      {&work_, GmresWorkSize(static_cast<int>(size), std::min(static_cast<int>(size), kMaxRestart))},
+      {&lag_, 4 * static_cast<std::size_t>(capacity)},
+  };
+  for (const auto& [buffer, count] : wanted) {
+    if (const int status = buffer->Allocate(count); status != 0) return status;
+  }
+  return code_.Allocate(capacity);
+}
+
+real KrigingSolver::Build(const KrigingTask& task, real* matrix, real* rhs, int stride) noexcept {
+  const LocalModel local = ModelAtNode(*model_, task.node);
+  const int size = model_->SystemSize(task.m);
+  covariances_->FillRhs(local, task.node, task.entries, task.m, rhs, stride);
+  covariances_->Fill(local, task.node, task.entries, task.m, size, matrix, stride, lag_.data(), code_.data());
+  for (int i = 0; i < task.m; ++i) matrix[static_cast<std::ptrdiff_t>(i * size + i) * stride] = local.sill;
+  if (model_->ordinaryKriging) AddUnbiasedness(task.m, size, matrix, rhs, stride);
+  return local.sill;
+}
+
+void KrigingSolver::AddUnbiasedness(int m, int size, real* matrix, real* rhs, int stride) noexcept {
+  for (int i = 0; i < m; ++i) {
+    matrix[static_cast<std::ptrdiff_t>(i * size + m) * stride] = 1.0;
+    matrix[static_cast<std::ptrdiff_t>(m * size + i) * stride] = 1.0;
+  }
+  matrix[static_cast<std::ptrdiff_t>(m * size + m) * stride] = 0.0;
+  rhs[m * stride] = 1.0;
+}
+
+void KrigingSolver::FillIdleLanes(int size, int count) noexcept {
+  for (int lane = count; lane < kLanes; ++lane) {
+    for (int i = 0; i < size * size; ++i) batchMatrix_[i * kLanes + lane] = batchMatrix_[i * kLanes];
+    for (int i = 0; i < size; ++i) batchRhs_[i * kLanes + lane] = batchRhs_[i * kLanes];
+  }
+}
+
+}  // namespace kestrum

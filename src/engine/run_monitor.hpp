@@ -1,0 +1,60 @@
+#ifndef KESTRUM_ENGINE_RUN_MONITOR_HPP
+#define KESTRUM_ENGINE_RUN_MONITOR_HPP
+
+#include <climits>
+
+#include "core/progress_monitor.h"
+#include "engine/warnings.hpp"
+
+namespace kestrum {
+
+using ProgressCallback = int (*)(VORL_PROGRESSMONITOR*);
+
+// What a worker tells its caller. Every store into the monitor and every call of the callback stand in one critical
+// section, so that the callback is never called from two threads at once.
+class RunMonitor {
+ public:
+  RunMonitor(VORL_PROGRESSMONITOR* monitor, ProgressCallback callback) noexcept
+      : monitor_(monitor), callback_(callback) {}
+
+  void StartRealizations(int nrealization) const noexcept {
+    if (monitor_ != nullptr) monitor_->nrealization = nrealization;
+  }
+
+  void FinishRealization() const noexcept {
+    if (monitor_ != nullptr) ++monitor_->currentRealization;
+  }
+
+  // Reports that a part (0 to 1) of the current realization is done, if the whole percentage over all realizations has
+  // grown. Gives 0, the callback's result, or kAborted. Only one thread of a region may call it.
+  [[nodiscard]] int Publish(double part) const noexcept {
+    if (monitor_ == nullptr) return 0;
+    const double percentage = (monitor_->currentRealization + part) * 100.0 / monitor_->nrealization;
+    const int whole = percentage < INT_MAX ? static_cast<int>(percentage) : INT_MAX;
+    if (whole <= monitor_->allRealizationProgress) return 0;
+    int status = 0;
+#pragma omp critical(UpdateErrorAndProgress)
+    {
+      monitor_->allRealizationProgress = whole;
+      if (callback_ != nullptr) status = callback_(monitor_);
+    }
+    if (status != 0) return status;
+    return Aborted(monitor_) ? kAborted : 0;
+  }
+
+  // Raises a warning. What the callback answers does not end the run here: a set abort flag is found at the next test.
+  void Warn(int number) const noexcept {
+#pragma omp critical(UpdateErrorAndProgress)
+    static_cast<void>(RaiseWarning(monitor_, callback_, number));
+  }
+
+  bool AbortedRun() const noexcept { return Aborted(monitor_); }
+
+ private:
+  VORL_PROGRESSMONITOR* monitor_;
+  ProgressCallback callback_;
+};
+
+}  // namespace kestrum
+
+#endif
