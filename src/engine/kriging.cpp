@@ -82,16 +82,32 @@ real NeighborCovariances::Evaluate(std::int64_t difference) const noexcept {
   return covariance;
 }
 
+void NeighborCovariances::FillSideBySide(const int* const entries[kLanes], int m, int size, real* matrix,
+                                         int* code) const noexcept {
+  for (int i = 0; i < m; ++i) {
+    for (int lane = 0; lane < kLanes; ++lane) code[i * kLanes + lane] = code_[entries[lane][i]];
+  }
+  for (int i = 0; i < m; ++i) {
+    const int* const from = code + i * kLanes;
+    for (int j = i + 1; j < m; ++j) {
+      const int* const to = code + j * kLanes;
+      real covariance[kLanes];
+      for (int lane = 0; lane < kLanes; ++lane) covariance[lane] = Tabulated(to[lane] - from[lane]);
+      std::copy_n(covariance, kLanes, matrix + static_cast<std::ptrdiff_t>(i * size + j) * kLanes);
+      std::copy_n(covariance, kLanes, matrix + static_cast<std::ptrdiff_t>(j * size + i) * kLanes);
+    }
+  }
+}
+
 void NeighborCovariances::Fill(const LocalModel& local, int node, const int* entries, int m, int size, real* matrix,
-                               int stride, real* lag, int* code) const noexcept {
+                               int stride, real* lag) const noexcept {
   const auto store = [=](int i, int j, real covariance) {
     matrix[static_cast<std::ptrdiff_t>(i * size + j) * stride] = covariance;
     matrix[static_cast<std::ptrdiff_t>(j * size + i) * stride] = covariance;
   };
   if (table_) {
-    for (int i = 0; i < m; ++i) code[i] = code_[entries[i]];
     for (int i = 0; i < m; ++i) {
-      for (int j = i + 1; j < m; ++j) store(i, j, Tabulated(code[j] - code[i]));
+      for (int j = i + 1; j < m; ++j) store(i, j, Tabulated(code_[entries[j]] - code_[entries[i]]));
     }
     return;
   }
@@ -160,33 +176,54 @@ int KrigingSolver::Allocate(const KrigingModel& model, const NeighborCovariances
   for (const auto& [buffer, count] : wanted) {
     if (const int status = buffer->Allocate(count); status != 0) return status;
   }
-  return code_.Allocate(capacity);
+  return code_.Allocate(static_cast<std::size_t>(capacity) * kLanes);
 }
 
-real KrigingSolver::Build(const KrigingTask& task, real* matrix, real* rhs, int stride) noexcept {
+real KrigingSolver::Build(const KrigingTask& task) noexcept {
   const LocalModel local = ModelAtNode(*model_, task.node);
   const int size = model_->SystemSize(task.m);
-  covariances_->FillRhs(local, task.node, task.entries, task.m, rhs, stride);
-  covariances_->Fill(local, task.node, task.entries, task.m, size, matrix, stride, lag_.data(), code_.data());
-  for (int i = 0; i < task.m; ++i) matrix[static_cast<std::ptrdiff_t>(i * size + i) * stride] = local.sill;
-  if (model_->ordinaryKriging) AddUnbiasedness(task.m, size, matrix, rhs, stride);
+  covariances_->FillRhs(local, task.node, task.entries, task.m, rhs_.data(), 1);
+  covariances_->Fill(local, task.node, task.entries, task.m, size, matrix_.data(), 1, lag_.data());
+  for (int i = 0; i < task.m; ++i) matrix_[static_cast<std::ptrdiff_t>(i) * size + i] = local.sill;
+  if (model_->ordinaryKriging) AddUnbiasedness(task.m, size, matrix_.data(), rhs_.data());
   return local.sill;
 }
 
-void KrigingSolver::AddUnbiasedness(int m, int size, real* matrix, real* rhs, int stride) noexcept {
-  for (int i = 0; i < m; ++i) {
-    matrix[static_cast<std::ptrdiff_t>(i * size + m) * stride] = 1.0;
-    matrix[static_cast<std::ptrdiff_t>(m * size + i) * stride] = 1.0;
+void KrigingSolver::BuildSideBySide(const KrigingTask* tasks, const int* which, int count, real sill[kLanes]) noexcept {
+  const int m = tasks[which[0]].m;
+  const int size = model_->SystemSize(m);
+  const int* entries[kLanes];
+  for (int lane = 0; lane < kLanes; ++lane) {
+    const KrigingTask& task = tasks[which[lane < count ? lane : 0]];
+    const LocalModel local = ModelAtNode(*model_, task.node);
+    entries[lane] = task.entries;
+    sill[lane] = local.sill;
+    covariances_->FillRhs(local, task.node, task.entries, m, &batchRhs_[lane], kLanes);
+    if (!covariances_->tabulated()) {
+      covariances_->Fill(local, task.node, task.entries, m, size, &batchMatrix_[lane], kLanes, lag_.data());
+    }
   }
-  matrix[static_cast<std::ptrdiff_t>(m * size + m) * stride] = 0.0;
-  rhs[m * stride] = 1.0;
+  if (covariances_->tabulated()) {
+    covariances_->FillSideBySide(entries, m, size, batchMatrix_.data(), code_.data());
+  }
+  const auto element = [&](int i, int j) { return &batchMatrix_[static_cast<std::size_t>(i * size + j) * kLanes]; };
+  for (int i = 0; i < m; ++i) std::copy_n(sill, kLanes, element(i, i));
+  if (!model_->ordinaryKriging) return;
+  for (int i = 0; i < m; ++i) {
+    std::fill_n(element(i, m), kLanes, 1.0);
+    std::fill_n(element(m, i), kLanes, 1.0);
+  }
+  std::fill_n(element(m, m), kLanes, 0.0);
+  std::fill_n(&batchRhs_[static_cast<std::size_t>(m) * kLanes], kLanes, 1.0);
 }
 
-void KrigingSolver::FillIdleLanes(int size, int count) noexcept {
-  for (int lane = count; lane < kLanes; ++lane) {
-    for (int i = 0; i < size * size; ++i) batchMatrix_[i * kLanes + lane] = batchMatrix_[i * kLanes];
-    for (int i = 0; i < size; ++i) batchRhs_[i * kLanes + lane] = batchRhs_[i * kLanes];
+void KrigingSolver::AddUnbiasedness(int m, int size, real* matrix, real* rhs) noexcept {
+  for (int i = 0; i < m; ++i) {
+    matrix[static_cast<std::ptrdiff_t>(i) * size + m] = 1.0;
+    matrix[static_cast<std::ptrdiff_t>(m) * size + i] = 1.0;
   }
+  matrix[static_cast<std::ptrdiff_t>(m) * size + m] = 0.0;
+  rhs[m] = 1.0;
 }
 
 }  // namespace kestrum

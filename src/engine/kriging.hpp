@@ -69,10 +69,17 @@ class NeighborCovariances {
  public:
   [[nodiscard]] int Prepare(const KrigingModel& model, const NeighborList& list) noexcept;
 
+  // Whether FillSideBySide can be used.
+  bool tabulated() const noexcept { return static_cast<bool>(table_); }
+
   // Writes the covariances of a system's neighbours, both triangles, without the diagonal: element (i, j) goes to
   // matrix[(i*size + j)*stride]. `lag` is scratch for 4*m values.
-  void Fill(const LocalModel& local, int node, const int* entries, int m, int size, real* matrix, int stride, real* lag,
-            int* code) const noexcept;
+  void Fill(const LocalModel& local, int node, const int* entries, int m, int size, real* matrix, int stride,
+            real* lag) const noexcept;
+
+  // The same for kLanes systems of m neighbours at once, lane by lane in each element; from the table.
+  // entries[lane]: the neighbours of a lane. `code` is scratch for kLanes*m values.
+  void FillSideBySide(const int* const entries[kLanes], int m, int size, real* matrix, int* code) const noexcept;
 
   // The covariances of the target node with its neighbours, to rhs[i*stride].
   void FillRhs(const LocalModel& local, int node, const int* entries, int m, real* rhs, int stride) const noexcept;
@@ -157,19 +164,17 @@ class KrigingSolver {
   static constexpr int kMaxTask = 64;
 
  private:
-  // Builds the system of a task with its elements `stride` apart.
-  real Build(const KrigingTask& task, real* matrix, real* rhs, int stride) noexcept;
+  // Builds the system of a task, and returns the sill at its node.
+  real Build(const KrigingTask& task) noexcept;
+  // Builds the systems of up to kLanes tasks of one size, one per lane; lanes without a task repeat the first.
+  void BuildSideBySide(const KrigingTask* tasks, const int* which, int count, real sill[kLanes]) noexcept;
 
   template <typename Dropped, typename Done>
   void SolveSideBySide(const KrigingTask* tasks, const int* which, int count, int m, const Dropped& dropped,
                        const Done& done) noexcept {
     const int size = model_->SystemSize(m);
     real sill[kLanes];
-    for (int lane = 0; lane < count; ++lane) {
-      sill[lane] = Build(tasks[which[lane]], batchMatrix_.data() + lane, batchRhs_.data() + lane, kLanes);
-    }
-    // Lanes without a task repeat the first.
-    FillIdleLanes(size, count);
+    BuildSideBySide(tasks, which, count, sill);
     for (int i = 0; i < size; ++i) std::fill_n(&batchWeight_[i * kLanes], kLanes, guess_->first()[i]);
     const unsigned converged = GmresBatch(SolverLimits(size), size, batchMatrix_.data(), batchRhs_.data(),
                                           batchWeight_.data(), batchWork_.data());
@@ -184,12 +189,10 @@ class KrigingSolver {
     }
   }
 
-  void FillIdleLanes(int size, int count) noexcept;
-
   template <typename Dropped, typename Done>
   void SolveAlone(const KrigingTask& task, int index, int firstAttempt, const Dropped& dropped,
                   const Done& done) noexcept {
-    const real sill = Build(task, matrix_.data(), rhs_.data(), 1);
+    const real sill = Build(task);
     int m = task.m;
     const int stride = model_->SystemSize(m);
     int size = stride;
@@ -209,7 +212,7 @@ class KrigingSolver {
       if (--m == 0) break;
       --size;
       if (model_->ordinaryKriging) {
-        AddUnbiasedness(m, stride, matrix_.data(), rhs_.data(), 1);
+        AddUnbiasedness(m, stride, matrix_.data(), rhs_.data());
       }
       // The restart length stays, although it may exceed the size now.
       if (size <= limits.restart) limits.ncycle = 1;
@@ -219,7 +222,7 @@ class KrigingSolver {
   }
 
   // The row and column of ones at place m, in a matrix with rows of `size` elements.
-  static void AddUnbiasedness(int m, int size, real* matrix, real* rhs, int stride) noexcept;
+  static void AddUnbiasedness(int m, int size, real* matrix, real* rhs) noexcept;
 
   const KrigingModel* model_ = nullptr;
   const NeighborCovariances* covariances_ = nullptr;

@@ -42,7 +42,9 @@ int SparseNeighborSearch::Prepare(const NeighborList& list, const int* nodeStatu
   if (const int status = lowest_.Allocate(nrow * window_); status != 0) return status;
   if (const int status = highest_.Allocate(nrow * window_); status != 0) return status;
   if (const int status = rows_.Allocate(nrow); status != 0) return status;
-  if (const int status = dataX_.Allocate(ndata); status != 0) return status;
+  for (Buffer<int>* data : {&dataX_, &dataY_, &dataZ_}) {
+    if (const int status = data->Allocate(ndata); status != 0) return status;
+  }
   const std::size_t nline = static_cast<std::size_t>(grid.ny) * grid.nz;
   if (const int status = rowStart_.Allocate(nline + 1); status != 0) return status;
 
@@ -76,7 +78,11 @@ int SparseNeighborSearch::Prepare(const NeighborList& list, const int* nodeStatu
     rowStart_[line] = count;
     const int* status = nodeStatus + line * grid.nx;
     for (int ix = 0; ix < grid.nx && count < ndata; ++ix) {
-      if (status[ix] == 0) dataX_[count++] = ix;
+      if (status[ix] != 0) continue;
+      dataX_[count] = ix;
+      dataY_[count] = static_cast<int>(line % grid.ny);
+      dataZ_[count] = static_cast<int>(line / grid.ny);
+      ++count;
     }
   }
   rowStart_[nline] = count;
@@ -94,38 +100,54 @@ void SparseNeighborSearch::StartRun(NodeCoordinates first, int lastX, Scratch& s
   const VORL_GRID& grid = list_.grid;
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list_.offsets;
   const int firstX = first.ix + offsets.ixMin;  // start of the window
-  int* heap = scratch.highest.data();
+  int* const heap = scratch.highest.data();
   int nheap = 0;
   int bound = kNoRank;
   int count = 0;
-  for (const Row& row : rows_) {
-    if (row.lowest > bound || row.lowest == kNoRank) break;
-    const int iy = first.iy + row.dy;
-    const int iz = first.iz + row.dz;
-    if (iy < 0 || iy >= grid.ny || iz < 0 || iz >= grid.nz) continue;
-    const std::size_t line = static_cast<std::size_t>(iz) * grid.ny + iy;
-    const int* datum = dataX_.data() + rowStart_[line];
-    const int* end = dataX_.data() + rowStart_[line + 1];
-    if (datum == end) continue;
-    if (end - datum > 16) datum = std::lower_bound(datum, end, firstX);
-    const std::size_t boxRow = static_cast<std::size_t>(row.dz - offsets.izMin) * boxY_ + (row.dy - offsets.iyMin);
-    for (; datum != end && *datum <= lastX + offsets.ixMax; ++datum) {
-      if (*datum < firstX) continue;
-      const std::size_t place = boxRow * window_ + (*datum - firstX);
-      const int lowest = lowest_[place];
-      if (lowest > bound || lowest == kNoRank) continue;
-      scratch.candidates[count] = {static_cast<int>(boxRow * boxX_), *datum};
-      scratch.lowest[count] = lowest;
-      ++count;
-      const int highest = highest_[place];
-      if (highest >= bound) continue;
-      if (nheap == limit_) {
-        std::pop_heap(heap, heap + nheap);
-        --nheap;
+  // Takes in a datum of the window.
+  const auto consider = [&](std::size_t boxRow, int x) {
+    const std::size_t place = boxRow * window_ + (x - firstX);
+    const int lowest = lowest_[place];
+    if (lowest > bound || lowest == kNoRank) return;
+    scratch.candidates[count] = {static_cast<int>(boxRow * boxX_), x};
+    scratch.lowest[count] = lowest;
+    ++count;
+    const int highest = highest_[place];
+    if (highest >= bound) return;
+    if (nheap == limit_) {
+      std::pop_heap(heap, heap + nheap);
+      --nheap;
+    }
+    heap[nheap++] = highest;
+    std::push_heap(heap, heap + nheap);
+    if (nheap == limit_) bound = heap[0];
+  };
+  const int endX = lastX + offsets.ixMax;
+  if (static_cast<std::size_t>(ndata_) < rows_.size()) {
+    // Fewer data than rows in the box: each is looked at.
+    for (int i = 0; i < ndata_; ++i) {
+      const int dy = dataY_[i] - first.iy;
+      const int dz = dataZ_[i] - first.iz;
+      if (dataX_[i] < firstX || dataX_[i] > endX || dy < offsets.iyMin || dy > offsets.iyMax || dz < offsets.izMin ||
+          dz > offsets.izMax) {
+        continue;
       }
-      heap[nheap++] = highest;
-      std::push_heap(heap, heap + nheap);
-      if (nheap == limit_) bound = heap[0];
+      consider(static_cast<std::size_t>(dz - offsets.izMin) * boxY_ + (dy - offsets.iyMin), dataX_[i]);
+    }
+  } else {
+    for (const Row& row : rows_) {
+      if (row.lowest > bound || row.lowest == kNoRank) break;
+      const int iy = first.iy + row.dy;
+      const int iz = first.iz + row.dz;
+      if (iy < 0 || iy >= grid.ny || iz < 0 || iz >= grid.nz) continue;
+      const std::size_t line = static_cast<std::size_t>(iz) * grid.ny + iy;
+      const int* datum = dataX_.data() + rowStart_[line];
+      const int* const end = dataX_.data() + rowStart_[line + 1];
+      if (end - datum > 16) datum = std::lower_bound(datum, end, firstX);
+      const std::size_t boxRow = static_cast<std::size_t>(row.dz - offsets.izMin) * boxY_ + (row.dy - offsets.iyMin);
+      for (; datum != end && *datum <= endX; ++datum) {
+        if (*datum >= firstX) consider(boxRow, *datum);
+      }
     }
   }
   int kept = 0;

@@ -109,9 +109,9 @@ class SparseNeighborSearch {
   Buffer<int> rank_;    // per offset of the box: its entry in the list, kNoRank if it is not in the list
   Buffer<int> lowest_;  // per offset from the run's first node: lowest and highest rank over the run
   Buffer<int> highest_;
-  Buffer<Row> rows_;      // by lowest rank
-  Buffer<int> dataX_;     // data in node order
-  Buffer<int> rowStart_;  // per row of the grid: its first datum
+  Buffer<Row> rows_;                   // by lowest rank
+  Buffer<int> dataX_, dataY_, dataZ_;  // data in node order
+  Buffer<int> rowStart_;               // per row of the grid: its first datum
 };
 
 }  // namespace kestrum

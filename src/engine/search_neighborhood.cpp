@@ -60,23 +60,13 @@ int HalfWidth(real radius, real spacing, int n) {
   return cells < n - 1 ? static_cast<int>(cells) : n - 1;
 }
 
-// Moves values[k] to where the sorted order wants it: position i takes the value of position order[i].
+// Position i takes the value of position order[i].index. `sorted` is scratch for n values.
 template <typename T>
-void ApplyOrder(const VORL_INFOREAVALUE* order, int n, T* values, char* done) {
-  std::fill_n(done, n, char{0});
-  for (int start = 0; start < n; ++start) {
-    if (done[start] != 0) continue;
-    const T first = values[start];
-    int to = start;
-    for (;;) {
-      done[to] = 1;
-      const int from = order[to].index;
-      if (from == start) break;
-      values[to] = values[from];
-      to = from;
-    }
-    values[to] = first;
-  }
+void ApplyOrder(const VORL_INFOREAVALUE* order, int n, T* values, real* sorted) {
+  static_assert(sizeof(T) <= sizeof(real) && std::is_trivially_copyable_v<T>);
+  T* const moved = reinterpret_cast<T*>(sorted);
+  for (int i = 0; i < n; ++i) moved[i] = values[order[i].index];
+  std::copy_n(moved, n, values);
 }
 
 // Sorts the list by its keys; keys that differ by at most VORL_EPSILON come in a random but fixed order.
@@ -84,21 +74,19 @@ int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) {
   const int n = list.size;
   Buffer<VORL_INFOREAVALUE> order;
   if (const int status = order.Allocate(n); status != 0) return status;
+  Buffer<real> keys;
+  if (const int status = keys.Allocate(n); status != 0) return status;
+  std::copy_n(list.distance, n, keys.data());
+  qsort(keys.data(), n, sizeof(real), VORLCmpReal);
+  const real spread = keys[n - 1] - keys[0];
   real amplitude = 1.0;
-  {
-    Buffer<real> keys;
-    if (const int status = keys.Allocate(n); status != 0) return status;
-    std::copy_n(list.distance, n, keys.data());
-    qsort(keys.data(), n, sizeof(real), VORLCmpReal);
-    const real spread = keys[n - 1] - keys[0];
-    if (spread != 0.0) {
-      real gap = spread;
-      for (int i = 1; i < n; ++i) {
-        const real difference = keys[i] - keys[i - 1];
-        if (difference > VORL_EPSILON && difference < gap) gap = difference;
-      }
-      amplitude = gap / 2;
+  if (spread != 0.0) {
+    real gap = spread;
+    for (int i = 1; i < n; ++i) {
+      const real difference = keys[i] - keys[i - 1];
+      if (difference > VORL_EPSILON && difference < gap) gap = difference;
     }
+    amplitude = gap / 2;
   }
   VORLDoubleRand(1, randContext);
   for (int i = 0; i < n; ++i) {
@@ -106,13 +94,11 @@ int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) {
     order[i].value = list.distance[i] + amplitude * VORLDoubleRand(0, randContext);
   }
   qsort(order.data(), n, sizeof(VORL_INFOREAVALUE), VORLCmpInfoReaValue);
-  Buffer<char> done;
-  if (const int status = done.Allocate(n); status != 0) return status;
-  ApplyOrder(order.data(), n, list.ix, done.data());
-  ApplyOrder(order.data(), n, list.iy, done.data());
-  ApplyOrder(order.data(), n, list.iz, done.data());
-  ApplyOrder(order.data(), n, list.distance, done.data());
-  ApplyOrder(order.data(), n, list.weight, done.data());
+  ApplyOrder(order.data(), n, list.ix, keys.data());
+  ApplyOrder(order.data(), n, list.iy, keys.data());
+  ApplyOrder(order.data(), n, list.iz, keys.data());
+  ApplyOrder(order.data(), n, list.distance, keys.data());
+  ApplyOrder(order.data(), n, list.weight, keys.data());
   return 0;
 }
 

@@ -172,8 +172,8 @@ TEST(GmresBatch, EachLaneIsThePlainSolver) {
 // A lane's rank among the kinds changes with the shift, and with it the matrix that all lanes share.
 TEST(GmresBatch, SharedMatrix) {
   std::mt19937 generator(2);
-  for (int n = 1; n <= 150; n += n < 40 ? 1 : 11) {
-    const kestrum::GmresLimits limits{1e-10, n > 100 ? 100 : n, n > 100 ? 12 : 1};
+  for (int n = 1; n <= 150; n += n < 40 ? 1 : 27) {
+    const kestrum::GmresLimits limits{1e-10, n > 100 ? 100 : n, n > 100 ? 4 : 1};
     ExpectPlainCourse(MakeLanes(n, n, generator), n, limits, true);
     ExpectPlainCourse(MakeLanes(n, 0, generator), n, limits, true);
   }
