@@ -7,14 +7,14 @@
 
 /* Sampling an image along a line, a plane or a box, and moving data between images and point sets.
  *
- * The grid box is [ox, ox + nx*sx] and so on, faces included. The nearest node of a point takes exact halves to the lower
- * index and is clipped to the grid.
+ * The grid box is [ox, ox + nx*sx] and so on, faces included. The nearest node of a point takes exact halves to the
+ * lower index and is clipped to the grid.
  *
- * Inequality data: a source variable whose name is that of a target variable followed by "_min" or "_max" carries bounds.
- * The bounds of target variable j go to varMin[j] or varMax[j], each null or a vector of nxyz values in which missing means
- * no bound. A vector that is null and needed is allocated with VORLMalloc; it belongs to the caller (VORLFree). With a null
- * varMin or varMax there are no inequality data. The name before the suffix need only begin the name of the target
- * variable; the first that fits is taken.
+ * Inequality data: a source variable whose name is that of a target variable followed by "_min" or "_max" carries
+ * bounds. The bounds of target variable j go to varMin[j] or varMax[j], each null or a vector of nxyz values in which
+ * missing means no bound. A vector that is null and needed is allocated with VORLMalloc; it belongs to the caller
+ * (VORLFree). With a null varMin or varMax there are no inequality data. The name before the suffix need only begin the
+ * name of the target variable; the first that fits is taken.
  *
  * conflictMode, when a value comes to a node that has one:
  *   0  the call fails
@@ -32,13 +32,14 @@
 KESTRUM_BEGIN_DECLS
 
 /* Samples an image at regular steps through a reference point, along one direction.
- *   imageIn         in
- *   imageOut        out; must hold nothing; its contents are allocated (VORLFreeImage). Same variables; as many samples
- *                   as the box of imageIn can need along the direction; the frame has the reference point at coordinate 0
- *                   and `step` as spacing. A sample outside the box is missing, one inside has the nearest node's value.
+ *   imageIn           in
+ *   imageOut          out; must hold nothing; its contents are allocated (VORLFreeImage). Same variables; as many
+ *                     samples as the box of imageIn can need along the direction; the frame has the reference point at
+ *                     coordinate 0 and `step` as spacing. A sample outside the box is missing, one inside has the
+ *                     value of the nearest node.
  *   refX, refY, refZ  reference point, in the box
  *   dirX, dirY, dirZ  direction, of length at least 1e-5; normalised here
- *   step            distance between samples, at least 1e-5
+ *   step              distance between samples, at least 1e-5
  * Statuses: -86201, -86202, -86203 reference point outside along x, y, z; -86211 direction too short; -86206 step too
  * small (also if the number of samples does not fit an int); those of VORLMallocImage. */
 KESTRUM_API int VORLImageExtract1D(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, real refX, real refY, real refZ,
@@ -73,8 +74,8 @@ KESTRUM_API int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** 
  *   source              in
  *   target              in and out
  *   varMin, varMax, ignoreUnmatchedVar, conflictMode, nvarIgnored, nconflict   as for VORLImageToImage
- *   placementMode       0: a point out of the box fails; 1: it is dropped; 2: also a point not at a node is dropped (squared
- *                       distance to the nearest node of 1e-10 or more)
+ *   placementMode       0: a point out of the box fails; 1: it is dropped; 2: also a point not at a node is dropped
+ *                       (squared distance to the nearest node of 1e-10 or more)
  *   npointDropped       out; number of points dropped
  * Statuses: -160 variable without a target; -161 point out of the box in mode 0; -162 conflict in mode 0; those of
  * VORLMalloc. A failure leaves in target what has been moved until then. */
@@ -84,8 +85,8 @@ KESTRUM_API int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, r
 
 /* Turns the informed nodes of an image into points at their centres, in node order.
  *   image     in
- *   pointSet  out; must hold nothing; its contents are allocated (VORLFreePointSet). Only variables informed somewhere and
- *             nodes informed in some variable are kept.
+ *   pointSet  out; must hold nothing; its contents are allocated (VORLFreePointSet). Only variables informed somewhere
+ *             and nodes informed in some variable are kept.
  * Statuses: -165 nothing informed; those of VORLMallocPointSet. */
 KESTRUM_API int VORLImageToPointSet(VORL_IMAGE* image, VORL_POINTSET* pointSet) KESTRUM_NOEXCEPT;
 

@@ -62,6 +62,7 @@ int ValidateNames(int nvar, char** names, int extraLength, int tooLong, int notU
 }
 
 void PrintNames(int nvar, char** names, const char* prefix, FILE* stream) noexcept {
+  if (names == nullptr) return;
   for (int iv = 0; iv < nvar; ++iv) std::fprintf(stream, "%s%s\n", prefix, names[iv]);
 }
 

@@ -28,10 +28,14 @@ KESTRUM_BEGIN_DECLS
 /* Puts the data of the input into the working image of a run on a continuous variable.
  * Data images come first, then point sets; a later value replaces an earlier one of the same node, and of two bounds
  * the tighter one stays. Data where the mask is 0.0 are removed. Bounds that agree with a hard datum are removed; equal
- * bounds become a hard datum. input          in; validated image          in and out; 1 variable on the simulation
- * grid, all missing inequalityMin  in and out; one pointer (for the variable of image), null on entry; left null or
- * pointing to one lower bound per node (missing: none), which belongs to the caller (VORLFree), also on failure. Null
- * allowed: there are no inequality data inequalityMax  the same for upper bounds nodeStatus     out; one entry per node
+ * bounds become a hard datum.
+ *   input          in; validated
+ *   image          in and out; 1 variable on the simulation grid, all missing
+ *   inequalityMin  in and out; one pointer (for the variable of image), null on entry; left null or pointing to one
+ *                  lower bound per node (missing: none), which belongs to the caller (VORLFree), also on failure. Null
+ *                  allowed: there are no inequality data
+ *   inequalityMax  the same for upper bounds
+ *   nodeStatus     out; one entry per node
  *   ndata          out; number of hard data
  *   progressMonitor, progressCallback   see above
  * Statuses: -190 lower bound above upper bound, -191 hard datum below its lower bound, -192 hard datum above its upper
@@ -48,12 +52,16 @@ KESTRUM_API int VORLKestrumIndicatorIntegrateConditioningData(
     VORL_PROGRESSMONITOR* progressMonitor, int (*progressCallback)(VORL_PROGRESSMONITOR*)) KESTRUM_NOEXCEPT;
 
 /* Splits the nodes into those never computed, the inequality nodes, and those to compute. Nothing here is random.
- *   maskImage            in; 1 variable of nnode values, read whenever it is not null: nodes with 0.0 are never
- * computed nodeStatus           in; one entry per node nnode                number of nodes simulationPath       out;
- * all node indices: never computed (ascending), inequality nodes, nodes to compute (descending if there is no
- * inequality node) pathFirstInequality  out; position of the first inequality node pathFirstSimulated   out; position
- * of the first node to compute nnodeSimulated       out; number of nodes to compute progressMonitor, progressCallback
- * not used Gives 0. */
+ *   maskImage            in; 1 variable of nnode values, read whenever it is not null: nodes with 0.0 are never computed
+ *   nodeStatus           in; one entry per node
+ *   nnode                number of nodes
+ *   simulationPath       out; all node indices: never computed (ascending), inequality nodes, nodes to compute
+ *                        (descending if there is no inequality node)
+ *   pathFirstInequality  out; position of the first inequality node
+ *   pathFirstSimulated   out; position of the first node to compute
+ *   nnodeSimulated       out; number of nodes to compute
+ *   progressMonitor, progressCallback   not used
+ * Gives 0. */
 KESTRUM_API int VORLSKestrumPrepareSimulationPath(VORL_IMAGE* maskImage, int* nodeStatus, int nnode,
                                                   int* simulationPath, int* pathFirstInequality,
                                                   int* pathFirstSimulated, int* nnodeSimulated,

@@ -60,7 +60,8 @@ struct vorl_kestrumIndicatorInput {
 KESTRUM_API void VORLKestrumInitKestrumIndicatorInput(VORL_KESTRUMINDICATORINPUT* input) KESTRUM_NOEXCEPT;
 
 /* Releases all that the record points to (ncategory models among it); neither resets its fields nor releases the
- * record. input  in; null allowed */
+ * record.
+ *   input  in; null allowed */
 KESTRUM_API void VORLKestrumFreeKestrumIndicatorInput(VORL_KESTRUMINDICATORINPUT* input) KESTRUM_NOEXCEPT;
 
 /* Writes the input in words. It may be an input that validation would refuse; of a null record only the heading is
@@ -73,8 +74,9 @@ KESTRUM_API int VORLKestrumPrintKestrumIndicatorInput(VORL_KESTRUMINDICATORINPUT
                                                       FILE* stream) KESTRUM_NOEXCEPT;
 
 /* Tests the input against all rules, and tells how stationary the covariance model of each category is.
- *   input               in and out; as in VORLKestrumValidateKestrumInput. Probabilities whose sum is within 0.01
- * of 1.0 are scaled to a sum of 1.0; nodes of probabilityImage left out by the mask keep their values
+ *   input               in and out; as in VORLKestrumValidateKestrumInput. Probabilities whose sum is within
+ *                       0.01 of 1.0 are scaled to a sum of 1.0; nodes of probabilityImage left out by the mask keep
+ *                       their values
  *   rotationStationary  out; null, or a vector by category that belongs to the caller (VORLFree): see
  *                       VORLKestrumValidateKestrumInput
  *   weightStationary, rangeStationary, covModelStationary   likewise. All four are null if a step fails or a rule is

@@ -194,6 +194,13 @@ class Run {
     input_->ndataPointSet = 0;
   }
 
+  // The mask counts where it is given, whatever its flag says; but only with the flag set has it been validated, and
+  // one that lacks values for the nodes is none.
+  VORL_IMAGE* Mask() const noexcept {
+    VORL_IMAGE* const mask = input_->maskImage;
+    return mask != nullptr && mask->var != nullptr && mask->nxyzv >= input_->simGrid->nxyz ? mask : nullptr;
+  }
+
   bool Masked(std::ptrdiff_t node) const noexcept {
     return input_->maskImageFlag && input_->maskImage->var[node] == 0.0;
   }
@@ -206,7 +213,7 @@ class Run {
   [[nodiscard]] int PreparePath() noexcept {
     const int nnode = input_->simGrid->nxyz;
     if (const int status = simulationPath_.Allocate(nnode); status != 0) return status;
-    return VORLSKestrumPrepareSimulationPath(input_->maskImage, nodeStatus_.data(), nnode, simulationPath_.data(),
+    return VORLSKestrumPrepareSimulationPath(Mask(), nodeStatus_.data(), nnode, simulationPath_.data(),
                                              &pathFirstInequality_, &pathFirstSimulated_, &nnodeSimulated_, monitor_,
                                              callback_);
   }
@@ -218,9 +225,9 @@ class Run {
     const VORL_GRID& grid = *input_->simGrid;
     VORLInitSearchNeighborhood(&neighborhood.list);
     const int status = VORLKestrumBuildSearchNeighborhoodForCovModel(
-        grid.sx, grid.sy, grid.sz, searchRadiusRelative, grid.nx, grid.ny, grid.nz, input_->maskImage, model,
-        rotationStationary, weightStationary, rangeStationary, covModelStationary, TRUE, rotationMatrix, sortMode,
-        &neighborhood.list, randContext);
+        grid.sx, grid.sy, grid.sz, searchRadiusRelative, grid.nx, grid.ny, grid.nz, Mask(), model, rotationStationary,
+        weightStationary, rangeStationary, covModelStationary, TRUE, rotationMatrix, sortMode, &neighborhood.list,
+        randContext);
     if (status != 0) return status;
     return neighborhood.ComputeShift(grid, nneighborMax, dealing_);
   }

@@ -9,24 +9,24 @@
 
 /* One image on a stream that the caller has opened: four text formats and a native binary form.
  *
- * No function here opens, closes or rewinds the stream, and none prints. A reader leaves the stream just behind the last
- * thing it took; whatever follows stays unread.
+ * No function here opens, closes or rewinds the stream, and none prints. A reader leaves the stream just behind the
+ * last thing it took; whatever follows stays unread.
  *
  * Text formats (fileFormat):
  *   0  GSLIB-style text
  *   1  VTK legacy text, structured points
  *   2  PGM plain (P2), one variable, 2D
  *   3  PPM plain (P3), three variables, 2D
- * Values stand in node order, one line per node, all variables of the node on the line. A missing value has no syntax of
- * its own: VORL_MISSING_VALUE travels as the number it is. Header numbers are written with six decimals. PGM and PPM keep
- * the grid in a comment that is not read back: such an image returns with spacing 1 and origin 0.
+ * Values stand in node order, one line per node, all variables of the node on the line. A missing value has no syntax
+ * of its own: VORL_MISSING_VALUE travels as the number it is. Header numbers are written with six decimals. PGM and PPM
+ * keep the grid in a comment that is not read back: such an image returns with spacing 1 and origin 0.
  *
- * Binary form: byte order of the machine; sizes of int and real (one byte each), nx, ny, nz, sx, sy, sz, ox, oy, oz, nvar,
- * the names with their terminating NUL, and the values of the image in one block. It keeps every bit.
+ * Binary form: byte order of the machine; sizes of int and real (one byte each), nx, ny, nz, sx, sy, sz, ox, oy, oz,
+ * nvar, the names with their terminating NUL, and the values of the image in one block. It keeps every bit.
  *
- * The readers expect an image that holds nothing (VORLInitImage). They allocate its contents; free them with VORLFreeImage,
- * also after a failure, which may leave them partly filled. A grid whose node or value count does not fit an int is
- * refused as an unreadable size.
+ * The readers expect an image that holds nothing (VORLInitImage). They allocate its contents; free them with
+ * VORLFreeImage, also after a failure, which may leave them partly filled. A grid whose node or value count does not
+ * fit an int is refused as an unreadable size.
  *
  * Thread safety: calls on different images and different streams may run at the same time.
  */
@@ -46,8 +46,8 @@ KESTRUM_BEGIN_DECLS
  *   image       out; must hold nothing
  *   fileFormat  0 to 3, see above
  *   stream      open for reading
- * Statuses: -720 unknown format; -721 to -726 GSLIB header; -741 to -762 VTK header; -763 to -766 PGM header; -767 to -769
- * and -710 PPM header; -730 fewer numbers than the image has values; those of VORLMallocImage. */
+ * Statuses: -720 unknown format; -721 to -726 GSLIB header; -741 to -762 VTK header; -763 to -766 PGM header; -767 to
+ * -769 and -710 PPM header; -730 fewer numbers than the image has values; those of VORLMallocImage. */
 KESTRUM_API int VORLReadImage(VORL_IMAGE* image, int fileFormat, FILE* stream) KESTRUM_NOEXCEPT;
 
 /* Writes an image to a text stream.

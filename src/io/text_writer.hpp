@@ -12,8 +12,8 @@ namespace kestrum {
 // A printf format for one number. Plain formats (width, precision and conversion, nothing else) are printed without
 // printf, letter for letter alike.
 struct NumberFormat {
-  // Takes a format over from `length` characters; false if it is too long, if it has more than one conversion, or if the
-  // conversion does not fit: a format that ends in 'd' or 'i' prints an int, any other a double.
+  // Takes a format over from `length` characters; false if it is too long, if it has more than one conversion, or if
+  // the conversion does not fit: a format that ends in 'd' or 'i' prints an int, any other a double.
   bool Set(const char* format, std::size_t length) noexcept;
 
   char text[VORL_WORD_LENGTH];

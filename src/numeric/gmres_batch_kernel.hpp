@@ -2,6 +2,7 @@
 //   KESTRUM_KERNEL_TARGET  the attribute that selects the set,
 //   KESTRUM_KERNEL_BYTES   the width of its vectors,
 //   KESTRUM_KERNEL_ROWS    the rows of a matrix that are summed side by side, as many as the registers hold.
+// Loops over registers are unrolled by name, or -O2 would keep the sums in memory.
 // All is local to that source, and no function of a standard header is called: no code of a higher instruction set can
 // stand in for code that runs everywhere.
 //
@@ -51,46 +52,54 @@ struct Lanes {
 
 KESTRUM_KERNEL_INLINE Lanes Load(const double* from) {
   Lanes x;
+#pragma GCC unroll 8
   for (int k = 0; k < kParts; ++k) x.part[k] = *(const Vector*)(from + k * kWidth);
   return x;
 }
 
 KESTRUM_KERNEL_INLINE void Store(double* to, const Lanes& x) {
+#pragma GCC unroll 8
   for (int k = 0; k < kParts; ++k) *(Vector*)(to + k * kWidth) = x.part[k];
 }
 
 KESTRUM_KERNEL_INLINE Lanes Broadcast(double value) {
   Lanes x;
+#pragma GCC unroll 8
   for (int k = 0; k < kParts; ++k) x.part[k] = value - Vector{};
   return x;
 }
 
 KESTRUM_KERNEL_INLINE Lanes operator+(const Lanes& x, const Lanes& y) {
   Lanes z;
+#pragma GCC unroll 8
   for (int k = 0; k < kParts; ++k) z.part[k] = x.part[k] + y.part[k];
   return z;
 }
 
 KESTRUM_KERNEL_INLINE Lanes operator-(const Lanes& x, const Lanes& y) {
   Lanes z;
+#pragma GCC unroll 8
   for (int k = 0; k < kParts; ++k) z.part[k] = x.part[k] - y.part[k];
   return z;
 }
 
 KESTRUM_KERNEL_INLINE Lanes operator*(const Lanes& x, const Lanes& y) {
   Lanes z;
+#pragma GCC unroll 8
   for (int k = 0; k < kParts; ++k) z.part[k] = x.part[k] * y.part[k];
   return z;
 }
 
 KESTRUM_KERNEL_INLINE Lanes operator/(const Lanes& x, const Lanes& y) {
   Lanes z;
+#pragma GCC unroll 8
   for (int k = 0; k < kParts; ++k) z.part[k] = x.part[k] / y.part[k];
   return z;
 }
 
 KESTRUM_KERNEL_INLINE Lanes SquareRoot(const Lanes& x) {
   Lanes z;
+#pragma GCC unroll 8
   for (int k = 0; k < kParts; ++k) z.part[k] = SquareRoot(x.part[k]);
   return z;
 }
@@ -98,6 +107,7 @@ KESTRUM_KERNEL_INLINE Lanes SquareRoot(const Lanes& x) {
 // The lanes of `x` where the mask is set, those of `y` elsewhere.
 KESTRUM_KERNEL_INLINE Lanes Select(const long long* mask, const Lanes& x, const Lanes& y) {
   Lanes z;
+#pragma GCC unroll 8
   for (int k = 0; k < kParts; ++k) z.part[k] = *(const MaskVector*)(mask + k * kWidth) ? x.part[k] : y.part[k];
   return z;
 }
@@ -124,12 +134,15 @@ template <int kCount, bool kShared, typename Use>
 KESTRUM_KERNEL_INLINE void SumRows(const Matrix<kShared>& a, int row, int columns, const double* x, Use& use) {
   const double* at = a.start + row * a.rowStride;
   Lanes sums[kCount];
+#pragma GCC unroll 8
   for (int r = 0; r < kCount; ++r) sums[r] = Broadcast(0.0);
   for (int j = 0; j < columns; ++j) {
     const Lanes factor = Load(x + j * kLanes);
+#pragma GCC unroll 8
     for (int r = 0; r < kCount; ++r) sums[r] = sums[r] + Element<kShared>(at + r * a.rowStride) * factor;
     at += a.columnStride;
   }
+#pragma GCC unroll 8
   for (int r = 0; r < kCount; ++r) use(row + r, sums[r]);
 }
 

@@ -65,8 +65,21 @@ void SolveUnitUpper(int n, real** a, real* b) {
 
 using kestrum::Buffer;
 
+namespace {
+
+// A system without unknowns is solved, before any memory is asked for.
+int AnswerEmptySystem(int* niter, real* residual, BOOLEAN* converged) noexcept {
+  *niter = 0;
+  *residual = 0.0;
+  *converged = TRUE;
+  return 0;
+}
+
+}  // namespace
+
 int VORLGmresMatrixNotCompressed(real tolerance, int n, real** a, real* b, int restart, int ncycle, real* x, int* niter,
                                  real* residual, BOOLEAN* converged, BOOLEAN verbose) noexcept {
+  if (n < 1) return AnswerEmptySystem(niter, residual, converged);
   *converged = FALSE;
   Buffer<real> work;
   if (const int status = kestrum::AllocateGmresWork(n, restart, work); status != 0) return status;
@@ -84,7 +97,7 @@ int VORLGmresMatrixNotCompressed(real tolerance, int n, real** a, real* b, int r
 
 int VORLConjGradDiag(real tolerance, int n, real* values, int* columns, int* rowStart, real* invDiag, real* b,
                      int maxIter, real* x, int* niter, real* residual, BOOLEAN* converged, BOOLEAN verbose) noexcept {
-  if (n < 0) return kestrum::kOutOfMemory;
+  if (n < 1) return AnswerEmptySystem(niter, residual, converged);
   const std::size_t size = static_cast<std::size_t>(n);
   Buffer<real> r;
   Buffer<real> p;

@@ -133,9 +133,15 @@ TEST(Gmres, Failures) {
   const auto solve = [&](int n, int restart) {
     return VORLGmresMatrixNotCompressed(1e-10, n, a.rows(), &b, restart, 1, &x, &niter, &residual, &converged, FALSE);
   };
-  EXPECT_EQ(solve(0, 1), -7);
+  for (const int n : {0, -1}) {
+    EXPECT_EQ(solve(n, 1), 0);
+    EXPECT_EQ(converged, TRUE);
+    EXPECT_EQ(niter, 0);
+    EXPECT_EQ(residual, 0.0);
+  }
+  niter = 5;
+  residual = 5.0;
   EXPECT_EQ(solve(1, 0), -7);
-  EXPECT_EQ(solve(-1, 1), -1);
   EXPECT_EQ(solve(1, std::numeric_limits<int>::max()), -1);
   converged = TRUE;
   {
@@ -236,7 +242,12 @@ TEST(ConjGrad, VerboseAndFailures) {
     return VORLConjGradDiag(1e-10, n, a.values.data(), a.columns.data(), a.rowStart.data(), invDiag.data(), b.data(), 9,
                             x.data(), &niter, &residual, &converged, FALSE);
   };
-  EXPECT_EQ(solve(0), -3);
+  EXPECT_EQ(solve(0), 0);
+  EXPECT_EQ(converged, TRUE);
+  EXPECT_EQ(niter, 0);
+  niter = 5;
+  residual = 5.0;
+  converged = 7;
   for (long k = 0; k < 3; ++k) {
     const kestrum_test::FailAllocation fail(k);
     EXPECT_EQ(solve(2), -1);
