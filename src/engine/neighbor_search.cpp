@@ -39,8 +39,7 @@ int SparseNeighborSearch::Prepare(const NeighborList& list, const int* nodeStatu
   window_ = boxX_ + kMaxRun - 1;
   const std::size_t nrow = static_cast<std::size_t>(boxY_) * boxZ;
   if (const int status = rank_.Allocate(nrow * boxX_, kNoRank); status != 0) return status;
-  if (const int status = lowest_.Allocate(nrow * window_); status != 0) return status;
-  if (const int status = highest_.Allocate(nrow * window_); status != 0) return status;
+  if (const int status = runRanks_.Allocate(nrow * window_); status != 0) return status;
   if (const int status = rows_.Allocate(nrow); status != 0) return status;
   for (Buffer<int>* data : {&dataX_, &dataY_, &dataZ_}) {
     if (const int status = data->Allocate(ndata); status != 0) return status;
@@ -55,8 +54,7 @@ int SparseNeighborSearch::Prepare(const NeighborList& list, const int* nodeStatu
   }
   for (std::size_t row = 0; row < nrow; ++row) {
     const int* rank = &rank_[row * boxX_];
-    int* low = &lowest_[row * window_];
-    int* high = &highest_[row * window_];
+    RunRanks* const runRanks = &runRanks_[row * window_];
     // A datum at u from the window's start is at the offsets u - t, t = 0 ... kMaxRun - 1, from the run's nodes.
     for (int u = 0; u < window_; ++u) {
       int lowest = kNoRank;
@@ -65,8 +63,7 @@ int SparseNeighborSearch::Prepare(const NeighborList& list, const int* nodeStatu
         lowest = std::min(lowest, rank[v]);
         highest = std::max(highest, rank[v]);
       }
-      low[u] = lowest;
-      high[u] = highest;
+      runRanks[u] = {lowest, highest};
     }
     rows_[row] = {*std::min_element(rank, rank + boxX_), offsets.iyMin + static_cast<int>(row % boxY_),
                   offsets.izMin + static_cast<int>(row / boxY_)};
@@ -106,13 +103,11 @@ void SparseNeighborSearch::StartRun(NodeCoordinates first, int lastX, Scratch& s
   int count = 0;
   // Takes in a datum of the window.
   const auto consider = [&](std::size_t boxRow, int x) {
-    const std::size_t place = boxRow * window_ + (x - firstX);
-    const int lowest = lowest_[place];
+    const auto [lowest, highest] = runRanks_[boxRow * window_ + (x - firstX)];
     if (lowest > bound || lowest == kNoRank) return;
     scratch.candidates[count] = {static_cast<int>(boxRow * boxX_), x};
     scratch.lowest[count] = lowest;
     ++count;
-    const int highest = highest_[place];
     if (highest >= bound) return;
     if (nheap == limit_) {
       std::pop_heap(heap, heap + nheap);

@@ -93,6 +93,11 @@ class SparseNeighborSearch {
   int Find(int node, NodeCoordinates at, Scratch& scratch, int* entries) const noexcept;
 
  private:
+  // Lowest and highest rank that a datum has over the nodes of a run.
+  struct RunRanks {
+    int lowest, highest;
+  };
+
   // A row of offsets along x in the box of the list.
   struct Row {
     int lowest;  // lowest rank in the row
@@ -106,9 +111,8 @@ class SparseNeighborSearch {
   int boxX_ = 0;    // box of the list along x
   int window_ = 0;  // boxX_ plus a run
   int boxY_ = 0;
-  Buffer<int> rank_;    // per offset of the box: its entry in the list, kNoRank if it is not in the list
-  Buffer<int> lowest_;  // per offset from the run's first node: lowest and highest rank over the run
-  Buffer<int> highest_;
+  Buffer<int> rank_;                   // per offset of the box: its entry in the list, kNoRank if it is not in the list
+  Buffer<RunRanks> runRanks_;          // per offset from the run's first node
   Buffer<Row> rows_;                   // by lowest rank
   Buffer<int> dataX_, dataY_, dataZ_;  // data in node order
   Buffer<int> rowStart_;               // per row of the grid: its first datum

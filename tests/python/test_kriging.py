@@ -206,8 +206,9 @@ def test_a_refused_input_has_its_status():
 
 
 def test_another_thread_can_stop_a_run():
-    """A run of many seconds, were it not for the other thread, which can only act if the run lets it."""
-    case = Case(grid=records.grid(1000, 400), ndata=60)
+    """The other thread can act during the run only if the run has released the interpreter. A threaded run does all its
+    nodes before it looks at the flag, hence a run of a second at most."""
+    case = Case(grid=records.grid(400, 100), ndata=60)
     where, values = case.data()
     inp, out, monitor = k.vorl_kestrumInput(), k.vorl_kestrumOutput(), k.vorl_progressMonitor()
     inp.varName = NAME

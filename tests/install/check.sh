@@ -1,0 +1,35 @@
+#!/bin/sh
+# check.sh BUILD WORK: installs BUILD below WORK, then builds and runs the stranger's programs by its CMake package and by
+# pkg-config. CC, CXX and KESTRUM_LIBDIR come from the build.
+set -eu
+build=$1
+work=$2
+source=$(cd "$(dirname "$0")" && pwd)/stranger
+prefix=$work/prefix
+
+rm -rf "$work"
+cmake --install "$build" --prefix "$prefix" > /dev/null
+
+cmake -S "$source" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release > /dev/null
+cmake --build "$work/cmake" > /dev/null
+for program in stranger_c stranger_cpp stranger_static; do "$work/cmake/$program"; done
+
+PKG_CONFIG_PATH=$prefix/$KESTRUM_LIBDIR/pkgconfig
+export PKG_CONFIG_PATH
+# The file names the prefix of the configuration, and this installation went elsewhere.
+flags="pkg-config --define-variable=prefix=$prefix kestrum"
+strict="-Wall -Wextra -Wpedantic -Wshadow -Werror"
+# The flags are meant to be split into words.
+# shellcheck disable=SC2046,SC2086
+{
+  $CC -std=c99 $strict $($flags --cflags) "$source/main.c" -o "$work/c" $($flags --libs) -lm
+  $CXX -std=c++11 $strict $($flags --cflags) "$source/main.cpp" -o "$work/cpp" $($flags --libs)
+}
+for program in c cpp; do LD_LIBRARY_PATH=$prefix/$KESTRUM_LIBDIR "$work/$program"; done
+
+# Nothing but the interface is visible.
+symbols=$(nm -D --defined-only "$prefix/$KESTRUM_LIBDIR/libkestrum.so" | awk '{ print $3 }' | grep -v -E '^(VORL|vorl_)' || true)
+if [ -n "$symbols" ]; then
+  echo "visible symbols that are not of the interface: $symbols"
+  exit 1
+fi
