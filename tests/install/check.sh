@@ -16,8 +16,7 @@ for program in stranger_c stranger_cpp stranger_static; do "$work/cmake/$program
 
 PKG_CONFIG_PATH=$prefix/$KESTRUM_LIBDIR/pkgconfig
 export PKG_CONFIG_PATH
-# The file names the prefix of the configuration, and this installation went elsewhere.
-flags="pkg-config --define-variable=prefix=$prefix kestrum"
+flags="pkg-config kestrum"
 strict="-Wall -Wextra -Wpedantic -Wshadow -Werror"
 # The flags are meant to be split into words.
 # shellcheck disable=SC2046,SC2086

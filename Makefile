@@ -1,0 +1,82 @@
+# The front door. Each target does its own set-up and is quick when nothing is lacking.
+#   make            build library, module, tests and benchmarks (build/release)
+#   make demo       krige real data from Python and from C; pictures in examples/output
+#   make test       build, then run every test
+#   make bench      run the benchmarks
+#   make sanitize   build and run the tests under AddressSanitizer and UBSan (build/asan)
+#   make format     format the sources          make lint    check them
+# Another Python than Debian's, or fewer jobs: make PYTHON=/path/to/python3 JOBS=1
+
+PYTHON ?= /usr/bin/python3
+JOBS ?= $(shell nproc)
+SHELL := /bin/bash
+SUDO := $(if $(filter-out 0,$(shell id -u)),sudo)
+
+BUILD := build/release
+RUN_PYTHON := PYTHONPATH=$(BUILD)/python PYTHONDONTWRITEBYTECODE=1 $(PYTHON)
+
+PACKAGES := g++ cmake ninja-build swig python3-dev python3-numpy python3-matplotlib \
+            libgtest-dev libbenchmark-dev python3-pytest python3-scipy pkg-config
+LINT_PACKAGES := clang-format clang-tidy shellcheck
+
+# $(call install,packages): says what it installs, and installs it; nothing at all if all are there.
+define install
+@command -v dpkg-query > /dev/null || { echo "Not a Debian system: please see to $(1)"; exit 0; }; \
+missing=$$(for package in $(1); do \
+  dpkg-query -W -f='$${Status}' $$package 2> /dev/null | grep -q 'ok installed' || echo $$package; done); \
+if [ -n "$$missing" ]; then \
+  echo "Installing with apt-get:" $$missing; \
+  $(SUDO) apt-get update -q && \
+  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends $$missing; \
+fi
+endef
+
+.PHONY: all setup setup-lint configure demo test bench sanitize format lint clean
+
+all: configure
+	cmake --build --preset release --parallel $(JOBS)
+
+setup:
+	$(call install,$(PACKAGES))
+
+setup-lint:
+	$(call install,$(LINT_PACKAGES))
+
+configure: setup
+	@mkdir -p build
+	@cmake --preset release -DKESTRUM_PYTHON=$(PYTHON) > build/configure.log 2>&1 || { cat build/configure.log; exit 1; }
+
+demo: configure
+	cmake --build --preset release --parallel $(JOBS) --target kestrum_python kestrum_shared
+	$(RUN_PYTHON) examples/kriging_meuse.py
+	@mkdir -p $(BUILD)/bin
+	$(CC) -std=c99 -O2 -Isrc examples/krige_meuse.c -o $(BUILD)/bin/krige_meuse \
+	  -L$(BUILD)/lib -lkestrum -lm -Wl,-rpath,$(CURDIR)/$(BUILD)/lib
+	$(BUILD)/bin/krige_meuse examples/data/meuse examples/output/meuse_from_c.gslib
+	$(CC) -std=c99 -O2 -Isrc examples/read_maps.c -o $(BUILD)/bin/read_maps \
+	  -L$(BUILD)/lib -lkestrum -Wl,-rpath,$(CURDIR)/$(BUILD)/lib
+	$(BUILD)/bin/read_maps examples/output/meuse_moving.gslib examples/output/meuse_from_c.gslib
+
+test: all
+	ctest --preset release --parallel $(JOBS)
+
+bench: all
+	@for program in $(BUILD)/bin/*_benchmark; do echo "== $$program"; $$program || exit 1; done
+
+sanitize: setup
+	cmake --preset asan
+	cmake --build --preset asan --parallel $(JOBS)
+	ctest --preset asan --parallel $(JOBS)
+
+SOURCES = $(shell git ls-files '*.c' '*.h' '*.cpp' '*.hpp')
+
+format: setup-lint
+	clang-format -i $(SOURCES)
+
+lint: setup-lint configure
+	clang-format --dry-run -Werror $(SOURCES)
+	clang-tidy -quiet -p $(BUILD) $(filter src/%.cpp,$(SOURCES))
+	shellcheck .ci/run
+
+clean:
+	rm -rf build examples/output

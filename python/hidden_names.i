@@ -1,0 +1,22 @@
+/* What the headers below declare and the module does not offer. Headers that are hidden as a whole (memory,
+ * comparators, random numbers, solvers, special functions, search neighbourhoods, conditioning) are just not read. */
+%ignore VORLGetErrorMessage; /* vorl_get_error_message does the same */
+
+/* Runs cross in their threaded form alone. */
+%ignore VORLKestrumSim;
+%ignore VORLKestrumIndicatorSim;
+%ignore VORLKestrumSimEstimation;
+%ignore VORLKestrumSimEstimationUniqueSN;
+
+%ignore VORLTransformLinearVector;
+%ignore VORLOMPTransformLinearVector;
+%ignore VORLTransformExplicitVector;
+%ignore VORLOMPTransformExplicitVector;
+
+%ignore VORLDigitToChar;
+%ignore VORLIntToString;
+%ignore VORLSkipComments;
+
+%ignore VORLComputeRotationMatrix;
+%ignore VORLComputeVariogramRangeApprox;
+%ignore VORLOMPComputeVariogramRangeApprox;

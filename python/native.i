@@ -1,0 +1,17 @@
+/* The module: the library's headers as Python sees them. Only the order stands here; each topic has a file of its own. */
+%module(package="kestrum", moduleimport="import _kestrum") native
+
+%{
+#define SWIG_FILE_WITH_INIT
+#include "kestrum.h"
+%}
+
+%include "typemaps.i"
+%include "callbacks.i"
+%include "gil.i"
+%include "hidden_names.i"
+%include "headers.i"
+%include "numpy_bridges.i"
+%include "names.i"
+%include "arrays.i"
+%include "streams.i"

@@ -1,0 +1,55 @@
+/* Copies between the library's plain vectors and NumPy arrays. A vector is a pointer and an offset in elements; its size
+ * is the caller's business. */
+%include "numpy.i"
+
+%init %{
+  import_array();
+%}
+
+/* numpy.i takes a byte-swapped array of the right type as it stands; here its numbers are what counts. */
+%fragment("Kestrum_NativeArray", "header", fragment="NumPy_Fragments") {
+  static PyArrayObject *NativeContiguousArray(PyObject *input, int typecode, int *isNewObject) {
+    PyArrayObject *array = obj_to_array_contiguous_allow_conversion(input, typecode, isNewObject);
+    if (!array || array_is_native(array)) return array;
+    PyArrayObject *native = (PyArrayObject *)PyArray_FROM_OTF((PyObject *)array, typecode, NPY_ARRAY_DEFAULT);
+    if (*isNewObject) Py_DECREF(array);
+    *isNewObject = 1;
+    return native;
+  }
+}
+
+%define %vector_bridges(TYPE, TYPECODE)
+%typemap(in, fragment="Kestrum_NativeArray") (TYPE *source, int n) (PyArrayObject *array = NULL, int isNewObject = 0) {
+  npy_intp size[1] = {-1};
+  array = NativeContiguousArray($input, TYPECODE, &isNewObject);
+  if (!array || !require_dimensions(array, 1) || !require_size(array, size, 1)) SWIG_fail;
+  $1 = (TYPE *)array_data(array);
+  $2 = (int)array_size(array, 0);
+}
+%typemap(freearg) (TYPE *source, int n) {
+  if (isNewObject$argnum) Py_XDECREF(array$argnum);
+}
+%numpy_typemaps(TYPE, TYPECODE, int)
+%apply (TYPE *INPLACE_ARRAY1, int DIM1) {(TYPE *target, int n)};
+%refuse_none(TYPE *vector)
+
+%inline %{
+void vorl_set_##TYPE##_vector_from_array(TYPE *vector, int offset, TYPE *source, int n) {
+  if (n > 0) memcpy(vector + offset, source, (size_t)n * sizeof(TYPE));
+}
+
+void vorl_get_array_from_##TYPE##_vector(TYPE *vector, int offset, TYPE *target, int n) {
+  if (n > 0) memcpy(target, vector + offset, (size_t)n * sizeof(TYPE));
+}
+%}
+%enddef
+
+%vector_bridges(real, NPY_DOUBLE)
+%vector_bridges(double, NPY_DOUBLE)
+%vector_bridges(int, NPY_INT)
+
+%inline %{
+void vorl_set_real_vector_to_cst(real *vector, int offset, real value, int n) {
+  for (int i = 0; i < n; ++i) vector[offset + i] = value;
+}
+%}
