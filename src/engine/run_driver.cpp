@@ -20,6 +20,7 @@
 #include "engine/conditioning.h"
 #include "engine/estimation.h"
 #include "engine/run_files.hpp"
+#include "engine/run_input_shared.hpp"
 #include "engine/run_monitor.hpp"
 #include "engine/search_neighborhood.h"
 
@@ -35,10 +36,7 @@ class OwnedImage {
   OwnedImage() = default;
   OwnedImage(const OwnedImage&) = delete;
   OwnedImage& operator=(const OwnedImage&) = delete;
-  ~OwnedImage() {
-    VORLFreeImage(image_);
-    VORLFree(image_);
-  }
+  ~OwnedImage() { FreeImageRecord(image_); }
 
   // Values uninitialised, names empty.
   [[nodiscard]] int Allocate(VORL_GRID* grid, int nvar) noexcept {
@@ -70,9 +68,10 @@ struct Mode {
   bool simulation;
   bool ordinaryKriging;
 
-  explicit Mode(VORL_KESTRUMCOMPUTATIONMODE mode) noexcept
-      : simulation(mode == KESTRUM_SIM_OK || mode == KESTRUM_SIM_SK),
-        ordinaryKriging(mode == KESTRUM_OK || mode == KESTRUM_SIM_OK) {}
+  template <typename Input>
+  explicit Mode(const Input& input) noexcept
+      : simulation(IsSimulation(input)),
+        ordinaryKriging(input.computationMode == KESTRUM_OK || input.computationMode == KESTRUM_SIM_OK) {}
 };
 
 // One rotation for a whole run.
@@ -184,10 +183,7 @@ class Run {
 
   // The data are in the working image now.
   void ReleaseConditioningData() noexcept {
-    for (int i = 0; i < input_->ndataImage; ++i) VORLFreeImage(&input_->dataImage[i]);
-    VORLFree(input_->dataImage);
-    for (int i = 0; i < input_->ndataPointSet; ++i) VORLFreePointSet(&input_->dataPointSet[i]);
-    VORLFree(input_->dataPointSet);
+    FreeConditioningData(*input_);
     input_->dataImage = nullptr;
     input_->dataPointSet = nullptr;
     input_->ndataImage = 0;
@@ -306,7 +302,7 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
     StartClock();
     VORL_RANDCONTEXT randContext;
     VORLInitRandContext(&randContext);
-    const Mode mode(input_->computationMode);
+    const Mode mode(*input_);
     if (status = After(CreateWorkingImage()); status != 0) return status;
     if (status = After(IntegrateData(mode)); status != 0) return status;
     if (status = After(CreateOutputImages(mode)); status != 0) return status;
@@ -314,7 +310,7 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
     if (status = After(PreparePath()); status != 0) return status;
     FixedRotation rotation;
     real** const rotationMatrix = rotationStationary_ ? rotation.From(*input_->covModel) : nullptr;
-    if (input_->searchRadiusRelative == -1.0) {
+    if (input_->searchRadiusRelative == kUniqueNeighborhood) {
       status = EstimateUnique(mode, rotationMatrix);
     } else {
       Neighborhood neighborhood;
@@ -449,7 +445,7 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
     StartClock();
     VORL_RANDCONTEXT randContext;
     VORLInitRandContext(&randContext);
-    const Mode mode(input_->computationMode);
+    const Mode mode(*input_);
     if (status = After(CreateWorkingImage()); status != 0) return status;
     status = After(VORLKestrumIndicatorIntegrateConditioningData(input_, workingImage_.get(), nodeStatus_.data(),
                                                                  &ndata_, monitor_, callback_));
@@ -562,7 +558,7 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
       if (weightStationary_[c]) rotationMatrix_[c] = rotations_[c].From(model);
     }
     for (int c = 0; c < ncategory; ++c) {
-      if (input_->searchRadiusRelative[c] == -1.0) continue;
+      if (input_->searchRadiusRelative[c] == kUniqueNeighborhood) continue;
       const int status = BuildNeighborhood(&input_->covModel[c], rotationStationary_[c], weightStationary_[c],
                                            rangeStationary_[c], covModelStationary_[c], rotationMatrix_[c],
                                            input_->searchRadiusRelative[c], input_->searchNeighborhoodSortMode[c],
