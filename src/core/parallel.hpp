@@ -40,16 +40,17 @@ class Dealing {
     }
   }
 
-  // Runs body(thread) once on each thread of the team, thread 0 to nthreads() - 1. The body deals its items out by
-  // thread number: item thread, thread + nthreads(), and so on.
+  // Runs body(thread, team) once on each thread of the team, thread 0 to team - 1. The body deals its items out by
+  // thread number: item thread, thread + team, and so on. The runtime may give fewer threads than nthreads(), as in a
+  // parallel region of the caller's; no item is left out then.
   template <typename Body>
   void EachThread(const Body& body) const noexcept {
     if (!threaded_) {
-      body(0);
+      body(0, 1);
       return;
     }
 #pragma omp parallel num_threads(nthreads_)
-    body(omp_get_thread_num());
+    body(omp_get_thread_num(), omp_get_num_threads());
   }
 
  private:

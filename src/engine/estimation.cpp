@@ -101,7 +101,7 @@ int ForEachChunk(const EstimationRun& run, const Work& work) noexcept {
   const std::int64_t nthreads = run.dealing.nthreads();
   const double unit = 1.0 / count;
   std::atomic<int> word{0};
-  run.dealing.EachThread([&](int thread) noexcept {
+  run.dealing.EachThread([&](int thread, int team) noexcept {
     std::int64_t reported = 0;  // by thread 0
     const auto report = [&](std::int64_t nodes) noexcept {
       for (; nodes > 0 && reported < count; --nodes, reported += nthreads) {
@@ -111,7 +111,8 @@ int ForEachChunk(const EstimationRun& run, const Work& work) noexcept {
         }
       }
     };
-    for (std::int64_t begin = thread * std::int64_t{kChunk}; begin < count; begin += nthreads * kChunk) {
+    for (std::int64_t begin = thread * std::int64_t{kChunk}; begin < count;
+         begin += static_cast<std::int64_t>(team) * kChunk) {
       const std::int64_t end = std::min(begin + kChunk, count);
       if (thread == 0) report(end - begin);
       if (!run.dealing.threaded() && word.load(std::memory_order_relaxed) != 0) return;
@@ -304,11 +305,11 @@ int BuildUniqueMatrix(const EstimationRun& run, const KrigingModel& model, Uniqu
     if (const int status = lag.Allocate(3 * static_cast<std::size_t>(m)); status != 0) return status;
   }
   real* const matrix = data.matrix.data();
-  run.dealing.EachThread([&](int thread) noexcept {
+  run.dealing.EachThread([&](int thread, int team) noexcept {
     real* const lagX = lags[thread].data();
     real* const lagY = lagX + m;
     real* const lagZ = lagY + m;
-    for (int i = thread; i < m; i += run.dealing.nthreads()) {
+    for (int i = thread; i < m; i += team) {
       const int count = m - 1 - i;
       for (int k = 0; k < count; ++k) {
         lagX[k] = data.x[i + 1 + k] - data.x[i];

@@ -264,6 +264,23 @@ TEST(Estimation, AgreesWithTextbookAndBetweenThreads) {
   }
 }
 
+// Within a parallel region of the caller's the runtime gives one thread: no node is left out.
+TEST(Estimation, RunsInsideAParallelRegion) {
+  const VORL_GRID grid = MakeGrid(40, 30, 1);
+  const std::vector<Datum> data = RandomData(grid, 20, 5);
+  const std::vector<Element> model = {{COV_SPHERICAL, 1.0, 12.0, 12.0, 12.0}};
+  RunRecords outside(grid, model, data);
+  ASSERT_EQ(outside.Run(), 0);
+  RunRecords inside(grid, model, data);
+  int status = -1;
+#pragma omp parallel num_threads(2)
+#pragma omp single
+  status = inside.Run(4);
+  ASSERT_EQ(status, 0);
+  const VORL_IMAGE& expected = *outside.output.outputImage;
+  EXPECT_TRUE(std::equal(expected.var, expected.var + expected.nxyzv, inside.output.outputImage->var));
+}
+
 // The search among sparse data must find just what walking the list finds, at every node.
 TEST(Estimation, SparseSearchFindsWhatWalkingFinds) {
   const struct {
