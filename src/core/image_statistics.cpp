@@ -23,7 +23,10 @@ bool AnyNull(const T*... pointers) noexcept {
   return ((pointers == nullptr) || ...);
 }
 
-int NodeCount(const VORL_IMAGE* image) noexcept { return image->grid == nullptr ? 0 : image->grid->nxyz; }
+// Without a grid, or values to read, there is no node.
+int NodeCount(const VORL_IMAGE* image) noexcept {
+  return image->grid == nullptr || image->var == nullptr ? 0 : std::max(image->grid->nxyz, 0);
+}
 
 bool HasVariable(const VORL_IMAGE* image, int iv) noexcept { return 0 <= iv && iv < image->nvar; }
 
@@ -178,7 +181,7 @@ struct AllDistributions {
 // The divisor is the number of variables, those that are missing included.
 void ComputeEnsembleStatistics(const VORL_IMAGE* image, const VORL_IMAGE* out) noexcept {
   const int nxyz = NodeCount(image);
-  const double weight = 1.0 / image->nvar;
+  const double weight = image->nvar > 0 ? 1.0 / image->nvar : 0.0;
   real* const min = Variable(out, 0);
   real* const max = Variable(out, 1);
   real* const mean = Variable(out, 2);
@@ -209,7 +212,7 @@ void ComputeEnsembleStatistics(const VORL_IMAGE* image, const VORL_IMAGE* out) n
 // Proportion of the variables of `image` that have the given value.
 void ComputeProportion(const VORL_IMAGE* image, real category, real* proportion) noexcept {
   const int nxyz = NodeCount(image);
-  const double weight = 1.0 / image->nvar;
+  const double weight = image->nvar > 0 ? 1.0 / image->nvar : 0.0;
   std::fill_n(proportion, nxyz, 0.0);
   for (int iv = 0; iv < image->nvar; ++iv) {
     const real* const values = Variable(image, iv);
@@ -316,7 +319,7 @@ int VORLGetNImageVarValuePdf(int nimage, VORL_IMAGE* images, int* nvalue, real**
                              int* nmissing) noexcept {
   if (kestrum::VariableCountsDiffer(nimage, images)) return kestrum::kVariableCountsDiffer;
   if (AnyNull(nvalue, value, pdf, nmissing)) return kNullOutput;
-  return kestrum::Distributions(nimage, images, 0, images->nvar, nvalue, value, pdf, nmissing);
+  return kestrum::Distributions(nimage, images, 0, nimage > 0 ? images->nvar : 0, nvalue, value, pdf, nmissing);
 }
 
 int VORLGetImageOneVarValueIndex(VORL_IMAGE* image, int iv, int nvalue, real* value, int* index) noexcept {

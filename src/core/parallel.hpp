@@ -13,7 +13,8 @@ namespace kestrum {
 class Dealing {
  public:
   static constexpr Dealing Serial() noexcept { return Dealing(false, 1); }
-  // `nthreads` is passed on to the runtime as the caller gave it.
+  // `nthreads` sizes the scratch as the caller gave it; a region opens with one thread at least, since the runtime may
+  // end the process for a negative number.
   static constexpr Dealing Threads(int nthreads) noexcept { return Dealing(true, nthreads); }
 
   // Number of blocks of per-thread scratch that a body needs.
@@ -28,7 +29,7 @@ class Dealing {
       if (n > 0) body(std::ptrdiff_t{0}, n);
       return;
     }
-#pragma omp parallel num_threads(nthreads_)
+#pragma omp parallel num_threads(nthreads_ > 0 ? nthreads_ : 1)
     {
       const std::ptrdiff_t team = omp_get_num_threads();
       const std::ptrdiff_t thread = omp_get_thread_num();
@@ -49,7 +50,7 @@ class Dealing {
       body(0, 1);
       return;
     }
-#pragma omp parallel num_threads(nthreads_)
+#pragma omp parallel num_threads(nthreads_ > 0 ? nthreads_ : 1)
     body(omp_get_thread_num(), omp_get_num_threads());
   }
 

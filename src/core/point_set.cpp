@@ -23,6 +23,7 @@ constexpr int kOutside = -1;
 
 // Index along one axis of the cell with the nearest centre, for an axis of n cells of the given spacing and origin.
 int CellOnAxis(real x, int n, real spacing, real origin) noexcept {
+  if (n < 1) return kOutside;
   const real center = origin + VORL_SHIFT_FACTOR_FOR_POINT * spacing;  // of the first cell
   if (x < center - 0.5 * spacing || x > (n - 0.5) * spacing + center) return kOutside;
   const real offset = (x - center) / spacing;

@@ -63,7 +63,7 @@ int ValidateNames(int nvar, char** names, int extraLength, int tooLong, int notU
 
 void PrintNames(int nvar, char** names, const char* prefix, FILE* stream) noexcept {
   if (names == nullptr) return;
-  for (int iv = 0; iv < nvar; ++iv) std::fprintf(stream, "%s%s\n", prefix, names[iv]);
+  for (int iv = 0; iv < nvar; ++iv) std::fprintf(stream, "%s%.*s\n", prefix, VORL_VARNAME_LENGTH, names[iv]);
 }
 
 void ComputeVariableStatistics(int nvar, int count, const real* var, int** n, double* min, double* max, double* mean,
@@ -115,7 +115,9 @@ int VariableStatistics::Allocate(int nvar) noexcept {
 }
 
 void PrintVariableList(int nvar, char** names, const char* prefix, FILE* stream) noexcept {
-  for (int iv = 0; iv < nvar; ++iv) std::fprintf(stream, "%sVariable #%3d: %s\n", prefix, iv, names[iv]);
+  for (int iv = 0; iv < nvar && names != nullptr; ++iv) {
+    std::fprintf(stream, "%sVariable #%3d: %.*s\n", prefix, iv, VORL_VARNAME_LENGTH, names[iv]);
+  }
   std::fprintf(stream, "\n");
 }
 
