@@ -47,6 +47,8 @@ int ValidateParameterImage(VORL_IMAGE* image, const Domain& domain, int wrongGri
     *status = wrongGrid;
   } else if (image->nvar != 1) {
     *status = wrongNumberOfVariables;
+  } else if (image->nxyzv < domain.grid->nxyz) {
+    *status = -625;  // every node is read
   }
   return 0;
 }

@@ -90,8 +90,15 @@ class EstimateWriter {
 // Number of consecutive positions of the path that are dealt to a thread at a time.
 constexpr int kChunk = KrigingSolver::kMaxTask;
 
+// What happened to the nodes of a chunk: neighbours dropped, and systems given up.
+struct ChunkWarnings {
+  int dropped[kChunk];
+  bool gaveUp[kChunk];
+};
+
 // Deals the positions of the nodes to estimate out in chunks: chunk t goes to thread t, then t plus the number of
-// threads, and so on. work(thread, first, last) estimates the nodes at the positions first to last - 1. Progress is that
+// threads, and so on. work(thread, first, last, warnings) estimates the nodes at the positions first to last - 1. Then
+// progress and warnings of the chunk are told node by node, in order. Progress is that
 // of a node-by-node deal: thread 0 reports its n-th node as the position n times the number of threads. A failure ends
 // the serial form at once; the threaded form does all nodes, and the last failure is the result.
 template <typename Work>
@@ -103,25 +110,31 @@ int ForEachChunk(const EstimationRun& run, const Work& work) noexcept {
   std::atomic<int> word{0};
   run.dealing.EachThread([&](int thread, int team) noexcept {
     std::int64_t reported = 0;  // by thread 0
-    const auto report = [&](std::int64_t nodes) noexcept {
-      for (; nodes > 0 && reported < count; --nodes, reported += nthreads) {
-        if (const int status = run.monitor.Publish(reported * unit); status != 0) {
-          word.store(status, std::memory_order_relaxed);
-          if (!run.dealing.threaded()) return;
-        }
-      }
+    const auto report = [&]() noexcept {
+      if (thread != 0 || reported >= count) return true;
+      const int status = run.monitor.Publish(reported * unit);
+      reported += nthreads;
+      if (status != 0) word.store(status, std::memory_order_relaxed);
+      return status == 0 || run.dealing.threaded();
     };
     for (std::int64_t begin = thread * std::int64_t{kChunk}; begin < count;
          begin += static_cast<std::int64_t>(team) * kChunk) {
       const std::int64_t end = std::min(begin + kChunk, count);
-      if (thread == 0) report(end - begin);
-      if (!run.dealing.threaded() && word.load(std::memory_order_relaxed) != 0) return;
-      work(thread, static_cast<int>(first + begin), static_cast<int>(first + end));
+      ChunkWarnings warnings{};
+      work(thread, static_cast<int>(first + begin), static_cast<int>(first + end), warnings);
+      for (std::int64_t i = 0; i < end - begin; ++i) {
+        if (!report()) return;
+        for (int k = 0; k < warnings.dropped[i]; ++k) run.monitor.Warn(2001);
+        if (warnings.gaveUp[i]) run.monitor.Warn(2015);
+      }
     }
-    if (thread == 0) report(count);
+    while (thread == 0 && reported < count) {
+      if (!report()) return;
+    }
   });
   if (const int status = word.load(); status != 0) return status;
-  return run.monitor.AbortedRun() ? kAborted : 0;
+  // The serial form looks at the flag where it reports progress.
+  return run.dealing.threaded() && run.monitor.AbortedRun() ? kAborted : 0;
 }
 
 // Adds the mean back, fills the output image, writes the separate files and reports the end.
@@ -192,9 +205,10 @@ int EstimateMoving(const EstimationRun& run, const KrigingModel& model, const Ne
   const real* const value = run.image->var;
   const real* const factor = run.input->varianceUsage == 2 ? run.input->varianceImage->var : nullptr;
   const auto isDatum = [nodeStatus](int node) noexcept { return nodeStatus[node] == 0; };
-  const auto work = [&](int thread, int first, int last) noexcept {
+  const auto work = [&](int thread, int first, int last, ChunkWarnings& warnings) noexcept {
     MovingScratch& scratch = scratches[thread];
     KrigingTask tasks[kChunk];
+    int place[kChunk];  // in the chunk, of each task
     int ntask = 0;
     NodeCoordinates at{0, 0, 0};
     int runStart = 0;  // nodes from runStart up belong to the run of the sparse search; empty at first
@@ -226,15 +240,16 @@ int EstimateMoving(const EstimationRun& run, const KrigingModel& model, const Ne
       if (m == 0) {
         writer.StoreWithoutNeighbors(node, ModelAtNode(model, node).sill);
       } else {
+        place[ntask] = p - first;
         tasks[ntask++] = {node, m, entries};
       }
     }
     scratch.solver.Solve(
-        tasks, ntask, [&]() noexcept { run.monitor.Warn(2001); },
+        tasks, ntask, [&](int index) noexcept { ++warnings.dropped[place[index]]; },
         [&](int index, const KrigingWeights& solved) noexcept {
           const auto& [node, ignored, entries] = tasks[index];
           if (solved.m == 0) {
-            run.monitor.Warn(2015);
+            warnings.gaveUp[place[index]] = true;
             writer.StoreWithoutNeighbors(node, solved.sill);
             return;
           }
@@ -261,7 +276,7 @@ struct UniqueData {
 
 int GatherData(const EstimationRun& run, int ndata, UniqueData& data) noexcept {
   if (ndata < 1) return -71265;
-  const bool hasFactor = run.input->varianceImage != nullptr;
+  const bool hasFactor = run.input->varianceUsage == 2;
   for (Buffer<real>* buffer : {&data.x, &data.y, &data.z, &data.value}) {
     if (const int status = buffer->Allocate(ndata); status != 0) return status;
   }
@@ -285,6 +300,15 @@ int GatherData(const EstimationRun& run, int ndata, UniqueData& data) noexcept {
 }
 
 int BuildUniqueMatrix(const EstimationRun& run, const KrigingModel& model, UniqueData& data) noexcept {
+  const int m = data.n;
+  const std::ptrdiff_t size = model.SystemSize(m);
+  data.size = static_cast<int>(size);
+  if (const int status = data.matrix.Allocate(static_cast<std::size_t>(size) * size); status != 0) return status;
+  ObjectArray<Buffer<real>> lags;  // per thread
+  if (const int status = lags.Allocate(run.dealing.nthreads()); status != 0) return status;
+  for (Buffer<real>& lag : lags) {
+    if (const int status = lag.Allocate(3 * static_cast<std::size_t>(m)); status != 0) return status;
+  }
   if (model.rotated) {
     run.dealing.Blocks(data.n, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       for (std::ptrdiff_t i = begin; i < end; ++i) {
@@ -294,15 +318,6 @@ int BuildUniqueMatrix(const EstimationRun& run, const KrigingModel& model, Uniqu
         data.z[i] = at.z;
       }
     });
-  }
-  const int m = data.n;
-  const std::ptrdiff_t size = model.SystemSize(m);
-  data.size = static_cast<int>(size);
-  if (const int status = data.matrix.Allocate(static_cast<std::size_t>(size) * size); status != 0) return status;
-  ObjectArray<Buffer<real>> lags;  // per thread
-  if (const int status = lags.Allocate(run.dealing.nthreads()); status != 0) return status;
-  for (Buffer<real>& lag : lags) {
-    if (const int status = lag.Allocate(3 * static_cast<std::size_t>(m)); status != 0) return status;
   }
   real* const matrix = data.matrix.data();
   run.dealing.EachThread([&](int thread, int team) noexcept {
@@ -378,6 +393,7 @@ int EstimateUnique(const EstimationRun& run, const KrigingModel& model, int ndat
         node, KrigingWeights{m, weight, rhs, stride, model.sill}, [&](int i) { return data.value[i]; },
         [&](int i) { return data.factor[i]; });
   };
+  // Goes on with the second attempt; returns whether one succeeded.
   const auto solveAlone = [&](int node, int lane, UniqueScratch& scratch) noexcept {
     for (int i = 0; i < size; ++i) scratch.loneRhs[i] = scratch.rhs[i * kLanes + lane];
     for (int attempt = 2; attempt <= kMaxUniqueAttempt; ++attempt) {
@@ -385,13 +401,13 @@ int EstimateUnique(const EstimationRun& run, const KrigingModel& model, int ndat
       if (Gmres(limits, size, data.matrix.data(), size, scratch.loneRhs.data(), scratch.loneWeight.data(),
                 scratch.loneWork.data())) {
         store(node, scratch.loneWeight.data(), scratch.loneRhs.data(), 1);
-        return;
+        return true;
       }
     }
-    run.monitor.Warn(2015);
     writer.StoreWithoutNeighbors(node, model.sill);
+    return false;
   };
-  const auto work = [&](int thread, int first, int last) noexcept {
+  const auto work = [&](int thread, int first, int last, ChunkWarnings& warnings) noexcept {
     UniqueScratch& scratch = scratches[thread];
     real* const lagX = scratch.lag.data();
     real* const lagY = lagX + m;
@@ -421,7 +437,7 @@ int EstimateUnique(const EstimationRun& run, const KrigingModel& model, int ndat
         if ((converged >> lane & 1u) != 0) {
           store(node, scratch.weight.data() + lane, scratch.rhs.data() + lane, kLanes);
         } else {
-          solveAlone(node, lane, scratch);
+          warnings.gaveUp[begin + lane - first] = !solveAlone(node, lane, scratch);
         }
       }
     }

@@ -102,8 +102,8 @@ void NeighborCovariances::FillSideBySide(const int* const entries[kLanes], int m
 void NeighborCovariances::Fill(const LocalModel& local, int node, const int* entries, int m, int size, real* matrix,
                                int stride, real* lag) const noexcept {
   const auto store = [=](int i, int j, real covariance) {
-    matrix[static_cast<std::ptrdiff_t>(i * size + j) * stride] = covariance;
-    matrix[static_cast<std::ptrdiff_t>(j * size + i) * stride] = covariance;
+    matrix[(static_cast<std::ptrdiff_t>(i) * size + j) * stride] = covariance;
+    matrix[(static_cast<std::ptrdiff_t>(j) * size + i) * stride] = covariance;
   };
   if (table_) {
     for (int i = 0; i < m; ++i) {

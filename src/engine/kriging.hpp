@@ -140,7 +140,7 @@ class KrigingSolver {
                              int capacity) noexcept;
 
   // Solves the tasks (each with at least one neighbour) in any order and calls done(index of the task, weights) for
-  // each; the weights are valid during that call only. dropped() is called for each neighbour dropped.
+  // each; the weights are valid during that call only. dropped(index) is called for each neighbour dropped.
   template <typename Dropped, typename Done>
   void Solve(const KrigingTask* tasks, int ntask, const Dropped& dropped, const Done& done) noexcept {
     // By size, so that systems of one size stand together.
@@ -216,7 +216,7 @@ class KrigingSolver {
       }
       // The restart length stays, although it may exceed the size now.
       if (size <= limits.restart) limits.ncycle = 1;
-      dropped();
+      dropped(index);
     }
     done(index, KrigingWeights{m, weight_.data(), rhs_.data(), 1, sill});
   }

@@ -12,6 +12,10 @@ constexpr int kNoRank = INT_MAX;
 // list of 31,000 entries in the level-2 cache).
 constexpr int kStepsPerCandidate = 4;
 
+// Memory of the tables, per node of the grid and for small grids.
+constexpr double kTableBytesPerNode = 20.0;
+constexpr double kTableBytesBasic = 1 << 24;
+
 // Below this many steps on the average, walking is cheaper than even starting a run.
 constexpr int kAlwaysWalk = 100;
 
@@ -22,6 +26,13 @@ constexpr int kMaxInsertion = 160;
 
 bool SparseNeighborSearch::Pays(const NeighborList& list, int ndata, int limit) noexcept {
   if (ndata < 1) return false;
+  // The tables are worth a share of the memory of a run, no more.
+  const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
+  const double boxX = static_cast<double>(offsets.ixMax) - offsets.ixMin + 1;
+  const double nrow = (static_cast<double>(offsets.iyMax) - offsets.iyMin + 1) *
+                      (static_cast<double>(offsets.izMax) - offsets.izMin + 1);
+  const double bytes = nrow * (boxX * sizeof(int) + (boxX + kMaxRun) * sizeof(RunRanks) + sizeof(Row));
+  if (bytes > kTableBytesBasic + kTableBytesPerNode * list.grid.nxyz) return false;
   const double steps = static_cast<double>(limit) * list.grid.nxyz / ndata;
   return std::min(steps, static_cast<double>(list.offsets->size)) > kAlwaysWalk;
 }

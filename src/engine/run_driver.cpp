@@ -40,6 +40,7 @@ class OwnedImage {
 
   // Values uninitialised, names empty.
   [[nodiscard]] int Allocate(VORL_GRID* grid, int nvar) noexcept {
+    if (nvar < 1) return -3;
     if (static_cast<std::int64_t>(grid->nxyz) * nvar > INT_MAX) return -1;
     int status = 0;
     image_ = static_cast<VORL_IMAGE*>(VORLMalloc(1, sizeof(VORL_IMAGE), &status));
@@ -50,7 +51,7 @@ class OwnedImage {
     VORLCopyGrid(image_->grid, grid);
     image_->nvar = nvar;
     image_->nxyzv = nvar * grid->nxyz;
-    if (nvar > 0) std::memset(image_->varName[0], 0, static_cast<std::size_t>(nvar) * VORL_VARNAME_LENGTH);
+    std::memset(image_->varName[0], 0, static_cast<std::size_t>(nvar) * VORL_VARNAME_LENGTH);
     return 0;
   }
 
@@ -252,7 +253,7 @@ class Run {
       std::fputs("No warning encountered\n", stream);
     } else {
       std::fprintf(stream, "Warnings encountered (%d times in all):\n", monitor_->nwarning);
-      for (int i = 0; i < monitor_->nwarningNumber; ++i) {
+      for (int i = 0; i < std::min(monitor_->nwarningNumber, VORL_MAX_NWARNING); ++i) {
         std::fprintf(stream, "#%3d: %s", i + 1, VORLGetWarningMessage(monitor_->warningNumberList[i]));
       }
     }
@@ -341,7 +342,7 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
     real** const maximum = mode.simulation ? inequalityMax_.slot() : nullptr;
     const int status = VORLKestrumIntegrateConditioningData(input_, workingImage_.get(), minimum, maximum,
                                                             nodeStatus_.data(), &ndata_, monitor_, callback_);
-    if (status != 0) return status;
+    if (After(status) != 0) return After(status);
     ReleaseConditioningData();
     if (ndata_ > 0) {
       real sum = 0.0;

@@ -22,7 +22,7 @@ class RunMonitor {
   }
 
   void FinishRealization() const noexcept {
-    if (monitor_ != nullptr) ++monitor_->currentRealization;
+    if (monitor_ != nullptr && monitor_->currentRealization < INT_MAX) ++monitor_->currentRealization;
   }
 
   // Reports that a part (0 to 1) of the current realization is done, if the whole percentage over all realizations has
@@ -30,6 +30,8 @@ class RunMonitor {
   [[nodiscard]] int Publish(double part) const noexcept {
     if (monitor_ == nullptr) return 0;
     const double percentage = (monitor_->currentRealization + part) * 100.0 / monitor_->nrealization;
+    // What a caller makes of the counters may not be a number.
+    if (!(percentage >= 0.0)) return 0;
     const int whole = percentage < INT_MAX ? static_cast<int>(percentage) : INT_MAX;
     if (whole <= monitor_->allRealizationProgress) return 0;
     int status = 0;
