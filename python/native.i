@@ -8,10 +8,16 @@
 
 %include "typemaps.i"
 %include "callbacks.i"
+
+/* NumPy before the variables and constants: without it there is no module. */
+%init %{
+  import_array();
+%}
+
+%include "streams.i"
 %include "gil.i"
 %include "hidden_names.i"
 %include "headers.i"
 %include "numpy_bridges.i"
 %include "names.i"
 %include "arrays.i"
-%include "streams.i"

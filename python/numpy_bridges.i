@@ -2,10 +2,6 @@
  * is the caller's business. */
 %include "numpy.i"
 
-%init %{
-  import_array();
-%}
-
 /* numpy.i takes a byte-swapped array of the right type as it stands; here its numbers are what counts. */
 %fragment("Kestrum_NativeArray", "header", fragment="NumPy_Fragments") {
   static PyArrayObject *NativeContiguousArray(PyObject *input, int typecode, int *isNewObject) {
@@ -31,6 +27,9 @@
 }
 %numpy_typemaps(TYPE, TYPECODE, int)
 %apply (TYPE *INPLACE_ARRAY1, int DIM1) {(TYPE *target, int n)};
+%typemap(check) (TYPE *target, int n) {
+  if (PyArray_FailUnlessWriteable(array$argnum, "array") < 0) SWIG_fail;
+}
 %refuse_none(TYPE *vector)
 
 %inline %{

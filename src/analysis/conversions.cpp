@@ -76,13 +76,14 @@ int Extract(const VORL_IMAGE& in, VORL_IMAGE* out, const real (&reference)[3], S
   if (nxy > kMost || nxy * third.count() > kMost / std::max(in.nvar, 1)) return kStepTooSmall;
   const int nxyz = static_cast<int>(nxy * third.count());
 
-  if (const int status = VORLMallocImage(out, nxyz, in.nvar); status != 0) return status;
+  const int nvar = std::max(in.nvar, 0);
+  if (const int status = VORLMallocImage(out, nxyz, nvar); status != 0) return status;
   *out->grid = {first.count(), second.count(), third.count(),   first.step,     second.step,
                 third.step,    first.origin(), second.origin(), third.origin(), static_cast<int>(nxy),
                 nxyz};
-  out->nvar = in.nvar;
-  out->nxyzv = in.nvar * nxyz;
-  for (int v = 0; v < in.nvar; ++v) std::memcpy(out->varName[v], in.varName[v], VORL_VARNAME_LENGTH);
+  out->nvar = nvar;
+  out->nxyzv = nvar * nxyz;
+  for (int v = 0; v < nvar; ++v) std::memcpy(out->varName[v], in.varName[v], VORL_VARNAME_LENGTH);
 
   std::size_t sample = 0;
   for (int k = -third.nbefore; k <= third.nafter; ++k) {
@@ -95,7 +96,7 @@ int Extract(const VORL_IMAGE& in, VORL_IMAGE* out, const real (&reference)[3], S
         const real y = reference[1] + (ti * first.y + tj * second.y + tk * third.y);
         const real z = reference[2] + (ti * first.z + tj * second.z + tk * third.z);
         const int node = LiesInBox(grid, x, y, z) ? NodeIndex(grid, NearestNode(grid, x, y, z)) : -1;
-        for (int v = 0; v < in.nvar; ++v) {
+        for (int v = 0; v < nvar; ++v) {
           const std::size_t variable = static_cast<std::size_t>(v);
           out->var[variable * static_cast<std::size_t>(nxyz) + sample] =
               node < 0 ? real{VORL_MISSING_VALUE}
@@ -242,7 +243,7 @@ int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** varMin, real
       status != 0) {
     return status;
   }
-  const std::size_t nxyz = static_cast<std::size_t>(target->grid->nxyz);
+  const std::size_t nxyz = static_cast<std::size_t>(std::max(target->grid->nxyz, 0));
   const real* values = source->var;
   for (const Route& route : routes) {
     if (route.role != Role::kIgnored) {

@@ -1,7 +1,7 @@
 #ifndef KESTRUM_ANALYSIS_NEAREST_NODE_HPP
 #define KESTRUM_ANALYSIS_NEAREST_NODE_HPP
 
-#include "core/grid.h"
+#include "core/node_coordinates.hpp"
 
 namespace kestrum {
 
@@ -24,17 +24,9 @@ inline int NearestCell(real coordinate, real origin, real spacing, int n) noexce
   return position - cell > 0.5 ? cell + 1 : cell;
 }
 
-struct NodeCoordinates {
-  int ix, iy, iz;
-};
-
 inline NodeCoordinates NearestNode(const VORL_GRID& grid, real x, real y, real z) noexcept {
   return {NearestCell(x, grid.ox, grid.sx, grid.nx), NearestCell(y, grid.oy, grid.sy, grid.ny),
           NearestCell(z, grid.oz, grid.sz, grid.nz)};
-}
-
-inline int NodeIndex(const VORL_GRID& grid, const NodeCoordinates& node) noexcept {
-  return node.ix + node.iy * grid.nx + node.iz * grid.nxy;
 }
 
 }  // namespace kestrum

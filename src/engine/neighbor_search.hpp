@@ -5,6 +5,7 @@
 
 #include "core/buffer.hpp"
 #include "core/grid.h"
+#include "core/node_coordinates.hpp"
 #include "engine/search_neighborhood.h"
 
 namespace kestrum {
@@ -15,15 +16,6 @@ struct NeighborList {
   const int* shift;  // difference of node index of each entry
   VORL_GRID grid;
 };
-
-struct NodeCoordinates {
-  int ix, iy, iz;
-};
-
-inline NodeCoordinates CoordinatesOf(const VORL_GRID& grid, int node) noexcept {
-  const int inSection = node % grid.nxy;
-  return {inSection % grid.nx, inSection / grid.nx, node / grid.nxy};
-}
 
 // Writes the entries of the first `limit` usable nodes of the list around a node, in the order of the list, and returns
 // their number. usable(node) tells whether a node of the grid is a neighbour. A node whose whole box lies inside the grid

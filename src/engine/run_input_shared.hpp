@@ -201,6 +201,9 @@ class InputValidation {
     if (input.ndataImage > 0 && input.dataImage == nullptr) return Refuse(-621);
     for (int i = 0; i < input.ndataImage; ++i) {
       if (!Image(&input.dataImage[i])) return false;
+      const VORL_IMAGE& image = input.dataImage[i];
+      // Every value is read.
+      if (image.nxyzv < static_cast<long long>(image.nvar) * image.grid->nxyz) return Refuse(-625);
     }
     if (input.ndataPointSet > 0 && input.dataPointSet == nullptr) return Refuse(-641);
     for (int i = 0; i < input.ndataPointSet; ++i) {

@@ -209,3 +209,13 @@ def test_streams(tmp_path):
     lines = (tmp_path / "grid.txt").read_text().splitlines()
     assert len(lines) == 5 and all(line.startswith("> ") for line in lines)
     assert k.fopen(str(tmp_path / "none" / "x"), "w") is None
+
+
+def test_get_bridge_leaves_read_only_arrays_alone():
+    vector = k.new_real_array(2)
+    array = np.full(2, 5.0)
+    array.flags.writeable = False
+    with pytest.raises(ValueError):
+        k.vorl_get_array_from_real_vector(vector, 0, array)
+    assert array.tolist() == [5.0, 5.0]
+    k.delete_real_array(vector)

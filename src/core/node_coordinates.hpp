@@ -1,0 +1,24 @@
+#ifndef KESTRUM_CORE_NODE_COORDINATES_HPP
+#define KESTRUM_CORE_NODE_COORDINATES_HPP
+
+#include "core/grid.h"
+
+namespace kestrum {
+
+struct NodeCoordinates {
+  int ix, iy, iz;
+};
+
+inline NodeCoordinates CoordinatesOf(const VORL_GRID& grid, int node) noexcept {
+  const int inSection = node % grid.nxy;
+  return {inSection % grid.nx, inSection / grid.nx, node / grid.nxy};
+}
+
+// From the sizes themselves, since a caller may have left the stored products unfilled.
+inline int NodeIndex(const VORL_GRID& grid, const NodeCoordinates& node) noexcept {
+  return (node.iz * grid.ny + node.iy) * grid.nx + node.ix;
+}
+
+}  // namespace kestrum
+
+#endif
