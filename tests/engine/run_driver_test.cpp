@@ -293,6 +293,28 @@ TEST(RunDriver, IndicatorPreparation) {
       VORLKestrumFreeKestrumIndicatorInput(&input);
     }
   }
+  // Its allocations fail one by one, up to the failure that ends every run of this kind.
+  for (long k = 0;; ++k) {
+    ASSERT_LT(k, 1000);
+    VORL_KESTRUMINDICATORINPUT input = MakeIndicatorInput(grid, {1, 2}, {1, 2, m, m});
+    VORL_KESTRUMOUTPUT output;
+    VORLKestrumInitKestrumOutput(&output);
+    int status;
+    bool happened;
+    {
+      const kestrum_test::FailAllocation failing(k);
+      status = VORLKestrumIndicatorSim(&input, &output, nullptr, nullptr);
+      happened = failing.Happened();
+    }
+    VORLKestrumFreeKestrumIndicatorInput(&input);
+    EXPECT_EQ(output.outputImage, nullptr);
+    if (!happened) {
+      EXPECT_EQ(status, -71060);
+      EXPECT_GT(k, 20);
+      break;
+    }
+    EXPECT_TRUE(status == -1 || status == -2) << k << ": " << status;
+  }
   EXPECT_EQ(VORLOMPKestrumIndicatorSim(nullptr, nullptr, nullptr, nullptr, 0), -99);
 }
 
