@@ -152,6 +152,18 @@ class Run {
     return After(0);
   }
 
+  // Validates the input; a broken rule is the status of the run. A flag is one BOOLEAN, or one per category.
+  template <typename Flag>
+  [[nodiscard]] int ValidateWith(int (*validate)(Input*, Flag*, Flag*, Flag*, Flag*, VORL_PROGRESSMONITOR*,
+                                                 ProgressCallback, int*),
+                                 Flag* rotationStationary, Flag* weightStationary, Flag* rangeStationary,
+                                 Flag* covModelStationary) const noexcept {
+    int verdict = 0;
+    const int status = After(validate(input_, rotationStationary, weightStationary, rangeStationary, covModelStationary,
+                                      monitor_, callback_, &verdict));
+    return status != 0 ? status : verdict;
+  }
+
   // Time counts from here: report head and validation are left out.
   void StartClock() noexcept { start_ = std::clock(); }
 
@@ -199,7 +211,8 @@ class Run {
   }
 
   bool Masked(std::ptrdiff_t node) const noexcept {
-    return input_->maskImageFlag && input_->maskImage->var[node] == 0.0;
+    const VORL_IMAGE* const mask = UsedMask(*input_);
+    return mask != nullptr && mask->var[node] == 0.0;
   }
 
   // Whether the result is wanted as an image, in memory or in one file.
@@ -328,12 +341,8 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
 
  private:
   int Validate() noexcept {
-    int verdict = 0;
-    const int status =
-        VORLKestrumValidateKestrumInput(input_, &rotationStationary_, &weightStationary_, &rangeStationary_,
-                                        &covModelStationary_, monitor_, callback_, &verdict);
-    if (const int stopped = After(status); stopped != 0) return stopped;
-    return verdict;
+    return ValidateWith(VORLKestrumValidateKestrumInput, &rotationStationary_, &weightStationary_, &rangeStationary_,
+                        &covModelStationary_);
   }
 
   // Data into the working image; their mean, and the sill of the model.
@@ -463,12 +472,8 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
 
  private:
   int Validate() noexcept {
-    int verdict = 0;
-    const int status =
-        VORLKestrumValidateKestrumIndicatorInput(input_, &rotationStationary_, &weightStationary_, &rangeStationary_,
-                                                 &covModelStationary_, monitor_, callback_, &verdict);
-    if (const int stopped = After(status); stopped != 0) return stopped;
-    return verdict;
+    return ValidateWith(VORLKestrumValidateKestrumIndicatorInput, &rotationStationary_, &weightStationary_,
+                        &rangeStationary_, &covModelStationary_);
   }
 
   // The category of a value, -1 if it is none.
