@@ -1,0 +1,33 @@
+#ifndef KESTRUM_ANALYSIS_OUTPUT_IMAGE_HPP
+#define KESTRUM_ANALYSIS_OUTPUT_IMAGE_HPP
+
+#include "core/image.h"
+
+namespace kestrum {
+
+// Whether the nodes of an image can be walked: 0; -20 if grid, names or values are not allocated; -611 if a size is below
+// 1 or the stored products of the sizes disagree with them. Tested after what a function tests of its own arguments.
+[[nodiscard]] int CheckImage(const VORL_IMAGE& image) noexcept;
+
+// Makes the image of a result: `nvar` variables on the frame of `grid`, each named after the variable of `in` in the
+// same place counted from `firstVar`, followed by `suffix`. Values are not set.
+//   out  holds nothing on entry; releasable afterwards in every case
+// Returns 0; -623, before anything is allocated, if a name has no room for the suffix; -620 if the image would have
+// more values than an int can count; the status of VORLMallocImage.
+[[nodiscard]] int MakeOutputImage(const VORL_IMAGE& in, int firstVar, int nvar, const VORL_GRID& grid,
+                                  const char* suffix, VORL_IMAGE* out) noexcept;
+
+// The usual case: all variables, on the grid of `in`.
+[[nodiscard]] inline int MakeOutputImage(const VORL_IMAGE& in, const char* suffix, VORL_IMAGE* out) noexcept {
+  return MakeOutputImage(in, 0, in.nvar, *in.grid, suffix, out);
+}
+
+// Renames the variables of `out` after those of `in` in the same place, followed by `suffix`, which must have room.
+void NameOutputVariables(const VORL_IMAGE& in, int firstVar, const char* suffix, VORL_IMAGE& out) noexcept;
+
+// Whether every name of these variables has room for the suffix.
+bool HasRoomForSuffix(const VORL_IMAGE& in, int firstVar, int nvar, const char* suffix) noexcept;
+
+}  // namespace kestrum
+
+#endif
