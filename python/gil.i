@@ -12,6 +12,9 @@
 %releases_gil(VORLOMPKestrumIndicatorSim)
 %releases_gil(VORLOMPKestrumSimEstimation)
 %releases_gil(VORLOMPKestrumSimEstimationUniqueSN)
+%releases_gil(VORLOMPKestrumSimSimulation)
+%releases_gil(VORLOMPKestrumIndicatorSimEstimation)
+%releases_gil(VORLOMPKestrumIndicatorSimSimulation)
 
 %releases_gil(VORLKestrumValidateKestrumInput)
 %releases_gil(VORLKestrumValidateKestrumIndicatorInput)

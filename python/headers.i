@@ -19,4 +19,7 @@
 /* A run calls its callback, so it takes none but a real one. */
 %refuse_none(int (*progressCallback)(VORL_PROGRESSMONITOR *))
 %include "engine/estimation.h"
+%include "engine/simulation.h"
+%include "engine/indicator_estimation.h"
+%include "engine/indicator_simulation.h"
 %include "engine/run_driver.h"

@@ -7,6 +7,9 @@
 %ignore VORLKestrumIndicatorSim;
 %ignore VORLKestrumSimEstimation;
 %ignore VORLKestrumSimEstimationUniqueSN;
+%ignore VORLKestrumSimSimulation;
+%ignore VORLKestrumIndicatorSimEstimation;
+%ignore VORLKestrumIndicatorSimSimulation;
 
 %ignore VORLTransformLinearVector;
 %ignore VORLOMPTransformLinearVector;

@@ -29,9 +29,12 @@
 
 #include "engine/conditioning.h"
 #include "engine/estimation.h"
+#include "engine/indicator_estimation.h"
 #include "engine/indicator_run_input.h"
+#include "engine/indicator_simulation.h"
 #include "engine/run_driver.h"
 #include "engine/run_input.h"
 #include "engine/search_neighborhood.h"
+#include "engine/simulation.h"
 
 #endif

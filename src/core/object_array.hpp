@@ -34,6 +34,7 @@ class ObjectArray {
   std::size_t size() const noexcept { return size_; }
   T* data() noexcept { return objects_; }
   T& operator[](std::size_t i) noexcept { return objects_[i]; }
+  const T& operator[](std::size_t i) const noexcept { return objects_[i]; }
   T* begin() noexcept { return objects_; }
   T* end() noexcept { return objects_ + size_; }
 

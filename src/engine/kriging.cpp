@@ -151,13 +151,9 @@ void NeighborCovariances::FillRhs(const LocalModel& local, int node, const int* 
   }
 }
 
-int KrigingSolver::Allocate(const KrigingModel& model, const NeighborCovariances& covariances, const FirstGuess& guess,
-                            int capacity) noexcept {
-  model_ = &model;
-  covariances_ = &covariances;
-  guess_ = &guess;
+int KrigingSolver::Allocate(bool ordinaryKriging, int capacity) noexcept {
   VORLInitRandContext(&context_);
-  const std::size_t size = model.SystemSize(capacity);
+  const std::size_t size = ordinaryKriging ? capacity + 1 : capacity;
   const std::size_t batchSize = std::min<std::size_t>(size, kMaxBatchSize);
   const struct {
     Buffer<real>* buffer;
@@ -180,35 +176,35 @@ int KrigingSolver::Allocate(const KrigingModel& model, const NeighborCovariances
 }
 
 real KrigingSolver::Build(const KrigingTask& task) noexcept {
-  const LocalModel local = ModelAtNode(*model_, task.node);
-  const int size = model_->SystemSize(task.m);
-  covariances_->FillRhs(local, task.node, task.entries, task.m, rhs_.data(), 1);
-  covariances_->Fill(local, task.node, task.entries, task.m, size, matrix_.data(), 1, lag_.data());
+  const LocalModel local = ModelAtNode(systems_->model, task.node);
+  const int size = systems_->model.SystemSize(task.m);
+  systems_->covariances.FillRhs(local, task.node, task.entries, task.m, rhs_.data(), 1);
+  systems_->covariances.Fill(local, task.node, task.entries, task.m, size, matrix_.data(), 1, lag_.data());
   for (int i = 0; i < task.m; ++i) matrix_[static_cast<std::ptrdiff_t>(i) * size + i] = local.sill;
-  if (model_->ordinaryKriging) AddUnbiasedness(task.m, size, matrix_.data(), rhs_.data());
+  if (systems_->model.ordinaryKriging) AddUnbiasedness(task.m, size, matrix_.data(), rhs_.data());
   return local.sill;
 }
 
 void KrigingSolver::BuildSideBySide(const KrigingTask* tasks, const int* which, int count, real sill[kLanes]) noexcept {
   const int m = tasks[which[0]].m;
-  const int size = model_->SystemSize(m);
+  const int size = systems_->model.SystemSize(m);
   const int* entries[kLanes];
   for (int lane = 0; lane < kLanes; ++lane) {
     const KrigingTask& task = tasks[which[lane < count ? lane : 0]];
-    const LocalModel local = ModelAtNode(*model_, task.node);
+    const LocalModel local = ModelAtNode(systems_->model, task.node);
     entries[lane] = task.entries;
     sill[lane] = local.sill;
-    covariances_->FillRhs(local, task.node, task.entries, m, &batchRhs_[lane], kLanes);
-    if (!covariances_->tabulated()) {
-      covariances_->Fill(local, task.node, task.entries, m, size, &batchMatrix_[lane], kLanes, lag_.data());
+    systems_->covariances.FillRhs(local, task.node, task.entries, m, &batchRhs_[lane], kLanes);
+    if (!systems_->covariances.tabulated()) {
+      systems_->covariances.Fill(local, task.node, task.entries, m, size, &batchMatrix_[lane], kLanes, lag_.data());
     }
   }
-  if (covariances_->tabulated()) {
-    covariances_->FillSideBySide(entries, m, size, batchMatrix_.data(), code_.data());
+  if (systems_->covariances.tabulated()) {
+    systems_->covariances.FillSideBySide(entries, m, size, batchMatrix_.data(), code_.data());
   }
   const auto element = [&](int i, int j) { return &batchMatrix_[static_cast<std::size_t>(i * size + j) * kLanes]; };
   for (int i = 0; i < m; ++i) std::copy_n(sill, kLanes, element(i, i));
-  if (!model_->ordinaryKriging) return;
+  if (!systems_->model.ordinaryKriging) return;
   for (int i = 0; i < m; ++i) {
     std::fill_n(element(i, m), kLanes, 1.0);
     std::fill_n(element(m, i), kLanes, 1.0);

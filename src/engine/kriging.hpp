@@ -34,6 +34,22 @@ struct KrigingModel {
   int SystemSize(int m) const noexcept { return ordinaryKriging ? m + 1 : m; }
 };
 
+// The model from the arguments of a worker; rotationMatrix: 3 by 3, null for none.
+inline KrigingModel MakeKrigingModel(VORL_COVMODEL* covModel, BOOLEAN ordinaryKriging, BOOLEAN rotationStationary,
+                                     BOOLEAN weightStationary, BOOLEAN covModelStationary, real sill,
+                                     const real* const* rotationMatrix) noexcept {
+  KrigingModel model{covModel,
+                     ordinaryKriging != 0,
+                     rotationStationary != 0,
+                     weightStationary != 0,
+                     covModelStationary != 0,
+                     sill,
+                     rotationMatrix != nullptr,
+                     {}};
+  if (model.rotated) model.rotation = RotationFromMatrix(rotationMatrix);
+  return model;
+}
+
 // The model at one node: sill and rotation.
 struct LocalModel {
   real sill;
@@ -107,6 +123,25 @@ class NeighborCovariances {
   Buffer<int> code_;                   // place of each entry's offset in the box
 };
 
+// What all threads share of the systems of one model and its list. What the two point at must outlive it.
+struct MovingSystems {
+  KrigingModel model{};
+  NeighborList list{};
+  NeighborCovariances covariances;
+  FirstGuess guess;
+  int capacity = 0;  // largest number of neighbours
+
+  [[nodiscard]] int Prepare(const KrigingModel& krigingModel, const NeighborList& neighborList,
+                            int mostNeighbors) noexcept {
+    model = krigingModel;
+    list = neighborList;
+    // No system is larger than the list.
+    capacity = std::clamp(mostNeighbors, 1, std::max(list.offsets->size, 1));
+    const int status = covariances.Prepare(model, list);
+    return status != 0 ? status : guess.Allocate(model.SystemSize(capacity));
+  }
+};
+
 // A kriging system to solve: the node and the list entries of its neighbours, in the order of the list.
 struct KrigingTask {
   int node;
@@ -136,13 +171,14 @@ class KrigingSolver {
   static constexpr int kMinBatch = 3;
 
   // capacity: largest number of neighbours.
-  [[nodiscard]] int Allocate(const KrigingModel& model, const NeighborCovariances& covariances, const FirstGuess& guess,
-                             int capacity) noexcept;
+  [[nodiscard]] int Allocate(bool ordinaryKriging, int capacity) noexcept;
 
   // Solves the tasks (each with at least one neighbour) in any order and calls done(index of the task, weights) for
   // each; the weights are valid during that call only. dropped(index) is called for each neighbour dropped.
   template <typename Dropped, typename Done>
-  void Solve(const KrigingTask* tasks, int ntask, const Dropped& dropped, const Done& done) noexcept {
+  void Solve(const MovingSystems& systems, const KrigingTask* tasks, int ntask, const Dropped& dropped,
+             const Done& done) noexcept {
+    systems_ = &systems;
     // By size, so that systems of one size stand together.
     for (int i = 0; i < ntask; ++i) order_[i] = i;
     std::sort(order_, order_ + ntask,
@@ -151,7 +187,7 @@ class KrigingSolver {
       const int m = tasks[order_[begin]].m;
       int end = begin + 1;
       while (end < ntask && end - begin < kLanes && tasks[order_[end]].m == m) ++end;
-      if (end - begin >= kMinBatch && model_->SystemSize(m) <= kMaxBatchSize) {
+      if (end - begin >= kMinBatch && systems_->model.SystemSize(m) <= kMaxBatchSize) {
         SolveSideBySide(tasks, order_ + begin, end - begin, m, dropped, done);
       } else {
         for (int i = begin; i < end; ++i) SolveAlone(tasks[order_[i]], order_[i], 1, dropped, done);
@@ -172,10 +208,10 @@ class KrigingSolver {
   template <typename Dropped, typename Done>
   void SolveSideBySide(const KrigingTask* tasks, const int* which, int count, int m, const Dropped& dropped,
                        const Done& done) noexcept {
-    const int size = model_->SystemSize(m);
+    const int size = systems_->model.SystemSize(m);
     real sill[kLanes];
     BuildSideBySide(tasks, which, count, sill);
-    for (int i = 0; i < size; ++i) std::fill_n(&batchWeight_[i * kLanes], kLanes, guess_->first()[i]);
+    for (int i = 0; i < size; ++i) std::fill_n(&batchWeight_[i * kLanes], kLanes, systems_->guess.first()[i]);
     const unsigned converged = GmresBatch(SolverLimits(size), size, batchMatrix_.data(), batchRhs_.data(),
                                           batchWeight_.data(), batchWork_.data());
     for (int lane = 0; lane < count; ++lane) {
@@ -194,12 +230,12 @@ class KrigingSolver {
                   const Done& done) noexcept {
     const real sill = Build(task);
     int m = task.m;
-    const int stride = model_->SystemSize(m);
+    const int stride = systems_->model.SystemSize(m);
     int size = stride;
     GmresLimits limits = SolverLimits(size);
     for (int attempt = firstAttempt;; ++attempt) {
       if (attempt == 1) {
-        std::copy_n(guess_->first(), size, weight_.data());
+        std::copy_n(systems_->guess.first(), size, weight_.data());
       } else {
         FirstGuess::Draw(attempt, size, weight_.data(), context_);
       }
@@ -211,7 +247,7 @@ class KrigingSolver {
       if (attempt % kAttemptsPerDrop != 0) continue;
       if (--m == 0) break;
       --size;
-      if (model_->ordinaryKriging) {
+      if (systems_->model.ordinaryKriging) {
         AddUnbiasedness(m, stride, matrix_.data(), rhs_.data());
       }
       // The restart length stays, although it may exceed the size now.
@@ -224,9 +260,7 @@ class KrigingSolver {
   // The row and column of ones at place m, in a matrix with rows of `size` elements.
   static void AddUnbiasedness(int m, int size, real* matrix, real* rhs) noexcept;
 
-  const KrigingModel* model_ = nullptr;
-  const NeighborCovariances* covariances_ = nullptr;
-  const FirstGuess* guess_ = nullptr;
+  const MovingSystems* systems_ = nullptr;
   VORL_RANDCONTEXT context_{};
   int order_[kMaxTask] = {};
   Buffer<real> batchMatrix_, batchRhs_, batchWeight_, batchWork_;

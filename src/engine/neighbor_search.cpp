@@ -1,6 +1,7 @@
 #include "engine/neighbor_search.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <climits>
 
 namespace kestrum {
@@ -22,7 +23,50 @@ constexpr int kAlwaysWalk = 100;
 // Up to this many candidates the order of the node before is mended by insertion; beyond it, the lowest are selected.
 constexpr int kMaxInsertion = 160;
 
+// A node status of 0 marks a datum.
+constexpr unsigned kDatumBound = 1;
+
 }  // namespace
+
+int WalkNeighbors(const NeighborList& list, int node, int limit, const int* key, unsigned bound,
+                  int* entries) noexcept {
+  // Entries are tested in blocks without a branch: whether a node is usable cannot be predicted.
+  constexpr int kBlock = 16;
+  const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
+  const VORL_GRID& grid = list.grid;
+  const auto [ix, iy, iz] = CoordinatesOf(grid, node);
+  // A node whose whole box lies inside the grid needs no bounds tests.
+  const bool interior = ix + offsets.ixMin >= 0 && ix + offsets.ixMax < grid.nx && iy + offsets.iyMin >= 0 &&
+                        iy + offsets.iyMax < grid.ny && iz + offsets.izMin >= 0 && iz + offsets.izMax < grid.nz;
+  int found = 0;
+  for (int begin = 0; begin < offsets.size && found < limit; begin += kBlock) {
+    const int count = std::min(kBlock, offsets.size - begin);
+    const int* const shift = list.shift + begin;
+    unsigned usable = 0;  // one bit per entry
+    if (interior) {
+      for (int i = 0; i < count; ++i) {
+        usable |= static_cast<unsigned>(static_cast<unsigned>(key[node + shift[i]]) < bound) << i;
+      }
+    } else {
+      int place[kBlock];
+      unsigned bounds[kBlock];  // 0 out of the grid: no key is below
+      for (int i = 0; i < count; ++i) {
+        const int x = ix + offsets.ix[begin + i];
+        const int y = iy + offsets.iy[begin + i];
+        const int z = iz + offsets.iz[begin + i];
+        // All bits are set if any of these is negative, that is, if the entry leads out of the grid.
+        const int outside = (x | (grid.nx - 1 - x) | y | (grid.ny - 1 - y) | z | (grid.nz - 1 - z)) >> 31;
+        place[i] = node + (shift[i] & ~outside);
+        bounds[i] = bound & ~static_cast<unsigned>(outside);
+      }
+      for (int i = 0; i < count; ++i) {
+        usable |= static_cast<unsigned>(static_cast<unsigned>(key[place[i]]) < bounds[i]) << i;
+      }
+    }
+    for (; usable != 0 && found < limit; usable &= usable - 1) entries[found++] = begin + std::countr_zero(usable);
+  }
+  return found;
+}
 
 bool SparseNeighborSearch::Pays(const NeighborList& list, int ndata, int limit) noexcept {
   if (ndata < 1) return false;
@@ -169,9 +213,7 @@ void SparseNeighborSearch::StartRun(NodeCoordinates first, int lastX, Scratch& s
 
 int SparseNeighborSearch::Find(int node, NodeCoordinates at, Scratch& scratch, int* entries) const noexcept {
   if (scratch.walk) {
-    const int* nodeStatus = nodeStatus_;
-    return WalkNeighbors(
-        list_, node, at, limit_, [nodeStatus](int i) { return nodeStatus[i] == 0; }, entries);
+    return WalkNeighbors(list_, node, limit_, nodeStatus_, kDatumBound, entries);
   }
   const int n = scratch.ncandidate;
   const int firstX = at.ix + list_.offsets->ixMin;
@@ -204,6 +246,44 @@ int SparseNeighborSearch::Find(int node, NodeCoordinates at, Scratch& scratch, i
     entries[found] = rank;
   }
   return found;
+}
+
+int DataNeighborSearch::Prepare(const NeighborList& list, const int* nodeStatus, int limit) noexcept {
+  list_ = list;
+  nodeStatus_ = nodeStatus;
+  const std::ptrdiff_t ndata = std::count(nodeStatus, nodeStatus + list.grid.nxyz, 0);
+  // No system is larger than the list or the data allow.
+  capacity_ = static_cast<int>(
+      std::clamp<std::ptrdiff_t>(std::min(limit, list.offsets->size), 1, std::max<std::ptrdiff_t>(ndata, 1)));
+  if (!SparseNeighborSearch::Pays(list, static_cast<int>(ndata), capacity_)) return 0;
+  return sparse_.Prepare(list, nodeStatus, static_cast<int>(ndata), capacity_);
+}
+
+int DataNeighborSearch::AllocateScratch(Scratch& scratch) const noexcept {
+  return sparse_.prepared() ? sparse_.AllocateScratch(scratch.sparse) : 0;
+}
+
+int DataNeighborSearch::Find(const int* nodes, int i, int count, Scratch& scratch, int* entries) const noexcept {
+  const int node = nodes[i];
+  if (!sparse_.prepared()) return WalkNeighbors(list_, node, capacity_, nodeStatus_, kDatumBound, entries);
+  const NodeCoordinates at = CoordinatesOf(list_.grid, node);
+  if (node < scratch.runStart || node > scratch.runEnd) {
+    // The nodes that follow, in either direction, as far as they stand in one row.
+    int first = node;
+    int last = node;
+    for (int j = i + 1; j < count; ++j) {
+      const int low = std::min(first, nodes[j]);
+      const int high = std::max(last, nodes[j]);
+      if (nodes[j] / list_.grid.nx != node / list_.grid.nx || high - low >= SparseNeighborSearch::kMaxRun) break;
+      first = low;
+      last = high;
+    }
+    scratch.runStart = first;
+    scratch.runEnd = last;
+    const NodeCoordinates start = CoordinatesOf(list_.grid, first);
+    sparse_.StartRun(start, start.ix + last - first, scratch.sparse);
+  }
+  return sparse_.Find(node, at, scratch.sparse, entries);
 }
 
 }  // namespace kestrum

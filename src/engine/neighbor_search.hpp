@@ -18,31 +18,8 @@ struct NeighborList {
 };
 
 // Writes the entries of the first `limit` usable nodes of the list around a node, in the order of the list, and returns
-// their number. usable(node) tells whether a node of the grid is a neighbour. A node whose whole box lies inside the grid
-// needs no bounds tests.
-template <typename Usable>
-int WalkNeighbors(const NeighborList& list, int node, NodeCoordinates at, int limit, const Usable& usable,
-                  int* entries) noexcept {
-  const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
-  const VORL_GRID& grid = list.grid;
-  const auto [ix, iy, iz] = at;
-  int found = 0;
-  if (ix + offsets.ixMin >= 0 && ix + offsets.ixMax < grid.nx && iy + offsets.iyMin >= 0 &&
-      iy + offsets.iyMax < grid.ny && iz + offsets.izMin >= 0 && iz + offsets.izMax < grid.nz) {
-    for (int e = 0; e < offsets.size && found < limit; ++e) {
-      if (usable(node + list.shift[e])) entries[found++] = e;
-    }
-    return found;
-  }
-  const auto inside = [](int i, int n) { return static_cast<unsigned>(i) < static_cast<unsigned>(n); };
-  for (int e = 0; e < offsets.size && found < limit; ++e) {
-    if (inside(ix + offsets.ix[e], grid.nx) && inside(iy + offsets.iy[e], grid.ny) &&
-        inside(iz + offsets.iz[e], grid.nz) && usable(node + list.shift[e])) {
-      entries[found++] = e;
-    }
-  }
-  return found;
-}
+// their number. A node of the grid is usable if its key, taken as an unsigned number, is below `bound`.
+int WalkNeighbors(const NeighborList& list, int node, int limit, const int* key, unsigned bound, int* entries) noexcept;
 
 // Finds the same neighbours where few nodes hold a datum, so that walking the list would pass thousands of empty nodes:
 // the rank in the list of each datum's offset is looked up, and the lowest ranks are taken.
@@ -108,6 +85,33 @@ class SparseNeighborSearch {
   Buffer<Row> rows_;                   // by lowest rank
   Buffer<int> dataX_, dataY_, dataZ_;  // data in node order
   Buffer<int> rowStart_;               // per row of the grid: its first datum
+};
+
+// The neighbours of a node among data that stay: looked up where data are few, found along the list elsewhere.
+class DataNeighborSearch {
+ public:
+  // What one thread needs.
+  struct Scratch {
+    SparseNeighborSearch::Scratch sparse;
+    int runStart = 0;  // nodes from runStart to runEnd belong to the run of the sparse search; none at first
+    int runEnd = -1;
+  };
+
+  // nodeStatus: 0 marks a datum. Both must outlive the search. `limit` neighbours are wanted at most.
+  [[nodiscard]] int Prepare(const NeighborList& list, const int* nodeStatus, int limit) noexcept;
+  // Most neighbours that any node can have, at least 1.
+  int capacity() const noexcept { return capacity_; }
+  [[nodiscard]] int AllocateScratch(Scratch& scratch) const noexcept;
+
+  // Writes the list entries of the neighbours of nodes[i] and returns their number. The nodes after it in `nodes` (of
+  // `count`) are wanted next.
+  int Find(const int* nodes, int i, int count, Scratch& scratch, int* entries) const noexcept;
+
+ private:
+  NeighborList list_{};
+  const int* nodeStatus_ = nullptr;
+  int capacity_ = 0;
+  SparseNeighborSearch sparse_;
 };
 
 }  // namespace kestrum

@@ -19,16 +19,16 @@
 #include "covariance/cov_model.hpp"
 #include "engine/conditioning.h"
 #include "engine/estimation.h"
+#include "engine/indicator_estimation.h"
+#include "engine/indicator_simulation.h"
 #include "engine/run_files.hpp"
 #include "engine/run_input_shared.hpp"
 #include "engine/run_monitor.hpp"
 #include "engine/search_neighborhood.h"
+#include "engine/simulation.h"
 
 namespace kestrum {
 namespace {
-
-// The routines of the modes that a run cannot do yet.
-constexpr int kModeNotAvailable = -71060;
 
 // An image record on the heap, as an output record holds it.
 class OwnedImage {
@@ -333,7 +333,8 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
                                        input_->searchNeighborhoodSortMode, input_->nneighborMax, &randContext,
                                        neighborhood));
       if (status != 0) return status;
-      status = mode.simulation ? kModeNotAvailable : EstimateMoving(mode, rotationMatrix, neighborhood);
+      status = mode.simulation ? Simulate(mode, rotationMatrix, neighborhood)
+                               : EstimateMoving(mode, rotationMatrix, neighborhood);
     }
     if (status = After(status); status != 0) return status;
     return Complete();
@@ -418,6 +419,21 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
                                : estimate(VORLKestrumSimEstimation);
   }
 
+  int Simulate(Mode mode, real** rotationMatrix, Neighborhood& neighborhood) noexcept {
+    const bool hasInequalityData = inequalityMin_.values() != nullptr || inequalityMax_.values() != nullptr;
+    const auto simulate = [&](auto function, auto... nthreads) {
+      return function(input_, mode.ordinaryKriging ? TRUE : FALSE, workingImage_.get(), outputImage_.get(),
+                      rotationStationary_, weightStationary_, rangeStationary_, covModelStationary_, sill_,
+                      rotationMatrix, &neighborhood.list, neighborhood.shift.data(), neighborhood.limit,
+                      nodeStatus_.data(), hasInequalityData ? TRUE : FALSE, inequalityMin_.slot(),
+                      inequalityMax_.slot(), input_->simGrid->nxyz, simulationPath_.data(), pathFirstInequality_,
+                      pathFirstSimulated_, dataValue_.data(), ndata_, report_.stream(), monitor_, callback_,
+                      nthreads...);
+    };
+    return dealing_.threaded() ? simulate(VORLOMPKestrumSimSimulation, dealing_.nthreads())
+                               : simulate(VORLKestrumSimSimulation);
+  }
+
   int EstimateUnique(Mode mode, real** rotationMatrix) noexcept {
     const auto estimate = [&](auto function, auto... nthreads) {
       return function(input_, mode.ordinaryKriging ? TRUE : FALSE, workingImage_.get(), stdImage_.get(),
@@ -466,7 +482,7 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
     if (status = After(KeepData()); status != 0) return status;
     if (status = After(PreparePath()); status != 0) return status;
     if (status = After(BuildNeighborhoods(&randContext)); status != 0) return status;
-    if (status = After(kModeNotAvailable); status != 0) return status;
+    if (status = After(Work(mode)); status != 0) return status;
     return Complete();
   }
 
@@ -572,6 +588,42 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
       if (After(status) != 0) return After(status);
     }
     return 0;
+  }
+
+  int Work(Mode mode) noexcept {
+    const int ncategory = input_->ncategory;
+    Buffer<VORL_SEARCHNEIGHBORHOOD> lists;
+    Buffer<int*> shifts;
+    Buffer<int> limits;
+    int status = lists.Allocate(ncategory);
+    if (status == 0) status = shifts.Allocate(ncategory);
+    if (status == 0) status = limits.Allocate(ncategory);
+    if (status != 0) return status;
+    for (int c = 0; c < ncategory; ++c) {
+      lists[c] = neighborhoods_[c].list;  // the lists stay those of neighborhoods_
+      shifts[c] = neighborhoods_[c].shift.data();
+      limits[c] = neighborhoods_[c].limit;
+    }
+    const auto ordinaryKriging = static_cast<BOOLEAN>(mode.ordinaryKriging ? TRUE : FALSE);
+    const auto estimate = [&](auto function, auto... nthreads) {
+      return function(input_, ordinaryKriging, workingImage_.get(), outputImage_.get(), rotationStationary_,
+                      weightStationary_, rangeStationary_, covModelStationary_, sill_.data(), rotationMatrix_.data(),
+                      ndata_, lists.data(), shifts.data(), limits.data(), nodeStatus_.data(), input_->simGrid->nxyz,
+                      simulationPath_.data(), pathFirstSimulated_, report_.stream(), monitor_, callback_, nthreads...);
+    };
+    const auto simulate = [&](auto function, auto... nthreads) {
+      return function(input_, ordinaryKriging, workingImage_.get(), outputImage_.get(), rotationStationary_,
+                      weightStationary_, rangeStationary_, covModelStationary_, sill_.data(), rotationMatrix_.data(),
+                      lists.data(), shifts.data(), limits.data(), nodeStatus_.data(), input_->simGrid->nxyz,
+                      simulationPath_.data(), pathFirstSimulated_, dataValue_.data(), ndata_, report_.stream(),
+                      monitor_, callback_, nthreads...);
+    };
+    if (mode.simulation) {
+      return dealing_.threaded() ? simulate(VORLOMPKestrumIndicatorSimSimulation, dealing_.nthreads())
+                                 : simulate(VORLKestrumIndicatorSimSimulation);
+    }
+    return dealing_.threaded() ? estimate(VORLOMPKestrumIndicatorSimEstimation, dealing_.nthreads())
+                               : estimate(VORLKestrumIndicatorSimEstimation);
   }
 
   BOOLEAN* rotationStationary_ = nullptr;

@@ -26,8 +26,33 @@ class RunMonitor {
   }
 
   // Reports that a part (0 to 1) of the current realization is done, if the whole percentage over all realizations has
-  // grown. Gives 0, the callback's result, or kAborted. Only one thread of a region may call it.
+  // grown. Gives the callback's result. Only one thread of a region may call it.
+  [[nodiscard]] int Tell(double part) const noexcept {
+    bool told;
+    return Tell(part, told);
+  }
+
+  // The same, where the report can find that the job is to stop: gives 0, the callback's result, or kAborted.
   [[nodiscard]] int Publish(double part) const noexcept {
+    bool told;
+    const int status = Tell(part, told);
+    if (status != 0) return status;
+    return told && Aborted(monitor_) ? kAborted : 0;
+  }
+
+  // Raises a warning and gives the callback's result. A set abort flag is found at the next test.
+  int Warn(int number) const noexcept {
+    int status;
+#pragma omp critical(UpdateErrorAndProgress)
+    status = TellWarning(monitor_, callback_, number);
+    return status;
+  }
+
+  bool AbortedRun() const noexcept { return Aborted(monitor_); }
+
+ private:
+  int Tell(double part, bool& told) const noexcept {
+    told = false;
     if (monitor_ == nullptr) return 0;
     const double percentage = (monitor_->currentRealization + part) * 100.0 / monitor_->nrealization;
     // What a caller makes of the counters may not be a number.
@@ -40,19 +65,10 @@ class RunMonitor {
       monitor_->allRealizationProgress = whole;
       if (callback_ != nullptr) status = callback_(monitor_);
     }
-    if (status != 0) return status;
-    return Aborted(monitor_) ? kAborted : 0;
+    told = true;
+    return status;
   }
 
-  // Raises a warning. What the callback answers does not end the run here: a set abort flag is found at the next test.
-  void Warn(int number) const noexcept {
-#pragma omp critical(UpdateErrorAndProgress)
-    static_cast<void>(RaiseWarning(monitor_, callback_, number));
-  }
-
-  bool AbortedRun() const noexcept { return Aborted(monitor_); }
-
- private:
   VORL_PROGRESSMONITOR* monitor_;
   ProgressCallback callback_;
 };

@@ -5,6 +5,7 @@
 
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -14,10 +15,10 @@
 
 namespace {
 
+using kestrum_test::Datum;
 using kestrum_test::Element;
+using kestrum_test::IndicatorRunRecords;
 using kestrum_test::MakeGrid;
-using kestrum_test::New;
-using kestrum_test::NewImage;
 using kestrum_test::NewText;
 using kestrum_test::RunRecords;
 
@@ -127,7 +128,7 @@ TEST(RunDriver, StatusesAndRewrittenInput) {
        },
        -110},
       {"Aborted", [](RunRecords& r) { r.monitor.abortedJobFlag = TRUE; }, -1000},
-      {"Simulation", [](RunRecords& r) { r.input.computationMode = KESTRUM_SIM_OK; }, -71060},
+      {"Simulation", [](RunRecords& r) { r.input.computationMode = KESTRUM_SIM_OK; }, 0},
       {"WrongProducts", [](RunRecords& r) { r.input.simGrid->nxyz = 1000; }, -601},
       {"Unlimited", [](RunRecords& r) { r.input.nneighborMax = -1; }, 0},
       {"MoreThanThereAre", [](RunRecords& r) { r.input.nneighborMax = 2147483647; }, 0},
@@ -198,68 +199,61 @@ TEST(RunDriver, ProgressAndItsAnswers) {
   EXPECT_EQ(percentages.back(), 99);
 }
 
-// Every allocation of a run fails once: the run tells it, hands nothing out and leaks nothing (a leak is for the
+// Runs with each allocation failing once: the run tells it, hands nothing out and leaks nothing (a leak is for the
 // sanitised build to find).
+template <typename Records, typename Change>
+void FailEachAllocation(int nthreads, const Change& change, const Records& make) {
+  int failures = 0;
+  for (long k = 0;; ++k) {
+    ASSERT_LT(k, 1000);
+    auto records = make();
+    change(records->input);
+    int status;
+    bool happened;
+    {
+      const kestrum_test::FailAllocation failing(k);
+      status = records->Run(nthreads);
+      happened = failing.Happened();
+    }
+    if (!happened) {
+      EXPECT_EQ(status, 0);
+      break;
+    }
+    ++failures;
+    EXPECT_TRUE(status == -1 || status == -2) << k << ": " << status;
+    EXPECT_EQ(records->output.outputImage, nullptr);
+  }
+  EXPECT_GT(failures, 15);
+}
+
 TEST(RunDriver, EveryAllocationMayFail) {
   const VORL_GRID grid = MakeGrid(12, 10, 1);
-  for (const bool unique : {false, true}) {
-    for (const int nthreads : {0, 2}) {
-      int failures = 0;
-      for (long k = 0;; ++k) {
-        ASSERT_LT(k, 1000);
-        RunRecords records(grid, kModel, {{0, 0, 0, 1.0}, {5, 3, 0, 4.0}, {7, 8, 0, 2.0}});
-        if (unique) records.input.searchRadiusRelative = -1.0;
-        int status;
-        bool happened;
-        {
-          const kestrum_test::FailAllocation failing(k);
-          status = records.Run(nthreads);
-          happened = failing.Happened();
-        }
-        if (!happened) {
-          EXPECT_EQ(status, 0);
-          break;
-        }
-        ++failures;
-        EXPECT_TRUE(status == -1 || status == -2) << k << ": " << status;
-        EXPECT_EQ(records.output.outputImage, nullptr);
-      }
-      EXPECT_GT(failures, 15);
-    }
+  const auto continuous = [&] {
+    return std::make_unique<RunRecords>(grid, kModel,
+                                        std::vector<Datum>{{0, 0, 0, 1.0}, {5, 3, 0, 4.0}, {7, 8, 0, 2.0}});
+  };
+  const auto categorical = [&] {
+    std::vector<real> data(120, VORL_MISSING_VALUE);
+    data[7] = 1.0;
+    data[77] = 2.0;
+    return std::make_unique<IndicatorRunRecords>(grid, kModel, std::vector<real>{1.0, 2.0}, data);
+  };
+  for (const int nthreads : {0, 2}) {
+    FailEachAllocation(
+        nthreads, [](auto&) {}, continuous);
+    FailEachAllocation(
+        nthreads, [](auto& input) { input.searchRadiusRelative = -1.0; }, continuous);
+    FailEachAllocation(
+        nthreads, [](auto& input) { input.computationMode = KESTRUM_SIM_OK; }, continuous);
+    FailEachAllocation(
+        nthreads, [](auto& input) { input.searchRadiusRelative[1] = -1.0; }, categorical);
+    FailEachAllocation(
+        nthreads, [](auto& input) { input.computationMode = KESTRUM_SIM_SK; }, categorical);
   }
 }
 
-VORL_KESTRUMINDICATORINPUT MakeIndicatorInput(const VORL_GRID& grid, const std::vector<real>& categories,
-                                              const std::vector<real>& data) {
-  VORL_KESTRUMINDICATORINPUT input;
-  VORLKestrumInitKestrumIndicatorInput(&input);
-  const int n = static_cast<int>(categories.size());
-  input.simGrid = New<VORL_GRID>();
-  *input.simGrid = grid;
-  input.varName = NewText("v");
-  input.ncategory = n;
-  input.categoryValue = New<real>(n);
-  input.covModel = New<VORL_COVMODEL>(n);
-  input.searchRadiusRelative = New<real>(n);
-  input.nneighborMax = New<int>(n);
-  input.searchNeighborhoodSortMode = New<int>(n);
-  for (int c = 0; c < n; ++c) {
-    input.categoryValue[c] = categories[c];
-    VORL_COVMODEL* const model = kestrum_test::NewModel(kModel);
-    input.covModel[c] = *model;
-    std::free(model);
-    input.searchRadiusRelative[c] = 1.0;
-    input.nneighborMax[c] = 4;
-  }
-  input.computationMode = KESTRUM_OK;
-  input.ndataImage = 1;
-  VORL_IMAGE* const image = NewImage(grid, data);
-  input.dataImage = image;
-  return input;
-}
-
-// The categorical run prepares and refuses; its proportions stay in the record.
-TEST(RunDriver, IndicatorPreparation) {
+// Proportions of the data, which stay in the record, and what each run of a categorical variable hands out.
+TEST(RunDriver, IndicatorProportions) {
   const VORL_GRID grid = MakeGrid(4, 1, 1);
   const real m = VORL_MISSING_VALUE;
   const struct {
@@ -267,53 +261,39 @@ TEST(RunDriver, IndicatorPreparation) {
     int status;
     std::vector<real> proportion;
   } cases[] = {
-      {{1, 2, 3}, {1, 3, 1, m}, -71060, {2.0 / 3, 0.0, 1.0 / 3}},
+      {{1, 2, 3}, {1, 3, 1, m}, 0, {2.0 / 3, 0.0, 1.0 / 3}},
       {{1, 2, 3}, {1, 5, 1, m}, -71115, {}},
-      {{1, 2, 3, 4}, {m, m, m, m}, -71060, {0.25, 0.25, 0.25, 0.25}},
-      {{2}, {2, 0, 0, m}, -71060, {1.0 / 3}},
+      {{1, 2, 3, 4}, {m, m, m, m}, 0, {0.25, 0.25, 0.25, 0.25}},
+      {{2}, {2, 0, 0, m}, 0, {1.0 / 3}},
       {{2}, {2, 0, 1, m}, -71116, {}},
-      {{2}, {m, m, m, m}, -71060, {0.5}},
+      {{2}, {m, m, m, m}, 0, {0.5}},
   };
   for (const auto& c : cases) {
     for (const int nthreads : {0, 2}) {
-      VORL_KESTRUMINDICATORINPUT input = MakeIndicatorInput(grid, c.categories, c.data);
-      VORL_KESTRUMOUTPUT output;
-      VORLKestrumInitKestrumOutput(&output);
-      VORL_PROGRESSMONITOR monitor;
-      VORLInitProgressMonitor(&monitor);
-      const int status =
-          nthreads == 0 ? VORLKestrumIndicatorSim(&input, &output, &monitor, VORLUpdateProgressMonitor0)
-                        : VORLOMPKestrumIndicatorSim(&input, &output, &monitor, VORLUpdateProgressMonitor0, nthreads);
-      EXPECT_EQ(status, c.status);
-      EXPECT_EQ(output.outputImage, nullptr);
-      for (std::size_t i = 0; i < c.proportion.size(); ++i) {
-        EXPECT_DOUBLE_EQ(input.probabilityValue[i], c.proportion[i]);
+      for (const auto mode : {KESTRUM_OK, KESTRUM_SIM_SK}) {
+        IndicatorRunRecords records(grid, kModel, c.categories, c.data);
+        records.input.computationMode = mode;
+        records.input.nrealization = 7;
+        EXPECT_EQ(records.Run(nthreads), c.status);
+        EXPECT_EQ(records.input.ndataImage, 0);
+        for (std::size_t i = 0; i < c.proportion.size(); ++i) {
+          EXPECT_DOUBLE_EQ(records.input.probabilityValue[i], c.proportion[i]);
+        }
+        ASSERT_EQ(records.output.outputImage != nullptr, c.status == 0);
+        if (c.status != 0) continue;
+        const VORL_IMAGE& image = *records.output.outputImage;
+        const int ncategory = static_cast<int>(c.categories.size());
+        EXPECT_EQ(image.nvar, mode == KESTRUM_OK ? ncategory : 7);
+        EXPECT_STREQ(image.varName[0], mode == KESTRUM_OK ? "v_prob000" : "v_real00000");
+        // The datum at node 0, told as a probability of 1 or as itself.
+        if (c.data[0] != m) {
+          for (int v = 0; v < image.nvar; ++v) {
+            const real certain = c.categories[v % ncategory] == c.data[0] ? 1.0 : 0.0;
+            EXPECT_EQ(image.var[v * 4], mode == KESTRUM_OK ? certain : c.data[0]);
+          }
+        }
       }
-      EXPECT_EQ(input.ndataImage, 0);
-      VORLKestrumFreeKestrumIndicatorInput(&input);
     }
-  }
-  // Its allocations fail one by one, up to the failure that ends every run of this kind.
-  for (long k = 0;; ++k) {
-    ASSERT_LT(k, 1000);
-    VORL_KESTRUMINDICATORINPUT input = MakeIndicatorInput(grid, {1, 2}, {1, 2, m, m});
-    VORL_KESTRUMOUTPUT output;
-    VORLKestrumInitKestrumOutput(&output);
-    int status;
-    bool happened;
-    {
-      const kestrum_test::FailAllocation failing(k);
-      status = VORLKestrumIndicatorSim(&input, &output, nullptr, nullptr);
-      happened = failing.Happened();
-    }
-    VORLKestrumFreeKestrumIndicatorInput(&input);
-    EXPECT_EQ(output.outputImage, nullptr);
-    if (!happened) {
-      EXPECT_EQ(status, -71060);
-      EXPECT_GT(k, 20);
-      break;
-    }
-    EXPECT_TRUE(status == -1 || status == -2) << k << ": " << status;
   }
   EXPECT_EQ(VORLOMPKestrumIndicatorSim(nullptr, nullptr, nullptr, nullptr, 0), -99);
 }

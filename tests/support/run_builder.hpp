@@ -136,6 +136,64 @@ class RunRecords {
   }
 };
 
+// The same for a run on a categorical variable: one category per value, each with the model, data at the nodes of an
+// image.
+class IndicatorRunRecords {
+ public:
+  VORL_KESTRUMINDICATORINPUT input;
+  VORL_KESTRUMOUTPUT output;
+  VORL_PROGRESSMONITOR monitor;
+
+  // data: one value per node, missing where there is no datum; or empty.
+  IndicatorRunRecords(const VORL_GRID& grid, const std::vector<Element>& elements, const std::vector<real>& categories,
+                      const std::vector<real>& data) {
+    VORLKestrumInitKestrumIndicatorInput(&input);
+    VORLKestrumInitKestrumOutput(&output);
+    VORLInitProgressMonitor(&monitor);
+    const int n = static_cast<int>(categories.size());
+    input.simGrid = New<VORL_GRID>();
+    *input.simGrid = grid;
+    input.varName = NewText("v");
+    input.formatString = NewText("%.10g");
+    input.ncategory = n;
+    input.categoryValue = New<real>(n);
+    input.covModel = New<VORL_COVMODEL>(n);
+    input.searchRadiusRelative = New<real>(n);
+    input.nneighborMax = New<int>(n);
+    input.searchNeighborhoodSortMode = New<int>(n);
+    for (int c = 0; c < n; ++c) {
+      input.categoryValue[c] = categories[c];
+      SetModel(c, elements);
+      input.searchRadiusRelative[c] = 1.0;
+      input.nneighborMax[c] = 12;
+    }
+    input.computationMode = KESTRUM_OK;
+    input.seed = 1;
+    input.nrealization = 1;
+    if (data.empty()) return;
+    input.ndataImage = 1;
+    input.dataImage = NewImage(grid, data);
+  }
+  IndicatorRunRecords(const IndicatorRunRecords&) = delete;
+  IndicatorRunRecords& operator=(const IndicatorRunRecords&) = delete;
+  ~IndicatorRunRecords() {
+    VORLKestrumFreeKestrumIndicatorInput(&input);
+    VORLKestrumFreeKestrumOutput(&output);
+  }
+
+  void SetModel(int c, const std::vector<Element>& elements) {
+    VORLKestrumFreeCovModel(&input.covModel[c]);
+    VORL_COVMODEL* const model = NewModel(elements);
+    input.covModel[c] = *model;
+    std::free(model);
+  }
+
+  int Run(int nthreads = 0, int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
+    return nthreads == 0 ? VORLKestrumIndicatorSim(&input, &output, &monitor, callback)
+                         : VORLOMPKestrumIndicatorSim(&input, &output, &monitor, callback, nthreads);
+  }
+};
+
 }  // namespace kestrum_test
 
 #endif

@@ -1,0 +1,68 @@
+// Whole runs of sequential simulation: nodes per second (all realizations) by number of neighbours, model type, dimension,
+// size and number of threads.
+#include <benchmark/benchmark.h>
+
+#include <vector>
+
+#include "support/run_builder.hpp"
+
+namespace {
+
+using kestrum_test::Element;
+using kestrum_test::MakeGrid;
+using kestrum_test::RandomData;
+using kestrum_test::RunRecords;
+
+struct Case {
+  VORL_GRID grid;
+  int nrealization;
+  int nneighbor = 20;
+  VORL_COVMODELTYPE type = COV_EXPONENTIAL;
+  real range = 30.0;
+  int ndata = 100;
+};
+
+// nthreads 0: the serial form.
+void Simulate(benchmark::State& state, const Case& run, int nthreads = 0) {
+  const std::vector<Element> model = {{run.type, 1.0, run.range, run.range, run.range, 1.5}};
+  const auto data = RandomData(run.grid, run.ndata, 1);
+  for (auto _ : state) {
+    state.PauseTiming();
+    RunRecords records(run.grid, model, data);
+    records.input.computationMode = KESTRUM_SIM_SK;
+    records.input.nneighborMax = run.nneighbor;
+    records.input.nrealization = run.nrealization;
+    records.input.seedIncrement = run.grid.nxyz + 1;
+    state.ResumeTiming();
+    if (const int status = records.Run(nthreads); status != 0) state.SkipWithError(VORLGetErrorMessage(-status));
+  }
+  state.SetItemsProcessed(state.iterations() * run.nrealization * (run.grid.nxyz - run.ndata));
+}
+
+const VORL_GRID kMap = MakeGrid(200, 200, 1);
+const VORL_GRID kBlock = MakeGrid(100, 100, 20);
+
+BENCHMARK_CAPTURE(Simulate, Map200x10, Case{kMap, 10})->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Simulate, Block100x100x20x5, Case{kBlock, 5})->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Simulate, Nodes1e5, Case{MakeGrid(316, 316, 1), 1})->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Simulate, Nodes1e6, Case{MakeGrid(1000, 1000, 1), 1})->Unit(benchmark::kMillisecond);
+
+// From 1 thread (the threaded form) to 8, on a large and on a small grid, where threads wait for one another more.
+void Threads(benchmark::State& state) {
+  Simulate(state, Case{kMap, 10}, static_cast<int>(state.range(0)));
+}
+BENCHMARK(Threads)->Arg(1)->Arg(2)->Arg(4)->Arg(8)->Unit(benchmark::kMillisecond)->UseRealTime();
+void ThreadsSmallGrid(benchmark::State& state) {
+  Simulate(state, Case{MakeGrid(30, 30, 1), 100}, static_cast<int>(state.range(0)));
+}
+BENCHMARK(ThreadsSmallGrid)->Arg(1)->Arg(2)->Arg(4)->Arg(8)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void Neighbors(benchmark::State& state) { Simulate(state, Case{kMap, 2, static_cast<int>(state.range(0))}); }
+BENCHMARK(Neighbors)->Arg(4)->Arg(8)->Arg(12)->Arg(20)->Arg(32)->Arg(48)->Unit(benchmark::kMillisecond);
+
+void ModelType(benchmark::State& state) {
+  Simulate(state, Case{kMap, 2, 20, static_cast<VORL_COVMODELTYPE>(state.range(0))});
+}
+BENCHMARK(ModelType)->DenseRange(COV_SPHERICAL, COV_MATERN)->Unit(benchmark::kMillisecond);
+
+}  // namespace
