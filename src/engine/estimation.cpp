@@ -104,8 +104,16 @@ struct MovingScratch {
 int EstimateMoving(const EstimationRun& run, const KrigingModel& model, const NeighborList& list, int nneighborLimit,
                    const int* nodeStatus) noexcept {
   if (nneighborLimit < 1) return -71260;
+  NodeBits data;
+  if (const int status = data.Allocate(list.grid.nxyz); status != 0) return status;
+  int ndata = 0;
+  for (int i = 0; i < list.grid.nxyz; ++i) {
+    if (nodeStatus[i] != 0) continue;
+    data.Set(i);
+    ++ndata;
+  }
   DataNeighborSearch search;
-  if (const int status = search.Prepare(list, nodeStatus, nneighborLimit); status != 0) return status;
+  if (const int status = search.Prepare(list, data, ndata, nneighborLimit); status != 0) return status;
   MovingSystems systems;
   if (const int status = systems.Prepare(model, list, search.capacity()); status != 0) return status;
   ObjectArray<MovingScratch> scratches;

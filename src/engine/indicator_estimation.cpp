@@ -76,13 +76,17 @@ class IndicatorEstimation {
       if (!neighborhoods_[c].unique && nneighborLimit[c] < 1) return -71260;
     }
     if (!anyMoving) return 0;
-    if (const int status = nodeStatus_.Allocate(image_.grid->nxyz); status != 0) return status;
-    std::transform(image_.var, image_.var + image_.grid->nxyz, nodeStatus_.data(),
-                   [](real value) { return value == VORL_MISSING_VALUE ? 1 : 0; });
+    if (const int status = isDatum_.Allocate(image_.grid->nxyz); status != 0) return status;
+    int ndata = 0;
+    for (int i = 0; i < image_.grid->nxyz; ++i) {
+      if (image_.var[i] == VORL_MISSING_VALUE) continue;
+      isDatum_.Set(i);
+      ++ndata;
+    }
     for (int c = 0; c < ncategory; ++c) {
       auto& [unique, krigingModel, systems, search, system] = neighborhoods_[c];
       if (unique) continue;
-      int status = search.Prepare(list(c), nodeStatus_.data(), nneighborLimit[c]);
+      int status = search.Prepare(list(c), isDatum_, ndata, nneighborLimit[c]);
       if (status == 0) status = systems.Prepare(krigingModel, list(c), search.capacity());
       if (status != 0) return status;
       capacity_ = std::max(capacity_, systems.capacity);
@@ -187,8 +191,8 @@ class IndicatorEstimation {
   Dealing dealing_;
   ObjectArray<CategoryNeighborhood> neighborhoods_;
   UniqueData data_;
-  Buffer<int> nodeStatus_;  // 0 marks a datum
-  int capacity_ = 0;        // of the moving neighbourhoods
+  NodeBits isDatum_;
+  int capacity_ = 0;  // of the moving neighbourhoods
   ObjectArray<ChunkScratch> scratches_;
 };
 

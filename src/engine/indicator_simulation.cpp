@@ -64,16 +64,15 @@ class IndicatorLaw {
     return 0;
   }
 
-  int BeforePath(int, PathRanks&, VORL_RANDCONTEXT&) noexcept { return 0; }
+  int BeforePath(int, PathRanks&, const NodeBits&, VORL_RANDCONTEXT&) noexcept { return 0; }
 
-  void Solve(int thread, const int* nodes, int count, int position, const PathRanks& ranks) noexcept {
+  void Solve(int thread, const int* nodes, int count, int position, const PathView& view) noexcept {
     auto& [kriging, solvers, probability] = scratches_[thread];
     for (int c = 0; c < categories_.count(); ++c) {
       if (source_[c] != c) continue;
       const MovingSystems& systems = systems_[c];
       solvers[c].Solve(systems, kriging, nodes, count, [&](int i, int* entries) noexcept {
-        return WalkNeighbors(systems.list, nodes[i], systems.capacity, ranks.data(),
-                             PathRanks::AtPosition(position + i), entries);
+        return view.Walk(systems.list, nodes[i], position + i, systems.capacity, entries);
       });
     }
   }

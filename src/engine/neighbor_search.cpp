@@ -23,49 +23,42 @@ constexpr int kAlwaysWalk = 100;
 // Up to this many candidates the order of the node before is mended by insertion; beyond it, the lowest are selected.
 constexpr int kMaxInsertion = 160;
 
-// A node status of 0 marks a datum.
-constexpr unsigned kDatumBound = 1;
-
 }  // namespace
 
-int WalkNeighbors(const NeighborList& list, int node, int limit, const int* key, unsigned bound,
-                  int* entries) noexcept {
-  // Entries are tested in blocks without a branch: whether a node is usable cannot be predicted.
-  constexpr int kBlock = 16;
+ListAround::ListAround(const NeighborList& list, int node) noexcept
+    : list_(list), node_(node), at_(CoordinatesOf(list.grid, node)) {
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
   const VORL_GRID& grid = list.grid;
-  const auto [ix, iy, iz] = CoordinatesOf(grid, node);
-  // A node whose whole box lies inside the grid needs no bounds tests.
-  const bool interior = ix + offsets.ixMin >= 0 && ix + offsets.ixMax < grid.nx && iy + offsets.iyMin >= 0 &&
-                        iy + offsets.iyMax < grid.ny && iz + offsets.izMin >= 0 && iz + offsets.izMax < grid.nz;
-  int found = 0;
-  for (int begin = 0; begin < offsets.size && found < limit; begin += kBlock) {
-    const int count = std::min(kBlock, offsets.size - begin);
-    const int* const shift = list.shift + begin;
-    unsigned usable = 0;  // one bit per entry
-    if (interior) {
-      for (int i = 0; i < count; ++i) {
-        usable |= static_cast<unsigned>(static_cast<unsigned>(key[node + shift[i]]) < bound) << i;
-      }
-    } else {
-      int place[kBlock];
-      unsigned bounds[kBlock];  // 0 out of the grid: no key is below
-      for (int i = 0; i < count; ++i) {
-        const int x = ix + offsets.ix[begin + i];
-        const int y = iy + offsets.iy[begin + i];
-        const int z = iz + offsets.iz[begin + i];
-        // All bits are set if any of these is negative, that is, if the entry leads out of the grid.
-        const int outside = (x | (grid.nx - 1 - x) | y | (grid.ny - 1 - y) | z | (grid.nz - 1 - z)) >> 31;
-        place[i] = node + (shift[i] & ~outside);
-        bounds[i] = bound & ~static_cast<unsigned>(outside);
-      }
-      for (int i = 0; i < count; ++i) {
-        usable |= static_cast<unsigned>(static_cast<unsigned>(key[place[i]]) < bounds[i]) << i;
-      }
-    }
-    for (; usable != 0 && found < limit; usable &= usable - 1) entries[found++] = begin + std::countr_zero(usable);
+  const auto [ix, iy, iz] = at_;
+  interior_ = ix + offsets.ixMin >= 0 && ix + offsets.ixMax < grid.nx && iy + offsets.iyMin >= 0 &&
+              iy + offsets.iyMax < grid.ny && iz + offsets.izMin >= 0 && iz + offsets.izMax < grid.nz;
+}
+
+// Without a branch: whether a node is marked cannot be predicted.
+unsigned ListAround::Marked(int begin, const NodeBits& bits) const noexcept {
+  const VORL_SEARCHNEIGHBORHOOD& offsets = *list_.offsets;
+  const int count = std::min(kBlock, offsets.size - begin);
+  const int* const shift = list_.shift + begin;
+  unsigned marked = 0;
+  if (interior_) {
+    for (int i = 0; i < count; ++i) marked |= bits[node_ + shift[i]] << i;
+    return marked;
   }
-  return found;
+  const VORL_GRID& grid = list_.grid;
+  const auto [ix, iy, iz] = at_;
+  int place[kBlock];
+  unsigned inside[kBlock];
+  for (int i = 0; i < count; ++i) {
+    const int x = ix + offsets.ix[begin + i];
+    const int y = iy + offsets.iy[begin + i];
+    const int z = iz + offsets.iz[begin + i];
+    // All bits are set if any of these is negative, that is, if the entry leads out of the grid.
+    const int outside = (x | (grid.nx - 1 - x) | y | (grid.ny - 1 - y) | z | (grid.nz - 1 - z)) >> 31;
+    place[i] = node_ + (shift[i] & ~outside);
+    inside[i] = ~static_cast<unsigned>(outside);
+  }
+  for (int i = 0; i < count; ++i) marked |= (bits[place[i]] & inside[i]) << i;
+  return marked;
 }
 
 bool SparseNeighborSearch::Pays(const NeighborList& list, int ndata, int limit) noexcept {
@@ -81,9 +74,9 @@ bool SparseNeighborSearch::Pays(const NeighborList& list, int ndata, int limit) 
   return std::min(steps, static_cast<double>(list.offsets->size)) > kAlwaysWalk;
 }
 
-int SparseNeighborSearch::Prepare(const NeighborList& list, const int* nodeStatus, int ndata, int limit) noexcept {
+int SparseNeighborSearch::Prepare(const NeighborList& list, const NodeBits& isDatum, int ndata, int limit) noexcept {
   list_ = list;
-  nodeStatus_ = nodeStatus;
+  data_ = &isDatum;
   limit_ = limit;
   ndata_ = ndata;
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
@@ -128,9 +121,9 @@ int SparseNeighborSearch::Prepare(const NeighborList& list, const int* nodeStatu
   int count = 0;
   for (std::size_t line = 0; line < nline; ++line) {
     rowStart_[line] = count;
-    const int* status = nodeStatus + line * grid.nx;
+    const int first = static_cast<int>(line) * grid.nx;
     for (int ix = 0; ix < grid.nx && count < ndata; ++ix) {
-      if (status[ix] != 0) continue;
+      if (isDatum[first + ix] == 0) continue;
       dataX_[count] = ix;
       dataY_[count] = static_cast<int>(line % grid.ny);
       dataZ_[count] = static_cast<int>(line / grid.ny);
@@ -213,7 +206,7 @@ void SparseNeighborSearch::StartRun(NodeCoordinates first, int lastX, Scratch& s
 
 int SparseNeighborSearch::Find(int node, NodeCoordinates at, Scratch& scratch, int* entries) const noexcept {
   if (scratch.walk) {
-    return WalkNeighbors(list_, node, limit_, nodeStatus_, kDatumBound, entries);
+    return WalkNeighbors(list_, node, limit_, *data_, entries);
   }
   const int n = scratch.ncandidate;
   const int firstX = at.ix + list_.offsets->ixMin;
@@ -248,15 +241,13 @@ int SparseNeighborSearch::Find(int node, NodeCoordinates at, Scratch& scratch, i
   return found;
 }
 
-int DataNeighborSearch::Prepare(const NeighborList& list, const int* nodeStatus, int limit) noexcept {
+int DataNeighborSearch::Prepare(const NeighborList& list, const NodeBits& data, int ndata, int limit) noexcept {
   list_ = list;
-  nodeStatus_ = nodeStatus;
-  const std::ptrdiff_t ndata = std::count(nodeStatus, nodeStatus + list.grid.nxyz, 0);
+  data_ = &data;
   // No system is larger than the list or the data allow.
-  capacity_ = static_cast<int>(
-      std::clamp<std::ptrdiff_t>(std::min(limit, list.offsets->size), 1, std::max<std::ptrdiff_t>(ndata, 1)));
-  if (!SparseNeighborSearch::Pays(list, static_cast<int>(ndata), capacity_)) return 0;
-  return sparse_.Prepare(list, nodeStatus, static_cast<int>(ndata), capacity_);
+  capacity_ = std::clamp(std::min(limit, list.offsets->size), 1, std::max(ndata, 1));
+  if (!SparseNeighborSearch::Pays(list, ndata, capacity_)) return 0;
+  return sparse_.Prepare(list, data, ndata, capacity_);
 }
 
 int DataNeighborSearch::AllocateScratch(Scratch& scratch) const noexcept {
@@ -265,7 +256,7 @@ int DataNeighborSearch::AllocateScratch(Scratch& scratch) const noexcept {
 
 int DataNeighborSearch::Find(const int* nodes, int i, int count, Scratch& scratch, int* entries) const noexcept {
   const int node = nodes[i];
-  if (!sparse_.prepared()) return WalkNeighbors(list_, node, capacity_, nodeStatus_, kDatumBound, entries);
+  if (!sparse_.prepared()) return WalkNeighbors(list_, node, capacity_, *data_, entries);
   const NodeCoordinates at = CoordinatesOf(list_.grid, node);
   if (node < scratch.runStart || node > scratch.runEnd) {
     // The nodes that follow, in either direction, as far as they stand in one row.

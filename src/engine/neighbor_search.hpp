@@ -1,6 +1,9 @@
 #ifndef KESTRUM_ENGINE_NEIGHBOR_SEARCH_HPP
 #define KESTRUM_ENGINE_NEIGHBOR_SEARCH_HPP
 
+#include <algorithm>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 
 #include "core/buffer.hpp"
@@ -17,9 +20,55 @@ struct NeighborList {
   VORL_GRID grid;
 };
 
-// Writes the entries of the first `limit` usable nodes of the list around a node, in the order of the list, and returns
-// their number. A node of the grid is usable if its key, taken as an unsigned number, is below `bound`.
-int WalkNeighbors(const NeighborList& list, int node, int limit, const int* key, unsigned bound, int* entries) noexcept;
+// One bit per node of the grid: small enough to stay in the nearest cache while a list is walked.
+class NodeBits {
+ public:
+  [[nodiscard]] int Allocate(int nnode) noexcept { return word_.Allocate(static_cast<std::size_t>(nnode) / 32 + 1, 0); }
+  void Copy(const NodeBits& other) noexcept { std::copy(other.word_.begin(), other.word_.end(), word_.begin()); }
+  void Set(int node) noexcept { word_[static_cast<unsigned>(node) / 32] |= 1u << node % 32; }
+  unsigned operator[](int node) const noexcept { return word_[static_cast<unsigned>(node) / 32] >> node % 32 & 1u; }
+
+ private:
+  Buffer<std::uint32_t> word_;
+};
+
+// The list around one node, in blocks of entries.
+class ListAround {
+ public:
+  static constexpr int kBlock = 16;
+  ListAround(const NeighborList& list, int node) noexcept;
+  // Tells which entries from `begin` up to the end of the block lead to a node of the grid whose bit is set: one bit per
+  // entry.
+  unsigned Marked(int begin, const NodeBits& bits) const noexcept;
+
+ private:
+  const NeighborList& list_;
+  int node_;
+  NodeCoordinates at_;
+  bool interior_;  // the whole box lies inside the grid
+};
+
+// Writes the entries of the first `limit` neighbours of a node, in the order of the list, and returns their number. A node
+// of the grid is a neighbour if its bit is set and confirm(it) holds.
+template <typename Confirm>
+int WalkNeighbors(const NeighborList& list, int node, int limit, const NodeBits& bits, const Confirm& confirm,
+                  int* entries) noexcept {
+  const ListAround around(list, node);
+  int found = 0;
+  for (int begin = 0; begin < list.offsets->size && found < limit; begin += ListAround::kBlock) {
+    for (unsigned marked = around.Marked(begin, bits); marked != 0 && found < limit; marked &= marked - 1) {
+      const int e = begin + std::countr_zero(marked);
+      if (confirm(node + list.shift[e])) entries[found++] = e;
+    }
+  }
+  return found;
+}
+
+// Where a bit says it all.
+inline int WalkNeighbors(const NeighborList& list, int node, int limit, const NodeBits& bits, int* entries) noexcept {
+  return WalkNeighbors(
+      list, node, limit, bits, [](int) { return true; }, entries);
+}
 
 // Finds the same neighbours where few nodes hold a datum, so that walking the list would pass thousands of empty nodes:
 // the rank in the list of each datum's offset is looked up, and the lowest ranks are taken.
@@ -51,8 +100,8 @@ class SparseNeighborSearch {
   // Whether looking data up pays on the average, for ndata data and at most `limit` neighbours.
   static bool Pays(const NeighborList& list, int ndata, int limit) noexcept;
 
-  // nodeStatus: 0 marks a datum. The list must outlive the search.
-  [[nodiscard]] int Prepare(const NeighborList& list, const int* nodeStatus, int ndata, int limit) noexcept;
+  // The list and the bits, which mark the data, must outlive the search.
+  [[nodiscard]] int Prepare(const NeighborList& list, const NodeBits& data, int ndata, int limit) noexcept;
   bool prepared() const noexcept { return static_cast<bool>(rank_); }
   [[nodiscard]] int AllocateScratch(Scratch& scratch) const noexcept;
 
@@ -74,7 +123,7 @@ class SparseNeighborSearch {
   };
 
   NeighborList list_{};
-  const int* nodeStatus_ = nullptr;
+  const NodeBits* data_ = nullptr;
   int limit_ = 0;
   int ndata_ = 0;
   int boxX_ = 0;    // box of the list along x
@@ -97,8 +146,8 @@ class DataNeighborSearch {
     int runEnd = -1;
   };
 
-  // nodeStatus: 0 marks a datum. Both must outlive the search. `limit` neighbours are wanted at most.
-  [[nodiscard]] int Prepare(const NeighborList& list, const int* nodeStatus, int limit) noexcept;
+  // The list and the bits, which mark the data, must outlive the search. `limit` neighbours are wanted at most.
+  [[nodiscard]] int Prepare(const NeighborList& list, const NodeBits& data, int ndata, int limit) noexcept;
   // Most neighbours that any node can have, at least 1.
   int capacity() const noexcept { return capacity_; }
   [[nodiscard]] int AllocateScratch(Scratch& scratch) const noexcept;
@@ -109,7 +158,7 @@ class DataNeighborSearch {
 
  private:
   NeighborList list_{};
-  const int* nodeStatus_ = nullptr;
+  const NodeBits* data_ = nullptr;
   int capacity_ = 0;
   SparseNeighborSearch sparse_;
 };

@@ -13,6 +13,7 @@
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/image.h"
+#include "core/object_array.hpp"
 #include "core/parallel.hpp"
 #include "core/status.h"
 #include "engine/ahead_solver.hpp"
@@ -154,11 +155,37 @@ class PathRanks {
 
   // The position of a node in the path, below 0 for a known node.
   int PositionOf(int node) const noexcept { return rank_[node] - 1; }
-  const int* data() const noexcept { return rank_.data(); }
-  void Set(int node, int rank) noexcept { rank_[node] = rank; }
+  int operator[](int node) const noexcept { return rank_[node]; }
 
  private:
   Buffer<int> rank_;
+};
+
+// The nodes that one thread sees from a chunk of the path: the bits of all nodes up to the chunk's end are set, and ranks
+// tell which of them come before a node.
+class PathView {
+ public:
+  [[nodiscard]] int Allocate(int nnode) noexcept { return seen_.Allocate(nnode); }
+  // Begins a realization: what is seen before the path is.
+  void Start(const PathRanks& ranks, const NodeBits& before, int position) noexcept {
+    ranks_ = &ranks;
+    seen_.Copy(before);
+    next_ = position;
+  }
+  void Extend(const int* path, int end) noexcept {
+    for (; next_ < end; ++next_) seen_.Set(path[next_]);
+  }
+  // The neighbours of the node at a position of the chunk.
+  int Walk(const NeighborList& list, int node, int position, int limit, int* entries) const noexcept {
+    return WalkNeighbors(
+        list, node, limit, seen_,
+        [ranks = ranks_, own = PathRanks::AtPosition(position)](int b) noexcept { return (*ranks)[b] < own; }, entries);
+  }
+
+ private:
+  const PathRanks* ranks_ = nullptr;
+  NodeBits seen_;
+  int next_ = 0;
 };
 
 // How far each thread has come: all ranks of its own below `next` have their values. Each count has a cache line of
@@ -188,7 +215,7 @@ class PathProgress {
 // so the wait always ends. A failure stops every thread at its next node.
 //
 // Law:
-//   void Solve(int thread, const int* nodes, int count, int position, const PathRanks& ranks)
+//   void Solve(int thread, const int* nodes, int count, int position, const PathView& view)
 //     solves the systems of the nodes at the positions of the path from `position` up
 //   template <typename Visit> void ForEachNeighbor(int thread, int i, int node, const Visit& visit) const
 //     calls visit(grid node) for the neighbours of the chunk's i-th node
@@ -196,7 +223,7 @@ class PathProgress {
 //     raises the node's warnings and gives its value; a result other than 0 stops the threaded form
 template <typename Law>
 int SimulatePath(const SimulationRun& run, Law& law, const NodeDraws& draws, const PathRanks& ranks,
-                 PathProgress& progress) noexcept {
+                 const NodeBits& before, ObjectArray<PathView>& views, PathProgress& progress) noexcept {
   const int first = run.pathFirstSimulated;
   const int count = run.nnode - first;
   const double unit = 1.0 / (run.nnode - run.pathFirstInequality);
@@ -210,6 +237,8 @@ int SimulatePath(const SimulationRun& run, Law& law, const NodeDraws& draws, con
     const auto stop = [&word](int status) noexcept {
       if (status != 0) word.store(status, std::memory_order_relaxed);
     };
+    PathView& view = views[thread];
+    view.Start(ranks, before, first);
     int told = 0;  // by thread 0, which reports every position
     const auto report = [&](int upTo) noexcept {
       for (; thread == 0 && told <= upTo && !stopped(); ++told) {
@@ -234,7 +263,8 @@ int SimulatePath(const SimulationRun& run, Law& law, const NodeDraws& draws, con
       const int start = static_cast<int>(begin);
       const int* const nodes = run.simulationPath + first + start;
       if (stopped()) return;
-      law.Solve(thread, nodes, n, first + start, ranks);
+      view.Extend(run.simulationPath, first + start + n);
+      law.Solve(thread, nodes, n, first + start, view);
       for (int i = 0; i < n; ++i) {
         if (!report(start + i)) return;
         if (team > 1) {
@@ -257,22 +287,32 @@ int SimulatePath(const SimulationRun& run, Law& law, const NodeDraws& draws, con
 }
 
 // All realizations. What the law adds to SimulatePath:
-//   int BeforePath(int seed, PathRanks& ranks, VORL_RANDCONTEXT& context)
+//   int BeforePath(int seed, PathRanks& ranks, const NodeBits& before, VORL_RANDCONTEXT& context)
 //     gives values to nodes that come before the path; a status ends the run
 //   void AfterPath()
 //     finishes the values of a realization
 template <typename Law>
 int SimulateRealizations(const SimulationRun& run, Law& law, bool inequalityNodesSimulated) noexcept {
+  VORL_IMAGE& image = *run.image;
+  const int nxyz = image.grid->nxyz;
   PathRanks ranks;
   if (const int status = ranks.Prepare(run, inequalityNodesSimulated); status != 0) return status;
+  NodeBits before;  // the known nodes, and the inequality nodes once they have values
+  if (const int status = before.Allocate(nxyz); status != 0) return status;
+  for (int i = 0; i < nxyz; ++i) {
+    if (ranks.PositionOf(i) < run.pathFirstSimulated) before.Set(i);
+  }
+  ObjectArray<PathView> views;
+  if (const int status = views.Allocate(run.dealing.nthreads()); status != 0) return status;
+  for (PathView& view : views) {
+    if (const int status = view.Allocate(nxyz); status != 0) return status;
+  }
   PathProgress progress;
   if (const int status = progress.Allocate(run.dealing.nthreads()); status != 0) return status;
   if (run.monitor.AbortedRun()) return kAborted;
   run.monitor.StartRealizations(run.nrealization);
   VORL_RANDCONTEXT context;
   VORLInitRandContext(&context);
-  VORL_IMAGE& image = *run.image;
-  const int nxyz = image.grid->nxyz;
   int seed = run.seed;
   for (int r = 0; r < run.nrealization; ++r, seed = WrappingSum(seed, run.seedIncrement)) {
     if (run.report != nullptr) std::fprintf(run.report, "Realization %5d of %5d:\n", r + 1, run.nrealization);
@@ -284,7 +324,7 @@ int SimulateRealizations(const SimulationRun& run, Law& law, bool inequalityNode
     std::snprintf(ending, sizeof ending, "%s%0*d", VORL_SUFFIX_FOR_REALIZATION,
                   VORL_KESTRUM_NB_DIGIT_FOR_REALIZATION_NUMBER, r);
     std::snprintf(image.varName[0], VORL_VARNAME_LENGTH, "%s%s", run.varName, ending);
-    if (const int status = law.BeforePath(seed, ranks, context); status != 0) return status;
+    if (const int status = law.BeforePath(seed, ranks, before, context); status != 0) return status;
     // Sorted first, so that the path depends on the seed and on nothing that the realization before has left.
     ranks.Sort(run, run.pathFirstSimulated, run.nnode);
     const int npath = run.nnode - run.pathFirstSimulated;
@@ -292,7 +332,7 @@ int SimulateRealizations(const SimulationRun& run, Law& law, bool inequalityNode
     if (shuffled != 0) return shuffled;
     ranks.Number(run, run.pathFirstSimulated, run.nnode);
     const NodeDraws draws(WrappingSum(seed, run.pathFirstSimulated), context);
-    if (const int status = SimulatePath(run, law, draws, ranks, progress); status != 0) return status;
+    if (const int status = SimulatePath(run, law, draws, ranks, before, views, progress); status != 0) return status;
     // For a next seed of 0, which does not reseed.
     if (npath > 0) context = draws.After(npath);
     law.AfterPath();

@@ -70,15 +70,14 @@ class GaussianLaw {
     maximum_ = maximum;
   }
 
-  int BeforePath(int seed, PathRanks& ranks, VORL_RANDCONTEXT& context) noexcept {
-    return hasBounds_ ? Gibbs(seed, ranks, context) : 0;
+  int BeforePath(int seed, PathRanks& ranks, const NodeBits& before, VORL_RANDCONTEXT& context) noexcept {
+    return hasBounds_ ? Gibbs(seed, ranks, before, context) : 0;
   }
 
-  void Solve(int thread, const int* nodes, int count, int position, const PathRanks& ranks) noexcept {
+  void Solve(int thread, const int* nodes, int count, int position, const PathView& view) noexcept {
     auto& [kriging, solver] = scratches_[thread];
     solver.Solve(systems_, kriging, nodes, count, [&](int i, int* entries) noexcept {
-      return WalkNeighbors(systems_.list, nodes[i], systems_.capacity, ranks.data(),
-                           PathRanks::AtPosition(position + i), entries);
+      return view.Walk(systems_.list, nodes[i], position + i, systems_.capacity, entries);
     });
   }
 
@@ -137,7 +136,7 @@ class GaussianLaw {
   };
 
   // Gives values to the nodes with bounds, pass after pass, until a pass was clean.
-  int Gibbs(int seed, PathRanks& ranks, VORL_RANDCONTEXT& context) noexcept {
+  int Gibbs(int seed, PathRanks& ranks, const NodeBits& before, VORL_RANDCONTEXT& context) noexcept {
     const int first = run_.pathFirstInequality;
     const int last = run_.pathFirstSimulated;
     const int n = last - first;
@@ -154,7 +153,7 @@ class GaussianLaw {
       const int passSeed = static_cast<int>(static_cast<unsigned>(seed) + static_cast<unsigned>(first) +
                                             static_cast<unsigned>(pass) * static_cast<unsigned>(n));
       const NodeDraws draws(passSeed, context);
-      flags = Pass(pass, draws, ranks);
+      flags = Pass(pass, draws, ranks, before);
       clean = flags.clean();
       if (n > 0) context = draws.After(n);
     }
@@ -168,7 +167,7 @@ class GaussianLaw {
     return run_.monitor.Publish(n * unit);
   }
 
-  PassFlags Pass(int pass, const NodeDraws& draws, PathRanks& ranks) noexcept {
+  PassFlags Pass(int pass, const NodeDraws& draws, const PathRanks& ranks, const NodeBits& before) noexcept {
     const int first = run_.pathFirstInequality;
     const int last = run_.pathFirstSimulated;
     auto& [kriging, solver] = scratches_[0];
@@ -176,20 +175,13 @@ class GaussianLaw {
     for (int begin = first; begin < last; begin += AheadSolver::kMaxNode) {
       const int count = std::min(AheadSolver::kMaxNode, last - begin);
       const int* const nodes = run_.simulationPath + begin;
-      if (pass == 0) {
-        // Only the nodes that have got a value in this pass are seen.
-        Solve(0, nodes, count, begin, ranks);
-      } else {
-        // All the others are seen.
-        solver.Solve(systems_, kriging, nodes, count, [&](int i, int* entries) noexcept {
-          const int own = ranks.data()[nodes[i]];
-          ranks.Set(nodes[i], PathRanks::kNever);
-          const int m = WalkNeighbors(systems_.list, nodes[i], systems_.capacity, ranks.data(),
-                                      PathRanks::AtPosition(last), entries);
-          ranks.Set(nodes[i], own);
-          return m;
-        });
-      }
+      solver.Solve(systems_, kriging, nodes, count, [&](int i, int* entries) noexcept {
+        // In the first pass only the nodes that have got a value in it are seen, later all the others.
+        const int own = pass == 0 ? PathRanks::AtPosition(begin + i) : PathRanks::kNever;
+        return WalkNeighbors(
+            systems_.list, nodes[i], systems_.capacity, before,
+            [&, own, node = nodes[i]](int b) noexcept { return ranks[b] < own && b != node; }, entries);
+      });
       for (int i = 0; i < count; ++i) {
         flags.dropped |= solver.node(i).ndropped > 0;
         flags.gaveUp |= solver.node(i).gaveUp;

@@ -305,14 +305,18 @@ TEST(Estimation, SparseSearchFindsWhatWalkingFinds) {
         VORLKestrumBuildSearchNeighborhoodForCovModel(1, 1, 1, 1.0, c.grid.nx, c.grid.ny, c.grid.nz, nullptr, model, 1,
                                                       1, 1, 1, 1, nullptr, c.sortMode, &offsets, &context),
         0);
-    std::vector<int> shift(offsets.size), status(c.grid.nxyz, 1);
+    std::vector<int> shift(offsets.size);
+    kestrum::NodeBits isDatum;
+    ASSERT_EQ(isDatum.Allocate(c.grid.nxyz), 0);
     for (int e = 0; e < offsets.size; ++e) {
       shift[e] = offsets.ix[e] + offsets.iy[e] * c.grid.nx + offsets.iz[e] * c.grid.nxy;
     }
-    for (const Datum& d : RandomData(c.grid, c.ndata, 3)) status[d.ix + d.iy * c.grid.nx + d.iz * c.grid.nxy] = 0;
+    for (const Datum& d : RandomData(c.grid, c.ndata, 3)) {
+      isDatum.Set(d.ix + d.iy * c.grid.nx + d.iz * c.grid.nxy);
+    }
     const kestrum::NeighborList list{&offsets, shift.data(), c.grid};
     kestrum::SparseNeighborSearch search;
-    ASSERT_EQ(search.Prepare(list, status.data(), c.ndata, c.limit), 0);
+    ASSERT_EQ(search.Prepare(list, isDatum, c.ndata, c.limit), 0);
     kestrum::SparseNeighborSearch::Scratch scratch;
     ASSERT_EQ(search.AllocateScratch(scratch), 0);
     std::vector<int> found(c.limit), walked(c.limit);
@@ -325,10 +329,10 @@ TEST(Estimation, SparseSearchFindsWhatWalkingFinds) {
       for (int e = 0; e < offsets.size && static_cast<int>(expected.size()) < c.limit; ++e) {
         const int x = at.ix + offsets.ix[e], y = at.iy + offsets.iy[e], z = at.iz + offsets.iz[e];
         const bool inside = x >= 0 && x < c.grid.nx && y >= 0 && y < c.grid.ny && z >= 0 && z < c.grid.nz;
-        if (inside && status[node + shift[e]] == 0) expected.push_back(e);
+        if (inside && isDatum[node + shift[e]] != 0) expected.push_back(e);
       }
       ASSERT_EQ(std::vector<int>(found.begin(), found.begin() + m), expected) << node;
-      const int n = kestrum::WalkNeighbors(list, node, c.limit, status.data(), 1, walked.data());
+      const int n = kestrum::WalkNeighbors(list, node, c.limit, isDatum, walked.data());
       ASSERT_EQ(std::vector<int>(walked.begin(), walked.begin() + n), expected) << node;
     }
     VORLFreeSearchNeighborhood(&offsets);
