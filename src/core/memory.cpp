@@ -1,6 +1,11 @@
 #include "core/memory.h"
 
+#include <cstdint>
 #include <cstdlib>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 namespace kestrum {
 namespace {
@@ -47,6 +52,22 @@ void FreeArray(void* array, int rank) noexcept {
   for (int k = rank - 1; k >= 0; --k) VORLFree(level[k]);
 }
 
+// Filling fresh memory is mostly page faults: large blocks ask for huge pages where the system hands them out on request.
+void AskForHugePages(void* block, std::size_t bytes) noexcept {
+#if defined(__linux__)
+  constexpr std::size_t kFrom = std::size_t{1} << 22;
+  constexpr std::uintptr_t kPage = 4096;
+  if (bytes < kFrom) return;
+  const std::uintptr_t begin = (reinterpret_cast<std::uintptr_t>(block) + kPage - 1) / kPage * kPage;
+  const std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(block) + bytes) / kPage * kPage;
+  // Advice only: a refusal changes nothing.
+  static_cast<void>(madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE));
+#else
+  static_cast<void>(block);
+  static_cast<void>(bytes);
+#endif
+}
+
 }  // namespace
 }  // namespace kestrum
 
@@ -55,7 +76,11 @@ void* VORLMalloc(size_t n, size_t size, int* status) noexcept {
   if (*status != 0) return nullptr;
   std::size_t bytes = 0;
   void* const block = __builtin_mul_overflow(n, size, &bytes) ? nullptr : std::malloc(bytes);
-  if (block == nullptr) *status = -1;
+  if (block == nullptr) {
+    *status = -1;
+  } else {
+    kestrum::AskForHugePages(block, bytes);
+  }
   return block;
 }
 

@@ -25,6 +25,13 @@ class AheadSolver {
     real multiplier;  // weight of the unbiasedness row, 0.0 without one
   };
 
+  // A node with the list entries of its neighbours and their weights, node.m of each.
+  struct Solved {
+    const Node& node;
+    const int* entries;
+    const real* weight;
+  };
+
   // capacity: largest number of neighbours.
   [[nodiscard]] int Allocate(int capacity) noexcept {
     capacity_ = capacity;
@@ -78,6 +85,7 @@ class AheadSolver {
   const Node& node(int i) const noexcept { return node_[i]; }
   const int* entries(int i) const noexcept { return &entries_[Start(i)]; }
   const real* weight(int i) const noexcept { return &weight_[Start(i)]; }
+  Solved solved(int i) const noexcept { return {node_[i], entries(i), weight(i)}; }
 
   // Raises the warnings of the i-th node.
   void Warn(int i, const RunMonitor& monitor) const noexcept {

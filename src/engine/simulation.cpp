@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 #include "core/object_array.hpp"
 #include "engine/local_law.hpp"
@@ -47,6 +48,59 @@ UniformRange TruncatedRange(int nodeStatus, real lower, real upper) noexcept {
   return {c, e - c, true};
 }
 
+// Systems of the inequality nodes that have been solved once for all: from its second pass on the Gibbs sampler lets each
+// of them see all the others, so that its neighbours and weights stay the same in every pass of every realization.
+class SolvedInequalityNodes {
+ public:
+  // Where the memory would be too much for the grid, nothing is kept.
+  [[nodiscard]] int Prepare(const SimulationRun& run, int capacity) noexcept {
+    constexpr std::int64_t kBytesBasic = 1 << 20;
+    constexpr std::int64_t kBytesPerGridNode = 16;
+    const std::int64_t n = run.pathFirstSimulated - run.pathFirstInequality;
+    const std::int64_t bytes = n * (static_cast<std::int64_t>(sizeof(AheadSolver::Node) + sizeof(int)) +
+                                    capacity * static_cast<std::int64_t>(sizeof(int) + sizeof(real)));
+    if (n < 1 || bytes > kBytesBasic + kBytesPerGridNode * run.image->grid->nxyz) return 0;
+    capacity_ = capacity;
+    int status = gridNode_.Allocate(n);
+    if (status == 0) status = node_.Allocate(n);
+    if (status == 0) status = entries_.Allocate(n * capacity);
+    if (status == 0) status = weight_.Allocate(n * capacity);
+    if (status != 0) return status;
+    std::copy_n(run.simulationPath + run.pathFirstInequality, n, gridNode_.data());
+    std::sort(gridNode_.begin(), gridNode_.end());
+    return 0;
+  }
+
+  bool wanted() const noexcept { return static_cast<bool>(node_); }
+  bool complete() const noexcept { return nkept_ == node_.size() && wanted(); }
+
+  // To be called once for each inequality node.
+  void Keep(int gridNode, const AheadSolver::Solved& solved) noexcept {
+    const std::size_t place = PlaceOf(gridNode);
+    node_[place] = solved.node;
+    std::copy_n(solved.entries, solved.node.m, &entries_[place * capacity_]);
+    std::copy_n(solved.weight, solved.node.m, &weight_[place * capacity_]);
+    ++nkept_;
+  }
+
+  AheadSolver::Solved Find(int gridNode) const noexcept {
+    const std::size_t place = PlaceOf(gridNode);
+    return {node_[place], &entries_[place * capacity_], &weight_[place * capacity_]};
+  }
+
+ private:
+  std::size_t PlaceOf(int gridNode) const noexcept {
+    return static_cast<std::size_t>(std::lower_bound(gridNode_.begin(), gridNode_.end(), gridNode) - gridNode_.begin());
+  }
+
+  std::size_t capacity_ = 0;
+  std::size_t nkept_ = 0;
+  Buffer<int> gridNode_;  // ascending
+  Buffer<AheadSolver::Node> node_;
+  Buffer<int> entries_;
+  Buffer<real> weight_;
+};
+
 // The law of the nodes of a Gaussian simulation.
 class GaussianLaw {
  public:
@@ -64,10 +118,11 @@ class GaussianLaw {
   }
 
   // The nodes with bounds are to be given values. Null: no bounds on that side.
-  void SetBounds(const real* minimum, const real* maximum) noexcept {
+  [[nodiscard]] int SetBounds(const real* minimum, const real* maximum) noexcept {
     hasBounds_ = true;
     minimum_ = minimum;
     maximum_ = maximum;
+    return solvedNodes_.Prepare(run_, systems_.capacity);
   }
 
   int BeforePath(int seed, PathRanks& ranks, const NodeBits& before, VORL_RANDCONTEXT& context) noexcept {
@@ -91,7 +146,7 @@ class GaussianLaw {
   int Value(int thread, int i, int node, double number, real* value) noexcept {
     const AheadSolver& solver = scratches_[thread].solver;
     solver.Warn(i, run_.monitor);
-    const auto [mean, variance] = MeanAndVariance(solver, i, node);
+    const auto [mean, variance] = MeanAndVariance(solver.solved(i), node);
     *value = mean + std::sqrt(variance) * NormalDeviate(number);
     return 0;
   }
@@ -116,16 +171,15 @@ class GaussianLaw {
     real mean, variance;
   };
 
-  Moments MeanAndVariance(const AheadSolver& solver, int i, int node) const noexcept {
-    const AheadSolver::Node& solved = solver.node(i);
-    if (solved.m == 0) return {0.0, law_.Variance(node, solved.sill)};
+  Moments MeanAndVariance(const AheadSolver::Solved& solved, int node) const noexcept {
+    const AheadSolver::Node& system = solved.node;
+    if (system.m == 0) return {0.0, law_.Variance(node, system.sill)};
     const real* const value = run_.image->var;
-    const int* const entries = solver.entries(i);
-    const auto neighbor = [&](int k) { return node + systems_.list.shift[entries[k]]; };
+    const auto neighbor = [&](int k) { return node + systems_.list.shift[solved.entries[k]]; };
     const real mean = law_.Mean(
-        node, solved.m, solver.weight(i), [&](int k) { return value[neighbor(k)]; }, neighbor);
-    real variance = solved.sill - solved.explained;
-    if (law_.countsMultiplier()) variance -= solved.multiplier;
+        node, system.m, solved.weight, [&](int k) { return value[neighbor(k)]; }, neighbor);
+    real variance = system.sill - system.explained;
+    if (law_.countsMultiplier()) variance -= system.multiplier;
     return {mean, law_.Variance(node, variance)};
   }
 
@@ -175,17 +229,22 @@ class GaussianLaw {
     for (int begin = first; begin < last; begin += AheadSolver::kMaxNode) {
       const int count = std::min(AheadSolver::kMaxNode, last - begin);
       const int* const nodes = run_.simulationPath + begin;
-      solver.Solve(systems_, kriging, nodes, count, [&](int i, int* entries) noexcept {
-        // In the first pass only the nodes that have got a value in it are seen, later all the others.
-        const int own = pass == 0 ? PathRanks::AtPosition(begin + i) : PathRanks::kNever;
-        return WalkNeighbors(
-            systems_.list, nodes[i], systems_.capacity, before,
-            [&, own, node = nodes[i]](int b) noexcept { return ranks[b] < own && b != node; }, entries);
-      });
+      const bool found = pass > 0 && solvedNodes_.complete();
+      if (!found) {
+        solver.Solve(systems_, kriging, nodes, count, [&](int i, int* entries) noexcept {
+          // In the first pass only the nodes that have got a value in it are seen, later all the others.
+          const int own = pass == 0 ? PathRanks::AtPosition(begin + i) : PathRanks::kNever;
+          return WalkNeighbors(
+              systems_.list, nodes[i], systems_.capacity, before,
+              [&, own, node = nodes[i]](int b) noexcept { return ranks[b] < own && b != node; }, entries);
+        });
+      }
       for (int i = 0; i < count; ++i) {
-        flags.dropped |= solver.node(i).ndropped > 0;
-        flags.gaveUp |= solver.node(i).gaveUp;
-        auto [mean, variance] = MeanAndVariance(solver, i, nodes[i]);
+        if (!found && pass > 0 && solvedNodes_.wanted()) solvedNodes_.Keep(nodes[i], solver.solved(i));
+        const AheadSolver::Solved solved = found ? solvedNodes_.Find(nodes[i]) : solver.solved(i);
+        flags.dropped |= solved.node.ndropped > 0;
+        flags.gaveUp |= solved.node.gaveUp;
+        auto [mean, variance] = MeanAndVariance(solved, nodes[i]);
         real deviation = std::sqrt(variance);
         if (variance < VORL_EPSILON) {
           deviation = 1e-5;
@@ -209,6 +268,7 @@ class GaussianLaw {
   const MovingSystems& systems_;
   LocalLaw law_;
   ObjectArray<Scratch> scratches_;  // per thread
+  SolvedInequalityNodes solvedNodes_;
   bool hasBounds_ = false;
   const real* minimum_ = nullptr;
   const real* maximum_ = nullptr;
@@ -235,7 +295,9 @@ int Simulate(VORL_KESTRUMINPUT* input, BOOLEAN ordinaryKriging, VORL_IMAGE* imag
   GaussianLaw law(run, *input, systems);
   if (status = law.Allocate(); status != 0) return status;
   const bool gibbs = hasInequalityData != 0 && inequalityMin != nullptr && inequalityMax != nullptr;
-  if (gibbs) law.SetBounds(inequalityMin[0], inequalityMax[0]);
+  if (gibbs) {
+    if (status = law.SetBounds(inequalityMin[0], inequalityMax[0]); status != 0) return status;
+  }
   return SimulateRealizations(run, law, gibbs && input->nGibbsSamplerPathMax > 0);
 }
 
