@@ -1,0 +1,428 @@
+#include "analysis/connectivity.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <numeric>
+#include <type_traits>
+
+#include "analysis/gamma_curve.hpp"
+#include "analysis/geobodies.hpp"
+#include "analysis/output_image.hpp"
+#include "core/buffer.hpp"
+#include "core/constants.h"
+#include "core/memory.h"
+#include "core/parallel.hpp"
+#include "core/variables.hpp"
+#include "numeric/simd_level.hpp"
+
+namespace kestrum {
+namespace {
+
+constexpr int kNullPointer = -20;
+constexpr int kVariableCountNotOne = -52;
+constexpr int kIndexOutOfRange = -1100;
+
+template <typename... T>
+int CheckVariable(const VORL_IMAGE* image, int varIndex, const T*... outputs) noexcept {
+  if (varIndex < 0 || varIndex >= image->nvar) return kIndexOutOfRange;
+  const bool anyNull = ((outputs == nullptr) || ...);
+  if (anyNull) return kNullPointer;
+  return CheckImage(*image);
+}
+
+const real* Variable(const VORL_IMAGE* image, int varIndex) noexcept {
+  return image->var + std::ptrdiff_t{varIndex} * image->grid->nxyz;
+}
+
+int GlobalIndicator(const VORL_IMAGE* image, int varIndex, int* nodeCount, int* ngeobody, int** geobodySize,
+                    double* gamma, Dealing dealing) noexcept {
+  const int checked = CheckVariable(image, varIndex, nodeCount, ngeobody, geobodySize, gamma);
+  if (checked != 0) return checked;
+  const real* const values = Variable(image, varIndex);
+  const int nxyz = image->grid->nxyz;
+
+  std::atomic<int> count{0};
+  std::atomic<int> largest{0};
+  dealing.Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) {
+    int blockCount = 0;
+    int blockLargest = 0;
+    for (std::ptrdiff_t id = begin; id < end; ++id) {
+      const int label = TruncateToInt(values[id]);
+      // It is meant that a missing node counts.
+      blockCount += label != 0;
+      blockLargest = std::max(blockLargest, label);
+    }
+    count += blockCount;
+    for (int seen = largest; seen < blockLargest && !largest.compare_exchange_weak(seen, blockLargest);) {
+    }
+  });
+  *nodeCount = count;
+  *ngeobody = largest;
+  *gamma = VORL_CONNECTIVITY_GAMMA_VALUE_IF_NO_GEOBODY;
+  if (*ngeobody == 0) return 0;
+
+  int status = 0;
+  auto* const sizes = static_cast<int*>(VORLMalloc(static_cast<std::size_t>(*ngeobody), sizeof(int), &status));
+  if (status != 0) return status;
+  std::fill_n(sizes, *ngeobody, 0);
+  dealing.Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) {
+    // The nodes of a line in one geobody are added at once.
+    for (std::ptrdiff_t id = begin; id < end;) {
+      const int label = TruncateToInt(values[id]);
+      const std::ptrdiff_t first = id;
+      do {
+        ++id;
+      } while (id < end && TruncateToInt(values[id]) == label);
+      if (label > 0) std::atomic_ref(sizes[label - 1]) += static_cast<int>(id - first);
+    }
+  });
+  *gamma = SumOfSquares(sizes, *ngeobody) / (static_cast<double>(*nodeCount) * *nodeCount);
+  *geobodySize = sizes;
+  return 0;
+}
+
+// What the nodes of a row add to the Euler number. `below` tells that there are rows below; without, the neighbours
+// there drop out of the loop.
+//
+// The flags are numbered as their neighbours stand in the scan: a0 is (-1,-1,-1), a1 (0,-1,-1) and so on to a12,
+// (-1,0,0). It is meant that a5 looks at the node one before the one below, wherever that lies, that there is no a7,
+// and that a11 counts in the first layer alone.
+template <bool below, typename T>
+[[gnu::always_inline]] inline int EulerNumberOfRow(const VORL_GRID& grid, const T* values, int row) noexcept {
+  const int nx = grid.nx;
+  const int iy = row % grid.ny;
+  const T* const here = values + std::ptrdiff_t{row} * nx;
+  const std::ptrdiff_t toBelow = below ? -std::ptrdiff_t{grid.nxy} : 0;
+  // A row outside the grid is replaced by one inside, whose flags are masked.
+  const int hasBack = iy > 0;
+  const int hasFront = iy + 1 < grid.ny;
+  const T* const back = here - hasBack * nx;
+  const T* const under = here + toBelow;
+  const T* const underBack = back + toBelow;
+  const T* const underFront = here + hasFront * nx + toBelow;
+
+  // As wide as a value, for the vector units.
+  using Flag = std::conditional_t<sizeof(T) == 8, std::int64_t, std::int32_t>;
+  // left and right tell whether the node has a neighbour on that side.
+  const auto increment = [=](int ix, int left, int right) __attribute__((always_inline))->Flag {
+    const T value = here[ix];
+    const auto same = [value](const T& other) -> Flag { return static_cast<Flag>(other == value); };
+    const Flag a9 = hasBack & left & same(back[ix - left]);
+    const Flag a10 = hasBack & same(back[ix]);
+    const Flag a11 = below ? 0 : hasBack & right & same(back[ix + right]);
+    const Flag a12 = left & same(here[ix - left]);
+    const Flag t5 = a9 | a10 | a12;
+    const Flag t6 = a10 | a11;
+    Flag v = 8 - t5 - t6 - a12;
+    Flag e = 12 - a10 - a12 - t5 - t6 - a12;
+    Flag f = 6 - a10 - a12;
+    if constexpr (below) {
+      const int inVariable = left == 1 || under != values;
+      const Flag a0 = hasBack & left & same(underBack[ix - left]);
+      const Flag a1 = hasBack & same(underBack[ix]);
+      const Flag a2 = hasBack & right & same(underBack[ix + right]);
+      const Flag a3 = left & same(under[ix - left]);
+      const Flag a4 = same(under[ix]);
+      const Flag a5 = inVariable & right & same(under[ix - inVariable]);
+      const Flag a6 = hasFront & left & same(underFront[ix - left]);
+      const Flag a8 = hasFront & right & same(underFront[ix + right]);
+      v -= (a0 | a1 | a3 | a4 | a9 | a10 | a12) + (a1 | a2 | a4 | a5 | a10 | a11) + (a4 | a5 | a8) +
+           (a3 | a4 | a6 | a12);
+      e -= (a1 | a4 | a10) + a4 + (a3 | a4 | a12) + (a4 | a5);
+      f -= a4;
+    } else {
+      v -= t5 + t6 + a12;
+      e -= a10 + a12;
+    }
+    // A mask in place of a branch.
+    return -static_cast<Flag>(value != T{0}) & (v - e + f - 1);
+  };
+  Flag sum = increment(0, 0, nx > 1);
+  for (int ix = 1; ix + 1 < nx; ++ix) sum += increment(ix, 1, 1);
+  if (nx > 1) sum += increment(nx - 1, 1, 0);
+  return static_cast<int>(sum);
+}
+
+// Rows first, first + step, and so on.
+template <typename T>
+[[gnu::always_inline]] inline int SumOverRows(const VORL_GRID& grid, const T* values, int first, int step) noexcept {
+  // Unsigned, so that it may wrap.
+  unsigned sum = 0;
+  for (std::ptrdiff_t row = first; row < std::ptrdiff_t{grid.ny} * grid.nz; row += step) {
+    const int index = static_cast<int>(row);
+    sum += static_cast<unsigned>(index < grid.ny ? EulerNumberOfRow<false>(grid, values, index)
+                                                 : EulerNumberOfRow<true>(grid, values, index));
+  }
+  return static_cast<int>(sum);
+}
+
+#if defined(__x86_64__)
+template <typename T>
+__attribute__((target("avx2"))) int SumOverRowsAvx2(const VORL_GRID& grid, const T* values, int first,
+                                                    int step) noexcept {
+  return SumOverRows(grid, values, first, step);
+}
+#endif
+
+template <typename T>
+int EulerNumberOfRows(const VORL_GRID& grid, const T* values, int first, int step) noexcept {
+#if defined(__x86_64__)
+  if (BestSimdLevel() != SimdLevel::kBaseline) return SumOverRowsAvx2(grid, values, first, step);
+#endif
+  return SumOverRows(grid, values, first, step);
+}
+
+int EulerNumber(const VORL_IMAGE* image, int varIndex, int* eulerNumber, Dealing dealing) noexcept {
+  if (const int status = CheckVariable(image, varIndex, eulerNumber); status != 0) return status;
+  Buffer<int> sums;
+  if (const int status = sums.Allocate(static_cast<std::size_t>(std::max(dealing.nthreads(), 0)), 0); status != 0) {
+    return status;
+  }
+  dealing.EachThread([&](int thread, int team) {
+    sums[static_cast<std::size_t>(thread)] = EulerNumberOfRows(*image->grid, Variable(image, varIndex), thread, team);
+  });
+  *eulerNumber = static_cast<int>(std::accumulate(sums.begin(), sums.end(), 0u));
+  return 0;
+}
+
+// What the curves have in common.
+struct Curve {
+  const VORL_IMAGE* image;
+  int n;
+  real start;
+  real step;
+  real* thresholds;
+  bool verbose;
+  Dealing dealing;
+
+  template <typename... T>
+  int Check(const T*... outputs) const noexcept {
+    if (image->nvar != 1) return kVariableCountNotOne;
+    if (n > 0 && (thresholds == nullptr || ((outputs == nullptr) || ...))) return kNullPointer;
+    return CheckImage(*image);
+  }
+  // It is meant that the two ways differ in the last bits.
+  real ThresholdAt(int i) const noexcept {
+    if (dealing.threaded()) return i * step + start;
+    return i == 0 ? start : thresholds[i - 1] + step;
+  }
+  // A bound below all values.
+  real Lowest() const noexcept {
+    real lowest = VORL_INFINITY;
+    std::for_each(image->var, image->var + image->grid->nxyz, [&](real value) {
+      if (!IsMissing(value) && value < lowest) lowest = value;
+    });
+    return lowest - 1.0;
+  }
+};
+
+int ComputeGammaCurve(const Curve& curve, Connectivity connectivity, real* gamma, real* gammaComplement) noexcept {
+  if (const int status = curve.Check(gamma, gammaComplement); status != 0) return status;
+  return GammaCurve(
+      *curve.image->grid, curve.image->var, connectivity, curve.n, curve.Lowest(),
+      [&curve](int i) { return curve.ThresholdAt(i); }, curve.thresholds, gamma, gammaComplement, curve.verbose,
+      curve.dealing);
+}
+
+struct EulerWork {
+  GeobodyFinder finder;
+  Buffer<int> labels;
+
+  [[nodiscard]] int Allocate(const VORL_GRID& grid) noexcept {
+    if (const int status = finder.Allocate(grid); status != 0) return status;
+    return labels.Allocate(static_cast<std::size_t>(grid.nxyz));
+  }
+  int EulerNumber(const VORL_IMAGE& image, const IntervalSet& set) noexcept {
+    if (finder.Label(image.var, set, Connectivity::k6, labels.data()) == 0) return 0;
+    return EulerNumberOfRows(*image.grid, labels.data(), 0, 1);
+  }
+};
+
+int ComputeEulerCurve(const Curve& curve, int* euler, int* eulerComplement) noexcept {
+  if (const int status = curve.Check(euler, eulerComplement); status != 0) return status;
+  const real lowest = curve.Lowest();
+  return ComputeCurve<EulerWork>(*curve.image->grid, curve.n,
+                                 PercentPrinter(curve.verbose, "Computing Euler-number curves"), curve.dealing,
+                                 [&](EulerWork& work, int i) {
+                                   curve.thresholds[i] = curve.ThresholdAt(i);
+                                   IntervalSet set{1, &lowest, curve.thresholds + i, false, false, false};
+                                   euler[i] = work.EulerNumber(*curve.image, set);
+                                   set.complement = true;
+                                   eulerComplement[i] = work.EulerNumber(*curve.image, set);
+                                 });
+}
+
+struct MaxSizeWork {
+  GeobodyFinder finder;
+  Buffer<int> tables;
+  GeobodyBoxes boxes;
+
+  [[nodiscard]] int Allocate(const VORL_GRID& grid) noexcept {
+    if (const int status = finder.Allocate(grid); status != 0) return status;
+    const std::size_t n = MaxGeobodies(grid);
+    if (const int status = tables.Allocate(7 * n); status != 0) return status;
+    int* const table = tables.data();
+    boxes = {table, {table + n, table + 2 * n, table + 3 * n}, {table + 4 * n, table + 5 * n, table + 6 * n}};
+    return 0;
+  }
+};
+
+// The largest size and, by axis, the largest extent.
+struct MaxSizes {
+  int* size;
+  int* extent[3];
+};
+
+int ComputeMaxSizeCurve(const Curve& curve, Connectivity connectivity, const MaxSizes& out) noexcept {
+  if (const int status = curve.Check(out.size, out.extent[0], out.extent[1], out.extent[2]); status != 0) return status;
+  VORL_GRID* const grid = curve.image->grid;
+  const real lowest = curve.Lowest();
+  return ComputeCurve<MaxSizeWork>(
+      *grid, curve.n, PercentPrinter(curve.verbose, "Computing max geobody size curves"), curve.dealing,
+      [&](MaxSizeWork& work, int i) {
+        curve.thresholds[i] = curve.ThresholdAt(i);
+        work.finder.Mark(curve.image->var, IntervalSet{1, &lowest, curve.thresholds + i, false, false, false});
+        const int ngeobody = work.finder.Connect(connectivity);
+        work.boxes.Clear(ngeobody, *grid);
+        work.finder.ForEachRun([&](int label, int node, int length) {
+          int first[3];
+          int last[3];
+          int variable;
+          VORLGridIdToCoord(grid, node, &first[0], &first[1], &first[2], &variable);
+          VORLGridIdToCoord(grid, node + length - 1, &last[0], &last[1], &last[2], &variable);
+          work.boxes.Add(label, length, first, last);
+        });
+        out.size[i] = 0;
+        for (int* extent : out.extent) extent[i] = 0;
+        for (int label = 1; label <= ngeobody; ++label) {
+          out.size[i] = std::max(out.size[i], work.boxes.size[label - 1]);
+          for (int axis = 0; axis < 3; ++axis) {
+            out.extent[axis][i] = std::max(out.extent[axis][i], work.boxes.Extent(label, axis));
+          }
+        }
+      });
+}
+
+}  // namespace
+}  // namespace kestrum
+
+using kestrum::Connectivity;
+using kestrum::Curve;
+using kestrum::Dealing;
+
+int VORLImageConnectivityGlobalIndicator(VORL_IMAGE* image, int varIndex, int* nodeCount, int* ngeobody,
+                                         int** geobodySize, double* gamma) noexcept {
+  return kestrum::GlobalIndicator(image, varIndex, nodeCount, ngeobody, geobodySize, gamma, Dealing::Serial());
+}
+
+int VORLOMPImageConnectivityGlobalIndicator(VORL_IMAGE* image, int varIndex, int* nodeCount, int* ngeobody,
+                                            int** geobodySize, double* gamma, int nthreads) noexcept {
+  return kestrum::GlobalIndicator(image, varIndex, nodeCount, ngeobody, geobodySize, gamma, Dealing::Threads(nthreads));
+}
+
+int VORLImageConnectivity6GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
+                                               real* gamma, real* gammaComplement, BOOLEAN verbose) noexcept {
+  return kestrum::ComputeGammaCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
+                                    Connectivity::k6, gamma, gammaComplement);
+}
+
+int VORLImageConnectivity18GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
+                                                real* gamma, real* gammaComplement, BOOLEAN verbose) noexcept {
+  return kestrum::ComputeGammaCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
+                                    Connectivity::k18, gamma, gammaComplement);
+}
+
+int VORLImageConnectivity26GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
+                                                real* gamma, real* gammaComplement, BOOLEAN verbose) noexcept {
+  return kestrum::ComputeGammaCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
+                                    Connectivity::k26, gamma, gammaComplement);
+}
+
+int VORLOMPImageConnectivity6GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
+                                                  real* gamma, real* gammaComplement, BOOLEAN verbose,
+                                                  int nthreads) noexcept {
+  return kestrum::ComputeGammaCurve(
+      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k6, gamma,
+      gammaComplement);
+}
+
+int VORLOMPImageConnectivity18GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
+                                                   real* gamma, real* gammaComplement, BOOLEAN verbose,
+                                                   int nthreads) noexcept {
+  return kestrum::ComputeGammaCurve(
+      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k18, gamma,
+      gammaComplement);
+}
+
+int VORLOMPImageConnectivity26GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
+                                                   real* gamma, real* gammaComplement, BOOLEAN verbose,
+                                                   int nthreads) noexcept {
+  return kestrum::ComputeGammaCurve(
+      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k26, gamma,
+      gammaComplement);
+}
+
+int VORLImageConnectivityEulerNumber(VORL_IMAGE* image, int varIndex, int* eulerNumber) noexcept {
+  return kestrum::EulerNumber(image, varIndex, eulerNumber, Dealing::Serial());
+}
+
+int VORLOMPImageConnectivityEulerNumber(VORL_IMAGE* image, int varIndex, int* eulerNumber, int nthreads) noexcept {
+  return kestrum::EulerNumber(image, varIndex, eulerNumber, Dealing::Threads(nthreads));
+}
+
+int VORLImageConnectivity6EulerNumberCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
+                                           int* euler, int* eulerComplement, BOOLEAN verbose) noexcept {
+  return kestrum::ComputeEulerCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
+                                    euler, eulerComplement);
+}
+
+int VORLOMPImageConnectivity6EulerNumberCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
+                                              int* euler, int* eulerComplement, BOOLEAN verbose,
+                                              int nthreads) noexcept {
+  return kestrum::ComputeEulerCurve(
+      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, euler, eulerComplement);
+}
+
+int VORLImageMaxGeobody6SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
+                                  int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose) noexcept {
+  return kestrum::ComputeMaxSizeCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
+                                      Connectivity::k6, {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+}
+
+int VORLImageMaxGeobody18SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
+                                   int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose) noexcept {
+  return kestrum::ComputeMaxSizeCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
+                                      Connectivity::k18, {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+}
+
+int VORLImageMaxGeobody26SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
+                                   int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose) noexcept {
+  return kestrum::ComputeMaxSizeCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
+                                      Connectivity::k26, {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+}
+
+int VORLOMPImageMaxGeobody6SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
+                                     int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose,
+                                     int nthreads) noexcept {
+  return kestrum::ComputeMaxSizeCurve(
+      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k6,
+      {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+}
+
+int VORLOMPImageMaxGeobody18SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
+                                      int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose,
+                                      int nthreads) noexcept {
+  return kestrum::ComputeMaxSizeCurve(
+      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k18,
+      {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+}
+
+int VORLOMPImageMaxGeobody26SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
+                                      int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose,
+                                      int nthreads) noexcept {
+  return kestrum::ComputeMaxSizeCurve(
+      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k26,
+      {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+}

@@ -1,0 +1,459 @@
+#include "analysis/geobodies.h"
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cstring>
+
+#include "analysis/geobodies.hpp"
+#include "analysis/output_image.hpp"
+#include "core/constants.h"
+#include "core/parallel.hpp"
+#include "core/variables.hpp"
+
+namespace kestrum {
+namespace {
+
+// Loops without branches, for the vector units.
+template <bool excludeLower, bool excludeUpper>
+[[gnu::always_inline]] inline void MarkBlockOfType(const real* values, const IntervalSet& set,
+                                                   unsigned char* marks) noexcept {
+  std::memset(marks, 0, kMarkBlock);
+  for (int k = 0; k < set.n; ++k) {
+    const real lower = set.lower[k];
+    const real upper = set.upper[k];
+    for (int i = 0; i < kMarkBlock; ++i) {
+      const real value = values[i];
+      marks[i] |= static_cast<unsigned char>((excludeLower ? value > lower : value >= lower) &
+                                             (excludeUpper ? value < upper : value <= upper));
+    }
+  }
+  const unsigned char complement = set.complement ? 1 : 0;
+  for (int i = 0; i < kMarkBlock; ++i) {
+    marks[i] = static_cast<unsigned char>((marks[i] ^ complement) & (IsMissing(values[i]) ? 0 : 1));
+  }
+}
+
+[[gnu::always_inline]] inline void MarkBlockOfAnyType(const real* values, const IntervalSet& set,
+                                                      unsigned char* marks) noexcept {
+  if (set.excludeLower) {
+    set.excludeUpper ? MarkBlockOfType<true, true>(values, set, marks)
+                     : MarkBlockOfType<true, false>(values, set, marks);
+  } else {
+    set.excludeUpper ? MarkBlockOfType<false, true>(values, set, marks)
+                     : MarkBlockOfType<false, false>(values, set, marks);
+  }
+}
+
+#if defined(__x86_64__)
+__attribute__((target("avx2"))) void MarkBlockAvx2(const real* values, const IntervalSet& set,
+                                                   unsigned char* marks) noexcept {
+  MarkBlockOfAnyType(values, set, marks);
+}
+#endif
+
+// Calls body(first, n, marks) with the marks of the nodes first to first + n - 1, block by block from begin to end.
+// There are always kMarkBlock marks; those after the nodes are 0.
+template <typename Body>
+void ForEachBlock(const real* values, std::ptrdiff_t begin, std::ptrdiff_t end, const IntervalSet& set,
+                  const Body& body) noexcept {
+  const SimdLevel level = BestSimdLevel();
+  unsigned char marks[kMarkBlock];
+  for (; begin + kMarkBlock <= end; begin += kMarkBlock) {
+    MarkBlock(values + begin, set, level, marks);
+    body(begin, kMarkBlock, marks);
+  }
+  if (begin == end) return;
+  real rest[kMarkBlock];
+  std::fill(std::copy(values + begin, values + end, rest), rest + kMarkBlock, real{VORL_MISSING_VALUE});
+  MarkBlock(rest, set, level, marks);
+  body(begin, static_cast<int>(end - begin), marks);
+}
+
+// The marks of a block as bits, the first one lowest.
+std::uint64_t Pack(const unsigned char* marks) noexcept {
+  static_assert(std::endian::native == std::endian::little);
+  std::uint64_t bits = 0;
+  for (int byte = 0; byte < 8; ++byte) {
+    std::uint64_t eight;
+    std::memcpy(&eight, marks + 8 * byte, 8);
+    // Mark j, at bit 8j, is moved to bit 56 + j by the term 2^(56 - 7j); no other sums of places meet there.
+    bits |= (eight * 0x0102040810204080u >> 56) << (8 * byte);
+  }
+  return bits;
+}
+
+// Indicator of a variable, as int or real; returns the number of marked nodes.
+template <typename T>
+int WriteIndicator(const real* values, int nxyz, const IntervalSet& set, T* out, Dealing dealing) noexcept {
+  std::atomic<int> total{0};
+  dealing.Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) {
+    int count = 0;
+    ForEachBlock(values, begin, end, set, [&](std::ptrdiff_t first, int n, const unsigned char* marks) {
+      for (int i = 0; i < n; ++i) {
+        count += marks[i];
+        out[first + i] = IsMissing(values[first + i]) ? static_cast<T>(VORL_MISSING_VALUE) : static_cast<T>(marks[i]);
+      }
+    });
+    total += count;
+  });
+  return total;
+}
+
+// Fills labels from `begin` to `end`, in steps that may go past the end, but not past `limit`: what stands there is
+// written later. Most runs are short.
+template <typename T>
+void FillRoughly(T* begin, T* end, const T* limit, T label) noexcept {
+  constexpr int kStep = 4;
+  for (; begin < end && limit - begin >= kStep; begin += kStep) {
+    for (int i = 0; i < kStep; ++i) begin[i] = label;
+  }
+  while (begin < end) *begin++ = label;
+}
+
+}  // namespace
+
+void MarkBlock(const real* values, const IntervalSet& set, SimdLevel level, unsigned char* marks) noexcept {
+#if defined(__x86_64__)
+  if (level != SimdLevel::kBaseline) return MarkBlockAvx2(values, set, marks);
+#endif
+  static_cast<void>(level);
+  MarkBlockOfAnyType(values, set, marks);
+}
+
+int GeobodyFinder::Allocate(const VORL_GRID& grid) noexcept {
+  // Axes of one node before the others are left out, so that rows are as long as they can be; no neighbour is lost.
+  const int sizes[] = {grid.nx, grid.ny, grid.nz, 1};
+  const int first = grid.nx > 1 ? 0 : grid.ny > 1 ? 1 : 2;
+  nx_ = sizes[first];
+  ny_ = sizes[first + 1];
+  nxyz_ = grid.nxyz;
+  nrow_ = nxyz_ / nx_;
+  const std::size_t maxRuns = static_cast<std::size_t>(nrow_) * ((static_cast<std::size_t>(nx_) + 1) / 2);
+  int status = bits_.Allocate(static_cast<std::size_t>(nxyz_) / kMarkBlock + 2);
+  if (status == 0) status = firstRun_.Allocate(static_cast<std::size_t>(nrow_) + 1);
+  if (status == 0) status = edges_.Allocate(2 * maxRuns);
+  if (status == 0) status = link_.Allocate(maxRuns);
+  return status;
+}
+
+int GeobodyFinder::Mark(const real* values, const IntervalSet& set) noexcept {
+  int count = 0;
+  std::uint64_t* word = bits_.data();
+  ForEachBlock(values, 0, nxyz_, set, [&](std::ptrdiff_t, int, const unsigned char* marks) {
+    *word = Pack(marks);
+    count += std::popcount(*word++);
+  });
+  // Bits() reads one word more.
+  *word = 0;
+  return count;
+}
+
+// The marks of the 64 nodes from `node` on.
+std::uint64_t GeobodyFinder::Bits(std::ptrdiff_t node) const noexcept {
+  const std::uint64_t* const word = bits_.data() + node / kMarkBlock;
+  const int shift = static_cast<int>(node % kMarkBlock);
+  return shift == 0 ? word[0] : word[0] >> shift | word[1] << (kMarkBlock - shift);
+}
+
+// Writes the runs of a row from number `run` on; returns the number after the last.
+int GeobodyFinder::FindRuns(int row, int run) noexcept {
+  int* const first = edges_.data() + 2 * static_cast<std::ptrdiff_t>(run);
+  int* next = first;
+  std::uint64_t last = 0;
+  for (std::ptrdiff_t x = 0; x < nx_; x += kMarkBlock) {
+    std::uint64_t bits = Bits(std::ptrdiff_t{row} * nx_ + x);
+    if (nx_ - x < kMarkBlock) bits &= (std::uint64_t{1} << (nx_ - x)) - 1;
+    // Each change is the begin or the end of a run.
+    for (std::uint64_t changes = bits ^ (bits << 1 | last); changes != 0; changes &= changes - 1) {
+      *next++ = static_cast<int>(x) + std::countr_zero(changes);
+    }
+    last = bits >> (kMarkBlock - 1);
+  }
+  if (last != 0) *next++ = nx_;
+  return run + static_cast<int>((next - first) / 2);
+}
+
+// Joins the runs of a row to those of an earlier row that touch them: reach is 0 if they touch at equal ix only, 1 if
+// also at the next ix.
+template <int reach>
+void GeobodyFinder::JoinRows(int row, int earlierRow) noexcept {
+  const auto root = [link = link_.data()](int run) {
+    while (link[run] != run) run = link[run] = link[link[run]];
+    return run;
+  };
+  int a = firstRun_[row];
+  int b = firstRun_[earlierRow];
+  const int endA = firstRun_[row + 1];
+  const int endB = firstRun_[earlierRow + 1];
+  while (a < endA && b < endB) {
+    const Run runA = RunAt(a);
+    const Run runB = RunAt(b);
+    if (runA.begin < runB.end + reach && runB.begin < runA.end + reach) {
+      const int rootA = root(a);
+      const int rootB = root(b);
+      link_[std::max(rootA, rootB)] = std::min(rootA, rootB);
+    }
+    a += runA.end <= runB.end;
+    b += runB.end <= runA.end;
+  }
+}
+
+template <Connectivity connectivity>
+void GeobodyFinder::JoinAll() noexcept {
+  constexpr int kAcrossFace = connectivity == Connectivity::k6 ? 0 : 1;
+  constexpr int kAcrossEdge = connectivity == Connectivity::k26 ? 1 : 0;
+  int run = 0;
+  for (int row = 0, iy = 0; row < nrow_; ++row, iy = iy + 1 == ny_ ? 0 : iy + 1) {
+    firstRun_[row] = run;
+    const int end = FindRuns(row, run);
+    firstRun_[row + 1] = end;
+    for (; run < end; ++run) link_[run] = run;
+    if (iy > 0) JoinRows<kAcrossFace>(row, row - 1);
+    if (row < ny_) continue;
+    if (connectivity != Connectivity::k6 && iy > 0) JoinRows<kAcrossEdge>(row, row - ny_ - 1);
+    JoinRows<kAcrossFace>(row, row - ny_);
+    if (connectivity != Connectivity::k6 && iy + 1 < ny_) JoinRows<kAcrossEdge>(row, row - ny_ + 1);
+  }
+}
+
+int GeobodyFinder::Connect(Connectivity connectivity) noexcept {
+  switch (connectivity) {
+    case Connectivity::k6:
+      JoinAll<Connectivity::k6>();
+      break;
+    case Connectivity::k18:
+      JoinAll<Connectivity::k18>();
+      break;
+    case Connectivity::k26:
+      JoinAll<Connectivity::k26>();
+      break;
+  }
+  // A link is followed after its target has got its label.
+  int ngeobody = 0;
+  const int nrun = firstRun_[nrow_];
+  for (int run = 0; run < nrun; ++run) link_[run] = link_[run] == run ? ++ngeobody : link_[link_[run]];
+  return ngeobody;
+}
+
+template <typename T>
+int GeobodyFinder::Label(const real* values, const IntervalSet& set, Connectivity connectivity, T* labels) noexcept {
+  // It is meant that missing nodes stay missing here alone.
+  if (Mark(values, set) < 2) return WriteIndicator(values, nxyz_, set, labels, Dealing::Serial());
+  const int ngeobody = Connect(connectivity);
+  T* next = labels;
+  T* const end = labels + nxyz_;
+  ForEachRun([&](int label, int node, int length) {
+    FillRoughly(next, labels + node, end, T{0});
+    next = labels + node + length;
+    FillRoughly(labels + node, next, end, static_cast<T>(label));
+  });
+  std::fill(next, end, T{0});
+  return ngeobody;
+}
+
+template int GeobodyFinder::Label(const real*, const IntervalSet&, Connectivity, int*) noexcept;
+template int GeobodyFinder::Label(const real*, const IntervalSet&, Connectivity, real*) noexcept;
+
+void GeobodyBoxes::Clear(int ngeobody, const VORL_GRID& grid) noexcept {
+  std::fill_n(size, ngeobody, 0);
+  const int beyond[3] = {grid.nx, grid.ny, grid.nz};
+  for (int axis = 0; axis < 3; ++axis) {
+    std::fill_n(min[axis], ngeobody, beyond[axis]);
+    std::fill_n(max[axis], ngeobody, -1);
+  }
+}
+
+}  // namespace kestrum
+
+using kestrum::Buffer;
+using kestrum::Connectivity;
+using kestrum::Dealing;
+using kestrum::IntervalSet;
+
+namespace {
+
+constexpr int kNullPointer = -20;
+constexpr int kVariableCountNotOne = -52;
+constexpr int kIndexOutOfRange = -1100;
+
+IntervalSet MakeSet(BOOLEAN complement, int nintervals, const real* lower, const real* upper, BOOLEAN excludeLower,
+                    BOOLEAN excludeUpper) noexcept {
+  return {nintervals, lower, upper, excludeLower != FALSE, excludeUpper != FALSE, complement != FALSE};
+}
+
+// Calls compute(values, out) with the values of the variable, after the tests of what every function here is given.
+template <typename T, typename Compute>
+int WithVariable(const VORL_IMAGE* image, int varIndex, const IntervalSet& set, T* out, const int* number,
+                 const Compute& compute) noexcept {
+  if (varIndex < 0 || varIndex >= image->nvar) return kIndexOutOfRange;
+  if (out == nullptr || number == nullptr) return kNullPointer;
+  if (set.n > 0 && (set.lower == nullptr || set.upper == nullptr)) return kNullPointer;
+  if (const int status = kestrum::CheckImage(*image); status != 0) return status;
+  return compute(image->var + std::ptrdiff_t{varIndex} * image->grid->nxyz, out);
+}
+
+// The same for the forms with an image, which is made here.
+template <typename Compute>
+int IntoImage(const VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, const IntervalSet& set, const char* suffix,
+              const int* number, const Compute& compute) noexcept {
+  return WithVariable(imageIn, varIndex, set, imageOut, number, [&](const real* values, VORL_IMAGE* image) {
+    const int status = kestrum::MakeOutputImage(*imageIn, varIndex, 1, *imageIn->grid, suffix, image);
+    return status != 0 ? status : compute(values, image->var);
+  });
+}
+
+int IndicatorImage(const VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, const IntervalSet& set,
+                   int* nodeCount, Dealing dealing) noexcept {
+  return IntoImage(imageIn, imageOut, varIndex, set, VORL_SUFFIX_FOR_INDICATOR, nodeCount,
+                   [&](const real* values, real* out) {
+                     *nodeCount = kestrum::WriteIndicator(values, imageIn->grid->nxyz, set, out, dealing);
+                     return 0;
+                   });
+}
+
+template <typename T>
+int LabelVariable(const VORL_GRID& grid, const real* values, const IntervalSet& set, Connectivity connectivity,
+                  T* labels, int* ngeobody) noexcept {
+  kestrum::GeobodyFinder finder;
+  if (const int status = finder.Allocate(grid); status != 0) return status;
+  *ngeobody = finder.Label(values, set, connectivity, labels);
+  return 0;
+}
+
+int GeobodyImage(const VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, const IntervalSet& set,
+                 Connectivity connectivity, int* ngeobody) noexcept {
+  return IntoImage(imageIn, imageOut, varIndex, set, VORL_SUFFIX_FOR_GEOBODY, ngeobody,
+                   [&](const real* values, real* out) {
+                     return LabelVariable(*imageIn->grid, values, set, connectivity, out, ngeobody);
+                   });
+}
+
+int GeobodyVector(const VORL_IMAGE* imageIn, int* labels, int varIndex, const IntervalSet& set,
+                  Connectivity connectivity, int* ngeobody) noexcept {
+  return WithVariable(imageIn, varIndex, set, labels, ngeobody, [&](const real* values, int* out) {
+    return LabelVariable(*imageIn->grid, values, set, connectivity, out, ngeobody);
+  });
+}
+
+}  // namespace
+
+int VORLImageIndicator(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, BOOLEAN complement, int nintervals,
+                       real* lowerBound, real* upperBound, BOOLEAN excludeLowerBound, BOOLEAN excludeUpperBound,
+                       int* nodeCount) noexcept {
+  return IndicatorImage(imageIn, imageOut, varIndex,
+                        MakeSet(complement, nintervals, lowerBound, upperBound, excludeLowerBound, excludeUpperBound),
+                        nodeCount, Dealing::Serial());
+}
+
+int VORLOMPImageIndicator(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, BOOLEAN complement, int nintervals,
+                          real* lowerBound, real* upperBound, BOOLEAN excludeLowerBound, BOOLEAN excludeUpperBound,
+                          int* nodeCount, int nthreads) noexcept {
+  return IndicatorImage(imageIn, imageOut, varIndex,
+                        MakeSet(complement, nintervals, lowerBound, upperBound, excludeLowerBound, excludeUpperBound),
+                        nodeCount, Dealing::Threads(nthreads));
+}
+
+int VORLImageIndicatorVector(VORL_IMAGE* imageIn, int* indicator, int varIndex, BOOLEAN complement, int nintervals,
+                             real* lowerBound, real* upperBound, BOOLEAN excludeLowerBound, BOOLEAN excludeUpperBound,
+                             int* nodeCount) noexcept {
+  const IntervalSet set = MakeSet(complement, nintervals, lowerBound, upperBound, excludeLowerBound, excludeUpperBound);
+  return WithVariable(imageIn, varIndex, set, indicator, nodeCount, [&](const real* values, int* out) {
+    *nodeCount = kestrum::WriteIndicator(values, imageIn->grid->nxyz, set, out, Dealing::Serial());
+    return 0;
+  });
+}
+
+int VORLImageGeobody6(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, BOOLEAN complement, int nintervals,
+                      real* lowerBound, real* upperBound, BOOLEAN excludeLowerBound, BOOLEAN excludeUpperBound,
+                      int* ngeobody) noexcept {
+  return GeobodyImage(imageIn, imageOut, varIndex,
+                      MakeSet(complement, nintervals, lowerBound, upperBound, excludeLowerBound, excludeUpperBound),
+                      Connectivity::k6, ngeobody);
+}
+
+int VORLImageGeobody18(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, BOOLEAN complement, int nintervals,
+                       real* lowerBound, real* upperBound, BOOLEAN excludeLowerBound, BOOLEAN excludeUpperBound,
+                       int* ngeobody) noexcept {
+  return GeobodyImage(imageIn, imageOut, varIndex,
+                      MakeSet(complement, nintervals, lowerBound, upperBound, excludeLowerBound, excludeUpperBound),
+                      Connectivity::k18, ngeobody);
+}
+
+int VORLImageGeobody26(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, BOOLEAN complement, int nintervals,
+                       real* lowerBound, real* upperBound, BOOLEAN excludeLowerBound, BOOLEAN excludeUpperBound,
+                       int* ngeobody) noexcept {
+  return GeobodyImage(imageIn, imageOut, varIndex,
+                      MakeSet(complement, nintervals, lowerBound, upperBound, excludeLowerBound, excludeUpperBound),
+                      Connectivity::k26, ngeobody);
+}
+
+int VORLImageGeobody6Vector(VORL_IMAGE* imageIn, int* indicator, int varIndex, BOOLEAN complement, int nintervals,
+                            real* lowerBound, real* upperBound, BOOLEAN excludeLowerBound, BOOLEAN excludeUpperBound,
+                            int* ngeobody) noexcept {
+  return GeobodyVector(imageIn, indicator, varIndex,
+                       MakeSet(complement, nintervals, lowerBound, upperBound, excludeLowerBound, excludeUpperBound),
+                       Connectivity::k6, ngeobody);
+}
+
+int VORLImageGeobody18Vector(VORL_IMAGE* imageIn, int* indicator, int varIndex, BOOLEAN complement, int nintervals,
+                             real* lowerBound, real* upperBound, BOOLEAN excludeLowerBound, BOOLEAN excludeUpperBound,
+                             int* ngeobody) noexcept {
+  return GeobodyVector(imageIn, indicator, varIndex,
+                       MakeSet(complement, nintervals, lowerBound, upperBound, excludeLowerBound, excludeUpperBound),
+                       Connectivity::k18, ngeobody);
+}
+
+int VORLImageGeobody26Vector(VORL_IMAGE* imageIn, int* indicator, int varIndex, BOOLEAN complement, int nintervals,
+                             real* lowerBound, real* upperBound, BOOLEAN excludeLowerBound, BOOLEAN excludeUpperBound,
+                             int* ngeobody) noexcept {
+  return GeobodyVector(imageIn, indicator, varIndex,
+                       MakeSet(complement, nintervals, lowerBound, upperBound, excludeLowerBound, excludeUpperBound),
+                       Connectivity::k26, ngeobody);
+}
+
+int VORLImageGeobodySize(VORL_IMAGE* image, int* ngeobody, int** geobodySize, int** extentX, int** extentY,
+                         int** extentZ) noexcept {
+  if (image->nvar != 1) return kVariableCountNotOne;
+  int** const out[4] = {extentX, extentY, extentZ, geobodySize};
+  if (ngeobody == nullptr || std::find(out, out + 4, nullptr) != out + 4) return kNullPointer;
+  if (const int status = kestrum::CheckImage(*image); status != 0) return status;
+  const VORL_GRID& grid = *image->grid;
+
+  *ngeobody = 0;
+  for (int id = 0; id < grid.nxyz; ++id) *ngeobody = std::max(*ngeobody, kestrum::TruncateToInt(image->var[id]));
+  const std::size_t n = static_cast<std::size_t>(*ngeobody);
+  Buffer<int> minima;
+  if (const int status = minima.Allocate(3 * n); status != 0) return status;
+  int* table[4] = {};
+  for (int*& vector : table) {
+    int status = 0;
+    vector = static_cast<int*>(VORLMalloc(n, sizeof(int), &status));
+    if (status == 0) continue;
+    for (int* allocated : table) VORLFree(allocated);
+    return status;
+  }
+
+  kestrum::GeobodyBoxes boxes{
+      table[3], {minima.data(), minima.data() + n, minima.data() + 2 * n}, {table[0], table[1], table[2]}};
+  boxes.Clear(*ngeobody, grid);
+  const real* value = image->var;
+  for (int iz = 0; iz < grid.nz; ++iz) {
+    for (int iy = 0; iy < grid.ny; ++iy) {
+      for (int ix = 0; ix < grid.nx; ++ix) {
+        const int label = kestrum::TruncateToInt(*value++);
+        if (label > 0) boxes.Add(label, 1, {ix, iy, iz}, {ix, iy, iz});
+      }
+    }
+  }
+  for (int axis = 0; axis < 3; ++axis) {
+    for (int label = 1; label <= *ngeobody; ++label) table[axis][label - 1] = boxes.Extent(label, axis);
+  }
+  for (int k = 0; k < 4; ++k) *out[k] = table[k];
+  return 0;
+}
+
+int VORLFindLink(int label, int* link) noexcept {
+  while (link[label] != label) label = link[label];
+  return label;
+}
