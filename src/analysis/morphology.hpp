@@ -1,0 +1,25 @@
+#ifndef KESTRUM_ANALYSIS_MORPHOLOGY_HPP
+#define KESTRUM_ANALYSIS_MORPHOLOGY_HPP
+
+#include "core/grid.h"
+#include "core/parallel.hpp"
+
+namespace kestrum {
+
+// `size` offsets in cells; any int, those that never land in the grid are never used.
+struct StructuringElement {
+  int size;
+  const int* x;
+  const int* y;
+  const int* z;
+};
+
+// Erosion of `nvar` variables from `in` to `out`, nvar * grid.nxyz values each, as VORLImageErode does it. `out` may be
+// `in`. The grid must be one that CheckImage accepts. Prints nothing.
+// Returns 0 or the status of VORLMalloc (the work memory is three bits per node of one variable).
+[[nodiscard]] int ErodeValues(const VORL_GRID& grid, int nvar, const real* in, real* out,
+                              const StructuringElement& element, int niter, const Dealing& dealing) noexcept;
+
+}  // namespace kestrum
+
+#endif

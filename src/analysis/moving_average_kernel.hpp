@@ -1,0 +1,141 @@
+// The sums of moving averages for one instruction set. Included by one source per set, which defines first
+//   KESTRUM_KERNEL_TARGET  the attribute that selects the set,
+//   KESTRUM_KERNEL_BYTES   the width of its vectors.
+// All is local to that source, and no function of a standard header is called: no code of a higher instruction set can
+// stand in for code that runs everywhere. Loops over registers are unrolled by name, or the sums would stay in memory.
+
+#include <cstddef>
+
+#include "analysis/moving_average_levels.hpp"
+#include "core/types.h"
+
+#define KESTRUM_KERNEL_INLINE KESTRUM_KERNEL_TARGET __attribute__((always_inline)) inline
+
+namespace kestrum {
+namespace {
+
+constexpr int kWidth = KESTRUM_KERNEL_BYTES / static_cast<int>(sizeof(double));
+// Vectors of a row that a pass sums.
+constexpr int kParts = 2;
+
+typedef double Vector __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
+typedef long long MaskVector __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
+// The same in memory, aligned as its elements are.
+typedef double VectorInMemory __attribute__((vector_size(KESTRUM_KERNEL_BYTES), aligned(8), may_alias));
+typedef long long MaskInMemory __attribute__((vector_size(KESTRUM_KERNEL_BYTES), aligned(8), may_alias));
+
+KESTRUM_KERNEL_INLINE Vector Load(const double* from) { return *(const VectorInMemory*)from; }
+KESTRUM_KERNEL_INLINE void Store(double* to, Vector x) { *(VectorInMemory*)to = x; }
+KESTRUM_KERNEL_INLINE Vector Broadcast(double value) { return value - Vector{}; }
+
+KESTRUM_KERNEL_TARGET void SumList(const double* at, const TermList& terms, double* sums) {
+  constexpr int kListParts = kSumLanes < 4 * kWidth ? kSumLanes / kWidth : 4;
+  for (int lane = 0; lane < kSumLanes; lane += kListParts * kWidth) {
+    Vector sum[kListParts] = {};
+    for (std::ptrdiff_t k = 0; k < terms.size; ++k) {
+      const double* const from = at + lane + terms.offset[k];
+      const Vector weight = Broadcast(terms.weight[k]);
+#pragma GCC unroll 4
+      for (int p = 0; p < kListParts; ++p) sum[p] = sum[p] + Load(from + p * kWidth) * weight;
+    }
+#pragma GCC unroll 4
+    for (int p = 0; p < kListParts; ++p) Store(sums + lane + p * kWidth, sum[p]);
+  }
+}
+
+// A term of 0.0 in place of a missing one changes no bit: a sum that starts at 0.0 is never -0.0.
+KESTRUM_KERNEL_TARGET void SumInformed(const double* at, const TermList& terms, InformedSums* sums) {
+  const Vector missingValue = Broadcast(VORL_MISSING_VALUE);
+  for (int lane = 0; lane < kSumLanes; lane += kParts * kWidth) {
+    Vector sum[kParts] = {};
+    Vector sumWeight[kParts] = {};
+    MaskVector missing[kParts] = {};
+    for (std::ptrdiff_t k = 0; k < terms.size; ++k) {
+      const double* const from = at + lane + terms.offset[k];
+      const Vector weight = Broadcast(terms.weight[k]);
+#pragma GCC unroll 2
+      for (int p = 0; p < kParts; ++p) {
+        const Vector value = Load(from + p * kWidth);
+        const MaskVector isMissing = value == missingValue;
+        sum[p] = sum[p] + (Vector)((MaskVector)(value * weight) & ~isMissing);
+        sumWeight[p] = sumWeight[p] + (Vector)((MaskVector)weight & ~isMissing);
+        missing[p] = missing[p] - isMissing;
+      }
+    }
+#pragma GCC unroll 2
+    for (int p = 0; p < kParts; ++p) {
+      Store(sums->sum + lane + p * kWidth, sum[p]);
+      Store(sums->weight + lane + p * kWidth, sumWeight[p]);
+      *(MaskInMemory*)(sums->missing + lane + p * kWidth) = missing[p];
+    }
+  }
+}
+
+struct RowSums {
+  Vector row[kBoxRows][kParts];
+};
+
+// Adds one row of values to the sums of the rows kFirst to kLast of boxes. `weight` is where the weights of this row
+// are in the box of row 0; in the box of the next row it is one row further back.
+template <bool kEqualWeights, int kFirst, int kLast>
+KESTRUM_KERNEL_INLINE void AddRow(const double* from, const BoxTerms& terms, const double* weight, RowSums& sums) {
+  const Vector equalWeight = Broadcast(terms.weight[0]);
+  for (int x = 0; x < terms.lengthX; ++x) {
+    Vector value[kParts];
+#pragma GCC unroll 2
+    for (int p = 0; p < kParts; ++p) {
+      value[p] = Load(from + x + p * kWidth);
+      if constexpr (kEqualWeights) value[p] = value[p] * equalWeight;
+    }
+#pragma GCC unroll 4
+    for (int j = kFirst; j <= kLast; ++j) {
+      Vector term[kParts];
+#pragma GCC unroll 2
+      for (int p = 0; p < kParts; ++p) {
+        term[p] = kEqualWeights ? value[p] : value[p] * Broadcast(weight[x - j * terms.lengthX]);
+        sums.row[j][p] = sums.row[j][p] + term[p];
+      }
+    }
+  }
+}
+
+// Each row of values goes to the boxes that hold it, so that every box gets its rows in their order.
+template <bool kEqualWeights>
+KESTRUM_KERNEL_TARGET void SumBoxRowsWith(const double* corner, const BoxTerms& terms, double* sums,
+                                          std::ptrdiff_t stride) {
+  static_assert(kBoxRows == 4);
+  for (int lane = 0; lane < kSumLanes; lane += kParts * kWidth) {
+    RowSums rowSums = {};
+    const double* weight = terms.weight;
+    for (int z = 0; z < terms.lengthZ; ++z) {
+      const double* from = corner + lane + z * terms.sectionStride;
+      AddRow<kEqualWeights, 0, 0>(from, terms, weight, rowSums);
+      AddRow<kEqualWeights, 0, 1>(from += terms.rowStride, terms, weight += terms.lengthX, rowSums);
+      AddRow<kEqualWeights, 0, 2>(from += terms.rowStride, terms, weight += terms.lengthX, rowSums);
+      for (int y = kBoxRows - 1; y < terms.lengthY; ++y) {
+        AddRow<kEqualWeights, 0, 3>(from += terms.rowStride, terms, weight += terms.lengthX, rowSums);
+      }
+      const double* end = weight += terms.lengthX;
+      AddRow<kEqualWeights, 1, 3>(from += terms.rowStride, terms, end, rowSums);
+      AddRow<kEqualWeights, 2, 3>(from += terms.rowStride, terms, end += terms.lengthX, rowSums);
+      AddRow<kEqualWeights, 3, 3>(from += terms.rowStride, terms, end += terms.lengthX, rowSums);
+    }
+#pragma GCC unroll 4
+    for (int j = 0; j < kBoxRows; ++j) {
+#pragma GCC unroll 2
+      for (int p = 0; p < kParts; ++p) Store(sums + j * stride + lane + p * kWidth, rowSums.row[j][p]);
+    }
+  }
+}
+
+KESTRUM_KERNEL_TARGET void SumBoxRows(const double* corner, const BoxTerms& terms, double* sums,
+                                      std::ptrdiff_t stride) {
+  if (terms.equalWeights) {
+    SumBoxRowsWith<true>(corner, terms, sums, stride);
+  } else {
+    SumBoxRowsWith<false>(corner, terms, sums, stride);
+  }
+}
+
+}  // namespace
+}  // namespace kestrum
