@@ -1,0 +1,261 @@
+// The work of a pyramid on rows for one instruction set. Included by one source per set, which defines first
+//   KESTRUM_KERNEL_TARGET  the attribute that selects the set,
+//   KESTRUM_KERNEL_BYTES   the width of its vectors.
+// All is local to that source, and no function of a standard header is called: no code of a higher instruction set can
+// stand in for code that runs everywhere. Loops over registers are unrolled by name, or the sums would stay in memory.
+//
+// A body is written once for V, a vector or one number, and called for groups of vectors, for vectors, and for the
+// nodes that are left.
+
+#include <cstddef>
+
+#include "analysis/pyramid_levels.hpp"
+#include "core/types.h"
+
+#define KESTRUM_KERNEL_INLINE KESTRUM_KERNEL_TARGET __attribute__((always_inline)) inline
+
+namespace kestrum {
+namespace {
+
+constexpr std::size_t kWidth = KESTRUM_KERNEL_BYTES / sizeof(double);
+
+typedef double Vector __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
+// The same in memory, aligned as its elements are.
+typedef double VectorInMemory __attribute__((vector_size(KESTRUM_KERNEL_BYTES), aligned(8), may_alias));
+
+template <typename V>
+KESTRUM_KERNEL_INLINE V Load(const double* from);
+template <>
+KESTRUM_KERNEL_INLINE Vector Load<Vector>(const double* from) {
+  return *(const VectorInMemory*)from;
+}
+template <>
+KESTRUM_KERNEL_INLINE double Load<double>(const double* from) {
+  return *from;
+}
+KESTRUM_KERNEL_INLINE void Store(double* to, Vector x) { *(VectorInMemory*)to = x; }
+KESTRUM_KERNEL_INLINE void Store(double* to, double x) { *to = x; }
+
+template <typename V>
+KESTRUM_KERNEL_INLINE V Broadcast(double value) {
+  return value - V{};
+}
+
+template <typename V>
+using Mask = decltype(V{} == V{});
+
+template <typename V>
+KESTRUM_KERNEL_INLINE Mask<V> MissingIn(V values) {
+  return values == Broadcast<V>(VORL_MISSING_VALUE);
+}
+
+KESTRUM_KERNEL_INLINE bool Any(bool mask) { return mask; }
+KESTRUM_KERNEL_INLINE bool Any(Mask<Vector> mask) {
+  bool any = false;
+  for (std::size_t k = 0; k < kWidth; ++k) any |= mask[k] != 0;
+  return any;
+}
+
+KESTRUM_KERNEL_TARGET bool HasMissing(const double* values, std::size_t n) {
+  constexpr std::size_t kParts = 4;
+  Mask<Vector> found[kParts] = {};
+  std::size_t i = 0;
+  for (; i + kParts * kWidth <= n; i += kParts * kWidth) {
+#pragma GCC unroll 4
+    for (std::size_t p = 0; p < kParts; ++p) found[p] |= MissingIn(Load<Vector>(values + i + p * kWidth));
+  }
+  bool rest = false;
+  for (; i < n; ++i) rest |= MissingIn(values[i]);
+  return rest || Any(found[0] | found[1] | found[2] | found[3]);
+}
+
+template <typename V, std::size_t kParts>
+KESTRUM_KERNEL_INLINE Mask<V> AddTapsAt(const PyramidTap* taps, std::size_t ntap, std::size_t i, double* sums) {
+  constexpr std::size_t kStep = sizeof(V) / sizeof(double);
+  V sum[kParts] = {};
+  for (std::size_t t = 0; t < ntap; ++t) {
+    const double* const values = taps[t].values + i;
+    const V factor = Broadcast<V>(taps[t].factor);
+#pragma GCC unroll 4
+    for (std::size_t p = 0; p < kParts; ++p) sum[p] = sum[p] + Load<V>(values + p * kStep) * factor;
+  }
+  Mask<V> found = {};
+#pragma GCC unroll 4
+  for (std::size_t p = 0; p < kParts; ++p) {
+    Store(sums + i + p * kStep, sum[p]);
+    found |= MissingIn(sum[p]);
+  }
+  return found;
+}
+
+KESTRUM_KERNEL_TARGET bool AddTaps(const PyramidTap* taps, std::size_t ntap, std::size_t n, double* sums) {
+  Mask<Vector> found = {};
+  bool rest = false;
+  std::size_t i = 0;
+  for (; i + 4 * kWidth <= n; i += 4 * kWidth) found |= AddTapsAt<Vector, 4>(taps, ntap, i, sums);
+  for (; i + kWidth <= n; i += kWidth) found |= AddTapsAt<Vector, 1>(taps, ntap, i, sums);
+  for (; i < n; ++i) rest |= AddTapsAt<double, 1>(taps, ntap, i, sums);
+  return rest || Any(found);
+}
+
+// A term of 0.0 in place of a missing one changes no bit: a sum that starts at 0.0 is never -0.0.
+template <typename V, std::size_t kParts>
+KESTRUM_KERNEL_INLINE void AddInformedTapsAt(const PyramidTap* taps, std::size_t ntap, std::size_t i,
+                                             const PyramidRowStorage& to) {
+  constexpr std::size_t kStep = sizeof(V) / sizeof(double);
+  const V zero = {};
+  V sum[kParts] = {};
+  V total[kParts] = {};
+  for (std::size_t t = 0; t < ntap; ++t) {
+    const double* const values = taps[t].values + i;
+    const double* const weights = taps[t].weights + i;
+    const V factor = Broadcast<V>(taps[t].factor);
+#pragma GCC unroll 2
+    for (std::size_t p = 0; p < kParts; ++p) {
+      const V value = Load<V>(values + p * kStep);
+      const Mask<V> missing = MissingIn(value);
+      sum[p] = sum[p] + (missing ? zero : value * factor);
+      total[p] = total[p] + (missing ? zero : factor * Load<V>(weights + p * kStep));
+    }
+  }
+#pragma GCC unroll 2
+  for (std::size_t p = 0; p < kParts; ++p) {
+    Store(to.values + i + p * kStep, total[p] == zero ? Broadcast<V>(VORL_MISSING_VALUE) : sum[p]);
+    Store(to.weights + i + p * kStep, total[p]);
+  }
+}
+
+KESTRUM_KERNEL_TARGET void AddInformedTaps(const PyramidTap* taps, std::size_t ntap, std::size_t n,
+                                           const PyramidRowStorage& to) {
+  std::size_t i = 0;
+  for (; i + 2 * kWidth <= n; i += 2 * kWidth) AddInformedTapsAt<Vector, 2>(taps, ntap, i, to);
+  for (; i + kWidth <= n; i += kWidth) AddInformedTapsAt<Vector, 1>(taps, ntap, i, to);
+  for (; i < n; ++i) AddInformedTapsAt<double, 1>(taps, ntap, i, to);
+}
+
+template <typename V, bool kHasC>
+KESTRUM_KERNEL_INLINE Mask<V> BlendAt(const PyramidBlend& blend, const double* a, const double* b, const double* c,
+                                      std::size_t i, double* to) {
+  V far = Load<V>(b + i);
+  if constexpr (kHasC) far = Load<V>(c + i) + far;
+  const V sum = Broadcast<V>(blend.near) * Load<V>(a + i) + Broadcast<V>(blend.far) * far;
+  Store(to + i, sum);
+  return MissingIn(sum);
+}
+
+template <bool kHasC>
+KESTRUM_KERNEL_INLINE bool BlendRow(const PyramidBlend& blend, const double* a, const double* b, const double* c,
+                                    std::size_t n, double* to) {
+  Mask<Vector> found = {};
+  bool rest = false;
+  std::size_t i = 0;
+  for (; i + kWidth <= n; i += kWidth) found |= BlendAt<Vector, kHasC>(blend, a, b, c, i, to);
+  for (; i < n; ++i) rest |= BlendAt<double, kHasC>(blend, a, b, c, i, to);
+  return rest || Any(found);
+}
+
+KESTRUM_KERNEL_TARGET bool Blend(const PyramidBlend& blend, const double* a, const double* b, const double* c,
+                                 std::size_t n, double* to) {
+  return c != nullptr ? BlendRow<true>(blend, a, b, c, n, to) : BlendRow<false>(blend, a, b, c, n, to);
+}
+
+// The sum of the terms there are. Adding -0.0 changes no number, not even the sign of a zero.
+template <typename V>
+KESTRUM_KERNEL_INLINE V SumOfTerms(const PyramidBlend& blend, V a, V b, V c, Mask<V> noA, Mask<V> noB, Mask<V> noC) {
+  const V nothing = Broadcast<V>(-0.0);
+  const V near = Broadcast<V>(blend.near) * a;
+  const V far = Broadcast<V>(blend.far) * ((noC ? nothing : c) + (noB ? nothing : b));
+  return (noA ? nothing : near) + ((noB & noC) ? nothing : far);
+}
+
+template <typename V>
+KESTRUM_KERNEL_INLINE void BlendInformedAt(const PyramidBlend& blend, const PyramidRow& a, const PyramidRow& b,
+                                           const PyramidRow* c, std::size_t i, const PyramidRowStorage& to) {
+  const V valueA = Load<V>(a.values + i);
+  const V valueB = Load<V>(b.values + i);
+  const V valueC = c != nullptr ? Load<V>(c->values + i) : Broadcast<V>(VORL_MISSING_VALUE);
+  const V weightC = c != nullptr ? Load<V>(c->weights + i) : V{};
+  const Mask<V> noA = MissingIn(valueA);
+  const Mask<V> noB = MissingIn(valueB);
+  const Mask<V> noC = MissingIn(valueC);
+  const Mask<V> nothing = noA & noB & noC;
+  const V value = SumOfTerms(blend, valueA, valueB, valueC, noA, noB, noC);
+  const V weight = SumOfTerms(blend, Load<V>(a.weights + i), Load<V>(b.weights + i), weightC, noA, noB, noC);
+  Store(to.values + i, nothing ? Broadcast<V>(VORL_MISSING_VALUE) : value);
+  Store(to.weights + i, nothing ? V{} : weight);
+}
+
+KESTRUM_KERNEL_TARGET void BlendInformed(const PyramidBlend& blend, const PyramidRow& a, const PyramidRow& b,
+                                         const PyramidRow* c, std::size_t n, const PyramidRowStorage& to) {
+  std::size_t i = 0;
+  for (; i + kWidth <= n; i += kWidth) BlendInformedAt<Vector>(blend, a, b, c, i, to);
+  for (; i < n; ++i) BlendInformedAt<double>(blend, a, b, c, i, to);
+}
+
+template <typename V>
+KESTRUM_KERNEL_INLINE void DivideAt(const double* sums, const double* weights, double minWeight, std::size_t i,
+                                    double* to) {
+  const V sum = Load<V>(sums + i);
+  const V weight = Load<V>(weights + i);
+  const V missingValue = Broadcast<V>(VORL_MISSING_VALUE);
+  const V mean = weight < Broadcast<V>(minWeight) ? missingValue : sum / weight;
+  Store(to + i, MissingIn(sum) ? missingValue : mean);
+}
+
+KESTRUM_KERNEL_TARGET void Divide(const double* sums, const double* weights, double minWeight, std::size_t n,
+                                  double* to) {
+  std::size_t i = 0;
+  for (; i + kWidth <= n; i += kWidth) DivideAt<Vector>(sums, weights, minWeight, i, to);
+  for (; i < n; ++i) DivideAt<double>(sums, weights, minWeight, i, to);
+}
+
+#if KESTRUM_KERNEL_BYTES == 64
+#define KESTRUM_EVEN 0, 2, 4, 6, 8, 10, 12, 14
+#define KESTRUM_ODD 1, 3, 5, 7, 9, 11, 13, 15
+#define KESTRUM_LOWER 0, 8, 1, 9, 2, 10, 3, 11
+#define KESTRUM_UPPER 4, 12, 5, 13, 6, 14, 7, 15
+#elif KESTRUM_KERNEL_BYTES == 32
+#define KESTRUM_EVEN 0, 2, 4, 6
+#define KESTRUM_ODD 1, 3, 5, 7
+#define KESTRUM_LOWER 0, 4, 1, 5
+#define KESTRUM_UPPER 2, 6, 3, 7
+#else
+#define KESTRUM_EVEN 0, 2
+#define KESTRUM_ODD 1, 3
+#define KESTRUM_LOWER 0, 2
+#define KESTRUM_UPPER 1, 3
+#endif
+
+KESTRUM_KERNEL_TARGET void TakeApart(const double* pairs, std::size_t n, double* first, double* second) {
+  std::size_t i = 0;
+  for (; i + kWidth <= n; i += kWidth) {
+    const Vector lower = Load<Vector>(pairs + 2 * i);
+    const Vector upper = Load<Vector>(pairs + 2 * i + kWidth);
+    Store(first + i, __builtin_shufflevector(lower, upper, KESTRUM_EVEN));
+    Store(second + i, __builtin_shufflevector(lower, upper, KESTRUM_ODD));
+  }
+  for (; i < n; ++i) {
+    first[i] = pairs[2 * i];
+    second[i] = pairs[2 * i + 1];
+  }
+}
+
+KESTRUM_KERNEL_TARGET void Join(const double* first, const double* second, std::size_t n, double* pairs) {
+  std::size_t i = 0;
+  for (; i + kWidth <= n; i += kWidth) {
+    const Vector even = Load<Vector>(first + i);
+    const Vector odd = Load<Vector>(second + i);
+    Store(pairs + 2 * i, __builtin_shufflevector(even, odd, KESTRUM_LOWER));
+    Store(pairs + 2 * i + kWidth, __builtin_shufflevector(even, odd, KESTRUM_UPPER));
+  }
+  for (; i < n; ++i) {
+    pairs[2 * i] = first[i];
+    pairs[2 * i + 1] = second[i];
+  }
+}
+
+}  // namespace
+}  // namespace kestrum
+
+#define KESTRUM_PYRAMID_KERNELS \
+  { HasMissing, AddTaps, AddInformedTaps, Blend, BlendInformed, Divide, TakeApart, Join }
