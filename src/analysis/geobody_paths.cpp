@@ -1,0 +1,271 @@
+#include "analysis/geobody_paths.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <utility>
+
+#include "analysis/geobodies.hpp"
+#include "core/buffer.hpp"
+
+namespace kestrum {
+namespace {
+
+struct Offset {
+  int dx, dy, dz;
+};
+
+// The neighbours of each connectivity are looked at in this order; those of the smaller ones are among them.
+constexpr std::size_t kMostNeighbors = 26;
+constexpr Offset kOffsets[kMostNeighbors] = {
+    {-1, 0, 0}, {-1, -1, 0}, {-1, -1, -1}, {-1, -1, 1}, {-1, 1, 0}, {-1, 1, -1}, {-1, 1, 1}, {-1, 0, -1}, {-1, 0, 1},
+    {1, 0, 0},  {1, -1, 0},  {1, -1, -1},  {1, -1, 1},  {1, 1, 0},  {1, 1, -1},  {1, 1, 1},  {1, 0, -1},  {1, 0, 1},
+    {0, -1, 0}, {0, -1, -1}, {0, -1, 1},   {0, 1, 0},   {0, 1, -1}, {0, 1, 1},   {0, 0, -1}, {0, 0, 1}};
+
+// The most axes along which neighbours differ.
+constexpr int AxesOf(Connectivity connectivity) noexcept { return static_cast<int>(connectivity) + 1; }
+
+constexpr bool AreNeighbors(Connectivity connectivity, const Offset& offset) noexcept {
+  return offset.dx * offset.dx + offset.dy * offset.dy + offset.dz * offset.dz <= AxesOf(connectivity);
+}
+
+struct Node {
+  int index, ix, iy, iz;
+};
+
+class Box {
+ public:
+  Box(int nx, int ny, int nz) noexcept : nx_(nx), ny_(ny), nz_(nz), nxy_(std::int64_t{nx} * ny) {}
+
+  // 0 if a size is less than 1.
+  std::int64_t NodeCount() const noexcept { return nx_ > 0 && ny_ > 0 && nz_ > 0 ? nxy_ * nz_ : 0; }
+  bool Has(int index) const noexcept { return index >= 0 && index < NodeCount(); }
+
+  Node NodeAt(int index) const noexcept {
+    const int inSection = static_cast<int>(index % nxy_);
+    return {index, inSection % nx_, inSection / nx_, static_cast<int>(index / nxy_)};
+  }
+
+  // Whether the box has the node at this offset, and the index of that node.
+  bool Has(const Node& node, const Offset& offset) const noexcept {
+    const int ix = node.ix + offset.dx;
+    const int iy = node.iy + offset.dy;
+    const int iz = node.iz + offset.dz;
+    return ix >= 0 && ix < nx_ && iy >= 0 && iy < ny_ && iz >= 0 && iz < nz_;
+  }
+  int NeighborIndex(const Node& node, const Offset& offset) const noexcept {
+    return static_cast<int>(node.index + offset.dx + offset.dy * std::int64_t{nx_} + offset.dz * nxy_);
+  }
+
+  // Calls body(neighbour) for the neighbours of a node that lie in the box, in their order.
+  template <Connectivity kConnectivity, typename Body>
+  void ForNeighbors(const Node& node, const Body& body) const noexcept {
+    if (node.ix > 0 && node.ix < nx_ - 1 && node.iy > 0 && node.iy < ny_ - 1 && node.iz > 0 && node.iz < nz_ - 1) {
+      ForNeighbors<kConnectivity, false>(node, body, std::make_index_sequence<kMostNeighbors>());
+    } else {
+      ForNeighbors<kConnectivity, true>(node, body, std::make_index_sequence<kMostNeighbors>());
+    }
+  }
+
+ private:
+  template <Connectivity kConnectivity, bool kAtFace, typename Body, std::size_t... kNumbers>
+  void ForNeighbors(const Node& node, const Body& body, std::index_sequence<kNumbers...>) const noexcept {
+    (VisitNeighbor<kConnectivity, kAtFace, kNumbers>(node, body), ...);
+  }
+
+  template <Connectivity kConnectivity, bool kAtFace, std::size_t kNumber, typename Body>
+  void VisitNeighbor(const Node& node, const Body& body) const noexcept {
+    constexpr Offset kOffset = kOffsets[kNumber];
+    if constexpr (AreNeighbors(kConnectivity, kOffset)) {
+      if (kAtFace && !Has(node, kOffset)) return;
+      body(Node{NeighborIndex(node, kOffset), node.ix + kOffset.dx, node.iy + kOffset.dy, node.iz + kOffset.dz});
+    }
+  }
+
+  int nx_;
+  int ny_;
+  int nz_;
+  std::int64_t nxy_;
+};
+
+// Nodes at one distance. The coordinates travel with the nodes, so that none is decoded during the search.
+class Front {
+ public:
+  int Allocate(int capacity) noexcept { return nodes_.Allocate(static_cast<std::size_t>(capacity)); }
+
+  // Doubles a table that is full: a caller may have told too small a capacity.
+  int Append(const Node& node) noexcept {
+    if (size_ == nodes_.size()) {
+      Buffer<Node> larger;
+      if (const int status = larger.Allocate(2 * size_); status != 0) return status;
+      std::copy(begin(), end(), larger.begin());
+      nodes_ = std::move(larger);
+    }
+    nodes_[size_++] = node;
+    return 0;
+  }
+
+  void Clear() noexcept { size_ = 0; }
+  bool empty() const noexcept { return size_ == 0; }
+  const Node* begin() const noexcept { return nodes_.begin(); }
+  const Node* end() const noexcept { return nodes_.begin() + size_; }
+
+ private:
+  Buffer<Node> nodes_;
+  std::size_t size_ = 0;
+};
+
+template <Connectivity kConnectivity>
+int ComputeDistances(const Box& box, const int* geobody, int frontCapacity, int nstart, const int* start,
+                     int* distance) noexcept {
+  for (int i = 0; i < nstart; ++i) {
+    if (!box.Has(start[i])) return -2205;
+  }
+  Front fronts[2];
+  if (const int status = fronts[0].Allocate(std::max(frontCapacity, nstart)); status != 0) return status;
+  if (const int status = fronts[1].Allocate(frontCapacity); status != 0) return status;
+  Front* current = &fronts[0];
+  Front* next = &fronts[1];
+
+  // During the search the nodes outside are told apart in the map itself, so that a neighbour is one look.
+  constexpr int kOutside = -2;
+  const std::int64_t nnode = box.NodeCount();
+  for (std::int64_t i = 0; i < nnode; ++i) distance[i] = geobody[i] != 0 ? -1 : kOutside;
+  int status = 0;
+  for (int i = 0; i < nstart && status == 0; ++i) {
+    distance[start[i]] = 0;
+    status = current->Append(box.NodeAt(start[i]));
+  }
+  for (int level = 1; !current->empty() && status == 0; ++level) {
+    for (const Node& node : *current) {
+      box.ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {
+        if (distance[neighbor.index] != -1 || status != 0) return;
+        distance[neighbor.index] = level;
+        status = next->Append(neighbor);
+      });
+    }
+    current->Clear();
+    std::swap(current, next);
+  }
+  for (std::int64_t i = 0; i < nnode; ++i) distance[i] = std::max(distance[i], -1);
+  return status;
+}
+
+template <Connectivity kConnectivity>
+int ComputePath(const Box& box, const int* distance, int endNode, int* path, int* pathLength,
+                VORL_RANDCONTEXT* randContext) noexcept {
+  constexpr int kCannotFindPath = -2200 - static_cast<int>(kConnectivity);
+  if (!box.Has(endNode)) return -2207;
+  Node node = box.NodeAt(endNode);
+  int length = 0;
+  path[length++] = endNode;
+  for (int d = distance[endNode] - 1; d > 0; --d) {
+    Node candidates[kMostNeighbors];
+    int count = 0;
+    box.ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {
+      if (distance[neighbor.index] == d) candidates[count++] = neighbor;
+    });
+    if (count == 0) return kCannotFindPath;
+    node = candidates[VORLIntRand(0, count, randContext)];
+    path[length++] = node.index;
+  }
+  *pathLength = length;
+  return 0;
+}
+
+// The nodes that touch a node of a box: itself and its neighbours, as runs of nodes along x in their order.
+class TouchingNodes {
+ public:
+  TouchingNodes(const Box& box, Connectivity connectivity, const Node& node) noexcept {
+    for (int dz = -1; dz <= 1; ++dz) {
+      for (int dy = -1; dy <= 1; ++dy) {
+        const int reach = std::min(AxesOf(connectivity) - std::abs(dy) - std::abs(dz), 1);
+        if (reach < 0 || !box.Has(node, {0, dy, dz})) continue;
+        const int center = box.NeighborIndex(node, {0, dy, dz});
+        runs_[nrun_++] = {box.Has(node, {-reach, 0, 0}) ? center - reach : center,
+                          box.Has(node, {reach, 0, 0}) ? center + reach : center};
+      }
+    }
+  }
+
+  bool Have(int index) const noexcept {
+    if (index < runs_[0].first || index > runs_[nrun_ - 1].last) return false;
+    return std::any_of(runs_, runs_ + nrun_,
+                       [index](const Run& run) { return index >= run.first && index <= run.last; });
+  }
+
+ private:
+  struct Run {
+    int first, last;
+  };
+  Run runs_[9];
+  int nrun_ = 0;
+};
+
+int JoinPaths(Connectivity connectivity, const Box& box, const int* path1, const int* path2, int length1, int length2,
+              int* index1, int* index2) noexcept {
+  *index1 = *index2 = -1;
+  for (int i = length1 - 1; i >= 0; --i) {
+    if (!box.Has(path1[i])) continue;
+    const TouchingNodes touching(box, connectivity, box.NodeAt(path1[i]));
+    for (int j = length2 - 1; j >= 0; --j) {
+      if (touching.Have(path2[j])) {
+        *index1 = i;
+        *index2 = j;
+        return 0;
+      }
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+}  // namespace kestrum
+
+using namespace kestrum;
+
+int VORLComputeDistanceConnectivity6InGeobody(int nx, int ny, int nz, int* geobody, int frontCapacity, int nstart,
+                                              int* start, int* distance) noexcept {
+  return ComputeDistances<Connectivity::k6>({nx, ny, nz}, geobody, frontCapacity, nstart, start, distance);
+}
+
+int VORLComputeDistanceConnectivity18InGeobody(int nx, int ny, int nz, int* geobody, int frontCapacity, int nstart,
+                                               int* start, int* distance) noexcept {
+  return ComputeDistances<Connectivity::k18>({nx, ny, nz}, geobody, frontCapacity, nstart, start, distance);
+}
+
+int VORLComputeDistanceConnectivity26InGeobody(int nx, int ny, int nz, int* geobody, int frontCapacity, int nstart,
+                                               int* start, int* distance) noexcept {
+  return ComputeDistances<Connectivity::k26>({nx, ny, nz}, geobody, frontCapacity, nstart, start, distance);
+}
+
+int VORLComputePathInDistanceMapGeobody6(int nx, int ny, int nz, int* distance, int endNode, int* path, int* pathLength,
+                                         VORL_RANDCONTEXT* randContext) noexcept {
+  return ComputePath<Connectivity::k6>({nx, ny, nz}, distance, endNode, path, pathLength, randContext);
+}
+
+int VORLComputePathInDistanceMapGeobody18(int nx, int ny, int nz, int* distance, int endNode, int* path,
+                                          int* pathLength, VORL_RANDCONTEXT* randContext) noexcept {
+  return ComputePath<Connectivity::k18>({nx, ny, nz}, distance, endNode, path, pathLength, randContext);
+}
+
+int VORLComputePathInDistanceMapGeobody26(int nx, int ny, int nz, int* distance, int endNode, int* path,
+                                          int* pathLength, VORL_RANDCONTEXT* randContext) noexcept {
+  return ComputePath<Connectivity::k26>({nx, ny, nz}, distance, endNode, path, pathLength, randContext);
+}
+
+int VORLJoinTwoPathInGeobody6(int nx, int ny, int nz, int* path1, int* path2, int length1, int length2, int* index1,
+                              int* index2) noexcept {
+  return JoinPaths(Connectivity::k6, {nx, ny, nz}, path1, path2, length1, length2, index1, index2);
+}
+
+int VORLJoinTwoPathInGeobody18(int nx, int ny, int nz, int* path1, int* path2, int length1, int length2, int* index1,
+                               int* index2) noexcept {
+  return JoinPaths(Connectivity::k18, {nx, ny, nz}, path1, path2, length1, length2, index1, index2);
+}
+
+int VORLJoinTwoPathInGeobody26(int nx, int ny, int nz, int* path1, int* path2, int length1, int length2, int* index1,
+                               int* index2) noexcept {
+  return JoinPaths(Connectivity::k26, {nx, ny, nz}, path1, path2, length1, length2, index1, index2);
+}
