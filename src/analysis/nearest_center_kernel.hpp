@@ -1,0 +1,87 @@
+// The search for nearest centres for one instruction set. Included by one source per set, which defines first
+//   KESTRUM_KERNEL_TARGET  the attribute that selects the set,
+//   KESTRUM_KERNEL_BYTES   the width of its vectors,
+//   KESTRUM_KERNEL_NAME    the name of its function.
+// All is local to that source, and no function of a standard header is called: no code of a higher instruction set can
+// stand in for code that runs everywhere.
+//
+// A lane is a point. Nothing is summed across lanes.
+
+#include "analysis/nearest_center.hpp"
+
+#define KESTRUM_KERNEL_INLINE KESTRUM_KERNEL_TARGET __attribute__((always_inline)) inline
+
+namespace kestrum {
+namespace {
+
+// Vectors that are worked on side by side: enough to hide the latency of an addition, and no more than registers hold.
+constexpr int kParts = 4;
+
+typedef double Vector __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
+typedef double LooseVector __attribute__((vector_size(KESTRUM_KERNEL_BYTES), aligned(sizeof(double)), may_alias));
+
+KESTRUM_KERNEL_INLINE void Load(const double* from, Vector* x) { *x = *(const LooseVector*)from; }
+KESTRUM_KERNEL_INLINE void Load(const double* from, double* x) { *x = *from; }
+KESTRUM_KERNEL_INLINE void Store(const Vector& x, double* to) { *(LooseVector*)to = x; }
+KESTRUM_KERNEL_INLINE void Store(const double& x, double* to) { *to = x; }
+
+// The points of kPieces pieces, each a vector or, for the last points, a number.
+template <typename Piece, int kPieces>
+KESTRUM_KERNEL_INLINE void FindForPieces(const double* const* data, int nfeature, std::ptrdiff_t begin,
+                                         const double* center, int ncluster, int* nearest, double* distance) {
+  constexpr int kWidth = sizeof(Piece) / sizeof(double);
+  Piece best[kPieces];
+  Piece number[kPieces];
+#pragma GCC unroll 4
+  for (int k = 0; k < kPieces; ++k) {
+    best[k] = __builtin_inf() - Piece{};
+    number[k] = Piece{};
+  }
+  for (int c = 0; c < ncluster; ++c) {
+    Piece sum[kPieces];
+#pragma GCC unroll 4
+    for (int k = 0; k < kPieces; ++k) sum[k] = Piece{};
+    for (int f = 0; f < nfeature; ++f, ++center) {
+      const double* const x = data[f] + begin;
+      const Piece middle = *center - Piece{};
+#pragma GCC unroll 4
+      for (int k = 0; k < kPieces; ++k) {
+        Piece difference;
+        Load(x + k * kWidth, &difference);
+        difference = difference - middle;
+        sum[k] = sum[k] + difference * difference;
+      }
+    }
+    const Piece ownNumber = static_cast<double>(c) - Piece{};
+#pragma GCC unroll 4
+    for (int k = 0; k < kPieces; ++k) {
+      const auto nearer = sum[k] < best[k];
+      best[k] = nearer ? sum[k] : best[k];
+      number[k] = nearer ? ownNumber : number[k];
+    }
+  }
+  double numbers[kPieces * kWidth];
+#pragma GCC unroll 4
+  for (int k = 0; k < kPieces; ++k) {
+    Store(best[k], distance + k * kWidth);
+    Store(number[k], numbers + k * kWidth);
+  }
+  for (int lane = 0; lane < kPieces * kWidth; ++lane) nearest[lane] = static_cast<int>(numbers[lane]);
+}
+
+}  // namespace
+
+KESTRUM_KERNEL_TARGET void KESTRUM_KERNEL_NAME(const double* const* data, int nfeature, std::ptrdiff_t begin, int count,
+                                               const double* center, int ncluster, int* nearest,
+                                               double* distance) noexcept {
+  constexpr int kLanes = kParts * KESTRUM_KERNEL_BYTES / static_cast<int>(sizeof(double));
+  int k = 0;
+  for (; k + kLanes <= count; k += kLanes) {
+    FindForPieces<Vector, kParts>(data, nfeature, begin + k, center, ncluster, nearest + k, distance + k);
+  }
+  for (; k < count; ++k) {
+    FindForPieces<double, 1>(data, nfeature, begin + k, center, ncluster, nearest + k, distance + k);
+  }
+}
+
+}  // namespace kestrum
