@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "numeric/random.hpp"
+#include "numeric/weight_sums.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_RANDCONTEXT>);
 static_assert(sizeof(void*) != 8 || sizeof(VORL_RANDCONTEXT) == 848);
@@ -125,6 +126,25 @@ double Draw(VORL_RANDCONTEXT* context) noexcept {
   return Combine(context->y, v);
 }
 
+// The draw without replacement. Position i leaves the running, and position k takes over the weight of the entry that
+// moves there.
+template <typename Sums>
+void DrawOrder(int n, int* list, double total, Sums& sums, VORL_RANDCONTEXT* context) noexcept {
+  for (int i = 0; i < n - 1; ++i) {
+    const double target = VORLDoubleRand(0, context) * total;
+    int k = i;
+    for (int high = n; high - k > 1;) {
+      const int mid = k + (high - k) / 2;
+      (sums.IsAtMost(mid, target) ? k : high) = mid;
+    }
+    const double weightOfI = sums.Value(i + 1) - sums.Value(i);
+    const double weightOfK = sums.Value(k + 1) - sums.Value(k);
+    std::swap(list[k], list[i]);
+    sums.Reduce(i + 1, k, weightOfI, weightOfK);
+    total -= weightOfK;
+  }
+}
+
 }  // namespace
 
 double DrawAfterSeeding(int seed, int skip) noexcept {
@@ -168,25 +188,15 @@ int VORLPathRandom(int n, int* path, VORL_RANDCONTEXT* context) noexcept {
 }
 
 int VORLRandomizeWeightedListOfInt(int n, int* list, real* cumulative, VORL_RANDCONTEXT* context) noexcept {
+  constexpr int kWorthATree = 10000;  // measured
   if (n < 2) return 0;
-  double total = cumulative[n];
-  for (int i = 0; i < n - 1; ++i) {
-    const double target = VORLDoubleRand(0, context) * total;
-    int k = i;
-    for (int high = n; high - k > 1;) {
-      const int mid = k + (high - k) / 2;
-      if (cumulative[mid] <= target) {
-        k = mid;
-      } else {
-        high = mid;
-      }
-    }
-    const double weightOfI = cumulative[i + 1] - cumulative[i];
-    const double weightOfK = cumulative[k + 1] - cumulative[k];
-    std::swap(list[k], list[i]);
-    for (int entry = i + 1; entry <= k; ++entry) cumulative[entry] -= weightOfI;
-    for (int entry = k + 1; entry <= n; ++entry) cumulative[entry] -= weightOfK;
-    total -= weightOfK;
+  kestrum::WeightSumTree tree;
+  if (n >= kWorthATree && tree.Build(cumulative, n)) {
+    kestrum::DrawOrder(n, list, cumulative[n], tree, context);
+    tree.Settle();
+  } else {
+    kestrum::PlainWeightSums sums(cumulative, n);
+    kestrum::DrawOrder(n, list, cumulative[n], sums, context);
   }
   return 0;
 }

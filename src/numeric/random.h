@@ -55,8 +55,8 @@ KESTRUM_API int VORLRandomizeListOfInt(int n, int* list, VORL_RANDCONTEXT* conte
 /* The random visiting order of a simulation: VORLRandomizeListOfInt on a path. */
 KESTRUM_API int VORLPathRandom(int n, int* path, VORL_RANDCONTEXT* context) KESTRUM_NOEXCEPT;
 
-/* Draws the order of a list without replacement, so that entries come early in proportion to their weights. The time is
- * proportional to the square of n in the worst case.
+/* Draws the order of a list without replacement, so that entries come early in proportion to their weights. Long lists
+ * take a time of n log n for weights of like size; short ones, and all if memory is short, n squared.
  * n: number of entries; below 2 nothing is drawn.
  * list: in and out, n entries.
  * cumulative: in, destroyed; n + 1 entries, the first 0, the weight of list[i] is cumulative[i + 1] - cumulative[i].

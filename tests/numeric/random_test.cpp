@@ -6,10 +6,14 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <numeric>
+#include <vector>
 
 #include "numeric/random.hpp"
+#include "numeric/weight_sums.hpp"
+#include "support/allocation_failure.hpp"
 
 namespace {
 
@@ -177,6 +181,71 @@ TEST(Random, WeightedShuffleFollowsTheWeights) {
       EXPECT_NEAR(pairs[a][b], kCount * p, 5 * std::sqrt(kCount * p * (1 - p))) << a << ", " << b;
     }
   }
+}
+
+// The tree holds reductions back and rounds them in other units: still every bit is that of the plain sums, whatever
+// the weights. Halves of last places make ties of the rounding.
+TEST(Random, WeightTreeIsThePlainSums) {
+  VORL_RANDCONTEXT context = Seeded(8);
+  const auto uniform = [&context]() { return VORLDoubleRand(0, &context); };
+  const std::function<double(int)> weights[] = {
+      [](int) { return 1.0; },
+      [](int i) { return i % 5 == 0 ? 0.0 : 0.1; },
+      [&](int) { return uniform(); },
+      [&](int) { return std::pow(1e-10, uniform()); },
+      [&](int) { return std::pow(10.0, -300 * uniform()); },
+      [&](int) { return std::ldexp(1.0, static_cast<int>(uniform() * 60) - 30); },
+      [&](int) { return std::ldexp(1.0 / 3, static_cast<int>(uniform() * 5)); },
+      [&](int) { return 1.0 + std::floor(uniform() * 3) * 0x1p-50; },
+      [](int i) { return std::pow(0.9, i); },
+      [](int i) { return std::ldexp(1.0, i % 900 - 800); },
+      [&](int i) { return i % 3 == 0 ? 5e-324 : uniform() * 1e-307; },
+  };
+  for (int trial = 0; trial < 110; ++trial) {
+    const int n = 2 + VORLIntRand(0, 700, &context);
+    std::vector<double> sums(n + 1, 0.0);
+    for (int i = 0; i < n; ++i) sums[i + 1] = sums[i] + weights[trial % 11](i);
+    std::vector<double> treeSums = sums;
+    kestrum::PlainWeightSums plain(sums.data(), n);
+    kestrum::WeightSumTree tree;
+    ASSERT_TRUE(tree.Build(treeSums.data(), n));
+    for (int i = 0; i < n; ++i) {
+      const double target = uniform() * plain.Value(n);
+      int k = i;
+      for (int entry = i; entry <= n; ++entry) {
+        ASSERT_EQ(tree.IsAtMost(entry, target), plain.IsAtMost(entry, target));
+        if (entry < n && plain.IsAtMost(entry, target)) k = entry;
+      }
+      const double weightOfI = plain.Value(i + 1) - plain.Value(i), weightOfK = plain.Value(k + 1) - plain.Value(k);
+      ASSERT_EQ(tree.Value(k), plain.Value(k));
+      plain.Reduce(i + 1, k, weightOfI, weightOfK);
+      tree.Reduce(i + 1, k, weightOfI, weightOfK);
+    }
+    tree.Settle();
+    ASSERT_EQ(std::memcmp(sums.data(), treeSums.data(), sums.size() * sizeof(double)), 0) << trial;
+  }
+  for (std::vector<double> odd : {std::vector<double>{0, 2, 1}, {0, -1, 1}, {0, std::nan(""), 1}, {0, 1, HUGE_VAL}}) {
+    EXPECT_FALSE(kestrum::WeightSumTree().Build(odd.data(), 2));
+  }
+}
+
+// A list long enough for the tree gets the order of the plain way, which is also what is left if memory fails.
+TEST(Random, WeightedShuffleOfALongList) {
+  constexpr int kCount = 12000;
+  std::vector<int> lists[2];
+  std::vector<double> sums[2];
+  for (const int plain : {0, 1}) {
+    VORL_RANDCONTEXT context = Seeded(4);
+    lists[plain].resize(kCount);
+    std::iota(lists[plain].begin(), lists[plain].end(), 0);
+    sums[plain].resize(kCount + 1, 0.0);
+    for (int i = 0; i < kCount; ++i) sums[plain][i + 1] = sums[plain][i] + std::pow(0.999, i);
+    kestrum_test::FailAllocation failure(plain ? 0 : 1000);
+    VORLRandomizeWeightedListOfInt(kCount, lists[plain].data(), sums[plain].data(), &context);
+    EXPECT_EQ(failure.Happened(), plain == 1);
+  }
+  EXPECT_EQ(lists[0], lists[1]);
+  EXPECT_EQ(sums[0], sums[1]);
 }
 
 TEST(Random, IndexFromPdf) {
