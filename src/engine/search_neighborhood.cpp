@@ -11,6 +11,7 @@
 #include "core/memory.h"
 #include "covariance/cov_evaluation.hpp"
 #include "engine/kriging.hpp"
+#include "engine/search_neighborhood.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_SEARCHNEIGHBORHOOD>);
 static_assert(sizeof(void*) != 8 || sizeof(VORL_SEARCHNEIGHBORHOOD) == 72);
@@ -69,8 +70,19 @@ void ApplyOrder(const VORL_INFOREAVALUE* order, int n, T* values, real* sorted) 
   std::copy_n(moved, n, values);
 }
 
-// Sorts the list by its keys; keys that differ by at most VORL_EPSILON come in a random but fixed order.
-int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) {
+template <typename Function>
+int ForEachArray(VORL_SEARCHNEIGHBORHOOD& list, const Function& function) {
+  int status = function(list.ix);
+  if (status == 0) status = function(list.iy);
+  if (status == 0) status = function(list.iz);
+  if (status == 0) status = function(list.distance);
+  if (status == 0) status = function(list.weight);
+  return status;
+}
+
+}  // namespace
+
+int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) noexcept {
   const int n = list.size;
   Buffer<VORL_INFOREAVALUE> order;
   if (const int status = order.Allocate(n); status != 0) return status;
@@ -102,7 +114,7 @@ int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) {
   return 0;
 }
 
-void ComputeBoundingBox(VORL_SEARCHNEIGHBORHOOD& list) {
+void ComputeBoundingBox(VORL_SEARCHNEIGHBORHOOD& list) noexcept {
   list.ixMin = list.iyMin = list.izMin = list.ixMax = list.iyMax = list.izMax = 0;
   for (int e = 0; e < list.size; ++e) {
     list.ixMin = std::min(list.ixMin, list.ix[e]);
@@ -114,17 +126,6 @@ void ComputeBoundingBox(VORL_SEARCHNEIGHBORHOOD& list) {
   }
 }
 
-template <typename Function>
-int ForEachArray(VORL_SEARCHNEIGHBORHOOD& list, const Function& function) {
-  int status = function(list.ix);
-  if (status == 0) status = function(list.iy);
-  if (status == 0) status = function(list.iz);
-  if (status == 0) status = function(list.distance);
-  if (status == 0) status = function(list.weight);
-  return status;
-}
-
-}  // namespace
 }  // namespace kestrum
 
 using namespace kestrum;
@@ -240,15 +241,7 @@ int VORLKestrumBuildSearchNeighborhoodForCovModel(
       ++count;
     }
   };
-  for (int i = 1; i <= hx; ++i) consider(i, 0, 0);
-  for (int j = 1; j <= hy; ++j) {
-    for (int i = -hx; i <= hx; ++i) consider(i, j, 0);
-  }
-  for (int k = 1; k <= hz; ++k) {
-    for (int j = -hy; j <= hy; ++j) {
-      for (int i = -hx; i <= hx; ++i) consider(i, j, k);
-    }
-  }
+  ForEachHalfOffset(hx, hy, hz, consider);
   if (const int status = VORLReallocSearchNeighborhood(&list, count); status != 0) return status;
   list.size = count;
   if (const int status = SortByKey(list, randContext); status != 0) return status;
