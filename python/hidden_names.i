@@ -23,3 +23,15 @@
 %ignore VORLComputeRotationMatrix;
 %ignore VORLComputeVariogramRangeApprox;
 %ignore VORLOMPComputeVariogramRangeApprox;
+
+%ignore VORLMovingBoxSum;
+%ignore VORLOMPMovingBoxSum;
+%ignore VORLPyramidWeight;
+%ignore VORLPyramidReduceDimension;
+%ignore VORLPyramidExpandDimension;
+%ignore VORLPyramidReduce;
+%ignore VORLOMPPyramidReduce;
+%ignore VORLPyramidExpand;
+%ignore VORLOMPPyramidExpand;
+%ignore VORLReadArray2D;
+%ignore VORLWriteArray2D;

@@ -24,8 +24,21 @@
 #include "covariance/cov_model.h"
 
 #include "io/image_files.h"
+#include "io/point_set_files.h"
 
+#include "analysis/category_order.h"
+#include "analysis/clustering.h"
+#include "analysis/connectivity.h"
 #include "analysis/conversions.h"
+#include "analysis/distance_maps.h"
+#include "analysis/geobodies.h"
+#include "analysis/geobody_paths.h"
+#include "analysis/morphology.h"
+#include "analysis/moving_average.h"
+#include "analysis/pyramid.h"
+#include "analysis/resize.h"
+#include "analysis/thresholding.h"
+#include "analysis/two_point_statistics.h"
 
 #include "engine/conditioning.h"
 #include "engine/estimation.h"
@@ -36,5 +49,9 @@
 #include "engine/run_input.h"
 #include "engine/search_neighborhood.h"
 #include "engine/simulation.h"
+
+#include "paths/path_generators.h"
+#include "paths/search_neighborhood_parameters.h"
+#include "paths/sim_and_path_parameters.h"
 
 #endif

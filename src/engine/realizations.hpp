@@ -92,7 +92,7 @@ struct SimulationRun {
   Dealing dealing;
 };
 
-// The parts that both inputs have under the same names are taken from `input`.
+// Fields that both inputs have under the same names are taken from `input`.
 template <typename Input>
 SimulationRun MakeSimulationRun(const Input& input, VORL_IMAGE* image, VORL_IMAGE* outputImage, const int* nodeStatus,
                                 int nnode, int* simulationPath, int pathFirstInequality, int pathFirstSimulated,

@@ -205,17 +205,25 @@ def test_a_refused_input_has_its_status():
     k.VORLKestrumFreeKestrumInput(inp)
 
 
-def test_another_thread_can_stop_a_run():
-    """The other thread can act during the run only if the run has released the interpreter. A threaded run does all its
-    nodes before it looks at the flag, hence a run of a second at most."""
-    case = Case(grid=records.grid(400, 100), ndata=60)
+@pytest.mark.parametrize("mode", [k.KESTRUM_OK, k.KESTRUM_SIM_SK])
+def test_another_thread_can_stop_a_run(mode):
+    """The other thread can act during the run only if the run has released the interpreter. A threaded estimation does
+    all its nodes before it looks at the flag, a simulation those of the realization at hand: either takes a second at
+    most."""
+    case = Case(grid=records.grid(400, 100) if mode == k.KESTRUM_OK else records.grid(100, 50), ndata=60)
     where, values = case.data()
     inp, out, monitor = k.vorl_kestrumInput(), k.vorl_kestrumOutput(), k.vorl_progressMonitor()
     inp.varName = NAME
     inp.simGrid = k.calloc_VORL_GRID()
     records.fill_grid(inp.simGrid, case.grid)
     inp.covModel = records.cov_model([(k.COV_SPHERICAL, 1.0, (100.0, 100.0, 0.0)), (k.COV_NUGGET, 1.0, (0.0, 0.0, 0.0))])
-    inp.searchRadiusRelative, inp.nneighborMax = -1.0, -1
+    inp.computationMode = mode
+    if mode == k.KESTRUM_OK:
+        inp.searchRadiusRelative, inp.nneighborMax = -1.0, -1
+    else:
+        inp.searchRadiusRelative, inp.nneighborMax = 1.0, 20
+        inp.nGibbsSamplerPathMin = inp.nGibbsSamplerPathMax = 1
+        inp.seed, inp.seedIncrement, inp.nrealization = 1, 5003, 500
     inp.ndataPointSet, inp.dataPointSet = 1, records.point_sets(case.nodes()[where], values, NAME)
 
     seen = []
@@ -228,9 +236,11 @@ def test_another_thread_can_stop_a_run():
 
     other = threading.Thread(target=stop, daemon=True)
     other.start()
-    status = k.VORLOMPKestrumSim(inp, out, monitor, k.VORLUpdateProgressMonitor0_ptr, 1)
+    status = k.VORLOMPKestrumSim(inp, out, monitor, k.VORLUpdateProgressMonitor0_ptr, 2)
     other.join()
     assert status == -1000
     assert 1 <= monitor.allRealizationProgress < 100
     assert out.outputImage is None
+    if mode != k.KESTRUM_OK:
+        assert 0 < monitor.currentRealization < 500
     k.VORLKestrumFreeKestrumInput(inp)
