@@ -1,6 +1,6 @@
 # The front door. Each target does its own set-up and is quick when nothing is lacking.
 #   make            build library, module, tests and benchmarks (build/release)
-#   make demo       krige real data from Python and from C; pictures in examples/output
+#   make demo       krige and simulate real data from Python and from C; pictures in examples/output
 #   make test       build, then run every test
 #   make bench      run the benchmarks
 #   make sanitize   build and run the tests under AddressSanitizer and UBSan (build/asan)
@@ -49,6 +49,7 @@ configure: setup
 demo: configure
 	cmake --build --preset release --parallel $(JOBS) --target kestrum_python kestrum_shared
 	$(RUN_PYTHON) examples/kriging_meuse.py
+	$(RUN_PYTHON) examples/simulation_meuse.py
 	@mkdir -p $(BUILD)/bin
 	$(CC) -std=c99 -O2 -Isrc examples/krige_meuse.c -o $(BUILD)/bin/krige_meuse \
 	  -L$(BUILD)/lib -lkestrum -lm -Wl,-rpath,$(CURDIR)/$(BUILD)/lib

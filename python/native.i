@@ -6,6 +6,9 @@
 #include "kestrum.h"
 %}
 
+/* A misspelt field is an AttributeError, not a new attribute that nothing reads. */
+%pythonnondynamic;
+
 %include "typemaps.i"
 %include "callbacks.i"
 

@@ -26,9 +26,8 @@
 
 KESTRUM_BEGIN_DECLS
 
-/* A run on a continuous variable: kriging estimation with its standard deviation, by the nearest data or by all data.
- * The modes of simulation are not available yet: they end with -71060.
- */
+/* A run on a continuous variable: kriging estimation with its standard deviation, by the nearest data or by all data, or
+ * realizations by sequential Gaussian simulation. */
 KESTRUM_API int VORLKestrumSim(VORL_KESTRUMINPUT* input, VORL_KESTRUMOUTPUT* output,
                                VORL_PROGRESSMONITOR* progressMonitor,
                                int (*progressCallback)(VORL_PROGRESSMONITOR*)) KESTRUM_NOEXCEPT;
@@ -38,8 +37,8 @@ KESTRUM_API int VORLOMPKestrumSim(VORL_KESTRUMINPUT* input, VORL_KESTRUMOUTPUT* 
                                   VORL_PROGRESSMONITOR* progressMonitor, int (*progressCallback)(VORL_PROGRESSMONITOR*),
                                   int nthreads) KESTRUM_NOEXCEPT;
 
-/* A run on a categorical variable. Input, data, proportions and neighbourhoods are prepared and refused as they will be;
- * the estimation and simulation of categories are not available yet: a sound input ends with -71060.
+/* A run on a categorical variable: probabilities of the categories by indicator kriging, or realizations by sequential
+ * indicator simulation.
  * Further statuses: -71115, -71116 a datum is no category.
  */
 KESTRUM_API int VORLKestrumIndicatorSim(VORL_KESTRUMINDICATORINPUT* input, VORL_KESTRUMOUTPUT* output,

@@ -74,3 +74,8 @@ def test_sizes_of_records():
     # 32 bytes, five ints, a byte (and a gap), 256 + 2 ints.
     assert _kestrum.sizeof_VORL_PROGRESSMONITOR == 32 + 5 * 4 + 4 + 258 * 4
     assert _kestrum.sizeof_VORL_KESTRUMOUTPUT == 8
+
+
+def test_a_misspelt_field_is_refused():
+    with pytest.raises(AttributeError):
+        kestrum.vorl_kestrumInput().seedIncrment = 5
