@@ -66,14 +66,10 @@ class IndicatorLaw {
 
   int BeforePath(int, PathRanks&, const NodeBits&, VORL_RANDCONTEXT&) noexcept { return 0; }
 
-  void Solve(int thread, const int* nodes, int count, int position, const PathView& view) noexcept {
+  void Solve(int thread, const int* nodes, int count, PathView& view) noexcept {
     auto& [kriging, solvers, probability] = scratches_[thread];
     for (int c = 0; c < categories_.count(); ++c) {
-      if (source_[c] != c) continue;
-      const MovingSystems& systems = systems_[c];
-      solvers[c].Solve(systems, kriging, nodes, count, [&](int i, int* entries) noexcept {
-        return view.Walk(systems.list, nodes[i], position + i, systems.capacity, entries);
-      });
+      if (source_[c] == c) view.Solve(systems_[c], kriging, nodes, count, solvers[c]);
     }
   }
 

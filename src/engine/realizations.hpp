@@ -161,29 +161,30 @@ class PathRanks {
   Buffer<int> rank_;
 };
 
-// The nodes that one thread sees from a chunk of the path: the bits of all nodes up to the chunk's end are set, and ranks
-// tell which of them come before a node.
+// What one thread sees from the nodes of a chunk of the path: a bit for each node that comes before.
 class PathView {
  public:
   [[nodiscard]] int Allocate(int nnode) noexcept { return seen_.Allocate(nnode); }
-  // Begins a realization: what is seen before the path is.
-  void Start(const PathRanks& ranks, const NodeBits& before, int position) noexcept {
-    ranks_ = &ranks;
+  // Begins a realization at a position of the path; `before` tells what is seen before it.
+  void Start(const NodeBits& before, int position) noexcept {
     seen_.Copy(before);
     next_ = position;
   }
-  void Extend(const int* path, int end) noexcept {
-    for (; next_ < end; ++next_) seen_.Set(path[next_]);
+  // Makes the chunk that begins at a position the one at hand.
+  void MoveTo(const int* path, int begin) noexcept {
+    for (; next_ < begin; ++next_) seen_.Set(path[next_]);
   }
-  // The neighbours of the node at a position of the chunk.
-  int Walk(const NeighborList& list, int node, int position, int limit, int* entries) const noexcept {
-    return WalkNeighbors(
-        list, node, limit, seen_,
-        [ranks = ranks_, own = PathRanks::AtPosition(position)](int b) noexcept { return (*ranks)[b] < own; }, entries);
+  // Solves for the nodes of the chunk at hand.
+  void Solve(const MovingSystems& systems, KrigingSolver& kriging, const int* nodes, int count,
+             AheadSolver& solver) noexcept {
+    for (int i = 0; i < count; ++i) seen_.Clear(nodes[i]);
+    solver.Solve(systems, kriging, nodes, count, [&](int i, int* entries) noexcept {
+      if (i > 0) seen_.Set(nodes[i - 1]);
+      return WalkNeighbors(systems.list, nodes[i], systems.capacity, seen_, entries);
+    });
   }
 
  private:
-  const PathRanks* ranks_ = nullptr;
   NodeBits seen_;
   int next_ = 0;
 };
@@ -215,8 +216,8 @@ class PathProgress {
 // so the wait always ends. A failure stops every thread at its next node.
 //
 // Law:
-//   void Solve(int thread, const int* nodes, int count, int position, const PathView& view)
-//     solves the systems of the nodes at the positions of the path from `position` up
+//   void Solve(int thread, const int* nodes, int count, PathView& view)
+//     solves the systems of the nodes of a chunk
 //   template <typename Visit> void ForEachNeighbor(int thread, int i, int node, const Visit& visit) const
 //     calls visit(grid node) for the neighbours of the chunk's i-th node
 //   int Value(int thread, int i, int node, double number, real* value)
@@ -238,7 +239,7 @@ int SimulatePath(const SimulationRun& run, Law& law, const NodeDraws& draws, con
       if (status != 0) word.store(status, std::memory_order_relaxed);
     };
     PathView& view = views[thread];
-    view.Start(ranks, before, first);
+    view.Start(before, first);
     int told = 0;  // by thread 0, which reports every position
     const auto report = [&](int upTo) noexcept {
       for (; thread == 0 && told <= upTo && !stopped(); ++told) {
@@ -263,8 +264,8 @@ int SimulatePath(const SimulationRun& run, Law& law, const NodeDraws& draws, con
       const int start = static_cast<int>(begin);
       const int* const nodes = run.simulationPath + first + start;
       if (stopped()) return;
-      view.Extend(run.simulationPath, first + start + n);
-      law.Solve(thread, nodes, n, first + start, view);
+      view.MoveTo(run.simulationPath, first + start);
+      law.Solve(thread, nodes, n, view);
       for (int i = 0; i < n; ++i) {
         if (!report(start + i)) return;
         if (team > 1) {

@@ -129,11 +129,9 @@ class GaussianLaw {
     return hasBounds_ ? Gibbs(seed, ranks, before, context) : 0;
   }
 
-  void Solve(int thread, const int* nodes, int count, int position, const PathView& view) noexcept {
+  void Solve(int thread, const int* nodes, int count, PathView& view) noexcept {
     auto& [kriging, solver] = scratches_[thread];
-    solver.Solve(systems_, kriging, nodes, count, [&](int i, int* entries) noexcept {
-      return view.Walk(systems_.list, nodes[i], position + i, systems_.capacity, entries);
-    });
+    view.Solve(systems_, kriging, nodes, count, solver);
   }
 
   template <typename Visit>
