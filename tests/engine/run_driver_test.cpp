@@ -12,15 +12,20 @@
 
 #include "support/allocation_failure.hpp"
 #include "support/run_builder.hpp"
+#include "support/run_callbacks.hpp"
 
 namespace {
 
+using kestrum_test::AbortAtForty;
+using kestrum_test::Collect;
 using kestrum_test::Datum;
 using kestrum_test::Element;
 using kestrum_test::IndicatorRunRecords;
 using kestrum_test::MakeGrid;
 using kestrum_test::NewText;
 using kestrum_test::RunRecords;
+using kestrum_test::StopAtForty;
+using kestrum_test::toldPercentages;
 
 const std::vector<Element> kModel = {{COV_SPHERICAL, 1.0, 4.0, 4.0, 4.0}};
 
@@ -159,44 +164,28 @@ TEST(RunDriver, StatusesAndRewrittenInput) {
   EXPECT_EQ(threads.Run(-1), -99);
 }
 
-std::vector<int> percentages;
-
-int Collect(VORL_PROGRESSMONITOR* monitor) {
-  if (monitor->warningNumber == 0) percentages.push_back(monitor->allRealizationProgress);
-  return 0;
-}
-int StopAtForty(VORL_PROGRESSMONITOR* monitor) {
-  Collect(monitor);
-  return monitor->allRealizationProgress >= 40 ? -7 : 0;
-}
-int AbortAtForty(VORL_PROGRESSMONITOR* monitor) {
-  Collect(monitor);
-  if (monitor->allRealizationProgress >= 40) monitor->abortedJobFlag = TRUE;
-  return 0;
-}
-
 TEST(RunDriver, ProgressAndItsAnswers) {
   const auto run = [](int nthreads, int (*callback)(VORL_PROGRESSMONITOR*)) {
-    percentages.clear();
+    toldPercentages.clear();
     RunRecords records(MakeGrid(257, 1, 1), kModel, {{100, 0, 0, 1.0}});
     return records.Run(nthreads, callback);
   };
   // Of 256 nodes: none is more than one percent, not even where thread 0 reports every other one.
   for (const int nthreads : {0, 1, 2}) {
     EXPECT_EQ(run(nthreads, Collect), 0);
-    ASSERT_EQ(percentages.size(), 100u);
-    for (int i = 0; i < 100; ++i) EXPECT_EQ(percentages[i], i + 1);
+    ASSERT_EQ(toldPercentages.size(), 100u);
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(toldPercentages[i], i + 1);
   }
   // Four threads: thread 0 reports every fourth node, the first of them at 0 percent, and the end is reported.
   EXPECT_EQ(run(4, Collect), 0);
-  EXPECT_EQ(percentages.size(), 64u);
+  EXPECT_EQ(toldPercentages.size(), 64u);
   EXPECT_EQ(run(0, StopAtForty), -7);
-  EXPECT_EQ(percentages.back(), 40);
+  EXPECT_EQ(toldPercentages.back(), 40);
   EXPECT_EQ(run(0, AbortAtForty), -1000);
-  EXPECT_EQ(percentages.back(), 40);
+  EXPECT_EQ(toldPercentages.back(), 40);
   // A threaded estimation does all its nodes.
   EXPECT_EQ(run(2, AbortAtForty), -1000);
-  EXPECT_EQ(percentages.back(), 99);
+  EXPECT_EQ(toldPercentages.back(), 99);
 }
 
 // Runs with each allocation failing once: the run tells it, hands nothing out and leaks nothing (a leak is for the

@@ -13,9 +13,12 @@
 #include <vector>
 
 #include "support/run_builder.hpp"
+#include "support/run_callbacks.hpp"
 
 namespace {
 
+using kestrum_test::AbortAtForty;
+using kestrum_test::Collect;
 using kestrum_test::Datum;
 using kestrum_test::Element;
 using kestrum_test::IndicatorRunRecords;
@@ -24,6 +27,9 @@ using kestrum_test::NewImage;
 using kestrum_test::NewText;
 using kestrum_test::RandomData;
 using kestrum_test::RunRecords;
+using kestrum_test::StopAtForty;
+using kestrum_test::toldPercentages;
+using kestrum_test::toldWarnings;
 
 constexpr real kMissing = VORL_MISSING_VALUE;
 
@@ -335,12 +341,6 @@ TEST(Simulation, BoundsAreHonoured) {
   }
 }
 
-std::vector<int> told;
-int CollectWarnings(VORL_PROGRESSMONITOR* monitor) {
-  if (monitor->warningNumber != 0) told.push_back(monitor->warningNumber);
-  return 0;
-}
-
 // Two nodes next to each other whose bounds contradict the model: the last pass still had to relax one of them, and each
 // warning is told once per realization. How many passes are made shows in the state of the path that follows.
 TEST(Simulation, GibbsPasses) {
@@ -357,41 +357,26 @@ TEST(Simulation, GibbsPasses) {
     records.input.dataImage = NewImage(grid, {kMissing, low, high, kMissing});
     std::snprintf(records.input.dataImage->varName[0], VORL_VARNAME_LENGTH, "v_min");
     std::snprintf(records.input.dataImage->varName[1], VORL_VARNAME_LENGTH, "v_max");
-    told.clear();
-    EXPECT_EQ(records.Run(0, CollectWarnings), 0);
+    toldWarnings.clear();
+    EXPECT_EQ(records.Run(0, Collect), 0);
     return Values(records.output);
   };
   run(3.0, -3.0, 1, 4);
-  EXPECT_EQ(told, (std::vector<int>{2005, 2005}));
+  EXPECT_EQ(toldWarnings, (std::vector<int>{2005, 2005}));
   run(3.0, -3.0, 1, 1);
-  EXPECT_EQ(told, (std::vector<int>{2005, 2005}));
+  EXPECT_EQ(toldWarnings, (std::vector<int>{2005, 2005}));
   // Consistent bounds: one clean pass is enough, five are made if five are asked for, and no warning is due.
   const std::vector<real> one = run(-0.5, 0.5, 1, 10);
-  EXPECT_TRUE(told.empty());
+  EXPECT_TRUE(toldWarnings.empty());
   EXPECT_EQ(one, run(-0.5, 0.5, 1, 1));
   const std::vector<real> five = run(-0.5, 0.5, 5, 10);
   EXPECT_EQ(five, run(-0.5, 0.5, 5, 5));
   EXPECT_NE(five, one);
 }
 
-std::vector<int> percentages;
-int Collect(VORL_PROGRESSMONITOR* monitor) {
-  if (monitor->warningNumber == 0) percentages.push_back(monitor->allRealizationProgress);
-  return 0;
-}
-int StopAtForty(VORL_PROGRESSMONITOR* monitor) {
-  Collect(monitor);
-  return monitor->allRealizationProgress >= 40 ? -7 : 0;
-}
-int AbortAtForty(VORL_PROGRESSMONITOR* monitor) {
-  Collect(monitor);
-  if (monitor->allRealizationProgress >= 40) monitor->abortedJobFlag = TRUE;
-  return 0;
-}
-
 TEST(Simulation, ProgressAndItsAnswers) {
   const auto run = [](int nthreads, int (*callback)(VORL_PROGRESSMONITOR*), bool indicator) {
-    percentages.clear();
+    toldPercentages.clear();
     const VORL_GRID grid = MakeGrid(60, 1, 1);
     const std::vector<Element> model = {{COV_SPHERICAL, 1.0, 4.0, 4.0, 4.0}};
     if (indicator) {
@@ -409,13 +394,13 @@ TEST(Simulation, ProgressAndItsAnswers) {
     for (const int nthreads : {0, 1, 2, 4}) {
       // Every percentage that 120 nodes can reach, in order, whatever the number of threads.
       EXPECT_EQ(run(nthreads, Collect, indicator), 0);
-      ASSERT_EQ(percentages.size(), 100u) << nthreads;
-      for (int i = 0; i < 100; ++i) EXPECT_EQ(percentages[i], i + 1);
+      ASSERT_EQ(toldPercentages.size(), 100u) << nthreads;
+      for (int i = 0; i < 100; ++i) EXPECT_EQ(toldPercentages[i], i + 1);
       EXPECT_EQ(run(nthreads, StopAtForty, indicator), -7);
-      EXPECT_EQ(percentages.back(), 40);
+      EXPECT_EQ(toldPercentages.back(), 40);
       // The abort flag is found at once in the serial form, at the end of the realization in the threaded one.
       EXPECT_EQ(run(nthreads, AbortAtForty, indicator), -1000);
-      EXPECT_EQ(percentages.back(), nthreads == 0 ? 40 : 49);
+      EXPECT_EQ(toldPercentages.back(), nthreads == 0 ? 40 : 49);
     }
   }
 }
@@ -439,9 +424,9 @@ TEST(Simulation, ZeroProbabilities) {
     return records;
   };
   auto records = make();
-  told.clear();
-  ASSERT_EQ(records->Run(0, CollectWarnings), 0);
-  EXPECT_EQ(told, std::vector<int>{2020});
+  toldWarnings.clear();
+  ASSERT_EQ(records->Run(0, Collect), 0);
+  EXPECT_EQ(toldWarnings, std::vector<int>{2020});
   EXPECT_EQ(records->output.outputImage->var[1], 1.0);
   // The answer to this warning ends the threaded form alone.
   EXPECT_EQ(make()->Run(0, StopAtWarning), 0);
