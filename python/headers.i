@@ -13,6 +13,14 @@
 %include "covariance/cov_evaluation.h"
 %include "io/image_files.h"
 %include "io/point_set_files.h"
+
+/* Analyses read and fill records that must be there. */
+%refuse_none(VORL_IMAGE *image)
+%refuse_none(VORL_IMAGE *imageIn)
+%refuse_none(VORL_IMAGE *imageOut)
+%refuse_none(VORL_IMAGE *source)
+%refuse_none(VORL_IMAGE *target)
+%refuse_none(VORL_SEARCHNEIGHBORHOOD *searchNeighborhood)
 %include "analysis/geobodies.h"
 %include "analysis/connectivity.h"
 %include "analysis/two_point_statistics.h"

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <numeric>
 #include <type_traits>
+#include <utility>
 
 #include "analysis/gamma_curve.hpp"
 #include "analysis/geobodies.hpp"
@@ -196,6 +197,7 @@ struct Curve {
   real* thresholds;
   bool verbose;
   Dealing dealing;
+  real next = start;  // of the serial way
 
   template <typename... T>
   int Check(const T*... outputs) const noexcept {
@@ -204,9 +206,8 @@ struct Curve {
     return CheckImage(*image);
   }
   // It is meant that the two ways differ in the last bits.
-  real ThresholdAt(int i) const noexcept {
-    if (dealing.threaded()) return i * step + start;
-    return i == 0 ? start : thresholds[i - 1] + step;
+  real ThresholdAt(int i) noexcept {
+    return dealing.threaded() ? i * step + start : std::exchange(next, next + step);
   }
   // A bound below all values.
   real Lowest() const noexcept {
@@ -218,7 +219,7 @@ struct Curve {
   }
 };
 
-int ComputeGammaCurve(const Curve& curve, Connectivity connectivity, real* gamma, real* gammaComplement) noexcept {
+int ComputeGammaCurve(Curve curve, Connectivity connectivity, real* gamma, real* gammaComplement) noexcept {
   if (const int status = curve.Check(gamma, gammaComplement); status != 0) return status;
   return GammaCurve(
       *curve.image->grid, curve.image->var, connectivity, curve.n, curve.Lowest(),
@@ -240,7 +241,7 @@ struct EulerWork {
   }
 };
 
-int ComputeEulerCurve(const Curve& curve, int* euler, int* eulerComplement) noexcept {
+int ComputeEulerCurve(Curve curve, int* euler, int* eulerComplement) noexcept {
   if (const int status = curve.Check(euler, eulerComplement); status != 0) return status;
   const real lowest = curve.Lowest();
   return ComputeCurve<EulerWork>(*curve.image->grid, curve.n,
@@ -275,7 +276,7 @@ struct MaxSizes {
   int* extent[3];
 };
 
-int ComputeMaxSizeCurve(const Curve& curve, Connectivity connectivity, const MaxSizes& out) noexcept {
+int ComputeMaxSizeCurve(Curve curve, Connectivity connectivity, const MaxSizes& out) noexcept {
   if (const int status = curve.Check(out.size, out.extent[0], out.extent[1], out.extent[2]); status != 0) return status;
   VORL_GRID* const grid = curve.image->grid;
   const real lowest = curve.Lowest();

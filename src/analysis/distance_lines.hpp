@@ -22,7 +22,7 @@ struct LineBlock {
 // lane does the same arithmetic in the same order whatever the kernel.
 using LineKernel = void (*)(DistanceMetric metric, const LineBlock& block) noexcept;
 
-// kLineLanes lines, for each level of SimdLevel. `cost` and `link` have to be 64-byte aligned.
+// kLineLanes lines, for each level of SimdLevel. `cost`, `distance` and `link` have to be 64-byte aligned.
 constexpr int kLineLanes = 16;
 void EnvelopeBaseline(DistanceMetric metric, const LineBlock& block) noexcept;
 void EnvelopeAvx2(DistanceMetric metric, const LineBlock& block) noexcept;

@@ -231,6 +231,7 @@ int DistanceCurve(const VORL_IMAGE& image, real step, int* n, real** thresholds,
                   bool verbose, Connectivity connectivity, Dealing dealing) {
   if (image.nvar != 1) return -52;
   if (const int status = CheckImage(image); status != 0) return status;
+  if (n == nullptr || thresholds == nullptr || gamma == nullptr || gammaComplement == nullptr) return -20;
   if (!(step > 0.0)) return -3;
   const VORL_GRID& grid = *image.grid;
   Buffer<real> map;
@@ -251,7 +252,8 @@ int DistanceCurve(const VORL_IMAGE& image, real step, int* n, real** thresholds,
   const real up = highest > whole * step ? whole + 1.0 : whole;
   const real count = down + up + 2.0;
   if (!(std::abs(down) + std::abs(up) + 2.0 <= std::numeric_limits<int>::max())) return -1;
-  if (count < 1.0) return -3;
+  // As an allocation of so many thresholds would fail.
+  if (count < 1.0) return count < 0.0 ? -1 : -3;
   const int ncurve = static_cast<int>(count);
 
   GivenVector vectors[3];
@@ -319,9 +321,11 @@ int VORLImageDistanceEuclideanBruteForce(VORL_IMAGE* imageIn, VORL_IMAGE* imageO
 
 int VORLImageDistanceByDilation(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int nshift, int* shiftX, int* shiftY,
                                 int* shiftZ) noexcept {
+  const StructuringElement element{nshift, shiftX, shiftY, shiftZ};
+  if (!element.IsComplete()) return -20;
   return MakeMaps(*imageIn, VORL_SUFFIX_FOR_DISTANCE_DILATING, imageOut,
-                  [=](const VORL_GRID& grid, int nvar, const real* in, real* map) {
-                    return MapsByDilation(grid, nvar, in, {nshift, shiftX, shiftY, shiftZ}, map);
+                  [&element](const VORL_GRID& grid, int nvar, const real* in, real* map) {
+                    return MapsByDilation(grid, nvar, in, element, map);
                   });
 }
 

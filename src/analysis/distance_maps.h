@@ -61,7 +61,8 @@ KESTRUM_API int VORLOMPImageDistanceEuclideanSign(VORL_IMAGE* imageIn, VORL_IMAG
  * value, less 1.0 if it is above 1.0; it bounds the features of value 1.0. Suffix: VORL_SUFFIX_FOR_DISTANCE_DILATING.
  *   nshift                  number of offsets; below 1: none
  *   shiftX, shiftY, shiftZ  in; nshift entries each: offsets in cells, any int. A node is reached if it has a node
- *                           reached before at one of the offsets. */
+ *                           reached before at one of the offsets.
+ * Status -20 also if these are null and nshift is not below 1. */
 KESTRUM_API int VORLImageDistanceByDilation(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int nshift, int* shiftX,
                                             int* shiftY, int* shiftZ) KESTRUM_NOEXCEPT;
 
@@ -74,9 +75,10 @@ KESTRUM_API int VORLImageDistanceByDilation(VORL_IMAGE* imageIn, VORL_IMAGE* ima
  *   thresholds       out; n thresholds: a vector of the caller's (VORLFree), as those that follow
  *   gamma            out; n entries; VORL_CONNECTIVITY_GAMMA_VALUE_IF_NO_GEOBODY if no node is at or below
  *   gammaComplement  out; n entries
- * Statuses: -52 more or fewer variables than one; -20 grid, names or values not allocated; -611 a grid whose sizes are
- * wrong; -3 if no series results: a step that is not above 0, no informed node, nthreads below 1; -1 if it has more
- * thresholds than an int can count; those of a failing allocation. A failure sets nothing. */
+ * Statuses: -52 more or fewer variables than one; -20 grid, names or values not allocated, or a null pointer for a
+ * result; -611 a grid whose sizes are wrong; -3 for a step that is not above 0, or nthreads below 1; -3 or -1 if no
+ * threshold results, as with no informed node and a step below the far value; -1 if more result than an int can count;
+ * those of a failing allocation. A failure sets nothing. */
 KESTRUM_API int VORLImageDistanceL1Connectivity6GlobalIndicatorCurve(VORL_IMAGE* image, real step, int* n,
                                                                      real** thresholds, real** gamma,
                                                                      real** gammaComplement,

@@ -48,7 +48,7 @@ class GammaWork {
 };
 
 // The curves of Gamma of the nodes with values in [lowest, t] and of the other informed nodes. t is thresholdAt(i) for
-// entry i; it may read the entries before i of `thresholds` if the dealing is serial.
+// entry i; it is called once for each, in order if the dealing is serial.
 //   values  one variable on the grid
 //   thresholds, gamma, gammaComplement  out; n entries each
 // Returns as ComputeCurve.
@@ -58,9 +58,10 @@ template <typename ThresholdAt>
                              bool verbose, Dealing dealing) noexcept {
   return ComputeCurve<GammaWork>(grid, n, PercentPrinter(verbose, "Computing Gamma curves"), dealing,
                                  [&](GammaWork& work, int i) {
-                                   thresholds[i] = thresholdAt(i);
-                                   gamma[i] = work.Gamma(values, connectivity, lowest, thresholds[i], false);
-                                   gammaComplement[i] = work.Gamma(values, connectivity, lowest, thresholds[i], true);
+                                   const real t = thresholdAt(i);
+                                   thresholds[i] = t;
+                                   gamma[i] = work.Gamma(values, connectivity, lowest, t, false);
+                                   gammaComplement[i] = work.Gamma(values, connectivity, lowest, t, true);
                                  });
 }
 

@@ -160,7 +160,7 @@ int ComputePath(const Box& box, const int* distance, int endNode, int* path, int
   Node node = box.NodeAt(endNode);
   int length = 0;
   path[length++] = endNode;
-  for (int d = distance[endNode] - 1; d > 0; --d) {
+  for (int d = std::max(distance[endNode], 1) - 1; d > 0; --d) {
     Node candidates[kMostNeighbors];
     int count = 0;
     box.ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {

@@ -192,7 +192,7 @@ int Apply(const Operation& operation, const VORL_GRID& grid, int nvar, const rea
 int ApplyToImage(const Operation& operation, const VORL_IMAGE& in, VORL_IMAGE* out, const StructuringElement& element,
                  int niter, bool verbose, const Dealing& dealing) noexcept {
   if (const int status = CheckImage(in); status != 0) return status;
-  if (element.size > 0 && (element.x == nullptr || element.y == nullptr || element.z == nullptr)) return -20;
+  if (!element.IsComplete()) return -20;
   if (const int status = MakeOutputImage(in, operation.suffix, out); status != 0) return status;
   StretchProgress progress(verbose, operation.label);
   progress.Start();

@@ -12,6 +12,9 @@ struct StructuringElement {
   const int* x;
   const int* y;
   const int* z;
+
+  // Whether the offsets that it tells of are there.
+  bool IsComplete() const noexcept { return size < 1 || (x != nullptr && y != nullptr && z != nullptr); }
 };
 
 // Erosion of `nvar` variables from `in` to `out`, nvar * grid.nxyz values each, as VORLImageErode does it. `out` may be

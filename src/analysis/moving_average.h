@@ -36,7 +36,7 @@ KESTRUM_BEGIN_DECLS
  * With a complete box the sum of weight * value over z, y, x, in this order. With missing values in the box, the sum
  * over the others, times the sum of all weights, divided by the sum of theirs; missing if that is below
  * minWeightProportion times the sum of all weights, or if none is informed. A length below 1 makes an empty box: 0.0.
- * Statuses: -20 null pointer; those of VORLMalloc. */
+ * Sizes or a number of variables below 1: nothing is done. Statuses: -20 null pointer; those of VORLMalloc. */
 KESTRUM_API int VORLMovingBoxSum(int nx, int ny, int nz, int nvar, int kernelLengthX, int kernelLengthY,
                                  int kernelLengthZ, double* kernelX, double* kernelY, double* kernelZ, double* input,
                                  double* output, double minWeightProportion) KESTRUM_NOEXCEPT;
@@ -60,7 +60,8 @@ KESTRUM_API int VORLOMPMovingBoxAverageImage(real boxSizeX, real boxSizeY, real 
 /* Average over the informed nodes at the offsets of a search neighbourhood, with its weights: the sum of value * weight
  * divided by the sum of the weights, each over the entries in order. A missing node stays missing. An informed node
  * with no informed neighbour becomes a not-a-number (0/0). Suffix: VORL_SUFFIX_FOR_MOVING_SN_AVERAGE.
- *   searchNeighborhood  in; size, ix, iy, iz and weight are read. A node itself counts only if (0, 0, 0) is listed. */
+ *   searchNeighborhood  in; size, ix, iy, iz and weight are read. A node itself counts only if (0, 0, 0) is listed.
+ * Status -3 with nthreads below 1. */
 KESTRUM_API int VORLMovingSearchNeighborhoodAverageImage(VORL_SEARCHNEIGHBORHOOD* searchNeighborhood,
                                                          VORL_IMAGE* imageIn, VORL_IMAGE* imageOut,
                                                          BOOLEAN proportionOfValue, real value,

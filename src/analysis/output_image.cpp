@@ -10,7 +10,9 @@
 namespace kestrum {
 
 int CheckImage(const VORL_IMAGE& image) noexcept {
-  if (image.grid == nullptr || image.varName == nullptr || image.var == nullptr) return -20;
+  if (image.grid == nullptr) return -20;
+  if (image.nvar < 1) return -621;
+  if (image.varName == nullptr || image.var == nullptr) return -20;
   const auto& [nx, ny, nz, sx, sy, sz, ox, oy, oz, nxy, nxyz] = *image.grid;
   if (nx < 1 || ny < 1 || nz < 1) return -611;
   const std::int64_t section = std::int64_t{nx} * ny;
@@ -31,6 +33,7 @@ void NameOutputVariables(const VORL_IMAGE& in, int firstVar, const char* suffix,
 
 int MakeOutputImage(const VORL_IMAGE& in, int firstVar, int nvar, const VORL_GRID& grid, const char* suffix,
                     VORL_IMAGE* out) noexcept {
+  if (out == nullptr) return -20;
   if (!HasRoomForSuffix(in, firstVar, nvar, suffix)) return -623;
   if (std::int64_t{nvar} * grid.nxyz > std::numeric_limits<int>::max()) return -620;
   if (const int status = VORLMallocImage(out, grid.nxyz, nvar); status != 0) return status;

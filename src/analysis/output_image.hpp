@@ -5,15 +5,16 @@
 
 namespace kestrum {
 
-// Whether the nodes of an image can be walked: 0; -20 if grid, names or values are not allocated; -611 if a size is below
-// 1 or the stored products of the sizes disagree with them. Tested after what a function tests of its own arguments.
+// Whether the nodes of an image can be walked: 0; -621 without a variable; -20 if grid, names or values are not allocated;
+// -611 if a size is below 1 or the stored products of the sizes disagree with them. Tested after what a function tests of
+// its own arguments.
 [[nodiscard]] int CheckImage(const VORL_IMAGE& image) noexcept;
 
 // Makes the image of a result: `nvar` variables on the frame of `grid`, each named after the variable of `in` in the
 // same place counted from `firstVar`, followed by `suffix`. Values are not set.
 //   out  holds nothing on entry; releasable afterwards in every case
-// Returns 0; -623, before anything is allocated, if a name has no room for the suffix; -620 if the image would have
-// more values than an int can count; the status of VORLMallocImage.
+// Returns 0; before anything is allocated -20 if `out` is null, -623 if a name has no room for the suffix and -620 if
+// the image would have more values than an int can count; the status of VORLMallocImage.
 [[nodiscard]] int MakeOutputImage(const VORL_IMAGE& in, int firstVar, int nvar, const VORL_GRID& grid,
                                   const char* suffix, VORL_IMAGE* out) noexcept;
 

@@ -19,7 +19,8 @@
  * makes it a weighted average of what is there. It is missing if the weight is less than minWeight.
  *
  * Statuses of the forms that filter: reduction -3509 and expansion -3519 if minWeight is less than 1e-10, unless all
- * steps are 0; those of VORLMalloc. A VORLOMP form has the bits of its serial form for any number of threads.
+ * steps are 0; those of VORLMalloc, so -3 with nthreads below 1. A VORLOMP form has the bits of its serial form for any
+ * other number of threads.
  *
  * Thread safety: calls that write to different arrays or records may run at the same time.
  */

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 
 #include "analysis/percent_printer.hpp"
 #include "core/buffer.hpp"
@@ -67,8 +68,9 @@ struct Distribution {
 void ClassifyByThresholds(int n, const real* values, int nclass, const real* thresholds, real* classIndex) noexcept {
   for (int i = 0; i < n; ++i) {
     int c = 0;
-    while (c < nclass - 1 && !(values[i] < thresholds[c])) ++c;
-    classIndex[i] = IsMissing(values[i]) ? VORL_MISSING_VALUE : c;
+    const bool missing = IsMissing(values[i]);
+    while (!missing && c < nclass - 1 && !(values[i] < thresholds[c])) ++c;
+    classIndex[i] = missing ? VORL_MISSING_VALUE : c;
   }
 }
 
@@ -218,6 +220,8 @@ class PreClasses {
     const double moveShare = 1.0 / moveCount;
 
     for (std::size_t j = 0; j < ncut; ++j) cuts[j] = j;
+    // Groupings that mirror each other have one score but for its rounding, which must not decide between them.
+    const double rounding = 4.0 * static_cast<double>(ngroup) * std::numeric_limits<double>::epsilon();
     double bestScore = 0.0;
     std::size_t changed = 0;  // the first group that the last move changed
     for (double nmove = 0.0;; nmove += 1.0) {
@@ -227,7 +231,7 @@ class PreClasses {
         const std::size_t end = g == ncut ? size_ : cuts[g] + 1;
         scores[g + 1] = scores[g] + Score(begin, end);
       }
-      if (nmove == 0.0 || scores[ngroup] > bestScore) {
+      if (nmove == 0.0 || scores[ngroup] - bestScore > rounding * bestScore) {
         bestScore = scores[ngroup];
         std::copy(cuts.begin(), cuts.end(), best->begin());
       }
@@ -241,7 +245,7 @@ class PreClasses {
   }
 
  private:
-  // Sums of whole numbers are exact, so that groupings of one score have it to the last bit.
+  // Sums of whole numbers are exact.
   double Score(std::size_t begin, std::size_t end) const noexcept {
     const double total = count_[size_];
     const double p = (count_[end] - count_[begin]) / total;

@@ -337,10 +337,11 @@ int ComputeTwoPointStatistic(TwoPointStatistic statistic, const VORL_IMAGE& in, 
   field.n[1] = in.grid->ny;
   field.n[2] = in.grid->nz;
   field.laneAxis = ChooseLaneAxis(grid);
-  field.step = box.axis[field.laneAxis].step;
   field.hasMissing = LeavesMissingOut(statistic) && std::any_of(field.tails, field.tails + nxyz, IsMissing);
   Buffer<double> heads;
   const int nlags = static_cast<int>(CountLags(box.axis[field.laneAxis]));
+  // A step beyond the lags is never taken; the copy would have a line for each of its phases.
+  field.step = nlags > 1 ? box.axis[field.laneAxis].step : 1;
   if (const int status = ArrangeHeads(nlags, dealing, field, heads); status != 0) return status;
 
   const LagMap map(statistic, box, grid, field, KernelOf(level), out->var);

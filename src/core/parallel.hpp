@@ -13,9 +13,12 @@ namespace kestrum {
 class Dealing {
  public:
   static constexpr Dealing Serial() noexcept { return Dealing(false, 1); }
-  // `nthreads` sizes the scratch as the caller gave it; a region opens with one thread at least, since the runtime may
-  // end the process for a negative number.
+  // `nthreads` sizes the scratch as the caller gave it.
   static constexpr Dealing Threads(int nthreads) noexcept { return Dealing(true, nthreads); }
+
+  // A region asks for one thread at least and this many at most: the runtime may end the process for a number that it
+  // cannot serve.
+  static constexpr int kMaxTeam = 1024;
 
   // Number of blocks of per-thread scratch that a body needs.
   constexpr int nthreads() const noexcept { return nthreads_; }
@@ -29,7 +32,7 @@ class Dealing {
       if (n > 0) body(std::ptrdiff_t{0}, n);
       return;
     }
-#pragma omp parallel num_threads(nthreads_ > 0 ? nthreads_ : 1)
+#pragma omp parallel num_threads(Team())
     {
       const std::ptrdiff_t team = omp_get_num_threads();
       const std::ptrdiff_t thread = omp_get_thread_num();
@@ -50,11 +53,13 @@ class Dealing {
       body(0, 1);
       return;
     }
-#pragma omp parallel num_threads(nthreads_ > 0 ? nthreads_ : 1)
+#pragma omp parallel num_threads(Team())
     body(omp_get_thread_num(), omp_get_num_threads());
   }
 
  private:
+  constexpr int Team() const noexcept { return nthreads_ < 1 ? 1 : nthreads_ < kMaxTeam ? nthreads_ : kMaxTeam; }
+
   constexpr Dealing(bool threaded, int nthreads) noexcept : threaded_(threaded), nthreads_(nthreads) {}
 
   bool threaded_;

@@ -16,8 +16,9 @@ namespace {
 
 constexpr int kUnfitFormat = -1021;
 
-// Rows of an array for which memory is taken before it is known whether the file has as many entries.
-constexpr int kRowsTakenOnTrust = 1 << 16;
+// Rows of an array, and names of a point set, for which memory is taken before it is known whether the file has as many.
+constexpr int kRowsTakenOnTrust = 1 << 25;
+constexpr int kNamesTakenOnTrust = 1 << 20;
 
 bool TakeInt(TextReader& reader, int* value) {
   std::int64_t number = 0;
@@ -88,7 +89,7 @@ int VORLReadPointSet(VORL_POINTSET* ps, FILE* stream) noexcept {
   if (ncolumn < 3) return -630;
   const int nvar = ncolumn - 3;
   // A file shorter than its names takes no memory for them: their reading must fail, and tells how.
-  if (nvar > VORL_MAX_NVAR && reader.Remaining() < nvar) {
+  if (nvar > kNamesTakenOnTrust && reader.Remaining() < nvar) {
     if (const int status = TakeCoordinateNames(reader); status != 0) return status;
     for (char name[VORL_VARNAME_LENGTH];;) {
       if (const int status = TakeVariableName(reader, name); status != 0) return status;

@@ -102,8 +102,8 @@ KESTRUM_API int VORLValidateSearchNeighborhoodParameters(VORL_SEARCHNEIGHBORHOOD
  *   searchNeighborhood  out; initialised by the caller, who releases it with VORLFreeSearchNeighborhood, also after a
  *                       failure
  *   randContext         reseeded here with 1, so that the list depends on the parameters alone
- * Returns 0; -688 if the box around the ellipsoid holds no node (a negative radius) or more than an int can count; the
- * status of a failing allocation (-1, -2). */
+ * Returns 0; -688 if the product of the sides of the box around the ellipsoid is below 1 or more than an int can count;
+ * the status of a failing allocation (-1, -2). */
 KESTRUM_API int VORLBuildSearchNeighborhood(VORL_SEARCHNEIGHBORHOODPARAMETERS* parameters,
                                             VORL_SEARCHNEIGHBORHOOD* searchNeighborhood,
                                             VORL_RANDCONTEXT* randContext) KESTRUM_NOEXCEPT;

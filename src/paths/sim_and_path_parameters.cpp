@@ -71,8 +71,10 @@ void VORLFreeSimAndPathParameters(VORL_SIMANDPATHPARAMETERS* parameters) noexcep
 }
 
 int VORLCopySimAndPathParameters(VORL_SIMANDPATHPARAMETERS* dst, VORL_SIMANDPATHPARAMETERS* src) noexcept {
+  if (dst == src) return 0;
   *dst = *src;
   dst->unilateralOrder = nullptr;
+  dst->nunilateralOrder = 0;
   if (src->nunilateralOrder <= 0 || src->unilateralOrder == nullptr) return 0;
   if (const int status = AllocateOrder(*dst, src->nunilateralOrder); status != 0) return status;
   std::copy_n(src->unilateralOrder, src->nunilateralOrder, dst->unilateralOrder);

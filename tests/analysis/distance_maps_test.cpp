@@ -320,6 +320,7 @@ TEST(DistanceMaps, ByDilationAgainstSweeps) {
   int x[] = {INT32_MIN, INT32_MAX, -1}, zero[] = {0, 0, 0};
   ASSERT_EQ(VORLImageDistanceByDilation(&in, &out, 3, x, zero, zero), 0);
   EXPECT_EQ(out.Values(), Values({0, 0, 1}));
+  EXPECT_EQ(VORLImageDistanceByDilation(&in, &out, 1, x, zero, nullptr), -20);
 }
 
 using GeobodyFunction = decltype(&VORLImageGeobody6);
@@ -411,7 +412,9 @@ TEST(DistanceCurves, Refusals) {
                {{"a"}, {1, 0}, nan, 2, -3},
                {{"a"}, {1, 0}, 1e-12, 2, -1},
                {{"a"}, {1, 0}, -1, 2, -3},
-               {{"a"}, {kMissing}, 1, 2, -3},
+               {{"a"}, {kMissing}, 1, 2, -1},
+               {{"a"}, {kMissing}, 12, 2, -3},
+               {{"a"}, {kMissing}, 13, 2, 0},
                {{"a"}, {1, 0}, 1, 0, -3},
                {{"a"}, {1, 0}, 1, -5, -3},
                {{std::string(VORL_VARNAME_LENGTH - 1, 'x')}, {1, 0}, 1, 2, 0}};

@@ -151,8 +151,7 @@ Reals Classify(const Reals& values, const Reals& thresholds) {
   return classes;
 }
 
-// Of the cuts that make the same groups, which empty pre-classes allow, the first counts. (Different groups of one
-// score, which rounding would decide between, do not come up here.)
+// Of the cuts that make the same groups, which empty pre-classes allow, the first counts.
 TEST(OtsuThresholdingPreCateg, IsTheFirstBestOfAllCuts) {
   std::mt19937 generator(6);
   for (int trial = 0; trial < 80; ++trial) {
@@ -192,7 +191,9 @@ TEST(OtsuThresholdingPreCateg, IsTheFirstBestOfAllCuts) {
   }
 }
 
-TEST(OtsuThresholdingPreCateg, CasesWithoutSearch) {
+TEST(OtsuThresholdingPreCateg, TiesAndCasesWithoutSearch) {
+  // Groups that mirror each other score the same, 88/7: the first in the enumeration stands.
+  EXPECT_EQ(RunPreClasses({0, 1, 2, 3, 4, 5, 7}, 7, 3), (Classes{{2, 4}, {0, 0, 1, 1, 2, 2, 2}}));
   const Reals values{0, kMissing, 4, 2};
   EXPECT_EQ(RunPreClasses(values, 2, 3), (Classes{{2, kInfinity}, {0, kMissing, 1, 1}}));
   EXPECT_EQ(RunPreClasses(values, 1, 2), (Classes{{7}, {0, kMissing, 0, 0}}));
