@@ -5,6 +5,10 @@
 %include "core/status.h"
 %include "core/text.h"
 %include "core/grid.h"
+%refuse_none(VORL_IMAGE *dst)
+%refuse_none(VORL_IMAGE *src)
+%refuse_none(VORL_POINTSET *dst)
+%refuse_none(VORL_POINTSET *src)
 %include "core/image.h"
 %include "core/image_statistics.h"
 %include "core/point_set.h"
@@ -20,6 +24,11 @@
 %refuse_none(VORL_IMAGE *imageOut)
 %refuse_none(VORL_IMAGE *source)
 %refuse_none(VORL_IMAGE *target)
+%refuse_none(VORL_POINTSET *source)
+%refuse_none(VORL_POINTSET *target)
+%refuse_none(int *nvarIgnored)
+%refuse_none(int *nconflict)
+%refuse_none(int *npointDropped)
 %refuse_none(VORL_SEARCHNEIGHBORHOOD *searchNeighborhood)
 %include "analysis/geobodies.h"
 %include "analysis/connectivity.h"

@@ -52,7 +52,8 @@ void FreeArray(void* array, int rank) noexcept {
   for (int k = rank - 1; k >= 0; --k) VORLFree(level[k]);
 }
 
-// Filling fresh memory is mostly page faults: large blocks ask for huge pages where the system hands them out on request.
+// Filling fresh memory is mostly page faults: large blocks ask for huge pages where the system hands them out on
+// request.
 void AskForHugePages(void* block, std::size_t bytes) noexcept {
 #if defined(__linux__)
   constexpr std::size_t kFrom = std::size_t{1} << 22;

@@ -9,8 +9,8 @@
 
 namespace kestrum {
 
-// Solves the systems of the next nodes of a path together and keeps their weights: neighbours, systems and weights depend
-// on places alone, so that they can be had ahead of the neighbours' values.
+// Solves the systems of the next nodes of a path together and keeps their weights: neighbours, systems and weights
+// depend on places alone, so that they can be had ahead of the neighbours' values.
 class AheadSolver {
  public:
   static constexpr int kMaxNode = KrigingSolver::kMaxTask;
@@ -52,8 +52,8 @@ class AheadSolver {
     return node;
   }
 
-  // Solves for up to kMaxNode nodes, with the solver of this thread. gather(i, entries) writes the list entries of the neighbours of nodes[i] and
-  // returns their number.
+  // Solves for up to kMaxNode nodes, with the solver of this thread. gather(i, entries) writes the list entries of the
+  // neighbours of nodes[i] and returns their number; it is called once for each i, in increasing order.
   template <typename Gather>
   void Solve(const MovingSystems& systems, KrigingSolver& solver, const int* nodes, int count,
              const Gather& gather) noexcept {
@@ -87,10 +87,9 @@ class AheadSolver {
   const real* weight(int i) const noexcept { return &weight_[Start(i)]; }
   Solved solved(int i) const noexcept { return {node_[i], entries(i), weight(i)}; }
 
-  // Raises the warnings of the i-th node.
-  void Warn(int i, const RunMonitor& monitor) const noexcept {
-    for (int k = 0; k < node_[i].ndropped; ++k) monitor.Warn(2001);
-    if (node_[i].gaveUp) monitor.Warn(2015);
+  // Raises the warnings of the i-th node, and gives the last failure of the callback.
+  int Warn(int i, const RunMonitor& monitor) const noexcept {
+    return WarnOfSystem(monitor, node_[i].ndropped, node_[i].gaveUp);
   }
 
  private:

@@ -8,8 +8,8 @@
 
 namespace kestrum {
 
-// The categories of a run: their values, prior probabilities, and the rules by which the indicators of neighbours become
-// probabilities.
+// The categories of a run: their values, prior probabilities, and the rules by which the indicators of neighbours
+// become probabilities.
 class Categories {
  public:
   Categories(const VORL_KESTRUMINDICATORINPUT& input, bool ordinaryKriging) noexcept
@@ -24,8 +24,8 @@ class Categories {
     return input_.probabilityImage->var[static_cast<std::ptrdiff_t>(c) * input_.probabilityImage->grid->nxyz + node];
   }
 
-  // The probability of a category from the weights of m neighbours. value(i): value of neighbour i, whose indicator is 1
-  // if it is exactly the category's.
+  // The probability of a category from the weights of m neighbours. value(i): value of neighbour i, whose indicator is
+  // 1 if it is exactly the category's.
   template <typename NeighborValue>
   real Probability(int c, int node, int m, const real* weight, const NeighborValue& value) const noexcept {
     const real prior = Prior(c, node);

@@ -9,8 +9,8 @@
 namespace kestrum {
 namespace {
 
-// How data enter the working image: variables that it does not have are counted, points out of the grid too, and a later
-// value replaces an earlier one.
+// How data enter the working image: variables that it does not have are counted, points out of the grid too, and a
+// later value replaces an earlier one.
 constexpr int kIgnoreUnmatchedVar = 1;
 constexpr int kDropPointsOutside = 1;
 constexpr int kReplaceValue = 2;

@@ -143,7 +143,7 @@ int EstimateMoving(const EstimationRun& run, const KrigingModel& model, const Ne
           nodes[i], solver.node(i), solver.weight(i), [&](int k) { return value[neighbor(k)]; }, neighbor);
     }
   };
-  const auto warn = [&](int thread, int i) noexcept { scratches[thread].solver.Warn(i, run.monitor); };
+  const auto warn = [&](int thread, int i) noexcept { return scratches[thread].solver.Warn(i, run.monitor); };
   const int status = ForEachChunk(run.nnode, run.pathFirstSimulated, run.monitor, run.dealing, work, warn);
   return status != 0 ? status : Finish(run);
 }
@@ -184,7 +184,7 @@ int EstimateUnique(const EstimationRun& run, const KrigingModel& model, int ndat
     });
   };
   const auto warn = [&](int thread, int i) noexcept {
-    if (scratches[thread].gaveUp[i]) run.monitor.Warn(2015);
+    return WarnOfSystem(run.monitor, 0, scratches[thread].gaveUp[i]);
   };
   const int status = ForEachChunk(run.nnode, run.pathFirstSimulated, run.monitor, run.dealing, work, warn);
   return status != 0 ? status : Finish(run);
@@ -198,9 +198,10 @@ int RunMoving(VORL_KESTRUMINPUT* input, BOOLEAN ordinaryKriging, VORL_IMAGE* ima
               int (*progressCallback)(VORL_PROGRESSMONITOR*), Dealing dealing) noexcept {
   static_cast<void>(rangeStationary);
   static_cast<void>(reportFile);
-  const EstimationRun run{input,  image,          stdImage,           outputImage,
-                          nnode,  simulationPath, pathFirstSimulated, RunMonitor(progressMonitor, progressCallback),
-                          dealing};
+  const EstimationRun run{
+      input,  image,          stdImage,           outputImage,
+      nnode,  simulationPath, pathFirstSimulated, RunMonitor(progressMonitor, progressCallback, dealing.threaded()),
+      dealing};
   const KrigingModel model = MakeKrigingModel(input->covModel, ordinaryKriging, rotationStationary, weightStationary,
                                               covModelStationary, sill, rotationMatrix);
   const NeighborList list{searchNeighborhood, neighborShift, *image->grid};
@@ -212,9 +213,10 @@ int RunUnique(VORL_KESTRUMINPUT* input, BOOLEAN ordinaryKriging, VORL_IMAGE* ima
               int pathFirstSimulated, FILE* reportFile, VORL_PROGRESSMONITOR* progressMonitor,
               int (*progressCallback)(VORL_PROGRESSMONITOR*), Dealing dealing) noexcept {
   static_cast<void>(reportFile);
-  const EstimationRun run{input,  image,          stdImage,           outputImage,
-                          nnode,  simulationPath, pathFirstSimulated, RunMonitor(progressMonitor, progressCallback),
-                          dealing};
+  const EstimationRun run{
+      input,  image,          stdImage,           outputImage,
+      nnode,  simulationPath, pathFirstSimulated, RunMonitor(progressMonitor, progressCallback, dealing.threaded()),
+      dealing};
   const KrigingModel model = MakeKrigingModel(input->covModel, ordinaryKriging, TRUE, TRUE, TRUE, sill, rotationMatrix);
   return EstimateUnique(run, model, ndata);
 }

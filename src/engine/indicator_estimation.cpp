@@ -7,6 +7,7 @@
 #include "engine/node_chunks.hpp"
 #include "engine/run_files.hpp"
 #include "engine/run_input_shared.hpp"
+#include "engine/same_systems.hpp"
 #include "engine/unique_neighborhood.hpp"
 #include "io/image_files.h"
 
@@ -19,7 +20,7 @@ struct CategoryEvents {
   bool gaveUp;
 };
 
-// The neighbours of one category.
+// The neighbours of one category. A category whose systems are those of an earlier one has but the first two.
 struct CategoryNeighborhood {
   bool unique = false;
   KrigingModel model;
@@ -32,12 +33,12 @@ struct CategoryNeighborhood {
 struct ChunkScratch {
   KrigingSolver kriging;
   AheadSolver solver;
-  ObjectArray<DataNeighborSearch::Scratch> searches;  // per category
-  ObjectArray<UniqueSystem::Scratch> uniques;         // per category
-  Buffer<real> weight;                                // of one node with a unique neighbourhood
-  Buffer<real> probability;                           // by node of the chunk and category
-  Buffer<CategoryEvents> events;                      // likewise
-  bool defaults[AheadSolver::kMaxNode];               // whether a node took the prior probabilities
+  DataNeighborSearch::Scratch search;
+  UniqueSystem::Scratch unique;
+  Buffer<real> weight;                   // of one node with a unique neighbourhood
+  Buffer<real> probability;              // by node of the chunk and category
+  Buffer<CategoryEvents> events;         // likewise
+  bool defaults[AheadSolver::kMaxNode];  // whether a node took the prior probabilities
 };
 
 // Indicator kriging of one run.
@@ -57,17 +58,25 @@ class IndicatorEstimation {
                             const ListOf& list) noexcept {
     const int ncategory = categories_.count();
     if (const int status = neighborhoods_.Allocate(ncategory); status != 0) return status;
+    if (const int status = source_.Allocate(ncategory); status != 0) return status;
     bool anyUnique = false;
-    bool anyMoving = false;
     for (int c = 0; c < ncategory; ++c) {
       neighborhoods_[c].unique = input_.searchRadiusRelative[c] == kUniqueNeighborhood;
       neighborhoods_[c].model = model(c);
-      (neighborhoods_[c].unique ? anyUnique : anyMoving) = true;
+      anyUnique |= neighborhoods_[c].unique;
     }
+    const auto same = [&](int a, int b) {
+      if (neighborhoods_[a].unique != neighborhoods_[b].unique) return false;
+      if (!SameModel(neighborhoods_[a].model, neighborhoods_[b].model)) return false;
+      return neighborhoods_[a].unique ||
+             (nneighborLimit[a] == nneighborLimit[b] && SameList(*list(a).offsets, *list(b).offsets));
+    };
+    const int nsystem = FindFirstAlike(ncategory, same, source_.data());
     if (anyUnique) {
       if (const int status = data_.Gather(image_, nuniqueDataMax); status != 0) return status;
-      for (CategoryNeighborhood& neighborhood : neighborhoods_) {
-        if (!neighborhood.unique) continue;
+      for (int c = 0; c < ncategory; ++c) {
+        CategoryNeighborhood& neighborhood = neighborhoods_[c];
+        if (!neighborhood.unique || source_[c] != c) continue;
         const int status = neighborhood.system.Build(neighborhood.model, data_, false, dealing_);
         if (status != 0) return status;
       }
@@ -75,7 +84,6 @@ class IndicatorEstimation {
     for (int c = 0; c < ncategory; ++c) {
       if (!neighborhoods_[c].unique && nneighborLimit[c] < 1) return -71260;
     }
-    if (!anyMoving) return 0;
     if (const int status = isDatum_.Allocate(image_.grid->nxyz); status != 0) return status;
     int ndata = 0;
     for (int i = 0; i < image_.grid->nxyz; ++i) {
@@ -85,9 +93,9 @@ class IndicatorEstimation {
     }
     for (int c = 0; c < ncategory; ++c) {
       auto& [unique, krigingModel, systems, search, system] = neighborhoods_[c];
-      if (unique) continue;
-      int status = search.Prepare(list(c), isDatum_, ndata, nneighborLimit[c]);
-      if (status == 0) status = systems.Prepare(krigingModel, list(c), search.capacity());
+      if (unique || source_[c] != c) continue;
+      int status = search.Prepare(list(c), isDatum_, ndata, nneighborLimit[c], nsystem);
+      if (status == 0) status = systems.Prepare(krigingModel, list(c), search.capacity(), nsystem);
       if (status != 0) return status;
       capacity_ = std::max(capacity_, systems.capacity);
     }
@@ -109,12 +117,13 @@ class IndicatorEstimation {
     };
     const auto warn = [&](int thread, int i) noexcept {
       const ChunkScratch& scratch = scratches_[thread];
+      int status = 0;
       for (int c = 0; c < categories_.count(); ++c) {
         const CategoryEvents& events = scratch.events[Place(i, c)];
-        for (int k = 0; k < events.ndropped; ++k) monitor.Warn(2001);
-        if (events.gaveUp) monitor.Warn(2015);
+        KeepFailure(WarnOfSystem(monitor, events.ndropped, events.gaveUp), &status);
       }
-      if (scratch.defaults[i]) monitor.Warn(2020);
+      if (scratch.defaults[i]) KeepFailure(monitor.Warn(2020), &status);
+      return status;
     };
     return ForEachChunk(nnode, pathFirstSimulated, monitor, dealing_, work, warn);
   }
@@ -127,17 +136,17 @@ class IndicatorEstimation {
     const std::size_t size = Place(AheadSolver::kMaxNode, 0);
     int status = scratch.probability.Allocate(size);
     if (status == 0) status = scratch.events.Allocate(size);
-    if (status == 0) status = scratch.searches.Allocate(ncategory);
-    if (status == 0) status = scratch.uniques.Allocate(ncategory);
     if (status == 0 && capacity_ > 0) {
       status = scratch.kriging.Allocate(neighborhoods_[0].model.ordinaryKriging, capacity_);
       if (status == 0) status = scratch.solver.Allocate(capacity_);
     }
     if (status == 0 && data_.n > 0) status = scratch.weight.Allocate(data_.n);
+    // All searches have the same data and all unique systems the same size: one scratch does for each kind.
     for (int c = 0; c < ncategory && status == 0; ++c) {
       const CategoryNeighborhood& neighborhood = neighborhoods_[c];
-      status = neighborhood.unique ? neighborhood.system.AllocateScratch(scratch.uniques[c])
-                                   : neighborhood.search.AllocateScratch(scratch.searches[c]);
+      if (source_[c] != c) continue;
+      status = neighborhood.unique ? neighborhood.system.AllocateScratch(scratch.unique)
+                                   : neighborhood.search.AllocateScratch(scratch.search);
     }
     return status;
   }
@@ -145,6 +154,7 @@ class IndicatorEstimation {
   void EstimateChunk(ChunkScratch& scratch, const int* nodes, int count) noexcept {
     const int ncategory = categories_.count();
     for (int c = 0; c < ncategory; ++c) {
+      if (source_[c] != c) continue;
       if (neighborhoods_[c].unique) {
         SolveUnique(scratch, nodes, count, c);
       } else {
@@ -159,28 +169,36 @@ class IndicatorEstimation {
     }
   }
 
-  void SolveMoving(ChunkScratch& scratch, const int* nodes, int count, int c) noexcept {
-    const CategoryNeighborhood& neighborhood = neighborhoods_[c];
-    const AheadSolver& solver = scratch.solver;
-    scratch.solver.Solve(neighborhood.systems, scratch.kriging, nodes, count, [&](int i, int* entries) noexcept {
-      return neighborhood.search.Find(nodes, i, count, scratch.searches[c], entries);
-    });
-    for (int i = 0; i < count; ++i) {
-      scratch.events[Place(i, c)] = {solver.node(i).ndropped, solver.node(i).gaveUp};
-      scratch.probability[Place(i, c)] = categories_.Probability(
-          c, nodes[i], solver.node(i).m, solver.weight(i),
-          [&](int k) { return image_.var[nodes[i] + neighborhood.systems.list.shift[solver.entries(i)[k]]]; });
+  // Keeps what the solved system of the chunk's i-th node says of all categories that have it.
+  template <typename NeighborValue>
+  void Keep(ChunkScratch& scratch, int i, int node, int source, const AheadSolver::Node& solved, const real* weight,
+            const NeighborValue& value) const noexcept {
+    for (int c = source; c < categories_.count(); ++c) {
+      if (source_[c] != source) continue;
+      scratch.events[Place(i, c)] = {solved.ndropped, solved.gaveUp};
+      scratch.probability[Place(i, c)] = categories_.Probability(c, node, solved.m, weight, value);
     }
   }
 
-  void SolveUnique(ChunkScratch& scratch, const int* nodes, int count, int c) noexcept {
-    const CategoryNeighborhood& neighborhood = neighborhoods_[c];
+  void SolveMoving(ChunkScratch& scratch, const int* nodes, int count, int source) noexcept {
+    const CategoryNeighborhood& neighborhood = neighborhoods_[source];
+    const AheadSolver& solver = scratch.solver;
+    scratch.search.Forget();
+    scratch.solver.Solve(neighborhood.systems, scratch.kriging, nodes, count, [&](int i, int* entries) noexcept {
+      return neighborhood.search.Find(nodes, i, count, scratch.search, entries);
+    });
+    for (int i = 0; i < count; ++i) {
+      Keep(scratch, i, nodes[i], source, solver.node(i), solver.weight(i),
+           [&](int k) { return image_.var[nodes[i] + neighborhood.systems.list.shift[solver.entries(i)[k]]]; });
+    }
+  }
+
+  void SolveUnique(ChunkScratch& scratch, const int* nodes, int count, int source) noexcept {
+    const CategoryNeighborhood& neighborhood = neighborhoods_[source];
     neighborhood.system.Solve(
-        *image_.grid, nodes, count, scratch.uniques[c], [&](int i, const KrigingWeights& solved) noexcept {
+        *image_.grid, nodes, count, scratch.unique, [&](int i, const KrigingWeights& solved) noexcept {
           const AheadSolver::Node node = AheadSolver::Keep(neighborhood.model, solved, scratch.weight.data());
-          scratch.events[Place(i, c)] = {0, node.gaveUp};
-          scratch.probability[Place(i, c)] = categories_.Probability(c, nodes[i], node.m, scratch.weight.data(),
-                                                                     [&](int k) { return data_.value[k]; });
+          Keep(scratch, i, nodes[i], source, node, scratch.weight.data(), [&](int k) { return data_.value[k]; });
         });
   }
 
@@ -190,6 +208,7 @@ class IndicatorEstimation {
   VORL_IMAGE& outputImage_;
   Dealing dealing_;
   ObjectArray<CategoryNeighborhood> neighborhoods_;
+  Buffer<int> source_;  // per category: the first one with the same systems
   UniqueData data_;
   NodeBits isDatum_;
   int capacity_ = 0;  // of the moving neighbourhoods
@@ -206,7 +225,7 @@ int Estimate(VORL_KESTRUMINDICATORINPUT* input, BOOLEAN ordinaryKriging, VORL_IM
   static_cast<void>(rangeStationary);
   static_cast<void>(nodeStatus);
   static_cast<void>(reportFile);
-  const RunMonitor monitor(progressMonitor, progressCallback);
+  const RunMonitor monitor(progressMonitor, progressCallback, dealing.threaded());
   IndicatorEstimation estimation(*input, ordinaryKriging != 0, *image, *outputImage, dealing);
   int status = estimation.Prepare(
       nuniqueDataMax, nneighborLimit,

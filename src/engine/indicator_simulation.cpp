@@ -1,54 +1,34 @@
 #include "engine/indicator_simulation.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "core/object_array.hpp"
 #include "engine/categories.hpp"
 #include "engine/realizations.hpp"
+#include "engine/same_systems.hpp"
 
 namespace kestrum {
 namespace {
 
-bool SameModel(const VORL_COVMODEL& a, const VORL_COVMODEL& b) noexcept {
-  return a.nelem == b.nelem && std::equal(a.covModelElem, a.covModelElem + a.nelem, b.covModelElem,
-                                          [](const VORL_COVMODELELEM& p, const VORL_COVMODELELEM& q) {
-                                            return EnumNumber(p.covModelType) == EnumNumber(q.covModelType) &&
-                                                   p.weightValue == q.weightValue && p.rxValue == q.rxValue &&
-                                                   p.ryValue == q.ryValue && p.rzValue == q.rzValue &&
-                                                   p.sValue == q.sValue;
-                                          });
-}
-
-bool SameRotation(const KrigingModel& a, const KrigingModel& b) noexcept {
-  return a.rotated == b.rotated && (!a.rotated || std::memcmp(&a.rotation, &b.rotation, sizeof a.rotation) == 0);
-}
-
-bool SameList(const VORL_SEARCHNEIGHBORHOOD& a, const VORL_SEARCHNEIGHBORHOOD& b) noexcept {
-  return a.size == b.size && std::equal(a.ix, a.ix + a.size, b.ix) && std::equal(a.iy, a.iy + a.size, b.iy) &&
-         std::equal(a.iz, a.iz + a.size, b.iz) && std::equal(a.weight, a.weight + a.size, b.weight);
-}
-
-// Whether two categories have the same systems at every node, as they have if one model serves for all categories.
-bool SameSystems(const MovingSystems& a, const MovingSystems& b) noexcept {
-  return a.model.covModelStationary && b.model.covModelStationary && a.model.sill == b.model.sill &&
-         a.capacity == b.capacity && SameRotation(a.model, b.model) &&
-         SameModel(*a.model.covModel, *b.model.covModel) && SameList(*a.list.offsets, *b.list.offsets);
-}
-
 // The law of the nodes of an indicator simulation.
 class IndicatorLaw {
  public:
-  IndicatorLaw(const SimulationRun& run, const Categories& categories, ObjectArray<MovingSystems>& systems) noexcept
-      : run_(run), categories_(categories), systems_(systems) {}
+  IndicatorLaw(const SimulationRun& run, const Categories& categories) noexcept : run_(run), categories_(categories) {}
 
-  [[nodiscard]] int Allocate() noexcept {
+  // model(c), list(c), limit[c]: model, neighbourhood and largest number of neighbours of a category.
+  template <typename ModelOf, typename ListOf>
+  [[nodiscard]] int Prepare(const ModelOf& model, const ListOf& list, const int* limit) noexcept {
     const int ncategory = categories_.count();
     if (const int status = source_.Allocate(ncategory); status != 0) return status;
+    if (const int status = systems_.Allocate(ncategory); status != 0) return status;
+    const auto same = [&](int a, int b) {
+      return limit[a] == limit[b] && SameModel(model(a), model(b)) && SameList(*list(a).offsets, *list(b).offsets);
+    };
+    const int nsystem = FindFirstAlike(ncategory, same, source_.data());
     int capacity = 1;
     for (int c = 0; c < ncategory; ++c) {
-      source_[c] = 0;
-      while (source_[c] < c && !SameSystems(systems_[source_[c]], systems_[c])) ++source_[c];
+      if (source_[c] != c) continue;
+      if (const int status = systems_[c].Prepare(model(c), list(c), limit[c], nsystem); status != 0) return status;
       capacity = std::max(capacity, systems_[c].capacity);
     }
     if (const int status = scratches_.Allocate(run_.dealing.nthreads()); status != 0) return status;
@@ -89,9 +69,10 @@ class IndicatorLaw {
     for (int c = 0; c < ncategory; ++c) {
       const AheadSolver& solver = scratch.solvers[source_[c]];
       solver.Warn(i, run_.monitor);
+      const int* const shift = systems_[source_[c]].list.shift;
       const int* const entries = solver.entries(i);
       scratch.probability[c] = categories_.Probability(c, node, solver.node(i).m, solver.weight(i), [&](int k) {
-        return run_.image->var[node + systems_[source_[c]].list.shift[entries[k]]];
+        return run_.image->var[node + shift[entries[k]]];
       });
     }
     int status = 0;
@@ -111,8 +92,8 @@ class IndicatorLaw {
 
   const SimulationRun& run_;
   const Categories& categories_;
-  ObjectArray<MovingSystems>& systems_;
-  Buffer<int> source_;  // per category: the first one with the same systems
+  Buffer<int> source_;                  // per category: the first one with the same systems
+  ObjectArray<MovingSystems> systems_;  // of these
   ObjectArray<Scratch> scratches_;
 };
 
@@ -129,22 +110,22 @@ int Simulate(VORL_KESTRUMINDICATORINPUT* input, BOOLEAN ordinaryKriging, VORL_IM
   for (int c = 0; c < ncategory; ++c) {
     if (nneighborLimit[c] < 1) return -71260;
   }
-  ObjectArray<MovingSystems> systems;
-  if (const int status = systems.Allocate(ncategory); status != 0) return status;
-  for (int c = 0; c < ncategory; ++c) {
-    const int status =
-        systems[c].Prepare(MakeKrigingModel(&input->covModel[c], ordinaryKriging, rotationStationary[c],
-                                            weightStationary[c], covModelStationary[c], sill[c], rotationMatrix[c]),
-                           {&searchNeighborhood[c], neighborShift[c], *image->grid}, nneighborLimit[c]);
-    if (status != 0) return status;
-  }
   // No node has bounds: the path has one segment to simulate.
-  const SimulationRun run = MakeSimulationRun(*input, image, outputImage, nodeStatus, nnode, simulationPath,
-                                              pathFirstSimulated, pathFirstSimulated, dataValue, reportFile,
-                                              RunMonitor(progressMonitor, progressCallback), dealing);
+  const SimulationRun run = MakeSimulationRun(
+      *input, image, outputImage, nodeStatus, nnode, simulationPath, pathFirstSimulated, pathFirstSimulated, dataValue,
+      reportFile, RunMonitor(progressMonitor, progressCallback, dealing.threaded()), dealing);
   const Categories categories(*input, ordinaryKriging != 0);
-  IndicatorLaw law(run, categories, systems);
-  if (const int status = law.Allocate(); status != 0) return status;
+  IndicatorLaw law(run, categories);
+  const int status = law.Prepare(
+      [&](int c) {
+        return MakeKrigingModel(&input->covModel[c], ordinaryKriging, rotationStationary[c], weightStationary[c],
+                                covModelStationary[c], sill[c], rotationMatrix[c]);
+      },
+      [&](int c) {
+        return NeighborList{&searchNeighborhood[c], neighborShift[c], *image->grid};
+      },
+      nneighborLimit);
+  if (status != 0) return status;
   return SimulateRealizations(run, law, false);
 }
 

@@ -10,9 +10,9 @@
 #include "engine/search_neighborhood.h"
 
 /* Sequential indicator simulation on a grid. Along a random path, each node takes a category drawn from its local
- * probabilities, which indicator kriging gives from the nearest data and the nearest nodes that have a category already:
- * one kriging system per category, each with its own covariance model and neighbourhood. Probabilities are cut to [0, 1]
- * and, for two categories or more, scaled to a sum of 1. Seeds and paths are those of engine/simulation.h.
+ * probabilities, which indicator kriging gives from the nearest data and the nearest nodes that have a category
+ * already: one kriging system per category, each with its own covariance model and neighbourhood. Probabilities are cut
+ * to [0, 1] and, for two categories or more, scaled to a sum of 1. Seeds and paths are those of engine/simulation.h.
  *
  * Reference: Chiles and Delfiner (2012), Geostatistics, 2nd edition, section 7.6.1.
  */
@@ -21,8 +21,8 @@ KESTRUM_BEGIN_DECLS
 
 /* Realizations by sequential indicator simulation.
  *
- *   input               in: ncategory, categoryValue, covModel, probabilities, seed, seedIncrement, nrealization, varName,
- *                       output mode, names and format. With one category, a node takes its value or 0.0
+ *   input               in: ncategory, categoryValue, covModel, probabilities, seed, seedIncrement, nrealization,
+ *                       varName, output mode, names and format. With one category, a node takes its value or 0.0
  *   ordinaryKriging     TRUE: ordinary kriging; FALSE: simple kriging with the prior probability as mean
  *   image               work: 1 variable on the grid; holds the last realization at the end
  *   outputImage         null, or an image of nrealization variables that receives names and values
@@ -37,7 +37,7 @@ KESTRUM_BEGIN_DECLS
  *                       order changes
  *   dataValue           values of the known nodes in node order
  *   ndataValue          their number; not used
- *   reportFile          receives two lines per realization if outputReportFlag is set
+ *   reportFile          receives four lines per realization if outputReportFlag is set
  *   progressMonitor, progressCallback   may be null; the callback is called when the whole percentage grows, and for
  *                       warnings: 2001 a neighbour was dropped, 2015 a system failed (its category takes the prior
  *                       probability), 2020 all probabilities of a node were zero (they are replaced by the prior ones)
@@ -54,9 +54,9 @@ KESTRUM_API int VORLKestrumIndicatorSimSimulation(
     int ndataValue, FILE* reportFile, VORL_PROGRESSMONITOR* progressMonitor,
     int (*progressCallback)(VORL_PROGRESSMONITOR*)) KESTRUM_NOEXCEPT;
 
-/* As VORLKestrumIndicatorSimSimulation, on `nthreads` threads, with the same values. The nodes of a realization are shared
- * out. A result of the callback for warning 2020 that is not 0 ends the run here. A set abort flag is found at the end of
- * the realization at hand. */
+/* As VORLKestrumIndicatorSimSimulation, on `nthreads` threads, with the same values. The nodes of a realization are
+ * shared out. A result of the callback for warning 2020 that is not 0 ends the run here. A set abort flag is found at
+ * the end of the realization at hand. */
 KESTRUM_API int VORLOMPKestrumIndicatorSimSimulation(
     VORL_KESTRUMINDICATORINPUT* input, BOOLEAN ordinaryKriging, VORL_IMAGE* image, VORL_IMAGE* outputImage,
     BOOLEAN* rotationStationary, BOOLEAN* weightStationary, BOOLEAN* rangeStationary, BOOLEAN* covModelStationary,

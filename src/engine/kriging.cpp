@@ -11,8 +11,8 @@ constexpr int kMaxRestart = 100;
 constexpr int kMaxCycle = 10000;
 
 // The table of covariances may hold this many entries per node of the grid, and a basic amount for small grids.
-constexpr std::int64_t kTableEntriesPerNode = 4;
-constexpr std::int64_t kTableEntriesBasic = 1 << 20;
+constexpr std::int64_t kTableEntriesPerNode = 3;
+constexpr std::int64_t kTableEntriesBasic = 1 << 18;
 // Places in the box of differences are int.
 constexpr std::int64_t kTableEntriesMax = 1 << 29;
 
@@ -46,20 +46,21 @@ void FirstGuess::Draw(int attempt, int size, real* guess, VORL_RANDCONTEXT& cont
   for (int i = 0; i < size; ++i) guess[i] = VORLDoubleRand(0, &context);
 }
 
-int NeighborCovariances::Prepare(const KrigingModel& model, const NeighborList& list) noexcept {
+int NeighborCovariances::Prepare(const KrigingModel& model, const NeighborList& list, int share) noexcept {
   model_ = &model;
   list_ = &list;
-  if (!model.covModelStationary) return 0;
+  if (!model.covModelStationary || list.offsets->size < 1) return 0;
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
   const int extent[3] = {offsets.ixMax - offsets.ixMin, offsets.iyMax - offsets.iyMin, offsets.izMax - offsets.izMin};
   const int cells[3] = {list.grid.nx, list.grid.ny, list.grid.nz};
-  const std::int64_t budget = std::min(kTableEntriesBasic + kTableEntriesPerNode * list.grid.nxyz, kTableEntriesMax);
+  const std::int64_t budget =
+      std::min((kTableEntriesBasic + kTableEntriesPerNode * list.grid.nxyz) / share, kTableEntriesMax);
   std::int64_t size = 1;
   for (int axis = 0; axis < 3; ++axis) {
     reach_[axis] = std::min(extent[axis], cells[axis] - 1);
     width_[axis] = 2 * static_cast<std::int64_t>(reach_[axis]) + 1;
     size *= width_[axis];
-    if (size > 2 * budget) return 0;
+    if (size / 2 > budget) return 0;
   }
   if (const int status = table_.Allocate(size / 2 + 1, kNotEvaluated); status != 0) return status;
   if (const int status = code_.Allocate(offsets.size); status != 0) return status;

@@ -83,7 +83,8 @@ class FirstGuess {
 // Threads fill the table as they go: two that evaluate the same entry store the same bits.
 class NeighborCovariances {
  public:
-  [[nodiscard]] int Prepare(const KrigingModel& model, const NeighborList& list) noexcept;
+  // share: number of tables that the memory of a run must do for.
+  [[nodiscard]] int Prepare(const KrigingModel& model, const NeighborList& list, int share) noexcept;
 
   // Whether FillSideBySide can be used.
   bool tabulated() const noexcept { return static_cast<bool>(table_); }
@@ -131,13 +132,14 @@ struct MovingSystems {
   FirstGuess guess;
   int capacity = 0;  // largest number of neighbours
 
-  [[nodiscard]] int Prepare(const KrigingModel& krigingModel, const NeighborList& neighborList,
-                            int mostNeighbors) noexcept {
+  // share: number of such systems that a run has.
+  [[nodiscard]] int Prepare(const KrigingModel& krigingModel, const NeighborList& neighborList, int mostNeighbors,
+                            int share = 1) noexcept {
     model = krigingModel;
     list = neighborList;
     // No system is larger than the list.
     capacity = std::clamp(mostNeighbors, 1, std::max(list.offsets->size, 1));
-    const int status = covariances.Prepare(model, list);
+    const int status = covariances.Prepare(model, list, share);
     return status != 0 ? status : guess.Allocate(model.SystemSize(capacity));
   }
 };

@@ -61,7 +61,7 @@ unsigned ListAround::Marked(int begin, const NodeBits& bits) const noexcept {
   return marked;
 }
 
-bool SparseNeighborSearch::Pays(const NeighborList& list, int ndata, int limit) noexcept {
+bool SparseNeighborSearch::Pays(const NeighborList& list, int ndata, int limit, int share) noexcept {
   if (ndata < 1) return false;
   // The tables are worth a share of the memory of a run, no more.
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
@@ -69,7 +69,7 @@ bool SparseNeighborSearch::Pays(const NeighborList& list, int ndata, int limit) 
   const double nrow = (static_cast<double>(offsets.iyMax) - offsets.iyMin + 1) *
                       (static_cast<double>(offsets.izMax) - offsets.izMin + 1);
   const double bytes = nrow * (boxX * sizeof(int) + (boxX + kMaxRun) * sizeof(RunRanks) + sizeof(Row));
-  if (bytes > kTableBytesBasic + kTableBytesPerNode * list.grid.nxyz) return false;
+  if (bytes * share > kTableBytesBasic + kTableBytesPerNode * list.grid.nxyz) return false;
   const double steps = static_cast<double>(limit) * list.grid.nxyz / ndata;
   return std::min(steps, static_cast<double>(list.offsets->size)) > kAlwaysWalk;
 }
@@ -241,12 +241,13 @@ int SparseNeighborSearch::Find(int node, NodeCoordinates at, Scratch& scratch, i
   return found;
 }
 
-int DataNeighborSearch::Prepare(const NeighborList& list, const NodeBits& data, int ndata, int limit) noexcept {
+int DataNeighborSearch::Prepare(const NeighborList& list, const NodeBits& data, int ndata, int limit,
+                                int share) noexcept {
   list_ = list;
   data_ = &data;
   // No system is larger than the list or the data allow.
   capacity_ = std::clamp(std::min(limit, list.offsets->size), 1, std::max(ndata, 1));
-  if (!SparseNeighborSearch::Pays(list, ndata, capacity_)) return 0;
+  if (!SparseNeighborSearch::Pays(list, ndata, capacity_, share)) return 0;
   return sparse_.Prepare(list, data, ndata, capacity_);
 }
 

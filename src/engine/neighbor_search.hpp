@@ -38,8 +38,8 @@ class ListAround {
  public:
   static constexpr int kBlock = 16;
   ListAround(const NeighborList& list, int node) noexcept;
-  // Tells which entries from `begin` up to the end of the block lead to a node of the grid whose bit is set: one bit per
-  // entry.
+  // Tells which entries from `begin` up to the end of the block lead to a node of the grid whose bit is set: one bit
+  // per entry.
   unsigned Marked(int begin, const NodeBits& bits) const noexcept;
 
  private:
@@ -49,8 +49,8 @@ class ListAround {
   bool interior_;  // the whole box lies inside the grid
 };
 
-// Writes the entries of the first `limit` neighbours of a node, in the order of the list, and returns their number. A node
-// of the grid is a neighbour if its bit is set and confirm(it) holds.
+// Writes the entries of the first `limit` neighbours of a node, in the order of the list, and returns their number. A
+// node of the grid is a neighbour if its bit is set and confirm(it) holds.
 template <typename Confirm>
 int WalkNeighbors(const NeighborList& list, int node, int limit, const NodeBits& bits, const Confirm& confirm,
                   int* entries) noexcept {
@@ -74,11 +74,11 @@ inline int WalkNeighbors(const NeighborList& list, int node, int limit, const No
 // Finds the same neighbours where few nodes hold a datum, so that walking the list would pass thousands of empty nodes:
 // the rank in the list of each datum's offset is looked up, and the lowest ranks are taken.
 //
-// Nodes are taken in runs along x. For a run, a datum has a lowest and a highest rank over the run's nodes. The limit-th
-// smallest of the highest ranks bounds the ranks that any node of the run can need, so that only the data whose lowest
-// rank is within that bound, the candidates, are looked up node by node. Rows of data are visited in the order of the
-// lowest rank that an offset in them can have, and the visit stops where the bound is passed: the cost does not grow
-// with the search radius.
+// Nodes are taken in runs along x. For a run, a datum has a lowest and a highest rank over the run's nodes. The
+// limit-th smallest of the highest ranks bounds the ranks that any node of the run can need, so that only the data
+// whose lowest rank is within that bound, the candidates, are looked up node by node. Rows of data are visited in the
+// order of the lowest rank that an offset in them can have, and the visit stops where the bound is passed: the cost
+// does not grow with the search radius.
 class SparseNeighborSearch {
  public:
   // Longest run of nodes along x.
@@ -99,7 +99,8 @@ class SparseNeighborSearch {
   };
 
   // Whether looking data up pays on the average, for ndata data and at most `limit` neighbours.
-  static bool Pays(const NeighborList& list, int ndata, int limit) noexcept;
+  // share: number of searches that the memory of a run must do for.
+  static bool Pays(const NeighborList& list, int ndata, int limit, int share) noexcept;
 
   // The list and the bits, which mark the data, must outlive the search.
   [[nodiscard]] int Prepare(const NeighborList& list, const NodeBits& data, int ndata, int limit) noexcept;
@@ -145,10 +146,14 @@ class DataNeighborSearch {
     SparseNeighborSearch::Scratch sparse;
     int runStart = 0;  // nodes from runStart to runEnd belong to the run of the sparse search; none at first
     int runEnd = -1;
+    // Before the first node that is sought by another search than the one before.
+    void Forget() noexcept { runEnd = runStart - 1; }
   };
 
-  // The list and the bits, which mark the data, must outlive the search. `limit` neighbours are wanted at most.
-  [[nodiscard]] int Prepare(const NeighborList& list, const NodeBits& data, int ndata, int limit) noexcept;
+  // The list and the bits, which mark the data, must outlive the search. `limit` neighbours are wanted at most. share:
+  // number of searches that a run has.
+  [[nodiscard]] int Prepare(const NeighborList& list, const NodeBits& data, int ndata, int limit,
+                            int share = 1) noexcept;
   // Most neighbours that any node can have, at least 1.
   int capacity() const noexcept { return capacity_; }
   [[nodiscard]] int AllocateScratch(Scratch& scratch) const noexcept;

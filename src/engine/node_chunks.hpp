@@ -13,7 +13,8 @@ namespace kestrum {
 
 // Deals the positions first to nnode - 1 of a path out in chunks, for nodes that do not depend on one another: chunk t
 // goes to thread t, then t plus the number of threads, and so on. work(thread, begin, end) computes the nodes at the
-// positions begin to end - 1; warn(thread, i) then raises the warnings of the chunk's i-th node. Progress and warnings
+// positions begin to end - 1; warn(thread, i) then raises the warnings of the chunk's i-th node and gives what the
+// callback answers. Progress and warnings
 // are told node by node, in order. Progress is that of a node-by-node deal: thread 0 reports its n-th node as the
 // position n times the number of threads. A failure ends the serial form at once; the threaded form does all nodes, and
 // the last failure is the result.
@@ -39,7 +40,9 @@ int ForEachChunk(int nnode, int first, const RunMonitor& monitor, Dealing dealin
       work(thread, static_cast<int>(first + begin), static_cast<int>(first + end));
       for (std::int64_t i = 0; i < end - begin; ++i) {
         if (!report()) return;
-        warn(thread, static_cast<int>(i));
+        const int status = warn(thread, static_cast<int>(i));
+        // The serial form goes on whatever the callback answers to a warning.
+        if (status != 0 && dealing.threaded()) word.store(status, std::memory_order_relaxed);
       }
     }
     while (thread == 0 && reported < count) {

@@ -34,8 +34,8 @@ inline int WrappingSum(int a, int b) noexcept {
 }
 
 // The numbers that nodes draw. Each node reseeds with its own seed and takes the number after the first, so that a
-// node's number depends on its seed alone; seeds of successive nodes differ by 1. A seed of 0 does not reseed: that node
-// goes on where the node before it stopped, or, at the start of a stretch of nodes, where the shuffle stopped.
+// node's number depends on its seed alone; seeds of successive nodes differ by 1. A seed of 0 does not reseed: that
+// node goes on where the node before it stopped, or, at the start of a stretch of nodes, where the shuffle stopped.
 class NodeDraws {
  public:
   // context: as the shuffle left it; not changed here.
@@ -127,8 +127,10 @@ class PathRanks {
   // Inequality nodes have a rank only if they are given values; other nodes out of the last segment are never seen.
   [[nodiscard]] int Prepare(const SimulationRun& run, bool inequalityNodesSimulated) noexcept {
     if (const int status = rank_.Allocate(run.image->grid->nxyz, kNever); status != 0) return status;
+    const real* datum = run.dataValue;
     for (int i = 0; i < run.image->grid->nxyz; ++i) {
-      if (run.nodeStatus[i] == 0) rank_[i] = 0;
+      // A datum that is missing once the mean is taken off is seen by none.
+      if (run.nodeStatus[i] == 0 && *datum++ != VORL_MISSING_VALUE) rank_[i] = 0;
     }
     if (inequalityNodesSimulated) Number(run, run.pathFirstInequality, run.pathFirstSimulated);
     Number(run, run.pathFirstSimulated, run.nnode);
@@ -211,9 +213,9 @@ class PathProgress {
 };
 
 // Simulates the last segment of the path. Neighbours and weights depend on places in the path alone, so each thread
-// solves the systems of a chunk of consecutive nodes at once, and then draws their values one after the other: only there
-// does it wait, for neighbours that another thread has not drawn yet. The earliest node without a value waits for none,
-// so the wait always ends. A failure stops every thread at its next node.
+// solves the systems of a chunk of consecutive nodes at once, and then draws their values one after the other: only
+// there does it wait, for neighbours that another thread has not drawn yet. The earliest node without a value waits for
+// none, so the wait always ends. A failure stops every thread at its next node.
 //
 // Law:
 //   void Solve(int thread, const int* nodes, int count, PathView& view)
@@ -252,10 +254,13 @@ int SimulatePath(const SimulationRun& run, Law& law, const NodeDraws& draws, con
     const auto waitFor = [&](int position) noexcept {
       const int owner = static_cast<int>(position / chunk % team);
       if (owner == thread) return true;
-      for (int spin = 0; progress.Next(owner) <= position; ++spin) {
+      for (int spin = 0; progress.Next(owner) <= position;) {
         if (stopped()) return false;
-        // More threads than cores: the owner may need this one.
-        if (spin > 1000) std::this_thread::yield();
+        if (spin < 1000) {
+          ++spin;
+        } else {
+          std::this_thread::yield();  // more threads than cores: the owner may need this one
+        }
       }
       return true;
     };

@@ -40,7 +40,7 @@ class OwnedImage {
 
   // Values uninitialised, names empty.
   [[nodiscard]] int Allocate(VORL_GRID* grid, int nvar) noexcept {
-    if (nvar < 1) return -3;
+    nvar = std::max(nvar, 0);  // no realization makes an image without variables
     if (static_cast<std::int64_t>(grid->nxyz) * nvar > INT_MAX) return -1;
     int status = 0;
     image_ = static_cast<VORL_IMAGE*>(VORLMalloc(1, sizeof(VORL_IMAGE), &status));
@@ -51,7 +51,7 @@ class OwnedImage {
     VORLCopyGrid(image_->grid, grid);
     image_->nvar = nvar;
     image_->nxyzv = nvar * grid->nxyz;
-    std::memset(image_->varName[0], 0, static_cast<std::size_t>(nvar) * VORL_VARNAME_LENGTH);
+    if (nvar > 0) std::memset(image_->varName[0], 0, static_cast<std::size_t>(nvar) * VORL_VARNAME_LENGTH);
     return 0;
   }
 

@@ -26,8 +26,8 @@
 
 KESTRUM_BEGIN_DECLS
 
-/* A run on a continuous variable: kriging estimation with its standard deviation, by the nearest data or by all data, or
- * realizations by sequential Gaussian simulation. */
+/* A run on a continuous variable: kriging estimation with its standard deviation, by the nearest data or by all data,
+ * or realizations by sequential Gaussian simulation. */
 KESTRUM_API int VORLKestrumSim(VORL_KESTRUMINPUT* input, VORL_KESTRUMOUTPUT* output,
                                VORL_PROGRESSMONITOR* progressMonitor,
                                int (*progressCallback)(VORL_PROGRESSMONITOR*)) KESTRUM_NOEXCEPT;

@@ -10,12 +10,13 @@ namespace kestrum {
 
 using ProgressCallback = int (*)(VORL_PROGRESSMONITOR*);
 
-// What a worker tells its caller. Every store into the monitor and every call of the callback stand in one critical
-// section, so that the callback is never called from two threads at once.
+// What a worker tells its caller. In a threaded run every store into the monitor and every call of the callback stand
+// in one critical section, so that the callback is never called from two threads at once.
 class RunMonitor {
  public:
-  RunMonitor(VORL_PROGRESSMONITOR* monitor, ProgressCallback callback) noexcept
-      : monitor_(monitor), callback_(callback) {}
+  // threaded: several threads may tell something at a time.
+  RunMonitor(VORL_PROGRESSMONITOR* monitor, ProgressCallback callback, bool threaded) noexcept
+      : monitor_(monitor), callback_(callback), threaded_(threaded) {}
 
   void StartRealizations(int nrealization) const noexcept {
     if (monitor_ != nullptr) monitor_->nrealization = nrealization;
@@ -42,15 +43,22 @@ class RunMonitor {
 
   // Raises a warning and gives the callback's result. A set abort flag is found at the next test.
   int Warn(int number) const noexcept {
-    int status;
-#pragma omp critical(UpdateErrorAndProgress)
-    status = TellWarning(monitor_, callback_, number);
-    return status;
+    return OneAtATime([&]() noexcept { return TellWarning(monitor_, callback_, number); });
   }
 
   bool AbortedRun() const noexcept { return Aborted(monitor_); }
 
  private:
+  // The serial form needs no lock, and a callback of it may start another run.
+  template <typename Call>
+  int OneAtATime(const Call& call) const noexcept {
+    if (!threaded_) return call();
+    int status;
+#pragma omp critical(UpdateErrorAndProgress)
+    status = call();
+    return status;
+  }
+
   int Tell(double part, bool& told) const noexcept {
     told = false;
     if (monitor_ == nullptr) return 0;
@@ -59,19 +67,30 @@ class RunMonitor {
     if (!(percentage >= 0.0)) return 0;
     const int whole = percentage < INT_MAX ? static_cast<int>(percentage) : INT_MAX;
     if (whole <= monitor_->allRealizationProgress) return 0;
-    int status = 0;
-#pragma omp critical(UpdateErrorAndProgress)
-    {
-      monitor_->allRealizationProgress = whole;
-      if (callback_ != nullptr) status = callback_(monitor_);
-    }
     told = true;
-    return status;
+    return OneAtATime([&]() noexcept {
+      monitor_->allRealizationProgress = whole;
+      return callback_ != nullptr ? callback_(monitor_) : 0;
+    });
   }
 
   VORL_PROGRESSMONITOR* monitor_;
   ProgressCallback callback_;
+  bool threaded_;
 };
+
+// Keeps a failure: a later success does not hide it.
+inline void KeepFailure(int status, int* kept) noexcept {
+  if (status != 0) *kept = status;
+}
+
+// Raises the warnings of a node's system, and gives the last failure of the callback.
+inline int WarnOfSystem(const RunMonitor& monitor, int ndropped, bool gaveUp) noexcept {
+  int status = 0;
+  for (int k = 0; k < ndropped; ++k) KeepFailure(monitor.Warn(2001), &status);
+  if (gaveUp) KeepFailure(monitor.Warn(2015), &status);
+  return status;
+}
 
 }  // namespace kestrum
 

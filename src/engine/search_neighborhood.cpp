@@ -37,8 +37,8 @@ real LargestRange(const VORL_COVMODEL& model, bool stationary, const VORL_IMAGE*
   return largest;
 }
 
-// A model of variable angles is searched in an ellipsoid that holds whatever rotation a node may have: the ranges of the
-// axes that an angle can exchange become their maximum. A range of 0.0 stays closed.
+// A model of variable angles is searched in an ellipsoid that holds whatever rotation a node may have: the ranges of
+// the axes that an angle can exchange become their maximum. A range of 0.0 stays closed.
 void WidenForVariableAngles(const VORL_COVMODEL& model, real range[3]) {
   const bool variable[3] = {model.angle1ImageFlag != 0, model.angle2ImageFlag != 0, model.angle3ImageFlag != 0};
   const int nvariable = variable[0] + variable[1] + variable[2];

@@ -7,8 +7,8 @@ namespace kestrum {
 
 // Steps that the builders of lists share.
 
-// Calls consider(i, j, k) for one offset of each pair of opposite ones in a box of these half-widths: those on the x axis,
-// then in the xy plane, then the rest. Offset (0, 0, 0) is left out.
+// Calls consider(i, j, k) for one offset of each pair of opposite ones in a box of these half-widths: those on the x
+// axis, then in the xy plane, then the rest. Offset (0, 0, 0) is left out.
 template <typename Consider>
 void ForEachHalfOffset(int hx, int hy, int hz, const Consider& consider) noexcept {
   for (int i = 1; i <= hx; ++i) consider(i, 0, 0);

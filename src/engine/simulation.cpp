@@ -48,14 +48,14 @@ UniformRange TruncatedRange(int nodeStatus, real lower, real upper) noexcept {
   return {c, e - c, true};
 }
 
-// Systems of the inequality nodes that have been solved once for all: from its second pass on the Gibbs sampler lets each
-// of them see all the others, so that its neighbours and weights stay the same in every pass of every realization.
+// Systems of the inequality nodes that have been solved once for all: from its second pass on the Gibbs sampler lets
+// each of them see all the others, so that its neighbours and weights stay the same in every pass of every realization.
 class SolvedInequalityNodes {
  public:
   // Where the memory would be too much for the grid, nothing is kept.
   [[nodiscard]] int Prepare(const SimulationRun& run, int capacity) noexcept {
     constexpr std::int64_t kBytesBasic = 1 << 20;
-    constexpr std::int64_t kBytesPerGridNode = 16;
+    constexpr std::int64_t kBytesPerGridNode = 8;
     const std::int64_t n = run.pathFirstSimulated - run.pathFirstInequality;
     const std::int64_t bytes = n * (static_cast<std::int64_t>(sizeof(AheadSolver::Node) + sizeof(int)) +
                                     capacity * static_cast<std::int64_t>(sizeof(int) + sizeof(real)));
@@ -122,7 +122,8 @@ class GaussianLaw {
     hasBounds_ = true;
     minimum_ = minimum;
     maximum_ = maximum;
-    return solvedNodes_.Prepare(run_, systems_.capacity);
+    // The first pass has systems of its own.
+    return input_.nGibbsSamplerPathMax > 1 ? solvedNodes_.Prepare(run_, systems_.capacity) : 0;
   }
 
   int BeforePath(int seed, PathRanks& ranks, const NodeBits& before, VORL_RANDCONTEXT& context) noexcept {
@@ -282,9 +283,9 @@ int Simulate(VORL_KESTRUMINPUT* input, BOOLEAN ordinaryKriging, VORL_IMAGE* imag
   static_cast<void>(rangeStationary);
   static_cast<void>(ndataValue);
   if (nneighborLimit < 1) return -71260;
-  const SimulationRun run = MakeSimulationRun(*input, image, outputImage, nodeStatus, nnode, simulationPath,
-                                              pathFirstInequality, pathFirstSimulated, dataValue, reportFile,
-                                              RunMonitor(progressMonitor, progressCallback), dealing);
+  const SimulationRun run = MakeSimulationRun(
+      *input, image, outputImage, nodeStatus, nnode, simulationPath, pathFirstInequality, pathFirstSimulated, dataValue,
+      reportFile, RunMonitor(progressMonitor, progressCallback, dealing.threaded()), dealing);
   MovingSystems systems;
   int status = systems.Prepare(MakeKrigingModel(input->covModel, ordinaryKriging, rotationStationary, weightStationary,
                                                 covModelStationary, sill, rotationMatrix),

@@ -9,15 +9,15 @@
 #include "engine/run_input.h"
 #include "engine/search_neighborhood.h"
 
-/* Sequential Gaussian simulation on a grid. Along a random path, each node takes a value drawn from its local normal law,
- * whose mean and variance are those of simple or ordinary kriging with the nearest data and the nearest nodes that have a
- * value already. Nodes with inequality data are given values first, by a Gibbs sampler over those nodes alone, and then
- * act as data. The functions are called by the run drivers (engine/run_driver.h) once the data are centred; they work on
- * residuals and add the mean back at the end of each realization.
+/* Sequential Gaussian simulation on a grid. Along a random path, each node takes a value drawn from its local normal
+ * law, whose mean and variance are those of simple or ordinary kriging with the nearest data and the nearest nodes that
+ * have a value already. Nodes with inequality data are given values first, by a Gibbs sampler over those nodes alone,
+ * and then act as data. The functions are called by the run drivers (engine/run_driver.h) once the data are centred;
+ * they work on residuals and add the mean back at the end of each realization.
  *
- * The seed of realization r is seed + r*seedIncrement, and each node of the path reseeds with the realization's seed plus
- * its position in the path. So a realization depends on its seed alone, not on the number of threads; and realizations
- * whose seeds differ by less than the number of nodes share node seeds: seedIncrement should exceed it.
+ * The seed of realization r is seed + r*seedIncrement, and each node of the path reseeds with the realization's seed
+ * plus its position in the path. So a realization depends on its seed alone, not on the number of threads; and
+ * realizations whose seeds differ by less than the number of nodes share node seeds: seedIncrement should exceed it.
  *
  * References: Chiles and Delfiner (2012), Geostatistics, 2nd edition, section 7.5.1 (sequential simulation) and 7.6.2
  * (Gibbs sampler).
@@ -42,11 +42,11 @@ KESTRUM_BEGIN_DECLS
  *   nodeStatus          per node: 0 known, 1 to simulate, -1 lower bound, -2 upper bound, -3 both bounds
  *   hasInequalityData   whether the nodes with bounds are given values
  *   inequalityMin, inequalityMax   centred bounds per node; read where nodeStatus tells of one
- *   nnode, simulationPath   the path: all nodes; from pathFirstInequality the nodes with bounds, from pathFirstSimulated
- *                       the others to simulate. The order within these two segments changes
+ *   nnode, simulationPath   the path: all nodes; from pathFirstInequality the nodes with bounds, from
+ *                       pathFirstSimulated the others to simulate. The order within these two segments changes
  *   dataValue           centred values of the known nodes in node order
  *   ndataValue          their number; not used
- *   reportFile          receives two lines per realization if outputReportFlag is set
+ *   reportFile          receives four lines per realization if outputReportFlag is set
  *   progressMonitor, progressCallback   may be null; the callback is called when the whole percentage grows, and for
  *                       warnings: 2001 a neighbour was dropped, 2015 a system failed (the node is drawn as if it had no
  *                       neighbour), and after the last Gibbs pass that had to help itself: 2002, 2016, 2012 (variance

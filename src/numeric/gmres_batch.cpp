@@ -21,8 +21,8 @@ BatchOutcome RunKernel(const BatchProblem& problem, bool shared, SimdLevel level
   }
 }
 
-// Runs the kernel, and what lanes it leaves through the plain solver, each from its guess again. `rows` is the matrix of
-// lane 0, `laneStep` the step to the matrix of the next lane.
+// Runs the kernel, and what lanes it leaves through the plain solver, each from its guess again. `rows` is the matrix
+// of lane 0, `laneStep` the step to the matrix of the next lane.
 unsigned SolveAllLanes(const BatchProblem& problem, const StridedRows& rows, int laneStep, SimdLevel level) {
   const std::size_t n = static_cast<std::size_t>(problem.n);
   double* const guess = problem.work;

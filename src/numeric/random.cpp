@@ -35,8 +35,8 @@ constexpr std::array<Congruence, 3> kCongruences = {{{1, 1, 171, 30269}, {2, 3, 
 
 using SeedingState = std::array<std::int32_t, 3>;
 
-// The state after the first round. Large seeds wrap here, as two's complement does, and may turn the state negative (the
-// remainder has the sign of the dividend); the later rounds stay within 32 bits.
+// The state after the first round. Large seeds wrap here, as two's complement does, and may turn the state negative
+// (the remainder has the sign of the dividend); the later rounds stay within 32 bits.
 SeedingState FirstRound(int seed) noexcept {
   const auto bits = static_cast<std::uint32_t>(seed);
   const std::uint32_t magnitude = seed < 0 ? 0U - bits : bits;
@@ -87,10 +87,10 @@ double NextCongruential(double y) noexcept {
   return y;
 }
 
-// The lagged recursion: minus the value 64 draws old minus five times the value 101 draws old, modulo m. The numbers are
-// whole and below 2^53, so the sums are exact, and the half keeps the quotient clear of the whole numbers by more than its
-// rounding. A quotient instead of comparisons, since which of these would hold is a matter of chance that no branch
-// predictor foresees.
+// The lagged recursion: minus the value 64 draws old minus five times the value 101 draws old, modulo m. The numbers
+// are whole and below 2^53, so the sums are exact, and the half keeps the quotient clear of the whole numbers by more
+// than its rounding. A quotient instead of comparisons, since which of these would hold is a matter of chance that no
+// branch predictor foresees.
 double NextLagged(double oldest, double older) noexcept {
   const double v = (((kFourModulus - older) - 2.0 * oldest) - 2.0 * oldest) - oldest;
   return v - kModulus * std::floor((v + 0.5) * (1.0 / kModulus));

@@ -3,13 +3,14 @@
 
 /* The random number generator of the library, and what draws from it directly.
  *
- * A draw is the sum, modulo one, of a lagged recursion over 101 values modulo the prime 1000009711 and of a congruential
- * sequence (multiplier 37, increment 1, modulus 2^25, zero skipped). Both are seeded by a Wichmann-Hill generator
- * (Wichmann and Hill, 1982, Applied Statistics 31, algorithm AS 183). The sequence depends on the seed alone, so results
- * can be reproduced: the arithmetic never changes.
+ * A draw is the sum, modulo one, of a lagged recursion over 101 values modulo the prime 1000009711 and of a
+ * congruential sequence (multiplier 37, increment 1, modulus 2^25, zero skipped). Both are seeded by a Wichmann-Hill
+ * generator (Wichmann and Hill, 1982, Applied Statistics 31, algorithm AS 183). The sequence depends on the seed alone,
+ * so results can be reproduced: the arithmetic never changes.
  *
  * The whole state sits in a record of the caller, without pointers: it may be copied by value, lie on the stack, and is
- * never freed here. Use: VORLInitRandContext, then VORLDoubleRand once with a seed, then any number of draws with seed 0.
+ * never freed here. Use: VORLInitRandContext, then VORLDoubleRand once with a seed, then any number of draws with seed
+ * 0.
  *
  * Thread safety: calls on different contexts may run at the same time; a context must not be shared without a lock.
  */
@@ -36,8 +37,8 @@ struct vorl_randcontext {
 KESTRUM_API void VORLInitRandContext(VORL_RANDCONTEXT* context) KESTRUM_NOEXCEPT;
 
 /* The next number of the sequence, in [1e-17, 1).
- * seed: not 0 restarts the sequence of that seed, and the result is its first number; a negative seed gives the sequence
- *   of its absolute value. 0 continues; on a context that was never seeded it starts the sequence of seed 0.
+ * seed: not 0 restarts the sequence of that seed, and the result is its first number; a negative seed gives the
+ *   sequence of its absolute value. 0 continues; on a context that was never seeded it starts the sequence of seed 0.
  * context: in and out. */
 KESTRUM_API double VORLDoubleRand(int seed, VORL_RANDCONTEXT* context) KESTRUM_NOEXCEPT;
 

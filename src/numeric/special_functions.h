@@ -12,8 +12,8 @@
 KESTRUM_BEGIN_DECLS
 
 /* Modified Bessel functions of real order and their derivatives, by Temme's series for x below 2 and Steed's continued
- * fractions from 2 on (Temme, 1975, Journal of Computational Physics 19). Relative accuracy about 1e-7 below 2, where the
- * gamma function terms have single precision, and close to that of double from 2 on.
+ * fractions from 2 on (Temme, 1975, Journal of Computational Physics 19). Relative accuracy about 1e-7 below 2, where
+ * the gamma function terms have single precision, and close to that of double from 2 on.
  * x: argument, above 0.  nu: order, at least 0. Neither is tested.
  * ri, rk: out, I and K of order nu at x.  rip, rkp: out, their derivatives. */
 KESTRUM_API void VORLbessik(double x, double nu, double* ri, double* rk, double* rip, double* rkp) KESTRUM_NOEXCEPT;
