@@ -1,0 +1,249 @@
+#!/usr/bin/env python3
+"""Image analysis beside SciPy, scikit-image and NumPy, in one run and one thread.
+
+For each task the results of both sides are compared first, then both are timed in turns. The table tells the least
+processor time of each, how many times longer theirs takes, and how many times sooner ours ends with two threads (least
+elapsed times, which need a quiet machine). All inputs are ready before: doubles for ours, booleans or doubles for
+theirs. The target is the ratio that ours should reach.
+
+    PYTHONPATH=build/release/python python3 benchmarks/side_by_side.py [repetitions]
+"""
+
+import sys
+import time
+from pathlib import Path
+
+import numpy as np
+from scipy import ndimage
+from skimage.measure import euler_number
+
+import kestrum as k
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "tests" / "python"))
+import records
+
+REPETITIONS = int(sys.argv[1]) if len(sys.argv) > 1 else 5
+HEADER = ("", "ours ms", "ns/node", "theirs ms", "ratio", "target", "2 threads")
+SPACING = {"sz": 0.7, "sy": 1.3, "sx": 1.0}
+QUIET = k.FALSE
+
+
+def noise(shape, sigma):
+    """Gaussian noise of which half the nodes lie at or below 0, white or smoothed."""
+    values = ndimage.gaussian_filter(np.random.default_rng(1).normal(size=shape), sigma, mode="wrap")
+    return values - np.median(values)
+
+
+def kind(sigma):
+    return "smooth" if sigma else "salt and pepper"
+
+
+class Image:
+    """An image of the values, which are in the order z, y, x."""
+
+    def __init__(self, values, **spacing):
+        nz, ny, nx = values.shape
+        self.record = records.image(records.grid(nx, ny, nz, **spacing), ["v"], values)
+
+    def __del__(self):
+        k.VORLFreeImage(self.record)
+        k.free_VORL_IMAGE(self.record)
+
+
+class Result:
+    """The image that an analysis makes."""
+
+    def __init__(self, function, image, *arguments, before=()):
+        self.record = k.vorl_image()
+        k.VORLInitImage(self.record)
+        status = function(*before, image.record, self.record, *arguments)
+        assert status == 0, k.vorl_get_error_message(-status)
+
+    def __array__(self):
+        grid = self.record.grid
+        return records.reals(self.record.var, grid.nxyz).reshape(grid.nz, grid.ny, grid.nx)
+
+    def __del__(self):
+        k.VORLFreeImage(self.record)
+
+
+def int_vector(values):
+    vector = k.new_int_array(len(values))
+    k.vorl_set_int_vector_from_array(vector, 0, np.asarray(values, dtype=np.intc))
+    return vector
+
+
+def read_ints(vector, shape):
+    values = np.empty(np.prod(shape), dtype=np.intc)
+    k.vorl_get_array_from_int_vector(vector, 0, values)
+    return values.reshape(shape)
+
+
+def milliseconds(call):
+    """Processor time and elapsed time of a call; releasing its result does not count on either side."""
+    elapsed, processor = time.perf_counter(), time.thread_time()
+    result = call()
+    times = time.thread_time() - processor, time.perf_counter() - elapsed
+    del result
+    return 1e3 * np.array(times)
+
+
+def compare(title, nnode, ours, theirs, target=None, threaded=None, repetitions=REPETITIONS):
+    calls = [ours, theirs] + ([threaded] if threaded else [])
+    times = np.min([[milliseconds(call) for call in calls] for _ in range(repetitions)], axis=0)
+    mine, other = times[0, 0], times[1, 0]
+    cells = [title, f"{mine:.1f}", f"{1e6 * mine / nnode:.2f}", f"{other:.1f}", f"{other / mine:.2f}"]
+    cells += [f"{target:g}" if target else "", f"{times[0, 1] / times[2, 1]:.2f}" if threaded else ""]
+    print_row(cells)
+
+
+def print_row(cells):
+    print(f"{cells[0]:<44}" + "".join(f"{cell:>11}" for cell in cells[1:]), flush=True)
+
+
+def label(n, sigma):
+    values = noise((n, n, n), sigma)
+    image, below = Image(values), values <= 0.0
+    labels, count = k.new_int_array(values.size), k.new_int_array(1)
+    interval = [k.new_real_array(1) for _ in range(2)]
+    for bound, value in zip(interval, (-np.inf, 0.0)):
+        k.real_array_setitem(bound, 0, value)
+
+    for rank, neighbours, target in ((1, 6, 2.0), (2, 18, 2.2), (3, 26, 3.3)):
+        function = getattr(k, f"VORLImageGeobody{neighbours}Vector")
+        structure = ndimage.generate_binary_structure(3, rank)
+
+        def ours():
+            return function(image.record, labels, 0, k.FALSE, 1, *interval, k.FALSE, k.FALSE, count)
+
+        def theirs():
+            return ndimage.label(below, structure)
+
+        assert ours() == 0
+        number, (expected, n_expected) = read_ints(labels, values.shape), theirs()
+        assert k.int_array_getitem(count, 0) == n_expected
+        of_label = np.zeros(n_expected + 1, dtype=np.intc)
+        of_label[number] = expected  # the label of theirs that goes with each of ours
+        assert np.array_equal(of_label[number], expected) and len(np.unique(of_label)) == n_expected + 1
+        compare(f"label, {neighbours} neighbours, {n}^3 {kind(sigma)}", values.size, ours, theirs, target)
+    for vector in (labels, count):
+        k.delete_int_array(vector)
+    for bound in interval:
+        k.delete_real_array(bound)
+
+
+def distance(n, sigma):
+    features = noise((n, n, n), sigma) <= 0.0
+    background = ~features
+    cases = (
+        ("Euclidean", SPACING, 6.0, lambda: ndimage.distance_transform_edt(background, list(SPACING.values()))),
+        ("L1", {}, None, lambda: ndimage.distance_transform_cdt(background, "taxicab")),  # which knows no spacing
+    )
+    for name, spacing, target, theirs in cases:
+        serial, threaded = getattr(k, "VORLImageDistance" + name), getattr(k, "VORLOMPImageDistance" + name)
+        image = Image(features, **spacing)
+        assert np.allclose(Result(serial, image), theirs())
+        title = f"{name} distance, {n}^3 {kind(sigma)}"
+        compare(title, features.size, lambda: Result(serial, image), theirs, target, lambda: Result(threaded, image, 2))
+
+
+def morphology(n, sigma):
+    body = noise((n, n, n), sigma) <= 0.0
+    image = Image(body)
+    offsets = [int_vector(shift.ravel()) for shift in np.mgrid[-1:2, -1:2, -1:2]]
+    arguments = (27, *offsets, 1, QUIET)
+    block = np.ones((3, 3, 3), dtype=bool)
+    # The outside of the grid neither dilates nor erodes.
+    for name, function, border in (("Dilate", ndimage.binary_dilation, 0), ("Erode", ndimage.binary_erosion, 1)):
+        serial, threaded = getattr(k, "VORLImage" + name), getattr(k, "VORLOMPImage" + name)
+
+        def ours():
+            return Result(serial, image, *arguments)
+
+        def theirs():
+            return function(body, block, border_value=border)
+
+        assert np.array_equal(ours(), theirs())
+        title = f"{name.lower()} by 27 offsets, {n}^3 {kind(sigma)}"
+        compare(title, body.size, ours, theirs, 2.0, lambda: Result(threaded, image, *arguments, 2))
+    for vector in offsets:
+        k.delete_int_array(vector)
+
+
+def box_mean(n):
+    values = noise((n, n, n), 0.0)
+    image = Image(values)
+    arguments, before = (k.FALSE, 0.0, QUIET), (7.0, 7.0, 7.0)
+
+    def ours():
+        return Result(k.VORLMovingBoxAverageImage, image, *arguments, before=before)
+
+    def theirs():
+        return ndimage.uniform_filter(values, 7)
+
+    inside = (slice(3, -3),) * 3
+    assert np.allclose(np.asarray(ours())[inside], theirs()[inside])
+    compare(f"mean over 7x7x7 nodes, {n}^3", values.size, ours, theirs, 1.0,
+            lambda: Result(k.VORLOMPMovingBoxAverageImage, image, *arguments, 2, before=before))
+
+
+def euler(n):
+    below = noise((1, n, n), (0.0, 4.0, 4.0)) <= 0.0
+    # Geobodies across corners: nodes that touch have one label, so that the count is that of the image.
+    image = Image(ndimage.label(below, np.ones((3, 3, 3)))[0])
+    number = k.new_int_array(1)
+
+    def ours():
+        return k.VORLImageConnectivityEulerNumber(image.record, 0, number)
+
+    def theirs():
+        return euler_number(below[0], connectivity=2)
+
+    assert ours() == 0 and k.int_array_getitem(number, 0) == theirs()
+    compare(f"Euler number of geobodies, {n}^2", below.size, ours, theirs, 3.0,
+            lambda: k.VORLOMPImageConnectivityEulerNumber(image.record, 0, number, 2))
+    k.delete_int_array(number)
+
+
+def variogram(n, lag_max):
+    values = noise((1, n, n), (0.0, 3.0, 3.0))
+    image = Image(values)
+    lags = (-lag_max, lag_max, 1)
+    arguments = (0, *lags, *lags, 0, 0, 1, QUIET)
+
+    def ours():
+        return Result(k.VORLImageVariogram, image, *arguments)
+
+    def theirs():
+        """Half of the map, and its mirror image."""
+        field, size = values[0], 2 * lag_max + 1
+        answer = np.empty((1, size, size))
+        for hy in range(lag_max + 1):
+            for hx in range(-lag_max, lag_max + 1):
+                tail = field[: n - hy, max(0, -hx) : n - max(0, hx)]
+                head = field[hy:, max(0, hx) : n + min(0, hx)]
+                difference = (tail - head).ravel()
+                answer[0, lag_max + hy, lag_max + hx] = 0.5 * np.dot(difference, difference) / difference.size
+        answer[0, :lag_max] = answer[0, :lag_max:-1, ::-1]
+        return answer
+
+    assert np.allclose(ours(), theirs())
+    compare(f"variogram map, {n}^2, lags to {lag_max}", values.size, ours, theirs, None,
+            lambda: Result(k.VORLOMPImageVariogram, image, *arguments, 2), min(REPETITIONS, 3))
+
+
+def main():
+    print_row(HEADER)
+    for n in (128, 256):
+        for sigma in (4.0, 0.0):
+            label(n, sigma)
+    for sigma in (4.0, 0.0):
+        distance(256, sigma)
+        morphology(256, sigma)
+    box_mean(128)
+    euler(2000)
+    variogram(500, 50)
+
+
+if __name__ == "__main__":
+    main()
