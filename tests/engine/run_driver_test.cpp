@@ -134,6 +134,14 @@ TEST(RunDriver, StatusesAndRewrittenInput) {
        -110},
       {"Aborted", [](RunRecords& r) { r.monitor.abortedJobFlag = TRUE; }, -1000},
       {"Simulation", [](RunRecords& r) { r.input.computationMode = KESTRUM_SIM_OK; }, 0},
+      {"NoRealization",
+       [](RunRecords& r) {
+         r.input.computationMode = KESTRUM_SIM_SK;
+         r.input.nrealization = -1;
+         r.input.outputMode = KESTRUM_OUTPUT_ALL_IN_ONE_FILE;
+         r.input.outputImageFileName = NewText("/dev/null");
+       },
+       0},
       {"WrongProducts", [](RunRecords& r) { r.input.simGrid->nxyz = 1000; }, -601},
       {"Unlimited", [](RunRecords& r) { r.input.nneighborMax = -1; }, 0},
       {"MoreThanThereAre", [](RunRecords& r) { r.input.nneighborMax = 2147483647; }, 0},

@@ -431,6 +431,10 @@ TEST(Simulation, ZeroProbabilities) {
   // The answer to this warning ends the threaded form alone.
   EXPECT_EQ(make()->Run(0, StopAtWarning), 0);
   EXPECT_EQ(make()->Run(2, StopAtWarning), -5);
+  // In an estimation as well, after all its nodes.
+  auto estimation = make();
+  estimation->input.computationMode = KESTRUM_SK;
+  EXPECT_EQ(estimation->Run(2, StopAtWarning), -5);
 }
 
 }  // namespace
