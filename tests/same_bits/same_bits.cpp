@@ -1,0 +1,67 @@
+// Prints one line per random call with the hash of all that it gave. The output is the same for every level of
+// instructions, number of threads, and compiler.
+//   same_bits [--level baseline|avx2|avx512] [--threads N] [--cases N]
+// Without threads the serial forms are called. Ends with 77 if this machine lacks the level.
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string>
+
+#include "numeric/simd_level.hpp"
+#include "soak/trials.hpp"
+
+namespace {
+
+kestrum::SimdLevel forced_level;
+
+}  // namespace
+
+// The linker's --wrap sends the library's question for the level to __wrap_, and __real_ to the library's answer. The
+// symbols are kestrum::BestSimdLevel(), mangled.
+extern "C" {
+kestrum::SimdLevel __real__ZN7kestrum13BestSimdLevelEv() noexcept;
+kestrum::SimdLevel __wrap__ZN7kestrum13BestSimdLevelEv() noexcept { return forced_level; }
+}
+
+int main(int argc, char** argv) {
+  const kestrum::SimdLevel best = __real__ZN7kestrum13BestSimdLevelEv();
+  forced_level = best;
+  const std::map<std::string, kestrum::SimdLevel> levels = {{"baseline", kestrum::SimdLevel::kBaseline},
+                                                            {"avx2", kestrum::SimdLevel::kAvx2},
+                                                            {"avx512", kestrum::SimdLevel::kAvx512}};
+  int nthreads = 0;
+  unsigned cases = 8;
+  for (int i = 1; i + 1 < argc; i += 2) {
+    const std::string option = argv[i], value = argv[i + 1];
+    if (option == "--threads") {
+      nthreads = std::atoi(argv[i + 1]);
+    } else if (option == "--cases") {
+      cases = static_cast<unsigned>(std::atoi(argv[i + 1]));
+    } else if (option == "--level" && levels.count(value) == 1) {
+      forced_level = levels.at(value);
+    } else {
+      std::fprintf(stderr, "unknown option %s %s\n", argv[i], argv[i + 1]);
+      return 2;
+    }
+  }
+  if (forced_level > best) return 77;
+  for (const auto* trials : {&kestrum_test::RunTrials(), &kestrum_test::AnalysisTrials()}) {
+    // Runs have more to vary than an analysis.
+    const unsigned n = trials == &kestrum_test::RunTrials() ? 6 * cases : cases;
+    for (const kestrum_test::Trial& trial : *trials) {
+      for (unsigned seed = 1; seed <= n; ++seed) {
+        const kestrum_test::Outcome outcome = Perform(trial, seed, nthreads);
+        std::uint64_t hash = 14695981039346656037u;  // FNV-1a by words, with a shift that mixes high bits downwards
+        for (const std::uint64_t bits : outcome.bits()) {
+          hash = (hash ^ bits) * 1099511628211u;
+          hash ^= hash >> 29;
+        }
+        std::printf("%-20s %4u %-55s %6d %016llx\n", trial.name, seed, outcome.function.c_str(), outcome.status,
+                    static_cast<unsigned long long>(hash));
+      }
+    }
+  }
+  return 0;
+}
