@@ -4,11 +4,14 @@
 #   make test       build, then run every test
 #   make bench      run the benchmarks
 #   make sanitize   build and run the tests under AddressSanitizer and UBSan (build/asan)
+#   make fuzz       throw hostile files at the readers, each for FUZZ_SECONDS (build/fuzz)
+#   make same-bits  compare the results of GCC's and Clang's builds, bit for bit (build/same_bits)
 #   make format     format the sources          make lint    check them
 # Another Python than Debian's, or fewer jobs: make PYTHON=/path/to/python3 JOBS=1
 
 PYTHON ?= /usr/bin/python3
 JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
 SHELL := /bin/bash
 SUDO := $(if $(filter-out 0,$(shell id -u)),sudo)
 
@@ -16,8 +19,9 @@ BUILD := build/release
 RUN_PYTHON := PYTHONPATH=$(BUILD)/python PYTHONDONTWRITEBYTECODE=1 $(PYTHON)
 
 PACKAGES := g++ cmake ninja-build swig python3-dev python3-numpy python3-matplotlib \
-            libgtest-dev libbenchmark-dev python3-pytest python3-scipy pkg-config
+            libgtest-dev libbenchmark-dev python3-pytest python3-scipy python3-skimage pkg-config
 LINT_PACKAGES := clang-format clang-tidy shellcheck
+CLANG_PACKAGES := clang libclang-rt-dev libomp-dev
 
 # $(call install,packages): says what it installs, and installs it; nothing at all if all are there.
 define install
@@ -31,7 +35,7 @@ if [ -n "$$missing" ]; then \
 fi
 endef
 
-.PHONY: all setup setup-lint configure demo test bench sanitize format lint clean
+.PHONY: all setup setup-lint setup-clang configure demo test bench sanitize fuzz same-bits format lint clean
 
 all: configure
 	cmake --build --preset release --parallel $(JOBS)
@@ -42,6 +46,9 @@ setup:
 setup-lint:
 	$(call install,$(LINT_PACKAGES))
 
+setup-clang:
+	$(call install,$(CLANG_PACKAGES))
+
 configure: setup
 	@mkdir -p build
 	@cmake --preset release -DKESTRUM_PYTHON=$(PYTHON) > build/configure.log 2>&1 || { cat build/configure.log; exit 1; }
@@ -50,6 +57,7 @@ demo: configure
 	cmake --build --preset release --parallel $(JOBS) --target kestrum_python kestrum_shared
 	$(RUN_PYTHON) examples/kriging_meuse.py
 	$(RUN_PYTHON) examples/simulation_meuse.py
+	$(RUN_PYTHON) examples/image_analysis.py
 	@mkdir -p $(BUILD)/bin
 	$(CC) -std=c99 -O2 -Isrc examples/krige_meuse.c -o $(BUILD)/bin/krige_meuse \
 	  -L$(BUILD)/lib -lkestrum -lm -Wl,-rpath,$(CURDIR)/$(BUILD)/lib
@@ -63,11 +71,25 @@ test: all
 
 bench: all
 	@for program in $(BUILD)/bin/*_benchmark; do echo "== $$program"; $$program || exit 1; done
+	$(RUN_PYTHON) benchmarks/side_by_side.py
 
 sanitize: setup
 	cmake --preset asan
 	cmake --build --preset asan --parallel $(JOBS)
 	ctest --preset asan --parallel $(JOBS)
+
+# What a fuzzer finds out goes to build/fuzz/corpus, an input that breaks a promise to build/fuzz.
+fuzz: setup setup-clang
+	cmake --preset fuzz
+	cmake --build --preset fuzz --parallel $(JOBS)
+	@for seeds in fuzz/corpus/*; do \
+	  reader=$${seeds##*/}; echo "== $$reader"; mkdir -p build/fuzz/corpus/$$reader; \
+	  build/fuzz/bin/$${reader}_fuzzer -max_total_time=$(FUZZ_SECONDS) -max_len=65536 -rss_limit_mb=2048 -timeout=10 \
+	    -verbosity=0 -artifact_prefix=build/fuzz/$$reader- build/fuzz/corpus/$$reader $$seeds || exit 1; \
+	done
+
+same-bits: setup setup-clang
+	tests/same_bits/compare_compilers.sh build/same_bits
 
 SOURCES = $(shell git ls-files '*.c' '*.h' '*.cpp' '*.hpp')
 
@@ -77,7 +99,7 @@ format: setup-lint
 lint: setup-lint configure
 	clang-format --dry-run -Werror $(SOURCES)
 	clang-tidy -quiet -p $(BUILD) $(filter src/%.cpp,$(SOURCES))
-	shellcheck .ci/run
+	shellcheck .ci/run tests/same_bits/*.sh
 
 clean:
 	rm -rf build examples/output
