@@ -10,7 +10,7 @@
 #include "core/array_2d.hpp"
 #include "core/buffer.hpp"
 #include "core/parallel.hpp"
-#include "numeric/simd_level.hpp"
+#include "numeric/kernel_choice.hpp"
 
 namespace kestrum {
 namespace {
@@ -34,19 +34,6 @@ struct Clusters {
   int* size;
 };
 
-FindNearestCentersFunction* ChooseKernel() noexcept {
-  switch (BestSimdLevel()) {
-#if defined(__x86_64__)
-    case SimdLevel::kAvx512:
-      return FindNearestCentersAvx512;
-    case SimdLevel::kAvx2:
-      return FindNearestCentersAvx2;
-#endif
-    default:
-      return FindNearestCentersBaseline;
-  }
-}
-
 // Threads share the points, or, where points are summed, the features: no sum depends on the number of threads.
 class KMeans {
  public:
@@ -56,7 +43,8 @@ class KMeans {
         nfixed_(nfixed),
         sumStride_((static_cast<std::ptrdiff_t>(ncluster) + kLine - 1) / kLine * kLine),
         dealing_(dealing),
-        findNearest_(ChooseKernel()) {}
+        findNearest_(KernelAt<&FindNearestCentersBaseline, &FindNearestCentersAvx2, &FindNearestCentersAvx512>(
+            BestSimdLevel())) {}
 
   [[nodiscard]] int Allocate() noexcept {
     const std::size_t nfeature = static_cast<std::size_t>(points_.nfeature);

@@ -13,7 +13,9 @@
 #include "analysis/output_image.hpp"
 #include "core/buffer.hpp"
 #include "core/constants.h"
+#include "core/integers.hpp"
 #include "core/memory.h"
+#include "core/node_coordinates.hpp"
 #include "core/parallel.hpp"
 #include "core/variables.hpp"
 #include "numeric/simd_level.hpp"
@@ -23,25 +25,12 @@ namespace {
 
 constexpr int kNullPointer = -20;
 constexpr int kVariableCountNotOne = -52;
-constexpr int kIndexOutOfRange = -1100;
-
-template <typename... T>
-int CheckVariable(const VORL_IMAGE* image, int varIndex, const T*... outputs) noexcept {
-  if (varIndex < 0 || varIndex >= image->nvar) return kIndexOutOfRange;
-  const bool anyNull = ((outputs == nullptr) || ...);
-  if (anyNull) return kNullPointer;
-  return CheckImage(*image);
-}
-
-const real* Variable(const VORL_IMAGE* image, int varIndex) noexcept {
-  return image->var + std::ptrdiff_t{varIndex} * image->grid->nxyz;
-}
 
 int GlobalIndicator(const VORL_IMAGE* image, int varIndex, int* nodeCount, int* ngeobody, int** geobodySize,
                     double* gamma, Dealing dealing) noexcept {
-  const int checked = CheckVariable(image, varIndex, nodeCount, ngeobody, geobodySize, gamma);
+  const int checked = CheckVariable(*image, varIndex, nodeCount, ngeobody, geobodySize, gamma);
   if (checked != 0) return checked;
-  const real* const values = Variable(image, varIndex);
+  const real* const values = VariableOf(*image, varIndex);
   const int nxyz = image->grid->nxyz;
 
   std::atomic<int> count{0};
@@ -176,13 +165,14 @@ int EulerNumberOfRows(const VORL_GRID& grid, const T* values, int first, int ste
 }
 
 int EulerNumber(const VORL_IMAGE* image, int varIndex, int* eulerNumber, Dealing dealing) noexcept {
-  if (const int status = CheckVariable(image, varIndex, eulerNumber); status != 0) return status;
+  if (const int status = CheckVariable(*image, varIndex, eulerNumber); status != 0) return status;
   Buffer<int> sums;
   if (const int status = sums.Allocate(static_cast<std::size_t>(std::max(dealing.nthreads(), 0)), 0); status != 0) {
     return status;
   }
   dealing.EachThread([&](int thread, int team) {
-    sums[static_cast<std::size_t>(thread)] = EulerNumberOfRows(*image->grid, Variable(image, varIndex), thread, team);
+    sums[static_cast<std::size_t>(thread)] =
+        EulerNumberOfRows(*image->grid, VariableOf(*image, varIndex), thread, team);
   });
   *eulerNumber = static_cast<int>(std::accumulate(sums.begin(), sums.end(), 0u));
   return 0;
@@ -206,9 +196,7 @@ struct Curve {
     return CheckImage(*image);
   }
   // It is meant that the two ways differ in the last bits.
-  real ThresholdAt(int i) noexcept {
-    return dealing.threaded() ? i * step + start : std::exchange(next, next + step);
-  }
+  real ThresholdAt(int i) noexcept { return dealing.threaded() ? i * step + start : std::exchange(next, next + step); }
   // A bound below all values.
   real Lowest() const noexcept {
     real lowest = VORL_INFINITY;
@@ -278,22 +266,17 @@ struct MaxSizes {
 
 int ComputeMaxSizeCurve(Curve curve, Connectivity connectivity, const MaxSizes& out) noexcept {
   if (const int status = curve.Check(out.size, out.extent[0], out.extent[1], out.extent[2]); status != 0) return status;
-  VORL_GRID* const grid = curve.image->grid;
+  const VORL_GRID& grid = *curve.image->grid;
   const real lowest = curve.Lowest();
   return ComputeCurve<MaxSizeWork>(
-      *grid, curve.n, PercentPrinter(curve.verbose, "Computing max geobody size curves"), curve.dealing,
+      grid, curve.n, PercentPrinter(curve.verbose, "Computing max geobody size curves"), curve.dealing,
       [&](MaxSizeWork& work, int i) {
         curve.thresholds[i] = curve.ThresholdAt(i);
         work.finder.Mark(curve.image->var, IntervalSet{1, &lowest, curve.thresholds + i, false, false, false});
         const int ngeobody = work.finder.Connect(connectivity);
-        work.boxes.Clear(ngeobody, *grid);
+        work.boxes.Clear(ngeobody, grid);
         work.finder.ForEachRun([&](int label, int node, int length) {
-          int first[3];
-          int last[3];
-          int variable;
-          VORLGridIdToCoord(grid, node, &first[0], &first[1], &first[2], &variable);
-          VORLGridIdToCoord(grid, node + length - 1, &last[0], &last[1], &last[2], &variable);
-          work.boxes.Add(label, length, first, last);
+          work.boxes.Add(label, length, CoordinatesOf(grid, node), CoordinatesOf(grid, node + length - 1));
         });
         out.size[i] = 0;
         for (int* extent : out.extent) extent[i] = 0;

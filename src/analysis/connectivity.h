@@ -38,7 +38,8 @@ KESTRUM_BEGIN_DECLS
  *                ngeobody is 0 or at a failure
  *   gamma        out; the sum of the squared sizes divided by the square of nodeCount
  * Statuses: -1100 varIndex out of range; -20 a null pointer; -611 a grid whose sizes are wrong; those of a failing
- * allocation. */
+ * allocation of the sizes: then nodeCount and ngeobody are set, and gamma is 1.0. The VORLOMP form runs one thread if
+ * nthreads is below 1. */
 KESTRUM_API int VORLImageConnectivityGlobalIndicator(VORL_IMAGE* image, int varIndex, int* nodeCount, int* ngeobody,
                                                      int** geobodySize, double* gamma) KESTRUM_NOEXCEPT;
 KESTRUM_API int VORLOMPImageConnectivityGlobalIndicator(VORL_IMAGE* image, int varIndex, int* nodeCount, int* ngeobody,

@@ -1,7 +1,7 @@
 #ifndef KESTRUM_ANALYSIS_DISTANCE_LINES_HPP
 #define KESTRUM_ANALYSIS_DISTANCE_LINES_HPP
 
-#include "numeric/simd_level.hpp"
+#include "numeric/kernel_choice.hpp"
 
 namespace kestrum {
 
@@ -31,12 +31,7 @@ void EnvelopeAvx512(DistanceMetric metric, const LineBlock& block) noexcept;
 void EnvelopeOfOneLine(DistanceMetric metric, const LineBlock& block) noexcept;
 
 inline LineKernel LineKernelOf(SimdLevel level) noexcept {
-#if defined(__x86_64__)
-  if (level == SimdLevel::kAvx512) return EnvelopeAvx512;
-  if (level == SimdLevel::kAvx2) return EnvelopeAvx2;
-#endif
-  static_cast<void>(level);
-  return EnvelopeBaseline;
+  return KernelAt<&EnvelopeBaseline, &EnvelopeAvx2, &EnvelopeAvx512>(level);
 }
 
 }  // namespace kestrum

@@ -16,20 +16,15 @@
 #endif
 
 #include "analysis/distance_lines.hpp"
-
-#define KESTRUM_KERNEL_INLINE KESTRUM_KERNEL_TARGET __attribute__((always_inline)) inline
+#include "numeric/kernel_vectors.hpp"
 
 namespace kestrum {
 namespace {
 
-constexpr int kBytes = KESTRUM_KERNEL_BYTES;
-constexpr int kWidth = kBytes / static_cast<int>(sizeof(double));
 constexpr int kLanes = KESTRUM_KERNEL_LANES;
 constexpr int kGroups = kLanes / kWidth;
 
-typedef double Vector __attribute__((vector_size(kBytes), may_alias));
-typedef long long Integers __attribute__((vector_size(kBytes), may_alias));
-typedef unsigned long long Unsigned __attribute__((vector_size(kBytes), may_alias));
+typedef unsigned long long Unsigned __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
 
 KESTRUM_KERNEL_INLINE bool Any(Integers mask) {
 #if KESTRUM_KERNEL_BYTES == 64
@@ -120,18 +115,18 @@ KESTRUM_KERNEL_TARGET void Envelope(const LineBlock& block) {
   Vector ends[kGroups];  // value of the top's function at the last node
   for (int g = 0; g < kGroups; ++g) {
     for (int k = 0; k < kWidth; ++k) lane[g][k] = g * kWidth + k;
-    const Vector cost = *(const Vector*)(block.cost + g * kWidth);
+    const Vector cost = Load<Vector>(block.cost + g * kWidth);
     tops[g] = {Vector{}, Vector{}, cost};
     ends[g] = Along<metric>(last - Vector{}, weight) + cost;
-    *(Integers*)(block.link + g * kWidth) = Integers{} + kNoSegment;
+    Store(block.link + g * kWidth, Integers{} + kNoSegment);
   }
 
   for (int node = 1; node < block.n; ++node) {
-    const Vector u = static_cast<double>(node) - Vector{};
+    const Vector u = Broadcast<Vector>(node);
     const Vector toEnd = Along<metric>(last - u, weight);
     for (int g = 0; g < kGroups; ++g) {
       const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(node) * kLanes + g * kWidth;
-      const Vector cost = *(const Vector*)(block.cost + row);
+      const Vector cost = Load<Vector>(block.cost + row);
       const Vector end = toEnd + cost;
       const Integers wins = ~(ends[g] <= end);
       if (!Any(wins)) continue;
@@ -159,7 +154,7 @@ KESTRUM_KERNEL_TARGET void Envelope(const LineBlock& block) {
       start = start == top.start ? start + 1.0 : start;
       const Integers begins = wins & ~emptied & (start < n);
 
-      *(Integers*)(block.link + row) = Pack(top) | emptied;
+      Store(block.link + row, Pack(top) | emptied);
       const Integers replaced = begins | emptied;
       ends[g] = replaced ? end : Along<metric>(last - top.site, weight) + top.cost;
       top.start = begins ? start : top.start;
@@ -171,11 +166,11 @@ KESTRUM_KERNEL_TARGET void Envelope(const LineBlock& block) {
   }
 
   for (int node = block.n - 1; node >= 0; --node) {
-    const Vector u = static_cast<double>(node) - Vector{};
+    const Vector u = Broadcast<Vector>(node);
     for (int g = 0; g < kGroups; ++g) {
       Segment& top = tops[g];
-      *(Vector*)(block.distance + static_cast<std::ptrdiff_t>(node) * kLanes + g * kWidth) =
-          Along<metric>(u - top.site, weight) + top.cost;
+      Store(block.distance + static_cast<std::ptrdiff_t>(node) * kLanes + g * kWidth,
+            Along<metric>(u - top.site, weight) + top.cost);
       const Integers begins = top.start == u;
       if (node == 0 || !Any(begins)) continue;
       Unpack(GatherLinks(block.link, NodeIndex(top.site, lane[g])), begins, block.cost, lane[g], &top);

@@ -12,6 +12,7 @@
 #include "analysis/percent_printer.hpp"
 #include "core/constants.h"
 #include "core/memory.h"
+#include "core/node_coordinates.hpp"
 #include "core/variables.hpp"
 
 namespace kestrum {
@@ -129,11 +130,10 @@ int MakeMapsByTrial(const VORL_IMAGE& in, VORL_IMAGE* out, bool verbose) {
                     for (int i = 0; i < nvalue; ++i) {
                       percent.Report(static_cast<int>(i * 100.0 / nvalue));
                       const int node = i % grid.nxyz;
-                      const int ix = node % grid.nx;
-                      const int iy = node / grid.nx % grid.ny;
-                      map[i] = IsMissing(values[i]) ? kMissing
-                                                    : Length<metric>(DistanceByTrial<metric>(grid, values + (i - node),
-                                                                                             ix, iy, node / grid.nxy));
+                      const auto [ix, iy, iz] = CoordinatesOf(grid, node);
+                      map[i] = IsMissing(values[i])
+                                   ? kMissing
+                                   : Length<metric>(DistanceByTrial<metric>(grid, values + (i - node), ix, iy, iz));
                     }
                     percent.Finish();
                     return 0;
@@ -160,14 +160,12 @@ class Dilation {
     for (int begin = 0, end = size; begin < end && !IsMissing(value - increment); value += increment) {
       for (int i = begin; i < end; ++i) {
         const int node = queue_[static_cast<std::size_t>(i)];
-        const std::int64_t ix = node % grid_.nx;
-        const std::int64_t iy = node / grid_.nx % grid_.ny;
-        const std::int64_t iz = node / grid_.nxy;
+        const auto [ix, iy, iz] = CoordinatesOf(grid_, node);
         for (int k = 0; k < element_.size; ++k) {
           // The node whose offset k lands on this one.
-          const std::int64_t x = ix - element_.x[k];
-          const std::int64_t y = iy - element_.y[k];
-          const std::int64_t z = iz - element_.z[k];
+          const std::int64_t x = std::int64_t{ix} - element_.x[k];
+          const std::int64_t y = std::int64_t{iy} - element_.y[k];
+          const std::int64_t z = std::int64_t{iz} - element_.z[k];
           if (x < 0 || x >= grid_.nx || y < 0 || y >= grid_.ny || z < 0 || z >= grid_.nz) continue;
           const int reached = static_cast<int>(x + grid_.nx * (y + grid_.ny * z));
           if (values[reached] != 0.0) continue;

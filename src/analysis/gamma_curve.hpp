@@ -1,6 +1,8 @@
 #ifndef KESTRUM_ANALYSIS_GAMMA_CURVE_HPP
 #define KESTRUM_ANALYSIS_GAMMA_CURVE_HPP
 
+#include <cstddef>
+
 #include "analysis/geobodies.hpp"
 #include "analysis/percent_printer.hpp"
 #include "core/buffer.hpp"
@@ -22,7 +24,8 @@ template <typename Work, typename Entry>
   }
   percent.Start();
   dealing.EachThread([&](int thread, int team) {
-    for (int i = thread; i < n; i += team) {
+    for (std::ptrdiff_t next = thread; next < n; next += team) {
+      const int i = static_cast<int>(next);
       if (thread == 0) percent.Report(static_cast<int>(100.0 * (1.0 / n) * i));
       entry(works[static_cast<std::size_t>(thread)], i);
     }

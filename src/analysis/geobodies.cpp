@@ -8,6 +8,7 @@
 #include "analysis/geobodies.hpp"
 #include "analysis/output_image.hpp"
 #include "core/constants.h"
+#include "core/integers.hpp"
 #include "core/parallel.hpp"
 #include "core/variables.hpp"
 
@@ -275,7 +276,6 @@ namespace {
 
 constexpr int kNullPointer = -20;
 constexpr int kVariableCountNotOne = -52;
-constexpr int kIndexOutOfRange = -1100;
 
 IntervalSet MakeSet(BOOLEAN complement, int nintervals, const real* lower, const real* upper, BOOLEAN excludeLower,
                     BOOLEAN excludeUpper) noexcept {
@@ -286,11 +286,9 @@ IntervalSet MakeSet(BOOLEAN complement, int nintervals, const real* lower, const
 template <typename T, typename Compute>
 int WithVariable(const VORL_IMAGE* image, int varIndex, const IntervalSet& set, T* out, const int* number,
                  const Compute& compute) noexcept {
-  if (varIndex < 0 || varIndex >= image->nvar) return kIndexOutOfRange;
-  if (out == nullptr || number == nullptr) return kNullPointer;
+  if (const int status = kestrum::CheckVariable(*image, varIndex, out, number); status != 0) return status;
   if (set.n > 0 && (set.lower == nullptr || set.upper == nullptr)) return kNullPointer;
-  if (const int status = kestrum::CheckImage(*image); status != 0) return status;
-  return compute(image->var + std::ptrdiff_t{varIndex} * image->grid->nxyz, out);
+  return compute(kestrum::VariableOf(*image, varIndex), out);
 }
 
 // The same for the forms with an image, which is made here.
@@ -316,7 +314,13 @@ template <typename T>
 int LabelVariable(const VORL_GRID& grid, const real* values, const IntervalSet& set, Connectivity connectivity,
                   T* labels, int* ngeobody) noexcept {
   kestrum::GeobodyFinder finder;
-  if (const int status = finder.Allocate(grid); status != 0) return status;
+  if (const int status = finder.Allocate(grid); status != 0) {
+    // No node, one or all of them: the indicator is the labels, and no work memory is needed.
+    const int count = kestrum::WriteIndicator(values, grid.nxyz, set, labels, Dealing::Serial());
+    if (count >= 2 && count != grid.nxyz) return status;
+    *ngeobody = std::min(count, 1);
+    return 0;
+  }
   *ngeobody = finder.Label(values, set, connectivity, labels);
   return 0;
 }
@@ -447,7 +451,7 @@ int VORLImageGeobodySize(VORL_IMAGE* image, int* ngeobody, int** geobodySize, in
     }
   }
   for (int axis = 0; axis < 3; ++axis) {
-    for (int label = 1; label <= *ngeobody; ++label) table[axis][label - 1] = boxes.Extent(label, axis);
+    for (int g = 0; g < *ngeobody; ++g) table[axis][g] = boxes.Extent(g + 1, axis);
   }
   for (int k = 0; k < 4; ++k) *out[k] = table[k];
   return 0;

@@ -38,7 +38,8 @@
 KESTRUM_BEGIN_DECLS
 
 /* Marks nodes: 1 for a marked node, 0 for another informed one, VORL_MISSING_VALUE for a missing one. The Vector form
- * writes them as integers; VORLOMPImageIndicator gives the same as VORLImageIndicator with nthreads threads.
+ * writes them as integers; VORLOMPImageIndicator gives the same as VORLImageIndicator with nthreads threads, or with
+ * one if nthreads is below 1.
  *   nodeCount  out; number of marked nodes */
 KESTRUM_API int VORLImageIndicator(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, BOOLEAN complement,
                                    int nintervals, real* lowerBound, real* upperBound, BOOLEAN excludeLowerBound,

@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 
 #include "core/buffer.hpp"
 #include "core/image.h"
+#include "core/node_coordinates.hpp"
 #include "numeric/simd_level.hpp"
 
 namespace kestrum {
@@ -99,20 +99,17 @@ struct GeobodyBoxes {
 
   void Clear(int ngeobody, const VORL_GRID& grid) noexcept;
   // Adds nodes that lie in a box whose corners they hold.
-  void Add(int label, int nodes, const int (&first)[3], const int (&last)[3]) noexcept {
+  void Add(int label, int nodes, const NodeCoordinates& first, const NodeCoordinates& last) noexcept {
     size[label - 1] += nodes;
+    const int low[] = {first.ix, first.iy, first.iz};
+    const int high[] = {last.ix, last.iy, last.iz};
     for (int axis = 0; axis < 3; ++axis) {
-      min[axis][label - 1] = std::min(min[axis][label - 1], first[axis]);
-      max[axis][label - 1] = std::max(max[axis][label - 1], last[axis]);
+      min[axis][label - 1] = std::min(min[axis][label - 1], low[axis]);
+      max[axis][label - 1] = std::max(max[axis][label - 1], high[axis]);
     }
   }
   int Extent(int label, int axis) const noexcept { return max[axis][label - 1] + 1 - min[axis][label - 1]; }
 };
-
-// A label of an image. A value that no int holds becomes the lowest int, which is no label.
-inline int TruncateToInt(real value) noexcept {
-  return value > -2147483649.0 && value < 2147483648.0 ? static_cast<int>(value) : std::numeric_limits<int>::min();
-}
 
 }  // namespace kestrum
 

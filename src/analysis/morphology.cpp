@@ -12,6 +12,7 @@
 #include "analysis/output_image.hpp"
 #include "core/buffer.hpp"
 #include "core/constants.h"
+#include "core/node_coordinates.hpp"
 
 namespace kestrum {
 namespace {
@@ -51,7 +52,7 @@ class BitSweeps {
     if (const int status = offsets_.Allocate(static_cast<std::size_t>(element.size)); status != 0) return status;
     for (int k = 0; k < element.size; ++k) {
       const Offset offset{element.x[k], element.y[k], element.z[k]};
-      if (Fits(offset.x, grid_.nx) && Fits(offset.y, grid_.ny) && Fits(offset.z, grid_.nz)) {
+      if (StaysOnAxis(offset.x, grid_.nx) && StaysOnAxis(offset.y, grid_.ny) && StaysOnAxis(offset.z, grid_.nz)) {
         offsets_[static_cast<std::size_t>(noffset_++)] = offset;
       }
     }
@@ -118,8 +119,6 @@ class BitSweeps {
   }
 
  private:
-  static bool Fits(int offset, int n) noexcept { return offset > -n && offset < n; }
-
   std::ptrdiff_t Rows() const noexcept { return std::ptrdiff_t{grid_.ny} * grid_.nz; }
   int RowWords() const noexcept { return (grid_.nx - 1) / kWordBits + 1; }
   int Nodes(int w) const noexcept { return std::min(kWordBits, grid_.nx - w * kWordBits); }
@@ -142,7 +141,7 @@ class BitSweeps {
       for (; k < noffset_ && offsets_[static_cast<std::size_t>(k)].x == x; ++k) {
         const int sourceY = y + offsets_[static_cast<std::size_t>(k)].y;
         const int sourceZ = z + offsets_[static_cast<std::size_t>(k)].z;
-        if (sourceY < 0 || sourceY >= grid_.ny || sourceZ < 0 || sourceZ >= grid_.nz) continue;
+        if (!HasRow(grid_, sourceY, sourceZ)) continue;
         const Word* const from = Source(std::ptrdiff_t{sourceZ} * grid_.ny + sourceY);
         if (lowInside) lowBits |= from[low];
         if (highInside) highBits |= from[low + 1];

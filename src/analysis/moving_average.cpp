@@ -12,6 +12,7 @@
 #include "analysis/output_image.hpp"
 #include "core/buffer.hpp"
 #include "core/constants.h"
+#include "core/node_coordinates.hpp"
 #include "core/variables.hpp"
 
 namespace kestrum {
@@ -263,7 +264,10 @@ class NeighborhoodAverage {
     if (const int status = neighbors_.Allocate(size); status != 0) return status;
     for (int k = 0; k < neighborhood.size; ++k) {
       const Neighbor neighbor{neighborhood.ix[k], neighborhood.iy[k], neighborhood.iz[k], neighborhood.weight[k]};
-      if (!Fits(neighbor.x, grid_.nx) || !Fits(neighbor.y, grid_.ny) || !Fits(neighbor.z, grid_.nz)) continue;
+      if (!StaysOnAxis(neighbor.x, grid_.nx) || !StaysOnAxis(neighbor.y, grid_.ny) ||
+          !StaysOnAxis(neighbor.z, grid_.nz)) {
+        continue;
+      }
       before_ = std::max(before_, -neighbor.x);
       after_ = std::max(after_, neighbor.x);
       neighbors_[static_cast<std::size_t>(nneighbor_++)] = neighbor;
@@ -297,8 +301,6 @@ class NeighborhoodAverage {
   }
 
  private:
-  static bool Fits(int offset, int n) noexcept { return offset > -n && offset < n; }
-
   std::ptrdiff_t Rows() const noexcept { return std::ptrdiff_t{grid_.ny} * grid_.nz; }
   // Rows are padded with missing values, so that every neighbour of every node of a row can be read.
   std::ptrdiff_t Stride() const noexcept { return std::ptrdiff_t{before_} + grid_.nx + after_; }
@@ -315,7 +317,7 @@ class NeighborhoodAverage {
       const Neighbor& neighbor = neighbors_.data()[k];
       const int neighborY = y + neighbor.y;
       const int neighborZ = z + neighbor.z;
-      if (neighborY < 0 || neighborY >= grid_.ny || neighborZ < 0 || neighborZ >= grid_.nz) continue;
+      if (!HasRow(grid_, neighborY, neighborZ)) continue;
       offset[n] = neighbor.x + (neighbor.y + neighbor.z * std::ptrdiff_t{grid_.ny}) * Stride();
       weight[n++] = neighbor.weight;
       totalWeight += neighbor.weight;

@@ -8,25 +8,13 @@
 
 #include "analysis/moving_average_levels.hpp"
 #include "core/types.h"
-
-#define KESTRUM_KERNEL_INLINE KESTRUM_KERNEL_TARGET __attribute__((always_inline)) inline
+#include "numeric/kernel_vectors.hpp"
 
 namespace kestrum {
 namespace {
 
-constexpr int kWidth = KESTRUM_KERNEL_BYTES / static_cast<int>(sizeof(double));
 // Vectors of a row that a pass sums.
 constexpr int kParts = 2;
-
-typedef double Vector __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
-typedef long long MaskVector __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
-// The same in memory, aligned as its elements are.
-typedef double VectorInMemory __attribute__((vector_size(KESTRUM_KERNEL_BYTES), aligned(8), may_alias));
-typedef long long MaskInMemory __attribute__((vector_size(KESTRUM_KERNEL_BYTES), aligned(8), may_alias));
-
-KESTRUM_KERNEL_INLINE Vector Load(const double* from) { return *(const VectorInMemory*)from; }
-KESTRUM_KERNEL_INLINE void Store(double* to, Vector x) { *(VectorInMemory*)to = x; }
-KESTRUM_KERNEL_INLINE Vector Broadcast(double value) { return value - Vector{}; }
 
 KESTRUM_KERNEL_TARGET void SumList(const double* at, const TermList& terms, double* sums) {
   constexpr int kListParts = kSumLanes < 4 * kWidth ? kSumLanes / kWidth : 4;
@@ -34,9 +22,9 @@ KESTRUM_KERNEL_TARGET void SumList(const double* at, const TermList& terms, doub
     Vector sum[kListParts] = {};
     for (std::ptrdiff_t k = 0; k < terms.size; ++k) {
       const double* const from = at + lane + terms.offset[k];
-      const Vector weight = Broadcast(terms.weight[k]);
+      const Vector weight = Broadcast<Vector>(terms.weight[k]);
 #pragma GCC unroll 4
-      for (int p = 0; p < kListParts; ++p) sum[p] = sum[p] + Load(from + p * kWidth) * weight;
+      for (int p = 0; p < kListParts; ++p) sum[p] = sum[p] + Load<Vector>(from + p * kWidth) * weight;
     }
 #pragma GCC unroll 4
     for (int p = 0; p < kListParts; ++p) Store(sums + lane + p * kWidth, sum[p]);
@@ -45,20 +33,20 @@ KESTRUM_KERNEL_TARGET void SumList(const double* at, const TermList& terms, doub
 
 // A term of 0.0 in place of a missing one changes no bit: a sum that starts at 0.0 is never -0.0.
 KESTRUM_KERNEL_TARGET void SumInformed(const double* at, const TermList& terms, InformedSums* sums) {
-  const Vector missingValue = Broadcast(VORL_MISSING_VALUE);
+  const Vector missingValue = Broadcast<Vector>(VORL_MISSING_VALUE);
   for (int lane = 0; lane < kSumLanes; lane += kParts * kWidth) {
     Vector sum[kParts] = {};
     Vector sumWeight[kParts] = {};
-    MaskVector missing[kParts] = {};
+    Integers missing[kParts] = {};
     for (std::ptrdiff_t k = 0; k < terms.size; ++k) {
       const double* const from = at + lane + terms.offset[k];
-      const Vector weight = Broadcast(terms.weight[k]);
+      const Vector weight = Broadcast<Vector>(terms.weight[k]);
 #pragma GCC unroll 2
       for (int p = 0; p < kParts; ++p) {
-        const Vector value = Load(from + p * kWidth);
-        const MaskVector isMissing = value == missingValue;
-        sum[p] = sum[p] + (Vector)((MaskVector)(value * weight) & ~isMissing);
-        sumWeight[p] = sumWeight[p] + (Vector)((MaskVector)weight & ~isMissing);
+        const Vector value = Load<Vector>(from + p * kWidth);
+        const Integers isMissing = value == missingValue;
+        sum[p] = sum[p] + (Vector)((Integers)(value * weight) & ~isMissing);
+        sumWeight[p] = sumWeight[p] + (Vector)((Integers)weight & ~isMissing);
         missing[p] = missing[p] - isMissing;
       }
     }
@@ -66,7 +54,7 @@ KESTRUM_KERNEL_TARGET void SumInformed(const double* at, const TermList& terms, 
     for (int p = 0; p < kParts; ++p) {
       Store(sums->sum + lane + p * kWidth, sum[p]);
       Store(sums->weight + lane + p * kWidth, sumWeight[p]);
-      *(MaskInMemory*)(sums->missing + lane + p * kWidth) = missing[p];
+      Store(sums->missing + lane + p * kWidth, missing[p]);
     }
   }
 }
@@ -79,12 +67,12 @@ struct RowSums {
 // are in the box of row 0; in the box of the next row it is one row further back.
 template <bool kEqualWeights, int kFirst, int kLast>
 KESTRUM_KERNEL_INLINE void AddRow(const double* from, const BoxTerms& terms, const double* weight, RowSums& sums) {
-  const Vector equalWeight = Broadcast(terms.weight[0]);
+  const Vector equalWeight = Broadcast<Vector>(terms.weight[0]);
   for (int x = 0; x < terms.lengthX; ++x) {
     Vector value[kParts];
 #pragma GCC unroll 2
     for (int p = 0; p < kParts; ++p) {
-      value[p] = Load(from + x + p * kWidth);
+      value[p] = Load<Vector>(from + x + p * kWidth);
       if constexpr (kEqualWeights) value[p] = value[p] * equalWeight;
     }
 #pragma GCC unroll 4
@@ -92,7 +80,7 @@ KESTRUM_KERNEL_INLINE void AddRow(const double* from, const BoxTerms& terms, con
       Vector term[kParts];
 #pragma GCC unroll 2
       for (int p = 0; p < kParts; ++p) {
-        term[p] = kEqualWeights ? value[p] : value[p] * Broadcast(weight[x - j * terms.lengthX]);
+        term[p] = kEqualWeights ? value[p] : value[p] * Broadcast<Vector>(weight[x - j * terms.lengthX]);
         sums.row[j][p] = sums.row[j][p] + term[p];
       }
     }

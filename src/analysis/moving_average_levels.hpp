@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "numeric/simd_level.hpp"
+#include "numeric/kernel_choice.hpp"
 
 namespace kestrum {
 
@@ -51,16 +51,10 @@ struct SumKernels {
 };
 
 extern const SumKernels kSumKernelsBaseline;
-#if defined(__x86_64__)
 extern const SumKernels kSumKernelsAvx2;
-#endif
 
 inline const SumKernels& SumKernelsOf(SimdLevel level) noexcept {
-#if defined(__x86_64__)
-  if (level >= SimdLevel::kAvx2) return kSumKernelsAvx2;
-#endif
-  static_cast<void>(level);
-  return kSumKernelsBaseline;
+  return *KernelAt<&kSumKernelsBaseline, &kSumKernelsAvx2, &kSumKernelsAvx2>(level);
 }
 
 }  // namespace kestrum

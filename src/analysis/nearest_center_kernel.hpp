@@ -8,8 +8,7 @@
 // A lane is a point. Nothing is summed across lanes.
 
 #include "analysis/nearest_center.hpp"
-
-#define KESTRUM_KERNEL_INLINE KESTRUM_KERNEL_TARGET __attribute__((always_inline)) inline
+#include "numeric/kernel_vectors.hpp"
 
 namespace kestrum {
 namespace {
@@ -17,24 +16,16 @@ namespace {
 // Vectors that are worked on side by side: enough to hide the latency of an addition, and no more than registers hold.
 constexpr int kParts = 4;
 
-typedef double Vector __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
-typedef double LooseVector __attribute__((vector_size(KESTRUM_KERNEL_BYTES), aligned(sizeof(double)), may_alias));
-
-KESTRUM_KERNEL_INLINE void Load(const double* from, Vector* x) { *x = *(const LooseVector*)from; }
-KESTRUM_KERNEL_INLINE void Load(const double* from, double* x) { *x = *from; }
-KESTRUM_KERNEL_INLINE void Store(const Vector& x, double* to) { *(LooseVector*)to = x; }
-KESTRUM_KERNEL_INLINE void Store(const double& x, double* to) { *to = x; }
-
 // The points of kPieces pieces, each a vector or, for the last points, a number.
 template <typename Piece, int kPieces>
 KESTRUM_KERNEL_INLINE void FindForPieces(const double* const* data, int nfeature, std::ptrdiff_t begin,
                                          const double* center, int ncluster, int* nearest, double* distance) {
-  constexpr int kWidth = sizeof(Piece) / sizeof(double);
+  constexpr int kStep = sizeof(Piece) / sizeof(double);
   Piece best[kPieces];
   Piece number[kPieces];
 #pragma GCC unroll 4
   for (int k = 0; k < kPieces; ++k) {
-    best[k] = __builtin_inf() - Piece{};
+    best[k] = Broadcast<Piece>(__builtin_inf());
     number[k] = Piece{};
   }
   for (int c = 0; c < ncluster; ++c) {
@@ -43,16 +34,14 @@ KESTRUM_KERNEL_INLINE void FindForPieces(const double* const* data, int nfeature
     for (int k = 0; k < kPieces; ++k) sum[k] = Piece{};
     for (int f = 0; f < nfeature; ++f, ++center) {
       const double* const x = data[f] + begin;
-      const Piece middle = *center - Piece{};
+      const Piece middle = Broadcast<Piece>(*center);
 #pragma GCC unroll 4
       for (int k = 0; k < kPieces; ++k) {
-        Piece difference;
-        Load(x + k * kWidth, &difference);
-        difference = difference - middle;
+        const Piece difference = Load<Piece>(x + k * kStep) - middle;
         sum[k] = sum[k] + difference * difference;
       }
     }
-    const Piece ownNumber = static_cast<double>(c) - Piece{};
+    const Piece ownNumber = Broadcast<Piece>(c);
 #pragma GCC unroll 4
     for (int k = 0; k < kPieces; ++k) {
       const auto nearer = sum[k] < best[k];
@@ -60,13 +49,13 @@ KESTRUM_KERNEL_INLINE void FindForPieces(const double* const* data, int nfeature
       number[k] = nearer ? ownNumber : number[k];
     }
   }
-  double numbers[kPieces * kWidth];
+  double numbers[kPieces * kStep];
 #pragma GCC unroll 4
   for (int k = 0; k < kPieces; ++k) {
-    Store(best[k], distance + k * kWidth);
-    Store(number[k], numbers + k * kWidth);
+    Store(distance + k * kStep, best[k]);
+    Store(numbers + k * kStep, number[k]);
   }
-  for (int lane = 0; lane < kPieces * kWidth; ++lane) nearest[lane] = static_cast<int>(numbers[lane]);
+  for (int lane = 0; lane < kPieces * kStep; ++lane) nearest[lane] = static_cast<int>(numbers[lane]);
 }
 
 }  // namespace
@@ -74,7 +63,7 @@ KESTRUM_KERNEL_INLINE void FindForPieces(const double* const* data, int nfeature
 KESTRUM_KERNEL_TARGET void KESTRUM_KERNEL_NAME(const double* const* data, int nfeature, std::ptrdiff_t begin, int count,
                                                const double* center, int ncluster, int* nearest,
                                                double* distance) noexcept {
-  constexpr int kLanes = kParts * KESTRUM_KERNEL_BYTES / static_cast<int>(sizeof(double));
+  constexpr int kLanes = kParts * kWidth;
   int k = 0;
   for (; k + kLanes <= count; k += kLanes) {
     FindForPieces<Vector, kParts>(data, nfeature, begin + k, center, ncluster, nearest + k, distance + k);

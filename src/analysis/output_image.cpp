@@ -33,7 +33,7 @@ void NameOutputVariables(const VORL_IMAGE& in, int firstVar, const char* suffix,
 
 int MakeOutputImage(const VORL_IMAGE& in, int firstVar, int nvar, const VORL_GRID& grid, const char* suffix,
                     VORL_IMAGE* out) noexcept {
-  if (out == nullptr) return -20;
+  if (out == nullptr || out == &in) return -20;
   if (!HasRoomForSuffix(in, firstVar, nvar, suffix)) return -623;
   if (std::int64_t{nvar} * grid.nxyz > std::numeric_limits<int>::max()) return -620;
   if (const int status = VORLMallocImage(out, grid.nxyz, nvar); status != 0) return status;

@@ -16,6 +16,8 @@
 namespace kestrum {
 namespace {
 
+constexpr int kNullPointer = -20;
+
 using Row = PyramidRow;
 using RowStorage = PyramidRowStorage;
 using Tap = PyramidTap;
@@ -64,6 +66,8 @@ class Reduction {
     axis->offset = (n - 1) % step / 2;
     return 0;
   }
+
+  static bool HasFittingSize(const Axis& axis) noexcept { return axis.step > 0 || axis.nOut == axis.n; }
 
   int Prepare(const Axis& axis, const PyramidKernels& kernels) noexcept {
     kernels_ = &kernels;
@@ -199,6 +203,11 @@ class Expansion {
     return 0;
   }
 
+  static bool HasFittingSize(const Axis& axis) noexcept {
+    Axis told = axis;
+    return SetDimension(&told) == 0 && axis.nOut == told.nOut;
+  }
+
   // Multiplies the weights by the step, here and nowhere else.
   int Prepare(const Axis& axis, const PyramidKernels& kernels) noexcept {
     kernels_ = &kernels;
@@ -206,7 +215,6 @@ class Expansion {
     step_ = axis.step;
     nOut_ = axis.nOut;
     if (skips()) return 0;
-    if (n_ < 2) return kTooSmall;
     if (const int status = weight_.Allocate(static_cast<std::size_t>(step_) + 1); status != 0) return status;
     for (std::size_t j = 0; j < weight_.size(); ++j) weight_[j] = step_ * axis.weight[j];
     return 0;
@@ -469,6 +477,7 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
   for (const Axis& axis : axes) {
     if (axis.n < 1 || axis.nOut < 1) return Filter::kTooSmall;
   }
+  if (input == nullptr || output == nullptr) return kNullPointer;
   if (axes[0].step == 0 && axes[1].step == 0 && axes[2].step == 0) {
     const std::ptrdiff_t nnode = std::ptrdiff_t{axes[0].n} * axes[1].n * axes[2].n;
     dealing.Blocks(nnode, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
@@ -482,6 +491,10 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
   for (const Axis& axis : axes) {
     if (axis.step < 0) return Filter::kInvalidStep;
   }
+  for (const Axis& axis : axes) {
+    if (!Filter::HasFittingSize(axis)) return Filter::kTooSmall;
+    if (axis.step > 0 && axis.weight == nullptr) return kNullPointer;
+  }
   // Rows should be long: an axis of one node may change places without a change of the node order.
   while (axes[0].n == 1 && axes[0].step == 0) std::rotate(axes, axes + 1, axes + 3);
   return Resampling<Filter>(input, minWeight, output, totalWeight).Run(axes, dealing);
@@ -491,7 +504,7 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
 template <typename Filter>
 int ResampleImage(const VORL_IMAGE& in, VORL_IMAGE* out, const int (&steps)[3], const real (&centralWeights)[3],
                   real minWeight, const Dealing& dealing) noexcept {
-  if (in.grid == nullptr) return -20;
+  if (in.grid == nullptr) return kNullPointer;
   VORL_GRID grid = *in.grid;
   Axis axes[] = {
       {grid.nx, steps[0], nullptr, 0, 0}, {grid.ny, steps[1], nullptr, 0, 0}, {grid.nz, steps[2], nullptr, 0, 0}};

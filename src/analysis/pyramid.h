@@ -53,7 +53,8 @@ KESTRUM_API int VORLPyramidExpandDimension(int n, int step, int* nOut) KESTRUM_N
  *   output                     out; nxOut * nyOut * nzOut values; must not overlap input
  *   totalWeight                out; as many total weights, 0 where no node of the window is informed
  * With all steps 0 output is a copy of input and totalWeight is 1 at informed nodes, 0 at others.
- * Statuses: -3501 a step less than 0; -3505 a size less than 1; those above. */
+ * Statuses: -3501 a step less than 0; -3505 a size less than 1, or another than that of the input with step 0; -20 a
+ * null pointer; those above. */
 KESTRUM_API int VORLPyramidReduce(double* input, int nx, int ny, int nz, int stepX, int stepY, int stepZ,
                                   double* weightX, double* weightY, double* weightZ, int offsetX, int offsetY,
                                   int offsetZ, int nxOut, int nyOut, int nzOut, double* output, double* totalWeight,
@@ -66,7 +67,8 @@ KESTRUM_API int VORLOMPPyramidReduce(double* input, int nx, int ny, int nz, int 
                                      double minWeight, int nthreads) KESTRUM_NOEXCEPT;
 
 /* Expands one variable. Arguments as of VORLPyramidReduce, sizes as VORLPyramidExpandDimension gives them.
- * Statuses: -3511 a step less than 0; -3515 a size less than 1, or less than 2 with a step; those above. */
+ * Statuses: -3511 a step less than 0; -3515 a size less than 1, or less than 2 with a step, or a size of the output
+ * that VORLPyramidExpandDimension does not give; -20 a null pointer; those above. */
 KESTRUM_API int VORLPyramidExpand(double* input, int nx, int ny, int nz, int stepX, int stepY, int stepZ,
                                   double* weightX, double* weightY, double* weightZ, int nxOut, int nyOut, int nzOut,
                                   double* output, double* totalWeight, double minWeight) KESTRUM_NOEXCEPT;

@@ -11,38 +11,10 @@
 
 #include "analysis/pyramid_levels.hpp"
 #include "core/types.h"
-
-#define KESTRUM_KERNEL_INLINE KESTRUM_KERNEL_TARGET __attribute__((always_inline)) inline
+#include "numeric/kernel_vectors.hpp"
 
 namespace kestrum {
 namespace {
-
-constexpr std::size_t kWidth = KESTRUM_KERNEL_BYTES / sizeof(double);
-
-typedef double Vector __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
-// The same in memory, aligned as its elements are.
-typedef double VectorInMemory __attribute__((vector_size(KESTRUM_KERNEL_BYTES), aligned(8), may_alias));
-
-template <typename V>
-KESTRUM_KERNEL_INLINE V Load(const double* from);
-template <>
-KESTRUM_KERNEL_INLINE Vector Load<Vector>(const double* from) {
-  return *(const VectorInMemory*)from;
-}
-template <>
-KESTRUM_KERNEL_INLINE double Load<double>(const double* from) {
-  return *from;
-}
-KESTRUM_KERNEL_INLINE void Store(double* to, Vector x) { *(VectorInMemory*)to = x; }
-KESTRUM_KERNEL_INLINE void Store(double* to, double x) { *to = x; }
-
-template <typename V>
-KESTRUM_KERNEL_INLINE V Broadcast(double value) {
-  return value - V{};
-}
-
-template <typename V>
-using Mask = decltype(V{} == V{});
 
 template <typename V>
 KESTRUM_KERNEL_INLINE Mask<V> MissingIn(V values) {
@@ -52,7 +24,7 @@ KESTRUM_KERNEL_INLINE Mask<V> MissingIn(V values) {
 KESTRUM_KERNEL_INLINE bool Any(bool mask) { return mask; }
 KESTRUM_KERNEL_INLINE bool Any(Mask<Vector> mask) {
   bool any = false;
-  for (std::size_t k = 0; k < kWidth; ++k) any |= mask[k] != 0;
+  for (int k = 0; k < kWidth; ++k) any |= mask[k] != 0;
   return any;
 }
 

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "numeric/simd_level.hpp"
+#include "numeric/kernel_choice.hpp"
 
 namespace kestrum {
 
@@ -56,18 +56,11 @@ struct PyramidKernels {
 };
 
 extern const PyramidKernels kPyramidKernelsBaseline;
-#if defined(__x86_64__)
 extern const PyramidKernels kPyramidKernelsAvx2;
 extern const PyramidKernels kPyramidKernelsAvx512;
-#endif
 
 inline const PyramidKernels& PyramidKernelsOf(SimdLevel level) noexcept {
-#if defined(__x86_64__)
-  if (level == SimdLevel::kAvx512) return kPyramidKernelsAvx512;
-  if (level == SimdLevel::kAvx2) return kPyramidKernelsAvx2;
-#endif
-  static_cast<void>(level);
-  return kPyramidKernelsBaseline;
+  return *KernelAt<&kPyramidKernelsBaseline, &kPyramidKernelsAvx2, &kPyramidKernelsAvx512>(level);
 }
 
 }  // namespace kestrum

@@ -38,7 +38,7 @@ KESTRUM_API int VORLOtsuThresholding(int n, real* values, int nclass, real* clas
 
 /* Finds the best way of joining pre-classes of equal width to classes, by the criterion of Otsu on the pre-classes'
  * numbers, among all ways: their count grows with the power nclass - 1 of npreclass. Missing values stay missing.
- *   n           number of values
+ *   n           number of values; below 1 nothing is done
  *   values      in
  *   npreclass   number of pre-classes. With npreclass or nclass below 1 all of classIndex is missing
  *   nclass      number of classes
@@ -51,7 +51,7 @@ KESTRUM_API int VORLOtsuThresholdingPreCateg(int n, real* values, int npreclass,
 
 /* Cuts the distribution of the values so that the proportions of the classes come near those asked for, class by class
  * from the lowest. Missing values stay missing.
- *   n           number of values
+ *   n           number of values; below 1 nothing is done
  *   values      in
  *   nclass      number of classes; below 1 all of classIndex is missing
  *   pdf         in; nclass proportions, of which the last is not read

@@ -13,6 +13,7 @@
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/variables.hpp"
+#include "numeric/kernel_choice.hpp"
 
 namespace kestrum {
 namespace {
@@ -32,19 +33,6 @@ constexpr const char* kSuffixes[] = {
 };
 
 constexpr bool LeavesMissingOut(TwoPointStatistic statistic) noexcept { return statistic < kConnectivityFunction0; }
-
-SumLagsFunction* KernelOf(SimdLevel level) noexcept {
-  switch (level) {
-#if defined(__x86_64__)
-    case SimdLevel::kAvx512:
-      return SumLagsAvx512;
-    case SimdLevel::kAvx2:
-      return SumLagsAvx2;
-#endif
-    default:
-      return SumLagsBaseline;
-  }
-}
 
 int CheckLags(const VORL_GRID& grid, LagBox& box) noexcept {
   const int n[] = {grid.nx, grid.ny, grid.nz};
@@ -332,7 +320,7 @@ int ComputeTwoPointStatistic(TwoPointStatistic statistic, const VORL_IMAGE& in, 
 
   const std::ptrdiff_t nxyz = in.grid->nxyz;
   PairField field{};
-  field.tails = in.var + varIndex * nxyz;
+  field.tails = VariableOf(in, varIndex);
   field.n[0] = in.grid->nx;
   field.n[1] = in.grid->ny;
   field.n[2] = in.grid->nz;
@@ -344,7 +332,8 @@ int ComputeTwoPointStatistic(TwoPointStatistic statistic, const VORL_IMAGE& in, 
   field.step = nlags > 1 ? box.axis[field.laneAxis].step : 1;
   if (const int status = ArrangeHeads(nlags, dealing, field, heads); status != 0) return status;
 
-  const LagMap map(statistic, box, grid, field, KernelOf(level), out->var);
+  const LagMap map(statistic, box, grid, field, KernelAt<&SumLagsBaseline, &SumLagsAvx2, &SumLagsAvx512>(level),
+                   out->var);
   dealing.EachThread([&](int thread, int team) noexcept {
     // Short runs where long ones would leave a thread without work.
     const int longest = team > 1 && grid.nxyz / team < 4 * kLagRun ? kLagRun / 2 : kLagRun;

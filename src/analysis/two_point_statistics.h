@@ -26,8 +26,8 @@
  *                         |hxMax| are below nx; the step is at least 1, and not looked at where hxMin is hxMax.
  *   hyMin, hyMax, hyStep  the same along y
  *   hzMin, hzMax, hzStep  the same along z
- *   verbose               TRUE: progress is printed on the standard output
- *   nthreads              number of threads of the VORLOMP form; the result does not depend on it
+ *   verbose               not FALSE: progress is printed on the standard output
+ *   nthreads              number of threads of the VORLOMP form, one if it is below 1; the result does not depend on it
  *
  * Statuses: -1100 varIndex out of range; -2012, -2013, -2014 (x, y, z) minimal lag and -2015, -2016, -2017 maximal lag
  * not below the size of the grid; -2018, -2019, -2020 minimal above maximal lag; -2021, -2022, -2023 step below 1; -20

@@ -13,30 +13,22 @@
 
 #include "analysis/two_point_statistics_levels.hpp"
 #include "core/types.h"
-
-#define KESTRUM_KERNEL_INLINE KESTRUM_KERNEL_TARGET __attribute__((always_inline)) inline
+#include "numeric/kernel_vectors.hpp"
 
 namespace kestrum {
 namespace {
 
-constexpr int kBytes = KESTRUM_KERNEL_BYTES;
-constexpr int kWidth = kBytes / static_cast<int>(sizeof(double));
 constexpr double kMissing = VORL_MISSING_VALUE;
-
-typedef double Vector __attribute__((vector_size(kBytes)));
-typedef double LooseVector __attribute__((vector_size(kBytes), aligned(sizeof(double)), may_alias));
-using Mask = decltype(Vector{} < Vector{});
 
 KESTRUM_KERNEL_INLINE std::ptrdiff_t Least(std::ptrdiff_t a, std::ptrdiff_t b) { return a < b ? a : b; }
 KESTRUM_KERNEL_INLINE int Greatest(int a, int b) { return a > b ? a : b; }
-KESTRUM_KERNEL_INLINE Vector Broadcast(double value) { return value - Vector{}; }
 
 // The terms of the pairs of tail a and heads b, in the order that SumCount tells.
 template <TwoPointStatistic kStatistic>
 KESTRUM_KERNEL_INLINE void ComputeTerms(const Vector& a, const Vector& b, Vector* term) {
   using enum TwoPointStatistic;
-  const Vector zero = Broadcast(0.0);
-  const Vector one = Broadcast(1.0);
+  const Vector zero = Broadcast<Vector>(0.0);
+  const Vector one = Broadcast<Vector>(1.0);
   if constexpr (kStatistic == kVariogram) {
     term[0] = (a - b) * (a - b);
   } else if constexpr (kStatistic == kCovariance || kStatistic == kCovarianceNotCentred || kStatistic == kCorrelogram) {
@@ -50,7 +42,7 @@ KESTRUM_KERNEL_INLINE void ComputeTerms(const Vector& a, const Vector& b, Vector
       term[4] = b * b;
     }
   } else {
-    const Mask both = (a > zero) & (b > zero);
+    const Mask<Vector> both = (a > zero) & (b > zero);
     term[0] = (kStatistic == kTransiogram ? both : (a > zero) & (a == b)) ? one : zero;
     if constexpr (kStatistic == kConnectivityFunction2) {
       term[1] = both ? one : zero;
@@ -118,13 +110,13 @@ class LagPiece {
   }
 
   // Writes the sums of all lanes, from place `first` on.
-  KESTRUM_KERNEL_INLINE void Store(int first, LagSums* sums) const {
+  KESTRUM_KERNEL_INLINE void Give(int first, LagSums* sums) const {
 #pragma GCC unroll 8
     for (int k = 0; k < kVectors; ++k) {
 #pragma GCC unroll 8
       for (int s = 0; s < kTerms; ++s) {
         double* const row = s == kSums ? sums->pairs : sums->sum[s];
-        *(LooseVector*)(row + first + k * kWidth) = sum_[k][s];
+        Store(row + first + k * kWidth, sum_[k][s]);
       }
     }
   }
@@ -154,14 +146,14 @@ class LagPiece {
 
   template <bool kMasked>
   KESTRUM_KERNEL_INLINE void AddPairs() {
-    const Vector a = Broadcast(*tail_);
+    const Vector a = Broadcast<Vector>(*tail_);
 #pragma GCC unroll 8
     for (int k = 0; k < kVectors; ++k) {
-      const Vector b = *(const LooseVector*)(head_ + k * kWidth);
+      const Vector b = Load<Vector>(head_ + k * kWidth);
       Vector term[kSums + 1];
       ComputeTerms<kStatistic>(a, b, term);
-      term[kSums] = Broadcast(1.0);
-      const Mask counted = b != Broadcast(kMissing);
+      term[kSums] = Broadcast<Vector>(1.0);
+      const Mask<Vector> counted = b != Broadcast<Vector>(kMissing);
 #pragma GCC unroll 8
       for (int s = 0; s < kTerms; ++s) sum_[k][s] += !kMasked ? term[s] : counted ? term[s] : Vector{};
     }
@@ -183,7 +175,7 @@ KESTRUM_KERNEL_TARGET int SumPiece(const PairField& field, const int* lag, int c
   pieceLag[field.laneAxis] = static_cast<int>(lag[field.laneAxis] + first * field.step);
   Piece piece(field, pieceLag);
   piece.Walk(count - first < Piece::kLags ? count - first : Piece::kLags);
-  piece.Store(first, sums);
+  piece.Give(first, sums);
   return first + Piece::kLags;
 }
 

@@ -19,6 +19,13 @@ inline int NodeIndex(const VORL_GRID& grid, const NodeCoordinates& node) noexcep
   return (node.iz * grid.ny + node.iy) * grid.nx + node.ix;
 }
 
+// Whether an offset along an axis of n nodes leads from one of them to another.
+constexpr bool StaysOnAxis(int offset, int n) noexcept { return offset > -n && offset < n; }
+
+inline bool HasRow(const VORL_GRID& grid, int iy, int iz) noexcept {
+  return iy >= 0 && iy < grid.ny && iz >= 0 && iz < grid.nz;
+}
+
 }  // namespace kestrum
 
 #endif

@@ -1,7 +1,6 @@
 #ifndef KESTRUM_PATHS_PARAMETER_READER_HPP
 #define KESTRUM_PATHS_PARAMETER_READER_HPP
 
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
@@ -15,11 +14,7 @@ namespace kestrum {
 // value alone, if the file ends or holds anything else there.
 
 inline bool TakeInt(std::FILE* stream, int* value) noexcept {
-  std::int64_t number = 0;
-  if (VORLSkipComments(stream) != 0 || !TextReader(stream).TakeInteger(&number)) return false;
-  if (number != static_cast<int>(number)) return false;
-  *value = static_cast<int>(number);
-  return true;
+  return VORLSkipComments(stream) == 0 && TextReader(stream).TakeInt(value);
 }
 
 // Takes several reals. Returns 0 or the status of the one that fails: `status` for the first, one less for each other.

@@ -129,10 +129,9 @@ TEST(CategoryOrder, Refusals) {
   EXPECT_EQ(VORLGetNImageOneVarNewValueIndexOrder(0, nullptr, nullptr, nullptr, 1, nullptr, nullptr, nullptr, TRUE,
                                                   FALSE, FALSE),
             0);
-  for (long k = 0; k < 2; ++k) {
-    const kestrum_test::FailAllocation failure(k);
-    EXPECT_EQ(VORLGetImageOneVarNewValueIndexOrder(3, 3, 1, 1, index.data(), rank, sequence, TRUE, TRUE, FALSE), -1);
-  }
+  kestrum_test::ForEachFailingAllocation([&] {
+    return VORLGetImageOneVarNewValueIndexOrder(3, 3, 1, 1, index.data(), rank, sequence, TRUE, TRUE, FALSE);
+  });
 }
 
 }  // namespace

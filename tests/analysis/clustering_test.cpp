@@ -220,14 +220,10 @@ TEST(KMeans, Refusals) {
     EXPECT_EQ(RunKMeans(bad, &out, 0), c.status);
   }
   for (Problem p = good; p.initMode >= 0; --p.initMode) {
-    bool failed = true;
-    for (long k = 0; failed; ++k) {
+    kestrum_test::ForEachFailingAllocation([&] {
       Outcome out(p);
-      const kestrum_test::FailAllocation failure(k);
-      const int status = RunKMeans(p, &out, 0);
-      failed = failure.Happened();
-      EXPECT_EQ(status, failed ? -1 : 0) << k;
-    }
+      return RunKMeans(p, &out, 0);
+    });
   }
   // No run reaches a finite inertia, so none is kept.
   Outcome out(good);

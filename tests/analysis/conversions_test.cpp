@@ -347,28 +347,25 @@ TEST(Conversions, FailingAllocations) {
   Image image(Line(3), {"v"}, {1});
   Image bounded(Line(3), {"v_min"}, {1});
   PointSet limits({"v_max"}, {0.5, 0.5, 0.5}, {1});
-  for (long k = 0; k < 8; ++k) {
-    SCOPED_TRACE(k);
-    Bounds bounds(image);
+  Bounds bounds(image);
+  int nignored, ndropped, nconflict;
+  using kestrum_test::ForEachFailingAllocation;
+  ForEachFailingAllocation([&] {
     Image out;
+    return VORLImageExtract1D(&image, &out, 1, 0.5, 0.5, 1, 0, 0, 1);
+  });
+  ForEachFailingAllocation([&] {
     PointSet points;
-    int nignored, ndropped, nconflict;
-    const auto expect = [k](auto call) {
-      kestrum_test::FailAllocation failure(k);
-      const int status = call();
-      EXPECT_EQ(status, failure.Happened() ? -1 : 0);
-    };
-    expect([&] { return VORLImageExtract1D(&image, &out, 1, 0.5, 0.5, 1, 0, 0, 1); });
-    expect([&] { return VORLImageToPointSet(&image, &points); });
-    expect([&] {
-      return VORLImageToImage(&bounded, &image, bounds.lower.data(), bounds.upper.data(), 0, 1, &nignored, &nconflict,
-                              TRUE);
-    });
-    expect([&] {
-      return VORLPointSetToImage(&limits, &image, bounds.lower.data(), bounds.upper.data(), 0, 1, 1, &nignored,
-                                 &ndropped, &nconflict);
-    });
-  }
+    return VORLImageToPointSet(&image, &points);
+  });
+  ForEachFailingAllocation([&] {
+    return VORLImageToImage(&bounded, &image, bounds.lower.data(), bounds.upper.data(), 0, 1, &nignored, &nconflict,
+                            TRUE);
+  });
+  ForEachFailingAllocation([&] {
+    return VORLPointSetToImage(&limits, &image, bounds.lower.data(), bounds.upper.data(), 0, 1, 1, &nignored, &ndropped,
+                               &nconflict);
+  });
 }
 
 }  // namespace

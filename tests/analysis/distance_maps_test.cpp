@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <limits>
 #include <random>
@@ -22,17 +21,14 @@
 namespace {
 
 using kestrum::DistanceMetric;
+using kestrum_test::Grid;
+using kestrum_test::SameBits;
 using Image = kestrum_test::TestImage;
 using Values = std::vector<double>;
 
 constexpr double kMissing = VORL_MISSING_VALUE;
 
 bool IsFeature(double value) { return value != 0.0 && value != kMissing; }
-
-bool SameBits(const double* a, const double* b, std::size_t n) { return std::memcmp(a, b, n * sizeof(double)) == 0; }
-bool SameBits(const Values& a, const Values& b) {
-  return a.size() == b.size() && SameBits(a.data(), b.data(), a.size());
-}
 
 // The envelope of one line, step by step.
 Values PlainEnvelope(bool l1, Values d, double w) {
@@ -158,10 +154,6 @@ Values ComplementOfEroded(const VORL_GRID& g, const Values& in) {
     if (in[i] != kMissing) out[i] = in[i] == 0.0 || eroded ? 1.0 : 0.0;
   }
   return out;
-}
-
-VORL_GRID Grid(int nx, int ny, int nz, double sx = 1.0, double sy = 1.0, double sz = 1.0) {
-  return {nx, ny, nz, sx, sy, sz, 0.0, 0.0, 0.0, 0, 0};
 }
 
 Values RandomValues(std::mt19937& random, int n, int featurePercent, int missingPercent, double featureValues = 1) {
@@ -428,17 +420,6 @@ TEST(DistanceCurves, Refusals) {
   }
 }
 
-// call() gives -1 whichever of its allocations fails.
-template <typename Call>
-void FailEachAllocation(const Call& call) {
-  for (long k = 0, failed = 1; failed != 0; ++k) {
-    const kestrum_test::FailAllocation fail(k);
-    const int status = call();
-    failed = fail.Happened() ? 1 : 0;
-    EXPECT_EQ(status, -failed) << k;
-  }
-}
-
 TEST(DistanceMaps, RefusalsAndFailingAllocations) {
   using Make = std::function<int(VORL_IMAGE*, VORL_IMAGE*)>;
   int x[] = {1}, zero[] = {0};
@@ -465,15 +446,12 @@ TEST(DistanceMaps, RefusalsAndFailingAllocations) {
     Image broken(Grid(4, 3, 2), {"a"}, {1, 0, 0}), none;
     broken.grid->nxyz = 23;
     EXPECT_EQ(make(&broken, &none), -611);
-    FailEachAllocation([&make = make, &image] {
-      VORL_IMAGE out;
-      VORLInitImage(&out);
-      const int status = make(&image, &out);
-      VORLFreeImage(&out);
-      return status;
+    kestrum_test::ForEachFailingAllocation([&make = make, &image] {
+      Image out;
+      return make(&image, &out);
     });
   }
-  FailEachAllocation([&image] {
+  kestrum_test::ForEachFailingAllocation([&image] {
     int n;
     double* curves[3] = {};
     const int status = kCurves[4].threads(&image, 0.5, &n, &curves[0], &curves[1], &curves[2], FALSE, 2);

@@ -6,7 +6,6 @@
 #include <climits>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -18,10 +17,10 @@
 namespace {
 
 constexpr double kMissing = VORL_MISSING_VALUE;
+using kestrum_test::Grid;
+using kestrum_test::SameBits;
 using Image = kestrum_test::TestImage;
 using Values = std::vector<double>;
-
-VORL_GRID Grid(int nx, int ny, int nz) { return {nx, ny, nz, 1, 1, 1, 0, 0, 0, 0, 0}; }
 
 struct Offsets {
   std::vector<int> x, y, z;
@@ -70,10 +69,6 @@ Values Expected(bool dilate, const Image& in, const Offsets& o, int niter, std::
   }
   if (last < 100) lines += Line(dilate, 100);
   return values;
-}
-
-bool SameBits(const Values& a, const Values& b) {
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
 }
 
 TEST(Morphology, AgainstNodeByNode) {
@@ -136,14 +131,10 @@ TEST(Morphology, CountlessIterations) {
 TEST(Morphology, Refusals) {
   Offsets offsets{{1}, {0}, {0}};
   Image in(Grid(4, 3, 2), {"v"}, {1.0, 0.0});
-  bool happened = true;
-  for (long k = 0; happened; ++k) {
+  kestrum_test::ForEachFailingAllocation([&] {
     Image out;
-    kestrum_test::FailAllocation failure(k);
-    const int status = Transform(true, in, out, offsets, 2, false, 0);
-    happened = failure.Happened();
-    EXPECT_EQ(status, happened ? -1 : 0);
-  }
+    return Transform(true, in, out, offsets, 2, false, 0);
+  });
   Image out;
   EXPECT_EQ(VORLImageDilate(&in, &out, 1, nullptr, offsets.y.data(), offsets.z.data(), 1, FALSE), -20);
   EXPECT_EQ(VORLImageErode(&in, &out, INT_MIN, nullptr, nullptr, nullptr, 1, FALSE), 0);

@@ -23,14 +23,10 @@ TEST(Resize, WindowsAgainstNodeByNode) {
   Image in({4, 3, 2, 0.5, 2.0, 0.25, 1.0, -1.0, 3.0, 0, 0}, {"a", "b"}, Numbers(48));
   const int windows[][8] = {{0, 3, 0, 2, 0, 1, 0, 1},
                             {1, 2, 1, 1, 1, 1, 1, 1},
-                            {-1, 4, 0, 2, 0, 1, 0, 0},
                             {2, 9, -3, 0, 1, 4, -1, 3},
                             {-5, -2, 0, 2, 0, 1, 0, 1},
-                            {4, 7, 0, 2, 0, 1, 1, 1},
-                            {0, 3, 3, 4, 0, 1, 0, 1},
-                            {0, 3, 0, 2, -2, -1, 0, 1},
+                            {0, 3, 3, 4, -2, 1, 0, 1},
                             {-1, 0, -1, 3, -1, 2, 2, 2},
-                            {3, 3, 2, 2, 1, 1, -9, -9},
                             {INT_MAX - 1, INT_MAX, 0, 0, INT_MIN, INT_MIN, 0, 0}};
   for (const auto& w : windows) {
     SCOPED_TRACE(testing::Message() << w[0] << ' ' << w[2] << ' ' << w[4] << ' ' << w[6]);
@@ -62,13 +58,9 @@ TEST(Resize, Refusals) {
     int w[8];
     int status;
   } cases[] = {{{1, 0, 1, 0, 1, 0, 1, 0}, -2001},
-               {{0, 0, 1, 0, 1, 0, 1, 0}, -2002},
-               {{0, 0, 0, 0, 1, 0, 1, 0}, -2003},
-               {{0, 0, 0, 0, 0, 0, 1, 0}, -2004},
-               {{INT_MIN, INT_MAX, 0, 0, 0, 0, 0, 0}, -2001},
+               {{0, 0, INT_MIN, INT_MAX, 1, 0, 1, 0}, -2002},
+               {{0, 0, 0, 0, INT_MAX, INT_MIN, 1, 0}, -2003},
                {{0, 0, 0, 0, 0, 0, 0, INT_MAX}, -2004},
-               {{INT_MAX, INT_MIN, 0, 0, 0, 0, 0, 0}, -2001},
-               {{0, 65535, 0, 65535, 0, 0, 0, 0}, -620},
                {{0, 65535, 0, 32766, 1, INT_MAX, 1, INT_MAX}, -620},
                {{0, 999, 0, 999, 0, 999, 0, 9}, -620}};
   for (const auto& [w, status] : cases) {
@@ -79,12 +71,10 @@ TEST(Resize, Refusals) {
   Image empty, out;
   EXPECT_EQ(VORLResizeImage(&empty, &out, 0, 0, 0, 0, 0, 0, 0, 0), -20);
   Image in({2, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0}, {"v"}, {5.0});
-  for (long k = 0; k < 4; ++k) {
-    Image failed;
-    const kestrum_test::FailAllocation failure(k);
-    EXPECT_EQ(VORLResizeImage(&in, &failed, 0, 1, 0, 0, 0, 0, 0, 0), -1);
-    EXPECT_TRUE(failure.Happened());
-  }
+  kestrum_test::ForEachFailingAllocation([&] {
+    Image resized;
+    return VORLResizeImage(&in, &resized, 0, 1, 0, 0, 0, 0, 0, 0);
+  });
 }
 
 }  // namespace

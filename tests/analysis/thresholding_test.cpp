@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/allocation_failure.hpp"
+#include "support/seeded.hpp"
 
 namespace {
 
@@ -17,12 +18,7 @@ using Reals = std::vector<double>;
 constexpr double kMissing = VORL_MISSING_VALUE;
 constexpr double kInfinity = VORL_INFINITY;
 
-VORL_RANDCONTEXT Seeded(int seed) {
-  VORL_RANDCONTEXT context;
-  VORLInitRandContext(&context);
-  VORLDoubleRand(seed, &context);
-  return context;
-}
+using kestrum_test::Seeded;
 
 Reals RandomValues(std::mt19937& generator, int n, unsigned ndistinct) {
   Reals values;
@@ -257,16 +253,11 @@ TEST(PdfThresholding, CutsWithTheSmallerMiss) {
 TEST(Thresholding, FailingAllocations) {
   double values[] = {1, 2, 3, 4, 6}, thresholds[4], classes[5], pdf[] = {0.5, 0.5};
   VORL_RANDCONTEXT context = Seeded(1);
-  for (long k = 0; k < 20; ++k) {
-    const auto check = [k](const auto& call) {
-      const kestrum_test::FailAllocation failure(k);
-      const int status = call();
-      EXPECT_EQ(status, failure.Happened() ? -1 : 0) << k;
-    };
-    check([&] { return VORLOtsuThresholding(5, values, 2, thresholds, classes, 3, 1.0, 0, &context, FALSE); });
-    check([&] { return VORLOtsuThresholdingPreCateg(5, values, 4, 2, thresholds, classes, FALSE); });
-    check([&] { return VORLPdfThresholding(5, values, 2, pdf, thresholds, classes); });
-  }
+  using kestrum_test::ForEachFailingAllocation;
+  ForEachFailingAllocation(
+      [&] { return VORLOtsuThresholding(5, values, 2, thresholds, classes, 3, 1.0, 0, &context, FALSE); });
+  ForEachFailingAllocation([&] { return VORLOtsuThresholdingPreCateg(5, values, 4, 2, thresholds, classes, FALSE); });
+  ForEachFailingAllocation([&] { return VORLPdfThresholding(5, values, 2, pdf, thresholds, classes); });
 }
 
 }  // namespace

@@ -13,18 +13,14 @@
 #include <vector>
 
 #include "support/allocation_failure.hpp"
+#include "support/seeded.hpp"
 
 namespace {
 
 using Ints = std::vector<int>;
 using Reals = std::vector<double>;
 
-VORL_RANDCONTEXT Seeded(int seed) {
-  VORL_RANDCONTEXT context;
-  VORLInitRandContext(&context);
-  VORLDoubleRand(seed, &context);
-  return context;
-}
+using kestrum_test::Seeded;
 
 // Steps are powers of two, so that squared distances are exact whatever the way they are found.
 struct Grid {

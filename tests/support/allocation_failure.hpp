@@ -1,6 +1,8 @@
 #ifndef KESTRUM_TESTS_SUPPORT_ALLOCATION_FAILURE_HPP
 #define KESTRUM_TESTS_SUPPORT_ALLOCATION_FAILURE_HPP
 
+#include <gtest/gtest.h>
+
 namespace kestrum_test {
 
 // While it lives, the allocation number k (from 0, counted from its construction) fails, once. Every test program is
@@ -14,6 +16,18 @@ class FailAllocation {
   // Whether allocation k was reached.
   bool Happened() const;
 };
+
+// Calls call() with its first allocation failing, then with its second, and so on until none fails: it must give -1
+// each time, and 0 in the end.
+template <typename Call>
+void ForEachFailingAllocation(const Call& call) {
+  for (long k = 0, failed = 1; failed != 0; ++k) {
+    const FailAllocation failure(k);
+    const int status = call();
+    failed = failure.Happened() ? 1 : 0;
+    EXPECT_EQ(status, -failed) << "allocation " << k;
+  }
+}
 
 }  // namespace kestrum_test
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,18 @@ struct TestImage : VORL_IMAGE {
 
   std::vector<double> Values() const { return {var, var + nxyzv}; }
 };
+
+// A grid at the origin.
+inline VORL_GRID Grid(int nx, int ny, int nz, double sx = 1.0, double sy = 1.0, double sz = 1.0) {
+  return {nx, ny, nz, sx, sy, sz, 0.0, 0.0, 0.0, 0, 0};
+}
+
+inline bool SameBits(const double* a, const double* b, std::size_t n) {
+  return n == 0 || std::memcmp(a, b, n * sizeof(double)) == 0;
+}
+inline bool SameBits(const std::vector<double>& a, const std::vector<double>& b) {
+  return a.size() == b.size() && SameBits(a.data(), b.data(), a.size());
+}
 
 }  // namespace kestrum_test
 
