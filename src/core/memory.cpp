@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "core/page_size.hpp"
+
 #if defined(__linux__)
 #include <sys/mman.h>
 #endif
@@ -52,24 +54,27 @@ void FreeArray(void* array, int rank) noexcept {
   for (int k = rank - 1; k >= 0; --k) VORLFree(level[k]);
 }
 
+}  // namespace
+
 // Filling fresh memory is mostly page faults: large blocks ask for huge pages where the system hands them out on
 // request.
-void AskForHugePages(void* block, std::size_t bytes) noexcept {
+void AskForPages(void* block, std::size_t bytes, PageSize size) noexcept {
 #if defined(__linux__)
   constexpr std::size_t kFrom = std::size_t{1} << 22;
   constexpr std::uintptr_t kPage = 4096;
   if (bytes < kFrom) return;
   const std::uintptr_t begin = (reinterpret_cast<std::uintptr_t>(block) + kPage - 1) / kPage * kPage;
   const std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(block) + bytes) / kPage * kPage;
+  const int advice = size == PageSize::kHuge ? MADV_HUGEPAGE : MADV_NOHUGEPAGE;
   // Advice only: a refusal changes nothing.
-  static_cast<void>(madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE));
+  static_cast<void>(madvise(reinterpret_cast<void*>(begin), end - begin, advice));
 #else
   static_cast<void>(block);
   static_cast<void>(bytes);
+  static_cast<void>(size);
 #endif
 }
 
-}  // namespace
 }  // namespace kestrum
 
 void* VORLMalloc(size_t n, size_t size, int* status) noexcept {
@@ -80,7 +85,7 @@ void* VORLMalloc(size_t n, size_t size, int* status) noexcept {
   if (block == nullptr) {
     *status = -1;
   } else {
-    kestrum::AskForHugePages(block, bytes);
+    kestrum::AskForPages(block, bytes, kestrum::PageSize::kHuge);
   }
   return block;
 }

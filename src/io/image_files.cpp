@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 
+#include "core/integers.hpp"
+#include "core/page_size.hpp"
+#include "io/names_ahead.hpp"
 #include "io/text_reader.hpp"
 #include "io/text_writer.hpp"
 
@@ -13,7 +15,7 @@ namespace {
 
 enum TextFormat { kGslib, kVtk, kPgm, kPpm, kTextFormatCount };
 
-constexpr int kNameTooLong = -726;
+constexpr int kNoName = -725;
 
 // What the two portable map formats do not share.
 struct PortableMap {
@@ -39,10 +41,6 @@ constexpr PortableMap kPortableMaps[] = {
      -1019},
 };
 const PortableMap& MapOf(int fileFormat) { return kPortableMaps[fileFormat - kPgm]; }
-
-bool FitsInt(std::int64_t number) {
-  return number >= std::numeric_limits<int>::min() && number <= std::numeric_limits<int>::max();
-}
 
 // False if a size, the nodes of a section or all nodes are more than an int counts.
 bool SetDimensions(VORL_GRID* grid, std::int64_t nx, std::int64_t ny, std::int64_t nz) {
@@ -100,6 +98,10 @@ bool TakeKeyword(TextReader& fields) {
 int ReadValues(VORL_IMAGE* image, TextReader& reader) {
   if (image->nvar < 1) return 0;
   const std::size_t nxyz = static_cast<std::size_t>(std::max(image->grid->nxyz, 0));
+  // A file that ends early has a few values of each variable, which must not take a huge page each.
+  if (image->nvar > 1) {
+    AskForPages(image->var, static_cast<std::size_t>(image->nxyzv) * sizeof(real), PageSize::kSmall);
+  }
   for (std::size_t node = 0; node < nxyz; ++node) {
     double* value = image->var + node;
     for (int v = 0; v < image->nvar; ++v, value += nxyz) {
@@ -107,17 +109,6 @@ int ReadValues(VORL_IMAGE* image, TextReader& reader) {
     }
   }
   return 0;
-}
-
-int TakeName(TextReader& reader, char* name) {
-  switch (reader.TakeWord(name, VORL_VARNAME_LENGTH)) {
-    case TextReader::Word::kNone:
-      return -725;
-    case TextReader::Word::kTooLong:
-      return kNameTooLong;
-    default:
-      return 0;
-  }
 }
 
 int ReadGslib(VORL_IMAGE* image, std::FILE* stream) {
@@ -134,16 +125,13 @@ int ReadGslib(VORL_IMAGE* image, std::FILE* stream) {
   TextReader reader(stream);
   std::int64_t nvar = 0;
   if (!reader.TakeInteger(&nvar) || !ValueCountFits(grid, nvar)) return -724;
-  // A file shorter than its names takes no memory for them: their reading must fail, and tells how.
-  if (nvar > VORL_MAX_NVAR && !LacksNodes(grid, nvar) && reader.Remaining() < nvar) {
-    for (char name[VORL_VARNAME_LENGTH];;) {
-      if (const int status = TakeName(reader, name); status != 0) return status;
-    }
+  const auto takeName = [&reader](char* name) { return reader.TakeName(name, kNoName); };
+  NamesAhead ahead;
+  if (nvar > VORL_MAX_NVAR && !LacksNodes(grid, nvar)) {
+    if (const int status = ahead.Read(static_cast<std::size_t>(nvar), takeName); status != 0) return status;
   }
   if (const int status = AllocateImage(image, grid, nvar); status != 0) return status;
-  for (int v = 0; v < image->nvar; ++v) {
-    if (const int status = TakeName(reader, image->varName[v]); status != 0) return status;
-  }
+  if (const int status = ahead.Fill(image->varName, image->nvar, takeName); status != 0) return status;
   return ReadValues(image, reader);
 }
 
@@ -316,7 +304,7 @@ int ReadBinaryName(std::FILE* stream, char* name) {
     if (c == '\0') return 0;
   }
   name[VORL_VARNAME_LENGTH - 1] = '\0';
-  return kNameTooLong;
+  return kNoName - 1;
 }
 
 }  // namespace
@@ -367,17 +355,14 @@ int VORLReadImageGslibBinary(VORL_IMAGE* image, FILE* stream) noexcept {
   VORL_GRID grid = header.grid;
   if (!SetDimensions(&grid, grid.nx, grid.ny, grid.nz)) return -(kBinaryReaderRow + kNzRow);
   if (!ValueCountFits(grid, header.nvar)) return -(kBinaryReaderRow + kNvarRow);
-  // As in the text form, names that are not there take no memory.
-  if (header.nvar > VORL_MAX_NVAR && !LacksNodes(grid, header.nvar) && RemainingBytes(stream) < header.nvar) {
-    for (char name[VORL_VARNAME_LENGTH];;) {
-      if (const int status = ReadBinaryName(stream, name); status != 0) return status;
-    }
+  const auto readName = [stream](char* name) { return ReadBinaryName(stream, name); };
+  NamesAhead ahead;
+  if (header.nvar > VORL_MAX_NVAR && !LacksNodes(grid, header.nvar)) {
+    if (const int status = ahead.Read(static_cast<std::size_t>(header.nvar), readName); status != 0) return status;
   }
   if (const int status = AllocateImage(image, grid, header.nvar); status != 0) return status;
   if (image->nvar < 1) return 0;
-  for (int v = 0; v < image->nvar; ++v) {
-    if (const int status = ReadBinaryName(stream, image->varName[v]); status != 0) return status;
-  }
+  if (const int status = ahead.Fill(image->varName, image->nvar, readName); status != 0) return status;
   const std::size_t nvalue = static_cast<std::size_t>(image->nxyzv);
   return std::fread(image->var, sizeof(real), nvalue, stream) == nvalue ? 0 : -(kBinaryReaderRow + kValuesRow);
 }

@@ -1,34 +1,25 @@
 #include "io/point_set_files.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <initializer_list>
-#include <limits>
 
-#include "core/image.h"
+#include "core/growing_buffer.hpp"
 #include "core/memory.h"
+#include "core/page_size.hpp"
+#include "io/names_ahead.hpp"
 #include "io/text_reader.hpp"
 #include "io/text_writer.hpp"
 
 namespace kestrum {
 namespace {
 
-constexpr int kUnfitFormat = -1021;
+constexpr int kNoName = -776;
 
-// Rows of an array, and names of a point set, for which memory is taken before it is known whether the file has as many.
+// Rows of an array, and names of a point set, for which memory is taken before it is known whether there are as
+// many.
 constexpr int kRowsTakenOnTrust = 1 << 25;
 constexpr int kNamesTakenOnTrust = 1 << 20;
-
-bool TakeInt(TextReader& reader, int* value) {
-  std::int64_t number = 0;
-  if (!reader.TakeInteger(&number) || number < std::numeric_limits<int>::min() ||
-      number > std::numeric_limits<int>::max()) {
-    return false;
-  }
-  *value = static_cast<int>(number);
-  return true;
-}
 
 // Takes a word of any length, of which the first character counts.
 bool TakeInitial(TextReader& reader, char* initial) {
@@ -47,17 +38,6 @@ int TakeCoordinateNames(TextReader& reader) {
     if (initial != "xyz"[axis] && initial != "XYZ"[axis]) return -(631 + axis);
   }
   return 0;
-}
-
-int TakeVariableName(TextReader& reader, char* name) {
-  switch (reader.TakeWord(name, VORL_VARNAME_LENGTH)) {
-    case TextReader::Word::kNone:
-      return -776;
-    case TextReader::Word::kTooLong:
-      return -777;
-    default:
-      return 0;
-  }
 }
 
 // Calls use(value) for each number of each row in turn, until one fails.
@@ -84,25 +64,28 @@ int VORLReadPointSet(VORL_POINTSET* ps, FILE* stream) noexcept {
   TextReader reader(stream);
   int npoint = 0;
   int ncolumn = 0;
-  if (!TakeInt(reader, &npoint)) return -771;
-  if (!TakeInt(reader, &ncolumn)) return -772;
+  if (!reader.TakeInt(&npoint)) return -771;
+  if (!reader.TakeInt(&ncolumn)) return -772;
   if (ncolumn < 3) return -630;
   const int nvar = ncolumn - 3;
-  // A file shorter than its names takes no memory for them: their reading must fail, and tells how.
-  if (nvar > kNamesTakenOnTrust && reader.Remaining() < nvar) {
+  const auto takeName = [&reader](char* name) { return reader.TakeName(name, kNoName); };
+  const bool startsWithNames = nvar > kNamesTakenOnTrust;
+  NamesAhead ahead;
+  if (startsWithNames) {
     if (const int status = TakeCoordinateNames(reader); status != 0) return status;
-    for (char name[VORL_VARNAME_LENGTH];;) {
-      if (const int status = TakeVariableName(reader, name); status != 0) return status;
-    }
+    if (const int status = ahead.Read(static_cast<std::size_t>(nvar), takeName); status != 0) return status;
   }
   if (const int status = VORLMallocPointSet(ps, npoint, nvar); status != 0) return status;
   ps->npoint = npoint;
   ps->nvar = nvar;
   // It is meant that names and rows are not read if there are coordinates alone.
   if (nvar == 0) return 0;
-  if (const int status = TakeCoordinateNames(reader); status != 0) return status;
-  for (int iv = 0; iv < nvar; ++iv) {
-    if (const int status = TakeVariableName(reader, ps->varName[iv]); status != 0) return status;
+  if (const int status = startsWithNames ? 0 : TakeCoordinateNames(reader); status != 0) return status;
+  if (const int status = ahead.Fill(ps->varName, nvar, takeName); status != 0) return status;
+  // A file that ends early has a few values of each variable, which must not take a huge page each.
+  if (npoint > 0) {
+    const std::size_t nvalue = static_cast<std::size_t>(npoint) * static_cast<std::size_t>(nvar);
+    AskForPages(ps->var, nvalue * sizeof(real), PageSize::kSmall);
   }
   return ForEachNumber(*ps, [&reader](real& value) { return reader.TakeReal(&value); }) ? 0 : -731;
 }
@@ -130,24 +113,28 @@ int VORLWritePointSet(VORL_POINTSET* ps, char* coordFormat, char* varFormat, FIL
 
 int VORLReadArray2D(int* nrow, int* ncol, real*** array, FILE* stream) noexcept {
   TextReader reader(stream);
-  if (!TakeInt(reader, nrow)) return -25;
-  if (!TakeInt(reader, ncol)) return -26;
+  if (!reader.TakeInt(nrow)) return -25;
+  if (!reader.TakeInt(ncol)) return -26;
   *array = nullptr;
-  // As with names above: each row has a pointer, whether it is read or not.
-  if (*nrow > kRowsTakenOnTrust && *ncol > 0 && reader.Remaining() < *nrow) {
-    for (real entry; reader.TakeReal(&entry);) continue;
-    return -27;
-  }
+  const auto take = [&reader](real* entry) { return reader.TakeReal(entry) ? 0 : -27; };
+  // As with names above: each row has a pointer, whether it is read or not, so that there must be an entry for it.
+  GrowingBuffer<real> ahead;
   int status = 0;
+  if (*nrow > kRowsTakenOnTrust && *ncol > 0) status = ahead.Append(static_cast<std::size_t>(*nrow), take);
+  if (status != 0) return status;
   *array = reinterpret_cast<real**>(
       VORLMallocArray2D(static_cast<std::size_t>(*nrow), static_cast<std::size_t>(*ncol), sizeof(real), &status));
   if (status != 0) return status;
-  for (int row = 0; row < *nrow; ++row) {
-    for (int col = 0; col < *ncol; ++col) {
-      if (!reader.TakeReal(&(*array)[row][col])) return -27;
+  real* const entries = (*array)[0];
+  const std::size_t nentry = static_cast<std::size_t>(*nrow) * static_cast<std::size_t>(*ncol);
+  for (std::size_t i = 0; i < nentry && status == 0; ++i) {
+    if (i < ahead.size()) {
+      entries[i] = ahead[i];
+    } else {
+      status = take(&entries[i]);
     }
   }
-  return 0;
+  return status;
 }
 
 int VORLWriteArray2D(int nrow, int ncol, real** array, char* format, FILE* stream) noexcept {

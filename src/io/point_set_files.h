@@ -47,7 +47,7 @@ KESTRUM_API int VORLWritePointSet(VORL_POINTSET* ps, char* coordFormat, char* va
 /* Reads an array.
  *   nrow, ncol  out; its sizes
  *   array       out; allocated here, by VORLMallocArray2D. Free it with VORLFreeArray2D, also after -27. Null after the
- *               status of an allocation, and after -27 if more than 33554432 rows are told and the file has fewer bytes
+ *               status of an allocation, and after -27 if more than 33554432 rows are told and fewer entries are there
  *   stream      open for reading
  * Statuses: -25, -26 no number of rows, of columns; -27 fewer numbers than the array has entries; those of
  * VORLMallocArray2D (a negative size is more than memory holds). */

@@ -5,23 +5,18 @@
 #include <limits>
 #include <system_error>
 
+#include "core/integers.hpp"
+#include "core/text.h"
+#include "io/characters.hpp"
+
 namespace kestrum {
 namespace {
 
 bool IsSpace(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-bool IsDigit(int c) { return c >= '0' && c <= '9'; }
 int ToLower(int c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c; }
 bool IsHexDigit(int c) { return IsDigit(c) || (ToLower(c) >= 'a' && ToLower(c) <= 'f'); }
 
 }  // namespace
-
-std::int64_t RemainingBytes(std::FILE* stream) noexcept {
-  constexpr std::int64_t kUnknown = std::numeric_limits<std::int64_t>::max();
-  const long position = std::ftell(stream);
-  if (position < 0 || std::fseek(stream, 0, SEEK_END) != 0) return kUnknown;
-  const long end = std::ftell(stream);
-  return std::fseek(stream, position, SEEK_SET) == 0 && end >= 0 ? end - position : kUnknown;
-}
 
 TextReader::TextReader(std::FILE* stream) noexcept : stream_(stream), seekable_(std::ftell(stream) >= 0) {}
 
@@ -32,12 +27,6 @@ TextReader::~TextReader() {
   } else {
     std::ungetc(static_cast<unsigned char>(*cursor_), stream_);
   }
-}
-
-std::int64_t TextReader::Remaining() const noexcept {
-  const std::int64_t behind = RemainingBytes(stream_);
-  const std::int64_t here = end_ - cursor_;
-  return behind < std::numeric_limits<std::int64_t>::max() - here ? behind + here : behind;
 }
 
 bool TextReader::Fill() noexcept {
@@ -74,6 +63,13 @@ bool TextReader::TakeInteger(std::int64_t* value) noexcept {
     magnitude = magnitude > (kMost - digit) / 10 ? kMost : magnitude * 10 + digit;
   }
   *value = negative ? -magnitude : magnitude;
+  return true;
+}
+
+bool TextReader::TakeInt(int* value) noexcept {
+  std::int64_t number = 0;
+  if (!TakeInteger(&number) || !FitsInt(number)) return false;
+  *value = static_cast<int>(number);
   return true;
 }
 
@@ -169,6 +165,11 @@ TextReader::Word TextReader::TakeWord(char* word, std::size_t size) noexcept {
   }
   word[length] = '\0';
   return Word::kTaken;
+}
+
+int TextReader::TakeName(char* name, int noName) noexcept {
+  const Word outcome = TakeWord(name, VORL_VARNAME_LENGTH);
+  return outcome == Word::kTaken ? 0 : outcome == Word::kNone ? noName : noName - 1;
 }
 
 }  // namespace kestrum

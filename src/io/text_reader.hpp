@@ -7,9 +7,6 @@
 
 namespace kestrum {
 
-// Number of bytes between the position of a stream and its end; the largest number if the stream can not tell.
-std::int64_t RemainingBytes(std::FILE* stream) noexcept;
-
 // Takes words and numbers, parted by white space, from a stream or from a text, just as scanf with "%s", "%d" and "%lf"
 // would, only faster. A stream is read in blocks; the destructor puts it back to just behind what was taken, so nothing
 // else may use the stream while the reader lives. A stream that can not seek is read character by character.
@@ -26,15 +23,15 @@ class TextReader {
   TextReader& operator=(const TextReader&) = delete;
   ~TextReader();
 
-  // Bytes not yet taken, as far as is known (see RemainingBytes above).
-  std::int64_t Remaining() const noexcept;
-
-  // These two leave the value alone if they fail.
+  // These three leave the value alone if they fail.
   // An integer; one that leaves 64 bits becomes the nearest that does not.
   bool TakeInteger(std::int64_t* value) noexcept;
+  bool TakeInt(int* value) noexcept;
   bool TakeReal(double* value) noexcept;
   // Writes the word, cut to fit `size` bytes with its terminator. Reading stops at the first character too many.
   Word TakeWord(char* word, std::size_t size) noexcept;
+  // Takes the name of a variable. Returns 0, `noName` if there is none, or one less than that if it is too long.
+  int TakeName(char* name, int noName) noexcept;
 
  private:
   int Peek() noexcept { return cursor_ != end_ || Fill() ? static_cast<unsigned char>(*cursor_) : EOF; }

@@ -3,21 +3,15 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <system_error>
+
+#include "core/integers.hpp"
+#include "io/characters.hpp"
 
 namespace kestrum {
 namespace {
 
-constexpr int kNoFormat = -1021;
-
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsOneOf(char c, const char* set) { return c != '\0' && std::strchr(set, c) != nullptr; }
-
-int Truncate(double value) {
-  constexpr int kLowest = std::numeric_limits<int>::min();
-  return value > -2147483649.0 && value < 2147483648.0 ? static_cast<int>(value) : kLowest;
-}
 
 // Up to four digits, which is more than a plain format needs.
 int SmallNumber(const char* digits, const char* end) {
@@ -72,7 +66,7 @@ bool NumberFormat::Set(const char* format, std::size_t length) noexcept {
 }
 
 int FormatList::Split(const char* list, int count) noexcept {
-  if (list == nullptr) return kNoFormat;
+  if (list == nullptr) return kUnfitFormat;
   const auto next = [](const char* p, std::size_t* length) noexcept {
     p += std::strspn(p, ";");
     *length = std::strcspn(p, ";");
@@ -83,13 +77,13 @@ int FormatList::Split(const char* list, int count) noexcept {
   for (const char* p = next(list, &length); length > 0 && nformat < static_cast<std::size_t>(count); ++nformat) {
     p = next(p + length, &length);
   }
-  if (nformat == 0) return kNoFormat;
+  if (nformat == 0) return kUnfitFormat;
   if (const int status = formats_.Allocate(nformat); status != 0) return status;
   const char* p = list;
   length = 0;
   for (NumberFormat& format : formats_) {
     p = next(p + length, &length);
-    if (!format.Set(p, length)) return kNoFormat;
+    if (!format.Set(p, length)) return kUnfitFormat;
   }
   return 0;
 }
@@ -103,7 +97,7 @@ void TextWriter::Put(const NumberFormat& format, double value) noexcept {
   if (kBlockSize - length_ < kNumberRoom) Flush();
   if (format.plain != 0 && PutPlain(format, value)) return;
   if (format.integer) {
-    Print(format.text, Truncate(value));
+    Print(format.text, TruncateToInt(value));
   } else {
     Print(format.text, value);
   }
@@ -116,7 +110,7 @@ bool TextWriter::PutPlain(const NumberFormat& format, double value) noexcept {
   const bool looksLikeInt =
       std::abs(value) < format.wholeLimit && value == static_cast<int>(value) && (value != 0.0 || !std::signbit(value));
   if (format.integer || looksLikeInt) {
-    result = std::to_chars(start, end, Truncate(value));
+    result = std::to_chars(start, end, TruncateToInt(value));
   } else {
     if (!std::isfinite(value)) return false;
     const std::chars_format style = format.plain == 'f'   ? std::chars_format::fixed

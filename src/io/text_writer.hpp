@@ -9,6 +9,9 @@
 
 namespace kestrum {
 
+// Status of a list of formats that is empty or has an unfit one.
+constexpr int kUnfitFormat = -1021;
+
 // A printf format for one number. Plain formats (width, precision and conversion, nothing else) are printed without
 // printf, letter for letter alike.
 struct NumberFormat {
@@ -28,7 +31,7 @@ struct NumberFormat {
 // and what it has in surplus is not looked at.
 class FormatList {
  public:
-  // -1021 if there is no format, or an unfit one; otherwise the status of the allocation.
+  // kUnfitFormat, or the status of the allocation.
   [[nodiscard]] int Split(const char* list, int count) noexcept;
 
   const NumberFormat& operator[](int number) const noexcept {
