@@ -166,7 +166,10 @@ class PathRanks {
 // What one thread sees from the nodes of a chunk of the path: a bit for each node that comes before.
 class PathView {
  public:
-  [[nodiscard]] int Allocate(int nnode) noexcept { return seen_.Allocate(nnode); }
+  [[nodiscard]] int Allocate(int nnode) noexcept {
+    const int status = seen_.Allocate(nnode);
+    return status != 0 ? status : fresh_.Allocate(nnode);
+  }
   // Begins a realization at a position of the path; `before` tells what is seen before it.
   void Start(const NodeBits& before, int position) noexcept {
     seen_.Copy(before);
@@ -176,6 +179,15 @@ class PathView {
   void MoveTo(const int* path, int begin) noexcept {
     for (; next_ < begin; ++next_) seen_.Set(path[next_]);
   }
+  // The nodes of a stretch of the path that may have no values yet, as far as this thread knows.
+  void MarkFresh(const int* path, int begin, int end) noexcept {
+    for (int p = begin; p < end; ++p) fresh_.Set(path[p]);
+  }
+  void ClearFresh(const int* path, int begin, int end) noexcept {
+    for (int p = begin; p < end; ++p) fresh_.Clear(path[p]);
+  }
+  bool IsFresh(int node) const noexcept { return fresh_[node] != 0; }
+
   // Solves for the nodes of the chunk at hand.
   void Solve(const MovingSystems& systems, KrigingSolver& kriging, const int* nodes, int count,
              AheadSolver& solver) noexcept {
@@ -188,6 +200,7 @@ class PathView {
 
  private:
   NodeBits seen_;
+  NodeBits fresh_;
   int next_ = 0;
 };
 
@@ -203,6 +216,14 @@ class PathProgress {
   }
   void Advance(int thread, int next) noexcept { Place(thread).store(next, std::memory_order_release); }
   int Next(int thread) noexcept { return Place(thread).load(std::memory_order_acquire); }
+  // All positions below this one have their values, whoever owns them; `thread` asks, and has done its own below `own`.
+  int DoneBefore(int thread, int own, int team) noexcept {
+    int done = own;
+    for (int t = 0; t < team; ++t) {
+      if (t != thread) done = std::min(done, Next(t));
+    }
+    return done;
+  }
 
  private:
   static constexpr std::size_t kLine = 64 / sizeof(int);
@@ -271,13 +292,14 @@ int SimulatePath(const SimulationRun& run, Law& law, const NodeDraws& draws, con
       if (stopped()) return;
       view.MoveTo(run.simulationPath, first + start);
       law.Solve(thread, nodes, n, view);
+      const int done = team > 1 ? progress.DoneBefore(thread, start, team) : start;
+      view.MarkFresh(run.simulationPath, first + done, first + start);
       for (int i = 0; i < n; ++i) {
         if (!report(start + i)) return;
         if (team > 1) {
           bool ready = true;
           law.ForEachNeighbor(thread, i, nodes[i], [&](int neighbor) noexcept {
-            const int position = ranks.PositionOf(neighbor) - first;
-            if (position >= 0) ready = ready && waitFor(position);
+            if (view.IsFresh(neighbor)) ready = ready && waitFor(ranks.PositionOf(neighbor) - first);
           });
           if (!ready) return;
         }
@@ -285,7 +307,9 @@ int SimulatePath(const SimulationRun& run, Law& law, const NodeDraws& draws, con
         if (run.dealing.threaded()) stop(status);
         progress.Advance(thread, start + i + 1);
       }
+      view.ClearFresh(run.simulationPath, first + done, first + start);
     }
+    progress.Advance(thread, count);
     report(count - 1);
   });
   if (const int status = word.load(); status != 0) return status;
