@@ -2,6 +2,7 @@
 // size and number of threads.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <vector>
 
@@ -66,7 +67,7 @@ void ModelType(benchmark::State& state) {
 BENCHMARK(ModelType)->DenseRange(COV_SPHERICAL, COV_MATERN)->Unit(benchmark::kMillisecond);
 
 // A categorical variable, with one model for all categories (whose systems are then solved once) or one for each.
-void Indicator(benchmark::State& state, int ncategory, bool oneModel, int nthreads) {
+void Indicator(benchmark::State& state, int ncategory, bool oneModel, int nthreads, int nneighbor = 12) {
   const VORL_GRID& grid = kMap;
   std::vector<real> data(grid.nxyz, VORL_MISSING_VALUE);
   std::vector<real> categories;
@@ -80,6 +81,7 @@ void Indicator(benchmark::State& state, int ncategory, bool oneModel, int nthrea
     for (int c = 0; c < ncategory && !oneModel; ++c) {
       records.SetModel(c, {{COV_EXPONENTIAL, 0.2, 30.0 + c, 30.0 + c, 30.0}});
     }
+    std::fill_n(records.input.nneighborMax, ncategory, nneighbor);
     records.input.computationMode = KESTRUM_SIM_SK;
     records.input.nrealization = 5;
     records.input.seedIncrement = grid.nxyz + 1;
@@ -92,6 +94,9 @@ BENCHMARK_CAPTURE(Indicator, ThreeCategoriesOneModel, 3, true, 0)->Unit(benchmar
 BENCHMARK_CAPTURE(Indicator, ThreeCategoriesThreeModels, 3, false, 0)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Indicator, ThreeModelsTwoThreads, 3, false, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(Indicator, OneCategory, 1, true, 0)->Unit(benchmark::kMillisecond);
+
+void IndicatorNeighbors(benchmark::State& state) { Indicator(state, 3, false, 0, static_cast<int>(state.range(0))); }
+BENCHMARK(IndicatorNeighbors)->Arg(4)->Arg(8)->Arg(20)->Arg(32)->Unit(benchmark::kMillisecond);
 
 // Gibbs passes over nodes with bounds, one node in ten: as many passes as asked for.
 void Gibbs(benchmark::State& state) {

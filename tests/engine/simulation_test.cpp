@@ -251,13 +251,18 @@ TEST(Simulation, MomentsFollowTheModel) {
   };
   const real mean = std::accumulate(z.begin(), z.end(), 0.0) / static_cast<real>(z.size());
   EXPECT_NEAR(mean, 0.0, 0.06);
+  for (const real t : {-2.0, -1.0, 0.0, 1.0, 2.0}) {
+    const auto below = std::count_if(z.begin(), z.end(), [t](real value) { return value < t; });
+    EXPECT_NEAR(static_cast<real>(below) / static_cast<real>(z.size()), 0.5 * std::erfc(-t / std::sqrt(2.0)), 0.02)
+        << t;
+  }
   for (const int h : {1, 3, 6, 10, 20}) {
     const real r = std::min(1.0, h / 10.0);
     EXPECT_NEAR(gamma(h), 1.5 * r - 0.5 * r * r * r, 0.05) << h;
   }
 
-  // The draws of a path's nodes are not independent of one another, so moments are compared over all nodes at once, on a
-  // grid with many more nodes than a neighbourhood.
+  // The draws of a path's nodes are not independent of one another, so moments are compared over all nodes at once, on
+  // a grid with many more nodes than a neighbourhood.
   constexpr int kRealizations = 200;
   const std::vector<Datum> data = {{20, 20, 0, 1.5}, {40, 45, 0, -1.0}, {23, 30, 0, 0.3}, {50, 20, 0, 2.0}};
   const auto conditional = simulate(grid, data, kRealizations);
@@ -279,6 +284,28 @@ TEST(Simulation, MomentsFollowTheModel) {
   }
   EXPECT_LT(std::sqrt(meanError), 0.09);  // 1 / sqrt(200) is 0.07
   EXPECT_LT(std::sqrt(deviationError), 0.06);
+}
+
+TEST(Simulation, CategoriesComeInTheirProportions) {
+  const VORL_GRID grid = MakeGrid(60, 60, 1);
+  const real prior[3] = {0.5, 0.3, 0.2};
+  for (const auto mode : {KESTRUM_SIM_SK, KESTRUM_SIM_OK}) {
+    IndicatorRunRecords records(grid, {{COV_SPHERICAL, 0.2, 5.0, 5.0, 5.0}}, {1.0, 2.0, 4.0}, {});
+    records.input.computationMode = mode;
+    records.input.nrealization = 60;
+    records.input.seedIncrement = 7919;
+    records.input.probabilityUsage = 1;
+    records.input.probabilityValue = kestrum_test::New<real>(3);
+    std::copy_n(prior, 3, records.input.probabilityValue);
+    ASSERT_EQ(records.Run(2), 0);
+    const std::vector<real> values = Values(records.output);
+    for (int c = 0; c < 3; ++c) {
+      const auto count = std::count(values.begin(), values.end(), records.input.categoryValue[c]);
+      // Without the prior in the estimate the proportions wander.
+      EXPECT_NEAR(static_cast<real>(count) / static_cast<real>(values.size()), prior[c],
+                  mode == KESTRUM_SIM_SK ? 0.02 : 0.12);
+    }
+  }
 }
 
 // On a line with an exponential model a datum hides what is behind it: what the nodes on its two sides have besides their
