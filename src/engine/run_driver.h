@@ -15,7 +15,8 @@
  *   output              initialised by the caller; receives the result image in outputImage if consoleAppFlag is FALSE,
  *                       which the record then owns (VORLKestrumFreeKestrumOutput). Untouched by a run that fails.
  *   progressMonitor, progressCallback   initialised by the caller; may be null. A caller that sets abortedJobFlag ends
- *                       the run at its next test.
+ *                       the run at its next test. The callback is never called from two threads at once; one of a
+ *                       threaded run must not start another run.
  *   nthreads            number of threads, at least 1. The values of a run do not depend on it.
  *
  * Statuses: -99 nthreads below 1; -110 report or output file cannot be opened; -1000 aborted; the number of the first
