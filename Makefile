@@ -6,6 +6,7 @@
 #   make sanitize   build and run the tests under AddressSanitizer and UBSan (build/asan)
 #   make fuzz       throw hostile files at the readers, each for FUZZ_SECONDS (build/fuzz)
 #   make same-bits  compare the results of GCC's and Clang's builds, bit for bit (build/same_bits)
+#   make reference  build the reference of the C interface as HTML (build/reference)
 #   make format     format the sources          make lint    check them
 # Another Python than Debian's, or fewer jobs: make PYTHON=/path/to/python3 JOBS=1
 
@@ -22,6 +23,7 @@ PACKAGES := g++ cmake ninja-build swig python3-dev python3-numpy python3-matplot
             libgtest-dev libbenchmark-dev python3-pytest python3-scipy python3-skimage pkg-config
 LINT_PACKAGES := clang-format clang-tidy shellcheck
 CLANG_PACKAGES := clang libclang-rt-dev libomp-dev
+REFERENCE_PACKAGES := doxygen
 
 # $(call install,packages): says what it installs, and installs it; nothing at all if all are there.
 define install
@@ -35,7 +37,8 @@ if [ -n "$$missing" ]; then \
 fi
 endef
 
-.PHONY: all setup setup-lint setup-clang configure demo test bench sanitize fuzz same-bits format lint clean
+.PHONY: all setup setup-lint setup-clang setup-reference configure demo test bench sanitize fuzz same-bits reference \
+        format lint clean
 
 all: configure
 	cmake --build --preset release --parallel $(JOBS)
@@ -48,6 +51,9 @@ setup-lint:
 
 setup-clang:
 	$(call install,$(CLANG_PACKAGES))
+
+setup-reference:
+	$(call install,$(REFERENCE_PACKAGES))
 
 configure: setup
 	@mkdir -p build
@@ -91,6 +97,11 @@ fuzz: setup setup-clang
 same-bits: setup setup-clang
 	tests/same_bits/compare_compilers.sh build/same_bits
 
+# A warning is an error.
+reference: setup-reference
+	@mkdir -p build
+	doxygen docs/Doxyfile
+
 SOURCES = $(shell git ls-files '*.c' '*.h' '*.cpp' '*.hpp')
 
 format: setup-lint
@@ -99,7 +110,7 @@ format: setup-lint
 lint: setup-lint configure
 	clang-format --dry-run -Werror $(SOURCES)
 	clang-tidy -quiet -p $(BUILD) $(filter src/%.cpp,$(SOURCES))
-	shellcheck .ci/run tests/same_bits/*.sh
+	shellcheck .ci/run tests/same_bits/*.sh tests/install/*.sh
 
 clean:
 	rm -rf build examples/output

@@ -25,7 +25,7 @@
  *   varIndex  variable of imageIn
  *   imageOut  out; must hold nothing; its contents are allocated (VORLFreeImage): one variable on the grid of imageIn,
  *             named after the variable with VORL_SUFFIX_FOR_INDICATOR or VORL_SUFFIX_FOR_GEOBODY
- *   indicator out; nxyz integers of the caller's, in place of an image
+ *   indicator  out; nxyz integers of the caller's, in place of an image
  *   lowerBound, upperBound   in; nintervals values each
  *
  * Statuses of the functions that take an interval set: -1100 varIndex out of range, -20 a null pointer, -611 a grid

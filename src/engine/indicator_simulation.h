@@ -10,9 +10,10 @@
 #include "engine/search_neighborhood.h"
 
 /* Sequential indicator simulation on a grid. Along a random path, each node takes a category drawn from its local
- * probabilities, which indicator kriging gives from the nearest data and the nearest nodes that have a category
- * already: one kriging system per category, each with its own covariance model and neighbourhood. Probabilities are cut
- * to [0, 1] and, for two categories or more, scaled to a sum of 1. Seeds and paths are those of engine/simulation.h.
+ * probabilities, which indicator kriging gives from the nearest data and the nearest nodes that have a
+ * category already: one kriging system per category, each with its own covariance model and neighbourhood.
+ * Probabilities are cut to [0, 1] and, for two categories or more, scaled to a sum of 1. Seeds and paths are those of
+ * engine/simulation.h.
  *
  * Reference: Chiles and Delfiner (2012), Geostatistics, 2nd edition, section 7.6.1.
  */

@@ -25,10 +25,3 @@ strict="-Wall -Wextra -Wpedantic -Wshadow -Werror"
   $CXX -std=c++11 $strict $($flags --cflags) "$source/main.cpp" -o "$work/cpp" $($flags --libs)
 }
 for program in c cpp; do LD_LIBRARY_PATH=$prefix/$KESTRUM_LIBDIR "$work/$program"; done
-
-# Nothing but the interface is visible.
-symbols=$(nm -D --defined-only "$prefix/$KESTRUM_LIBDIR/libkestrum.so" | awk '{ print $3 }' | grep -v -E '^(VORL|vorl_)' || true)
-if [ -n "$symbols" ]; then
-  echo "visible symbols that are not of the interface: $symbols"
-  exit 1
-fi
