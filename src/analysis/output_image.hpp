@@ -38,12 +38,6 @@ inline const real* VariableOf(const VORL_IMAGE& image, int varIndex) noexcept {
   return MakeOutputImage(in, 0, in.nvar, *in.grid, suffix, out);
 }
 
-// Renames the variables of `out` after those of `in` in the same place, followed by `suffix`, which must have room.
-void NameOutputVariables(const VORL_IMAGE& in, int firstVar, const char* suffix, VORL_IMAGE& out) noexcept;
-
-// Whether every name of these variables has room for the suffix.
-bool HasRoomForSuffix(const VORL_IMAGE& in, int firstVar, int nvar, const char* suffix) noexcept;
-
 }  // namespace kestrum
 
 #endif

@@ -1,6 +1,9 @@
 #ifndef KESTRUM_CORE_NODE_COORDINATES_HPP
 #define KESTRUM_CORE_NODE_COORDINATES_HPP
 
+#include <climits>
+#include <cstdint>
+
 #include "core/grid.h"
 
 namespace kestrum {
@@ -8,6 +11,12 @@ namespace kestrum {
 struct NodeCoordinates {
   int ix, iy, iz;
 };
+
+// Whether the stored products of sizes of at least 1 are theirs, and small enough for an int.
+inline bool ProductsAgree(const VORL_GRID& grid) noexcept {
+  const std::int64_t section = std::int64_t{grid.nx} * grid.ny;
+  return section == grid.nxy && section <= INT_MAX / grid.nz && section * grid.nz == grid.nxyz;
+}
 
 inline NodeCoordinates CoordinatesOf(const VORL_GRID& grid, int node) noexcept {
   const int inSection = node % grid.nxy;

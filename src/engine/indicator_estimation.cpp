@@ -52,24 +52,21 @@ class IndicatorEstimation {
         outputImage_(outputImage),
         dealing_(dealing) {}
 
-  // Data and lists. model(c) and list(c): the model and the moving neighbourhood of a category.
-  template <typename ModelOf, typename ListOf>
-  [[nodiscard]] int Prepare(int nuniqueDataMax, const int* nneighborLimit, const ModelOf& model,
-                            const ListOf& list) noexcept {
+  // Data and lists.
+  [[nodiscard]] int Prepare(int nuniqueDataMax, const CategorySystems& given) noexcept {
     const int ncategory = categories_.count();
     if (const int status = neighborhoods_.Allocate(ncategory); status != 0) return status;
     if (const int status = source_.Allocate(ncategory); status != 0) return status;
     bool anyUnique = false;
     for (int c = 0; c < ncategory; ++c) {
       neighborhoods_[c].unique = input_.searchRadiusRelative[c] == kUniqueNeighborhood;
-      neighborhoods_[c].model = model(c);
+      neighborhoods_[c].model = given.Model(c);
       anyUnique |= neighborhoods_[c].unique;
     }
     const auto same = [&](int a, int b) {
       if (neighborhoods_[a].unique != neighborhoods_[b].unique) return false;
-      if (!SameModel(neighborhoods_[a].model, neighborhoods_[b].model)) return false;
-      return neighborhoods_[a].unique ||
-             (nneighborLimit[a] == nneighborLimit[b] && SameList(*list(a).offsets, *list(b).offsets));
+      return neighborhoods_[a].unique ? SameModel(neighborhoods_[a].model, neighborhoods_[b].model)
+                                      : given.SameMoving(a, b);
     };
     const int nsystem = FindFirstAlike(ncategory, same, source_.data());
     if (anyUnique) {
@@ -82,7 +79,7 @@ class IndicatorEstimation {
       }
     }
     for (int c = 0; c < ncategory; ++c) {
-      if (!neighborhoods_[c].unique && nneighborLimit[c] < 1) return -71260;
+      if (!neighborhoods_[c].unique && given.limit[c] < 1) return -71260;
     }
     if (const int status = isDatum_.Allocate(image_.grid->nxyz); status != 0) return status;
     int ndata = 0;
@@ -94,8 +91,8 @@ class IndicatorEstimation {
     for (int c = 0; c < ncategory; ++c) {
       auto& [unique, krigingModel, systems, search, system] = neighborhoods_[c];
       if (unique || source_[c] != c) continue;
-      int status = search.Prepare(list(c), isDatum_, ndata, nneighborLimit[c], nsystem);
-      if (status == 0) status = systems.Prepare(krigingModel, list(c), search.capacity(), nsystem);
+      int status = search.Prepare(given.List(c), isDatum_, ndata, given.limit[c], nsystem);
+      if (status == 0) status = systems.Prepare(krigingModel, given.List(c), search.capacity(), nsystem);
       if (status != 0) return status;
       capacity_ = std::max(capacity_, systems.capacity);
     }
@@ -228,14 +225,8 @@ int Estimate(VORL_KESTRUMINDICATORINPUT* input, BOOLEAN ordinaryKriging, VORL_IM
   const RunMonitor monitor(progressMonitor, progressCallback, dealing.threaded());
   IndicatorEstimation estimation(*input, ordinaryKriging != 0, *image, *outputImage, dealing);
   int status = estimation.Prepare(
-      nuniqueDataMax, nneighborLimit,
-      [&](int c) {
-        return MakeKrigingModel(&input->covModel[c], ordinaryKriging, rotationStationary[c], weightStationary[c],
-                                covModelStationary[c], sill[c], rotationMatrix[c]);
-      },
-      [&](int c) {
-        return NeighborList{&searchNeighborhood[c], neighborShift[c], *image->grid};
-      });
+      nuniqueDataMax, {input->covModel, ordinaryKriging, rotationStationary, weightStationary, covModelStationary, sill,
+                       rotationMatrix, searchNeighborhood, neighborShift, nneighborLimit, *image->grid});
   if (status != 0) return status;
   if (status = estimation.AllocateScratch(); status != 0) return status;
   if (monitor.AbortedRun()) return kAborted;

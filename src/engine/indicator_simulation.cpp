@@ -15,20 +15,17 @@ class IndicatorLaw {
  public:
   IndicatorLaw(const SimulationRun& run, const Categories& categories) noexcept : run_(run), categories_(categories) {}
 
-  // model(c), list(c), limit[c]: model, neighbourhood and largest number of neighbours of a category.
-  template <typename ModelOf, typename ListOf>
-  [[nodiscard]] int Prepare(const ModelOf& model, const ListOf& list, const int* limit) noexcept {
+  [[nodiscard]] int Prepare(const CategorySystems& given) noexcept {
     const int ncategory = categories_.count();
     if (const int status = source_.Allocate(ncategory); status != 0) return status;
     if (const int status = systems_.Allocate(ncategory); status != 0) return status;
-    const auto same = [&](int a, int b) {
-      return limit[a] == limit[b] && SameModel(model(a), model(b)) && SameList(*list(a).offsets, *list(b).offsets);
-    };
+    const auto same = [&](int a, int b) { return given.SameMoving(a, b); };
     const int nsystem = FindFirstAlike(ncategory, same, source_.data());
     int capacity = 1;
     for (int c = 0; c < ncategory; ++c) {
       if (source_[c] != c) continue;
-      if (const int status = systems_[c].Prepare(model(c), list(c), limit[c], nsystem); status != 0) return status;
+      if (const int status = systems_[c].Prepare(given.Model(c), given.List(c), given.limit[c], nsystem); status != 0)
+        return status;
       capacity = std::max(capacity, systems_[c].capacity);
     }
     if (const int status = scratches_.Allocate(run_.dealing.nthreads()); status != 0) return status;
@@ -116,15 +113,9 @@ int Simulate(VORL_KESTRUMINDICATORINPUT* input, BOOLEAN ordinaryKriging, VORL_IM
       reportFile, RunMonitor(progressMonitor, progressCallback, dealing.threaded()), dealing);
   const Categories categories(*input, ordinaryKriging != 0);
   IndicatorLaw law(run, categories);
-  const int status = law.Prepare(
-      [&](int c) {
-        return MakeKrigingModel(&input->covModel[c], ordinaryKriging, rotationStationary[c], weightStationary[c],
-                                covModelStationary[c], sill[c], rotationMatrix[c]);
-      },
-      [&](int c) {
-        return NeighborList{&searchNeighborhood[c], neighborShift[c], *image->grid};
-      },
-      nneighborLimit);
+  const int status =
+      law.Prepare({input->covModel, ordinaryKriging, rotationStationary, weightStationary, covModelStationary, sill,
+                   rotationMatrix, searchNeighborhood, neighborShift, nneighborLimit, *image->grid});
   if (status != 0) return status;
   return SimulateRealizations(run, law, false);
 }

@@ -204,8 +204,8 @@ class PathView {
   int next_ = 0;
 };
 
-// How far each thread has come: all ranks of its own below `next` have their values. Each count has a cache line of
-// its own.
+// How far each thread has come: all positions of its own below `next` have their values. Each count has a cache line
+// of its own.
 class PathProgress {
  public:
   [[nodiscard]] int Allocate(int nthreads) noexcept {
@@ -292,7 +292,7 @@ int SimulatePath(const SimulationRun& run, Law& law, const NodeDraws& draws, con
       if (stopped()) return;
       view.MoveTo(run.simulationPath, first + start);
       law.Solve(thread, nodes, n, view);
-      const int done = team > 1 ? progress.DoneBefore(thread, start, team) : start;
+      const int done = progress.DoneBefore(thread, start, team);
       view.MarkFresh(run.simulationPath, first + done, first + start);
       for (int i = 0; i < n; ++i) {
         if (!report(start + i)) return;
@@ -370,8 +370,7 @@ int SimulateRealizations(const SimulationRun& run, Law& law, bool inequalityNode
       char what[80];
       std::snprintf(what, sizeof what, "CPU time (sec) for realization %5d of %5d", r + 1, run.nrealization);
       std::fputs(VORL_SEPARATION_LINE_STAR, run.report);
-      std::fprintf(run.report, "%-68s: %10.4E\n", what,
-                   static_cast<double>(std::clock() - start) / static_cast<double>(CLOCKS_PER_SEC));
+      WriteCpuTime(what, std::clock() - start, run.report);
       std::fputs(VORL_SEPARATION_LINE_STAR, run.report);
     }
     if (run.outputImage != nullptr) {

@@ -12,6 +12,7 @@
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/memory.h"
+#include "core/node_coordinates.hpp"
 #include "core/object_array.hpp"
 #include "core/parallel.hpp"
 #include "core/status.h"
@@ -164,18 +165,30 @@ class Run {
     return status != 0 ? status : verdict;
   }
 
-  // Time counts from here: report head and validation are left out.
-  void StartClock() noexcept { start_ = std::clock(); }
+  // The beginning of a run: head of the report, and validation. Time counts from its end.
+  template <typename Flag, typename Validate>
+  [[nodiscard]] int Begin(const char* heading, int (*printInput)(Input*, char*, FILE*), Validate* validate,
+                          Flag* rotationStationary, Flag* weightStationary, Flag* rangeStationary,
+                          Flag* covModelStationary) noexcept {
+    int status = OpenReport(heading, printInput);
+    if (status == 0) {
+      status = ValidateWith<Flag>(validate, rotationStationary, weightStationary, rangeStationary, covModelStationary);
+    }
+    start_ = std::clock();
+    return status;
+  }
+
+  // Calls a worker in its serial form, or its threaded twin with the number of threads behind the other arguments.
+  template <typename Call, typename Serial, typename Threaded>
+  int CallWorker(const Call& call, Serial* serial, Threaded* threaded) const noexcept {
+    return dealing_.threaded() ? call(threaded, dealing_.nthreads()) : call(serial);
+  }
 
   // The sizes of the grid and of its stored products must agree: everything is laid out by them. No node at all is left
   // to the allocations to refuse.
   int CheckGridProducts() const noexcept {
     const VORL_GRID& grid = *input_->simGrid;
-    const std::int64_t section = static_cast<std::int64_t>(grid.nx) * grid.ny;
-    if (grid.nxyz != 0 && (section != grid.nxy || section > INT_MAX / grid.nz || section * grid.nz != grid.nxyz)) {
-      return -601;
-    }
-    return 0;
+    return grid.nxyz == 0 || ProductsAgree(grid) ? 0 : -601;
   }
 
   // An image of one variable with the variable's name, all missing.
@@ -258,8 +271,7 @@ class Run {
   void WriteReportFoot(std::clock_t end) const noexcept {
     FILE* const stream = report_.stream();
     std::fputs(VORL_SEPARATION_LINE_EQUAL, stream);
-    std::fprintf(stream, "%-68s: %10.4E\n", "CPU time (sec), in total",
-                 static_cast<double>(end - start_) / static_cast<double>(CLOCKS_PER_SEC));
+    WriteCpuTime("CPU time (sec), in total", end - start_, stream);
     std::fputs(VORL_SEPARATION_LINE_EQUAL, stream);
     std::fputs(VORL_SEPARATION_LINE_EQUAL, stream);
     if (monitor_ == nullptr || monitor_->nwarning == 0) {
@@ -310,10 +322,9 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
   using Run::Run;
 
   int Execute() noexcept {
-    int status = OpenReport("kestrumInput:\n", VORLKestrumPrintKestrumInput);
-    if (status == 0) status = Validate();
+    int status = Begin("kestrumInput:\n", VORLKestrumPrintKestrumInput, VORLKestrumValidateKestrumInput,
+                       &rotationStationary_, &weightStationary_, &rangeStationary_, &covModelStationary_);
     if (status != 0) return status;
-    StartClock();
     VORL_RANDCONTEXT randContext;
     VORLInitRandContext(&randContext);
     const Mode mode(*input_);
@@ -341,11 +352,6 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
   }
 
  private:
-  int Validate() noexcept {
-    return ValidateWith(VORLKestrumValidateKestrumInput, &rotationStationary_, &weightStationary_, &rangeStationary_,
-                        &covModelStationary_);
-  }
-
   // Data into the working image; their mean, and the sill of the model.
   int IntegrateData(Mode mode) noexcept {
     real** const minimum = mode.simulation ? inequalityMin_.slot() : nullptr;
@@ -415,8 +421,7 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
                       nodeStatus_.data(), input_->simGrid->nxyz, simulationPath_.data(), pathFirstSimulated_,
                       report_.stream(), monitor_, callback_, nthreads...);
     };
-    return dealing_.threaded() ? estimate(VORLOMPKestrumSimEstimation, dealing_.nthreads())
-                               : estimate(VORLKestrumSimEstimation);
+    return CallWorker(estimate, VORLKestrumSimEstimation, VORLOMPKestrumSimEstimation);
   }
 
   int Simulate(Mode mode, real** rotationMatrix, Neighborhood& neighborhood) noexcept {
@@ -430,8 +435,7 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
                       pathFirstSimulated_, dataValue_.data(), ndata_, report_.stream(), monitor_, callback_,
                       nthreads...);
     };
-    return dealing_.threaded() ? simulate(VORLOMPKestrumSimSimulation, dealing_.nthreads())
-                               : simulate(VORLKestrumSimSimulation);
+    return CallWorker(simulate, VORLKestrumSimSimulation, VORLOMPKestrumSimSimulation);
   }
 
   int EstimateUnique(Mode mode, real** rotationMatrix) noexcept {
@@ -440,8 +444,7 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
                       outputImage_.get(), sill_, rotationMatrix, ndata_, input_->simGrid->nxyz, simulationPath_.data(),
                       pathFirstSimulated_, report_.stream(), monitor_, callback_, nthreads...);
     };
-    return dealing_.threaded() ? estimate(VORLOMPKestrumSimEstimationUniqueSN, dealing_.nthreads())
-                               : estimate(VORLKestrumSimEstimationUniqueSN);
+    return CallWorker(estimate, VORLKestrumSimEstimationUniqueSN, VORLOMPKestrumSimEstimationUniqueSN);
   }
 
   BOOLEAN rotationStationary_ = TRUE;
@@ -465,10 +468,10 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
   }
 
   int Execute() noexcept {
-    int status = OpenReport("kestrumIndicatorInput:\n", VORLKestrumPrintKestrumIndicatorInput);
-    if (status == 0) status = Validate();
+    int status = Begin("kestrumIndicatorInput:\n", VORLKestrumPrintKestrumIndicatorInput,
+                       VORLKestrumValidateKestrumIndicatorInput, &rotationStationary_, &weightStationary_,
+                       &rangeStationary_, &covModelStationary_);
     if (status != 0) return status;
-    StartClock();
     VORL_RANDCONTEXT randContext;
     VORLInitRandContext(&randContext);
     const Mode mode(*input_);
@@ -487,11 +490,6 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
   }
 
  private:
-  int Validate() noexcept {
-    return ValidateWith(VORLKestrumValidateKestrumIndicatorInput, &rotationStationary_, &weightStationary_,
-                        &rangeStationary_, &covModelStationary_);
-  }
-
   // The category of a value, -1 if it is none.
   int CategoryOf(real value) const noexcept {
     for (int c = 0; c < input_->ncategory; ++c) {
@@ -618,12 +616,9 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
                       simulationPath_.data(), pathFirstSimulated_, dataValue_.data(), ndata_, report_.stream(),
                       monitor_, callback_, nthreads...);
     };
-    if (mode.simulation) {
-      return dealing_.threaded() ? simulate(VORLOMPKestrumIndicatorSimSimulation, dealing_.nthreads())
-                                 : simulate(VORLKestrumIndicatorSimSimulation);
-    }
-    return dealing_.threaded() ? estimate(VORLOMPKestrumIndicatorSimEstimation, dealing_.nthreads())
-                               : estimate(VORLKestrumIndicatorSimEstimation);
+    return mode.simulation
+               ? CallWorker(simulate, VORLKestrumIndicatorSimSimulation, VORLOMPKestrumIndicatorSimSimulation)
+               : CallWorker(estimate, VORLKestrumIndicatorSimEstimation, VORLOMPKestrumIndicatorSimEstimation);
   }
 
   BOOLEAN* rotationStationary_ = nullptr;

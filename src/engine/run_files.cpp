@@ -30,4 +30,8 @@ int WriteImageToFile(VORL_IMAGE* image, const char* formatString, const char* ro
                         file.stream());
 }
 
+void WriteCpuTime(const char* what, std::clock_t duration, FILE* stream) noexcept {
+  std::fprintf(stream, "%-68s: %10.4E\n", what, static_cast<double>(duration) / static_cast<double>(CLOCKS_PER_SEC));
+}
+
 }  // namespace kestrum

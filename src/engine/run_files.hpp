@@ -2,6 +2,7 @@
 #define KESTRUM_ENGINE_RUN_FILES_HPP
 
 #include <cstdio>
+#include <ctime>
 
 #include "core/image.h"
 
@@ -28,6 +29,9 @@ class File {
 // Writes the image as text to the file root + suffix. The status of the opening (-110) or of the writer.
 [[nodiscard]] int WriteImageToFile(VORL_IMAGE* image, const char* formatString, const char* root,
                                    const char* suffix) noexcept;
+
+// Writes the line of a report that tells a time of the processor.
+void WriteCpuTime(const char* what, std::clock_t duration, FILE* stream) noexcept;
 
 }  // namespace kestrum
 

@@ -4,22 +4,10 @@
 
 #include "numeric/gmres_batch_levels.hpp"
 #include "numeric/gmres_body.hpp"
+#include "numeric/kernel_choice.hpp"
 
 namespace kestrum {
 namespace {
-
-BatchOutcome RunKernel(const BatchProblem& problem, bool shared, SimdLevel level) {
-  switch (level) {
-#if defined(__x86_64__)
-    case SimdLevel::kAvx512:
-      return SolveBatchAvx512(problem, shared);
-    case SimdLevel::kAvx2:
-      return SolveBatchAvx2(problem, shared);
-#endif
-    default:
-      return SolveBatchBaseline(problem, shared);
-  }
-}
 
 // Runs the kernel, and what lanes it leaves through the plain solver, each from its guess again. `rows` is the matrix
 // of lane 0, `laneStep` the step to the matrix of the next lane.
@@ -29,7 +17,8 @@ unsigned SolveAllLanes(const BatchProblem& problem, const StridedRows& rows, int
   std::memcpy(guess, problem.x, n * kLanes * sizeof(double));
   BatchProblem inner = problem;
   inner.work = guess + n * kLanes;
-  const BatchOutcome outcome = RunKernel(inner, laneStep == 0, level);
+  const auto kernel = KernelAt<&SolveBatchBaseline, &SolveBatchAvx2, &SolveBatchAvx512>(level);
+  const BatchOutcome outcome = kernel(inner, laneStep == 0);
   unsigned converged = outcome.converged;
   for (int lane = 0; outcome.alone >> lane != 0; ++lane) {
     if ((outcome.alone >> lane & 1) == 0) continue;
