@@ -50,6 +50,7 @@ class KMeans {
     const std::size_t nfeature = static_cast<std::size_t>(points_.nfeature);
     if (const int status = packed_.Allocate(nfeature * static_cast<std::size_t>(ncluster_)); status != 0) return status;
     if (const int status = sums_.Allocate(nfeature * static_cast<std::size_t>(sumStride_)); status != 0) return status;
+    if (const int status = left_.Allocate(static_cast<std::size_t>(points_.n)); status != 0) return status;
     return distance_.Allocate(static_cast<std::size_t>(points_.n));
   }
 
@@ -93,22 +94,44 @@ class KMeans {
     return 0;
   }
 
-  // The inertia after the iterations.
+  // The inertia after the iterations. The pass over the points that measures how far the centres moved to are finds the
+  // next assignment as well; if the iterations stop there, it is taken back.
   double Iterate(const Clusters& clusters, int itMax, double tolerance) noexcept {
     Pack(clusters.center, 0, ncluster_);
-    double previous = 0.0;
-    double inertia = 0.0;
-    for (int it = 0; it < itMax; ++it) {
-      ForNearest(ncluster_, [&](std::ptrdiff_t i, int nearest, double) noexcept {
-        if (points_.Counts(i)) clusters.assignment[i] = nearest;
-      });
+    ForNearest(ncluster_, [&](std::ptrdiff_t i, int nearest, double distance) noexcept {
+      if (!points_.Counts(i)) return;
+      clusters.assignment[i] = nearest;
+      SetDistance(i, distance);
+    });
+    SumMembers(clusters);
+    for (int it = 0; it < itMax - 1; ++it) {
       MoveCenters(clusters);
-      Pack(clusters.center, 0, ncluster_);
-      inertia = Inertia(clusters.assignment);
-      if (it > 0 && std::fabs(previous - inertia) / previous < tolerance) break;
-      previous = inertia;
+      const double before = inertia_;
+      ForNearest(ncluster_, [&](std::ptrdiff_t i, int nearest, double distance) noexcept {
+        if (!points_.Counts(i)) return;
+        const int own = clusters.assignment[i];
+        const bool known = nearest == own && distance < std::numeric_limits<double>::infinity();
+        SetDistance(i, known ? distance : Distance(i, own));
+        left_[static_cast<std::size_t>(i)] = own;
+        clusters.assignment[i] = nearest;
+      });
+      SumMembers(clusters);
+      if (it > 0 && std::fabs(before - inertia_) / before < tolerance) {
+        for (std::ptrdiff_t i = 0; i < points_.n; ++i) {
+          if (points_.Counts(i)) clusters.assignment[i] = left_[static_cast<std::size_t>(i)];
+        }
+        CountMembers(clusters);
+        return inertia_;
+      }
     }
-    return inertia;
+    MoveCenters(clusters);
+    dealing_.Blocks(points_.n, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      for (std::ptrdiff_t i = begin; i < end; ++i) {
+        if (points_.Counts(i)) SetDistance(i, Distance(i, clusters.assignment[i]));
+      }
+    });
+    SumDistances();
+    return inertia_;
   }
 
  private:
@@ -142,19 +165,41 @@ class KMeans {
     });
   }
 
-  void MoveCenters(const Clusters& clusters) noexcept {
-    dealing_.Blocks(points_.nfeature + 1, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+  void SetDistance(std::ptrdiff_t i, double distance) noexcept {
+    distance_[static_cast<std::size_t>(i)] = points_.Weight(i) * distance;
+  }
+
+  // The square of a point's distance from a centre.
+  double Distance(std::ptrdiff_t i, int c) const noexcept {
+    const double* const center = packed_.data() + static_cast<std::ptrdiff_t>(c) * points_.nfeature;
+    double sum = 0.0;
+    for (int f = 0; f < points_.nfeature; ++f) {
+      const double difference = points_.data[f][i] - center[f];
+      sum += difference * difference;
+    }
+    return sum;
+  }
+
+  // All sums over the points: the threads share the features, the counts and the inertia.
+  void SumMembers(const Clusters& clusters) noexcept {
+    dealing_.Blocks(points_.nfeature + 2, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       if (begin == 0) CountMembers(clusters);
-      for (std::ptrdiff_t f = std::max<std::ptrdiff_t>(begin, 1) - 1; f < end - 1; f += kSideBySide) {
-        SumFeatures(clusters.assignment, f, std::min<std::ptrdiff_t>(f + kSideBySide, end - 1));
+      if (end == points_.nfeature + 2) SumDistances();
+      const std::ptrdiff_t endFeature = std::min<std::ptrdiff_t>(end - 1, points_.nfeature);
+      for (std::ptrdiff_t f = std::max<std::ptrdiff_t>(begin, 1) - 1; f < endFeature; f += kSideBySide) {
+        SumFeatures(clusters.assignment, f, std::min<std::ptrdiff_t>(f + kSideBySide, endFeature));
       }
     });
+  }
+
+  void MoveCenters(const Clusters& clusters) noexcept {
     for (int c = nfixed_; c < ncluster_; ++c) {
       const double divisor = clusters.size[c] == 0       ? 1.0
                              : points_.weight == nullptr ? clusters.size[c]
                                                          : clusters.weight[c];
       for (int f = 0; f < points_.nfeature; ++f) clusters.center[f][c] = Sums(f)[c] / divisor;
     }
+    Pack(clusters.center, 0, ncluster_);
   }
 
   void CountMembers(const Clusters& clusters) const noexcept {
@@ -181,24 +226,11 @@ class KMeans {
     }
   }
 
-  double Inertia(const int* assignment) noexcept {
-    dealing_.Blocks(points_.n, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-      for (std::ptrdiff_t i = begin; i < end; ++i) {
-        if (!points_.Counts(i)) continue;
-        const double* const center = packed_.data() + static_cast<std::ptrdiff_t>(assignment[i]) * points_.nfeature;
-        double sum = 0.0;
-        for (int f = 0; f < points_.nfeature; ++f) {
-          const double difference = points_.data[f][i] - center[f];
-          sum += difference * difference;
-        }
-        distance_[static_cast<std::size_t>(i)] = points_.Weight(i) * sum;
-      }
-    });
-    double inertia = 0.0;
+  void SumDistances() noexcept {
+    inertia_ = 0.0;
     for (std::ptrdiff_t i = 0; i < points_.n; ++i) {
-      if (points_.Counts(i)) inertia += distance_[static_cast<std::size_t>(i)];
+      if (points_.Counts(i)) inertia_ += distance_[static_cast<std::size_t>(i)];
     }
-    return inertia;
   }
 
   const Points points_;
@@ -209,7 +241,10 @@ class KMeans {
   FindNearestCentersFunction* const findNearest_;
   Buffer<double> packed_;
   Buffer<double> sums_;
-  Buffer<double> distance_;  // one entry per point
+  double inertia_ = 0.0;
+  // One entry per point: its weighted squared distance from its centre, and the cluster that it was in before.
+  Buffer<double> distance_;
+  Buffer<int> left_;
 };
 
 // Arrays for runs that may not be kept.

@@ -23,16 +23,17 @@ KESTRUM_BEGIN_DECLS
  *   clusterSize     out; ncluster numbers of points
  *   inertia         out; sum over the points of the square of their distance to their centre, times their weights
  *   itMax           largest number of iterations, at least 1
- *   nstart          number of runs, of which the one of least inertia is kept: the first of several, and none if all
- *                   reach VORL_INFINITY; the outputs are then left alone, and the inertia is that. At or below 0: one
- *                   run, from the centres that the caller has set
+ *   nstart          number of runs, of which the one of least inertia is kept: the first of several. Above 1, a run is
+ *                   not kept if its inertia is NaN or reaches VORL_INFINITY; if none is, the outputs are left alone,
+ *                   and the inertia is VORL_INFINITY. At or below 0: one run, from the centres that the caller has set
  *   initMode        1: initial centres by k-means++ (Arthur and Vassilvitskii, 2007, Proceedings of SODA); others:
  *                   random points, all different
  *   randContext     in and out; not looked at if nstart is at or below 0
  * Statuses: -5200 nfeature, -5201 ncluster, -5202 nfixedCluster, -5203 itMax; those of VORLMalloc and
  * VORLMallocArray2D.
- * Thread safety: calls that write to different arrays may run at the same time. The VORLOMP form shares the work among
- * nthreads threads. Every sum has the order of the points, so that its results are the same to the last bit. */
+ * Thread safety: calls that write to different arrays and contexts may run at the same time. The VORLOMP form shares
+ * the work among nthreads threads (one if it is below 1). Every sum has the order of the points, so that its results
+ * are the same to the last bit. */
 KESTRUM_API int VORLKMeans(int n, int nfeature, int ncluster, int nfixedCluster, double** data, char* mask,
                            real tolerance, double* weight, double** center, double* clusterWeight, int* assignment,
                            int* clusterSize, double* inertia, int itMax, int nstart, int initMode,
