@@ -18,8 +18,6 @@ static char *NewText(size_t size, const char *text) {
 %refuse_none(char *name)
 %refuse_none(char *text)
 %refuse_none(char **varName)
-%refuse_none(VORL_KESTRUMINPUT *input)
-%refuse_none(VORL_KESTRUMINDICATORINPUT *input)
 %newobject vorl_get_varname;
 
 %inline %{

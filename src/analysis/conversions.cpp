@@ -8,8 +8,10 @@
 #include <limits>
 
 #include "analysis/nearest_node.hpp"
+#include "analysis/output_image.hpp"
 #include "core/buffer.hpp"
 #include "core/memory.h"
+#include "core/point_set.hpp"
 
 namespace kestrum {
 namespace {
@@ -52,6 +54,7 @@ bool CountSamples(const VORL_GRID& grid, const real (&reference)[3], Sampling* s
 
 int Extract(const VORL_IMAGE& in, VORL_IMAGE* out, const real (&reference)[3], Sampling (&samplings)[3],
             int ndirection) {
+  if (in.grid == nullptr || out == &in) return -20;
   const VORL_GRID& grid = *in.grid;
   if (!LiesBetweenFaces(reference[0], grid.ox, grid.sx, grid.nx)) return -86201;
   if (!LiesBetweenFaces(reference[1], grid.oy, grid.sy, grid.ny)) return -86202;
@@ -75,6 +78,9 @@ int Extract(const VORL_IMAGE& in, VORL_IMAGE* out, const real (&reference)[3], S
   const std::int64_t nxy = std::int64_t{first.count()} * second.count();
   if (nxy > kMost || nxy * third.count() > kMost / std::max(in.nvar, 1)) return kStepTooSmall;
   const int nxyz = static_cast<int>(nxy * third.count());
+  if (in.nvar > 0) {
+    if (const int status = CheckImage(in); status != 0) return status;
+  }
 
   const int nvar = std::max(in.nvar, 0);
   if (const int status = VORLMallocImage(out, nxyz, nvar); status != 0) return status;
@@ -233,6 +239,7 @@ int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** varMin, real
                      int conflictMode, int* nvarIgnored, int* nconflict, BOOLEAN merge) noexcept {
   *nvarIgnored = 0;
   *nconflict = 0;
+  if (source->grid == nullptr || target->grid == nullptr) return -20;
   const int difference = std::abs(VORLCmpGrid(source->grid, target->grid));
   if (difference >= 1 && difference <= 3) return -150;
 
@@ -272,6 +279,7 @@ int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin
   *nvarIgnored = 0;
   *npointDropped = 0;
   *nconflict = 0;
+  if (!IsWhole(*source)) return -20;
   const Merger merger(target, varMin, varMax, conflictMode, nconflict);
   Buffer<Route> routes;
   if (const int status =
@@ -320,8 +328,10 @@ int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin
 
 int VORLImageToPointSet(VORL_IMAGE* image, VORL_POINTSET* pointSet) noexcept {
   constexpr int kNothingInformed = -165;
+  if (image->grid == nullptr) return -20;
   const VORL_GRID& grid = *image->grid;
   if (image->nvar < 1 || grid.nxyz < 1) return kNothingInformed;
+  if (const int status = CheckImage(*image); status != 0) return status;
   const std::size_t nvar = static_cast<std::size_t>(image->nvar);
   const std::size_t nxyz = static_cast<std::size_t>(grid.nxyz);
   Buffer<BOOLEAN> keptVariables;

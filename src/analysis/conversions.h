@@ -41,7 +41,8 @@ KESTRUM_BEGIN_DECLS
  *   dirX, dirY, dirZ  direction, of length at least 1e-5; normalised here
  *   step              distance between samples, at least 1e-5
  * Statuses: -86201, -86202, -86203 reference point outside along x, y, z; -86211 direction too short; -86206 step too
- * small (also if the number of samples does not fit an int); those of VORLMallocImage. */
+ * small (also if the number of samples does not fit an int); -20 or -611 imageIn not valid, or -20 imageOut is imageIn;
+ * those of VORLMallocImage. */
 KESTRUM_API int VORLImageExtract1D(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, real refX, real refY, real refZ,
                                    real dirX, real dirY, real dirZ, real step) KESTRUM_NOEXCEPT;
 
@@ -64,8 +65,8 @@ KESTRUM_API int VORLImageExtract3D(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, re
  *   nvarIgnored         out; number of source variables ignored
  *   nconflict           out; number of conflicts
  *   merge               FALSE: variables are copied as a whole, missing values too; TRUE: only informed nodes are moved
- * Statuses: -150 different dimensions; -151 variable without a target; -152 conflict in mode 0; those of VORLMalloc. A
- * failure leaves in target what has been moved until then. */
+ * Statuses: -20 no grid; -150 different dimensions; -151 variable without a target; -152 conflict in mode 0; those of
+ * VORLMalloc. A failure leaves in target what has been moved until then. */
 KESTRUM_API int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** varMin, real** varMax,
                                  int ignoreUnmatchedVar, int conflictMode, int* nvarIgnored, int* nconflict,
                                  BOOLEAN merge) KESTRUM_NOEXCEPT;
@@ -77,8 +78,8 @@ KESTRUM_API int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** 
  *   placementMode       0: a point out of the box fails; 1: it is dropped; 2: also a point not at a node is dropped
  *                       (squared distance to the nearest node of 1e-10 or more)
  *   npointDropped       out; number of points dropped
- * Statuses: -160 variable without a target; -161 point out of the box in mode 0; -162 conflict in mode 0; those of
- * VORLMalloc. A failure leaves in target what has been moved until then. */
+ * Statuses: -20 source has a null pointer; -160 variable without a target; -161 point out of the box in mode 0; -162
+ * conflict in mode 0; those of VORLMalloc. A failure leaves in target what has been moved until then. */
 KESTRUM_API int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin, real** varMax,
                                     int ignoreUnmatchedVar, int placementMode, int conflictMode, int* nvarIgnored,
                                     int* npointDropped, int* nconflict) KESTRUM_NOEXCEPT;
@@ -87,7 +88,7 @@ KESTRUM_API int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, r
  *   image     in
  *   pointSet  out; must hold nothing; its contents are allocated (VORLFreePointSet). Only variables informed somewhere
  *             and nodes informed in some variable are kept.
- * Statuses: -165 nothing informed; those of VORLMallocPointSet. */
+ * Statuses: -165 nothing informed; -20 or -611 image not valid; those of VORLMallocPointSet. */
 KESTRUM_API int VORLImageToPointSet(VORL_IMAGE* image, VORL_POINTSET* pointSet) KESTRUM_NOEXCEPT;
 
 KESTRUM_END_DECLS

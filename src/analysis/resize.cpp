@@ -38,6 +38,7 @@ int Resize(const VORL_IMAGE& in, VORL_IMAGE* out, const Range (&ranges)[4]) noex
   const VORL_GRID& grid = *in.grid;
   const int nxyz = static_cast<int>(nxy * z.size());
   const int nvar = static_cast<int>(v.size());
+  if (out == &in) return -20;
   if (const int status = VORLMallocImage(out, nxyz, nvar); status != 0) return status;
   *out->grid = {static_cast<int>(x.size()),
                 static_cast<int>(y.size()),

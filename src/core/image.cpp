@@ -72,6 +72,10 @@ void VORLFreeImage(VORL_IMAGE* image) noexcept {
 }
 
 int VORLCopyImage(VORL_IMAGE* dst, VORL_IMAGE* src) noexcept {
+  if (dst == src) return -20;
+  VORLInitImage(dst);
+  if (src->grid == nullptr) return -20;
+  if (src->nvar > 0 && (src->varName == nullptr || (src->var == nullptr && src->nxyzv > 0))) return -20;
   if (const int status = VORLMallocImage(dst, src->grid->nxyz, src->nvar); status != 0) return status;
   VORLCopyGrid(dst->grid, src->grid);
   dst->nvar = src->nvar;

@@ -42,7 +42,8 @@ KESTRUM_API void VORLFreeImage(VORL_IMAGE* image) KESTRUM_NOEXCEPT;
 
 /* Copies src, which has at least one variable, with all that it owns.
  *   dst  out: a record whose pointers are unused.
- * Returns 0 or the status of VORLMallocImage; dst can be released in both cases. */
+ * Returns 0; -20 if dst is src, or a pointer of src is null; the status of VORLMallocImage. A dst of its own can be
+ * released in every case. */
 KESTRUM_API int VORLCopyImage(VORL_IMAGE* dst, VORL_IMAGE* src) KESTRUM_NOEXCEPT;
 
 /* Tests an image.

@@ -12,6 +12,7 @@
 #include "core/image.h"
 #include "core/memory.h"
 #include "core/nested_prefix.hpp"
+#include "core/point_set.hpp"
 #include "core/variables.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_POINTSET> && sizeof(VORL_POINTSET) == 56);
@@ -103,6 +104,9 @@ void VORLFreePointSet(VORL_POINTSET* ps) noexcept {
 }
 
 int VORLCopyPointSet(VORL_POINTSET* dst, VORL_POINTSET* src) noexcept {
+  if (dst == src) return -20;
+  VORLInitPointSet(dst);
+  if (!kestrum::IsWhole(*src)) return -20;
   if (const int status = VORLMallocPointSet(dst, src->npoint, src->nvar); status != 0) return status;
   dst->npoint = src->npoint;
   dst->nvar = src->nvar;

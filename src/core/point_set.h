@@ -39,7 +39,8 @@ KESTRUM_API void VORLFreePointSet(VORL_POINTSET* ps) KESTRUM_NOEXCEPT;
 
 /* Copies src, which has at least one variable, with all that it owns.
  *   dst  out: a record whose pointers are unused.
- * Returns 0 or the status of VORLMallocPointSet; dst can be released in both cases. */
+ * Returns 0; -20 if dst is src, or a pointer of src is null; the status of VORLMallocPointSet. A dst of its own can be
+ * released in every case. */
 KESTRUM_API int VORLCopyPointSet(VORL_POINTSET* dst, VORL_POINTSET* src) KESTRUM_NOEXCEPT;
 
 /* Tests the variables' number and names; points and values are not tested.

@@ -328,6 +328,7 @@ int VORLReadImage(VORL_IMAGE* image, int fileFormat, FILE* stream) noexcept {
 
 int VORLWriteImage(VORL_IMAGE* image, char* formatString, int fileFormat, FILE* stream) noexcept {
   if (fileFormat < 0 || fileFormat >= kTextFormatCount) return -1020;
+  if (image->grid == nullptr) return -20;
   const bool isMap = fileFormat == kPgm || fileFormat == kPpm;
   if (isMap && image->nvar != MapOf(fileFormat).nvar) return MapOf(fileFormat).wrongNvarStatus;
   if (isMap && image->grid->nz != 1) return MapOf(fileFormat).not2DStatus;
@@ -368,6 +369,7 @@ int VORLReadImageGslibBinary(VORL_IMAGE* image, FILE* stream) noexcept {
 }
 
 int VORLWriteImageGslibBinary(VORL_IMAGE* image, FILE* stream) noexcept {
+  if (image->grid == nullptr) return -20;
   BinaryHeader header;
   header.grid = *image->grid;
   header.nvar = image->nvar;

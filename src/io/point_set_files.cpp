@@ -7,6 +7,7 @@
 #include "core/growing_buffer.hpp"
 #include "core/memory.h"
 #include "core/page_size.hpp"
+#include "core/point_set.hpp"
 #include "io/names_ahead.hpp"
 #include "io/text_reader.hpp"
 #include "io/text_writer.hpp"
@@ -91,6 +92,7 @@ int VORLReadPointSet(VORL_POINTSET* ps, FILE* stream) noexcept {
 }
 
 int VORLWritePointSet(VORL_POINTSET* ps, char* coordFormat, char* varFormat, FILE* stream) noexcept {
+  if (!IsWhole(*ps)) return -20;
   FormatList coordFormats;
   FormatList varFormats;
   if (const int status = coordFormats.Split(coordFormat, 3); status != 0) return status;

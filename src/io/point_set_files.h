@@ -40,8 +40,9 @@ KESTRUM_API int VORLReadPointSet(VORL_POINTSET* ps, FILE* stream) KESTRUM_NOEXCE
  *                if there are fewer than three, an int if 'd' or 'i' is the last character, a double otherwise
  *   varFormat    in; the same for the variables. Not looked at if there is no variable.
  *   stream       open for writing
- * Statuses: -1021 no format, or one that VORLWriteImage refuses; those of VORLMalloc. All of them stand before the
- * first byte is written. A failure of the stream itself is not reported. */
+ * Statuses: -20 a null pointer where there are points or variables; -1021 no format, or one that VORLWriteImage
+ * refuses; those of VORLMalloc. All of them stand before the first byte is written. A failure of the stream itself is
+ * not reported. */
 KESTRUM_API int VORLWritePointSet(VORL_POINTSET* ps, char* coordFormat, char* varFormat, FILE* stream) KESTRUM_NOEXCEPT;
 
 /* Reads an array.

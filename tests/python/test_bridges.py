@@ -121,6 +121,7 @@ def test_set_refuses_what_numpy_does_not_convert_safely():
     assert vector.values() == [9] * 8
 
 
+CALLBACK = flat.VORLUpdateProgressMonitor0_ptr
 # Function, arguments, exception, place and declared type of the argument at fault.
 CONVERSION_FAULTS = [
     ("vorl_set_real_vector_to_cst", ("no", 0, 1.0, 1), TypeError, 1, "real *"),
@@ -151,6 +152,14 @@ CONVERSION_FAULTS = [
     ("fclose", (None,), TypeError, 1, "FILE *"),
     ("fopen", ("/nowhere/x", None), TypeError, 2, "char *"),
     ("vorl_set_varname", (None, 0, "x"), TypeError, 1, "char **"),
+    ("vorl_grid_nx_get", (None,), TypeError, 1, "struct vorl_grid *"),
+    ("vorl_grid_nx_set", (None, 1), TypeError, 1, "struct vorl_grid *"),
+    ("real_array_getitem", (None, 0), TypeError, 1, "real *"),
+    ("VORL_IMAGE_array_setitem", (None, 0, k.vorl_image()), TypeError, 1, "VORL_IMAGE *"),
+    ("VORLCopyGrid", ("grid", None), TypeError, 2, "VORL_GRID *"),
+    ("VORLGetImageVarValueMean", (None, "real"), TypeError, 1, "VORL_IMAGE *"),
+    ("VORLKestrumPrintKestrumInput", ("run", None, k.cvar.stdout), TypeError, 2, "char *"),
+    ("VORLOMPKestrumSim", (None, "output", "monitor", CALLBACK, 1), TypeError, 1, "VORL_KESTRUMINPUT *"),
 ]
 
 
@@ -175,6 +184,17 @@ def test_arguments_that_do_not_fit(function, arguments, exception, place, kind):
 def test_wrong_number_of_arguments(arguments):
     with pytest.raises(TypeError, match="expected .*2 arguments, got"):
         flat.VORLCmpGrid(*arguments)
+
+
+def test_none_does_no_harm():
+    for name in dir(flat):
+        if callable(getattr(flat, name)) and not name.endswith(("_swigregister", "_swiginit")):
+            try:
+                result = getattr(flat, name)(None)
+            except (TypeError, ValueError):
+                continue
+            # Null is ignored here, and here alone.
+            assert result is None and ("Free" in name or name.startswith(("delete_", "free_"))), name
 
 
 def test_names_stay_in_their_fields():

@@ -132,3 +132,42 @@ def test_arrays(kind, value):
         assert put(array, 2, value) is None
         assert get(array, 2) == value
     assert delete(array) is None
+
+
+COUNT = k.new_int_array(1)
+MEMBERS = ("grid", "varName", "var")
+
+
+@pytest.mark.parametrize(
+    "faults, call",
+    [
+        (("same", *MEMBERS), lambda image, result: k.VORLCopyImage(result, image)),
+        (("same", *MEMBERS), lambda image, result: k.VORLResizeImage(image, result, 0, 1, 0, 2, 0, 0, 0, 0)),
+        (("same", *MEMBERS), lambda image, result: k.VORLImageExtract1D(image, result, 1, 1, 0.5, 1, 0, 0, 0.1)),
+        (("same",), lambda image, result: k.VORLGetImageVarStatsLocal(image, result, 0, None)),
+        (MEMBERS, lambda image, _: k.VORLImageToPointSet(image, k.vorl_pointSet())),
+        (("grid",), lambda image, _: k.VORLImageToImage(image, image, None, None, 0, 2, COUNT, COUNT, 0)),
+        (("grid",), lambda image, _: k.VORLWriteImage(image, "%g", 0, k.cvar.stdout)),
+        (("grid",), lambda image, _: k.VORLWriteImageGslibBinary(image, k.cvar.stdout)),
+    ],
+)
+def test_images_that_are_not_whole_are_refused(faults, call):
+    for fault in faults:
+        image, result = records.image(records.grid(4, 3), ["v"], np.arange(12.0)), k.calloc_VORL_IMAGE()
+        if fault == "same":
+            result = image
+        else:
+            setattr(image, fault, None)
+        assert call(image, result) == -20, fault
+        assert fault == "var" or np.array_equal(records.reals(image.var, 12), np.arange(12.0))
+
+
+def test_point_sets_that_are_not_whole_are_refused():
+    image = records.image(records.grid(4, 3), ["v"], np.arange(12.0))
+    for fault in ("same", "x", "y", "z", "varName", "var"):
+        points = k.VORL_POINTSET_array_getitem(records.point_sets([(1.0, 1.0, 0.5)], [2.0], "v"), 0)
+        if fault != "same":
+            setattr(points, fault, None)
+            assert k.VORLWritePointSet(points, "%g", "%g", k.cvar.stdout) == -20
+            assert k.VORLPointSetToImage(points, image, None, None, 0, 0, 2, COUNT, COUNT, COUNT) == -20
+        assert k.VORLCopyPointSet(points if fault == "same" else k.vorl_pointSet(), points) == -20, fault

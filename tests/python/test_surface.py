@@ -68,14 +68,6 @@ def test_a_callback_is_function_and_pointer(form):
     assert not hasattr(_kestrum, name + "GI_ptr")
 
 
-def test_sizes_of_records():
-    # Three ints (and a gap), six reals, two ints.
-    assert _kestrum.sizeof_VORL_GRID == 16 + 6 * 8 + 2 * 4
-    # 32 bytes, five ints, a byte (and a gap), 256 + 2 ints.
-    assert _kestrum.sizeof_VORL_PROGRESSMONITOR == 32 + 5 * 4 + 4 + 258 * 4
-    assert _kestrum.sizeof_VORL_KESTRUMOUTPUT == 8
-
-
 def test_a_misspelt_field_is_refused():
     with pytest.raises(AttributeError):
         kestrum.vorl_kestrumInput().seedIncrment = 5
