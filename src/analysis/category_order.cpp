@@ -1,7 +1,9 @@
 #include "analysis/category_order.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <utility>
 
@@ -23,10 +25,11 @@ struct Axes {
 };
 
 // Adds up pairs on one thread: those of the first categories in a table of its own, so that threads do not wait for
-// each other at the matrix.
+// each other at the matrix. An entry that its type can not count any further stays at the greatest number.
+template <typename Count>
 class PairCounter {
  public:
-  explicit PairCounter(int** matrix) noexcept : matrix_(matrix) {}
+  explicit PairCounter(Count** matrix) noexcept : matrix_(matrix) {}
   PairCounter(const PairCounter&) = delete;
   PairCounter& operator=(const PairCounter&) = delete;
   ~PairCounter() {
@@ -47,18 +50,22 @@ class PairCounter {
 
  private:
   void AddToMatrix(int a, int b, int count) noexcept {
-    int& entry = matrix_[a][b];
-#pragma omp atomic
-    entry += count;
+    const std::atomic_ref<Count> entry(matrix_[a][b]);
+    Count before = entry.load(std::memory_order_relaxed);
+    Count after;
+    do {
+      if (__builtin_add_overflow(before, count, &after)) after = std::numeric_limits<Count>::max();
+    } while (!entry.compare_exchange_weak(before, after, std::memory_order_relaxed));
   }
 
   static constexpr int kTableSize = 64;
-  int** matrix_;
+  Count** matrix_;
   int table_[kTableSize][kTableSize] = {};
 };
 
 // Counts the pairs of categories below nvalue.
-int CountTransitions(const CategoryGrid& grid, const Axes& axes, int nvalue, int** matrix,
+template <typename Count>
+int CountTransitions(const CategoryGrid& grid, const Axes& axes, int nvalue, Count** matrix,
                      const Dealing& dealing) noexcept {
   for (int axis = 0; axis < 3; ++axis) {
     if (axes.wanted[axis] && grid.size[axis] <= 1) return -(4400 + axis);
@@ -67,8 +74,10 @@ int CountTransitions(const CategoryGrid& grid, const Axes& axes, int nvalue, int
   const auto isCategory = [limit = static_cast<unsigned>(nvalue)](int category) {
     return static_cast<unsigned>(category) < limit;
   };
-  std::ptrdiff_t nnode = 1;
-  for (const int size : grid.size) nnode *= size;
+  int nnode = 1;
+  for (const int size : grid.size) {
+    if (__builtin_mul_overflow(nnode, size, &nnode)) return -620;
+  }
   std::ptrdiff_t step = 1;  // from a node to the next along the axis
   for (int axis = 0; axis < 3; ++axis) {
     // The grid falls into slabs in which the lower nodes of all pairs lie in one run.
@@ -76,7 +85,7 @@ int CountTransitions(const CategoryGrid& grid, const Axes& axes, int nvalue, int
     const std::ptrdiff_t run = slab - step;
     if (axes.wanted[axis]) {
       dealing.Blocks(nnode / slab * run, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-        PairCounter counter(matrix);
+        PairCounter<Count> counter(matrix);
         while (begin < end) {
           const std::ptrdiff_t offset = begin % run;
           const int* const lower = grid.index + begin / run * slab + offset;
@@ -93,8 +102,11 @@ int CountTransitions(const CategoryGrid& grid, const Axes& axes, int nvalue, int
   return 0;
 }
 
+// Number of transitions, which can exceed that of the nodes an int counts.
+using TransitionCount = std::int64_t;
+
 // Chains the categories by their transitions; destroys the matrix.
-void ChainCategories(int nvalue, int** matrix, int* rank, int* sequence) noexcept {
+void ChainCategories(int nvalue, TransitionCount** matrix, int* rank, int* sequence) noexcept {
   constexpr int kUsed = -1;
   const auto setUsed = [matrix](int a, int b) { matrix[a][b] = matrix[b][a] = kUsed; };
   std::pair<int, int> start(0, std::min(1, nvalue - 1));
@@ -128,10 +140,10 @@ void ChainCategories(int nvalue, int** matrix, int* rank, int* sequence) noexcep
 // `countAll` counts the transitions of all grids into a matrix.
 template <typename CountAll>
 int OrderCategories(int nvalue, int* rank, int* sequence, const CountAll& countAll) noexcept {
-  Array2D<int> matrix;
+  Array2D<TransitionCount> matrix;
   const std::size_t n = static_cast<std::size_t>(nvalue);
   if (const int status = matrix.Allocate(n, n); status != 0) return status;
-  std::fill_n(matrix.rows()[0], n * n, 0);
+  std::fill_n(matrix.rows()[0], n * n, TransitionCount{0});
   if (const int status = countAll(matrix.rows()); status != 0) return status;
   ChainCategories(nvalue, matrix.rows(), rank, sequence);
   return 0;
@@ -139,14 +151,15 @@ int OrderCategories(int nvalue, int* rank, int* sequence, const CountAll& countA
 
 int OrderCategoriesOfGrid(const CategoryGrid& grid, const Axes& axes, int nvalue, int* rank, int* sequence,
                           const Dealing& dealing) noexcept {
-  return OrderCategories(nvalue, rank, sequence,
-                         [&](int** matrix) noexcept { return CountTransitions(grid, axes, nvalue, matrix, dealing); });
+  return OrderCategories(nvalue, rank, sequence, [&](TransitionCount** matrix) noexcept {
+    return CountTransitions(grid, axes, nvalue, matrix, dealing);
+  });
 }
 
 int OrderCategoriesOfGrids(int ngrid, const int* nx, const int* ny, const int* nz, int** index, const Axes& axes,
                            int nvalue, int* rank, int* sequence, const Dealing& dealing) noexcept {
   if (ngrid < 1) return 0;
-  return OrderCategories(nvalue, rank, sequence, [&](int** matrix) noexcept {
+  return OrderCategories(nvalue, rank, sequence, [&](TransitionCount** matrix) noexcept {
     for (int i = 0; i < ngrid; ++i) {
       const CategoryGrid grid{{nx[i], ny[i], nz[i]}, index[i]};
       if (grid.Empty()) continue;

@@ -10,17 +10,19 @@
  * VORLUpdateTransitionMatrix). All arrays are the caller's. alongX, alongY, alongZ: not 0: neighbours along that axis
  * count.
  *
- * Statuses of all: -4400, -4401, -4402 neighbours asked for along x, y, z where the grid has no two nodes.
+ * Statuses of all: -4400, -4401, -4402 neighbours asked for along x, y, z where the grid has no two nodes; -620
+ * more nodes than an int can count.
  *
  * Thread safety: calls that write to different arrays may run at the same time. The VORLOMP forms share the work among
- * nthreads threads, with the same result.
+ * nthreads threads (one if it is below 1), with the same result.
  */
 
 KESTRUM_BEGIN_DECLS
 
 /* Counts pairs of neighbours in matrix[a][b], a being the category of the lower node and b that of the upper one.
  *   index   in; not tested for numbers beyond the matrix
- *   matrix  in and out; not cleared here, so that it can gather several grids. A failure leaves it as it is. */
+ *   matrix  in and out; not cleared here, so that it can gather several grids. A failure leaves it as it is. An
+ *           entry that an int can not count any further stays at the greatest int. */
 KESTRUM_API int VORLUpdateTransitionMatrix(int nx, int ny, int nz, int* index, int** matrix, BOOLEAN alongX,
                                            BOOLEAN alongY, BOOLEAN alongZ) KESTRUM_NOEXCEPT;
 KESTRUM_API int VORLOMPUpdateTransitionMatrix(int nx, int ny, int nz, int* index, int** matrix, BOOLEAN alongX,

@@ -167,7 +167,7 @@ int EulerNumberOfRows(const VORL_GRID& grid, const T* values, int first, int ste
 int EulerNumber(const VORL_IMAGE* image, int varIndex, int* eulerNumber, Dealing dealing) noexcept {
   if (const int status = CheckVariable(*image, varIndex, eulerNumber); status != 0) return status;
   Buffer<int> sums;
-  if (const int status = sums.Allocate(static_cast<std::size_t>(std::max(dealing.nthreads(), 0)), 0); status != 0) {
+  if (const int status = sums.Allocate(static_cast<std::size_t>(std::max(dealing.nscratch(), 0)), 0); status != 0) {
     return status;
   }
   dealing.EachThread([&](int thread, int team) {

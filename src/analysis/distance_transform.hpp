@@ -141,7 +141,7 @@ template <DistanceMetric metric, typename IsFeature, typename Finish>
   const auto& [nx, ny, nz, sx, sy, sz, ox, oy, oz, nxy, nxyz] = grid;
   const std::ptrdiff_t nvalue = static_cast<std::ptrdiff_t>(nvar) * nxyz;
   LineScratch scratch;
-  if (const int status = scratch.Allocate(ny, nz, dealing.nthreads()); status != 0) return status;
+  if (const int status = scratch.Allocate(ny, nz, dealing.nscratch()); status != 0) return status;
 
   const real far = FarDistance(metric, grid);
   dealing.Blocks(nvalue / nx, [&, nx = nx, sx = sx](std::ptrdiff_t begin, std::ptrdiff_t end) {

@@ -18,7 +18,7 @@ template <typename Work, typename Entry>
 [[nodiscard]] int ComputeCurve(const VORL_GRID& grid, int n, PercentPrinter percent, Dealing dealing,
                                const Entry& entry) noexcept {
   ObjectArray<Work> works;
-  if (const int status = works.Allocate(dealing.nthreads()); status != 0) return status;
+  if (const int status = works.Allocate(dealing.nscratch()); status != 0) return status;
   for (Work& work : works) {
     if (const int status = work.Allocate(grid); status != 0) return status;
   }

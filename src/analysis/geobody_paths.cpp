@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <utility>
 
 #include "analysis/geobodies.hpp"
@@ -38,8 +39,12 @@ class Box {
  public:
   Box(int nx, int ny, int nz) noexcept : nx_(nx), ny_(ny), nz_(nz), nxy_(std::int64_t{nx} * ny) {}
 
-  // 0 if a size is less than 1.
-  std::int64_t NodeCount() const noexcept { return nx_ > 0 && ny_ > 0 && nz_ > 0 ? nxy_ * nz_ : 0; }
+  // 0 if a size is less than 1; no more than an int can index.
+  std::int64_t NodeCount() const noexcept {
+    constexpr std::int64_t kMost = std::int64_t{std::numeric_limits<int>::max()} + 1;
+    if (nx_ < 1 || ny_ < 1 || nz_ < 1) return 0;
+    return nxy_ <= kMost / nz_ ? nxy_ * nz_ : kMost;
+  }
   bool Has(int index) const noexcept { return index >= 0 && index < NodeCount(); }
 
   Node NodeAt(int index) const noexcept {
@@ -54,8 +59,8 @@ class Box {
     const int iz = node.iz + offset.dz;
     return ix >= 0 && ix < nx_ && iy >= 0 && iy < ny_ && iz >= 0 && iz < nz_;
   }
-  int NeighborIndex(const Node& node, const Offset& offset) const noexcept {
-    return static_cast<int>(node.index + offset.dx + offset.dy * std::int64_t{nx_} + offset.dz * nxy_);
+  std::int64_t NeighborIndex(const Node& node, const Offset& offset) const noexcept {
+    return node.index + offset.dx + offset.dy * std::int64_t{nx_} + offset.dz * nxy_;
   }
 
   // Calls body(neighbour) for the neighbours of a node that lie in the box, in their order.
@@ -79,7 +84,8 @@ class Box {
     constexpr Offset kOffset = kOffsets[kNumber];
     if constexpr (AreNeighbors(kConnectivity, kOffset)) {
       if (kAtFace && !Has(node, kOffset)) return;
-      body(Node{NeighborIndex(node, kOffset), node.ix + kOffset.dx, node.iy + kOffset.dy, node.iz + kOffset.dz});
+      body(Node{static_cast<int>(NeighborIndex(node, kOffset)), node.ix + kOffset.dx, node.iy + kOffset.dy,
+                node.iz + kOffset.dz});
     }
   }
 
@@ -182,7 +188,7 @@ class TouchingNodes {
       for (int dy = -1; dy <= 1; ++dy) {
         const int reach = std::min(AxesOf(connectivity) - std::abs(dy) - std::abs(dz), 1);
         if (reach < 0 || !box.Has(node, {0, dy, dz})) continue;
-        const int center = box.NeighborIndex(node, {0, dy, dz});
+        const std::int64_t center = box.NeighborIndex(node, {0, dy, dz});
         runs_[nrun_++] = {box.Has(node, {-reach, 0, 0}) ? center - reach : center,
                           box.Has(node, {reach, 0, 0}) ? center + reach : center};
       }
@@ -197,7 +203,7 @@ class TouchingNodes {
 
  private:
   struct Run {
-    int first, last;
+    std::int64_t first, last;
   };
   Run runs_[9];
   int nrun_ = 0;

@@ -41,7 +41,12 @@ constexpr Word kMissingBits = std::bit_cast<Word>(static_cast<real>(VORL_MISSING
 // reads an eighth of a byte per node. The nodes that grow are `source`; those they may grow into are `open`.
 class BitSweeps {
  public:
-  BitSweeps(const VORL_GRID& grid, const Dealing& dealing) noexcept : grid_(grid), dealing_(dealing) {}
+  // Axes of one node before the others go behind them: no node changes its place, and rows are long.
+  BitSweeps(const VORL_GRID& grid, const Dealing& dealing) noexcept : grid_(grid), dealing_(dealing) {
+    for (; turns_ < 2 && grid_.nx == 1; ++turns_) {
+      grid_.nx = std::exchange(grid_.ny, std::exchange(grid_.nz, grid_.nx));
+    }
+  }
 
   [[nodiscard]] int Allocate(const StructuringElement& element) noexcept {
     const std::size_t size = static_cast<std::size_t>(Rows() * RowWords());
@@ -51,7 +56,8 @@ class BitSweeps {
     if (element.size < 1) return 0;
     if (const int status = offsets_.Allocate(static_cast<std::size_t>(element.size)); status != 0) return status;
     for (int k = 0; k < element.size; ++k) {
-      const Offset offset{element.x[k], element.y[k], element.z[k]};
+      Offset offset{element.x[k], element.y[k], element.z[k]};
+      for (int turn = 0; turn < turns_; ++turn) offset = {offset.y, offset.z, offset.x};
       if (StaysOnAxis(offset.x, grid_.nx) && StaysOnAxis(offset.y, grid_.ny) && StaysOnAxis(offset.z, grid_.nz)) {
         offsets_[static_cast<std::size_t>(noffset_++)] = offset;
       }
@@ -139,8 +145,8 @@ class BitSweeps {
       Word lowBits = 0;
       Word highBits = 0;
       for (; k < noffset_ && offsets_[static_cast<std::size_t>(k)].x == x; ++k) {
-        const int sourceY = y + offsets_[static_cast<std::size_t>(k)].y;
-        const int sourceZ = z + offsets_[static_cast<std::size_t>(k)].z;
+        const int sourceY = Moved(y, offsets_[static_cast<std::size_t>(k)].y);
+        const int sourceZ = Moved(z, offsets_[static_cast<std::size_t>(k)].z);
         if (!HasRow(grid_, sourceY, sourceZ)) continue;
         const Word* const from = Source(std::ptrdiff_t{sourceZ} * grid_.ny + sourceY);
         if (lowInside) lowBits |= from[low];
@@ -152,7 +158,8 @@ class BitSweeps {
     return found;
   }
 
-  const VORL_GRID& grid_;
+  VORL_GRID grid_;
+  int turns_ = 0;
   const Dealing& dealing_;
   Buffer<Word> source_;
   Buffer<Word> next_;

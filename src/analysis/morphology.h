@@ -19,7 +19,8 @@
  *   shiftX, shiftY, shiftZ  in; nshift entries each
  *   niter                   number of iterations; below 1: the values are copied
  *   verbose                 TRUE: progress is printed on the standard output
- *   nthreads                number of threads of the VORLOMP form; the result does not depend on it
+ *   nthreads                number of threads of the VORLOMP form, one if it is below 1; the result does not depend
+ *                           on it
  *
  * Statuses: -20 null pointer; -611 sizes of the grid below 1 or inconsistent; -623 a name has no room for the suffix;
  * -620 too many values; those of VORLMalloc and VORLMallocImage. After a failure imageOut may be released.

@@ -72,8 +72,9 @@ class BoxSum {
         const std::ptrdiff_t corner = j * std::ptrdiff_t{nx_} + row / y.count * nxy_;
         const std::ptrdiff_t center = corner + x.first + y.first * std::ptrdiff_t{nx_} + z.first * nxy_;
         const int rows = static_cast<int>(std::min({std::ptrdiff_t{kBoxRows}, std::ptrdiff_t{y.count - j}, end - row}));
-        for (int i = 0; i < x.count; i += kSumLanes) {
-          SumBlock(values, corner + i, rows, std::min(kSumLanes, x.count - i), output + center + i);
+        for (int i = 0, lanes = 0; i < x.count; i += lanes) {
+          lanes = std::min(kSumLanes, x.count - i);
+          SumBlock(values, corner + i, rows, lanes, output + center + i);
         }
         row += rows;
       }
@@ -82,6 +83,8 @@ class BoxSum {
   }
 
  private:
+  std::ptrdiff_t CountStride() const noexcept { return std::ptrdiff_t{nx_} + 1; }
+
   // Counts the missing values of each row up to each node, if the variable has any.
   [[nodiscard]] int CountMissing(const double* values) noexcept {
     hasMissing_ = AnyMissing(values, nxyz_);
@@ -93,7 +96,7 @@ class BoxSum {
     }
     dealing_.Blocks(nrow, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       for (std::ptrdiff_t row = begin; row < end; ++row) {
-        int* const count = counts_.data() + row * (nx_ + 1);
+        int* const count = counts_.data() + row * CountStride();
         count[0] = 0;
         for (int i = 0; i < nx_; ++i) count[i + 1] = count[i] + (IsMissing(values[row * nx_ + i]) ? 1 : 0);
       }
@@ -108,7 +111,7 @@ class BoxSum {
     const int length = lanes - 1 + box_.lengthX;
     for (int k = 0; k < box_.lengthZ; ++k) {
       for (int j = 0; j < rows - 1 + box_.lengthY; ++j) {
-        const int* const count = first + (j + k * (nxy_ / nx_)) * (nx_ + 1);
+        const int* const count = first + (j + k * (nxy_ / nx_)) * CountStride();
         if (count[length] != count[0]) return true;
       }
     }
@@ -272,7 +275,7 @@ class NeighborhoodAverage {
       after_ = std::max(after_, neighbor.x);
       neighbors_[static_cast<std::size_t>(nneighbor_++)] = neighbor;
     }
-    const std::size_t threads = static_cast<std::size_t>(std::max(dealing_.nthreads(), 0));
+    const std::size_t threads = static_cast<std::size_t>(std::max(dealing_.nscratch(), 0));
     if (const int status = offsets_.Allocate(threads * size); status != 0) return status;
     if (const int status = weights_.Allocate(threads * size); status != 0) return status;
     return padded_.Allocate(static_cast<std::size_t>(Rows() * Stride() + kSumLanes), VORL_MISSING_VALUE);
@@ -315,19 +318,19 @@ class NeighborhoodAverage {
     const int z = static_cast<int>(row / grid_.ny);
     for (std::ptrdiff_t k = 0; k < nneighbor_; ++k) {
       const Neighbor& neighbor = neighbors_.data()[k];
-      const int neighborY = y + neighbor.y;
-      const int neighborZ = z + neighbor.z;
+      const int neighborY = Moved(y, neighbor.y);
+      const int neighborZ = Moved(z, neighbor.z);
       if (!HasRow(grid_, neighborY, neighborZ)) continue;
       offset[n] = neighbor.x + (neighbor.y + neighbor.z * std::ptrdiff_t{grid_.ny}) * Stride();
       weight[n++] = neighbor.weight;
       totalWeight += neighbor.weight;
     }
     const TermList terms{offset, weight, n};
-    for (int i = 0; i < grid_.nx; i += kSumLanes) {
+    for (int i = 0, lanes = 0; i < grid_.nx; i += lanes) {
       InformedSums sums;
       const double* const at = padded_.data() + row * Stride() + before_ + i;
-      const int lanes = std::min(kSumLanes, grid_.nx - i);
-      if (hasMissing || i < before_ || i + lanes + after_ > grid_.nx) {
+      lanes = std::min(kSumLanes, grid_.nx - i);
+      if (hasMissing || i < before_ || i + lanes > grid_.nx - after_) {
         kernels_.sumInformed(at, terms, &sums);
       } else {
         kernels_.sumList(at, terms, sums.sum);

@@ -13,7 +13,8 @@
  *                      of imageIn, their names followed by the suffix of the operation.
  *   proportionOfValue  FALSE: averages of the values; TRUE: of the indicator that a node's value equals `value` exactly
  *   verbose            TRUE: warnings of the box average, progress of the neighbourhood average, on the standard output
- *   nthreads           number of threads of the VORLOMP form; the result does not depend on it
+ *   nthreads           number of threads of the VORLOMP form, one if it is below 1 (the neighbourhood average fails
+ *                      then); the result does not depend on it
  *
  * Statuses of the image functions: -20 null pointer; -611 sizes of the grid below 1 or inconsistent; -623 a name has no
  * room for the suffix; -620 too many values; those of VORLMalloc and VORLMallocImage; those told below. After a failure

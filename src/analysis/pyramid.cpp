@@ -341,7 +341,7 @@ class Resampling {
   int Run(const Axis (&axes)[3], const Dealing& dealing) noexcept {
     if (const int status = Prepare(axes); status != 0) return status;
     ObjectArray<Scratch> scratch;
-    if (const int status = scratch.Allocate(dealing.nthreads()); status != 0) return status;
+    if (const int status = scratch.Allocate(dealing.nscratch()); status != 0) return status;
     for (Scratch& own : scratch) {
       if (const int status = AllocateScratch(&own); status != 0) return status;
     }
@@ -390,9 +390,12 @@ class Resampling {
   std::size_t Nrow() const noexcept { return Nline() + static_cast<std::size_t>(z_.Span()) * kTileRows; }
 
   int AllocateScratch(Scratch* scratch) const noexcept {
-    if (const int status = scratch->numbers.Allocate((Nrow() + 1) * 2 * pitch_ + x_.RowScratch()); status != 0) {
-      return status;
+    std::size_t size = 0;  // of rows and columns of any length
+    if (__builtin_mul_overflow((Nrow() + 1) * 2, pitch_, &size) ||
+        __builtin_add_overflow(size, x_.RowScratch(), &size)) {
+      return -1;
     }
+    if (const int status = scratch->numbers.Allocate(size); status != 0) return status;
     if (const int status = scratch->rows.Allocate(Nrow()); status != 0) return status;
     const std::size_t ntap = std::max({x_.Ntap(), y_.Ntap(), z_.Ntap()});
     return ntap > 0 ? scratch->taps.Allocate(ntap) : 0;

@@ -345,6 +345,8 @@ int VORLPdfThresholding(int n, real* values, int nclass, real* pdf, real* thresh
     if (const int status = sorted.Take(n, values, SortedValues::Missing::kLeftOut); status != 0) return status;
     if (sorted.size() > 0) {
       if (const int status = distribution.Build(sorted); status != 0) return status;
+    } else {
+      std::fill_n(thresholds, nclass - 1, VORL_MISSING_VALUE);
     }
     // `position` is the first distinct value above the classes so far.
     for (std::size_t c = 0, position = 0; c + 1 < static_cast<std::size_t>(nclass) && distribution.size > 0; ++c) {

@@ -13,7 +13,7 @@
  *
  * Statuses of all: 0; those of VORLMalloc.
  *
- * Thread safety: calls that write to different arrays may run at the same time.
+ * Thread safety: calls that write to different arrays and contexts may run at the same time.
  */
 
 KESTRUM_BEGIN_DECLS
@@ -24,7 +24,8 @@ KESTRUM_BEGIN_DECLS
  *   n              number of values; below 1, or with nclass below 1, all outputs are missing values
  *   values         in
  *   nclass         number of classes
- *   classLimit     out; nclass + 1 ascending limits, from the smallest value to the largest; class c begins at limit c.
+ *   classLimit     out; nclass + 1 ascending limits, from the smallest value to the largest (but for rounding); class c
+ *                  begins at limit c.
  *                  If there are no more distinct values than classes, these values, the last one repeated
  *   classIndex     out
  *   nstep          number of annealing steps, three draws each
@@ -44,7 +45,7 @@ KESTRUM_API int VORLOtsuThresholding(int n, real* values, int nclass, real* clas
  *   nclass      number of classes
  *   thresholds  out; nclass - 1 ascending thresholds: a value has the first class whose threshold is above it. Those
  *               that are not needed are VORL_INFINITY, all of them if the values do not differ by 1e-10 per pre-class.
- *               With one class or one pre-class they are in
+ *               With one class or one pre-class they are in; without an informed value they are left alone
  *   classIndex  out */
 KESTRUM_API int VORLOtsuThresholdingPreCateg(int n, real* values, int npreclass, int nclass, real* thresholds,
                                              real* classIndex, BOOLEAN verbose) KESTRUM_NOEXCEPT;
@@ -55,7 +56,8 @@ KESTRUM_API int VORLOtsuThresholdingPreCateg(int n, real* values, int npreclass,
  *   values      in
  *   nclass      number of classes; below 1 all of classIndex is missing
  *   pdf         in; nclass proportions, of which the last is not read
- *   thresholds  out; nclass - 1 ascending thresholds: a value has the first class whose threshold is above it
+ *   thresholds  out; nclass - 1 ascending thresholds: a value has the first class whose threshold is above it. Missing
+ *               values without an informed value
  *   classIndex  out */
 KESTRUM_API int VORLPdfThresholding(int n, real* values, int nclass, real* pdf, real* thresholds,
                                     real* classIndex) KESTRUM_NOEXCEPT;

@@ -4,6 +4,7 @@
 #include <initializer_list>
 #include <type_traits>
 
+#include "core/integers.hpp"
 #include "core/text.h"
 
 static_assert(std::is_standard_layout_v<VORL_GRID> && sizeof(VORL_GRID) == 72);
@@ -80,7 +81,10 @@ int VORLPrintGrid(VORL_GRID* grid, char* prefix, FILE* stream) noexcept {
 int VORLReadGrid(VORL_GRID* grid, FILE* stream) noexcept {
   int status = -711;  // of the entry being read
   for (int* const size : {&grid->nx, &grid->ny, &grid->nz}) {
-    if (VORLSkipComments(stream) != 0 || std::fscanf(stream, "%d", size) != 1) return status;
+    long long number = 0;
+    if (VORLSkipComments(stream) != 0 || std::fscanf(stream, "%lld", &number) != 1) return status;
+    if (!kestrum::FitsInt(number)) return status;
+    *size = static_cast<int>(number);
     --status;
   }
   for (real* const value : {&grid->sx, &grid->sy, &grid->sz, &grid->ox, &grid->oy, &grid->oz}) {

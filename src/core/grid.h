@@ -55,7 +55,9 @@ KESTRUM_API int VORLPrintGrid(VORL_GRID* grid, char* prefix, FILE* stream) KESTR
 
 /* Reads nx, ny, nz, sx, sy, sz, ox, oy, oz from a seekable text stream, with white space and C or C++ comments
  * allowed before each entry, and fills nxy and nxyz. The values are not validated.
- * Returns 0, or -711 to -719 for the entry that could not be read; the fields before it stay set. */
+ * Products that an int can not hold become 0.
+ * Returns 0, or -711 to -719 for the entry that could not be read, or that an int can not hold; the fields before it
+ * stay set. */
 KESTRUM_API int VORLReadGrid(VORL_GRID* grid, FILE* stream) KESTRUM_NOEXCEPT;
 
 /* Tests sizes, then spacings.

@@ -1,6 +1,7 @@
 #include "core/image_statistics.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstddef>
 #include <cstdio>
@@ -16,6 +17,7 @@ namespace {
 
 constexpr int kNullOutput = -20;
 constexpr int kVariableCountsDiffer = -30;
+constexpr int kTooManyValues = -620;
 constexpr int kIndexOutOfRange = -1100;
 
 template <typename... T>
@@ -136,9 +138,10 @@ int Distributions(int nimage, const VORL_IMAGE* images, int ivBegin, int ivEnd, 
                   int* nmissing) noexcept {
   std::size_t total = 0;
   for (int i = 0; i < nimage; ++i) total += static_cast<std::size_t>(std::max(NodeCount(&images[i]), 0));
+  if (total > INT_MAX) return kTooManyValues;
+  std::fill_n(nvalue, std::max(ivEnd - ivBegin, 0), 0);  // after a failure it tells what was handed over
   Buffer<real> work;
   if (const int status = work.Allocate(total); status != 0) return status;
-  std::fill_n(nvalue, std::max(ivEnd - ivBegin, 0), 0);
   for (int iv = ivBegin; iv < ivEnd; ++iv) {
     const int out = iv - ivBegin;
     real* end = work.data();
@@ -369,11 +372,13 @@ int VORLGetImageVarStats(VORL_IMAGE* image, int** n, double* min, double* max, d
 int VORLGetImageVarStatsLocal(VORL_IMAGE* image, VORL_IMAGE* out, int ncategory, real* category) noexcept {
   static constexpr const char* kNames[] = {"min", "max", "mean", "std"};
   const int nvar = ncategory < 1 ? 4 : ncategory;
-  if (ncategory >= 1 && category == nullptr) return kNullOutput;
+  if (out == nullptr || out == image || (ncategory >= 1 && category == nullptr)) return kNullOutput;
+  int nxyzv = 0;
+  if (__builtin_mul_overflow(nvar, kestrum::NodeCount(image), &nxyzv)) return kestrum::kTooManyValues;
   if (const int status = VORLMallocImage(out, kestrum::NodeCount(image), nvar); status != 0) return status;
   VORLCopyGrid(out->grid, image->grid);
   out->nvar = nvar;
-  out->nxyzv = static_cast<int>(static_cast<long long>(nvar) * kestrum::NodeCount(image));
+  out->nxyzv = nxyzv;
   if (ncategory < 1) {
     for (int iv = 0; iv < nvar; ++iv) std::strcpy(out->varName[iv], kNames[iv]);
     kestrum::ComputeEnsembleStatistics(image, out);

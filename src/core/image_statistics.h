@@ -44,6 +44,7 @@ KESTRUM_API int VORLGetImageVarValueRange(VORL_IMAGE* image, int* ninformed, rea
  *   pdf       out: the proportion of each among the informed values; as value.
  *   nmissing  out: number of missing values; 0 if a value lies below VORL_MISSING_VALUE, and then the missing ones
  *             count as a value.
+ * -620 if the images have more nodes together than an int can count.
  * At failure what was handed over for earlier variables stays with the caller. */
 KESTRUM_API int VORLGetImageOneVarValuePdf(VORL_IMAGE* image, int iv, int* nvalue, real** value, double** pdf,
                                            int* nmissing) KESTRUM_NOEXCEPT;
@@ -82,7 +83,9 @@ KESTRUM_API int VORLGetImageVarStats(VORL_IMAGE* image, int** n, double* min, do
  *              "max", "mean", "std"; otherwise one per category, the proportion of variables equal to it. Every
  *              division is by nvar, missing values included; a node without a value has 1e25, -1e25, 0, 0. Released by
  *              the caller, also at failure.
- *   category   in: ncategory values; may be null if ncategory is below 1. */
+ *   category   in: ncategory values; may be null if ncategory is below 1.
+ * Returns 0; -20 for a null array, or if out is image; -620 if out would have more values than an int can
+ * count; the status of VORLMallocImage. */
 KESTRUM_API int VORLGetImageVarStatsLocal(VORL_IMAGE* image, VORL_IMAGE* out, int ncategory,
                                           real* category) KESTRUM_NOEXCEPT;
 
@@ -91,13 +94,13 @@ KESTRUM_API int VORLGetImageVarStatsLocal(VORL_IMAGE* image, VORL_IMAGE* out, in
  *   ndetail  a distribution with more distinct values than this is not listed. */
 KESTRUM_API int VORLPrintImageInfo(VORL_IMAGE* image, char* prefix, FILE* stream, int ndetail) KESTRUM_NOEXCEPT;
 
-/* Turns every informed value v into v*a + b, in place; nthreads is the number of threads. */
+/* Turns every informed value v into v*a + b, in place, on nthreads threads (one if it is below 1). */
 KESTRUM_API int VORLTransformLinearImageVar(VORL_IMAGE* image, int iv, real a, real b) KESTRUM_NOEXCEPT;
 KESTRUM_API int VORLTransformLinearVector(real* vector, int nvalue, real a, real b) KESTRUM_NOEXCEPT;
 KESTRUM_API int VORLOMPTransformLinearVector(real* vector, int nvalue, real a, real b, int nthreads) KESTRUM_NOEXCEPT;
 
 /* Maps every informed value by linear interpolation between n points, in place; constant beyond the first and the last
- * point. nthreads is the number of threads.
+ * point, on nthreads threads (one if it is below 1).
  *   x, y  in: n entries each, x ascending; without points the values stay, and a NaN always does. */
 KESTRUM_API int VORLTransformExplicitImageVar(VORL_IMAGE* image, int iv, int n, real* x, real* y) KESTRUM_NOEXCEPT;
 KESTRUM_API int VORLTransformExplicitVector(real* vector, int nvalue, int n, real* x, real* y) KESTRUM_NOEXCEPT;

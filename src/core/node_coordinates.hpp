@@ -28,6 +28,11 @@ inline int NodeIndex(const VORL_GRID& grid, const NodeCoordinates& node) noexcep
   return (node.iz * grid.ny + node.iy) * grid.nx + node.ix;
 }
 
+// An index moved by an offset; below 0 if that leaves the range of int, out of every grid then.
+constexpr int Moved(int index, int offset) noexcept {
+  return static_cast<int>(static_cast<unsigned>(index) + static_cast<unsigned>(offset));
+}
+
 // Whether an offset along an axis of n nodes leads from one of them to another.
 constexpr bool StaysOnAxis(int offset, int n) noexcept { return offset > -n && offset < n; }
 

@@ -13,15 +13,16 @@ namespace kestrum {
 class Dealing {
  public:
   static constexpr Dealing Serial() noexcept { return Dealing(false, 1); }
-  // `nthreads` sizes the scratch as the caller gave it.
   static constexpr Dealing Threads(int nthreads) noexcept { return Dealing(true, nthreads); }
 
   // A region asks for one thread at least and this many at most: the runtime may end the process for a number that it
   // cannot serve.
   static constexpr int kMaxTeam = 1024;
 
-  // Number of blocks of per-thread scratch that a body needs.
+  // As the caller gave it.
   constexpr int nthreads() const noexcept { return nthreads_; }
+  // Number of blocks of per-thread scratch that a body needs: as many as asked for, but no more than threads can come.
+  constexpr int nscratch() const noexcept { return nthreads_ < kMaxTeam ? nthreads_ : kMaxTeam; }
   constexpr bool threaded() const noexcept { return threaded_; }
 
   // Runs body(begin, end) on contiguous blocks of [0, n), in thread order; the first n modulo T blocks hold one item
@@ -58,7 +59,7 @@ class Dealing {
   }
 
  private:
-  constexpr int Team() const noexcept { return nthreads_ < 1 ? 1 : nthreads_ < kMaxTeam ? nthreads_ : kMaxTeam; }
+  constexpr int Team() const noexcept { return nthreads_ < 1 ? 1 : nscratch(); }
 
   constexpr Dealing(bool threaded, int nthreads) noexcept : threaded_(threaded), nthreads_(nthreads) {}
 

@@ -1,6 +1,7 @@
 #include "core/progress_monitor.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <type_traits>
 
@@ -15,7 +16,7 @@ namespace {
 enum class Display { kNothing, kWarnings, kRealization, kRealizationsDone, kPercentage };
 
 void RecordWarning(VORL_PROGRESSMONITOR* monitor) noexcept {
-  ++monitor->nwarning;
+  if (monitor->nwarning < INT_MAX) ++monitor->nwarning;
   int* const list = monitor->warningNumberList;
   int* const end = list + std::clamp(monitor->nwarningNumber, 0, VORL_MAX_NWARNING);
   if (end == list + VORL_MAX_NWARNING || std::find(list, end, monitor->warningNumber) != end) return;
@@ -39,8 +40,8 @@ int Update(VORL_PROGRESSMONITOR* monitor) noexcept {
   if (display == Display::kRealization) {
     const double overAll =
         (monitor->currentRealization * 100.0 + monitor->currentRealizationProgress) / monitor->nrealization;
-    std::printf("%.*srealization %5d of %5d: %3d %%, over all: %7.3f %%\n", VORL_MAX_PROGRESS_NAME_LENGTH, name,
-                monitor->currentRealization + 1, monitor->nrealization, monitor->currentRealizationProgress, overAll);
+    std::printf("%.*srealization %5lld of %5d: %3d %%, over all: %7.3f %%\n", VORL_MAX_PROGRESS_NAME_LENGTH, name,
+                monitor->currentRealization + 1LL, monitor->nrealization, monitor->currentRealizationProgress, overAll);
   } else if (display == Display::kRealizationsDone) {
     std::printf("%.*s%3d %%     /     Realization(s) done: %5d of %5d\n", VORL_MAX_PROGRESS_NAME_LENGTH, name,
                 monitor->allRealizationProgress, monitor->currentRealization, monitor->nrealization);

@@ -145,8 +145,9 @@ void Evaluate(const VORL_COVMODEL& model, const Source& source, const Rotation* 
   real y[kBlock];
   real z[kBlock];
   const int nelem = model.covModelElem != nullptr ? model.nelem : 0;
-  for (int begin = 0; begin < n; begin += kBlock) {
-    Block lags{std::min(n - begin, kBlock), dx + begin, dy + begin, dz + begin};
+  for (int begin = 0, count = 0; begin < n; begin += count) {
+    count = std::min(n - begin, kBlock);
+    Block lags{count, dx + begin, dy + begin, dz + begin};
     if (rotation != nullptr) {
       for (int k = 0; k < lags.n; ++k) {
         const Rotation::Lag lag = rotation->ToModelAxes(lags.x[k], lags.y[k], lags.z[k]);

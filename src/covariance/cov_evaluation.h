@@ -84,7 +84,8 @@ KESTRUM_API int VORLKestrumEvaluateCovModelFixParamNoRotation(VORL_COVMODEL* mod
 KESTRUM_API int VORLComputeVariogramRangeApprox(real tolerance, int nx, int ny, int nz, real* v, real* rx, real* ry,
                                                 real* rz) KESTRUM_NOEXCEPT;
 
-/* As VORLComputeVariogramRangeApprox, on `nthreads` threads. Sums are formed in another order. */
+/* As VORLComputeVariogramRangeApprox, on `nthreads` threads (one if it is below 1). Sums are formed in another order
+ * than there, the same for every number of threads. */
 KESTRUM_API int VORLOMPComputeVariogramRangeApprox(real tolerance, int nx, int ny, int nz, real* v, real* rx, real* ry,
                                                    real* rz, int nthreads) KESTRUM_NOEXCEPT;
 

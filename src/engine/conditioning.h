@@ -52,8 +52,8 @@ KESTRUM_API int VORLKestrumIndicatorIntegrateConditioningData(
     VORL_PROGRESSMONITOR* progressMonitor, int (*progressCallback)(VORL_PROGRESSMONITOR*)) KESTRUM_NOEXCEPT;
 
 /* Splits the nodes into those never computed, the inequality nodes, and those to compute. Nothing here is random.
- *   maskImage            in; 1 variable of nnode values, read whenever it is not null: nodes with 0.0 are never
- *   computed nodeStatus           in; one entry per node
+ *   maskImage            in; 1 variable of nnode values, read whenever it is not null: 0.0 marks nodes never computed
+ *   nodeStatus           in; one entry per node
  *   nnode                number of nodes
  *   simulationPath       out; all node indices: never computed (ascending), inequality nodes, nodes to compute
  *                        (descending if there is no inequality node)

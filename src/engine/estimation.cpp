@@ -117,7 +117,7 @@ int EstimateMoving(const EstimationRun& run, const KrigingModel& model, const Ne
   MovingSystems systems;
   if (const int status = systems.Prepare(model, list, search.capacity()); status != 0) return status;
   ObjectArray<MovingScratch> scratches;
-  if (const int status = scratches.Allocate(run.dealing.nthreads()); status != 0) return status;
+  if (const int status = scratches.Allocate(run.dealing.nscratch()); status != 0) return status;
   for (MovingScratch& scratch : scratches) {
     int status = scratch.kriging.Allocate(model.ordinaryKriging, systems.capacity);
     if (status == 0) status = scratch.solver.Allocate(systems.capacity);
@@ -163,7 +163,7 @@ int EstimateUnique(const EstimationRun& run, const KrigingModel& model, int ndat
   UniqueSystem system;
   if (const int status = system.Build(model, data, true, run.dealing); status != 0) return status;
   ObjectArray<UniqueScratch> scratches;
-  if (const int status = scratches.Allocate(run.dealing.nthreads()); status != 0) return status;
+  if (const int status = scratches.Allocate(run.dealing.nscratch()); status != 0) return status;
   for (UniqueScratch& scratch : scratches) {
     int status = system.AllocateScratch(scratch.system);
     if (status == 0) status = scratch.weight.Allocate(data.n);

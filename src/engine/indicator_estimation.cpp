@@ -100,7 +100,7 @@ class IndicatorEstimation {
   }
 
   [[nodiscard]] int AllocateScratch() noexcept {
-    if (const int status = scratches_.Allocate(dealing_.nthreads()); status != 0) return status;
+    if (const int status = scratches_.Allocate(dealing_.nscratch()); status != 0) return status;
     for (ChunkScratch& scratch : scratches_) {
       if (const int status = Allocate(scratch); status != 0) return status;
     }

@@ -28,7 +28,7 @@ class IndicatorLaw {
         return status;
       capacity = std::max(capacity, systems_[c].capacity);
     }
-    if (const int status = scratches_.Allocate(run_.dealing.nthreads()); status != 0) return status;
+    if (const int status = scratches_.Allocate(run_.dealing.nscratch()); status != 0) return status;
     for (Scratch& scratch : scratches_) {
       int status = scratch.kriging.Allocate(systems_[0].model.ordinaryKriging, capacity);
       if (status == 0) status = scratch.probability.Allocate(ncategory);

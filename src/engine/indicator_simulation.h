@@ -56,8 +56,8 @@ KESTRUM_API int VORLKestrumIndicatorSimSimulation(
     int (*progressCallback)(VORL_PROGRESSMONITOR*)) KESTRUM_NOEXCEPT;
 
 /* As VORLKestrumIndicatorSimSimulation, on `nthreads` threads, with the same values. The nodes of a realization are
- * shared out. A result of the callback for warning 2020 that is not 0 ends the run here. A set abort flag is found at
- * the end of the realization at hand. */
+ * shared out. A result of the callback for warning 2020 that is not 0 ends the run here. A set abort flag to which the
+ * callback does not answer is found at the end of the realization at hand. */
 KESTRUM_API int VORLOMPKestrumIndicatorSimSimulation(
     VORL_KESTRUMINDICATORINPUT* input, BOOLEAN ordinaryKriging, VORL_IMAGE* image, VORL_IMAGE* outputImage,
     BOOLEAN* rotationStationary, BOOLEAN* weightStationary, BOOLEAN* rangeStationary, BOOLEAN* covModelStationary,

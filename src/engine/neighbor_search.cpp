@@ -23,6 +23,11 @@ constexpr int kAlwaysWalk = 100;
 // Up to this many candidates the order of the node before is mended by insertion; beyond it, the lowest are selected.
 constexpr int kMaxInsertion = 160;
 
+// How many nodes of an axis of n stand behind a place that Moved gives: below 0 if it is n or more.
+int Left(int n, int place) noexcept {
+  return static_cast<int>(static_cast<unsigned>(n) - 1u - static_cast<unsigned>(place));
+}
+
 }  // namespace
 
 ListAround::ListAround(const NeighborList& list, int node) noexcept
@@ -30,8 +35,8 @@ ListAround::ListAround(const NeighborList& list, int node) noexcept
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
   const VORL_GRID& grid = list.grid;
   const auto [ix, iy, iz] = at_;
-  interior_ = ix + offsets.ixMin >= 0 && ix + offsets.ixMax < grid.nx && iy + offsets.iyMin >= 0 &&
-              iy + offsets.iyMax < grid.ny && iz + offsets.izMin >= 0 && iz + offsets.izMax < grid.nz;
+  interior_ = ix + offsets.ixMin >= 0 && ix < grid.nx - offsets.ixMax && iy + offsets.iyMin >= 0 &&
+              iy < grid.ny - offsets.iyMax && iz + offsets.izMin >= 0 && iz < grid.nz - offsets.izMax;
 }
 
 // Without a branch: whether a node is marked cannot be predicted.
@@ -49,11 +54,11 @@ unsigned ListAround::Marked(int begin, const NodeBits& bits) const noexcept {
   int place[kBlock];
   unsigned inside[kBlock];
   for (int i = 0; i < count; ++i) {
-    const int x = ix + offsets.ix[begin + i];
-    const int y = iy + offsets.iy[begin + i];
-    const int z = iz + offsets.iz[begin + i];
+    const int x = Moved(ix, offsets.ix[begin + i]);
+    const int y = Moved(iy, offsets.iy[begin + i]);
+    const int z = Moved(iz, offsets.iz[begin + i]);
     // All bits are set if any of these is negative, that is, if the entry leads out of the grid.
-    const int outside = (x | (grid.nx - 1 - x) | y | (grid.ny - 1 - y) | z | (grid.nz - 1 - z)) >> 31;
+    const int outside = (x | Left(grid.nx, x) | y | Left(grid.ny, y) | z | Left(grid.nz, z)) >> 31;
     place[i] = node_ + (shift[i] & ~outside);
     inside[i] = ~static_cast<unsigned>(outside);
   }
@@ -70,6 +75,7 @@ bool SparseNeighborSearch::Pays(const NeighborList& list, int ndata, int limit, 
                       (static_cast<double>(offsets.izMax) - offsets.izMin + 1);
   const double bytes = nrow * (boxX * sizeof(int) + (boxX + kMaxRun) * sizeof(RunRanks) + sizeof(Row));
   if (bytes * share > kTableBytesBasic + kTableBytesPerNode * list.grid.nxyz) return false;
+  if (boxX > INT_MAX - kMaxRun) return false;
   const double steps = static_cast<double>(limit) * list.grid.nxyz / ndata;
   return std::min(steps, static_cast<double>(list.offsets->size)) > kAlwaysWalk;
 }
@@ -165,7 +171,7 @@ void SparseNeighborSearch::StartRun(NodeCoordinates first, int lastX, Scratch& s
     std::push_heap(heap, heap + nheap);
     if (nheap == limit_) bound = heap[0];
   };
-  const int endX = lastX + offsets.ixMax;
+  const int endX = std::min(lastX, grid.nx - 1 - offsets.ixMax) + offsets.ixMax;  // data lie in the grid
   if (static_cast<std::size_t>(ndata_) < rows_.size()) {
     // Fewer data than rows in the box: each is looked at.
     for (int i = 0; i < ndata_; ++i) {
@@ -180,9 +186,9 @@ void SparseNeighborSearch::StartRun(NodeCoordinates first, int lastX, Scratch& s
   } else {
     for (const Row& row : rows_) {
       if (row.lowest > bound || row.lowest == kNoRank) break;
-      const int iy = first.iy + row.dy;
-      const int iz = first.iz + row.dz;
-      if (iy < 0 || iy >= grid.ny || iz < 0 || iz >= grid.nz) continue;
+      const int iy = Moved(first.iy, row.dy);
+      const int iz = Moved(first.iz, row.dz);
+      if (!HasRow(grid, iy, iz)) continue;
       const std::size_t line = static_cast<std::size_t>(iz) * grid.ny + iy;
       const int* datum = dataX_.data() + rowStart_[line];
       const int* const end = dataX_.data() + rowStart_[line + 1];

@@ -56,7 +56,8 @@ int WalkNeighbors(const NeighborList& list, int node, int limit, const NodeBits&
                   int* entries) noexcept {
   const ListAround around(list, node);
   int found = 0;
-  for (int begin = 0; begin < list.offsets->size && found < limit; begin += ListAround::kBlock) {
+  const int size = list.offsets->size;
+  for (int begin = 0; begin < size && found < limit; begin += std::min(ListAround::kBlock, size - begin)) {
     for (unsigned marked = around.Marked(begin, bits); marked != 0 && found < limit; marked &= marked - 1) {
       const int e = begin + std::countr_zero(marked);
       if (confirm(node + list.shift[e])) entries[found++] = e;

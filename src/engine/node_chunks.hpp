@@ -14,10 +14,9 @@ namespace kestrum {
 // Deals the positions first to nnode - 1 of a path out in chunks, for nodes that do not depend on one another: chunk t
 // goes to thread t, then t plus the number of threads, and so on. work(thread, begin, end) computes the nodes at the
 // positions begin to end - 1; warn(thread, i) then raises the warnings of the chunk's i-th node and gives what the
-// callback answers. Progress and warnings
-// are told node by node, in order. Progress is that of a node-by-node deal: thread 0 reports its n-th node as the
-// position n times the number of threads. A failure ends the serial form at once; the threaded form does all nodes, and
-// the last failure is the result.
+// callback answers. Progress and warnings are told node by node, in order. Progress is that of a node-by-node deal:
+// thread 0 reports its n-th node as the position n times the number of threads. A failure ends the serial form at once;
+// the threaded form does all nodes, and the last failure is the result.
 template <typename Work, typename Warn>
 int ForEachChunk(int nnode, int first, const RunMonitor& monitor, Dealing dealing, const Work& work,
                  const Warn& warn) noexcept {

@@ -252,7 +252,7 @@ int SimulatePath(const SimulationRun& run, Law& law, const NodeDraws& draws, con
   const int count = run.nnode - first;
   const double unit = 1.0 / (run.nnode - run.pathFirstInequality);
   std::atomic<int> word{0};
-  progress.Start(run.dealing.nthreads());
+  progress.Start(run.dealing.nscratch());
   run.dealing.EachThread([&](int thread, int team) noexcept {
     // Small grids are cut finer, so that each thread has some chunks.
     constexpr std::int64_t kMost = AheadSolver::kMaxNode;
@@ -333,12 +333,12 @@ int SimulateRealizations(const SimulationRun& run, Law& law, bool inequalityNode
     if (ranks.PositionOf(i) < run.pathFirstSimulated) before.Set(i);
   }
   ObjectArray<PathView> views;
-  if (const int status = views.Allocate(run.dealing.nthreads()); status != 0) return status;
+  if (const int status = views.Allocate(run.dealing.nscratch()); status != 0) return status;
   for (PathView& view : views) {
     if (const int status = view.Allocate(nxyz); status != 0) return status;
   }
   PathProgress progress;
-  if (const int status = progress.Allocate(run.dealing.nthreads()); status != 0) return status;
+  if (const int status = progress.Allocate(run.dealing.nscratch()); status != 0) return status;
   if (run.monitor.AbortedRun()) return kAborted;
   run.monitor.StartRealizations(run.nrealization);
   VORL_RANDCONTEXT context;

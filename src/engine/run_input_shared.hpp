@@ -1,6 +1,7 @@
 #ifndef KESTRUM_ENGINE_RUN_INPUT_SHARED_HPP
 #define KESTRUM_ENGINE_RUN_INPUT_SHARED_HPP
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -202,8 +203,12 @@ class InputValidation {
     for (int i = 0; i < input.ndataImage; ++i) {
       if (!Image(&input.dataImage[i])) return false;
       const VORL_IMAGE& image = input.dataImage[i];
-      // Every value is read.
-      if (image.nxyzv < static_cast<long long>(image.nvar) * image.grid->nxyz) return Refuse(-625);
+      // Every value is read, of as many nodes as the sizes tell: no stored product counts.
+      std::int64_t nvalue = image.nvar;
+      for (const int size : {image.grid->nx, image.grid->ny, image.grid->nz}) {
+        nvalue *= size;
+        if (nvalue > image.nxyzv) return Refuse(-625);
+      }
     }
     if (input.ndataPointSet > 0 && input.dataPointSet == nullptr) return Refuse(-641);
     for (int i = 0; i < input.ndataPointSet; ++i) {

@@ -1,7 +1,6 @@
 #include "engine/search_neighborhood.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <type_traits>
@@ -206,13 +205,11 @@ int VORLKestrumBuildSearchNeighborhoodForCovModel(
   const int hx = HalfWidth(radius[0], sx, nx);
   const int hy = HalfWidth(radius[1], sy, ny);
   const int hz = HalfWidth(radius[2], sz, nz);
-  // Half-widths are below 2^31, so that two factors fit 64 bits, and the third is tested by division.
-  const std::int64_t section = (2 * std::int64_t{hx} + 1) * (2 * std::int64_t{hy} + 1);
-  const std::int64_t nlayer = 2 * std::int64_t{hz} + 1;
-  if (section < 1 || nlayer < 1 || section > INT_MAX / nlayer) return -71250;
-  if (const int status = VORLMallocSearchNeighborhood(&list, static_cast<int>(section * nlayer)); status != 0) {
-    return status;
+  int room = 1;
+  for (const int h : {hx, hy, hz}) {
+    if (h < 0 || __builtin_mul_overflow(room, 2 * std::int64_t{h} + 1, &room)) return -71250;
   }
+  if (const int status = VORLMallocSearchNeighborhood(&list, room); status != 0) return status;
 
   list.ix[0] = list.iy[0] = list.iz[0] = 0;
   list.distance[0] = searchNeighborhoodSortMode == 2 ? -totalWeight : 0.0;

@@ -108,7 +108,7 @@ class GaussianLaw {
       : run_(run), input_(input), systems_(systems), law_(input) {}
 
   [[nodiscard]] int Allocate() noexcept {
-    if (const int status = scratches_.Allocate(run_.dealing.nthreads()); status != 0) return status;
+    if (const int status = scratches_.Allocate(run_.dealing.nscratch()); status != 0) return status;
     for (Scratch& scratch : scratches_) {
       int status = scratch.kriging.Allocate(systems_.model.ordinaryKriging, systems_.capacity);
       if (status == 0) status = scratch.solver.Allocate(systems_.capacity);
@@ -225,8 +225,8 @@ class GaussianLaw {
     const int last = run_.pathFirstSimulated;
     auto& [kriging, solver] = scratches_[0];
     PassFlags flags;
-    for (int begin = first; begin < last; begin += AheadSolver::kMaxNode) {
-      const int count = std::min(AheadSolver::kMaxNode, last - begin);
+    for (int begin = first, count = 0; begin < last; begin += count) {
+      count = std::min(AheadSolver::kMaxNode, last - begin);
       const int* const nodes = run_.simulationPath + begin;
       const bool found = pass > 0 && solvedNodes_.complete();
       if (!found) {

@@ -68,7 +68,8 @@ KESTRUM_API int VORLKestrumSimSimulation(VORL_KESTRUMINPUT* input, BOOLEAN ordin
                                          int (*progressCallback)(VORL_PROGRESSMONITOR*)) KESTRUM_NOEXCEPT;
 
 /* As VORLKestrumSimSimulation, on `nthreads` threads, with the same values. The nodes of a realization are shared out;
- * the Gibbs sampler runs on one thread. A set abort flag is found at the end of the realization at hand. */
+ * the Gibbs sampler runs on one thread. A set abort flag to which the callback does not answer is found at the end of
+ * the realization at hand. */
 KESTRUM_API int VORLOMPKestrumSimSimulation(
     VORL_KESTRUMINPUT* input, BOOLEAN ordinaryKriging, VORL_IMAGE* image, VORL_IMAGE* outputImage,
     BOOLEAN rotationStationary, BOOLEAN weightStationary, BOOLEAN rangeStationary, BOOLEAN covModelStationary,

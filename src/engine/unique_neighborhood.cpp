@@ -49,7 +49,7 @@ int UniqueSystem::Build(const KrigingModel& model, const UniqueData& data, bool 
   const std::ptrdiff_t size = size_;
   if (const int status = matrix_.Allocate(static_cast<std::size_t>(size) * size); status != 0) return status;
   ObjectArray<Buffer<real>> lags;  // per thread
-  if (const int status = lags.Allocate(dealing.nthreads()); status != 0) return status;
+  if (const int status = lags.Allocate(dealing.nscratch()); status != 0) return status;
   for (Buffer<real>& lag : lags) {
     if (const int status = lag.Allocate(3 * static_cast<std::size_t>(m)); status != 0) return status;
   }

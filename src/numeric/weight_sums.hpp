@@ -21,7 +21,7 @@ class PlainWeightSums {
   // Reduces the entries from `first` to `last` by `weight` and those behind `last` by `weightBehind`.
   void Reduce(int first, int last, double weight, double weightBehind) noexcept {
     for (int entry = first; entry <= last; ++entry) sums_[entry] -= weight;
-    for (int entry = last + 1; entry <= n_; ++entry) sums_[entry] -= weightBehind;
+    for (std::ptrdiff_t entry = std::ptrdiff_t{last} + 1; entry <= n_; ++entry) sums_[entry] -= weightBehind;
   }
 
  private:
@@ -46,8 +46,8 @@ class WeightSumTree {
       if (!(sums[i] >= 0.0 && sums[i] <= sums[i + 1] && sums[i + 1] < HUGE_VAL)) return false;
     }
     sums_ = sums;
-    size_ = n + 1;
-    nblock_ = (size_ + kBlockSize - 1) / kBlockSize;
+    size_ = std::ptrdiff_t{n} + 1;
+    nblock_ = static_cast<int>((size_ + kBlockSize - 1) / kBlockSize);
     if (nodes_.Allocate(2 * std::bit_ceil(static_cast<std::size_t>(nblock_))) != 0) return false;
     BuildNode({1, 0, nblock_});
     return true;
@@ -149,13 +149,13 @@ class WeightSumTree {
   };
 
   struct Reduction {
-    int first, last;
+    std::ptrdiff_t first, last;
     double weight, weightBehind;
   };
 
-  int FirstEntry(const Place& place) const noexcept { return place.firstBlock * kBlockSize; }
-  int EndEntry(const Place& place) const noexcept {
-    return std::min(size_, (place.firstBlock + place.nblock) * kBlockSize);
+  std::ptrdiff_t FirstEntry(const Place& place) const noexcept { return std::ptrdiff_t{place.firstBlock} * kBlockSize; }
+  std::ptrdiff_t EndEntry(const Place& place) const noexcept {
+    return std::min(size_, (std::ptrdiff_t{place.firstBlock} + place.nblock) * kBlockSize);
   }
 
   Place Descend(const Place& place, int entry) noexcept {
@@ -182,11 +182,11 @@ class WeightSumTree {
 
   void MeasureBlock(const Place& place) noexcept {
     constexpr int kLanes = 4;
-    const int begin = FirstEntry(place);
-    const int end = EndEntry(place);
+    const std::ptrdiff_t begin = FirstEntry(place);
+    const std::ptrdiff_t end = EndEntry(place);
     double lowest[kLanes], highest[kLanes];
     for (int lane = 0; lane < kLanes; ++lane) lowest[lane] = highest[lane] = sums_[begin];
-    int entry = begin;
+    std::ptrdiff_t entry = begin;
     for (; entry + kLanes <= end; entry += kLanes) {
       for (int lane = 0; lane < kLanes; ++lane) {
         const double value = sums_[entry + lane];
@@ -206,8 +206,8 @@ class WeightSumTree {
   void SettleBlock(const Place& place) noexcept {
     Held& held = nodes_[place.node].held;
     if (held.IsNothing()) return;
-    const int end = EndEntry(place);
-    for (int entry = FirstEntry(place); entry < end; ++entry) sums_[entry] = held.Apply(sums_[entry]);
+    const std::ptrdiff_t end = EndEntry(place);
+    for (std::ptrdiff_t entry = FirstEntry(place); entry < end; ++entry) sums_[entry] = held.Apply(sums_[entry]);
     held = {};
   }
 
@@ -227,11 +227,11 @@ class WeightSumTree {
   }
 
   void ReduceNode(const Place& place, const Reduction& r) noexcept {
-    const int begin = FirstEntry(place);
-    const int end = EndEntry(place);
+    const std::ptrdiff_t begin = FirstEntry(place);
+    const std::ptrdiff_t end = EndEntry(place);
     if (end <= r.first) return;
     const bool behind = begin > r.last;
-    if ((behind || (begin >= r.first && end <= r.last + 1)) &&
+    if ((behind || (begin >= r.first && end - 1 <= r.last)) &&
         nodes_[place.node].HoldBack(behind ? r.weightBehind : r.weight)) {
       return;
     }
@@ -243,14 +243,14 @@ class WeightSumTree {
       return;
     }
     SettleBlock(place);
-    const int split = std::clamp(r.last + 1, begin, end);
-    for (int entry = std::max(begin, r.first); entry < split; ++entry) sums_[entry] -= r.weight;
-    for (int entry = std::max(split, r.first); entry < end; ++entry) sums_[entry] -= r.weightBehind;
+    const std::ptrdiff_t split = std::clamp(r.last + 1, begin, end);
+    for (std::ptrdiff_t entry = std::max(begin, r.first); entry < split; ++entry) sums_[entry] -= r.weight;
+    for (std::ptrdiff_t entry = std::max(split, r.first); entry < end; ++entry) sums_[entry] -= r.weightBehind;
     MeasureBlock(place);
   }
 
   double* sums_ = nullptr;
-  int size_ = 0;
+  std::ptrdiff_t size_ = 0;
   int nblock_ = 0;
   Buffer<Node> nodes_;  // node 1 is the root; the halves of node k are 2k and 2k + 1
 };

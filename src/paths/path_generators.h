@@ -21,7 +21,7 @@
  * The result depends on the arguments and the state of the sequence alone. Calls may run at the same time on different
  * paths, masks and random contexts.
  *
- * Statuses: 0; -20 path or mask null; -3 a size below 1, or more values than an int can count; those of failing
+ * Statuses: 0; -20 path, mask or order null; -3 a size below 1, or more values than an int can count; those of failing
  * allocations. After a failure the path is as it was.
  */
 

@@ -241,13 +241,16 @@ int VORLSearchNeighborhoodToImage(VORL_SEARCHNEIGHBORHOOD* searchNeighborhood, V
   constexpr int kVariables = 3;
   const auto& list = *searchNeighborhood;
   VORL_GRID grid{};
-  grid.nx = list.ixMax - list.ixMin + 1;
-  grid.ny = list.iyMax - list.iyMin + 1;
-  grid.nz = list.izMax - list.izMin + 1;
+  const std::int64_t size[] = {std::int64_t{list.ixMax} - list.ixMin + 1, std::int64_t{list.iyMax} - list.iyMin + 1,
+                               std::int64_t{list.izMax} - list.izMin + 1};
   int nvalue = kVariables;
-  for (const int n : {grid.nx, grid.ny, grid.nz}) {
+  for (const std::int64_t n : size) {
     if (__builtin_mul_overflow(nvalue, n, &nvalue)) return -620;
   }
+  if (std::min({size[0], size[1], size[2]}) < 1) return -3;
+  grid.nx = static_cast<int>(size[0]);
+  grid.ny = static_cast<int>(size[1]);
+  grid.nz = static_cast<int>(size[2]);
   grid.nxy = grid.nx * grid.ny;
   grid.nxyz = grid.nxy * grid.nz;
   grid.sx = grid.sy = grid.sz = 1.0;

@@ -75,6 +75,8 @@ KESTRUM_API int VORLCmpSearchNeighborhoodParameters(VORL_SEARCHNEIGHBORHOODPARAM
  *             SEARCHNEIGHBORHOOD_ROTATION_ON, the angles after the second, the power;
  *             FALSE: three radii, three ratios, three angles and the power: both modes become manual and rotationFlag
  *             TRUE.
+ *   parameters  in and out: an initialised record. Fields that the file does not hold keep what they had; after
+ *               SEARCHNEIGHBORHOOD_ROTATION_OFF these are the angles, by which VORLBuildSearchNeighborhood turns.
  * Values are not validated.
  * Returns 0 or the status of the entry that is missing or can not be read: -875 radiusMode; -876 to -878 radii; -880
  * anisotropyRatioMode; -881 to -883 ratios; -885 rotationFlag; -886 to -888 angles; -889 power. The fields before it
@@ -118,8 +120,9 @@ KESTRUM_API int VORLSearchNeighborhoodApproxBound(VORL_SEARCHNEIGHBORHOODPARAMET
 /* Turns a list into an image of its bounding box, with cells of size 1.0 and offset (0, 0, 0) at the origin of the
  * coordinates. The variables "index" (the place in the list, from 0), "distance" and "weight" are missing at nodes that
  * are not in the list.
- *   image  out; must hold nothing; its contents are allocated (VORLFreeImage)
- * Returns 0; -620 if the image would have more values than an int can count; the status of VORLMallocImage. */
+ *   image  out; must hold nothing; its contents are allocated; release them with VORLFreeImage, also after a failure
+ * Returns 0; -620 if the image would have more values than an int can count; -3 if the box is turned round; the status
+ * of VORLMallocImage. */
 KESTRUM_API int VORLSearchNeighborhoodToImage(VORL_SEARCHNEIGHBORHOOD* searchNeighborhood,
                                               VORL_IMAGE* image) KESTRUM_NOEXCEPT;
 
