@@ -220,10 +220,12 @@ TEST(KMeans, Refusals) {
     EXPECT_EQ(RunKMeans(bad, &out, 0), c.status);
   }
   for (Problem p = good; p.initMode >= 0; --p.initMode) {
-    kestrum_test::ForEachFailingAllocation([&] {
-      Outcome out(p);
-      return RunKMeans(p, &out, 0);
-    });
+    for (const int nthreads : {0, 2}) {
+      kestrum_test::ForEachFailingAllocation([&] {
+        Outcome out(p);
+        return RunKMeans(p, &out, nthreads);
+      });
+    }
   }
   // No run reaches a finite inertia, so none is kept.
   Outcome out(good);

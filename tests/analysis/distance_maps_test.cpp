@@ -4,14 +4,14 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
+#include <cstring>
 #include <limits>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "analysis/connectivity.h"
 #include "analysis/distance_lines.hpp"
-#include "analysis/geobodies.h"
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/memory.h"
@@ -32,12 +32,11 @@ bool IsFeature(double value) { return value != 0.0 && value != kMissing; }
 
 // The envelope of one line, step by step.
 Values PlainEnvelope(bool l1, Values d, double w) {
-  const int n = static_cast<int>(d.size());
-  const int last = n - 1;
-  std::vector<double> s(d.size()), t(d.size()), f(d.size());
-  const auto cost = [&](double u, double site) {
-    return (l1 ? std::fabs(u - site) * w : (u - site) * (u - site) * w) + d[static_cast<std::size_t>(site)];
-  };
+  const int last = static_cast<int>(d.size()) - 1;
+  Values s(d.size()), f;
+  std::vector<int> t(d.size());
+  const auto along = [l1, w](double steps) { return l1 ? std::fabs(steps) * w : steps * steps * w; };
+  const auto cost = [&](double u, int site) { return along(u - site) + d[site]; };
   int q = 0;
   for (int u = 1; u <= last; ++u) {
     if (cost(last, t[q]) <= cost(last, u)) continue;
@@ -48,18 +47,16 @@ Values PlainEnvelope(bool l1, Values d, double w) {
       t[0] = u;
       continue;
     }
-    const double slope = (d[u] - d[static_cast<std::size_t>(t[q])]) * (0.5 / w);
+    const double slope = (d[u] - d[t[q]]) * (0.5 / w);
     const double c = std::trunc((l1 ? slope : slope / (u - t[q])) + (t[q] + u) * 0.5);
     const double candidate = s[q] == c + 1 ? c + 2 : c + 1;
-    if (candidate < n) {
-      ++q;
-      s[q] = candidate;
-      t[q] = u;
-    }
+    if (candidate > last) continue;
+    s[++q] = candidate;
+    t[q] = u;
   }
-  for (int k = 0; k <= q; ++k) f[k] = d[static_cast<std::size_t>(t[k])];
+  for (const int site : t) f.push_back(d[site]);
   for (int u = last; u >= 0; --u) {
-    d[u] = (l1 ? std::fabs(u - t[q]) * w : (u - t[q]) * (u - t[q]) * w) + f[q];
+    d[u] = along(u - t[q]) + f[q];
     if (s[q] == u) --q;
   }
   return d;
@@ -76,28 +73,25 @@ TEST(DistanceLines, EveryKernelFollowsThePlainSteps) {
       // The last ones are so small that rounding puts starts out of order, and before the line.
       for (const double w : {1.0, 0.49, 25.0, 1e-3, 3e-13, 2e-16}) {
         for (const int farPercent : {0, 50, 95, 100}) {
-          std::vector<Values> lines;
+          std::vector<Values> lines(kestrum::kLineLanes, Values(n));
           for (int lane = 0; lane < kestrum::kLineLanes; ++lane) {
-            const double scale = lane % 2 == 0 ? 1.0 : 1.69;
-            const unsigned range = lane % 3 == 0 ? 4 : 200;
-            Values line(static_cast<std::size_t>(n));
-            for (double& value : line) {
-              const double steps = random() % range;
-              value = static_cast<int>(random() % 100) < farPercent ? 3.0 * 300 * 300 : steps * steps * scale;
+            for (double& value : lines[lane]) {
+              const double steps = random() % (lane % 3 == 0 ? 4 : 200);
+              const bool isFar = static_cast<int>(random() % 100) < farPercent;
+              value = isFar ? 3.0 * 300 * 300 : steps * steps * (lane % 2 == 0 ? 1.0 : 1.69);
             }
-            lines.push_back(line);
           }
           for (const auto& [kernel, lanes] : kernels) {
-            const std::size_t size = lines[0].size() * static_cast<std::size_t>(lanes);
+            const int size = n * lanes;
             kestrum::Buffer<double> cost, distance;
             kestrum::Buffer<long long> link;
             ASSERT_EQ(cost.Allocate(size) + distance.Allocate(size) + link.Allocate(size), 0);
-            for (std::size_t i = 0; i < size; ++i) cost[i] = lines[i % lanes][i / lanes];
+            for (int i = 0; i < size; ++i) cost[i] = lines[i % lanes][i / lanes];
             kernel(l1 ? DistanceMetric::kL1 : DistanceMetric::kEuclidean,
                    {n, w, cost.data(), distance.data(), link.data()});
-            for (std::size_t lane = 0; lane < static_cast<std::size_t>(lanes); ++lane) {
+            for (int lane = 0; lane < lanes; ++lane) {
               Values line;
-              for (std::size_t u = 0; u < lines[lane].size(); ++u) line.push_back(distance[u * lanes + lane]);
+              for (int u = 0; u < n; ++u) line.push_back(distance[u * lanes + lane]);
               ASSERT_TRUE(SameBits(line, PlainEnvelope(l1, lines[lane], w))) << l1 << ' ' << n << ' ' << w;
             }
           }
@@ -107,22 +101,25 @@ TEST(DistanceLines, EveryKernelFollowsThePlainSteps) {
   }
 }
 
-// One metric's functions.
-struct Family {
-  bool l1;
-  int (*exact)(VORL_IMAGE*, VORL_IMAGE*);
-  int (*exactThreads)(VORL_IMAGE*, VORL_IMAGE*, int);
-  int (*trial)(VORL_IMAGE*, VORL_IMAGE*, BOOLEAN);
-  int (*sign)(VORL_IMAGE*, VORL_IMAGE*);
-  int (*signThreads)(VORL_IMAGE*, VORL_IMAGE*, int);
+struct Maps {
+  bool l1, exact, isSigned;
   const char* suffix;
-  const char* signSuffix;
+  int (*serial)(VORL_IMAGE*, VORL_IMAGE*);
+  int (*threads)(VORL_IMAGE*, VORL_IMAGE*, int);
+  // nthreads 0: the serial form.
+  int Make(VORL_IMAGE* in, VORL_IMAGE* out, int nthreads) const {
+    return nthreads == 0 || threads == nullptr ? serial(in, out) : threads(in, out, nthreads);
+  }
 };
-const Family kFamilies[] = {
-    {true, VORLImageDistanceL1, VORLOMPImageDistanceL1, VORLImageDistanceL1BruteForce, VORLImageDistanceL1Sign,
-     VORLOMPImageDistanceL1Sign, "_distL1", "_distL1Sign"},
-    {false, VORLImageDistanceEuclidean, VORLOMPImageDistanceEuclidean, VORLImageDistanceEuclideanBruteForce,
-     VORLImageDistanceEuclideanSign, VORLOMPImageDistanceEuclideanSign, "_distL2", "_distL2Sign"}};
+const Maps kMaps[] = {
+    {true, true, false, "_distL1", VORLImageDistanceL1, VORLOMPImageDistanceL1},
+    {false, true, false, "_distL2", VORLImageDistanceEuclidean, VORLOMPImageDistanceEuclidean},
+    {true, true, true, "_distL1Sign", VORLImageDistanceL1Sign, VORLOMPImageDistanceL1Sign},
+    {false, true, true, "_distL2Sign", VORLImageDistanceEuclideanSign, VORLOMPImageDistanceEuclideanSign},
+    {true, false, false, "_distL1", [](auto* in, auto* out) { return VORLImageDistanceL1BruteForce(in, out, FALSE); },
+     nullptr},
+    {false, false, false, "_distL2",
+     [](auto* in, auto* out) { return VORLImageDistanceEuclideanBruteForce(in, out, FALSE); }, nullptr}};
 
 // The distance from each node to the nearest feature; missingAtRowStart: a missing value with ix = 0 is one, too.
 Values MapByTrial(bool l1, bool missingAtRowStart, const VORL_GRID& g, int nvar, const Values& in) {
@@ -143,24 +140,20 @@ Values MapByTrial(bool l1, bool missingAtRowStart, const VORL_GRID& g, int nvar,
   return out;
 }
 
-// Features become 0.0 next to background, then features and background change places.
-Values ComplementOfEroded(const VORL_GRID& g, const Values& in) {
-  Values out = in;
-  for (int i = 0; i < static_cast<int>(in.size()); ++i) {
-    const int ix = i % g.nx, iy = i / g.nx % g.ny, iz = i % g.nxyz / g.nxy;
-    const bool eroded = (ix > 0 && in[i - 1] == 0.0) || (ix < g.nx - 1 && in[i + 1] == 0.0) ||
-                        (iy > 0 && in[i - g.nx] == 0.0) || (iy < g.ny - 1 && in[i + g.nx] == 0.0) ||
-                        (iz > 0 && in[i - g.nxy] == 0.0) || (iz < g.nz - 1 && in[i + g.nxy] == 0.0);
-    if (in[i] != kMissing) out[i] = in[i] == 0.0 || eroded ? 1.0 : 0.0;
-  }
-  return out;
+// 1.0 at background and next to it, 0.0 further inside the features.
+Values ComplementOfEroded(VORL_GRID g, int nvar, Values in) {
+  g.sx = g.sy = g.sz = 1.0;
+  for (double& value : in) value = value == kMissing ? kMissing : value == 0.0;
+  in = MapByTrial(true, false, g, nvar, in);
+  for (double& value : in) value = value == kMissing ? kMissing : value <= 1.0;
+  return in;
 }
 
-Values RandomValues(std::mt19937& random, int n, int featurePercent, int missingPercent, double featureValues = 1) {
+Values RandomValues(std::mt19937& random, int n, int featurePercent, int missingPercent, unsigned featureValues = 1) {
   Values values;
   for (int i = 0; i < n; ++i) {
     const int percent = static_cast<int>(random() % 100);
-    const double feature = 1.0 + random() % static_cast<unsigned>(featureValues);
+    const double feature = 1.0 + random() % featureValues;
     values.push_back(percent < featurePercent ? feature : percent >= 100 - missingPercent ? kMissing : 0.0);
   }
   return values;
@@ -183,30 +176,23 @@ TEST(DistanceMaps, AgainstTrialOnRandomGrids) {
           RandomValues(random, 3 * g.nx * g.ny * g.nz, featurePercent, featurePercent < 90 ? 15 : 0, 3);
       Image in(g, {"a", "b", "c"}, values);
       const VORL_GRID& grid = *in.grid;
-      for (const Family& family : kFamilies) {
-        SCOPED_TRACE(std::to_string(g.nx) + " " + std::to_string(g.ny) + " " + std::to_string(g.nz) + " " +
-                     std::to_string(featurePercent) + family.suffix);
-        Image exact, trial, sign;
-        ASSERT_EQ(family.exact(&in, &exact), 0);
-        ExpectNear(exact.Values(), MapByTrial(family.l1, family.l1, grid, 3, values));
-        ASSERT_EQ(family.trial(&in, &trial, FALSE), 0);
-        ExpectNear(trial.Values(), MapByTrial(family.l1, false, grid, 3, values));
-        ASSERT_EQ(family.sign(&in, &sign), 0);
-        const Values inside = MapByTrial(family.l1, family.l1, grid, 3, ComplementOfEroded(grid, values));
-        Values expected = MapByTrial(family.l1, family.l1, grid, 3, values);
-        for (std::size_t i = 0; i < expected.size(); ++i) expected[i] -= values[i] == kMissing ? 0.0 : inside[i];
-        ExpectNear(sign.Values(), expected);
-        EXPECT_EQ(exact.varName[2], std::string("c") + family.suffix);
-        EXPECT_EQ(trial.varName[1], std::string("b") + family.suffix);
-        EXPECT_EQ(sign.varName[0], std::string("a") + family.signSuffix);
-        EXPECT_EQ(VORLCmpGrid(sign.grid, in.grid), 0);
-        if (featurePercent != 40) continue;
+      for (const Maps& maps : kMaps) {
+        SCOPED_TRACE(testing::Message() << g.nx << ' ' << g.ny << ' ' << g.nz << ' ' << featurePercent << maps.suffix);
+        const bool missingAtRowStart = maps.l1 && maps.exact;
+        Values expected = MapByTrial(maps.l1, missingAtRowStart, grid, 3, values);
+        if (maps.isSigned) {
+          const Values inside = MapByTrial(maps.l1, missingAtRowStart, grid, 3, ComplementOfEroded(grid, 3, values));
+          for (std::size_t i = 0; i < inside.size(); ++i) expected[i] -= values[i] == kMissing ? 0.0 : inside[i];
+        }
+        Image map;
+        ASSERT_EQ(maps.Make(&in, &map, 0), 0);
+        ExpectNear(map.Values(), expected);
+        EXPECT_EQ(map.varName[2], std::string("c") + maps.suffix);
+        EXPECT_EQ(VORLCmpGrid(map.grid, in.grid), 0);
         for (const int nthreads : {1, 2, 3, 8}) {
-          Image exactThreads, signThreads;
-          ASSERT_EQ(family.exactThreads(&in, &exactThreads, nthreads), 0);
-          EXPECT_TRUE(SameBits(exactThreads.Values(), exact.Values())) << nthreads;
-          ASSERT_EQ(family.signThreads(&in, &signThreads, nthreads), 0);
-          EXPECT_TRUE(SameBits(signThreads.Values(), sign.Values())) << nthreads;
+          Image same;
+          ASSERT_EQ(maps.Make(&in, &same, nthreads), 0);
+          EXPECT_TRUE(SameBits(same.Values(), map.Values())) << nthreads;
         }
       }
       EXPECT_TRUE(SameBits(in.Values(), values));
@@ -217,27 +203,22 @@ TEST(DistanceMaps, AgainstTrialOnRandomGrids) {
 TEST(DistanceMaps, ClosedForms) {
   const double m = kMissing;
   const struct {
+    int (*function)(VORL_IMAGE*, VORL_IMAGE*);
     VORL_GRID grid;
-    Values in, l1, euclidean, l1Sign;
-  } cases[] = {// No feature: the far value, and missing nodes.
-               {Grid(3, 2, 1, 1, 2, 4), {0, 0, 0, 0, m, 0}, {11, 11, 11, 11, m, 11}, {}, {11, 11, 11, 11, m, 11}},
-               {Grid(3, 1, 1, 4, 2, 1), {0, 0, 0}, {15, 15, 15}, {std::sqrt(149), std::sqrt(149), std::sqrt(149)}, {}},
-               // Neighbours along x and y.
-               {Grid(2, 2, 1, 1, 2, 1), {1, 0, 0, 0}, {0, 1, 2, 3}, {0, 1, 2, std::sqrt(5)}, {0, 1, 2, 3}},
+    Values in, out;
+  } cases[] = {{VORLImageDistanceL1Sign, Grid(3, 2, 1, 1, 2, 4), {0, 0, 0, 0, m, 0}, {11, 11, 11, 11, m, 11}},
+               {VORLImageDistanceEuclidean, Grid(2, 1, 1, 4, 2, 1), {0, 0}, {std::sqrt(69), std::sqrt(69)}},
+               {VORLImageDistanceEuclidean, Grid(2, 2, 1, 1, 2, 1), {1, 0, 0, 0}, {0, 1, 2, std::sqrt(5)}},
                // A missing value is a feature for L1 at the start of a row alone.
-               {Grid(4, 1, 1), {m, 0, 0, 0}, {m, 1, 2, 3}, {m, std::sqrt(18), std::sqrt(18), std::sqrt(18)}, {}},
-               {Grid(4, 1, 1), {0, m, 0, -2}, {3, m, 1, 0}, {3, m, 1, 0}, {}},
+               {VORLImageDistanceL1, Grid(6, 1, 1), {m, 0, 0, 0, m, 0}, {m, 1, 2, 3, m, 5}},
+               {VORLImageDistanceEuclidean, Grid(2, 1, 1), {m, 0}, {m, std::sqrt(6)}},
                // A block from inside to outside, and a set without outside.
-               {Grid(9, 1, 1, 2), {0, 0, 1, 1, 1, 1, 1, 0, 0}, {}, {}, {4, 2, 0, -2, -4, -2, 0, 2, 4}},
-               {Grid(1, 2, 1), {5, 5}, {0, 0}, {0, 0}, {-4, -4}}};
+               {VORLImageDistanceL1Sign, Grid(7, 1, 1, 2), {0, 1, 1, 1, 1, 1, 0}, {2, 0, -2, -4, -2, 0, 2}},
+               {VORLImageDistanceL1Sign, Grid(1, 2, 1), {5, 5}, {-4, -4}}};
   for (const auto& c : cases) {
-    Image in(c.grid, {"v"}, c.in);
-    Image l1, euclidean, l1Sign;
-    ASSERT_EQ(VORLImageDistanceL1(&in, &l1) + VORLImageDistanceEuclidean(&in, &euclidean), 0);
-    ASSERT_EQ(VORLImageDistanceL1Sign(&in, &l1Sign), 0);
-    EXPECT_TRUE(c.l1.empty() || l1.Values() == c.l1);
-    EXPECT_TRUE(c.euclidean.empty() || euclidean.Values() == c.euclidean);
-    EXPECT_TRUE(c.l1Sign.empty() || l1Sign.Values() == c.l1Sign);
+    Image in(c.grid, {"v"}, c.in), out;
+    ASSERT_EQ(c.function(&in, &out), 0);
+    EXPECT_EQ(out.Values(), c.out);
   }
 }
 
@@ -247,12 +228,12 @@ TEST(DistanceMaps, LongLines) {
   Values values(kNodes, 0.0);
   for (int i = 500; i < kNodes; i += 1 + i % 977) values[i] = 1.0;
   Image row(Grid(kNodes, 1, 1), {"v"}, values);
-  for (const Family& family : kFamilies) {
+  for (const Maps& maps : {kMaps[0], kMaps[1]}) {
     Image rowMap;
-    ASSERT_EQ(family.exact(&row, &rowMap), 0);
+    ASSERT_EQ(maps.Make(&row, &rowMap, 0), 0);
     for (const VORL_GRID& grid : {Grid(1, kNodes, 1), Grid(1, 1, kNodes)}) {
       Image column(grid, {"v", "w"}, values), map;
-      ASSERT_EQ(family.exactThreads(&column, &map, 2), 0);
+      ASSERT_EQ(maps.Make(&column, &map, 2), 0);
       EXPECT_TRUE(SameBits(map.var, rowMap.var, kNodes) && SameBits(map.var + kNodes, rowMap.var, kNodes));
     }
   }
@@ -262,18 +243,14 @@ TEST(DistanceMaps, LongLines) {
 Values DilationBySweeps(const VORL_GRID& g, Values out, const std::vector<int> (&shift)[3]) {
   const auto sweep = [&](double r) {
     const Values work = out;
-    bool changed = false;
     for (int i = 0; i < g.nxyz; ++i) {
-      if (out[i] != 0.0) continue;
-      for (std::size_t k = 0; k < shift[0].size(); ++k) {
+      for (std::size_t k = 0; k < shift[0].size() && work[i] == 0.0; ++k) {
         const int x = i % g.nx + shift[0][k], y = i / g.nx % g.ny + shift[1][k], z = i / g.nxy + shift[2][k];
         if (x < 0 || x >= g.nx || y < 0 || y >= g.ny || z < 0 || z >= g.nz) continue;
-        if (!IsFeature(work[x + g.nx * (y + g.ny * z)])) continue;
-        out[i] = r;
-        changed = true;
+        if (IsFeature(work[x + g.nx * (y + g.ny * z)])) out[i] = r;
       }
     }
-    return changed;
+    return out != work;
   };
   for (double r = 2; sweep(r); ++r) {
   }
@@ -315,49 +292,52 @@ TEST(DistanceMaps, ByDilationAgainstSweeps) {
   EXPECT_EQ(VORLImageDistanceByDilation(&in, &out, 1, x, zero, nullptr), -20);
 }
 
-using GeobodyFunction = decltype(&VORLImageGeobody6);
-using Curve = int (*)(VORL_IMAGE*, real, int*, real**, real**, real**, BOOLEAN);
-using CurveThreads = int (*)(VORL_IMAGE*, real, int*, real**, real**, real**, BOOLEAN, int);
-const struct {
-  const Family& family;
-  GeobodyFunction geobody;
-  Curve curve;
-  CurveThreads threads;
-} kCurves[] = {{kFamilies[0], VORLImageGeobody6, VORLImageDistanceL1Connectivity6GlobalIndicatorCurve,
-                VORLOMPImageDistanceL1Connectivity6GlobalIndicatorCurve},
-               {kFamilies[0], VORLImageGeobody18, VORLImageDistanceL1Connectivity18GlobalIndicatorCurve,
-                VORLOMPImageDistanceL1Connectivity18GlobalIndicatorCurve},
-               {kFamilies[0], VORLImageGeobody26, VORLImageDistanceL1Connectivity26GlobalIndicatorCurve,
-                VORLOMPImageDistanceL1Connectivity26GlobalIndicatorCurve},
-               {kFamilies[1], VORLImageGeobody6, VORLImageDistanceEuclideanConnectivity6GlobalIndicatorCurve,
-                VORLOMPImageDistanceEuclideanConnectivity6GlobalIndicatorCurve},
-               {kFamilies[1], VORLImageGeobody18, VORLImageDistanceEuclideanConnectivity18GlobalIndicatorCurve,
-                VORLOMPImageDistanceEuclideanConnectivity18GlobalIndicatorCurve},
-               {kFamilies[1], VORLImageGeobody26, VORLImageDistanceEuclideanConnectivity26GlobalIndicatorCurve,
-                VORLOMPImageDistanceEuclideanConnectivity26GlobalIndicatorCurve}};
+struct CurveForms {
+  const Maps& maps;
+  decltype(&VORLImageConnectivity6GlobalIndicatorCurve) ofValues;
+  decltype(&VORLImageDistanceL1Connectivity6GlobalIndicatorCurve) serial;
+  decltype(&VORLOMPImageDistanceL1Connectivity6GlobalIndicatorCurve) threads;
+};
+const CurveForms kCurves[] = {
+    {kMaps[2], VORLImageConnectivity6GlobalIndicatorCurve, VORLImageDistanceL1Connectivity6GlobalIndicatorCurve,
+     VORLOMPImageDistanceL1Connectivity6GlobalIndicatorCurve},
+    {kMaps[2], VORLImageConnectivity18GlobalIndicatorCurve, VORLImageDistanceL1Connectivity18GlobalIndicatorCurve,
+     VORLOMPImageDistanceL1Connectivity18GlobalIndicatorCurve},
+    {kMaps[2], VORLImageConnectivity26GlobalIndicatorCurve, VORLImageDistanceL1Connectivity26GlobalIndicatorCurve,
+     VORLOMPImageDistanceL1Connectivity26GlobalIndicatorCurve},
+    {kMaps[3], VORLImageConnectivity6GlobalIndicatorCurve, VORLImageDistanceEuclideanConnectivity6GlobalIndicatorCurve,
+     VORLOMPImageDistanceEuclideanConnectivity6GlobalIndicatorCurve},
+    {kMaps[3], VORLImageConnectivity18GlobalIndicatorCurve,
+     VORLImageDistanceEuclideanConnectivity18GlobalIndicatorCurve,
+     VORLOMPImageDistanceEuclideanConnectivity18GlobalIndicatorCurve},
+    {kMaps[3], VORLImageConnectivity26GlobalIndicatorCurve,
+     VORLImageDistanceEuclideanConnectivity26GlobalIndicatorCurve,
+     VORLOMPImageDistanceEuclideanConnectivity26GlobalIndicatorCurve}};
 
-double GammaAt(GeobodyFunction geobody, Image& map, double lower, double upper, BOOLEAN complement) {
-  Image labels;
-  int ngeobody = 0;
-  EXPECT_EQ(geobody(&map, &labels, 0, complement, 1, &lower, &upper, FALSE, FALSE, &ngeobody), 0);
-  Values sizes(static_cast<std::size_t>(ngeobody) + 1, 0.0);
-  for (const double label : labels.Values()) sizes[static_cast<std::size_t>(std::max(label, 0.0))] += 1.0;
-  double sum = 0.0, squares = 0.0;
-  for (std::size_t k = 1; k < sizes.size(); ++k) {
-    sum += sizes[k];
-    squares += sizes[k] * sizes[k];
+// Runs a form, the serial one if forThreads is false. A failure must set nothing.
+int Compute(const CurveForms& forms, Image& in, double step, bool forThreads, int nthreads,
+            std::vector<Values>* curves = nullptr) {
+  int n = -7;
+  double* given[3] = {};
+  const int status = forThreads ? forms.threads(&in, step, &n, &given[0], &given[1], &given[2], FALSE, nthreads)
+                                : forms.serial(&in, step, &n, &given[0], &given[1], &given[2], FALSE);
+  EXPECT_EQ(n == -7, status != 0);
+  for (double* const curve : given) {
+    EXPECT_EQ(curve == nullptr, status != 0);
+    if (curves != nullptr && curve != nullptr) curves->emplace_back(curve, curve + n);
+    VORLFree(curve);
   }
-  return ngeobody == 0 ? 1.0 : squares / (sum * sum);
+  return status;
 }
 
-TEST(DistanceCurves, AgainstGeobodiesOfTheSignedMap) {
+TEST(DistanceCurves, AreThoseOfTheSignedMap) {
   std::mt19937 random(4);
   for (const int featurePercent : {60, 97}) {
     const Values values = RandomValues(random, 12 * 11 * 5, featurePercent, featurePercent == 60 ? 3 : 0);
     Image in(Grid(12, 11, 5, 1, 1.5, 0.5), {"v"}, values);
     for (const auto& c : kCurves) {
       Image map;
-      ASSERT_EQ(c.family.sign(&in, &map), 0);
+      ASSERT_EQ(c.maps.Make(&in, &map, 0), 0);
       double lowest = 1e30, highest = -1e30;
       for (const double distance : map.Values()) {
         if (distance == kMissing) continue;
@@ -365,27 +345,17 @@ TEST(DistanceCurves, AgainstGeobodiesOfTheSignedMap) {
         highest = std::max(highest, distance);
       }
       for (const double step : {0.75, 40.0}) {
-        const int k = static_cast<int>(-lowest / step);
-        int m = static_cast<int>(highest / step);
-        if (highest > m * step) ++m;
-        std::vector<Values> expected(3);
-        for (int i = 0; i < k + m + 2; ++i) {
-          const double t = (i - k - 1) * step;
-          expected[0].push_back(t);
-          expected[1].push_back(GammaAt(c.geobody, map, -(k + 2) * step, t, FALSE));
-          expected[2].push_back(GammaAt(c.geobody, map, -(k + 2) * step, t, TRUE));
-        }
+        // Products and sums of steps are exact.
+        const double start = (-1 - std::trunc(-lowest / step)) * step;
+        int n = 1;
+        while (start + (n - 1) * step < highest) ++n;
+        std::vector<Values> expected(3, Values(n));
+        ASSERT_EQ(c.ofValues(&map, n, start, step, expected[0].data(), expected[1].data(), expected[2].data(), FALSE),
+                  0);
         for (const int nthreads : {0, 1, 2, 3, 8}) {
-          int n = 0;
-          double* curves[3] = {};
-          const int status = nthreads == 0
-                                 ? c.curve(&in, step, &n, &curves[0], &curves[1], &curves[2], FALSE)
-                                 : c.threads(&in, step, &n, &curves[0], &curves[1], &curves[2], FALSE, nthreads);
-          ASSERT_EQ(status, 0);
-          for (std::size_t j = 0; j < 3; ++j) {
-            EXPECT_EQ(Values(curves[j], curves[j] + n), expected[j]);
-            VORLFree(curves[j]);
-          }
+          std::vector<Values> curves;
+          ASSERT_EQ(Compute(c, in, step, nthreads > 0, nthreads, &curves), 0);
+          EXPECT_EQ(curves, expected);
         }
       }
     }
@@ -395,70 +365,56 @@ TEST(DistanceCurves, AgainstGeobodiesOfTheSignedMap) {
 TEST(DistanceCurves, Refusals) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const struct {
-    std::vector<std::string> names;
+    int nvar;
     Values values;
     double step;
     int nthreads, status;
-  } cases[] = {{{"a", "b"}, {1, 0}, 1, 2, -52},
-               {{"a"}, {1, 0}, 0, 2, -3},
-               {{"a"}, {1, 0}, nan, 2, -3},
-               {{"a"}, {1, 0}, 1e-12, 2, -1},
-               {{"a"}, {1, 0}, -1, 2, -3},
-               {{"a"}, {kMissing}, 1, 2, -1},
-               {{"a"}, {kMissing}, 12, 2, -3},
-               {{"a"}, {kMissing}, 13, 2, 0},
-               {{"a"}, {1, 0}, 1, 0, -3},
-               {{"a"}, {1, 0}, 1, -5, -3},
-               {{std::string(VORL_VARNAME_LENGTH - 1, 'x')}, {1, 0}, 1, 2, 0}};
+  } cases[] = {{2, {1, 0}, 1, 2, -52},    {1, {1, 0}, 0, 2, -3},     {1, {1, 0}, nan, 2, -3},
+               {1, {1, 0}, 1e-12, 2, -1}, {1, {1, 0}, -1, 2, -3},    {1, {1, 0}, 1, 0, -3},
+               {1, {1, 0}, 1, -5, -3},    {1, {kMissing}, 1, 2, -1}, {1, {kMissing}, 12, 2, -3},
+               {1, {kMissing}, 13, 2, 0}, {1, {1, 0}, 1, 2, 0}};
   for (const auto& c : cases) {
-    Image in(Grid(6, 5, 1), c.names, c.values);
-    int n = -7;
-    double* curves[3] = {};
-    EXPECT_EQ(kCurves[0].threads(&in, c.step, &n, &curves[0], &curves[1], &curves[2], FALSE, c.nthreads), c.status);
-    EXPECT_EQ(n == -7 && curves[0] == nullptr && curves[1] == nullptr && curves[2] == nullptr, c.status != 0);
-    for (double* const curve : curves) VORLFree(curve);
+    // The names need no room for a suffix.
+    Image in(Grid(6, 5, 1), std::vector(c.nvar, std::string(VORL_VARNAME_LENGTH - 1, 'x')), c.values);
+    EXPECT_EQ(Compute(kCurves[0], in, c.step, true, c.nthreads), c.status);
+  }
+  Image in(Grid(4, 3, 2), {"a"}, {1, 0, 0});
+  EXPECT_EQ(kCurves[0].serial(&in, 0.5, nullptr, nullptr, nullptr, nullptr, FALSE), -20);
+  for (const CurveForms& forms : kCurves) {
+    for (const bool forThreads : {false, true}) {
+      kestrum_test::ForEachFailingAllocation([&] { return Compute(forms, in, 0.5, forThreads, 2); });
+    }
   }
 }
 
 TEST(DistanceMaps, RefusalsAndFailingAllocations) {
-  using Make = std::function<int(VORL_IMAGE*, VORL_IMAGE*)>;
-  int x[] = {1}, zero[] = {0};
-  std::vector<std::pair<Make, std::size_t>> functions = {
-      {[&](auto* in, auto* out) { return VORLImageDistanceByDilation(in, out, 1, x, zero, zero); }, 13}};
+  std::vector<Maps> functions(std::begin(kMaps), std::end(kMaps));
+  functions.push_back({false, false, false, "_distDilating",
+                       [](VORL_IMAGE* in, VORL_IMAGE* out) {
+                         int x[] = {1}, zero[] = {0};
+                         return VORLImageDistanceByDilation(in, out, 1, x, zero, zero);
+                       },
+                       nullptr});
   Image image(Grid(4, 3, 2), {"v"}, {1, 0, 0});
-  for (const Family& f : kFamilies) {
-    functions.push_back({f.exact, 7});
-    functions.push_back({[&f](auto* in, auto* out) { return f.exactThreads(in, out, 2); }, 7});
-    functions.push_back({[&f](auto* in, auto* out) { return f.trial(in, out, FALSE); }, 7});
-    functions.push_back({f.sign, 11});
-    functions.push_back({[&f](auto* in, auto* out) { return f.signThreads(in, out, 2); }, 11});
-    Image out1, out2;
-    EXPECT_EQ(f.exactThreads(&image, &out1, 0), -3);
-    EXPECT_EQ(f.signThreads(&image, &out2, -1), -3);
-  }
-  for (const auto& [make, suffixLength] : functions) {
-    for (const bool fits : {true, false}) {
-      const std::size_t length = VORL_VARNAME_LENGTH - 1 - suffixLength + (fits ? 0 : 1);
-      Image in(Grid(4, 3, 2), {"a", std::string(length, 'n')}, {1, 0, 0}), out;
-      EXPECT_EQ(make(&in, &out), fits ? 0 : -623);
-      EXPECT_EQ(out.grid != nullptr, fits);
+  for (const Maps& maps : functions) {
+    for (const int nthreads : {0, 2}) {
+      for (const bool fits : {true, false}) {
+        const std::size_t length = VORL_VARNAME_LENGTH - 1 - std::strlen(maps.suffix) + (fits ? 0 : 1);
+        Image in(Grid(4, 3, 2), {"a", std::string(length, 'n')}, {1, 0, 0}), out;
+        EXPECT_EQ(maps.Make(&in, &out, nthreads), fits ? 0 : -623);
+        EXPECT_EQ(out.grid != nullptr, fits);
+      }
+      Image broken(Grid(4, 3, 2), {"a"}, {1, 0, 0}), none;
+      broken.grid->nxyz = 23;
+      EXPECT_EQ(maps.Make(&broken, &none, nthreads), -611);
+      kestrum_test::ForEachFailingAllocation([&] {
+        Image out;
+        return maps.Make(&image, &out, nthreads);
+      });
     }
-    Image broken(Grid(4, 3, 2), {"a"}, {1, 0, 0}), none;
-    broken.grid->nxyz = 23;
-    EXPECT_EQ(make(&broken, &none), -611);
-    kestrum_test::ForEachFailingAllocation([&make = make, &image] {
-      Image out;
-      return make(&image, &out);
-    });
+    Image out;
+    EXPECT_EQ(maps.Make(&image, &out, -1), maps.threads == nullptr ? 0 : -3);
   }
-  kestrum_test::ForEachFailingAllocation([&image] {
-    int n;
-    double* curves[3] = {};
-    const int status = kCurves[4].threads(&image, 0.5, &n, &curves[0], &curves[1], &curves[2], FALSE, 2);
-    EXPECT_EQ(curves[0] == nullptr, status != 0);
-    for (double* const curve : curves) VORLFree(curve);
-    return status;
-  });
 }
 
 TEST(DistanceMaps, ProgressLines) {

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "analysis/geobodies.hpp"
-#include "core/constants.h"
 #include "core/memory.h"
 #include "support/allocation_failure.hpp"
 #include "support/test_image.hpp"
@@ -20,6 +19,7 @@ namespace {
 
 constexpr double kMissing = VORL_MISSING_VALUE;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using kestrum_test::ForEachFailingAllocation;
 using kestrum_test::Grid;
 using Image = kestrum_test::TestImage;
 using Ints = std::vector<int>;
@@ -32,7 +32,6 @@ struct Intervals {
   BOOLEAN excludeUpper = FALSE;
   BOOLEAN complement = FALSE;
 
-  int n() const { return static_cast<int>(lower.size()); }
   bool Holds(double value) const {
     if (value == kMissing) return false;
     bool inside = false;
@@ -45,8 +44,8 @@ struct Intervals {
   // Calls one of the functions with a set of intervals.
   template <typename Function, typename Out, typename... Rest>
   int Call(Function* function, Image& image, Out* out, int varIndex, Rest... rest) {
-    return function(&image, out, varIndex, complement, n(), lower.data(), upper.data(), excludeLower, excludeUpper,
-                    rest...);
+    return function(&image, out, varIndex, complement, static_cast<int>(lower.size()), lower.data(), upper.data(),
+                    excludeLower, excludeUpper, rest...);
   }
 };
 
@@ -61,11 +60,10 @@ Ints FloodFill(const VORL_GRID& g, const Ints& marked, int maxAxes, int* ngeobod
     for (Ints stack{seed}; !stack.empty();) {
       const int node = stack.back();
       stack.pop_back();
-      const int at[3] = {node % g.nx, node / g.nx % g.ny, node / g.nxy};
       for (int code = 0; code < 27; ++code) {
-        const int d[3] = {code % 3 - 1, code / 3 % 3 - 1, code / 9 - 1};
-        const int x = at[0] + d[0], y = at[1] + d[1], z = at[2] + d[2];
-        if (std::abs(d[0]) + std::abs(d[1]) + std::abs(d[2]) > maxAxes) continue;
+        const int dx = code % 3 - 1, dy = code / 3 % 3 - 1, dz = code / 9 - 1;
+        const int x = node % g.nx + dx, y = node / g.nx % g.ny + dy, z = node / g.nxy + dz;
+        if (dx * dx + dy * dy + dz * dz > maxAxes) continue;
         if (x < 0 || x >= g.nx || y < 0 || y >= g.ny || z < 0 || z >= g.nz) continue;
         const int next = x + y * g.nx + z * g.nxy;
         if (marked[next] == 0 || labels[next] != 0) continue;
@@ -77,8 +75,6 @@ Ints FloodFill(const VORL_GRID& g, const Ints& marked, int maxAxes, int* ngeobod
   return labels;
 }
 
-Values AsReals(const Ints& integers) { return {integers.begin(), integers.end()}; }
-
 constexpr decltype(&VORLImageGeobody6) kGeobody[] = {VORLImageGeobody6, VORLImageGeobody18, VORLImageGeobody26};
 constexpr decltype(&VORLImageGeobody6Vector) kGeobodyVector[] = {VORLImageGeobody6Vector, VORLImageGeobody18Vector,
                                                                  VORLImageGeobody26Vector};
@@ -86,39 +82,34 @@ constexpr decltype(&VORLImageGeobody6Vector) kGeobodyVector[] = {VORLImageGeobod
 void ExpectAsFloodFill(Image& image, int varIndex, Intervals set, int manyThreads) {
   const VORL_GRID& g = *image.grid;
   const real* const values = image.var + varIndex * g.nxyz;
-  Ints marks(g.nxyz), indicator(g.nxyz);
+  Ints marks(g.nxyz), indicator(g.nxyz), vector(g.nxyz, 77);
   for (int id = 0; id < g.nxyz; ++id) {
     marks[id] = set.Holds(values[id]);
     indicator[id] = values[id] == kMissing ? VORL_MISSING_VALUE : marks[id];
   }
   const int count = static_cast<int>(std::count(marks.begin(), marks.end(), 1));
-
   int found = -1;
-  Ints vector(g.nxyz, 77);
-  ASSERT_EQ(set.Call(VORLImageIndicatorVector, image, vector.data(), varIndex, &found), 0);
-  EXPECT_EQ(found, count);
-  EXPECT_EQ(vector, indicator);
-  for (int nthreads : {0, manyThreads}) {
+  const auto expectImage = [&](int number, const Ints& labels, auto function, auto... nthreads) {
     Image out;
-    ASSERT_EQ(nthreads == 0
-                  ? set.Call(VORLImageIndicator, image, static_cast<VORL_IMAGE*>(&out), varIndex, &found)
-                  : set.Call(VORLOMPImageIndicator, image, static_cast<VORL_IMAGE*>(&out), varIndex, &found, nthreads),
-              0);
-    EXPECT_EQ(found, count);
-    EXPECT_EQ(out.Values(), AsReals(indicator));
-  }
+    ASSERT_EQ(set.Call(function, image, static_cast<VORL_IMAGE*>(&out), varIndex, &found, nthreads...), 0);
+    EXPECT_EQ(found, number);
+    EXPECT_EQ(out.Values(), Values(labels.begin(), labels.end()));
+  };
+  const auto expectVector = [&](int number, const Ints& labels, auto function) {
+    ASSERT_EQ(set.Call(function, image, vector.data(), varIndex, &found), 0);
+    EXPECT_EQ(found, number);
+    ASSERT_EQ(vector, labels) << g.nx << ' ' << g.ny << ' ' << g.nz;
+  };
+  expectVector(count, indicator, VORLImageIndicatorVector);
+  expectImage(count, indicator, VORLImageIndicator);
+  expectImage(count, indicator, VORLOMPImageIndicator, manyThreads);
   for (int kind = 0; kind < 3; ++kind) {
     int ngeobody = -1;
     Ints labels = FloodFill(g, marks, kind + 1, &ngeobody);
     // Missing nodes stay missing beside fewer than two marked nodes.
     if (count < 2) labels = indicator;
-    ASSERT_EQ(set.Call(kGeobodyVector[kind], image, vector.data(), varIndex, &found), 0);
-    EXPECT_EQ(found, ngeobody);
-    ASSERT_EQ(vector, labels) << g.nx << ' ' << g.ny << ' ' << g.nz << ", kind " << kind;
-    Image out;
-    ASSERT_EQ(set.Call(kGeobody[kind], image, static_cast<VORL_IMAGE*>(&out), varIndex, &found), 0);
-    EXPECT_EQ(found, ngeobody);
-    EXPECT_EQ(out.Values(), AsReals(labels));
+    expectVector(ngeobody, labels, kGeobodyVector[kind]);
+    expectImage(ngeobody, labels, kGeobody[kind]);
   }
 }
 
@@ -138,7 +129,7 @@ TEST(Geobodies, RandomSetsAgainstFloodFill) {
         set.lower.push_back(static_cast<double>(random() % 6));
         set.upper.push_back(set.lower.back() + static_cast<double>(random() % 4));
       }
-      Values values(2 * static_cast<std::size_t>(shape[0] * shape[1] * shape[2]));
+      Values values(2 * shape[0] * shape[1] * shape[2]);
       for (double& value : values) {
         const unsigned draw = random() % 32;
         value = draw == 0 ? kMissing : draw == 1 ? kNaN : draw == 2 ? HUGE_VAL : static_cast<double>(draw % 8);
@@ -160,26 +151,30 @@ TEST(Geobodies, FewAndAllNodes) {
       Intervals set{{1.0}, {1.0}, FALSE, FALSE, complement};
       ExpectAsFloodFill(image, 0, set, 2);
       ExpectAsFloodFill(image, 0, {{}, {}, FALSE, FALSE, complement}, 2);
-      // These need no work memory.
+      // No node, one or all of them need no work memory.
       Ints expected(6), labels(6);
       int count = -1, ngeobody = -1;
       ASSERT_EQ(set.Call(VORLImageIndicatorVector, image, expected.data(), 0, &count), 0);
       const bool isFast = count < 2 || count == 6;
-      const kestrum_test::FailAllocation fail(0);
-      EXPECT_EQ(set.Call(VORLImageGeobody6Vector, image, labels.data(), 0, &ngeobody), isFast ? 0 : -1);
-      EXPECT_EQ(ngeobody, isFast ? std::min(count, 1) : -1);
-      EXPECT_TRUE(!isFast || labels == expected);
+      for (auto* function : kGeobodyVector) {
+        for (long k = 0; isFast && k < 4; ++k) {
+          const kestrum_test::FailAllocation fail(k);
+          EXPECT_EQ(set.Call(function, image, labels.data(), 0, &ngeobody), 0);
+          EXPECT_TRUE(fail.Happened());
+          EXPECT_EQ(ngeobody, std::min(count, 1));
+          EXPECT_EQ(labels, expected);
+        }
+      }
     }
   }
 }
 
 TEST(Geobodies, MarksAtEachSimdLevel) {
   std::mt19937 random(2);
+  const double lower[] = {1.0, 3.0}, upper[] = {2.0, 4.0};
   for (int trial = 0; trial < 64; ++trial) {
     Values values(kestrum::kMarkBlock);
     for (double& value : values) value = random() % 9 == 0 ? (random() % 2 ? kMissing : kNaN) : random() % 5;
-    const double lower[] = {1.0, 3.0};
-    const double upper[] = {2.0, 4.0};
     const kestrum::IntervalSet set{trial / 8 % 3, lower, upper, (trial & 1) != 0, (trial & 2) != 0, (trial & 4) != 0};
     std::array<unsigned char, kestrum::kMarkBlock> baseline, best;
     kestrum::MarkBlock(values.data(), set, kestrum::SimdLevel::kBaseline, baseline.data());
@@ -191,73 +186,81 @@ TEST(Geobodies, MarksAtEachSimdLevel) {
 TEST(Geobodies, StatusesAndFrame) {
   Image image({3, 2, 1, 2.0, 3.0, 4.0, 5.0, 6.0, 7.0, 0, 0}, {"a", std::string(248, 'n')}, {0, 1, 1, 0, kMissing, 1});
   Intervals set{{1.0}, {1.0}};
-  int number = 0;
-  Ints vector(6);
-  const auto expect = [&](int status, int varIndex) {
-    for (auto* function : {VORLImageIndicator, VORLImageGeobody6, VORLImageGeobody18, VORLImageGeobody26}) {
-      Image out;
-      EXPECT_EQ(set.Call(function, image, static_cast<VORL_IMAGE*>(&out), varIndex, &number), status);
-      EXPECT_EQ(out.var == nullptr, status != 0);
-    }
-  };
-  expect(-1100, -1);
-  expect(-1100, 2);
-  expect(-623, 1);
-  expect(0, 0);
-  EXPECT_EQ(set.Call(VORLImageIndicator, image, static_cast<VORL_IMAGE*>(&image), 0, &number), -20);
-  EXPECT_EQ(set.Call(VORLImageGeobody6Vector, image, vector.data(), 1, &number), 0);
-  EXPECT_EQ(set.Call(VORLImageGeobody6Vector, image, static_cast<int*>(nullptr), 0, &number), -20);
-  EXPECT_EQ(VORLImageGeobody6Vector(&image, vector.data(), 0, FALSE, 1, nullptr, nullptr, FALSE, FALSE, &number), -20);
-
-  Image indicator, geobody;
-  ASSERT_EQ(set.Call(VORLOMPImageIndicator, image, static_cast<VORL_IMAGE*>(&indicator), 0, &number, 0), 0);
-  ASSERT_EQ(set.Call(VORLImageGeobody26, image, static_cast<VORL_IMAGE*>(&geobody), 0, &number), 0);
-  EXPECT_STREQ(indicator.varName[0], "a_indicator");
-  EXPECT_STREQ(geobody.varName[0], "a_geobody");
-  for (const Image* out : {&indicator, &geobody}) {
-    EXPECT_EQ(VORLCmpGrid(out->grid, image.grid), 0);
-    EXPECT_EQ(out->nvar, 1);
-    EXPECT_EQ(out->nxyzv, 6);
-  }
-  kestrum_test::ForEachFailingAllocation([&] {
-    number = 5;
+  const struct {
+    decltype(&VORLImageGeobody6) function;
+    const char* name;
+    int number;
+  } forms[] = {{VORLImageIndicator, "a_indicator", 3},
+               {[](auto... arguments) noexcept { return VORLOMPImageIndicator(arguments..., 0); }, "a_indicator", 3},
+               {VORLImageGeobody6, "a_geobody", 1},
+               {VORLImageGeobody18, "a_geobody", 1},
+               {VORLImageGeobody26, "a_geobody", 1}};
+  int number = 5;
+  for (const auto& form : forms) {
+    const auto call = [&](int varIndex, VORL_IMAGE* out) {
+      return set.Call(form.function, image, out, varIndex, &number);
+    };
     Image out;
-    const int status = set.Call(VORLImageGeobody18, image, static_cast<VORL_IMAGE*>(&out), 0, &number);
-    EXPECT_EQ(number, status == 0 ? 1 : 5);
-    return status;
-  });
-  image.grid->nxy = 5;
-  expect(-611, 0);
+    EXPECT_EQ(call(-1, &out), -1100);
+    EXPECT_EQ(call(2, &out), -1100);
+    EXPECT_EQ(call(1, &out), -623);
+    EXPECT_EQ(call(0, &image), -20);
+    image.grid->nxy = 5;
+    EXPECT_EQ(call(0, &out), -611);
+    image.grid->nxy = 6;
+    EXPECT_EQ(out.var, nullptr);
+    EXPECT_EQ(call(0, &out), 0);
+    EXPECT_STREQ(out.varName[0], form.name);
+    EXPECT_EQ(VORLCmpGrid(out.grid, image.grid), 0);
+    EXPECT_EQ(out.nvar, 1);
+    EXPECT_EQ(out.nxyzv, 6);
+    ForEachFailingAllocation([&] {
+      number = 5;
+      Image none;
+      const int status = call(0, &none);
+      EXPECT_EQ(number, status == 0 ? form.number : 5);
+      return status;
+    });
+  }
+  Ints vector(6);
+  for (auto* function : kGeobodyVector) {
+    ForEachFailingAllocation([&] { return set.Call(function, image, vector.data(), 1, &number); });
+    EXPECT_EQ(set.Call(function, image, static_cast<int*>(nullptr), 0, &number), -20);
+    EXPECT_EQ(function(&image, vector.data(), 0, FALSE, 1, nullptr, nullptr, FALSE, FALSE, &number), -20);
+  }
 }
 
 TEST(Geobodies, SizesAndBoxes) {
   std::mt19937 random(3);
   for (const auto& shape : {std::array{6, 1, 1}, {1, 5, 2}, {4, 5, 3}}) {
-    Values values(static_cast<std::size_t>(shape[0] * shape[1] * shape[2]));
+    Values values(shape[0] * shape[1] * shape[2]);
     // Labels 1, 2, 3, 5 and 6, and what is none.
     const double choices[] = {0.0, 0.99, 1.0, 1.5, 2.0, 3.0, 5.0, 5.0, 6.0, -0.5, kMissing, kNaN, 1e300, 3e9, -3e9};
     for (double& value : values) value = choices[random() % std::size(choices)];
     values[0] = 6.0;
     Image image(Grid(shape[0], shape[1], shape[2]), {"a"}, values);
     int ngeobody = 0;
-    int* table[4];
-    ASSERT_EQ(VORLImageGeobodySize(&image, &ngeobody, &table[0], &table[1], &table[2], &table[3]), 0);
+    int* table[] = {&ngeobody, &ngeobody, &ngeobody, &ngeobody};
+    ForEachFailingAllocation([&] {
+      const int status = VORLImageGeobodySize(&image, &ngeobody, &table[0], &table[1], &table[2], &table[3]);
+      for (const int* vector : table) EXPECT_EQ(vector == &ngeobody, status != 0);
+      return status;
+    });
     ASSERT_EQ(ngeobody, 6);
     for (int label = 1; label <= 6; ++label) {
       int size = 0;
-      Ints at[3];
+      int low[] = {shape[0], shape[1], shape[2]}, high[] = {-1, -1, -1};
       for (int id = 0; id < image.nxyzv; ++id) {
         if (!(values[id] >= label && values[id] < label + 1)) continue;
         ++size;
-        int coordinate[3], variable;
-        VORLGridIdToCoord(image.grid, id, &coordinate[0], &coordinate[1], &coordinate[2], &variable);
-        for (int axis = 0; axis < 3; ++axis) at[axis].push_back(coordinate[axis]);
+        const int at[] = {id % shape[0], id / shape[0] % shape[1], id / image.grid->nxy};
+        for (int axis = 0; axis < 3; ++axis) {
+          low[axis] = std::min(low[axis], at[axis]);
+          high[axis] = std::max(high[axis], at[axis]);
+        }
       }
       EXPECT_EQ(table[0][label - 1], size);
-      for (int axis = 0; axis < 3; ++axis) {
-        const auto [low, high] = std::minmax_element(at[axis].begin(), at[axis].end());
-        EXPECT_EQ(table[1 + axis][label - 1], size == 0 ? -shape[axis] : *high - *low + 1);
-      }
+      for (int axis = 0; axis < 3; ++axis) EXPECT_EQ(table[1 + axis][label - 1], high[axis] - low[axis] + 1);
     }
     for (int* vector : table) VORLFree(vector);
   }
@@ -269,20 +272,12 @@ TEST(Geobodies, SizeStatuses) {
   Image two(Grid(3, 1, 1), {"a", "b"}, {1});
   int ngeobody = 7;
   int* size = &ngeobody;
-  int* x;
-  int* y;
-  int* z;
+  int *x, *y, *z;
   EXPECT_EQ(VORLImageGeobodySize(&two, &ngeobody, &size, &x, &y, &z), -52);
   EXPECT_EQ(VORLImageGeobodySize(&labels, &ngeobody, &size, nullptr, &y, &z), -20);
   EXPECT_EQ(ngeobody, 7);
   EXPECT_EQ(VORLImageGeobodySize(&none, &ngeobody, &size, &x, &y, &z), -3);
   EXPECT_EQ(ngeobody, 0);
-  EXPECT_EQ(size, &ngeobody);
-  for (long k = 0; k < 5; ++k) {
-    const kestrum_test::FailAllocation fail(k);
-    EXPECT_EQ(VORLImageGeobodySize(&labels, &ngeobody, &size, &x, &y, &z), -1);
-    EXPECT_TRUE(fail.Happened());
-  }
   EXPECT_EQ(size, &ngeobody);
 }
 

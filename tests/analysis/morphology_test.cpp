@@ -54,14 +54,14 @@ Values Expected(bool dilate, const Image& in, const Offsets& o, int niter, std::
       for (int node = 0; node < g.nxyz; ++node) {
         const int percent = static_cast<int>((k * g.nxyz + node) * (100.0 * step));
         if (percent > last) lines += Line(dilate, last = percent);
-        double& value = values[static_cast<std::size_t>(v * g.nxyz + node)];
+        double& value = values[v * g.nxyz + node];
         if (dilate ? value != 0.0 : value == 0.0 || value == kMissing) continue;
         for (std::size_t i = 0; i < o.x.size(); ++i) {
           const long x = node % g.nx + static_cast<long>(o.x[i]);
           const long y = node / g.nx % g.ny + static_cast<long>(o.y[i]);
           const long z = node / g.nxy + static_cast<long>(o.z[i]);
           if (x < 0 || x >= g.nx || y < 0 || y >= g.ny || z < 0 || z >= g.nz) continue;
-          const double from = source[static_cast<std::size_t>(v * g.nxyz + (z * g.ny + y) * g.nx + x)];
+          const double from = source[v * g.nxyz + (z * g.ny + y) * g.nx + x];
           if (dilate ? from != 0.0 && from != kMissing : from == 0.0) value = dilate ? 1.0 : 0.0;
         }
       }
@@ -82,7 +82,7 @@ TEST(Morphology, AgainstNodeByNode) {
     SCOPED_TRACE(trial);
     const auto& n = sizes[trial % 8];
     const bool dilate = generator() % 2 == 0;
-    Values start(static_cast<std::size_t>(n[0] * n[1] * n[2] * 2));
+    Values start(n[0] * n[1] * n[2] * 2);
     for (double& v : start) v = generator() % 8 != 0 ? common[trial % 3] : rare[generator() % std::size(rare)];
     Image in(Grid(n[0], n[1], n[2]), {"a", "b"}, start);
     Offsets offsets;
@@ -131,10 +131,14 @@ TEST(Morphology, CountlessIterations) {
 TEST(Morphology, Refusals) {
   Offsets offsets{{1}, {0}, {0}};
   Image in(Grid(4, 3, 2), {"v"}, {1.0, 0.0});
-  kestrum_test::ForEachFailingAllocation([&] {
-    Image out;
-    return Transform(true, in, out, offsets, 2, false, 0);
-  });
+  for (const int nthreads : {0, 2}) {
+    for (const bool dilate : {true, false}) {
+      kestrum_test::ForEachFailingAllocation([&] {
+        Image out;
+        return Transform(dilate, in, out, offsets, 2, false, nthreads);
+      });
+    }
+  }
   Image out;
   EXPECT_EQ(VORLImageDilate(&in, &out, 1, nullptr, offsets.y.data(), offsets.z.data(), 1, FALSE), -20);
   EXPECT_EQ(VORLImageErode(&in, &out, INT_MIN, nullptr, nullptr, nullptr, 1, FALSE), 0);

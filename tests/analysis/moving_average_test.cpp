@@ -26,14 +26,11 @@ using Values = std::vector<double>;
 using kestrum::Dealing;
 using kestrum::SimdLevel;
 
-// The index of the first value that is not the same number of the same sign, or the same as not-a-number; -1 if none.
-long FirstDifference(const Values& a, const Values& b) {
-  if (a.size() != b.size()) return 0;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    const bool same = std::isnan(a[i]) ? std::isnan(b[i]) : a[i] == b[i] && std::signbit(a[i]) == std::signbit(b[i]);
-    if (!same) return static_cast<long>(i);
-  }
-  return -1;
+// One not-a-number is like another, and a zero has a sign.
+bool Same(const Values& a, const Values& b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](double x, double y) {
+    return std::isnan(x) ? std::isnan(y) : x == y && std::signbit(x) == std::signbit(y);
+  });
 }
 
 struct Box {
@@ -58,7 +55,7 @@ struct Box {
       for (int i = 0; i < length[0] * length[1] * length[2]; ++i) {
         const int x = i % length[0], y = i / length[0] % length[1], z = i / length[0] / length[1];
         const int shift = x - (length[0] - 1) / 2 + n[0] * (y - (length[1] - 1) / 2 + n[1] * (z - (length[2] - 1) / 2));
-        const double value = input[static_cast<std::size_t>(node + shift)];
+        const double value = input[node + shift];
         const double w = Axis(0).weight[x] * Axis(1).weight[y] * Axis(2).weight[z];
         total += w;
         if (value == kMissing) {
@@ -100,7 +97,7 @@ TEST(MovingBoxSum, AgainstEntryByEntry) {
     }
     const int nvar = 1 + trial % 2;
     const unsigned often = missing[trial / 8 % 4];
-    Values input(static_cast<std::size_t>(n[0] * n[1] * n[2] * nvar));
+    Values input(n[0] * n[1] * n[2] * nvar);
     for (double& v : input) {
       v = generator() % 999 == 0 ? kNaN : generator() % 999 == 0 ? 1e308 : uniform(generator);
       if (often != 0 && generator() % often == 0) v = kMissing;
@@ -113,7 +110,7 @@ TEST(MovingBoxSum, AgainstEntryByEntry) {
         ASSERT_EQ(kestrum::MovingBoxSum(n[0], n[1], n[2], nvar, box.Axis(0), box.Axis(1), box.Axis(2), input.data(),
                                         output.data(), proportion, dealing, level),
                   0);
-        ASSERT_EQ(FirstDifference(output, expected), -1) << static_cast<int>(level) << dealing.nthreads();
+        ASSERT_TRUE(Same(output, expected)) << static_cast<int>(level) << dealing.nthreads();
       }
     }
   }
@@ -181,7 +178,7 @@ TEST(MovingBoxAverage, Kernels) {
         EXPECT_EQ(testing::internal::GetCapturedStdout(), c.warns && verbose ? warning : "");
         ASSERT_EQ(status, c.kernel.empty() ? -3703 - a : 0);
         if (status != 0) continue;
-        EXPECT_EQ(FirstDifference(out.Values(), box.Expected(in.Values(), 0.8)), -1);
+        EXPECT_TRUE(Same(out.Values(), box.Expected(in.Values(), 0.8)));
         EXPECT_STREQ(out.varName[0], "v_moving_box_avg");
       }
     }
@@ -189,8 +186,7 @@ TEST(MovingBoxAverage, Kernels) {
 }
 
 struct Neighborhood : VORL_SEARCHNEIGHBORHOOD {
-  explicit Neighborhood(int n) : VORL_SEARCHNEIGHBORHOOD{}, offsets(3 * static_cast<std::size_t>(n), 1) {
-    weights.resize(static_cast<std::size_t>(n), 1.0);
+  explicit Neighborhood(int n) : VORL_SEARCHNEIGHBORHOOD{}, offsets(3 * n, 1), weights(n, 1.0) {
     size = n;
     ix = offsets.data();
     iy = ix + n;
@@ -229,14 +225,14 @@ TEST(MovingNeighborhoodAverage, AgainstEntryByEntry) {
     }
     const BOOLEAN proportion = generator() % 3 == 0 ? TRUE : FALSE;
     const double value = generator() % 8 == 0 ? kMissing : 1.0;
-    Values expected(static_cast<std::size_t>(in.nxyzv), kMissing);
+    Values expected(in.nxyzv, kMissing);
     std::string lines;
     for (int id = 0, last = -1; id <= in.nxyzv; ++id) {
       const int percent = id == in.nxyzv ? 100 : static_cast<int>(id * (100.0 / in.nxyzv));
       char line[48];
       std::snprintf(line, sizeof line, "Computing moving average: %3d %%\n", percent);
       if (percent > last) lines += line;
-      last = std::max(last, percent);
+      last = percent;
       if (id == in.nxyzv || in.var[id] == kMissing) continue;
       const int node = id % g.nxyz;
       double sum = 0.0, sumWeight = 0.0;
@@ -251,46 +247,56 @@ TEST(MovingNeighborhoodAverage, AgainstEntryByEntry) {
         if (proportion == FALSE) sum += v * list.weight[k];
         if (proportion != FALSE && v == value) sum += list.weight[k];
       }
-      expected[static_cast<std::size_t>(id)] = sum / sumWeight;
+      expected[id] = sum / sumWeight;
     }
     for (const int nthreads : {0, threads[trial / 6 % 4]}) {
       Image out;
+      const auto average = [&](auto form, auto... team) {
+        return form(&list, &in, &out, proportion, value, TRUE, team...);
+      };
       testing::internal::CaptureStdout();
-      const int status =
-          nthreads == 0
-              ? VORLMovingSearchNeighborhoodAverageImage(&list, &in, &out, proportion, value, TRUE)
-              : VORLOMPMovingSearchNeighborhoodAverageImage(&list, &in, &out, proportion, value, TRUE, nthreads);
+      const int status = nthreads == 0 ? average(VORLMovingSearchNeighborhoodAverageImage)
+                                       : average(VORLOMPMovingSearchNeighborhoodAverageImage, nthreads);
       EXPECT_EQ(testing::internal::GetCapturedStdout(), lines);
       ASSERT_EQ(status, 0);
-      ASSERT_EQ(FirstDifference(out.Values(), expected), -1);
+      ASSERT_TRUE(Same(out.Values(), expected));
       EXPECT_STREQ(out.varName[1], "b_moving_sn_avg");
     }
   }
 }
 
-TEST(MovingAverage, Refusals) {
+TEST(MovingAverage, FailingAllocationsAndRefusals) {
   Image in(Grid(4, 3, 2), {"v"}, {1.0, kMissing, 3.0});
-  Neighborhood neighborhood(1);
-  for (const bool box : {true, false}) {
-    const auto average = [&](Image& out) {
-      return box ? VORLMovingBoxAverageImage(3.0, 1.0, 1.0, &in, &out, FALSE, 0.0, FALSE)
-                 : VORLMovingSearchNeighborhoodAverageImage(&neighborhood, &in, &out, FALSE, 0.0, FALSE);
-    };
-    kestrum_test::ForEachFailingAllocation([&] {
-      Image out;
-      return average(out);
-    });
+  Neighborhood list(2);
+  double w[] = {0.5, 0.25, 0.25}, one[] = {1.0}, output[24];
+  const auto sum = [&](auto form, auto... threads) {
+    return form(4, 3, 2, 1, 3, 1, 1, w, one, one, in.var, output, 0.5, threads...);
+  };
+  const auto box = [&](auto form, BOOLEAN proportion, auto... threads) {
     Image out;
-    in.grid->nxy = 11;
-    EXPECT_EQ(average(out), -611);
-    in.grid->nxy = 12;
-  }
-  Image out;
-  EXPECT_EQ(VORLOMPMovingSearchNeighborhoodAverageImage(&neighborhood, &in, &out, FALSE, 0.0, FALSE, 0), -3);
+    return form(3.0, 1.0, 1.0, &in, &out, proportion, 1.0, FALSE, threads...);
+  };
+  const auto neighborhood = [&](auto form, auto... threads) {
+    Image out;
+    return form(&list, &in, &out, FALSE, 0.0, FALSE, threads...);
+  };
+  kestrum_test::ForEachFailingAllocation({
+      {"sum", [&] { return sum(VORLMovingBoxSum); }},
+      {"sum, threads", [&] { return sum(VORLOMPMovingBoxSum, 2); }},
+      {"box", [&] { return box(VORLMovingBoxAverageImage, FALSE); }},
+      {"box, proportion", [&] { return box(VORLMovingBoxAverageImage, TRUE); }},
+      {"box, threads", [&] { return box(VORLOMPMovingBoxAverageImage, TRUE, 2); }},
+      {"neighborhood", [&] { return neighborhood(VORLMovingSearchNeighborhoodAverageImage); }},
+      {"neighborhood, threads", [&] { return neighborhood(VORLOMPMovingSearchNeighborhoodAverageImage, 2); }},
+  });
+  EXPECT_EQ(neighborhood(VORLOMPMovingSearchNeighborhoodAverageImage, 0), -3);
+  in.grid->nxy = 11;
+  EXPECT_EQ(box(VORLMovingBoxAverageImage, FALSE), -611);
+  EXPECT_EQ(neighborhood(VORLMovingSearchNeighborhoodAverageImage), -611);
   in.grid->nz = 0;
-  Image bad;
-  EXPECT_EQ(VORLMovingBoxAverageImage(3.0, 9.0, 1.0, &in, &bad, FALSE, 0.0, FALSE), -3704);
-  EXPECT_EQ(VORLMovingBoxAverageImage(3.0, 1.0, 1.0, &in, &bad, FALSE, 0.0, FALSE), -3705);
+  Image out;
+  EXPECT_EQ(VORLMovingBoxAverageImage(3.0, 9.0, 1.0, &in, &out, FALSE, 0.0, FALSE), -3704);
+  EXPECT_EQ(VORLMovingBoxAverageImage(3.0, 1.0, 1.0, &in, &out, FALSE, 0.0, FALSE), -3705);
 }
 
 }  // namespace

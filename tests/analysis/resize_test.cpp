@@ -71,6 +71,7 @@ TEST(Resize, Refusals) {
   Image empty, out;
   EXPECT_EQ(VORLResizeImage(&empty, &out, 0, 0, 0, 0, 0, 0, 0, 0), -20);
   Image in({2, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0}, {"v"}, {5.0});
+  EXPECT_EQ(VORLResizeImage(&in, &in, 0, 0, 0, 0, 0, 0, 0, 0), -20);
   kestrum_test::ForEachFailingAllocation([&] {
     Image resized;
     return VORLResizeImage(&in, &resized, 0, 1, 0, 0, 0, 0, 0, 0);

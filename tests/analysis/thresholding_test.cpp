@@ -15,10 +15,10 @@ namespace {
 
 using Reals = std::vector<double>;
 
+using kestrum_test::Seeded;
+
 constexpr double kMissing = VORL_MISSING_VALUE;
 constexpr double kInfinity = VORL_INFINITY;
-
-using kestrum_test::Seeded;
 
 Reals RandomValues(std::mt19937& generator, int n, unsigned ndistinct) {
   Reals values;
@@ -32,7 +32,7 @@ struct Otsu {
 };
 
 Otsu RunOtsu(Reals values, int nclass, int nstep, double temperature, int coolingScheme, int seed = 1) {
-  Otsu out{0, Reals(static_cast<std::size_t>(std::max(nclass, 0)) + 1), Reals(values.size())};
+  Otsu out{0, Reals(std::max(nclass, 0) + 1), Reals(values.size())};
   VORL_RANDCONTEXT context = Seeded(seed);
   out.status = VORLOtsuThresholding(static_cast<int>(values.size()), values.data(), nclass, out.limits.data(),
                                     out.classes.data(), nstep, temperature, coolingScheme, &context, FALSE);
@@ -42,9 +42,9 @@ Otsu RunOtsu(Reals values, int nclass, int nstep, double temperature, int coolin
 // The annealing from given limits, with classes found and summed anew each time.
 void AnnealPlainly(Reals values, Reals* best, int nstep, double temperature, int coolingScheme, int seed) {
   std::sort(values.begin(), values.end());
-  const std::size_t nclass = best->size() - 1;
+  const int nclass = static_cast<int>(best->size()) - 1;
   VORL_RANDCONTEXT context = Seeded(seed);
-  const auto sum = [&](const Reals& limits, std::size_t c, bool mean) {
+  const auto sum = [&](const Reals& limits, int c, bool mean) {
     double squares = 0.0;
     int count = 0;
     for (const double v : values) {
@@ -56,7 +56,7 @@ void AnnealPlainly(Reals values, Reals* best, int nstep, double temperature, int
   };
   Reals limits = *best, stored;
   double total = 0.0;
-  for (std::size_t c = 0; c < nclass; ++c) {
+  for (int c = 0; c < nclass; ++c) {
     stored.push_back(sum(limits, c, c + 1 < nclass));
     total += sum(limits, c, true);
   }
@@ -64,7 +64,7 @@ void AnnealPlainly(Reals values, Reals* best, int nstep, double temperature, int
   for (int t = 0; t < nstep; ++t) {
     const double room = limits[nclass] - limits[0] + limits[nclass - 1] - limits[1];
     const double draw = VORLDoubleRand(0, &context) * room;
-    std::size_t b = 1;
+    int b = 1;
     for (double w = limits[2] - limits[0]; w < draw && b + 1 < nclass; w += limits[b + 1] - limits[b - 1]) ++b;
     Reals moved = limits;
     moved[b] = limits[b - 1] + VORLDoubleRand(0, &context) * (limits[b + 1] - limits[b - 1]);
@@ -84,6 +84,16 @@ void AnnealPlainly(Reals values, Reals* best, int nstep, double temperature, int
   }
 }
 
+// The class of each value: how many of the ascending thresholds it is not below.
+Reals Classify(const Reals& values, const Reals& thresholds) {
+  Reals classes;
+  for (const double v : values) {
+    const auto above = std::find_if(thresholds.begin(), thresholds.end(), [v](double t) { return v < t; });
+    classes.push_back(v == kMissing ? kMissing : static_cast<double>(above - thresholds.begin()));
+  }
+  return classes;
+}
+
 TEST(OtsuThresholding, MatchesPlainAnnealing) {
   std::mt19937 generator(4);
   for (int trial = 0; trial < 60; ++trial) {
@@ -94,11 +104,7 @@ TEST(OtsuThresholding, MatchesPlainAnnealing) {
     AnnealPlainly(values, &expected.limits, 200, 20.0, trial % 3, trial);
     const Otsu out = RunOtsu(values, nclass, 200, 20.0, trial % 3, trial);
     EXPECT_EQ(out.limits, expected.limits);
-    for (std::size_t i = 0; i < values.size(); ++i) {
-      int c = 0;
-      for (int k = 1; k < nclass; ++k) c = out.limits[static_cast<std::size_t>(k)] <= values[i] ? k : c;
-      EXPECT_EQ(out.classes[i], c);
-    }
+    EXPECT_EQ(out.classes, Classify(values, Reals(out.limits.begin() + 1, out.limits.end() - 1)));
   }
 }
 
@@ -131,20 +137,11 @@ struct Classes {
 };
 
 Classes RunPreClasses(Reals values, int npreclass, int nclass, bool verbose = false) {
-  Classes out{Reals(static_cast<std::size_t>(std::max(nclass, 1)) - 1, 7.0), Reals(values.size())};
+  Classes out{Reals(std::max(nclass, 1) - 1, 7.0), Reals(values.size())};
   EXPECT_EQ(VORLOtsuThresholdingPreCateg(static_cast<int>(values.size()), values.data(), npreclass, nclass,
                                          out.thresholds.data(), out.classes.data(), verbose),
             0);
   return out;
-}
-
-Reals Classify(const Reals& values, const Reals& thresholds) {
-  Reals classes;
-  for (const double v : values) {
-    const auto above = std::find_if(thresholds.begin(), thresholds.end(), [v](double t) { return v < t; });
-    classes.push_back(v == kMissing ? kMissing : static_cast<double>(above - thresholds.begin()));
-  }
-  return classes;
 }
 
 // Of the cuts that make the same groups, which empty pre-classes allow, the first counts.
@@ -167,14 +164,13 @@ TEST(OtsuThresholdingPreCateg, IsTheFirstBestOfAllCuts) {
       double score = 0.0, p = 0.0, m = 0.0;
       for (int k = 0; k < npreclass; ++k) {
         for (const double v : values) {
-          const auto at = static_cast<std::size_t>(k);
-          if (v < limits[at] || v >= limits[at + 1]) continue;
+          if (v < limits[k] || v >= limits[k + 1]) continue;
           p += 1.0 / 59;
           m += k / 59.0;
         }
         const bool cut = k < npreclass - 1 && (bits >> (npreclass - 2 - k) & 1) != 0;
         if (!cut && k < npreclass - 1) continue;
-        if (cut) thresholds.push_back(limits[static_cast<std::size_t>(k) + 1]);
+        if (cut) thresholds.push_back(limits[k + 1]);
         score += p < 1e-10 ? 0.0 : m * m / p;
         p = m = 0.0;
       }
@@ -230,7 +226,7 @@ TEST(PdfThresholding, CutsWithTheSmallerMiss) {
                {{1, 2, 3, 4}, {-1.0, 2.0, 0.5}, {1, 4}},
                {{1, 2}, {0.9, 0.9, 0.9, 0.1}, {2, 2, 2}},
                {{5, 5, 5}, {0.4, 0.6}, {5}},
-               {{kMissing}, {0.5, 0.5}, {7}},
+               {{kMissing}, {0.5, 0.5}, {kMissing}},
                {{3, kMissing}, {1.0}, {}},
                {{3, 1, std::nan("")}, {std::nan(""), 0.3}, {std::nan("")}},
                {{}, {0.5, 0.5}, {7}}};
@@ -253,11 +249,10 @@ TEST(PdfThresholding, CutsWithTheSmallerMiss) {
 TEST(Thresholding, FailingAllocations) {
   double values[] = {1, 2, 3, 4, 6}, thresholds[4], classes[5], pdf[] = {0.5, 0.5};
   VORL_RANDCONTEXT context = Seeded(1);
-  using kestrum_test::ForEachFailingAllocation;
-  ForEachFailingAllocation(
-      [&] { return VORLOtsuThresholding(5, values, 2, thresholds, classes, 3, 1.0, 0, &context, FALSE); });
-  ForEachFailingAllocation([&] { return VORLOtsuThresholdingPreCateg(5, values, 4, 2, thresholds, classes, FALSE); });
-  ForEachFailingAllocation([&] { return VORLPdfThresholding(5, values, 2, pdf, thresholds, classes); });
+  kestrum_test::ForEachFailingAllocation(
+      {{"Otsu", [&] { return VORLOtsuThresholding(5, values, 2, thresholds, classes, 3, 1.0, 0, &context, FALSE); }},
+       {"classes", [&] { return VORLOtsuThresholdingPreCateg(5, values, 4, 2, thresholds, classes, FALSE); }},
+       {"pdf", [&] { return VORLPdfThresholding(5, values, 2, pdf, thresholds, classes); }}});
 }
 
 }  // namespace

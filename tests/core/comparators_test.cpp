@@ -2,19 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 
 TEST(Comparators, OrderOfElements) {
   const int whole[] = {-5, 3};
-  EXPECT_EQ(VORLCmpInt(&whole[0], &whole[1]), -1);
-  EXPECT_EQ(VORLCmpInt(&whole[1], &whole[0]), 1);
-  EXPECT_EQ(VORLCmpInt(&whole[0], &whole[0]), 0);
   const real numbers[] = {-1e-300, 0.0, -0.0, std::nan("")};
-  EXPECT_EQ(VORLCmpReal(&numbers[0], &numbers[1]), -1);
-  EXPECT_EQ(VORLCmpReal(&numbers[1], &numbers[0]), 1);
-  EXPECT_EQ(VORLCmpReal(&numbers[1], &numbers[2]), 0);
-  EXPECT_EQ(VORLCmpReal(&numbers[3], &numbers[0]), 0);
-  EXPECT_EQ(VORLCmpReal(&numbers[0], &numbers[3]), 0);
+  for (const auto& [a, b, order] : {std::array{0, 1, -1}, {1, 0, 1}, {0, 0, 0}}) {
+    EXPECT_EQ(VORLCmpInt(&whole[a], &whole[b]), order);
+    EXPECT_EQ(VORLCmpReal(&numbers[a], &numbers[b]), order);
+  }
+  for (const auto& [a, b] : {std::array{1, 2}, {3, 0}, {0, 3}}) EXPECT_EQ(VORLCmpReal(&numbers[a], &numbers[b]), 0);
 }
 
 TEST(Comparators, OrderOfRecords) {

@@ -20,17 +20,18 @@ int ReadFrom(const char* text, VORL_GRID* grid) {
 }  // namespace
 
 TEST(Grid, IndicesGoThereAndBack) {
-  VORL_GRID grid = SmallGrid();
-  int expected = 0;
-  for (int iv = 0; iv < 2; ++iv) {
-    for (int iz = 0; iz < 5; ++iz) {
-      for (int iy = 0; iy < 3; ++iy) {
-        for (int ix = 0; ix < 4; ++ix, ++expected) {
-          int id = -1, jx = -1, jy = -1, jz = -1, jv = -1;
-          VORLGridCoordToId(&grid, ix, iy, iz, iv, &id);
-          ASSERT_EQ(id, expected);
-          VORLGridIdToCoord(&grid, id, &jx, &jy, &jz, &jv);
-          ASSERT_TRUE(jx == ix && jy == iy && jz == iz && jv == iv);
+  for (VORL_GRID grid : {SmallGrid(), VORL_GRID{1, 1, 1, 1, 1, 1, 0, 0, 0, 1, 1}}) {
+    int expected = 0;
+    for (int iv = 0; iv < 2; ++iv) {
+      for (int iz = 0; iz < grid.nz; ++iz) {
+        for (int iy = 0; iy < grid.ny; ++iy) {
+          for (int ix = 0; ix < grid.nx; ++ix, ++expected) {
+            int id = -1, jx = -1, jy = -1, jz = -1, jv = -1;
+            VORLGridCoordToId(&grid, ix, iy, iz, iv, &id);
+            ASSERT_EQ(id, expected);
+            VORLGridIdToCoord(&grid, id, &jx, &jy, &jz, &jv);
+            ASSERT_TRUE(jx == ix && jy == iy && jz == iz && jv == iv);
+          }
         }
       }
     }
@@ -40,18 +41,14 @@ TEST(Grid, IndicesGoThereAndBack) {
 TEST(Grid, ComparisonTellsTheFirstFieldThatDiffers) {
   VORL_GRID a = SmallGrid();
   EXPECT_EQ(VORLCmpGrid(&a, &a), 0);
-  for (int field = 11; field >= 1; --field) {
+  for (int field = 1; field <= 11; ++field) {
     VORL_GRID b = SmallGrid();
     int* const whole[] = {&b.nx, &b.ny, &b.nz, &b.nxy, &b.nxyz};
     real* const numbers[] = {&b.sx, &b.sy, &b.sz, &b.ox, &b.oy, &b.oz};
-    EXPECT_EQ(VORLCmpGrid(&a, &b), 0);
-    if (field <= 3) {
-      ++*whole[field - 1];
-    } else if (field >= 10) {
-      ++*whole[field - 7];
+    if (field <= 3 || field >= 10) {
+      ++*whole[field <= 3 ? field - 1 : field - 7];
     } else {
-      real& number = *numbers[field - 4];
-      number = std::nextafter(number, HUGE_VAL);
+      *numbers[field - 4] = std::nextafter(*numbers[field - 4], HUGE_VAL);
     }
     b.nxyz += field < 11;  // a later difference does not matter
     EXPECT_EQ(VORLCmpGrid(&a, &b), -field);

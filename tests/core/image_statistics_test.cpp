@@ -24,47 +24,52 @@ std::vector<std::vector<real>> RandomVariables(int nvar, int nxyz, unsigned seed
   return variables;
 }
 
-// A distribution as handed over, released at its end.
-struct Pdf {
-  int nvalue = -5, nmissing = -5;
-  real* value = nullptr;
-  double* pdf = nullptr;
-  ~Pdf() {
-    VORLFree(value);
-    VORLFree(pdf);
+// Distributions as handed over, released at their end.
+struct Pdfs {
+  int nvalue[3] = {}, nmissing[3] = {};
+  real* value[3] = {};
+  double* pdf[3] = {};
+  ~Pdfs() {
+    for (int k = 0; k < 3; ++k) {
+      VORLFree(value[k]);
+      VORLFree(pdf[k]);
+    }
   }
-  std::map<real, double> Map() const {
+  std::map<real, double> Map(int k) const {
     std::map<real, double> map;
-    for (int k = 0; k < nvalue; ++k) map[value[k]] = pdf[k];
+    for (int i = 0; i < nvalue[k]; ++i) map[value[k][i]] = pdf[k][i];
     return map;
   }
 };
 
-void ExpectPdf(const Pdf& result, const std::vector<real>& values) {
+void ExpectPdf(const Pdfs& result, int k, const std::vector<real>& values) {
   std::map<real, double> expected;
   int nmissing = 0;
   for (const real v : values) v == kMissing ? ++nmissing : ++expected[v];
   for (auto& [value, proportion] : expected) proportion *= 1.0 / static_cast<double>(values.size() - nmissing);
-  EXPECT_EQ(result.nmissing, nmissing);
-  EXPECT_EQ(result.Map(), expected);
-  EXPECT_EQ(result.nvalue, static_cast<int>(expected.size()));
-  EXPECT_TRUE(std::is_sorted(result.value, result.value + result.nvalue));
+  EXPECT_EQ(result.nmissing[k], nmissing);
+  EXPECT_EQ(result.Map(k), expected);
+  EXPECT_EQ(result.nvalue[k], static_cast<int>(expected.size()));
+  EXPECT_TRUE(std::is_sorted(result.value[k], result.value[k] + result.nvalue[k]));
 }
 
 }  // namespace
 
 TEST(ImageStatistics, MeanDeviationAndRange) {
-  struct Row {
-    std::vector<real> values;
+  struct Summary {
     real mean, sd;
     int ninformed;
     real min, max, range;
+    bool operator==(const Summary&) const = default;
   };
-  const Row rows[] = {
-      {{2.0, kMissing, 4.0, 9.0}, 5.0, std::sqrt(13.0), 3, 2.0, 9.0, 7.0},
-      {{kMissing, kMissing, 4.0, kMissing}, 4.0, 0.0, 1, 4.0, 4.0, 0.0},
-      {{kMissing, kMissing, kMissing, kMissing}, kMissing, kMissing, 0, kMissing, kMissing, kMissing},
-      {{-3.0, -3.0, -3.0, 5.0}, -1.0, 4.0, 4, -3.0, 5.0, 8.0},
+  const struct {
+    std::vector<real> values;
+    Summary expected;
+  } rows[] = {
+      {{2.0, kMissing, 4.0, 9.0}, {5.0, std::sqrt(13.0), 3, 2.0, 9.0, 7.0}},
+      {{kMissing, kMissing, 4.0, kMissing}, {4.0, 0.0, 1, 4.0, 4.0, 0.0}},
+      {{kMissing, kMissing, kMissing, kMissing}, {kMissing, kMissing, 0, kMissing, kMissing, kMissing}},
+      {{-3.0, -3.0, -3.0, 5.0}, {-1.0, 4.0, 4, -3.0, 5.0, 8.0}},
   };
   OwnedImage image({rows[0].values, rows[1].values, rows[2].values, rows[3].values});
   real mean[4], sd[4], min[4], max[4], range[4];
@@ -74,21 +79,15 @@ TEST(ImageStatistics, MeanDeviationAndRange) {
   EXPECT_EQ(VORLGetImageVarValueRange(&image, ninformed, min, max, range), 0);
   EXPECT_EQ(VORLGetImageNumberVarValueMissing(&image, nmissing), 0);
   for (int iv = 0; iv < 4; ++iv) {
-    EXPECT_EQ(mean[iv], rows[iv].mean);
-    EXPECT_DOUBLE_EQ(sd[iv], rows[iv].sd);
-    EXPECT_EQ(ninformed[iv], rows[iv].ninformed);
-    EXPECT_EQ(nmissing[iv], 4 - rows[iv].ninformed);
-    EXPECT_EQ(min[iv], rows[iv].min);
-    EXPECT_EQ(max[iv], rows[iv].max);
-    EXPECT_EQ(range[iv], rows[iv].range);
-
-    real oneMean, oneSd, oneMin, oneMax, oneRange;
-    int oneCount;
-    EXPECT_EQ(VORLGetImageOneVarValueMean(&image, iv, &oneMean), 0);
-    EXPECT_EQ(VORLGetImageOneVarValueSD(&image, iv, &mean[iv], &oneSd), 0);
-    EXPECT_EQ(VORLGetImageOneVarValueRange(&image, iv, &oneCount, &oneMin, &oneMax, &oneRange), 0);
-    EXPECT_TRUE(oneMean == mean[iv] && oneSd == sd[iv] && oneCount == ninformed[iv] && oneMin == min[iv] &&
-                oneMax == max[iv] && oneRange == range[iv]);
+    Summary one;
+    EXPECT_EQ(VORLGetImageOneVarValueMean(&image, iv, &one.mean), 0);
+    EXPECT_EQ(VORLGetImageOneVarValueSD(&image, iv, &mean[iv], &one.sd), 0);
+    EXPECT_EQ(VORLGetImageOneVarValueRange(&image, iv, &one.ninformed, &one.min, &one.max, &one.range), 0);
+    EXPECT_TRUE((one == Summary{mean[iv], sd[iv], ninformed[iv], min[iv], max[iv], range[iv]})) << iv;
+    EXPECT_DOUBLE_EQ(one.sd, rows[iv].expected.sd);
+    one.sd = rows[iv].expected.sd;
+    EXPECT_TRUE(one == rows[iv].expected) << iv;
+    EXPECT_EQ(nmissing[iv], 4 - one.ninformed);
   }
   real given = 1.5, sdOfOne = 0.0;
   EXPECT_EQ(VORLGetImageOneVarValueSD(&image, 1, &given, &sdOfOne), 0);
@@ -131,6 +130,8 @@ TEST(ImageStatistics, BadArguments) {
   EXPECT_EQ(VORLGetImageNumberVarValueMissing(image, nullptr), -20);
   EXPECT_EQ(VORLGetImageVarVectorMissing(image, nullptr, n), -20);
   EXPECT_EQ(VORLGetImageVarStats(image, nullptr, r, r, r, &pdf), -20);
+  EXPECT_EQ(VORLGetImageVarStatsLocal(image, image, 0, nullptr), -20);
+  EXPECT_EQ(VORLGetImageVarStatsLocal(image, &records[1], 1, nullptr), -20);
 }
 
 TEST(ImageStatistics, DistributionOfDistinctValues) {
@@ -139,46 +140,59 @@ TEST(ImageStatistics, DistributionOfDistinctValues) {
   second[2].assign(77, kMissing);
   OwnedImage a(first), b(second);
   VORL_IMAGE both[2] = {a, b};
-
-  int nvalue[3], nmissing[3];
-  real* value[3];
-  double* pdf[3];
-  ASSERT_EQ(VORLGetNImageVarValuePdf(2, both, nvalue, value, pdf, nmissing), 0);
+  Pdfs ofAll, ofB;
+  ASSERT_EQ(VORLGetNImageVarValuePdf(2, both, ofAll.nvalue, ofAll.value, ofAll.pdf, ofAll.nmissing), 0);
+  ASSERT_EQ(VORLGetImageVarValuePdf(&b, ofB.nvalue, ofB.value, ofB.pdf, ofB.nmissing), 0);
   for (int iv = 0; iv < 3; ++iv) {
-    Pdf ofAll, ofA, ofB, ofBoth;
-    ofAll.nvalue = nvalue[iv], ofAll.nmissing = nmissing[iv], ofAll.value = value[iv], ofAll.pdf = pdf[iv];
+    Pdfs ofA, ofBoth;
     std::vector<real> joint = first[iv];
     joint.insert(joint.end(), second[iv].begin(), second[iv].end());
-    EXPECT_EQ(VORLGetImageOneVarValuePdf(&a, iv, &ofA.nvalue, &ofA.value, &ofA.pdf, &ofA.nmissing), 0);
-    EXPECT_EQ(VORLGetImageOneVarValuePdf(&b, iv, &ofB.nvalue, &ofB.value, &ofB.pdf, &ofB.nmissing), 0);
-    EXPECT_EQ(VORLGetNImageOneVarValuePdf(2, both, iv, &ofBoth.nvalue, &ofBoth.value, &ofBoth.pdf, &ofBoth.nmissing),
-              0);
-    ExpectPdf(ofA, first[iv]);
-    ExpectPdf(ofB, second[iv]);
-    ExpectPdf(ofBoth, joint);
-    ExpectPdf(ofAll, joint);
-
-    for (int k = 0; k < 3; ++k) {
-      const kestrum_test::FailAllocation fail(k);
-      Pdf none;
-      EXPECT_EQ(VORLGetImageOneVarValuePdf(&a, iv, &none.nvalue, &none.value, &none.pdf, &none.nmissing), -1);
-      EXPECT_EQ(none.value, nullptr);
-    }
+    EXPECT_EQ(VORLGetImageOneVarValuePdf(&a, iv, ofA.nvalue, ofA.value, ofA.pdf, ofA.nmissing), 0);
+    EXPECT_EQ(VORLGetNImageOneVarValuePdf(2, both, iv, ofBoth.nvalue, ofBoth.value, ofBoth.pdf, ofBoth.nmissing), 0);
+    ExpectPdf(ofA, 0, first[iv]);
+    ExpectPdf(ofB, iv, second[iv]);
+    ExpectPdf(ofBoth, 0, joint);
+    ExpectPdf(ofAll, iv, joint);
   }
 }
 
 TEST(ImageStatistics, ValuesBelowTheMissingOneMakeItAValue) {
-  OwnedImage image({{1.0, kMissing, -1e8, kMissing}});
-  Pdf pdf;
-  EXPECT_EQ(VORLGetImageOneVarValuePdf(&image, 0, &pdf.nvalue, &pdf.value, &pdf.pdf, &pdf.nmissing), 0);
-  EXPECT_EQ(pdf.nmissing, 0);
-  EXPECT_EQ(pdf.Map(), (std::map<real, double>{{-1e8, 0.25}, {kMissing, 0.5}, {1.0, 0.25}}));
+  OwnedImage image({{1.0, kMissing, -1e8, kMissing, 1.0}, {std::nan(""), 2.0, kMissing, std::nan(""), 1.0}});
+  Pdfs pdfs;
+  EXPECT_EQ(VORLGetImageVarValuePdf(&image, pdfs.nvalue, pdfs.value, pdfs.pdf, pdfs.nmissing), 0);
+  EXPECT_EQ(pdfs.nmissing[0], 0);
+  EXPECT_EQ(pdfs.Map(0), (std::map<real, double>{{-1e8, 0.2}, {kMissing, 0.4}, {1.0, 0.4}}));
+  EXPECT_EQ(pdfs.nvalue[1], 4);
+  EXPECT_EQ(pdfs.nmissing[1], 1);
+}
 
-  OwnedImage withNaN({{std::nan(""), 2.0, kMissing, std::nan(""), 1.0}});
-  Pdf other;
-  EXPECT_EQ(VORLGetImageOneVarValuePdf(&withNaN, 0, &other.nvalue, &other.value, &other.pdf, &other.nmissing), 0);
-  EXPECT_EQ(other.nvalue, 4);
-  EXPECT_EQ(other.nmissing, 1);
+// What is handed over before a failure can be released, and so can an image made in part.
+TEST(ImageStatistics, FailingAllocations) {
+  OwnedImage image({{1.0, 2.0}, {3.0, kMissing}});
+  VORL_IMAGE both[2] = {image, image};
+  const auto distributions = [&](auto get, auto... of) {
+    Pdfs pdfs;
+    const int status = get(of..., pdfs.nvalue, pdfs.value, pdfs.pdf, pdfs.nmissing);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(pdfs.nvalue[k] > 0, pdfs.value[k] != nullptr && pdfs.pdf[k] != nullptr);
+    return status;
+  };
+  const auto local = [&](int ncategory) {
+    VORL_IMAGE out;
+    real category[] = {1.0, 3.0};
+    const int status = VORLGetImageVarStatsLocal(&image, &out, ncategory, category);
+    VORLFreeImage(&out);
+    return status;
+  };
+  char prefix[] = "> ";
+  kestrum_test::ForEachFailingAllocation({
+      {"one", [&] { return distributions(VORLGetImageOneVarValuePdf, &image, 1); }},
+      {"all", [&] { return distributions(VORLGetImageVarValuePdf, &image); }},
+      {"one of two images", [&] { return distributions(VORLGetNImageOneVarValuePdf, 2, both, 1); }},
+      {"all of two images", [&] { return distributions(VORLGetNImageVarValuePdf, 2, both); }},
+      {"statistics", [&] { return local(0); }},
+      {"proportions", [&] { return local(2); }},
+      {"report", [&] { return PrintStatus([&](FILE* f) { return VORLPrintImageInfo(&image, prefix, f, 0); }); }},
+  });
 }
 
 TEST(ImageStatistics, IndexInList) {
@@ -346,13 +360,4 @@ TEST(ImageStatistics, Report) {
   const std::string text = report(9);
   const std::string end = "missing value:   100.0000 %\n>    Number of different values:   0\n\n";
   EXPECT_EQ(text.substr(text.size() - end.size()), end);
-
-  for (int k = 0;; ++k) {
-    const kestrum_test::FailAllocation fail(k);
-    int status = 0;
-    const std::string partial = Printed([&](FILE* stream) { status = VORLPrintImageInfo(&image, prefix, stream, 0); });
-    if (!fail.Happened()) break;
-    EXPECT_EQ(status, -1);
-    EXPECT_EQ(partial, "");
-  }
 }

@@ -79,10 +79,20 @@ TEST(Memory, ArrayFailuresHaveTheirStatusAndReleaseEverything) {
     EXPECT_EQ(VORLMallocArray4D(row.n, 2, 2, row.last, row.size, &status), nullptr);
     EXPECT_EQ(status, row.status4D);
   }
-  for (int k = 0; k < 4; ++k) {
-    const kestrum_test::FailAllocation fail(k);
-    int status = 0;
-    EXPECT_EQ(VORLMallocArray4D(2, 2, 2, 2, 8, &status), nullptr);
-    EXPECT_EQ(status, -1);
-  }
+}
+
+TEST(Memory, FailingAllocations) {
+  const auto allocate = [](auto form, auto release, auto... dims) {
+    int status = 7;
+    auto* const array = form(dims..., 8, &status);
+    EXPECT_EQ(array == nullptr, status != 0);
+    release(array);
+    return status;
+  };
+  kestrum_test::ForEachFailingAllocation({
+      {"block", [&] { return allocate(VORLMalloc, VORLFree, 2); }},
+      {"2D", [&] { return allocate(VORLMallocArray2D, VORLFreeArray2D, 2, 2); }},
+      {"3D", [&] { return allocate(VORLMallocArray3D, VORLFreeArray3D, 2, 2, 2); }},
+      {"4D", [&] { return allocate(VORLMallocArray4D, VORLFreeArray4D, 2, 2, 2, 2); }},
+  });
 }

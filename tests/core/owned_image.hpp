@@ -1,6 +1,8 @@
 #ifndef KESTRUM_TESTS_CORE_OWNED_IMAGE_HPP
 #define KESTRUM_TESTS_CORE_OWNED_IMAGE_HPP
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <string>
@@ -38,6 +40,15 @@ std::string Printed(const Print& print) {
   text.resize(std::fread(text.data(), 1, text.size(), stream));
   std::fclose(stream);
   return text;
+}
+
+// The status of print(stream), which must write nothing if it fails.
+template <typename Print>
+int PrintStatus(const Print& print) {
+  int status = 0;
+  const std::string text = Printed([&](FILE* stream) { status = print(stream); });
+  EXPECT_EQ(text.empty(), status != 0);
+  return status;
 }
 
 #endif

@@ -195,8 +195,6 @@ TEST(CovEvaluation, ReadsParametersAtTheNodeByTheImagePointer) {
 TEST(CovEvaluation, TakesTheRotationFromTheArgumentsOrTheAngles) {
   std::vector<VORL_COVMODELELEM> elements{Element(COV_EXPONENTIAL, 1, 30, 10, 3)};
   VORL_COVMODEL model = Model(elements);
-  const Lag angles{35, -20, 60};
-  Matrix own(angles), other({10, 0, 0});
   real dx = 4, dy = 3, dz = -1;
   const auto expected = [&](const Matrix* matrix) {
     if (matrix == nullptr) return Fixed(elements[0], {dx, dy, dz});
@@ -204,17 +202,20 @@ TEST(CovEvaluation, TakesTheRotationFromTheArgumentsOrTheAngles) {
     return Fixed(elements[0], {m[0][0] * dx + m[1][0] * dy + m[2][0] * dz, m[0][1] * dx + m[1][1] * dy + m[2][1] * dz,
                                m[0][2] * dx + m[1][2] * dy + m[2][2] * dz});
   };
+  Matrix all({35, -20, 60}), one({0, -20, 0}), other({10, 0, 0});
   const struct {
-    bool angles;
+    Lag angles;
     BOOLEAN given;
     Matrix* matrix;
     Matrix* used;
-  } rows[] = {{true, FALSE, nullptr, &own},   {true, FALSE, &other, &own},     {true, TRUE, &other, &other},
-              {true, TRUE, nullptr, nullptr}, {false, FALSE, &other, nullptr}, {false, 5, &other, &other}};
+  } rows[] = {{{35, -20, 60}, FALSE, nullptr, &all},   {{0, -20, 0}, FALSE, nullptr, &one},
+              {{0, -20, 0}, FALSE, &other, &one},      {{35, -20, 60}, TRUE, &other, &other},
+              {{35, -20, 60}, TRUE, nullptr, nullptr}, {{0, 0, 0}, FALSE, &other, nullptr},
+              {{0, 0, 0}, 5, &other, &other}};
   for (const auto& row : rows) {
-    model.angle1Value = row.angles ? angles.x : 0.0;
-    model.angle2Value = row.angles ? angles.y : 0.0;
-    model.angle3Value = row.angles ? angles.z : 0.0;
+    model.angle1Value = row.angles.x;
+    model.angle2Value = row.angles.y;
+    model.angle3Value = row.angles.z;
     real** matrix = row.matrix != nullptr ? row.matrix->pointers : nullptr;
     const kestrum_test::FailAllocation noAllocation(0);
     real fixed, atNode;
@@ -260,19 +261,15 @@ real BruteForceRange(const std::vector<real>& v, const int (&size)[3], int axis,
   }
   const real mean = sum / n, threshold = (squares / n - mean * mean) * tolerance + mean * mean;
   if (size[axis] == 1) return 0;
-  const auto at = [&](const int(&c)[3]) { return v[c[0] + size[0] * (c[1] + size[1] * c[2])]; };
+  const int stride = axis == 0 ? 1 : axis == 1 ? size[0] : size[0] * size[1];
   const auto found = [&](int lag) {
     real products = 0, pairs = 0;
-    for (int z = 0; z < size[2]; ++z) {
-      for (int y = 0; y < size[1]; ++y) {
-        for (int x = 0; x < size[0]; ++x) {
-          int tail[3] = {x, y, z}, head[3] = {x, y, z};
-          head[axis] += lag;
-          if (head[axis] >= size[axis] || at(tail) == VORL_MISSING_VALUE || at(head) == VORL_MISSING_VALUE) continue;
-          products += at(tail) * at(head);
-          ++pairs;
-        }
-      }
+    for (int tail = 0; tail < static_cast<int>(v.size()); ++tail) {
+      const int head = tail + lag * stride;
+      if (tail / stride % size[axis] + lag >= size[axis]) continue;
+      if (v[tail] == VORL_MISSING_VALUE || v[head] == VORL_MISSING_VALUE) continue;
+      products += v[tail] * v[head];
+      ++pairs;
     }
     return pairs > 0 && products / pairs < threshold;
   };
@@ -298,15 +295,12 @@ TEST(VariogramRangeApprox, AgreesWithBruteForce) {
               {{7, 6, 5}, {900, 3, 9}, 2},   {{100, 1, 1}, {63, 1, 1}, 0}, {{2, 1, 1}, {9, 1, 1}, 2}};
   for (const auto& row : rows) {
     // Whole numbers, so that sums are exact in any order.
-    std::vector<real> v;
-    for (int z = 0; z < row.size[2]; ++z) {
-      for (int y = 0; y < row.size[1]; ++y) {
-        for (int x = 0; x < row.size[0]; ++x) {
-          const real wave = std::cos(2 * M_PI * x / row.wavelength[0]) + std::cos(2 * M_PI * y / row.wavelength[1]) +
-                            std::cos(2 * M_PI * z / row.wavelength[2]);
-          v.push_back(std::round(100 * wave) + 37);
-        }
-      }
+    std::vector<real> v(static_cast<std::size_t>(row.size[0] * row.size[1] * row.size[2]));
+    for (int i = 0; i < static_cast<int>(v.size()); ++i) {
+      const int place[3] = {i % row.size[0], i / row.size[0] % row.size[1], i / row.size[0] / row.size[1]};
+      real wave = 0.0;
+      for (int axis = 0; axis < 3; ++axis) wave += std::cos(2 * M_PI * place[axis] / row.wavelength[axis]);
+      v[i] = std::round(100 * wave) + 37;
     }
     for (std::size_t i = 1; row.gapEvery != 0 && i < v.size(); i += row.gapEvery) v[i] = VORL_MISSING_VALUE;
     real expected[3], range[3];
@@ -330,9 +324,7 @@ TEST(VariogramRangeApprox, HandlesConstantAndEmptyVariables) {
   std::vector<real> v(24, 3.0);
   real rx, ry, rz;
   EXPECT_EQ(VORLComputeVariogramRangeApprox(0.05, 4, 6, 1, v.data(), &rx, &ry, &rz), 0);
-  EXPECT_EQ(rx, 4);
-  EXPECT_EQ(ry, 6);
-  EXPECT_EQ(rz, 0);
+  EXPECT_TRUE(rx == 4 && ry == 6 && rz == 0);
   EXPECT_EQ(VORLComputeVariogramRangeApprox(0.05, 4, 0, 1, v.data(), &rx, &ry, &rz), -1061);
   EXPECT_EQ(rx, 0);
   std::fill(v.begin(), v.end(), VORL_MISSING_VALUE);

@@ -4,61 +4,34 @@
 
 #include <cmath>
 #include <cstddef>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "core/memory.h"
+#include "io/text_stream.hpp"
 #include "support/allocation_failure.hpp"
+#include "support/run_builder.hpp"
 
 namespace {
 
-VORL_GRID Grid(int nx, int ny) {
-  VORL_GRID grid;
-  VORLInitGrid(&grid);
-  grid.nx = nx;
-  grid.ny = ny;
-  grid.nz = 1;
-  grid.sx = grid.sy = grid.sz = 1.0;
-  grid.nxy = grid.nxyz = nx * ny;
-  return grid;
-}
+using kestrum_test::Printed;
 
-// A record of its own, as models own it.
+VORL_GRID Grid(int nx, int ny) { return kestrum_test::MakeGrid(nx, ny, 1); }
+
 VORL_IMAGE* NewImage(const VORL_GRID& grid, int nvar, real value) {
-  int status;
-  auto* image = static_cast<VORL_IMAGE*>(VORLMalloc(1, sizeof(VORL_IMAGE), &status));
-  VORLInitImage(image);
-  EXPECT_EQ(VORLMallocImage(image, grid.nxyz, nvar), 0);
-  *image->grid = grid;
-  image->nvar = nvar;
-  image->nxyzv = nvar * grid.nxyz;
-  for (int i = 0; i < image->nxyzv; ++i) image->var[i] = value;
-  for (int iv = 0; iv < nvar; ++iv) std::strcpy(image->varName[iv], iv == 0 ? "v0" : "v1");
-  return image;
+  return kestrum_test::NewImage(grid, std::vector<real>(static_cast<std::size_t>(nvar * grid.nxyz), value));
 }
 
 // A model of two spherical elements on a grid of 6 by 5 nodes, released with all its images.
 class Model {
  public:
   VORL_GRID grid = Grid(6, 5);
-  VORL_COVMODEL record;
+  VORL_COVMODEL record = kestrum_test::MakeModel({{COV_SPHERICAL, 1, 0, 0, 0, 0}, {COV_SPHERICAL, 1, 0, 0, 0, 0}});
   BOOLEAN rotationStationary = 7, weightStationary = 7, rangeStationary = 7, modelStationary = 7;
 
-  Model() {
-    int status;
-    VORLKestrumInitCovModel(&record);
-    record.nelem = 2;
-    record.covModelElem = static_cast<VORL_COVMODELELEM*>(VORLMalloc(2, sizeof(VORL_COVMODELELEM), &status));
-    for (int i = 0; i < 2; ++i) {
-      VORLKestrumInitCovModelElem(&Elem(i));
-      SetType(i, COV_SPHERICAL);
-      Elem(i).weightValue = 1.0;
-    }
-  }
+  Model() = default;
   ~Model() { VORLKestrumFreeCovModel(&record); }
   Model(const Model&) = delete;
   Model& operator=(const Model&) = delete;
@@ -75,16 +48,19 @@ class Model {
   }
 };
 
-std::string Printed(const std::function<int(FILE*)>& print, int expectedStatus) {
-  char* text = nullptr;
-  std::size_t size = 0;
-  FILE* stream = open_memstream(&text, &size);
-  EXPECT_EQ(print(stream), expectedStatus);
-  std::fclose(stream);
-  const std::string printed(text, size);
-  std::free(text);
-  return printed;
-}
+// An image that lets itself be changed, and is released at the end.
+struct Mask {
+  VORL_IMAGE* const image;
+  Mask(const VORL_GRID& grid, const std::vector<int>& masked) : image(NewImage(grid, 1, 1.0)) {
+    for (const int node : masked) image->var[node] = 0.0;
+  }
+  Mask(const Mask&) = delete;
+  Mask& operator=(const Mask&) = delete;
+  ~Mask() {
+    VORLFreeImage(image);
+    VORLFree(image);
+  }
+};
 
 }  // namespace
 
@@ -128,6 +104,7 @@ TEST(CovModelValidation, GivesStatusesAndFlags) {
       {"range -3", [](Model& m) { m.Elem(0).rxValue = -3; }, 0, "1111"},
       {"spherical s", extra(COV_SPHERICAL, 500), 0, "1111"},
       {"gamma s", extra(COV_GAMMA, 1e-6), 0, "1111"},
+      {"gamma s largest", extra(COV_GAMMA, 100), 0, "1111"},
       {"power s small", extra(COV_POWER, 1e-7), -71690, "1111"},
       {"exponential s large", extra(COV_EXPONENTIAL_GENERALIZED, 100.1), -71691, "1111"},
       {"matern nu small", extra(COV_MATERN, 0), -71697, "1111"},
@@ -163,9 +140,11 @@ TEST(CovModelValidation, GivesStatusesAndFlags) {
     Model model;
     row.tweak(model);
     EXPECT_EQ(model.Validate(), row.status) << row.name;
-    const std::string stationary = {
-        static_cast<char>('0' + model.rotationStationary), static_cast<char>('0' + model.weightStationary),
-        static_cast<char>('0' + model.rangeStationary), static_cast<char>('0' + model.modelStationary)};
+    std::string stationary;
+    for (const int flag :
+         {model.rotationStationary, model.weightStationary, model.rangeStationary, model.modelStationary}) {
+      stationary += std::to_string(flag);
+    }
     EXPECT_EQ(stationary, row.stationary) << row.name;
     model.record.nelem = 2;
   }
@@ -177,15 +156,11 @@ TEST(CovModelValidation, MarksTheFirstValuesOfElementImagesAndTheMaskedNodesOfAn
   model.Elem(0).rxImage = NewImage(model.grid, 1, 5.0);
   model.record.angle3ImageFlag = TRUE;
   model.record.angle3Image = NewImage(model.grid, 1, 5.0);
-  VORL_IMAGE* mask = NewImage(model.grid, 1, 1.0);
-  mask->var[10] = mask->var[20] = 0.0;
-  EXPECT_EQ(model.Validate(mask), 0);
+  EXPECT_EQ(model.Validate(Mask(model.grid, {10, 20}).image), 0);
   for (int i = 0; i < 30; ++i) {
     EXPECT_EQ(model.Elem(0).rxImage->var[i], i < 2 ? VORL_MISSING_VALUE : 5.0) << i;
     EXPECT_EQ(model.record.angle3Image->var[i], i == 10 || i == 20 ? VORL_MISSING_VALUE : 5.0) << i;
   }
-  VORLFreeImage(mask);
-  VORLFree(mask);
 }
 
 TEST(CovModelValidation, TestsTheValueAtTheCursorOnly) {
@@ -207,12 +182,9 @@ TEST(CovModelValidation, TestsTheValueAtTheCursorOnly) {
     model.Elem(0).weightImageFlag = TRUE;
     model.Elem(0).weightImage = weight;
     weight->var[row.badValue] = -1.0;
-    VORL_IMAGE* mask = NewImage(model.grid, 1, 1.0);
-    for (const int node : row.masked) mask->var[node] = 0.0;
-    EXPECT_EQ(model.Validate(row.masked.empty() ? nullptr : mask), row.status) << row.badValue;
+    const Mask mask(model.grid, row.masked);
+    EXPECT_EQ(model.Validate(row.masked.empty() ? nullptr : mask.image), row.status) << row.badValue;
     for (int i = 0; i < 30; ++i) EXPECT_EQ(weight->var[i] == VORL_MISSING_VALUE, i < row.nmissing) << i;
-    VORLFreeImage(mask);
-    VORLFree(mask);
   }
 }
 
@@ -226,60 +198,23 @@ TEST(CovModelPrint, WritesTheWholeModel) {
   model.record.angle1Value = -30;
   model.record.angle2ImageFlag = TRUE;
   model.record.angle2Image = NewImage(model.grid, 1, 5.0);
-  char prefix[] = "> ";
-  const auto image = [](const std::string& indent) {
-    return indent + "grid:\n" + indent + "   Size   :       6              5              1\n" + indent +
-           "   Spacing:       1.000000       1.000000       1.000000\n" + indent +
-           "   Origin :       0.000000       0.000000       0.000000\n" + indent +
-           "   Number of nodes in a xy-section:       30\n" + indent +
-           "   Total number of nodes          :       30\n" + indent + "nvar:         1\n" + indent +
-           "nxyzv:       30\n" + indent + "varName:\n" + indent + "   v0\n";
-  };
   const std::string expected =
       "> Number of elementary covariance model (contribution):  2\n"
-      "\n"
-      "> Elementary covariance model #0:\n"
-      ">    Type: COV_SPHERICAL\n"
-      ">    Weight:\n"
-      ">    weightImageFlag: 0\n"
-      ">    weightValue:       1.000000\n"
-      ">    Ranges:\n"
-      ">    rxImageFlag: 0\n"
-      ">    ryImageFlag: 1\n"
-      ">    rzImageFlag: 0\n"
-      ">    rxValue:      12.500000\n"
-      ">    ryValue:       0.000000\n"
-      ">    rzValue:       0.000000\n"
-      ">    ryImage:\n" +
-      image(">       ") +
-      "\n"
-      "> Elementary covariance model #1:\n"
-      ">    Type: COV_MATERN\n"
-      ">    Weight:\n"
-      ">    weightImageFlag: 0\n"
-      ">    weightValue:       1.000000\n"
-      ">    Ranges:\n"
-      ">    rxImageFlag: 0\n"
-      ">    ryImageFlag: 0\n"
-      ">    rzImageFlag: 0\n"
-      ">    rxValue:       0.000000\n"
-      ">    ryValue:       0.000000\n"
-      ">    rzValue:       0.000000\n"
-      ">    Additional parameter (nu), s:\n"
-      ">    sImageFlag: 0\n"
-      ">    sValue:       0.750000\n"
-      "\n"
-      "> Orientation angles:\n"
-      "> angle1ImageFlag: 0\n"
-      "> angle2ImageFlag: 1\n"
-      "> angle3ImageFlag: 0\n"
-      "> angle1Value:     -30.000000\n"
-      "> angle2Value:       0.000000\n"
-      "> angle3Value:       0.000000\n"
+      "\n> Elementary covariance model #0:\n"
+      ">    Type: COV_SPHERICAL\n>    Weight:\n>    weightImageFlag: 0\n>    weightValue:       1.000000\n"
+      ">    Ranges:\n>    rxImageFlag: 0\n>    ryImageFlag: 1\n>    rzImageFlag: 0\n"
+      ">    rxValue:      12.500000\n>    ryValue:       0.000000\n>    rzValue:       0.000000\n>    ryImage:\n" +
+      Printed(VORLPrintImage, model.Elem(0).ryImage, ">       ") +
+      "\n> Elementary covariance model #1:\n"
+      ">    Type: COV_MATERN\n>    Weight:\n>    weightImageFlag: 0\n>    weightValue:       1.000000\n"
+      ">    Ranges:\n>    rxImageFlag: 0\n>    ryImageFlag: 0\n>    rzImageFlag: 0\n"
+      ">    rxValue:       0.000000\n>    ryValue:       0.000000\n>    rzValue:       0.000000\n"
+      ">    Additional parameter (nu), s:\n>    sImageFlag: 0\n>    sValue:       0.750000\n"
+      "\n> Orientation angles:\n> angle1ImageFlag: 0\n> angle2ImageFlag: 1\n> angle3ImageFlag: 0\n"
+      "> angle1Value:     -30.000000\n> angle2Value:       0.000000\n> angle3Value:       0.000000\n"
       "> angle2Image:\n" +
-      image(">    ");
-  EXPECT_EQ(Printed([&](FILE* stream) { return VORLKestrumPrintCovModel(&model.record, prefix, stream); }, 0),
-            expected);
+      Printed(VORLPrintImage, model.record.angle2Image, ">    ");
+  EXPECT_EQ(Printed(VORLKestrumPrintCovModel, &model.record), expected);
 }
 
 TEST(CovModelPrint, NamesTypesAndTheirExtraParameter) {
@@ -293,9 +228,7 @@ TEST(CovModelPrint, NamesTypesAndTheirExtraParameter) {
   for (const auto& row : rows) {
     Model model;
     model.SetType(0, row.type);
-    char prefix[] = "";
-    const std::string text =
-        Printed([&](FILE* stream) { return VORLKestrumPrintCovModelElem(&model.Elem(0), prefix, stream); }, 0);
+    const std::string text = Printed(VORLKestrumPrintCovModelElem, &model.Elem(0), "");
     EXPECT_EQ(text.substr(0, text.find('\n')), std::string("Type: ") + row.name);
     const std::size_t parameter = text.find("Additional parameter ");
     EXPECT_EQ(
@@ -306,21 +239,19 @@ TEST(CovModelPrint, NamesTypesAndTheirExtraParameter) {
 
 TEST(CovModelPrint, ReportsEachFailingAllocation) {
   Model model;
-  model.Elem(1).weightImageFlag = TRUE;
-  model.Elem(1).weightImage = NewImage(model.grid, 1, 5.0);
-  FILE* stream = std::fopen("/dev/null", "w");
-  std::fputc('\n', stream);  // the stream's own buffer exists from here on
-  char prefix[] = "";
-  for (long k = 0;; ++k) {
-    const kestrum_test::FailAllocation failing(k);
-    const int status = VORLKestrumPrintCovModel(&model.record, prefix, stream);
-    EXPECT_EQ(status, failing.Happened() ? -1 : 0);
-    if (!failing.Happened()) {
-      EXPECT_EQ(k, 4);  // the model, each element, and the image
-      break;
-    }
+  model.Elem(1).weightImageFlag = model.Elem(1).rxImageFlag = model.record.angle1ImageFlag = TRUE;
+  for (VORL_IMAGE** image : {&model.Elem(1).weightImage, &model.Elem(1).rxImage, &model.record.angle1Image}) {
+    *image = NewImage(model.grid, 1, 5.0);
   }
-  std::fclose(stream);
+  char prefix[] = "";
+  int ncall = 0;
+  kestrum_test::ForEachFailingAllocation([&] {
+    ++ncall;
+    return VORLKestrumPrintCovModel(&model.record, prefix, kestrum_test::TextStream().file);
+  });
+  EXPECT_EQ(ncall, 1 + 6);  // the model, each element, and each image
+  kestrum_test::ForEachFailingAllocation(
+      [&] { return VORLKestrumPrintCovModelElem(&model.Elem(1), prefix, kestrum_test::TextStream().file); });
 }
 
 TEST(CovModelLife, ReleasesNothingOfEmptyRecords) {
@@ -329,13 +260,11 @@ TEST(CovModelLife, ReleasesNothingOfEmptyRecords) {
   VORL_COVMODEL model;
   std::memset(&model, 0x5a, sizeof model);
   VORLKestrumInitCovModel(&model);
+  model.nelem = 3;  // without a vector
   VORLKestrumFreeCovModel(&model);
   VORL_COVMODELELEM elem;
   std::memset(&elem, 0x5a, sizeof elem);
   VORLKestrumInitCovModelElem(&elem);
-  EXPECT_EQ(elem.covModelType, COV_NUGGET);
-  EXPECT_EQ(elem.sValue, 0.0);
+  EXPECT_TRUE(elem.covModelType == COV_NUGGET && elem.sValue == 0.0);
   VORLKestrumFreeCovModelElem(&elem);
-  model.nelem = 3;  // without a vector
-  VORLKestrumFreeCovModel(&model);
 }

@@ -19,9 +19,9 @@ constexpr real M = kMissing;
 // An input with nothing but data and mask, on a line of nodes.
 class LineRun {
  public:
-  explicit LineRun(int nnode) : grid_(MakeGrid(nnode, 1)), status_(static_cast<std::size_t>(nnode), 99) {
+  explicit LineRun(int nnode) : grid_(MakeGrid(nnode, 1, 1)), status_(static_cast<std::size_t>(nnode), 99) {
     VORLKestrumInitKestrumInput(&input_);
-    image_ = MakeImage(grid_, {"v"}, std::vector<real>(status_.size(), M));
+    image_ = MakeImage(grid_, {M});
     VORLInitProgressMonitor(&monitor);
   }
   LineRun(const LineRun&) = delete;
@@ -34,7 +34,7 @@ class LineRun {
   }
 
   void AddImage(const std::vector<std::string>& names, const std::vector<real>& values) {
-    images_.push_back(MakeImage(grid_, names, values));
+    images_.push_back(MakeImage(grid_, values, names));
     VORLFree(input_.dataImage);  // the vector alone
     input_.dataImage = NewVector(images_);
     ++input_.ndataImage;
@@ -47,17 +47,11 @@ class LineRun {
   void SetValue(int node, real value) { image_.var[node] = value; }
   void SetMask(const std::vector<real>& values) {
     input_.maskImageFlag = TRUE;
-    input_.maskImage = NewVector<VORL_IMAGE>({MakeImage(grid_, {"mask"}, values)});
+    input_.maskImage = NewImage(grid_, values);
   }
 
-  int Simulation() {
-    return VORLKestrumIntegrateConditioningData(&input_, &image_, &min_, &max_, status_.data(), &ndata, &monitor,
-                                                callback);
-  }
-  int Estimation() {
-    return VORLKestrumIntegrateConditioningData(&input_, &image_, nullptr, nullptr, status_.data(), &ndata, &monitor,
-                                                callback);
-  }
+  int Simulation() { return Integrate(&min_, &max_); }
+  int Estimation() { return Integrate(nullptr, nullptr); }
   int Indicator() {
     VORL_KESTRUMINDICATORINPUT input;
     VORLKestrumInitKestrumIndicatorInput(&input);
@@ -76,7 +70,7 @@ class LineRun {
   std::vector<real> max() const { return Values(max_); }
   // The distinct warnings, in order of their first occurrence.
   std::vector<int> warnings() const {
-    return std::vector<int>(monitor.warningNumberList, monitor.warningNumberList + monitor.nwarningNumber);
+    return {monitor.warningNumberList, monitor.warningNumberList + monitor.nwarningNumber};
   }
 
   VORL_PROGRESSMONITOR monitor;
@@ -84,6 +78,11 @@ class LineRun {
   int ndata = 99;
 
  private:
+  int Integrate(real** min, real** max) {
+    Release(min_);
+    Release(max_);
+    return VORLKestrumIntegrateConditioningData(&input_, &image_, min, max, status_.data(), &ndata, &monitor, callback);
+  }
   std::vector<real> Values(const real* values) const {
     return values == nullptr ? std::vector<real>() : std::vector<real>(values, values + status_.size());
   }
@@ -220,24 +219,17 @@ TEST(Conditioning, CallersCanStopAtEveryWarning) {
 }
 
 TEST(Conditioning, FailuresOfConversionsComeThrough) {
-  bool happened = true;
-  for (long k = 0; happened; ++k) {
+  for (int (LineRun::*integrate)() : {&LineRun::Simulation, &LineRun::Estimation, &LineRun::Indicator}) {
     LineRun run(2);
     run.AddImage({"v_min", "v"}, {0, 0, 1, M});
-    run.AddPoints({1.5}, {"v_max"}, {4});
-    int status = 9;
-    {
-      FailAllocation failure(k);
-      status = run.Simulation();
-      happened = failure.Happened();
-    }
-    EXPECT_EQ(status, happened ? -1 : 0) << k;
+    run.AddPoints({1.5}, {"v_max", "v"}, {4, 3});
+    ForEachFailingAllocation([&] { return (run.*integrate)(); });
   }
   VORL_KESTRUMINPUT input;
   VORLKestrumInitKestrumInput(&input);
   input.ndataImage = 1;
   input.dataImage = NewImage({1, 1, 1, 1, 1, 1});
-  VORL_IMAGE image = MakeImage(MakeGrid(2, 1), {"v"}, {M, M});
+  VORL_IMAGE image = MakeImage(MakeGrid(2, 1, 1), {M});
   std::vector<int> status(2);
   int ndata = 9;
   EXPECT_EQ(

@@ -3,45 +3,49 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "io/text_stream.hpp"
 #include "support/allocation_failure.hpp"
 #include "support/run_builder.hpp"
 #include "support/run_callbacks.hpp"
 
 namespace {
 
-using kestrum_test::AbortAtForty;
-using kestrum_test::Collect;
-using kestrum_test::Datum;
-using kestrum_test::Element;
-using kestrum_test::IndicatorRunRecords;
-using kestrum_test::MakeGrid;
-using kestrum_test::NewText;
-using kestrum_test::RunRecords;
-using kestrum_test::StopAtForty;
-using kestrum_test::toldPercentages;
+using namespace kestrum_test;
 
 const std::vector<Element> kModel = {{COV_SPHERICAL, 1.0, 4.0, 4.0, 4.0}};
 
-std::string TemporaryName(const std::string& name) {
-  return ::testing::TempDir() + "kestrum_" + std::to_string(getpid()) + "_" + name;
-}
+// A folder for the files of a test.
+class RunDriver : public ::testing::Test {
+ protected:
+  const std::filesystem::path folder = ::testing::TempDir() + "kestrum_" + std::to_string(getpid());
+  const std::string file = folder / "file";
+
+  void SetUp() override { std::filesystem::create_directory(folder); }
+  void TearDown() override { std::filesystem::remove_all(folder); }
+};
 
 std::string ReadAndRemove(const std::string& name) {
-  std::ifstream file(name);
   std::stringstream text;
-  text << file.rdbuf();
-  std::remove(name.c_str());
+  text << std::ifstream(name).rdbuf();
+  std::filesystem::remove(name);
   return text.str();
 }
 
-bool Exists(const std::string& name) { return std::ifstream(name).good(); }
+template <typename Input>
+void SetOutput(Input& input, VORL_KESTRUMOUTPUTMODE mode, const std::string& name) {
+  input.outputMode = mode;
+  input.outputImageFileName = NewText(name);
+}
 
 // The times of a report vary: their digits become #.
 std::string HideTimes(std::string report) {
@@ -52,21 +56,13 @@ std::string HideTimes(std::string report) {
   return report;
 }
 
-TEST(RunDriver, ReportIsExact) {
+TEST_F(RunDriver, ReportIsExact) {
   const std::string stars(80, '*'), equals(80, '=');
   for (const int nthreads : {0, 2}) {
-    const std::string name = TemporaryName("report");
     RunRecords records(MakeGrid(5, 1, 1), kModel, {{0, 0, 0, 1.0}, {7, 0, 0, 1.0}});
     records.input.outputReportFlag = TRUE;
-    records.input.outputReportFileName = NewText(name);
-    char prefix[] = "   ";
-    char* printed = nullptr;
-    std::size_t size = 0;
-    FILE* const stream = open_memstream(&printed, &size);
-    ASSERT_EQ(VORLKestrumPrintKestrumInput(&records.input, prefix, stream), 0);
-    std::fclose(stream);
-    const std::string input(printed, size);
-    std::free(printed);
+    records.input.outputReportFileName = NewText(file);
+    const std::string input = Printed(VORLKestrumPrintKestrumInput, &records.input, "   ");
     ASSERT_EQ(records.Run(nthreads), 0);
     const std::string form = nthreads == 0 ? "Serial" : "OpenMP 2 thread(s)";
     const std::string expected =
@@ -75,37 +71,34 @@ TEST(RunDriver, ReportIsExact) {
         ": #\n" + equals + "\n" + equals + "\nWarnings encountered (1 times in all):\n#  1: WARNING 00042: " +
         "conditioning location(s) has(have) been ignored from data point set (out of the simulation grid!)\n" + equals +
         "\n";
-    EXPECT_EQ(HideTimes(ReadAndRemove(name)), expected);
+    EXPECT_EQ(HideTimes(ReadAndRemove(file)), expected);
   }
 }
 
-TEST(RunDriver, WritesFilesByOutputMode) {
+TEST_F(RunDriver, WritesFilesByOutputMode) {
   const std::string header = "3 1 1 1.000000 1.000000 1.000000 0.000000 0.000000 0.000000\n";
   for (const bool console : {false, true}) {
     for (const auto mode : {KESTRUM_OUTPUT_NO_FILE, KESTRUM_OUTPUT_ALL_IN_ONE_FILE, KESTRUM_OUTPUT_SEPARATE_FILE}) {
-      const std::string name = TemporaryName("result");
       RunRecords records(MakeGrid(3, 1, 1), {{COV_SPHERICAL, 1.0, 1.0, 1.0, 1.0}}, {{0, 0, 0, 4.0}});
       records.input.consoleAppFlag = console ? TRUE : FALSE;
-      records.input.outputMode = mode;
-      records.input.outputImageFileName = NewText(name);
+      SetOutput(records.input, mode, file);
       ASSERT_EQ(records.Run(), 0);
       EXPECT_EQ(records.output.outputImage != nullptr, !console);
-      EXPECT_EQ(Exists(name), mode == KESTRUM_OUTPUT_ALL_IN_ONE_FILE);
-      EXPECT_EQ(Exists(name + "_est.gslib"), mode == KESTRUM_OUTPUT_SEPARATE_FILE);
       // The lone datum is the mean; its neighbour lies at the range, so that it does not know it.
       if (mode == KESTRUM_OUTPUT_ALL_IN_ONE_FILE) {
-        EXPECT_EQ(ReadAndRemove(name), header + "2\nv_est\nv_std\n4 0\n4 1.414213562\n4 1\n");
+        EXPECT_EQ(ReadAndRemove(file), header + "2\nv_est\nv_std\n4 0\n4 1.414213562\n4 1\n");
       }
       if (mode == KESTRUM_OUTPUT_SEPARATE_FILE) {
-        EXPECT_EQ(ReadAndRemove(name + "_est.gslib"), header + "1\nv_est\n4\n4\n4\n");
-        EXPECT_EQ(ReadAndRemove(name + "_std.gslib"), header + "1\nv_std\n0\n1.414213562\n1\n");
+        EXPECT_EQ(ReadAndRemove(file + "_est.gslib"), header + "1\nv_est\n4\n4\n4\n");
+        EXPECT_EQ(ReadAndRemove(file + "_std.gslib"), header + "1\nv_std\n0\n1.414213562\n1\n");
       }
+      EXPECT_TRUE(std::filesystem::is_empty(folder));
     }
   }
 }
 
 // What a run does to its input record, and the exact refusals. Each row also runs threaded.
-TEST(RunDriver, StatusesAndRewrittenInput) {
+TEST_F(RunDriver, StatusesAndRewrittenInput) {
   const VORL_GRID grid = MakeGrid(6, 4, 1);
   const struct {
     const char* name;
@@ -120,29 +113,20 @@ TEST(RunDriver, StatusesAndRewrittenInput) {
          r.input.outputReportFileName = NewText("/nowhere/at/all");
        },
        -110},
-      {"NoResultFile",
-       [](RunRecords& r) {
-         r.input.outputMode = KESTRUM_OUTPUT_ALL_IN_ONE_FILE;
-         r.input.outputImageFileName = NewText("/nowhere/at/all");
-       },
-       -110},
-      {"NoSeparateFile",
-       [](RunRecords& r) {
-         r.input.outputMode = KESTRUM_OUTPUT_SEPARATE_FILE;
-         r.input.outputImageFileName = NewText("/nowhere/at/all");
-       },
-       -110},
+      {"NoReportName", [](RunRecords& r) { r.input.outputReportFlag = TRUE; }, -110},
+      {"NoResultFile", [](RunRecords& r) { SetOutput(r.input, KESTRUM_OUTPUT_ALL_IN_ONE_FILE, "/no/where"); }, -110},
+      {"NoSeparateFile", [](RunRecords& r) { SetOutput(r.input, KESTRUM_OUTPUT_SEPARATE_FILE, "/no/where"); }, -110},
       {"Aborted", [](RunRecords& r) { r.monitor.abortedJobFlag = TRUE; }, -1000},
       {"Simulation", [](RunRecords& r) { r.input.computationMode = KESTRUM_SIM_OK; }, 0},
       {"NoRealization",
        [](RunRecords& r) {
          r.input.computationMode = KESTRUM_SIM_SK;
          r.input.nrealization = -1;
-         r.input.outputMode = KESTRUM_OUTPUT_ALL_IN_ONE_FILE;
-         r.input.outputImageFileName = NewText("/dev/null");
+         SetOutput(r.input, KESTRUM_OUTPUT_ALL_IN_ONE_FILE, "/dev/null");
        },
        0},
       {"WrongProducts", [](RunRecords& r) { r.input.simGrid->nxyz = 1000; }, -601},
+      {"OneNeighbor", [](RunRecords& r) { r.input.nneighborMax = 1; }, 0},
       {"Unlimited", [](RunRecords& r) { r.input.nneighborMax = -1; }, 0},
       {"MoreThanThereAre", [](RunRecords& r) { r.input.nneighborMax = 2147483647; }, 0},
   };
@@ -154,8 +138,7 @@ TEST(RunDriver, StatusesAndRewrittenInput) {
       EXPECT_EQ(records.Run(nthreads), c.status);
       EXPECT_EQ(records.output.outputImage != nullptr, c.status == 0);
       if (c.status == 0) {
-        EXPECT_EQ(records.input.dataPointSet, nullptr);
-        EXPECT_EQ(records.input.ndataPointSet, 0);
+        EXPECT_TRUE(records.input.dataPointSet == nullptr && records.input.ndataPointSet == 0);
         EXPECT_EQ(records.input.meanValue, 2.5);
         EXPECT_STREQ(records.monitor.progressName, "Kestrum progress... ");
       }
@@ -166,91 +149,114 @@ TEST(RunDriver, StatusesAndRewrittenInput) {
   EXPECT_EQ(unique.Run(), -71265);
   RunRecords empty(grid, kModel, {});
   EXPECT_EQ(empty.Run(), 0);
-  EXPECT_EQ(empty.output.outputImage->var[3], 0.0);
-  EXPECT_EQ(empty.output.outputImage->var[24 + 3], 1.0);
-  RunRecords threads(grid, kModel, {});
-  EXPECT_EQ(threads.Run(-1), -99);
+  EXPECT_TRUE(empty.output.outputImage->var[3] == 0.0 && empty.output.outputImage->var[24 + 3] == 1.0);
+  EXPECT_EQ(VORLOMPKestrumSim(nullptr, nullptr, nullptr, nullptr, 0), -99);
+  EXPECT_EQ(VORLOMPKestrumIndicatorSim(nullptr, nullptr, nullptr, nullptr, 0), -99);
 }
 
-TEST(RunDriver, ProgressAndItsAnswers) {
-  const auto run = [](int nthreads, int (*callback)(VORL_PROGRESSMONITOR*)) {
+// The answers to an estimation, a simulation, and one of categories.
+TEST_F(RunDriver, ProgressAndItsAnswers) {
+  const auto run = [](int kind, int nthreads, int (*callback)(VORL_PROGRESSMONITOR*)) {
     toldPercentages.clear();
-    RunRecords records(MakeGrid(257, 1, 1), kModel, {{100, 0, 0, 1.0}});
-    return records.Run(nthreads, callback);
+    const std::vector<Datum> data = {{kind == 0 ? 100 : 9, 0, 0, 1.0}};
+    RunRecords records(MakeGrid(kind == 0 ? 257 : 61, 1, 1), kModel, data);
+    IndicatorRunRecords categorical(MakeGrid(60, 1, 1), kModel, {1.0, 2.0}, {});
+    records.input.computationMode = kind == 0 ? KESTRUM_OK : KESTRUM_SIM_SK;
+    categorical.input.computationMode = KESTRUM_SIM_SK;
+    records.input.nrealization = categorical.input.nrealization = 2;
+    return kind == 2 ? categorical.Run(nthreads, callback) : records.Run(nthreads, callback);
   };
-  // Of 256 nodes: none is more than one percent, not even where thread 0 reports every other one.
-  for (const int nthreads : {0, 1, 2}) {
-    EXPECT_EQ(run(nthreads, Collect), 0);
-    ASSERT_EQ(toldPercentages.size(), 100u);
-    for (int i = 0; i < 100; ++i) EXPECT_EQ(toldPercentages[i], i + 1);
+  std::vector<int> all(100);
+  std::iota(all.begin(), all.end(), 1);
+  for (const int kind : {0, 1, 2}) {
+    for (const int nthreads : {0, 1, 2, 4}) {
+      SCOPED_TRACE(std::to_string(kind) + " " + std::to_string(nthreads));
+      EXPECT_EQ(run(kind, nthreads, Collect), 0);
+      if (kind == 0 && nthreads == 4) {  // thread 0 reports every fourth node, and the end is reported
+        EXPECT_EQ(toldPercentages.size(), 64u);
+        continue;
+      }
+      // Every percentage that the nodes can reach, in order, whatever the number of threads.
+      EXPECT_EQ(toldPercentages, all);
+      // A threaded estimation does all its nodes; a threaded simulation those of the realization.
+      EXPECT_EQ(run(kind, nthreads, AbortAtForty), -1000);
+      EXPECT_EQ(toldPercentages.back(), nthreads == 0 ? 40 : kind == 0 ? 99 : 49);
+      if (kind == 0 && nthreads > 0) continue;
+      EXPECT_EQ(run(kind, nthreads, StopAtForty), -7);
+      EXPECT_EQ(toldPercentages.back(), 40);
+    }
   }
-  // Four threads: thread 0 reports every fourth node, the first of them at 0 percent, and the end is reported.
-  EXPECT_EQ(run(4, Collect), 0);
-  EXPECT_EQ(toldPercentages.size(), 64u);
-  EXPECT_EQ(run(0, StopAtForty), -7);
-  EXPECT_EQ(toldPercentages.back(), 40);
-  EXPECT_EQ(run(0, AbortAtForty), -1000);
-  EXPECT_EQ(toldPercentages.back(), 40);
-  // A threaded estimation does all its nodes.
-  EXPECT_EQ(run(2, AbortAtForty), -1000);
-  EXPECT_EQ(toldPercentages.back(), 99);
 }
 
-// Runs with each allocation failing once: the run tells it, hands nothing out and leaks nothing (a leak is for the
-// sanitised build to find).
-template <typename Records, typename Change>
-void FailEachAllocation(int nthreads, const Change& change, const Records& make) {
-  int failures = 0;
-  for (long k = 0;; ++k) {
-    ASSERT_LT(k, 1000);
-    auto records = make();
-    change(records->input);
+// Runs with each allocation failing once: the run tells it, of each list of neighbours the five arrays that are made
+// smaller in another way, hands nothing out and leaks nothing (a leak is for the sanitised build to find).
+template <typename Make>
+void FailEachAllocation(int nthreads, int nlist, const Make& make) {
+  int nmalloc = 0, nrealloc = 0;
+  for (bool happened = true; happened;) {
+    const auto records = make();
     int status;
-    bool happened;
     {
-      const kestrum_test::FailAllocation failing(k);
+      const FailAllocation failing(nmalloc + nrealloc);
       status = records->Run(nthreads);
       happened = failing.Happened();
     }
-    if (!happened) {
-      EXPECT_EQ(status, 0);
-      break;
-    }
-    ++failures;
-    EXPECT_TRUE(status == -1 || status == -2) << k << ": " << status;
-    EXPECT_EQ(records->output.outputImage, nullptr);
+    if (happened) ++(status == -2 ? nrealloc : nmalloc);
+    ASSERT_TRUE(happened ? status == -1 || status == -2 : status == 0) << status;
+    EXPECT_EQ(records->output.outputImage == nullptr, happened);
+    EXPECT_TRUE(records->monitor.nwarning == 0 && !records->monitor.abortedJobFlag);
   }
-  EXPECT_GT(failures, 15);
+  EXPECT_GT(nmalloc, 20);
+  EXPECT_EQ(nrealloc, 5 * nlist);
 }
 
-TEST(RunDriver, EveryAllocationMayFail) {
+TEST_F(RunDriver, EveryAllocationMayFail) {
   const VORL_GRID grid = MakeGrid(12, 10, 1);
-  const auto continuous = [&] {
-    return std::make_unique<RunRecords>(grid, kModel,
-                                        std::vector<Datum>{{0, 0, 0, 1.0}, {5, 3, 0, 4.0}, {7, 8, 0, 2.0}});
-  };
-  const auto categorical = [&] {
-    std::vector<real> data(120, VORL_MISSING_VALUE);
-    data[7] = 1.0;
-    data[77] = 2.0;
-    return std::make_unique<IndicatorRunRecords>(grid, kModel, std::vector<real>{1.0, 2.0}, data);
-  };
-  for (const int nthreads : {0, 2}) {
-    FailEachAllocation(
-        nthreads, [](auto&) {}, continuous);
-    FailEachAllocation(
-        nthreads, [](auto& input) { input.searchRadiusRelative = -1.0; }, continuous);
-    FailEachAllocation(
-        nthreads, [](auto& input) { input.computationMode = KESTRUM_SIM_OK; }, continuous);
-    FailEachAllocation(
-        nthreads, [](auto& input) { input.searchRadiusRelative[1] = -1.0; }, categorical);
-    FailEachAllocation(
-        nthreads, [](auto& input) { input.computationMode = KESTRUM_SIM_SK; }, categorical);
+  const real m = VORL_MISSING_VALUE;
+  std::vector<real> bounds(240, m), events(120, m);
+  bounds[30] = bounds[31] = -0.5;
+  bounds[120 + 31] = bounds[120 + 75] = 3.0;
+  events[7] = 1.0;
+  events[77] = 2.0;
+  const std::vector<Datum> data = {{0, 0, 0, 1.0}, {5, 3, 0, 4.0}, {7, 8, 0, 2.0}};
+  // So many neighbours that a search among the few data pays.
+  const std::vector<Element> wide = {{COV_SPHERICAL, 1.0, 8.0, 8.0, 8.0}};
+  for (const int nthreads : {0, 1, 3}) {
+    for (const auto mode : {KESTRUM_OK, KESTRUM_SK, KESTRUM_SIM_OK, KESTRUM_SIM_SK}) {
+      const bool simulation = mode == KESTRUM_SIM_OK || mode == KESTRUM_SIM_SK;
+      const bool ordinary = mode == KESTRUM_OK || mode == KESTRUM_SIM_OK;
+      for (const bool unique : {false, true}) {
+        if (unique && simulation) continue;
+        SCOPED_TRACE(std::to_string(nthreads) + " " + std::to_string(mode) + (unique ? " unique" : ""));
+        const auto prepared = [&](auto records) {
+          records->input.computationMode = mode;
+          SetOutput(records->input, ordinary ? KESTRUM_OUTPUT_ALL_IN_ONE_FILE : KESTRUM_OUTPUT_SEPARATE_FILE, file);
+          records->input.outputReportFlag = TRUE;
+          records->input.outputReportFileName = NewText(file + ".txt");
+          return records;
+        };
+        FailEachAllocation(nthreads, unique ? 0 : 1, [&] {
+          auto records = prepared(std::make_unique<RunRecords>(grid, wide, data));
+          if (unique) records->input.searchRadiusRelative = -1.0;
+          if (!simulation) return records;
+          records->input.ndataImage = 1;
+          records->input.dataImage = NewImage(grid, bounds, {"v_min", "v_max"});
+          return records;
+        });
+        FailEachAllocation(nthreads, unique ? 1 : 2, [&] {
+          auto records =
+              prepared(std::make_unique<IndicatorRunRecords>(grid, wide, std::vector<real>{1.0, 2.0}, events));
+          if (unique) records->input.searchRadiusRelative[1] = -1.0;
+          if (mode == KESTRUM_SIM_OK) records->SetModel(1, {{COV_EXPONENTIAL, 1.0, 3.0, 3.0, 3.0}});
+          return records;
+        });
+      }
+    }
   }
 }
 
 // Proportions of the data, which stay in the record, and what each run of a categorical variable hands out.
-TEST(RunDriver, IndicatorProportions) {
+TEST_F(RunDriver, IndicatorProportions) {
   const VORL_GRID grid = MakeGrid(4, 1, 1);
   const real m = VORL_MISSING_VALUE;
   const struct {
@@ -271,6 +277,7 @@ TEST(RunDriver, IndicatorProportions) {
         IndicatorRunRecords records(grid, kModel, c.categories, c.data);
         records.input.computationMode = mode;
         records.input.nrealization = 7;
+        records.input.nneighborMax[0] = 1;
         EXPECT_EQ(records.Run(nthreads), c.status);
         EXPECT_EQ(records.input.ndataImage, 0);
         for (std::size_t i = 0; i < c.proportion.size(); ++i) {
@@ -292,7 +299,28 @@ TEST(RunDriver, IndicatorProportions) {
       }
     }
   }
-  EXPECT_EQ(VORLOMPKestrumIndicatorSim(nullptr, nullptr, nullptr, nullptr, 0), -99);
+}
+
+// Categories share their systems only where models and neighbourhoods are the same: each keeps its own wherever it stands.
+TEST_F(RunDriver, OrderOfCategoriesDoesNotMatter) {
+  const VORL_GRID grid = MakeGrid(12, 10, 1);
+  std::vector<real> data(120, VORL_MISSING_VALUE);
+  for (int i = 0; i < 120; i += 7) data[i] = 1.0 + i % 2;
+  const auto estimate = [&](bool swapped, bool differentModels) {
+    IndicatorRunRecords records(grid, kModel, swapped ? std::vector{2.0, 1.0} : std::vector{1.0, 2.0}, data);
+    records.input.computationMode = KESTRUM_SK;
+    const int second = swapped ? 0 : 1;
+    if (differentModels) records.SetModel(second, {{COV_EXPONENTIAL, 1.0, 4.0, 4.0, 4.0}});
+    if (!differentModels) records.input.nneighborMax[second] = 2;
+    EXPECT_EQ(records.Run(), 0);
+    std::vector<real> values(records.output.outputImage->var, records.output.outputImage->var + 240);
+    if (swapped) std::rotate(values.begin(), values.begin() + 120, values.end());
+    return values;
+  };
+  for (const bool differentModels : {false, true}) {
+    const std::vector<real> expected = estimate(false, differentModels), values = estimate(true, differentModels);
+    for (int i = 0; i < 240; ++i) EXPECT_NEAR(values[i], expected[i], 1e-12);
+  }
 }
 
 }  // namespace

@@ -8,35 +8,12 @@
 #include <tuple>
 #include <vector>
 
-#include "support/run_builder.hpp"
+#include "engine/run_records.hpp"
+#include "support/allocation_failure.hpp"
 
 namespace {
 
-using kestrum_test::MakeGrid;
-using kestrum_test::NewModel;
-
-class List {
- public:
-  VORL_COVMODEL* model;
-  VORL_SEARCHNEIGHBORHOOD list;
-
-  explicit List(const std::vector<kestrum_test::Element>& elements) : model(NewModel(elements)) {
-    VORLInitSearchNeighborhood(&list);
-  }
-  ~List() {
-    VORLFreeSearchNeighborhood(&list);
-    VORLKestrumFreeCovModel(model);
-    std::free(model);
-  }
-  int Build(const VORL_GRID& grid, real radius, int sortMode, bool stationary = true, bool rotationStationary = true,
-            bool rangeStationary = true, VORL_IMAGE* mask = nullptr) {
-    VORL_RANDCONTEXT context;
-    VORLInitRandContext(&context);
-    return VORLKestrumBuildSearchNeighborhoodForCovModel(grid.sx, grid.sy, grid.sz, radius, grid.nx, grid.ny, grid.nz,
-                                                         mask, model, rotationStationary, 1, rangeStationary,
-                                                         stationary, 0, nullptr, sortMode, &list, &context);
-  }
-};
+using namespace kestrum_test;
 
 // Offsets, keys and covariances against the definition, for each order, with and without rotation.
 TEST(SearchNeighborhood, HoldsTheEllipsoidInOrder) {
@@ -79,9 +56,7 @@ TEST(SearchNeighborhood, HoldsTheEllipsoidInOrder) {
       }
       EXPECT_EQ(found, expected);
       EXPECT_EQ(found.size(), static_cast<std::size_t>(list.size));
-      EXPECT_EQ(list.ix[0], 0);
-      EXPECT_EQ(list.iy[0], 0);
-      EXPECT_EQ(list.iz[0], 0);
+      EXPECT_TRUE(list.ix[0] == 0 && list.iy[0] == 0 && list.iz[0] == 0);
       EXPECT_EQ(list.ixMax, *std::max_element(list.ix, list.ix + list.size));
       EXPECT_EQ(list.iyMin, *std::min_element(list.iy, list.iy + list.size));
       EXPECT_EQ(list.izMax, *std::max_element(list.iz, list.iz + list.size));
@@ -104,9 +79,8 @@ TEST(SearchNeighborhood, ExtentFollowsRangesAndAngles) {
     lists.model->angle2ImageFlag = c.angle[1];
     lists.model->angle3ImageFlag = c.angle[2];
     ASSERT_EQ(lists.Build(grid, 1.0, 1, false, !(c.angle[0] || c.angle[1] || c.angle[2])), 0);
-    EXPECT_EQ(lists.list.ixMax, c.halfWidth[0]);
-    EXPECT_EQ(lists.list.iyMax, c.halfWidth[1]);
-    EXPECT_EQ(lists.list.izMax, c.halfWidth[2]);
+    const int found[3] = {lists.list.ixMax, lists.list.iyMax, lists.list.izMax};
+    EXPECT_TRUE(std::equal(found, found + 3, c.halfWidth)) << found[0] << ' ' << found[1] << ' ' << found[2];
     EXPECT_EQ(lists.list.weight[0], 1.0);
     EXPECT_EQ(*std::max_element(lists.list.weight + 1, lists.list.weight + lists.list.size), 0.0);
   }
@@ -133,12 +107,49 @@ TEST(SearchNeighborhood, SpecialSizes) {
   // Ranges at masked nodes do not count.
   const VORL_GRID grid = MakeGrid(3, 1, 1);
   List masked({{COV_SPHERICAL, 1.0, 1.0, 1.0, 1.0}});
-  masked.model->covModelElem[0].rxImage = kestrum_test::NewImage(grid, {1.0, 5.0, 1.0});
-  VORL_IMAGE* const mask = kestrum_test::NewImage(grid, {1.0, 0.0, 1.0});
+  masked.model->covModelElem[0].rxImage = NewImage(grid, {1.0, 5.0, 1.0});
+  VORL_IMAGE* const mask = NewImage(grid, {1.0, 0.0, 1.0});
   ASSERT_EQ(masked.Build(grid, 1.0, 1, false, true, false, mask), 0);
   EXPECT_EQ(masked.list.ixMax, 1);
   VORLFreeImage(mask);
   std::free(mask);
+}
+
+TEST(SearchNeighborhood, RecordsAndFailingAllocations) {
+  // The statuses of malloc and of realloc.
+  int nmalloc = 0, nrealloc = 0;
+  const auto counted = [&](int status) {
+    nmalloc += status == -1;
+    nrealloc += status == -2;
+    return status == -2 ? -1 : status;
+  };
+  VORL_SEARCHNEIGHBORHOOD record;
+  ForEachFailingAllocation([&] {
+    VORLInitSearchNeighborhood(&record);
+    const int status = VORLMallocSearchNeighborhood(&record, 3);
+    if (status != 0) VORLFreeSearchNeighborhood(&record);
+    return counted(status);
+  });
+  record.iy[2] = 7;
+  ForEachFailingAllocation([&] { return counted(VORLReallocSearchNeighborhood(&record, 5000)); });
+  EXPECT_TRUE(record.iy[2] == 7 && nmalloc == 5 && nrealloc == 5);
+  record.size = 4;
+  record.iyMin = -3;
+  record.izMax = 12;
+  EXPECT_EQ(Printed(VORLPrintSearchNeighborhood, &record),
+            "> size :          4\n> ixMin:          0\n> iyMin:         -3\n> izMin:          0\n"
+            "> ixMax:          0\n> iyMax:          0\n> izMax:         12\n");
+  EXPECT_EQ(VORLReallocSearchNeighborhood(&record, 0), -5);
+  VORLFreeSearchNeighborhood(&record);
+  VORLFreeSearchNeighborhood(nullptr);
+  EXPECT_EQ(VORLMallocSearchNeighborhood(&record, -1), -3);
+  List lists({{COV_SPHERICAL, 1.0, 3.0, 3.0, 3.0}});
+  ForEachFailingAllocation([&] {
+    VORLFreeSearchNeighborhood(&lists.list);
+    VORLInitSearchNeighborhood(&lists.list);
+    return counted(lists.Build(MakeGrid(9, 9, 9), 1.0, 1));
+  });
+  EXPECT_TRUE(nmalloc == 5 + 7 && nrealloc == 5 + 5);
 }
 
 }  // namespace

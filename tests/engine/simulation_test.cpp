@@ -14,22 +14,11 @@
 
 #include "support/run_builder.hpp"
 #include "support/run_callbacks.hpp"
+#include "support/seeded.hpp"
 
 namespace {
 
-using kestrum_test::AbortAtForty;
-using kestrum_test::Collect;
-using kestrum_test::Datum;
-using kestrum_test::Element;
-using kestrum_test::IndicatorRunRecords;
-using kestrum_test::MakeGrid;
-using kestrum_test::NewImage;
-using kestrum_test::NewText;
-using kestrum_test::RandomData;
-using kestrum_test::RunRecords;
-using kestrum_test::StopAtForty;
-using kestrum_test::toldPercentages;
-using kestrum_test::toldWarnings;
+using namespace kestrum_test;
 
 constexpr real kMissing = VORL_MISSING_VALUE;
 
@@ -53,17 +42,8 @@ void AddBounds(VORL_KESTRUMINPUT& input, const VORL_GRID& grid) {
     if (i % 3 != 0) values[grid.nxyz + i] = 0.8 + 0.01 * (i % 11);  // upper
   }
   input.ndataImage = 1;
-  input.dataImage = NewImage(grid, values);
-  std::snprintf(input.dataImage->varName[0], VORL_VARNAME_LENGTH, "v_min");
-  std::snprintf(input.dataImage->varName[1], VORL_VARNAME_LENGTH, "v_max");
+  input.dataImage = NewImage(grid, values, {"v_min", "v_max"});
 }
-
-struct ContinuousCase {
-  std::string name;
-  VORL_GRID grid;
-  int ndata;
-  std::function<void(RunRecords&, const VORL_GRID&)> change;
-};
 
 // The same bits for the serial form and for any number of threads, over varied runs.
 TEST(Simulation, ThreadsGiveTheSameBits) {
@@ -71,7 +51,12 @@ TEST(Simulation, ThreadsGiveTheSameBits) {
   const auto wave = [](real low, real high) {
     return [=](int i) { return low + (high - low) * (0.5 + 0.5 * std::sin(0.3 * i)); };
   };
-  const ContinuousCase cases[] = {
+  const struct {
+    std::string name;
+    VORL_GRID grid;
+    int ndata;
+    std::function<void(RunRecords&, const VORL_GRID&)> change;
+  } cases[] = {
       {"Plain", map, 0, [](RunRecords&, const VORL_GRID&) {}},
       {"OrdinaryWithData", map, 20, [](RunRecords& r, const VORL_GRID&) { r.input.computationMode = KESTRUM_SIM_OK; }},
       {"Block", block, 12, [](RunRecords&, const VORL_GRID&) {}},
@@ -118,7 +103,7 @@ TEST(Simulation, ThreadsGiveTheSameBits) {
          r.input.seedIncrement = 100;
        }},
   };
-  for (const ContinuousCase& c : cases) {
+  for (const auto& c : cases) {
     std::vector<real> serial;
     int nwarning = 0;
     for (const int nthreads : {0, 1, 2, 3, 5, 8}) {
@@ -136,16 +121,12 @@ TEST(Simulation, ThreadsGiveTheSameBits) {
       if (nthreads == 0) {
         serial = values;
         nwarning = records.monitor.nwarning;
-        ASSERT_FALSE(std::any_of(serial.begin(), serial.end(), [](real v) { return std::isnan(v); }));
         EXPECT_FALSE(std::equal(serial.begin(), serial.begin() + c.grid.nxyz, serial.begin() + c.grid.nxyz));
-      } else {
-        EXPECT_EQ(values, serial);
-        EXPECT_EQ(records.monitor.nwarning, nwarning);
       }
+      EXPECT_EQ(values, serial);  // and none is a NaN
+      EXPECT_EQ(records.monitor.nwarning, nwarning);
     }
-    if (c.name == "Dropping") {
-      EXPECT_GT(nwarning, 0);
-    }
+    EXPECT_TRUE(nwarning > 0 || c.name != "Dropping");
   }
 }
 
@@ -207,9 +188,7 @@ TEST(Simulation, NodesWithoutNeighbors) {
   const std::vector<real> values = Values(records.output);
   for (int r = 0; r < 2; ++r) {
     const int seed = 77 + 5 * r;
-    VORL_RANDCONTEXT context;
-    VORLInitRandContext(&context);
-    VORLDoubleRand(seed, &context);
+    VORL_RANDCONTEXT context = Seeded(seed);
     std::vector<int> path(grid.nxyz);
     std::iota(path.begin(), path.end(), 0);
     VORLPathRandom(grid.nxyz, path.data(), &context);
@@ -229,18 +208,17 @@ TEST(Simulation, NodesWithoutNeighbors) {
 TEST(Simulation, MomentsFollowTheModel) {
   const VORL_GRID grid = MakeGrid(60, 60, 1);
   const std::vector<Element> model = {{COV_SPHERICAL, 1.0, 10.0, 10.0, 10.0}};
-  const auto simulate = [&](const VORL_GRID& on, const std::vector<Datum>& data, int n) {
-    auto records = std::make_unique<RunRecords>(on, model, data);
-    records->input.computationMode = KESTRUM_SIM_SK;
-    records->input.meanUsage = 1;
-    records->input.nrealization = n;
-    records->input.seedIncrement = 7919;
-    records->input.nneighborMax = 12;
-    EXPECT_EQ(records->Run(2), 0);
-    return records;
+  const auto run = [&](VORL_KESTRUMCOMPUTATIONMODE mode, const std::vector<Datum>& data, int n) {
+    RunRecords records(grid, model, data);
+    records.input.computationMode = mode;
+    records.input.meanUsage = 1;
+    records.input.nrealization = n;
+    records.input.seedIncrement = 7919;
+    records.input.nneighborMax = 12;
+    EXPECT_EQ(records.Run(2), 0);
+    return Values(records.output);
   };
-  const auto unconditional = simulate(grid, {}, 60);
-  const std::vector<real> z = Values(unconditional->output);
+  const std::vector<real> z = run(KESTRUM_SIM_SK, {}, 60);
   const auto gamma = [&](int h) {
     real sum = 0.0;
     int n = 0;
@@ -251,11 +229,6 @@ TEST(Simulation, MomentsFollowTheModel) {
   };
   const real mean = std::accumulate(z.begin(), z.end(), 0.0) / static_cast<real>(z.size());
   EXPECT_NEAR(mean, 0.0, 0.06);
-  for (const real t : {-2.0, -1.0, 0.0, 1.0, 2.0}) {
-    const auto below = std::count_if(z.begin(), z.end(), [t](real value) { return value < t; });
-    EXPECT_NEAR(static_cast<real>(below) / static_cast<real>(z.size()), 0.5 * std::erfc(-t / std::sqrt(2.0)), 0.02)
-        << t;
-  }
   for (const int h : {1, 3, 6, 10, 20}) {
     const real r = std::min(1.0, h / 10.0);
     EXPECT_NEAR(gamma(h), 1.5 * r - 0.5 * r * r * r, 0.05) << h;
@@ -265,12 +238,7 @@ TEST(Simulation, MomentsFollowTheModel) {
   // a grid with many more nodes than a neighbourhood.
   constexpr int kRealizations = 200;
   const std::vector<Datum> data = {{20, 20, 0, 1.5}, {40, 45, 0, -1.0}, {23, 30, 0, 0.3}, {50, 20, 0, 2.0}};
-  const auto conditional = simulate(grid, data, kRealizations);
-  RunRecords kriging(grid, model, data);
-  kriging.input.computationMode = KESTRUM_SK;
-  kriging.input.meanUsage = 1;
-  ASSERT_EQ(kriging.Run(), 0);
-  const std::vector<real> realizations = Values(conditional->output), expected = Values(kriging.output);
+  const std::vector<real> realizations = run(KESTRUM_SIM_SK, data, kRealizations), expected = run(KESTRUM_SK, data, 1);
   real meanError = 0.0, deviationError = 0.0;  // mean squares
   for (int i = 0; i < grid.nxyz; ++i) {
     real sum = 0.0, squares = 0.0;
@@ -288,15 +256,14 @@ TEST(Simulation, MomentsFollowTheModel) {
 
 TEST(Simulation, CategoriesComeInTheirProportions) {
   const VORL_GRID grid = MakeGrid(60, 60, 1);
-  const real prior[3] = {0.5, 0.3, 0.2};
+  const std::vector<real> prior = {0.5, 0.3, 0.2};
   for (const auto mode : {KESTRUM_SIM_SK, KESTRUM_SIM_OK}) {
     IndicatorRunRecords records(grid, {{COV_SPHERICAL, 0.2, 5.0, 5.0, 5.0}}, {1.0, 2.0, 4.0}, {});
     records.input.computationMode = mode;
     records.input.nrealization = 60;
     records.input.seedIncrement = 7919;
     records.input.probabilityUsage = 1;
-    records.input.probabilityValue = kestrum_test::New<real>(3);
-    std::copy_n(prior, 3, records.input.probabilityValue);
+    records.input.probabilityValue = NewVector(prior);
     ASSERT_EQ(records.Run(2), 0);
     const std::vector<real> values = Values(records.output);
     for (int c = 0; c < 3; ++c) {
@@ -306,41 +273,6 @@ TEST(Simulation, CategoriesComeInTheirProportions) {
                   mode == KESTRUM_SIM_SK ? 0.02 : 0.12);
     }
   }
-}
-
-// On a line with an exponential model a datum hides what is behind it: what the nodes on its two sides have besides their
-// kriging estimates does not depend on one another.
-TEST(Simulation, DatumSeparatesALineWithExponentialModel) {
-  constexpr int kRealizations = 400;
-  constexpr int kNodes = 801;
-  std::vector<Datum> data;
-  for (int x = 4; x < kNodes; x += 8) data.push_back({x, 0, 0, std::sin(0.1 * x)});
-  const auto run = [&](VORL_KESTRUMCOMPUTATIONMODE mode) {
-    RunRecords records(MakeGrid(kNodes, 1, 1), {{COV_EXPONENTIAL, 1.0, 15.0, 15.0, 15.0}}, data);
-    records.input.computationMode = mode;
-    records.input.meanUsage = 1;
-    records.input.nrealization = mode == KESTRUM_SK ? 1 : kRealizations;
-    records.input.seedIncrement = 7919;
-    EXPECT_EQ(records.Run(), 0);
-    return Values(records.output);
-  };
-  const std::vector<real> estimate = run(KESTRUM_SK), z = run(KESTRUM_SIM_SK);
-  const auto correlation = [&](int before, int after) {
-    real square = 0.0, product = 0.0;
-    for (int r = 0; r < kRealizations; ++r) {
-      for (const Datum& datum : data) {
-        const int i = datum.ix + before, j = datum.ix + after;
-        if (j >= kNodes) continue;
-        const real a = z[r * kNodes + i] - estimate[i], b = z[r * kNodes + j] - estimate[j];
-        product += a * b;
-        square += 0.5 * (a * a + b * b);
-      }
-    }
-    return product / square;
-  };
-  EXPECT_NEAR(correlation(-1, 1), 0.0, 0.03);
-  EXPECT_NEAR(correlation(-2, 2), 0.0, 0.03);
-  EXPECT_GT(correlation(-3, -2), 0.5);
 }
 
 TEST(Simulation, BoundsAreHonoured) {
@@ -359,12 +291,8 @@ TEST(Simulation, BoundsAreHonoured) {
   for (std::size_t k = 0; k < z.size(); ++k) {
     const std::size_t i = k % grid.nxyz;
     // The table of the normal law is interpolated, so that a bound may be missed by a little.
-    if (bounds[i] != kMissing) {
-      EXPECT_GE(z[k], bounds[i] - 1e-5);
-    }
-    if (bounds[grid.nxyz + i] != kMissing) {
-      EXPECT_LE(z[k], bounds[grid.nxyz + i] + 1e-5);
-    }
+    EXPECT_TRUE(bounds[i] == kMissing || z[k] >= bounds[i] - 1e-5);
+    EXPECT_TRUE(bounds[grid.nxyz + i] == kMissing || z[k] <= bounds[grid.nxyz + i] + 1e-5);
   }
 }
 
@@ -381,9 +309,7 @@ TEST(Simulation, GibbsPasses) {
     records.input.nGibbsSamplerPathMin = npassMin;
     records.input.nGibbsSamplerPathMax = npassMax;
     records.input.ndataImage = 1;
-    records.input.dataImage = NewImage(grid, {kMissing, low, high, kMissing});
-    std::snprintf(records.input.dataImage->varName[0], VORL_VARNAME_LENGTH, "v_min");
-    std::snprintf(records.input.dataImage->varName[1], VORL_VARNAME_LENGTH, "v_max");
+    records.input.dataImage = NewImage(grid, {kMissing, low, high, kMissing}, {"v_min", "v_max"});
     toldWarnings.clear();
     EXPECT_EQ(records.Run(0, Collect), 0);
     return Values(records.output);
@@ -401,37 +327,6 @@ TEST(Simulation, GibbsPasses) {
   EXPECT_NE(five, one);
 }
 
-TEST(Simulation, ProgressAndItsAnswers) {
-  const auto run = [](int nthreads, int (*callback)(VORL_PROGRESSMONITOR*), bool indicator) {
-    toldPercentages.clear();
-    const VORL_GRID grid = MakeGrid(60, 1, 1);
-    const std::vector<Element> model = {{COV_SPHERICAL, 1.0, 4.0, 4.0, 4.0}};
-    if (indicator) {
-      IndicatorRunRecords records(grid, model, {1.0, 2.0}, {});
-      records.input.computationMode = KESTRUM_SIM_SK;
-      records.input.nrealization = 2;
-      return records.Run(nthreads, callback);
-    }
-    RunRecords records(grid, model, {});
-    records.input.computationMode = KESTRUM_SIM_SK;
-    records.input.nrealization = 2;
-    return records.Run(nthreads, callback);
-  };
-  for (const bool indicator : {false, true}) {
-    for (const int nthreads : {0, 1, 2, 4}) {
-      // Every percentage that 120 nodes can reach, in order, whatever the number of threads.
-      EXPECT_EQ(run(nthreads, Collect, indicator), 0);
-      ASSERT_EQ(toldPercentages.size(), 100u) << nthreads;
-      for (int i = 0; i < 100; ++i) EXPECT_EQ(toldPercentages[i], i + 1);
-      EXPECT_EQ(run(nthreads, StopAtForty, indicator), -7);
-      EXPECT_EQ(toldPercentages.back(), 40);
-      // The abort flag is found at once in the serial form, at the end of the realization in the threaded one.
-      EXPECT_EQ(run(nthreads, AbortAtForty, indicator), -1000);
-      EXPECT_EQ(toldPercentages.back(), nthreads == 0 ? 40 : 49);
-    }
-  }
-}
-
 // All probabilities of a node come out as zero: the prior ones are drawn from, with a warning.
 int StopAtWarning(VORL_PROGRESSMONITOR* monitor) { return monitor->warningNumber == 2020 ? -5 : 0; }
 
@@ -443,10 +338,9 @@ TEST(Simulation, ZeroProbabilities) {
                                               std::vector<real>{1.0, 2.0, 3.0}, std::vector<real>{3.0, kMissing, 3.0});
     records->input.computationMode = KESTRUM_SIM_SK;
     records->input.probabilityUsage = 1;
-    records->input.probabilityValue = kestrum_test::New<real>(3);
     // The weights of the two data add up to more than 1, which cuts the first category to 0.0; the second is 0.0 at the
     // data as well, and the data mean nothing to the third.
-    records->input.probabilityValue[0] = 1.0;
+    records->input.probabilityValue = NewVector<real>({1.0, 0.0, 0.0});
     records->SetModel(2, {{COV_NUGGET, 1.0, 1.0, 1.0, 1.0}});
     return records;
   };

@@ -33,44 +33,32 @@ System MakeSystem(Kind kind, int n, std::mt19937& generator) {
   for (double& p : position) p = 10.0 * uniform(generator);
   for (double& x : system.x) x = uniform(generator);
   for (double& b : system.b) b = uniform(generator);
-  for (std::size_t i = 0; i < count; ++i) {
-    for (std::size_t j = 0; j < count; ++j) {
-      const double distance = std::fabs(position[i] - position[j]);
-      const double gap = static_cast<double>(i) - static_cast<double>(j);
-      double value = 0.0;
-      switch (kind) {
-        case Kind::kKriging:
-        case Kind::kZeroRhs:
-          value = count > 1 && (i + 1 == count || j + 1 == count) ? (i == j ? 0.0 : 1.0) : std::exp(-distance);
-          break;
-        case Kind::kExactGuess:
-          value = static_cast<double>((i * 7 + j * 3) % 5);
-          break;
-        case Kind::kEigenvector:
-          value = i == j ? 2.0 : 0.0;
-          break;
-        case Kind::kSingular:
-          value = 1.0;
-          break;
-        case Kind::kIllConditioned:
-          value = std::exp(-gap * gap / 1000.0);
-          break;
-        case Kind::kNan:
-          value = i == j ? std::numeric_limits<double>::quiet_NaN() : 1.0;
-          break;
-        case Kind::kGeneral:
-          value = uniform(generator) - 0.5 + (i == j ? 2.0 : 0.0);
-          break;
-      }
-      system.a[i * count + j] = value;
+  const auto entry = [&](std::size_t i, std::size_t j) {
+    const double gap = static_cast<double>(i) - static_cast<double>(j);
+    switch (kind) {
+      case Kind::kKriging:
+      case Kind::kZeroRhs:
+        if (count > 1 && (i + 1 == count || j + 1 == count)) return i == j ? 0.0 : 1.0;
+        return std::exp(-std::fabs(position[i] - position[j]));
+      case Kind::kExactGuess:
+        return static_cast<double>((i * 7 + j * 3) % 5);
+      case Kind::kEigenvector:
+        return i == j ? 2.0 : 0.0;
+      case Kind::kSingular:
+        return 1.0;
+      case Kind::kIllConditioned:
+        return std::exp(-gap * gap / 1000.0);
+      case Kind::kNan:
+        return i == j ? std::numeric_limits<double>::quiet_NaN() : 1.0;
+      default:
+        return uniform(generator) - 0.5 + (i == j ? 2.0 : 0.0);
     }
-  }
+  };
+  for (std::size_t k = 0; k < count * count; ++k) system.a[k] = entry(k / count, k % count);
   if (kind == Kind::kZeroRhs) system.b.assign(count, 0.0);
   if (kind == Kind::kExactGuess) {
-    for (std::size_t i = 0; i < count; ++i) {
-      system.x[i] = static_cast<double>(i % 3) - 1.0;
-      system.b[i] = 0.0;
-    }
+    for (std::size_t i = 0; i < count; ++i) system.x[i] = static_cast<double>(i % 3) - 1.0;
+    system.b.assign(count, 0.0);
     for (std::size_t k = 0; k < count * count; ++k) system.b[k / count] += system.a[k] * system.x[k % count];
   }
   if (kind == Kind::kEigenvector) {
@@ -102,7 +90,7 @@ Course SolvePlain(const std::vector<System>& systems, int n, const kestrum::Gmre
   Course course;
   std::vector<double> work(kestrum::GmresWorkSize(n, limits.restart));
   for (int lane = 0; lane < kLanes; ++lane) {
-    System system = systems[static_cast<std::size_t>(lane)];
+    System system = systems[lane];
     const bool converged = kestrum::Gmres(limits, n, system.a.data(), n, system.b.data(), system.x.data(), work.data());
     course.converged |= static_cast<unsigned>(converged) << lane;
     course.solutions.push_back(system.x);

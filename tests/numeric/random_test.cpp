@@ -14,51 +14,25 @@
 #include "numeric/random.hpp"
 #include "numeric/weight_sums.hpp"
 #include "support/allocation_failure.hpp"
+#include "support/seeded.hpp"
 
 namespace {
 
-VORL_RANDCONTEXT Seeded(int seed) {
-  VORL_RANDCONTEXT context;
-  VORLInitRandContext(&context);
-  VORLDoubleRand(seed, &context);
-  return context;
-}
+using kestrum_test::Seeded;
 
-// Draws number 0 (the seeding call), 1, 36, 63, 100 and 999, from an independent rendering in whole-number arithmetic.
+// Draws number 0 (the seeding call), 36, 100 and 999, from an independent rendering in whole-number arithmetic.
 // Seeds from 715827882 on wrap in the seeding.
 TEST(Random, SequencesAreThoseOfTheReference) {
-  constexpr int kDraws[] = {0, 1, 36, 63, 100, 999};
+  constexpr int kDraws[] = {0, 36, 100, 999};
   const struct {
     int seed;
-    double expected[6];
+    double expected[4];
   } rows[] = {
-      {1,
-       {0x1.924ad9404da48p-2, 0x1.82be1ed3f4d04p-2, 0x1.9dd1608dc5f73p-1, 0x1.de31015b67bb1p-1, 0x1.62d74ee9607ecp-1,
-        0x1.a080a086ad1d8p-2}},
-      {0,
-       {0x1.592404032e848p-3, 0x1.9d896f14f269ep-1, 0x1.57c34f5f86a68p-2, 0x1.d451689a56e50p-1, 0x1.9d65b1d751828p-2,
-        0x1.3796dc15c2758p-1}},
-      {7,
-       {0x1.7a503bd2d9f0ep-1, 0x1.986b8413f6672p-1, 0x1.5c385f7486ca8p-1, 0x1.c17c980428c12p-1, 0x1.3320bcfe0af1bp-1,
-        0x1.a3fdf01d57768p-1}},
-      {12345,
-       {0x1.3f62ae0df099cp-1, 0x1.d5fb038c113e8p-2, 0x1.579c5213b4098p-3, 0x1.2ef4ea3ac78e1p-4, 0x1.21e9253753cf8p-1,
-        0x1.fdb2ed6ce3f18p-2}},
-      {987654321,
-       {0x1.c41574849177dp-1, 0x1.f78c313108543p-6, 0x1.9fa7498f9e090p-2, 0x1.a312a9bcd86c8p-1, 0x1.9f5db68dc5b84p-1,
-        0x1.ae527263c6e14p-1}},
-      {715827882,
-       {0x1.1f353690014f1p-4, 0x1.8d53f9482646ep-1, 0x1.1ca50342810fcp-2, 0x1.2f8183523195ep-1, 0x1.726242fb8f7a9p-1,
-        0x1.54a066bd7178bp-4}},
-      {1431655765,
-       {0x1.fe9e1da4aa2b8p-1, 0x1.cbc2b6383d534p-1, 0x1.91644079e88b1p-1, 0x1.7e8d23109e658p-1, 0x1.68dfdab46f8dcp-2,
-        0x1.9f4f935b82243p-6}},
-      {INT_MAX,
-       {0x1.cc3bc375deb45p-1, 0x1.bb8d406b71304p-1, 0x1.73d51a6b65bfcp-1, 0x1.b37a7b4c3a290p-2, 0x1.581f579511829p-1,
-        0x1.7be5f8a401afcp-2}},
-      {INT_MIN,
-       {0x1.f8c29f5237181p-4, 0x1.bed073c5aa60ep-2, 0x1.bca4a103458c8p-3, 0x1.6f47aece5bd50p-2, 0x1.17fb229b60409p-1,
-        0x1.a9e4629054f27p-2}},
+      {0, {0x1.592404032e848p-3, 0x1.57c34f5f86a68p-2, 0x1.9d65b1d751828p-2, 0x1.3796dc15c2758p-1}},
+      {12345, {0x1.3f62ae0df099cp-1, 0x1.579c5213b4098p-3, 0x1.21e9253753cf8p-1, 0x1.fdb2ed6ce3f18p-2}},
+      {715827882, {0x1.1f353690014f1p-4, 0x1.1ca50342810fcp-2, 0x1.726242fb8f7a9p-1, 0x1.54a066bd7178bp-4}},
+      {INT_MAX, {0x1.cc3bc375deb45p-1, 0x1.73d51a6b65bfcp-1, 0x1.581f579511829p-1, 0x1.7be5f8a401afcp-2}},
+      {INT_MIN, {0x1.f8c29f5237181p-4, 0x1.bca4a103458c8p-3, 0x1.17fb229b60409p-1, 0x1.a9e4629054f27p-2}},
   };
   for (const auto& row : rows) {
     VORL_RANDCONTEXT context;
@@ -67,7 +41,7 @@ TEST(Random, SequencesAreThoseOfTheReference) {
     for (const int draw : kDraws) {
       double value = 0.0;
       for (; next <= draw; ++next) value = VORLDoubleRand(next == 0 ? row.seed : 0, &context);
-      EXPECT_EQ(value, row.expected[std::find(kDraws, kDraws + 6, draw) - kDraws]) << row.seed << ", draw " << draw;
+      EXPECT_EQ(value, row.expected[std::find(kDraws, kDraws + 4, draw) - kDraws]) << row.seed << ", draw " << draw;
     }
   }
 }
@@ -86,29 +60,6 @@ TEST(Random, SeedRestartsAndZeroContinues) {
   for (int draw = 0; draw < 250; ++draw) VORLDoubleRand(0, &a);
   VORLDoubleRand(7, &a);
   EXPECT_EQ(std::memcmp(&a, &b, sizeof(a)), 0);
-}
-
-TEST(Random, StateAndResultsStayInTheirRanges) {
-  for (const int seed : {1, -12, INT_MAX, INT_MIN, 0x2AAAAAAA}) {
-    VORL_RANDCONTEXT context = Seeded(seed);
-    double sum = 0.0;
-    double sumOfSquares = 0.0;
-    constexpr int kCount = 20000;
-    for (int draw = 1; draw <= kCount; ++draw) {
-      ASSERT_EQ(context.position, draw % 101);
-      const double value = VORLDoubleRand(0, &context);
-      ASSERT_TRUE(value > 0.0 && value <= 1.0);
-      ASSERT_TRUE(context.y > 0.0 && context.y < 1.0 && std::trunc(context.y * 0x1p25) == context.y * 0x1p25);
-      sum += value;
-      sumOfSquares += value * value;
-    }
-    for (const double lagged : context.state) {
-      EXPECT_TRUE(lagged >= 0.0 && lagged <= 1000009710.0 && std::trunc(lagged) == lagged) << lagged;
-    }
-    // Five standard deviations of the means of u and u^2.
-    EXPECT_NEAR(sum / kCount, 0.5, 5 * std::sqrt(1.0 / 12 / kCount));
-    EXPECT_NEAR(sumOfSquares / kCount, 1.0 / 3, 5 * std::sqrt(4.0 / 45 / kCount));
-  }
 }
 
 TEST(Random, DrawAfterSeedingIsTheDrawOfTheFullGenerator) {
@@ -234,15 +185,18 @@ TEST(Random, WeightedShuffleOfALongList) {
   constexpr int kCount = 12000;
   std::vector<int> lists[2];
   std::vector<double> sums[2];
-  for (const int plain : {0, 1}) {
+  for (const int k : {0, 1}) {
     VORL_RANDCONTEXT context = Seeded(4);
-    lists[plain].resize(kCount);
-    std::iota(lists[plain].begin(), lists[plain].end(), 0);
-    sums[plain].resize(kCount + 1, 0.0);
-    for (int i = 0; i < kCount; ++i) sums[plain][i + 1] = sums[plain][i] + std::pow(0.999, i);
-    kestrum_test::FailAllocation failure(plain ? 0 : 1000);
-    VORLRandomizeWeightedListOfInt(kCount, lists[plain].data(), sums[plain].data(), &context);
-    EXPECT_EQ(failure.Happened(), plain == 1);
+    lists[k].resize(kCount);
+    std::iota(lists[k].begin(), lists[k].end(), 0);
+    sums[k].resize(kCount + 1, 0.0);
+    for (int i = 0; i < kCount; ++i) sums[k][i + 1] = sums[k][i] + std::pow(0.999, i);
+    const kestrum_test::FailAllocation failure(k);
+    EXPECT_EQ(VORLRandomizeWeightedListOfInt(kCount, lists[k].data(), sums[k].data(), &context), 0);
+    EXPECT_EQ(failure.Happened(), k == 0);  // there is one allocation
+    VORL_RANDCONTEXT follower = Seeded(4);
+    for (int draw = 1; draw < kCount; ++draw) VORLDoubleRand(0, &follower);
+    EXPECT_EQ(std::memcmp(&context, &follower, sizeof(context)), 0);
   }
   EXPECT_EQ(lists[0], lists[1]);
   EXPECT_EQ(sums[0], sums[1]);

@@ -200,7 +200,7 @@ TEST(PathGenerators, UnilateralPathsScanTheGrid) {
 }
 
 TEST(PathGenerators, FailuresLeaveThePath) {
-  Ints empty, order = {1, INT_MIN, 0};
+  Ints empty, order = {1, INT_MIN, 0, 2};
   for (const Kind& kind : kKinds) {
     Ints mask = {1, 1, 0, 1, 1, 0, 1, 1}, path = {3, 1, 2, 0};
     const Grid good = {2, 2, 1, 2, 1.0, 1.0, 1.0};
@@ -212,14 +212,12 @@ TEST(PathGenerators, FailuresLeaveThePath) {
       EXPECT_EQ(Generate(kind, bad, &empty, &empty, 1.0, 1.0, &context), 0);
     }
     EXPECT_EQ(Generate(kind, good, &empty, &path, 1.0, 1.0, &context), -20);
-    bool happened = true;
-    for (long k = 0; happened; ++k) {
-      EXPECT_EQ(path, (Ints{3, 1, 2, 0}));
-      kestrum_test::FailAllocation failure(k);
-      const int status = Generate(kind, good, &mask, &path, 1.0, 0.5, &context);
-      happened = failure.Happened();
-      if (happened && status == 0 && kind.sum != nullptr) break;  // a table without room is done without
-      EXPECT_EQ(status, happened ? -1 : 0) << k;
+    for (Ints marks : {mask, Ints(8, 1)}) {  // with data, and without
+      path = {3, 1, 2, 0};
+      kestrum_test::ForEachFailingAllocation([&] {
+        EXPECT_EQ(path, (Ints{3, 1, 2, 0}));
+        return Generate(kind, good, &marks, &path, 2.0, 0.5, &context);
+      });
     }
     for (const double odd : {std::nan(""), HUGE_VAL, -5.0}) {  // numbers that are none give some order
       EXPECT_EQ(Generate(kind, {2, 2, 1, 2, odd, 1, 1}, &mask, &path, odd, odd, &context), 0);
@@ -228,11 +226,38 @@ TEST(PathGenerators, FailuresLeaveThePath) {
   }
   Ints path = {3, 2, 0};
   VORL_RANDCONTEXT context = Seeded(1);
+  kestrum_test::ForEachFailingAllocation(
+      [&] { return VORLPathUnilateral4D(3, path.data(), 2, 2, 1, 1, order.data(), &context); });
+  path = {3, 2, 0};
   EXPECT_EQ(VORLPathUnilateral3D(0, nullptr, 2, 2, 1, nullptr, &context), 0);
   EXPECT_EQ(VORLPathUnilateral3D(3, path.data(), 2, 2, 1, nullptr, &context), -20);
   EXPECT_EQ(VORLPathUnilateral4D(3, path.data(), 2, 2, 1, 0, order.data(), &context), -3);
-  EXPECT_EQ(VORLPathUnilateral3D(3, path.data(), 2, 2, 1, order.data(), &context), 0);
+  kestrum_test::ForEachFailingAllocation(
+      [&] { return VORLPathUnilateral3D(3, path.data(), 2, 2, 1, order.data(), &context); });
   EXPECT_EQ(path, (Ints{2, 3, 0}));
+}
+
+// The table of powers of the distances is done without where there is no room for it.
+TEST(PathGenerators, TablesAreOptional) {
+  for (const Kind& kind : kKinds) {
+    if (kind.sum == nullptr) continue;
+    const Grid grid = {3, 3, 1, 1, 1.0, 1.0, 1.0};
+    int ndone = 0;
+    Ints expected;
+    for (long k = 30; k >= 0; --k) {
+      Ints mask = {1, 0, 1, 0, 1, 1, 0, 1, 0}, path = {0, 8, 4, 2, 6, 5, 7, 1, 3};
+      VORL_RANDCONTEXT context = Seeded(1);
+      const kestrum_test::FailAllocation failure(k);
+      const int status = Generate(kind, grid, &mask, &path, 1.0, 0.5, &context);
+      if (!failure.Happened()) expected = path;
+      EXPECT_TRUE(failure.Happened() || status == 0);
+      if (failure.Happened() && status == 0) {
+        ++ndone;
+        EXPECT_EQ(path, expected);
+      }
+    }
+    EXPECT_EQ(ndone, 1);
+  }
 }
 
 TEST(DistanceEuclidean, IsTheDistanceToTheNearestFeature) {
@@ -248,11 +273,13 @@ TEST(DistanceEuclidean, IsTheDistanceToTheNearestFeature) {
       const Reals expected = MapOf(g, feature);
       for (const int threads : {0, 1, 2, 3, 8}) {  // 0: serial
         Reals map(mask.size(), -1.0);
-        const int status =
-            threads == 0 ? VORLDistanceEuclidean(g.sx, g.sy, g.sz, g.nx, g.ny, g.nz, zeroIsFeature, &mask[0], &map[0])
-                         : VORLOMPDistanceEuclidean(g.sx, g.sy, g.sz, g.nx, g.ny, g.nz, zeroIsFeature, &mask[0],
-                                                    &map[0], threads);
-        ASSERT_EQ(status, 0);
+        const auto fill = [&] {
+          return threads == 0
+                     ? VORLDistanceEuclidean(g.sx, g.sy, g.sz, g.nx, g.ny, g.nz, zeroIsFeature, &mask[0], &map[0])
+                     : VORLOMPDistanceEuclidean(g.sx, g.sy, g.sz, g.nx, g.ny, g.nz, zeroIsFeature, &mask[0], &map[0],
+                                                threads);
+        };
+        kestrum_test::ForEachFailingAllocation(fill);
         ASSERT_EQ(map, expected);
       }
     }

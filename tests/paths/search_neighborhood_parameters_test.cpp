@@ -9,8 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "paths/text_stream.hpp"
+#include "io/text_stream.hpp"
 #include "support/allocation_failure.hpp"
+#include "support/seeded.hpp"
 #include "support/test_image.hpp"
 
 namespace {
@@ -23,9 +24,7 @@ struct List : VORL_SEARCHNEIGHBORHOOD {
   List& operator=(const List&) = delete;
   ~List() { VORLFreeSearchNeighborhood(this); }
   int Build(Parameters parameters, int seed = 1) {
-    VORL_RANDCONTEXT context;
-    VORLInitRandContext(&context);
-    VORLDoubleRand(seed, &context);
+    VORL_RANDCONTEXT context = kestrum_test::Seeded(seed);
     return VORLBuildSearchNeighborhood(&parameters, this, &context);
   }
 };
@@ -52,7 +51,7 @@ TEST(SearchNeighborhoodParameters, ReadingTellsTheEntryThatFails) {
                 {-876, -877, -878, -881, -882, -883, -886, -887, -888, -889},
                 {7, 1.5, 2, -30, 6, 4, 5, 6, 1, 10, 20, 30, 0.5}}};
   const auto read = [](const std::string& text, Parameters* p, BOOLEAN full) {
-    return kestrum_test::ReadFrom(text, VORLReadSearchNeighborhoodParameters, p, full);
+    return VORLReadSearchNeighborhoodParameters(p, full, kestrum_test::TextStream(text).file);
   };
   for (const auto& form : forms) {
     std::istringstream entries(form.entries);
@@ -161,9 +160,7 @@ std::vector<Entry> ReferenceList(const Parameters& p) {
   for (std::size_t i = 1; i < sorted.size(); ++i) {
     if (sorted[i] - sorted[i - 1] > 1e-10) step = std::min(step, sorted[i] - sorted[i - 1]);
   }
-  VORL_RANDCONTEXT context;
-  VORLInitRandContext(&context);
-  VORLDoubleRand(1, &context);
+  VORL_RANDCONTEXT context = kestrum_test::Seeded(1);
   for (Entry& entry : list) entry.key = entry.distance + step / 2 * VORLDoubleRand(0, &context);
   std::stable_sort(list.begin(), list.end(), [](const Entry& a, const Entry& b) { return a.key < b.key; });
   return list;
@@ -221,6 +218,12 @@ TEST(SearchNeighborhoodParameters, FailuresGiveTheirStatus) {
     EXPECT_EQ(status, !failure.Happened() ? 0 : k >= 5 && k < 10 ? -2 : -1) << k;
     EXPECT_EQ(failure.Happened(), k < 12);
   }
+  List list;
+  ASSERT_EQ(list.Build({7, 3, 3, 3, 6, 1, 1, 1, 0, 0, 0, 0, 1}), 0);
+  kestrum_test::ForEachFailingAllocation([&] {
+    kestrum_test::TestImage image;
+    return VORLSearchNeighborhoodToImage(&list, &image);
+  });
 }
 
 // The points of the rotated bound lie within 156 * (pi - 3.14) of the z axis of the ellipsoid.

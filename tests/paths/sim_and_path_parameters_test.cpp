@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "paths/text_stream.hpp"
+#include "io/text_stream.hpp"
 #include "support/allocation_failure.hpp"
 
 namespace {
@@ -17,7 +17,7 @@ struct Parameters : VORL_SIMANDPATHPARAMETERS {
   Parameters(const Parameters&) = delete;
   Parameters& operator=(const Parameters&) = delete;
   ~Parameters() { VORLFreeSimAndPathParameters(this); }
-  int Read(const std::string& text) { return kestrum_test::ReadFrom(text, VORLReadSimAndPathParameters, this); }
+  int Read(const std::string& text) { return VORLReadSimAndPathParameters(this, kestrum_test::TextStream(text).file); }
   std::string Printed() { return kestrum_test::Printed(VORLPrintSimAndPathParameters, this); }
 };
 
@@ -104,13 +104,20 @@ TEST(SimAndPathParameters, Validates) {
   }
 }
 
-TEST(SimAndPathParameters, AFailingCopyHasNoVector) {
+TEST(SimAndPathParameters, WithoutMemoryThereIsNoVector) {
   VORLFreeSimAndPathParameters(nullptr);
-  Parameters p, copy;
-  ASSERT_EQ(p.Read("SIM_VARIABLE_VECTOR PATH_UNILATERAL 1 2 3"), 0);
-  kestrum_test::FailAllocation failure(0);
-  EXPECT_EQ(VORLCopySimAndPathParameters(&copy, &p), -1);
-  EXPECT_TRUE(copy.unilateralOrder == nullptr && copy.nunilateralOrder == 0);
+  Parameters read;
+  kestrum_test::ForEachFailingAllocation([&] {
+    const int status = read.Read("SIM_VARIABLE_VECTOR PATH_UNILATERAL 1 2 3");
+    EXPECT_TRUE(status == 0 || (read.unilateralOrder == nullptr && read.nunilateralOrder == 0));
+    return status;
+  });
+  kestrum_test::ForEachFailingAllocation([&] {
+    Parameters copy;
+    const int status = VORLCopySimAndPathParameters(&copy, &read);
+    EXPECT_TRUE(status == 0 || (copy.unilateralOrder == nullptr && copy.nunilateralOrder == 0));
+    return status;
+  });
 }
 
 }  // namespace

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <vector>
+
 namespace kestrum_test {
 
 // While it lives, the allocation number k (from 0, counted from its construction) fails, once. Every test program is
@@ -18,14 +21,28 @@ class FailAllocation {
 };
 
 // Calls call() with its first allocation failing, then with its second, and so on until none fails: it must give -1
-// each time, and 0 in the end.
+// each time, and 0 in the end. A call that allocates nothing is a mistake of the test.
 template <typename Call>
 void ForEachFailingAllocation(const Call& call) {
-  for (long k = 0, failed = 1; failed != 0; ++k) {
+  long k = 0;
+  for (long failed = 1; failed != 0; ++k) {
     const FailAllocation failure(k);
     const int status = call();
     failed = failure.Happened() ? 1 : 0;
     EXPECT_EQ(status, -failed) << "allocation " << k;
+  }
+  EXPECT_GT(k, 1) << "nothing was allocated";
+}
+
+// The same for each row of a table.
+struct AllocatingCall {
+  const char* name;
+  std::function<int()> call;
+};
+inline void ForEachFailingAllocation(const std::vector<AllocatingCall>& table) {
+  for (const AllocatingCall& row : table) {
+    SCOPED_TRACE(row.name);
+    ForEachFailingAllocation(row.call);
   }
 }
 

@@ -1,8 +1,9 @@
 #ifndef KESTRUM_TESTS_SUPPORT_RUN_BUILDER_HPP
 #define KESTRUM_TESTS_SUPPORT_RUN_BUILDER_HPP
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -17,27 +18,61 @@ T* New(std::size_t n = 1) {
   return static_cast<T*>(std::calloc(n, sizeof(T)));
 }
 
+template <typename T>
+T* NewVector(const std::vector<T>& values) {
+  T* const vector = New<T>(values.size());
+  std::copy(values.begin(), values.end(), vector);
+  return vector;
+}
+
 inline char* NewText(const std::string& text) {
-  char* const copy = New<char>(text.size() + 1);
-  std::memcpy(copy, text.c_str(), text.size() + 1);
-  return copy;
+  return NewVector(std::vector<char>(text.c_str(), text.c_str() + text.size() + 1));
 }
 
 inline VORL_GRID MakeGrid(int nx, int ny, int nz, real sx = 1.0, real sy = 1.0, real sz = 1.0) {
   return VORL_GRID{nx, ny, nz, sx, sy, sz, 0.0, 0.0, 0.0, nx * ny, nx * ny * nz};
 }
 
-// A heap image with the values given, or one value everywhere.
-inline VORL_IMAGE* NewImage(const VORL_GRID& grid, const std::vector<real>& values, const char* name = "v") {
-  VORL_IMAGE* const image = New<VORL_IMAGE>();
+// An image with the values given, or one value everywhere. Variables without a name get the last one and their number.
+inline VORL_IMAGE MakeImage(const VORL_GRID& grid, const std::vector<real>& values,
+                            const std::vector<std::string>& names = {"v"}) {
+  VORL_IMAGE image;
+  VORLInitImage(&image);
   const int nvar = values.size() <= 1 ? 1 : static_cast<int>(values.size()) / grid.nxyz;
-  if (VORLMallocImage(image, grid.nxyz, nvar) != 0) std::abort();
-  *image->grid = grid;
-  image->nvar = nvar;
-  image->nxyzv = nvar * grid.nxyz;
-  for (int iv = 0; iv < nvar; ++iv) std::snprintf(image->varName[iv], VORL_VARNAME_LENGTH, "%s", name);
-  for (int i = 0; i < image->nxyzv; ++i) image->var[i] = values.size() == 1 ? values[0] : values[i];
+  if (VORLMallocImage(&image, grid.nxyz, nvar) != 0) std::abort();
+  *image.grid = grid;
+  image.nvar = nvar;
+  image.nxyzv = nvar * grid.nxyz;
+  for (int iv = 0; iv < nvar; ++iv) {
+    const auto i = static_cast<std::size_t>(iv);
+    const std::string name = i < names.size() ? names[i] : names.back() + std::to_string(iv);
+    std::snprintf(image.varName[iv], VORL_VARNAME_LENGTH, "%s", name.c_str());
+  }
+  for (int i = 0; i < image.nxyzv; ++i) image.var[i] = values.size() == 1 ? values[0] : values[i];
   return image;
+}
+
+inline VORL_IMAGE* NewImage(const VORL_GRID& grid, const std::vector<real>& values,
+                            const std::vector<std::string>& names = {"v"}) {
+  return NewVector<VORL_IMAGE>({MakeImage(grid, values, names)});
+}
+
+// Points with the values variable by variable.
+inline VORL_POINTSET MakePoints(const std::vector<real>& x, const std::vector<real>& y, const std::vector<real>& z,
+                                const std::vector<std::string>& names, const std::vector<real>& values) {
+  VORL_POINTSET points;
+  VORLInitPointSet(&points);
+  points.npoint = static_cast<int>(x.size());
+  points.nvar = static_cast<int>(names.size());
+  if (VORLMallocPointSet(&points, points.npoint, points.nvar) != 0) std::abort();
+  for (std::size_t v = 0; v < names.size(); ++v) {
+    std::snprintf(points.varName[v], VORL_VARNAME_LENGTH, "%s", names[v].c_str());
+  }
+  std::copy(x.begin(), x.end(), points.x);
+  std::copy(y.begin(), y.end(), points.y);
+  std::copy(z.begin(), z.end(), points.z);
+  std::copy(values.begin(), values.end(), points.var);
+  return points;
 }
 
 struct Datum {
@@ -67,12 +102,13 @@ struct Element {
   real s = 1.0;
 };
 
-inline VORL_COVMODEL* NewModel(const std::vector<Element>& elements) {
-  VORL_COVMODEL* const model = New<VORL_COVMODEL>();
-  model->nelem = static_cast<int>(elements.size());
-  model->covModelElem = New<VORL_COVMODELELEM>(elements.size());
+inline VORL_COVMODEL MakeModel(const std::vector<Element>& elements) {
+  VORL_COVMODEL model;
+  VORLKestrumInitCovModel(&model);
+  model.nelem = static_cast<int>(elements.size());
+  model.covModelElem = New<VORL_COVMODELELEM>(elements.size());
   for (std::size_t i = 0; i < elements.size(); ++i) {
-    VORL_COVMODELELEM& element = model->covModelElem[i];
+    VORL_COVMODELELEM& element = model.covModelElem[i];
     element.covModelType = elements[i].type;
     element.weightValue = elements[i].weight;
     element.rxValue = elements[i].rx;
@@ -81,6 +117,23 @@ inline VORL_COVMODEL* NewModel(const std::vector<Element>& elements) {
     element.sValue = elements[i].s;
   }
   return model;
+}
+
+inline VORL_COVMODEL* NewModel(const std::vector<Element>& elements) {
+  return NewVector<VORL_COVMODEL>({MakeModel(elements)});
+}
+
+// What a run input, its output and its monitor start from.
+template <typename Input>
+void FillCommon(const VORL_GRID& grid, Input& input, VORL_KESTRUMOUTPUT& output, VORL_PROGRESSMONITOR& monitor) {
+  VORLKestrumInitKestrumOutput(&output);
+  VORLInitProgressMonitor(&monitor);
+  input.simGrid = NewVector<VORL_GRID>({grid});
+  input.varName = NewText("v");
+  input.formatString = NewText("%.10g");
+  input.computationMode = KESTRUM_OK;
+  input.seed = 1;
+  input.nrealization = 1;
 }
 
 // A run input with its output and monitor, all released at the end.
@@ -92,35 +145,22 @@ class RunRecords {
 
   RunRecords(const VORL_GRID& grid, const std::vector<Element>& elements, const std::vector<Datum>& data) {
     VORLKestrumInitKestrumInput(&input);
-    VORLKestrumInitKestrumOutput(&output);
-    VORLInitProgressMonitor(&monitor);
-    input.simGrid = New<VORL_GRID>();
-    *input.simGrid = grid;
-    input.varName = NewText("v");
-    input.formatString = NewText("%.10g");
-    input.computationMode = KESTRUM_OK;
+    FillCommon(grid, input, output, monitor);
     input.covModel = NewModel(elements);
     input.searchRadiusRelative = 1.0;
     input.nneighborMax = 20;
     input.nGibbsSamplerPathMin = 1;
     input.nGibbsSamplerPathMax = 10;
-    input.seed = 1;
-    input.nrealization = 1;
     if (data.empty()) return;
-    input.ndataPointSet = 1;
-    input.dataPointSet = New<VORL_POINTSET>();
-    VORL_POINTSET& points = input.dataPointSet[0];
-    const int n = static_cast<int>(data.size());
-    if (VORLMallocPointSet(&points, n, 1) != 0) std::abort();
-    points.npoint = n;
-    points.nvar = 1;
-    std::snprintf(points.varName[0], VORL_VARNAME_LENGTH, "%s", "v");
-    for (int i = 0; i < n; ++i) {
-      points.x[i] = grid.ox + (data[i].ix + 0.5) * grid.sx;
-      points.y[i] = grid.oy + (data[i].iy + 0.5) * grid.sy;
-      points.z[i] = grid.oz + (data[i].iz + 0.5) * grid.sz;
-      points.var[i] = data[i].value;
+    std::vector<real> x, y, z, values;
+    for (const Datum& datum : data) {
+      x.push_back(grid.ox + (datum.ix + 0.5) * grid.sx);
+      y.push_back(grid.oy + (datum.iy + 0.5) * grid.sy);
+      z.push_back(grid.oz + (datum.iz + 0.5) * grid.sz);
+      values.push_back(datum.value);
     }
+    input.ndataPointSet = 1;
+    input.dataPointSet = NewVector<VORL_POINTSET>({MakePoints(x, y, z, {"v"}, values)});
   }
   RunRecords(const RunRecords&) = delete;
   RunRecords& operator=(const RunRecords&) = delete;
@@ -148,28 +188,15 @@ class IndicatorRunRecords {
   IndicatorRunRecords(const VORL_GRID& grid, const std::vector<Element>& elements, const std::vector<real>& categories,
                       const std::vector<real>& data) {
     VORLKestrumInitKestrumIndicatorInput(&input);
-    VORLKestrumInitKestrumOutput(&output);
-    VORLInitProgressMonitor(&monitor);
-    const int n = static_cast<int>(categories.size());
-    input.simGrid = New<VORL_GRID>();
-    *input.simGrid = grid;
-    input.varName = NewText("v");
-    input.formatString = NewText("%.10g");
-    input.ncategory = n;
-    input.categoryValue = New<real>(n);
+    FillCommon(grid, input, output, monitor);
+    const std::size_t n = categories.size();
+    input.ncategory = static_cast<int>(n);
+    input.categoryValue = NewVector(categories);
     input.covModel = New<VORL_COVMODEL>(n);
-    input.searchRadiusRelative = New<real>(n);
-    input.nneighborMax = New<int>(n);
+    for (std::size_t c = 0; c < n; ++c) input.covModel[c] = MakeModel(elements);
+    input.searchRadiusRelative = NewVector(std::vector<real>(n, 1.0));
+    input.nneighborMax = NewVector(std::vector<int>(n, 12));
     input.searchNeighborhoodSortMode = New<int>(n);
-    for (int c = 0; c < n; ++c) {
-      input.categoryValue[c] = categories[c];
-      SetModel(c, elements);
-      input.searchRadiusRelative[c] = 1.0;
-      input.nneighborMax[c] = 12;
-    }
-    input.computationMode = KESTRUM_OK;
-    input.seed = 1;
-    input.nrealization = 1;
     if (data.empty()) return;
     input.ndataImage = 1;
     input.dataImage = NewImage(grid, data);
@@ -183,9 +210,7 @@ class IndicatorRunRecords {
 
   void SetModel(int c, const std::vector<Element>& elements) {
     VORLKestrumFreeCovModel(&input.covModel[c]);
-    VORL_COVMODEL* const model = NewModel(elements);
-    input.covModel[c] = *model;
-    std::free(model);
+    input.covModel[c] = MakeModel(elements);
   }
 
   int Run(int nthreads = 0, int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
