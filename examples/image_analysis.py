@@ -270,12 +270,13 @@ def draw_map(axis, values, title, extent=EXTENT, **style):
     return axis.imshow(values, origin="lower", extent=extent, interpolation="nearest", **style)
 
 
-def draw_bar(axis, picture, **style):
-    axis.figure.colorbar(picture, cax=axis.inset_axes((0.1, -0.15, 0.8, 0.035)), orientation="horizontal", **style)
+def draw_bar(axis, picture, label, **style):
+    place = axis.inset_axes((0.1, -0.13, 0.8, 0.035))
+    axis.figure.colorbar(picture, cax=place, orientation="horizontal", **style).set_label(label, fontsize=9, labelpad=1)
 
 
 def draw_legend(axis, handles=None, top=-0.09, columns=4):
-    place = {"loc": "upper center", "bbox_to_anchor": (0.5, top), "columnspacing": 1.2, "handlelength": 1.6}
+    place = {"loc": "upper center", "bbox_to_anchor": (0.5, top), "columnspacing": 1.0, "handlelength": 1.4}
     axis.legend(handles=handles, ncol=columns, frameon=False, fontsize=9, **place)
 
 
@@ -288,9 +289,10 @@ def draw_classes(axis, values, title, colors, top=-0.09):
     draw_legend(axis, handles, top)
 
 
-def prepare_curves(axis, title, xlabel):
+def prepare_curves(axis, title, xlabel, ylabel):
     axis.set_title(title, fontsize=11)
     axis.set_xlabel(xlabel, labelpad=2)
+    axis.set_ylabel(ylabel, labelpad=2)
     axis.set_box_aspect(1.0)
     axis.grid(color="0.92", linewidth=0.8)
     axis.spines[["top", "right"]].set_visible(False)
@@ -304,7 +306,7 @@ def draw_family(axis, x, curves, color, label):
 
 
 def draw_variograms(axis, maps):
-    prepare_curves(axis, f"Variograms of {len(maps)} realizations and the model", "lag (m)")
+    prepare_curves(axis, f"Variograms of {len(maps)} realizations and the model", "lag (m)", "variogram")
     words = (f"along N {AZIMUTH:.0f}° E", "across")
     for direction, color, label in zip((ALONG, ACROSS), (BELOW_COLOR, ABOVE_COLOR), words):
         curves = [profile(values, direction) for values in maps]
@@ -346,12 +348,12 @@ def draw_geobodies(axis, categories, labels, sizes):
 def draw_dilation(axis, sand):
     dilated = by_disc(kestrum.VORLOMPImageDilate, sand, 2)
     eroded = by_disc(kestrum.VORLOMPImageErode, sand, 2)
-    colors = {"": "white", "added by dilation": "#a6cee3", "lost by erosion": "#fdbf6f", "left by erosion": "#1f4e79"}
+    colors = {"": "white", "added by dilation": "#a6cee3", "lost by erosion": "#fdbf6f", "left": "#1f4e79"}
     draw_classes(axis, dilated + sand + eroded, "Sand dilated and eroded by 20 m", colors)
 
 
 def draw_transiograms(axis, sand, labels):
-    prepare_curves(axis, "Transiogram and connectivity function of sand", "lag (m)")
+    prepare_curves(axis, "Transiogram and connectivity function of sand", "lag (m)", "probability")
     transiogram = lag_map(kestrum.VORLOMPImageTransiogram, sand)
     connectivity = lag_map(kestrum.VORLOMPImageConnectivityFunction1, labels)
     for direction, color, words in ((ALONG, BELOW_COLOR, "along"), (ACROSS, ABOVE_COLOR, "across")):
@@ -359,12 +361,13 @@ def draw_transiograms(axis, sand, labels):
             curve = profile(values, direction)
             axis.plot(STEP * np.arange(len(curve)), curve, line, color=color, label=f"{label}, {words}")
     axis.axhline(sand.mean(), color="0.6", linewidth=0.8)
+    axis.text(0.98 * axis.get_xlim()[1], sand.mean() + 0.01, "proportion of sand", ha="right", fontsize=9, color="0.4")
     axis.set_ylim(0.0, 1.0)
     draw_legend(axis, top=-0.12, columns=2)
 
 
-def draw_connectivity(axis, realizations, function, title):
-    prepare_curves(axis, title, "threshold")
+def draw_connectivity(axis, realizations, function, title, ylabel):
+    prepare_curves(axis, title, "threshold", ylabel)
     thresholds = np.linspace(-2.0, 2.0, 41)
     below, above = zip(*(function(values, thresholds) for values in realizations))
     draw_family(axis, thresholds, below, BELOW_COLOR, "nodes at or below")
@@ -377,32 +380,32 @@ def draw(realizations, categories):
     sand = indicator(categories, SAND)
     labels, sizes = geobodies(kestrum.VORLImageGeobody6, categories, SAND)
     figure = Figure(figsize=(18.0, 15.0))
-    figure.subplots_adjust(left=0.035, right=0.985, top=0.925, bottom=0.065, wspace=0.17, hspace=0.33)
+    figure.subplots_adjust(left=0.035, right=0.985, top=0.925, bottom=0.065, wspace=0.2, hspace=0.33)
     axes = figure.subplots(3, 4)
-    figure.suptitle("Image analysis: a simulated variable and simulated categories, 2 km by 2 km", fontsize=16)
+    figure.suptitle("Image analysis of a simulated variable and of categories (axes of maps: metres)", fontsize=16)
 
     picture = draw_map(axes[0, 0], field, f"A realization: {N} × {N} nodes", **FIELD_STYLE)
-    draw_bar(axes[0, 0], picture, extend="both")
+    draw_bar(axes[0, 0], picture, "simulated value", extend="both")
     variograms = [lag_map(kestrum.VORLOMPImageVariogram, values) for values in realizations]
     extent = LAG_MAX * CELL * np.array((-1.0, 1.0, -1.0, 1.0))
-    picture = draw_map(axes[0, 1], variograms[0], "Its variogram map: lags (m)", extent, cmap="viridis", vmin=0.0)
-    draw_bar(axes[0, 1], picture)
+    picture = draw_map(axes[0, 1], variograms[0], "Its variogram map (lags in m)", extent, cmap="viridis", vmin=0.0)
+    draw_bar(axes[0, 1], picture, "variogram")
     draw_variograms(axes[0, 2], variograms)
     picture = draw_map(axes[0, 3], analyse(box_average, field, 210.0), "Moving average: box of 210 m", **FIELD_STYLE)
-    draw_bar(axes[0, 3], picture, extend="both")
+    draw_bar(axes[0, 3], picture, "average (white: the box leaves the grid)", extend="both")
 
     draw_classes(axes[1, 0], categories, "Categories", dict(zip(CLASSES, ("#35496b", "#a59c74", "#fdea45"))))
     draw_geobodies(axes[1, 1], categories, labels, sizes)
     distance = analyse(kestrum.VORLOMPImageDistanceEuclideanSign, sand, THREADS)
     style = {"cmap": "RdBu_r", "vmin": -200.0, "vmax": 200.0}
-    picture = draw_map(axes[1, 2], distance, "Signed Euclidean distance to sand (m)", **style)
-    draw_bar(axes[1, 2], picture, extend="both")
+    picture = draw_map(axes[1, 2], distance, "Signed Euclidean distance to sand", **style)
+    draw_bar(axes[1, 2], picture, "metres (negative: inside)", extend="both")
     draw_dilation(axes[1, 3], sand)
 
     draw_pyramid(axes[2, 0], field)
     draw_transiograms(axes[2, 1], sand, labels)
-    draw_connectivity(axes[2, 2], realizations, gamma_curves, "Connectivity Γ of the realizations")
-    draw_connectivity(axes[2, 3], realizations, euler_curves, "Euler number: geobodies less holes")
+    draw_connectivity(axes[2, 2], realizations, gamma_curves, "Connectivity of the realizations", "connectivity Γ")
+    draw_connectivity(axes[2, 3], realizations, euler_curves, "Euler number of the realizations", "bodies less holes")
     meuse.save(figure, "image_analysis")
 
 

@@ -37,7 +37,7 @@ def draw(name, title, maps):
     """The estimate beside its standard deviation."""
     x, y, zinc = meuse.read_samples("x", "y", "zinc")
     value = np.log(zinc)
-    figure, axes = meuse.new_figure(title, 1, 2, (12.5, 7.4))
+    figure, axes = meuse.new_figure(title, 1, 2, (12.5, 6.9))
     left, right = axes[0]
 
     # One colour scale for map and samples, and the same for every run.

@@ -98,8 +98,8 @@ def make_point_set(x, y, variables):
 
 
 def fill_cov_model(model, nugget=NUGGET, sill=SILL, along=RANGE, across=None, azimuth=0.0):
-    """A nugget and a spherical element. The range is `along` in the direction `azimuth` (degrees from north to east) and
-    `across` at right angles to it, by default the same. `along` and `azimuth` may be maps."""
+    """A nugget and a spherical element. The range is `along` in the direction `azimuth` (degrees from north to east),
+    and `across` at right angles to it, by default the same. `along` and `azimuth` may be maps."""
     elements = kestrum.new_VORL_COVMODELELEM_array(2)
     for i, (kind, weight) in enumerate(((kestrum.COV_NUGGET, nugget), (kestrum.COV_SPHERICAL, sill))):
         element = kestrum.vorl_covModelElem()

@@ -176,11 +176,12 @@ def cadmium_below_detection():
     for name, values in zip(cases, means):
         print(f"  low samples {name}: mean over the map {np.nanmean(values):.2f}")
 
-    title = f"Cadmium in the Meuse flood plain: {below.sum()} of {len(x)} samples are below {DETECTION_LIMIT:g} mg/kg"
+    words = f"{below.sum()} of {len(x)} samples are below {DETECTION_LIMIT:g} mg/kg (triangles: bounds)"
+    title = "Cadmium in the Meuse flood plain: " + words
     figure, axes = meuse.new_figure(title, 2, 3, (13, 10.6))
     titles = ("low samples left out", f"low samples as “< {DETECTION_LIMIT:g} mg/kg”", "low samples as measured")
     for column, name in enumerate(titles):
-        picture = meuse.draw_map(axes[0, column], means[column], "Mean, " + name, **CADMIUM_STYLE)
+        picture = meuse.draw_map(axes[0, column], means[column], "Mean of 40, " + name, **CADMIUM_STYLE)
         meuse.draw_map(axes[1, column], firsts[column], "A realization, " + name, **CADMIUM_STYLE)
         shown = np.ones(len(x), dtype=bool) if column == 2 else ~below
         for axis in axes[:, column]:
@@ -226,7 +227,7 @@ def turning_with_the_river():
             model = meuse.make_cov_model(along=ranges[name], across=ACROSS, azimuth=direction)
             points = meuse.make_point_set(x, y, {"log_zinc": np.log(zinc)})
             # The nearest in units of the ranges: the order by covariance (2) is for models without images.
-            # Images of a model are told for all nodes, so the whole grid is computed and cut afterwards.
+            # A mask would cost the range image its first values, so the whole grid is computed and cut afterwards.
             run = prepare(mode, "log_zinc", points, model, 1, sort_mode=1, masked=False)
             result = meuse.execute(f"zinc, {name} direction, {title}", run, THREADS)[0]
             results.append(np.where(inside, result, np.nan))
@@ -243,7 +244,7 @@ def turning_with_the_river():
     figure, axes = meuse.new_figure(title, 2, 2, (11, 11.6))
     iy, ix = np.mgrid[3 : meuse.NY : 6, 3 : meuse.NX : 6]
     dash_x, dash_y = (corner + (i + 0.5) * meuse.CELL for corner, i in zip(meuse.CORNER, (ix, iy)))
-    headless = {"pivot": "middle", "headwidth": 0, "headlength": 0, "headaxislength": 0, "scale": 30, "width": 0.003}
+    headless = {"pivot": "middle", "headwidth": 0, "headlength": 0, "headaxislength": 0, "scale": 26, "width": 0.004}
     words = (f"direction N {average:.0f}° E everywhere", "direction of the river, node by node")
     for column, direction in enumerate(directions.values()):
         for row, what in enumerate(("Estimate", "A realization")):
