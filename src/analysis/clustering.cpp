@@ -137,7 +137,7 @@ class KMeans {
  private:
   static constexpr int kLine = 64 / sizeof(double);
   static constexpr int kChunk = 256;  // points between two calls of the kernel
-  static constexpr int kSideBySide = 8;
+  static constexpr int kGroup = 4;
 
   void SetCenter(double** center, int c, int point) const noexcept {
     for (int f = 0; f < points_.nfeature; ++f) center[f][c] = points_.data[f][point];
@@ -180,14 +180,31 @@ class KMeans {
     return sum;
   }
 
-  // All sums over the points: the threads share the features, the counts and the inertia.
+  // All sums over the points: the threads share the groups of features, the counts and the inertia.
   void SumMembers(const Clusters& clusters) noexcept {
-    dealing_.Blocks(points_.nfeature + 2, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-      if (begin == 0) CountMembers(clusters);
-      if (end == points_.nfeature + 2) SumDistances();
-      const std::ptrdiff_t endFeature = std::min<std::ptrdiff_t>(end - 1, points_.nfeature);
-      for (std::ptrdiff_t f = std::max<std::ptrdiff_t>(begin, 1) - 1; f < endFeature; f += kSideBySide) {
-        SumFeatures(clusters.assignment, f, std::min<std::ptrdiff_t>(f + kSideBySide, endFeature));
+    const int ngroup = (points_.nfeature + kGroup - 1) / kGroup;
+    dealing_.Blocks(ngroup + 2, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      for (int item = static_cast<int>(begin); item < end; ++item) {
+        if (item == 0) {
+          CountMembers(clusters);
+        } else if (item == ngroup + 1) {
+          SumDistances();
+        } else {
+          const int first = (item - 1) * kGroup;
+          switch (GroupSize(first)) {
+            case 1:
+              SumFeatures<1>(clusters.assignment, first);
+              break;
+            case 2:
+              SumFeatures<2>(clusters.assignment, first);
+              break;
+            case 3:
+              SumFeatures<3>(clusters.assignment, first);
+              break;
+            default:
+              SumFeatures<kGroup>(clusters.assignment, first);
+          }
+        }
       }
     });
   }
@@ -197,7 +214,7 @@ class KMeans {
       const double divisor = clusters.size[c] == 0       ? 1.0
                              : points_.weight == nullptr ? clusters.size[c]
                                                          : clusters.weight[c];
-      for (int f = 0; f < points_.nfeature; ++f) clusters.center[f][c] = Sums(f)[c] / divisor;
+      for (int f = 0; f < points_.nfeature; ++f) clusters.center[f][c] = *Sum(f, c) / divisor;
     }
     Pack(clusters.center, 0, ncluster_);
   }
@@ -212,17 +229,26 @@ class KMeans {
     }
   }
 
-  // Sums of one feature, on cache lines of their own.
-  double* Sums(std::ptrdiff_t f) noexcept { return sums_.data() + f * sumStride_; }
+  // A group of features is summed at a time, its sums of a cluster side by side, each group on cache lines of its own.
+  int GroupSize(int first) const noexcept { return std::min(kGroup, points_.nfeature - first); }
+  double* Sum(int f, int c) noexcept {
+    const int first = f / kGroup * kGroup;
+    return sums_.data() + first * sumStride_ + std::ptrdiff_t{c} * GroupSize(first) + (f - first);
+  }
 
-  // A few features side by side hide the latency of the additions.
-  void SumFeatures(const int* assignment, std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-    std::fill(Sums(begin), Sums(end), 0.0);
+  template <int kSize>
+  void SumFeatures(const int* assignment, int first) noexcept {
+    double* const sums = Sum(first, 0);
+    std::fill_n(sums, std::ptrdiff_t{ncluster_} * kSize, 0.0);
+    const double* data[kSize];
+    std::copy_n(points_.data + first, kSize, data);
     for (std::ptrdiff_t i = 0; i < points_.n; ++i) {
       if (!points_.Counts(i)) continue;
-      double* sum = Sums(begin) + assignment[i];
       const double weight = points_.Weight(i);
-      for (std::ptrdiff_t f = begin; f < end; ++f, sum += sumStride_) *sum += weight * points_.data[f][i];
+      double term[kSize];
+      for (int f = 0; f < kSize; ++f) term[f] = weight * data[f][i];
+      double* const sum = sums + std::ptrdiff_t{assignment[i]} * kSize;
+      for (int f = 0; f < kSize; ++f) sum[f] += term[f];
     }
   }
 
