@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <bit>
+#include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "analysis/geobodies.hpp"
 #include "analysis/output_image.hpp"
@@ -101,8 +103,12 @@ int WriteIndicator(const real* values, int nxyz, const IntervalSet& set, T* out,
   return total;
 }
 
+// Rows of a bundle along y and z.
+constexpr int BundleY(Connectivity connectivity) noexcept { return connectivity == Connectivity::k6 ? 1 : 2; }
+constexpr int BundleZ(Connectivity connectivity) noexcept { return connectivity == Connectivity::k26 ? 2 : 1; }
+
 // Fills labels from `begin` to `end`, in steps that may go past the end, but not past `limit`: what stands there is
-// written later. Most runs are short.
+// written later. Most pieces are short.
 template <typename T>
 void FillRoughly(T* begin, T* end, const T* limit, T label) noexcept {
   constexpr int kStep = 4;
@@ -110,6 +116,14 @@ void FillRoughly(T* begin, T* end, const T* limit, T label) noexcept {
     for (int i = 0; i < kStep; ++i) begin[i] = label;
   }
   while (begin < end) *begin++ = label;
+}
+
+// The first one of the places in each part of a word, where a part goes from one start to the next.
+std::uint64_t FirstPlaces(std::uint64_t places, std::uint64_t starts) noexcept {
+  // In a sum of both terms, each place sends a carry on to the next start.
+  const std::uint64_t through = places | ~starts;
+  const std::uint64_t carries = (places + through) ^ places ^ through;
+  return places & (starts | ~carries);
 }
 
 }  // namespace
@@ -124,17 +138,19 @@ void MarkBlock(const real* values, const IntervalSet& set, SimdLevel level, unsi
 
 int GeobodyFinder::Allocate(const VORL_GRID& grid) noexcept {
   // Axes of one node before the others are left out, so that rows are as long as they can be; no neighbour is lost.
-  const int sizes[] = {grid.nx, grid.ny, grid.nz, 1};
+  const int sizes[] = {grid.nx, grid.ny, grid.nz, 1, 1};
   const int first = grid.nx > 1 ? 0 : grid.ny > 1 ? 1 : 2;
   nx_ = sizes[first];
   ny_ = sizes[first + 1];
+  nz_ = sizes[first + 2];
   nxyz_ = grid.nxyz;
-  nrow_ = nxyz_ / nx_;
-  const std::size_t maxRuns = static_cast<std::size_t>(nrow_) * ((static_cast<std::size_t>(nx_) + 1) / 2);
-  int status = bits_.Allocate(static_cast<std::size_t>(nxyz_) / kMarkBlock + 2);
-  if (status == 0) status = firstRun_.Allocate(static_cast<std::size_t>(nrow_) + 1);
-  if (status == 0) status = edges_.Allocate(2 * maxRuns);
-  if (status == 0) status = link_.Allocate(maxRuns);
+  runsPerBundle_ = nx_ / 2 + nx_ % 2;
+  wordsPerRow_ = (nx_ - 1) / kMarkBlock + 1;
+  const std::size_t nrow = static_cast<std::size_t>(nxyz_ / nx_);
+  const std::size_t nword = nrow * static_cast<std::size_t>(wordsPerRow_);
+  int status = bits_.Allocate(nword + 1);
+  if (status == 0) status = starts_.Allocate(nword);
+  if (status == 0) status = link_.Allocate(nrow * static_cast<std::size_t>(runsPerBundle_));
   return status;
 }
 
@@ -145,95 +161,141 @@ int GeobodyFinder::Mark(const real* values, const IntervalSet& set) noexcept {
     *word = Pack(marks);
     count += std::popcount(*word++);
   });
-  // Bits() reads one word more.
+  const int inLastWord = nx_ % kMarkBlock;
+  if (inLastWord == 0) return count;
+  // The rows stand end to end. From the last to the first, each is moved up to words of its own.
   *word = 0;
+  for (std::ptrdiff_t row = nxyz_ / nx_ - 1; row >= 0; --row) {
+    std::uint64_t* const to = bits_.data() + row * wordsPerRow_;
+    for (std::ptrdiff_t i = wordsPerRow_ - 1; i >= 0; --i) {
+      const std::ptrdiff_t node = row * nx_ + i * kMarkBlock;
+      const std::uint64_t* const from = bits_.data() + node / kMarkBlock;
+      const int shift = static_cast<int>(node % kMarkBlock);
+      to[i] = shift == 0 ? from[0] : from[0] >> shift | from[1] << (kMarkBlock - shift);
+    }
+    to[wordsPerRow_ - 1] &= (std::uint64_t{1} << inLastWord) - 1;
+  }
   return count;
 }
 
-// The marks of the 64 nodes from `node` on.
-std::uint64_t GeobodyFinder::Bits(std::ptrdiff_t node) const noexcept {
-  const std::uint64_t* const word = bits_.data() + node / kMarkBlock;
-  const int shift = static_cast<int>(node % kMarkBlock);
-  return shift == 0 ? word[0] : word[0] >> shift | word[1] << (kMarkBlock - shift);
-}
-
-// Writes the runs of a row from number `run` on; returns the number after the last.
-int GeobodyFinder::FindRuns(int row, int run) noexcept {
-  int* const first = edges_.data() + 2 * static_cast<std::ptrdiff_t>(run);
-  int* next = first;
-  std::uint64_t last = 0;
-  for (std::ptrdiff_t x = 0; x < nx_; x += kMarkBlock) {
-    std::uint64_t bits = Bits(std::ptrdiff_t{row} * nx_ + x);
-    if (nx_ - x < kMarkBlock) bits &= (std::uint64_t{1} << (nx_ - x)) - 1;
-    // Each change is the begin or the end of a run.
-    for (std::uint64_t changes = bits ^ (bits << 1 | last); changes != 0; changes &= changes - 1) {
-      *next++ = static_cast<int>(x) + std::countr_zero(changes);
+// Makes each run of a bundle a geobody of its own.
+void GeobodyFinder::FindRuns(int bundleY, int bundleZ) noexcept {
+  const int bundle = bundleZ * bundlesPerLayer_ + bundleY;
+  std::uint64_t* starts = starts_.data() + std::ptrdiff_t{bundle} * wordsPerRow_;
+  for (int word = 0; word < wordsPerRow_; ++word) {
+    const int x = word * kMarkBlock;
+    Bits all = {0, 0};
+    for (int z = 0; z < bundleZ_; ++z) {
+      for (int y = 0; y < bundleY_; ++y) {
+        const Bits row = RowBits(bundleY * bundleY_ + y, bundleZ * bundleZ_ + z, x);
+        all = {all.here | row.here, all.before | row.before};
+      }
     }
-    last = bits >> (kMarkBlock - 1);
+    *starts = all.here & ~all.before;
+    for (std::uint64_t rest = *starts++; rest != 0; rest &= rest - 1) {
+      const int run = bundle * runsPerBundle_ + (x + std::countr_zero(rest)) / 2;
+      link_[run] = run;
+    }
   }
-  if (last != 0) *next++ = nx_;
-  return run + static_cast<int>((next - first) / 2);
 }
 
-// Joins the runs of a row to those of an earlier row that touch them: reach is 0 if they touch at equal ix only, 1 if
-// also at the next ix.
-template <int reach>
-void GeobodyFinder::JoinRows(int row, int earlierRow) noexcept {
-  const auto root = [link = link_.data()](int run) {
-    while (link[run] != run) run = link[run] = link[link[run]];
-    return run;
-  };
-  int a = firstRun_[row];
-  int b = firstRun_[earlierRow];
-  const int endA = firstRun_[row + 1];
-  const int endB = firstRun_[earlierRow + 1];
-  while (a < endA && b < endB) {
-    const Run runA = RunAt(a);
-    const Run runB = RunAt(b);
-    if (runA.begin < runB.end + reach && runB.begin < runA.end + reach) {
-      const int rootA = root(a);
-      const int rootB = root(b);
-      link_[std::max(rootA, rootB)] = std::min(rootA, rootB);
+// Joins the geobodies of two runs. The paths to both roots are shortened on the way.
+[[gnu::always_inline]] inline void GeobodyFinder::Join(int a, int b) noexcept {
+  int* const link = link_.data();
+  while (link[a] != link[b]) {
+    if (link[a] < link[b]) std::swap(a, b);
+    const int next = link[a];
+    link[a] = link[b];
+    if (next == a) break;
+    a = next;
+  }
+}
+
+// Joins the runs of a bundle to those of the one that lies dy and dz bundles from it.
+template <Connectivity connectivity, int dy, int dz>
+void GeobodyFinder::JoinBundles(int bundleY, int bundleZ) noexcept {
+  constexpr int kY = BundleY(connectivity);
+  constexpr int kZ = BundleZ(connectivity);
+  RunCursor a = CursorOf(bundleY, bundleZ);
+  RunCursor b = CursorOf(bundleY + dy, bundleZ + dz);
+  for (int word = 0; word < wordsPerRow_; ++word) {
+    const int x = word * kMarkBlock;
+    // The runs at or before a contact touch.
+    std::uint64_t contacts = 0;
+    for (int i = 0; i < kY * kZ; ++i) {
+      for (int j = 0; j < kY * kZ; ++j) {
+        const int stepY = kY * dy + j % kY - i % kY;
+        const int stepZ = kZ * dz + j / kY - i / kY;
+        if (std::abs(stepY) > 1 || std::abs(stepZ) > 1) continue;
+        const int iy = kY * bundleY + i % kY;
+        const int iz = kZ * bundleZ + i / kY;
+        const Bits rowA = RowBits(iy, iz, x);
+        const Bits rowB = RowBits(iy + stepY, iz + stepZ, x);
+        contacts |= rowA.here & rowB.here;
+        if (connectivity == Connectivity::k26 || (connectivity == Connectivity::k18 && (stepY == 0 || stepZ == 0))) {
+          contacts |= (rowA.here & rowB.before) | (rowA.before & rowB.here);
+        }
+      }
     }
-    a += runA.end <= runB.end;
-    b += runB.end <= runA.end;
+    a.Advance();
+    b.Advance();
+    std::uint64_t rest = FirstPlaces(contacts, a.starts | b.starts);
+    // In a square of four marked nodes, the other three sides join these two.
+    if (connectivity == Connectivity::k6 && dz != 0 && bundleY > 0) {
+      rest &= ~(RowBits(bundleY - 1, bundleZ, x).here & RowBits(bundleY - 1, bundleZ - 1, x).here);
+    }
+    for (; rest != 0; rest &= rest - 1) {
+      const int place = std::countr_zero(rest);
+      Join(a.RunAt(place), b.RunAt(place));
+    }
   }
 }
 
 template <Connectivity connectivity>
-void GeobodyFinder::JoinAll() noexcept {
-  constexpr int kAcrossFace = connectivity == Connectivity::k6 ? 0 : 1;
-  constexpr int kAcrossEdge = connectivity == Connectivity::k26 ? 1 : 0;
-  int run = 0;
-  for (int row = 0, iy = 0; row < nrow_; ++row, iy = iy + 1 == ny_ ? 0 : iy + 1) {
-    firstRun_[row] = run;
-    const int end = FindRuns(row, run);
-    firstRun_[row + 1] = end;
-    for (; run < end; ++run) link_[run] = run;
-    if (iy > 0) JoinRows<kAcrossFace>(row, row - 1);
-    if (row < ny_) continue;
-    if (connectivity != Connectivity::k6 && iy > 0) JoinRows<kAcrossEdge>(row, row - ny_ - 1);
-    JoinRows<kAcrossFace>(row, row - ny_);
-    if (connectivity != Connectivity::k6 && iy + 1 < ny_) JoinRows<kAcrossEdge>(row, row - ny_ + 1);
+void GeobodyFinder::JoinBundlesOf() noexcept {
+  bundleY_ = BundleY(connectivity);
+  bundleZ_ = BundleZ(connectivity);
+  bundlesPerLayer_ = (ny_ - 1) / bundleY_ + 1;
+  for (int z = 0; z * bundleZ_ < nz_; ++z) {
+    for (int y = 0; y < bundlesPerLayer_; ++y) {
+      FindRuns(y, z);
+      if (y > 0) JoinBundles<connectivity, -1, 0>(y, z);
+      if (z == 0) continue;
+      JoinBundles<connectivity, 0, -1>(y, z);
+      if (connectivity == Connectivity::k6) continue;
+      if (y > 0) JoinBundles<connectivity, -1, -1>(y, z);
+      if (y + 1 < bundlesPerLayer_) JoinBundles<connectivity, 1, -1>(y, z);
+    }
   }
 }
 
-int GeobodyFinder::Connect(Connectivity connectivity) noexcept {
+void GeobodyFinder::JoinAll(Connectivity connectivity) noexcept {
   switch (connectivity) {
     case Connectivity::k6:
-      JoinAll<Connectivity::k6>();
-      break;
+      return JoinBundlesOf<Connectivity::k6>();
     case Connectivity::k18:
-      JoinAll<Connectivity::k18>();
-      break;
+      return JoinBundlesOf<Connectivity::k18>();
     case Connectivity::k26:
-      JoinAll<Connectivity::k26>();
-      break;
+      return JoinBundlesOf<Connectivity::k26>();
   }
-  // A link is followed after its target has got its label.
+}
+
+// Called for the pieces in node order: the first one of a geobody numbers it, wherever its root is.
+[[gnu::always_inline]] inline int GeobodyFinder::LabelOf(int run, int* ngeobody) noexcept {
+  int* const link = link_.data();
+  if (link[run] < 0) return -link[run];
+  if (link[link[run]] < 0) return -(link[run] = link[link[run]]);  // so it is for most
+  int root = run;
+  while (link[root] >= 0 && link[root] != root) root = link[root];
+  const int label = link[root] < 0 ? -link[root] : ++*ngeobody;
+  while (link[run] >= 0) run = std::exchange(link[run], -label);
+  return label;
+}
+
+int GeobodyFinder::Connect(Connectivity connectivity) noexcept {
+  JoinAll(connectivity);
   int ngeobody = 0;
-  const int nrun = firstRun_[nrow_];
-  for (int run = 0; run < nrun; ++run) link_[run] = link_[run] == run ? ++ngeobody : link_[link_[run]];
+  ForEachPiece([&](int run, int, int) { LabelOf(run, &ngeobody); });
   return ngeobody;
 }
 
@@ -241,13 +303,14 @@ template <typename T>
 int GeobodyFinder::Label(const real* values, const IntervalSet& set, Connectivity connectivity, T* labels) noexcept {
   // It is meant that missing nodes stay missing here alone.
   if (Mark(values, set) < 2) return WriteIndicator(values, nxyz_, set, labels, Dealing::Serial());
-  const int ngeobody = Connect(connectivity);
+  JoinAll(connectivity);
+  int ngeobody = 0;
   T* next = labels;
   T* const end = labels + nxyz_;
-  ForEachRun([&](int label, int node, int length) {
+  ForEachPiece([&](int run, int node, int length) {
     FillRoughly(next, labels + node, end, T{0});
     next = labels + node + length;
-    FillRoughly(labels + node, next, end, static_cast<T>(label));
+    FillRoughly(labels + node, next, end, static_cast<T>(LabelOf(run, &ngeobody)));
   });
   std::fill(next, end, T{0});
   return ngeobody;
