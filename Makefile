@@ -8,6 +8,7 @@
 #   make same-bits  compare the results of GCC's and Clang's builds, bit for bit (build/same_bits)
 #   make reference  build the reference of the C interface as HTML (build/reference)
 #   make format     format the sources          make lint    check them
+#   make clean      remove what all of these have made
 # Another Python than Debian's, or fewer jobs: make PYTHON=/path/to/python3 JOBS=1
 
 PYTHON ?= /usr/bin/python3
@@ -21,7 +22,7 @@ RUN_PYTHON := PYTHONPATH=$(BUILD)/python PYTHONDONTWRITEBYTECODE=1 $(PYTHON)
 
 PACKAGES := g++ cmake ninja-build swig python3-dev python3-numpy python3-matplotlib \
             libgtest-dev libbenchmark-dev python3-pytest python3-scipy python3-skimage pkg-config
-LINT_PACKAGES := clang-format clang-tidy shellcheck
+LINT_PACKAGES := clang-format clang-tidy libomp-dev shellcheck
 CLANG_PACKAGES := clang libclang-rt-dev libomp-dev
 REFERENCE_PACKAGES := doxygen
 
@@ -102,7 +103,7 @@ reference: setup-reference
 	@mkdir -p build
 	doxygen docs/Doxyfile
 
-SOURCES = $(shell git ls-files '*.c' '*.h' '*.cpp' '*.hpp')
+SOURCES = $(shell find src tests fuzz benchmarks examples -name '*.[ch]' -o -name '*.[ch]pp')
 
 format: setup-lint
 	clang-format -i $(SOURCES)

@@ -29,6 +29,12 @@ inline std::string_view AsText(const std::uint8_t* data, std::size_t size) {
   return {reinterpret_cast<const char*>(data), size};
 }
 
+inline std::string RestOf(std::FILE* stream) {
+  std::string rest;
+  for (int c; (c = std::getc(stream)) != EOF;) rest += static_cast<char>(c);
+  return rest;
+}
+
 // A stream that holds these bytes, closed at the end of its life.
 class Stream {
  public:
@@ -53,11 +59,7 @@ class Stream {
   }
 
   std::FILE* file() const { return file_; }
-  std::string Rest() const {
-    std::string rest;
-    for (int c; (c = std::getc(file_)) != EOF;) rest += static_cast<char>(c);
-    return rest;
-  }
+  std::string Rest() const { return RestOf(file_); }
 
  private:
   explicit Stream(std::FILE* file) : file_(file) {}

@@ -1,8 +1,6 @@
 #ifndef KESTRUM_FUZZ_IMAGE_RECORD_HPP
 #define KESTRUM_FUZZ_IMAGE_RECORD_HPP
 
-#include <algorithm>
-
 #include "core/image.h"
 #include "fuzz_target.hpp"
 

@@ -54,8 +54,7 @@ void CompareWithScanf(std::string_view bytes, std::FILE* stream) {
       Require(taken.Same(expected), "an entry is what scanf makes of it");
     }
   }
-  std::string rest;
-  for (int c; (c = std::getc(stream)) != EOF;) rest += static_cast<char>(c);
+  const std::string rest = RestOf(stream);
   const std::string expectedRest = scanned.Rest();
   Require(rest.ends_with(expectedRest) && rest.size() - expectedRest.size() <= Entry::kLoss,
           "the stream is left where scanf leaves it");

@@ -1,7 +1,8 @@
 # Finds an interpreter that has both its headers and NumPy: the first one in PATH may lack either.
 # Sets KESTRUM_PYTHON, and what the module needs to know of it: KESTRUM_PYTHON_INCLUDE, KESTRUM_PYTHON_NUMPY,
 # KESTRUM_PYTHON_SUFFIX, KESTRUM_PYTHON_SITE (the module directory, relative to the installation prefix).
-set(KESTRUM_PYTHON "" CACHE FILEPATH "Python interpreter with headers and NumPy; empty: look for one")
+# A string, since it may be a name: CMake would make a FILEPATH of the command line absolute.
+set(KESTRUM_PYTHON "" CACHE STRING "Python interpreter with headers and NumPy; empty: look for one")
 
 set(probe [[
 import os, sys, sysconfig, numpy
@@ -10,7 +11,7 @@ assert os.path.exists(os.path.join(include, "Python.h"))
 numpy_include = numpy.get_include()
 assert os.path.exists(os.path.join(numpy_include, "numpy", "numpy.i"))
 site = "lib/python%d.%d/%s" % (sys.version_info[:2] + (os.path.basename(sysconfig.get_path("platlib")),))
-print(";".join([include, numpy_include, sysconfig.get_config_var("EXT_SUFFIX"), site]), end="")
+print(";".join([sys.executable, include, numpy_include, sysconfig.get_config_var("EXT_SUFFIX"), site]), end="")
 ]])
 
 if(KESTRUM_PYTHON)
@@ -21,12 +22,9 @@ endif()
 foreach(candidate IN LISTS candidates)
   execute_process(COMMAND ${candidate} -c "${probe}" RESULT_VARIABLE result OUTPUT_VARIABLE answer ERROR_VARIABLE complaint)
   if(result EQUAL 0)
-    list(GET answer 0 KESTRUM_PYTHON_INCLUDE)
-    list(GET answer 1 KESTRUM_PYTHON_NUMPY)
-    list(GET answer 2 KESTRUM_PYTHON_SUFFIX)
-    list(GET answer 3 KESTRUM_PYTHON_SITE)
-    find_program(found_python NAMES ${candidate} NO_CACHE REQUIRED)
-    set(KESTRUM_PYTHON ${found_python} CACHE FILEPATH "" FORCE)
+    list(POP_FRONT answer interpreter KESTRUM_PYTHON_INCLUDE KESTRUM_PYTHON_NUMPY KESTRUM_PYTHON_SUFFIX
+         KESTRUM_PYTHON_SITE)
+    set_property(CACHE KESTRUM_PYTHON PROPERTY VALUE ${interpreter})
     message(STATUS "Python module for ${KESTRUM_PYTHON}")
     return()
   endif()

@@ -19,6 +19,11 @@
 %refuse_none(VORL_GRID *grid)
 %refuse_none(char *prefix)
 %refuse_none(int *status)
+%refuse_none(BOOLEAN *rotationStationary)
+%refuse_none(BOOLEAN *weightStationary)
+%refuse_none(BOOLEAN *rangeStationary)
+%refuse_none(BOOLEAN *covModelStationary)
+%refuse_none(BOOLEAN *elemStationary)
 %include "core/grid.h"
 %typemap(check) VORL_GRID *grid;
 %include "core/image.h"

@@ -1,5 +1,4 @@
-/* What the headers below declare and the module does not offer. Headers that are hidden as a whole (memory,
- * comparators, random numbers, solvers, special functions, search neighbourhoods, conditioning) are just not read. */
+/* What the headers below declare and the module does not offer. Headers that are hidden as a whole are just not read. */
 %ignore VORLGetErrorMessage; /* vorl_get_error_message does the same */
 
 /* Runs cross in their threaded form alone. */

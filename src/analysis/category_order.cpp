@@ -102,7 +102,7 @@ int CountTransitions(const CategoryGrid& grid, const Axes& axes, int nvalue, Cou
   return 0;
 }
 
-// Number of transitions, which can exceed that of the nodes an int counts.
+// Holds the transitions of several grids, each of as many nodes as an int counts.
 using TransitionCount = std::int64_t;
 
 // Chains the categories by their transitions; destroys the matrix.

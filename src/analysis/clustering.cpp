@@ -98,10 +98,9 @@ class KMeans {
   // next assignment as well; if the iterations stop there, it is taken back.
   double Iterate(const Clusters& clusters, int itMax, double tolerance) noexcept {
     Pack(clusters.center, 0, ncluster_);
-    ForNearest(ncluster_, [&](std::ptrdiff_t i, int nearest, double distance) noexcept {
+    ForNearest(ncluster_, [&](std::ptrdiff_t i, int nearest, double) noexcept {
       if (!points_.Counts(i)) return;
       clusters.assignment[i] = nearest;
-      SetDistance(i, distance);
     });
     SumMembers(clusters);
     for (int it = 0; it < itMax - 1; ++it) {
@@ -115,14 +114,14 @@ class KMeans {
         left_[static_cast<std::size_t>(i)] = own;
         clusters.assignment[i] = nearest;
       });
-      SumMembers(clusters);
+      SumDistances();
       if (it > 0 && std::fabs(before - inertia_) / before < tolerance) {
         for (std::ptrdiff_t i = 0; i < points_.n; ++i) {
           if (points_.Counts(i)) clusters.assignment[i] = left_[static_cast<std::size_t>(i)];
         }
-        CountMembers(clusters);
         return inertia_;
       }
+      SumMembers(clusters);
     }
     MoveCenters(clusters);
     dealing_.Blocks(points_.n, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
@@ -180,30 +179,15 @@ class KMeans {
     return sum;
   }
 
-  // All sums over the points: the threads share the groups of features, the counts and the inertia.
+  // All sums over the points: the threads share the groups of features and the counts.
   void SumMembers(const Clusters& clusters) noexcept {
     const int ngroup = (points_.nfeature + kGroup - 1) / kGroup;
-    dealing_.Blocks(ngroup + 2, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    dealing_.Blocks(ngroup + 1, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       for (int item = static_cast<int>(begin); item < end; ++item) {
         if (item == 0) {
           CountMembers(clusters);
-        } else if (item == ngroup + 1) {
-          SumDistances();
         } else {
-          const int first = (item - 1) * kGroup;
-          switch (GroupSize(first)) {
-            case 1:
-              SumFeatures<1>(clusters.assignment, first);
-              break;
-            case 2:
-              SumFeatures<2>(clusters.assignment, first);
-              break;
-            case 3:
-              SumFeatures<3>(clusters.assignment, first);
-              break;
-            default:
-              SumFeatures<kGroup>(clusters.assignment, first);
-          }
+          SumGroup(clusters.assignment, (item - 1) * kGroup);
         }
       }
     });
@@ -236,6 +220,20 @@ class KMeans {
     return sums_.data() + first * sumStride_ + std::ptrdiff_t{c} * GroupSize(first) + (f - first);
   }
 
+  // The group of features `first` on.
+  void SumGroup(const int* assignment, int first) noexcept {
+    switch (GroupSize(first)) {
+      case 1:
+        return SumFeatures<1>(assignment, first);
+      case 2:
+        return SumFeatures<2>(assignment, first);
+      case 3:
+        return SumFeatures<3>(assignment, first);
+      default:
+        return SumFeatures<kGroup>(assignment, first);
+    }
+  }
+
   template <int kSize>
   void SumFeatures(const int* assignment, int first) noexcept {
     double* const sums = Sum(first, 0);
@@ -253,10 +251,11 @@ class KMeans {
   }
 
   void SumDistances() noexcept {
-    inertia_ = 0.0;
+    double sum = 0.0;
     for (std::ptrdiff_t i = 0; i < points_.n; ++i) {
-      if (points_.Counts(i)) inertia_ += distance_[static_cast<std::size_t>(i)];
+      if (points_.Counts(i)) sum += distance_[static_cast<std::size_t>(i)];
     }
+    inertia_ = sum;
   }
 
   const Points points_;

@@ -23,9 +23,6 @@
 namespace kestrum {
 namespace {
 
-constexpr int kNullPointer = -20;
-constexpr int kVariableCountNotOne = -52;
-
 int GlobalIndicator(const VORL_IMAGE* image, int varIndex, int* nodeCount, int* ngeobody, int** geobodySize,
                     double* gamma, Dealing dealing) noexcept {
   const int checked = CheckVariable(*image, varIndex, nodeCount, ngeobody, geobodySize, gamma);
@@ -191,8 +188,8 @@ struct Curve {
 
   template <typename... T>
   int Check(const T*... outputs) const noexcept {
-    if (image->nvar != 1) return kVariableCountNotOne;
-    if (n > 0 && (thresholds == nullptr || ((outputs == nullptr) || ...))) return kNullPointer;
+    if (image->nvar != 1) return -52;
+    if (n > 0 && (thresholds == nullptr || ((outputs == nullptr) || ...))) return -20;
     return CheckImage(*image);
   }
   // It is meant that the two ways differ in the last bits.
@@ -200,9 +197,9 @@ struct Curve {
   // A bound below all values.
   real Lowest() const noexcept {
     real lowest = VORL_INFINITY;
-    std::for_each(image->var, image->var + image->grid->nxyz, [&](real value) {
-      if (!IsMissing(value) && value < lowest) lowest = value;
-    });
+    for (int i = 0; i < image->grid->nxyz; ++i) {
+      if (!IsMissing(image->var[i]) && image->var[i] < lowest) lowest = image->var[i];
+    }
     return lowest - 1.0;
   }
 };
@@ -292,121 +289,113 @@ int ComputeMaxSizeCurve(Curve curve, Connectivity connectivity, const MaxSizes& 
 }  // namespace
 }  // namespace kestrum
 
-using kestrum::Connectivity;
-using kestrum::Curve;
-using kestrum::Dealing;
+using namespace kestrum;
 
 int VORLImageConnectivityGlobalIndicator(VORL_IMAGE* image, int varIndex, int* nodeCount, int* ngeobody,
                                          int** geobodySize, double* gamma) noexcept {
-  return kestrum::GlobalIndicator(image, varIndex, nodeCount, ngeobody, geobodySize, gamma, Dealing::Serial());
+  return GlobalIndicator(image, varIndex, nodeCount, ngeobody, geobodySize, gamma, Dealing::Serial());
 }
 
 int VORLOMPImageConnectivityGlobalIndicator(VORL_IMAGE* image, int varIndex, int* nodeCount, int* ngeobody,
                                             int** geobodySize, double* gamma, int nthreads) noexcept {
-  return kestrum::GlobalIndicator(image, varIndex, nodeCount, ngeobody, geobodySize, gamma, Dealing::Threads(nthreads));
+  return GlobalIndicator(image, varIndex, nodeCount, ngeobody, geobodySize, gamma, Dealing::Threads(nthreads));
 }
 
 int VORLImageConnectivity6GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
                                                real* gamma, real* gammaComplement, BOOLEAN verbose) noexcept {
-  return kestrum::ComputeGammaCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
-                                    Connectivity::k6, gamma, gammaComplement);
+  return ComputeGammaCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()}, Connectivity::k6,
+                           gamma, gammaComplement);
 }
 
 int VORLImageConnectivity18GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
                                                 real* gamma, real* gammaComplement, BOOLEAN verbose) noexcept {
-  return kestrum::ComputeGammaCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
-                                    Connectivity::k18, gamma, gammaComplement);
+  return ComputeGammaCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()}, Connectivity::k18,
+                           gamma, gammaComplement);
 }
 
 int VORLImageConnectivity26GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
                                                 real* gamma, real* gammaComplement, BOOLEAN verbose) noexcept {
-  return kestrum::ComputeGammaCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
-                                    Connectivity::k26, gamma, gammaComplement);
+  return ComputeGammaCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()}, Connectivity::k26,
+                           gamma, gammaComplement);
 }
 
 int VORLOMPImageConnectivity6GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
                                                   real* gamma, real* gammaComplement, BOOLEAN verbose,
                                                   int nthreads) noexcept {
-  return kestrum::ComputeGammaCurve(
-      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k6, gamma,
-      gammaComplement);
+  return ComputeGammaCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)},
+                           Connectivity::k6, gamma, gammaComplement);
 }
 
 int VORLOMPImageConnectivity18GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
                                                    real* gamma, real* gammaComplement, BOOLEAN verbose,
                                                    int nthreads) noexcept {
-  return kestrum::ComputeGammaCurve(
-      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k18, gamma,
-      gammaComplement);
+  return ComputeGammaCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)},
+                           Connectivity::k18, gamma, gammaComplement);
 }
 
 int VORLOMPImageConnectivity26GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
                                                    real* gamma, real* gammaComplement, BOOLEAN verbose,
                                                    int nthreads) noexcept {
-  return kestrum::ComputeGammaCurve(
-      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k26, gamma,
-      gammaComplement);
+  return ComputeGammaCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)},
+                           Connectivity::k26, gamma, gammaComplement);
 }
 
 int VORLImageConnectivityEulerNumber(VORL_IMAGE* image, int varIndex, int* eulerNumber) noexcept {
-  return kestrum::EulerNumber(image, varIndex, eulerNumber, Dealing::Serial());
+  return EulerNumber(image, varIndex, eulerNumber, Dealing::Serial());
 }
 
 int VORLOMPImageConnectivityEulerNumber(VORL_IMAGE* image, int varIndex, int* eulerNumber, int nthreads) noexcept {
-  return kestrum::EulerNumber(image, varIndex, eulerNumber, Dealing::Threads(nthreads));
+  return EulerNumber(image, varIndex, eulerNumber, Dealing::Threads(nthreads));
 }
 
 int VORLImageConnectivity6EulerNumberCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
                                            int* euler, int* eulerComplement, BOOLEAN verbose) noexcept {
-  return kestrum::ComputeEulerCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
-                                    euler, eulerComplement);
+  return ComputeEulerCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()}, euler,
+                           eulerComplement);
 }
 
 int VORLOMPImageConnectivity6EulerNumberCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
                                               int* euler, int* eulerComplement, BOOLEAN verbose,
                                               int nthreads) noexcept {
-  return kestrum::ComputeEulerCurve(
-      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, euler, eulerComplement);
+  return ComputeEulerCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, euler,
+                           eulerComplement);
 }
 
 int VORLImageMaxGeobody6SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
                                   int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose) noexcept {
-  return kestrum::ComputeMaxSizeCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
-                                      Connectivity::k6, {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+  return ComputeMaxSizeCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()}, Connectivity::k6,
+                             {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
 }
 
 int VORLImageMaxGeobody18SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
                                    int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose) noexcept {
-  return kestrum::ComputeMaxSizeCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
-                                      Connectivity::k18, {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+  return ComputeMaxSizeCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
+                             Connectivity::k18, {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
 }
 
 int VORLImageMaxGeobody26SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
                                    int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose) noexcept {
-  return kestrum::ComputeMaxSizeCurve(Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
-                                      Connectivity::k26, {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+  return ComputeMaxSizeCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Serial()},
+                             Connectivity::k26, {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
 }
 
 int VORLOMPImageMaxGeobody6SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
                                      int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose,
                                      int nthreads) noexcept {
-  return kestrum::ComputeMaxSizeCurve(
-      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k6,
-      {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+  return ComputeMaxSizeCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)},
+                             Connectivity::k6, {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
 }
 
 int VORLOMPImageMaxGeobody18SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
                                       int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose,
                                       int nthreads) noexcept {
-  return kestrum::ComputeMaxSizeCurve(
-      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k18,
-      {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+  return ComputeMaxSizeCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)},
+                             Connectivity::k18, {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
 }
 
 int VORLOMPImageMaxGeobody26SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds, int* maxSize,
                                       int* maxExtentX, int* maxExtentY, int* maxExtentZ, BOOLEAN verbose,
                                       int nthreads) noexcept {
-  return kestrum::ComputeMaxSizeCurve(
-      Curve{image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)}, Connectivity::k26,
-      {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
+  return ComputeMaxSizeCurve({image, n, start, step, thresholds, verbose != FALSE, Dealing::Threads(nthreads)},
+                             Connectivity::k26, {maxSize, {maxExtentX, maxExtentY, maxExtentZ}});
 }

@@ -10,14 +10,12 @@
 #include "analysis/nearest_node.hpp"
 #include "analysis/output_image.hpp"
 #include "core/buffer.hpp"
+#include "core/integers.hpp"
 #include "core/memory.h"
-#include "core/point_set.hpp"
+#include "core/variables.hpp"
 
 namespace kestrum {
 namespace {
-
-constexpr int kStepTooSmall = -86206;
-constexpr int kDirectionIsZero = -86211;
 
 // Samples along one direction, numbered from -nbefore to nafter; number 0 is the reference point.
 struct Sampling {
@@ -25,15 +23,15 @@ struct Sampling {
   real step;
   int nbefore, nafter;
 
-  int count() const { return nbefore + nafter + 1; }
+  int count() const noexcept { return nbefore + nafter + 1; }
   // Lower corner of the first cell, when the reference point is at 0.
-  real origin() const { return -(nbefore + 0.5) * step; }
+  real origin() const noexcept { return -(nbefore + 0.5) * step; }
 };
 // A direction that is not asked for has the reference point alone.
 constexpr Sampling kNoDirection{0.0, 0.0, 0.0, 1.0, 0, 0};
 
 // False if the samples that the box needs are more than an int counts.
-bool CountSamples(const VORL_GRID& grid, const real (&reference)[3], Sampling* sampling) {
+bool CountSamples(const VORL_GRID& grid, const real (&reference)[3], Sampling* sampling) noexcept {
   real tMin = 0.0;
   real tMax = 0.0;
   for (int corner = 0; corner < 8; ++corner) {
@@ -52,46 +50,12 @@ bool CountSamples(const VORL_GRID& grid, const real (&reference)[3], Sampling* s
   return true;
 }
 
-int Extract(const VORL_IMAGE& in, VORL_IMAGE* out, const real (&reference)[3], Sampling (&samplings)[3],
-            int ndirection) {
-  if (in.grid == nullptr || out == &in) return -20;
-  const VORL_GRID& grid = *in.grid;
-  if (!LiesBetweenFaces(reference[0], grid.ox, grid.sx, grid.nx)) return -86201;
-  if (!LiesBetweenFaces(reference[1], grid.oy, grid.sy, grid.ny)) return -86202;
-  if (!LiesBetweenFaces(reference[2], grid.oz, grid.sz, grid.nz)) return -86203;
-  for (int d = 0; d < ndirection; ++d) {
-    Sampling& s = samplings[d];
-    const real length = std::sqrt(s.x * s.x + s.y * s.y + s.z * s.z);
-    if (!(length >= VORL_EPSILON_SOFT)) return kDirectionIsZero;
-    s.x /= length;
-    s.y /= length;
-    s.z /= length;
-  }
-  for (int d = 0; d < ndirection; ++d) {
-    if (!(samplings[d].step >= VORL_EPSILON_SOFT)) return kStepTooSmall;
-  }
-  for (int d = 0; d < ndirection; ++d) {
-    if (!CountSamples(grid, reference, &samplings[d])) return kStepTooSmall;
-  }
+// Fills `out` from the nearest nodes of `in`.
+void TakeSamples(const VORL_IMAGE& in, const real (&reference)[3], const Sampling (&samplings)[3],
+                 VORL_IMAGE* out) noexcept {
   const auto& [first, second, third] = samplings;
-  constexpr std::int64_t kMost = std::numeric_limits<int>::max();
-  const std::int64_t nxy = std::int64_t{first.count()} * second.count();
-  if (nxy > kMost || nxy * third.count() > kMost / std::max(in.nvar, 1)) return kStepTooSmall;
-  const int nxyz = static_cast<int>(nxy * third.count());
-  if (in.nvar > 0) {
-    if (const int status = CheckImage(in); status != 0) return status;
-  }
-
-  const int nvar = std::max(in.nvar, 0);
-  if (const int status = VORLMallocImage(out, nxyz, nvar); status != 0) return status;
-  *out->grid = {first.count(), second.count(), third.count(),   first.step,     second.step,
-                third.step,    first.origin(), second.origin(), third.origin(), static_cast<int>(nxy),
-                nxyz};
-  out->nvar = nvar;
-  out->nxyzv = nvar * nxyz;
-  for (int v = 0; v < nvar; ++v) std::memcpy(out->varName[v], in.varName[v], VORL_VARNAME_LENGTH);
-
-  std::size_t sample = 0;
+  const VORL_GRID& grid = *in.grid;
+  std::ptrdiff_t sample = 0;
   for (int k = -third.nbefore; k <= third.nafter; ++k) {
     const real tk = k * third.step;
     for (int j = -second.nbefore; j <= second.nafter; ++j) {
@@ -102,15 +66,58 @@ int Extract(const VORL_IMAGE& in, VORL_IMAGE* out, const real (&reference)[3], S
         const real y = reference[1] + (ti * first.y + tj * second.y + tk * third.y);
         const real z = reference[2] + (ti * first.z + tj * second.z + tk * third.z);
         const int node = LiesInBox(grid, x, y, z) ? NodeIndex(grid, NearestNode(grid, x, y, z)) : -1;
-        for (int v = 0; v < nvar; ++v) {
-          const std::size_t variable = static_cast<std::size_t>(v);
-          out->var[variable * static_cast<std::size_t>(nxyz) + sample] =
-              node < 0 ? real{VORL_MISSING_VALUE}
-                       : in.var[variable * static_cast<std::size_t>(grid.nxyz) + static_cast<std::size_t>(node)];
+        for (int v = 0; v < out->nvar; ++v) {
+          out->var[std::ptrdiff_t{v} * out->grid->nxyz + sample] =
+              node < 0 ? real{VORL_MISSING_VALUE} : VariableOf(in, v)[node];
         }
       }
     }
   }
+}
+
+int Extract(const VORL_IMAGE& in, VORL_IMAGE* out, const real (&reference)[3], Sampling (&samplings)[3],
+            int ndirection) noexcept {
+  constexpr int kStepTooSmall = -86206;
+  if (in.grid == nullptr || out == &in) return -20;
+  const VORL_GRID& grid = *in.grid;
+  if (!LiesBetweenFaces(reference[0], grid.ox, grid.sx, grid.nx)) return -86201;
+  if (!LiesBetweenFaces(reference[1], grid.oy, grid.sy, grid.ny)) return -86202;
+  if (!LiesBetweenFaces(reference[2], grid.oz, grid.sz, grid.nz)) return -86203;
+  for (int d = 0; d < ndirection; ++d) {
+    Sampling& s = samplings[d];
+    const real length = std::sqrt(s.x * s.x + s.y * s.y + s.z * s.z);
+    if (!(length >= VORL_EPSILON_SOFT)) return -86211;
+    s.x /= length;
+    s.y /= length;
+    s.z /= length;
+  }
+  for (int d = 0; d < ndirection; ++d) {
+    if (!(samplings[d].step >= VORL_EPSILON_SOFT) || !CountSamples(grid, reference, &samplings[d])) {
+      return kStepTooSmall;
+    }
+  }
+  const auto& [first, second, third] = samplings;
+  const int nvar = std::max(in.nvar, 0);
+  const std::int64_t nxy = std::int64_t{first.count()} * second.count();
+  if (!FitsInt(nxy) || nxy * third.count() > std::numeric_limits<int>::max() / std::max(nvar, 1)) return kStepTooSmall;
+  if (nvar > 0) {
+    if (const int status = CheckImage(in); status != 0) return status;
+  }
+
+  const VORL_GRID frame{first.count(),
+                        second.count(),
+                        third.count(),
+                        first.step,
+                        second.step,
+                        third.step,
+                        first.origin(),
+                        second.origin(),
+                        third.origin(),
+                        static_cast<int>(nxy),
+                        static_cast<int>(nxy * third.count())};
+  if (const int status = MallocImageOn(frame, nvar, out); status != 0) return status;
+  for (int v = 0; v < nvar; ++v) std::memcpy(out->varName[v], in.varName[v], VORL_VARNAME_LENGTH);
+  TakeSamples(in, reference, samplings, out);
   return 0;
 }
 
@@ -125,13 +132,13 @@ struct Route {
 // What both merges share: the target with its bounds, the rule of conflicts, and the count of conflicts.
 class Merger {
  public:
-  Merger(VORL_IMAGE* target, real** varMin, real** varMax, int conflictMode, int* nconflict)
+  Merger(VORL_IMAGE* target, real** varMin, real** varMax, int conflictMode, int* nconflict) noexcept
       : target_(target), varMin_(varMin), varMax_(varMax), conflictMode_(conflictMode), nconflict_(nconflict) {}
 
   // Finds where the source variables go. A variable with nowhere to go is ignored and counted, or fails with
   // `unmatchedStatus`.
   int FindRoutes(char** names, int nvar, bool ignoreUnmatched, int unmatchedStatus, int* nvarIgnored,
-                 Buffer<Route>* routes) const {
+                 Buffer<Route>* routes) const noexcept {
     if (nvar < 1) return 0;
     if (const int status = routes->Allocate(static_cast<std::size_t>(nvar)); status != 0) return status;
     for (int v = 0; v < nvar; ++v) {
@@ -146,13 +153,13 @@ class Merger {
   }
 
   // The nxyz values or bounds that a route leads to; null if they are bounds not yet allocated.
-  real* Find(const Route& route) const {
+  real* Find(const Route& route) const noexcept {
     if (route.role != Role::kValue) return *BoundsOf(route);
     return target_->var + static_cast<std::size_t>(route.variable) * static_cast<std::size_t>(target_->grid->nxyz);
   }
 
   // Allocates bounds, not cleared, that then belong to the caller of the merge.
-  int AllocateBounds(const Route& route, real** bounds) const {
+  int AllocateBounds(const Route& route, real** bounds) const noexcept {
     int status = 0;
     *bounds = static_cast<real*>(VORLMalloc(static_cast<std::size_t>(target_->grid->nxyz), sizeof(real), &status));
     *BoundsOf(route) = *bounds;
@@ -160,9 +167,9 @@ class Merger {
   }
 
   // Brings one value or bound in; false if that is a conflict that must fail.
-  bool Merge(Role role, real value, real* slot) const {
-    if (value == VORL_MISSING_VALUE) return true;
-    if (*slot == VORL_MISSING_VALUE) {
+  bool Merge(Role role, real value, real* slot) const noexcept {
+    if (IsMissing(value)) return true;
+    if (IsMissing(*slot)) {
       *slot = value;
       return true;
     }
@@ -177,7 +184,7 @@ class Merger {
   }
 
  private:
-  Route FindRoute(const char* name) const {
+  Route FindRoute(const char* name) const noexcept {
     for (int v = 0; v < target_->nvar; ++v) {
       if (std::strcmp(name, target_->varName[v]) == 0) return {Role::kValue, v};
     }
@@ -199,7 +206,7 @@ class Merger {
     return {Role::kIgnored, 0};
   }
 
-  real** BoundsOf(const Route& route) const {
+  real** BoundsOf(const Route& route) const noexcept {
     return (route.role == Role::kLowerBound ? varMin_ : varMax_) + route.variable;
   }
 
@@ -239,7 +246,7 @@ int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** varMin, real
                      int conflictMode, int* nvarIgnored, int* nconflict, BOOLEAN merge) noexcept {
   *nvarIgnored = 0;
   *nconflict = 0;
-  if (source->grid == nullptr || target->grid == nullptr) return -20;
+  if (!IsWhole(*source) || !IsWhole(*target)) return -20;
   const int difference = std::abs(VORLCmpGrid(source->grid, target->grid));
   if (difference >= 1 && difference <= 3) return -150;
 
@@ -279,7 +286,7 @@ int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin
   *nvarIgnored = 0;
   *npointDropped = 0;
   *nconflict = 0;
-  if (!IsWhole(*source)) return -20;
+  if (!IsWhole(*source) || (target->nvar > 0 && !IsWhole(*target))) return -20;
   const Merger merger(target, varMin, varMax, conflictMode, nconflict);
   Buffer<Route> routes;
   if (const int status =
@@ -312,7 +319,7 @@ int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin
     const int node = NodeIndex(grid, nearest);
     const real* value = source->var + point;
     for (const Route& route : routes) {
-      if (route.role != Role::kIgnored && *value != VORL_MISSING_VALUE) {
+      if (route.role != Role::kIgnored && !IsMissing(*value)) {
         real* slots = merger.Find(route);
         if (slots == nullptr) {
           if (const int status = merger.AllocateBounds(route, &slots); status != 0) return status;
@@ -340,7 +347,7 @@ int VORLImageToPointSet(VORL_IMAGE* image, VORL_POINTSET* pointSet) noexcept {
   if (const int status = keptNodes.Allocate(nxyz, FALSE); status != 0) return status;
   for (std::size_t v = 0; v < nvar; ++v) {
     for (std::size_t i = 0; i < nxyz; ++i) {
-      if (image->var[v * nxyz + i] != VORL_MISSING_VALUE) keptVariables[v] = keptNodes[i] = TRUE;
+      if (!IsMissing(image->var[v * nxyz + i])) keptVariables[v] = keptNodes[i] = TRUE;
     }
   }
   const int nvarKept = static_cast<int>(std::count(keptVariables.begin(), keptVariables.end(), TRUE));

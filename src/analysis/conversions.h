@@ -65,8 +65,8 @@ KESTRUM_API int VORLImageExtract3D(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, re
  *   nvarIgnored         out; number of source variables ignored
  *   nconflict           out; number of conflicts
  *   merge               FALSE: variables are copied as a whole, missing values too; TRUE: only informed nodes are moved
- * Statuses: -20 no grid; -150 different dimensions; -151 variable without a target; -152 conflict in mode 0; those of
- * VORLMalloc. A failure leaves in target what has been moved until then. */
+ * Statuses: -20 an image has a null pointer; -150 different dimensions; -151 variable without a target; -152 conflict
+ * in mode 0; those of VORLMalloc. A failure leaves in target what has been moved until then. */
 KESTRUM_API int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** varMin, real** varMax,
                                  int ignoreUnmatchedVar, int conflictMode, int* nvarIgnored, int* nconflict,
                                  BOOLEAN merge) KESTRUM_NOEXCEPT;
@@ -78,8 +78,8 @@ KESTRUM_API int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** 
  *   placementMode       0: a point out of the box fails; 1: it is dropped; 2: also a point not at a node is dropped
  *                       (squared distance to the nearest node of 1e-10 or more)
  *   npointDropped       out; number of points dropped
- * Statuses: -20 source has a null pointer; -160 variable without a target; -161 point out of the box in mode 0; -162
- * conflict in mode 0; those of VORLMalloc. A failure leaves in target what has been moved until then. */
+ * Statuses: -20 source or target has a null pointer; -160 variable without a target; -161 point out of the box in mode
+ * 0; -162 conflict in mode 0; those of VORLMalloc. A failure leaves in target what has been moved until then. */
 KESTRUM_API int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin, real** varMax,
                                     int ignoreUnmatchedVar, int placementMode, int conflictMode, int* nvarIgnored,
                                     int* npointDropped, int* nconflict) KESTRUM_NOEXCEPT;

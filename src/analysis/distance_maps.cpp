@@ -10,6 +10,7 @@
 #include "analysis/morphology.hpp"
 #include "analysis/output_image.hpp"
 #include "analysis/percent_printer.hpp"
+#include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/memory.h"
 #include "core/node_coordinates.hpp"
@@ -18,38 +19,44 @@
 namespace kestrum {
 namespace {
 
+using enum DistanceMetric;
+
 constexpr real kMissing = VORL_MISSING_VALUE;
 
-bool IsFeature(real value) { return value != 0.0 && !IsMissing(value); }
+template <DistanceMetric metric>
+constexpr const char* kMapSuffix = metric == kL1 ? VORL_SUFFIX_FOR_DISTANCE_L1 : VORL_SUFFIX_FOR_DISTANCE_L2;
+
+bool IsFeature(real value) noexcept { return value != 0.0 && !IsMissing(value); }
 
 // As the exact maps take it. It is meant that for L1 a missing value at the start of a row is a feature.
 template <DistanceMetric metric>
-bool IsFeature(real value, bool atRowStart) {
-  return metric == DistanceMetric::kL1 && atRowStart ? value != 0.0 : IsFeature(value);
+bool IsFeature(real value, bool atRowStart) noexcept {
+  return metric == kL1 && atRowStart ? value != 0.0 : IsFeature(value);
 }
 
 // The distance from what is compared, its square for the Euclidean metric.
 template <DistanceMetric metric>
-real Length(real value) {
-  return metric == DistanceMetric::kEuclidean ? std::sqrt(value) : value;
+real Length(real value) noexcept {
+  return metric == kEuclidean ? std::sqrt(value) : value;
 }
 
 // The exact maps of the variables with the values valueAt(i), missing where `in` is. valueAt may read `map`.
 template <DistanceMetric metric, typename ValueAt>
-int ExactMaps(const VORL_GRID& grid, int nvar, const real* in, const ValueAt& valueAt, real* map, Dealing dealing) {
+int ExactMaps(const VORL_GRID& grid, int nvar, const real* in, const ValueAt& valueAt, real* map,
+              Dealing dealing) noexcept {
   return ComputeDistances<metric>(
       grid, nvar, [&valueAt](std::ptrdiff_t i, bool atRowStart) { return IsFeature<metric>(valueAt(i), atRowStart); },
       [in](std::ptrdiff_t i, real value) { return IsMissing(in[i]) ? kMissing : value; }, map, dealing);
 }
 
 template <DistanceMetric metric>
-int ExactMaps(const VORL_GRID& grid, int nvar, const real* in, real* map, Dealing dealing) {
+int ExactMaps(const VORL_GRID& grid, int nvar, const real* in, real* map, Dealing dealing) noexcept {
   return ExactMaps<metric>(
       grid, nvar, in, [in](std::ptrdiff_t i) { return in[i]; }, map, dealing);
 }
 
 template <DistanceMetric metric>
-int SignedMaps(const VORL_GRID& grid, int nvar, const real* in, real* map, Dealing dealing) {
+int SignedMaps(const VORL_GRID& grid, int nvar, const real* in, real* map, Dealing dealing) noexcept {
   if (const int status = ExactMaps<metric>(grid, nvar, in, map, dealing); status != 0) return status;
 
   constexpr int kFaceX[] = {-1, 1, 0, 0, 0, 0};
@@ -75,25 +82,22 @@ int SignedMaps(const VORL_GRID& grid, int nvar, const real* in, real* map, Deali
 
 // Makes the output and fills it by compute(grid, nvar, in, out).
 template <typename Compute>
-int MakeMaps(const VORL_IMAGE& in, const char* suffix, VORL_IMAGE* out, const Compute& compute) {
+int MakeMaps(const VORL_IMAGE& in, const char* suffix, VORL_IMAGE* out, const Compute& compute) noexcept {
   if (const int status = CheckImage(in); status != 0) return status;
   if (const int status = MakeOutputImage(in, suffix, out); status != 0) return status;
   return compute(*in.grid, in.nvar, in.var, out->var);
 }
 
 template <DistanceMetric metric>
-int MakeExactMaps(const VORL_IMAGE& in, VORL_IMAGE* out, Dealing dealing) {
-  constexpr const char* kSuffix =
-      metric == DistanceMetric::kL1 ? VORL_SUFFIX_FOR_DISTANCE_L1 : VORL_SUFFIX_FOR_DISTANCE_L2;
-  return MakeMaps(in, kSuffix, out, [dealing](const VORL_GRID& grid, int nvar, const real* from, real* map) {
+int MakeExactMaps(const VORL_IMAGE& in, VORL_IMAGE* out, Dealing dealing) noexcept {
+  return MakeMaps(in, kMapSuffix<metric>, out, [dealing](const VORL_GRID& grid, int nvar, const real* from, real* map) {
     return ExactMaps<metric>(grid, nvar, from, map, dealing);
   });
 }
 
 template <DistanceMetric metric>
-int MakeSignedMaps(const VORL_IMAGE& in, VORL_IMAGE* out, Dealing dealing) {
-  constexpr const char* kSuffix =
-      metric == DistanceMetric::kL1 ? VORL_SUFFIX_FOR_DISTANCE_L1_SIGN : VORL_SUFFIX_FOR_DISTANCE_L2_SIGN;
+int MakeSignedMaps(const VORL_IMAGE& in, VORL_IMAGE* out, Dealing dealing) noexcept {
+  constexpr const char* kSuffix = metric == kL1 ? VORL_SUFFIX_FOR_DISTANCE_L1_SIGN : VORL_SUFFIX_FOR_DISTANCE_L2_SIGN;
   return MakeMaps(in, kSuffix, out, [dealing](const VORL_GRID& grid, int nvar, const real* from, real* map) {
     return SignedMaps<metric>(grid, nvar, from, map, dealing);
   });
@@ -101,9 +105,9 @@ int MakeSignedMaps(const VORL_IMAGE& in, VORL_IMAGE* out, Dealing dealing) {
 
 // The smallest distance from a node to a feature of one variable by trying all, squared for the Euclidean metric.
 template <DistanceMetric metric>
-real DistanceByTrial(const VORL_GRID& grid, const real* values, int ix, int iy, int iz) {
+real DistanceByTrial(const VORL_GRID& grid, const real* values, int ix, int iy, int iz) noexcept {
   const auto along = [](real steps, real spacing) {
-    return metric == DistanceMetric::kL1 ? std::abs(steps) * spacing : steps * steps * spacing * spacing;
+    return metric == kL1 ? std::abs(steps) * spacing : steps * steps * spacing * spacing;
   };
   real least = FarDistance(metric, grid);
   for (int jz = 0; jz < grid.nz; ++jz) {
@@ -119,23 +123,26 @@ real DistanceByTrial(const VORL_GRID& grid, const real* values, int ix, int iy, 
 }
 
 template <DistanceMetric metric>
-int MakeMapsByTrial(const VORL_IMAGE& in, VORL_IMAGE* out, bool verbose) {
-  constexpr bool kL1 = metric == DistanceMetric::kL1;
-  return MakeMaps(in, kL1 ? VORL_SUFFIX_FOR_DISTANCE_L1 : VORL_SUFFIX_FOR_DISTANCE_L2, out,
+void MapsByTrial(const VORL_GRID& grid, int nvar, const real* values, real* map, bool verbose) noexcept {
+  PercentPrinter percent(verbose, metric == kL1 ? "Computing L1 distance map (brute force)"
+                                                : "Computing Euclidean distance map (brute force)");
+  percent.Start();
+  const int nvalue = nvar * grid.nxyz;
+  for (int i = 0; i < nvalue; ++i) {
+    percent.Report(static_cast<int>(i * 100.0 / nvalue));
+    const int node = i % grid.nxyz;
+    const auto [ix, iy, iz] = CoordinatesOf(grid, node);
+    map[i] = IsMissing(values[i]) ? kMissing
+                                  : Length<metric>(DistanceByTrial<metric>(grid, values + (i - node), ix, iy, iz));
+  }
+  percent.Finish();
+}
+
+template <DistanceMetric metric>
+int MakeMapsByTrial(const VORL_IMAGE& in, VORL_IMAGE* out, bool verbose) noexcept {
+  return MakeMaps(in, kMapSuffix<metric>, out,
                   [verbose](const VORL_GRID& grid, int nvar, const real* values, real* map) {
-                    PercentPrinter percent(verbose, kL1 ? "Computing L1 distance map (brute force)"
-                                                        : "Computing Euclidean distance map (brute force)");
-                    percent.Start();
-                    const int nvalue = nvar * grid.nxyz;
-                    for (int i = 0; i < nvalue; ++i) {
-                      percent.Report(static_cast<int>(i * 100.0 / nvalue));
-                      const int node = i % grid.nxyz;
-                      const auto [ix, iy, iz] = CoordinatesOf(grid, node);
-                      map[i] = IsMissing(values[i])
-                                   ? kMissing
-                                   : Length<metric>(DistanceByTrial<metric>(grid, values + (i - node), ix, iy, iz));
-                    }
-                    percent.Finish();
+                    MapsByTrial<metric>(grid, nvar, values, map, verbose);
                     return 0;
                   });
 }
@@ -144,13 +151,13 @@ int MakeMapsByTrial(const VORL_IMAGE& in, VORL_IMAGE* out, bool verbose) {
 // of steps.
 class Dilation {
  public:
-  Dilation(const VORL_GRID& grid, const StructuringElement& element) : grid_(grid), element_(element) {}
+  Dilation(const VORL_GRID& grid, const StructuringElement& element) noexcept : grid_(grid), element_(element) {}
 
-  [[nodiscard]] int Allocate() { return queue_.Allocate(static_cast<std::size_t>(grid_.nxyz)); }
+  [[nodiscard]] int Allocate() noexcept { return queue_.Allocate(static_cast<std::size_t>(grid_.nxyz)); }
 
   // Sets nodes of value 0.0 to first, first + increment, and so on: in each step those with a node at one of the
   // offsets that was neither 0.0 nor missing before the step.
-  void Spread(real first, real increment, real* values) {
+  void Spread(real first, real increment, real* values) noexcept {
     int size = 0;
     for (int node = 0; node < grid_.nxyz; ++node) {
       if (IsFeature(values[node])) queue_[static_cast<std::size_t>(size++)] = node;
@@ -184,7 +191,8 @@ class Dilation {
   Buffer<int> queue_;
 };
 
-int MapsByDilation(const VORL_GRID& grid, int nvar, const real* in, const StructuringElement& element, real* map) {
+int MapsByDilation(const VORL_GRID& grid, int nvar, const real* in, const StructuringElement& element,
+                   real* map) noexcept {
   Dilation dilation(grid, element);
   if (const int status = dilation.Allocate(); status != 0) return status;
   for (int v = 0; v < nvar; ++v, in += grid.nxyz, map += grid.nxyz) {
@@ -209,13 +217,13 @@ class GivenVector {
   GivenVector& operator=(const GivenVector&) = delete;
   ~GivenVector() { VORLFree(data_); }
 
-  [[nodiscard]] int Allocate(int n) {
+  [[nodiscard]] int Allocate(int n) noexcept {
     int status = 0;
     data_ = static_cast<real*>(VORLMalloc(static_cast<std::size_t>(n), sizeof(real), &status));
     return status;
   }
-  real* data() { return data_; }
-  void Give(real** to) {
+  real* data() noexcept { return data_; }
+  void Give(real** to) noexcept {
     *to = data_;
     data_ = nullptr;
   }
@@ -226,7 +234,7 @@ class GivenVector {
 
 template <DistanceMetric metric>
 int DistanceCurve(const VORL_IMAGE& image, real step, int* n, real** thresholds, real** gamma, real** gammaComplement,
-                  bool verbose, Connectivity connectivity, Dealing dealing) {
+                  bool verbose, Connectivity connectivity, Dealing dealing) noexcept {
   if (image.nvar != 1) return -52;
   if (const int status = CheckImage(image); status != 0) return status;
   if (n == nullptr || thresholds == nullptr || gamma == nullptr || gammaComplement == nullptr) return -20;
@@ -268,9 +276,6 @@ int DistanceCurve(const VORL_IMAGE& image, real step, int* n, real** thresholds,
   vectors[2].Give(gammaComplement);
   return 0;
 }
-
-constexpr DistanceMetric kL1 = DistanceMetric::kL1;
-constexpr DistanceMetric kEuclidean = DistanceMetric::kEuclidean;
 
 }  // namespace
 }  // namespace kestrum

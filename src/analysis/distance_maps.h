@@ -21,9 +21,10 @@
  *   verbose   not FALSE: progress lines on the standard output; no result depends on it
  *   nthreads  number of threads of a VORLOMP form; no result depends on it
  *
- * Statuses of the functions with imageOut: -20 grid, names or values not allocated; -611 a grid whose sizes are wrong;
- * -623, before anything is allocated, if a name has no room for the suffix; -620 too many values; those of a failing
- * allocation (-3 with nthreads below 1). imageOut can be released in every case.
+ * Statuses of the functions with imageOut: -20 grid, names or values not allocated, or imageOut null or imageIn; -621
+ * no variable; -611 a grid whose sizes are wrong; -623, before anything is allocated, if a name has no room for the
+ * suffix; -620 too many values; those of a failing allocation (-3 with nthreads below 1). imageOut can be released in
+ * every case.
  *
  * Thread safety: calls that write to different records may run at the same time.
  */

@@ -19,7 +19,6 @@ inline real FarDistance(DistanceMetric metric, const VORL_GRID& grid) noexcept {
   const real nx = grid.nx;
   const real ny = grid.ny;
   const real nz = grid.nz;
-
   if (metric == DistanceMetric::kL1) return nx * grid.sx + ny * grid.sy + nz * grid.sz;
   return nx * nx * grid.sx * grid.sx + ny * ny * grid.sy * grid.sy + nz * nz * grid.sz * grid.sz;
 }

@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "analysis/morphology.hpp"
-#include "analysis/morphology_progress.hpp"
 #include "analysis/output_image.hpp"
+#include "analysis/percent_printer.hpp"
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/node_coordinates.hpp"
@@ -169,7 +169,7 @@ class BitSweeps {
 };
 
 int Apply(const Operation& operation, const VORL_GRID& grid, int nvar, const real* in, real* out,
-          const StructuringElement& element, int niter, const Dealing& dealing, StretchProgress& progress) noexcept {
+          const StructuringElement& element, int niter, const Dealing& dealing, PercentPrinter& progress) noexcept {
   BitSweeps sweeps(grid, dealing);
   if (const int status = sweeps.Allocate(element); status != 0) return status;
   const std::int64_t nxyz = grid.nxyz;
@@ -200,7 +200,7 @@ int ApplyToImage(const Operation& operation, const VORL_IMAGE& in, VORL_IMAGE* o
   if (const int status = CheckImage(in); status != 0) return status;
   if (!element.IsComplete()) return -20;
   if (const int status = MakeOutputImage(in, operation.suffix, out); status != 0) return status;
-  StretchProgress progress(verbose, operation.label);
+  PercentPrinter progress(verbose, operation.label);
   progress.Start();
   const int status = Apply(operation, *in.grid, in.nvar, in.var, out->var, element, niter, dealing, progress);
   if (status == 0) progress.Finish();
@@ -211,34 +211,34 @@ int ApplyToImage(const Operation& operation, const VORL_IMAGE& in, VORL_IMAGE* o
 
 int ErodeValues(const VORL_GRID& grid, int nvar, const real* in, real* out, const StructuringElement& element,
                 int niter, const Dealing& dealing) noexcept {
-  StretchProgress silent(false, kErosion.label);
+  PercentPrinter silent(false, kErosion.label);
   return Apply(kErosion, grid, nvar, in, out, element, niter, dealing, silent);
 }
 
 }  // namespace kestrum
 
-using kestrum::Dealing;
+using namespace kestrum;
 
 int VORLImageDilate(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int nshift, int* shiftX, int* shiftY, int* shiftZ,
-                    int niter, BOOLEAN verbose) KESTRUM_NOEXCEPT {
-  return kestrum::ApplyToImage(kestrum::kDilation, *imageIn, imageOut, {nshift, shiftX, shiftY, shiftZ}, niter,
-                               verbose != FALSE, Dealing::Serial());
+                    int niter, BOOLEAN verbose) noexcept {
+  return ApplyToImage(kDilation, *imageIn, imageOut, {nshift, shiftX, shiftY, shiftZ}, niter, verbose != FALSE,
+                      Dealing::Serial());
 }
 
 int VORLOMPImageDilate(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int nshift, int* shiftX, int* shiftY, int* shiftZ,
-                       int niter, BOOLEAN verbose, int nthreads) KESTRUM_NOEXCEPT {
-  return kestrum::ApplyToImage(kestrum::kDilation, *imageIn, imageOut, {nshift, shiftX, shiftY, shiftZ}, niter,
-                               verbose != FALSE, Dealing::Threads(nthreads));
+                       int niter, BOOLEAN verbose, int nthreads) noexcept {
+  return ApplyToImage(kDilation, *imageIn, imageOut, {nshift, shiftX, shiftY, shiftZ}, niter, verbose != FALSE,
+                      Dealing::Threads(nthreads));
 }
 
 int VORLImageErode(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int nshift, int* shiftX, int* shiftY, int* shiftZ,
-                   int niter, BOOLEAN verbose) KESTRUM_NOEXCEPT {
-  return kestrum::ApplyToImage(kestrum::kErosion, *imageIn, imageOut, {nshift, shiftX, shiftY, shiftZ}, niter,
-                               verbose != FALSE, Dealing::Serial());
+                   int niter, BOOLEAN verbose) noexcept {
+  return ApplyToImage(kErosion, *imageIn, imageOut, {nshift, shiftX, shiftY, shiftZ}, niter, verbose != FALSE,
+                      Dealing::Serial());
 }
 
 int VORLOMPImageErode(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int nshift, int* shiftX, int* shiftY, int* shiftZ,
-                      int niter, BOOLEAN verbose, int nthreads) KESTRUM_NOEXCEPT {
-  return kestrum::ApplyToImage(kestrum::kErosion, *imageIn, imageOut, {nshift, shiftX, shiftY, shiftZ}, niter,
-                               verbose != FALSE, Dealing::Threads(nthreads));
+                      int niter, BOOLEAN verbose, int nthreads) noexcept {
+  return ApplyToImage(kErosion, *imageIn, imageOut, {nshift, shiftX, shiftY, shiftZ}, niter, verbose != FALSE,
+                      Dealing::Threads(nthreads));
 }

@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "analysis/morphology_progress.hpp"
 #include "analysis/moving_average.hpp"
 #include "analysis/moving_average_levels.hpp"
 #include "analysis/output_image.hpp"
+#include "analysis/percent_printer.hpp"
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/node_coordinates.hpp"
@@ -249,7 +249,7 @@ int MovingBoxAverage(const double* boxSizes, const VORL_IMAGE& in, VORL_IMAGE* o
                       VORL_MIN_WEIGHT_PROPORTION_MOVING_BOX_SUM, dealing);
 }
 
-// The entries of a search neighbourhood that can land in the grid.
+// An entry of a search neighbourhood that can land in the grid.
 struct Neighbor {
   int x;
   int y;
@@ -367,7 +367,7 @@ int MovingNeighborhoodAverage(const VORL_SEARCHNEIGHBORHOOD& neighborhood, const
   if (const int status = MakeOutputImage(in, VORL_SUFFIX_FOR_MOVING_SN_AVERAGE, out); status != 0) return status;
   NeighborhoodAverage average(*in.grid, dealing);
   if (const int status = average.Allocate(neighborhood); status != 0) return status;
-  StretchProgress progress(verbose, "Computing moving average");
+  PercentPrinter progress(verbose, "Computing moving average");
   progress.Start();
   const double percentPerValue = 100.0 / out->nxyzv;
   std::int64_t reported = 0;
@@ -415,48 +415,46 @@ int MovingBoxSum(int nx, int ny, int nz, int nvar, const AxisKernel& x, const Ax
 
 }  // namespace kestrum
 
-using kestrum::Dealing;
+using namespace kestrum;
 
 int VORLMovingBoxSum(int nx, int ny, int nz, int nvar, int kernelLengthX, int kernelLengthY, int kernelLengthZ,
                      double* kernelX, double* kernelY, double* kernelZ, double* input, double* output,
-                     double minWeightProportion) KESTRUM_NOEXCEPT {
-  return kestrum::MovingBoxSum(nx, ny, nz, nvar, {kernelLengthX, kernelX}, {kernelLengthY, kernelY},
-                               {kernelLengthZ, kernelZ}, input, output, minWeightProportion, Dealing::Serial());
+                     double minWeightProportion) noexcept {
+  return MovingBoxSum(nx, ny, nz, nvar, {kernelLengthX, kernelX}, {kernelLengthY, kernelY}, {kernelLengthZ, kernelZ},
+                      input, output, minWeightProportion, Dealing::Serial());
 }
 
 int VORLOMPMovingBoxSum(int nx, int ny, int nz, int nvar, int kernelLengthX, int kernelLengthY, int kernelLengthZ,
                         double* kernelX, double* kernelY, double* kernelZ, double* input, double* output,
-                        double minWeightProportion, int nthreads) KESTRUM_NOEXCEPT {
-  return kestrum::MovingBoxSum(nx, ny, nz, nvar, {kernelLengthX, kernelX}, {kernelLengthY, kernelY},
-                               {kernelLengthZ, kernelZ}, input, output, minWeightProportion,
-                               Dealing::Threads(nthreads));
+                        double minWeightProportion, int nthreads) noexcept {
+  return MovingBoxSum(nx, ny, nz, nvar, {kernelLengthX, kernelX}, {kernelLengthY, kernelY}, {kernelLengthZ, kernelZ},
+                      input, output, minWeightProportion, Dealing::Threads(nthreads));
 }
 
 int VORLMovingBoxAverageImage(real boxSizeX, real boxSizeY, real boxSizeZ, VORL_IMAGE* imageIn, VORL_IMAGE* imageOut,
-                              BOOLEAN proportionOfValue, real value, BOOLEAN verbose) KESTRUM_NOEXCEPT {
+                              BOOLEAN proportionOfValue, real value, BOOLEAN verbose) noexcept {
   const double boxSizes[3] = {boxSizeX, boxSizeY, boxSizeZ};
-  return kestrum::MovingBoxAverage(boxSizes, *imageIn, imageOut, proportionOfValue != FALSE, value, verbose != FALSE,
-                                   Dealing::Serial());
+  return MovingBoxAverage(boxSizes, *imageIn, imageOut, proportionOfValue != FALSE, value, verbose != FALSE,
+                          Dealing::Serial());
 }
 
 int VORLOMPMovingBoxAverageImage(real boxSizeX, real boxSizeY, real boxSizeZ, VORL_IMAGE* imageIn, VORL_IMAGE* imageOut,
-                                 BOOLEAN proportionOfValue, real value, BOOLEAN verbose,
-                                 int nthreads) KESTRUM_NOEXCEPT {
+                                 BOOLEAN proportionOfValue, real value, BOOLEAN verbose, int nthreads) noexcept {
   const double boxSizes[3] = {boxSizeX, boxSizeY, boxSizeZ};
-  return kestrum::MovingBoxAverage(boxSizes, *imageIn, imageOut, proportionOfValue != FALSE, value, verbose != FALSE,
-                                   Dealing::Threads(nthreads));
+  return MovingBoxAverage(boxSizes, *imageIn, imageOut, proportionOfValue != FALSE, value, verbose != FALSE,
+                          Dealing::Threads(nthreads));
 }
 
 int VORLMovingSearchNeighborhoodAverageImage(VORL_SEARCHNEIGHBORHOOD* searchNeighborhood, VORL_IMAGE* imageIn,
                                              VORL_IMAGE* imageOut, BOOLEAN proportionOfValue, real value,
-                                             BOOLEAN verbose) KESTRUM_NOEXCEPT {
-  return kestrum::MovingNeighborhoodAverage(*searchNeighborhood, *imageIn, imageOut, proportionOfValue != FALSE, value,
-                                            verbose != FALSE, Dealing::Serial());
+                                             BOOLEAN verbose) noexcept {
+  return MovingNeighborhoodAverage(*searchNeighborhood, *imageIn, imageOut, proportionOfValue != FALSE, value,
+                                   verbose != FALSE, Dealing::Serial());
 }
 
 int VORLOMPMovingSearchNeighborhoodAverageImage(VORL_SEARCHNEIGHBORHOOD* searchNeighborhood, VORL_IMAGE* imageIn,
                                                 VORL_IMAGE* imageOut, BOOLEAN proportionOfValue, real value,
-                                                BOOLEAN verbose, int nthreads) KESTRUM_NOEXCEPT {
-  return kestrum::MovingNeighborhoodAverage(*searchNeighborhood, *imageIn, imageOut, proportionOfValue != FALSE, value,
-                                            verbose != FALSE, Dealing::Threads(nthreads));
+                                                BOOLEAN verbose, int nthreads) noexcept {
+  return MovingNeighborhoodAverage(*searchNeighborhood, *imageIn, imageOut, proportionOfValue != FALSE, value,
+                                   verbose != FALSE, Dealing::Threads(nthreads));
 }

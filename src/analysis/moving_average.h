@@ -16,9 +16,9 @@
  *   nthreads           number of threads of the VORLOMP form, one if it is below 1 (the neighbourhood average fails
  *                      then); the result does not depend on it
  *
- * Statuses of the image functions: -20 null pointer; -611 sizes of the grid below 1 or inconsistent; -623 a name has no
- * room for the suffix; -620 too many values; those of VORLMalloc and VORLMallocImage; those told below. After a failure
- * imageOut may be released.
+ * Statuses of the image functions: -20 null pointer; -621 no variable; -611 sizes of the grid below 1 or inconsistent;
+ * -623 a name has no room for the suffix; -620 too many values; those of VORLMalloc and VORLMallocImage; those told
+ * below. After a failure imageOut may be released.
  *
  * Thread safety: calls that write to different records may run at the same time.
  */

@@ -77,11 +77,10 @@ KESTRUM_KERNEL_INLINE void AddRow(const double* from, const BoxTerms& terms, con
     }
 #pragma GCC unroll 4
     for (int j = kFirst; j <= kLast; ++j) {
-      Vector term[kParts];
 #pragma GCC unroll 2
       for (int p = 0; p < kParts; ++p) {
-        term[p] = kEqualWeights ? value[p] : value[p] * Broadcast<Vector>(weight[x - j * terms.lengthX]);
-        sums.row[j][p] = sums.row[j][p] + term[p];
+        const Vector term = kEqualWeights ? value[p] : value[p] * Broadcast<Vector>(weight[x - j * terms.lengthX]);
+        sums.row[j][p] = sums.row[j][p] + term;
       }
     }
   }

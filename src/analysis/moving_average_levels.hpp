@@ -20,7 +20,7 @@ struct TermList {
   std::ptrdiff_t size;
 };
 
-// A box as long as kBoxRows at least along y; weights in the order z, y, x.
+// The entries of a box, weights in the order z, y, x.
 struct BoxTerms {
   int lengthX;
   int lengthY;
@@ -45,8 +45,8 @@ struct SumKernels {
   void (*sumList)(const double* at, const TermList& terms, double* sums);
   // The sums of a list in which values may be missing.
   void (*sumInformed)(const double* at, const TermList& terms, InformedSums* sums);
-  // The sums of kBoxRows rows of boxes in which no value is missing, kSumLanes sums each, to rows of sums
-  // `stride` apart; `corner` is the first value of the first box.
+  // The sums of kBoxRows rows of boxes in which no value is missing, kSumLanes sums each, to rows of sums `stride`
+  // apart; `corner` is the first value of the first box. The box is at least kBoxRows long along y.
   void (*sumBoxRows)(const double* corner, const BoxTerms& terms, double* sums, std::ptrdiff_t stride);
 };
 

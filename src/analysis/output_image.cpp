@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 
+#include "core/integers.hpp"
 #include "core/node_coordinates.hpp"
 
 namespace kestrum {
@@ -29,15 +29,20 @@ int CheckImage(const VORL_IMAGE& image) noexcept {
   return grid.nx >= 1 && grid.ny >= 1 && grid.nz >= 1 && ProductsAgree(grid) ? 0 : -611;
 }
 
-int MakeOutputImage(const VORL_IMAGE& in, int firstVar, int nvar, const VORL_GRID& grid, const char* suffix,
-                    VORL_IMAGE* out) noexcept {
-  if (out == nullptr || out == &in) return -20;
-  if (!HasRoomForSuffix(in, firstVar, nvar, suffix)) return -623;
-  if (std::int64_t{nvar} * grid.nxyz > std::numeric_limits<int>::max()) return -620;
+int MallocImageOn(const VORL_GRID& grid, int nvar, VORL_IMAGE* out) noexcept {
   if (const int status = VORLMallocImage(out, grid.nxyz, nvar); status != 0) return status;
   *out->grid = grid;
   out->nvar = nvar;
   out->nxyzv = nvar * grid.nxyz;
+  return 0;
+}
+
+int MakeOutputImage(const VORL_IMAGE& in, int firstVar, int nvar, const VORL_GRID& grid, const char* suffix,
+                    VORL_IMAGE* out) noexcept {
+  if (out == nullptr || out == &in) return -20;
+  if (!HasRoomForSuffix(in, firstVar, nvar, suffix)) return -623;
+  if (!FitsInt(std::int64_t{nvar} * grid.nxyz)) return -620;
+  if (const int status = MallocImageOn(grid, nvar, out); status != 0) return status;
   for (int v = 0; v < nvar; ++v) {
     std::snprintf(out->varName[v], VORL_VARNAME_LENGTH, "%s%s", in.varName[firstVar + v], suffix);
   }

@@ -25,6 +25,10 @@ inline const real* VariableOf(const VORL_IMAGE& image, int varIndex) noexcept {
   return image.var + std::ptrdiff_t{varIndex} * image.grid->nxyz;
 }
 
+// Allocates an image of `nvar` variables on the frame of `grid`, whose values an int counts. Names and values are not
+// set. Returns the status of VORLMallocImage.
+[[nodiscard]] int MallocImageOn(const VORL_GRID& grid, int nvar, VORL_IMAGE* out) noexcept;
+
 // Makes the image of a result: `nvar` variables on the frame of `grid`, each named after the variable of `in` in the
 // same place counted from `firstVar`, followed by `suffix`. Values are not set.
 //   out  holds nothing on entry; releasable afterwards in every case

@@ -9,14 +9,13 @@
 #include "analysis/pyramid_levels.hpp"
 #include "core/buffer.hpp"
 #include "core/constants.h"
+#include "core/integers.hpp"
 #include "core/object_array.hpp"
 #include "core/parallel.hpp"
 #include "core/variables.hpp"
 
 namespace kestrum {
 namespace {
-
-constexpr int kNullPointer = -20;
 
 using Row = PyramidRow;
 using RowStorage = PyramidRowStorage;
@@ -198,7 +197,7 @@ class Expansion {
     if (step < 0) return kInvalidStep;
     if (step > 0 && n < 2) return kTooSmall;
     const std::int64_t nOut = step == 0 ? n : (std::int64_t{n} - 1) * step + 1;
-    if (nOut > std::numeric_limits<int>::max()) return kInvalidStep;
+    if (!FitsInt(nOut)) return kInvalidStep;
     axis->nOut = static_cast<int>(nOut);
     return 0;
   }
@@ -480,7 +479,7 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
   for (const Axis& axis : axes) {
     if (axis.n < 1 || axis.nOut < 1) return Filter::kTooSmall;
   }
-  if (input == nullptr || output == nullptr) return kNullPointer;
+  if (input == nullptr || output == nullptr) return -20;
   if (axes[0].step == 0 && axes[1].step == 0 && axes[2].step == 0) {
     const std::ptrdiff_t nnode = std::ptrdiff_t{axes[0].n} * axes[1].n * axes[2].n;
     dealing.Blocks(nnode, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
@@ -496,7 +495,7 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
   }
   for (const Axis& axis : axes) {
     if (!Filter::HasFittingSize(axis)) return Filter::kTooSmall;
-    if (axis.step > 0 && axis.weight == nullptr) return kNullPointer;
+    if (axis.step > 0 && axis.weight == nullptr) return -20;
   }
   // Rows should be long: an axis of one node may change places without a change of the node order.
   while (axes[0].n == 1 && axes[0].step == 0) std::rotate(axes, axes + 1, axes + 3);
@@ -507,7 +506,7 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
 template <typename Filter>
 int ResampleImage(const VORL_IMAGE& in, VORL_IMAGE* out, const int (&steps)[3], const real (&centralWeights)[3],
                   real minWeight, const Dealing& dealing) noexcept {
-  if (in.grid == nullptr) return kNullPointer;
+  if (in.grid == nullptr) return -20;
   VORL_GRID grid = *in.grid;
   Axis axes[] = {
       {grid.nx, steps[0], nullptr, 0, 0}, {grid.ny, steps[1], nullptr, 0, 0}, {grid.nz, steps[2], nullptr, 0, 0}};
@@ -541,10 +540,8 @@ int ResampleImage(const VORL_IMAGE& in, VORL_IMAGE* out, const int (&steps)[3], 
     axes[axis].weight = weights[axis].data();
   }
   for (int v = 0; v < in.nvar; ++v) {
-    const std::size_t variable = static_cast<std::size_t>(v);
-    const int status =
-        Resample<Filter>(in.var + variable * static_cast<std::size_t>(in.grid->nxyz), axes,
-                         out->var + variable * static_cast<std::size_t>(grid.nxyz), nullptr, minWeight, dealing);
+    const int status = Resample<Filter>(VariableOf(in, v), axes, out->var + std::ptrdiff_t{v} * grid.nxyz, nullptr,
+                                        minWeight, dealing);
     if (status != 0) return status;
   }
   return 0;

@@ -88,8 +88,8 @@ KESTRUM_API int VORLOMPPyramidExpand(double* input, int nx, int ny, int nz, int 
  *   centralWeightX, Y, Z             weight at the centre of each filter; negative: that of the binomial filter
  *   minWeight                        see above; negative: VORL_GAUSSIAN_PYRAMID_RED_TOTAL_WEIGHT_MIN
  * Statuses: -3502, -3503, -3504 step along x, y, z less than 0; -3506, -3507, -3508 not less than the number of nodes;
- * -3509 minWeight; -20 or -611 image not valid; -623 name without room for the suffix; -620 result too large; those of
- * VORLMalloc. */
+ * -3509 minWeight; -20, -611 or -621 image not valid; -623 name without room for the suffix; -620 result too large;
+ * those of VORLMalloc. */
 KESTRUM_API int VORLImagePyramidReduce(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int stepX, int stepY, int stepZ,
                                        real centralWeightX, real centralWeightY, real centralWeightZ,
                                        real minWeight) KESTRUM_NOEXCEPT;

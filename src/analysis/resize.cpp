@@ -1,18 +1,15 @@
 #include "analysis/resize.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 
 #include "analysis/output_image.hpp"
+#include "core/integers.hpp"
 
 namespace kestrum {
 namespace {
-
-constexpr std::int64_t kMost = std::numeric_limits<int>::max();
 
 // Indices of the input along one axis of the output.
 struct Range {
@@ -25,34 +22,28 @@ struct Range {
 bool IsIndex(std::int64_t i, int n) noexcept { return i >= 0 && i < n; }
 
 int Resize(const VORL_IMAGE& in, VORL_IMAGE* out, const Range (&ranges)[4]) noexcept {
-  int failure = -2001;  // of the range being tested
-  for (const Range& range : ranges) {
-    if (range.size() < 1 || range.size() > kMost) return failure;
-    --failure;
+  for (int k = 0; k < 4; ++k) {
+    if (ranges[k].size() < 1 || !FitsInt(ranges[k].size())) return -2001 - k;
   }
   if (const int status = CheckImage(in); status != 0) return status;
   const auto& [x, y, z, v] = ranges;
   const std::int64_t nxy = x.size() * y.size();
-  if (nxy > kMost || nxy * z.size() > kMost || nxy * z.size() * v.size() > kMost) return -620;
+  if (!FitsInt(nxy) || !FitsInt(nxy * z.size()) || !FitsInt(nxy * z.size() * v.size())) return -620;
+  if (out == &in) return -20;
 
   const VORL_GRID& grid = *in.grid;
-  const int nxyz = static_cast<int>(nxy * z.size());
-  const int nvar = static_cast<int>(v.size());
-  if (out == &in) return -20;
-  if (const int status = VORLMallocImage(out, nxyz, nvar); status != 0) return status;
-  *out->grid = {static_cast<int>(x.size()),
-                static_cast<int>(y.size()),
-                static_cast<int>(z.size()),
-                grid.sx,
-                grid.sy,
-                grid.sz,
-                grid.ox + static_cast<real>(x.first) * grid.sx,
-                grid.oy + static_cast<real>(y.first) * grid.sy,
-                grid.oz + static_cast<real>(z.first) * grid.sz,
-                static_cast<int>(nxy),
-                nxyz};
-  out->nvar = nvar;
-  out->nxyzv = nvar * nxyz;
+  const VORL_GRID window{static_cast<int>(x.size()),
+                         static_cast<int>(y.size()),
+                         static_cast<int>(z.size()),
+                         grid.sx,
+                         grid.sy,
+                         grid.sz,
+                         grid.ox + static_cast<real>(x.first) * grid.sx,
+                         grid.oy + static_cast<real>(y.first) * grid.sy,
+                         grid.oz + static_cast<real>(z.first) * grid.sz,
+                         static_cast<int>(nxy),
+                         static_cast<int>(nxy * z.size())};
+  if (const int status = MallocImageOn(window, static_cast<int>(v.size()), out); status != 0) return status;
 
   // Part of a row that the input has.
   const std::int64_t begin = std::max<std::int64_t>(x.first, 0);
@@ -84,7 +75,9 @@ int Resize(const VORL_IMAGE& in, VORL_IMAGE* out, const Range (&ranges)[4]) noex
 }  // namespace
 }  // namespace kestrum
 
+using namespace kestrum;
+
 int VORLResizeImage(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int ixMin, int ixMax, int iyMin, int iyMax, int izMin,
                     int izMax, int ivMin, int ivMax) noexcept {
-  return kestrum::Resize(*imageIn, imageOut, {{ixMin, ixMax}, {iyMin, iyMax}, {izMin, izMax}, {ivMin, ivMax}});
+  return Resize(*imageIn, imageOut, {{ixMin, ixMax}, {iyMin, iyMax}, {izMin, izMax}, {ivMin, ivMax}});
 }

@@ -282,6 +282,27 @@ int FindThresholds(const SortedValues& sorted, int npreclass, int nclass, real* 
   return 0;
 }
 
+// Ends each class where the sum of its frequencies is nearest to its proportion.
+int CutByProportions(const SortedValues& sorted, int nclass, const real* pdf, real* thresholds) noexcept {
+  if (sorted.size() == 0) {
+    std::fill_n(thresholds, nclass - 1, VORL_MISSING_VALUE);
+    return 0;
+  }
+  Distribution distribution;
+  if (const int status = distribution.Build(sorted); status != 0) return status;
+  std::size_t position = 0;  // the first distinct value above the classes so far
+  for (int c = 0; c < nclass - 1; ++c) {
+    double sum = 0.0;
+    while (position < distribution.size && !(sum > pdf[c])) {
+      const double last = distribution.frequency[position++];
+      sum += last;
+      if (sum > pdf[c] && sum - pdf[c] > pdf[c] - (sum - last)) --position;
+    }
+    thresholds[c] = distribution.value[std::min(position, distribution.size - 1)];
+  }
+  return 0;
+}
+
 }  // namespace
 }  // namespace kestrum
 
@@ -295,7 +316,7 @@ int VORLOtsuThresholding(int n, real* values, int nclass, real* classLimit, real
     for (int i = 0; i < n; ++i) classIndex[i] = VORL_MISSING_VALUE;
     return 0;
   }
-  PercentPrinter progress(verbose, kOtsuLabel);
+  PercentPrinter progress(verbose != FALSE, kOtsuLabel);
   progress.Start();
   if (const int status =
           FindClassLimits(n, values, nclass, classLimit, nstep, temperature, coolingScheme, randContext, progress);
@@ -318,7 +339,7 @@ int VORLOtsuThresholdingPreCateg(int n, real* values, int npreclass, int nclass,
     std::fill_n(classIndex, n, VORL_MISSING_VALUE);
     return 0;
   }
-  PercentPrinter progress(verbose, kOtsuLabel);
+  PercentPrinter progress(verbose != FALSE, kOtsuLabel);
   progress.Start();
   if (npreclass > 1 && nclass > 1) {
     SortedValues sorted;
@@ -341,23 +362,8 @@ int VORLPdfThresholding(int n, real* values, int nclass, real* pdf, real* thresh
   }
   if (nclass > 1) {
     SortedValues sorted;
-    Distribution distribution;
     if (const int status = sorted.Take(n, values, SortedValues::Missing::kLeftOut); status != 0) return status;
-    if (sorted.size() > 0) {
-      if (const int status = distribution.Build(sorted); status != 0) return status;
-    } else {
-      std::fill_n(thresholds, nclass - 1, VORL_MISSING_VALUE);
-    }
-    // `position` is the first distinct value above the classes so far.
-    for (std::size_t c = 0, position = 0; c + 1 < static_cast<std::size_t>(nclass) && distribution.size > 0; ++c) {
-      double sum = 0.0;
-      while (position < distribution.size && !(sum > pdf[c])) {
-        const double last = distribution.frequency[position++];
-        sum += last;
-        if (sum > pdf[c] && sum - pdf[c] > pdf[c] - (sum - last)) --position;
-      }
-      thresholds[c] = distribution.value[std::min(position, distribution.size - 1)];
-    }
+    if (const int status = CutByProportions(sorted, nclass, pdf, thresholds); status != 0) return status;
   }
   ClassifyByThresholds(n, values, nclass, thresholds, classIndex);
   return 0;

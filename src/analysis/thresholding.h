@@ -25,8 +25,8 @@ KESTRUM_BEGIN_DECLS
  *   values         in
  *   nclass         number of classes
  *   classLimit     out; nclass + 1 ascending limits, from the smallest value to the largest (but for rounding); class c
- *                  begins at limit c.
- *                  If there are no more distinct values than classes, these values, the last one repeated
+ *                  begins at limit c. If there are no more distinct values than classes, these values, the last one
+ *                  repeated
  *   classIndex     out
  *   nstep          number of annealing steps, three draws each
  *   temperature    initial temperature

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <utility>
 
 #include "analysis/output_image.hpp"
@@ -12,6 +11,7 @@
 #include "analysis/two_point_statistics.hpp"
 #include "core/buffer.hpp"
 #include "core/constants.h"
+#include "core/integers.hpp"
 #include "core/variables.hpp"
 #include "numeric/kernel_choice.hpp"
 
@@ -31,8 +31,6 @@ constexpr const char* kSuffixes[] = {
     VORL_SUFFIX_FOR_CONNECTIVITY_FUNCTION,
     VORL_SUFFIX_FOR_CONNECTIVITY_FUNCTION,
 };
-
-constexpr bool LeavesMissingOut(TwoPointStatistic statistic) noexcept { return statistic < kConnectivityFunction0; }
 
 int CheckLags(const VORL_GRID& grid, LagBox& box) noexcept {
   const int n[] = {grid.nx, grid.ny, grid.nz};
@@ -62,7 +60,7 @@ int LagOf(const LagAxis& axis, int index) noexcept {
 int MakeLagGrid(const VORL_GRID& in, const LagBox& box, VORL_GRID* out) noexcept {
   const auto& [x, y, z] = box.axis;
   const std::int64_t nlags = CountLags(x) * CountLags(y) * CountLags(z);
-  if (nlags > std::numeric_limits<int>::max()) return -620;
+  if (!FitsInt(nlags)) return -620;
   const real sx = in.sx * x.step;
   const real sy = in.sy * y.step;
   const real sz = in.sz * z.step;
@@ -277,7 +275,7 @@ class LagProgress {
  public:
   LagProgress(bool verbose, int nlags, const Dealing& dealing, int team) noexcept
       : printer_(verbose, "Progress"),
-        step_(verbose ? 100.0 / nlags : 0.0),
+        step_(100.0 / nlags),
         nlags_(verbose ? nlags : 0),
         team_(team),
         threaded_(dealing.threaded()) {}
@@ -351,129 +349,128 @@ int ComputeTwoPointStatistic(TwoPointStatistic statistic, const VORL_IMAGE& in, 
 
 }  // namespace kestrum
 
-using kestrum::Dealing;
-using enum kestrum::TwoPointStatistic;
+using namespace kestrum;
 
 int VORLImageVariogram(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax, int hxStep,
                        int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep, BOOLEAN verbose) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kVariogram, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Serial());
+  return ComputeTwoPointStatistic(kVariogram, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Serial());
 }
 
 int VORLOMPImageVariogram(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax, int hxStep,
                           int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep, BOOLEAN verbose,
                           int nthreads) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kVariogram, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Threads(nthreads));
+  return ComputeTwoPointStatistic(kVariogram, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Threads(nthreads));
 }
 
 int VORLImageCovariance(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax, int hxStep,
                         int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep, BOOLEAN verbose) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kCovariance, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Serial());
+  return ComputeTwoPointStatistic(kCovariance, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Serial());
 }
 
 int VORLOMPImageCovariance(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax, int hxStep,
                            int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep, BOOLEAN verbose,
                            int nthreads) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kCovariance, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Threads(nthreads));
+  return ComputeTwoPointStatistic(kCovariance, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Threads(nthreads));
 }
 
 int VORLImageCovarianceNotCentred(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax,
                                   int hxStep, int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep,
                                   BOOLEAN verbose) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kCovarianceNotCentred, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Serial());
+  return ComputeTwoPointStatistic(kCovarianceNotCentred, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Serial());
 }
 
 int VORLOMPImageCovarianceNotCentred(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax,
                                      int hxStep, int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep,
                                      BOOLEAN verbose, int nthreads) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kCovarianceNotCentred, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Threads(nthreads));
+  return ComputeTwoPointStatistic(kCovarianceNotCentred, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Threads(nthreads));
 }
 
 int VORLImageCorrelogram(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax, int hxStep,
                          int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep, BOOLEAN verbose) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kCorrelogram, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Serial());
+  return ComputeTwoPointStatistic(kCorrelogram, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Serial());
 }
 
 int VORLOMPImageCorrelogram(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax, int hxStep,
                             int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep, BOOLEAN verbose,
                             int nthreads) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kCorrelogram, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Threads(nthreads));
+  return ComputeTwoPointStatistic(kCorrelogram, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Threads(nthreads));
 }
 
 int VORLImageTransiogram(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax, int hxStep,
                          int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep, BOOLEAN verbose) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kTransiogram, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Serial());
+  return ComputeTwoPointStatistic(kTransiogram, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Serial());
 }
 
 int VORLOMPImageTransiogram(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax, int hxStep,
                             int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep, BOOLEAN verbose,
                             int nthreads) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kTransiogram, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Threads(nthreads));
+  return ComputeTwoPointStatistic(kTransiogram, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Threads(nthreads));
 }
 
 int VORLImageConnectivityFunction0(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax,
                                    int hxStep, int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep,
                                    BOOLEAN verbose) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kConnectivityFunction0, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Serial());
+  return ComputeTwoPointStatistic(kConnectivityFunction0, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Serial());
 }
 
 int VORLOMPImageConnectivityFunction0(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax,
                                       int hxStep, int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep,
                                       BOOLEAN verbose, int nthreads) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kConnectivityFunction0, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Threads(nthreads));
+  return ComputeTwoPointStatistic(kConnectivityFunction0, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Threads(nthreads));
 }
 
 int VORLImageConnectivityFunction1(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax,
                                    int hxStep, int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep,
                                    BOOLEAN verbose) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kConnectivityFunction1, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Serial());
+  return ComputeTwoPointStatistic(kConnectivityFunction1, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Serial());
 }
 
 int VORLOMPImageConnectivityFunction1(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax,
                                       int hxStep, int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep,
                                       BOOLEAN verbose, int nthreads) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kConnectivityFunction1, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Threads(nthreads));
+  return ComputeTwoPointStatistic(kConnectivityFunction1, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Threads(nthreads));
 }
 
 int VORLImageConnectivityFunction2(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax,
                                    int hxStep, int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep,
                                    BOOLEAN verbose) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kConnectivityFunction2, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Serial());
+  return ComputeTwoPointStatistic(kConnectivityFunction2, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Serial());
 }
 
 int VORLOMPImageConnectivityFunction2(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin, int hxMax,
                                       int hxStep, int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep,
                                       BOOLEAN verbose, int nthreads) noexcept {
-  return kestrum::ComputeTwoPointStatistic(kConnectivityFunction2, *imageIn, imageOut, varIndex,
-                                           {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
-                                           verbose != FALSE, Dealing::Threads(nthreads));
+  return ComputeTwoPointStatistic(kConnectivityFunction2, *imageIn, imageOut, varIndex,
+                                  {{{hxMin, hxMax, hxStep}, {hyMin, hyMax, hyStep}, {hzMin, hzMax, hzStep}}},
+                                  verbose != FALSE, Dealing::Threads(nthreads));
 }

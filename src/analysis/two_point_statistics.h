@@ -85,9 +85,9 @@ KESTRUM_API int VORLOMPImageTransiogram(VORL_IMAGE* imageIn, VORL_IMAGE* imageOu
                                         int hxStep, int hyMin, int hyMax, int hyStep, int hzMin, int hzMax, int hzStep,
                                         BOOLEAN verbose, int nthreads) KESTRUM_NOEXCEPT;
 
-/* Connectivity functions of an image of labels, such as geobodies (Pardo-Iguzquiza and Dowd, 2003). Two nodes
- * are connected if they have the same positive label. Function 0: the share of connected pairs among all N. Suffix of
- * the three: VORL_SUFFIX_FOR_CONNECTIVITY_FUNCTION. */
+/* Connectivity functions of an image of labels, such as geobodies (Pardo-Iguzquiza and Dowd, 2003). Two nodes are
+ * connected if they have the same positive label. Function 0: the share of connected pairs among all N. Suffix of the
+ * three: VORL_SUFFIX_FOR_CONNECTIVITY_FUNCTION. */
 KESTRUM_API int VORLImageConnectivityFunction0(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int varIndex, int hxMin,
                                                int hxMax, int hxStep, int hyMin, int hyMax, int hyStep, int hzMin,
                                                int hzMax, int hzStep, BOOLEAN verbose) KESTRUM_NOEXCEPT;

@@ -197,10 +197,9 @@ KESTRUM_KERNEL_TARGET void SumRun(const PairField& field, const int* lag, int co
   }
 }
 
-// The connectivity functions see no missing values.
 template <TwoPointStatistic kStatistic>
 KESTRUM_KERNEL_TARGET void SumRunOf(const PairField& field, const int* lag, int count, LagSums* sums) {
-  if constexpr (kStatistic < TwoPointStatistic::kConnectivityFunction0) {
+  if constexpr (LeavesMissingOut(kStatistic)) {
     if (field.hasMissing) return SumRun<kStatistic, true>(field, lag, count, sums);
   }
   SumRun<kStatistic, false>(field, lag, count, sums);

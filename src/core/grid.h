@@ -47,7 +47,8 @@ KESTRUM_API int VORLCmpGrid(VORL_GRID* a, VORL_GRID* b) KESTRUM_NOEXCEPT;
 /* Index of the value of variable iv at node (ix, iy, iz), written to id. No bounds are checked. */
 KESTRUM_API void VORLGridCoordToId(VORL_GRID* grid, int ix, int iy, int iz, int iv, int* id) KESTRUM_NOEXCEPT;
 
-/* Node and variable of the value with index id, written to ix, iy, iz, iv. No bounds are checked. */
+/* Node and variable of the value with index id, written to ix, iy, iz, iv. No bounds are checked. With an nx, nxy or
+ * nxyz below 1 all four become -1. */
 KESTRUM_API void VORLGridIdToCoord(VORL_GRID* grid, int id, int* ix, int* iy, int* iz, int* iv) KESTRUM_NOEXCEPT;
 
 /* Writes five lines on the grid to stream, each with prefix in front. Returns 0. */

@@ -13,8 +13,8 @@ namespace kestrum {
 template <typename T>
 class GrowingBuffer {
  public:
-  // Calls fill(element) for `count` further elements, in turn, until one gives a status other than 0. The result is this
-  // status, or that of a failing allocation.
+  // Calls fill(element) for `count` further elements, in turn, until one gives a status other than 0. The result is
+  // this status, or that of a failing allocation.
   template <typename Fill>
   [[nodiscard]] int Append(std::size_t count, const Fill& fill) noexcept {
     for (; count > 0; --count) {

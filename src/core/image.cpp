@@ -22,7 +22,7 @@ int ValidationVerdict(VORL_IMAGE* image, int extraNameLength) noexcept {
   if (image->grid != nullptr) grid = *image->grid;
   int status = 0;
   VORLValidateGrid(&grid, &status);
-  if (status != 0) return status - 10;  // each row of grids has its row of image grids
+  if (status != 0) return status - 10;  // -611 to -616 for an image, where a grid has -601 to -606
   if (image->nvar < 1) return -621;
   if (image->nvar > VORL_MAX_NVAR) return -622;
   if (image->nxyzv < 1) return -625;
@@ -74,8 +74,7 @@ void VORLFreeImage(VORL_IMAGE* image) noexcept {
 int VORLCopyImage(VORL_IMAGE* dst, VORL_IMAGE* src) noexcept {
   if (dst == src) return -20;
   VORLInitImage(dst);
-  if (src->grid == nullptr) return -20;
-  if (src->nvar > 0 && (src->varName == nullptr || (src->var == nullptr && src->nxyzv > 0))) return -20;
+  if (!kestrum::IsWhole(*src)) return -20;
   if (const int status = VORLMallocImage(dst, src->grid->nxyz, src->nvar); status != 0) return status;
   VORLCopyGrid(dst->grid, src->grid);
   dst->nvar = src->nvar;

@@ -20,11 +20,6 @@ constexpr int kVariableCountsDiffer = -30;
 constexpr int kTooManyValues = -620;
 constexpr int kIndexOutOfRange = -1100;
 
-template <typename... T>
-bool AnyNull(const T*... pointers) noexcept {
-  return ((pointers == nullptr) || ...);
-}
-
 // Without a grid, or values to read, there is no node.
 int NodeCount(const VORL_IMAGE* image) noexcept {
   return image->grid == nullptr || image->var == nullptr ? 0 : std::max(image->grid->nxyz, 0);
@@ -137,7 +132,7 @@ int Distribution(Buffer<real>& work, int* nvalue, real** value, double** pdf, in
 int Distributions(int nimage, const VORL_IMAGE* images, int ivBegin, int ivEnd, int* nvalue, real** value, double** pdf,
                   int* nmissing) noexcept {
   std::size_t total = 0;
-  for (int i = 0; i < nimage; ++i) total += static_cast<std::size_t>(std::max(NodeCount(&images[i]), 0));
+  for (int i = 0; i < nimage; ++i) total += static_cast<std::size_t>(NodeCount(&images[i]));
   if (total > INT_MAX) return kTooManyValues;
   std::fill_n(nvalue, std::max(ivEnd - ivBegin, 0), 0);  // after a failure it tells what was handed over
   Buffer<real> work;
@@ -364,7 +359,7 @@ int VORLGetImageVarVectorMissing(VORL_IMAGE* image, BOOLEAN* missing, int* count
 }
 
 int VORLGetImageVarStats(VORL_IMAGE* image, int** n, double* min, double* max, double* mean, double** cov) noexcept {
-  if (AnyNull(n, cov) || AnyNull(min, max, mean)) return kNullOutput;
+  if (AnyNull(n, min, max, mean, cov)) return kNullOutput;
   kestrum::ComputeVariableStatistics(image->nvar, kestrum::NodeCount(image), image->var, n, min, max, mean, cov);
   return 0;
 }

@@ -94,13 +94,13 @@ KESTRUM_API int VORLGetImageVarStatsLocal(VORL_IMAGE* image, VORL_IMAGE* out, in
  *   ndetail  a distribution with more distinct values than this is not listed. */
 KESTRUM_API int VORLPrintImageInfo(VORL_IMAGE* image, char* prefix, FILE* stream, int ndetail) KESTRUM_NOEXCEPT;
 
-/* Turns every informed value v into v*a + b, in place, on nthreads threads (one if it is below 1). */
+/* Turns every informed value v into v*a + b, in place; the VORLOMP form on nthreads threads (one if it is below 1). */
 KESTRUM_API int VORLTransformLinearImageVar(VORL_IMAGE* image, int iv, real a, real b) KESTRUM_NOEXCEPT;
 KESTRUM_API int VORLTransformLinearVector(real* vector, int nvalue, real a, real b) KESTRUM_NOEXCEPT;
 KESTRUM_API int VORLOMPTransformLinearVector(real* vector, int nvalue, real a, real b, int nthreads) KESTRUM_NOEXCEPT;
 
 /* Maps every informed value by linear interpolation between n points, in place; constant beyond the first and the last
- * point, on nthreads threads (one if it is below 1).
+ * point; the VORLOMP form on nthreads threads (one if it is below 1).
  *   x, y  in: n entries each, x ascending; without points the values stay, and a NaN always does. */
 KESTRUM_API int VORLTransformExplicitImageVar(VORL_IMAGE* image, int iv, int n, real* x, real* y) KESTRUM_NOEXCEPT;
 KESTRUM_API int VORLTransformExplicitVector(real* vector, int nvalue, int n, real* x, real* y) KESTRUM_NOEXCEPT;

@@ -58,7 +58,8 @@ void FreeArray(void* array, int rank) noexcept {
 
 // Filling fresh memory is mostly page faults: large blocks ask for huge pages where the system hands them out on
 // request.
-void AskForPages(void* block, std::size_t bytes, PageSize size) noexcept {
+void AskForPages([[maybe_unused]] void* block, [[maybe_unused]] std::size_t bytes,
+                 [[maybe_unused]] PageSize size) noexcept {
 #if defined(__linux__)
   constexpr std::size_t kFrom = std::size_t{1} << 22;
   constexpr std::uintptr_t kPage = 4096;
@@ -68,10 +69,6 @@ void AskForPages(void* block, std::size_t bytes, PageSize size) noexcept {
   const int advice = size == PageSize::kHuge ? MADV_HUGEPAGE : MADV_NOHUGEPAGE;
   // Advice only: a refusal changes nothing.
   static_cast<void>(madvise(reinterpret_cast<void*>(begin), end - begin, advice));
-#else
-  static_cast<void>(block);
-  static_cast<void>(bytes);
-  static_cast<void>(size);
 #endif
 }
 

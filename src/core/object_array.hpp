@@ -24,10 +24,11 @@ class ObjectArray {
   // Once per array. A count below 1 fails as VORLMalloc fails for no element (-3).
   [[nodiscard]] int Allocate(int count) noexcept {
     static_assert(alignof(T) <= alignof(std::max_align_t));
+    const std::size_t size = count > 0 ? static_cast<std::size_t>(count) : 0;
     int status = 0;
-    objects_ = static_cast<T*>(VORLMalloc(count > 0 ? count : 0, sizeof(T), &status));
+    objects_ = static_cast<T*>(VORLMalloc(size, sizeof(T), &status));
     if (status != 0) return status;
-    for (; size_ < static_cast<std::size_t>(count); ++size_) new (objects_ + size_) T();
+    for (; size_ < size; ++size_) new (objects_ + size_) T();
     return 0;
   }
 

@@ -7,6 +7,19 @@
 
 namespace kestrum {
 
+// The items [begin, end).
+struct ItemBlock {
+  std::ptrdiff_t begin, end;
+};
+
+// Block `i` of the `count` contiguous blocks of [0, n), of which the first n modulo count hold one item more.
+constexpr ItemBlock BlockOf(std::ptrdiff_t n, std::ptrdiff_t count, std::ptrdiff_t i) noexcept {
+  const std::ptrdiff_t share = n / count;
+  const std::ptrdiff_t extra = n % count;
+  const std::ptrdiff_t begin = i * share + (i < extra ? i : extra);
+  return {begin, begin + share + (i < extra ? 1 : 0)};
+}
+
 // How the work of a loop is dealt out. A serial function and its threaded twin are two entry points into one body that
 // takes a Dealing; the serial way opens no parallel region. Bodies given to a Dealing must be noexcept and report
 // failures through what they capture.
@@ -25,8 +38,7 @@ class Dealing {
   constexpr int nscratch() const noexcept { return nthreads_ < kMaxTeam ? nthreads_ : kMaxTeam; }
   constexpr bool threaded() const noexcept { return threaded_; }
 
-  // Runs body(begin, end) on contiguous blocks of [0, n), in thread order; the first n modulo T blocks hold one item
-  // more than the others.
+  // Runs body(begin, end) on the blocks of [0, n), as many as there are threads, in thread order.
   template <typename Body>
   void Blocks(std::ptrdiff_t n, const Body& body) const noexcept {
     if (!threaded_) {
@@ -35,13 +47,8 @@ class Dealing {
     }
 #pragma omp parallel num_threads(Team())
     {
-      const std::ptrdiff_t team = omp_get_num_threads();
-      const std::ptrdiff_t thread = omp_get_thread_num();
-      const std::ptrdiff_t share = n / team;
-      const std::ptrdiff_t extra = n % team;
-      const std::ptrdiff_t begin = thread * share + (thread < extra ? thread : extra);
-      const std::ptrdiff_t end = begin + share + (thread < extra ? 1 : 0);
-      if (begin < end) body(begin, end);
+      const ItemBlock block = BlockOf(n, omp_get_num_threads(), omp_get_thread_num());
+      if (block.begin < block.end) body(block.begin, block.end);
     }
   }
 

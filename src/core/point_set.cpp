@@ -12,7 +12,6 @@
 #include "core/image.h"
 #include "core/memory.h"
 #include "core/nested_prefix.hpp"
-#include "core/point_set.hpp"
 #include "core/variables.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_POINTSET> && sizeof(VORL_POINTSET) == 56);
@@ -30,11 +29,8 @@ int CellOnAxis(real x, int n, real spacing, real origin) noexcept {
   const real offset = (x - center) / spacing;
   if (!(std::fabs(offset) < INT_MAX)) return kOutside;  // neither a coordinate nor a spacing to compute with
   const int whole = static_cast<int>(offset);
-  const real fraction = offset - whole;
-  int cell = std::max(whole, 0);
-  if (fraction > 0.5) cell = std::max(whole, -1) + 1;
-  if (fraction < -0.5) cell = std::max(whole, 1) - 1;
-  return std::min(cell, n - 1);
+  const int cell = offset - whole > 0.5 ? whole + 1 : whole;
+  return std::clamp(cell, 0, n - 1);
 }
 
 // Calls store(ip, ix, iy, iz) for each point, with -1 three times for one outside.
@@ -155,11 +151,10 @@ int VORLGetXYZIndexInGridForPointSet(VORL_POINTSET* ps, VORL_GRID* grid, int* ix
 int VORLGetPointSetInfo(VORL_POINTSET* ps, double* xmin, double* ymin, double* zmin, double* xmax, double* ymax,
                         double* zmax, double* xmean, double* ymean, double* zmean, double* xvar, double* yvar,
                         double* zvar, int** n, double* min, double* max, double* mean, double** cov) noexcept {
-  for (const double* output :
-       {xmin, ymin, zmin, xmax, ymax, zmax, xmean, ymean, zmean, xvar, yvar, zvar, min, max, mean}) {
-    if (output == nullptr) return -20;
+  if (kestrum::AnyNull(xmin, ymin, zmin, xmax, ymax, zmax, xmean, ymean, zmean, xvar, yvar, zvar, n, min, max, mean,
+                       cov)) {
+    return -20;
   }
-  if (n == nullptr || cov == nullptr) return -20;
   kestrum::ComputeCoordinateStatistics(ps->npoint, ps->x, xmin, xmax, xmean, xvar);
   kestrum::ComputeCoordinateStatistics(ps->npoint, ps->y, ymin, ymax, ymean, yvar);
   kestrum::ComputeCoordinateStatistics(ps->npoint, ps->z, zmin, zmax, zmean, zvar);

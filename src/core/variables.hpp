@@ -7,11 +7,27 @@
 
 #include "core/array_2d.hpp"
 #include "core/buffer.hpp"
-#include "core/types.h"
+#include "core/image.h"
+#include "core/point_set.h"
 
 namespace kestrum {
 
 inline bool IsMissing(real value) noexcept { return value == VORL_MISSING_VALUE; }
+
+template <typename... T>
+bool AnyNull(const T*... pointers) noexcept {
+  return ((pointers == nullptr) || ...);
+}
+
+// Whether what the counts of a record tell of is there: the grid of an image, the coordinates of points, names, values.
+inline bool IsWhole(const VORL_IMAGE& image) noexcept {
+  return image.grid != nullptr && (image.nvar < 1 || (image.varName != nullptr && image.var != nullptr));
+}
+inline bool IsWhole(const VORL_POINTSET& ps) noexcept {
+  if (ps.nvar > 0 && ps.varName == nullptr) return false;
+  if (ps.npoint < 1) return true;
+  return ps.x != nullptr && ps.y != nullptr && ps.z != nullptr && (ps.nvar < 1 || ps.var != nullptr);
+}
 
 // Allocates nvar empty names.
 [[nodiscard]] int MallocNames(int nvar, char*** names) noexcept;

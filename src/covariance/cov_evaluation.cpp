@@ -23,17 +23,6 @@ struct Parameters {
   real s = 0.0;
 };
 
-// Reads a parameter from the constants.
-struct Constants {
-  real operator()(const VORL_IMAGE*, real value) const noexcept { return value; }
-};
-
-// Reads a parameter at a node.
-struct AtNode {
-  int node;
-  real operator()(const VORL_IMAGE* image, real value) const noexcept { return ParameterAtNode(image, value, node); }
-};
-
 template <typename Source>
 Parameters ReadParameters(const VORL_COVMODELELEM& element, const Source& source) noexcept {
   Parameters p{.type = ElementType(element), .w = source(element.weightImage, element.weightValue)};
@@ -164,21 +153,15 @@ void Evaluate(const VORL_COVMODEL& model, const Source& source, const Rotation* 
   }
 }
 
-// Hands `evaluate` the rotation that the two arguments tell, or the one of the angles if they tell none; null for no
-// rotation.
-template <typename Angles, typename Evaluation>
-void WithRotation(bool rotationGiven, real** rotationMatrix, const Angles& angles,
-                  const Evaluation& evaluate) noexcept {
-  if (rotationGiven && rotationMatrix == nullptr) return evaluate(nullptr);
-  Rotation rotation;
-  if (rotationGiven) {
-    for (int i = 0; i < 3; ++i) std::copy_n(rotationMatrix[i], 3, rotation.m[i]);
-  } else {
-    real angle[3];
-    if (!angles(angle)) return evaluate(nullptr);
-    rotation = Rotation::FromAngles(angle);
-  }
-  evaluate(&rotation);
+// Evaluates with the rotation that the two arguments tell, or the one of the angles if they tell none.
+template <typename Source>
+void EvaluateRotated(const VORL_COVMODEL& model, const Source& source, bool rotationGiven, real** rotationMatrix, int n,
+                     const real* dx, const real* dy, const real* dz, real* cov) noexcept {
+  real angles[3];
+  const bool rotated = rotationGiven ? rotationMatrix != nullptr : Angles(model, source, angles);
+  if (!rotated) return Evaluate(model, source, nullptr, n, dx, dy, dz, cov);
+  const Rotation rotation = rotationGiven ? Rotation::FromMatrix(rotationMatrix) : Rotation::FromAngles(angles);
+  Evaluate(model, source, &rotation, n, dx, dy, dz, cov);
 }
 
 // A sum of one or two quantities over `count` terms.
@@ -197,11 +180,9 @@ Moments Sum(const Dealing& dealing, std::ptrdiff_t n, const Accumulate& accumula
   std::array<Moments, kMaxPieces> pieces;
   dealing.Blocks(npiece, [&](std::ptrdiff_t first, std::ptrdiff_t last) noexcept {
     for (std::ptrdiff_t i = first; i < last; ++i) {
-      const std::ptrdiff_t share = n / npiece;
-      const std::ptrdiff_t extra = n % npiece;
-      const std::ptrdiff_t begin = i * share + std::min(i, extra);
+      const ItemBlock piece = BlockOf(n, npiece, i);
       Moments moments;
-      accumulate(begin, begin + share + (i < extra ? 1 : 0), moments);
+      accumulate(piece.begin, piece.end, moments);
       pieces[static_cast<std::size_t>(i)] = moments;
     }
   });
@@ -304,12 +285,12 @@ Rotation Rotation::FromAngles(real angle1, real angle2, real angle3) noexcept {
 
 void EvaluateAtNode(const VORL_COVMODEL& model, int node, const Rotation* rotation, int n, const real* dx,
                     const real* dy, const real* dz, real* cov) noexcept {
-  Evaluate(model, AtNode{node}, rotation, n, dx, dy, dz, cov);
+  Evaluate(model, ParametersAtNode{node}, rotation, n, dx, dy, dz, cov);
 }
 
 void EvaluateFixed(const VORL_COVMODEL& model, const Rotation* rotation, int n, const real* dx, const real* dy,
                    const real* dz, real* cov) noexcept {
-  Evaluate(model, Constants{}, rotation, n, dx, dy, dz, cov);
+  Evaluate(model, ConstantParameters{}, rotation, n, dx, dy, dz, cov);
 }
 
 }  // namespace kestrum
@@ -325,17 +306,13 @@ int VORLComputeRotationMatrix(real angle1, real angle2, real angle3, real** rota
 
 int VORLKestrumEvaluateCovModel(VORL_COVMODEL* model, int node, BOOLEAN rotationGiven, real** rotationMatrix, int n,
                                 real* dx, real* dy, real* dz, real* cov) noexcept {
-  kestrum::WithRotation(
-      rotationGiven, rotationMatrix, [&](real angles[3]) { return kestrum::AnglesAtNode(*model, node, angles); },
-      [&](const Rotation* rotation) { kestrum::EvaluateAtNode(*model, node, rotation, n, dx, dy, dz, cov); });
+  kestrum::EvaluateRotated(*model, kestrum::ParametersAtNode{node}, rotationGiven, rotationMatrix, n, dx, dy, dz, cov);
   return 0;
 }
 
 int VORLKestrumEvaluateCovModelFixParam(VORL_COVMODEL* model, BOOLEAN rotationGiven, real** rotationMatrix, int n,
                                         real* dx, real* dy, real* dz, real* cov) noexcept {
-  kestrum::WithRotation(
-      rotationGiven, rotationMatrix, [&](real angles[3]) { return kestrum::StationaryAngles(*model, angles); },
-      [&](const Rotation* rotation) { kestrum::EvaluateFixed(*model, rotation, n, dx, dy, dz, cov); });
+  kestrum::EvaluateRotated(*model, kestrum::ConstantParameters{}, rotationGiven, rotationMatrix, n, dx, dy, dz, cov);
   return 0;
 }
 

@@ -1,6 +1,8 @@
 #ifndef KESTRUM_COVARIANCE_COV_EVALUATION_HPP
 #define KESTRUM_COVARIANCE_COV_EVALUATION_HPP
 
+#include <algorithm>
+
 #include "covariance/cov_evaluation.h"
 #include "covariance/cov_model.hpp"
 
@@ -16,6 +18,11 @@ struct Rotation {
 
   static Rotation FromAngles(real angle1, real angle2, real angle3) noexcept;
   static Rotation FromAngles(const real angles[3]) noexcept { return FromAngles(angles[0], angles[1], angles[2]); }
+  static Rotation FromMatrix(const real* const* matrix) noexcept {
+    Rotation rotation;
+    for (int i = 0; i < 3; ++i) std::copy_n(matrix[i], 3, rotation.m[i]);
+    return rotation;
+  }
 
   // The lag (dx, dy, dz) of the grid's axes along the model's axes: the transposed matrix times the lag.
   Lag ToModelAxes(real dx, real dy, real dz) const noexcept {

@@ -35,22 +35,17 @@ struct Domain {
   }
 };
 
-// Checks that an image is valid, lies on the domain's grid and has one variable. Puts the verdict into *status.
-int ValidateParameterImage(VORL_IMAGE* image, const Domain& domain, int wrongGrid, int wrongNumberOfVariables,
-                           int* status) noexcept {
-  if (image == nullptr) {
-    *status = -20;
-    return 0;
-  }
-  if (const int result = VORLValidateImage(image, 0, status); result != 0 || *status != 0) return result;
-  if (VORLCmpGrid(domain.grid, image->grid) != 0) {
-    *status = wrongGrid;
-  } else if (image->nvar != 1) {
-    *status = wrongNumberOfVariables;
-  } else if (image->nxyzv < domain.grid->nxyz) {
-    *status = -625;  // every node is read
-  }
-  return 0;
+// The verdicts below are 0 or the first failure.
+
+// Whether an image is valid, lies on the domain's grid and has one variable.
+int ImageVerdict(VORL_IMAGE* image, const Domain& domain, int wrongGrid, int wrongNumberOfVariables) noexcept {
+  if (image == nullptr) return -20;
+  int status = 0;
+  VORLValidateImage(image, 0, &status);
+  if (status != 0) return status;
+  if (VORLCmpGrid(domain.grid, image->grid) != 0) return wrongGrid;
+  if (image->nvar != 1) return wrongNumberOfVariables;
+  return image->nxyzv < domain.grid->nxyz ? -625 : 0;  // every node is read
 }
 
 // Walks an image of an element: a masked node marks the value at a cursor as missing and moves the cursor on, any other
@@ -85,37 +80,32 @@ constexpr ExtraParameterRule kPowerRule = {
 constexpr ExtraParameterRule kMaternRule = {
     VORL_KESTRUM_COV_MATERN_NU_MIN, VORL_KESTRUM_COV_MATERN_NU_MAX, -71697, -71698, -71695, -71696};
 
-int ValidateWeight(const VORL_COVMODELELEM& elem, const Domain& domain, int* status) noexcept {
-  if (!elem.weightImageFlag) {
-    if (elem.weightValue < 0.0) *status = -71649;
-    return 0;
-  }
-  const int result = ValidateParameterImage(elem.weightImage, domain, -71646, -71647, status);
-  if (result != 0 || *status != 0) return result;
-  *status = WalkElementImage(*elem.weightImage, domain, [](real weight) { return weight < 0.0 ? -71648 : 0; });
-  return 0;
+int WeightVerdict(const VORL_COVMODELELEM& elem, const Domain& domain) noexcept {
+  if (!elem.weightImageFlag) return elem.weightValue < 0.0 ? -71649 : 0;
+  if (const int status = ImageVerdict(elem.weightImage, domain, -71646, -71647); status != 0) return status;
+  return WalkElementImage(*elem.weightImage, domain, [](real weight) { return weight < 0.0 ? -71648 : 0; });
 }
 
-int ValidateExtraParameter(const VORL_COVMODELELEM& elem, const Domain& domain, int* status) noexcept {
+int RangeImageVerdict(VORL_IMAGE* image, const Domain& domain, int wrongGrid, int wrongNumberOfVariables) noexcept {
+  const int status = ImageVerdict(image, domain, wrongGrid, wrongNumberOfVariables);
+  if (status != 0) return status;
+  return WalkElementImage(*image, domain, [](real) { return 0; });  // any value will do, as for a constant range
+}
+
+int ExtraParameterVerdict(const VORL_COVMODELELEM& elem, const Domain& domain) noexcept {
   const ExtraParameterRule& rule = ElementType(elem) == COV_MATERN ? kMaternRule : kPowerRule;
   const auto verdict = [&rule](real s, int tooSmall, int tooLarge) {
     return s < rule.min ? tooSmall : s > rule.max ? tooLarge : 0;
   };
-  if (!elem.sImageFlag) {
-    *status = verdict(elem.sValue, rule.valueTooSmall, rule.valueTooLarge);
-    return 0;
-  }
-  const int result = ValidateParameterImage(elem.sImage, domain, -71686, -71687, status);
-  if (result != 0 || *status != 0) return result;
-  *status = WalkElementImage(*elem.sImage, domain,
-                             [&](real s) { return verdict(s, rule.imageTooSmall, rule.imageTooLarge); });
-  return 0;
+  if (!elem.sImageFlag) return verdict(elem.sValue, rule.valueTooSmall, rule.valueTooLarge);
+  if (const int status = ImageVerdict(elem.sImage, domain, -71686, -71687); status != 0) return status;
+  return WalkElementImage(*elem.sImage, domain,
+                          [&](real s) { return verdict(s, rule.imageTooSmall, rule.imageTooLarge); });
 }
 
 // Angle images are marked at the masked nodes themselves. All three angles give the statuses of angle 3, as is meant.
-int ValidateAngle(VORL_IMAGE* image, const Domain& domain, int* status) noexcept {
-  const int result = ValidateParameterImage(image, domain, -71636, -71637, status);
-  if (result != 0 || *status != 0) return result;
+int AngleImageVerdict(VORL_IMAGE* image, const Domain& domain) noexcept {
+  if (const int status = ImageVerdict(image, domain, -71636, -71637); status != 0) return status;
   const int nnode = domain.NodeCount(*image);
   for (int node = 0; node < nnode; ++node) {
     if (domain.IsMasked(node)) image->var[node] = VORL_MISSING_VALUE;
@@ -193,8 +183,8 @@ int VORLKestrumValidateCovModelElem(VORL_COVMODELELEM* elem, VORL_GRID* grid, VO
     return 0;
   }
 
-  int result = kestrum::ValidateWeight(*elem, domain, status);
-  if (result != 0 || *status != 0) return result;
+  *status = kestrum::WeightVerdict(*elem, domain);
+  if (*status != 0) return 0;
   if (elem->weightImageFlag) *weightStationary = *elemStationary = FALSE;
 
   const struct {
@@ -207,18 +197,14 @@ int VORLKestrumValidateCovModelElem(VORL_COVMODELELEM* elem, VORL_GRID* grid, VO
                 {elem->rzImageFlag, elem->rzImage, -71676, -71677}};
   for (const auto& range : ranges) {
     if (!range.imageFlag) continue;
-    result =
-        kestrum::ValidateParameterImage(range.image, domain, range.wrongGrid, range.wrongNumberOfVariables, status);
-    if (result != 0 || *status != 0) return result;
-    // Any value is accepted, as it is for a constant range.
-    kestrum::WalkElementImage(*range.image, domain, [](real) { return 0; });
+    *status = kestrum::RangeImageVerdict(range.image, domain, range.wrongGrid, range.wrongNumberOfVariables);
+    if (*status != 0) return 0;
     *rangeStationary = *elemStationary = FALSE;
   }
 
   if (!kestrum::HasExtraParameter(type)) return 0;
-  result = kestrum::ValidateExtraParameter(*elem, domain, status);
-  if (result != 0 || *status != 0) return result;
-  if (elem->sImageFlag) *elemStationary = FALSE;
+  *status = kestrum::ExtraParameterVerdict(*elem, domain);
+  if (*status == 0 && elem->sImageFlag) *elemStationary = FALSE;
   return 0;
 }
 
@@ -237,9 +223,9 @@ int VORLKestrumValidateCovModel(VORL_COVMODEL* model, VORL_GRID* grid, VORL_IMAG
 
   for (int i = 0; i < model->nelem; ++i) {
     BOOLEAN weightIsConstant, rangeIsConstant, elemIsConstant;
-    const int result = VORLKestrumValidateCovModelElem(&model->covModelElem[i], grid, mask, &weightIsConstant,
-                                                       &rangeIsConstant, &elemIsConstant, status);
-    if (result != 0 || *status != 0) return result;
+    VORLKestrumValidateCovModelElem(&model->covModelElem[i], grid, mask, &weightIsConstant, &rangeIsConstant,
+                                    &elemIsConstant, status);
+    if (*status != 0) return 0;
     if (!weightIsConstant) *weightStationary = FALSE;
     if (!rangeIsConstant) *rangeStationary = FALSE;
     if (!elemIsConstant) *covModelStationary = FALSE;
@@ -253,8 +239,8 @@ int VORLKestrumValidateCovModel(VORL_COVMODEL* model, VORL_GRID* grid, VORL_IMAG
                 {model->angle3ImageFlag, model->angle3Image}};
   for (const auto& angle : angles) {
     if (!angle.imageFlag) continue;
-    const int result = kestrum::ValidateAngle(angle.image, {grid, mask}, status);
-    if (result != 0 || *status != 0) return result;
+    *status = kestrum::AngleImageVerdict(angle.image, {grid, mask});
+    if (*status != 0) return 0;
     *rotationStationary = *covModelStationary = FALSE;
   }
   return 0;

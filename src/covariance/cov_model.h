@@ -112,7 +112,7 @@ KESTRUM_API void VORLKestrumFreeCovModel(VORL_COVMODEL* model) KESTRUM_NOEXCEPT;
  * With k masked nodes, the first k values of each image become missing, and at a node that takes part it is the first
  * value not yet overwritten that is checked (weight and s). Without a mask only the first value is checked.
  *
- * Returns 0 if the check could be carried out.
+ * Returns 0.
  */
 KESTRUM_API int VORLKestrumValidateCovModelElem(VORL_COVMODELELEM* elem, VORL_GRID* grid, VORL_IMAGE* mask,
                                                 BOOLEAN* weightStationary, BOOLEAN* rangeStationary,
@@ -130,7 +130,7 @@ KESTRUM_API int VORLKestrumValidateCovModelElem(VORL_COVMODELELEM* elem, VORL_GR
  *   status               out: 0 for a valid model, otherwise the first failure: -71009 no element, a status of an
  *                        element, -71636 and -71637 any of the angles, or a status of VORLValidateImage
  *
- * Returns 0 if the check could be carried out.
+ * Returns 0.
  */
 KESTRUM_API int VORLKestrumValidateCovModel(VORL_COVMODEL* model, VORL_GRID* grid, VORL_IMAGE* mask,
                                             BOOLEAN* rotationStationary, BOOLEAN* weightStationary,

@@ -19,42 +19,45 @@ inline int ElementType(const VORL_COVMODELELEM& element) noexcept {
 // Whether elements of a type have the extra parameter s.
 constexpr bool HasExtraParameter(int type) noexcept { return type >= COV_GAMMA && type <= COV_MATERN; }
 
-// A parameter at a node: the image decides if there is one, whatever the flag says.
-inline real ParameterAtNode(const VORL_IMAGE* image, real value, int node) noexcept {
-  return image != nullptr ? image->var[node] : value;
-}
+// Reads a parameter at a node: the image decides if there is one, whatever the flag says.
+struct ParametersAtNode {
+  int node;
+  real operator()(const VORL_IMAGE* image, real value) const noexcept {
+    return image != nullptr ? image->var[node] : value;
+  }
+};
 
-// The sill at a node: the sum of the weights there.
-inline real SillAtNode(const VORL_COVMODEL& model, int node) noexcept {
+// Reads the constants, whether or not there are images.
+struct ConstantParameters {
+  real operator()(const VORL_IMAGE*, real value) const noexcept { return value; }
+};
+
+// The sill: the sum of the weights.
+template <typename Source>
+real Sill(const VORL_COVMODEL& model, const Source& source) noexcept {
   real sill = 0.0;
   for (int i = 0; i < model.nelem; ++i) {
     const VORL_COVMODELELEM& element = model.covModelElem[i];
-    sill += ParameterAtNode(element.weightImage, element.weightValue, node);
+    sill += source(element.weightImage, element.weightValue);
   }
   return sill;
 }
+inline real SillAtNode(const VORL_COVMODEL& model, int node) noexcept { return Sill(model, ParametersAtNode{node}); }
+inline real StationarySill(const VORL_COVMODEL& model) noexcept { return Sill(model, ConstantParameters{}); }
 
-// The sill of a model whose weights are constants.
-inline real StationarySill(const VORL_COVMODEL& model) noexcept {
-  real sill = 0.0;
-  for (int i = 0; i < model.nelem; ++i) sill += model.covModelElem[i].weightValue;
-  return sill;
+// Reads azimuth, dip and plunge; returns whether one of them is not 0.0, so that there is a rotation.
+template <typename Source>
+[[nodiscard]] bool Angles(const VORL_COVMODEL& model, const Source& source, real angles[3]) noexcept {
+  angles[0] = source(model.angle1Image, model.angle1Value);
+  angles[1] = source(model.angle2Image, model.angle2Value);
+  angles[2] = source(model.angle3Image, model.angle3Value);
+  return angles[0] != 0.0 || angles[1] != 0.0 || angles[2] != 0.0;
 }
-
-// Reads azimuth, dip and plunge at a node; returns whether one of them is not 0.0, so that there is a rotation.
 [[nodiscard]] inline bool AnglesAtNode(const VORL_COVMODEL& model, int node, real angles[3]) noexcept {
-  angles[0] = ParameterAtNode(model.angle1Image, model.angle1Value, node);
-  angles[1] = ParameterAtNode(model.angle2Image, model.angle2Value, node);
-  angles[2] = ParameterAtNode(model.angle3Image, model.angle3Value, node);
-  return angles[0] != 0.0 || angles[1] != 0.0 || angles[2] != 0.0;
+  return Angles(model, ParametersAtNode{node}, angles);
 }
-
-// As AnglesAtNode, from the constants.
 [[nodiscard]] inline bool StationaryAngles(const VORL_COVMODEL& model, real angles[3]) noexcept {
-  angles[0] = model.angle1Value;
-  angles[1] = model.angle2Value;
-  angles[2] = model.angle3Value;
-  return angles[0] != 0.0 || angles[1] != 0.0 || angles[2] != 0.0;
+  return Angles(model, ConstantParameters{}, angles);
 }
 
 }  // namespace kestrum

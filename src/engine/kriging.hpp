@@ -13,12 +13,6 @@
 
 namespace kestrum {
 
-inline Rotation RotationFromMatrix(const real* const* matrix) noexcept {
-  Rotation rotation;
-  for (int i = 0; i < 3; ++i) std::copy_n(matrix[i], 3, rotation.m[i]);
-  return rotation;
-}
-
 // The covariance model of a run and how stationary it is. Read-only, shared by all threads.
 struct KrigingModel {
   VORL_COVMODEL* covModel = nullptr;
@@ -46,7 +40,7 @@ inline KrigingModel MakeKrigingModel(VORL_COVMODEL* covModel, BOOLEAN ordinaryKr
                      sill,
                      rotationMatrix != nullptr,
                      {}};
-  if (model.rotated) model.rotation = RotationFromMatrix(rotationMatrix);
+  if (model.rotated) model.rotation = Rotation::FromMatrix(rotationMatrix);
   return model;
 }
 

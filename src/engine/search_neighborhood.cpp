@@ -183,7 +183,7 @@ int VORLKestrumBuildSearchNeighborhoodForCovModel(
   bool rotated = false;
   if (rotationStationary && rotationSupplied) {
     rotated = rotationMatrix != nullptr;
-    if (rotated) rotation = RotationFromMatrix(rotationMatrix);
+    if (rotated) rotation = Rotation::FromMatrix(rotationMatrix);
   } else if (rotationStationary) {
     real angles[3];
     rotated = StationaryAngles(*covModel, angles);

@@ -6,6 +6,7 @@
 
 #include "core/integers.hpp"
 #include "core/page_size.hpp"
+#include "core/variables.hpp"
 #include "io/names_ahead.hpp"
 #include "io/text_reader.hpp"
 #include "io/text_writer.hpp"
@@ -40,7 +41,11 @@ constexpr PortableMap kPortableMaps[] = {
      -1017,
      -1019},
 };
-const PortableMap& MapOf(int fileFormat) { return kPortableMaps[fileFormat - kPgm]; }
+
+// Null for the other formats.
+const PortableMap* FindMap(int fileFormat) {
+  return fileFormat == kPgm || fileFormat == kPpm ? &kPortableMaps[fileFormat - kPgm] : nullptr;
+}
 
 // False if a size, the nodes of a section or all nodes are more than an int counts.
 bool SetDimensions(VORL_GRID* grid, std::int64_t nx, std::int64_t ny, std::int64_t nz) {
@@ -70,6 +75,17 @@ int AllocateImage(VORL_IMAGE* image, const VORL_GRID& grid, std::int64_t nvar) {
   return 0;
 }
 
+// The same, with names by takeName(name), of which very many are read before memory is taken for them.
+template <typename TakeName>
+int AllocateImage(VORL_IMAGE* image, const VORL_GRID& grid, std::int64_t nvar, const TakeName& takeName) {
+  NamesAhead ahead;
+  if (nvar > VORL_MAX_NVAR && !LacksNodes(grid, nvar)) {
+    if (const int status = ahead.Read(static_cast<std::size_t>(nvar), takeName); status != 0) return status;
+  }
+  if (const int status = AllocateImage(image, grid, nvar); status != 0) return status;
+  return ahead.Fill(image->varName, image->nvar, takeName);
+}
+
 // Takes a header line; the status of a lacking line is that of `row`, that of a line too long is of the next row.
 int ReadLine(std::FILE* stream, char (&line)[VORL_LINE_LENGTH], int row) {
   if (std::fgets(line, VORL_LINE_LENGTH, stream) == nullptr) return -row;
@@ -93,6 +109,16 @@ int TakeReals(TextReader& fields, double* x, double* y, double* z) {
 bool TakeKeyword(TextReader& fields) {
   char word[VORL_LINE_LENGTH];
   return fields.TakeWord(word, sizeof(word)) == TextReader::Word::kTaken;
+}
+
+// As ReadLine, of a line that starts with a keyword; if there is none or takeFields(fields) fails, the status is that
+// of the row after the next.
+template <typename TakeFields>
+int ReadKeywordLine(std::FILE* stream, int row, const TakeFields& takeFields) {
+  char line[VORL_LINE_LENGTH];
+  if (const int status = ReadLine(stream, line, row); status != 0) return status;
+  TextReader fields(line, std::strlen(line));
+  return TakeKeyword(fields) && takeFields(fields) ? 0 : -(row + 2);
 }
 
 int ReadValues(VORL_IMAGE* image, TextReader& reader) {
@@ -126,12 +152,7 @@ int ReadGslib(VORL_IMAGE* image, std::FILE* stream) {
   std::int64_t nvar = 0;
   if (!reader.TakeInteger(&nvar) || !ValueCountFits(grid, nvar)) return -724;
   const auto takeName = [&reader](char* name) { return reader.TakeName(name, kNoName); };
-  NamesAhead ahead;
-  if (nvar > VORL_MAX_NVAR && !LacksNodes(grid, nvar)) {
-    if (const int status = ahead.Read(static_cast<std::size_t>(nvar), takeName); status != 0) return status;
-  }
-  if (const int status = AllocateImage(image, grid, nvar); status != 0) return status;
-  if (const int status = ahead.Fill(image->varName, image->nvar, takeName); status != 0) return status;
+  if (const int status = AllocateImage(image, grid, nvar, takeName); status != 0) return status;
   return ReadValues(image, reader);
 }
 
@@ -153,45 +174,29 @@ int ReadVtk(VORL_IMAGE* image, std::FILE* stream) {
     if (const int status = ReadLine(stream, line, 741); status != 0) return status;
   }
   VORL_GRID grid = UnitGrid();
-  {
-    if (const int status = ReadLine(stream, line, 743); status != 0) return status;
-    TextReader fields(line, std::strlen(line));
+  const auto takeSizes = [&grid](TextReader& fields) {
     std::int64_t sizes[3];
-    if (!TakeKeyword(fields) || TakeIntegers(fields, sizes) != 3 ||
-        !SetDimensions(&grid, sizes[0], sizes[1], sizes[2])) {
-      return -745;
-    }
-  }
-  {
-    if (const int status = ReadLine(stream, line, 746); status != 0) return status;
-    TextReader fields(line, std::strlen(line));
-    if (!TakeKeyword(fields) || TakeReals(fields, &grid.ox, &grid.oy, &grid.oz) != 3) return -748;
-  }
-  {
-    if (const int status = ReadLine(stream, line, 749); status != 0) return status;
-    TextReader fields(line, std::strlen(line));
-    if (!TakeKeyword(fields) || TakeReals(fields, &grid.sx, &grid.sy, &grid.sz) != 3) return -751;
-  }
-  {
-    if (const int status = ReadLine(stream, line, 752); status != 0) return status;
-    TextReader fields(line, std::strlen(line));
-    std::int64_t nxyz = 0;
-    if (!TakeKeyword(fields) || !fields.TakeInteger(&nxyz)) return -754;
-    if (nxyz != grid.nxyz) return -755;
-  }
+    return TakeIntegers(fields, sizes) == 3 && SetDimensions(&grid, sizes[0], sizes[1], sizes[2]);
+  };
+  const auto takeOrigin = [&grid](TextReader& fields) { return TakeReals(fields, &grid.ox, &grid.oy, &grid.oz) == 3; };
+  const auto takeSpacing = [&grid](TextReader& fields) { return TakeReals(fields, &grid.sx, &grid.sy, &grid.sz) == 3; };
+  std::int64_t nxyz = 0;
+  const auto takeNodeCount = [&nxyz](TextReader& fields) { return fields.TakeInteger(&nxyz); };
   char names[VORL_LINE_LENGTH];
   std::int64_t nvar = 1;
-  {
-    if (const int status = ReadLine(stream, line, 756); status != 0) return status;
-    TextReader fields(line, std::strlen(line));
-    const bool complete =
-        TakeKeyword(fields) && fields.TakeWord(names, sizeof(names)) == TextReader::Word::kTaken && TakeKeyword(fields);
-    if (!complete) return -758;
-    if (!fields.TakeInteger(&nvar)) nvar = 1;
-    if (!ValueCountFits(grid, nvar)) return -758;
-    // More names than the line can hold take no memory.
-    if (nvar > VORL_LINE_LENGTH && !LacksNodes(grid, nvar)) return -759;
-  }
+  const auto takeVariables = [&](TextReader& fields) {
+    if (fields.TakeWord(names, sizeof(names)) != TextReader::Word::kTaken || !TakeKeyword(fields)) return false;
+    fields.TakeInteger(&nvar);  // one if it is not told
+    return ValueCountFits(grid, nvar);
+  };
+  if (const int status = ReadKeywordLine(stream, 743, takeSizes); status != 0) return status;
+  if (const int status = ReadKeywordLine(stream, 746, takeOrigin); status != 0) return status;
+  if (const int status = ReadKeywordLine(stream, 749, takeSpacing); status != 0) return status;
+  if (const int status = ReadKeywordLine(stream, 752, takeNodeCount); status != 0) return status;
+  if (nxyz != grid.nxyz) return -755;
+  if (const int status = ReadKeywordLine(stream, 756, takeVariables); status != 0) return status;
+  // More names than the line can hold take no memory.
+  if (nvar > VORL_LINE_LENGTH && !LacksNodes(grid, nvar)) return -759;
   if (const int status = AllocateImage(image, grid, nvar); status != 0) return status;
   if (const int status = SplitVtkNames(names, image); status != 0) return status;
   if (const int status = ReadLine(stream, line, 761); status != 0) return status;
@@ -313,25 +318,18 @@ int ReadBinaryName(std::FILE* stream, char* name) {
 using namespace kestrum;
 
 int VORLReadImage(VORL_IMAGE* image, int fileFormat, FILE* stream) noexcept {
-  switch (fileFormat) {
-    case kGslib:
-      return ReadGslib(image, stream);
-    case kVtk:
-      return ReadVtk(image, stream);
-    case kPgm:
-    case kPpm:
-      return ReadPortableMap(image, MapOf(fileFormat), stream);
-    default:
-      return -720;
-  }
+  if (fileFormat == kGslib) return ReadGslib(image, stream);
+  if (fileFormat == kVtk) return ReadVtk(image, stream);
+  const PortableMap* const map = FindMap(fileFormat);
+  return map != nullptr ? ReadPortableMap(image, *map, stream) : -720;
 }
 
 int VORLWriteImage(VORL_IMAGE* image, char* formatString, int fileFormat, FILE* stream) noexcept {
   if (fileFormat < 0 || fileFormat >= kTextFormatCount) return -1020;
-  if (image->grid == nullptr) return -20;
-  const bool isMap = fileFormat == kPgm || fileFormat == kPpm;
-  if (isMap && image->nvar != MapOf(fileFormat).nvar) return MapOf(fileFormat).wrongNvarStatus;
-  if (isMap && image->grid->nz != 1) return MapOf(fileFormat).not2DStatus;
+  if (!IsWhole(*image)) return -20;
+  const PortableMap* const map = FindMap(fileFormat);
+  if (map != nullptr && image->nvar != map->nvar) return map->wrongNvarStatus;
+  if (map != nullptr && image->grid->nz != 1) return map->not2DStatus;
   FormatList formats;
   if (image->nvar >= 1) {
     if (const int status = formats.Split(formatString, image->nvar); status != 0) return status;
@@ -342,7 +340,7 @@ int VORLWriteImage(VORL_IMAGE* image, char* formatString, int fileFormat, FILE* 
   } else if (fileFormat == kVtk) {
     WriteVtkHeader(*image, stream);
   } else {
-    WritePortableMapHeader(*image, MapOf(fileFormat), stream);
+    WritePortableMapHeader(*image, *map, stream);
   }
   if (image->nvar >= 1) WriteValues(*image, formats, stream);
   return 0;
@@ -357,19 +355,14 @@ int VORLReadImageGslibBinary(VORL_IMAGE* image, FILE* stream) noexcept {
   if (!SetDimensions(&grid, grid.nx, grid.ny, grid.nz)) return -(kBinaryReaderRow + kNzRow);
   if (!ValueCountFits(grid, header.nvar)) return -(kBinaryReaderRow + kNvarRow);
   const auto readName = [stream](char* name) { return ReadBinaryName(stream, name); };
-  NamesAhead ahead;
-  if (header.nvar > VORL_MAX_NVAR && !LacksNodes(grid, header.nvar)) {
-    if (const int status = ahead.Read(static_cast<std::size_t>(header.nvar), readName); status != 0) return status;
-  }
-  if (const int status = AllocateImage(image, grid, header.nvar); status != 0) return status;
+  if (const int status = AllocateImage(image, grid, header.nvar, readName); status != 0) return status;
   if (image->nvar < 1) return 0;
-  if (const int status = ahead.Fill(image->varName, image->nvar, readName); status != 0) return status;
   const std::size_t nvalue = static_cast<std::size_t>(image->nxyzv);
   return std::fread(image->var, sizeof(real), nvalue, stream) == nvalue ? 0 : -(kBinaryReaderRow + kValuesRow);
 }
 
 int VORLWriteImageGslibBinary(VORL_IMAGE* image, FILE* stream) noexcept {
-  if (image->grid == nullptr) return -20;
+  if (!IsWhole(*image)) return -20;
   BinaryHeader header;
   header.grid = *image->grid;
   header.nvar = image->nvar;

@@ -59,7 +59,7 @@ KESTRUM_API int VORLReadImage(VORL_IMAGE* image, int fileFormat, FILE* stream) K
  *                 Flags, width, precision, text and %% are free. Not looked at if the image has no variable.
  *   fileFormat    0 to 3, see above
  *   stream        open for writing
- * Statuses: -1020 unknown format; -20 no grid; -1016, -1018 image does not fit PGM; -1017, -1019 image does not fit PPM;
+ * Statuses: -1020 unknown format; -20 null pointer; -1016, -1018 image does not fit PGM; -1017, -1019 does not fit PPM;
  * -1021 no format, or one that is not as described; those of VORLMalloc. All of them stand before the first byte is
  * written. A failure of the stream itself is not reported. */
 KESTRUM_API int VORLWriteImage(VORL_IMAGE* image, char* formatString, int fileFormat, FILE* stream) KESTRUM_NOEXCEPT;
@@ -74,7 +74,7 @@ KESTRUM_API int VORLReadImageGslibBinary(VORL_IMAGE* image, FILE* stream) KESTRU
 /* Writes an image in binary form.
  *   image   in
  *   stream  open for writing
- * Statuses: -20 no grid; -1025 to -1039 the field that could not be written. */
+ * Statuses: -20 null pointer; -1025 to -1039 the field that could not be written. */
 KESTRUM_API int VORLWriteImageGslibBinary(VORL_IMAGE* image, FILE* stream) KESTRUM_NOEXCEPT;
 
 KESTRUM_END_DECLS

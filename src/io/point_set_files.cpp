@@ -7,7 +7,7 @@
 #include "core/growing_buffer.hpp"
 #include "core/memory.h"
 #include "core/page_size.hpp"
-#include "core/point_set.hpp"
+#include "core/variables.hpp"
 #include "io/names_ahead.hpp"
 #include "io/text_reader.hpp"
 #include "io/text_writer.hpp"
@@ -17,8 +17,7 @@ namespace {
 
 constexpr int kNoName = -776;
 
-// Rows of an array, and names of a point set, for which memory is taken before it is known whether there are as
-// many.
+// Rows of an array, and names of a point set, for which memory is taken before it is known whether there are as many.
 constexpr int kRowsTakenOnTrust = 1 << 25;
 constexpr int kNamesTakenOnTrust = 1 << 20;
 

@@ -16,20 +16,18 @@
 #include "core/types.h"
 #include "numeric/gmres_batch.hpp"
 #include "numeric/gmres_batch_levels.hpp"
-
-#define KESTRUM_KERNEL_INLINE KESTRUM_KERNEL_TARGET __attribute__((always_inline)) inline
+#include "numeric/kernel_vectors.hpp"
 
 namespace kestrum {
 namespace {
 
-constexpr int kBytes = KESTRUM_KERNEL_BYTES;
 constexpr int kRows = KESTRUM_KERNEL_ROWS;
-constexpr int kWidth = kBytes / static_cast<int>(sizeof(double));
 constexpr int kParts = kLanes / kWidth;
 constexpr unsigned kAllLanes = (1U << kLanes) - 1;
 
-typedef double Vector __attribute__((vector_size(kBytes), may_alias));
-typedef long long MaskVector __attribute__((vector_size(kBytes), may_alias));
+// All memory of a batch is aligned: the baseline takes such vectors as operands without a load of their own.
+typedef Vector AlignedVector __attribute__((may_alias));
+typedef Integers AlignedIntegers __attribute__((may_alias));
 
 KESTRUM_KERNEL_INLINE Vector SquareRoot(Vector x) {
 #if !defined(__x86_64__)
@@ -53,19 +51,19 @@ struct Lanes {
 KESTRUM_KERNEL_INLINE Lanes Load(const double* from) {
   Lanes x;
 #pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) x.part[k] = *(const Vector*)(from + k * kWidth);
+  for (int k = 0; k < kParts; ++k) x.part[k] = *(const AlignedVector*)(from + k * kWidth);
   return x;
 }
 
 KESTRUM_KERNEL_INLINE void Store(double* to, const Lanes& x) {
 #pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) *(Vector*)(to + k * kWidth) = x.part[k];
+  for (int k = 0; k < kParts; ++k) *(AlignedVector*)(to + k * kWidth) = x.part[k];
 }
 
 KESTRUM_KERNEL_INLINE Lanes Broadcast(double value) {
   Lanes x;
 #pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) x.part[k] = value - Vector{};
+  for (int k = 0; k < kParts; ++k) x.part[k] = Broadcast<Vector>(value);
   return x;
 }
 
@@ -108,7 +106,7 @@ KESTRUM_KERNEL_INLINE Lanes SquareRoot(const Lanes& x) {
 KESTRUM_KERNEL_INLINE Lanes Select(const long long* mask, const Lanes& x, const Lanes& y) {
   Lanes z;
 #pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) z.part[k] = *(const MaskVector*)(mask + k * kWidth) ? x.part[k] : y.part[k];
+  for (int k = 0; k < kParts; ++k) z.part[k] = *(const AlignedIntegers*)(mask + k * kWidth) ? x.part[k] : y.part[k];
   return z;
 }
 

@@ -82,7 +82,7 @@ class GmresSolver {
 
   GmresOutcome Solve(double tolerance, int ncycle) noexcept {
     const double bNorm = EuclideanNorm(n_, b_);
-    if (n_ < 1 || bNorm < VORL_EPSILON_HARD) {
+    if (bNorm < VORL_EPSILON_HARD) {
       for (int i = 0; i < n_; ++i) x_[i] = 0.0;
       return {0, 0.0, true};
     }

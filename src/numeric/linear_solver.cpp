@@ -28,18 +28,11 @@ constexpr int kOutOfMemory = -1;
 constexpr int kEmptyArray2D = -7;
 constexpr int kNoPivot = -60001;
 
-// What the allocation of a work array of `rows` by `columns` gives before memory is asked for: a count of zero has its
-// status, a negative one is more than any memory holds.
-int CheckArray2D(std::ptrdiff_t rows, std::ptrdiff_t columns) {
-  if (rows == 0 || columns == 0) return kEmptyArray2D;
-  return rows < 0 || columns < 0 ? kOutOfMemory : 0;
-}
-
+// A basis of no length has the status of the empty array of restart + 1 rows and restart columns; a shorter one is more
+// than any memory holds.
 int AllocateGmresWork(int n, int restart, Buffer<real>& work) {
-  const std::ptrdiff_t length = restart;
-  if (const int status = CheckArray2D(length + 1, length); status != 0) return status;
-  if (const int status = CheckArray2D(length + 1, n); status != 0) return status;
-  return work.Allocate(GmresWorkSize(n, restart));
+  if (restart == 0 || restart == -1) return kEmptyArray2D;
+  return restart < 0 ? kOutOfMemory : work.Allocate(GmresWorkSize(n, restart));
 }
 
 // Sum of left(k) * right(k) over begin <= k < end.
@@ -67,8 +60,7 @@ using kestrum::Buffer;
 
 namespace {
 
-// A system without unknowns is solved, before any memory is asked for.
-int AnswerEmptySystem(int* niter, real* residual, BOOLEAN* converged) noexcept {
+int AnswerSolved(int* niter, real* residual, BOOLEAN* converged) noexcept {
   *niter = 0;
   *residual = 0.0;
   *converged = TRUE;
@@ -79,7 +71,7 @@ int AnswerEmptySystem(int* niter, real* residual, BOOLEAN* converged) noexcept {
 
 int VORLGmresMatrixNotCompressed(real tolerance, int n, real** a, real* b, int restart, int ncycle, real* x, int* niter,
                                  real* residual, BOOLEAN* converged, BOOLEAN verbose) noexcept {
-  if (n < 1) return AnswerEmptySystem(niter, residual, converged);
+  if (n < 1) return AnswerSolved(niter, residual, converged);  // before any memory is asked for
   *converged = FALSE;
   Buffer<real> work;
   if (const int status = kestrum::AllocateGmresWork(n, restart, work); status != 0) return status;
@@ -97,7 +89,7 @@ int VORLGmresMatrixNotCompressed(real tolerance, int n, real** a, real* b, int r
 
 int VORLConjGradDiag(real tolerance, int n, real* values, int* columns, int* rowStart, real* invDiag, real* b,
                      int maxIter, real* x, int* niter, real* residual, BOOLEAN* converged, BOOLEAN verbose) noexcept {
-  if (n < 1) return AnswerEmptySystem(niter, residual, converged);
+  if (n < 1) return AnswerSolved(niter, residual, converged);
   const std::size_t size = static_cast<std::size_t>(n);
   Buffer<real> r;
   Buffer<real> p;
@@ -106,14 +98,10 @@ int VORLConjGradDiag(real tolerance, int n, real* values, int* columns, int* row
     if (const int status = vector->Allocate(size); status != 0) return status;
   }
 
-  *converged = FALSE;
-  *niter = 0;
   const real bSquare = kestrum::DotProduct(n, b, b);
   if (std::sqrt(bSquare) < VORL_EPSILON_HARD) {
     for (int i = 0; i < n; ++i) x[i] = 0.0;
-    *residual = 0.0;
-    *converged = TRUE;
-    return 0;
+    return AnswerSolved(niter, residual, converged);
   }
   const auto relativeResidual = [&] { return std::sqrt(kestrum::DotProduct(n, r.data(), r.data()) / bSquare); };
   const auto report = [&] {
@@ -122,12 +110,10 @@ int VORLConjGradDiag(real tolerance, int n, real* values, int* columns, int* row
 
   VORLProductMatrixCSRVector(n, values, columns, rowStart, x, r.data());
   for (int i = 0; i < n; ++i) r[i] = b[i] - r[i];
+  *niter = 0;
   *residual = relativeResidual();
-  if (*residual < tolerance) {
-    *converged = TRUE;
-    return 0;
-  }
-  if (maxIter < 1) return 0;
+  *converged = *residual < tolerance ? TRUE : FALSE;
+  if (*converged || maxIter < 1) return 0;
   report();
   real rhoPrevious = 0.0;
   while (true) {
@@ -180,8 +166,7 @@ int VORLProductMatrixVector(int n, real** a, real* x, real* y) noexcept {
 }
 
 int VORLMatrixLUDecompositionPivoting(int n, real** a, int* pivot) noexcept {
-  if (n < 0) return kestrum::kOutOfMemory;
-  const std::size_t size = static_cast<std::size_t>(n);
+  const std::size_t size = static_cast<std::size_t>(n);  // of a negative n, more than any memory holds
   Buffer<real> spare;
   if (const int status = spare.Allocate(size); status != 0) return status;
   for (int k = 0; k < n; ++k) {

@@ -27,7 +27,7 @@ KESTRUM_BEGIN_DECLS
  * niter: out, cycles done. residual: out, relative residual of x.
  * converged: out, TRUE if the residual fell below tolerance. Not converging is no error.
  * verbose: TRUE prints a line per cycle on the standard output.
- * Statuses: those of an allocation (-1, -7: restart is 0), with only converged written. */
+ * Statuses: those of an allocation (-1; -7 if restart is 0 or -1), with only converged written. */
 KESTRUM_API int VORLGmresMatrixNotCompressed(real tolerance, int n, real** a, real* b, int restart, int ncycle, real* x,
                                              int* niter, real* residual, BOOLEAN* converged,
                                              BOOLEAN verbose) KESTRUM_NOEXCEPT;

@@ -1,5 +1,6 @@
 #include "numeric/normal_table.hpp"
 
+#include <algorithm>
 #include <cmath>
 
 namespace kestrum {
@@ -27,21 +28,13 @@ double NormalCdf(double t) noexcept {
 }
 
 int NormalTableFloor(double p) noexcept {
-  int low = 0;
-  for (int high = kNormalTableSize; high - low > 1;) {
-    const int mid = (low + high) / 2;
-    if (kNormalTable[mid] > p) {
-      high = mid;
-    } else {
-      low = mid;
-    }
-  }
-  return low;
+  const double* const second = kNormalTable + 1;
+  return static_cast<int>(std::upper_bound(second, kNormalTable + kNormalTableSize, p) - second);
 }
 
 double UpperNormalQuantile(double p) noexcept {
   const int k = NormalTableFloor(p);
-  if (k == kLastEntry) return 7.495;
+  if (k == kLastEntry) return kNormalTableEnd;
   return ((p - kNormalTable[k]) / (kNormalTable[k + 1] - kNormalTable[k]) + k) * kNormalTableStep;
 }
 

@@ -43,6 +43,7 @@ KESTRUM_API void VORLInitRandContext(VORL_RANDCONTEXT* context) KESTRUM_NOEXCEPT
 KESTRUM_API double VORLDoubleRand(int seed, VORL_RANDCONTEXT* context) KESTRUM_NOEXCEPT;
 
 /* A whole number from 0 to n - 1: one draw times n, truncated.
+ * n: at least 1, not tested.
  * seed, context: as in VORLDoubleRand. */
 KESTRUM_API int VORLIntRand(int seed, int n, VORL_RANDCONTEXT* context) KESTRUM_NOEXCEPT;
 

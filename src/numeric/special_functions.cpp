@@ -148,14 +148,14 @@ double NormalScore(double p) noexcept {
   const double* const end = kNormalTable + kNormalTableSize;
   if (p < 0.5) {
     const double* const past = std::partition_point(kNormalTable, end, [p](double entry) { return 1.0 - entry >= p; });
-    if (past == end) return -7.495;
+    if (past == end) return -kNormalTableEnd;
     const double a = 1.0 - past[0];
     const double b = 1.0 - past[-1];
     return -(static_cast<double>(past - kNormalTable) - (p - a) / (b - a)) * kNormalTableStep;
   }
   const double* const entry = std::partition_point(kNormalTable, end, [p](double t) { return !(t >= p); });
   if (entry == kNormalTable) return 0.0;
-  if (entry == end) return 7.495;
+  if (entry == end) return kNormalTableEnd;
   return (static_cast<double>(entry - kNormalTable) - (1.0 - (p - entry[-1]) / (entry[0] - entry[-1]))) *
          kNormalTableStep;
 }

@@ -225,21 +225,28 @@ void AverageTerms(const Task& task, int nnode, const Buffer<Site>& data, const T
   }
 }
 
-// Mean over all hard data of the distance to the power `power`; 0.0 without data.
-int MeanDistances(const Task& task, int nnode, Elements elements, real power, Buffer<real>& distance) noexcept {
+// The hard data of the variables that are unknown somewhere on the path; leaves `data` empty if there are none.
+int FindHardData(const Task& task, int nnode, Elements elements, Buffer<Site>& data) noexcept {
   Buffer<char> marked;
   if (const int status = MarkVariables(task, nnode, marked); status != 0) return status;
   int ndata = 0;
   ForEachHardDatum(task, nnode, elements, marked, [&](int, int) { ++ndata; });
-  if (ndata == 0) {
-    std::fill(distance.begin(), distance.end(), 0.0);
-    return 0;
-  }
-  Buffer<Site> data;
+  if (ndata == 0) return 0;
   if (const int status = data.Allocate(ndata); status != 0) return status;
   Site* next = data.data();
   ForEachHardDatum(task, nnode, elements, marked,
                    [&](int node, int v) { *next++ = SiteOf(task, nnode, v * nnode + node); });
+  return 0;
+}
+
+// Mean over all hard data of the distance to the power `power`; 0.0 without data.
+int MeanDistances(const Task& task, int nnode, Elements elements, real power, Buffer<real>& distance) noexcept {
+  Buffer<Site> data;
+  if (const int status = FindHardData(task, nnode, elements, data); status != 0) return status;
+  if (data.size() == 0) {
+    std::fill(distance.begin(), distance.end(), 0.0);
+    return 0;
+  }
 
   const real xx = task.sx * task.sx;
   const real yy = task.sy * task.sy;
@@ -254,7 +261,7 @@ int MeanDistances(const Task& task, int nnode, Elements elements, real power, Bu
   // There are no more powers than offsets: with many pairs, each is computed once and looked up.
   const int noffset = nnode * (elements == Elements::kValues ? task.nv : 1);
   Buffer<real> table;
-  if (isSquare || std::int64_t{task.n} * ndata <= noffset || table.Allocate(noffset) != 0) {
+  if (isSquare || std::int64_t{task.n} * static_cast<int>(data.size()) <= noffset || table.Allocate(noffset) != 0) {
     AverageTerms(task, nnode, data, term, distance);
     return 0;
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <type_traits>
 
 #include "core/constants.h"
@@ -41,12 +42,13 @@ constexpr Mode kAnisotropyRatioModes[] = {
 constexpr Mode kRotationModes[] = {{"SEARCHNEIGHBORHOOD_ROTATION_OFF"}, {"SEARCHNEIGHBORHOOD_ROTATION_ON"}};
 
 template <int kCount>
-void PrintMode(FILE* stream, const char* prefix, const char* name, const Mode (&modes)[kCount], int number) noexcept {
+void PrintMode(std::FILE* stream, const char* prefix, const char* name, const Mode (&modes)[kCount],
+               int number) noexcept {
   const Mode* const mode = FindMode(modes, number);
   if (mode == nullptr) {
-    fprintf(stream, "%s%s: unknown\n", prefix, name);
+    std::fprintf(stream, "%s%s: unknown\n", prefix, name);
   } else {
-    fprintf(stream, "%s%s: %s (%s)\n", prefix, name, mode->word, mode->meaning);
+    std::fprintf(stream, "%s%s: %s (%s)\n", prefix, name, mode->word, mode->meaning);
   }
 }
 
@@ -126,12 +128,12 @@ int VORLPrintSearchNeighborhoodParameters(VORL_SEARCHNEIGHBORHOODPARAMETERS* par
   PrintMode(stream, prefix, "radiusMode", kRadiusModes, p.radiusMode);
   PrintMode(stream, prefix, "anisotropyRatioMode", kAnisotropyRatioModes, p.anisotropyRatioMode);
   const int rotation = p.rotationFlag != 0;
-  fprintf(stream, "%srotationFlag: %d (%s)\n", prefix, rotation, kRotationModes[rotation].word);
-  fprintf(stream, "%sSearch radii (in number of nodes)        : %14.6f %14.6f %14.6f\n", prefix, p.rx, p.ry, p.rz);
-  fprintf(stream, "%sAnisotropy ratios (inverse distance unit): %14.6f %14.6f %14.6f\n", prefix, p.ax, p.ay, p.az);
-  fprintf(stream, "%sAngles (azimuth, dip, plunge) in degrees : %14.6f %14.6f %14.6f\n", prefix, p.angle1, p.angle2,
-          p.angle3);
-  fprintf(stream, "%sPower (at which the distance is raised)  : %14.6f\n", prefix, p.power);
+  std::fprintf(stream, "%srotationFlag: %d (%s)\n", prefix, rotation, kRotationModes[rotation].word);
+  std::fprintf(stream, "%sSearch radii (in number of nodes)        : %14.6f %14.6f %14.6f\n", prefix, p.rx, p.ry, p.rz);
+  std::fprintf(stream, "%sAnisotropy ratios (inverse distance unit): %14.6f %14.6f %14.6f\n", prefix, p.ax, p.ay, p.az);
+  std::fprintf(stream, "%sAngles (azimuth, dip, plunge) in degrees : %14.6f %14.6f %14.6f\n", prefix, p.angle1,
+               p.angle2, p.angle3);
+  std::fprintf(stream, "%sPower (at which the distance is raised)  : %14.6f\n", prefix, p.power);
   return 0;
 }
 
@@ -261,7 +263,7 @@ int VORLSearchNeighborhoodToImage(VORL_SEARCHNEIGHBORHOOD* searchNeighborhood, V
   *image->grid = grid;
   image->nvar = kVariables;
   image->nxyzv = nvalue;
-  for (int v = 0; v < kVariables; ++v) snprintf(image->varName[v], VORL_VARNAME_LENGTH, "%s", kNames[v]);
+  for (int v = 0; v < kVariables; ++v) std::snprintf(image->varName[v], VORL_VARNAME_LENGTH, "%s", kNames[v]);
   std::fill_n(image->var, nvalue, VORL_MISSING_VALUE);
   for (int e = 0; e < list.size; ++e) {
     const int node = NodeIndex(grid, {list.ix[e] - list.ixMin, list.iy[e] - list.iyMin, list.iz[e] - list.izMin});

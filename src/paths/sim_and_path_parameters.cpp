@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdio>
 #include <type_traits>
 
 #include "core/memory.h"
@@ -41,14 +42,16 @@ int AllocateOrder(VORL_SIMANDPATHPARAMETERS& p, int n) noexcept {
   return status;
 }
 
-void PrintOrder(const int* order, int naxis, FILE* stream) noexcept {
+void PrintOrder(const int* order, int naxis, std::FILE* stream) noexcept {
   constexpr char kLetters[kMaxUnilateralAxes] = {'X', 'Y', 'Z', 'V'};
   int axes[kMaxUnilateralAxes];
   SortAxesByRank(order, naxis, axes);
   int a = 0;
-  for (; a < naxis && order[axes[a]] == 0; ++a) fprintf(stream, "%s%c", a == 0 ? " random " : " ", kLetters[axes[a]]);
-  if (a > 0) fprintf(stream, ", ");
-  for (; a < naxis; ++a) fprintf(stream, " %c%c", order[axes[a]] < 0 ? '-' : '+', kLetters[axes[a]]);
+  for (; a < naxis && order[axes[a]] == 0; ++a) {
+    std::fprintf(stream, "%s%c", a == 0 ? " random " : " ", kLetters[axes[a]]);
+  }
+  if (a > 0) std::fprintf(stream, ", ");
+  for (; a < naxis; ++a) std::fprintf(stream, " %c%c", order[axes[a]] < 0 ? '-' : '+', kLetters[axes[a]]);
 }
 
 // Whether the ranks other than 0 are the numbers from 1 to their count.
@@ -102,14 +105,14 @@ int VORLPrintSimAndPathParameters(VORL_SIMANDPATHPARAMETERS* parameters, char* p
   const auto& p = *parameters;
   const Mode* const simType = FindMode(kSimTypes, p.simType);
   const Mode* const pathType = FindMode(kPathTypes, p.pathType);
-  fprintf(stream, "%sSimulation type: %s\n", prefix, simType != nullptr ? simType->word : "UNKNOWN");
-  fprintf(stream, "%sPath type: %s", prefix, pathType != nullptr ? pathType->word : "UNKNOWN");
-  if (UsesPow(p.pathType)) fprintf(stream, " pow: %.10g", p.pow);
-  if (UsesStrength(p.pathType)) fprintf(stream, " strength: %.10g", p.strength);
+  std::fprintf(stream, "%sSimulation type: %s\n", prefix, simType != nullptr ? simType->word : "UNKNOWN");
+  std::fprintf(stream, "%sPath type: %s", prefix, pathType != nullptr ? pathType->word : "UNKNOWN");
+  if (UsesPow(p.pathType)) std::fprintf(stream, " pow: %.10g", p.pow);
+  if (UsesStrength(p.pathType)) std::fprintf(stream, " strength: %.10g", p.strength);
   if (p.pathType == PATH_UNILATERAL && p.unilateralOrder != nullptr) {
     PrintOrder(p.unilateralOrder, std::clamp(p.nunilateralOrder, 0, kMaxUnilateralAxes), stream);
   }
-  fprintf(stream, "\n");
+  std::fprintf(stream, "\n");
   return 0;
 }
 

@@ -138,6 +138,14 @@ COUNT = k.new_int_array(1)
 MEMBERS = ("grid", "varName", "var")
 
 
+def whole_image():
+    return records.image(records.grid(4, 3), ["v"], np.arange(12.0))
+
+
+def one_point():
+    return k.VORL_POINTSET_array_getitem(records.point_sets([(1.0, 1.0, 0.5)], [2.0], "v"), 0)
+
+
 @pytest.mark.parametrize(
     "faults, call",
     [
@@ -146,14 +154,16 @@ MEMBERS = ("grid", "varName", "var")
         (("same", *MEMBERS), lambda image, result: k.VORLImageExtract1D(image, result, 1, 1, 0.5, 1, 0, 0, 0.1)),
         (("same",), lambda image, result: k.VORLGetImageVarStatsLocal(image, result, 0, None)),
         (MEMBERS, lambda image, _: k.VORLImageToPointSet(image, k.vorl_pointSet())),
-        (("grid",), lambda image, _: k.VORLImageToImage(image, image, None, None, 0, 2, COUNT, COUNT, 0)),
-        (("grid",), lambda image, _: k.VORLWriteImage(image, "%g", 0, k.cvar.stdout)),
-        (("grid",), lambda image, _: k.VORLWriteImageGslibBinary(image, k.cvar.stdout)),
+        (MEMBERS, lambda image, _: k.VORLImageToImage(image, whole_image(), None, None, 0, 2, COUNT, COUNT, 0)),
+        (MEMBERS, lambda image, _: k.VORLImageToImage(whole_image(), image, None, None, 0, 2, COUNT, COUNT, 0)),
+        (MEMBERS, lambda image, _: k.VORLPointSetToImage(one_point(), image, None, None, 0, 0, 2, COUNT, COUNT, COUNT)),
+        (MEMBERS, lambda image, _: k.VORLWriteImage(image, "%g", 0, k.cvar.stdout)),
+        (MEMBERS, lambda image, _: k.VORLWriteImageGslibBinary(image, k.cvar.stdout)),
     ],
 )
 def test_images_that_are_not_whole_are_refused(faults, call):
     for fault in faults:
-        image, result = records.image(records.grid(4, 3), ["v"], np.arange(12.0)), k.calloc_VORL_IMAGE()
+        image, result = whole_image(), k.calloc_VORL_IMAGE()
         if fault == "same":
             result = image
         else:
@@ -163,9 +173,9 @@ def test_images_that_are_not_whole_are_refused(faults, call):
 
 
 def test_point_sets_that_are_not_whole_are_refused():
-    image = records.image(records.grid(4, 3), ["v"], np.arange(12.0))
+    image = whole_image()
     for fault in ("same", "x", "y", "z", "varName", "var"):
-        points = k.VORL_POINTSET_array_getitem(records.point_sets([(1.0, 1.0, 0.5)], [2.0], "v"), 0)
+        points = one_point()
         if fault != "same":
             setattr(points, fault, None)
             assert k.VORLWritePointSet(points, "%g", "%g", k.cvar.stdout) == -20
