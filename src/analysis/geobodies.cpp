@@ -137,12 +137,13 @@ void MarkBlock(const real* values, const IntervalSet& set, SimdLevel level, unsi
 }
 
 int GeobodyFinder::Allocate(const VORL_GRID& grid) noexcept {
-  // Axes of one node before the others are left out, so that rows are as long as they can be; no neighbour is lost.
+  // Axes of one node before others are left out: rows are as long, and bundles as full, as can be; no neighbour lost.
   const int sizes[] = {grid.nx, grid.ny, grid.nz, 1, 1};
   const int first = grid.nx > 1 ? 0 : grid.ny > 1 ? 1 : 2;
   nx_ = sizes[first];
   ny_ = sizes[first + 1];
   nz_ = sizes[first + 2];
+  if (ny_ == 1) std::swap(ny_, nz_);
   nxyz_ = grid.nxyz;
   runsPerBundle_ = nx_ / 2 + nx_ % 2;
   wordsPerRow_ = (nx_ - 1) / kMarkBlock + 1;
