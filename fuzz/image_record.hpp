@@ -3,16 +3,12 @@
 
 #include "core/image.h"
 #include "fuzz_target.hpp"
+#include "support/owned.hpp"
 
 namespace kestrum_fuzz {
 
 // An image that releases itself, without a reader.
-struct ImageRecord : VORL_IMAGE {
-  ImageRecord() { VORLInitImage(this); }
-  ImageRecord(const ImageRecord&) = delete;
-  ImageRecord& operator=(const ImageRecord&) = delete;
-  ~ImageRecord() { VORLFreeImage(this); }
-
+struct ImageRecord : kestrum_test::Owned<VORL_IMAGE, VORLInitImage, VORLFreeImage> {
   // All but spacing and origin, which text rounds.
   bool Same(const ImageRecord& other) const {
     return grid->nx == other.grid->nx && grid->ny == other.grid->ny && grid->nz == other.grid->nz &&

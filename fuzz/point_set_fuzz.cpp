@@ -3,16 +3,12 @@
 #include "core/point_set.h"
 #include "fuzz_target.hpp"
 #include "io/point_set_files.h"
+#include "support/owned.hpp"
 
 namespace kestrum_fuzz {
 namespace {
 
-struct PointSet : VORL_POINTSET {
-  PointSet() { VORLInitPointSet(this); }
-  PointSet(const PointSet&) = delete;
-  PointSet& operator=(const PointSet&) = delete;
-  ~PointSet() { VORLFreePointSet(this); }
-
+struct PointSet : kestrum_test::Owned<VORL_POINTSET, VORLInitPointSet, VORLFreePointSet> {
   int Read(std::FILE* stream) { return VORLReadPointSet(this, stream); }
   int Write(std::FILE* stream) {
     char format[] = "%.17g";

@@ -1,15 +1,12 @@
 #include "fuzz_target.hpp"
 #include "paths/sim_and_path_parameters.h"
+#include "support/owned.hpp"
 
 namespace kestrum_fuzz {
 namespace {
 
-struct Parameters : VORL_SIMANDPATHPARAMETERS {
-  Parameters() { VORLInitSimAndPathParameters(this); }
-  Parameters(const Parameters&) = delete;
-  Parameters& operator=(const Parameters&) = delete;
-  ~Parameters() { VORLFreeSimAndPathParameters(this); }
-
+struct Parameters
+    : kestrum_test::Owned<VORL_SIMANDPATHPARAMETERS, VORLInitSimAndPathParameters, VORLFreeSimAndPathParameters> {
   std::string Printed() {
     char prefix[] = "> ";
     return Written([&](std::FILE* out) { VORLPrintSimAndPathParameters(this, prefix, out); });

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "core/array_2d.hpp"
+#include "core/integers.hpp"
 #include "core/parallel.hpp"
 
 namespace kestrum {
@@ -74,10 +75,8 @@ int CountTransitions(const CategoryGrid& grid, const Axes& axes, int nvalue, Cou
   const auto isCategory = [limit = static_cast<unsigned>(nvalue)](int category) {
     return static_cast<unsigned>(category) < limit;
   };
-  int nnode = 1;
-  for (const int size : grid.size) {
-    if (__builtin_mul_overflow(nnode, size, &nnode)) return -620;
-  }
+  const int nnode = CountOf(grid.size[0], grid.size[1], grid.size[2]);
+  if (nnode == 0) return -620;
   std::ptrdiff_t step = 1;  // from a node to the next along the axis
   for (int axis = 0; axis < 3; ++axis) {
     // The grid falls into slabs in which the lower nodes of all pairs lie in one run.

@@ -164,7 +164,7 @@ int EulerNumberOfRows(const VORL_GRID& grid, const T* values, int first, int ste
 int EulerNumber(const VORL_IMAGE* image, int varIndex, int* eulerNumber, Dealing dealing) noexcept {
   if (const int status = CheckVariable(*image, varIndex, eulerNumber); status != 0) return status;
   Buffer<int> sums;
-  if (const int status = sums.Allocate(static_cast<std::size_t>(std::max(dealing.nscratch(), 0)), 0); status != 0) {
+  if (const int status = sums.Allocate(static_cast<std::size_t>(dealing.nscratch()), 0); status != 0) {
     return status;
   }
   dealing.EachThread([&](int thread, int team) {
@@ -189,7 +189,7 @@ struct Curve {
   template <typename... T>
   int Check(const T*... outputs) const noexcept {
     if (image->nvar != 1) return -52;
-    if (n > 0 && (thresholds == nullptr || ((outputs == nullptr) || ...))) return -20;
+    if (n > 0 && AnyNull(thresholds, outputs...)) return -20;
     return CheckImage(*image);
   }
   // It is meant that the two ways differ in the last bits.

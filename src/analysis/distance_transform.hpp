@@ -38,10 +38,10 @@ struct LinePass {
 class LineScratch {
  public:
   // For lines of up to two lengths.
-  [[nodiscard]] int Allocate(int n1, int n2, int nthreads) noexcept {
+  [[nodiscard]] int Allocate(int n1, int n2, int nscratch) noexcept {
     const std::size_t size = std::max(SizeOf(n1), SizeOf(n2));
     stride_ = (size + 7) / 8 * 8;
-    const std::size_t total = stride_ * static_cast<std::size_t>(std::max(nthreads, 0));
+    const std::size_t total = stride_ * static_cast<std::size_t>(nscratch);
     if (const int status = cost_.Allocate(total, 0.0); status != 0) return status;
     if (const int status = distance_.Allocate(total); status != 0) return status;
     return link_.Allocate(total);

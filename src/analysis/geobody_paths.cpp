@@ -103,7 +103,7 @@ class Front {
   // Doubles a table that is full: a caller may have told too small a capacity.
   int Append(const Node& node) noexcept {
     if (size_ == nodes_.size()) {
-      if (const int status = Grow(); status != 0) return status;
+      if (const int status = nodes_.Enlarge(2 * size_); status != 0) return status;
     }
     nodes_[size_++] = node;
     return 0;
@@ -115,15 +115,6 @@ class Front {
   const Node* end() const noexcept { return nodes_.begin() + size_; }
 
  private:
-  // Not where nodes are appended: that would keep the search from being one short loop.
-  [[gnu::noinline]] int Grow() noexcept {
-    Buffer<Node> larger;
-    if (const int status = larger.Allocate(2 * size_); status != 0) return status;
-    std::copy(begin(), end(), larger.begin());
-    nodes_ = std::move(larger);
-    return 0;
-  }
-
   Buffer<Node> nodes_;
   std::size_t size_ = 0;
 };

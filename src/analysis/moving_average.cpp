@@ -275,7 +275,7 @@ class NeighborhoodAverage {
       after_ = std::max(after_, neighbor.x);
       neighbors_[static_cast<std::size_t>(nneighbor_++)] = neighbor;
     }
-    const std::size_t threads = static_cast<std::size_t>(std::max(dealing_.nscratch(), 0));
+    const std::size_t threads = static_cast<std::size_t>(dealing_.nscratch());
     if (const int status = offsets_.Allocate(threads * size); status != 0) return status;
     if (const int status = weights_.Allocate(threads * size); status != 0) return status;
     return padded_.Allocate(static_cast<std::size_t>(Rows() * Stride() + kSumLanes), VORL_MISSING_VALUE);

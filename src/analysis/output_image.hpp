@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "core/image.h"
+#include "core/variables.hpp"
 
 namespace kestrum {
 
@@ -17,8 +18,7 @@ namespace kestrum {
 template <typename... T>
 [[nodiscard]] int CheckVariable(const VORL_IMAGE& image, int varIndex, const T*... needed) noexcept {
   if (varIndex < 0 || varIndex >= image.nvar) return -1100;
-  const bool anyNull = ((needed == nullptr) || ...);
-  return anyNull ? -20 : CheckImage(image);
+  return AnyNull(needed...) ? -20 : CheckImage(image);
 }
 
 inline const real* VariableOf(const VORL_IMAGE& image, int varIndex) noexcept {

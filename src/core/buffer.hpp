@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <type_traits>
 #include <utility>
@@ -53,6 +54,16 @@ class Buffer {
     const int status = Allocate(size);
     for (std::size_t i = 0; i < size_; ++i) data_[i] = value;
     return status;
+  }
+
+  // Makes room for `size` elements, no fewer than there are, which stay. Never inlined: where elements are appended it
+  // would keep a search from being one short loop.
+  [[nodiscard, gnu::noinline]] int Enlarge(std::size_t size) noexcept {
+    Buffer larger;
+    if (const int status = larger.Allocate(size); status != 0) return status;
+    if (size_ > 0) std::memcpy(larger.data_, data_, size_ * sizeof(T));
+    *this = std::move(larger);
+    return 0;
   }
 
   void Release() noexcept {

@@ -2,8 +2,6 @@
 #define KESTRUM_CORE_GROWING_BUFFER_HPP
 
 #include <cstddef>
-#include <cstring>
-#include <utility>
 
 #include "core/buffer.hpp"
 
@@ -19,7 +17,7 @@ class GrowingBuffer {
   [[nodiscard]] int Append(std::size_t count, const Fill& fill) noexcept {
     for (; count > 0; --count) {
       if (size_ == room_.size()) {
-        if (const int status = Grow(); status != 0) return status;
+        if (const int status = room_.Enlarge(size_ == 0 ? kFirstRoom : 2 * size_); status != 0) return status;
       }
       if (const int status = fill(&room_[size_]); status != 0) return status;
       ++size_;
@@ -32,14 +30,6 @@ class GrowingBuffer {
 
  private:
   static constexpr std::size_t kFirstRoom = 1 << 10;
-
-  int Grow() noexcept {
-    Buffer<T> larger;
-    if (const int status = larger.Allocate(size_ == 0 ? kFirstRoom : 2 * size_); status != 0) return status;
-    if (size_ > 0) std::memcpy(larger.data(), room_.data(), size_ * sizeof(T));
-    room_ = std::move(larger);
-    return 0;
-  }
 
   Buffer<T> room_;
   std::size_t size_ = 0;

@@ -35,7 +35,8 @@ class Dealing {
   // As the caller gave it.
   constexpr int nthreads() const noexcept { return nthreads_; }
   // Number of blocks of per-thread scratch that a body needs: as many as asked for, but no more than threads can come.
-  constexpr int nscratch() const noexcept { return nthreads_ < kMaxTeam ? nthreads_ : kMaxTeam; }
+  // None if fewer than one was asked for: then the allocation fails.
+  constexpr int nscratch() const noexcept { return nthreads_ < 0 ? 0 : nthreads_ < kMaxTeam ? nthreads_ : kMaxTeam; }
   constexpr bool threaded() const noexcept { return threaded_; }
 
   // Runs body(begin, end) on the blocks of [0, n), as many as there are threads, in thread order.

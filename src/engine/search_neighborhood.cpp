@@ -7,6 +7,7 @@
 
 #include "core/buffer.hpp"
 #include "core/comparators.h"
+#include "core/integers.hpp"
 #include "core/memory.h"
 #include "covariance/cov_evaluation.hpp"
 #include "engine/kriging.hpp"
@@ -205,10 +206,8 @@ int VORLKestrumBuildSearchNeighborhoodForCovModel(
   const int hx = HalfWidth(radius[0], sx, nx);
   const int hy = HalfWidth(radius[1], sy, ny);
   const int hz = HalfWidth(radius[2], sz, nz);
-  int room = 1;
-  for (const int h : {hx, hy, hz}) {
-    if (h < 0 || __builtin_mul_overflow(room, 2 * std::int64_t{h} + 1, &room)) return -71250;
-  }
+  const int room = CountOf(2 * std::int64_t{hx} + 1, 2 * std::int64_t{hy} + 1, 2 * std::int64_t{hz} + 1);
+  if (room == 0) return -71250;
   if (const int status = VORLMallocSearchNeighborhood(&list, room); status != 0) return status;
 
   list.ix[0] = list.iy[0] = list.iz[0] = 0;

@@ -10,19 +10,12 @@
 #include "core/buffer.hpp"
 #include "core/comparators.h"
 #include "core/constants.h"
+#include "core/integers.hpp"
 #include "core/parallel.hpp"
 #include "paths/unilateral_order.hpp"
 
 namespace kestrum {
 namespace {
-
-// The product of the sizes along the axes of an index space; 0 if one of them is below 1 or an int can not count it.
-template <typename... Sizes>
-int CountOf(Sizes... sizes) noexcept {
-  int count = 1;
-  const bool fits = (... && (sizes > 0 && !__builtin_mul_overflow(count, sizes, &count)));
-  return fits ? count : 0;
-}
 
 int DistanceEuclidean(real sx, real sy, real sz, int nx, int ny, int nz, BOOLEAN zeroIsFeature, const int* mask,
                       real* distance, const Dealing& dealing) noexcept {

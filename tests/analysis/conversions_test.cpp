@@ -12,6 +12,7 @@
 
 #include "core/memory.h"
 #include "support/allocation_failure.hpp"
+#include "support/owned.hpp"
 #include "support/test_image.hpp"
 
 namespace {
@@ -24,10 +25,10 @@ using Image = kestrum_test::TestImage;
 using Reals = std::vector<double>;
 using Names = std::vector<std::string>;
 
-struct PointSet : VORL_POINTSET {
-  PointSet() { VORLInitPointSet(this); }
+struct PointSet : kestrum_test::Owned<VORL_POINTSET, VORLInitPointSet, VORLFreePointSet> {
+  PointSet() = default;
   // All with y of 0.5, and one z.
-  PointSet(const Names& names, const Reals& xs, const Reals& values, double height = 0.5) : PointSet() {
+  PointSet(const Names& names, const Reals& xs, const Reals& values, double height = 0.5) {
     npoint = static_cast<int>(xs.size());
     nvar = static_cast<int>(names.size());
     EXPECT_EQ(VORLMallocPointSet(this, npoint, nvar), 0);
@@ -37,8 +38,6 @@ struct PointSet : VORL_POINTSET {
     for (int v = 0; v < nvar; ++v) std::strcpy(varName[v], names[v].c_str());
     std::copy(values.begin(), values.end(), var);
   }
-  PointSet(const PointSet&) = delete;
-  ~PointSet() { VORLFreePointSet(this); }
 };
 
 // What a merge changes: an image, the bounds that belong to its caller, and counts.

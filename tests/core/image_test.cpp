@@ -42,13 +42,7 @@ TEST(Image, CopyOwnsItsParts) {
 TEST(Image, FailingAllocations) {
   OwnedImage image({{1.0, 2.0}});
   char prefix[] = "# ";
-  const auto make = [](auto function, auto... arguments) {
-    VORL_IMAGE made;
-    std::memset(&made, 0x55, sizeof(made));
-    const int status = function(&made, arguments...);
-    VORLFreeImage(&made);
-    return status;
-  };
+  const auto make = [](auto... arguments) { return MakeFromGarbage<VORL_IMAGE, VORLFreeImage>(arguments...); };
   kestrum_test::ForEachFailingAllocation({
       {"memory", [&] { return make(VORLMallocImage, 3, 2); }},
       {"copy", [&] { return make(VORLCopyImage, &image); }},

@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "core/image.h"
+#include "support/text_stream.hpp"
 
 constexpr real kMissing = VORL_MISSING_VALUE;
 
@@ -30,16 +32,22 @@ struct OwnedImage : VORL_IMAGE {
   ~OwnedImage() { VORLFreeImage(this); }
 };
 
+// The status of function(record, arguments...), whatever the record held before; it can be released afterwards.
+template <typename Record, auto kFree, typename Function, typename... Arguments>
+int MakeFromGarbage(const Function& function, Arguments... arguments) {
+  Record made;
+  std::memset(&made, 0x55, sizeof(made));
+  const int status = function(&made, arguments...);
+  kFree(&made);
+  return status;
+}
+
 // What print(stream) writes.
 template <typename Print>
 std::string Printed(const Print& print) {
-  FILE* stream = std::tmpfile();
-  print(stream);
-  std::rewind(stream);
-  std::string text(10000, '\0');
-  text.resize(std::fread(text.data(), 1, text.size(), stream));
-  std::fclose(stream);
-  return text;
+  kestrum_test::TextStream stream;
+  print(stream.file);
+  return stream.All();
 }
 
 // The status of print(stream), which must write nothing if it fails.

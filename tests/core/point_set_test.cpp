@@ -55,13 +55,7 @@ TEST(PointSet, CopyOwnsItsParts) {
 TEST(PointSet, FailingAllocations) {
   OwnedPointSet ps(3, 2);
   char prefix[] = "> ";
-  const auto make = [](auto function, auto... arguments) {
-    VORL_POINTSET made;
-    std::memset(&made, 0x55, sizeof(made));
-    const int status = function(&made, arguments...);
-    VORLFreePointSet(&made);
-    return status;
-  };
+  const auto make = [](auto... arguments) { return MakeFromGarbage<VORL_POINTSET, VORLFreePointSet>(arguments...); };
   const auto print = [&](auto function) {
     return PrintStatus([&](FILE* stream) { return function(&ps, prefix, stream); });
   };

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "core/memory.h"
-#include "io/text_stream.hpp"
 #include "support/allocation_failure.hpp"
 #include "support/run_builder.hpp"
+#include "support/text_stream.hpp"
 
 namespace {
 

@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "io/text_stream.hpp"
 #include "support/allocation_failure.hpp"
 #include "support/run_builder.hpp"
 #include "support/run_callbacks.hpp"
+#include "support/text_stream.hpp"
 
 namespace {
 

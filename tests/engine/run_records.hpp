@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "io/text_stream.hpp"
 #include "support/run_builder.hpp"
+#include "support/text_stream.hpp"
 
 // Sound run inputs on a grid of 3 by 2 nodes, their parts, and what is printed of them.
 

@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "io/text_stream.hpp"
 #include "support/allocation_failure.hpp"
 #include "support/test_image.hpp"
+#include "support/text_stream.hpp"
 
 namespace {
 

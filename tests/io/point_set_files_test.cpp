@@ -6,8 +6,9 @@
 #include <string>
 
 #include "core/memory.h"
-#include "io/text_stream.hpp"
 #include "support/allocation_failure.hpp"
+#include "support/owned.hpp"
+#include "support/text_stream.hpp"
 
 namespace {
 
@@ -17,12 +18,7 @@ using kestrum_test::ForEachFailingAllocation;
 using kestrum_test::TextStream;
 using kestrum_test::Written;
 
-struct PointSet : VORL_POINTSET {
-  PointSet() { VORLInitPointSet(this); }
-  PointSet(const PointSet&) = delete;
-  PointSet& operator=(const PointSet&) = delete;
-  ~PointSet() { VORLFreePointSet(this); }
-};
+using PointSet = kestrum_test::Owned<VORL_POINTSET, VORLInitPointSet, VORLFreePointSet>;
 
 int Read(VORL_POINTSET& ps, const std::string& text, std::string* rest = nullptr) {
   TextStream stream(text);

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "io/text_reader.hpp"
-#include "io/text_stream.hpp"
 #include "io/text_writer.hpp"
+#include "support/text_stream.hpp"
 
 namespace {
 

@@ -9,20 +9,17 @@
 #include <utility>
 #include <vector>
 
-#include "io/text_stream.hpp"
 #include "support/allocation_failure.hpp"
+#include "support/owned.hpp"
 #include "support/seeded.hpp"
 #include "support/test_image.hpp"
+#include "support/text_stream.hpp"
 
 namespace {
 
 using Parameters = VORL_SEARCHNEIGHBORHOODPARAMETERS;
 
-struct List : VORL_SEARCHNEIGHBORHOOD {
-  List() { VORLInitSearchNeighborhood(this); }
-  List(const List&) = delete;
-  List& operator=(const List&) = delete;
-  ~List() { VORLFreeSearchNeighborhood(this); }
+struct List : kestrum_test::Owned<VORL_SEARCHNEIGHBORHOOD, VORLInitSearchNeighborhood, VORLFreeSearchNeighborhood> {
   int Build(Parameters parameters, int seed = 1) {
     VORL_RANDCONTEXT context = kestrum_test::Seeded(seed);
     return VORLBuildSearchNeighborhood(&parameters, this, &context);

@@ -7,16 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "io/text_stream.hpp"
 #include "support/allocation_failure.hpp"
+#include "support/owned.hpp"
+#include "support/text_stream.hpp"
 
 namespace {
 
-struct Parameters : VORL_SIMANDPATHPARAMETERS {
-  Parameters() { VORLInitSimAndPathParameters(this); }
-  Parameters(const Parameters&) = delete;
-  Parameters& operator=(const Parameters&) = delete;
-  ~Parameters() { VORLFreeSimAndPathParameters(this); }
+struct Parameters
+    : kestrum_test::Owned<VORL_SIMANDPATHPARAMETERS, VORLInitSimAndPathParameters, VORLFreeSimAndPathParameters> {
   int Read(const std::string& text) { return VORLReadSimAndPathParameters(this, kestrum_test::TextStream(text).file); }
   std::string Printed() { return kestrum_test::Printed(VORLPrintSimAndPathParameters, this); }
 };

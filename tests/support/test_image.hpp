@@ -8,15 +8,15 @@
 #include <vector>
 
 #include "core/image.h"
+#include "support/owned.hpp"
 
 namespace kestrum_test {
 
 // An image that releases itself: one that holds nothing, or one with these variables, whose values repeat if they are
 // fewer than the image has. The products of the grid's sizes are filled in.
-struct TestImage : VORL_IMAGE {
-  TestImage() { VORLInitImage(this); }
+struct TestImage : Owned<VORL_IMAGE, VORLInitImage, VORLFreeImage> {
+  TestImage() = default;
   TestImage(VORL_GRID imageGrid, const std::vector<std::string>& names, const std::vector<double>& values) {
-    VORLInitImage(this);
     imageGrid.nxy = imageGrid.nx * imageGrid.ny;
     imageGrid.nxyz = imageGrid.nxy * imageGrid.nz;
     if (VORLMallocImage(this, imageGrid.nxyz, static_cast<int>(names.size())) != 0) return;
@@ -28,9 +28,6 @@ struct TestImage : VORL_IMAGE {
     }
     for (int i = 0; i < nxyzv; ++i) var[i] = values[static_cast<std::size_t>(i) % values.size()];
   }
-  TestImage(const TestImage&) = delete;
-  TestImage& operator=(const TestImage&) = delete;
-  ~TestImage() { VORLFreeImage(this); }
 
   std::vector<double> Values() const { return {var, var + nxyzv}; }
 };
