@@ -65,14 +65,14 @@
 
 %refuse_none(int *validationError)
 %refuse_none(VORL_KESTRUMOUTPUT *output)
-%include "engine/run_input.h"
+%include "runs/run_input.h"
 %typemap(check) VORL_KESTRUMOUTPUT *output;
-%include "engine/indicator_run_input.h"
+%include "runs/indicator_run_input.h"
 
 /* A run calls its callback, so it takes none but a real one. */
 %refuse_none(int (*progressCallback)(VORL_PROGRESSMONITOR *))
-%include "engine/estimation.h"
-%include "engine/simulation.h"
-%include "engine/indicator_estimation.h"
-%include "engine/indicator_simulation.h"
-%include "engine/run_driver.h"
+%include "runs/estimation.h"
+%include "runs/simulation.h"
+%include "runs/indicator_estimation.h"
+%include "runs/indicator_simulation.h"
+%include "runs/run_driver.h"

@@ -23,6 +23,8 @@
 #include "covariance/cov_evaluation.h"
 #include "covariance/cov_model.h"
 
+#include "neighborhood/search_neighborhood.h"
+
 #include "io/image_files.h"
 #include "io/point_set_files.h"
 
@@ -40,15 +42,14 @@
 #include "analysis/thresholding.h"
 #include "analysis/two_point_statistics.h"
 
-#include "engine/conditioning.h"
-#include "engine/estimation.h"
-#include "engine/indicator_estimation.h"
-#include "engine/indicator_run_input.h"
-#include "engine/indicator_simulation.h"
-#include "engine/run_driver.h"
-#include "engine/run_input.h"
-#include "engine/search_neighborhood.h"
-#include "engine/simulation.h"
+#include "runs/conditioning.h"
+#include "runs/estimation.h"
+#include "runs/indicator_estimation.h"
+#include "runs/indicator_run_input.h"
+#include "runs/indicator_simulation.h"
+#include "runs/run_driver.h"
+#include "runs/run_input.h"
+#include "runs/simulation.h"
 
 #include "paths/path_generators.h"
 #include "paths/search_neighborhood_parameters.h"

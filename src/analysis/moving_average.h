@@ -3,7 +3,7 @@
 
 #include "core/image.h"
 #include "core/types.h"
-#include "engine/search_neighborhood.h"
+#include "neighborhood/search_neighborhood.h"
 
 /* Averages over a neighbourhood that slides over the nodes of an image: a box, or a search neighbourhood.
  *

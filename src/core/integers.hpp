@@ -2,6 +2,7 @@
 #define KESTRUM_CORE_INTEGERS_HPP
 
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 namespace kestrum {
@@ -21,6 +22,15 @@ constexpr int CountOf(Sizes... sizes) noexcept {
 // Toward zero; the lowest int for what no int holds.
 constexpr int TruncateToInt(double value) noexcept {
   return value > -2147483649.0 && value < 2147483648.0 ? static_cast<int>(value) : std::numeric_limits<int>::min();
+}
+
+// The number in an enumeration field. Callers can store any int in it, which the enumeration itself must not hold.
+template <typename Enum>
+int EnumNumber(const Enum& field) noexcept {
+  static_assert(sizeof(Enum) == sizeof(int));
+  int number;
+  std::memcpy(&number, &field, sizeof number);
+  return number;
 }
 
 }  // namespace kestrum

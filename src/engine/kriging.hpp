@@ -7,7 +7,7 @@
 
 #include "core/buffer.hpp"
 #include "covariance/cov_evaluation.hpp"
-#include "engine/neighbor_search.hpp"
+#include "neighborhood/neighbor_search.hpp"
 #include "numeric/gmres_batch.hpp"
 #include "numeric/random.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "engine/run_input_shared.hpp"
+#include "core/integers.hpp"
 
 namespace kestrum {
 namespace {

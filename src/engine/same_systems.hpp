@@ -2,7 +2,7 @@
 #define KESTRUM_ENGINE_SAME_SYSTEMS_HPP
 
 #include "engine/kriging.hpp"
-#include "engine/search_neighborhood.h"
+#include "neighborhood/search_neighborhood.h"
 
 namespace kestrum {
 

@@ -9,7 +9,7 @@
 #include "core/constants.h"
 #include "core/node_coordinates.hpp"
 #include "covariance/cov_evaluation.hpp"
-#include "engine/search_neighborhood.hpp"
+#include "neighborhood/search_neighborhood.hpp"
 #include "paths/parameter_reader.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_SEARCHNEIGHBORHOODPARAMETERS>);

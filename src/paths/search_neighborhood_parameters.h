@@ -5,11 +5,11 @@
 
 #include "core/image.h"
 #include "core/types.h"
-#include "engine/search_neighborhood.h"
+#include "neighborhood/search_neighborhood.h"
 #include "numeric/random.h"
 
 /* Search neighbourhoods from explicit radii, anisotropy ratios and angles, for programs that search a grid without a
- * covariance model. The lists are those of engine/search_neighborhood.h.
+ * covariance model. The lists are those of neighborhood/search_neighborhood.h.
  *
  * The search ellipsoid has the radii rx, ry, rz along its own axes, and the distance of an offset (x, y, z) along these
  * axes is the root of (x/ax)^2 + (y/ay)^2 + (z/az)^2. The axes are the grid's, turned by azimuth, dip and plunge as

@@ -9,7 +9,7 @@
 #include "analysis/category_order.h"
 #include "core/image_statistics.h"
 #include "core/progress_monitor.h"
-#include "engine/neighbor_search.hpp"
+#include "neighborhood/neighbor_search.hpp"
 #include "paths/search_neighborhood_parameters.h"
 #include "support/test_image.hpp"
 

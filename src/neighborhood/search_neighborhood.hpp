@@ -1,0 +1,33 @@
+#ifndef KESTRUM_NEIGHBORHOOD_SEARCH_NEIGHBORHOOD_HPP
+#define KESTRUM_NEIGHBORHOOD_SEARCH_NEIGHBORHOOD_HPP
+
+#include "neighborhood/search_neighborhood.h"
+
+namespace kestrum {
+
+// Steps that the builders of lists share.
+
+// Calls consider(i, j, k) for one offset of each pair of opposite ones in a box of these half-widths: those on the x
+// axis, then in the xy plane, then the rest. Offset (0, 0, 0) is left out.
+template <typename Consider>
+void ForEachHalfOffset(int hx, int hy, int hz, const Consider& consider) noexcept {
+  for (int i = 1; i <= hx; ++i) consider(i, 0, 0);
+  for (int j = 1; j <= hy; ++j) {
+    for (int i = -hx; i <= hx; ++i) consider(i, j, 0);
+  }
+  for (int k = 1; k <= hz; ++k) {
+    for (int j = -hy; j <= hy; ++j) {
+      for (int i = -hx; i <= hx; ++i) consider(i, j, k);
+    }
+  }
+}
+
+// Sorts the five arrays by `distance`; keys that differ by at most VORL_EPSILON come in a random but fixed order, since
+// the context is reseeded with 1. Returns 0 or the status of a failing allocation.
+[[nodiscard]] int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) noexcept;
+
+void ComputeBoundingBox(VORL_SEARCHNEIGHBORHOOD& list) noexcept;
+
+}  // namespace kestrum
+
+#endif

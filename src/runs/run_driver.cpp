@@ -1,0 +1,664 @@
+#include "runs/run_driver.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <utility>
+
+#include "core/buffer.hpp"
+#include "core/constants.h"
+#include "core/memory.h"
+#include "core/node_coordinates.hpp"
+#include "core/object_array.hpp"
+#include "core/parallel.hpp"
+#include "core/status.h"
+#include "covariance/cov_evaluation.h"
+#include "covariance/cov_model.hpp"
+#include "engine/run_monitor.hpp"
+#include "neighborhood/search_neighborhood.h"
+#include "runs/conditioning.h"
+#include "runs/estimation.h"
+#include "runs/indicator_estimation.h"
+#include "runs/indicator_simulation.h"
+#include "runs/run_files.hpp"
+#include "runs/run_input_shared.hpp"
+#include "runs/simulation.h"
+
+namespace kestrum {
+namespace {
+
+// An image record on the heap, as an output record holds it.
+class OwnedImage {
+ public:
+  OwnedImage() = default;
+  OwnedImage(const OwnedImage&) = delete;
+  OwnedImage& operator=(const OwnedImage&) = delete;
+  ~OwnedImage() { FreeImageRecord(image_); }
+
+  // Values uninitialised, names empty.
+  [[nodiscard]] int Allocate(VORL_GRID* grid, int nvar) noexcept {
+    nvar = std::max(nvar, 0);  // no realization makes an image without variables
+    if (static_cast<std::int64_t>(grid->nxyz) * nvar > INT_MAX) return -1;
+    int status = 0;
+    image_ = static_cast<VORL_IMAGE*>(VORLMalloc(1, sizeof(VORL_IMAGE), &status));
+    if (status != 0) return status;
+    VORLInitImage(image_);
+    status = VORLMallocImage(image_, grid->nxyz, nvar);
+    if (status != 0) return status;
+    VORLCopyGrid(image_->grid, grid);
+    image_->nvar = nvar;
+    image_->nxyzv = nvar * grid->nxyz;
+    if (nvar > 0) std::memset(image_->varName[0], 0, static_cast<std::size_t>(nvar) * VORL_VARNAME_LENGTH);
+    return 0;
+  }
+
+  VORL_IMAGE* get() const noexcept { return image_; }
+  VORL_IMAGE* operator->() const noexcept { return image_; }
+  explicit operator bool() const noexcept { return image_ != nullptr; }
+  VORL_IMAGE* Hand() noexcept { return std::exchange(image_, nullptr); }
+
+ private:
+  VORL_IMAGE* image_ = nullptr;
+};
+
+// What computationMode says.
+struct Mode {
+  bool simulation;
+  bool ordinaryKriging;
+
+  template <typename Input>
+  explicit Mode(const Input& input) noexcept
+      : simulation(IsSimulation(input)),
+        ordinaryKriging(input.computationMode == KESTRUM_OK || input.computationMode == KESTRUM_SIM_OK) {}
+};
+
+// One rotation for a whole run.
+class FixedRotation {
+ public:
+  // The matrix of the model's fixed angles, or null if all three are 0.0.
+  real** From(const VORL_COVMODEL& model) noexcept {
+    real angles[3];
+    if (!StationaryAngles(model, angles)) return nullptr;
+    for (int i = 0; i < 3; ++i) rows_[i] = matrix_[i];
+    VORLComputeRotationMatrix(angles[0], angles[1], angles[2], rows_);
+    return rows_;
+  }
+
+ private:
+  real matrix_[3][3];
+  real* rows_[3];
+};
+
+// A search neighbourhood with the difference of node index of each entry.
+struct Neighborhood {
+  VORL_SEARCHNEIGHBORHOOD list{};
+  Buffer<int> shift;
+  int limit = 0;
+
+  Neighborhood() = default;
+  Neighborhood(const Neighborhood&) = delete;
+  Neighborhood& operator=(const Neighborhood&) = delete;
+  ~Neighborhood() { VORLFreeSearchNeighborhood(&list); }
+
+  [[nodiscard]] int ComputeShift(const VORL_GRID& grid, int nneighborMax, Dealing dealing) noexcept {
+    if (const int status = shift.Allocate(list.size); status != 0) return status;
+    dealing.Blocks(list.size, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      for (std::ptrdiff_t e = begin; e < end; ++e) {
+        shift[e] = list.iy[e] * grid.nx + list.ix[e] + list.iz[e] * grid.nxy;
+      }
+    });
+    limit = nneighborMax >= 0 ? nneighborMax : list.size;
+    return 0;
+  }
+};
+
+// What both drivers do alike. Input is one of the two input records.
+template <typename Input>
+class Run {
+ public:
+  Run(Input* input, VORL_KESTRUMOUTPUT* output, VORL_PROGRESSMONITOR* monitor, ProgressCallback callback,
+      Dealing dealing) noexcept
+      : input_(input), output_(output), monitor_(monitor), callback_(callback), dealing_(dealing) {}
+
+  // A step's status, or kAborted if the job has been asked to stop meanwhile.
+  int After(int status) const noexcept {
+    if (status != 0) return status;
+    return Aborted(monitor_) ? kAborted : 0;
+  }
+
+  [[nodiscard]] int OpenReport(const char* heading, int (*printInput)(Input*, char*, FILE*)) noexcept {
+    if (monitor_ != nullptr) {
+      std::snprintf(monitor_->progressName, sizeof monitor_->progressName, "%s", "Kestrum progress... ");
+    }
+    if (!input_->outputReportFlag) return 0;
+    if (const int status = report_.OpenForWriting(input_->outputReportFileName); status != 0) return status;
+    char version[] = VORL_KESTRUM_VERSION_NUMBER;
+    char build[] = VORL_KESTRUM_BUILD_NUMBER;
+    char prefix[] = "   ";
+    FILE* const stream = report_.stream();
+    const int nthreads = dealing_.threaded() ? dealing_.nthreads() : 0;
+    if (const int status =
+            VORLKestrumPrintVersion(version, build, dealing_.threaded() ? TRUE : FALSE, nthreads, stream);
+        status != 0) {
+      return status;
+    }
+    std::fputs(VORL_SEPARATION_LINE_EQUAL, stream);
+    std::fputs(heading, stream);
+    if (const int status = printInput(input_, prefix, stream); status != 0) return status;
+    std::fputs(VORL_SEPARATION_LINE_EQUAL, stream);
+    return After(0);
+  }
+
+  // Validates the input; a broken rule is the status of the run. A flag is one BOOLEAN, or one per category.
+  template <typename Flag>
+  [[nodiscard]] int ValidateWith(int (*validate)(Input*, Flag*, Flag*, Flag*, Flag*, VORL_PROGRESSMONITOR*,
+                                                 ProgressCallback, int*),
+                                 Flag* rotationStationary, Flag* weightStationary, Flag* rangeStationary,
+                                 Flag* covModelStationary) const noexcept {
+    int verdict = 0;
+    const int status = After(validate(input_, rotationStationary, weightStationary, rangeStationary, covModelStationary,
+                                      monitor_, callback_, &verdict));
+    return status != 0 ? status : verdict;
+  }
+
+  // The beginning of a run: head of the report, and validation. Time counts from its end.
+  template <typename Flag, typename Validate>
+  [[nodiscard]] int Begin(const char* heading, int (*printInput)(Input*, char*, FILE*), Validate* validate,
+                          Flag* rotationStationary, Flag* weightStationary, Flag* rangeStationary,
+                          Flag* covModelStationary) noexcept {
+    int status = OpenReport(heading, printInput);
+    if (status == 0) {
+      status = ValidateWith<Flag>(validate, rotationStationary, weightStationary, rangeStationary, covModelStationary);
+    }
+    start_ = std::clock();
+    return status;
+  }
+
+  // Calls a worker in its serial form, or its threaded twin with the number of threads behind the other arguments.
+  template <typename Call, typename Serial, typename Threaded>
+  int CallWorker(const Call& call, Serial* serial, Threaded* threaded) const noexcept {
+    return dealing_.threaded() ? call(threaded, dealing_.nthreads()) : call(serial);
+  }
+
+  // The sizes of the grid and of its stored products must agree: everything is laid out by them. No node at all is left
+  // to the allocations to refuse.
+  int CheckGridProducts() const noexcept {
+    const VORL_GRID& grid = *input_->simGrid;
+    return grid.nxyz == 0 || ProductsAgree(grid) ? 0 : -601;
+  }
+
+  // An image of one variable with the variable's name, all missing.
+  [[nodiscard]] int CreateWorkingImage() noexcept {
+    if (const int status = CheckGridProducts(); status != 0) return status;
+    if (const int status = workingImage_.Allocate(input_->simGrid, 1); status != 0) return status;
+    std::snprintf(workingImage_->varName[0], VORL_VARNAME_LENGTH, "%s", input_->varName);
+    FillVariable(workingImage_.get(), [](std::ptrdiff_t) { return real{VORL_MISSING_VALUE}; });
+    return nodeStatus_.Allocate(input_->simGrid->nxyz);
+  }
+
+  template <typename Value>
+  void FillVariable(VORL_IMAGE* image, const Value& value) const noexcept {
+    dealing_.Blocks(image->grid->nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      for (std::ptrdiff_t i = begin; i < end; ++i) image->var[i] = value(i);
+    });
+  }
+
+  // The data are in the working image now.
+  void ReleaseConditioningData() noexcept {
+    FreeConditioningData(*input_);
+    input_->dataImage = nullptr;
+    input_->dataPointSet = nullptr;
+    input_->ndataImage = 0;
+    input_->ndataPointSet = 0;
+  }
+
+  // The mask counts where it is given, whatever its flag says; but only with the flag set has it been validated, and
+  // one that lacks values for the nodes is none.
+  VORL_IMAGE* Mask() const noexcept {
+    VORL_IMAGE* const mask = input_->maskImage;
+    return mask != nullptr && mask->var != nullptr && mask->nxyzv >= input_->simGrid->nxyz ? mask : nullptr;
+  }
+
+  bool Masked(std::ptrdiff_t node) const noexcept {
+    const VORL_IMAGE* const mask = UsedMask(*input_);
+    return mask != nullptr && mask->var[node] == 0.0;
+  }
+
+  // Whether the result is wanted as an image, in memory or in one file.
+  bool WantsOutputImage() const noexcept {
+    return !input_->consoleAppFlag || input_->outputMode == KESTRUM_OUTPUT_ALL_IN_ONE_FILE;
+  }
+
+  [[nodiscard]] int PreparePath() noexcept {
+    const int nnode = input_->simGrid->nxyz;
+    if (const int status = simulationPath_.Allocate(nnode); status != 0) return status;
+    return VORLSKestrumPrepareSimulationPath(Mask(), nodeStatus_.data(), nnode, simulationPath_.data(),
+                                             &pathFirstInequality_, &pathFirstSimulated_, &nnodeSimulated_, monitor_,
+                                             callback_);
+  }
+
+  [[nodiscard]] int BuildNeighborhood(VORL_COVMODEL* model, BOOLEAN rotationStationary, BOOLEAN weightStationary,
+                                      BOOLEAN rangeStationary, BOOLEAN covModelStationary, real** rotationMatrix,
+                                      real searchRadiusRelative, int sortMode, int nneighborMax,
+                                      VORL_RANDCONTEXT* randContext, Neighborhood& neighborhood) const noexcept {
+    const VORL_GRID& grid = *input_->simGrid;
+    VORLInitSearchNeighborhood(&neighborhood.list);
+    const int status = VORLKestrumBuildSearchNeighborhoodForCovModel(
+        grid.sx, grid.sy, grid.sz, searchRadiusRelative, grid.nx, grid.ny, grid.nz, Mask(), model, rotationStationary,
+        weightStationary, rangeStationary, covModelStationary, TRUE, rotationMatrix, sortMode, &neighborhood.list,
+        randContext);
+    if (status != 0) return status;
+    return neighborhood.ComputeShift(grid, nneighborMax, dealing_);
+  }
+
+  // Files, hand-over and foot of the report, once the work is done.
+  [[nodiscard]] int Complete() noexcept {
+    const std::clock_t end = std::clock();
+    if (input_->outputMode == KESTRUM_OUTPUT_ALL_IN_ONE_FILE && outputImage_) {
+      const int status = WriteImageToFile(outputImage_.get(), input_->formatString, input_->outputImageFileName, "");
+      if (After(status) != 0) return After(status);
+    }
+    if (!input_->consoleAppFlag) output_->outputImage = outputImage_.Hand();
+    if (report_.stream() != nullptr) WriteReportFoot(end);
+    return 0;
+  }
+
+ protected:
+  void WriteReportFoot(std::clock_t end) const noexcept {
+    FILE* const stream = report_.stream();
+    std::fputs(VORL_SEPARATION_LINE_EQUAL, stream);
+    WriteCpuTime("CPU time (sec), in total", end - start_, stream);
+    std::fputs(VORL_SEPARATION_LINE_EQUAL, stream);
+    std::fputs(VORL_SEPARATION_LINE_EQUAL, stream);
+    if (monitor_ == nullptr || monitor_->nwarning == 0) {
+      std::fputs("No warning encountered\n", stream);
+    } else {
+      std::fprintf(stream, "Warnings encountered (%d times in all):\n", monitor_->nwarning);
+      for (int i = 0; i < std::min(monitor_->nwarningNumber, VORL_MAX_NWARNING); ++i) {
+        std::fprintf(stream, "#%3d: %s", i + 1, VORLGetWarningMessage(monitor_->warningNumberList[i]));
+      }
+    }
+    std::fputs(VORL_SEPARATION_LINE_EQUAL, stream);
+  }
+
+  Input* input_;
+  VORL_KESTRUMOUTPUT* output_;
+  VORL_PROGRESSMONITOR* monitor_;
+  ProgressCallback callback_;
+  Dealing dealing_;
+  File report_;  // declared first, closed last
+  std::clock_t start_ = 0;
+  OwnedImage workingImage_;
+  OwnedImage outputImage_;
+  Buffer<int> nodeStatus_;
+  int ndata_ = 0;
+  Buffer<real> dataValue_;  // hard data in increasing node order
+  Buffer<int> simulationPath_;
+  int pathFirstInequality_ = 0;
+  int pathFirstSimulated_ = 0;
+  int nnodeSimulated_ = 0;
+};
+
+// Bounds of inequality data per node; the conditioning allocates them when it meets the first.
+class Bounds {
+ public:
+  Bounds() = default;
+  Bounds(const Bounds&) = delete;
+  Bounds& operator=(const Bounds&) = delete;
+  ~Bounds() { VORLFree(values_); }
+  real** slot() noexcept { return &values_; }
+  real* values() noexcept { return values_; }
+
+ private:
+  real* values_ = nullptr;
+};
+
+class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
+ public:
+  using Run::Run;
+
+  int Execute() noexcept {
+    int status = Begin("kestrumInput:\n", VORLKestrumPrintKestrumInput, VORLKestrumValidateKestrumInput,
+                       &rotationStationary_, &weightStationary_, &rangeStationary_, &covModelStationary_);
+    if (status != 0) return status;
+    VORL_RANDCONTEXT randContext;
+    VORLInitRandContext(&randContext);
+    const Mode mode(*input_);
+    if (status = After(CreateWorkingImage()); status != 0) return status;
+    if (status = After(IntegrateData(mode)); status != 0) return status;
+    if (status = After(CreateOutputImages(mode)); status != 0) return status;
+    if (status = After(CenterData()); status != 0) return status;
+    if (status = After(PreparePath()); status != 0) return status;
+    FixedRotation rotation;
+    real** const rotationMatrix = rotationStationary_ ? rotation.From(*input_->covModel) : nullptr;
+    if (input_->searchRadiusRelative == kUniqueNeighborhood) {
+      status = EstimateUnique(mode, rotationMatrix);
+    } else {
+      Neighborhood neighborhood;
+      status = After(BuildNeighborhood(input_->covModel, rotationStationary_, weightStationary_, rangeStationary_,
+                                       covModelStationary_, rotationMatrix, input_->searchRadiusRelative,
+                                       input_->searchNeighborhoodSortMode, input_->nneighborMax, &randContext,
+                                       neighborhood));
+      if (status != 0) return status;
+      status = mode.simulation ? Simulate(mode, rotationMatrix, neighborhood)
+                               : EstimateMoving(mode, rotationMatrix, neighborhood);
+    }
+    if (status = After(status); status != 0) return status;
+    return Complete();
+  }
+
+ private:
+  // Data into the working image; their mean, and the sill of the model.
+  int IntegrateData(Mode mode) noexcept {
+    real** const minimum = mode.simulation ? inequalityMin_.slot() : nullptr;
+    real** const maximum = mode.simulation ? inequalityMax_.slot() : nullptr;
+    const int status = VORLKestrumIntegrateConditioningData(input_, workingImage_.get(), minimum, maximum,
+                                                            nodeStatus_.data(), &ndata_, monitor_, callback_);
+    if (After(status) != 0) return After(status);
+    ReleaseConditioningData();
+    if (ndata_ > 0) {
+      real sum = 0.0;
+      for (int i = 0; i < input_->simGrid->nxyz; ++i) {
+        if (nodeStatus_[i] == 0) sum += workingImage_->var[i];
+      }
+      hardDataMean_ = sum / ndata_;
+    }
+    if (weightStationary_) sill_ = StationarySill(*input_->covModel);
+    return 0;
+  }
+
+  int CreateOutputImages(Mode mode) noexcept {
+    if (!mode.simulation) {
+      if (const int status = stdImage_.Allocate(input_->simGrid, 1); status != 0) return status;
+      FillVariable(stdImage_.get(), [this](std::ptrdiff_t i) { return Masked(i) ? real{VORL_MISSING_VALUE} : 0.0; });
+      NameVariable(stdImage_.get(), VORL_KESTRUM_SUFFIX_FOR_ST_DEV);
+      NameVariable(workingImage_.get(), VORL_KESTRUM_SUFFIX_FOR_ESTIMATE);
+    }
+    return WantsOutputImage() ? outputImage_.Allocate(input_->simGrid, mode.simulation ? input_->nrealization : 2) : 0;
+  }
+
+  void NameVariable(VORL_IMAGE* image, const char* suffix) const noexcept {
+    std::snprintf(image->varName[0], VORL_VARNAME_LENGTH, "%s%s", input_->varName, suffix);
+  }
+
+  // Mean and variance as the workers use them: data and bounds are residuals, the variance is a ratio of standard
+  // deviations.
+  int CenterData() noexcept {
+    if (input_->meanUsage == 0) input_->meanValue = hardDataMean_;
+    if (input_->varianceUsage == 1) input_->varianceValue = std::sqrt(input_->varianceValue / sill_);
+    if (input_->varianceUsage == 2) {
+      FillVariable(input_->varianceImage, [this](std::ptrdiff_t i) {
+        const real variance = input_->varianceImage->var[i];
+        return variance == VORL_MISSING_VALUE ? variance : std::sqrt(variance / sill_);
+      });
+    }
+    if (ndata_ > 0) {
+      if (const int status = dataValue_.Allocate(ndata_); status != 0) return status;
+    }
+    int count = 0;
+    for (int i = 0; i < input_->simGrid->nxyz; ++i) {
+      const real mean = input_->meanUsage == 2 ? input_->meanImage->var[i] : input_->meanValue;
+      const int status = nodeStatus_[i];
+      if (status == 0) {
+        workingImage_->var[i] -= mean;
+        dataValue_[count++] = workingImage_->var[i];
+      }
+      if (status == -1 || status == -3) inequalityMin_.values()[i] -= mean;
+      if (status == -2 || status == -3) inequalityMax_.values()[i] -= mean;
+    }
+    return 0;
+  }
+
+  int EstimateMoving(Mode mode, real** rotationMatrix, Neighborhood& neighborhood) noexcept {
+    const auto estimate = [&](auto function, auto... nthreads) {
+      return function(input_, mode.ordinaryKriging ? TRUE : FALSE, workingImage_.get(), stdImage_.get(),
+                      outputImage_.get(), rotationStationary_, weightStationary_, rangeStationary_, covModelStationary_,
+                      sill_, rotationMatrix, &neighborhood.list, neighborhood.shift.data(), neighborhood.limit,
+                      nodeStatus_.data(), input_->simGrid->nxyz, simulationPath_.data(), pathFirstSimulated_,
+                      report_.stream(), monitor_, callback_, nthreads...);
+    };
+    return CallWorker(estimate, VORLKestrumSimEstimation, VORLOMPKestrumSimEstimation);
+  }
+
+  int Simulate(Mode mode, real** rotationMatrix, Neighborhood& neighborhood) noexcept {
+    const bool hasInequalityData = inequalityMin_.values() != nullptr || inequalityMax_.values() != nullptr;
+    const auto simulate = [&](auto function, auto... nthreads) {
+      return function(input_, mode.ordinaryKriging ? TRUE : FALSE, workingImage_.get(), outputImage_.get(),
+                      rotationStationary_, weightStationary_, rangeStationary_, covModelStationary_, sill_,
+                      rotationMatrix, &neighborhood.list, neighborhood.shift.data(), neighborhood.limit,
+                      nodeStatus_.data(), hasInequalityData ? TRUE : FALSE, inequalityMin_.slot(),
+                      inequalityMax_.slot(), input_->simGrid->nxyz, simulationPath_.data(), pathFirstInequality_,
+                      pathFirstSimulated_, dataValue_.data(), ndata_, report_.stream(), monitor_, callback_,
+                      nthreads...);
+    };
+    return CallWorker(simulate, VORLKestrumSimSimulation, VORLOMPKestrumSimSimulation);
+  }
+
+  int EstimateUnique(Mode mode, real** rotationMatrix) noexcept {
+    const auto estimate = [&](auto function, auto... nthreads) {
+      return function(input_, mode.ordinaryKriging ? TRUE : FALSE, workingImage_.get(), stdImage_.get(),
+                      outputImage_.get(), sill_, rotationMatrix, ndata_, input_->simGrid->nxyz, simulationPath_.data(),
+                      pathFirstSimulated_, report_.stream(), monitor_, callback_, nthreads...);
+    };
+    return CallWorker(estimate, VORLKestrumSimEstimationUniqueSN, VORLOMPKestrumSimEstimationUniqueSN);
+  }
+
+  BOOLEAN rotationStationary_ = TRUE;
+  BOOLEAN weightStationary_ = TRUE;
+  BOOLEAN rangeStationary_ = TRUE;
+  BOOLEAN covModelStationary_ = TRUE;
+  real hardDataMean_ = 0.0;
+  real sill_ = 0.0;
+  OwnedImage stdImage_;
+  Bounds inequalityMin_;
+  Bounds inequalityMax_;
+};
+
+class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
+ public:
+  using Run::Run;
+  ~IndicatorRun() {
+    for (BOOLEAN* flags : {rotationStationary_, weightStationary_, rangeStationary_, covModelStationary_}) {
+      VORLFree(flags);
+    }
+  }
+
+  int Execute() noexcept {
+    int status = Begin("kestrumIndicatorInput:\n", VORLKestrumPrintKestrumIndicatorInput,
+                       VORLKestrumValidateKestrumIndicatorInput, &rotationStationary_, &weightStationary_,
+                       &rangeStationary_, &covModelStationary_);
+    if (status != 0) return status;
+    VORL_RANDCONTEXT randContext;
+    VORLInitRandContext(&randContext);
+    const Mode mode(*input_);
+    if (status = After(CreateWorkingImage()); status != 0) return status;
+    status = After(VORLKestrumIndicatorIntegrateConditioningData(input_, workingImage_.get(), nodeStatus_.data(),
+                                                                 &ndata_, monitor_, callback_));
+    if (status != 0) return status;
+    ReleaseConditioningData();
+    if (status = After(ComputeProportions()); status != 0) return status;
+    if (status = After(CreateOutputImage(mode)); status != 0) return status;
+    if (status = After(KeepData()); status != 0) return status;
+    if (status = After(PreparePath()); status != 0) return status;
+    if (status = After(BuildNeighborhoods(&randContext)); status != 0) return status;
+    if (status = After(Work(mode)); status != 0) return status;
+    return Complete();
+  }
+
+ private:
+  // The category of a value, -1 if it is none.
+  int CategoryOf(real value) const noexcept {
+    for (int c = 0; c < input_->ncategory; ++c) {
+      if (value == input_->categoryValue[c]) return c;
+    }
+    return -1;
+  }
+
+  // The share of the hard data in each category, and the sill of each model. One category stands against its
+  // complement, whose value is 0.0.
+  int ComputeProportions() noexcept {
+    const int ncategory = input_->ncategory;
+    const bool binary = ncategory == 1;
+    if (const int status = proportion_.Allocate(ncategory, 0.0); status != 0) return status;
+    if (ndata_ < 1) {
+      for (real& share : proportion_) share = binary ? 0.5 : 1.0 / ncategory;
+    }
+    for (int i = 0; i < input_->simGrid->nxyz; ++i) {
+      if (nodeStatus_[i] != 0) continue;
+      const real value = workingImage_->var[i];
+      const int category = CategoryOf(value);
+      if (category >= 0) {
+        proportion_[category] += 1.0;
+      } else if (!binary || value != 0.0) {
+        return binary ? -71116 : -71115;
+      }
+    }
+    if (ndata_ >= 1) {
+      for (real& share : proportion_) share *= 1.0 / ndata_;
+    }
+    if (const int status = sill_.Allocate(ncategory, 0.0); status != 0) return status;
+    for (int c = 0; c < ncategory; ++c) {
+      if (weightStationary_[c]) sill_[c] = StationarySill(input_->covModel[c]);
+    }
+    if (input_->probabilityUsage == 0) {
+      int status = 0;
+      void* const block = VORLMalloc(ncategory, sizeof(real), &status);
+      if (status != 0) return status;
+      VORLFree(input_->probabilityValue);
+      input_->probabilityValue = static_cast<real*>(block);
+      std::copy_n(proportion_.data(), ncategory, input_->probabilityValue);
+    }
+    return 0;
+  }
+
+  int CreateOutputImage(Mode mode) noexcept {
+    if (mode.simulation) {
+      return WantsOutputImage() ? outputImage_.Allocate(input_->simGrid, input_->nrealization) : 0;
+    }
+    const std::ptrdiff_t nxyz = input_->simGrid->nxyz;
+    if (const int status = outputImage_.Allocate(input_->simGrid, input_->ncategory); status != 0) return status;
+    for (int c = 0; c < input_->ncategory; ++c) {
+      std::snprintf(outputImage_->varName[c], VORL_VARNAME_LENGTH, "%s%s%0*d", input_->varName,
+                    VORL_KESTRUM_SUFFIX_FOR_PROBABILITY, VORL_KESTRUM_NB_DIGIT_FOR_CATEGORY_INDEX, c);
+      real* const probability = outputImage_->var + c * nxyz;
+      dealing_.Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+        for (std::ptrdiff_t i = begin; i < end; ++i) {
+          const real certain = workingImage_->var[i] == input_->categoryValue[c] ? 1.0 : 0.0;
+          probability[i] = Masked(i) ? real{VORL_MISSING_VALUE} : certain;
+        }
+      });
+    }
+    return 0;
+  }
+
+  int KeepData() noexcept {
+    if (ndata_ < 1) return 0;
+    if (const int status = dataValue_.Allocate(ndata_); status != 0) return status;
+    int count = 0;
+    for (int i = 0; i < input_->simGrid->nxyz; ++i) {
+      if (nodeStatus_[i] == 0) dataValue_[count++] = workingImage_->var[i];
+    }
+    return 0;
+  }
+
+  // One rotation and one neighbourhood per category; none where all data condition every node.
+  int BuildNeighborhoods(VORL_RANDCONTEXT* randContext) noexcept {
+    const int ncategory = input_->ncategory;
+    if (const int status = rotations_.Allocate(ncategory); status != 0) return status;
+    if (const int status = rotationMatrix_.Allocate(ncategory, nullptr); status != 0) return status;
+    if (const int status = neighborhoods_.Allocate(ncategory); status != 0) return status;
+    for (int c = 0; c < ncategory; ++c) {
+      VORL_COVMODEL& model = input_->covModel[c];
+      // The weight flag decides, and is meant to: a category with fixed angles and a weight image is not rotated, and
+      // the matrix of a category with angle images is never used.
+      if (weightStationary_[c]) rotationMatrix_[c] = rotations_[c].From(model);
+    }
+    for (int c = 0; c < ncategory; ++c) {
+      if (input_->searchRadiusRelative[c] == kUniqueNeighborhood) continue;
+      const int status = BuildNeighborhood(&input_->covModel[c], rotationStationary_[c], weightStationary_[c],
+                                           rangeStationary_[c], covModelStationary_[c], rotationMatrix_[c],
+                                           input_->searchRadiusRelative[c], input_->searchNeighborhoodSortMode[c],
+                                           input_->nneighborMax[c], randContext, neighborhoods_[c]);
+      if (After(status) != 0) return After(status);
+    }
+    return 0;
+  }
+
+  int Work(Mode mode) noexcept {
+    const int ncategory = input_->ncategory;
+    Buffer<VORL_SEARCHNEIGHBORHOOD> lists;
+    Buffer<int*> shifts;
+    Buffer<int> limits;
+    int status = lists.Allocate(ncategory);
+    if (status == 0) status = shifts.Allocate(ncategory);
+    if (status == 0) status = limits.Allocate(ncategory);
+    if (status != 0) return status;
+    for (int c = 0; c < ncategory; ++c) {
+      lists[c] = neighborhoods_[c].list;  // the lists stay those of neighborhoods_
+      shifts[c] = neighborhoods_[c].shift.data();
+      limits[c] = neighborhoods_[c].limit;
+    }
+    const auto ordinaryKriging = static_cast<BOOLEAN>(mode.ordinaryKriging ? TRUE : FALSE);
+    const auto estimate = [&](auto function, auto... nthreads) {
+      return function(input_, ordinaryKriging, workingImage_.get(), outputImage_.get(), rotationStationary_,
+                      weightStationary_, rangeStationary_, covModelStationary_, sill_.data(), rotationMatrix_.data(),
+                      ndata_, lists.data(), shifts.data(), limits.data(), nodeStatus_.data(), input_->simGrid->nxyz,
+                      simulationPath_.data(), pathFirstSimulated_, report_.stream(), monitor_, callback_, nthreads...);
+    };
+    const auto simulate = [&](auto function, auto... nthreads) {
+      return function(input_, ordinaryKriging, workingImage_.get(), outputImage_.get(), rotationStationary_,
+                      weightStationary_, rangeStationary_, covModelStationary_, sill_.data(), rotationMatrix_.data(),
+                      lists.data(), shifts.data(), limits.data(), nodeStatus_.data(), input_->simGrid->nxyz,
+                      simulationPath_.data(), pathFirstSimulated_, dataValue_.data(), ndata_, report_.stream(),
+                      monitor_, callback_, nthreads...);
+    };
+    return mode.simulation
+               ? CallWorker(simulate, VORLKestrumIndicatorSimSimulation, VORLOMPKestrumIndicatorSimSimulation)
+               : CallWorker(estimate, VORLKestrumIndicatorSimEstimation, VORLOMPKestrumIndicatorSimEstimation);
+  }
+
+  BOOLEAN* rotationStationary_ = nullptr;
+  BOOLEAN* weightStationary_ = nullptr;
+  BOOLEAN* rangeStationary_ = nullptr;
+  BOOLEAN* covModelStationary_ = nullptr;
+  Buffer<real> proportion_;
+  Buffer<real> sill_;
+  ObjectArray<FixedRotation> rotations_;
+  Buffer<real**> rotationMatrix_;
+  ObjectArray<Neighborhood> neighborhoods_;
+};
+
+}  // namespace
+}  // namespace kestrum
+
+using kestrum::ContinuousRun;
+using kestrum::Dealing;
+using kestrum::IndicatorRun;
+
+int VORLKestrumSim(VORL_KESTRUMINPUT* input, VORL_KESTRUMOUTPUT* output, VORL_PROGRESSMONITOR* progressMonitor,
+                   int (*progressCallback)(VORL_PROGRESSMONITOR*)) noexcept {
+  return ContinuousRun(input, output, progressMonitor, progressCallback, Dealing::Serial()).Execute();
+}
+
+int VORLOMPKestrumSim(VORL_KESTRUMINPUT* input, VORL_KESTRUMOUTPUT* output, VORL_PROGRESSMONITOR* progressMonitor,
+                      int (*progressCallback)(VORL_PROGRESSMONITOR*), int nthreads) noexcept {
+  if (nthreads < 1) return -99;
+  return ContinuousRun(input, output, progressMonitor, progressCallback, Dealing::Threads(nthreads)).Execute();
+}
+
+int VORLKestrumIndicatorSim(VORL_KESTRUMINDICATORINPUT* input, VORL_KESTRUMOUTPUT* output,
+                            VORL_PROGRESSMONITOR* progressMonitor,
+                            int (*progressCallback)(VORL_PROGRESSMONITOR*)) noexcept {
+  return IndicatorRun(input, output, progressMonitor, progressCallback, Dealing::Serial()).Execute();
+}
+
+int VORLOMPKestrumIndicatorSim(VORL_KESTRUMINDICATORINPUT* input, VORL_KESTRUMOUTPUT* output,
+                               VORL_PROGRESSMONITOR* progressMonitor, int (*progressCallback)(VORL_PROGRESSMONITOR*),
+                               int nthreads) noexcept {
+  if (nthreads < 1) return -99;
+  return IndicatorRun(input, output, progressMonitor, progressCallback, Dealing::Threads(nthreads)).Execute();
+}

@@ -1,0 +1,155 @@
+#include "neighborhood/search_neighborhood.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+#include <tuple>
+#include <vector>
+
+#include "runs/run_records.hpp"
+#include "support/allocation_failure.hpp"
+
+namespace {
+
+using namespace kestrum_test;
+
+// Offsets, keys and covariances against the definition, for each order, with and without rotation.
+TEST(SearchNeighborhood, HoldsTheEllipsoidInOrder) {
+  const VORL_GRID grid = MakeGrid(15, 30, 4, 2.0, 1.0, 3.0);
+  for (const real azimuth : {0.0, 30.0}) {
+    for (const int mode : {0, 1, 2}) {
+      SCOPED_TRACE(mode);
+      List lists({{COV_SPHERICAL, 0.7, 12.0, 6.0, 7.0}, {COV_NUGGET, 0.3, 0.0, 0.0, 0.0}});
+      lists.model->angle1Value = azimuth;
+      ASSERT_EQ(lists.Build(grid, 1.5, mode), 0);
+      const VORL_SEARCHNEIGHBORHOOD& list = lists.list;
+      std::set<std::tuple<int, int, int>> expected, found;
+      const real a = azimuth * std::acos(-1.0) / 180.0;
+      const auto reduced = [&](int i, int j, int k) {
+        // The azimuth turns the model's y axis from y towards x.
+        const real x = (i * 2.0 * std::cos(a) - j * 1.0 * std::sin(a)) / (12.0 * 1.5);
+        const real y = (i * 2.0 * std::sin(a) + j * 1.0 * std::cos(a)) / (6.0 * 1.5);
+        const real z = k * 3.0 / (7.0 * 1.5);
+        return x * x + y * y + z * z;
+      };
+      for (int i = -14; i <= 14; ++i) {
+        for (int j = -29; j <= 29; ++j) {
+          for (int k = -3; k <= 3; ++k) {
+            if (reduced(i, j, k) <= 1.0 + 1e-10) expected.insert({i, j, k});
+          }
+        }
+      }
+      for (int e = 0; e < list.size; ++e) {
+        found.insert({list.ix[e], list.iy[e], list.iz[e]});
+        const real x = list.ix[e] * 2.0, y = list.iy[e] * 1.0, z = list.iz[e] * 3.0;
+        const real d2 = reduced(list.ix[e], list.iy[e], list.iz[e]);
+        const real h = std::sqrt(d2) * 1.5;
+        const real covariance = d2 == 0.0 ? 1.0 : h < 1.0 ? 0.7 * (1.0 - 1.5 * h + 0.5 * h * h * h) : 0.0;
+        EXPECT_NEAR(list.weight[e], covariance, 1e-12);
+        const real key = mode == 0 ? x * x + y * y + z * z : mode == 1 || list.weight[e] == 0.0 ? d2 : -covariance;
+        EXPECT_NEAR(list.distance[e], key, 1e-9);
+        if (e > 0) {
+          EXPECT_GE(list.distance[e], list.distance[e - 1] - 1e-10);
+        }
+      }
+      EXPECT_EQ(found, expected);
+      EXPECT_EQ(found.size(), static_cast<std::size_t>(list.size));
+      EXPECT_TRUE(list.ix[0] == 0 && list.iy[0] == 0 && list.iz[0] == 0);
+      EXPECT_EQ(list.ixMax, *std::max_element(list.ix, list.ix + list.size));
+      EXPECT_EQ(list.iyMin, *std::min_element(list.iy, list.iy + list.size));
+      EXPECT_EQ(list.izMax, *std::max_element(list.iz, list.iz + list.size));
+    }
+  }
+}
+
+TEST(SearchNeighborhood, ExtentFollowsRangesAndAngles) {
+  const VORL_GRID grid = MakeGrid(50, 50, 50);
+  const struct {
+    bool angle[3];
+    int halfWidth[3];  // of the ranges 4, 9, 6
+  } cases[] = {
+      {{false, false, false}, {4, 9, 6}}, {{true, false, false}, {9, 9, 6}}, {{false, true, false}, {4, 9, 9}},
+      {{false, false, true}, {6, 9, 6}},  {{true, true, false}, {9, 9, 9}},  {{true, true, true}, {9, 9, 9}},
+  };
+  for (const auto& c : cases) {
+    List lists({{COV_SPHERICAL, 1.0, 4.0, 9.0, 6.0}});
+    lists.model->angle1ImageFlag = c.angle[0];
+    lists.model->angle2ImageFlag = c.angle[1];
+    lists.model->angle3ImageFlag = c.angle[2];
+    ASSERT_EQ(lists.Build(grid, 1.0, 1, false, !(c.angle[0] || c.angle[1] || c.angle[2])), 0);
+    const int found[3] = {lists.list.ixMax, lists.list.iyMax, lists.list.izMax};
+    EXPECT_TRUE(std::equal(found, found + 3, c.halfWidth)) << found[0] << ' ' << found[1] << ' ' << found[2];
+    EXPECT_EQ(lists.list.weight[0], 1.0);
+    EXPECT_EQ(*std::max_element(lists.list.weight + 1, lists.list.weight + lists.list.size), 0.0);
+  }
+}
+
+TEST(SearchNeighborhood, SpecialSizes) {
+  List point({{COV_NUGGET, 1.0, 0.0, 0.0, 0.0}});
+  ASSERT_EQ(point.Build(MakeGrid(9, 9, 9), 2.0, 1), 0);
+  EXPECT_EQ(point.list.size, 1);
+
+  List flat({{COV_SPHERICAL, 1.0, 3.0, 3.0, 0.0}});
+  ASSERT_EQ(flat.Build(MakeGrid(9, 9, 9), 2.0, 1), 0);
+  EXPECT_EQ(flat.list.izMax, 0);
+
+  List wide({{COV_SPHERICAL, 1.0, 1e30, 1e30, 1e30}});
+  ASSERT_EQ(wide.Build(MakeGrid(6, 4, 2), 1.0, 1), 0);
+  EXPECT_EQ(wide.list.size, 11 * 7 * 3);
+
+  List refused({{COV_SPHERICAL, 1.0, 3.0, 3.0, 3.0}});
+  EXPECT_EQ(refused.Build(MakeGrid(9, 9, 9), 0.0, 1), -71070);
+  List tooLarge({{COV_SPHERICAL, 1.0, 1e9, 1e9, 1e9}});
+  EXPECT_EQ(tooLarge.Build(MakeGrid(1200, 1200, 1200), 1.0, 1), -71250);
+
+  // Ranges at masked nodes do not count.
+  const VORL_GRID grid = MakeGrid(3, 1, 1);
+  List masked({{COV_SPHERICAL, 1.0, 1.0, 1.0, 1.0}});
+  masked.model->covModelElem[0].rxImage = NewImage(grid, {1.0, 5.0, 1.0});
+  VORL_IMAGE* const mask = NewImage(grid, {1.0, 0.0, 1.0});
+  ASSERT_EQ(masked.Build(grid, 1.0, 1, false, true, false, mask), 0);
+  EXPECT_EQ(masked.list.ixMax, 1);
+  VORLFreeImage(mask);
+  std::free(mask);
+}
+
+TEST(SearchNeighborhood, RecordsAndFailingAllocations) {
+  // The statuses of malloc and of realloc.
+  int nmalloc = 0, nrealloc = 0;
+  const auto counted = [&](int status) {
+    nmalloc += status == -1;
+    nrealloc += status == -2;
+    return status == -2 ? -1 : status;
+  };
+  VORL_SEARCHNEIGHBORHOOD record;
+  ForEachFailingAllocation([&] {
+    VORLInitSearchNeighborhood(&record);
+    const int status = VORLMallocSearchNeighborhood(&record, 3);
+    if (status != 0) VORLFreeSearchNeighborhood(&record);
+    return counted(status);
+  });
+  record.iy[2] = 7;
+  ForEachFailingAllocation([&] { return counted(VORLReallocSearchNeighborhood(&record, 5000)); });
+  EXPECT_TRUE(record.iy[2] == 7 && nmalloc == 5 && nrealloc == 5);
+  record.size = 4;
+  record.iyMin = -3;
+  record.izMax = 12;
+  EXPECT_EQ(Printed(VORLPrintSearchNeighborhood, &record),
+            "> size :          4\n> ixMin:          0\n> iyMin:         -3\n> izMin:          0\n"
+            "> ixMax:          0\n> iyMax:          0\n> izMax:         12\n");
+  EXPECT_EQ(VORLReallocSearchNeighborhood(&record, 0), -5);
+  VORLFreeSearchNeighborhood(&record);
+  VORLFreeSearchNeighborhood(nullptr);
+  EXPECT_EQ(VORLMallocSearchNeighborhood(&record, -1), -3);
+  List lists({{COV_SPHERICAL, 1.0, 3.0, 3.0, 3.0}});
+  ForEachFailingAllocation([&] {
+    VORLFreeSearchNeighborhood(&lists.list);
+    VORLInitSearchNeighborhood(&lists.list);
+    return counted(lists.Build(MakeGrid(9, 9, 9), 1.0, 1));
+  });
+  EXPECT_TRUE(nmalloc == 5 + 7 && nrealloc == 5 + 5);
+}
+
+}  // namespace
