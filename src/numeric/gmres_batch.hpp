@@ -4,12 +4,10 @@
 #include <cstddef>
 
 #include "numeric/gmres.hpp"
+#include "numeric/lanes.hpp"
 #include "numeric/simd_level.hpp"
 
 namespace kestrum {
-
-// Systems in a batch, one per SIMD lane.
-constexpr int kLanes = 8;
 
 // Work memory of either batch form, in doubles.
 std::size_t GmresBatchWorkSize(int n, int restart) noexcept;
