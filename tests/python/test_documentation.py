@@ -1,0 +1,30 @@
+"""What help(), dir() and editors show of the module."""
+
+import ast
+import re
+from pathlib import Path
+
+import pytest
+
+import _kestrum
+from kestrum import native
+
+RECORDS = {name: value for name, value in vars(native).items() if isinstance(value, type) and not name.startswith("_")}
+
+
+@pytest.mark.parametrize("name", RECORDS)
+def test_dir_lists_the_fields_of_a_record(name):
+    readers = {attribute for attribute in dir(native) if re.fullmatch(f"{name}_.*_get", attribute)}
+    assert len(RECORDS) == 9 and readers
+    assert readers <= {f"{name}_{field}_get" for field in dir(RECORDS[name]())}
+
+
+def test_the_stub_has_exactly_the_names_of_the_module():
+    tree = ast.parse(Path(native.__file__).with_suffix(".pyi").read_text())
+    stubbed = [node.target.id if isinstance(node, ast.AnnAssign) else node.name for node in tree.body
+               if isinstance(node, (ast.AnnAssign, ast.ClassDef, ast.FunctionDef))]
+    public = [name for name in stubbed if not name.startswith("_")]
+    assert sorted(public) == sorted(name for name in vars(native) if not name.startswith("_"))
+    assert set(public) >= {name for name in dir(_kestrum) if not name.startswith("_")}
+    mentioned = {node.id for node in ast.walk(tree) if isinstance(node, ast.Name) and isinstance(node.ctx, ast.Load)}
+    assert mentioned - set(stubbed) == {"Any", "bool", "float", "int", "numpy", "str"}
