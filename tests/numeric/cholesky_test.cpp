@@ -14,9 +14,7 @@
 
 namespace {
 
-using kestrum::Dealing;
 using kestrum::kLanes;
-using kestrum::KrigingBatch;
 using kestrum::SimdLevel;
 
 std::vector<SimdLevel> Levels() {
@@ -27,29 +25,29 @@ std::vector<SimdLevel> Levels() {
   return levels;
 }
 
-// A kriging system with one target: covariances (row-major), drift columns, right sides, the data's values.
+// A kriging system with one target: the whole matrix (row-major), the right side, the data's values.
 struct System {
   int n, q;
-  std::vector<double> a, drift, b, g, z;
+  std::vector<double> a, b, z;
+  double operator()(int i, int j) const { return a[static_cast<std::size_t>(i * (n + q) + j)]; }
 };
 
-// Exponential covariances between random places in a square of side 10, around `origin`, with sill `sill` and a range
+// Exponential covariances between random places in a square of side 10, with one corner at `origin`, with sill `sill` and a range
 // of `range`; monomials of the coordinates as drift, times `unit`.
 struct Recipe {
   double sill = 1.0;
   double range = 8.0;
-  double origin = 0.0;
+  double origin = -5.0;
   double unit = 1.0;
 };
 
 System MakeSystem(int n, int q, const Recipe& recipe, std::mt19937& generator) {
   std::uniform_real_distribution<double> uniform(0.0, 10.0);
-  const std::size_t size = static_cast<std::size_t>(n);
-  System system{n, q, {}, {}, {}, {}, {}};
-  std::vector<double> x(size + 1), y(size + 1);  // the last one is the target
+  System system{n, q, {}, {}, {}};
+  std::vector<double> x(n + 1), y(n + 1);  // the last one is the target
   for (double& coordinate : x) coordinate = recipe.origin + uniform(generator);
   for (double& coordinate : y) coordinate = recipe.origin + uniform(generator);
-  const auto covariance = [&](std::size_t i, std::size_t j) {
+  const auto covariance = [&](int i, int j) {
     return recipe.sill * std::exp(-3.0 / recipe.range * std::hypot(x[i] - x[j], y[i] - y[j]));
   };
   // 1, x, y, x^2, x y, y^2, x^3, ...
@@ -57,56 +55,50 @@ System MakeSystem(int n, int q, const Recipe& recipe, std::mt19937& generator) {
   for (int degree = 0; static_cast<int>(powers.size()) < q; ++degree) {
     for (int k = 0; k <= degree; ++k) powers.emplace_back(degree - k, k);
   }
-  const auto monomial = [&](int k, std::size_t i) {
+  const auto monomial = [&](int k, int i) {
     return recipe.unit * std::pow(x[i], powers[k].first) * std::pow(y[i], powers[k].second);
   };
-  for (std::size_t i = 0; i < size; ++i) {
-    for (std::size_t j = 0; j < size; ++j) system.a.push_back(covariance(i, j));
-    system.b.push_back(covariance(i, size));
-    system.z.push_back(uniform(generator));
-  }
-  for (int k = 0; k < q; ++k) {
-    for (std::size_t i = 0; i < size; ++i) system.drift.push_back(monomial(k, i));
-    system.g.push_back(monomial(k, size));
+  for (int i = 0; i < n + q; ++i) {
+    for (int j = 0; j < n + q; ++j) {
+      const bool corner = std::min(i, j) >= n;
+      system.a.push_back(corner ? 0.0 : i >= n ? monomial(i - n, j) : j >= n ? monomial(j - n, i) : covariance(i, j));
+    }
+    system.b.push_back(i < n ? covariance(i, n) : monomial(i - n, n));
+    if (i < n) system.z.push_back(uniform(generator));
   }
   return system;
 }
 
 struct Solution {
-  std::vector<long double> weights, multipliers;
+  std::vector<long double> x;
   long double estimate = 0.0L, explained = 0.0L;
 };
 
 // By elimination with pivots from the column.
 Solution SolveInLongDouble(const System& system) {
-  const std::size_t n = static_cast<std::size_t>(system.n), all = n + static_cast<std::size_t>(system.q);
-  std::vector<std::vector<long double>> m(all, std::vector<long double>(all + 1, 0.0L));
-  for (std::size_t i = 0; i < n; ++i) {
-    for (std::size_t j = 0; j < n; ++j) m[i][j] = system.a[i * n + j];
-    for (std::size_t k = n; k < all; ++k) m[i][k] = m[k][i] = system.drift[(k - n) * n + i];
-    m[i][all] = system.b[i];
+  const int size = system.n + system.q;
+  std::vector<std::vector<long double>> m(size, std::vector<long double>(size + 1));
+  for (int i = 0; i < size; ++i) {
+    for (int j = 0; j < size; ++j) m[i][j] = system(i, j);
+    m[i][size] = system.b[i];
   }
-  for (std::size_t k = n; k < all; ++k) m[k][all] = system.g[k - n];
-  for (std::size_t k = 0; k < all; ++k) {
-    std::size_t largest = k;
-    for (std::size_t i = k; i < all; ++i) largest = std::fabs(m[i][k]) > std::fabs(m[largest][k]) ? i : largest;
+  for (int k = 0; k < size; ++k) {
+    int largest = k;
+    for (int i = k; i < size; ++i) largest = std::fabs(m[i][k]) > std::fabs(m[largest][k]) ? i : largest;
     std::swap(m[k], m[largest]);
-    for (std::size_t i = k + 1; i < all; ++i) {
+    for (int i = k + 1; i < size; ++i) {
       const long double factor = m[i][k] / m[k][k];
-      for (std::size_t j = k; j <= all; ++j) m[i][j] -= factor * m[k][j];
+      for (int j = k; j <= size; ++j) m[i][j] -= factor * m[k][j];
     }
   }
-  std::vector<long double> x(all);
-  for (std::size_t k = all; k-- > 0;) {
-    x[k] = m[k][all];
-    for (std::size_t j = k + 1; j < all; ++j) x[k] -= m[k][j] * x[j];
-    x[k] /= m[k][k];
-  }
-  Solution solution;
-  for (std::size_t i = 0; i < all; ++i) {
-    (i < n ? solution.weights : solution.multipliers).push_back(x[i]);
-    solution.explained += x[i] * (i < n ? system.b[i] : system.g[i - n]);
-    if (i < n) solution.estimate += x[i] * system.z[i];
+  Solution solution{std::vector<long double>(size)};
+  for (int k = size - 1; k >= 0; --k) {
+    long double& x = solution.x[k];
+    x = m[k][size];
+    for (int j = k + 1; j < size; ++j) x -= m[k][j] * solution.x[j];
+    x /= m[k][k];
+    solution.explained += x * system.b[k];
+    if (k < system.n) solution.estimate += x * system.z[k];
   }
   return solution;
 }
@@ -127,84 +119,65 @@ struct Batch {
       return out;
     };
     a = interleave(&System::a);
-    // What lies above the diagonal is not read.
-    for (int i = 0; i < n; ++i) {
-      for (int j = i + 1; j < n; ++j) {
-        std::fill_n(a.data() + (i * n + j) * kLanes, kLanes, std::numeric_limits<double>::quiet_NaN());
+    // What lies above the diagonal or in the corner is not read.
+    for (int i = 0; i < n + q; ++i) {
+      for (int j = std::min(i + 1, n); j < n + q; ++j) {
+        std::fill_n(a.data() + (i * (n + q) + j) * kLanes, kLanes, std::numeric_limits<double>::quiet_NaN());
       }
     }
-    drift = interleave(&System::drift);
     b = interleave(&System::b);
-    g = interleave(&System::g);
     z = interleave(&System::z);
-    weights = Zeros(b.size());
-    multipliers = Zeros(g.size());
+    x = Zeros(b.size());
     explained = Zeros(kLanes);
     work = Zeros(kestrum::KrigingBatchWorkSize(n, q));
   }
-  KrigingBatch systems() const { return {n, q, a.data(), drift.data()}; }
   unsigned Solve(SimdLevel level) {
-    return SolveKrigingBatch(systems(), b.data(), g.data(), weights.data(), multipliers.data(), explained.data(),
-                             work.data(), level);
+    return kestrum::SolveKrigingBatch(n, q, a.data(), b.data(), x.data(), explained.data(), work.data(), level);
   }
 
   int n, q;
-  kestrum::Buffer<double> a, drift, b, g, z, weights, multipliers, explained, work;
+  kestrum::Buffer<double> a, b, z, x, explained, work;
 };
 
 void ExpectLane(const Batch& batch, int lane, const System& system, double tolerance) {
   const Solution expected = SolveInLongDouble(system);
-  for (int i = 0; i < system.n; ++i) {
-    ASSERT_NEAR(batch.weights[i * kLanes + lane], static_cast<double>(expected.weights[i]), tolerance)
-        << "n " << system.n << " q " << system.q << " lane " << lane << " datum " << i;
+  for (int i = 0; i < system.n + system.q; ++i) {
+    const double scale = i < system.n ? 1.0 : system(0, 0) / std::fabs(system(i, 0));
+    ASSERT_NEAR(batch.x[i * kLanes + lane], static_cast<double>(expected.x[i]), tolerance * scale)
+        << "n " << system.n << " q " << system.q << " lane " << lane << " row " << i;
   }
-  EXPECT_NEAR(batch.explained[lane], static_cast<double>(expected.explained), tolerance * system.a[0]);
-  for (int k = 0; k < system.q; ++k) {
-    const double scale = system.a[0] / std::fabs(system.drift[k * system.n]);
-    EXPECT_NEAR(batch.multipliers[k * kLanes + lane], static_cast<double>(expected.multipliers[k]), tolerance * scale);
-  }
+  EXPECT_NEAR(batch.explained[lane], static_cast<double>(expected.explained), tolerance * system(0, 0));
 }
 
-// One factor for all: each lane's, and a large one, with the targets of all lanes.
+// One factor for all: the system of `lane`, with the targets of all lanes.
 void ExpectTargets(const double* factor, const double* values, int lane, const Batch& batch,
                    const std::vector<System>& systems, double tolerance) {
-  const int n = batch.n, q = batch.q;
+  const int n = batch.n, q = batch.q, size = n + q;
   constexpr int kBlocks = 3;
-  kestrum::Buffer<double> b = Zeros(static_cast<std::size_t>(n * kLanes * kBlocks));
-  kestrum::Buffer<double> g = Zeros(static_cast<std::size_t>(q * kLanes * kBlocks));
+  kestrum::Buffer<double> b = Zeros(static_cast<std::size_t>(size * kLanes * kBlocks));
   kestrum::Buffer<double> estimate = Zeros(kLanes * kBlocks), explained = Zeros(kLanes * kBlocks);
-  // The right sides of all systems are targets of this one; those of the second block in reverse order.
-  const auto targetOf = [](int block, int target) { return block == 1 ? kLanes - 1 - target : target; };
-  for (int block = 0; block < kBlocks; ++block) {
-    for (int target = 0; target < kLanes; ++target) {
-      const System& source = systems[targetOf(block, target)];
-      for (int i = 0; i < n; ++i) b[(block * n + i) * kLanes + target] = source.b[i];
-      for (int k = 0; k < q; ++k) g[(block * q + k) * kLanes + target] = source.g[k];
-    }
+  // Those of the second block in reverse order.
+  const auto sourceOf = [](int target) { return target / kLanes == 1 ? 2 * kLanes - 1 - target : target % kLanes; };
+  const auto placeOf = [&](int target, int i) { return (target / kLanes * size + i) * kLanes + target % kLanes; };
+  for (int target = 0; target < kBlocks * kLanes; ++target) {
+    for (int i = 0; i < size; ++i) b[placeOf(target, i)] = systems[sourceOf(target)].b[i];
   }
-  std::vector<double> dual(static_cast<std::size_t>(n + q));
-  kestrum::DualWeights(n, q, factor, values, dual.data());
-  kestrum::Krige(n, q, factor, values, kBlocks, b.data(), g.data(), estimate.data(), explained.data());
-  kestrum::KrigingWeights(n, q, factor, kBlocks, b.data(), g.data());
-  for (int block = 0; block < kBlocks; ++block) {
-    for (int target = 0; target < kLanes; ++target) {
-      System system = systems[lane];
-      system.b = systems[targetOf(block, target)].b;
-      system.g = systems[targetOf(block, target)].g;
-      const Solution expected = SolveInLongDouble(system);
-      double byDual = 0.0;
-      for (int i = 0; i < n; ++i) {
-        ASSERT_NEAR(b[(block * n + i) * kLanes + target], static_cast<double>(expected.weights[i]), tolerance);
-        byDual += system.b[i] * dual[i];
-      }
-      for (int k = 0; k < q; ++k) {
-        EXPECT_NEAR(g[(block * q + k) * kLanes + target], static_cast<double>(expected.multipliers[k]), tolerance);
-        byDual += system.g[k] * dual[n + k];
-      }
-      EXPECT_NEAR(estimate[block * kLanes + target], static_cast<double>(expected.estimate), 10.0 * tolerance);
-      EXPECT_NEAR(byDual, static_cast<double>(expected.estimate), 10.0 * tolerance);
-      EXPECT_NEAR(explained[block * kLanes + target], static_cast<double>(expected.explained), tolerance);
+  std::vector<double> dual(values, values + size);
+  kestrum::DualWeights(n, q, factor, dual.data());
+  kestrum::Krige(n, q, factor, values, kBlocks, b.data(), estimate.data(), explained.data());
+  kestrum::KrigingWeights(n, q, factor, kBlocks, b.data());
+  for (int target = 0; target < kBlocks * kLanes; ++target) {
+    System system = systems[lane];
+    system.b = systems[sourceOf(target)].b;
+    const Solution expected = SolveInLongDouble(system);
+    double byDual = 0.0;
+    for (int i = 0; i < size; ++i) {
+      ASSERT_NEAR(b[placeOf(target, i)], static_cast<double>(expected.x[i]), tolerance);
+      byDual += system.b[i] * dual[i];
     }
+    EXPECT_NEAR(estimate[target], static_cast<double>(expected.estimate), 10.0 * tolerance);
+    EXPECT_NEAR(byDual, static_cast<double>(expected.estimate), 10.0 * tolerance);
+    EXPECT_NEAR(explained[target], static_cast<double>(expected.explained), tolerance);
   }
 }
 
@@ -224,7 +197,8 @@ TEST(CholeskyBatch, LongDouble) {
       const std::size_t size = kestrum::FactorSize(n, q);
       kestrum::Buffer<double> factors = Zeros(size * kLanes);
       kestrum::Buffer<double> values = Zeros(static_cast<std::size_t>((n + q) * kLanes));
-      EXPECT_EQ(FactoriseBatch(batch.systems(), batch.z.data(), factors.data(), values.data(), batch.work.data()),
+      EXPECT_EQ(kestrum::FactoriseBatch(n, q, batch.a.data(), batch.z.data(), factors.data(), values.data(),
+                                        batch.work.data()),
                 0xffU);
       const int lane = n % kLanes;
       ExpectTargets(factors.data() + lane * size, values.data() + lane * (n + q), lane, batch, systems, tolerance);
