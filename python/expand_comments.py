@@ -17,11 +17,11 @@ BRIEF = re.compile(r".*?\.(?=\s)", re.DOTALL)
 
 def main(source, target):
     headers = {path.relative_to(source): path.read_text() for path in source.glob("*/*.h")}
-    details = {name: BRIEF.sub("", comment, count=1)
+    details = {name: BRIEF.sub(" *", comment, count=1).removeprefix(" *\n")
                for text in headers.values() for comment, name in COMMENT.findall(text)}
 
     def expand(text):
-        return COMMAND.sub(lambda command: " *" + expand(details[command[1]]).rstrip(), text)
+        return COMMAND.sub(lambda command: expand(details[command[1]]).rstrip(), text)
 
     for path, text in headers.items():
         copy = target / path

@@ -5,7 +5,8 @@
 It offers all names of the module _kestrum. Status 0 is success; vorl_get_error_message(-status) gives the text of any
 other. Vectors are pointers, and nothing tests their bounds; None is the null pointer. On a grid of nx by ny by nz cells
 the node (ix, iy, iz) has the index ix + iy*nx + iz*nx*ny, and the value of variable iv at node id is
-var[iv*nxyz + id]. A value that equals VORL_MISSING_VALUE is missing.
+var[iv*nxyz + id]. A value that equals VORL_MISSING_VALUE is missing. Allocation statuses are -1 if memory is short, and
+-3 or -7 if there is nothing to allocate. A record that must be empty owns nothing, as after its VORLInit function.
 """
 %enddef
 %module(package="kestrum", docstring=DOCSTRING, moduleimport="import _kestrum\nfrom _kestrum import *") native

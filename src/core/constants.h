@@ -1,11 +1,14 @@
 #ifndef KESTRUM_CORE_CONSTANTS_H
 #define KESTRUM_CORE_CONSTANTS_H
 
-/* The constants that belong to no record or family of their own: names, defaults and limits that callers and their
- * parameter files share with the library. The constants of a record stand in the header of that record.
+/** @file
+ * The constants that belong to no record or family of their own: names, defaults and limits that callers and their
+ * parameter files share with the library. The constants of a record are in the header of that record.
  */
 
-/* Version of the library, widths of printed numbers, and lengths of fixed fields. */
+/** @name Versions, widths and lengths
+ * @{ */
+/** Version of the library, width of printed numbers, or length of a fixed field. */
 #define VORL_VERSION_NUMBER "3.2"
 #define VORL_BUILD_NUMBER "20230914"
 #define VORL_FORMAT_WIDTH 15
@@ -16,13 +19,19 @@
 #define VORL_MAX_NB_VALUE 20
 #define VORL_MIN_TARGET_INTERVAL_LENGTH 1e-8
 #define VORL_LOCAL_PROBABILITY_CONSTRAINT_TABLE_LENGTH 1001
+/** @} */
 
-/* Work sharing and limits of proportions. */
+/** @name Work sharing
+ * @{ */
+/** How work is shared out, or a limit of a proportion. */
 #define VORL_CHUNK 1
 #define VORL_NB_AVAILABLE_DISTANCE 5
 #define VORL_MAX_TRAIN_MISSING_VALUE_PROPORTION_FOR_WARNING 0.9
+/** @} */
 
-/* Endings and beginnings of the names that results and their files get. */
+/** @name Parts of names
+ * @{ */
+/** Ending or beginning of the name of a result or of its file. */
 #define VORL_SIMULATION_GRID_AS_TRAINING_IMAGE "_DATA_"
 #define VORL_USE_TRAINING_IMAGE_FOR_CONNECTIVITY "_TI_"
 #define VORL_PREFIX_FOR_TEMPORARY_FILE "__VORL_TMP_"
@@ -64,16 +73,22 @@
 #define VORL_EXTENSION_FOR_TEXT_FILE ".txt"
 #define VORL_EXTENSION_FOR_INPUT_FILE ".in"
 #define VORL_EXTENSION_FOR_BLOCK_DATA_FILE ".dat"
+/** @} */
 
-/* Names of variables that the library makes itself. */
+/** @name Names of variables
+ * @{ */
+/** Name of a variable that the library makes itself. */
 #define VORL_NAME_FOR_PATH_INDEX_VAR "pathIndex"
 #define VORL_NAME_FOR_ERROR_VAR "error"
 #define VORL_NAME_FOR_TI_GRID_NODE_INDEX_VAR "tiGridNodeIndex"
 #define VORL_NAME_FOR_TI_INDEX_VAR "tiIndex"
 #define VORL_NAME_FOR_SECTION_TYPE "sectionType"
 #define VORL_NAME_FOR_SECTION_STEP "sectionStep"
+/** @} */
 
-/* Digits of the numbers in names. */
+/** @name Digits
+ * @{ */
+/** Number of digits of a number in a name. */
 #define VORL_NB_DIGIT_FOR_REALIZATION_NUMBER 5
 #define VORL_NB_DIGIT_FOR_LEVEL_NUMBER 3
 #define VORL_NB_DIGIT_FOR_INDEX_NUMBER 3
@@ -82,12 +97,19 @@
 #define VORL_NB_DIGIT_FOR_VARIABLE_NUMBER 3
 #define VORL_NB_DIGIT_FOR_QC_NUMBER 2
 #define VORL_NB_DIGIT_FOR_ENSEMBLE_NUMBER 3
+/** @} */
 
-/* Forms of a result file. */
-typedef enum { OUTPUT_FILE_NONE = 0, OUTPUT_FILE_ASCII = 1, OUTPUT_FILE_BINARY = 2 } VORL_OUTPUT_FILE_FORMAT;
+/** Forms of a result file. */
+typedef enum {
+  OUTPUT_FILE_NONE = 0,  /**< no file */
+  OUTPUT_FILE_ASCII = 1, /**< text */
+  OUTPUT_FILE_BINARY = 2 /**< binary */
+} VORL_OUTPUT_FILE_FORMAT;
 
-/* Defaults of the post-processing of a realization. The endings 1D, 2D, 3D stand for the dimension of the grid, and
- * DISTANCETYPE_n for the kind of distance between patterns. */
+/** @name Defaults of the post-processing
+ * @{ */
+/** Default of a parameter of the post-processing of a realization. The endings 1D, 2D and 3D are the dimension of the
+ * grid, and DISTANCETYPE_n is the kind of distance between patterns. */
 #define VORL_POST_PROCESSING_NNEIGHBORINGNODE_DEFAULT_1D 4
 #define VORL_POST_PROCESSING_NNEIGHBORINGNODE_DEFAULT_2D 6
 #define VORL_POST_PROCESSING_NNEIGHBORINGNODE_DEFAULT_3D 8
@@ -102,8 +124,11 @@ typedef enum { OUTPUT_FILE_NONE = 0, OUTPUT_FILE_ASCII = 1, OUTPUT_FILE_BINARY =
 #define VORL_POST_PROCESSING_MAX_SCAN_FRACTION_DEFAULT 0.2
 #define VORL_POST_PROCESSING_TOLERANCE_DEFAULT 0.0
 #define VORL_POST_PROCESSING_SEED_INCREMENT 472
+/** @} */
 
-/* Limits of the parameters of a pyramid. */
+/** @name Limits of pyramids
+ * @{ */
+/** Limit of a parameter of a pyramid. */
 #define VORL_PYRAMID_NLEVEL_MAX 10
 #define VORL_PYRAMID_FACTOR_MAX_N_NEIGHBOR_MIN 1e-6
 #define VORL_PYRAMID_FACTOR_MAX_N_NEIGHBOR_MAX 100.0
@@ -115,8 +140,11 @@ typedef enum { OUTPUT_FILE_NONE = 0, OUTPUT_FILE_ASCII = 1, OUTPUT_FILE_BINARY =
 #define VORL_PYRAMID_CATEGORICAL_NCLASS_MAX 10
 #define VORL_GAUSSIAN_PYRAMID_RED_TOTAL_WEIGHT_MIN 0.6
 #define VORL_GAUSSIAN_PYRAMID_EXP_TOTAL_WEIGHT_MIN 0.6
+/** @} */
 
-/* Limits and steps of the other parameters. */
+/** @name Other limits
+ * @{ */
+/** Limit or step of a parameter. */
 #define VORL_NODEPATH_WEIGHT_MIN 1e-10
 #define VORL_NODEPATH_A0_MIN 1e-10
 #define VORL_NODEPATH_A0_MAX 10.0
@@ -176,11 +204,15 @@ typedef enum { OUTPUT_FILE_NONE = 0, OUTPUT_FILE_ASCII = 1, OUTPUT_FILE_BINARY =
 #define VORL_CONNECTIVITY_GAMMA_VALUE_IF_NO_GEOBODY 1.0
 #define VORL_PRIME_NUMBER_LIST_SIZE 10000
 #define VORL_SHOW_PROGRESS_MONITOR 0
+/** @} */
 
-/* Lines of 80 equal signs, stars, and so on, each with its line feed. */
+/** @name Separation lines
+ * @{ */
+/** Line of 80 times the same sign, with its line feed. */
 #define VORL_SEPARATION_LINE_EQUAL "================================================================================\n"
 #define VORL_SEPARATION_LINE_STAR "********************************************************************************\n"
 #define VORL_SEPARATION_LINE_MINUS "--------------------------------------------------------------------------------\n"
 #define VORL_SEPARATION_LINE_PLUS "++++++++++++++++++++++++++++++++++++++++++++++++++++++++++++++++++++++++++++++++\n"
+/** @} */
 
 #endif

@@ -1,8 +1,9 @@
 #ifndef KESTRUM_CORE_MEMORY_H
 #define KESTRUM_CORE_MEMORY_H
 
-/* Allocation with statuses instead of bare null pointers. Blocks are never cleared. A failing call leaves nothing
- * allocated of its own. All functions are safe from any thread on distinct blocks.
+/** @file
+ * Allocation with statuses instead of bare null pointers. Blocks are never cleared. A call that fails leaves nothing
+ * allocated of its own.
  */
 
 #include <stddef.h>
@@ -11,35 +12,80 @@
 
 KESTRUM_BEGIN_DECLS
 
-/* Allocates a vector of n elements of size bytes; release it with VORLFree.
- *   status  out: 0; -3 if n is 0; -4 if size is 0; -1 if the allocation fails (or n * size overflows). Not null.
- * Returns the vector, null at any failure. */
+/** Allocates a vector.
+ *
+ * @param n number of elements
+ * @param size bytes of an element
+ * @param[out] status 0; -3 if n is 0; -4 if size is 0; -1 if the allocation fails or n * size overflows
+ * @return the vector, for VORLFree; null after a failure */
 KESTRUM_API void* VORLMalloc(size_t n, size_t size, int* status) KESTRUM_NOEXCEPT;
 
-/* Resizes a vector to n elements of size bytes.
- *   ptr     the vector, or null.
- *   status  out: -5 if n is 0; -6 if size is 0; -2 if the reallocation fails. A success does not store anything:
- *           set it to 0 before the call. Not null.
- * Returns the resized vector; at failure ptr, which stays valid and owned by the caller. */
+/** Resizes a vector.
+ *
+ * @param[in] ptr the vector, or null for a new one
+ * @param n number of elements
+ * @param size bytes of an element
+ * @param[in,out] status -5 if n is 0; -6 if size is 0; -2 if the reallocation fails. A success stores nothing: set it
+ *   to 0 before the call
+ * @return the resized vector; after a failure ptr, which stays valid and the caller's */
 KESTRUM_API void* VORLRealloc(void* ptr, size_t n, size_t size, int* status) KESTRUM_NOEXCEPT;
 
-/* Releases a vector of VORLMalloc or VORLRealloc; null is ignored. */
+/** Releases a vector of VORLMalloc or VORLRealloc.
+ *
+ * @param[in] ptr the vector; null is ignored */
 KESTRUM_API void VORLFree(void* ptr) KESTRUM_NOEXCEPT;
 
-/* Allocate an array a[n0][n1], a[n0][n1][n2] or a[n0][n1][n2][n3] of elements of size bytes. The data are one
- * contiguous block in the order of the indices (the last runs fastest), which starts at the first row; each further
- * level is one block of pointers.
- *   status  out: 0; -7, -9, -11 (2D, 3D, 4D) if a dimension is 0; -8, -10, -12 if size is 0; -1 if an allocation
- *           fails. Not null.
- * Return the outermost pointer block, null at any failure. Release with the matching VORLFreeArray function. */
+/** Allocates an array a[n0][n1].
+ *
+ * The data are one contiguous block in the order of the indices (the last runs fastest), which starts at a[0]; the rows
+ * are one block of pointers into it.
+ *
+ * @param n0 first dimension
+ * @param n1 second dimension
+ * @param size bytes of an element
+ * @param[out] status 0; -7 if a dimension is 0; -8 if size is 0; -1 if an allocation fails
+ * @return the array, for VORLFreeArray2D; null after a failure */
 KESTRUM_API void** VORLMallocArray2D(size_t n0, size_t n1, size_t size, int* status) KESTRUM_NOEXCEPT;
+
+/** Allocates an array a[n0][n1][n2].
+ *
+ * The data are one contiguous block, as in VORLMallocArray2D, which starts at a[0][0]; each further level is one block
+ * of pointers.
+ *
+ * @param n0 first dimension
+ * @param n1 second dimension
+ * @param n2 third dimension
+ * @param size bytes of an element
+ * @param[out] status 0; -9 if a dimension is 0; -10 if size is 0; -1 if an allocation fails
+ * @return the array, for VORLFreeArray3D; null after a failure */
 KESTRUM_API void*** VORLMallocArray3D(size_t n0, size_t n1, size_t n2, size_t size, int* status) KESTRUM_NOEXCEPT;
+
+/** Allocates an array a[n0][n1][n2][n3].
+ *
+ * The data are one contiguous block, as in VORLMallocArray2D, which starts at a[0][0][0]; each further level is one
+ * block of pointers.
+ *
+ * @param n0 first dimension
+ * @param n1 second dimension
+ * @param n2 third dimension
+ * @param n3 fourth dimension
+ * @param size bytes of an element
+ * @param[out] status 0; -11 if a dimension is 0; -12 if size is 0; -1 if an allocation fails
+ * @return the array, for VORLFreeArray4D; null after a failure */
 KESTRUM_API void**** VORLMallocArray4D(size_t n0, size_t n1, size_t n2, size_t n3, size_t size,
                                        int* status) KESTRUM_NOEXCEPT;
 
-/* Release an array of the matching allocator; null is ignored. */
+/** Releases an array of VORLMallocArray2D.
+ *
+ * @param[in] array the array; null is ignored */
 KESTRUM_API void VORLFreeArray2D(void** array) KESTRUM_NOEXCEPT;
+
+/** Releases an array of VORLMallocArray3D.
+ * @copydetails VORLFreeArray2D */
 KESTRUM_API void VORLFreeArray3D(void*** array) KESTRUM_NOEXCEPT;
+
+/** Releases an array of VORLMallocArray4D.
+ * @copydetails VORLFreeArray2D */
 KESTRUM_API void VORLFreeArray4D(void**** array) KESTRUM_NOEXCEPT;
 
 KESTRUM_END_DECLS

@@ -1,30 +1,40 @@
 #ifndef KESTRUM_CORE_TEXT_H
 #define KESTRUM_CORE_TEXT_H
 
-/* Helpers of names and of text readers. All functions are safe from any thread on distinct streams and strings. */
+/** @file
+ * Helpers of names and of text readers.
+ */
 
 #include <stdio.h>
 
 #include "core/types.h"
 
-/* Sizes of text buffers, terminator included. */
-#define VORL_VARNAME_LENGTH 256
-#define VORL_FILENAME_LENGTH 512
-#define VORL_LINE_LENGTH 256
-#define VORL_WORD_LENGTH 128
+#define VORL_VARNAME_LENGTH 256  /**< bytes of the name of a variable, terminator included */
+#define VORL_FILENAME_LENGTH 512 /**< bytes of the name of a file, terminator included */
+#define VORL_LINE_LENGTH 256     /**< bytes of a line, terminator included */
+#define VORL_WORD_LENGTH 128     /**< bytes of a word, terminator included */
 
 KESTRUM_BEGIN_DECLS
 
-/* The character of a decimal digit; 'x' for a number that is none. */
+/** Gives the character of a decimal digit.
+ *
+ * @param digit any number
+ * @return '0' to '9' for 0 to 9, otherwise 'x' */
 KESTRUM_API char VORLDigitToChar(int digit) KESTRUM_NOEXCEPT;
 
-/* Writes the ndigit lowest decimal digits of value, zero-filled on the left; a negative value becomes ndigit 'x'.
- *   str  out: ndigit + 1 bytes, terminator included; untouched if ndigit is negative. */
+/** Writes a number with a fixed number of digits: its lowest ones, filled with zeros on the left.
+ *
+ * @param value the number; a negative one becomes ndigit times 'x'
+ * @param[out] str ndigit + 1 bytes, terminator included; untouched if ndigit is negative
+ * @param ndigit number of digits */
 KESTRUM_API void VORLIntToString(int value, char* str, int ndigit) KESTRUM_NOEXCEPT;
 
-/* Moves a seekable stream over blanks, tabs, ends of line and comments (to the end of the line, or between slash-star
- * and star-slash) to the first character of the next entry.
- * Returns 0, or -999 if the file ends first, also within a comment. */
+/** Moves a stream over white space and comments to the first character of the next entry.
+ *
+ * White space is blanks, tabs and ends of line; comments are those of C and C++.
+ *
+ * @param[in,out] stream seekable text, open for reading
+ * @return 0; -999: the file ends first, perhaps within a comment */
 KESTRUM_API int VORLSkipComments(FILE* stream) KESTRUM_NOEXCEPT;
 
 KESTRUM_END_DECLS

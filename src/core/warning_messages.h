@@ -1,9 +1,14 @@
 #ifndef KESTRUM_CORE_WARNING_MESSAGES_H
 #define KESTRUM_CORE_WARNING_MESSAGES_H
 
-/* The warning table: each text under its number in five digits. VORLGetWarningMessage gives the same texts. */
+/** @file
+ * The warning table: each text under its number in five digits. VORLGetWarningMessage gives the same texts.
+ */
 
 /* clang-format off */
+/** @name Texts of warnings
+ * @{ */
+/** Text of the warning of this number. */
 #define VORL_WARNING_MSG_00001 "WARNING 00001: training image: some variables are not informed\n"
 #define VORL_WARNING_MSG_00002 "WARNING 00002: training image: missing values have been ignored\n"
 #define VORL_WARNING_MSG_00003 "WARNING 00003: training image: constant variable\n"
@@ -100,6 +105,7 @@
 #define VORL_WARNING_MSG_06839 "WARNING 06839: graph: training graph smaller than search radius\n"
 #define VORL_WARNING_MSG_06840 "WARNING 06840: graph: path has been cut\n"
 #define VORL_WARNING_MSG_08001 "WARNING 08001: cuda variant: device memory is low (computation is split)\n"
+/** @} */
 /* clang-format on */
 
 #endif
