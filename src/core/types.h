@@ -27,6 +27,9 @@
  * serial form, whatever that number.
  */
 
+/** @name Linkage
+ * @{ */
+/** Declares functions alike for C and for C++. */
 #ifdef __cplusplus
 #define KESTRUM_BEGIN_DECLS extern "C" {
 #define KESTRUM_END_DECLS }
@@ -36,6 +39,7 @@
 #define KESTRUM_END_DECLS
 #define KESTRUM_NOEXCEPT
 #endif
+/** @} */
 
 /** Marks an exported function. */
 #if defined(SWIG) || !defined(__GNUC__)
