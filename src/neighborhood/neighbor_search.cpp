@@ -23,50 +23,9 @@ constexpr int kAlwaysWalk = 100;
 // Up to this many candidates the order of the node before is mended by insertion; beyond it, the lowest are selected.
 constexpr int kMaxInsertion = 160;
 
-// How many nodes of an axis of n stand behind a place that Moved gives: below 0 if it is n or more.
-int Left(int n, int place) noexcept {
-  return static_cast<int>(static_cast<unsigned>(n) - 1u - static_cast<unsigned>(place));
-}
-
 }  // namespace
 
-ListAround::ListAround(const NeighborList& list, int node) noexcept
-    : list_(list), node_(node), at_(CoordinatesOf(list.grid, node)) {
-  const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
-  const VORL_GRID& grid = list.grid;
-  const auto [ix, iy, iz] = at_;
-  interior_ = ix + offsets.ixMin >= 0 && ix < grid.nx - offsets.ixMax && iy + offsets.iyMin >= 0 &&
-              iy < grid.ny - offsets.iyMax && iz + offsets.izMin >= 0 && iz < grid.nz - offsets.izMax;
-}
-
-// Without a branch: whether a node is marked cannot be predicted.
-unsigned ListAround::Marked(int begin, const NodeBits& bits) const noexcept {
-  const VORL_SEARCHNEIGHBORHOOD& offsets = *list_.offsets;
-  const int count = std::min(kBlock, offsets.size - begin);
-  const int* const shift = list_.shift + begin;
-  unsigned marked = 0;
-  if (interior_) {
-    for (int i = 0; i < count; ++i) marked |= bits[node_ + shift[i]] << i;
-    return marked;
-  }
-  const VORL_GRID& grid = list_.grid;
-  const auto [ix, iy, iz] = at_;
-  int place[kBlock];
-  unsigned inside[kBlock];
-  for (int i = 0; i < count; ++i) {
-    const int x = Moved(ix, offsets.ix[begin + i]);
-    const int y = Moved(iy, offsets.iy[begin + i]);
-    const int z = Moved(iz, offsets.iz[begin + i]);
-    // All bits are set if any of these is negative, that is, if the entry leads out of the grid.
-    const int outside = (x | Left(grid.nx, x) | y | Left(grid.ny, y) | z | Left(grid.nz, z)) >> 31;
-    place[i] = node_ + (shift[i] & ~outside);
-    inside[i] = ~static_cast<unsigned>(outside);
-  }
-  for (int i = 0; i < count; ++i) marked |= (bits[place[i]] & inside[i]) << i;
-  return marked;
-}
-
-bool SparseNeighborSearch::Pays(const NeighborList& list, int ndata, int limit, int share) noexcept {
+bool SparseNeighborSearch::Pays(const NeighborList& list, int ndata, int share) noexcept {
   if (ndata < 1) return false;
   // The tables are worth a share of the memory of a run, no more.
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
@@ -76,14 +35,13 @@ bool SparseNeighborSearch::Pays(const NeighborList& list, int ndata, int limit, 
   const double bytes = nrow * (boxX * sizeof(int) + (boxX + kMaxRun) * sizeof(RunRanks) + sizeof(Row));
   if (bytes * share > kTableBytesBasic + kTableBytesPerNode * list.grid.nxyz) return false;
   if (boxX > INT_MAX - kMaxRun) return false;
-  const double steps = static_cast<double>(limit) * list.grid.nxyz / ndata;
+  const double steps = static_cast<double>(list.limit) * list.grid.nxyz / ndata;
   return std::min(steps, static_cast<double>(list.offsets->size)) > kAlwaysWalk;
 }
 
-int SparseNeighborSearch::Prepare(const NeighborList& list, const NodeBits& isDatum, int ndata, int limit) noexcept {
+int SparseNeighborSearch::Prepare(const NeighborList& list, const NodeBits& isDatum, int ndata) noexcept {
   list_ = list;
   data_ = &isDatum;
-  limit_ = limit;
   ndata_ = ndata;
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
   const VORL_GRID& grid = list.grid;
@@ -141,7 +99,7 @@ int SparseNeighborSearch::Prepare(const NeighborList& list, const NodeBits& isDa
 }
 
 int SparseNeighborSearch::AllocateScratch(Scratch& scratch) const noexcept {
-  if (const int status = scratch.highest.Allocate(limit_); status != 0) return status;
+  if (const int status = scratch.highest.Allocate(list_.limit); status != 0) return status;
   if (const int status = scratch.candidates.Allocate(ndata_); status != 0) return status;
   if (const int status = scratch.lowest.Allocate(ndata_); status != 0) return status;
   return scratch.order.Allocate(ndata_);
@@ -163,13 +121,13 @@ void SparseNeighborSearch::StartRun(NodeCoordinates first, int lastX, Scratch& s
     scratch.lowest[count] = lowest;
     ++count;
     if (highest >= bound) return;
-    if (nheap == limit_) {
+    if (nheap == list_.limit) {
       std::pop_heap(heap, heap + nheap);
       --nheap;
     }
     heap[nheap++] = highest;
     std::push_heap(heap, heap + nheap);
-    if (nheap == limit_) bound = heap[0];
+    if (nheap == list_.limit) bound = heap[0];
   };
   const int endX = std::min(lastX, grid.nx - 1 - offsets.ixMax) + offsets.ixMax;  // data lie in the grid
   if (static_cast<std::size_t>(ndata_) < rows_.size()) {
@@ -212,7 +170,7 @@ void SparseNeighborSearch::StartRun(NodeCoordinates first, int lastX, Scratch& s
 
 int SparseNeighborSearch::Find(int node, NodeCoordinates at, Scratch& scratch, int* entries) const noexcept {
   if (scratch.walk) {
-    return WalkNeighbors(list_, node, limit_, *data_, entries);
+    return WalkNeighbors(list_, node, *data_, entries);
   }
   const int n = scratch.ncandidate;
   const int firstX = at.ix + list_.offsets->ixMin;
@@ -234,12 +192,12 @@ int SparseNeighborSearch::Find(int node, NodeCoordinates at, Scratch& scratch, i
     }
   } else {
     for (int i = 0; i < n; ++i) order[i] = keyed(order[i]);
-    const int wanted = std::min(limit_, n);
+    const int wanted = std::min(list_.limit, n);
     if (wanted < n) std::nth_element(order, order + wanted, order + n);
     std::sort(order, order + wanted);
   }
   int found = 0;
-  for (; found < n && found < limit_; ++found) {
+  for (; found < n && found < list_.limit; ++found) {
     const int rank = static_cast<int>(order[found] >> 32);
     if (rank == kNoRank) break;
     entries[found] = rank;
@@ -247,14 +205,12 @@ int SparseNeighborSearch::Find(int node, NodeCoordinates at, Scratch& scratch, i
   return found;
 }
 
-int DataNeighborSearch::Prepare(const NeighborList& list, const NodeBits& data, int ndata, int limit,
-                                int share) noexcept {
+int DataNeighborSearch::Prepare(const NeighborList& list, const NodeBits& data, int ndata, int share) noexcept {
   list_ = list;
   data_ = &data;
   // No system is larger than the list or the data allow.
-  capacity_ = std::clamp(std::min(limit, list.offsets->size), 1, std::max(ndata, 1));
-  if (!SparseNeighborSearch::Pays(list, ndata, capacity_, share)) return 0;
-  return sparse_.Prepare(list, data, ndata, capacity_);
+  list_.limit = std::clamp(std::min(list.limit, list.offsets->size), 1, std::max(ndata, 1));
+  return SparseNeighborSearch::Pays(list_, ndata, share) ? sparse_.Prepare(list_, data, ndata) : 0;
 }
 
 int DataNeighborSearch::AllocateScratch(Scratch& scratch) const noexcept {
@@ -263,7 +219,7 @@ int DataNeighborSearch::AllocateScratch(Scratch& scratch) const noexcept {
 
 int DataNeighborSearch::Find(const int* nodes, int i, int count, Scratch& scratch, int* entries) const noexcept {
   const int node = nodes[i];
-  if (!sparse_.prepared()) return WalkNeighbors(list_, node, capacity_, *data_, entries);
+  if (!sparse_.prepared()) return WalkNeighbors(list_, node, *data_, entries);
   const NodeCoordinates at = CoordinatesOf(list_.grid, node);
   if (node < scratch.runStart || node > scratch.runEnd) {
     // The nodes that follow, in either direction, as far as they stand in one row.

@@ -1,76 +1,11 @@
 #ifndef KESTRUM_NEIGHBORHOOD_NEIGHBOR_SEARCH_HPP
 #define KESTRUM_NEIGHBORHOOD_NEIGHBOR_SEARCH_HPP
 
-#include <algorithm>
-#include <bit>
-#include <cstddef>
 #include <cstdint>
 
-#include "core/buffer.hpp"
-#include "core/grid.h"
-#include "core/node_coordinates.hpp"
-#include "neighborhood/search_neighborhood.h"
+#include "neighborhood/neighbor_list.hpp"
 
 namespace kestrum {
-
-// The list of a run with what walking it needs. Read-only, shared by all threads.
-struct NeighborList {
-  const VORL_SEARCHNEIGHBORHOOD* offsets;
-  const int* shift;  // difference of node index of each entry
-  VORL_GRID grid;
-};
-
-// One bit per node of the grid: small enough to stay in the nearest cache while a list is walked.
-class NodeBits {
- public:
-  [[nodiscard]] int Allocate(int nnode) noexcept { return word_.Allocate(static_cast<std::size_t>(nnode) / 32 + 1, 0); }
-  void Copy(const NodeBits& other) noexcept { std::copy(other.word_.begin(), other.word_.end(), word_.begin()); }
-  void Set(int node) noexcept { word_[static_cast<unsigned>(node) / 32] |= 1u << node % 32; }
-  void Clear(int node) noexcept { word_[static_cast<unsigned>(node) / 32] &= ~(1u << node % 32); }
-  unsigned operator[](int node) const noexcept { return word_[static_cast<unsigned>(node) / 32] >> node % 32 & 1u; }
-
- private:
-  Buffer<std::uint32_t> word_;
-};
-
-// The list around one node, in blocks of entries.
-class ListAround {
- public:
-  static constexpr int kBlock = 16;
-  ListAround(const NeighborList& list, int node) noexcept;
-  // Tells which entries from `begin` up to the end of the block lead to a node of the grid whose bit is set: one bit
-  // per entry.
-  unsigned Marked(int begin, const NodeBits& bits) const noexcept;
-
- private:
-  const NeighborList& list_;
-  int node_;
-  NodeCoordinates at_;
-  bool interior_;  // the whole box lies inside the grid
-};
-
-// Writes the entries of the first `limit` neighbours of a node, in the order of the list, and returns their number. A
-// node of the grid is a neighbour if its bit is set and confirm(it) holds.
-template <typename Confirm>
-int WalkNeighbors(const NeighborList& list, int node, int limit, const NodeBits& bits, const Confirm& confirm,
-                  int* entries) noexcept {
-  const ListAround around(list, node);
-  int found = 0;
-  const int size = list.offsets->size;
-  for (int begin = 0; begin < size && found < limit; begin += std::min(ListAround::kBlock, size - begin)) {
-    for (unsigned marked = around.Marked(begin, bits); marked != 0 && found < limit; marked &= marked - 1) {
-      const int e = begin + std::countr_zero(marked);
-      if (confirm(node + list.shift[e])) entries[found++] = e;
-    }
-  }
-  return found;
-}
-
-// Where a bit says it all.
-inline int WalkNeighbors(const NeighborList& list, int node, int limit, const NodeBits& bits, int* entries) noexcept {
-  return WalkNeighbors(
-      list, node, limit, bits, [](int) { return true; }, entries);
-}
 
 // Finds the same neighbours where few nodes hold a datum, so that walking the list would pass thousands of empty nodes:
 // the rank in the list of each datum's offset is looked up, and the lowest ranks are taken.
@@ -99,12 +34,11 @@ class SparseNeighborSearch {
     bool walk = false;  // the list itself is shorter to walk in this run
   };
 
-  // Whether looking data up pays on the average, for ndata data and at most `limit` neighbours.
-  // share: number of searches that the memory of a run must do for.
-  static bool Pays(const NeighborList& list, int ndata, int limit, int share) noexcept;
+  // Whether looking ndata data up pays on the average. share: number of searches that share the memory of a run.
+  static bool Pays(const NeighborList& list, int ndata, int share) noexcept;
 
   // The list and the bits, which mark the data, must outlive the search.
-  [[nodiscard]] int Prepare(const NeighborList& list, const NodeBits& data, int ndata, int limit) noexcept;
+  [[nodiscard]] int Prepare(const NeighborList& list, const NodeBits& data, int ndata) noexcept;
   bool prepared() const noexcept { return static_cast<bool>(rank_); }
   [[nodiscard]] int AllocateScratch(Scratch& scratch) const noexcept;
 
@@ -127,7 +61,6 @@ class SparseNeighborSearch {
 
   NeighborList list_{};
   const NodeBits* data_ = nullptr;
-  int limit_ = 0;
   int ndata_ = 0;
   int boxX_ = 0;    // box of the list along x
   int window_ = 0;  // boxX_ plus a run
@@ -151,12 +84,10 @@ class DataNeighborSearch {
     void Forget() noexcept { runEnd = runStart - 1; }
   };
 
-  // The list and the bits, which mark the data, must outlive the search. `limit` neighbours are wanted at most. share:
-  // number of searches that a run has.
-  [[nodiscard]] int Prepare(const NeighborList& list, const NodeBits& data, int ndata, int limit,
-                            int share = 1) noexcept;
-  // Most neighbours that any node can have, at least 1.
-  int capacity() const noexcept { return capacity_; }
+  // The list and the bits, which mark the data, must outlive the search. share: number of searches that a run has.
+  [[nodiscard]] int Prepare(const NeighborList& list, const NodeBits& data, int ndata, int share = 1) noexcept;
+  // The list, limited to the most neighbours that any node can have, at least 1.
+  const NeighborList& list() const noexcept { return list_; }
   [[nodiscard]] int AllocateScratch(Scratch& scratch) const noexcept;
 
   // Writes the list entries of the neighbours of nodes[i] and returns their number. The nodes after it in `nodes` (of
@@ -166,7 +97,6 @@ class DataNeighborSearch {
  private:
   NeighborList list_{};
   const NodeBits* data_ = nullptr;
-  int capacity_ = 0;
   SparseNeighborSearch sparse_;
 };
 

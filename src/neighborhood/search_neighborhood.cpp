@@ -125,6 +125,67 @@ void ComputeBoundingBox(VORL_SEARCHNEIGHBORHOOD& list) noexcept {
   }
 }
 
+int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const VORL_IMAGE* mask,
+                            real searchRadiusRelative, int sortMode, VORL_SEARCHNEIGHBORHOOD& list,
+                            VORL_RANDCONTEXT* randContext) noexcept {
+  const real factor = searchRadiusRelative;
+  if (factor <= 0.0) return -71070;
+  const VORL_COVMODEL& covModel = *model.covModel;
+  const bool rotated = model.rotated && model.rotationStationary;
+  const real totalWeight = model.weightStationary ? StationarySill(covModel) : 0.0;
+  real range[3] = {
+      LargestRange(covModel, model.rangeStationary, mask, &VORL_COVMODELELEM::rxValue, &VORL_COVMODELELEM::rxImage),
+      LargestRange(covModel, model.rangeStationary, mask, &VORL_COVMODELELEM::ryValue, &VORL_COVMODELELEM::ryImage),
+      LargestRange(covModel, model.rangeStationary, mask, &VORL_COVMODELELEM::rzValue, &VORL_COVMODELELEM::rzImage)};
+  if (!model.rotationStationary) WidenForVariableAngles(covModel, range);
+  real coefficient[3];
+  for (int axis = 0; axis < 3; ++axis) {
+    coefficient[axis] = range[axis] > 0.0 ? 1.0 / (range[axis] * range[axis] * factor * factor) : VORL_INFINITY;
+  }
+  real radius[3] = {factor * range[0], factor * range[1], factor * range[2]};
+  if (rotated) radius[0] = radius[1] = radius[2] = factor * std::max({range[0], range[1], range[2]});
+  const int hx = HalfWidth(radius[0], grid.sx, grid.nx);
+  const int hy = HalfWidth(radius[1], grid.sy, grid.ny);
+  const int hz = HalfWidth(radius[2], grid.sz, grid.nz);
+  const int room = CountOf(2 * std::int64_t{hx} + 1, 2 * std::int64_t{hy} + 1, 2 * std::int64_t{hz} + 1);
+  if (room == 0) return -71250;
+  if (const int status = VORLMallocSearchNeighborhood(&list, room); status != 0) return status;
+
+  list.ix[0] = list.iy[0] = list.iz[0] = 0;
+  list.distance[0] = sortMode == 2 ? -totalWeight : 0.0;
+  list.weight[0] = totalWeight;
+  int count = 1;
+  // Half the box is tested; each accepted offset brings its opposite, which has the same key and covariance.
+  const auto consider = [&](int i, int j, int k) {
+    Rotation::Lag lag{i * grid.sx, j * grid.sy, k * grid.sz};
+    if (rotated) lag = model.rotation.ToModelAxes(lag.x, lag.y, lag.z);
+    const auto [x, y, z] = lag;
+    const real ellipsoidal = coefficient[0] * x * x + coefficient[1] * y * y + coefficient[2] * z * z;
+    if (!(ellipsoidal <= 1.0 + VORL_EPSILON)) return;
+    real covariance = 0.0;
+    if (model.covModelStationary) {
+      EvaluateFixed(covModel, nullptr, 1, &lag.x, &lag.y, &lag.z, &covariance);
+    }
+    real key = ellipsoidal;
+    if (sortMode == 0) key = x * x + y * y + z * z;
+    if (sortMode == 2 && covariance != 0.0) key = -covariance;
+    for (const int sign : {1, -1}) {
+      list.ix[count] = sign * i;
+      list.iy[count] = sign * j;
+      list.iz[count] = sign * k;
+      list.distance[count] = key;
+      list.weight[count] = covariance;
+      ++count;
+    }
+  };
+  ForEachHalfOffset(hx, hy, hz, consider);
+  if (const int status = VORLReallocSearchNeighborhood(&list, count); status != 0) return status;
+  list.size = count;
+  if (const int status = SortByKey(list, randContext); status != 0) return status;
+  ComputeBoundingBox(list);
+  return 0;
+}
+
 }  // namespace kestrum
 
 using namespace kestrum;
@@ -175,71 +236,17 @@ int VORLKestrumBuildSearchNeighborhoodForCovModel(
     VORL_COVMODEL* covModel, BOOLEAN rotationStationary, BOOLEAN weightStationary, BOOLEAN rangeStationary,
     BOOLEAN covModelStationary, BOOLEAN rotationSupplied, real** rotationMatrix, int searchNeighborhoodSortMode,
     VORL_SEARCHNEIGHBORHOOD* searchNeighborhood, VORL_RANDCONTEXT* randContext) noexcept {
-  const real factor = searchRadiusRelative;
-  if (factor <= 0.0) return -71070;
-  VORL_SEARCHNEIGHBORHOOD& list = *searchNeighborhood;
-
-  Rotation rotation{};
-  bool rotated = false;
-  if (rotationStationary && rotationSupplied) {
-    rotated = rotationMatrix != nullptr;
-    if (rotated) rotation = Rotation::FromMatrix(rotationMatrix);
-  } else if (rotationStationary) {
-    real angles[3];
-    rotated = StationaryAngles(*covModel, angles);
-    if (rotated) rotation = Rotation::FromAngles(angles);
-  }
-
-  const real totalWeight = weightStationary ? StationarySill(*covModel) : 0.0;
-  real range[3] = {
-      LargestRange(*covModel, rangeStationary, maskImage, &VORL_COVMODELELEM::rxValue, &VORL_COVMODELELEM::rxImage),
-      LargestRange(*covModel, rangeStationary, maskImage, &VORL_COVMODELELEM::ryValue, &VORL_COVMODELELEM::ryImage),
-      LargestRange(*covModel, rangeStationary, maskImage, &VORL_COVMODELELEM::rzValue, &VORL_COVMODELELEM::rzImage)};
-  if (!rotationStationary) WidenForVariableAngles(*covModel, range);
-  real coefficient[3];
-  for (int axis = 0; axis < 3; ++axis) {
-    coefficient[axis] = range[axis] > 0.0 ? 1.0 / (range[axis] * range[axis] * factor * factor) : VORL_INFINITY;
-  }
-  real radius[3] = {factor * range[0], factor * range[1], factor * range[2]};
-  if (rotated) radius[0] = radius[1] = radius[2] = factor * std::max({range[0], range[1], range[2]});
-  const int hx = HalfWidth(radius[0], sx, nx);
-  const int hy = HalfWidth(radius[1], sy, ny);
-  const int hz = HalfWidth(radius[2], sz, nz);
-  const int room = CountOf(2 * std::int64_t{hx} + 1, 2 * std::int64_t{hy} + 1, 2 * std::int64_t{hz} + 1);
-  if (room == 0) return -71250;
-  if (const int status = VORLMallocSearchNeighborhood(&list, room); status != 0) return status;
-
-  list.ix[0] = list.iy[0] = list.iz[0] = 0;
-  list.distance[0] = searchNeighborhoodSortMode == 2 ? -totalWeight : 0.0;
-  list.weight[0] = totalWeight;
-  int count = 1;
-  // Half the box is tested; each accepted offset brings its opposite, which has the same key and covariance.
-  const auto consider = [&](int i, int j, int k) {
-    Rotation::Lag lag{i * sx, j * sy, k * sz};
-    if (rotated) lag = rotation.ToModelAxes(lag.x, lag.y, lag.z);
-    const auto [x, y, z] = lag;
-    const real ellipsoidal = coefficient[0] * x * x + coefficient[1] * y * y + coefficient[2] * z * z;
-    if (!(ellipsoidal <= 1.0 + VORL_EPSILON)) return;
-    real covariance = 0.0;
-    if (covModelStationary) {
-      EvaluateFixed(*covModel, nullptr, 1, &lag.x, &lag.y, &lag.z, &covariance);
-    }
-    real key = ellipsoidal;
-    if (searchNeighborhoodSortMode == 0) key = x * x + y * y + z * z;
-    if (searchNeighborhoodSortMode == 2 && covariance != 0.0) key = -covariance;
-    for (const int sign : {1, -1}) {
-      list.ix[count] = sign * i;
-      list.iy[count] = sign * j;
-      list.iz[count] = sign * k;
-      list.distance[count] = key;
-      list.weight[count] = covariance;
-      ++count;
-    }
-  };
-  ForEachHalfOffset(hx, hy, hz, consider);
-  if (const int status = VORLReallocSearchNeighborhood(&list, count); status != 0) return status;
-  list.size = count;
-  if (const int status = SortByKey(list, randContext); status != 0) return status;
-  ComputeBoundingBox(list);
-  return 0;
+  VORL_GRID grid{};
+  grid.nx = nx;
+  grid.ny = ny;
+  grid.nz = nz;
+  grid.sx = sx;
+  grid.sy = sy;
+  grid.sz = sz;
+  GridModel model{covModel, rotationStationary != 0, weightStationary != 0, rangeStationary != 0,
+                  covModelStationary != 0};
+  if (rotationStationary && rotationSupplied) model.SetRotation(rotationMatrix);
+  if (rotationStationary && !rotationSupplied) model.SetRotationFromAngles();
+  return BuildSearchNeighborhood(grid, model, maskImage, searchRadiusRelative, searchNeighborhoodSortMode,
+                                 *searchNeighborhood, randContext);
 }

@@ -1,9 +1,16 @@
 #ifndef KESTRUM_NEIGHBORHOOD_SEARCH_NEIGHBORHOOD_HPP
 #define KESTRUM_NEIGHBORHOOD_SEARCH_NEIGHBORHOOD_HPP
 
+#include "covariance/grid_model.hpp"
 #include "neighborhood/search_neighborhood.h"
 
 namespace kestrum {
+
+// Builds the list of a covariance model, as VORLKestrumBuildSearchNeighborhoodForCovModel does. Of the grid its spacing
+// and numbers of cells count. mask: null, or one variable.
+[[nodiscard]] int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const VORL_IMAGE* mask,
+                                          real searchRadiusRelative, int sortMode, VORL_SEARCHNEIGHBORHOOD& list,
+                                          VORL_RANDCONTEXT* randContext) noexcept;
 
 // Steps that the builders of lists share.
 

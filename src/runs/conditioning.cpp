@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "analysis/conversions.h"
-#include "engine/warnings.hpp"
+#include "core/progress.hpp"
 #include "runs/run_input_shared.hpp"
 
 namespace kestrum {
@@ -49,8 +49,8 @@ struct Nodes {
 template <typename Input>
 class Integration {
  public:
-  Integration(const Input& input, VORL_PROGRESSMONITOR* monitor, int (*callback)(VORL_PROGRESSMONITOR*)) noexcept
-      : input_(input), monitor_(monitor), callback_(callback) {}
+  Integration(const Input& input, VORL_PROGRESSMONITOR* monitor, ProgressCallback callback) noexcept
+      : input_(input), progress_(monitor, callback) {}
 
   int Run(VORL_IMAGE* image, real** min, real** max, int* nodeStatus, int* ndata) const noexcept {
     *ndata = 0;
@@ -75,7 +75,7 @@ class Integration {
 
  private:
   int Warn(bool condition, int number) const noexcept {
-    return condition ? RaiseWarning(monitor_, callback_, number) : 0;
+    return condition ? progress_.After(progress_.Warn(number)) : 0;
   }
 
   int AddImage(VORL_IMAGE* data, VORL_IMAGE* image, real** min, real** max, bool merge) const noexcept {
@@ -86,7 +86,7 @@ class Integration {
         status != 0) {
       return status;
     }
-    if (Aborted(monitor_)) return kAborted;
+    if (const int status = progress_.After(0); status != 0) return status;
     if (const int status = Warn(nvarIgnored != 0, kImageVarIgnored); status != 0) return status;
     return Warn(nconflict != 0, kImageConflict);
   }
@@ -100,7 +100,7 @@ class Integration {
         status != 0) {
       return status;
     }
-    if (Aborted(monitor_)) return kAborted;
+    if (const int status = progress_.After(0); status != 0) return status;
     if (const int status = Warn(nvarIgnored != 0, kPointVarIgnored); status != 0) return status;
     if (const int status = Warn(npointDropped != 0, kPointDropped); status != 0) return status;
     return Warn(nconflict != 0, kPointConflict);
@@ -150,8 +150,7 @@ class Integration {
   }
 
   const Input& input_;
-  VORL_PROGRESSMONITOR* monitor_;
-  int (*callback_)(VORL_PROGRESSMONITOR*);
+  Progress progress_;
 };
 
 }  // namespace

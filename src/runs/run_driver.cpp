@@ -15,18 +15,13 @@
 #include "core/node_coordinates.hpp"
 #include "core/object_array.hpp"
 #include "core/parallel.hpp"
+#include "core/progress.hpp"
 #include "core/status.h"
-#include "covariance/cov_evaluation.h"
-#include "covariance/cov_model.hpp"
-#include "engine/run_monitor.hpp"
-#include "neighborhood/search_neighborhood.h"
+#include "neighborhood/search_neighborhood.hpp"
 #include "runs/conditioning.h"
-#include "runs/estimation.h"
-#include "runs/indicator_estimation.h"
-#include "runs/indicator_simulation.h"
 #include "runs/run_files.hpp"
 #include "runs/run_input_shared.hpp"
-#include "runs/simulation.h"
+#include "runs/run_problem.hpp"
 
 namespace kestrum {
 namespace {
@@ -76,59 +71,16 @@ struct Mode {
         ordinaryKriging(input.computationMode == KESTRUM_OK || input.computationMode == KESTRUM_SIM_OK) {}
 };
 
-// One rotation for a whole run.
-class FixedRotation {
- public:
-  // The matrix of the model's fixed angles, or null if all three are 0.0.
-  real** From(const VORL_COVMODEL& model) noexcept {
-    real angles[3];
-    if (!StationaryAngles(model, angles)) return nullptr;
-    for (int i = 0; i < 3; ++i) rows_[i] = matrix_[i];
-    VORLComputeRotationMatrix(angles[0], angles[1], angles[2], rows_);
-    return rows_;
-  }
-
- private:
-  real matrix_[3][3];
-  real* rows_[3];
-};
-
-// A search neighbourhood with the difference of node index of each entry.
-struct Neighborhood {
-  VORL_SEARCHNEIGHBORHOOD list{};
-  Buffer<int> shift;
-  int limit = 0;
-
-  Neighborhood() = default;
-  Neighborhood(const Neighborhood&) = delete;
-  Neighborhood& operator=(const Neighborhood&) = delete;
-  ~Neighborhood() { VORLFreeSearchNeighborhood(&list); }
-
-  [[nodiscard]] int ComputeShift(const VORL_GRID& grid, int nneighborMax, Dealing dealing) noexcept {
-    if (const int status = shift.Allocate(list.size); status != 0) return status;
-    dealing.Blocks(list.size, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-      for (std::ptrdiff_t e = begin; e < end; ++e) {
-        shift[e] = list.iy[e] * grid.nx + list.ix[e] + list.iz[e] * grid.nxy;
-      }
-    });
-    limit = nneighborMax >= 0 ? nneighborMax : list.size;
-    return 0;
-  }
-};
-
 // What both drivers do alike. Input is one of the two input records.
 template <typename Input>
 class Run {
  public:
   Run(Input* input, VORL_KESTRUMOUTPUT* output, VORL_PROGRESSMONITOR* monitor, ProgressCallback callback,
       Dealing dealing) noexcept
-      : input_(input), output_(output), monitor_(monitor), callback_(callback), dealing_(dealing) {}
+      : input_(input), output_(output), monitor_(monitor), callback_(callback), front_(monitor, callback, dealing) {}
 
-  // A step's status, or kAborted if the job has been asked to stop meanwhile.
-  int After(int status) const noexcept {
-    if (status != 0) return status;
-    return Aborted(monitor_) ? kAborted : 0;
-  }
+  // A step's status, or that the job has been asked to stop meanwhile.
+  [[nodiscard]] int After(int status) const noexcept { return front_.progress.After(status); }
 
   [[nodiscard]] int OpenReport(const char* heading, int (*printInput)(Input*, char*, FILE*)) noexcept {
     if (monitor_ != nullptr) {
@@ -140,9 +92,9 @@ class Run {
     char build[] = VORL_KESTRUM_BUILD_NUMBER;
     char prefix[] = "   ";
     FILE* const stream = report_.stream();
-    const int nthreads = dealing_.threaded() ? dealing_.nthreads() : 0;
+    const int nthreads = front_.dealing.threaded() ? front_.dealing.nthreads() : 0;
     if (const int status =
-            VORLKestrumPrintVersion(version, build, dealing_.threaded() ? TRUE : FALSE, nthreads, stream);
+            VORLKestrumPrintVersion(version, build, front_.dealing.threaded() ? TRUE : FALSE, nthreads, stream);
         status != 0) {
       return status;
     }
@@ -178,12 +130,6 @@ class Run {
     return status;
   }
 
-  // Calls a worker in its serial form, or its threaded twin with the number of threads behind the other arguments.
-  template <typename Call, typename Serial, typename Threaded>
-  int CallWorker(const Call& call, Serial* serial, Threaded* threaded) const noexcept {
-    return dealing_.threaded() ? call(threaded, dealing_.nthreads()) : call(serial);
-  }
-
   // The sizes of the grid and of its stored products must agree: everything is laid out by them. No node at all is left
   // to the allocations to refuse.
   int CheckGridProducts() const noexcept {
@@ -202,7 +148,7 @@ class Run {
 
   template <typename Value>
   void FillVariable(VORL_IMAGE* image, const Value& value) const noexcept {
-    dealing_.Blocks(image->grid->nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    front_.dealing.Blocks(image->grid->nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       for (std::ptrdiff_t i = begin; i < end; ++i) image->var[i] = value(i);
     });
   }
@@ -241,26 +187,31 @@ class Run {
                                              callback_);
   }
 
-  [[nodiscard]] int BuildNeighborhood(VORL_COVMODEL* model, BOOLEAN rotationStationary, BOOLEAN weightStationary,
-                                      BOOLEAN rangeStationary, BOOLEAN covModelStationary, real** rotationMatrix,
-                                      real searchRadiusRelative, int sortMode, int nneighborMax,
-                                      VORL_RANDCONTEXT* randContext, Neighborhood& neighborhood) const noexcept {
+  // The nearest neighbours of a model's systems, in `owner`.
+  [[nodiscard]] int BuildNeighbors(real searchRadiusRelative, int sortMode, int nneighborMax,
+                                   VORL_RANDCONTEXT* randContext, NeighborListOwner& owner,
+                                   ModelSetup& setup) const noexcept {
     const VORL_GRID& grid = *input_->simGrid;
-    VORLInitSearchNeighborhood(&neighborhood.list);
-    const int status = VORLKestrumBuildSearchNeighborhoodForCovModel(
-        grid.sx, grid.sy, grid.sz, searchRadiusRelative, grid.nx, grid.ny, grid.nz, Mask(), model, rotationStationary,
-        weightStationary, rangeStationary, covModelStationary, TRUE, rotationMatrix, sortMode, &neighborhood.list,
-        randContext);
-    if (status != 0) return status;
-    return neighborhood.ComputeShift(grid, nneighborMax, dealing_);
+    const int status = BuildSearchNeighborhood(grid, setup.model, Mask(), searchRadiusRelative, sortMode,
+                                               owner.offsets(), randContext);
+    return status != 0 ? status : owner.Finish(grid, nneighborMax, front_.dealing, setup.neighbors);
+  }
+
+  Problem MakeProblem(std::span<const ModelSetup> setups) noexcept {
+    return {*input_->simGrid,
+            setups,
+            {.nodeStatus = nodeStatus_.data(), .known = dataValue_.data(), .uniqueMax = ndata_},
+            {simulationPath_.data(), input_->simGrid->nxyz, pathFirstInequality_, pathFirstSimulated_},
+            front_};
   }
 
   // Files, hand-over and foot of the report, once the work is done.
   [[nodiscard]] int Complete() noexcept {
     const std::clock_t end = std::clock();
     if (input_->outputMode == KESTRUM_OUTPUT_ALL_IN_ONE_FILE && outputImage_) {
-      const int status = WriteImageToFile(outputImage_.get(), input_->formatString, input_->outputImageFileName, "");
-      if (After(status) != 0) return After(status);
+      const int status =
+          After(WriteImageToFile(outputImage_.get(), input_->formatString, input_->outputImageFileName, ""));
+      if (status != 0) return status;
     }
     if (!input_->consoleAppFlag) output_->outputImage = outputImage_.Hand();
     if (report_.stream() != nullptr) WriteReportFoot(end);
@@ -289,7 +240,7 @@ class Run {
   VORL_KESTRUMOUTPUT* output_;
   VORL_PROGRESSMONITOR* monitor_;
   ProgressCallback callback_;
-  Dealing dealing_;
+  RunFront front_;
   File report_;  // declared first, closed last
   std::clock_t start_ = 0;
   OwnedImage workingImage_;
@@ -333,21 +284,7 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
     if (status = After(CreateOutputImages(mode)); status != 0) return status;
     if (status = After(CenterData()); status != 0) return status;
     if (status = After(PreparePath()); status != 0) return status;
-    FixedRotation rotation;
-    real** const rotationMatrix = rotationStationary_ ? rotation.From(*input_->covModel) : nullptr;
-    if (input_->searchRadiusRelative == kUniqueNeighborhood) {
-      status = EstimateUnique(mode, rotationMatrix);
-    } else {
-      Neighborhood neighborhood;
-      status = After(BuildNeighborhood(input_->covModel, rotationStationary_, weightStationary_, rangeStationary_,
-                                       covModelStationary_, rotationMatrix, input_->searchRadiusRelative,
-                                       input_->searchNeighborhoodSortMode, input_->nneighborMax, &randContext,
-                                       neighborhood));
-      if (status != 0) return status;
-      status = mode.simulation ? Simulate(mode, rotationMatrix, neighborhood)
-                               : EstimateMoving(mode, rotationMatrix, neighborhood);
-    }
-    if (status = After(status); status != 0) return status;
+    if (status = After(Work(mode, &randContext)); status != 0) return status;
     return Complete();
   }
 
@@ -356,9 +293,9 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
   int IntegrateData(Mode mode) noexcept {
     real** const minimum = mode.simulation ? inequalityMin_.slot() : nullptr;
     real** const maximum = mode.simulation ? inequalityMax_.slot() : nullptr;
-    const int status = VORLKestrumIntegrateConditioningData(input_, workingImage_.get(), minimum, maximum,
-                                                            nodeStatus_.data(), &ndata_, monitor_, callback_);
-    if (After(status) != 0) return After(status);
+    const int status = After(VORLKestrumIntegrateConditioningData(input_, workingImage_.get(), minimum, maximum,
+                                                                  nodeStatus_.data(), &ndata_, monitor_, callback_));
+    if (status != 0) return status;
     ReleaseConditioningData();
     if (ndata_ > 0) {
       real sum = 0.0;
@@ -413,38 +350,30 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
     return 0;
   }
 
-  int EstimateMoving(Mode mode, real** rotationMatrix, Neighborhood& neighborhood) noexcept {
-    const auto estimate = [&](auto function, auto... nthreads) {
-      return function(input_, mode.ordinaryKriging ? TRUE : FALSE, workingImage_.get(), stdImage_.get(),
-                      outputImage_.get(), rotationStationary_, weightStationary_, rangeStationary_, covModelStationary_,
-                      sill_, rotationMatrix, &neighborhood.list, neighborhood.shift.data(), neighborhood.limit,
-                      nodeStatus_.data(), input_->simGrid->nxyz, simulationPath_.data(), pathFirstSimulated_,
-                      report_.stream(), monitor_, callback_, nthreads...);
-    };
-    return CallWorker(estimate, VORLKestrumSimEstimation, VORLOMPKestrumSimEstimation);
-  }
-
-  int Simulate(Mode mode, real** rotationMatrix, Neighborhood& neighborhood) noexcept {
-    const bool hasInequalityData = inequalityMin_.values() != nullptr || inequalityMax_.values() != nullptr;
-    const auto simulate = [&](auto function, auto... nthreads) {
-      return function(input_, mode.ordinaryKriging ? TRUE : FALSE, workingImage_.get(), outputImage_.get(),
-                      rotationStationary_, weightStationary_, rangeStationary_, covModelStationary_, sill_,
-                      rotationMatrix, &neighborhood.list, neighborhood.shift.data(), neighborhood.limit,
-                      nodeStatus_.data(), hasInequalityData ? TRUE : FALSE, inequalityMin_.slot(),
-                      inequalityMax_.slot(), input_->simGrid->nxyz, simulationPath_.data(), pathFirstInequality_,
-                      pathFirstSimulated_, dataValue_.data(), ndata_, report_.stream(), monitor_, callback_,
-                      nthreads...);
-    };
-    return CallWorker(simulate, VORLKestrumSimSimulation, VORLOMPKestrumSimSimulation);
-  }
-
-  int EstimateUnique(Mode mode, real** rotationMatrix) noexcept {
-    const auto estimate = [&](auto function, auto... nthreads) {
-      return function(input_, mode.ordinaryKriging ? TRUE : FALSE, workingImage_.get(), stdImage_.get(),
-                      outputImage_.get(), sill_, rotationMatrix, ndata_, input_->simGrid->nxyz, simulationPath_.data(),
-                      pathFirstSimulated_, report_.stream(), monitor_, callback_, nthreads...);
-    };
-    return CallWorker(estimate, VORLKestrumSimEstimationUniqueSN, VORLOMPKestrumSimEstimationUniqueSN);
+  int Work(Mode mode, VORL_RANDCONTEXT* randContext) noexcept {
+    ModelSetup setup;
+    KrigingModel& model = setup.model;
+    model.covModel = input_->covModel;
+    model.ordinaryKriging = mode.ordinaryKriging;
+    model.rotationStationary = rotationStationary_ != 0;
+    model.weightStationary = weightStationary_ != 0;
+    model.rangeStationary = rangeStationary_ != 0;
+    model.covModelStationary = covModelStationary_ != 0;
+    model.sill = sill_;
+    if (model.rotationStationary) model.SetRotationFromAngles();
+    NeighborListOwner neighbors;
+    if (input_->searchRadiusRelative != kUniqueNeighborhood) {
+      const int status = After(BuildNeighbors(input_->searchRadiusRelative, input_->searchNeighborhoodSortMode,
+                                              input_->nneighborMax, randContext, neighbors, setup));
+      if (status != 0) return status;
+    }
+    Problem problem = MakeProblem({&setup, 1});
+    const RunOutput output(*input_, outputImage_.get(), report_.stream());
+    if (!mode.simulation) return RunEstimation(*input_, problem, workingImage_.get(), stdImage_.get(), output);
+    if (inequalityMin_.values() != nullptr || inequalityMax_.values() != nullptr) {
+      problem.data.SetBounds(inequalityMin_.values(), inequalityMax_.values());
+    }
+    return RunSimulation(*input_, problem, workingImage_.get(), output);
   }
 
   BOOLEAN rotationStationary_ = TRUE;
@@ -484,7 +413,7 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
     if (status = After(CreateOutputImage(mode)); status != 0) return status;
     if (status = After(KeepData()); status != 0) return status;
     if (status = After(PreparePath()); status != 0) return status;
-    if (status = After(BuildNeighborhoods(&randContext)); status != 0) return status;
+    if (status = After(PrepareSetups(mode, &randContext)); status != 0) return status;
     if (status = After(Work(mode)); status != 0) return status;
     return Complete();
   }
@@ -545,7 +474,7 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
       std::snprintf(outputImage_->varName[c], VORL_VARNAME_LENGTH, "%s%s%0*d", input_->varName,
                     VORL_KESTRUM_SUFFIX_FOR_PROBABILITY, VORL_KESTRUM_NB_DIGIT_FOR_CATEGORY_INDEX, c);
       real* const probability = outputImage_->var + c * nxyz;
-      dealing_.Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      front_.dealing.Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
         for (std::ptrdiff_t i = begin; i < end; ++i) {
           const real certain = workingImage_->var[i] == input_->categoryValue[c] ? 1.0 : 0.0;
           probability[i] = Masked(i) ? real{VORL_MISSING_VALUE} : certain;
@@ -565,60 +494,38 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
     return 0;
   }
 
-  // One rotation and one neighbourhood per category; none where all data condition every node.
-  int BuildNeighborhoods(VORL_RANDCONTEXT* randContext) noexcept {
+  // The models of all categories, and their neighbourhoods: none where all data condition every node.
+  int PrepareSetups(Mode mode, VORL_RANDCONTEXT* randContext) noexcept {
     const int ncategory = input_->ncategory;
-    if (const int status = rotations_.Allocate(ncategory); status != 0) return status;
-    if (const int status = rotationMatrix_.Allocate(ncategory, nullptr); status != 0) return status;
-    if (const int status = neighborhoods_.Allocate(ncategory); status != 0) return status;
+    if (const int status = setups_.Allocate(ncategory, {}); status != 0) return status;
+    if (const int status = neighbors_.Allocate(ncategory); status != 0) return status;
     for (int c = 0; c < ncategory; ++c) {
-      VORL_COVMODEL& model = input_->covModel[c];
-      // The weight flag decides, and is meant to: a category with fixed angles and a weight image is not rotated, and
-      // the matrix of a category with angle images is never used.
-      if (weightStationary_[c]) rotationMatrix_[c] = rotations_[c].From(model);
+      KrigingModel& model = setups_[c].model;
+      model.covModel = &input_->covModel[c];
+      model.ordinaryKriging = mode.ordinaryKriging;
+      model.rotationStationary = rotationStationary_[c] != 0;
+      model.weightStationary = weightStationary_[c] != 0;
+      model.rangeStationary = rangeStationary_[c] != 0;
+      model.covModelStationary = covModelStationary_[c] != 0;
+      model.sill = sill_[c];
+      // The weight flag decides, deliberately: a category with fixed angles and a weight image is not rotated, and the
+      // rotation of a category with angle images is never used.
+      if (model.weightStationary) model.SetRotationFromAngles();
     }
     for (int c = 0; c < ncategory; ++c) {
       if (input_->searchRadiusRelative[c] == kUniqueNeighborhood) continue;
-      const int status = BuildNeighborhood(&input_->covModel[c], rotationStationary_[c], weightStationary_[c],
-                                           rangeStationary_[c], covModelStationary_[c], rotationMatrix_[c],
-                                           input_->searchRadiusRelative[c], input_->searchNeighborhoodSortMode[c],
-                                           input_->nneighborMax[c], randContext, neighborhoods_[c]);
-      if (After(status) != 0) return After(status);
+      const int status = After(BuildNeighbors(input_->searchRadiusRelative[c], input_->searchNeighborhoodSortMode[c],
+                                              input_->nneighborMax[c], randContext, neighbors_[c], setups_[c]));
+      if (status != 0) return status;
     }
     return 0;
   }
 
   int Work(Mode mode) noexcept {
-    const int ncategory = input_->ncategory;
-    Buffer<VORL_SEARCHNEIGHBORHOOD> lists;
-    Buffer<int*> shifts;
-    Buffer<int> limits;
-    int status = lists.Allocate(ncategory);
-    if (status == 0) status = shifts.Allocate(ncategory);
-    if (status == 0) status = limits.Allocate(ncategory);
-    if (status != 0) return status;
-    for (int c = 0; c < ncategory; ++c) {
-      lists[c] = neighborhoods_[c].list;  // the lists stay those of neighborhoods_
-      shifts[c] = neighborhoods_[c].shift.data();
-      limits[c] = neighborhoods_[c].limit;
-    }
-    const auto ordinaryKriging = static_cast<BOOLEAN>(mode.ordinaryKriging ? TRUE : FALSE);
-    const auto estimate = [&](auto function, auto... nthreads) {
-      return function(input_, ordinaryKriging, workingImage_.get(), outputImage_.get(), rotationStationary_,
-                      weightStationary_, rangeStationary_, covModelStationary_, sill_.data(), rotationMatrix_.data(),
-                      ndata_, lists.data(), shifts.data(), limits.data(), nodeStatus_.data(), input_->simGrid->nxyz,
-                      simulationPath_.data(), pathFirstSimulated_, report_.stream(), monitor_, callback_, nthreads...);
-    };
-    const auto simulate = [&](auto function, auto... nthreads) {
-      return function(input_, ordinaryKriging, workingImage_.get(), outputImage_.get(), rotationStationary_,
-                      weightStationary_, rangeStationary_, covModelStationary_, sill_.data(), rotationMatrix_.data(),
-                      lists.data(), shifts.data(), limits.data(), nodeStatus_.data(), input_->simGrid->nxyz,
-                      simulationPath_.data(), pathFirstSimulated_, dataValue_.data(), ndata_, report_.stream(),
-                      monitor_, callback_, nthreads...);
-    };
-    return mode.simulation
-               ? CallWorker(simulate, VORLKestrumIndicatorSimSimulation, VORLOMPKestrumIndicatorSimSimulation)
-               : CallWorker(estimate, VORLKestrumIndicatorSimEstimation, VORLOMPKestrumIndicatorSimEstimation);
+    const Problem problem = MakeProblem({setups_.data(), setups_.size()});
+    const RunOutput output(*input_, outputImage_.get(), report_.stream());
+    return mode.simulation ? RunCategorySimulation(*input_, problem, workingImage_.get(), output)
+                           : RunCategoryEstimation(*input_, problem, workingImage_.get(), output);
   }
 
   BOOLEAN* rotationStationary_ = nullptr;
@@ -627,9 +534,8 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
   BOOLEAN* covModelStationary_ = nullptr;
   Buffer<real> proportion_;
   Buffer<real> sill_;
-  ObjectArray<FixedRotation> rotations_;
-  Buffer<real**> rotationMatrix_;
-  ObjectArray<Neighborhood> neighborhoods_;
+  ObjectArray<NeighborListOwner> neighbors_;
+  Buffer<ModelSetup> setups_;
 };
 
 }  // namespace

@@ -83,7 +83,7 @@ bool InputValidation::Refuse(int code) noexcept {
 }
 
 bool InputValidation::Sound(int status) noexcept {
-  status_ = status == 0 && Aborted(monitor_) ? kAborted : status;
+  status_ = progress_.After(status);
   return status_ == 0 && *validationError_ == 0;
 }
 

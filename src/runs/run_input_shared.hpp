@@ -8,7 +8,7 @@
 #include "core/integers.hpp"
 #include "core/memory.h"
 #include "core/nested_prefix.hpp"
-#include "engine/warnings.hpp"
+#include "core/progress.hpp"
 #include "runs/run_input.h"
 
 // What the two run inputs have in common: release, printing and the rules on the fields of the same name. The templates
@@ -145,7 +145,7 @@ class InputPrinter {
 class InputValidation {
  public:
   InputValidation(VORL_PROGRESSMONITOR* monitor, int* validationError) noexcept
-      : monitor_(monitor), validationError_(validationError) {
+      : progress_(monitor, nullptr), validationError_(validationError) {
     *validationError_ = 0;
   }
 
@@ -223,7 +223,7 @@ class InputValidation {
   [[nodiscard]] bool MaskImage(VORL_IMAGE* mask, VORL_GRID* grid) noexcept;
   [[nodiscard]] bool PointSet(VORL_POINTSET* pointSet) noexcept;
 
-  VORL_PROGRESSMONITOR* monitor_;
+  Progress progress_;
   int* validationError_;
   int status_ = 0;
 };

@@ -70,11 +70,11 @@ TEST(Limits, NeighborsAtTheEndOfTheLongestLine) {
   offsets.iy = offsets.iz = zero;
   offsets.ixMin = -40;
   offsets.ixMax = 1 << 30;
-  const kestrum::NeighborList list{&offsets, x, {INT_MAX, 1, 1, 1, 1, 1, 0, 0, 0, INT_MAX, INT_MAX}};
+  const kestrum::NeighborList list{&offsets, x, 6, {INT_MAX, 1, 1, 1, 1, 1, 0, 0, 0, INT_MAX, INT_MAX}};
   kestrum::NodeBits bits;
   ASSERT_EQ(bits.Allocate(INT_MAX), 0);
   for (const int node : {INT_MAX - 1, INT_MAX - 2, INT_MAX - 41, INT_MAX - 81}) bits.Set(node);
   int entries[6];
-  EXPECT_EQ(kestrum::WalkNeighbors(list, INT_MAX - 1, 6, bits, entries), 3);   // 0, -1 and -40
-  EXPECT_EQ(kestrum::WalkNeighbors(list, INT_MAX - 41, 6, bits, entries), 3);  // 0, 40 and -40
+  EXPECT_EQ(kestrum::WalkNeighbors(list, INT_MAX - 1, bits, entries), 3);   // 0, -1 and -40
+  EXPECT_EQ(kestrum::WalkNeighbors(list, INT_MAX - 41, bits, entries), 3);  // 0, 40 and -40
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/warnings.hpp"
+#include "core/progress.hpp"
 #include "runs/run_records.hpp"
 #include "support/allocation_failure.hpp"
 
@@ -215,7 +215,7 @@ TEST(Conditioning, CallersCanStopAtEveryWarning) {
   run.AddPoints({0.5}, {"v"}, {1});
   run.monitor.abortedJobFlag = TRUE;
   EXPECT_EQ(run.Estimation(), -1000);
-  EXPECT_EQ(kestrum::RaiseWarning(nullptr, VORLUpdateProgressMonitor0, 61), 0);
+  EXPECT_EQ(kestrum::Progress(nullptr, VORLUpdateProgressMonitor0).Warn(61), 0);
 }
 
 TEST(Conditioning, FailuresOfConversionsComeThrough) {

@@ -264,18 +264,18 @@ TEST(Estimation, SparseSearchFindsWhatWalkingFinds) {
     List lists({{COV_SPHERICAL, 1.0, c.range[0], c.range[1], c.range[2]}});
     ASSERT_EQ(lists.Build(c.grid, 1.0, c.sortMode), 0);
     VORL_SEARCHNEIGHBORHOOD& offsets = lists.list;
-    std::vector<int> shift(offsets.size);
     kestrum::NodeBits isDatum;
     ASSERT_EQ(isDatum.Allocate(c.grid.nxyz), 0);
+    std::vector<int> shift(offsets.size);
     for (int e = 0; e < offsets.size; ++e) {
       shift[e] = offsets.ix[e] + offsets.iy[e] * c.grid.nx + offsets.iz[e] * c.grid.nxy;
     }
     for (const Datum& d : RandomData(c.grid, c.ndata, 3)) {
       isDatum.Set(d.ix + d.iy * c.grid.nx + d.iz * c.grid.nxy);
     }
-    const kestrum::NeighborList list{&offsets, shift.data(), c.grid};
+    const kestrum::NeighborList list{&offsets, shift.data(), c.limit, c.grid};
     kestrum::SparseNeighborSearch search;
-    ASSERT_EQ(search.Prepare(list, isDatum, c.ndata, c.limit), 0);
+    ASSERT_EQ(search.Prepare(list, isDatum, c.ndata), 0);
     kestrum::SparseNeighborSearch::Scratch scratch;
     ASSERT_EQ(search.AllocateScratch(scratch), 0);
     std::vector<int> found(c.limit), walked(c.limit);
@@ -291,7 +291,7 @@ TEST(Estimation, SparseSearchFindsWhatWalkingFinds) {
         if (inside && isDatum[node + shift[e]] != 0) expected.push_back(e);
       }
       ASSERT_EQ(std::vector<int>(found.begin(), found.begin() + m), expected) << node;
-      const int n = kestrum::WalkNeighbors(list, node, c.limit, isDatum, walked.data());
+      const int n = kestrum::WalkNeighbors(list, node, isDatum, walked.data());
       ASSERT_EQ(std::vector<int>(walked.begin(), walked.begin() + n), expected) << node;
     }
   }

@@ -1,13 +1,16 @@
-#include "engine/unique_neighborhood.hpp"
+#include "engine/unique_system.hpp"
 
+#include <algorithm>
 #include <cstddef>
+
+#include "core/node_coordinates.hpp"
+#include "core/object_array.hpp"
 
 namespace kestrum {
 
-int UniqueData::Gather(const VORL_IMAGE& image, int limit) noexcept {
+int UniqueData::Gather(const VORL_GRID& grid, const real* values, int limit) noexcept {
   if (limit < 1) return -71265;
-  const VORL_GRID& grid = *image.grid;
-  const std::ptrdiff_t informed = grid.nxyz - std::count(image.var, image.var + grid.nxyz, real{VORL_MISSING_VALUE});
+  const std::ptrdiff_t informed = grid.nxyz - std::count(values, values + grid.nxyz, real{VORL_MISSING_VALUE});
   if (informed > limit) return -71266;
   if (informed == 0) return -71267;
   for (Buffer<real>* buffer : {&x, &y, &z, &value}) {
@@ -15,12 +18,12 @@ int UniqueData::Gather(const VORL_IMAGE& image, int limit) noexcept {
   }
   if (const int status = node.Allocate(informed); status != 0) return status;
   for (int i = 0; i < grid.nxyz; ++i) {
-    if (image.var[i] == VORL_MISSING_VALUE) continue;
+    if (values[i] == VORL_MISSING_VALUE) continue;
     const auto [ix, iy, iz] = CoordinatesOf(grid, i);
     x[n] = ix * grid.sx;
     y[n] = iy * grid.sy;
     z[n] = iz * grid.sz;
-    value[n] = image.var[i];
+    value[n] = values[i];
     node[n] = i;
     ++n;
   }
@@ -38,10 +41,11 @@ void UniqueData::Rotate(const Rotation& rotation, Dealing dealing) noexcept {
   });
 }
 
-int UniqueSystem::Build(const KrigingModel& model, const UniqueData& data, bool inModelAxes, Dealing dealing) noexcept {
+int UniqueSystem::Build(const KrigingModel& model, const UniqueData& data, RightSide rightSide,
+                        Dealing dealing) noexcept {
   model_ = &model;
   data_ = &data;
-  inModelAxes_ = inModelAxes;
+  rightSide_ = rightSide;
   size_ = model.SystemSize(data.n);
   limits_ = SolverLimits(size_);
   if (const int status = guess_.Allocate(size_); status != 0) return status;
@@ -53,7 +57,7 @@ int UniqueSystem::Build(const KrigingModel& model, const UniqueData& data, bool 
   for (Buffer<real>& lag : lags) {
     if (const int status = lag.Allocate(3 * static_cast<std::size_t>(m)); status != 0) return status;
   }
-  const Rotation* const rotation = model.rotated && !inModelAxes ? &model.rotation : nullptr;
+  const Rotation* const rotation = model.rotated && rightSide == RightSide::kAtNode ? &model.rotation : nullptr;
   real* const matrix = matrix_.data();
   dealing.EachThread([&](int thread, int team) noexcept {
     real* const lagX = lags[thread].data();
@@ -83,54 +87,76 @@ int UniqueSystem::Build(const KrigingModel& model, const UniqueData& data, bool 
 int UniqueSystem::AllocateScratch(Scratch& scratch) const noexcept {
   VORLInitRandContext(&scratch.context);
   const std::size_t n = size_;
+  const std::size_t m = data_->n;
   const struct {
     Buffer<real>* buffer;
     std::size_t size;
-  } wanted[] = {{&scratch.lag, 4 * static_cast<std::size_t>(data_->n)},
+  } wanted[] = {{&scratch.lag, 4 * m},
                 {&scratch.rhs, n * kLanes},
-                {&scratch.weight, n * kLanes},
+                {&scratch.solution, n * kLanes},
                 {&scratch.work, GmresBatchWorkSize(size_, limits_.restart)},
                 {&scratch.loneRhs, n},
-                {&scratch.loneWeight, n},
-                {&scratch.loneWork, GmresWorkSize(size_, limits_.restart)}};
+                {&scratch.loneSolution, n},
+                {&scratch.loneWork, GmresWorkSize(size_, limits_.restart)},
+                {&scratch.weight, m * kLanes}};
   for (const auto& [buffer, count] : wanted) {
     if (const int status = buffer->Allocate(count); status != 0) return status;
   }
   return 0;
 }
 
-unsigned UniqueSystem::SolveLanes(const VORL_GRID& grid, const int* nodes, int nlane, Scratch& scratch) const noexcept {
+void UniqueSystem::Solve(const VORL_GRID& grid, const int* nodes, int count, Scratch& scratch) const noexcept {
+  const int m = data_->n;
+  FillRhs(grid, nodes, count, scratch);
+  for (int i = 0; i < size_; ++i) std::fill_n(&scratch.solution[i * kLanes], kLanes, guess_.first()[i]);
+  const unsigned converged = GmresBatchShared(limits_, size_, matrix_.data(), size_, scratch.rhs.data(),
+                                              scratch.solution.data(), scratch.work.data());
+  for (int lane = 0; lane < count; ++lane) {
+    SolvedSystem& system = scratch.system[lane] = {};
+    real* const weight = &scratch.weight[static_cast<std::size_t>(lane) * m];
+    system.sill = model_->sill;
+    if ((converged >> lane & 1u) != 0) {
+      system.Keep(*model_, m, &scratch.solution[lane], &scratch.rhs[lane], kLanes, weight);
+    } else {
+      const int left = SolveAlone(lane, scratch) ? m : 0;
+      system.Keep(*model_, left, scratch.loneSolution.data(), scratch.loneRhs.data(), 1, weight);
+    }
+  }
+}
+
+void UniqueSystem::FillRhs(const VORL_GRID& grid, const int* nodes, int count, Scratch& scratch) const noexcept {
   const int m = data_->n;
   real* const lagX = scratch.lag.data();
   real* const lagY = lagX + m;
   real* const lagZ = lagY + m;
   real* const covariance = lagZ + m;
-  const Rotation* const rotation = model_->rotated && !inModelAxes_ ? &model_->rotation : nullptr;
+  const bool fixed = rightSide_ == RightSide::kFixed;
   for (int lane = 0; lane < kLanes; ++lane) {
-    // Lanes without a node repeat the last one.
-    const int node = nodes[std::min(lane, nlane - 1)];
+    const int node = nodes[std::min(lane, count - 1)];
     const auto [ix, iy, iz] = CoordinatesOf(grid, node);
     Rotation::Lag at{ix * grid.sx, iy * grid.sy, iz * grid.sz};
-    if (model_->rotated && inModelAxes_) at = model_->rotation.ToModelAxes(at.x, at.y, at.z);
+    if (model_->rotated && fixed) at = model_->rotation.ToModelAxes(at.x, at.y, at.z);
     for (int i = 0; i < m; ++i) {
       lagX[i] = at.x - data_->x[i];
       lagY[i] = at.y - data_->y[i];
       lagZ[i] = at.z - data_->z[i];
     }
-    EvaluateFixed(*model_->covModel, rotation, m, lagX, lagY, lagZ, covariance);
+    if (fixed) {
+      EvaluateFixed(*model_->covModel, nullptr, m, lagX, lagY, lagZ, covariance);
+    } else {
+      const Rotation* const rotation = model_->rotated ? &model_->rotation : nullptr;
+      EvaluateAtNode(*model_->covModel, node, rotation, m, lagX, lagY, lagZ, covariance);
+    }
     for (int i = 0; i < m; ++i) scratch.rhs[i * kLanes + lane] = covariance[i];
     if (model_->ordinaryKriging) scratch.rhs[m * kLanes + lane] = 1.0;
   }
-  for (int i = 0; i < size_; ++i) std::fill_n(&scratch.weight[i * kLanes], kLanes, guess_.first()[i]);
-  return GmresBatchShared(limits_, size_, matrix_.data(), size_, scratch.rhs.data(), scratch.weight.data(),
-                          scratch.work.data());
 }
 
 bool UniqueSystem::SolveAlone(int lane, Scratch& scratch) const noexcept {
   for (int i = 0; i < size_; ++i) scratch.loneRhs[i] = scratch.rhs[i * kLanes + lane];
   for (int attempt = 2; attempt <= kMaxAttempt; ++attempt) {
-    FirstGuess::Draw(attempt, size_, scratch.loneWeight.data(), scratch.context);
-    if (Gmres(limits_, size_, matrix_.data(), size_, scratch.loneRhs.data(), scratch.loneWeight.data(),
+    FirstGuess::Draw(attempt, size_, scratch.loneSolution.data(), scratch.context);
+    if (Gmres(limits_, size_, matrix_.data(), size_, scratch.loneRhs.data(), scratch.loneSolution.data(),
               scratch.loneWork.data())) {
       return true;
     }

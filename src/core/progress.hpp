@@ -1,21 +1,24 @@
-#ifndef KESTRUM_ENGINE_RUN_MONITOR_HPP
-#define KESTRUM_ENGINE_RUN_MONITOR_HPP
+#ifndef KESTRUM_CORE_PROGRESS_HPP
+#define KESTRUM_CORE_PROGRESS_HPP
 
+#include <atomic>
 #include <climits>
 
 #include "core/progress_monitor.h"
-#include "engine/warnings.hpp"
 
 namespace kestrum {
 
+inline constexpr int kAborted = -1000;
+
 using ProgressCallback = int (*)(VORL_PROGRESSMONITOR*);
 
-// What a worker tells its caller. In a threaded run every store into the monitor and every call of the callback stand
-// in one critical section, so that the callback is never called from two threads at once.
-class RunMonitor {
+// What a run reports to its caller, and asks of it: progress, warnings, and whether to go on. Monitor and callback may
+// be null. In a threaded run every store into the monitor and every call of the callback are in one critical section, so
+// that the callback is never called from two threads at once.
+class Progress {
  public:
-  // threaded: several threads may tell something at a time.
-  RunMonitor(VORL_PROGRESSMONITOR* monitor, ProgressCallback callback, bool threaded) noexcept
+  // threaded: several threads may report at a time.
+  Progress(VORL_PROGRESSMONITOR* monitor, ProgressCallback callback, bool threaded = false) noexcept
       : monitor_(monitor), callback_(callback), threaded_(threaded) {}
 
   void StartRealizations(int nrealization) const noexcept {
@@ -26,27 +29,42 @@ class RunMonitor {
     if (monitor_ != nullptr && monitor_->currentRealization < INT_MAX) ++monitor_->currentRealization;
   }
 
+  // Whether the job has been asked to stop. The flag may be set from another thread at any time.
+  bool Aborted() const noexcept {
+    return monitor_ != nullptr &&
+           std::atomic_ref<BOOLEAN>(monitor_->abortedJobFlag).load(std::memory_order_relaxed) != 0;
+  }
+
+  // A step's status, or kAborted if the job has been asked to stop meanwhile.
+  [[nodiscard]] int After(int status) const noexcept {
+    if (status != 0) return status;
+    return Aborted() ? kAborted : 0;
+  }
+
   // Reports that a part (0 to 1) of the current realization is done, if the whole percentage over all realizations has
   // grown. Gives the callback's result. Only one thread of a region may call it.
-  [[nodiscard]] int Tell(double part) const noexcept {
-    bool told;
-    return Tell(part, told);
+  [[nodiscard]] int Report(double part) const noexcept {
+    bool grown;
+    return Report(part, grown);
   }
 
   // The same, where the report can find that the job is to stop: gives 0, the callback's result, or kAborted.
   [[nodiscard]] int Publish(double part) const noexcept {
-    bool told;
-    const int status = Tell(part, told);
-    if (status != 0) return status;
-    return told && Aborted(monitor_) ? kAborted : 0;
+    bool grown;
+    const int status = Report(part, grown);
+    return grown ? After(status) : status;
   }
 
   // Raises a warning and gives the callback's result. A set abort flag is found at the next test.
   int Warn(int number) const noexcept {
-    return OneAtATime([&]() noexcept { return TellWarning(monitor_, callback_, number); });
+    if (monitor_ == nullptr) return 0;
+    return OneAtATime([&]() noexcept {
+      monitor_->warningNumber = number;
+      const int status = callback_ == nullptr ? 0 : callback_(monitor_);
+      monitor_->warningNumber = 0;
+      return status;
+    });
   }
-
-  bool AbortedRun() const noexcept { return Aborted(monitor_); }
 
  private:
   // The serial form needs no lock, and a callback of it may start another run.
@@ -59,15 +77,15 @@ class RunMonitor {
     return status;
   }
 
-  int Tell(double part, bool& told) const noexcept {
-    told = false;
+  int Report(double part, bool& grown) const noexcept {
+    grown = false;
     if (monitor_ == nullptr) return 0;
     const double percentage = (monitor_->currentRealization + part) * 100.0 / monitor_->nrealization;
     // What a caller makes of the counters may not be a number.
     if (!(percentage >= 0.0)) return 0;
     const int whole = percentage < INT_MAX ? static_cast<int>(percentage) : INT_MAX;
     if (whole <= monitor_->allRealizationProgress) return 0;
-    told = true;
+    grown = true;
     return OneAtATime([&]() noexcept {
       monitor_->allRealizationProgress = whole;
       return callback_ != nullptr ? callback_(monitor_) : 0;
@@ -82,14 +100,6 @@ class RunMonitor {
 // Keeps a failure: a later success does not hide it.
 inline void KeepFailure(int status, int* kept) noexcept {
   if (status != 0) *kept = status;
-}
-
-// Raises the warnings of a node's system, and gives the last failure of the callback.
-inline int WarnOfSystem(const RunMonitor& monitor, int ndropped, bool gaveUp) noexcept {
-  int status = 0;
-  for (int k = 0; k < ndropped; ++k) KeepFailure(monitor.Warn(2001), &status);
-  if (gaveUp) KeepFailure(monitor.Warn(2015), &status);
-  return status;
 }
 
 }  // namespace kestrum

@@ -1,15 +1,19 @@
-#include "engine/same_systems.hpp"
+#include "engine/kriging_model.hpp"
 
 #include <algorithm>
 #include <cstring>
 
-#include "core/integers.hpp"
-
 namespace kestrum {
 namespace {
 
+// Images count wherever they are set, whatever the flags say.
+bool HasImage(const VORL_COVMODELELEM& e) noexcept {
+  return e.weightImage != nullptr || e.rxImage != nullptr || e.ryImage != nullptr || e.rzImage != nullptr ||
+         e.sImage != nullptr;
+}
+
 bool SameElement(const VORL_COVMODELELEM& a, const VORL_COVMODELELEM& b) noexcept {
-  return EnumNumber(a.covModelType) == EnumNumber(b.covModelType) && a.weightValue == b.weightValue &&
+  return !HasImage(a) && !HasImage(b) && ElementType(a) == ElementType(b) && a.weightValue == b.weightValue &&
          a.rxValue == b.rxValue && a.ryValue == b.ryValue && a.rzValue == b.rzValue && a.sValue == b.sValue;
 }
 
@@ -24,11 +28,6 @@ bool SameModel(const KrigingModel& a, const KrigingModel& b) noexcept {
   const VORL_COVMODEL& p = *a.covModel;
   const VORL_COVMODEL& q = *b.covModel;
   return p.nelem == q.nelem && std::equal(p.covModelElem, p.covModelElem + p.nelem, q.covModelElem, SameElement);
-}
-
-bool SameList(const VORL_SEARCHNEIGHBORHOOD& a, const VORL_SEARCHNEIGHBORHOOD& b) noexcept {
-  return a.size == b.size && std::equal(a.ix, a.ix + a.size, b.ix) && std::equal(a.iy, a.iy + a.size, b.iy) &&
-         std::equal(a.iz, a.iz + a.size, b.iz) && std::equal(a.weight, a.weight + a.size, b.weight);
 }
 
 }  // namespace kestrum

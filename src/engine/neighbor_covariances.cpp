@@ -1,14 +1,9 @@
-#include "engine/kriging.hpp"
+#include "engine/neighbor_covariances.hpp"
 
-#include <cstdlib>
-
-#include "numeric/gmres.hpp"
+#include <algorithm>
 
 namespace kestrum {
 namespace {
-
-constexpr int kMaxRestart = 100;
-constexpr int kMaxCycle = 10000;
 
 // The table of covariances may hold this many entries per node of the grid, and a basic amount for small grids.
 constexpr std::int64_t kTableEntriesPerNode = 3;
@@ -17,34 +12,6 @@ constexpr std::int64_t kTableEntriesBasic = 1 << 18;
 constexpr std::int64_t kTableEntriesMax = 1 << 29;
 
 }  // namespace
-
-LocalModel ModelAtNode(const KrigingModel& model, int node) noexcept {
-  LocalModel local{model.sill, model.rotated, model.rotation};
-  if (!model.weightStationary) local.sill = SillAtNode(*model.covModel, node);
-  if (!model.rotationStationary) {
-    real angles[3];
-    local.rotated = AnglesAtNode(*model.covModel, node, angles);
-    if (local.rotated) local.rotation = Rotation::FromAngles(angles);
-  }
-  return local;
-}
-
-GmresLimits SolverLimits(int size) noexcept {
-  return {VORL_EPSILON, std::min(size, kMaxRestart), size <= kMaxRestart ? 1 : kMaxCycle};
-}
-
-int FirstGuess::Allocate(int size) noexcept {
-  if (const int status = first_.Allocate(size); status != 0) return status;
-  VORL_RANDCONTEXT context;
-  VORLInitRandContext(&context);
-  Draw(1, size, first_.data(), context);
-  return 0;
-}
-
-void FirstGuess::Draw(int attempt, int size, real* guess, VORL_RANDCONTEXT& context) noexcept {
-  VORLDoubleRand(attempt, &context);
-  for (int i = 0; i < size; ++i) guess[i] = VORLDoubleRand(0, &context);
-}
 
 int NeighborCovariances::Prepare(const KrigingModel& model, const NeighborList& list, int share) noexcept {
   model_ = &model;
@@ -150,77 +117,6 @@ void NeighborCovariances::FillRhs(const LocalModel& local, int node, const int* 
     const Rotation::Lag lag{offsets.ix[e] * grid.sx, offsets.iy[e] * grid.sy, offsets.iz[e] * grid.sz};
     EvaluateAtNode(*model_->covModel, node, local.rotationOrNull(), 1, &lag.x, &lag.y, &lag.z, &rhs[i * stride]);
   }
-}
-
-int KrigingSolver::Allocate(bool ordinaryKriging, int capacity) noexcept {
-  VORLInitRandContext(&context_);
-  const std::size_t size = ordinaryKriging ? capacity + 1 : capacity;
-  const std::size_t batchSize = std::min<std::size_t>(size, kMaxBatchSize);
-  const struct {
-    Buffer<real>* buffer;
-    std::size_t size;
-  } wanted[] = {
-      {&batchMatrix_, batchSize * batchSize * kLanes},
-      {&batchRhs_, batchSize * kLanes},
-      {&batchWeight_, batchSize * kLanes},
-      {&batchWork_, GmresBatchWorkSize(static_cast<int>(batchSize), static_cast<int>(batchSize))},
-      {&matrix_, size * size},
-      {&rhs_, size},
-      {&weight_, size},
-      {&work_, GmresWorkSize(static_cast<int>(size), std::min(static_cast<int>(size), kMaxRestart))},
-      {&lag_, 4 * static_cast<std::size_t>(capacity)},
-  };
-  for (const auto& [buffer, count] : wanted) {
-    if (const int status = buffer->Allocate(count); status != 0) return status;
-  }
-  return code_.Allocate(static_cast<std::size_t>(capacity) * kLanes);
-}
-
-real KrigingSolver::Build(const KrigingTask& task) noexcept {
-  const LocalModel local = ModelAtNode(systems_->model, task.node);
-  const int size = systems_->model.SystemSize(task.m);
-  systems_->covariances.FillRhs(local, task.node, task.entries, task.m, rhs_.data(), 1);
-  systems_->covariances.Fill(local, task.node, task.entries, task.m, size, matrix_.data(), 1, lag_.data());
-  for (int i = 0; i < task.m; ++i) matrix_[static_cast<std::ptrdiff_t>(i) * size + i] = local.sill;
-  if (systems_->model.ordinaryKriging) AddUnbiasedness(task.m, size, matrix_.data(), rhs_.data());
-  return local.sill;
-}
-
-void KrigingSolver::BuildSideBySide(const KrigingTask* tasks, const int* which, int count, real sill[kLanes]) noexcept {
-  const int m = tasks[which[0]].m;
-  const int size = systems_->model.SystemSize(m);
-  const int* entries[kLanes];
-  for (int lane = 0; lane < kLanes; ++lane) {
-    const KrigingTask& task = tasks[which[lane < count ? lane : 0]];
-    const LocalModel local = ModelAtNode(systems_->model, task.node);
-    entries[lane] = task.entries;
-    sill[lane] = local.sill;
-    systems_->covariances.FillRhs(local, task.node, task.entries, m, &batchRhs_[lane], kLanes);
-    if (!systems_->covariances.tabulated()) {
-      systems_->covariances.Fill(local, task.node, task.entries, m, size, &batchMatrix_[lane], kLanes, lag_.data());
-    }
-  }
-  if (systems_->covariances.tabulated()) {
-    systems_->covariances.FillSideBySide(entries, m, size, batchMatrix_.data(), code_.data());
-  }
-  const auto element = [&](int i, int j) { return &batchMatrix_[static_cast<std::size_t>(i * size + j) * kLanes]; };
-  for (int i = 0; i < m; ++i) std::copy_n(sill, kLanes, element(i, i));
-  if (!systems_->model.ordinaryKriging) return;
-  for (int i = 0; i < m; ++i) {
-    std::fill_n(element(i, m), kLanes, 1.0);
-    std::fill_n(element(m, i), kLanes, 1.0);
-  }
-  std::fill_n(element(m, m), kLanes, 0.0);
-  std::fill_n(&batchRhs_[static_cast<std::size_t>(m) * kLanes], kLanes, 1.0);
-}
-
-void KrigingSolver::AddUnbiasedness(int m, int size, real* matrix, real* rhs) noexcept {
-  for (int i = 0; i < m; ++i) {
-    matrix[static_cast<std::ptrdiff_t>(i) * size + m] = 1.0;
-    matrix[static_cast<std::ptrdiff_t>(m) * size + i] = 1.0;
-  }
-  matrix[static_cast<std::ptrdiff_t>(m) * size + m] = 0.0;
-  rhs[m] = 1.0;
 }
 
 }  // namespace kestrum

@@ -1,28 +1,27 @@
-#ifndef KESTRUM_RUNS_CATEGORIES_HPP
-#define KESTRUM_RUNS_CATEGORIES_HPP
+#ifndef KESTRUM_ENGINE_CATEGORIES_HPP
+#define KESTRUM_ENGINE_CATEGORIES_HPP
 
+#include <algorithm>
 #include <cstddef>
 
-#include "engine/ahead_solver.hpp"
-#include "runs/indicator_run_input.h"
+#include "core/constants.h"
+#include "engine/problem.hpp"
 
 namespace kestrum {
 
-// The categories of a run: their values, prior probabilities, and the rules by which the indicators of neighbours
+// The categories of a variable: their values, prior probabilities, and the rules by which the indicators of neighbours
 // become probabilities.
 class Categories {
  public:
-  Categories(const VORL_KESTRUMINDICATORINPUT& input, bool ordinaryKriging) noexcept
-      : input_(input), ordinaryKriging_(ordinaryKriging) {}
+  // values: one per category. priors: one per category, stride 0; or variable by variable of `stride` nodes each.
+  Categories(int count, const real* values, const real* priors, std::ptrdiff_t stride, bool ordinaryKriging) noexcept
+      : count_(count), values_(values), priors_(priors), stride_(stride), ordinaryKriging_(ordinaryKriging) {}
 
-  int count() const noexcept { return input_.ncategory; }
-  real Value(int c) const noexcept { return input_.categoryValue[c]; }
+  int count() const noexcept { return count_; }
+  real Value(int c) const noexcept { return values_[c]; }
 
   // The probability of a category where nothing else is known.
-  real Prior(int c, int node) const noexcept {
-    if (input_.probabilityUsage != 2) return input_.probabilityValue[c];
-    return input_.probabilityImage->var[static_cast<std::ptrdiff_t>(c) * input_.probabilityImage->grid->nxyz + node];
-  }
+  real Prior(int c, int node) const noexcept { return stride_ == 0 ? priors_[c] : priors_[c * stride_ + node]; }
 
   // The probability of a category from the weights of m neighbours. value(i): value of neighbour i, whose indicator is
   // 1 if it is exactly the category's.
@@ -56,7 +55,7 @@ class Categories {
     return false;
   }
 
-  // The value that a uniform number draws. A single category stands against its complement, whose value is 0.0.
+  // The value that a uniform number draws. A single category is drawn against its complement, whose value is 0.0.
   real Draw(const real* probability, real number) const noexcept {
     if (count() == 1) return probability[0] > number ? Value(0) : 0.0;
     real sum = 0.0;
@@ -68,8 +67,26 @@ class Categories {
   }
 
  private:
-  const VORL_KESTRUMINDICATORINPUT& input_;
+  int count_;
+  const real* values_;
+  const real* priors_;
+  std::ptrdiff_t stride_;
   bool ordinaryKriging_;
+};
+
+// Which categories have the same systems everywhere: these are solved once for all of them.
+class CategoryGroups {
+ public:
+  [[nodiscard]] int Find(std::span<const ModelSetup> setups) noexcept;
+
+  int count() const noexcept { return count_; }
+  // The first category with the systems of this one.
+  int first(int c) const noexcept { return first_[c]; }
+  bool isFirst(int c) const noexcept { return first_[c] == c; }
+
+ private:
+  int count_ = 0;
+  Buffer<int> first_;
 };
 
 }  // namespace kestrum

@@ -1,0 +1,43 @@
+#ifndef KESTRUM_ENGINE_PATH_PROGRESS_HPP
+#define KESTRUM_ENGINE_PATH_PROGRESS_HPP
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+
+#include "core/buffer.hpp"
+
+namespace kestrum {
+
+// How far each thread has come: all positions of its own below `next` have their values. Each count has a cache line
+// of its own.
+class PathProgress {
+ public:
+  [[nodiscard]] int Allocate(int nthreads) noexcept {
+    return next_.Allocate(static_cast<std::size_t>(std::max(nthreads, 0)) * kLine);
+  }
+  void Start(int nthreads) noexcept {
+    for (int t = 0; t < nthreads; ++t) next_[static_cast<std::size_t>(t) * kLine] = 0;
+  }
+  void Advance(int thread, int next) noexcept { Place(thread).store(next, std::memory_order_release); }
+  int Next(int thread) noexcept { return Place(thread).load(std::memory_order_acquire); }
+  // All positions below this one have their values, whoever owns them; `thread` asks, and has done its own below `own`.
+  int DoneBefore(int thread, int own, int team) noexcept {
+    int done = own;
+    for (int t = 0; t < team; ++t) {
+      if (t != thread) done = std::min(done, Next(t));
+    }
+    return done;
+  }
+
+ private:
+  static constexpr std::size_t kLine = 64 / sizeof(int);
+  std::atomic_ref<int> Place(int thread) noexcept {
+    return std::atomic_ref<int>(next_[static_cast<std::size_t>(thread) * kLine]);
+  }
+  Buffer<int> next_;
+};
+
+}  // namespace kestrum
+
+#endif

@@ -1,0 +1,54 @@
+#ifndef KESTRUM_ENGINE_PATH_VIEW_HPP
+#define KESTRUM_ENGINE_PATH_VIEW_HPP
+
+#include "engine/system_solver.hpp"
+#include "neighborhood/node_bits.hpp"
+
+namespace kestrum {
+
+// What one thread sees from the nodes of a chunk of the path: a bit for each node that comes before.
+class PathView {
+ public:
+  [[nodiscard]] int Allocate(int nnode) noexcept {
+    const int status = seen_.Allocate(nnode);
+    return status != 0 ? status : fresh_.Allocate(nnode);
+  }
+  // Begins a realization at a position of the path; `before` marks what is seen before it.
+  void Start(const NodeBits& before, int position) noexcept {
+    seen_.Copy(before);
+    next_ = position;
+  }
+  // Makes the chunk that begins at a position the one at hand.
+  void MoveTo(const int* path, int begin) noexcept {
+    for (; next_ < begin; ++next_) seen_.Set(path[next_]);
+  }
+  // The nodes of a stretch of the path that may have no values yet, as far as this thread knows.
+  void MarkFresh(const int* path, int begin, int end) noexcept {
+    for (int p = begin; p < end; ++p) fresh_.Set(path[p]);
+  }
+  void ClearFresh(const int* path, int begin, int end) noexcept {
+    for (int p = begin; p < end; ++p) fresh_.Clear(path[p]);
+  }
+  bool IsFresh(int node) const noexcept { return fresh_[node] != 0; }
+
+  // Finds the neighbours of the nodes of the chunk at hand and solves for them.
+  void Solve(const MovingSystems& systems, const int* nodes, int count, SystemSolver& solver,
+             ChunkSystems& chunk) noexcept {
+    for (int i = 0; i < count; ++i) seen_.Clear(nodes[i]);
+    chunk.Start(nodes, count);
+    for (int i = 0; i < count; ++i) {
+      if (i > 0) seen_.Set(nodes[i - 1]);
+      chunk.SetNeighbors(i, WalkNeighbors(systems.list(), nodes[i], seen_, chunk.entries(i)));
+    }
+    solver.Solve(systems, chunk);
+  }
+
+ private:
+  NodeBits seen_;
+  NodeBits fresh_;
+  int next_ = 0;
+};
+
+}  // namespace kestrum
+
+#endif

@@ -1,0 +1,82 @@
+#include "engine/simulation.hpp"
+
+#include <cmath>
+
+#include "core/object_array.hpp"
+#include "engine/gibbs_sampler.hpp"
+#include "engine/realizations.hpp"
+
+namespace kestrum {
+namespace {
+
+// The law of the nodes of a Gaussian simulation.
+class GaussianLaw {
+ public:
+  GaussianLaw(const Problem& problem, const LocalLaw& law, const GibbsPlan& gibbs, real* value) noexcept
+      : problem_(problem), law_(law), value_(value), gibbs_(problem, law, gibbs, systems_, value) {}
+
+  [[nodiscard]] int Prepare() noexcept {
+    const auto& [model, neighbors] = problem_.setups[0];
+    if (const int status = systems_.Prepare(model, neighbors); status != 0) return status;
+    if (const int status = scratches_.Allocate(problem_.dealing().nscratch()); status != 0) return status;
+    for (auto& [solver, chunk] : scratches_) {
+      int status = solver.Allocate(model.ordinaryKriging, systems_.capacity());
+      if (status == 0) status = chunk.Allocate(systems_.capacity());
+      if (status != 0) return status;
+    }
+    return problem_.data.bounded ? gibbs_.Prepare() : 0;
+  }
+
+  int BeforePath(int seed, PathRanks& ranks, const NodeBits& before, VORL_RANDCONTEXT& context) noexcept {
+    auto& [solver, chunk] = scratches_[0];
+    return problem_.data.bounded ? gibbs_.Run(seed, ranks, before, context, solver, chunk) : 0;
+  }
+
+  void Solve(int thread, const int* nodes, int count, PathView& view) noexcept {
+    auto& [solver, chunk] = scratches_[thread];
+    view.Solve(systems_, nodes, count, solver, chunk);
+  }
+
+  template <typename Visit>
+  void ForEachNeighbor(int thread, int i, int node, const Visit& visit) noexcept {
+    const auto [system, entries, weight] = scratches_[thread].chunk[i];
+    for (int k = 0; k < system.m; ++k) visit(node + systems_.list().shift[entries[k]]);
+  }
+
+  int Value(int thread, int i, int node, double number, real* value) noexcept {
+    const SolvedNode solved = scratches_[thread].chunk[i];
+    solved.system.Warn(problem_.progress());
+    const auto [mean, variance] = MomentsAt(node, solved, systems_.list().shift, law_, value_);
+    *value = mean + std::sqrt(variance) * NormalDeviate(number);
+    return 0;
+  }
+
+  void AfterPath() noexcept { law_.AddMean(problem_.grid.nxyz, problem_.dealing(), value_); }
+
+ private:
+  struct Scratch {
+    SystemSolver solver;
+    ChunkSystems chunk;
+  };
+
+  const Problem& problem_;
+  const LocalLaw& law_;
+  real* value_;
+  MovingSystems systems_;
+  GibbsSampler gibbs_;
+  ObjectArray<Scratch> scratches_;  // per thread
+};
+
+}  // namespace
+
+int Simulate(const Problem& problem, const LocalLaw& law, const RealizationPlan& plan, const GibbsPlan& gibbs,
+             real* value, RealizationSink& sink) noexcept {
+  if (problem.setups[0].neighbors.limit < 1) return -71260;
+  GaussianLaw gaussian(problem, law, gibbs, value);
+  if (const int status = gaussian.Prepare(); status != 0) return status;
+  Realizations realizations(problem, value);
+  if (const int status = realizations.Prepare(problem.data.bounded && gibbs.passMax > 0); status != 0) return status;
+  return realizations.Run(plan, gaussian, sink);
+}
+
+}  // namespace kestrum

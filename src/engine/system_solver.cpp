@@ -1,0 +1,216 @@
+#include "engine/system_solver.hpp"
+
+#include "numeric/gmres.hpp"
+
+namespace kestrum {
+namespace {
+
+constexpr int kMaxRestart = 100;
+constexpr int kMaxCycle = 10000;
+// Systems up to this size are solved in batches: larger ones take several cycles, of which each has its own number.
+constexpr int kMaxBatchSize = 100;
+// Fewer systems of one size than this are solved one by one.
+constexpr int kMinBatch = 3;
+
+// The row and column of ones at place m, in a matrix with rows of `size` elements.
+void AddUnbiasedness(int m, int size, real* matrix, real* rhs) noexcept {
+  for (int i = 0; i < m; ++i) {
+    matrix[static_cast<std::ptrdiff_t>(i) * size + m] = 1.0;
+    matrix[static_cast<std::ptrdiff_t>(m) * size + i] = 1.0;
+  }
+  matrix[static_cast<std::ptrdiff_t>(m) * size + m] = 0.0;
+  rhs[m] = 1.0;
+}
+
+}  // namespace
+
+void SolvedSystem::Keep(const KrigingModel& model, int left, const real* solution, const real* rhs, int stride,
+                        real* weight) noexcept {
+  m = left;
+  gaveUp = left == 0;
+  for (int i = 0; i < left; ++i) {
+    weight[i] = solution[i * stride];
+    explained += weight[i] * rhs[i * stride];
+  }
+  if (model.ordinaryKriging && !gaveUp) multiplier = solution[left * stride];
+}
+
+int SolvedSystem::Warn(const Progress& progress) const noexcept {
+  int status = 0;
+  for (int k = 0; k < ndropped; ++k) KeepFailure(progress.Warn(2001), &status);
+  if (gaveUp) KeepFailure(progress.Warn(2015), &status);
+  return status;
+}
+
+int ChunkSystems::Allocate(int capacity) noexcept {
+  capacity_ = capacity;
+  const int status = entries_.Allocate(First(kMaxChunk));
+  return status != 0 ? status : weight_.Allocate(First(kMaxChunk));
+}
+
+GmresLimits SolverLimits(int size) noexcept {
+  return {VORL_EPSILON, std::min(size, kMaxRestart), size <= kMaxRestart ? 1 : kMaxCycle};
+}
+
+int FirstGuess::Allocate(int size) noexcept {
+  if (const int status = first_.Allocate(size); status != 0) return status;
+  VORL_RANDCONTEXT context;
+  VORLInitRandContext(&context);
+  Draw(1, size, first_.data(), context);
+  return 0;
+}
+
+void FirstGuess::Draw(int attempt, int size, real* guess, VORL_RANDCONTEXT& context) noexcept {
+  VORLDoubleRand(attempt, &context);
+  for (int i = 0; i < size; ++i) guess[i] = VORLDoubleRand(0, &context);
+}
+
+int MovingSystems::Prepare(const KrigingModel& model, const NeighborList& list, int share) noexcept {
+  model_ = model;
+  list_ = list;
+  list_.limit = std::clamp(list.limit, 1, std::max(list.offsets->size, 1));
+  const int status = covariances_.Prepare(model_, list_, share);
+  return status != 0 ? status : guess_.Allocate(model_.SystemSize(capacity()));
+}
+
+int SystemSolver::Allocate(bool ordinaryKriging, int capacity) noexcept {
+  VORLInitRandContext(&context_);
+  const std::size_t size = ordinaryKriging ? capacity + 1 : capacity;
+  const std::size_t batchSize = std::min<std::size_t>(size, kMaxBatchSize);
+  const struct {
+    Buffer<real>* buffer;
+    std::size_t size;
+  } wanted[] = {
+      {&batchMatrix_, batchSize * batchSize * kLanes},
+      {&batchRhs_, batchSize * kLanes},
+      {&batchWeight_, batchSize * kLanes},
+      {&batchWork_, GmresBatchWorkSize(static_cast<int>(batchSize), static_cast<int>(batchSize))},
+      {&matrix_, size * size},
+      {&rhs_, size},
+      {&weight_, size},
+      {&work_, GmresWorkSize(static_cast<int>(size), std::min(static_cast<int>(size), kMaxRestart))},
+      {&lag_, 4 * static_cast<std::size_t>(capacity)},
+  };
+  for (const auto& [buffer, count] : wanted) {
+    if (const int status = buffer->Allocate(count); status != 0) return status;
+  }
+  return code_.Allocate(static_cast<std::size_t>(capacity) * kLanes);
+}
+
+void SystemSolver::Solve(const MovingSystems& systems, ChunkSystems& chunk) noexcept {
+  systems_ = &systems;
+  const auto size = [&](int i) { return chunk.system(i).m; };
+  // By size, so that systems of one size are next to one another.
+  int order[kMaxChunk];
+  int count = 0;
+  for (int i = 0; i < chunk.count(); ++i) {
+    if (size(i) > 0) {
+      order[count++] = i;
+    } else {
+      chunk.system(i).sill = systems.model().At(chunk.node(i)).sill;
+    }
+  }
+  std::sort(order, order + count, [&](int a, int b) { return size(a) != size(b) ? size(a) > size(b) : a < b; });
+  for (int begin = 0; begin < count;) {
+    const int m = size(order[begin]);
+    int end = begin + 1;
+    while (end < count && end - begin < kLanes && size(order[end]) == m) ++end;
+    if (end - begin >= kMinBatch && systems.model().SystemSize(m) <= kMaxBatchSize) {
+      SolveSideBySide(chunk, order + begin, end - begin);
+    } else {
+      for (int i = begin; i < end; ++i) SolveAlone(chunk, order[i], 1);
+    }
+    begin = end;
+  }
+}
+
+void SystemSolver::SolveSideBySide(ChunkSystems& chunk, const int* which, int count) noexcept {
+  const KrigingModel& model = systems_->model();
+  const int m = chunk.system(which[0]).m;
+  const int size = model.SystemSize(m);
+  BuildSideBySide(chunk, which, count);
+  for (int i = 0; i < size; ++i) std::fill_n(&batchWeight_[i * kLanes], kLanes, systems_->guess().first()[i]);
+  const unsigned converged = GmresBatch(SolverLimits(size), size, batchMatrix_.data(), batchRhs_.data(),
+                                        batchWeight_.data(), batchWork_.data());
+  for (int lane = 0; lane < count; ++lane) {
+    const int i = which[lane];
+    if ((converged >> lane & 1u) != 0) {
+      chunk.system(i).Keep(model, m, &batchWeight_[lane], &batchRhs_[lane], kLanes, chunk.weight(i));
+    } else {
+      SolveAlone(chunk, i, 2);
+    }
+  }
+}
+
+void SystemSolver::SolveAlone(ChunkSystems& chunk, int i, int firstAttempt) noexcept {
+  const KrigingModel& model = systems_->model();
+  SolvedSystem& system = chunk.system(i);
+  const LocalModel local = model.At(chunk.node(i));
+  system.sill = local.sill;
+  Build(chunk, i, local);
+  int m = system.m;
+  const int stride = model.SystemSize(m);
+  int size = stride;
+  GmresLimits limits = SolverLimits(size);
+  for (int attempt = firstAttempt;; ++attempt) {
+    if (attempt == 1) {
+      std::copy_n(systems_->guess().first(), size, weight_.data());
+    } else {
+      FirstGuess::Draw(attempt, size, weight_.data(), context_);
+    }
+    if (Gmres(limits, size, matrix_.data(), stride, rhs_.data(), weight_.data(), work_.data())) break;
+    if (attempt == kMaxAttempt) {
+      m = 0;
+      break;
+    }
+    if (attempt % kAttemptsPerDrop != 0) continue;
+    if (--m == 0) break;
+    --size;
+    if (model.ordinaryKriging) AddUnbiasedness(m, stride, matrix_.data(), rhs_.data());
+    // The restart length stays, although it may exceed the size now.
+    if (size <= limits.restart) limits.ncycle = 1;
+    ++system.ndropped;
+  }
+  system.Keep(model, m, weight_.data(), rhs_.data(), 1, chunk.weight(i));
+}
+
+void SystemSolver::Build(const ChunkSystems& chunk, int i, const LocalModel& local) noexcept {
+  const int m = chunk.system(i).m;
+  const int size = systems_->model().SystemSize(m);
+  const NeighborCovariances& covariances = systems_->covariances();
+  covariances.FillRhs(local, chunk.node(i), chunk.entries(i), m, rhs_.data(), 1);
+  covariances.Fill(local, chunk.node(i), chunk.entries(i), m, size, matrix_.data(), 1, lag_.data());
+  for (int k = 0; k < m; ++k) matrix_[static_cast<std::ptrdiff_t>(k) * size + k] = local.sill;
+  if (systems_->model().ordinaryKriging) AddUnbiasedness(m, size, matrix_.data(), rhs_.data());
+}
+
+void SystemSolver::BuildSideBySide(ChunkSystems& chunk, const int* which, int count) noexcept {
+  const NeighborCovariances& covariances = systems_->covariances();
+  const int m = chunk.system(which[0]).m;
+  const int size = systems_->model().SystemSize(m);
+  const int* entries[kLanes];
+  real sill[kLanes];
+  for (int lane = 0; lane < kLanes; ++lane) {
+    const int i = which[lane < count ? lane : 0];
+    const int node = chunk.node(i);
+    const LocalModel local = systems_->model().At(node);
+    entries[lane] = chunk.entries(i);
+    chunk.system(i).sill = sill[lane] = local.sill;
+    covariances.FillRhs(local, node, entries[lane], m, &batchRhs_[lane], kLanes);
+    if (!covariances.tabulated()) {
+      covariances.Fill(local, node, entries[lane], m, size, &batchMatrix_[lane], kLanes, lag_.data());
+    }
+  }
+  if (covariances.tabulated()) covariances.FillSideBySide(entries, m, size, batchMatrix_.data(), code_.data());
+  const auto element = [&](int i, int j) { return &batchMatrix_[static_cast<std::size_t>(i * size + j) * kLanes]; };
+  for (int i = 0; i < m; ++i) std::copy_n(sill, kLanes, element(i, i));
+  if (!systems_->model().ordinaryKriging) return;
+  for (int i = 0; i < m; ++i) {
+    std::fill_n(element(i, m), kLanes, 1.0);
+    std::fill_n(element(m, i), kLanes, 1.0);
+  }
+  std::fill_n(element(m, m), kLanes, 0.0);
+  std::fill_n(&batchRhs_[static_cast<std::size_t>(m) * kLanes], kLanes, 1.0);
+}
+
+}  // namespace kestrum

@@ -1,0 +1,45 @@
+#include "runs/run_output.hpp"
+
+#include <algorithm>
+
+#include "core/constants.h"
+#include "io/image_files.h"
+
+namespace kestrum {
+
+void RunOutput::Collect(const VORL_IMAGE& image, int iv) const noexcept {
+  if (outputImage == nullptr) return;
+  const std::ptrdiff_t nxyz = image.grid->nxyz;
+  std::copy_n(image.varName[0], VORL_VARNAME_LENGTH, outputImage->varName[iv]);
+  std::copy_n(image.var, nxyz, outputImage->var + iv * nxyz);
+}
+
+int RunOutput::WriteSeparately(VORL_IMAGE* image, const char* suffix) const noexcept {
+  return separateFiles ? WriteImageToFile(image, formatString, fileName, suffix) : 0;
+}
+
+void RealizationOutput::Begin(int r) noexcept {
+  if (output_.report != nullptr) {
+    std::fprintf(output_.report, "Realization %5d of %5d:\n", r + 1, output_.nrealization);
+  }
+  start_ = std::clock();
+  std::snprintf(ending_, sizeof ending_, "%s%0*d", VORL_SUFFIX_FOR_REALIZATION,
+                VORL_KESTRUM_NB_DIGIT_FOR_REALIZATION_NUMBER, r);
+  std::snprintf(image_.varName[0], VORL_VARNAME_LENGTH, "%s%s", output_.varName, ending_);
+}
+
+int RealizationOutput::End(int r) noexcept {
+  if (output_.report != nullptr) {
+    char what[80];
+    std::snprintf(what, sizeof what, "CPU time (sec) for realization %5d of %5d", r + 1, output_.nrealization);
+    std::fputs(VORL_SEPARATION_LINE_STAR, output_.report);
+    WriteCpuTime(what, std::clock() - start_, output_.report);
+    std::fputs(VORL_SEPARATION_LINE_STAR, output_.report);
+  }
+  output_.Collect(image_, r);
+  char suffix[sizeof ending_ + sizeof VORL_EXTENSION_FOR_IMAGE_FILE];
+  std::snprintf(suffix, sizeof suffix, "%s%s", ending_, VORL_EXTENSION_FOR_IMAGE_FILE);
+  return output_.WriteSeparately(&image_, suffix);
+}
+
+}  // namespace kestrum
