@@ -10,7 +10,6 @@
 #include "core/array_2d.hpp"
 #include "core/buffer.hpp"
 #include "core/parallel.hpp"
-#include "numeric/kernel_choice.hpp"
 
 namespace kestrum {
 namespace {
@@ -43,8 +42,7 @@ class KMeans {
         nfixed_(nfixed),
         sumStride_((static_cast<std::ptrdiff_t>(ncluster) + kLine - 1) / kLine * kLine),
         dealing_(dealing),
-        findNearest_(KernelAt<&FindNearestCentersBaseline, &FindNearestCentersAvx2, &FindNearestCentersAvx512>(
-            BestSimdLevel())) {}
+        findNearest_(NearestCenterKernelOf(BestSimdLevel())) {}
 
   [[nodiscard]] int Allocate() noexcept {
     const std::size_t nfeature = static_cast<std::size_t>(points_.nfeature);
@@ -263,7 +261,7 @@ class KMeans {
   const int nfixed_;
   const std::ptrdiff_t sumStride_;
   const Dealing dealing_;
-  FindNearestCentersFunction* const findNearest_;
+  const NearestCenterKernel findNearest_;
   Buffer<double> packed_;
   Buffer<double> sums_;
   double inertia_ = 0.0;

@@ -1,7 +1,7 @@
 #ifndef KESTRUM_ANALYSIS_DISTANCE_LINES_HPP
 #define KESTRUM_ANALYSIS_DISTANCE_LINES_HPP
 
-#include "numeric/kernel_choice.hpp"
+#include "numeric/simd_level.hpp"
 
 namespace kestrum {
 
@@ -22,17 +22,11 @@ struct LineBlock {
 // lane does the same arithmetic in the same order whatever the kernel.
 using LineKernel = void (*)(DistanceMetric metric, const LineBlock& block) noexcept;
 
-// kLineLanes lines, for each level of SimdLevel. `cost`, `distance` and `link` have to be 64-byte aligned.
+// The kernel of a level for kLineLanes lines. `cost`, `distance` and `link` have to be 64-byte aligned.
 constexpr int kLineLanes = 16;
-void EnvelopeBaseline(DistanceMetric metric, const LineBlock& block) noexcept;
-void EnvelopeAvx2(DistanceMetric metric, const LineBlock& block) noexcept;
-void EnvelopeAvx512(DistanceMetric metric, const LineBlock& block) noexcept;
+LineKernel LineKernelOf(SimdLevel level) noexcept;
 // One line.
 void EnvelopeOfOneLine(DistanceMetric metric, const LineBlock& block) noexcept;
-
-inline LineKernel LineKernelOf(SimdLevel level) noexcept {
-  return KernelAt<&EnvelopeBaseline, &EnvelopeAvx2, &EnvelopeAvx512>(level);
-}
 
 }  // namespace kestrum
 

@@ -1,27 +1,11 @@
-// The line kernels for one instruction set. Included by one source per set, which defines first
-//   KESTRUM_KERNEL_TARGET  the attribute that selects the set,
-//   KESTRUM_KERNEL_BYTES   the width of its vectors,
-//   KESTRUM_KERNEL_LANES   the lines of a block.
-// All is local to that source, and no function of a standard header is called: no code of a higher instruction set can
-// stand in for code that runs everywhere.
+// The line kernels: text for numeric/kernel_levels.hpp.
 //
 // The envelope is a stack of segments. A segment has a start and a site, the node whose function is the lowest from the
 // start to the start of the next segment. The top is held in registers; a node that became a site remembers the segment
 // below its own, so that the stack needs no memory by depth, and lanes with stacks of different depths go on in step.
 // Numbers of nodes are kept as doubles, which hold them exactly.
 
-#include <cstddef>
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
-
-#include "analysis/distance_lines.hpp"
-#include "numeric/kernel_vectors.hpp"
-
-namespace kestrum {
-namespace {
-
-constexpr int kLanes = KESTRUM_KERNEL_LANES;
+constexpr int kLanes = kWidth == 1 ? 1 : kLineLanes;
 constexpr int kGroups = kLanes / kWidth;
 
 typedef unsigned long long Unsigned __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
@@ -178,9 +162,6 @@ KESTRUM_KERNEL_TARGET void Envelope(const LineBlock& block) {
   }
 }
 
-void Envelope(DistanceMetric metric, const LineBlock& block) {
+void EnvelopeOf(DistanceMetric metric, const LineBlock& block) noexcept {
   metric == DistanceMetric::kL1 ? Envelope<DistanceMetric::kL1>(block) : Envelope<DistanceMetric::kEuclidean>(block);
 }
-
-}  // namespace
-}  // namespace kestrum

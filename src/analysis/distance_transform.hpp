@@ -67,10 +67,10 @@ class LineScratch {
 // Replaces the values of each line by their lower envelope (LineBlock), changed by finishRow(index, row, length) first:
 // `row` holds the values from `index` on.
 template <DistanceMetric metric, typename FinishRow>
-void TransformLines(const LinePass& pass, LineScratch& scratch, SimdLevel level, const Dealing& dealing,
-                    const FinishRow& finishRow, real* values) noexcept {
+void TransformLines(const LinePass& pass, LineScratch& scratch, const Dealing& dealing, const FinishRow& finishRow,
+                    real* values) noexcept {
   const std::ptrdiff_t lanes = LineScratch::Lanes(pass.n);
-  const LineKernel kernel = lanes == 1 ? EnvelopeOfOneLine : LineKernelOf(level);
+  const LineKernel kernel = lanes == 1 ? EnvelopeOfOneLine : LineKernelOf(BestSimdLevel());
   const std::ptrdiff_t nblock = (pass.nline + lanes - 1) / lanes;
   dealing.EachThread([&](int thread, int team) {
     const LineBlock block{pass.n, pass.weight, scratch.cost(thread), scratch.distance(thread), scratch.link(thread)};
@@ -135,7 +135,7 @@ void CountSteps(int nx, real* steps) noexcept {
 // thread.
 template <DistanceMetric metric, typename IsFeature, typename Finish>
 [[nodiscard]] int ComputeDistances(const VORL_GRID& grid, int nvar, const IsFeature& isFeature, const Finish& finish,
-                                   real* distance, const Dealing& dealing, SimdLevel level = BestSimdLevel()) noexcept {
+                                   real* distance, const Dealing& dealing) noexcept {
   constexpr bool kSquared = metric == DistanceMetric::kEuclidean;
   const auto& [nx, ny, nz, sx, sy, sz, ox, oy, oz, nxy, nxyz] = grid;
   const std::ptrdiff_t nvalue = static_cast<std::ptrdiff_t>(nvar) * nxyz;
@@ -166,7 +166,7 @@ template <DistanceMetric metric, typename IsFeature, typename Finish>
   if (ny > 1) {
     const LinePass alongY{ny, nx, nvalue / ny, nx, nxy, kSquared ? sy * sy : sy};
     TransformLines<metric>(
-        alongY, scratch, level, dealing, [](std::ptrdiff_t, real*, std::ptrdiff_t) {}, distance);
+        alongY, scratch, dealing, [](std::ptrdiff_t, real*, std::ptrdiff_t) {}, distance);
   }
   const auto finishRow = [&finish](std::ptrdiff_t index, real* row, std::ptrdiff_t length) {
     if constexpr (kSquared) {
@@ -176,7 +176,7 @@ template <DistanceMetric metric, typename IsFeature, typename Finish>
   };
   if (nz > 1) {
     const LinePass alongZ{nz, nxy, nvalue / nz, nxy, nxyz, kSquared ? sz * sz : sz};
-    TransformLines<metric>(alongZ, scratch, level, dealing, finishRow, distance);
+    TransformLines<metric>(alongZ, scratch, dealing, finishRow, distance);
   } else {
     dealing.Blocks(nvalue,
                    [&](std::ptrdiff_t begin, std::ptrdiff_t end) { finishRow(begin, distance + begin, end - begin); });

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "analysis/geobodies.hpp"
+#include "analysis/mark_block.hpp"
 #include "analysis/output_image.hpp"
 #include "core/constants.h"
 #include "core/integers.hpp"
@@ -16,44 +17,6 @@
 
 namespace kestrum {
 namespace {
-
-// Loops without branches, for the vector units.
-template <bool excludeLower, bool excludeUpper>
-[[gnu::always_inline]] inline void MarkBlockOfType(const real* values, const IntervalSet& set,
-                                                   unsigned char* marks) noexcept {
-  std::memset(marks, 0, kMarkBlock);
-  for (int k = 0; k < set.n; ++k) {
-    const real lower = set.lower[k];
-    const real upper = set.upper[k];
-    for (int i = 0; i < kMarkBlock; ++i) {
-      const real value = values[i];
-      marks[i] |= static_cast<unsigned char>((excludeLower ? value > lower : value >= lower) &
-                                             (excludeUpper ? value < upper : value <= upper));
-    }
-  }
-  const unsigned char complement = set.complement ? 1 : 0;
-  for (int i = 0; i < kMarkBlock; ++i) {
-    marks[i] = static_cast<unsigned char>((marks[i] ^ complement) & (IsMissing(values[i]) ? 0 : 1));
-  }
-}
-
-[[gnu::always_inline]] inline void MarkBlockOfAnyType(const real* values, const IntervalSet& set,
-                                                      unsigned char* marks) noexcept {
-  if (set.excludeLower) {
-    set.excludeUpper ? MarkBlockOfType<true, true>(values, set, marks)
-                     : MarkBlockOfType<true, false>(values, set, marks);
-  } else {
-    set.excludeUpper ? MarkBlockOfType<false, true>(values, set, marks)
-                     : MarkBlockOfType<false, false>(values, set, marks);
-  }
-}
-
-#if defined(__x86_64__)
-__attribute__((target("avx2"))) void MarkBlockAvx2(const real* values, const IntervalSet& set,
-                                                   unsigned char* marks) noexcept {
-  MarkBlockOfAnyType(values, set, marks);
-}
-#endif
 
 // Calls body(first, n, marks) with the marks of the nodes first to first + n - 1, block by block from begin to end.
 // There are always kMarkBlock marks; those after the nodes are 0.
@@ -127,14 +90,6 @@ std::uint64_t FirstPlaces(std::uint64_t places, std::uint64_t starts) noexcept {
 }
 
 }  // namespace
-
-void MarkBlock(const real* values, const IntervalSet& set, SimdLevel level, unsigned char* marks) noexcept {
-#if defined(__x86_64__)
-  if (level != SimdLevel::kBaseline) return MarkBlockAvx2(values, set, marks);
-#endif
-  static_cast<void>(level);
-  MarkBlockOfAnyType(values, set, marks);
-}
 
 int GeobodyFinder::Allocate(const VORL_GRID& grid) noexcept {
   // Axes of one node before others are left out: rows are as long, and bundles as full, as can be; no neighbour lost.

@@ -6,29 +6,15 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "analysis/mark_block.hpp"
 #include "core/buffer.hpp"
 #include "core/image.h"
 #include "core/node_coordinates.hpp"
-#include "numeric/simd_level.hpp"
 
 namespace kestrum {
 
 // Which marked nodes are neighbours: those that share a face, or also an edge, or also a corner.
 enum class Connectivity { k6, k18, k26 };
-
-// Values in one of n intervals, or in none of them; a missing value never is.
-struct IntervalSet {
-  int n;
-  const real* lower;
-  const real* upper;
-  bool excludeLower;
-  bool excludeUpper;
-  bool complement;
-};
-
-// Sets marks[i] to 1 where values[i] lies in the set and to 0 elsewhere, for kMarkBlock values.
-constexpr int kMarkBlock = 64;
-void MarkBlock(const real* values, const IntervalSet& set, SimdLevel level, unsigned char* marks) noexcept;
 
 // Finds the geobodies of sets of nodes of one grid, one set after the other, in work memory that is allocated once.
 //

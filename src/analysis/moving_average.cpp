@@ -7,7 +7,7 @@
 #include <cstdio>
 
 #include "analysis/moving_average.hpp"
-#include "analysis/moving_average_levels.hpp"
+#include "analysis/moving_average_sums.hpp"
 #include "analysis/output_image.hpp"
 #include "analysis/percent_printer.hpp"
 #include "core/buffer.hpp"
@@ -32,13 +32,13 @@ bool AnyMissing(const double* values, std::ptrdiff_t n) noexcept { return std::a
 
 class BoxSum {
  public:
-  BoxSum(int nx, int ny, int nz, double minWeightProportion, const Dealing& dealing, SimdLevel level) noexcept
+  BoxSum(int nx, int ny, int nz, double minWeightProportion, const Dealing& dealing) noexcept
       : nx_(nx),
         nxy_(std::ptrdiff_t{nx} * ny),
         nxyz_(nxy_ * nz),
         minWeightProportion_(minWeightProportion),
         dealing_(dealing),
-        kernels_(SumKernelsOf(level)) {}
+        kernels_(SumKernelsOf(BestSimdLevel())) {}
 
   // Lists the entries of a box that is not longer than the grid.
   [[nodiscard]] int MakeTerms(const AxisKernel& x, const AxisKernel& y, const AxisKernel& z) noexcept {
@@ -389,8 +389,7 @@ int MovingNeighborhoodAverage(const VORL_SEARCHNEIGHBORHOOD& neighborhood, const
 }  // namespace
 
 int MovingBoxSum(int nx, int ny, int nz, int nvar, const AxisKernel& x, const AxisKernel& y, const AxisKernel& z,
-                 const double* input, double* output, double minWeightProportion, const Dealing& dealing,
-                 SimdLevel level) noexcept {
+                 const double* input, double* output, double minWeightProportion, const Dealing& dealing) noexcept {
   if (nx < 1 || ny < 1 || nz < 1 || nvar < 1) return 0;
   if (input == nullptr || output == nullptr || (x.length > 0 && x.weight == nullptr) ||
       (y.length > 0 && y.weight == nullptr) || (z.length > 0 && z.weight == nullptr)) {
@@ -404,7 +403,7 @@ int MovingBoxSum(int nx, int ny, int nz, int nvar, const AxisKernel& x, const Ax
   const Window windowY(y.length, ny);
   const Window windowZ(z.length, nz);
   if (windowX.count < 1 || windowY.count < 1 || windowZ.count < 1) return 0;
-  BoxSum boxSum(nx, ny, nz, minWeightProportion, dealing, level);
+  BoxSum boxSum(nx, ny, nz, minWeightProportion, dealing);
   if (const int status = boxSum.MakeTerms(x, y, z); status != 0) return status;
   for (int v = 0; v < nvar; ++v) {
     const int status = boxSum.Run(windowX, windowY, windowZ, input + v * nxyz, output + v * nxyz);

@@ -2,7 +2,6 @@
 #define KESTRUM_ANALYSIS_MOVING_AVERAGE_HPP
 
 #include "core/parallel.hpp"
-#include "numeric/simd_level.hpp"
 
 namespace kestrum {
 
@@ -14,7 +13,7 @@ struct AxisKernel {
 // VORLMovingBoxSum with the kernels of one instruction set, which must run on this machine.
 [[nodiscard]] int MovingBoxSum(int nx, int ny, int nz, int nvar, const AxisKernel& x, const AxisKernel& y,
                                const AxisKernel& z, const double* input, double* output, double minWeightProportion,
-                               const Dealing& dealing, SimdLevel level = BestSimdLevel()) noexcept;
+                               const Dealing& dealing) noexcept;
 
 }  // namespace kestrum
 

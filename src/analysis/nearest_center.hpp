@@ -3,6 +3,8 @@
 
 #include <cstddef>
 
+#include "numeric/simd_level.hpp"
+
 namespace kestrum {
 
 // Finds the nearest centre, the first of several, of points begin to begin + count - 1.
@@ -10,12 +12,9 @@ namespace kestrum {
 //   center    ncluster centres of nfeature entries
 //   nearest   out: its number, per point; 0 if no distance is finite
 //   distance  out: the square of the distance, summed in the order of the features
-// The same kernel, compiled for each level of SimdLevel.
-using FindNearestCentersFunction = void(const double* const* data, int nfeature, std::ptrdiff_t begin, int count,
-                                        const double* center, int ncluster, int* nearest, double* distance) noexcept;
-FindNearestCentersFunction FindNearestCentersBaseline;
-FindNearestCentersFunction FindNearestCentersAvx2;
-FindNearestCentersFunction FindNearestCentersAvx512;
+using NearestCenterKernel = void (*)(const double* const* data, int nfeature, std::ptrdiff_t begin, int count,
+                                     const double* center, int ncluster, int* nearest, double* distance) noexcept;
+NearestCenterKernel NearestCenterKernelOf(SimdLevel level) noexcept;
 
 }  // namespace kestrum
 

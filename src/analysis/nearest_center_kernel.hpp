@@ -1,17 +1,4 @@
-// The search for nearest centres for one instruction set. Included by one source per set, which defines first
-//   KESTRUM_KERNEL_TARGET  the attribute that selects the set,
-//   KESTRUM_KERNEL_BYTES   the width of its vectors,
-//   KESTRUM_KERNEL_NAME    the name of its function.
-// All is local to that source, and no function of a standard header is called: no code of a higher instruction set can
-// stand in for code that runs everywhere.
-//
-// A lane is a point. Nothing is summed across lanes.
-
-#include "analysis/nearest_center.hpp"
-#include "numeric/kernel_vectors.hpp"
-
-namespace kestrum {
-namespace {
+// The search for nearest centres: text for numeric/kernel_levels.hpp. A lane is a point. Nothing is summed across lanes.
 
 // Vectors that are worked on side by side: enough to hide the latency of an addition, and no more than registers hold.
 constexpr int kParts = 4;
@@ -58,11 +45,9 @@ KESTRUM_KERNEL_INLINE void FindForPieces(const double* const* data, int nfeature
   for (int lane = 0; lane < kPieces * kStep; ++lane) nearest[lane] = static_cast<int>(numbers[lane]);
 }
 
-}  // namespace
-
-KESTRUM_KERNEL_TARGET void KESTRUM_KERNEL_NAME(const double* const* data, int nfeature, std::ptrdiff_t begin, int count,
-                                               const double* center, int ncluster, int* nearest,
-                                               double* distance) noexcept {
+KESTRUM_KERNEL_TARGET void FindNearestCenters(const double* const* data, int nfeature, std::ptrdiff_t begin, int count,
+                                              const double* center, int ncluster, int* nearest,
+                                              double* distance) noexcept {
   constexpr int kLanes = kParts * kWidth;
   int k = 0;
   for (; k + kLanes <= count; k += kLanes) {
@@ -72,5 +57,3 @@ KESTRUM_KERNEL_TARGET void KESTRUM_KERNEL_NAME(const double* const* data, int nf
     FindForPieces<double, 1>(data, nfeature, begin + k, center, ncluster, nearest + k, distance + k);
   }
 }
-
-}  // namespace kestrum

@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "analysis/output_image.hpp"
-#include "analysis/pyramid_levels.hpp"
+#include "analysis/pyramid_rows.hpp"
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/integers.hpp"

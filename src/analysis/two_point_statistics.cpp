@@ -13,7 +13,6 @@
 #include "core/constants.h"
 #include "core/integers.hpp"
 #include "core/variables.hpp"
-#include "numeric/kernel_choice.hpp"
 
 namespace kestrum {
 namespace {
@@ -166,7 +165,7 @@ int ArrangeHeads(int nlags, const Dealing& dealing, PairField& field, Buffer<dou
 class LagMap {
  public:
   LagMap(TwoPointStatistic statistic, const LagBox& box, const VORL_GRID& grid, const PairField& field,
-         SumLagsFunction* kernel, double* values) noexcept
+         LagSumsKernel kernel, double* values) noexcept
       : statistic_(statistic),
         box_(box),
         count_{grid.nx, grid.ny, grid.nz},
@@ -265,7 +264,7 @@ class LagMap {
   const std::ptrdiff_t nodeStride_[3];
   std::int64_t indexSum_[3];  // of a lag and its opposite; -1 if no lag has one
   const PairField& field_;
-  SumLagsFunction* kernel_;
+  const LagSumsKernel kernel_;
   double* values_;
 };
 
@@ -330,8 +329,7 @@ int ComputeTwoPointStatistic(TwoPointStatistic statistic, const VORL_IMAGE& in, 
   field.step = nlags > 1 ? box.axis[field.laneAxis].step : 1;
   if (const int status = ArrangeHeads(nlags, dealing, field, heads); status != 0) return status;
 
-  const LagMap map(statistic, box, grid, field, KernelAt<&SumLagsBaseline, &SumLagsAvx2, &SumLagsAvx512>(level),
-                   out->var);
+  const LagMap map(statistic, box, grid, field, LagSumsKernelOf(level), out->var);
   dealing.EachThread([&](int thread, int team) noexcept {
     // Short runs where long ones would leave a thread without work.
     const int longest = team > 1 && grid.nxyz / team < 4 * kLagRun ? kLagRun / 2 : kLagRun;

@@ -1,7 +1,7 @@
 #ifndef KESTRUM_ANALYSIS_TWO_POINT_STATISTICS_HPP
 #define KESTRUM_ANALYSIS_TWO_POINT_STATISTICS_HPP
 
-#include "analysis/two_point_statistics_levels.hpp"
+#include "analysis/lag_sums.hpp"
 #include "core/image.h"
 #include "core/parallel.hpp"
 #include "numeric/simd_level.hpp"

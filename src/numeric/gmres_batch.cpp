@@ -2,9 +2,35 @@
 
 #include <cstring>
 
-#include "numeric/gmres_batch_levels.hpp"
+#include "core/types.h"
 #include "numeric/gmres_body.hpp"
-#include "numeric/kernel_choice.hpp"
+
+namespace kestrum {
+namespace {
+
+// The batch as the kernels take it; `stride` is the step from row to row of the matrix, in doubles.
+struct BatchProblem {
+  GmresLimits limits;
+  int n;
+  const double* a;
+  std::ptrdiff_t stride;
+  const double* b;
+  double* x;
+  double* work;
+};
+
+// Lanes that converged, and lanes that left the common course and must be solved alone from their guess. Bit `lane`.
+struct BatchOutcome {
+  unsigned converged;
+  unsigned alone;
+};
+
+}  // namespace
+}  // namespace kestrum
+
+#define KESTRUM_KERNEL "numeric/gmres_batch_kernel.hpp"
+#define KESTRUM_KERNEL_WIDEST 64
+#include "numeric/kernel_levels.hpp"
 
 namespace kestrum {
 namespace {
@@ -17,8 +43,9 @@ unsigned SolveAllLanes(const BatchProblem& problem, const StridedRows& rows, int
   std::memcpy(guess, problem.x, n * kLanes * sizeof(double));
   BatchProblem inner = problem;
   inner.work = guess + n * kLanes;
-  const auto kernel = KernelAt<&SolveBatchBaseline, &SolveBatchAvx2, &SolveBatchAvx512>(level);
-  const BatchOutcome outcome = kernel(inner, laneStep == 0);
+  const auto kernel =
+      laneStep == 0 ? KESTRUM_KERNEL_AT(level, SolveBatch<true>) : KESTRUM_KERNEL_AT(level, SolveBatch<false>);
+  const BatchOutcome outcome = kernel(inner);
   unsigned converged = outcome.converged;
   for (int lane = 0; outcome.alone >> lane != 0; ++lane) {
     if ((outcome.alone >> lane & 1) == 0) continue;

@@ -1,27 +1,10 @@
-// The batch form of GMRES for one instruction set. Included by one source per set, which defines first
-//   KESTRUM_KERNEL_TARGET  the attribute that selects the set,
-//   KESTRUM_KERNEL_BYTES   the width of its vectors,
-//   KESTRUM_KERNEL_ROWS    the rows of a matrix that are summed side by side, as many as the registers hold.
-// Loops over registers are unrolled by name, or -O2 would keep the sums in memory.
-// All is local to that source, and no function of a standard header is called: no code of a higher instruction set can
-// stand in for code that runs everywhere.
+// The batch form of GMRES: text for numeric/kernel_levels.hpp. Loops over registers are unrolled by name, or -O2 would
+// keep the sums in memory.
 //
 // Every lane does the arithmetic of GmresSolver in its order (gmres_body.hpp); nothing is summed across lanes.
 
-#include <cstddef>
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
-
-#include "core/types.h"
-#include "numeric/gmres_batch.hpp"
-#include "numeric/gmres_batch_levels.hpp"
-#include "numeric/kernel_vectors.hpp"
-
-namespace kestrum {
-namespace {
-
-constexpr int kRows = KESTRUM_KERNEL_ROWS;
+// Rows of a matrix that are summed side by side: as many as the registers hold.
+constexpr int kRows = kVectorBytes == 64 ? 7 : kVectorBytes == 32 ? 5 : 3;
 constexpr int kParts = kLanes / kWidth;
 constexpr unsigned kAllLanes = (1U << kLanes) - 1;
 
@@ -379,6 +362,3 @@ template <bool kShared>
 KESTRUM_KERNEL_TARGET BatchOutcome SolveBatch(const BatchProblem& problem) noexcept {
   return BatchSolver<kShared>(problem).Solve();
 }
-
-}  // namespace
-}  // namespace kestrum

@@ -8,8 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "analysis/nearest_center.hpp"
-#include "numeric/simd_level.hpp"
 #include "support/allocation_failure.hpp"
 
 namespace {
@@ -177,32 +175,6 @@ TEST(KMeans, MatchesPlainLoops) {
       ASSERT_EQ(RunKMeans(p, &out, nthreads), 0);
       EXPECT_TRUE(out == expected) << nthreads << " threads: " << out.inertia << " for " << expected.inertia;
     }
-  }
-}
-
-TEST(KMeans, KernelsGiveTheSameBits) {
-  using namespace kestrum;
-  Table<double> data = MakeTable(3, 71);
-  std::mt19937 generator(1);
-  for (auto& feature : data) {
-    for (double& x : feature) x = generator() * 1e-7;
-  }
-  data[0][4] = std::nan("");  // nearest to none
-  data[2][40] = 1e100;        // as near to all but the first
-  const double center[] = {std::nan(""), 0, 0, 1, 2, 3, 100, 200, 300, 1, 2, 3};
-  const double* rows[] = {data[0].data(), data[1].data(), data[2].data()};
-  for (const int count : {0, 1, 31, 32, 33, 70}) {
-    const auto run = [&](FindNearestCentersFunction* find) {
-      std::pair<std::vector<int>, std::vector<double>> out(71, 71);
-      find(rows, 3, 1, count, center, 4, out.first.data(), out.second.data());
-      return out;
-    };
-    const auto expected = run(FindNearestCentersBaseline);
-    EXPECT_TRUE(count < 70 || (expected.first[3] == 0 && expected.first[39] == 1));
-#if defined(__x86_64__)
-    EXPECT_TRUE(BestSimdLevel() < SimdLevel::kAvx2 || run(FindNearestCentersAvx2) == expected);
-    EXPECT_TRUE(BestSimdLevel() < SimdLevel::kAvx512 || run(FindNearestCentersAvx512) == expected);
-#endif
   }
 }
 

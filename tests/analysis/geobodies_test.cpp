@@ -169,20 +169,6 @@ TEST(Geobodies, FewAndAllNodes) {
   }
 }
 
-TEST(Geobodies, MarksAtEachSimdLevel) {
-  std::mt19937 random(2);
-  const double lower[] = {1.0, 3.0}, upper[] = {2.0, 4.0};
-  for (int trial = 0; trial < 64; ++trial) {
-    Values values(kestrum::kMarkBlock);
-    for (double& value : values) value = random() % 9 == 0 ? (random() % 2 ? kMissing : kNaN) : random() % 5;
-    const kestrum::IntervalSet set{trial / 8 % 3, lower, upper, (trial & 1) != 0, (trial & 2) != 0, (trial & 4) != 0};
-    std::array<unsigned char, kestrum::kMarkBlock> baseline, best;
-    kestrum::MarkBlock(values.data(), set, kestrum::SimdLevel::kBaseline, baseline.data());
-    kestrum::MarkBlock(values.data(), set, kestrum::BestSimdLevel(), best.data());
-    EXPECT_EQ(baseline, best);
-  }
-}
-
 TEST(Geobodies, StatusesAndFrame) {
   Image image({3, 2, 1, 2.0, 3.0, 4.0, 5.0, 6.0, 7.0, 0, 0}, {"a", std::string(248, 'n')}, {0, 1, 1, 0, kMissing, 1});
   Intervals set{{1.0}, {1.0}};

@@ -24,7 +24,6 @@ namespace {
 using kestrum::Dealing;
 using kestrum::LagAxis;
 using kestrum::LagBox;
-using kestrum::SimdLevel;
 using kestrum::TwoPointStatistic;
 using kestrum_test::TestImage;
 
@@ -123,7 +122,7 @@ void ExpectSameBits(const TestImage& map, const Values& expected) {
   ASSERT_TRUE(at == values.end() && wanted == expected.end()) << at - values.begin();
 }
 
-// All statistics and instruction sets, serially and with some number of threads that changes from call to call, against
+// All statistics, serially and with some number of threads that changes from call to call, against
 // the plain loop, for the second of two variables.
 void ExpectPlainMaps(const VORL_GRID& sizes, const Values& values, const LagBox& box, int call) {
   SCOPED_TRACE(testing::Message() << "call " << call << ": " << sizes.nx << 'x' << sizes.ny << 'x' << sizes.nz);
@@ -133,15 +132,6 @@ void ExpectPlainMaps(const VORL_GRID& sizes, const Values& values, const LagBox&
   for (int s = 0; s < kStatistics; ++s) {
     SCOPED_TRACE(s);
     const Values expected = PlainMap(s, *image.grid, values.data(), box);
-    for (const SimdLevel level : {SimdLevel::kBaseline, SimdLevel::kAvx2, SimdLevel::kAvx512}) {
-      if (level > kestrum::BestSimdLevel()) continue;
-      SCOPED_TRACE(static_cast<int>(level));
-      TestImage map;
-      ASSERT_EQ(kestrum::ComputeTwoPointStatistic(static_cast<TwoPointStatistic>(s), image, &map, 1, box, false,
-                                                  Dealing::Serial(), level),
-                0);
-      ASSERT_NO_FATAL_FAILURE(ExpectSameBits(map, expected));
-    }
     constexpr int kThreads[] = {1, 2, 3, 8, -1};
     for (const int nthreads : {0, kThreads[(call + s) % 5]}) {
       SCOPED_TRACE(nthreads);

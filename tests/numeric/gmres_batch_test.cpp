@@ -14,7 +14,6 @@
 namespace {
 
 using kestrum::kLanes;
-using kestrum::SimdLevel;
 
 enum class Kind { kKriging, kZeroRhs, kExactGuess, kEigenvector, kSingular, kIllConditioned, kNan, kGeneral };
 constexpr int kKinds = 8;
@@ -69,14 +68,6 @@ System MakeSystem(Kind kind, int n, std::mt19937& generator) {
   return system;
 }
 
-std::vector<SimdLevel> Levels() {
-  std::vector<SimdLevel> levels;
-  for (const SimdLevel level : {SimdLevel::kBaseline, SimdLevel::kAvx2, SimdLevel::kAvx512}) {
-    if (level <= kestrum::BestSimdLevel()) levels.push_back(level);
-  }
-  return levels;
-}
-
 bool SameBits(double x, double y) {
   return (std::isnan(x) && std::isnan(y)) || std::bit_cast<std::uint64_t>(x) == std::bit_cast<std::uint64_t>(y);
 }
@@ -98,8 +89,8 @@ Course SolvePlain(const std::vector<System>& systems, int n, const kestrum::Gmre
   return course;
 }
 
-// Solves the eight systems in a batch at each level, and expects of each lane what the plain form gives. A shared
-// matrix is that of the first system, with rows that lie three numbers further apart than they are long.
+// Solves the eight systems in a batch, and expects of each lane what the plain form gives. A shared matrix is that of
+// the first system, with rows that lie three numbers further apart than they are long.
 void ExpectPlainCourse(std::vector<System> systems, int n, const kestrum::GmresLimits& limits, bool shared) {
   if (shared) {
     for (System& system : systems) system.a = systems[0].a;
@@ -111,27 +102,25 @@ void ExpectPlainCourse(std::vector<System> systems, int n, const kestrum::GmresL
   ASSERT_EQ(a.Allocate(shared ? count * stride : count * count * kLanes, 0.0), 0);
   ASSERT_EQ(b.Allocate(count * kLanes), 0);
   ASSERT_EQ(x.Allocate(count * kLanes), 0);
-  for (const SimdLevel level : Levels()) {
-    ASSERT_EQ(work.Allocate(kestrum::GmresBatchWorkSize(n, limits.restart)), 0);
-    for (std::size_t lane = 0; lane < kLanes; ++lane) {
-      for (std::size_t i = 0; i < count; ++i) {
-        b[i * kLanes + lane] = systems[lane].b[i];
-        x[i * kLanes + lane] = systems[lane].x[i];
-        for (std::size_t j = 0; j < count; ++j) {
-          (shared ? a[i * stride + j] : a[(i * count + j) * kLanes + lane]) = systems[lane].a[i * count + j];
-        }
+  ASSERT_EQ(work.Allocate(kestrum::GmresBatchWorkSize(n, limits.restart)), 0);
+  for (std::size_t lane = 0; lane < kLanes; ++lane) {
+    for (std::size_t i = 0; i < count; ++i) {
+      b[i * kLanes + lane] = systems[lane].b[i];
+      x[i * kLanes + lane] = systems[lane].x[i];
+      for (std::size_t j = 0; j < count; ++j) {
+        (shared ? a[i * stride + j] : a[(i * count + j) * kLanes + lane]) = systems[lane].a[i * count + j];
       }
     }
-    const unsigned converged = shared
-                                   ? kestrum::GmresBatchShared(limits, n, a.data(), static_cast<std::ptrdiff_t>(stride),
-                                                               b.data(), x.data(), work.data(), level)
-                                   : kestrum::GmresBatch(limits, n, a.data(), b.data(), x.data(), work.data(), level);
-    EXPECT_EQ(converged, plain.converged) << "n " << n << " level " << static_cast<int>(level);
-    for (std::size_t lane = 0; lane < kLanes; ++lane) {
-      for (std::size_t i = 0; i < count; ++i) {
-        ASSERT_TRUE(SameBits(x[i * kLanes + lane], plain.solutions[lane][i]))
-            << "n " << n << " level " << static_cast<int>(level) << " lane " << lane << " row " << i;
-      }
+  }
+  const unsigned converged = shared
+                                 ? kestrum::GmresBatchShared(limits, n, a.data(), static_cast<std::ptrdiff_t>(stride),
+                                                             b.data(), x.data(), work.data())
+                                 : kestrum::GmresBatch(limits, n, a.data(), b.data(), x.data(), work.data());
+  EXPECT_EQ(converged, plain.converged) << "n " << n;
+  for (std::size_t lane = 0; lane < kLanes; ++lane) {
+    for (std::size_t i = 0; i < count; ++i) {
+      ASSERT_TRUE(SameBits(x[i * kLanes + lane], plain.solutions[lane][i]))
+          << "n " << n << " lane " << lane << " row " << i;
     }
   }
 }

@@ -1,18 +1,18 @@
-// What the kernels of one instruction set share. Included by kernel headers, whose source defines first
+// The text of a kernel for one instruction set, after the vectors that kernels share. Included by
+// numeric/kernel_levels.hpp, which defines (and this file undefines)
+//   KESTRUM_KERNEL_LEVEL   the namespace,
 //   KESTRUM_KERNEL_TARGET  the attribute that selects the set,
 //   KESTRUM_KERNEL_BYTES   the width of its vectors.
-// All is local to that source, and no function of a standard header is called: no code of a higher instruction set can
-// stand in for code that runs everywhere.
 //
 // Functions of V take a vector or, for the elements that are left, one number. The types of vectors in memory are never
 // arguments of a template, where they would lose their alignment.
 
-#define KESTRUM_KERNEL_INLINE KESTRUM_KERNEL_TARGET __attribute__((always_inline)) inline
-
 namespace kestrum {
 namespace {
+namespace KESTRUM_KERNEL_LEVEL {
 
-constexpr int kWidth = KESTRUM_KERNEL_BYTES / static_cast<int>(sizeof(double));
+constexpr int kVectorBytes = KESTRUM_KERNEL_BYTES;
+constexpr int kWidth = kVectorBytes / static_cast<int>(sizeof(double));
 
 typedef double Vector __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
 typedef long long Integers __attribute__((vector_size(KESTRUM_KERNEL_BYTES)));
@@ -43,5 +43,12 @@ KESTRUM_KERNEL_INLINE V Broadcast(double value) {
   return value - V{};
 }
 
+#include KESTRUM_KERNEL
+
+}  // namespace KESTRUM_KERNEL_LEVEL
 }  // namespace
 }  // namespace kestrum
+
+#undef KESTRUM_KERNEL_LEVEL
+#undef KESTRUM_KERNEL_TARGET
+#undef KESTRUM_KERNEL_BYTES

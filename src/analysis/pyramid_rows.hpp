@@ -1,9 +1,9 @@
-#ifndef KESTRUM_ANALYSIS_PYRAMID_LEVELS_HPP
-#define KESTRUM_ANALYSIS_PYRAMID_LEVELS_HPP
+#ifndef KESTRUM_ANALYSIS_PYRAMID_ROWS_HPP
+#define KESTRUM_ANALYSIS_PYRAMID_ROWS_HPP
 
 #include <cstddef>
 
-#include "numeric/kernel_choice.hpp"
+#include "numeric/simd_level.hpp"
 
 namespace kestrum {
 
@@ -34,8 +34,8 @@ struct PyramidBlend {
   double far;
 };
 
-// What is done to rows of n nodes, compiled for each level of SimdLevel. No node depends on its neighbours in the row
-// and each sum has one order, so no result depends on the level. Results do not overlap what they are made from.
+// What is done to rows of n nodes, at a level. No node depends on its neighbours in the row and each sum has one order,
+// so no result depends on the level. Results do not overlap what they are made from.
 struct PyramidKernels {
   bool (*hasMissing)(const double* values, std::size_t n);
   // Sums of rows without missing values, in the order of the taps. Returns whether a sum is itself the missing value.
@@ -55,13 +55,7 @@ struct PyramidKernels {
   void (*join)(const double* first, const double* second, std::size_t n, double* pairs);
 };
 
-extern const PyramidKernels kPyramidKernelsBaseline;
-extern const PyramidKernels kPyramidKernelsAvx2;
-extern const PyramidKernels kPyramidKernelsAvx512;
-
-inline const PyramidKernels& PyramidKernelsOf(SimdLevel level) noexcept {
-  return *KernelAt<&kPyramidKernelsBaseline, &kPyramidKernelsAvx2, &kPyramidKernelsAvx512>(level);
-}
+const PyramidKernels& PyramidKernelsOf(SimdLevel level) noexcept;
 
 }  // namespace kestrum
 

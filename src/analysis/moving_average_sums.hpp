@@ -1,9 +1,9 @@
-#ifndef KESTRUM_ANALYSIS_MOVING_AVERAGE_LEVELS_HPP
-#define KESTRUM_ANALYSIS_MOVING_AVERAGE_LEVELS_HPP
+#ifndef KESTRUM_ANALYSIS_MOVING_AVERAGE_SUMS_HPP
+#define KESTRUM_ANALYSIS_MOVING_AVERAGE_SUMS_HPP
 
 #include <cstddef>
 
-#include "numeric/kernel_choice.hpp"
+#include "numeric/simd_level.hpp"
 
 namespace kestrum {
 
@@ -38,8 +38,7 @@ struct InformedSums {
   long long missing[kSumLanes];
 };
 
-// The kernels, compiled for the baseline and for AVX2. (Of wider loads nearly all cross a cache line: they gain
-// nothing.) All lanes of all terms are read.
+// The kernels of a level. All lanes of all terms are read.
 struct SumKernels {
   // The sums of a list in which no value is missing.
   void (*sumList)(const double* at, const TermList& terms, double* sums);
@@ -50,12 +49,7 @@ struct SumKernels {
   void (*sumBoxRows)(const double* corner, const BoxTerms& terms, double* sums, std::ptrdiff_t stride);
 };
 
-extern const SumKernels kSumKernelsBaseline;
-extern const SumKernels kSumKernelsAvx2;
-
-inline const SumKernels& SumKernelsOf(SimdLevel level) noexcept {
-  return *KernelAt<&kSumKernelsBaseline, &kSumKernelsAvx2, &kSumKernelsAvx2>(level);
-}
+const SumKernels& SumKernelsOf(SimdLevel level) noexcept;
 
 }  // namespace kestrum
 

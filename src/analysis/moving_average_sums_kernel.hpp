@@ -1,17 +1,4 @@
-// The sums of moving averages for one instruction set. Included by one source per set, which defines first
-//   KESTRUM_KERNEL_TARGET  the attribute that selects the set,
-//   KESTRUM_KERNEL_BYTES   the width of its vectors.
-// All is local to that source, and no function of a standard header is called: no code of a higher instruction set can
-// stand in for code that runs everywhere. Loops over registers are unrolled by name, or the sums would stay in memory.
-
-#include <cstddef>
-
-#include "analysis/moving_average_levels.hpp"
-#include "core/types.h"
-#include "numeric/kernel_vectors.hpp"
-
-namespace kestrum {
-namespace {
+// The sums of moving averages: text for numeric/kernel_levels.hpp. Loops over registers are unrolled by name, or the sums would stay in memory.
 
 // Vectors of a row that a pass sums.
 constexpr int kParts = 2;
@@ -124,5 +111,4 @@ KESTRUM_KERNEL_TARGET void SumBoxRows(const double* corner, const BoxTerms& term
   }
 }
 
-}  // namespace
-}  // namespace kestrum
+constexpr SumKernels kSumKernels = {SumList, SumInformed, SumBoxRows};

@@ -1,24 +1,11 @@
-// The sums of two-point statistics for one instruction set. Included by one source per set, which defines first
-//   KESTRUM_KERNEL_TARGET     the attribute that selects the set,
-//   KESTRUM_KERNEL_BYTES      the width of its vectors,
-//   KESTRUM_KERNEL_REGISTERS  the number of its vector registers.
-// All is local to that source, and no function of a standard header is called: no code of a higher instruction set can
-// stand in for code that runs everywhere.
+// The sums of two-point statistics: text for numeric/kernel_levels.hpp.
 //
 // A lane is a lag. All lanes stand at the same tail, and each adds its own pair to its own sums, in the order of the
 // tails; nothing is summed across lanes. Several vectors of lanes hide the latency of the additions. A lane whose head
 // is out of the grid or missing adds 0.0, which changes nothing: a sum that began at 0.0 is never -0.0.
 
-#include <cstddef>
-
-#include "analysis/two_point_statistics_levels.hpp"
-#include "core/types.h"
-#include "numeric/kernel_vectors.hpp"
-
-namespace kestrum {
-namespace {
-
 constexpr double kMissing = VORL_MISSING_VALUE;
+constexpr int kRegisters = kVectorBytes == 64 ? 32 : 16;
 
 KESTRUM_KERNEL_INLINE std::ptrdiff_t Least(std::ptrdiff_t a, std::ptrdiff_t b) { return a < b ? a : b; }
 KESTRUM_KERNEL_INLINE int Greatest(int a, int b) { return a > b ? a : b; }
@@ -182,7 +169,7 @@ KESTRUM_KERNEL_TARGET int SumPiece(const PairField& field, const int* lag, int c
 template <TwoPointStatistic kStatistic, bool kHasMissing>
 KESTRUM_KERNEL_TARGET void SumRun(const PairField& field, const int* lag, int count, LagSums* sums) {
   // As many vectors as leave a quarter of the registers free.
-  constexpr int kRoom = KESTRUM_KERNEL_REGISTERS * 3 / 4 / (SumCount(kStatistic) + (kHasMissing ? 1 : 0));
+  constexpr int kRoom = kRegisters * 3 / 4 / (SumCount(kStatistic) + (kHasMissing ? 1 : 0));
   constexpr int kMost = kRoom >= 4 ? 4 : kRoom >= 2 ? 2 : 1;
   static_assert(kLagRun % (kMost * kWidth) == 0);
   for (int first = 0; first < count;) {
@@ -206,7 +193,7 @@ KESTRUM_KERNEL_TARGET void SumRunOf(const PairField& field, const int* lag, int 
 }
 
 KESTRUM_KERNEL_TARGET void SumLags(TwoPointStatistic statistic, const PairField& field, const int* lag, int count,
-                                   LagSums* sums) {
+                                   LagSums* sums) noexcept {
   using enum TwoPointStatistic;
   switch (statistic) {
     case kVariogram:
@@ -227,6 +214,3 @@ KESTRUM_KERNEL_TARGET void SumLags(TwoPointStatistic statistic, const PairField&
       return SumRunOf<kConnectivityFunction2>(field, lag, count, sums);
   }
 }
-
-}  // namespace
-}  // namespace kestrum

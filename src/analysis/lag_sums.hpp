@@ -1,7 +1,9 @@
-#ifndef KESTRUM_ANALYSIS_TWO_POINT_STATISTICS_LEVELS_HPP
-#define KESTRUM_ANALYSIS_TWO_POINT_STATISTICS_LEVELS_HPP
+#ifndef KESTRUM_ANALYSIS_LAG_SUMS_HPP
+#define KESTRUM_ANALYSIS_LAG_SUMS_HPP
 
 #include <cstddef>
+
+#include "numeric/simd_level.hpp"
 
 namespace kestrum {
 
@@ -67,12 +69,10 @@ struct PairField {
 };
 
 // Sums over the pairs of `count` lags, at most kLagRun, of which `lag` is the first, each in the order z, y, x of its
-// tails. The same kernel, compiled for each level of SimdLevel.
-using SumLagsFunction = void(TwoPointStatistic statistic, const PairField& field, const int* lag, int count,
-                             LagSums* sums) noexcept;
-SumLagsFunction SumLagsBaseline;
-SumLagsFunction SumLagsAvx2;
-SumLagsFunction SumLagsAvx512;
+// tails.
+using LagSumsKernel = void (*)(TwoPointStatistic statistic, const PairField& field, const int* lag, int count,
+                               LagSums* sums) noexcept;
+LagSumsKernel LagSumsKernelOf(SimdLevel level) noexcept;
 
 }  // namespace kestrum
 

@@ -1,20 +1,8 @@
-// The work of a pyramid on rows for one instruction set. Included by one source per set, which defines first
-//   KESTRUM_KERNEL_TARGET  the attribute that selects the set,
-//   KESTRUM_KERNEL_BYTES   the width of its vectors.
-// All is local to that source, and no function of a standard header is called: no code of a higher instruction set can
-// stand in for code that runs everywhere. Loops over registers are unrolled by name, or the sums would stay in memory.
+// The work of a pyramid on rows: text for numeric/kernel_levels.hpp. Loops over registers are unrolled by name, or the
+// sums would stay in memory.
 //
 // A body is written once for V, a vector or one number, and called for groups of vectors, for vectors, and for the
 // nodes that are left.
-
-#include <cstddef>
-
-#include "analysis/pyramid_levels.hpp"
-#include "core/types.h"
-#include "numeric/kernel_vectors.hpp"
-
-namespace kestrum {
-namespace {
 
 template <typename V>
 KESTRUM_KERNEL_INLINE Mask<V> MissingIn(V values) {
@@ -181,30 +169,36 @@ KESTRUM_KERNEL_TARGET void Divide(const double* sums, const double* weights, dou
   for (; i < n; ++i) DivideAt<double>(sums, weights, minWeight, i, to);
 }
 
-#if KESTRUM_KERNEL_BYTES == 64
-#define KESTRUM_EVEN 0, 2, 4, 6, 8, 10, 12, 14
-#define KESTRUM_ODD 1, 3, 5, 7, 9, 11, 13, 15
-#define KESTRUM_LOWER 0, 8, 1, 9, 2, 10, 3, 11
-#define KESTRUM_UPPER 4, 12, 5, 13, 6, 14, 7, 15
-#elif KESTRUM_KERNEL_BYTES == 32
-#define KESTRUM_EVEN 0, 2, 4, 6
-#define KESTRUM_ODD 1, 3, 5, 7
-#define KESTRUM_LOWER 0, 4, 1, 5
-#define KESTRUM_UPPER 2, 6, 3, 7
+typedef std::make_integer_sequence<int, kWidth> Places;
+
+template <int... i>
+KESTRUM_KERNEL_INLINE Vector Shuffle(Vector a, Vector b) {
+#if defined(__clang__)
+  return __builtin_shufflevector(a, b, i...);
 #else
-#define KESTRUM_EVEN 0, 2
-#define KESTRUM_ODD 1, 3
-#define KESTRUM_LOWER 0, 2
-#define KESTRUM_UPPER 1, 3
+  return __builtin_shuffle(a, b, Integers{i...});
 #endif
+}
+
+// Every other element of two vectors, from the first or the second one on.
+template <int first, int... i>
+KESTRUM_KERNEL_INLINE Vector EveryOther(Vector a, Vector b, std::integer_sequence<int, i...>) {
+  return Shuffle<(first + 2 * i)...>(a, b);
+}
+
+// The elements of two vectors by turns, from element `first` on.
+template <int first, int... i>
+KESTRUM_KERNEL_INLINE Vector ByTurns(Vector a, Vector b, std::integer_sequence<int, i...>) {
+  return Shuffle<(first + i / 2 + i % 2 * kWidth)...>(a, b);
+}
 
 KESTRUM_KERNEL_TARGET void TakeApart(const double* pairs, std::size_t n, double* first, double* second) {
   std::size_t i = 0;
   for (; i + kWidth <= n; i += kWidth) {
     const Vector lower = Load<Vector>(pairs + 2 * i);
     const Vector upper = Load<Vector>(pairs + 2 * i + kWidth);
-    Store(first + i, __builtin_shufflevector(lower, upper, KESTRUM_EVEN));
-    Store(second + i, __builtin_shufflevector(lower, upper, KESTRUM_ODD));
+    Store(first + i, EveryOther<0>(lower, upper, Places{}));
+    Store(second + i, EveryOther<1>(lower, upper, Places{}));
   }
   for (; i < n; ++i) {
     first[i] = pairs[2 * i];
@@ -217,8 +211,8 @@ KESTRUM_KERNEL_TARGET void Join(const double* first, const double* second, std::
   for (; i + kWidth <= n; i += kWidth) {
     const Vector even = Load<Vector>(first + i);
     const Vector odd = Load<Vector>(second + i);
-    Store(pairs + 2 * i, __builtin_shufflevector(even, odd, KESTRUM_LOWER));
-    Store(pairs + 2 * i + kWidth, __builtin_shufflevector(even, odd, KESTRUM_UPPER));
+    Store(pairs + 2 * i, ByTurns<0>(even, odd, Places{}));
+    Store(pairs + 2 * i + kWidth, ByTurns<kWidth / 2>(even, odd, Places{}));
   }
   for (; i < n; ++i) {
     pairs[2 * i] = first[i];
@@ -226,8 +220,5 @@ KESTRUM_KERNEL_TARGET void Join(const double* first, const double* second, std::
   }
 }
 
-}  // namespace
-}  // namespace kestrum
-
-#define KESTRUM_PYRAMID_KERNELS \
-  { HasMissing, AddTaps, AddInformedTaps, Blend, BlendInformed, Divide, TakeApart, Join }
+constexpr PyramidKernels kPyramidKernels = {HasMissing,    AddTaps, AddInformedTaps, Blend,
+                                            BlendInformed, Divide,  TakeApart,       Join};

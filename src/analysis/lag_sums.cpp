@@ -1,0 +1,9 @@
+#include "analysis/lag_sums.hpp"
+
+#include "core/types.h"
+
+#define KESTRUM_KERNEL "analysis/lag_sums_kernel.hpp"
+#define KESTRUM_KERNEL_WIDEST 64
+#include "numeric/kernel_levels.hpp"
+
+kestrum::LagSumsKernel kestrum::LagSumsKernelOf(SimdLevel level) noexcept { return KESTRUM_KERNEL_AT(level, SumLags); }

@@ -1,0 +1,245 @@
+// Every kernel gives at every level the bits that it gives at the baseline. What these bits have to be is tested by the
+// families, at the level of the machine, against plain loops and closed forms.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <random>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "analysis/distance_lines.hpp"
+#include "analysis/euler_number.hpp"
+#include "analysis/mark_block.hpp"
+#include "analysis/moving_average_sums.hpp"
+#include "analysis/nearest_center.hpp"
+#include "analysis/pyramid_rows.hpp"
+#include "analysis/two_point_statistics.hpp"
+#include "core/buffer.hpp"
+#include "numeric/gmres_batch.hpp"
+#include "support/test_image.hpp"
+
+namespace {
+
+using kestrum::SimdLevel;
+using Values = std::vector<double>;
+constexpr double kMissing = VORL_MISSING_VALUE;
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+class Draws {
+ public:
+  explicit Draws(unsigned seed) : generator_(seed) {}
+
+  int Int(int low, int high) { return low + static_cast<int>(generator_() % static_cast<unsigned>(high - low + 1)); }
+  bool Flip() { return Int(0, 1) != 0; }
+  // Real numbers, or numbers of which many are equal; one in `often`, if not 0, is missing.
+  Values Numbers(int size, int often = 0) {
+    const bool whole = Flip();
+    Values values(static_cast<std::size_t>(size));
+    for (double& value : values) {
+      value = whole ? Int(0, 3) : std::uniform_real_distribution<double>(-2.0, 2.0)(generator_);
+      if (often != 0 && Int(1, often) == 1) value = kMissing;
+    }
+    return values;
+  }
+
+ private:
+  std::mt19937 generator_;
+};
+
+Values Marks(SimdLevel level, Draws& draws) {
+  const Values lower = {1.0, 3.0}, upper = {2.0, 4.0};
+  Values values = draws.Numbers(kestrum::kMarkBlock, 9);
+  values[5] = kNaN;
+  unsigned char marks[kestrum::kMarkBlock];
+  kestrum::MarkBlock(values.data(),
+                     {draws.Int(0, 2), lower.data(), upper.data(), draws.Flip(), draws.Flip(), draws.Flip()}, level,
+                     marks);
+  return {marks, marks + kestrum::kMarkBlock};
+}
+
+Values EulerNumbers(SimdLevel level, Draws& draws) {
+  VORL_GRID grid = kestrum_test::Grid(draws.Int(1, 40), draws.Int(1, 5), draws.Int(1, 4));
+  grid.nxy = grid.nx * grid.ny;
+  grid.nxyz = grid.nxy * grid.nz;
+  const Values values = draws.Numbers(grid.nxyz, 9);
+  const std::vector<int> labels(values.begin(), values.end());
+  return {double(kestrum::EulerNumberOfRows(grid, values.data(), 0, 1, level)),
+          double(kestrum::EulerNumberOfRows(grid, labels.data(), 1, 2, level))};
+}
+
+Values NearestCenters(SimdLevel level, Draws& draws) {
+  const int count = draws.Int(0, 70), nfeature = draws.Int(1, 4), ncluster = draws.Int(1, 5);
+  std::vector<Values> features;
+  std::vector<const double*> rows;
+  for (int f = 0; f < nfeature; ++f) features.push_back(draws.Numbers(count + 1));
+  for (Values& feature : features) rows.push_back(feature.data());
+  if (count >= 40) {
+    features[0][4] = kNaN;    // nearest to none
+    features[0][40] = 1e100;  // as near to all
+  }
+  const Values centers = draws.Numbers(nfeature * ncluster);
+  Values distances(count);
+  std::vector<int> nearest(count);
+  kestrum::NearestCenterKernelOf(level)(rows.data(), nfeature, 1, count, centers.data(), ncluster, nearest.data(),
+                                        distances.data());
+  EXPECT_TRUE(count < 40 || (nearest[3] == 0 && nearest[39] == 0));
+  distances.insert(distances.end(), nearest.begin(), nearest.end());
+  return distances;
+}
+
+Values Lines(SimdLevel level, Draws& draws) {
+  const double weights[] = {1.0, 0.49, 25.0, 1e-3, 3e-13, 2e-16};  // the last ones round starts together
+  const int n = draws.Int(2, 61), size = n * kestrum::kLineLanes, often = draws.Int(1, 4);
+  const int farthest = draws.Flip() ? 3 : 99;
+  kestrum::Buffer<double> cost, distance;
+  kestrum::Buffer<long long> link;
+  EXPECT_EQ(cost.Allocate(size) + distance.Allocate(size) + link.Allocate(size), 0);
+  for (double& value : cost) value = draws.Int(1, often) == 1 ? 1.69 * std::pow(draws.Int(0, farthest), 2) : 3e5;
+  kestrum::LineKernelOf(level)(draws.Flip() ? kestrum::DistanceMetric::kL1 : kestrum::DistanceMetric::kEuclidean,
+                               {n, weights[draws.Int(0, 5)], cost.data(), distance.data(), link.data()});
+  return {distance.begin(), distance.end()};
+}
+
+Values LagSums(SimdLevel level, Draws& draws) {
+  const int sizes[][3] = {{150, 1, 1}, {1, 90, 2}, {2, 3, 40}, {21, 5, 2}};
+  const auto& [nx, ny, nz] = sizes[draws.Int(0, 3)];
+  kestrum_test::TestImage image(kestrum_test::Grid(nx, ny, nz), {"v"},
+                                draws.Numbers(nx * ny * nz, draws.Flip() ? 3 : 0)),
+      map;
+  const kestrum::LagBox box{{{draws.Int(1 - nx, 0), nx - 1, draws.Int(1, 3)}, {0, ny - 1, 1}, {1 - nz, nz - 1, 1}}};
+  EXPECT_EQ(kestrum::ComputeTwoPointStatistic(static_cast<kestrum::TwoPointStatistic>(draws.Int(0, 7)), image, &map, 0,
+                                              box, false, kestrum::Dealing::Serial(), level),
+            0);
+  return map.Values();
+}
+
+Values MovingSums(SimdLevel level, Draws& draws) {
+  using kestrum::kSumLanes;
+  const kestrum::SumKernels& kernels = kestrum::SumKernelsOf(level);
+  const int lengthX = draws.Int(1, 9), lengthY = draws.Int(kestrum::kBoxRows, 7), lengthZ = draws.Int(1, 3);
+  const int row = kSumLanes + lengthX - 1, section = row * (lengthY + kestrum::kBoxRows - 1);
+  const Values values = draws.Numbers(section * lengthZ), gaps = draws.Numbers(section * lengthZ, 3);
+  const Values weights = draws.Numbers(lengthX * lengthY * lengthZ);
+  const std::ptrdiff_t offsets[] = {3, 0, lengthX - 1, 1};
+  const kestrum::TermList list{offsets, weights.data(), std::min(4, lengthX)};
+  kestrum::InformedSums informed;
+  Values sums(kSumLanes * (1 + kestrum::kBoxRows));
+  kernels.sumList(values.data(), list, sums.data());
+  kernels.sumBoxRows(values.data(), {lengthX, lengthY, lengthZ, row, section, weights.data(), draws.Flip()},
+                     sums.data() + kSumLanes, kSumLanes);
+  kernels.sumInformed(gaps.data(), list, &informed);
+  for (const double* part : {informed.sum, informed.weight}) sums.insert(sums.end(), part, part + kSumLanes);
+  sums.insert(sums.end(), informed.missing, informed.missing + kSumLanes);
+  return sums;
+}
+
+Values PyramidRows(SimdLevel level, Draws& draws) {
+  const kestrum::PyramidKernels& kernels = kestrum::PyramidKernelsOf(level);
+  const int n = draws.Int(0, 70);
+  const std::size_t size = static_cast<std::size_t>(n);
+  Values row[3], gaps[3], weights[3];
+  for (int k = 0; k < 3; ++k) {
+    row[k] = draws.Numbers(n);
+    gaps[k] = draws.Numbers(n, 3);
+    weights[k] = draws.Numbers(n);
+    for (double& weight : weights[k]) weight = std::fabs(weight);
+  }
+  Values found;
+  Values out[9];
+  for (Values& values : out) values.resize(size);
+  Values pairs(2 * size);
+
+  kestrum::PyramidTap taps[3], gapTaps[3];
+  for (int k = 0; k < 3; ++k) {
+    taps[k] = {row[k].data(), weights[k].data(), 0.25 * (k + 1)};
+    gapTaps[k] = {gaps[k].data(), weights[k].data(), 0.25 * (k + 1)};
+  }
+  const kestrum::PyramidBlend blend{0.75, draws.Flip() ? 0.25 : 0.125};
+  const bool hasC = draws.Flip();
+  const kestrum::PyramidRow blended[] = {{gaps[0].data(), weights[0].data(), false},
+                                         {gaps[1].data(), weights[1].data(), false},
+                                         {gaps[2].data(), weights[2].data(), false}};
+  found.push_back(kernels.hasMissing(gaps[0].data(), size));
+  found.push_back(kernels.hasMissing(draws.Numbers(n, 60).data(), size));
+  found.push_back(kernels.addTaps(taps, 3, size, out[0].data()));
+  kernels.addInformedTaps(gapTaps, 3, size, {out[1].data(), out[2].data()});
+  found.push_back(
+      kernels.blend(blend, row[0].data(), row[1].data(), hasC ? row[2].data() : nullptr, size, out[3].data()));
+  kernels.blendInformed(blend, blended[0], blended[1], hasC ? &blended[2] : nullptr, size,
+                        {out[4].data(), out[5].data()});
+  kernels.divide(gaps[0].data(), weights[0].data(), 0.5, size, out[6].data());
+  kernels.join(row[0].data(), gaps[0].data(), size, pairs.data());
+  kernels.takeApart(pairs.data(), size, out[7].data(), out[8].data());
+  for (const Values& values : out) found.insert(found.end(), values.begin(), values.end());
+  found.insert(found.end(), pairs.begin(), pairs.end());
+  return found;
+}
+
+// Lanes converge in cycles of their own, exhaust their space (2), stagnate (5) or begin at the solution (7).
+Values Batches(SimdLevel level, Draws& draws) {
+  using kestrum::kLanes;
+  const std::size_t n = static_cast<std::size_t>(draws.Int(1, 40));
+  const bool shared = draws.Flip();
+  const kestrum::GmresLimits limits{1e-10, draws.Flip() ? static_cast<int>(n) : draws.Int(1, 5), draws.Int(1, 4)};
+  kestrum::Buffer<double> a, b, x, work;
+  EXPECT_EQ(a.Allocate(n * n * kLanes) + b.Allocate(n * kLanes) + x.Allocate(n * kLanes), 0);
+  EXPECT_EQ(work.Allocate(kestrum::GmresBatchWorkSize(static_cast<int>(n), limits.restart)), 0);
+  const Values place = draws.Numbers(static_cast<int>(n) * kLanes);
+  for (std::size_t k = 0; k < a.size(); ++k) {
+    const std::size_t lane = k % kLanes, i = k / kLanes / n, j = k / kLanes % n;
+    const double distance = std::fabs(place[i * kLanes + lane] - place[j * kLanes + lane]);
+    a[k] = lane == 2 ? 2.0 * (i == j) : lane == 5 ? 1.0 : std::exp(-distance) + (i == j);
+  }
+  for (std::size_t k = 0; k < b.size(); ++k) {
+    b[k] = k % kLanes == 7 ? 0.0 : place[k];
+    x[k] = k % kLanes == 7 ? 0.0 : 0.1 * static_cast<double>(k);
+  }
+  const int size = static_cast<int>(n);
+  const unsigned converged =
+      shared ? kestrum::GmresBatchShared(limits, size, a.data(), size, b.data(), x.data(), work.data(), level)
+             : kestrum::GmresBatch(limits, size, a.data(), b.data(), x.data(), work.data(), level);
+  Values out(x.begin(), x.end());
+  out.push_back(converged);
+  return out;
+}
+
+struct Kernel {
+  const char* name;
+  Values (*run)(SimdLevel, Draws&);
+};
+
+class EveryKernel : public testing::TestWithParam<std::tuple<Kernel, SimdLevel>> {};
+
+TEST_P(EveryKernel, GivesTheBitsOfTheBaseline) {
+  const auto& [kernel, level] = GetParam();
+  if (level > kestrum::BestSimdLevel()) GTEST_SKIP() << "not on this machine";
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    Draws draws(seed), again(seed);
+    Values expected = kernel.run(SimdLevel::kBaseline, draws), values = kernel.run(level, again);
+    // One not-a-number is like another.
+    for (Values* numbers : {&expected, &values}) {
+      std::replace_if(
+          numbers->begin(), numbers->end(), [](double x) { return std::isnan(x); }, kNaN);
+    }
+    ASSERT_TRUE(kestrum_test::SameBits(values, expected)) << seed;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kernels, EveryKernel,
+    testing::Combine(testing::Values(Kernel{"Marks", Marks}, Kernel{"EulerNumbers", EulerNumbers},
+                                     Kernel{"NearestCenters", NearestCenters}, Kernel{"Lines", Lines},
+                                     Kernel{"LagSums", LagSums}, Kernel{"MovingSums", MovingSums},
+                                     Kernel{"PyramidRows", PyramidRows}, Kernel{"Batches", Batches}),
+                     testing::Values(SimdLevel::kAvx2, SimdLevel::kAvx512)),
+    [](const auto& test) {
+      return std::get<0>(test.param).name +
+             std::string(std::get<1>(test.param) == SimdLevel::kAvx2 ? "Avx2" : "Avx512");
+    });
+
+}  // namespace
