@@ -53,11 +53,8 @@ int SolvedInequalityNodes::Prepare(const Problem& problem, int capacity) noexcep
   const std::int64_t bytes = n * (static_cast<std::int64_t>(sizeof(SolvedSystem) + sizeof(int)) +
                                   capacity * static_cast<std::int64_t>(sizeof(int) + sizeof(real)));
   if (n < 1 || bytes > kBytesBasic + kBytesPerGridNode * problem.grid.nxyz) return 0;
-  capacity_ = capacity;
   int status = node_.Allocate(n);
-  if (status == 0) status = system_.Allocate(n);
-  if (status == 0) status = entries_.Allocate(n * capacity);
-  if (status == 0) status = weight_.Allocate(n * capacity);
+  if (status == 0) status = store_.Allocate(n, capacity);
   if (status != 0) return status;
   std::copy_n(problem.path.nodes + problem.path.firstInequality, n, node_.data());
   std::sort(node_.begin(), node_.end());

@@ -39,34 +39,28 @@ class SolvedInequalityNodes {
   // Where the memory would be too much for the grid, nothing is kept.
   [[nodiscard]] int Prepare(const Problem& problem, int capacity) noexcept;
 
-  bool wanted() const noexcept { return static_cast<bool>(system_); }
-  bool complete() const noexcept { return nkept_ == system_.size() && wanted(); }
+  bool wanted() const noexcept { return store_.size() > 0; }
+  bool complete() const noexcept { return wanted() && nkept_ == store_.size(); }
 
   // To be called once for each inequality node.
   void Keep(int node, const SolvedNode& solved) noexcept {
     const std::size_t place = PlaceOf(node);
-    system_[place] = solved.system;
-    std::copy_n(solved.entries, solved.system.m, &entries_[place * capacity_]);
-    std::copy_n(solved.weight, solved.system.m, &weight_[place * capacity_]);
+    store_.system(place) = solved.system;
+    std::copy_n(solved.entries, solved.system.m, store_.entries(place));
+    std::copy_n(solved.weight, solved.system.m, store_.weight(place));
     ++nkept_;
   }
 
-  SolvedNode Find(int node) const noexcept {
-    const std::size_t place = PlaceOf(node);
-    return {system_[place], &entries_[place * capacity_], &weight_[place * capacity_]};
-  }
+  SolvedNode Find(int node) const noexcept { return store_[PlaceOf(node)]; }
 
  private:
   std::size_t PlaceOf(int node) const noexcept {
     return static_cast<std::size_t>(std::lower_bound(node_.begin(), node_.end(), node) - node_.begin());
   }
 
-  std::size_t capacity_ = 0;
   std::size_t nkept_ = 0;
   Buffer<int> node_;  // ascending
-  Buffer<SolvedSystem> system_;
-  Buffer<int> entries_;
-  Buffer<real> weight_;
+  SystemStore store_;
 };
 
 // Gives values to the nodes with bounds before the path of a realization: pass after pass over them, each drawn from its

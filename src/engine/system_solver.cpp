@@ -42,10 +42,11 @@ int SolvedSystem::Warn(const Progress& progress) const noexcept {
   return status;
 }
 
-int ChunkSystems::Allocate(int capacity) noexcept {
+int SystemStore::Allocate(std::size_t count, int capacity) noexcept {
   capacity_ = capacity;
-  const int status = entries_.Allocate(First(kMaxChunk));
-  return status != 0 ? status : weight_.Allocate(First(kMaxChunk));
+  int status = system_.Allocate(count);
+  if (status == 0) status = entries_.Allocate(count * capacity);
+  return status != 0 ? status : weight_.Allocate(count * capacity);
 }
 
 GmresLimits SolverLimits(int size) noexcept {

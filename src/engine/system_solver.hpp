@@ -39,43 +39,52 @@ struct SolvedNode {
   const real* weight;
 };
 
-// The systems of up to kMaxChunk nodes: their neighbours first, then their solutions. Neighbours and weights depend on
-// places alone, so that they can be had ahead of the neighbours' values.
-class ChunkSystems {
+// Room for systems with their neighbours and weights.
+class SystemStore {
  public:
   // capacity: largest number of neighbours.
-  [[nodiscard]] int Allocate(int capacity) noexcept;
+  [[nodiscard]] int Allocate(std::size_t count, int capacity) noexcept;
+  std::size_t size() const noexcept { return system_.size(); }
+
+  SolvedSystem& system(std::size_t i) noexcept { return system_[i]; }
+  const SolvedSystem& system(std::size_t i) const noexcept { return system_[i]; }
+  int* entries(std::size_t i) noexcept { return &entries_[i * capacity_]; }
+  const int* entries(std::size_t i) const noexcept { return &entries_[i * capacity_]; }
+  real* weight(std::size_t i) noexcept { return &weight_[i * capacity_]; }
+  SolvedNode operator[](std::size_t i) const noexcept {
+    return {system_[i], &entries_[i * capacity_], &weight_[i * capacity_]};
+  }
+
+ private:
+  std::size_t capacity_ = 0;
+  Buffer<SolvedSystem> system_;
+  Buffer<int> entries_;
+  Buffer<real> weight_;
+};
+
+// The systems of up to kMaxChunk nodes: their neighbours first, then their solutions. Neighbours and weights depend on
+// places alone, so that they can be had ahead of the neighbours' values.
+class ChunkSystems : public SystemStore {
+ public:
+  [[nodiscard]] int Allocate(int capacity) noexcept { return SystemStore::Allocate(kMaxChunk, capacity); }
 
   // Begins with these nodes, whose neighbours are to be set next. They must stay until the next start.
   void Start(const int* nodes, int count) noexcept {
     nodes_ = nodes;
     count_ = count;
   }
-  // Room for the list entries of the i-th node's neighbours, and their number.
-  int* entries(int i) noexcept { return &entries_[First(i)]; }
+  // The number of neighbours of the i-th node, whose list entries have been written.
   void SetNeighbors(int i, int m) noexcept {
-    system_[i] = {};
-    system_[i].m = m;
+    system(i) = {};
+    system(i).m = m;
   }
 
   int count() const noexcept { return count_; }
   int node(int i) const noexcept { return nodes_[i]; }
-  SolvedSystem& system(int i) noexcept { return system_[i]; }
-  const SolvedSystem& system(int i) const noexcept { return system_[i]; }
-  const int* entries(int i) const noexcept { return &entries_[First(i)]; }
-  real* weight(int i) noexcept { return &weight_[First(i)]; }
-  const real* weight(int i) const noexcept { return &weight_[First(i)]; }
-  SolvedNode operator[](int i) const noexcept { return {system_[i], entries(i), weight(i)}; }
 
  private:
-  std::size_t First(int i) const noexcept { return static_cast<std::size_t>(i) * capacity_; }
-
-  std::size_t capacity_ = 0;
   const int* nodes_ = nullptr;
   int count_ = 0;
-  Buffer<int> entries_;
-  Buffer<real> weight_;
-  SolvedSystem system_[kMaxChunk];
 };
 
 // Restart length and cycles for a system of a size.
