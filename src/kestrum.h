@@ -49,6 +49,7 @@
 #include "runs/indicator_simulation.h"
 #include "runs/run_driver.h"
 #include "runs/run_input.h"
+#include "runs/run_options.h"
 #include "runs/simulation.h"
 
 #include "paths/path_generators.h"

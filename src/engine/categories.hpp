@@ -37,8 +37,12 @@ class Categories {
       estimate = prior;
       for (int i = 0; i < m; ++i) estimate += (indicator(i) - prior) * weight[i];
     }
-    if (estimate >= 1.0) return 1.0;
-    return estimate <= 0.0 ? 0.0 : estimate;
+    return Clamped(estimate);
+  }
+
+  // The same from two sums: of the weights of neighbours of the category, and (simple kriging) of all weights.
+  real ProbabilityOfSums(int c, int node, real ofCategory, real ofAll) const noexcept {
+    return Clamped(ordinaryKriging_ ? ofCategory : ofCategory + Prior(c, node) * (1.0 - ofAll));
   }
 
   // Scales the probabilities of a node to a sum of 1. Where they are all but zero it takes the prior ones as they are,
@@ -67,6 +71,11 @@ class Categories {
   }
 
  private:
+  static real Clamped(real estimate) noexcept {
+    if (estimate >= 1.0) return 1.0;
+    return estimate <= 0.0 ? 0.0 : estimate;
+  }
+
   int count_;
   const real* values_;
   const real* priors_;

@@ -10,11 +10,15 @@
 namespace kestrum {
 namespace {
 
-// What the systems of one category share; only one of the two kinds is prepared.
+// What the systems of one category share; only one of the kinds is prepared.
 struct CategorySystems {
   DataNeighborSearch search;  // moving neighbourhood
   MovingSystems moving;
   UniqueSystem unique;
+  UniqueFactor factor;
+  // With a factor: what right sides are multiplied with, one vector for each category that has the systems, then one
+  // for the sum of all weights.
+  Buffer<real> dual;
 };
 
 // What one thread needs.
@@ -23,6 +27,7 @@ struct ChunkScratch {
   ChunkSystems chunk;
   DataNeighborSearch::Scratch search;
   UniqueSystem::Scratch unique;
+  Buffer<real> lag, rhs;        // with a factor
   Buffer<real> probability;     // by node of the chunk and category
   Buffer<SolvedSystem> solved;  // likewise
   bool defaults[kMaxChunk];     // whether a node took the prior probabilities
@@ -71,9 +76,31 @@ class CategoryEstimation {
     if (const int status = data_.Gather(problem_.grid, value_, problem_.data.uniqueMax); status != 0) return status;
     for (int c = 0; c < categories_.count(); ++c) {
       if (!setups[c].unique() || !groups_.isFirst(c)) continue;
-      const int status =
-          systems_[c].unique.Build(setups[c].model, data_, UniqueSystem::RightSide::kAtNode, problem_.dealing());
+      const UniqueCovariances covariances(setups[c].model, data_, UniqueCovariances::RightSide::kAtNode);
+      int status = problem_.solver.factorising() ? PrepareFactor(c, covariances) : 0;
+      if (status == 0 && !systems_[c].dual) status = systems_[c].unique.Build(covariances, problem_.dealing());
       if (status != 0) return status;
+    }
+    return 0;
+  }
+
+  [[nodiscard]] int PrepareFactor(int first, const UniqueCovariances& covariances) noexcept {
+    CategorySystems& systems = systems_[first];
+    bool sound = false;
+    if (const int status = systems.factor.Build(covariances, problem_.dealing(), &sound); status != 0) return status;
+    if (!sound) {
+      problem_.solver.CountFallbacks(problem_.path.nnode - problem_.path.firstSimulated);
+      return 0;
+    }
+    const std::size_t size = covariances.size();
+    Buffer<real> indicator;
+    if (const int status = indicator.Allocate(size); status != 0) return status;
+    if (const int status = systems.dual.Allocate(size * (categories_.count() + 1)); status != 0) return status;
+    for (int c = first; c <= categories_.count(); ++c) {
+      const bool all = c == categories_.count();
+      if (!all && groups_.first(c) != first) continue;
+      for (int k = 0; k < data_.n; ++k) indicator[k] = all || data_.value[k] == categories_.Value(c) ? 1.0 : 0.0;
+      systems.factor.PrepareDual(indicator.data(), &systems.dual[c * size]);
     }
     return 0;
   }
@@ -91,7 +118,8 @@ class CategoryEstimation {
     }
     for (int c = 0; c < categories_.count(); ++c) {
       const auto& [model, neighbors] = problem_.setups[c];
-      auto& [search, moving, unique] = systems_[c];
+      DataNeighborSearch& search = systems_[c].search;
+      MovingSystems& moving = systems_[c].moving;
       if (problem_.setups[c].unique() || !groups_.isFirst(c)) continue;
       int status = search.Prepare(neighbors, isDatum_, ndata, groups_.count());
       if (status == 0) status = moving.Prepare(model, search.list(), groups_.count());
@@ -105,14 +133,20 @@ class CategoryEstimation {
     int status = scratch.probability.Allocate(Place(kMaxChunk, 0));
     if (status == 0) status = scratch.solved.Allocate(Place(kMaxChunk, 0));
     if (status == 0 && capacity_ > 0) {
-      status = scratch.solver.Allocate(problem_.setups[0].model.ordinaryKriging, capacity_);
+      status = scratch.solver.Allocate(problem_.solver, problem_.setups[0].model.ordinaryKriging, capacity_);
       if (status == 0) status = scratch.chunk.Allocate(capacity_);
     }
     // All searches have the same data and all unique systems the same size: one scratch does for each kind.
     for (int c = 0; c < categories_.count() && status == 0; ++c) {
       if (!groups_.isFirst(c)) continue;
-      status = problem_.setups[c].unique() ? systems_[c].unique.AllocateScratch(scratch.unique)
-                                           : systems_[c].search.AllocateScratch(scratch.search);
+      if (systems_[c].dual) {
+        const UniqueCovariances& covariances = systems_[c].factor.covariances();
+        status = scratch.lag.Allocate(covariances.scratchSize());
+        if (status == 0) status = scratch.rhs.Allocate(covariances.size() * static_cast<std::size_t>(kLanes));
+      } else {
+        status = problem_.setups[c].unique() ? systems_[c].unique.AllocateScratch(scratch.unique)
+                                             : systems_[c].search.AllocateScratch(scratch.search);
+      }
     }
     return status;
   }
@@ -121,7 +155,9 @@ class CategoryEstimation {
     const int ncategory = categories_.count();
     for (int c = 0; c < ncategory; ++c) {
       if (!groups_.isFirst(c)) continue;
-      if (problem_.setups[c].unique()) {
+      if (systems_[c].dual) {
+        UseFactor(scratch, nodes, count, c);
+      } else if (problem_.setups[c].unique()) {
         SolveUnique(scratch, nodes, count, c);
       } else {
         SolveMoving(scratch, nodes, count, c);
@@ -147,13 +183,10 @@ class CategoryEstimation {
   }
 
   void SolveMoving(ChunkScratch& scratch, const int* nodes, int count, int c) noexcept {
-    const auto& [search, moving, unique] = systems_[c];
+    const MovingSystems& moving = systems_[c].moving;
     ChunkSystems& chunk = scratch.chunk;
     scratch.search.Forget();
-    chunk.Start(nodes, count);
-    for (int i = 0; i < count; ++i) {
-      chunk.SetNeighbors(i, search.Find(nodes, i, count, scratch.search, chunk.entries(i)));
-    }
+    chunk.Find(systems_[c].search, nodes, count, scratch.search);
     scratch.solver.Solve(moving, chunk);
     const int* const shift = moving.list().shift;
     for (int i = 0; i < count; ++i) {
@@ -171,6 +204,35 @@ class CategoryEstimation {
       for (int i = 0; i < n; ++i) {
         Keep(scratch, begin + i, nodes[begin + i], c, scratch.unique.system[i], unique.weight(scratch.unique, i),
              [&](int k) { return data_.value[k]; });
+      }
+    }
+  }
+
+  void UseFactor(ChunkScratch& scratch, const int* nodes, int count, int first) noexcept {
+    const CategorySystems& systems = systems_[first];
+    const UniqueCovariances& covariances = systems.factor.covariances();
+    const int size = covariances.size();
+    for (int begin = 0; begin < count; begin += kLanes) {
+      const int n = std::min(kLanes, count - begin);
+      covariances.FillRhs(problem_.grid, nodes + begin, n, scratch.lag.data(), scratch.rhs.data());
+      const auto sums = [&](int c, real sum[kLanes]) {
+        const real* const dual = &systems.dual[static_cast<std::size_t>(c) * size];
+        std::fill_n(sum, kLanes, 0.0);
+        for (int k = 0; k < size; ++k) {
+          for (int lane = 0; lane < kLanes; ++lane) sum[lane] += dual[k] * scratch.rhs[k * kLanes + lane];
+        }
+      };
+      real ofAll[kLanes];
+      sums(categories_.count(), ofAll);
+      for (int c = first; c < categories_.count(); ++c) {
+        if (groups_.first(c) != first) continue;
+        real ofCategory[kLanes];
+        sums(c, ofCategory);
+        for (int i = 0; i < n; ++i) {
+          scratch.solved[Place(begin + i, c)] = {};
+          scratch.probability[Place(begin + i, c)] =
+              categories_.ProbabilityOfSums(c, nodes[begin + i], ofCategory[i], ofAll[i]);
+        }
       }
     }
   }

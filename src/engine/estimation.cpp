@@ -30,6 +30,14 @@ class EstimateWriter {
     deviation_[node] = std::sqrt(law_.LocalVariance(node, solved.sill - explained));
   }
 
+  // Where a factor gives estimate and explained part without weights.
+  void Store(int node, real estimate, real variance) const noexcept {
+    estimate_[node] = law_.MeanOfScaled(node, estimate);
+    deviation_[node] = std::sqrt(law_.LocalVariance(node, variance));
+  }
+
+  const LocalLaw& law() const noexcept { return law_; }
+
  private:
   // A node without neighbours, or whose system could not be solved, takes the mean and the sill. A sill below zero is
   // possible where a weight image holds negative values.
@@ -45,8 +53,7 @@ class EstimateWriter {
 
 // What one thread needs for a moving neighbourhood.
 struct MovingScratch {
-  SystemSolver solver;
-  ChunkSystems chunk;
+  ChunkSolver systems;
   DataNeighborSearch::Scratch search;
 };
 
@@ -67,18 +74,16 @@ int EstimateMoving(const Problem& problem, const EstimateWriter& writer, const r
   if (const int status = systems.Prepare(model, search.list()); status != 0) return status;
   ObjectArray<MovingScratch> scratches;
   if (const int status = scratches.Allocate(problem.dealing().nscratch()); status != 0) return status;
-  for (auto& [solver, chunk, scratch] : scratches) {
-    int status = solver.Allocate(model.ordinaryKriging, systems.capacity());
-    if (status == 0) status = chunk.Allocate(systems.capacity());
-    if (status == 0) status = search.AllocateScratch(scratch);
+  for (MovingScratch& scratch : scratches) {
+    int status = scratch.systems.Allocate(problem.solver, systems);
+    if (status == 0) status = search.AllocateScratch(scratch.search);
     if (status != 0) return status;
   }
   problem.progress().StartRealizations(1);
 
   const auto work = [&](int thread, const int* nodes, int count) noexcept {
-    auto& [solver, chunk, scratch] = scratches[thread];
-    chunk.Start(nodes, count);
-    for (int i = 0; i < count; ++i) chunk.SetNeighbors(i, search.Find(nodes, i, count, scratch, chunk.entries(i)));
+    auto& [solver, chunk] = scratches[thread].systems;
+    chunk.Find(search, nodes, count, scratches[thread].search);
     solver.Solve(systems, chunk);
     for (int i = 0; i < count; ++i) {
       const auto [system, entries, weight] = chunk[i];
@@ -90,34 +95,30 @@ int EstimateMoving(const Problem& problem, const EstimateWriter& writer, const r
     }
   };
   const auto warn = [&](int thread, int i) noexcept {
-    return scratches[thread].chunk.system(i).Warn(problem.progress());
+    return scratches[thread].systems.chunk.system(i).Warn(problem.progress());
   };
   return ForEachChunk(problem, work, warn);
 }
 
-// What one thread needs for a unique neighbourhood.
+// What one thread needs for a unique neighbourhood, to iterate and to use a factor.
 struct UniqueScratch {
   UniqueSystem::Scratch system;
   SolvedSystem solved[kMaxChunk];
 };
+struct FactorScratch {
+  Buffer<real> lag, rhs, estimate, explained;
+};
 
-int EstimateUnique(const Problem& problem, const EstimateWriter& writer, const real* value) noexcept {
-  const KrigingModel& model = problem.setups[0].model;
-  UniqueData data;
-  if (const int status = data.Gather(problem.grid, value, problem.data.uniqueMax); status != 0) return status;
-  // All lags are differences of rotated places.
-  if (model.rotated) data.Rotate(model.rotation, problem.dealing());
+int IterateUnique(const Problem& problem, const EstimateWriter& writer, const UniqueData& data,
+                  const UniqueCovariances& covariances) noexcept {
   UniqueSystem system;
-  if (const int status = system.Build(model, data, UniqueSystem::RightSide::kFixed, problem.dealing()); status != 0) {
-    return status;
-  }
+  if (const int status = system.Build(covariances, problem.dealing()); status != 0) return status;
   ObjectArray<UniqueScratch> scratches;
   if (const int status = scratches.Allocate(problem.dealing().nscratch()); status != 0) return status;
   for (UniqueScratch& scratch : scratches) {
     if (const int status = system.AllocateScratch(scratch.system); status != 0) return status;
   }
   problem.progress().StartRealizations(1);
-
   const auto work = [&](int thread, const int* nodes, int count) noexcept {
     auto& [scratch, solved] = scratches[thread];
     for (int begin = 0; begin < count; begin += kLanes) {
@@ -133,6 +134,51 @@ int EstimateUnique(const Problem& problem, const EstimateWriter& writer, const r
   };
   const auto warn = [&](int thread, int i) noexcept { return scratches[thread].solved[i].Warn(problem.progress()); };
   return ForEachChunk(problem, work, warn);
+}
+
+int UseFactor(const Problem& problem, const EstimateWriter& writer, const UniqueData& data,
+              const UniqueFactor& factor) noexcept {
+  const std::size_t size = factor.size();
+  Buffer<real> values;
+  if (const int status = values.Allocate(2 * size); status != 0) return status;
+  real* const prepared = values.data() + size;
+  for (int k = 0; k < data.n; ++k) values[k] = writer.law().Scaled(data.node[k], data.value[k]);
+  factor.Prepare(values.data(), prepared);
+  ObjectArray<FactorScratch> scratches;
+  if (const int status = scratches.Allocate(problem.dealing().nscratch()); status != 0) return status;
+  for (FactorScratch& scratch : scratches) {
+    int status = scratch.lag.Allocate(factor.covariances().scratchSize());
+    if (status == 0) status = scratch.rhs.Allocate(size * kMaxChunk);
+    if (status == 0) status = scratch.estimate.Allocate(kMaxChunk);
+    if (status == 0) status = scratch.explained.Allocate(kMaxChunk);
+    if (status != 0) return status;
+  }
+  problem.progress().StartRealizations(1);
+  const real sill = factor.covariances().model().sill;
+  const auto work = [&](int thread, const int* nodes, int count) noexcept {
+    FactorScratch& scratch = scratches[thread];
+    factor.Solve(problem.grid, nodes, count, prepared, scratch.lag.data(), scratch.rhs.data(), scratch.estimate.data(),
+                 scratch.explained.data());
+    for (int i = 0; i < count; ++i) writer.Store(nodes[i], scratch.estimate[i], sill - scratch.explained[i]);
+  };
+  return ForEachChunk(problem, work, [](int, int) noexcept { return 0; });
+}
+
+int EstimateUnique(const Problem& problem, const EstimateWriter& writer, const real* value) noexcept {
+  const KrigingModel& model = problem.setups[0].model;
+  UniqueData data;
+  if (const int status = data.Gather(problem.grid, value, problem.data.uniqueMax); status != 0) return status;
+  // All lags are differences of rotated places.
+  if (model.rotated) data.Rotate(model.rotation, problem.dealing());
+  const UniqueCovariances covariances(model, data, UniqueCovariances::RightSide::kFixed);
+  if (problem.solver.factorising()) {
+    UniqueFactor factor;
+    bool sound = false;
+    if (const int status = factor.Build(covariances, problem.dealing(), &sound); status != 0) return status;
+    if (sound) return UseFactor(problem, writer, data, factor);
+    problem.solver.CountFallbacks(problem.path.nnode - problem.path.firstSimulated);
+  }
+  return IterateUnique(problem, writer, data, covariances);
 }
 
 }  // namespace

@@ -47,6 +47,14 @@ class LocalLaw {
     return mean;
   }
 
+  // The same as a product of weights: of residuals scaled like the model, then scaled like the target.
+  real Scaled(int node, real residual) const noexcept {
+    return usage_ == Variance::kPerNode ? residual / ratios_[node] : residual;
+  }
+  real MeanOfScaled(int target, real mean) const noexcept {
+    return usage_ == Variance::kPerNode ? mean * ratios_[target] : mean;
+  }
+
   // The local variance from the variance of the model's own system, clipped at 0.
   real LocalVariance(int target, real variance) const noexcept {
     if (!(variance > 0.0)) variance = 0.0;

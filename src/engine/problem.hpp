@@ -1,6 +1,8 @@
 #ifndef KESTRUM_ENGINE_PROBLEM_HPP
 #define KESTRUM_ENGINE_PROBLEM_HPP
 
+#include <atomic>
+#include <cstdint>
 #include <span>
 
 #include "core/grid.h"
@@ -45,6 +47,22 @@ struct GridData {
   }
 };
 
+// How kriging systems are solved.
+enum class Solver {
+  kIterative,    // by GMRES from fixed first guesses, in several attempts that may drop neighbours
+  kFactorising,  // by Cholesky's factorisation, whatever the unit of the variable; what it cannot solve goes to the other
+};
+
+struct SolverChoice {
+  Solver solver = Solver::kIterative;
+  std::atomic<std::int64_t>* nfallback = nullptr;  // receives the number of systems that went to the iterative solver
+
+  bool factorising() const noexcept { return solver == Solver::kFactorising; }
+  void CountFallbacks(std::int64_t n) const noexcept {
+    if (nfallback != nullptr) nfallback->fetch_add(n, std::memory_order_relaxed);
+  }
+};
+
 // How work is dealt out, and to whom it reports.
 struct RunFront {
   Dealing dealing;
@@ -62,6 +80,7 @@ struct Problem {
   GridData data;
   GridPath path;
   RunFront front;
+  SolverChoice solver = {};
 
   const Progress& progress() const noexcept { return front.progress; }
   Dealing dealing() const noexcept { return front.dealing; }

@@ -19,10 +19,8 @@ class GaussianLaw {
     const auto& [model, neighbors] = problem_.setups[0];
     if (const int status = systems_.Prepare(model, neighbors); status != 0) return status;
     if (const int status = scratches_.Allocate(problem_.dealing().nscratch()); status != 0) return status;
-    for (auto& [solver, chunk] : scratches_) {
-      int status = solver.Allocate(model.ordinaryKriging, systems_.capacity());
-      if (status == 0) status = chunk.Allocate(systems_.capacity());
-      if (status != 0) return status;
+    for (ChunkSolver& scratch : scratches_) {
+      if (const int status = scratch.Allocate(problem_.solver, systems_); status != 0) return status;
     }
     return problem_.data.bounded ? gibbs_.Prepare() : 0;
   }
@@ -54,17 +52,12 @@ class GaussianLaw {
   void AfterPath() noexcept { law_.AddMean(problem_.grid.nxyz, problem_.dealing(), value_); }
 
  private:
-  struct Scratch {
-    SystemSolver solver;
-    ChunkSystems chunk;
-  };
-
   const Problem& problem_;
   const LocalLaw& law_;
   real* value_;
   MovingSystems systems_;
   GibbsSampler gibbs_;
-  ObjectArray<Scratch> scratches_;  // per thread
+  ObjectArray<ChunkSolver> scratches_;  // per thread
 };
 
 }  // namespace

@@ -1,5 +1,9 @@
 #include "engine/system_solver.hpp"
 
+#include <cmath>
+
+#include "numeric/cholesky.hpp"
+#include "numeric/cholesky_batch.hpp"
 #include "numeric/gmres.hpp"
 
 namespace kestrum {
@@ -7,10 +11,14 @@ namespace {
 
 constexpr int kMaxRestart = 100;
 constexpr int kMaxCycle = 10000;
-// Systems up to this size are solved in batches: larger ones take several cycles, of which each has its own number.
+// Systems up to this size are solved in batches. Iteratively, larger ones take several cycles, of which each has its own
+// number; a batch of larger matrices to factorise would leave the caches.
 constexpr int kMaxBatchSize = 100;
-// Fewer systems of one size than this are solved one by one.
+constexpr int kMaxFactorBatchSize = 160;
+// Fewer systems of one size than this are iterated one by one.
 constexpr int kMinBatch = 3;
+// A solution by a factor must satisfy its system to this part of the largest covariance.
+constexpr real kFactorTolerance = 1e-10;
 
 // The row and column of ones at place m, in a matrix with rows of `size` elements.
 void AddUnbiasedness(int m, int size, real* matrix, real* rhs) noexcept {
@@ -74,18 +82,24 @@ int MovingSystems::Prepare(const KrigingModel& model, const NeighborList& list, 
   return status != 0 ? status : guess_.Allocate(model_.SystemSize(capacity()));
 }
 
-int SystemSolver::Allocate(bool ordinaryKriging, int capacity) noexcept {
+int SystemSolver::Allocate(const SolverChoice& choice, bool ordinaryKriging, int capacity) noexcept {
+  choice_ = choice;
   VORLInitRandContext(&context_);
-  const std::size_t size = ordinaryKriging ? capacity + 1 : capacity;
-  const std::size_t batchSize = std::min<std::size_t>(size, kMaxBatchSize);
+  const int q = ordinaryKriging ? 1 : 0;
+  const std::size_t size = static_cast<std::size_t>(capacity) + q;
+  const int batchSize =
+      static_cast<int>(std::min<std::size_t>(size, choice.factorising() ? kMaxFactorBatchSize : kMaxBatchSize));
+  const std::size_t batchLength = static_cast<std::size_t>(batchSize) * kLanes;
+  const std::size_t batchWork =
+      choice.factorising() ? KrigingBatchWorkSize(batchSize - q, q) + kLanes : GmresBatchWorkSize(batchSize, batchSize);
   const struct {
     Buffer<real>* buffer;
     std::size_t size;
   } wanted[] = {
-      {&batchMatrix_, batchSize * batchSize * kLanes},
-      {&batchRhs_, batchSize * kLanes},
-      {&batchWeight_, batchSize * kLanes},
-      {&batchWork_, GmresBatchWorkSize(static_cast<int>(batchSize), static_cast<int>(batchSize))},
+      {&batchMatrix_, batchLength * batchSize},
+      {&batchRhs_, batchLength},
+      {&batchWeight_, batchLength},
+      {&batchWork_, batchWork},
       {&matrix_, size * size},
       {&rhs_, size},
       {&weight_, size},
@@ -95,7 +109,17 @@ int SystemSolver::Allocate(bool ordinaryKriging, int capacity) noexcept {
   for (const auto& [buffer, count] : wanted) {
     if (const int status = buffer->Allocate(count); status != 0) return status;
   }
+  if (choice.factorising() && size > kMaxFactorBatchSize) {
+    int status = factor_.Allocate(FactorSize(capacity, q));
+    if (status == 0) status = factorRhs_.Allocate((size + 1) * kLanes);
+    if (status != 0) return status;
+  }
   return code_.Allocate(static_cast<std::size_t>(capacity) * kLanes);
+}
+
+bool SystemSolver::GoSideBySide(int m, int count) const noexcept {
+  const int size = systems_->model().SystemSize(m);
+  return choice_.factorising() ? size <= kMaxFactorBatchSize : size <= kMaxBatchSize && count >= kMinBatch;
 }
 
 void SystemSolver::Solve(const MovingSystems& systems, ChunkSystems& chunk) noexcept {
@@ -116,10 +140,12 @@ void SystemSolver::Solve(const MovingSystems& systems, ChunkSystems& chunk) noex
     const int m = size(order[begin]);
     int end = begin + 1;
     while (end < count && end - begin < kLanes && size(order[end]) == m) ++end;
-    if (end - begin >= kMinBatch && systems.model().SystemSize(m) <= kMaxBatchSize) {
+    if (GoSideBySide(m, end - begin)) {
       SolveSideBySide(chunk, order + begin, end - begin);
     } else {
-      for (int i = begin; i < end; ++i) SolveAlone(chunk, order[i], 1);
+      for (int i = begin; i < end; ++i) {
+        if (!choice_.factorising() || !SolveByFactor(chunk, order[i])) SolveAlone(chunk, order[i], 1);
+      }
     }
     begin = end;
   }
@@ -130,17 +156,61 @@ void SystemSolver::SolveSideBySide(ChunkSystems& chunk, const int* which, int co
   const int m = chunk.system(which[0]).m;
   const int size = model.SystemSize(m);
   BuildSideBySide(chunk, which, count);
-  for (int i = 0; i < size; ++i) std::fill_n(&batchWeight_[i * kLanes], kLanes, systems_->guess().first()[i]);
-  const unsigned converged = GmresBatch(SolverLimits(size), size, batchMatrix_.data(), batchRhs_.data(),
-                                        batchWeight_.data(), batchWork_.data());
+  unsigned solved;
+  if (choice_.factorising()) {
+    real* const explained = batchWork_.data();
+    solved = SolveKrigingBatch(m, size - m, batchMatrix_.data(), batchRhs_.data(), batchWeight_.data(), explained,
+                               explained + kLanes);
+  } else {
+    for (int i = 0; i < size; ++i) std::fill_n(&batchWeight_[i * kLanes], kLanes, systems_->guess().first()[i]);
+    solved = GmresBatch(SolverLimits(size), size, batchMatrix_.data(), batchRhs_.data(), batchWeight_.data(),
+                        batchWork_.data());
+  }
   for (int lane = 0; lane < count; ++lane) {
     const int i = which[lane];
-    if ((converged >> lane & 1u) != 0) {
+    if ((solved >> lane & 1u) != 0) {
       chunk.system(i).Keep(model, m, &batchWeight_[lane], &batchRhs_[lane], kLanes, chunk.weight(i));
+    } else if (choice_.factorising()) {
+      choice_.CountFallbacks(1);
+      SolveAlone(chunk, i, 1);
     } else {
       SolveAlone(chunk, i, 2);
     }
   }
+}
+
+bool SystemSolver::SolveByFactor(ChunkSystems& chunk, int i) noexcept {
+  const KrigingModel& model = systems_->model();
+  SolvedSystem& system = chunk.system(i);
+  const int m = system.m;
+  const int size = model.SystemSize(m);
+  const LocalModel local = model.At(chunk.node(i));
+  system.sill = local.sill;
+  Build(chunk, i, local);
+  for (int row = 0; row < size; ++row) {
+    SetFactorRow(m, row, &matrix_[static_cast<std::size_t>(row) * size], factor_.data());
+  }
+  bool solved = Factorise(Dealing::Serial(), m, size - m, factor_.data());
+  if (solved) {
+    real* const solution = factorRhs_.data();
+    for (int k = 0; k < size; ++k) std::fill_n(&solution[k * kLanes], kLanes, rhs_[k]);
+    real* const explained = solution + static_cast<std::size_t>(size) * kLanes;
+    Krige(m, size - m, factor_.data(), nullptr, 1, solution, nullptr, explained);
+    KrigingWeights(m, size - m, factor_.data(), 1, solution);
+    for (int k = 0; k < size; ++k) weight_[k] = solution[k * kLanes];
+    for (int row = 0; row < size && solved; ++row) {
+      const real* const a = &matrix_[static_cast<std::size_t>(row) * size];
+      real residual = -rhs_[row];
+      for (int k = 0; k < size; ++k) residual += a[k] * weight_[k];
+      solved = std::abs(residual) <= kFactorTolerance * (row < m ? local.sill : 1.0);
+    }
+  }
+  if (solved) {
+    system.Keep(model, m, weight_.data(), rhs_.data(), 1, chunk.weight(i));
+  } else {
+    choice_.CountFallbacks(1);
+  }
+  return solved;
 }
 
 void SystemSolver::SolveAlone(ChunkSystems& chunk, int i, int firstAttempt) noexcept {

@@ -7,6 +7,8 @@
 #include "core/buffer.hpp"
 #include "core/progress.hpp"
 #include "engine/neighbor_covariances.hpp"
+#include "engine/problem.hpp"
+#include "neighborhood/neighbor_search.hpp"
 #include "numeric/gmres_batch.hpp"
 #include "numeric/random.h"
 
@@ -79,6 +81,13 @@ class ChunkSystems : public SystemStore {
     system(i).m = m;
   }
 
+  // Begins with these nodes and finds their neighbours among data that stay.
+  void Find(const DataNeighborSearch& search, const int* nodes, int count,
+            DataNeighborSearch::Scratch& scratch) noexcept {
+    Start(nodes, count);
+    for (int i = 0; i < count; ++i) SetNeighbors(i, search.Find(nodes, i, count, scratch, entries(i)));
+  }
+
   int count() const noexcept { return count_; }
   int node(int i) const noexcept { return nodes_[i]; }
 
@@ -135,13 +144,17 @@ class SystemSolver {
   static constexpr int kAttemptsPerDrop = 5;
 
   // capacity: largest number of neighbours.
-  [[nodiscard]] int Allocate(bool ordinaryKriging, int capacity) noexcept;
+  [[nodiscard]] int Allocate(const SolverChoice& choice, bool ordinaryKriging, int capacity) noexcept;
 
   // Solves the systems of all nodes of a chunk, whose neighbours are set.
   void Solve(const MovingSystems& systems, ChunkSystems& chunk) noexcept;
 
  private:
+  // Whether systems of m neighbours are solved side by side, `count` of them.
+  bool GoSideBySide(int m, int count) const noexcept;
   void SolveSideBySide(ChunkSystems& chunk, const int* which, int count) noexcept;
+  // One system by a factor of its own; false if it cannot be solved so.
+  bool SolveByFactor(ChunkSystems& chunk, int i) noexcept;
   // The attempts for one system, from the given one on.
   void SolveAlone(ChunkSystems& chunk, int i, int firstAttempt) noexcept;
   // Builds the system of a node.
@@ -150,11 +163,24 @@ class SystemSolver {
   void BuildSideBySide(ChunkSystems& chunk, const int* which, int count) noexcept;
 
   const MovingSystems* systems_ = nullptr;
+  SolverChoice choice_;
   VORL_RANDCONTEXT context_{};
   Buffer<real> batchMatrix_, batchRhs_, batchWeight_, batchWork_;
   Buffer<real> matrix_, rhs_, weight_, work_;
+  Buffer<real> factor_, factorRhs_;
   Buffer<real> lag_;
   Buffer<int> code_;
+};
+
+// Solver and systems of one thread.
+struct ChunkSolver {
+  SystemSolver solver;
+  ChunkSystems chunk;
+
+  [[nodiscard]] int Allocate(const SolverChoice& choice, const MovingSystems& systems) noexcept {
+    const int status = solver.Allocate(choice, systems.model().ordinaryKriging, systems.capacity());
+    return status != 0 ? status : chunk.Allocate(systems.capacity());
+  }
 };
 
 }  // namespace kestrum

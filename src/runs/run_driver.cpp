@@ -21,6 +21,7 @@
 #include "runs/conditioning.h"
 #include "runs/run_files.hpp"
 #include "runs/run_input_shared.hpp"
+#include "runs/run_options.h"
 #include "runs/run_problem.hpp"
 
 namespace kestrum {
@@ -76,8 +77,13 @@ template <typename Input>
 class Run {
  public:
   Run(Input* input, VORL_KESTRUMOUTPUT* output, VORL_PROGRESSMONITOR* monitor, ProgressCallback callback,
-      Dealing dealing) noexcept
-      : input_(input), output_(output), monitor_(monitor), callback_(callback), front_(monitor, callback, dealing) {}
+      Dealing dealing, SolverChoice solver = {}) noexcept
+      : input_(input),
+        output_(output),
+        monitor_(monitor),
+        callback_(callback),
+        front_(monitor, callback, dealing),
+        solver_(solver) {}
 
   // A step's status, or that the job has been asked to stop meanwhile.
   [[nodiscard]] int After(int status) const noexcept { return front_.progress.After(status); }
@@ -202,7 +208,8 @@ class Run {
             setups,
             {.nodeStatus = nodeStatus_.data(), .known = dataValue_.data(), .uniqueMax = ndata_},
             {simulationPath_.data(), input_->simGrid->nxyz, pathFirstInequality_, pathFirstSimulated_},
-            front_};
+            front_,
+            solver_};
   }
 
   // Files, hand-over and foot of the report, once the work is done.
@@ -241,6 +248,7 @@ class Run {
   VORL_PROGRESSMONITOR* monitor_;
   ProgressCallback callback_;
   RunFront front_;
+  SolverChoice solver_;
   File report_;  // declared first, closed last
   std::clock_t start_ = 0;
   OwnedImage workingImage_;
@@ -538,6 +546,23 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
   Buffer<ModelSetup> setups_;
 };
 
+// Runs with the options of the caller.
+template <typename AnyRun, typename Input>
+int ExecuteWithOptions(Input* input, VORL_KESTRUMOUTPUT* output, VORL_PROGRESSMONITOR* monitor,
+                       ProgressCallback callback, VORL_KESTRUMOPTIONS* options) noexcept {
+  options->nfallback = 0;
+  if (options->nthreads < 0) return -99;
+  const int solver = EnumNumber(options->solver);
+  if (solver != KESTRUM_SOLVER_ITERATIVE && solver != KESTRUM_SOLVER_FACTORISING) return -71060;
+  std::atomic<std::int64_t> nfallback{0};
+  const SolverChoice choice{solver == KESTRUM_SOLVER_FACTORISING ? Solver::kFactorising : Solver::kIterative,
+                            &nfallback};
+  const Dealing dealing = options->nthreads == 0 ? Dealing::Serial() : Dealing::Threads(options->nthreads);
+  const int status = AnyRun(input, output, monitor, callback, dealing, choice).Execute();
+  options->nfallback = nfallback.load();
+  return status;
+}
+
 }  // namespace
 }  // namespace kestrum
 
@@ -567,4 +592,19 @@ int VORLOMPKestrumIndicatorSim(VORL_KESTRUMINDICATORINPUT* input, VORL_KESTRUMOU
                                int nthreads) noexcept {
   if (nthreads < 1) return -99;
   return IndicatorRun(input, output, progressMonitor, progressCallback, Dealing::Threads(nthreads)).Execute();
+}
+
+void VORLKestrumInitOptions(VORL_KESTRUMOPTIONS* options) noexcept { *options = {KESTRUM_SOLVER_ITERATIVE, 0, 0}; }
+
+int VORLKestrumSimWithOptions(VORL_KESTRUMINPUT* input, VORL_KESTRUMOUTPUT* output,
+                              VORL_PROGRESSMONITOR* progressMonitor, int (*progressCallback)(VORL_PROGRESSMONITOR*),
+                              VORL_KESTRUMOPTIONS* options) noexcept {
+  return kestrum::ExecuteWithOptions<ContinuousRun>(input, output, progressMonitor, progressCallback, options);
+}
+
+int VORLKestrumIndicatorSimWithOptions(VORL_KESTRUMINDICATORINPUT* input, VORL_KESTRUMOUTPUT* output,
+                                       VORL_PROGRESSMONITOR* progressMonitor,
+                                       int (*progressCallback)(VORL_PROGRESSMONITOR*),
+                                       VORL_KESTRUMOPTIONS* options) noexcept {
+  return kestrum::ExecuteWithOptions<IndicatorRun>(input, output, progressMonitor, progressCallback, options);
 }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -206,41 +207,75 @@ std::vector<Case> Cases() {
   };
 }
 
-// Every case against the textbook, and every number of threads against the serial form, bit for bit.
+// Every case against the textbook with either solver, and every number of threads against the serial form, bit for bit.
 TEST(Estimation, AgreesWithTextbookAndBetweenThreads) {
   for (const Case& c : Cases()) {
-    SCOPED_TRACE(c.name);
     // Data stay off the mask's holes.
     std::vector<Datum> data = RandomData(c.grid, c.ndata, 7);
     if (c.name == "Mask") {
       std::erase_if(data, [&](const Datum& d) { return (d.ix + d.iy * c.grid.nx) % 5 == 3; });
     }
-    std::vector<real> serial;
-    for (const int nthreads : {0, 1, 2, 3, 8, 4}) {
-      SCOPED_TRACE(nthreads);
-      RunRecords records(c.grid, c.model, data);
-      c.change(records.input);
-      if (c.unique) records.input.searchRadiusRelative = -1.0;
-      const Result expected = nthreads == 0 ? Reference(records.input, data, c.unique) : Result();
-      int status = -1;
-      // Within a parallel region of the caller's the runtime gives one thread: no node is left out.
+    for (const bool factorising : {false, true}) {
+      std::vector<real> serial;
+      for (const int nthreads : {0, 1, 2, 3, 8, 4}) {
+        SCOPED_TRACE(c.name + (factorising ? ", factorising, " : ", ") + std::to_string(nthreads));
+        RunRecords records(c.grid, c.model, data);
+        c.change(records.input);
+        if (c.unique) records.input.searchRadiusRelative = -1.0;
+        const Result expected = nthreads == 0 ? Reference(records.input, data, c.unique) : Result();
+        int status = -1;
+        long long nfallback = 0;
+        // Within a parallel region of the caller's the runtime gives one thread: no node is left out.
 #pragma omp parallel num_threads(nthreads == 4 ? 2 : 1)
 #pragma omp single
-      status = records.Run(nthreads);
-      ASSERT_EQ(status, 0);
-      const VORL_IMAGE& image = *records.output.outputImage;
-      ASSERT_EQ(image.nvar, 2);
-      if (nthreads == 0) serial.assign(image.var, image.var + image.nxyzv);
-      ASSERT_TRUE(std::equal(serial.begin(), serial.end(), image.var));
-      EXPECT_EQ(records.monitor.nwarning, 0);
-      if (nthreads != 0) continue;
-      EXPECT_STREQ(image.varName[0], "v_est");
-      EXPECT_STREQ(image.varName[1], "v_std");
-      for (int i = 0; i < c.grid.nxyz; ++i) {
-        // The solver stops at a relative residual of 1e-10; these systems have condition numbers below 1e4. A square
-        // root near 0 halves the digits.
-        ASSERT_NEAR(image.var[i], expected.estimate[i], 1e-5) << i;
-        ASSERT_NEAR(image.var[c.grid.nxyz + i], expected.deviation[i], 1e-4) << i;
+        status = factorising ? records.Factorise(nthreads, &nfallback) : records.Run(nthreads);
+        ASSERT_EQ(status, 0);
+        ASSERT_EQ(nfallback, 0);
+        const VORL_IMAGE& image = *records.output.outputImage;
+        ASSERT_EQ(image.nvar, 2);
+        if (nthreads == 0) serial.assign(image.var, image.var + image.nxyzv);
+        ASSERT_TRUE(std::equal(serial.begin(), serial.end(), image.var));
+        EXPECT_EQ(records.monitor.nwarning, 0);
+        if (nthreads != 0) continue;
+        EXPECT_STREQ(image.varName[0], "v_est");
+        EXPECT_STREQ(image.varName[1], "v_std");
+        for (int i = 0; i < c.grid.nxyz; ++i) {
+          // The iterative solver stops at a relative residual of 1e-10; these systems have condition numbers below 1e4.
+          // A square root near 0 halves the digits.
+          ASSERT_NEAR(image.var[i], expected.estimate[i], factorising ? 1e-10 : 1e-5) << i;
+          ASSERT_NEAR(image.var[c.grid.nxyz + i], expected.deviation[i], factorising ? 1e-6 : 1e-4) << i;
+        }
+      }
+    }
+  }
+}
+
+// Data times f and a model times f squared: results times f, whatever the unit.
+TEST(Estimation, FactorisingIsFreeOfTheUnit) {
+  const VORL_GRID grid = MakeGrid(31, 24, 1);
+  const std::vector<Datum> data = RandomData(grid, 60, 3);
+  const auto krige = [&](real f, bool unique, int mode) {
+    std::vector<Datum> scaled = data;
+    for (Datum& d : scaled) d.value *= f;
+    RunRecords records(grid, {{COV_SPHERICAL, 0.9 * f * f, 12.0, 8.0, 1.0}, {COV_NUGGET, 0.1 * f * f, 1.0, 1.0, 1.0}},
+                       scaled);
+    records.input.computationMode = static_cast<VORL_KESTRUMCOMPUTATIONMODE>(mode);
+    records.input.searchRadiusRelative = unique ? -1.0 : 1.5;
+    long long nfallback = -1;
+    EXPECT_EQ(records.Factorise(1, &nfallback), 0);
+    EXPECT_EQ(nfallback, 0);
+    const VORL_IMAGE& image = *records.output.outputImage;
+    return std::vector<real>(image.var, image.var + image.nxyzv);
+  };
+  for (const bool unique : {false, true}) {
+    for (const int mode : {KESTRUM_OK, KESTRUM_SK, KESTRUM_SIM_OK}) {
+      if (unique && mode == KESTRUM_SIM_OK) continue;
+      const std::vector<real> expected = krige(1.0, unique, mode);
+      for (const real f : {1e-12, 1e-3, 400.0, 1e12}) {
+        const std::vector<real> values = krige(f, unique, mode);
+        for (std::size_t i = 0; i < values.size(); ++i) {
+          ASSERT_NEAR(values[i] / f, expected[i], 1e-7) << unique << mode << " " << f << " " << i;
+        }
       }
     }
   }
@@ -301,19 +336,39 @@ TEST(Estimation, SparseSearchFindsWhatWalkingFinds) {
 // the right side does not fit, the farther datum is dropped.
 TEST(Estimation, UnsolvableSystemsLoseNeighbors) {
   const VORL_GRID grid = MakeGrid(20, 1, 1);
-  RunRecords records(grid, {{COV_POWER, 1.0, 4.0, 4.0, 4.0, 1.0}}, {{4, 0, 0, 1.0}, {12, 0, 0, 2.0}});
-  records.input.computationMode = KESTRUM_SK;
-  records.input.meanUsage = 1;
-  records.input.meanValue = 0.5;
-  records.input.searchRadiusRelative = 10.0;
-  ASSERT_EQ(records.Run(), 0);
-  EXPECT_EQ(records.monitor.nwarning, 11);  // the nodes outside the two data
-  EXPECT_EQ(records.monitor.nwarningNumber, 1);
-  EXPECT_EQ(records.monitor.warningNumberList[0], 2001);
-  const VORL_IMAGE& image = *records.output.outputImage;
-  // Half a range from the nearer datum, weight and covariance are 0.5.
-  EXPECT_NEAR(image.var[2], 0.5 + 0.5 * 0.5, 1e-12);
-  EXPECT_NEAR(image.var[20 + 2], std::sqrt(0.75), 1e-12);
+  for (const bool factorising : {false, true}) {
+    RunRecords records(grid, {{COV_POWER, 1.0, 4.0, 4.0, 4.0, 1.0}}, {{4, 0, 0, 1.0}, {12, 0, 0, 2.0}});
+    records.input.computationMode = KESTRUM_SK;
+    records.input.meanUsage = 1;
+    records.input.meanValue = 0.5;
+    records.input.searchRadiusRelative = 10.0;
+    long long nfallback = 18;
+    ASSERT_EQ(factorising ? records.Factorise(0, &nfallback) : records.Run(), 0);
+    EXPECT_EQ(nfallback, 18);                 // the systems of all nodes but the two data
+    EXPECT_EQ(records.monitor.nwarning, 11);  // the nodes outside the two data
+    EXPECT_EQ(records.monitor.nwarningNumber, 1);
+    EXPECT_EQ(records.monitor.warningNumberList[0], 2001);
+    const VORL_IMAGE& image = *records.output.outputImage;
+    // Half a range from the nearer datum, weight and covariance are 0.5.
+    EXPECT_NEAR(image.var[2], 0.5 + 0.5 * 0.5, 1e-12);
+    EXPECT_NEAR(image.var[20 + 2], std::sqrt(0.75), 1e-12);
+  }
+}
+
+// Options out of their bounds are refused before anything is done.
+TEST(Estimation, OptionsAreChecked) {
+  const struct {
+    int solver, nthreads, status;
+  } rows[] = {{2, 0, -71060}, {-1, 0, -71060}, {KESTRUM_SOLVER_FACTORISING, -1, -99}, {KESTRUM_SOLVER_ITERATIVE, 3, 0}};
+  for (const auto& row : rows) {
+    RunRecords records(MakeGrid(4, 1, 1), {{COV_SPHERICAL, 1.0, 4.0, 4.0, 4.0}}, {{1, 0, 0, 1.0}});
+    VORL_KESTRUMOPTIONS options;
+    VORLKestrumInitOptions(&options);
+    std::memcpy(&options.solver, &row.solver, sizeof row.solver);
+    options.nthreads = row.nthreads;
+    EXPECT_EQ(VORLKestrumSimWithOptions(&records.input, &records.output, nullptr, nullptr, &options), row.status);
+    EXPECT_EQ(records.output.outputImage != nullptr, row.status == 0);
+  }
 }
 
 // A weight image can hold values below zero behind its first, so that the sill at a node is 0 or negative: no system can

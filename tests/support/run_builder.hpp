@@ -136,6 +136,18 @@ void FillCommon(const VORL_GRID& grid, Input& input, VORL_KESTRUMOUTPUT& output,
   input.nrealization = 1;
 }
 
+// A run with the factorising solver. *nfallback: how many systems it could not solve.
+template <typename Run, typename Records>
+int RunFactorising(const Run& run, Records& records, int nthreads, long long* nfallback) {
+  VORL_KESTRUMOPTIONS options;
+  VORLKestrumInitOptions(&options);
+  options.solver = KESTRUM_SOLVER_FACTORISING;
+  options.nthreads = nthreads;
+  const int status = run(&records.input, &records.output, &records.monitor, VORLUpdateProgressMonitor0, &options);
+  if (nfallback != nullptr) *nfallback = options.nfallback;
+  return status;
+}
+
 // A run input with its output and monitor, all released at the end.
 class RunRecords {
  public:
@@ -173,6 +185,9 @@ class RunRecords {
   int Run(int nthreads = 0, int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
     return nthreads == 0 ? VORLKestrumSim(&input, &output, &monitor, callback)
                          : VORLOMPKestrumSim(&input, &output, &monitor, callback, nthreads);
+  }
+  int Factorise(int nthreads, long long* nfallback = nullptr) {
+    return RunFactorising(VORLKestrumSimWithOptions, *this, nthreads, nfallback);
   }
 };
 
@@ -216,6 +231,9 @@ class IndicatorRunRecords {
   int Run(int nthreads = 0, int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
     return nthreads == 0 ? VORLKestrumIndicatorSim(&input, &output, &monitor, callback)
                          : VORLOMPKestrumIndicatorSim(&input, &output, &monitor, callback, nthreads);
+  }
+  int Factorise(int nthreads, long long* nfallback = nullptr) {
+    return RunFactorising(VORLKestrumIndicatorSimWithOptions, *this, nthreads, nfallback);
   }
 };
 
