@@ -37,7 +37,7 @@ class IndicatorLaw {
     return 0;
   }
 
-  int BeforePath(int, PathRanks&, const NodeBits&, VORL_RANDCONTEXT&) noexcept { return 0; }
+  int BeforePath(RandomSource&, PathRanks&, const NodeBits&) noexcept { return 0; }
 
   void Solve(int thread, const int* nodes, int count, PathView& view) noexcept {
     auto& [solver, chunks, probability] = scratches_[thread];
@@ -92,8 +92,8 @@ class IndicatorLaw {
 
 }  // namespace
 
-int SimulateCategories(const Problem& problem, const Categories& categories, const RealizationPlan& plan, real* value,
-                       RealizationSink& sink) noexcept {
+int SimulateCategories(const Problem& problem, const Categories& categories, int count, RandomSource& random,
+                       real* value, RealizationSink& sink) noexcept {
   for (const ModelSetup& setup : problem.setups) {
     if (setup.neighbors.limit < 1) return -71260;
   }
@@ -101,7 +101,7 @@ int SimulateCategories(const Problem& problem, const Categories& categories, con
   if (const int status = law.Prepare(); status != 0) return status;
   Realizations realizations(problem, value);
   if (const int status = realizations.Prepare(false); status != 0) return status;
-  return realizations.Run(plan, law, sink);
+  return realizations.Run(count, random, law, sink);
 }
 
 }  // namespace kestrum

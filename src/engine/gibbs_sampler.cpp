@@ -61,53 +61,52 @@ int SolvedInequalityNodes::Prepare(const Problem& problem, int capacity) noexcep
   return 0;
 }
 
-int GibbsSampler::Run(int seed, PathRanks& ranks, const NodeBits& before, VORL_RANDCONTEXT& context,
-                      SystemSolver& solver, ChunkSystems& chunk) noexcept {
+int GibbsSampler::Run(RandomSource& random, PathRanks& ranks, const NodeBits& before, ChunkSolver& scratch) noexcept {
   const int n = last_ - first_;
   const double unit = 1.0 / (problem_.path.nnode - first_);
+  const Progress& progress = problem_.progress();
   PassFlags flags;
   bool clean = false;
   ranks.Sort(problem_, first_, last_);
   for (int pass = 0; pass < plan_.passMax; ++pass) {
     if (clean && pass >= plan_.passMin) break;
-    if (const int status = problem_.progress().Publish(pass * unit / plan_.passMax * n); status != 0) return status;
-    if (const int status = VORLPathRandom(n, problem_.path.nodes + first_, &context); status != 0) return status;
+    if (const int status = progress.Publish(pass * unit / plan_.passMax * n); status != 0) return status;
+    if (const int status = random.Shuffle(problem_.path.nodes + first_, n); status != 0) return status;
     if (pass == 0) ranks.Number(problem_, first_, last_);
-    const int passSeed = static_cast<int>(static_cast<unsigned>(seed) + static_cast<unsigned>(first_) +
-                                          static_cast<unsigned>(pass) * static_cast<unsigned>(n));
-    const NodeDraws draws(passSeed, context);
-    flags = Pass(pass, draws, ranks, before, solver, chunk);
+    random.StartStretch(first_, n, pass);
+    flags = Pass(pass, random, ranks, before, scratch);
     clean = flags.clean();
-    context = draws.After(n);
+    random.EndStretch();
   }
   const struct {
     bool raised;
     int number;
   } warnings[] = {{flags.dropped, 2002}, {flags.gaveUp, 2016}, {flags.varianceRaised, 2012}, {flags.relaxed, 2005}};
   for (const auto& [raised, number] : warnings) {
-    if (raised) problem_.progress().Warn(number);
+    if (raised) progress.Warn(number);
   }
-  return problem_.progress().Publish(n * unit);
+  return progress.Publish(n * unit);
 }
 
-GibbsSampler::PassFlags GibbsSampler::Pass(int pass, const NodeDraws& draws, const PathRanks& ranks,
-                                           const NodeBits& before, SystemSolver& solver, ChunkSystems& chunk) noexcept {
+GibbsSampler::PassFlags GibbsSampler::Pass(int pass, const RandomSource& random, const PathRanks& ranks,
+                                           const NodeBits& before, ChunkSolver& scratch) noexcept {
   PassFlags flags;
   for (int begin = first_, count = 0; begin < last_; begin += count) {
     count = std::min(kMaxChunk, last_ - begin);
     const bool found = pass > 0 && solvedNodes_.complete();
-    if (!found) Solve(pass, begin, count, ranks, before, solver, chunk);
+    if (!found) Solve(pass, begin, count, ranks, before, scratch);
     for (int i = 0; i < count; ++i) {
       const int node = problem_.path.nodes[begin + i];
-      if (!found && pass > 0 && solvedNodes_.wanted()) solvedNodes_.Keep(node, chunk[i]);
-      Draw(node, found ? solvedNodes_.Find(node) : chunk[i], draws.Draw(begin - first_ + i), flags);
+      if (!found && pass > 0 && solvedNodes_.wanted()) solvedNodes_.Keep(node, scratch.chunk[i]);
+      Draw(node, found ? solvedNodes_.Find(node) : scratch.chunk[i], random.Draw(begin - first_ + i, node), flags);
     }
   }
   return flags;
 }
 
 void GibbsSampler::Solve(int pass, int begin, int count, const PathRanks& ranks, const NodeBits& before,
-                         SystemSolver& solver, ChunkSystems& chunk) const noexcept {
+                         ChunkSolver& scratch) const noexcept {
+  auto& [solver, chunk] = scratch;
   const int* const nodes = problem_.path.nodes + begin;
   chunk.Start(nodes, count);
   for (int i = 0; i < count; ++i) {

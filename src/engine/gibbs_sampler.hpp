@@ -3,8 +3,8 @@
 
 #include "core/buffer.hpp"
 #include "engine/local_law.hpp"
-#include "engine/node_draws.hpp"
 #include "engine/path_ranks.hpp"
+#include "engine/random_source.hpp"
 #include "engine/simulation.hpp"
 #include "engine/system_solver.hpp"
 #include "neighborhood/node_bits.hpp"
@@ -83,9 +83,8 @@ class GibbsSampler {
     return plan_.passMax > 1 ? solvedNodes_.Prepare(problem_, systems_.capacity()) : 0;
   }
 
-  // All passes of a realization. Solver and chunk are scratch of this thread.
-  [[nodiscard]] int Run(int seed, PathRanks& ranks, const NodeBits& before, VORL_RANDCONTEXT& context,
-                        SystemSolver& solver, ChunkSystems& chunk) noexcept;
+  // All passes of a realization. scratch: of this thread.
+  [[nodiscard]] int Run(RandomSource& random, PathRanks& ranks, const NodeBits& before, ChunkSolver& scratch) noexcept;
 
  private:
   // What a pass had to do to go on.
@@ -94,11 +93,11 @@ class GibbsSampler {
     bool clean() const noexcept { return !dropped && !gaveUp && !varianceRaised && !relaxed; }
   };
 
-  PassFlags Pass(int pass, const NodeDraws& draws, const PathRanks& ranks, const NodeBits& before, SystemSolver& solver,
-                 ChunkSystems& chunk) noexcept;
+  PassFlags Pass(int pass, const RandomSource& random, const PathRanks& ranks, const NodeBits& before,
+                 ChunkSolver& scratch) noexcept;
   // Finds the neighbours of the nodes from a position of the path on, and solves for them.
-  void Solve(int pass, int begin, int count, const PathRanks& ranks, const NodeBits& before, SystemSolver& solver,
-             ChunkSystems& chunk) const noexcept;
+  void Solve(int pass, int begin, int count, const PathRanks& ranks, const NodeBits& before,
+             ChunkSolver& scratch) const noexcept;
   // Draws the value of a node with a uniform number.
   void Draw(int node, const SolvedNode& solved, double number, PassFlags& flags) noexcept;
 

@@ -8,11 +8,11 @@
 #include <thread>
 
 #include "core/object_array.hpp"
-#include "engine/node_draws.hpp"
 #include "engine/path_progress.hpp"
 #include "engine/path_ranks.hpp"
 #include "engine/path_view.hpp"
 #include "engine/problem.hpp"
+#include "engine/random_source.hpp"
 
 namespace kestrum {
 
@@ -52,7 +52,7 @@ class PathWalk {
 
   // One realization. ranks, before: who is seen by whom, and what is seen before the first node. value: one per node.
   template <NodeLaw Law>
-  [[nodiscard]] int Run(Law& law, const NodeDraws& draws, const PathRanks& ranks, const NodeBits& before,
+  [[nodiscard]] int Run(Law& law, const RandomSource& random, const PathRanks& ranks, const NodeBits& before,
                         real* value) noexcept {
     word_.store(0, std::memory_order_relaxed);
     progress_.Start(problem_.dealing().nscratch());
@@ -60,7 +60,7 @@ class PathWalk {
       Walk walk{thread, team, ChunkSize(team), 0};
       views_[thread].Start(before, problem_.path.firstSimulated);
       for (std::int64_t begin = thread * walk.chunk; begin < count_; begin += team * walk.chunk) {
-        if (Stopped() || !DrawChunk(walk, static_cast<int>(begin), law, draws, ranks, value)) return;
+        if (Stopped() || !DrawChunk(walk, static_cast<int>(begin), law, random, ranks, value)) return;
       }
       progress_.Advance(thread, count_);
       ReportUpTo(walk, count_ - 1);
@@ -126,7 +126,7 @@ class PathWalk {
 
   // Gives false if the run is stopped meanwhile.
   template <NodeLaw Law>
-  bool DrawChunk(Walk& walk, int begin, Law& law, const NodeDraws& draws, const PathRanks& ranks,
+  bool DrawChunk(Walk& walk, int begin, Law& law, const RandomSource& random, const PathRanks& ranks,
                  real* value) noexcept {
     const int n = static_cast<int>(std::min<std::int64_t>(walk.chunk, count_ - begin));
     const int* const nodes = path_ + begin;
@@ -138,7 +138,7 @@ class PathWalk {
     for (int i = 0; i < n; ++i) {
       if (!ReportUpTo(walk, begin + i)) return false;
       if (walk.team > 1 && !WaitForNeighbors(walk, i, nodes[i], law, ranks)) return false;
-      const int status = law.Value(walk.thread, i, nodes[i], draws.Draw(begin + i), &value[nodes[i]]);
+      const int status = law.Value(walk.thread, i, nodes[i], random.Draw(begin + i, nodes[i]), &value[nodes[i]]);
       if (threaded_) Stop(status);
       progress_.Advance(walk.thread, begin + i + 1);
     }

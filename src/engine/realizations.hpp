@@ -3,8 +3,8 @@
 
 #include "core/constants.h"
 #include "engine/path_walk.hpp"
+#include "engine/random_source.hpp"
 #include "engine/simulation.hpp"
-#include "numeric/random.h"
 
 namespace kestrum {
 
@@ -13,8 +13,8 @@ namespace kestrum {
 //   AfterPath   finishes the values
 template <typename Law>
 concept RealizationLaw = NodeLaw<Law> &&
-    requires(Law law, int seed, PathRanks& ranks, const NodeBits& before, VORL_RANDCONTEXT& context) {
-  { law.BeforePath(seed, ranks, before, context) } -> std::same_as<int>;
+    requires(Law law, RandomSource& random, PathRanks& ranks, const NodeBits& before) {
+  { law.BeforePath(random, ranks, before) } -> std::same_as<int>;
   law.AfterPath();
 };
 
@@ -35,17 +35,17 @@ class Realizations {
   }
 
   template <RealizationLaw Law>
-  [[nodiscard]] int Run(const RealizationPlan& plan, Law& law, RealizationSink& sink) noexcept {
-    if (const int status = problem_.progress().After(0); status != 0) return status;
-    problem_.progress().StartRealizations(plan.count);
-    VORLInitRandContext(&context_);
-    int seed = plan.seed;
-    for (int r = 0; r < plan.count; ++r, seed = WrappingSum(seed, plan.seedIncrement)) {
+  [[nodiscard]] int Run(int count, RandomSource& random, Law& law, RealizationSink& sink) noexcept {
+    const Progress& progress = problem_.progress();
+    if (const int status = progress.After(0); status != 0) return status;
+    progress.StartRealizations(count);
+    for (int r = 0; r < count; ++r) {
       sink.Begin(r);
-      if (const int status = Draw(seed, law); status != 0) return status;
+      random.StartRealization(r);
+      if (const int status = Draw(random, law); status != 0) return status;
       if (const int status = sink.End(r); status != 0) return status;
-      problem_.progress().FinishRealization();
-      if (const int status = problem_.progress().Publish(0.0); status != 0) return status;
+      progress.FinishRealization();
+      if (const int status = progress.Publish(0.0); status != 0) return status;
     }
     return 0;
   }
@@ -60,19 +60,17 @@ class Realizations {
   }
 
   template <RealizationLaw Law>
-  [[nodiscard]] int Draw(int seed, Law& law) noexcept {
+  [[nodiscard]] int Draw(RandomSource& random, Law& law) noexcept {
     const auto& [nodes, nnode, firstInequality, first] = problem_.path;
-    VORLDoubleRand(seed, &context_);
     Reset();
-    if (const int status = law.BeforePath(seed, ranks_, before_, context_); status != 0) return status;
+    if (const int status = law.BeforePath(random, ranks_, before_); status != 0) return status;
     // Sorted first, so that the path depends on the seed and on nothing that the realization before has left.
     ranks_.Sort(problem_, first, nnode);
-    if (const int status = VORLPathRandom(nnode - first, nodes + first, &context_); status != 0) return status;
+    if (const int status = random.Shuffle(nodes + first, nnode - first); status != 0) return status;
     ranks_.Number(problem_, first, nnode);
-    const NodeDraws draws(WrappingSum(seed, first), context_);
-    if (const int status = walk_.Run(law, draws, ranks_, before_, value_); status != 0) return status;
-    // For a next seed of 0, which does not reseed.
-    context_ = draws.After(nnode - first);
+    random.StartStretch(first, nnode - first, -1);
+    if (const int status = walk_.Run(law, random, ranks_, before_, value_); status != 0) return status;
+    random.EndStretch();
     law.AfterPath();
     return 0;
   }
@@ -82,7 +80,6 @@ class Realizations {
   PathRanks ranks_;
   NodeBits before_;  // the known nodes, and the inequality nodes once they have values
   PathWalk walk_;
-  VORL_RANDCONTEXT context_;
 };
 
 }  // namespace kestrum

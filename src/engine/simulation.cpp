@@ -25,9 +25,8 @@ class GaussianLaw {
     return problem_.data.bounded ? gibbs_.Prepare() : 0;
   }
 
-  int BeforePath(int seed, PathRanks& ranks, const NodeBits& before, VORL_RANDCONTEXT& context) noexcept {
-    auto& [solver, chunk] = scratches_[0];
-    return problem_.data.bounded ? gibbs_.Run(seed, ranks, before, context, solver, chunk) : 0;
+  int BeforePath(RandomSource& random, PathRanks& ranks, const NodeBits& before) noexcept {
+    return problem_.data.bounded ? gibbs_.Run(random, ranks, before, scratches_[0]) : 0;
   }
 
   void Solve(int thread, const int* nodes, int count, PathView& view) noexcept {
@@ -62,14 +61,14 @@ class GaussianLaw {
 
 }  // namespace
 
-int Simulate(const Problem& problem, const LocalLaw& law, const RealizationPlan& plan, const GibbsPlan& gibbs,
+int Simulate(const Problem& problem, const LocalLaw& law, const GibbsPlan& gibbs, int count, RandomSource& random,
              real* value, RealizationSink& sink) noexcept {
   if (problem.setups[0].neighbors.limit < 1) return -71260;
   GaussianLaw gaussian(problem, law, gibbs, value);
   if (const int status = gaussian.Prepare(); status != 0) return status;
   Realizations realizations(problem, value);
   if (const int status = realizations.Prepare(problem.data.bounded && gibbs.passMax > 0); status != 0) return status;
-  return realizations.Run(plan, gaussian, sink);
+  return realizations.Run(count, random, gaussian, sink);
 }
 
 }  // namespace kestrum

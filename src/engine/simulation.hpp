@@ -4,15 +4,9 @@
 #include "engine/categories.hpp"
 #include "engine/local_law.hpp"
 #include "engine/problem.hpp"
+#include "engine/random_source.hpp"
 
 namespace kestrum {
-
-// How many realizations are drawn, and from which seeds.
-struct RealizationPlan {
-  int count;
-  int seed;           // of the first realization
-  int seedIncrement;  // from one realization to the next
-};
 
 // How often the Gibbs sampler passes over the nodes with bounds: until a pass needed no corrective step, within these
 // limits.
@@ -33,18 +27,18 @@ class RealizationSink {
   ~RealizationSink() = default;
 };
 
-// Sequential Gaussian simulation of a continuous variable.
+// Sequential Gaussian simulation of a continuous variable: `count` realizations.
 //   value  out: the values of the realization at hand, one per node
 // Statuses: -71260 a limit of neighbours below 1; -1000 aborted; those of the callback, of the sink and of allocations.
 // Warnings: 2001 a neighbour was dropped; 2015 a system failed: its node is drawn as if it had no neighbour. After the
 // last Gibbs pass that needed corrective steps: 2002, 2016, 2012 (variance raised), 2005 (bounds relaxed).
-[[nodiscard]] int Simulate(const Problem& problem, const LocalLaw& law, const RealizationPlan& plan,
-                           const GibbsPlan& gibbs, real* value, RealizationSink& sink) noexcept;
+[[nodiscard]] int Simulate(const Problem& problem, const LocalLaw& law, const GibbsPlan& gibbs, int count,
+                           RandomSource& random, real* value, RealizationSink& sink) noexcept;
 
 // Sequential indicator simulation of categories, which have no bounds. Warnings 2001, 2015 as above; 2020 all
 // probabilities of a node were zero: they are replaced by the prior ones.
-[[nodiscard]] int SimulateCategories(const Problem& problem, const Categories& categories, const RealizationPlan& plan,
-                                     real* value, RealizationSink& sink) noexcept;
+[[nodiscard]] int SimulateCategories(const Problem& problem, const Categories& categories, int count,
+                                     RandomSource& random, real* value, RealizationSink& sink) noexcept;
 
 }  // namespace kestrum
 

@@ -9,7 +9,8 @@ int RunCategorySimulation(const VORL_KESTRUMINDICATORINPUT& input, const Problem
                           const RunOutput& output) noexcept {
   RealizationOutput sink(output, *image);
   const Categories categories = CategoriesOf(input, problem.setups[0].model.ordinaryKriging);
-  return SimulateCategories(problem, categories, PlanOf(input), image->var, sink);
+  SeededRandom random(input.seed, input.seedIncrement);
+  return SimulateCategories(problem, categories, input.nrealization, random, image->var, sink);
 }
 
 }  // namespace kestrum

@@ -47,11 +47,6 @@ class CategorySetups {
 LocalLaw LawOf(const VORL_KESTRUMINPUT& input) noexcept;
 Categories CategoriesOf(const VORL_KESTRUMINDICATORINPUT& input, bool ordinaryKriging) noexcept;
 
-template <typename Input>
-RealizationPlan PlanOf(const Input& input) noexcept {
-  return {input.nrealization, input.seed, input.seedIncrement};
-}
-
 // Estimation of a continuous variable: results in image and stdImage, in output and files.
 [[nodiscard]] int RunEstimation(const VORL_KESTRUMINPUT& input, const Problem& problem, VORL_IMAGE* image,
                                 VORL_IMAGE* stdImage, const RunOutput& output) noexcept;

@@ -8,8 +8,9 @@ namespace kestrum {
 int RunSimulation(const VORL_KESTRUMINPUT& input, const Problem& problem, VORL_IMAGE* image,
                   const RunOutput& output) noexcept {
   RealizationOutput sink(output, *image);
-  return Simulate(problem, LawOf(input), PlanOf(input), {input.nGibbsSamplerPathMin, input.nGibbsSamplerPathMax},
-                  image->var, sink);
+  SeededRandom random(input.seed, input.seedIncrement);
+  const GibbsPlan gibbs{input.nGibbsSamplerPathMin, input.nGibbsSamplerPathMax};
+  return Simulate(problem, LawOf(input), gibbs, input.nrealization, random, image->var, sink);
 }
 
 }  // namespace kestrum

@@ -1,0 +1,64 @@
+#ifndef KESTRUM_ENGINE_RANDOM_SOURCE_HPP
+#define KESTRUM_ENGINE_RANDOM_SOURCE_HPP
+
+#include <cstdint>
+
+#include "engine/node_draws.hpp"
+
+namespace kestrum {
+
+// The randomness of realizations: the order of nodes, and one uniform number for each node of a stretch. Draw may be
+// called by several threads at a time; the other functions are called between stretches.
+class RandomSource {
+ public:
+  // Before anything of realization r.
+  virtual void StartRealization(int r) noexcept = 0;
+  // Puts nodes into random order. A status ends the run.
+  [[nodiscard]] virtual int Shuffle(int* nodes, int n) noexcept = 0;
+  // Before the draws of a stretch of n nodes at position `first` of the path; pass: of the Gibbs sampler, -1 otherwise.
+  virtual void StartStretch(int first, int n, int pass) noexcept = 0;
+  // The uniform number of the i-th node of the stretch.
+  virtual double Draw(int i, int node) const noexcept = 0;
+  // After them.
+  virtual void EndStretch() noexcept = 0;
+
+ protected:
+  ~RandomSource() = default;
+};
+
+// The generator of the C interface, reseeded for each realization and node.
+class SeededRandom final : public RandomSource {
+ public:
+  // seed: of the first realization; increment: from one to the next.
+  SeededRandom(int seed, int increment) noexcept : seed_(seed), increment_(increment) {
+    VORLInitRandContext(&context_);
+  }
+
+  void StartRealization(int r) noexcept override {
+    realizationSeed_ =
+        WrappingSum(seed_, static_cast<int>(static_cast<unsigned>(r) * static_cast<unsigned>(increment_)));
+    VORLDoubleRand(realizationSeed_, &context_);
+  }
+  [[nodiscard]] int Shuffle(int* nodes, int n) noexcept override { return VORLPathRandom(n, nodes, &context_); }
+  void StartStretch(int first, int n, int pass) noexcept override {
+    const unsigned offset = static_cast<unsigned>(pass < 0 ? 0 : pass) * static_cast<unsigned>(n);
+    const int firstSeed = WrappingSum(realizationSeed_, first);
+    draws_ = NodeDraws(WrappingSum(firstSeed, static_cast<int>(offset)), context_);
+    n_ = n;
+  }
+  double Draw(int i, int) const noexcept override { return draws_.Draw(i); }
+  // For a next seed of 0, which does not reseed.
+  void EndStretch() noexcept override { context_ = draws_.After(n_); }
+
+ private:
+  int seed_;
+  int increment_;
+  int realizationSeed_ = 0;
+  int n_ = 0;
+  VORL_RANDCONTEXT context_;
+  NodeDraws draws_{0, {}};
+};
+
+}  // namespace kestrum
+
+#endif
