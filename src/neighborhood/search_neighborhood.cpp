@@ -125,10 +125,9 @@ void ComputeBoundingBox(VORL_SEARCHNEIGHBORHOOD& list) noexcept {
   }
 }
 
-int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const VORL_IMAGE* mask,
-                            real searchRadiusRelative, int sortMode, VORL_SEARCHNEIGHBORHOOD& list,
-                            VORL_RANDCONTEXT* randContext) noexcept {
-  const real factor = searchRadiusRelative;
+int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const VORL_IMAGE* mask, SearchReach reach,
+                            int sortMode, VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) noexcept {
+  const real factor = reach.factor;
   if (factor <= 0.0) return -71070;
   const VORL_COVMODEL& covModel = *model.covModel;
   const bool rotated = model.rotated && model.rotationStationary;
@@ -137,6 +136,7 @@ int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const
       LargestRange(covModel, model.rangeStationary, mask, &VORL_COVMODELELEM::rxValue, &VORL_COVMODELELEM::rxImage),
       LargestRange(covModel, model.rangeStationary, mask, &VORL_COVMODELELEM::ryValue, &VORL_COVMODELELEM::ryImage),
       LargestRange(covModel, model.rangeStationary, mask, &VORL_COVMODELELEM::rzValue, &VORL_COVMODELELEM::rzImage)};
+  if (reach.axes != nullptr) std::copy_n(reach.axes, 3, range);
   if (!model.rotationStationary) WidenForVariableAngles(covModel, range);
   real coefficient[3];
   for (int axis = 0; axis < 3; ++axis) {
@@ -247,6 +247,6 @@ int VORLKestrumBuildSearchNeighborhoodForCovModel(
                   covModelStationary != 0};
   if (rotationStationary && rotationSupplied) model.SetRotation(rotationMatrix);
   if (rotationStationary && !rotationSupplied) model.SetRotationFromAngles();
-  return BuildSearchNeighborhood(grid, model, maskImage, searchRadiusRelative, searchNeighborhoodSortMode,
+  return BuildSearchNeighborhood(grid, model, maskImage, {searchRadiusRelative}, searchNeighborhoodSortMode,
                                  *searchNeighborhood, randContext);
 }

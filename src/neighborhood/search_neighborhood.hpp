@@ -6,10 +6,17 @@
 
 namespace kestrum {
 
+// How far neighbours are sought: a factor on the largest ranges of the model along its axes, or on the half axes of an
+// ellipsoid, if there is one.
+struct SearchReach {
+  real factor;
+  const real* axes = nullptr;
+};
+
 // Builds the list of a covariance model, as VORLKestrumBuildSearchNeighborhoodForCovModel does. Of the grid its spacing
 // and numbers of cells count. mask: null, or one variable.
 [[nodiscard]] int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const VORL_IMAGE* mask,
-                                          real searchRadiusRelative, int sortMode, VORL_SEARCHNEIGHBORHOOD& list,
+                                          SearchReach reach, int sortMode, VORL_SEARCHNEIGHBORHOOD& list,
                                           VORL_RANDCONTEXT* randContext) noexcept;
 
 // Steps that the builders of lists share.

@@ -198,7 +198,7 @@ class Run {
                                    VORL_RANDCONTEXT* randContext, NeighborListOwner& owner,
                                    ModelSetup& setup) const noexcept {
     const VORL_GRID& grid = *input_->simGrid;
-    const int status = BuildSearchNeighborhood(grid, setup.model, Mask(), searchRadiusRelative, sortMode,
+    const int status = BuildSearchNeighborhood(grid, setup.model, Mask(), {searchRadiusRelative}, sortMode,
                                                owner.offsets(), randContext);
     return status != 0 ? status : owner.Finish(grid, nneighborMax, front_.dealing, setup.neighbors);
   }

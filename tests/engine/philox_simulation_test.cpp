@@ -70,7 +70,7 @@ struct LineSimulation : RealizationSink {
     NeighborListOwner owner;
     VORL_RANDCONTEXT context;
     VORLInitRandContext(&context);
-    ASSERT_EQ(BuildSearchNeighborhood(grid, setup.model, nullptr, 5.0, 1, owner.offsets(), &context), 0);
+    ASSERT_EQ(BuildSearchNeighborhood(grid, setup.model, nullptr, {5.0}, 1, owner.offsets(), &context), 0);
     ASSERT_EQ(owner.Finish(grid, kNodes, Dealing::Serial(), setup.neighbors), 0);
     std::vector<int> status(kNodes, 1), path = {2, 0, 1, 3, 4, 5, 6, 7, 8};
     status[2] = 0;

@@ -1,0 +1,84 @@
+#ifndef KESTRUM_ENGINE_GRID_RUN_HPP
+#define KESTRUM_ENGINE_GRID_RUN_HPP
+
+#include <span>
+
+#include "core/object_array.hpp"
+#include "engine/estimation.hpp"
+#include "engine/problem.hpp"
+#include "engine/simulation.hpp"
+
+// The engine on a grid from plain vectors, for callers other than the C interface. A missing value is NaN here.
+
+namespace kestrum {
+
+// What a run on a grid is given. Vectors belong to the caller and are read by GridRun::Prepare alone, except the models,
+// the means, the mask and the vectors of the categories, which must outlive the run.
+struct GridRunInput {
+  VORL_GRID grid{};
+  // One for a continuous variable, one for each category. A parameter varies where its image is set, one value per node.
+  std::span<VORL_COVMODEL> models;
+  bool ordinaryKriging = true;
+  // The most neighbours of a system, at least 1; 0: all data for every node (estimation with fixed parameters only).
+  int neighbors = 0;
+  // The half axes of the search ellipsoid, along the model's axes; null for the largest ranges of the model.
+  const real* radius = nullptr;
+  // The data: nodes in increasing order, without repetition, and their values.
+  std::span<const int> dataNodes;
+  const real* dataValues = nullptr;
+  // One per node, 0 where nothing is computed; null for none. Data there count all the same.
+  const unsigned char* mask = nullptr;
+  // Bounds (simulation of a continuous variable): nodes without a datum in increasing order; NaN for no bound.
+  std::span<const int> boundNodes;
+  const real* lower = nullptr;
+  const real* upper = nullptr;
+  // The mean of a continuous variable: one per node, or null for the constant.
+  const real* means = nullptr;
+  real mean = 0.0;
+  SolverChoice solver;
+};
+
+// A run on a grid. Statuses as in estimation.hpp and simulation.hpp, and those of the search neighbourhood.
+class GridRun {
+ public:
+  [[nodiscard]] int Prepare(const GridRunInput& input, const RunFront& front) noexcept;
+
+  // Kriging. One value per node: estimate, and standard deviation; a datum keeps its value, with a deviation of 0.0.
+  [[nodiscard]] int Krige(real* estimate, real* deviation) noexcept;
+  // Sequential Gaussian simulation. value: receives realization after realization.
+  [[nodiscard]] int SimulateValues(const GibbsPlan& gibbs, int count, RandomSource& random, real* value,
+                                   RealizationSink& sink) noexcept;
+  // Indicator kriging: probabilities, category by category.
+  [[nodiscard]] int KrigeCategories(const Categories& categories, real* probability) noexcept;
+  // Sequential indicator simulation: values of categories.
+  [[nodiscard]] int SimulateCategoryValues(const Categories& categories, int count, RandomSource& random, real* value,
+                                           RealizationSink& sink) noexcept;
+
+  // Writes NaN where nothing is computed. The sink of a simulation finds VORL_MISSING_VALUE there.
+  void MarkLeftOut(real* value) const noexcept;
+
+ private:
+  Problem MakeProblem() noexcept;
+  // The data of a node order as an image: missing elsewhere.
+  void FillData(real* value) const noexcept;
+
+  VORL_GRID grid_{};
+  Buffer<ModelSetup> setups_;
+  ObjectArray<NeighborListOwner> neighbors_;
+  Buffer<int> nodeStatus_;
+  Buffer<int> path_;
+  int firstInequality_ = 0;
+  int firstSimulated_ = 0;
+  int nknown_ = 0;
+  Buffer<real> known_;  // residuals of a continuous variable, else values
+  Buffer<real> lower_, upper_;
+  const unsigned char* mask_ = nullptr;
+  const real* means_ = nullptr;
+  real mean_ = 0.0;
+  SolverChoice solver_;
+  RunFront front_{nullptr, nullptr, Dealing::Serial()};
+};
+
+}  // namespace kestrum
+
+#endif
