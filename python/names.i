@@ -21,28 +21,52 @@ static char *NewText(size_t size, const char *text) {
 %newobject vorl_get_varname;
 
 %inline %{
-/* varName[index] has room for VORL_VARNAME_LENGTH bytes. */
+/** Sets the name of a variable.
+ *
+ * @param varName names, each with room for VORL_VARNAME_LENGTH bytes
+ * @param index index of the variable
+ * @param name the name; one that does not fit is cut */
 void vorl_set_varname(char **varName, int index, char *name) { CopyText(varName[index], VORL_VARNAME_LENGTH, name); }
 
+/** Gives the name of a variable.
+ *
+ * @param varName names
+ * @param index index of the variable
+ * @return the name */
 char *vorl_get_varname(char **varName, int index) {
   char *copy = (char *)calloc(VORL_VARNAME_LENGTH + 1, 1);
   if (copy) strncpy(copy, varName[index], VORL_VARNAME_LENGTH);
   return copy;
 }
 
-/* The text that stood in the field before is not released. */
+/** Sets the varName of an input.
+ *
+ * @param input the input; the text that the field held is not released
+ * @param text the name; one that does not fit is cut */
 void vorl_allocate_and_set_kestrumInput_varname(VORL_KESTRUMINPUT *input, char *text) {
   input->varName = NewText(VORL_VARNAME_LENGTH, text);
 }
 
+/** Sets the varName of an input.
+ *
+ * @param input the input; the text that the field held is not released
+ * @param text the name; one that does not fit is cut */
 void vorl_allocate_and_set_kestrumIndicatorInput_varname(VORL_KESTRUMINDICATORINPUT *input, char *text) {
   input->varName = NewText(VORL_VARNAME_LENGTH, text);
 }
 
+/** Sets the outputReportFileName of an input.
+ *
+ * @param input the input; the text that the field held is not released
+ * @param text the name; one that does not fit is cut */
 void vorl_allocate_and_set_kestrumInput_outputReportFileName(VORL_KESTRUMINPUT *input, char *text) {
   input->outputReportFileName = NewText(VORL_FILENAME_LENGTH, text);
 }
 
+/** Sets the outputReportFileName of an input.
+ *
+ * @param input the input; the text that the field held is not released
+ * @param text the name; one that does not fit is cut */
 void vorl_allocate_and_set_kestrumIndicatorInput_outputReportFileName(VORL_KESTRUMINDICATORINPUT *input, char *text) {
   input->outputReportFileName = NewText(VORL_FILENAME_LENGTH, text);
 }

@@ -33,10 +33,20 @@
 %refuse_none(TYPE *vector)
 
 %inline %{
+/** Copies an array into a vector.
+ *
+ * @param vector the vector
+ * @param offset where the first element goes, counted from the start of the vector
+ * @param source anything that NumPy converts to an array of one dimension */
 void vorl_set_##TYPE##_vector_from_array(TYPE *vector, int offset, TYPE *source, int n) {
   if (n > 0) memcpy(vector + offset, source, (size_t)n * sizeof(TYPE));
 }
 
+/** Copies elements of a vector into an array, as many as that has.
+ *
+ * @param vector the vector
+ * @param offset where the first element comes from, counted from the start of the vector
+ * @param target a contiguous array of the vector's type and of one dimension */
 void vorl_get_array_from_##TYPE##_vector(TYPE *vector, int offset, TYPE *target, int n) {
   if (n > 0) memcpy(target, vector + offset, (size_t)n * sizeof(TYPE));
 }
@@ -48,6 +58,12 @@ void vorl_get_array_from_##TYPE##_vector(TYPE *vector, int offset, TYPE *target,
 %vector_bridges(int, NPY_INT)
 
 %inline %{
+/** Sets elements of a vector to a value.
+ *
+ * @param vector the vector
+ * @param offset the first element, counted from the start of the vector
+ * @param value the value
+ * @param n number of elements */
 void vorl_set_real_vector_to_cst(real *vector, int offset, real value, int n) {
   for (int i = 0; i < n; ++i) vector[offset + i] = value;
 }

@@ -1,7 +1,9 @@
 #ifndef KESTRUM_KESTRUM_H
 #define KESTRUM_KESTRUM_H
 
-/* The whole public interface of the library. */
+/** @file
+ * The whole public interface of the library. The rules that hold for all of it are in core/types.h.
+ */
 
 #include "core/comparators.h"
 #include "core/constants.h"
