@@ -1,4 +1,4 @@
-# The front door. Each target does its own set-up and is quick when nothing is lacking.
+# The front door. Each target does its own set-up and is quick when nothing is missing.
 #   make            build library, module, tests and benchmarks (build/release)
 #   make demo       krige and simulate real data from Python and from C; pictures in examples/output
 #   make test       build, then run every test

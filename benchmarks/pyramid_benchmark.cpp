@@ -7,7 +7,7 @@
 
 namespace {
 
-// The bytes told are those that any way to do it must move: the input read, the output and the weights written. Copy
+// The bytes counted are those that any method must move: the input read, the output and the weights written. Copy
 // moves as many, read and written in equal parts, and is what the others are held against.
 constexpr int kReducedSize[] = {256, 256, 128};
 constexpr int kExpandedSize[] = {128, 128, 64};

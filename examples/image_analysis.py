@@ -281,7 +281,7 @@ def draw_legend(axis, handles=None, top=-0.09, columns=4):
 
 
 def draw_classes(axis, values, title, colors, top=-0.09):
-    """A map of numbers from 0, with the colour of each; those without a name are not told below."""
+    """A map of numbers from 0, with the colour of each; those without a name have no legend."""
     n = len(colors)
     style = {"cmap": ListedColormap(list(colors.values())), "norm": BoundaryNorm(np.arange(n + 1) - 0.5, n)}
     draw_map(axis, values, title, **style)

@@ -6,7 +6,8 @@
 
 #include "fuzz_target.hpp"
 
-// Tries every file of the folders, or the files, that are told, with any compiler: what the fuzzers once found stays found.
+// Tries every file of the given folders, or the given files, with any compiler: what the fuzzers once found stays
+// found.
 int main(int argc, char** argv) {
   namespace fs = std::filesystem;
   int count = 0;

@@ -2,7 +2,7 @@
  * is the caller's business. */
 %include "numpy.i"
 
-/* numpy.i takes a byte-swapped array of the right type as it stands; here its numbers are what counts. */
+/* numpy.i takes a byte-swapped array of the right type as it is; here its numbers count. */
 %fragment("Kestrum_NativeArray", "header", fragment="NumPy_Fragments") {
   static PyArrayObject *NativeContiguousArray(PyObject *input, int typecode, int *isNewObject) {
     PyArrayObject *array = obj_to_array_contiguous_allow_conversion(input, typecode, isNewObject);

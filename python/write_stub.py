@@ -67,7 +67,7 @@ def function(name, value, to):
 
 
 def record(name, value, to):
-    """The class of a record, and the plain functions that it stands for."""
+    """The class of a record, and the plain functions behind it."""
     fields = value.__annotations__
     yield f"class {name}:"
     yield "    thisown: bool"

@@ -35,7 +35,7 @@ int GlobalIndicator(const VORL_IMAGE* image, int varIndex, int* nodeCount, int* 
     int blockLargest = 0;
     for (std::ptrdiff_t id = begin; id < end; ++id) {
       const int label = TruncateToInt(values[id]);
-      // It is meant that a missing node counts.
+      // A missing node deliberately counts.
       blockCount += label != 0;
       blockLargest = std::max(blockLargest, label);
     }
@@ -99,7 +99,7 @@ struct Curve {
     if (n > 0 && AnyNull(thresholds, outputs...)) return -20;
     return CheckImage(*image);
   }
-  // It is meant that the two ways differ in the last bits.
+  // The two ways deliberately differ in the last bits.
   real ThresholdAt(int i) noexcept { return dealing.threaded() ? i * step + start : std::exchange(next, next + step); }
   // A bound below all values.
   real Lowest() const noexcept {

@@ -197,7 +197,7 @@ class Merger {
     if (!isLower && std::strcmp(name + stemLength, VORL_INEQUALITY_DATA_SUFFIX_FOR_MAX) != 0) {
       return {Role::kIgnored, 0};
     }
-    // It is meant that a longer name of a target variable fits as well.
+    // A longer name of a target variable deliberately fits as well.
     for (int v = 0; v < target_->nvar; ++v) {
       if (std::strncmp(name, target_->varName[v], stemLength) == 0) {
         return {isLower ? Role::kLowerBound : Role::kUpperBound, v};

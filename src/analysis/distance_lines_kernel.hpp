@@ -79,7 +79,7 @@ KESTRUM_KERNEL_INLINE Integers Pack(const Segment& segment) {
 
 KESTRUM_KERNEL_INLINE Integers NodeIndex(Vector node, Integers lane) { return ToIntegers(node) * kLanes + lane; }
 
-// Replaces segments, in the lanes of `mask`, by those that `packed` tells of.
+// Replaces segments, in the lanes of `mask`, by those in `packed`.
 KESTRUM_KERNEL_INLINE void Unpack(Integers packed, Integers mask, const double* cost, Integers lane, Segment* segment) {
   const Vector start = ToDoubles((Integers)((Unsigned)packed >> 32)) - kStartBias;
   segment->start = mask ? start : segment->start;
@@ -134,7 +134,7 @@ KESTRUM_KERNEL_TARGET void Envelope(const LineBlock& block) {
       crossing = crossing < n ? crossing : n - Vector{};
       crossing = crossing > -kStartBias ? crossing : -kStartBias - Vector{};
       Vector start = Truncate(crossing) + 1.0;
-      // It is meant that two segments do not begin at one node.
+      // Two segments deliberately never begin at one node.
       start = start == top.start ? start + 1.0 : start;
       const Integers begins = wins & ~emptied & (start < n);
 

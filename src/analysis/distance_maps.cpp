@@ -28,7 +28,7 @@ constexpr const char* kMapSuffix = metric == kL1 ? VORL_SUFFIX_FOR_DISTANCE_L1 :
 
 bool IsFeature(real value) noexcept { return value != 0.0 && !IsMissing(value); }
 
-// As the exact maps take it. It is meant that for L1 a missing value at the start of a row is a feature.
+// As in the exact maps. For L1 a missing value at the start of a row deliberately is a feature.
 template <DistanceMetric metric>
 bool IsFeature(real value, bool atRowStart) noexcept {
   return metric == kL1 && atRowStart ? value != 0.0 : IsFeature(value);

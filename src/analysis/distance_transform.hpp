@@ -127,7 +127,7 @@ void CountSteps(int nx, real* steps) noexcept {
 
 // The distance from each node of `nvar` variables to the nearest feature of the variable, in time linear in the nodes
 // (the method is cited in distance_lines.hpp). Threads do not change the result.
-//   isFeature(index, atRowStart)  whether a value is a feature; atRowStart tells that its node has ix = 0. Asked once
+//   isFeature(index, atRowStart)  whether a value is a feature; atRowStart: its node has ix = 0. Asked once
 //                                 for each index, before anything is written at it.
 //   finish(index, value)          the result from the distance; may change nothing
 //   distance                      out; nvar * grid.nxyz values

@@ -1,11 +1,11 @@
 // The Euler number of rows: text for numeric/kernel_levels.hpp.
 
-// What the nodes of a row add to the Euler number. `below` tells that there are rows below; without, the neighbours
+// What the nodes of a row add to the Euler number. `below`: there are rows below; without them, the neighbours
 // there drop out of the loop.
 //
-// The flags are numbered as their neighbours stand in the scan: a0 is (-1,-1,-1), a1 (0,-1,-1) and so on to a12,
-// (-1,0,0). It is meant that a5 looks at the node one before the one below, wherever that lies, that there is no a7,
-// and that a11 counts in the first layer alone.
+// The flags are numbered in the order of the scan: a0 is (-1,-1,-1), a1 (0,-1,-1) and so on to a12, (-1,0,0).
+// Deliberately a5 looks at the node one before the one below, wherever that is, there is no a7, and a11 counts in the
+// first layer alone.
 template <bool below, typename T>
 KESTRUM_KERNEL_INLINE int EulerNumberOfRow(const VORL_GRID& grid, const T* values, int row) noexcept {
   const int nx = grid.nx;
@@ -22,7 +22,7 @@ KESTRUM_KERNEL_INLINE int EulerNumberOfRow(const VORL_GRID& grid, const T* value
 
   // As wide as a value, for the vector units.
   using Flag = std::conditional_t<sizeof(T) == 8, std::int64_t, std::int32_t>;
-  // left and right tell whether the node has a neighbour on that side.
+  // left and right: whether the node has a neighbour on that side.
   const auto increment = [=](int ix, int left, int right) __attribute__((always_inline))->Flag {
     const T value = here[ix];
     const auto same = [value](const T& other) -> Flag { return static_cast<Flag>(other == value); };

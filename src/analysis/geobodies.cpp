@@ -70,7 +70,7 @@ int WriteIndicator(const real* values, int nxyz, const IntervalSet& set, T* out,
 constexpr int BundleY(Connectivity connectivity) noexcept { return connectivity == Connectivity::k6 ? 1 : 2; }
 constexpr int BundleZ(Connectivity connectivity) noexcept { return connectivity == Connectivity::k26 ? 2 : 1; }
 
-// Fills labels from `begin` to `end`, in steps that may go past the end, but not past `limit`: what stands there is
+// Fills labels from `begin` to `end`, in steps that may go past the end, but not past `limit`: what is there is
 // written later. Most pieces are short.
 template <typename T>
 void FillRoughly(T* begin, T* end, const T* limit, T label) noexcept {
@@ -119,7 +119,7 @@ int GeobodyFinder::Mark(const real* values, const IntervalSet& set) noexcept {
   });
   const int inLastWord = nx_ % kMarkBlock;
   if (inLastWord == 0) return count;
-  // The rows stand end to end. From the last to the first, each is moved up to words of its own.
+  // The rows are end to end. From the last to the first, each is moved up to words of its own.
   *word = 0;
   for (std::ptrdiff_t row = nxyz_ / nx_ - 1; row >= 0; --row) {
     std::uint64_t* const to = bits_.data() + row * wordsPerRow_;
@@ -257,7 +257,7 @@ int GeobodyFinder::Connect(Connectivity connectivity) noexcept {
 
 template <typename T>
 int GeobodyFinder::Label(const real* values, const IntervalSet& set, Connectivity connectivity, T* labels) noexcept {
-  // It is meant that missing nodes stay missing here alone.
+  // Missing nodes deliberately stay missing here alone.
   if (Mark(values, set) < 2) return WriteIndicator(values, nxyz_, set, labels, Dealing::Serial());
   JoinAll(connectivity);
   int ngeobody = 0;

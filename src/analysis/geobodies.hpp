@@ -34,7 +34,7 @@ class GeobodyFinder {
   // Joins the marked nodes and returns the number of geobodies, which are numbered by their first nodes.
   int Connect(Connectivity connectivity) noexcept;
 
-  // Both in one, with the labels of all nodes written as int or real, as VORLImageGeobody6 and its kin give them.
+  // Both in one, with the labels of all nodes written as int or real, as VORLImageGeobody6 and its relatives give them.
   template <typename T>
   int Label(const real* values, const IntervalSet& set, Connectivity connectivity, T* labels) noexcept;
 
@@ -52,7 +52,7 @@ class GeobodyFinder {
     std::uint64_t before;
   };
 
-  // Walks along a bundle, 64 nodes at a time, and tells its runs.
+  // Walks along a bundle, 64 nodes at a time, and finds its runs.
   struct RunCursor {
     const std::uint64_t* word;  // the next one of the starts of runs
     int number;                 // of a run that would start at the first of the 64 nodes

@@ -100,7 +100,7 @@ class Front {
  public:
   int Allocate(int capacity) noexcept { return nodes_.Allocate(static_cast<std::size_t>(capacity)); }
 
-  // Doubles a table that is full: a caller may have told too small a capacity.
+  // Doubles a table that is full: a caller may have given too small a capacity.
   int Append(const Node& node) noexcept {
     if (size_ == nodes_.size()) {
       if (const int status = nodes_.Enlarge(2 * size_); status != 0) return status;
@@ -131,7 +131,7 @@ int ComputeDistances(const Box& box, const int* geobody, int frontCapacity, int 
   Front* current = &fronts[0];
   Front* next = &fronts[1];
 
-  // During the search the nodes outside are told apart in the map itself, so that a neighbour is one look.
+  // During the search the nodes outside are marked in the map itself, so that a neighbour takes one look-up.
   constexpr int kOutside = -2;
   const std::int64_t nnode = box.NodeCount();
   for (std::int64_t i = 0; i < nnode; ++i) distance[i] = geobody[i] != 0 ? -1 : kOutside;

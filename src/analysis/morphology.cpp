@@ -41,7 +41,7 @@ constexpr Word kMissingBits = std::bit_cast<Word>(static_cast<real>(VORL_MISSING
 // reads an eighth of a byte per node. The nodes that grow are `source`; those they may grow into are `open`.
 class BitSweeps {
  public:
-  // Axes of one node before the others go behind them: no node changes its place, and rows are long.
+  // Axes of one node are put behind the others: no node changes its place, and rows are long.
   BitSweeps(const VORL_GRID& grid, const Dealing& dealing) noexcept : grid_(grid), dealing_(dealing) {
     for (; turns_ < 2 && grid_.nx == 1; ++turns_) {
       grid_.nx = std::exchange(grid_.ny, std::exchange(grid_.nz, grid_.nx));
@@ -131,7 +131,7 @@ class BitSweeps {
   Word* Source(std::ptrdiff_t row) noexcept { return source_.data() + row * RowWords(); }
   Word* Open(std::ptrdiff_t row) noexcept { return open_.data() + row * RowWords(); }
 
-  // Bit i tells whether node i of the word has a source at any offset; only the bits of `wanted` need be complete.
+  // Bit i: whether node i of the word has a source at any offset; only the bits of `wanted` need be complete.
   Word Neighbors(std::ptrdiff_t row, int w, Word wanted) noexcept {
     const int y = static_cast<int>(row % grid_.ny);
     const int z = static_cast<int>(row / grid_.ny);
@@ -175,7 +175,7 @@ int Apply(const Operation& operation, const VORL_GRID& grid, int nvar, const rea
   const std::int64_t nxyz = grid.nxyz;
   const double step = 1.0 / (static_cast<double>(std::max(niter, 1)) * static_cast<double>(nvar * nxyz));
   for (int v = 0; v < nvar; ++v) {
-    // The count of iterations restarts with each variable and rises by the variable's number. Meant so.
+    // The count of iterations restarts with each variable and rises by the variable's number. This is deliberate.
     const auto percentOf = [nxyz, step, v](std::int64_t visit) {
       const std::int64_t k = visit / nxyz * (v + 1);
       return static_cast<int>(static_cast<double>(k * nxyz + visit % nxyz) * (100.0 * step));

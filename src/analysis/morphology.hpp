@@ -13,7 +13,7 @@ struct StructuringElement {
   const int* y;
   const int* z;
 
-  // Whether the offsets that it tells of are there.
+  // Whether its offsets are there.
   bool IsComplete() const noexcept { return size < 1 || (x != nullptr && y != nullptr && z != nullptr); }
 };
 

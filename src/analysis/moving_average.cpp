@@ -118,7 +118,7 @@ class BoxSum {
     return false;
   }
 
-  // The kernels read all lanes. Those past the end of the row are in the way of nothing, but must lie in the input.
+  // The kernels read all lanes. Those past the end of the row are harmless, but must be in the input.
   bool Holds(std::ptrdiff_t corner, int rows) const noexcept {
     const std::ptrdiff_t last = list_.size == 0 ? 0 : list_.offset[list_.size - 1];
     return corner + (rows - 1) * std::ptrdiff_t{nx_} + last + kSumLanes <= nxyz_;
@@ -338,7 +338,7 @@ class NeighborhoodAverage {
       }
       const std::ptrdiff_t first = row * grid_.nx + i;
       for (int lane = 0; lane < lanes; ++lane) {
-        // Without neighbours this is 0/0, and meant to be.
+        // Without neighbours this is 0/0, deliberately.
         out[first + lane] = IsMissing(values[first + lane]) ? VORL_MISSING_VALUE : sums.sum[lane] / sums.weight[lane];
       }
     }

@@ -31,7 +31,7 @@ struct RowRing {
   const Row& operator[](int position) const noexcept { return rows[static_cast<std::size_t>(position % span) * pitch]; }
 };
 
-// An axis as the caller tells it; an expansion has no offset.
+// An axis as the caller gives it; an expansion has no offset.
 struct Axis {
   int n;
   int step;

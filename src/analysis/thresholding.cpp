@@ -93,7 +93,7 @@ class Annealing {
     begin_[nclass_] = sorted.size();
     total_ = 0.0;
     for (std::size_t c = 0; c < nclass_; ++c) total_ += scores_[c] = Score(begin_[c], begin_[c + 1]);
-    // It is meant that the last class starts with its plain sum: the first change of it subtracts that from the total.
+    // The last class deliberately starts with its plain sum: the first change of it subtracts that from the total.
     scores_[nclass_ - 1] = SumOfSquares(begin_[nclass_ - 1], begin_[nclass_]);
     best_ = total_;
     return 0;
@@ -205,7 +205,7 @@ class PreClasses {
     return 0;
   }
 
-  // Finds the cuts of the best grouping, the first one of several: cut g stands behind the last pre-class of group g.
+  // Finds the cuts of the best grouping, the first one of several: cut g comes after the last pre-class of group g.
   [[nodiscard]] int FindBestCuts(std::size_t ngroup, PercentPrinter& progress, Buffer<std::size_t>* best) noexcept {
     const std::size_t ncut = ngroup - 1;
     Buffer<std::size_t> cuts;

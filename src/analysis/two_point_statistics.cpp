@@ -106,7 +106,7 @@ double ComputeValue(TwoPointStatistic statistic, const PairSums& sums) noexcept 
     case kCovariance:
       return (s - tails / n * heads) / n;
     case kCorrelogram:
-      // No guard: a variable constant over the pairs gives a not-a-number, as is meant.
+      // No guard: a variable constant over the pairs deliberately gives a not-a-number.
       return (s - tails / n * heads) / std::sqrt((headSquares - heads * heads / n) * (tailSquares - tails / n * tails));
     case kCovarianceNotCentred:
     case kConnectivityFunction0:
@@ -116,14 +116,14 @@ double ComputeValue(TwoPointStatistic statistic, const PairSums& sums) noexcept 
   }
 }
 
-// Fills the rearranged copy of the variable, and tells in `field` how it lies. Runs of up to `nlags` lags, a step
+// Fills the rearranged copy of the variable, and describes its layout in `field`. Runs of up to `nlags` lags, a step
 // apart, will be taken along the lane axis.
 int ArrangeHeads(int nlags, const Dealing& dealing, PairField& field, Buffer<double>& heads) noexcept {
   const int lane = field.laneAxis;
   const int inner = InnerAxis(lane);
   const int outer = OuterAxis(lane);
   const std::ptrdiff_t lines = std::ptrdiff_t{field.n[inner]} * field.n[outer];
-  // Heads leave the grid by less than a run. Behind a line stands the margin of the next one.
+  // Heads leave the grid by less than a run. A line is followed by the margin of the next one.
   const std::ptrdiff_t padding = std::min(kLagRun, nlags) - 1;
   std::ptrdiff_t length = padding + (field.n[lane] + field.step - 1) / field.step;
   if (length % 64 == 0) length += 8;  // lines whose addresses are alike would share few places in the cache
@@ -159,7 +159,7 @@ int ArrangeHeads(int nlags, const Dealing& dealing, PairField& field, Buffer<dou
 }
 
 // The map of lags. The tails of the opposite of lag h are the heads of h, in the same order, since all are moved by h.
-// So both lags have the same pairs in the same order, tails and heads exchanged, and if both stand in the box one is
+// So both lags have the same pairs in the same order, tails and heads exchanged, and if both are in the box one is
 // summed and gives both values: the sums of (a-b)^2 and of ab and the counts of both ends are the same to the bit, and
 // what is summed over the tails of one is summed over the heads of the other.
 class LagMap {
@@ -237,7 +237,7 @@ class LagMap {
   bool IsIndex(int axis, std::int64_t index) const noexcept { return index >= 0 && index < count_[axis]; }
 
   // The lags of a line along the lane axis that are computed: those without an opposite, and one of each couple. They
-  // follow each other. The line is told by the other two entries of `index`.
+  // follow each other. The line is given by the other two entries of `index`.
   Interval ShareOfLine(const int* index) const noexcept {
     const int inner = InnerAxis(field_.laneAxis);
     const int outer = OuterAxis(field_.laneAxis);
@@ -281,7 +281,7 @@ class LagProgress {
 
   void Advance(int nvalues) noexcept {
     for (; nvalues > 0 && node_ < nlags_; --nvalues, node_ += team_) {
-      // The serial form counts the nodes that are done, the threaded form tells the index of the last of them.
+      // The serial form counts the nodes that are done, the threaded form gives the index of the last of them.
       printer_.Report(static_cast<int>(static_cast<double>(threaded_ ? node_ : node_ + 1) * step_));
     }
   }

@@ -12,7 +12,7 @@ static_assert(std::is_standard_layout_v<VORL_GRID> && sizeof(VORL_GRID) == 72);
 namespace kestrum {
 namespace {
 
-// The product, or 0 where an int can not hold it, so that the allocations made from it fail.
+// The product, or 0 where an int cannot hold it, so that the allocations made from it fail.
 int ProductOfSizes(int a, int b) noexcept {
   int product = 0;
   return __builtin_mul_overflow(a, b, &product) ? 0 : product;

@@ -7,7 +7,7 @@
 
 namespace kestrum {
 
-// A buffer for elements whose number is only promised: memory is taken as they come.
+// A buffer for elements whose announced number may be wrong: memory is allocated as they come.
 template <typename T>
 class GrowingBuffer {
  public:

@@ -95,7 +95,7 @@ int VORLPrintImage(VORL_IMAGE* image, char* prefix, FILE* stream) noexcept {
   kestrum::NestedPrefix nested;
   if (const int status = nested.Extend(prefix); status != 0) return status;
   std::fprintf(stream, "%sgrid:\n", prefix);
-  // A report prints an input before it is validated: what is lacking is left out.
+  // A report prints an input before it is validated: what is missing is left out.
   if (image->grid != nullptr) VORLPrintGrid(image->grid, nested.text(), stream);
   std::fprintf(stream, "%snvar:  %8d\n", prefix, image->nvar);
   std::fprintf(stream, "%snxyzv: %8d\n", prefix, image->nxyzv);

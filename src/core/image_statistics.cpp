@@ -96,7 +96,7 @@ void Range(const VORL_IMAGE* image, int iv, int* ninformed, real* min, real* max
 int Distribution(Buffer<real>& work, int* nvalue, real** value, double** pdf, int* nmissing) noexcept {
   // NaNs have no place in an order: they go last, each a value of its own.
   std::sort(work.begin(), std::partition(work.begin(), work.end(), [](real v) { return !std::isnan(v); }));
-  // Missing values are looked for at the start only: where smaller values stand there, they count as a value.
+  // Missing values are looked for at the start only: if smaller values are there, they count as a value.
   const real* const first = std::find_if_not(work.begin(), work.end(), IsMissing);
   *nmissing = static_cast<int>(first - work.begin());
   *nvalue = 0;
@@ -134,7 +134,7 @@ int Distributions(int nimage, const VORL_IMAGE* images, int ivBegin, int ivEnd, 
   std::size_t total = 0;
   for (int i = 0; i < nimage; ++i) total += static_cast<std::size_t>(NodeCount(&images[i]));
   if (total > INT_MAX) return kTooManyValues;
-  std::fill_n(nvalue, std::max(ivEnd - ivBegin, 0), 0);  // after a failure it tells what was handed over
+  std::fill_n(nvalue, std::max(ivEnd - ivBegin, 0), 0);  // after a failure it shows what was handed over
   Buffer<real> work;
   if (const int status = work.Allocate(total); status != 0) return status;
   for (int iv = ivBegin; iv < ivEnd; ++iv) {

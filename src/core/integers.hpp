@@ -11,7 +11,7 @@ constexpr bool FitsInt(std::int64_t number) noexcept {
   return number >= std::numeric_limits<int>::min() && number <= std::numeric_limits<int>::max();
 }
 
-// The product of sizes, as of an index space; 0 if one of them is below 1 or an int can not count it.
+// The product of sizes, as of an index space; 0 if one of them is below 1 or an int cannot count it.
 template <typename... Sizes>
 constexpr int CountOf(Sizes... sizes) noexcept {
   int count = 1;

@@ -12,7 +12,7 @@ struct NodeCoordinates {
   int ix, iy, iz;
 };
 
-// Whether the stored products of sizes of at least 1 are theirs, and small enough for an int.
+// Whether all sizes are at least 1 and the stored products are theirs, and small enough for an int.
 inline bool ProductsAgree(const VORL_GRID& grid) noexcept {
   const std::int64_t section = std::int64_t{grid.nx} * grid.ny;
   return section == grid.nxy && section <= INT_MAX / grid.nz && section * grid.nz == grid.nxyz;

@@ -20,8 +20,8 @@ constexpr ItemBlock BlockOf(std::ptrdiff_t n, std::ptrdiff_t count, std::ptrdiff
   return {begin, begin + share + (i < extra ? 1 : 0)};
 }
 
-// How the work of a loop is dealt out. A serial function and its threaded twin are two entry points into one body that
-// takes a Dealing; the serial way opens no parallel region. Bodies given to a Dealing must be noexcept and report
+// The schedule of a loop. A serial function and its threaded form are two entry points into one body that takes a
+// Dealing; the serial schedule opens no parallel region. Bodies passed to a Dealing must be noexcept and report
 // failures through what they capture.
 class Dealing {
  public:
@@ -34,8 +34,8 @@ class Dealing {
 
   // As the caller gave it.
   constexpr int nthreads() const noexcept { return nthreads_; }
-  // Number of blocks of per-thread scratch that a body needs: as many as asked for, but no more than threads can come.
-  // None if fewer than one was asked for: then the allocation fails.
+  // Number of blocks of per-thread scratch that a body needs: as many as asked for, but no more than there can be
+  // threads. None if fewer than one was asked for: then the allocation fails.
   constexpr int nscratch() const noexcept { return nthreads_ < 0 ? 0 : nthreads_ < kMaxTeam ? nthreads_ : kMaxTeam; }
   constexpr bool threaded() const noexcept { return threaded_; }
 

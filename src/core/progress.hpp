@@ -13,8 +13,8 @@ inline constexpr int kAborted = -1000;
 using ProgressCallback = int (*)(VORL_PROGRESSMONITOR*);
 
 // What a run reports to its caller, and asks of it: progress, warnings, and whether to go on. Monitor and callback may
-// be null. In a threaded run every store into the monitor and every call of the callback are in one critical section, so
-// that the callback is never called from two threads at once.
+// be null. In a threaded run every store into the monitor and every call of the callback are in one critical section,
+// so that the callback is never called from two threads at once.
 class Progress {
  public:
   // threaded: several threads may report at a time.
@@ -81,7 +81,7 @@ class Progress {
     grown = false;
     if (monitor_ == nullptr) return 0;
     const double percentage = (monitor_->currentRealization + part) * 100.0 / monitor_->nrealization;
-    // What a caller makes of the counters may not be a number.
+    // A caller may have set the counters so that this is not a number.
     if (!(percentage >= 0.0)) return 0;
     const int whole = percentage < INT_MAX ? static_cast<int>(percentage) : INT_MAX;
     if (whole <= monitor_->allRealizationProgress) return 0;

@@ -46,7 +46,7 @@ int VORLSkipComments(FILE* stream) noexcept {
       std::ungetc(c, stream);
       return 0;
     }
-    // Only one character can be given back for certain: a slash alone is returned to by its position.
+    // Only one character can be pushed back for certain, so the stream returns to a lone slash by its position.
     const long afterSlash = std::ftell(stream);
     const int next = std::getc(stream);
     if (next != '/' && next != '*') {

@@ -19,7 +19,8 @@ bool AnyNull(const T*... pointers) noexcept {
   return ((pointers == nullptr) || ...);
 }
 
-// Whether what the counts of a record tell of is there: the grid of an image, the coordinates of points, names, values.
+// Whether all that the counts of a record announce is allocated: the grid of an image, the coordinates of points,
+// names, values.
 inline bool IsWhole(const VORL_IMAGE& image) noexcept {
   return image.grid != nullptr && (image.nvar < 1 || (image.varName != nullptr && image.var != nullptr));
 }

@@ -97,7 +97,7 @@ void AddElement(const Parameters& p, const Block& lags, real* __restrict cov) no
       });
     case COV_SINUS_CARDINAL:
       // At the zero lag this type adds nothing, not w; and a lag whose axes are all left out of the distance gives NaN.
-      // Both are meant.
+      // Both are deliberate.
       return Add(n, cov, [&](int k) {
         if (lags.IsZero(k)) return 0.0;
         const real piH = std::numbers::pi * std::sqrt(d2[k]);
@@ -153,7 +153,7 @@ void Evaluate(const VORL_COVMODEL& model, const Source& source, const Rotation* 
   }
 }
 
-// Evaluates with the rotation that the two arguments tell, or the one of the angles if they tell none.
+// Evaluates with the rotation that the two arguments give, or with that of the angles if they give none.
 template <typename Source>
 void EvaluateRotated(const VORL_COVMODEL& model, const Source& source, bool rotationGiven, real** rotationMatrix, int n,
                      const real* dx, const real* dy, const real* dz, real* cov) noexcept {

@@ -49,7 +49,7 @@ int ImageVerdict(VORL_IMAGE* image, const Domain& domain, int wrongGrid, int wro
 }
 
 // Walks an image of an element: a masked node marks the value at a cursor as missing and moves the cursor on, any other
-// node has the value at the cursor tested. That the cursor is not tied to the node is meant: k masked nodes mark the
+// node has the value at the cursor tested. The cursor is deliberately not tied to the node: k masked nodes mark the
 // first k values, and without a mask only the first value is ever tested. Returns the first status of a test.
 template <typename Test>
 int WalkElementImage(VORL_IMAGE& image, const Domain& domain, const Test& test) noexcept {
@@ -103,7 +103,7 @@ int ExtraParameterVerdict(const VORL_COVMODELELEM& elem, const Domain& domain) n
                           [&](real s) { return verdict(s, rule.imageTooSmall, rule.imageTooLarge); });
 }
 
-// Angle images are marked at the masked nodes themselves. All three angles give the statuses of angle 3, as is meant.
+// Angle images are marked at the masked nodes themselves. All three angles deliberately give the statuses of angle 3.
 int AngleImageVerdict(VORL_IMAGE* image, const Domain& domain) noexcept {
   if (const int status = ImageVerdict(image, domain, -71636, -71637); status != 0) return status;
   const int nnode = domain.NodeCount(*image);

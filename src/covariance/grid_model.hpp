@@ -14,7 +14,7 @@ struct LocalModel {
   const Rotation* rotationOrNull() const noexcept { return rotated ? &rotation : nullptr; }
 };
 
-// A covariance model over the nodes of a grid: which of its parameters are the same everywhere, and what they come to.
+// A covariance model over the nodes of a grid: which of its parameters are the same everywhere, and their values.
 // Read-only, shared by all threads.
 struct GridModel {
   VORL_COVMODEL* covModel = nullptr;

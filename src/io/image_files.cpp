@@ -24,14 +24,14 @@ struct PortableMap {
   const char* label;
   int nvar;
   const char* names[3];
-  int lineRow;  // of a lacking line; a line too long and a wrong keyword have the next two
+  int lineRow;  // of a missing line; a line too long and a wrong keyword have the next two
   int dimensionStatus;
   int wrongNvarStatus;
   int not2DStatus;
 };
 constexpr PortableMap kPortableMaps[] = {
     {"P2\n", "PGM", 1, {VORL_NAME_FOR_PGM_VAR}, 763, -766, -1016, -1018},
-    // It is meant that bad dimensions of a PPM give row 710, not one of its own.
+    // Bad dimensions of a PPM deliberately give row 710, not one of their own.
     {"P3\n",
      "PPM",
      3,
@@ -62,7 +62,7 @@ bool ValueCountFits(const VORL_GRID& grid, std::int64_t nvar) { return FitsInt(n
 
 VORL_GRID UnitGrid() { return {0, 0, 0, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, 0, 0}; }
 
-// Variables without nodes: the values can not be allocated, however many variables there are.
+// Variables without nodes: the values cannot be allocated, however many variables there are.
 bool LacksNodes(const VORL_GRID& grid, std::int64_t nvar) { return nvar > 0 && grid.nxyz < 1; }
 
 int AllocateImage(VORL_IMAGE* image, const VORL_GRID& grid, std::int64_t nvar) {
@@ -75,7 +75,7 @@ int AllocateImage(VORL_IMAGE* image, const VORL_GRID& grid, std::int64_t nvar) {
   return 0;
 }
 
-// The same, with names by takeName(name), of which very many are read before memory is taken for them.
+// The same, with names from takeName(name); very many are read before memory is allocated for them.
 template <typename TakeName>
 int AllocateImage(VORL_IMAGE* image, const VORL_GRID& grid, std::int64_t nvar, const TakeName& takeName) {
   NamesAhead ahead;
@@ -86,7 +86,7 @@ int AllocateImage(VORL_IMAGE* image, const VORL_GRID& grid, std::int64_t nvar, c
   return ahead.Fill(image->varName, image->nvar, takeName);
 }
 
-// Takes a header line; the status of a lacking line is that of `row`, that of a line too long is of the next row.
+// Takes a header line; the status of a missing line is that of `row`, that of a line too long is of the next row.
 int ReadLine(std::FILE* stream, char (&line)[VORL_LINE_LENGTH], int row) {
   if (std::fgets(line, VORL_LINE_LENGTH, stream) == nullptr) return -row;
   const std::size_t length = std::strlen(line);
@@ -156,7 +156,7 @@ int ReadGslib(VORL_IMAGE* image, std::FILE* stream) {
   return ReadValues(image, reader);
 }
 
-// The names stand in one field, parted by slashes.
+// The names are in one field, separated by slashes.
 int SplitVtkNames(const char* field, VORL_IMAGE* image) {
   for (int v = 0; v < image->nvar; ++v) {
     const char* const slash = v + 1 < image->nvar ? std::strchr(field, '/') : std::strchr(field, '\0');
@@ -186,7 +186,7 @@ int ReadVtk(VORL_IMAGE* image, std::FILE* stream) {
   std::int64_t nvar = 1;
   const auto takeVariables = [&](TextReader& fields) {
     if (fields.TakeWord(names, sizeof(names)) != TextReader::Word::kTaken || !TakeKeyword(fields)) return false;
-    fields.TakeInteger(&nvar);  // one if it is not told
+    fields.TakeInteger(&nvar);  // one if it is not given
     return ValueCountFits(grid, nvar);
   };
   if (const int status = ReadKeywordLine(stream, 743, takeSizes); status != 0) return status;

@@ -9,8 +9,8 @@
 
 namespace kestrum {
 
-// The names of variables, as a reader takes them. Very many are taken before the record's memory is: a header that
-// promises more names than there are takes none, and their reading tells how it failed.
+// The names of variables, as a reader takes them. Very many are read before memory is allocated for them: a header
+// that promises more names than there are allocates none, and the status is that of the reading.
 class NamesAhead {
  public:
   // take(name) reads the next name into VORL_VARNAME_LENGTH bytes, and gives 0 or its status.

@@ -78,7 +78,7 @@ int VORLReadPointSet(VORL_POINTSET* ps, FILE* stream) noexcept {
   if (const int status = VORLMallocPointSet(ps, npoint, nvar); status != 0) return status;
   ps->npoint = npoint;
   ps->nvar = nvar;
-  // It is meant that names and rows are not read if there are coordinates alone.
+  // Names and rows are deliberately not read if there are coordinates alone.
   if (nvar == 0) return 0;
   if (const int status = startsWithNames ? 0 : TakeCoordinateNames(reader); status != 0) return status;
   if (const int status = ahead.Fill(ps->varName, nvar, takeName); status != 0) return status;

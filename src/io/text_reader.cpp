@@ -91,7 +91,7 @@ bool TextReader::TakeReal(double* value) noexcept {
 }
 
 // Gathers the characters that scanf would take for a number, and no others, then converts them. Like the C library's
-// scanf, an exponent may lack its digits ("1e+" is 1) and what "nan" may have in brackets is not taken.
+// scanf, an exponent may have no digits ("1e+" is 1) and what "nan" may have in brackets is not taken.
 bool TextReader::TakeRealByCharacter(double* value) noexcept {
   char text[kLongestNumber + 1];
   std::size_t length = 0;

@@ -7,9 +7,9 @@
 
 namespace kestrum {
 
-// Takes words and numbers, parted by white space, from a stream or from a text, just as scanf with "%s", "%d" and "%lf"
-// would, only faster. A stream is read in blocks; the destructor puts it back to just behind what was taken, so nothing
-// else may use the stream while the reader lives. A stream that can not seek is read character by character.
+// Takes words and numbers, separated by white space, from a stream or from a text, just as scanf with "%s", "%d" and
+// "%lf" would, only faster. A stream is read in blocks; the destructor puts it back to just behind what was taken, so
+// nothing else may use the stream while the reader lives. A stream that cannot seek is read character by character.
 class TextReader {
  public:
   enum class Word { kTaken, kNone, kTooLong };

@@ -43,7 +43,7 @@ class FormatList {
 };
 
 // Collects text in a block, and writes it to the stream in large pieces, the last at its destruction. Failures of the
-// stream are not looked at.
+// stream are ignored.
 class TextWriter {
  public:
   explicit TextWriter(std::FILE* stream) noexcept : stream_(stream) {}

@@ -3,7 +3,7 @@
 namespace kestrum {
 namespace {
 
-// How many nodes of an axis of n stand behind a place that Moved gives: below 0 if it is n or more.
+// How many nodes of an axis of n come after a place that Moved gives: below 0 if it is n or more.
 int Left(int n, int place) noexcept {
   return static_cast<int>(static_cast<unsigned>(n) - 1u - static_cast<unsigned>(place));
 }

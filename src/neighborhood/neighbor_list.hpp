@@ -53,7 +53,7 @@ class ListAround {
  public:
   static constexpr int kBlock = 16;
   ListAround(const NeighborList& list, int node) noexcept;
-  // Tells which entries from `begin` up to the end of the block lead to a node of the grid whose bit is set: one bit
+  // Finds which entries from `begin` up to the end of the block lead to a node of the grid whose bit is set: one bit
   // per entry.
   unsigned Marked(int begin, const NodeBits& bits) const noexcept;
 
@@ -64,8 +64,8 @@ class ListAround {
   bool interior_;  // the whole box lies inside the grid
 };
 
-// Writes the entries of the first list.limit neighbours of a node, in the order of the list, and returns their number. A
-// node of the grid is a neighbour if its bit is set and confirm(it) holds.
+// Writes the entries of the first list.limit neighbours of a node, in the order of the list, and returns their number.
+// A node of the grid is a neighbour if its bit is set and confirm(it) holds.
 template <typename Confirm>
 int WalkNeighbors(const NeighborList& list, int node, const NodeBits& bits, const Confirm& confirm,
                   int* entries) noexcept {

@@ -20,7 +20,7 @@ constexpr double kTableBytesBasic = 1 << 24;
 // Below this many steps on the average, walking is cheaper than even starting a run.
 constexpr int kAlwaysWalk = 100;
 
-// Up to this many candidates the order of the node before is mended by insertion; beyond it, the lowest are selected.
+// Up to this many candidates the order of the node before is updated by insertion; beyond it, the lowest are selected.
 constexpr int kMaxInsertion = 160;
 
 }  // namespace
@@ -222,7 +222,7 @@ int DataNeighborSearch::Find(const int* nodes, int i, int count, Scratch& scratc
   if (!sparse_.prepared()) return WalkNeighbors(list_, node, *data_, entries);
   const NodeCoordinates at = CoordinatesOf(list_.grid, node);
   if (node < scratch.runStart || node > scratch.runEnd) {
-    // The nodes that follow, in either direction, as far as they stand in one row.
+    // The nodes that follow, in either direction, as far as they are in one row.
     int first = node;
     int last = node;
     for (int j = i + 1; j < count; ++j) {

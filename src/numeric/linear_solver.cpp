@@ -198,7 +198,7 @@ int VORLMatrixLUDecompositionPivoting(int n, real** a, int* pivot) noexcept {
 int VORLMatrixLUDecompositionPivotingSolve(int n, real** a, int* pivot, real* b) noexcept {
   for (int i = 0; i < n; ++i) {
     std::swap(b[i], b[pivot[i]]);
-    b[i] /= a[i][i];  // and nothing more: this solve is meant to leave the lower triangle out
+    b[i] /= a[i][i];  // and nothing more: this solve deliberately leaves the lower triangle out
   }
   kestrum::SolveUnitUpper(n, a, b);
   return 0;

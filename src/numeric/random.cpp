@@ -126,7 +126,7 @@ double Draw(VORL_RANDCONTEXT* context) noexcept {
   return Combine(context->y, v);
 }
 
-// The draw without replacement. Position i leaves the running, and position k takes over the weight of the entry that
+// The draw without replacement. Position i drops out, and position k takes over the weight of the entry that
 // moves there.
 template <typename Sums>
 void DrawOrder(int n, int* list, double total, Sums& sums, VORL_RANDCONTEXT* context) noexcept {

@@ -142,7 +142,7 @@ double SortedQuantile(const Buffer<real>& sorted, double p) noexcept {
   return sorted[below] + (position - static_cast<double>(below)) * (sorted[below + 1] - sorted[below]);
 }
 
-// Normal score of a probability, by interpolation in the table. It rests on the first entry that reaches p, unlike
+// Normal score of a probability, by interpolation in the table. It starts from the first entry that reaches p, unlike
 // UpperNormalQuantile, and mirrors the table below one half.
 double NormalScore(double p) noexcept {
   const double* const end = kNormalTable + kNormalTableSize;

@@ -10,7 +10,7 @@
 
 namespace kestrum {
 
-// The next entry of a parameter file; white space and comments may stand before it. The functions fail, and leave the
+// The next entry of a parameter file; white space and comments may precede it. The functions fail, and leave the
 // value alone, if the file ends or holds anything else there.
 
 inline bool TakeInt(std::FILE* stream, int* value) noexcept {

@@ -219,7 +219,7 @@ int VORLSearchNeighborhoodApproxBound(VORL_SEARCHNEIGHBORHOODPARAMETERS* paramet
   real bound[3] = {p.rx, p.ry, p.rz};
   if (IsRotated(p)) {
     const Rotation rotation = Rotation::FromAngles(p.angle1, p.angle2, p.angle3);
-    // The points are meant to be few: the step is half a turn, and y takes no part.
+    // The points are deliberately few: the step is half a turn, and y takes no part.
     constexpr int kPoints = 157;
     constexpr real kStep = 314 * 0.01;
     real t = -1.5707963267948966;

@@ -35,7 +35,7 @@ class CategoryFlags {
   BOOLEAN* flags_ = nullptr;
 };
 
-// What validation tells on the models of all categories.
+// What validation reports on the models of all categories.
 struct Stationarity {
   CategoryFlags rotation;
   CategoryFlags weight;
@@ -100,8 +100,8 @@ bool ValidNeighborhoods(const VORL_KESTRUMINDICATORINPUT& input, Stationarity& s
   return true;
 }
 
-// Tests the probabilities of all categories, stride apart, and mends a sum that is slightly off. With one category the
-// rest belongs to the complement, and there is no sum to test. Gives 0 or the code of the rule broken.
+// Tests the probabilities of all categories, stride apart, and corrects a sum that is slightly off. With one category
+// the rest belongs to the complement, and there is no sum to test. Gives 0 or the code of the rule broken.
 int CheckProbabilities(real* probability, int ncategory, std::ptrdiff_t stride) noexcept {
   real sum = 0.0;
   for (int c = 0; c < ncategory; ++c) {

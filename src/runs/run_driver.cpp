@@ -169,7 +169,7 @@ class Run {
   }
 
   // The mask counts where it is given, whatever its flag says; but only with the flag set has it been validated, and
-  // one that lacks values for the nodes is none.
+  // one without a value for each node is ignored.
   VORL_IMAGE* Mask() const noexcept {
     VORL_IMAGE* const mask = input_->maskImage;
     return mask != nullptr && mask->var != nullptr && mask->nxyzv >= input_->simGrid->nxyz ? mask : nullptr;

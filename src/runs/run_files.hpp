@@ -30,7 +30,7 @@ class File {
 [[nodiscard]] int WriteImageToFile(VORL_IMAGE* image, const char* formatString, const char* root,
                                    const char* suffix) noexcept;
 
-// Writes the line of a report that tells a time of the processor.
+// Writes the line of a report that gives a processor time.
 void WriteCpuTime(const char* what, std::clock_t duration, FILE* stream) noexcept;
 
 }  // namespace kestrum

@@ -18,7 +18,7 @@ namespace kestrum {
 
 // Smallest variance, as a value and in an image.
 inline constexpr real kVarianceMin = 1e-6;
-// The search radius that stands for the unique neighbourhood.
+// The search radius that selects the unique neighbourhood.
 inline constexpr real kUniqueNeighborhood = -1.0;
 
 // Whether the input asks for a simulation; otherwise it asks for an estimation.
@@ -70,7 +70,7 @@ class InputPrinter {
   [[nodiscard]] int Image(VORL_IMAGE* image) noexcept;
   [[nodiscard]] int CovModel(VORL_COVMODEL* model) noexcept;
 
-  // Groups of items. No empty line stands in front of the first and after the last item of a group.
+  // Groups of items. There is no empty line in front of the first and after the last item of a group.
   template <typename Input>
   [[nodiscard]] int ConsoleToFormat(const Input& input) noexcept {
     Line("consoleAppFlag: %d", input.consoleAppFlag);
@@ -140,7 +140,7 @@ class InputPrinter {
   NestedPrefix nested_;
 };
 
-// Tests an input rule by rule. Each test tells whether the input is sound so far. If it is not, either the validation
+// Tests an input rule by rule. Each test returns whether the input is valid so far. If it is not, either the validation
 // error or the status is set, and validation ends.
 class InputValidation {
  public:
@@ -195,7 +195,7 @@ class InputValidation {
     for (int i = 0; i < input.ndataImage; ++i) {
       if (!Image(&input.dataImage[i])) return false;
       const VORL_IMAGE& image = input.dataImage[i];
-      // Every value is read, of as many nodes as the sizes tell: no stored product counts.
+      // Every value is read, of as many nodes as the sizes give: no stored product counts.
       std::int64_t nvalue = image.nvar;
       for (const int size : {image.grid->nx, image.grid->ny, image.grid->nz}) {
         nvalue *= size;

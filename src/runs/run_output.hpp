@@ -42,7 +42,7 @@ struct RunOutput {
 // Takes realizations as they come: names, report, result and files.
 class RealizationOutput final : public RealizationSink {
  public:
-  // image: receives the values of the realization at hand.
+  // image: receives the values of the current realization.
   RealizationOutput(const RunOutput& output, VORL_IMAGE& image) noexcept : output_(output), image_(image) {}
   void Begin(int r) noexcept override;
   [[nodiscard]] int End(int r) noexcept override;

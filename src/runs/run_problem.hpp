@@ -51,7 +51,7 @@ Categories CategoriesOf(const VORL_KESTRUMINDICATORINPUT& input, bool ordinaryKr
 [[nodiscard]] int RunEstimation(const VORL_KESTRUMINPUT& input, const Problem& problem, VORL_IMAGE* image,
                                 VORL_IMAGE* stdImage, const RunOutput& output) noexcept;
 
-// Simulation of a continuous variable. image: receives the realization at hand.
+// Simulation of a continuous variable. image: receives the current realization.
 [[nodiscard]] int RunSimulation(const VORL_KESTRUMINPUT& input, const Problem& problem, VORL_IMAGE* image,
                                 const RunOutput& output) noexcept;
 

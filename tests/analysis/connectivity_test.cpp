@@ -127,7 +127,7 @@ TEST(EulerNumber, KnownBodiesAndOddNeighbours) {
     EXPECT_EQ(Euler(image, 0, 2), row.expected);
     EXPECT_EQ(CountedEuler(*image.grid, image.var) == row.expected, row.exact);
   }
-  // Before the first node of the second variable stands a node of the first.
+  // Before the first node of the second variable there is a node of the first.
   Image two(Grid(2, 1, 2), {"a", "b"}, {1, 1, 1, 1, 0, 0, 1, 0});
   EXPECT_EQ(Euler(two, 1, 2), 1);
 }

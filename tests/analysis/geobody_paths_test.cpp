@@ -86,7 +86,7 @@ TEST(GeobodyPaths, DistancesAgainstRelaxation) {
     for (const Grid& grid : kGrids) {
       for (unsigned seed = 0; seed < 12; ++seed) {
         Ints mask = RandomMask(grid, seed);
-        // Start nodes inside and outside of the mask, some told twice, or none.
+        // Start nodes inside and outside of the mask, some given twice, or none.
         Ints starts;
         for (unsigned i = 0; i < seed % 5; ++i)
           starts.push_back(static_cast<int>(seed * 31 + i / 2 * 17) % grid.size());

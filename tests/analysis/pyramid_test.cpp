@@ -189,7 +189,7 @@ TEST(Pyramid, Weights) {
   // C(6, k): 20 and 1 share with both sides, 15 and 6 with each other.
   const double third[] = {20.0 / 66, 15.0 / 63, 6.0 / 63, 1.0 / 66};
   for (int j = 0; j < 4; ++j) EXPECT_NEAR(Filter(3, -1.0)[j], third[j], 1e-16);
-  // Each input node gives 1/f in total, wherever it stands between output nodes.
+  // Each input node gives 1/f in total, wherever it is between output nodes.
   for (const int f : {4, 5, 17, 510}) {
     for (const double central : {-1.0, 0.2}) {
       const Values w = Filter(f, central);

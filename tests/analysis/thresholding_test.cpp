@@ -184,7 +184,7 @@ TEST(OtsuThresholdingPreCateg, IsTheFirstBestOfAllCuts) {
 }
 
 TEST(OtsuThresholdingPreCateg, TiesAndCasesWithoutSearch) {
-  // Groups that mirror each other score the same, 88/7: the first in the enumeration stands.
+  // Groups that mirror each other score the same, 88/7: the first in the enumeration is kept.
   EXPECT_EQ(RunPreClasses({0, 1, 2, 3, 4, 5, 7}, 7, 3), (Classes{{2, 4}, {0, 0, 1, 1, 2, 2, 2}}));
   const Reals values{0, kMissing, 4, 2};
   EXPECT_EQ(RunPreClasses(values, 2, 3), (Classes{{2, kInfinity}, {0, kMissing, 1, 1}}));
@@ -200,7 +200,7 @@ TEST(OtsuThresholdingPreCateg, TiesAndCasesWithoutSearch) {
 
 TEST(OtsuThresholding, Progress) {
   testing::internal::CaptureStdout();
-  RunPreClasses({0, 1, 2, 5}, 4, 2, true);  // three cuts, of which the moves are told as parts of C(4, 1)
+  RunPreClasses({0, 1, 2, 5}, 4, 2, true);  // three cuts, whose moves are reported as parts of C(4, 1)
   RunPreClasses({3, 3}, 4, 2, true);
   RunPreClasses({3, 3}, 0, 2, true);
   Reals values{1, 2, 3}, limits(3), classes(3);

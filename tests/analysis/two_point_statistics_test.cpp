@@ -242,7 +242,7 @@ TEST(TwoPointStatistics, RefusalsAndFailingAllocations) {
       }
     }
   };
-  // The box has all faults, and loses them one by one in the order in which they are told.
+  // The box has all faults, and loses them one by one in the order in which they are reported.
   LagBox box{{{-5, 5, 0}, {-4, 4, -1}, {-3, 3, INT_MIN}}};
   for (const int variable : {-1, 1}) expect(variable, box, -1100);
   const struct {

@@ -41,7 +41,7 @@ void ExpectTable(const Table& table) {
     for (const unsigned char byte : text) checksum = (checksum ^ byte) * 0x100000001b3;
   }
   EXPECT_EQ(messages.size(), table.size);
-  EXPECT_EQ(checksum, table.checksum) << "odd spelling, punctuation and blanks are meant: no text may change";
+  EXPECT_EQ(checksum, table.checksum) << "odd spelling, punctuation and blanks are deliberate: no text may change";
   for (const int number : {INT_MAX, INT_MIN}) EXPECT_EQ(table.lookup(number), unknown);
 }
 

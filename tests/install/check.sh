@@ -18,7 +18,7 @@ PKG_CONFIG_PATH=$prefix/$KESTRUM_LIBDIR/pkgconfig
 export PKG_CONFIG_PATH
 flags="pkg-config kestrum"
 strict="-Wall -Wextra -Wpedantic -Wshadow -Werror"
-# The flags are meant to be split into words.
+# The flags are deliberately split into words.
 # shellcheck disable=SC2046,SC2086
 {
   $CC -std=c99 $strict $($flags --cflags) "$source/main.c" -o "$work/c" $($flags --libs) -lm

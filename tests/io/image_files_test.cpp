@@ -139,7 +139,7 @@ TEST(ImageFiles, GslibGridWithFewerFields) {
   }
 }
 
-// A good header, with the rows that a lacking line gives; the next row is that of a line too long.
+// A good header, with the rows that a missing line gives; the next row is that of a line too long.
 const Names kVtk{"# vtk",
                  "Image",
                  "ASCII",

@@ -73,7 +73,7 @@ def gamma_of(body, neighbours):
 
 
 def cases():
-    """Function, input, what stands before the images, what stands after them, expected."""
+    """Function, input, arguments before the images, arguments after them, expected."""
     nodes = np.argwhere(np.ones(SHAPE)) * SAMPLING
     city_block = np.abs(nodes[:, None] - nodes[BODY.ravel()]).sum(axis=2).min(axis=1).reshape(SHAPE)
     euclidean = ndimage.distance_transform_edt(~BODY, SAMPLING)

@@ -152,7 +152,7 @@ def continuous(grid, *elements, angles=(0.0, 0.0, 0.0), search=Search(), **field
 
 
 def indicator(grid, *models, searches=None, data=None, **fields):
-    """A model can be told by its range alone: spherical with a nugget effect. Data: their values, in turn."""
+    """A model may be given by its range alone: spherical with a nugget effect. Data: their values, in turn."""
     models = [m if isinstance(m, Model) else Model([spherical(m), nugget(0.05 * m)]) for m in models]
     if data:
         fields["images"] = [{"value": sparse(grid, 12, data)}]

@@ -175,7 +175,7 @@ TEST(IndicatorRunInput, SumsThatAreSlightlyOffAreMended) {
     EXPECT_EQ(run.input.probabilityValue[0], first);
     EXPECT_EQ(run.input.probabilityValue[1], row.expected);
   }
-  // Node by node in an image: node 0 is left out, node 2 is mended before node 4 is refused, node 5 is not reached.
+  // Node by node in an image: node 0 is left out, node 2 is corrected before node 4 is refused, node 5 is not reached.
   IndicatorRun run;
   Flags flags;
   int error = 99;

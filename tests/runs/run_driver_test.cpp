@@ -289,7 +289,7 @@ TEST_F(RunDriver, IndicatorProportions) {
         const int ncategory = static_cast<int>(c.categories.size());
         EXPECT_EQ(image.nvar, mode == KESTRUM_OK ? ncategory : 7);
         EXPECT_STREQ(image.varName[0], mode == KESTRUM_OK ? "v_prob000" : "v_real00000");
-        // The datum at node 0, told as a probability of 1 or as itself.
+        // The datum at node 0, given as a probability of 1 or as itself.
         if (c.data[0] != m) {
           for (int v = 0; v < image.nvar; ++v) {
             const real certain = c.categories[v % ncategory] == c.data[0] ? 1.0 : 0.0;
@@ -301,7 +301,8 @@ TEST_F(RunDriver, IndicatorProportions) {
   }
 }
 
-// Categories share their systems only where models and neighbourhoods are the same: each keeps its own wherever it stands.
+// Categories share their systems only where models and neighbourhoods are the same: each keeps its own wherever it is
+// in the list.
 TEST_F(RunDriver, OrderOfCategoriesDoesNotMatter) {
   const VORL_GRID grid = MakeGrid(12, 10, 1);
   std::vector<real> data(120, VORL_MISSING_VALUE);

@@ -304,8 +304,8 @@ TEST(Simulation, BoundsAreHonoured) {
   }
 }
 
-// Two nodes next to each other whose bounds contradict the model: the last pass still had to relax one of them, and each
-// warning is told once per realization. How many passes are made shows in the state of the path that follows.
+// Two nodes next to each other whose bounds contradict the model: the last pass still had to relax one of them, and
+// each warning is raised once per realization. How many passes are made shows in the state of the path that follows.
 TEST(Simulation, GibbsPasses) {
   const VORL_GRID grid = MakeGrid(2, 1, 1);
   const auto run = [&](real low, real high, int npassMin, int npassMax) {

@@ -1,7 +1,7 @@
 #!/bin/sh
 # compare.sh PROGRAM [REFERENCE]
 # Runs same_bits with each level of instructions that the machine has, and several numbers of threads. All outputs must
-# be that of the reference (the same program if not told) with the baseline, serial.
+# be that of the reference (the same program by default) with the baseline, serial.
 set -eu
 program=$1
 reference=${2:-$program}

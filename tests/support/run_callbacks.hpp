@@ -5,7 +5,7 @@
 
 #include "core/progress_monitor.h"
 
-// Progress callbacks that note what they are told.
+// Progress callbacks that record what they are given.
 
 namespace kestrum_test {
 
