@@ -1,103 +1,113 @@
 #include "numeric/cholesky.hpp"
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
+
+#include "numeric/cholesky_layout.hpp"
 
 namespace kestrum {
 namespace {
 
-// A factor in memory: the rows of L in panels of kLanes rows, each a run of columns of kLanes numbers; then the inverse
-// pivots.
-std::size_t Rows(int size) { return (static_cast<std::size_t>(size) + kLanes - 1) / kLanes * kLanes; }
+// Columns that are taken at a time: with them as many rows of two blocks of right sides fit the first level of cache,
+// and as many rows of L the second.
+constexpr int kChunk = 128;
+// Panels of a factorisation that one thread takes at a time.
+constexpr int kGroup = 8;
 
-std::size_t Index(std::size_t i, std::size_t j) {
-  const std::size_t panel = i / kLanes;
-  return (panel * (panel + 1) / 2 * kLanes + j) * kLanes + i % kLanes;
-}
-
-template <typename T>
-T* InversePivots(int size, T* factor) {
-  return factor + Index(Rows(size), 0);
-}
-
-// x = L^-1 x.
-void Forward(int size, const double* factor, double* x, int step) {
-  for (int i = 0; i < size; ++i) {
-    for (int k = 0; k < i; ++k) x[i * step] -= factor[Index(i, k)] * x[k * step];
-  }
-}
-
-// x = L^-T x.
-void Backward(int size, const double* factor, double* x, int step) {
-  for (int i = size - 1; i >= 0; --i) {
-    for (int k = 0; k < i; ++k) x[k * step] -= factor[Index(i, k)] * x[i * step];
-  }
-}
+// A system to factorise, of n data among `size` rows.
+struct DenseSystem {
+  int n;
+  int size;
+  double* panels;
+  double* inversePivots;
+  double rounding;  // a pivot this small, relative to its diagonal element, may be nothing but rounding
+};
 
 }  // namespace
+}  // namespace kestrum
 
-std::size_t FactorSize(int n, int q) noexcept { return Index(Rows(n + q), 0) + Rows(n + q); }
+#define KESTRUM_KERNEL "numeric/cholesky_kernel.hpp"
+#define KESTRUM_KERNEL_WIDEST 64
+#include "numeric/kernel_levels.hpp"
 
-void SetFactorRow(int n, int i, const double* row, double* factor) noexcept {
-  for (int j = 0; j <= i; ++j) factor[Index(i, j)] = j < n ? row[j] : 0.0;
+namespace kestrum {
+
+std::size_t FactorSize(int n, int q) noexcept {
+  const std::ptrdiff_t panels = Panels(n + q);
+  return static_cast<std::size_t>(PanelStart(panels) + panels * kLanes);
 }
 
-bool Factorise(const Dealing& /*dealing*/, int n, int q, double* factor, SimdLevel /*level*/) noexcept {
-  double* const inverse = InversePivots(n + q, factor);
-  for (int i = 0; i < n + q; ++i) {
-    for (int j = 0; j < i; ++j) {
-      for (int k = 0; k < j; ++k) factor[Index(i, j)] -= factor[Index(i, k)] * factor[Index(j, k)];
+void SetFactorRow(int n, int i, const double* row, double* factor) noexcept {
+  for (int j = 0; j <= i; ++j) factor[Place(i, j)] = j < n ? row[j] : 0.0;
+}
+
+bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel level) noexcept {
+  const int size = n + q;
+  const int panels = static_cast<int>(Panels(size));
+  double* const inverse = factor + InversePivotsStart(size);
+  const DenseSystem system{n, size, factor, inverse, PivotRounding(size)};
+  for (int i = 0; i < panels * kLanes; ++i) {
+    inverse[i] = i < size ? factor[Place(i, i)] : 0.0;
+    // No row of L reaches beyond its diagonal, and no row of a panel beyond the last.
+    const int first = i < size ? i + 1 : 0;
+    for (int j = first; j < (i / kLanes + 1) * kLanes; ++j) factor[Place(i, j)] = 0.0;
+  }
+  for (int begin = 0; begin < size; begin += kChunk) {
+    const int end = std::min(begin + kChunk, size);
+    if (!KESTRUM_KERNEL_AT(level, FactoriseChunk)(system, begin, end)) return false;
+    const int below = static_cast<int>(Panels(end));
+    const int groups = (panels - below + kGroup - 1) / kGroup;
+    dealing.EachThread([&](int thread, int team) noexcept {
+      for (int panel = below + thread; panel < panels; panel += team) {
+        KESTRUM_KERNEL_AT(level, SolvePanel)(system, panel, begin, end);
+      }
+    });
+    dealing.EachThread([&](int thread, int team) noexcept {
+      for (int group = groups - 1 - thread; group >= 0; group -= team) {
+        const int panel = below + group * kGroup;
+        KESTRUM_KERNEL_AT(level, UpdatePanels)(system, panel, std::min(panel + kGroup, panels), begin, end);
+      }
+    });
+  }
+  dealing.EachThread([&](int thread, int team) noexcept {
+    for (int panel = thread; panel < panels; panel += team) {
+      KESTRUM_KERNEL_AT(level, ScalePanel)(system, panel, panel * kLanes / kChunk * kChunk);
     }
-    double pivot = factor[Index(i, i)];
-    double size = pivot;
-    for (int j = 0; j < i; ++j) {
-      if (j == n) size = -pivot;
-      const double l = factor[Index(i, j)] * inverse[j];
-      pivot -= factor[Index(i, j)] * l;
-      factor[Index(i, j)] = l;
-    }
-    if (i == n) size = -pivot;
-    const double rounding = 4.0 * (n + q) * std::numeric_limits<double>::epsilon() * size;
-    if (!((i < n ? pivot : -pivot) > rounding)) return false;
-    factor[Index(i, i)] = 1.0;
-    inverse[i] = 1.0 / pivot;
+  });
+  for (int i = n; i < size; ++i) {
+    double complement = 0.0;
+    for (int k = 0; k < n; ++k) complement += factor[Place(i, k)] * factor[Place(i, k)] / inverse[k];
+    if (!(-1.0 / inverse[i] > system.rounding * complement)) return false;
   }
   return true;
 }
 
 void PrepareValues(int n, int q, const double* factor, const double* z, double* values) noexcept {
+  const int size = n + q;
   std::copy_n(z, n, values);
   std::fill_n(values + n, q, 0.0);
-  Forward(n + q, factor, values, 1);
-  for (int i = 0; i < n + q; ++i) values[i] *= InversePivots(n + q, factor)[i];
+  for (int i = 0; i < size; ++i) {
+    for (int k = 0; k < i; ++k) values[i] -= factor[Place(i, k)] * values[k];
+  }
+  for (int i = 0; i < size; ++i) values[i] *= factor[InversePivotsStart(size) + i];
 }
 
 void Krige(int n, int q, const double* factor, const double* values, std::ptrdiff_t nblock, double* b, double* estimate,
-           double* explained, SimdLevel /*level*/) noexcept {
-  for (std::ptrdiff_t target = 0; target < nblock * kLanes; ++target) {
-    double* const y = b + target / kLanes * (n + q) * kLanes + target % kLanes;
-    Forward(n + q, factor, y, kLanes);
-    double sum = 0.0;
-    double square = 0.0;
-    for (int i = 0; i < n + q; ++i) {
-      if (values != nullptr) sum += y[i * kLanes] * values[i];
-      square += y[i * kLanes] * (y[i * kLanes] * InversePivots(n + q, factor)[i]);
-    }
-    if (values != nullptr) estimate[target] = sum;
-    explained[target] = square;
-  }
+           double* explained, SimdLevel level) noexcept {
+  const int size = n + q;
+  KESTRUM_KERNEL_AT(level, SolveForward)(size, factor, nblock, b);
+  KESTRUM_KERNEL_AT(level, SumProducts)
+  (size, factor + InversePivotsStart(size), values, nblock, b, estimate, explained);
 }
 
-void KrigingWeights(int n, int q, const double* factor, std::ptrdiff_t nblock, double* b,
-                    SimdLevel /*level*/) noexcept {
-  for (std::ptrdiff_t target = 0; target < nblock * kLanes; ++target) {
-    double* const x = b + target / kLanes * (n + q) * kLanes + target % kLanes;
-    for (int i = 0; i < n + q; ++i) x[i * kLanes] *= InversePivots(n + q, factor)[i];
-    Backward(n + q, factor, x, kLanes);
-  }
+void KrigingWeights(int n, int q, const double* factor, std::ptrdiff_t nblock, double* b, SimdLevel level) noexcept {
+  const int size = n + q;
+  KESTRUM_KERNEL_AT(level, SolveTransposed)(size, factor, factor + InversePivotsStart(size), nblock, b);
 }
 
-void DualWeights(int n, int q, const double* factor, double* values) noexcept { Backward(n + q, factor, values, 1); }
+void DualWeights(int n, int q, const double* factor, double* values) noexcept {
+  for (int i = n + q - 1; i >= 0; --i) {
+    for (int k = 0; k < i; ++k) values[k] -= factor[Place(i, k)] * values[i];
+  }
+}
 
 }  // namespace kestrum

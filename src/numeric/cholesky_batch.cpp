@@ -1,73 +1,67 @@
 #include "numeric/cholesky_batch.hpp"
 
-#include <algorithm>
-#include <cmath>
-
 #include "numeric/cholesky.hpp"
+#include "numeric/cholesky_layout.hpp"
 
 namespace kestrum {
 namespace {
 
-bool ResidualIsSmall(int n, int q, int lane, const double* a, const double* b, const double* x) {
-  constexpr double kTolerance = 1e-10;
+// A batch as the kernels take it. The elements of l are those of a factor of size + 1 rows, kLanes numbers each.
+struct BatchSystems {
+  int n;
+  int size;
+  const double* a;
+  const double* extra;  // one more row under the matrix: right side or values; null if there is none
+  int extraSize;        // its elements, up to `size`; those that follow are zero
+  double* l;
+  double* pivots;
+  double* inversePivots;
+};
+
+BatchSystems SystemsOf(int n, int q, const double* a, const double* extra, int extraSize, double* work) {
   const int size = n + q;
-  const auto element = [&](int i, int j) {
-    return std::min(i, j) >= n ? 0.0 : a[(std::max(i, j) * size + std::min(i, j)) * kLanes + lane];
-  };
-  double covariance = 0.0;
-  for (int i = 0; i < n; ++i) covariance = std::max({covariance, std::fabs(b[i * kLanes + lane]), element(i, i)});
-  for (int i = 0; i < size; ++i) {
-    double rest = b[i * kLanes + lane];
-    double largest = i < n ? covariance : std::fabs(rest);
-    for (int j = 0; j < size; ++j) {
-      rest -= element(i, j) * x[j * kLanes + lane];
-      if (i >= n) largest = std::max(largest, std::fabs(element(i, j)));
-    }
-    if (!(std::fabs(rest) <= kTolerance * largest)) return false;
-  }
-  return true;
+  double* const pivots = work + PanelStart(Panels(size + 1)) * kLanes;
+  return {n, size, a, extra, extraSize, work, pivots, pivots + Panels(size) * kLanes * kLanes};
 }
 
+// What follows the parts of BatchSystems in the work memory.
+double* Rest(const BatchSystems& systems) { return systems.inversePivots + Panels(systems.size) * kLanes * kLanes; }
+
 }  // namespace
+}  // namespace kestrum
+
+#define KESTRUM_KERNEL "numeric/cholesky_batch_kernel.hpp"
+#define KESTRUM_KERNEL_WIDEST 64
+#include "numeric/kernel_levels.hpp"
+
+namespace kestrum {
 
 std::size_t KrigingBatchWorkSize(int n, int q) noexcept {
-  return kLanes * (FactorSize(n, q) + static_cast<std::size_t>(n + q));
+  const int size = n + q;
+  return static_cast<std::size_t>((PanelStart(Panels(size + 1)) + 2 * Panels(size) * kLanes + size) * kLanes);
 }
 
 unsigned SolveKrigingBatch(int n, int q, const double* a, const double* b, double* x, double* explained, double* work,
                            SimdLevel level) noexcept {
-  const std::size_t size = FactorSize(n, q);
-  double* const y = work + kLanes * size;
-  unsigned solved = FactoriseBatch(n, q, a, nullptr, work, nullptr, y, level);
-  for (int lane = 0; lane < kLanes; ++lane) {
-    if ((solved >> lane & 1) == 0) continue;
-    alignas(64) double all[kLanes];
-    std::copy_n(b, (n + q) * kLanes, y);
-    Krige(n, q, work + lane * size, nullptr, 1, y, nullptr, all, level);
-    KrigingWeights(n, q, work + lane * size, 1, y, level);
-    for (int i = 0; i < n + q; ++i) x[i * kLanes + lane] = y[i * kLanes + lane];
-    explained[lane] = all[lane];
-    if (!ResidualIsSmall(n, q, lane, a, b, x)) solved &= ~(1U << lane);
-  }
-  return solved;
+  const BatchSystems systems = SystemsOf(n, q, a, b, n + q, work);
+  const unsigned sound = KESTRUM_KERNEL_AT(level, FactoriseSystems)(systems, x);
+  return sound & KESTRUM_KERNEL_AT(level, SolveSystems)(systems, x, explained, Rest(systems));
 }
 
 unsigned FactoriseBatch(int n, int q, const double* a, const double* z, double* factors, double* values, double* work,
                         SimdLevel level) noexcept {
-  unsigned factorised = 0;
-  for (int lane = 0; lane < kLanes; ++lane) {
-    double* const factor = factors + lane * FactorSize(n, q);
-    for (int i = 0; i < n + q; ++i) {
-      for (int j = 0; j <= i; ++j) work[j] = a[(i * (n + q) + j) * kLanes + lane];
-      SetFactorRow(n, i, work, factor);
-    }
-    if (!Factorise(Dealing::Serial(), n, q, factor, level)) continue;
-    factorised |= 1U << lane;
-    if (z == nullptr) continue;
-    for (int i = 0; i < n; ++i) work[i] = z[i * kLanes + lane];
-    PrepareValues(n, q, factor, work, values + lane * (n + q));
+  const BatchSystems systems = SystemsOf(n, q, a, z, n, work);
+  const int size = n + q;
+  const std::ptrdiff_t step = static_cast<std::ptrdiff_t>(FactorSize(n, q));
+  const unsigned sound = KESTRUM_KERNEL_AT(level, FactoriseSystems)(systems, Rest(systems));
+  KESTRUM_KERNEL_AT(level, SeparateLanes)(PanelStart(Panels(size)) / kLanes, systems.l, factors, step);
+  KESTRUM_KERNEL_AT(level, SeparateLanes)
+  (Panels(size), systems.inversePivots, factors + InversePivotsStart(size), step);
+  if (z == nullptr) return sound;
+  for (int i = 0; i < size; ++i) {
+    for (int lane = 0; lane < kLanes; ++lane) values[lane * size + i] = Rest(systems)[i * kLanes + lane];
   }
-  return factorised;
+  return sound;
 }
 
 }  // namespace kestrum

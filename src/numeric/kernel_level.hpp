@@ -43,6 +43,18 @@ KESTRUM_KERNEL_INLINE V Broadcast(double value) {
   return value - V{};
 }
 
+// z - x y, rounded once. Where the set lacks the instruction, each number is a call of the C library's fma.
+KESTRUM_KERNEL_INLINE Vector SubtractProduct(Vector z, Vector x, Vector y) {
+#if KESTRUM_KERNEL_BYTES == 64
+  return (Vector)_mm512_fnmadd_pd((__m512d)x, (__m512d)y, (__m512d)z);
+#elif KESTRUM_KERNEL_BYTES == 32
+  return (Vector)_mm256_fnmadd_pd((__m256d)x, (__m256d)y, (__m256d)z);
+#else
+  for (int k = 0; k < kWidth; ++k) z[k] = __builtin_fma(-x[k], y[k], z[k]);
+  return z;
+#endif
+}
+
 #include KESTRUM_KERNEL
 
 }  // namespace KESTRUM_KERNEL_LEVEL

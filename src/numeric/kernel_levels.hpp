@@ -25,7 +25,7 @@
 
 #if defined(__x86_64__)
 #define KESTRUM_KERNEL_LEVEL avx2
-#define KESTRUM_KERNEL_TARGET __attribute__((target("avx2")))
+#define KESTRUM_KERNEL_TARGET __attribute__((target("avx2,fma")))
 #define KESTRUM_KERNEL_BYTES 32
 #include "numeric/kernel_level.hpp"
 #else

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <random>
 #include <utility>
@@ -14,6 +15,7 @@
 
 namespace {
 
+using kestrum::Dealing;
 using kestrum::kLanes;
 using kestrum::SimdLevel;
 
@@ -105,7 +107,7 @@ Solution SolveInLongDouble(const System& system) {
 
 kestrum::Buffer<double> Zeros(std::size_t size) {
   kestrum::Buffer<double> buffer;
-  EXPECT_EQ(buffer.Allocate(size + 1, 0.0), 0);
+  EXPECT_EQ(buffer.Allocate(size, 0.0), 0);
   return buffer;
 }
 
@@ -139,6 +141,14 @@ struct Batch {
   kestrum::Buffer<double> a, b, z, x, explained, work;
 };
 
+// What the batch gives, for a comparison of bits.
+std::vector<double> Solved(Batch& batch, SimdLevel level, unsigned lanes = 0xff) {
+  EXPECT_EQ(batch.Solve(level), lanes) << "n " << batch.n << " q " << batch.q << " level " << static_cast<int>(level);
+  std::vector<double> all(batch.x.begin(), batch.x.end());
+  all.insert(all.end(), batch.explained.begin(), batch.explained.end());
+  return all;
+}
+
 void ExpectLane(const Batch& batch, int lane, const System& system, double tolerance) {
   const Solution expected = SolveInLongDouble(system);
   for (int i = 0; i < system.n + system.q; ++i) {
@@ -149,59 +159,216 @@ void ExpectLane(const Batch& batch, int lane, const System& system, double toler
   EXPECT_NEAR(batch.explained[lane], static_cast<double>(expected.explained), tolerance * system(0, 0));
 }
 
-// One factor for all: the system of `lane`, with the targets of all lanes.
-void ExpectTargets(const double* factor, const double* values, int lane, const Batch& batch,
-                   const std::vector<System>& systems, double tolerance) {
-  const int n = batch.n, q = batch.q, size = n + q;
-  constexpr int kBlocks = 3;
-  kestrum::Buffer<double> b = Zeros(static_cast<std::size_t>(size * kLanes * kBlocks));
-  kestrum::Buffer<double> estimate = Zeros(kLanes * kBlocks), explained = Zeros(kLanes * kBlocks);
-  // Those of the second block in reverse order.
-  const auto sourceOf = [](int target) { return target / kLanes == 1 ? 2 * kLanes - 1 - target : target % kLanes; };
-  const auto placeOf = [&](int target, int i) { return (target / kLanes * size + i) * kLanes + target % kLanes; };
-  for (int target = 0; target < kBlocks * kLanes; ++target) {
-    for (int i = 0; i < size; ++i) b[placeOf(target, i)] = systems[sourceOf(target)].b[i];
-  }
-  std::vector<double> dual(values, values + size);
-  kestrum::DualWeights(n, q, factor, dual.data());
-  kestrum::Krige(n, q, factor, values, kBlocks, b.data(), estimate.data(), explained.data());
-  kestrum::KrigingWeights(n, q, factor, kBlocks, b.data());
-  for (int target = 0; target < kBlocks * kLanes; ++target) {
-    System system = systems[lane];
-    system.b = systems[sourceOf(target)].b;
-    const Solution expected = SolveInLongDouble(system);
-    double byDual = 0.0;
-    for (int i = 0; i < size; ++i) {
-      ASSERT_NEAR(b[placeOf(target, i)], static_cast<double>(expected.x[i]), tolerance);
-      byDual += system.b[i] * dual[i];
+// A system with the right sides of many as targets: one factor for all.
+struct Targets {
+  // The targets are those of `systems` over and over, `blocks` times; `system` tells the data.
+  Targets(const System& data, const std::vector<System>& systems, int blocks)
+      : system(data), nblock(blocks), size(data.n + data.q) {
+    b = Zeros(static_cast<std::size_t>(nblock * size * kLanes));
+    estimate = Zeros(static_cast<std::size_t>(nblock * kLanes));
+    explained = Zeros(static_cast<std::size_t>(nblock * kLanes));
+    for (int target = 0; target < nblock * kLanes; ++target) {
+      sources.push_back(&systems[static_cast<std::size_t>(target) % systems.size()]);
+      for (int i = 0; i < size; ++i) b[Place(target, i)] = sources.back()->b[i];
     }
-    EXPECT_NEAR(estimate[target], static_cast<double>(expected.estimate), 10.0 * tolerance);
-    EXPECT_NEAR(byDual, static_cast<double>(expected.estimate), 10.0 * tolerance);
-    EXPECT_NEAR(explained[target], static_cast<double>(expected.explained), tolerance);
   }
+  std::size_t Place(int target, int i) const {
+    return static_cast<std::size_t>((target / kLanes * size + i) * kLanes + target % kLanes);
+  }
+  // Estimates, explained parts and weights, one after the other.
+  std::vector<double> Krige(const double* factor, const double* values, SimdLevel level) {
+    kestrum::Krige(system.n, system.q, factor, values, nblock, b.data(), estimate.data(), explained.data(), level);
+    kestrum::KrigingWeights(system.n, system.q, factor, nblock, b.data(), level);
+    std::vector<double> all(estimate.begin(), estimate.end());
+    all.insert(all.end(), explained.begin(), explained.end());
+    all.insert(all.end(), b.begin(), b.end());
+    return all;
+  }
+  // Expects what Krige left, and what the dual weights give.
+  void ExpectLongDouble(const double* factor, const double* values, double tolerance) {
+    std::vector<double> dual(values, values + size);
+    kestrum::DualWeights(system.n, system.q, factor, dual.data());
+    for (int target = 0; target < nblock * kLanes; target += system.n < 50 ? 1 : 9) {
+      System one = system;
+      one.b = sources[static_cast<std::size_t>(target)]->b;
+      const Solution expected = SolveInLongDouble(one);
+      double byDual = 0.0;
+      for (int i = 0; i < size; ++i) {
+        ASSERT_NEAR(b[Place(target, i)], static_cast<double>(expected.x[i]), tolerance) << system.n << " " << system.q;
+        byDual += one.b[i] * dual[i];
+      }
+      EXPECT_NEAR(estimate[target], static_cast<double>(expected.estimate), 10.0 * tolerance);
+      EXPECT_NEAR(byDual, static_cast<double>(expected.estimate), 10.0 * tolerance);
+      EXPECT_NEAR(explained[target], static_cast<double>(expected.explained), tolerance);
+    }
+  }
+
+  System system;
+  int nblock, size;
+  std::vector<const System*> sources;
+  kestrum::Buffer<double> b, estimate, explained;
+};
+
+std::vector<System> MakeSystems(int n, int q, const Recipe& recipe, unsigned seed) {
+  std::mt19937 generator(seed);
+  std::vector<System> systems;
+  for (int lane = 0; lane < kLanes; ++lane) systems.push_back(MakeSystem(n, q, recipe, generator));
+  return systems;
 }
 
-TEST(CholeskyBatch, LongDouble) {
-  std::mt19937 generator(1);
-  for (int n = 1; n <= 128; n += n < 42 ? 1 : 11) {
-    for (const int q : {0, 1, 3, 6, 10}) {
+// Every size has tails of its own in the tiles of each level.
+TEST(Cholesky, BatchesAgainstLongDouble) {
+  for (int n = 1; n <= 128; n += n < 42 ? 1 : 43) {
+    for (const int q : {0, 1, 2, 3, 6, 10}) {
       if (2 * q > n && q > 1) continue;
       const double tolerance = q > 3 ? 1e-8 : 1e-11;
-      std::vector<System> systems;
-      for (int lane = 0; lane < kLanes; ++lane) systems.push_back(MakeSystem(n, q, {}, generator));
+      const std::vector<System> systems = MakeSystems(n, q, {}, static_cast<unsigned>(n));
       Batch batch(systems);
-      for (const SimdLevel level : Levels()) {
-        EXPECT_EQ(batch.Solve(level), 0xffU) << n << " " << q;
-        for (int lane = 0; lane < kLanes; ++lane) ExpectLane(batch, lane, systems[lane], tolerance);
-      }
+      const std::vector<double> solved = Solved(batch, SimdLevel::kBaseline);
+      const int lane = n % kLanes;
+      for (int k = 0; k < (n < 10 ? kLanes : 1); ++k)
+        ExpectLane(batch, (lane + k) % kLanes, systems[(lane + k) % kLanes], tolerance);
+
       const std::size_t size = kestrum::FactorSize(n, q);
       kestrum::Buffer<double> factors = Zeros(size * kLanes);
       kestrum::Buffer<double> values = Zeros(static_cast<std::size_t>((n + q) * kLanes));
-      EXPECT_EQ(kestrum::FactoriseBatch(n, q, batch.a.data(), batch.z.data(), factors.data(), values.data(),
-                                        batch.work.data()),
-                0xffU);
-      const int lane = n % kLanes;
-      ExpectTargets(factors.data() + lane * size, values.data() + lane * (n + q), lane, batch, systems, tolerance);
+      std::vector<double> kriged;
+      for (const SimdLevel level : Levels()) {
+        EXPECT_EQ(Solved(batch, level), solved) << n << " " << q << " level " << static_cast<int>(level);
+        EXPECT_EQ(kestrum::FactoriseBatch(n, q, batch.a.data(), batch.z.data(), factors.data(), values.data(),
+                                          batch.work.data(), level),
+                  0xffU);
+        Targets targets(systems[lane], systems, 1 + n % 3);
+        const std::vector<double> result =
+            targets.Krige(factors.data() + lane * size, values.data() + lane * (n + q), level);
+        if (level == SimdLevel::kBaseline) {
+          targets.ExpectLongDouble(factors.data() + lane * size, values.data() + lane * (n + q), tolerance);
+          kriged = result;
+        }
+        EXPECT_EQ(result, kriged) << n << " " << q << " level " << static_cast<int>(level);
+      }
+    }
+  }
+}
+
+// One system, over the ends of the chunks of columns, by any number of threads.
+TEST(Cholesky, LargeSystemAgainstLongDouble) {
+  for (const auto& [n, q] : {std::pair{1, 0}, {9, 1}, {127, 1}, {128, 0}, {133, 3}, {254, 6}, {301, 1}}) {
+    const std::vector<System> systems = MakeSystems(n, q, {}, static_cast<unsigned>(n));
+    const System& system = systems[0];
+    kestrum::Buffer<double> factor = Zeros(kestrum::FactorSize(n, q));
+    std::vector<double> kriged;
+    for (const SimdLevel level : Levels()) {
+      for (const int threads : {0, 1, 2, 3, 8}) {
+        for (int i = 0; i < n + q; ++i) kestrum::SetFactorRow(n, i, &system.a[i * (n + q)], factor.data());
+        const Dealing dealing = threads == 0 ? Dealing::Serial() : Dealing::Threads(threads);
+        ASSERT_TRUE(kestrum::Factorise(dealing, n, q, factor.data(), level));
+        std::vector<double> values(static_cast<std::size_t>(n + q));
+        kestrum::PrepareValues(n, q, factor.data(), system.z.data(), values.data());
+        Targets targets(system, systems, 3);
+        const std::vector<double> result = targets.Krige(factor.data(), values.data(), level);
+        if (kriged.empty()) {
+          targets.ExpectLongDouble(factor.data(), values.data(), q > 3 ? 1e-8 : 1e-11);
+          kriged = result;
+        }
+        EXPECT_EQ(result, kriged) << n << " level " << static_cast<int>(level) << " threads " << threads;
+      }
+    }
+  }
+}
+
+TEST(Cholesky, UnitsDoNotMatter) {
+  for (const int n : {5, 20, 33}) {
+    const std::vector<System> plain = MakeSystems(n, 3, {}, 1);
+    Batch reference(plain);
+    Solved(reference, kestrum::BestSimdLevel());
+    for (const double sill : {1e-24, 3e-7, 160000.0, 1e24}) {
+      for (const double unit : {1e-9, 1.0, 7e8}) {
+        Recipe recipe;
+        recipe.sill = sill;
+        recipe.unit = unit;
+        Batch batch(MakeSystems(n, 3, recipe, 1));
+        Solved(batch, kestrum::BestSimdLevel());
+        for (int k = 0; k < (n + 3) * kLanes; ++k) {
+          const double expected = reference.x[k] * (k < n * kLanes ? 1.0 : sill / unit);
+          EXPECT_NEAR(batch.x[k], expected, 1e-11 * (std::fabs(expected) + (k < n * kLanes ? 1.0 : 0.0)));
+        }
+        for (int lane = 0; lane < kLanes; ++lane) {
+          EXPECT_NEAR(batch.explained[lane] / sill, reference.explained[lane], 1e-12);
+        }
+      }
+    }
+  }
+}
+
+// Each way for a lane to fail, in turn on each lane: the others give the bits that they give among sound lanes.
+TEST(Cholesky, UnsoundLanes) {
+  constexpr int n = 13, q = 2;
+  const std::vector<System> sound = MakeSystems(n, q, {}, 4);
+  const int size = n + q;
+  const auto set = [](System& system, int i, int j, double value) {
+    const int columns = system.n + system.q;
+    system.a[i * columns + j] = system.a[j * columns + i] = value;
+  };
+  const std::vector<std::function<void(System&)>> faults = {
+      [&](System& system) { set(system, 3, 3, std::nan("")); },
+      [&](System& system) { set(system, 12, 0, std::nan("")); }, [&](System& system) { set(system, 5, 5, -1.0); },
+      [&](System& system) { set(system, 0, 0, 0.0); }, [&](System& system) { set(system, 7, 2, 1.5); },
+      [&](System& system) { std::fill_n(system.a.begin(), size * size, 0.0); },
+      [&](System& system) { std::fill_n(system.a.begin(), size * size, std::numeric_limits<double>::infinity()); },
+      // Two data at one place.
+      [&](System& system) {
+        for (int j = 0; j < size; ++j) set(system, 9, j, system(4, j));
+        set(system, 9, 9, system(4, 4));
+      },
+      // A drift that the other one explains, or none at all.
+      [&](System& system) {
+        for (int j = 0; j < n; ++j) set(system, n + 1, j, 3.0 * system(n, j));
+      },
+      [&](System& system) {
+        for (int j = 0; j < n; ++j) set(system, n, j, 0.0);
+      }};
+  Batch reference(sound);
+  for (const SimdLevel level : Levels()) {
+    const std::vector<double> expected = Solved(reference, level);
+    for (std::size_t k = 0; k < faults.size(); ++k) {
+      const std::size_t lane = (k + static_cast<std::size_t>(level)) % kLanes;
+      std::vector<System> systems = sound;
+      faults[k](systems[lane]);
+      Batch batch(systems);
+      const std::vector<double> solved = Solved(batch, level, 0xffU & ~(1U << lane));
+      for (std::size_t i = 0; i < solved.size(); ++i) {
+        if (i % kLanes == lane) continue;
+        ASSERT_EQ(solved[i], expected[i]) << "fault " << k << " level " << static_cast<int>(level);
+      }
+      kestrum::Buffer<double> factor = Zeros(kestrum::FactorSize(n, q));
+      for (int i = 0; i < size; ++i) kestrum::SetFactorRow(n, i, &systems[lane].a[i * size], factor.data());
+      EXPECT_FALSE(kestrum::Factorise(Dealing::Serial(), n, q, factor.data(), level)) << "fault " << k;
+    }
+  }
+}
+
+// Two data move together. The estimate changes as little as the true one, down to a distance at which the pivot is
+// nothing but rounding.
+TEST(Cholesky, NearlySingular) {
+  for (const double distance : {1e-2, 1e-6, 1e-10, 1e-12}) {
+    std::vector<System> systems = MakeSystems(20, 1, {}, 6);
+    for (System& system : systems) {
+      const double correlation = std::exp(-distance);
+      for (int j = 0; j < 21; ++j) {
+        const double value = j < 20 && j != 4 ? system(4, j) * correlation : j == 4 ? correlation : 1.0;
+        system.a[static_cast<std::size_t>(9 * 21 + j)] = system.a[static_cast<std::size_t>(j * 21 + 9)] = value;
+      }
+      system.a[9 * 21 + 9] = 1.0;
+      system.b[9] = system.b[4] * correlation;
+    }
+    Batch batch(systems);
+    Solved(batch, kestrum::BestSimdLevel());
+    for (int lane = 0; lane < kLanes; ++lane) {
+      const Solution expected = SolveInLongDouble(systems[lane]);
+      EXPECT_NEAR(batch.explained[lane], static_cast<double>(expected.explained), 1e-13);
+      const double pair = batch.x[4 * kLanes + lane] + batch.x[9 * kLanes + lane];
+      EXPECT_NEAR(pair, static_cast<double>(expected.x[4] + expected.x[9]), 1e-13);
     }
   }
 }

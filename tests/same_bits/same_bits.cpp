@@ -47,7 +47,8 @@ int main(int argc, char** argv) {
     }
   }
   if (forced_level > best) return 77;
-  for (const auto* trials : {&kestrum_test::RunTrials(), &kestrum_test::AnalysisTrials()}) {
+  for (const auto* trials :
+       {&kestrum_test::RunTrials(), &kestrum_test::AnalysisTrials(), &kestrum_test::NumericTrials()}) {
     // Runs have more to vary than an analysis.
     const unsigned n = trials == &kestrum_test::RunTrials() ? 6 * cases : cases;
     for (const kestrum_test::Trial& trial : *trials) {

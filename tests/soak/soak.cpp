@@ -17,7 +17,8 @@ using kestrum_test::Trial;
 // Half of the cases are runs.
 const Trial& TrialOf(unsigned seed) {
   kestrum_test::Draw draw(~seed);
-  return draw.Chance(0.5) ? draw.Of(kestrum_test::RunTrials()) : draw.Of(kestrum_test::AnalysisTrials());
+  if (draw.Chance(0.5)) return draw.Of(kestrum_test::RunTrials());
+  return draw.Of(draw.Chance(0.9) ? kestrum_test::AnalysisTrials() : kestrum_test::NumericTrials());
 }
 
 // What is wrong with a case, if anything.

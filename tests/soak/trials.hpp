@@ -90,9 +90,10 @@ struct Trial {
   void (*run)(Draw& draw, int nthreads, Outcome& outcome);
 };
 
-// Kriging and simulation, each with the functions of the image analysis.
+// Kriging and simulation, each with the functions of the image analysis; the image analysis; solvers inside.
 const std::vector<Trial>& RunTrials();
 const std::vector<Trial>& AnalysisTrials();
+const std::vector<Trial>& NumericTrials();
 
 inline Outcome Perform(const Trial& trial, unsigned seed, int nthreads) {
   Draw draw(seed);

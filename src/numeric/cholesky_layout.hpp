@@ -1,0 +1,29 @@
+#ifndef KESTRUM_NUMERIC_CHOLESKY_LAYOUT_HPP
+#define KESTRUM_NUMERIC_CHOLESKY_LAYOUT_HPP
+
+// The inside of a factor (numeric/cholesky.hpp), for those who make and use one.
+
+#include <cstddef>
+#include <limits>
+
+#include "numeric/lanes.hpp"
+
+namespace kestrum {
+
+// The rows of L lie in panels of kLanes rows, each a run of columns of kLanes numbers, up to the panel's last row. So a
+// panel is laid out like a block of right sides.
+constexpr std::ptrdiff_t Panels(std::ptrdiff_t size) noexcept { return (size + kLanes - 1) / kLanes; }
+constexpr std::ptrdiff_t PanelStart(std::ptrdiff_t panel) noexcept { return panel * (panel + 1) / 2 * kLanes * kLanes; }
+constexpr std::ptrdiff_t Place(std::ptrdiff_t i, std::ptrdiff_t j) noexcept {
+  return PanelStart(i / kLanes) + j * kLanes + i % kLanes;
+}
+
+// The inverse pivots follow the panels of `size` rows.
+constexpr std::ptrdiff_t InversePivotsStart(std::ptrdiff_t size) noexcept { return PanelStart(Panels(size)); }
+
+// A pivot this small, relative to its diagonal element, may be nothing but rounding.
+constexpr double PivotRounding(int size) noexcept { return 4.0 * size * std::numeric_limits<double>::epsilon(); }
+
+}  // namespace kestrum
+
+#endif
