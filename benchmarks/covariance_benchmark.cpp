@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "covariance/cov_evaluation.h"
+#include "covariance/exact_covariance.hpp"
 
 namespace {
 
@@ -67,6 +68,39 @@ void Evaluate(benchmark::State& state, int type, Evaluator evaluator) {
   state.SetItemsProcessed(state.iterations() * kLags);
 }
 
+void EvaluateExact(benchmark::State& state, int type, real s) {
+  Workload w(type);
+  w.elem.sValue = s;
+  kestrum::ExactCovariance covariance;
+  if (covariance.Allocate(1) != 0) return state.SkipWithError("no memory");
+  covariance.Prepare(w.model, kestrum::ConstantParameters{});
+  const int n = static_cast<int>(state.range(0));
+  std::vector<real> dx(n), dy(n), dz(n), cov(n);
+  for (int k = 0; k < n; ++k) {
+    dx[k] = w.dx[k % kLags];
+    dy[k] = w.dy[k % kLags];
+    dz[k] = w.dz[k % kLags];
+  }
+  for (auto _ : state) {
+    covariance.Evaluate(n, dx.data(), dy.data(), dz.data(), cov.data());
+    benchmark::DoNotOptimize(cov.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(state.iterations() * n);
+}
+
+void PrepareExact(benchmark::State& state) {
+  Workload w(COV_MATERN);
+  kestrum::ExactCovariance covariance;
+  if (covariance.Allocate(1) != 0) return state.SkipWithError("no memory");
+  for (auto _ : state) {
+    w.elem.sValue = w.elem.sValue == 1.3 ? 1.4 : 1.3;
+    covariance.Prepare(w.model, kestrum::ConstantParameters{});
+    benchmark::DoNotOptimize(covariance);
+  }
+}
+BENCHMARK(PrepareExact)->Name("PrepareExact/matern");
+
 const bool kRegistered = [] {
   constexpr const char* kTypeNames[] = {"nugget", "spherical", "exponential", "gaussian", "linear", "cubic",
                                         "sinus",  "gamma",     "power",       "expgen",   "matern"};
@@ -75,6 +109,9 @@ const bool kRegistered = [] {
       const std::string name = std::string("Evaluate/") + kTypeNames[type] + "/" + kEvaluatorNames[evaluator];
       benchmark::RegisterBenchmark(name.c_str(), Evaluate, type, evaluator);
     }
+    const std::string name = std::string("EvaluateExact/") + kTypeNames[type];
+    benchmark::RegisterBenchmark(name.c_str(), EvaluateExact, type, 1.3)->Arg(kLags)->Arg(1024);
+    if (type == COV_MATERN) benchmark::RegisterBenchmark((name + "_3/2").c_str(), EvaluateExact, type, 1.5)->Arg(1024);
   }
   return true;
 }();

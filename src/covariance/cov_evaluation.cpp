@@ -13,28 +13,6 @@
 namespace kestrum {
 namespace {
 
-// An element's parameters, wherever they come from. Those that its type does not use are not read, and stay 0.0.
-struct Parameters {
-  int type;
-  real w;
-  real rx = 0.0;
-  real ry = 0.0;
-  real rz = 0.0;
-  real s = 0.0;
-};
-
-template <typename Source>
-Parameters ReadParameters(const VORL_COVMODELELEM& element, const Source& source) noexcept {
-  Parameters p{.type = ElementType(element), .w = source(element.weightImage, element.weightValue)};
-  if (p.type != COV_NUGGET) {
-    p.rx = source(element.rxImage, element.rxValue);
-    p.ry = source(element.ryImage, element.ryValue);
-    p.rz = source(element.rzImage, element.rzValue);
-  }
-  if (HasExtraParameter(p.type)) p.s = source(element.sImage, element.sValue);
-  return p;
-}
-
 // Lags are taken in blocks that fit on the stack, so that each element is one short loop over the block.
 constexpr int kBlock = 128;
 
@@ -62,7 +40,7 @@ void Add(int n, real* __restrict cov, const Contribution& contribution) noexcept
   for (int k = 0; k < n; ++k) cov[k] += contribution(k);
 }
 
-void AddElement(const Parameters& p, const Block& lags, real* __restrict cov) noexcept {
+void AddElement(const ElementParameters& p, const Block& lags, real* __restrict cov) noexcept {
   const int n = lags.n;
   const real w = p.w;
   const real s = p.s;

@@ -32,6 +32,28 @@ struct ConstantParameters {
   real operator()(const VORL_IMAGE*, real value) const noexcept { return value; }
 };
 
+// An element's parameters, wherever they come from. Those that its type does not use are not read, and stay 0.0.
+struct ElementParameters {
+  int type;
+  real w;
+  real rx = 0.0;
+  real ry = 0.0;
+  real rz = 0.0;
+  real s = 0.0;
+};
+
+template <typename Source>
+ElementParameters ReadParameters(const VORL_COVMODELELEM& element, const Source& source) noexcept {
+  ElementParameters p{.type = ElementType(element), .w = source(element.weightImage, element.weightValue)};
+  if (p.type != COV_NUGGET) {
+    p.rx = source(element.rxImage, element.rxValue);
+    p.ry = source(element.ryImage, element.ryValue);
+    p.rz = source(element.rzImage, element.rzValue);
+  }
+  if (HasExtraParameter(p.type)) p.s = source(element.sImage, element.sValue);
+  return p;
+}
+
 // The sill: the sum of the weights.
 template <typename Source>
 real Sill(const VORL_COVMODEL& model, const Source& source) noexcept {

@@ -12,20 +12,6 @@ constexpr unsigned kAllLanes = (1U << kLanes) - 1;
 typedef Vector AlignedVector __attribute__((may_alias));
 typedef Integers AlignedIntegers __attribute__((may_alias));
 
-KESTRUM_KERNEL_INLINE Vector SquareRoot(Vector x) {
-#if !defined(__x86_64__)
-  for (int k = 0; k < kWidth; ++k) x[k] = __builtin_sqrt(x[k]);
-  return x;
-#elif KESTRUM_KERNEL_BYTES == 64
-  // Unmasked, this intrinsic reads a variable that is not set.
-  return (Vector)_mm512_maskz_sqrt_pd(0xff, (__m512d)x);
-#elif KESTRUM_KERNEL_BYTES == 32
-  return (Vector)_mm256_sqrt_pd((__m256d)x);
-#else
-  return (Vector)_mm_sqrt_pd((__m128d)x);
-#endif
-}
-
 // One number of each lane, in as many registers as it takes.
 struct Lanes {
   Vector part[kParts];

@@ -43,6 +43,20 @@ KESTRUM_KERNEL_INLINE V Broadcast(double value) {
   return value - V{};
 }
 
+KESTRUM_KERNEL_INLINE Vector SquareRoot(Vector x) {
+#if KESTRUM_KERNEL_BYTES == 64
+  // Unmasked, this intrinsic reads a variable that is not set.
+  return (Vector)_mm512_maskz_sqrt_pd(0xff, (__m512d)x);
+#elif KESTRUM_KERNEL_BYTES == 32
+  return (Vector)_mm256_sqrt_pd((__m256d)x);
+#elif KESTRUM_KERNEL_BYTES == 16 && defined(__x86_64__)
+  return (Vector)_mm_sqrt_pd((__m128d)x);
+#else
+  for (int k = 0; k < kWidth; ++k) x[k] = __builtin_sqrt(x[k]);
+  return x;
+#endif
+}
+
 // z - x y, rounded once. Where the set lacks the instruction, each number is a call of the C library's fma.
 KESTRUM_KERNEL_INLINE Vector SubtractProduct(Vector z, Vector x, Vector y) {
 #if KESTRUM_KERNEL_BYTES == 64

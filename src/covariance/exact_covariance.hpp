@@ -1,0 +1,65 @@
+#ifndef KESTRUM_COVARIANCE_EXACT_COVARIANCE_HPP
+#define KESTRUM_COVARIANCE_EXACT_COVARIANCE_HPP
+
+// Covariances of a model right to 1e-13 of the sill, for whoever need not give the bits of covariance/cov_evaluation.h.
+// The formulas are the ones given there, but for two: at the zero lag, and wherever h is zero, COV_SINUS_CARDINAL gives
+// w, the limit; and COV_MATERN holds down to the smallest lags. COV_POWER, which has no lower bound, is right to 1e-13 of
+// the larger of w and itself.
+
+#include "core/buffer.hpp"
+#include "covariance/cov_evaluation.hpp"
+#include "covariance/matern.hpp"
+#include "numeric/simd_level.hpp"
+
+namespace kestrum {
+
+// A model ready for evaluation: parameters and rotation read, and all computed that does not depend on the lag. It keeps
+// no reference to the model. Any number of threads may evaluate it at a time; for parameters that change from node to
+// node, each thread prepares one of its own.
+class ExactCovariance {
+ public:
+  // Makes room for models of up to `count` elements, at least 1. Gives 0, or -1 if memory runs out.
+  [[nodiscard]] int Allocate(int count) noexcept;
+
+  // Reads a model's parameters: `source` is ParametersAtNode or ConstantParameters. Allocates nothing. If the smoothness
+  // of a COV_MATERN element is the same as before, what depends on it alone is kept.
+  template <typename Source>
+  void Prepare(const VORL_COVMODEL& model, const Source& source) noexcept {
+    real angles[3];
+    rotated_ = Angles(model, source, angles);
+    const Rotation rotation = Rotation::FromAngles(angles);
+    count_ = model.nelem;
+    for (int i = 0; i < count_; ++i) SetElement(i, ReadParameters(model.covModelElem[i], source), rotation);
+  }
+
+  // The covariance of the zero lag.
+  real Sill() const noexcept;
+
+  // cov[k] becomes the covariance of lag (dx[k], dy[k], dz[k]), along the grid's axes and in coordinate units, for n
+  // lags. No array overlaps another.
+  void Evaluate(int n, const real* dx, const real* dy, const real* dz, real* cov,
+                SimdLevel level = BestSimdLevel()) const noexcept;
+
+  // An element, ready.
+  struct Element {
+    int type;
+    real w;
+    // The reduced lag is axes times the lag; only the diagonal counts where there is no rotation.
+    real axes[3][3];
+    real s;
+    real offset;  // of COV_GAMMA, whose correlation is factor (offset + h)^-s
+    real factor;
+    Matern matern;
+  };
+
+ private:
+  void SetElement(int i, const ElementParameters& parameters, const Rotation& rotation) noexcept;
+
+  int count_ = 0;
+  bool rotated_ = false;
+  Buffer<Element> elements_;
+};
+
+}  // namespace kestrum
+
+#endif
