@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "core/text_reader.hpp"
 #include "fuzz_target.hpp"
-#include "io/text_reader.hpp"
 
 namespace kestrum_fuzz {
 namespace {

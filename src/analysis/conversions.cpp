@@ -7,12 +7,10 @@
 #include <cstring>
 #include <limits>
 
-#include "analysis/nearest_node.hpp"
-#include "analysis/output_image.hpp"
 #include "core/buffer.hpp"
-#include "core/integers.hpp"
 #include "core/memory.h"
-#include "core/variables.hpp"
+#include "core/nearest_node.hpp"
+#include "core/records.hpp"
 
 namespace kestrum {
 namespace {
@@ -98,23 +96,18 @@ int Extract(const VORL_IMAGE& in, VORL_IMAGE* out, const real (&reference)[3], S
   }
   const auto& [first, second, third] = samplings;
   const int nvar = std::max(in.nvar, 0);
-  const std::int64_t nxy = std::int64_t{first.count()} * second.count();
-  if (!FitsInt(nxy) || nxy * third.count() > std::numeric_limits<int>::max() / std::max(nvar, 1)) return kStepTooSmall;
-  if (nvar > 0) {
-    if (const int status = CheckImage(in); status != 0) return status;
+  VORL_GRID frame;
+  frame.sx = first.step;
+  frame.sy = second.step;
+  frame.sz = third.step;
+  frame.ox = first.origin();
+  frame.oy = second.origin();
+  frame.oz = third.origin();
+  if (!SetSizes(&frame, first.count(), second.count(), third.count()) ||
+      frame.nxyz > std::numeric_limits<int>::max() / std::max(nvar, 1)) {
+    return kStepTooSmall;
   }
-
-  const VORL_GRID frame{first.count(),
-                        second.count(),
-                        third.count(),
-                        first.step,
-                        second.step,
-                        third.step,
-                        first.origin(),
-                        second.origin(),
-                        third.origin(),
-                        static_cast<int>(nxy),
-                        static_cast<int>(nxy * third.count())};
+  if (const int status = CheckImageIfAnyVariable(in); status != 0) return status;
   if (const int status = MallocImageOn(frame, nvar, out); status != 0) return status;
   for (int v = 0; v < nvar; ++v) std::memcpy(out->varName[v], in.varName[v], VORL_VARNAME_LENGTH);
   TakeSamples(in, reference, samplings, out);
@@ -246,7 +239,9 @@ int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** varMin, real
                      int conflictMode, int* nvarIgnored, int* nconflict, BOOLEAN merge) noexcept {
   *nvarIgnored = 0;
   *nconflict = 0;
-  if (!IsWhole(*source) || !IsWhole(*target)) return -20;
+  for (const VORL_IMAGE* const image : {source, target}) {
+    if (const int status = CheckImageIfAnyVariable(*image); status != 0) return status;
+  }
   const int difference = std::abs(VORLCmpGrid(source->grid, target->grid));
   if (difference >= 1 && difference <= 3) return -150;
 
@@ -257,7 +252,7 @@ int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** varMin, real
       status != 0) {
     return status;
   }
-  const std::size_t nxyz = static_cast<std::size_t>(std::max(target->grid->nxyz, 0));
+  const std::ptrdiff_t nxyz = source->grid->nxyz;
   const real* values = source->var;
   for (const Route& route : routes) {
     if (route.role != Role::kIgnored) {
@@ -270,7 +265,7 @@ int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** varMin, real
       if (copies) {
         std::copy(values, values + nxyz, slots);
       } else {
-        for (std::size_t i = 0; i < nxyz; ++i) {
+        for (std::ptrdiff_t i = 0; i < nxyz; ++i) {
           if (!merger.Merge(route.role, values[i], &slots[i])) return -152;
         }
       }
@@ -286,7 +281,10 @@ int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin
   *nvarIgnored = 0;
   *npointDropped = 0;
   *nconflict = 0;
-  if (!IsWhole(*source) || (target->nvar > 0 && !IsWhole(*target))) return -20;
+  if (const int status = CheckPointSet(*source); status != 0) return status;
+  if (target->nvar > 0) {
+    if (const int status = CheckImage(*target); status != 0) return status;
+  }
   const Merger merger(target, varMin, varMax, conflictMode, nconflict);
   Buffer<Route> routes;
   if (const int status =
@@ -335,10 +333,9 @@ int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin
 
 int VORLImageToPointSet(VORL_IMAGE* image, VORL_POINTSET* pointSet) noexcept {
   constexpr int kNothingInformed = -165;
-  if (image->grid == nullptr) return -20;
+  if (const int status = CheckImageIfAnyVariable(*image); status != 0) return status;
+  if (image->nvar < 1) return kNothingInformed;
   const VORL_GRID& grid = *image->grid;
-  if (image->nvar < 1 || grid.nxyz < 1) return kNothingInformed;
-  if (const int status = CheckImage(*image); status != 0) return status;
   const std::size_t nvar = static_cast<std::size_t>(image->nvar);
   const std::size_t nxyz = static_cast<std::size_t>(grid.nxyz);
   Buffer<BOOLEAN> keptVariables;

@@ -38,8 +38,8 @@ KESTRUM_BEGIN_DECLS
  * @param dirZ z of the direction
  * @param step distance between samples, at least 1e-5
  * @return 0; -86201, -86202, -86203: reference point outside along x, y, z; -86211: direction too short; -86206: step
- *   too small (also if the number of samples does not fit an int); -20 or -611: imageIn is not valid, or -20: imageOut
- *   is imageIn; those of VORLMallocImage */
+ *   too small (also if the number of samples does not fit an int); -20: imageOut is imageIn; those of an image that is
+ *   not filled, or of VORLMallocImage */
 KESTRUM_API int VORLImageExtract1D(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, real refX, real refY, real refZ,
                                    real dirX, real dirY, real dirZ, real step) KESTRUM_NOEXCEPT;
 
@@ -63,8 +63,8 @@ KESTRUM_API int VORLImageExtract1D(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, re
  * @param step1 distance between samples along direction 1, at least 1e-5
  * @param step2 distance along direction 2; likewise
  * @return 0; -86201, -86202, -86203: reference point outside along x, y, z; -86211: a direction too short; -86206: a
- *   step too small (also if the number of samples does not fit an int); -20 or -611: imageIn is not valid, or -20:
- *   imageOut is imageIn; those of VORLMallocImage */
+ *   step too small (also if the number of samples does not fit an int); -20: imageOut is imageIn; those of an image
+ *   that is not filled, or of VORLMallocImage */
 KESTRUM_API int VORLImageExtract2D(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, real refX, real refY, real refZ,
                                    real dir1X, real dir1Y, real dir1Z, real dir2X, real dir2Y, real dir2Z, real step1,
                                    real step2) KESTRUM_NOEXCEPT;
@@ -93,8 +93,8 @@ KESTRUM_API int VORLImageExtract2D(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, re
  * @param step2 distance along direction 2; likewise
  * @param step3 distance along direction 3; likewise
  * @return 0; -86201, -86202, -86203: reference point outside along x, y, z; -86211: a direction too short; -86206: a
- *   step too small (also if the number of samples does not fit an int); -20 or -611: imageIn is not valid, or -20:
- *   imageOut is imageIn; those of VORLMallocImage */
+ *   step too small (also if the number of samples does not fit an int); -20: imageOut is imageIn; those of an image
+ *   that is not filled, or of VORLMallocImage */
 KESTRUM_API int VORLImageExtract3D(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, real refX, real refY, real refZ,
                                    real dir1X, real dir1Y, real dir1Z, real dir2X, real dir2Y, real dir2Z, real dir3X,
                                    real dir3Y, real dir3Z, real step1, real step2, real step3) KESTRUM_NOEXCEPT;
@@ -117,7 +117,7 @@ KESTRUM_API int VORLImageExtract3D(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, re
  * @param[out] nvarIgnored number of variables of source ignored
  * @param[out] nconflict number of conflicts
  * @param merge FALSE: variables are copied as a whole, missing values too; TRUE: only informed nodes are moved
- * @return 0; -20: an image has a null pointer; -150: different dimensions; -151: variable without a target; -152:
+ * @return 0; those of an image that is not filled; -150: different dimensions; -151: variable without a target; -152:
  *   conflict in mode 0; allocation statuses */
 KESTRUM_API int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** varMin, real** varMax,
                                  int ignoreUnmatchedVar, int conflictMode, int* nvarIgnored, int* nconflict,
@@ -138,8 +138,8 @@ KESTRUM_API int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** 
  * @param[out] nvarIgnored number of variables of source ignored
  * @param[out] npointDropped number of points dropped
  * @param[out] nconflict number of conflicts
- * @return 0; -20: source or target has a null pointer; -160: variable without a target; -161: point out of the box in
- *   mode 0; -162: conflict in mode 0; allocation statuses */
+ * @return 0; -20: source has a null pointer; those of an image that is not filled; -160: variable without a target;
+ *   -161: point out of the box in mode 0; -162: conflict in mode 0; allocation statuses */
 KESTRUM_API int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin, real** varMax,
                                     int ignoreUnmatchedVar, int placementMode, int conflictMode, int* nvarIgnored,
                                     int* npointDropped, int* nconflict) KESTRUM_NOEXCEPT;
@@ -150,7 +150,7 @@ KESTRUM_API int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, r
  *
  * @param[in] image the image
  * @param[out] pointSet must be empty
- * @return 0; -165: nothing informed; -20 or -611: image not valid; those of VORLMallocPointSet */
+ * @return 0; -165: nothing informed; those of an image that is not filled, or of VORLMallocPointSet */
 KESTRUM_API int VORLImageToPointSet(VORL_IMAGE* image, VORL_POINTSET* pointSet) KESTRUM_NOEXCEPT;
 
 KESTRUM_END_DECLS

@@ -519,16 +519,10 @@ int ResampleImage(const VORL_IMAGE& in, VORL_IMAGE* out, const int (&steps)[3], 
   if (!copies && !(minWeight >= VORL_EPSILON)) return Filter::kMinWeightTooSmall;
   if (const int status = CheckImage(in); status != 0) return status;
 
-  const std::int64_t nxyOut = std::int64_t{axes[0].nOut} * axes[1].nOut;
-  if (nxyOut > std::numeric_limits<int>::max() / axes[2].nOut) return -620;
   grid.sx = grid.nx * grid.sx / axes[0].nOut;
   grid.sy = grid.ny * grid.sy / axes[1].nOut;
   grid.sz = grid.nz * grid.sz / axes[2].nOut;
-  grid.nx = axes[0].nOut;
-  grid.ny = axes[1].nOut;
-  grid.nz = axes[2].nOut;
-  grid.nxy = static_cast<int>(nxyOut);
-  grid.nxyz = grid.nxy * grid.nz;
+  if (!SetSizes(&grid, axes[0].nOut, axes[1].nOut, axes[2].nOut)) return -620;
   if (const int status = MakeOutputImage(in, 0, in.nvar, grid, Filter::kSuffix, out); status != 0) return status;
 
   Buffer<double> weights[3];

@@ -27,22 +27,13 @@ int Resize(const VORL_IMAGE& in, VORL_IMAGE* out, const Range (&ranges)[4]) noex
   }
   if (const int status = CheckImage(in); status != 0) return status;
   const auto& [x, y, z, v] = ranges;
-  const std::int64_t nxy = x.size() * y.size();
-  if (!FitsInt(nxy) || !FitsInt(nxy * z.size()) || !FitsInt(nxy * z.size() * v.size())) return -620;
-  if (out == &in) return -20;
-
   const VORL_GRID& grid = *in.grid;
-  const VORL_GRID window{static_cast<int>(x.size()),
-                         static_cast<int>(y.size()),
-                         static_cast<int>(z.size()),
-                         grid.sx,
-                         grid.sy,
-                         grid.sz,
-                         grid.ox + static_cast<real>(x.first) * grid.sx,
-                         grid.oy + static_cast<real>(y.first) * grid.sy,
-                         grid.oz + static_cast<real>(z.first) * grid.sz,
-                         static_cast<int>(nxy),
-                         static_cast<int>(nxy * z.size())};
+  VORL_GRID window = grid;
+  window.ox += static_cast<real>(x.first) * grid.sx;
+  window.oy += static_cast<real>(y.first) * grid.sy;
+  window.oz += static_cast<real>(z.first) * grid.sz;
+  if (!SetSizes(&window, x.size(), y.size(), z.size())) return -620;
+  if (out == &in) return -20;
   if (const int status = MallocImageOn(window, static_cast<int>(v.size()), out); status != 0) return status;
 
   // Part of a row that the input has.

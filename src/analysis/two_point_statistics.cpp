@@ -58,25 +58,13 @@ int LagOf(const LagAxis& axis, int index) noexcept {
 // The frame of the map of lags. Returns 0, or -620 if there are more lags than an int can count.
 int MakeLagGrid(const VORL_GRID& in, const LagBox& box, VORL_GRID* out) noexcept {
   const auto& [x, y, z] = box.axis;
-  const std::int64_t nlags = CountLags(x) * CountLags(y) * CountLags(z);
-  if (!FitsInt(nlags)) return -620;
-  const real sx = in.sx * x.step;
-  const real sy = in.sy * y.step;
-  const real sz = in.sz * z.step;
-  const int nx = static_cast<int>(CountLags(x));
-  const int ny = static_cast<int>(CountLags(y));
-  *out = {nx,
-          ny,
-          static_cast<int>(CountLags(z)),
-          sx,
-          sy,
-          sz,
-          in.sx * x.min - 0.5 * sx,
-          in.sy * y.min - 0.5 * sy,
-          in.sz * z.min - 0.5 * sz,
-          nx * ny,
-          static_cast<int>(nlags)};
-  return 0;
+  out->sx = in.sx * x.step;
+  out->sy = in.sy * y.step;
+  out->sz = in.sz * z.step;
+  out->ox = in.sx * x.min - 0.5 * out->sx;
+  out->oy = in.sy * y.min - 0.5 * out->sy;
+  out->oz = in.sz * z.min - 0.5 * out->sz;
+  return SetSizes(out, CountLags(x), CountLags(y), CountLags(z)) ? 0 : -620;
 }
 
 // The axis along which runs of lags are taken: x, along which memory runs, if it gives them half their length,

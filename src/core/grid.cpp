@@ -4,22 +4,11 @@
 #include <initializer_list>
 #include <type_traits>
 
-#include "core/integers.hpp"
-#include "core/text.h"
+#include "core/plain_numbers.hpp"
+#include "core/records.hpp"
+#include "core/text_reader.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_GRID> && sizeof(VORL_GRID) == 72);
-
-namespace kestrum {
-namespace {
-
-// The product, or 0 where an int cannot hold it, so that the allocations made from it fail.
-int ProductOfSizes(int a, int b) noexcept {
-  int product = 0;
-  return __builtin_mul_overflow(a, b, &product) ? 0 : product;
-}
-
-}  // namespace
-}  // namespace kestrum
 
 void VORLInitGrid(VORL_GRID* grid) noexcept { *grid = VORL_GRID{}; }
 
@@ -70,6 +59,7 @@ void VORLGridIdToCoord(VORL_GRID* grid, int id, int* ix, int* iy, int* iz, int* 
 }
 
 int VORLPrintGrid(VORL_GRID* grid, char* prefix, FILE* stream) noexcept {
+  const kestrum::PlainNumbers plainNumbers;
   std::fprintf(stream, "%sSize   : %7d %14d %14d\n", prefix, grid->nx, grid->ny, grid->nz);
   std::fprintf(stream, "%sSpacing: %14.6f %14.6f %14.6f\n", prefix, grid->sx, grid->sy, grid->sz);
   std::fprintf(stream, "%sOrigin : %14.6f %14.6f %14.6f\n", prefix, grid->ox, grid->oy, grid->oz);
@@ -79,20 +69,11 @@ int VORLPrintGrid(VORL_GRID* grid, char* prefix, FILE* stream) noexcept {
 }
 
 int VORLReadGrid(VORL_GRID* grid, FILE* stream) noexcept {
-  int status = -711;  // of the entry being read
-  for (int* const size : {&grid->nx, &grid->ny, &grid->nz}) {
-    long long number = 0;
-    if (VORLSkipComments(stream) != 0 || std::fscanf(stream, "%lld", &number) != 1) return status;
-    if (!kestrum::FitsInt(number)) return status;
-    *size = static_cast<int>(number);
-    --status;
-  }
-  for (real* const value : {&grid->sx, &grid->sy, &grid->sz, &grid->ox, &grid->oy, &grid->oz}) {
-    if (VORLSkipComments(stream) != 0 || std::fscanf(stream, "%lf", value) != 1) return status;
-    --status;
-  }
-  grid->nxy = kestrum::ProductOfSizes(grid->nx, grid->ny);
-  grid->nxyz = kestrum::ProductOfSizes(grid->nz, grid->nxy);
+  VORL_GRID& g = *grid;
+  if (const int status = kestrum::TakeInts(stream, -711, {&g.nx, &g.ny, &g.nz}); status != 0) return status;
+  const int status = kestrum::TakeReals(stream, -714, {&g.sx, &g.sy, &g.sz, &g.ox, &g.oy, &g.oz});
+  if (status != 0) return status;
+  kestrum::SetSizes(grid, g.nx, g.ny, g.nz);
   return 0;
 }
 

@@ -10,7 +10,7 @@
 
 #include "core/memory.h"
 #include "core/nested_prefix.hpp"
-#include "core/variables.hpp"
+#include "core/records.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_IMAGE> && sizeof(VORL_IMAGE) == 32);
 
@@ -74,15 +74,10 @@ void VORLFreeImage(VORL_IMAGE* image) noexcept {
 int VORLCopyImage(VORL_IMAGE* dst, VORL_IMAGE* src) noexcept {
   if (dst == src) return -20;
   VORLInitImage(dst);
-  if (!kestrum::IsWhole(*src)) return -20;
-  if (const int status = VORLMallocImage(dst, src->grid->nxyz, src->nvar); status != 0) return status;
-  VORLCopyGrid(dst->grid, src->grid);
-  dst->nvar = src->nvar;
-  dst->nxyzv = src->nxyzv;
+  if (const int status = kestrum::CheckImageIfAnyVariable(*src); status != 0) return status;
+  if (const int status = kestrum::MallocImageOn(*src->grid, src->nvar, dst); status != 0) return status;
   kestrum::CopyNames(src->nvar, src->varName, dst->varName);
-  const long long room = static_cast<long long>(src->nvar) * src->grid->nxyz;
-  const long long count = std::min<long long>(src->nxyzv, room);
-  if (count > 0) std::memcpy(dst->var, src->var, static_cast<std::size_t>(count) * sizeof(real));
+  if (src->nvar > 0) std::copy_n(src->var, dst->nxyzv, dst->var);
   return 0;
 }
 
@@ -105,11 +100,10 @@ int VORLPrintImage(VORL_IMAGE* image, char* prefix, FILE* stream) noexcept {
 }
 
 int VORLImageEE(VORL_IMAGE* image) noexcept {
-  constexpr int kSize = kestrum::kPictureSide * kestrum::kPictureSide;
-  if (const int status = VORLMallocImage(image, kSize, 1); status != 0) return status;
-  *image->grid = VORL_GRID{kestrum::kPictureSide, kestrum::kPictureSide, 1, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, kSize, kSize};
-  image->nvar = 1;
-  image->nxyzv = kSize;
+  constexpr int kSide = kestrum::kPictureSide;
+  constexpr int kSize = kSide * kSide;
+  const VORL_GRID grid{kSide, kSide, 1, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, kSize, kSize};
+  if (const int status = kestrum::MallocImageOn(grid, 1, image); status != 0) return status;
   std::strcpy(image->varName[0], "surprise");
   real* node = image->var;
   for (const int run : kestrum::kPictureRuns) node = std::fill_n(node, run / 3, static_cast<real>(run % 3));

@@ -6,6 +6,10 @@
  *
  * Life of a record: VORLInitImage; VORLMallocImage, VORLCopyImage or a reader; the creator fills grid, nvar, nxyzv,
  * names and values; use; VORLFreeImage.
+ *
+ * Every function that reads the values of an image refuses one that is not filled, after the tests of its own
+ * arguments: -20 if the grid, the names or the values are null; -621 if nvar is below 1; -611 if nx, ny or nz is below
+ * 1, or if nxy or nxyz is not their product; -625 if nxyzv is less than nvar * nxyz.
  */
 
 #include <stdio.h>
@@ -54,7 +58,7 @@ KESTRUM_API void VORLFreeImage(VORL_IMAGE* image) KESTRUM_NOEXCEPT;
  *
  * @param[out] dst the copy; must be empty. Unless it is src, it can be released in every case
  * @param[in] src the image, with at least one variable
- * @return 0; -20 if dst is src or a pointer of src is null; those of VORLMallocImage */
+ * @return 0; -20 if dst is src; those of an image that is not filled (see above) or of VORLMallocImage */
 KESTRUM_API int VORLCopyImage(VORL_IMAGE* dst, VORL_IMAGE* src) KESTRUM_NOEXCEPT;
 
 /** Tests an image: its grid, sizes, names and values.

@@ -10,7 +10,8 @@
 #include "core/buffer.hpp"
 #include "core/memory.h"
 #include "core/parallel.hpp"
-#include "core/variables.hpp"
+#include "core/plain_numbers.hpp"
+#include "core/records.hpp"
 
 namespace kestrum {
 namespace {
@@ -20,22 +21,11 @@ constexpr int kVariableCountsDiffer = -30;
 constexpr int kTooManyValues = -620;
 constexpr int kIndexOutOfRange = -1100;
 
-// Without a grid, or values to read, there is no node.
-int NodeCount(const VORL_IMAGE* image) noexcept {
-  return image->grid == nullptr || image->var == nullptr ? 0 : std::max(image->grid->nxyz, 0);
-}
-
-bool HasVariable(const VORL_IMAGE* image, int iv) noexcept { return 0 <= iv && iv < image->nvar; }
-
-real* Variable(const VORL_IMAGE* image, int iv) noexcept {
-  return image->var + static_cast<std::ptrdiff_t>(iv) * NodeCount(image);
-}
-
 // The informed values of one variable, in node order.
 template <typename Body>
 void ForEachInformed(const VORL_IMAGE* image, int iv, const Body& body) noexcept {
-  const real* const values = Variable(image, iv);
-  const int nxyz = NodeCount(image);
+  const real* const values = VariableOf(*image, iv);
+  const int nxyz = image->grid->nxyz;
   for (int k = 0; k < nxyz; ++k) {
     if (!IsMissing(values[k])) body(values[k]);
   }
@@ -44,8 +34,7 @@ void ForEachInformed(const VORL_IMAGE* image, int iv, const Body& body) noexcept
 // The two forms of a statistic, of one variable and of all: statistic(iv, out) writes the entry `out` of the outputs.
 template <typename Statistic, typename... Output>
 int OfOneVariable(const VORL_IMAGE* image, int iv, const Statistic& statistic, const Output*... outputs) noexcept {
-  if (!HasVariable(image, iv)) return kIndexOutOfRange;
-  if (AnyNull(outputs...)) return kNullOutput;
+  if (const int status = CheckVariable(*image, iv, outputs...); status != 0) return status;
   statistic(iv, 0);
   return 0;
 }
@@ -53,6 +42,7 @@ int OfOneVariable(const VORL_IMAGE* image, int iv, const Statistic& statistic, c
 template <typename Statistic, typename... Output>
 int OfAllVariables(const VORL_IMAGE* image, const Statistic& statistic, const Output*... outputs) noexcept {
   if (AnyNull(outputs...)) return kNullOutput;
+  if (const int status = CheckImage(*image); status != 0) return status;
   for (int iv = 0; iv < image->nvar; ++iv) statistic(iv, iv);
   return 0;
 }
@@ -132,15 +122,18 @@ int Distribution(Buffer<real>& work, int* nvalue, real** value, double** pdf, in
 int Distributions(int nimage, const VORL_IMAGE* images, int ivBegin, int ivEnd, int* nvalue, real** value, double** pdf,
                   int* nmissing) noexcept {
   std::size_t total = 0;
-  for (int i = 0; i < nimage; ++i) total += static_cast<std::size_t>(NodeCount(&images[i]));
+  for (int i = 0; i < nimage; ++i) {
+    if (const int status = CheckImage(images[i]); status != 0) return status;
+    total += static_cast<std::size_t>(images[i].grid->nxyz);
+  }
   if (total > INT_MAX) return kTooManyValues;
-  std::fill_n(nvalue, std::max(ivEnd - ivBegin, 0), 0);  // after a failure it shows what was handed over
+  std::fill_n(nvalue, ivEnd - ivBegin, 0);  // after a failure it shows what was handed over
   Buffer<real> work;
   if (const int status = work.Allocate(total); status != 0) return status;
   for (int iv = ivBegin; iv < ivEnd; ++iv) {
     const int out = iv - ivBegin;
     real* end = work.data();
-    for (int i = 0; i < nimage; ++i) end = std::copy_n(Variable(&images[i], iv), NodeCount(&images[i]), end);
+    for (int i = 0; i < nimage; ++i) end = std::copy_n(VariableOf(images[i], iv), images[i].grid->nxyz, end);
     if (const int status = Distribution(work, &nvalue[out], &value[out], &pdf[out], &nmissing[out]); status != 0) {
       return status;
     }
@@ -178,18 +171,18 @@ struct AllDistributions {
 // Minimum, maximum, mean and standard deviation across the variables of `image`, in the variables of `out`.
 // The divisor is the number of variables, those that are missing included.
 void ComputeEnsembleStatistics(const VORL_IMAGE* image, const VORL_IMAGE* out) noexcept {
-  const int nxyz = NodeCount(image);
-  const double weight = image->nvar > 0 ? 1.0 / image->nvar : 0.0;
-  real* const min = Variable(out, 0);
-  real* const max = Variable(out, 1);
-  real* const mean = Variable(out, 2);
-  real* const deviation = Variable(out, 3);
+  const int nxyz = image->grid->nxyz;
+  const double weight = 1.0 / image->nvar;
+  real* const min = VariableOf(*out, 0);
+  real* const max = VariableOf(*out, 1);
+  real* const mean = VariableOf(*out, 2);
+  real* const deviation = VariableOf(*out, 3);
   std::fill_n(min, nxyz, VORL_INFINITY);
   std::fill_n(max, nxyz, -VORL_INFINITY);
   std::fill_n(mean, nxyz, 0.0);
   std::fill_n(deviation, nxyz, 0.0);
   for (int iv = 0; iv < image->nvar; ++iv) {
-    const real* const values = Variable(image, iv);
+    const real* const values = VariableOf(*image, iv);
     for (int k = 0; k < nxyz; ++k) {
       if (IsMissing(values[k])) continue;
       if (values[k] < min[k]) min[k] = values[k];
@@ -199,7 +192,7 @@ void ComputeEnsembleStatistics(const VORL_IMAGE* image, const VORL_IMAGE* out) n
   }
   for (int k = 0; k < nxyz; ++k) mean[k] *= weight;
   for (int iv = 0; iv < image->nvar; ++iv) {
-    const real* const values = Variable(image, iv);
+    const real* const values = VariableOf(*image, iv);
     for (int k = 0; k < nxyz; ++k) {
       if (!IsMissing(values[k])) deviation[k] += (values[k] - mean[k]) * (values[k] - mean[k]);
     }
@@ -209,11 +202,11 @@ void ComputeEnsembleStatistics(const VORL_IMAGE* image, const VORL_IMAGE* out) n
 
 // Proportion of the variables of `image` that have the given value.
 void ComputeProportion(const VORL_IMAGE* image, real category, real* proportion) noexcept {
-  const int nxyz = NodeCount(image);
-  const double weight = image->nvar > 0 ? 1.0 / image->nvar : 0.0;
+  const int nxyz = image->grid->nxyz;
+  const double weight = 1.0 / image->nvar;
   std::fill_n(proportion, nxyz, 0.0);
   for (int iv = 0; iv < image->nvar; ++iv) {
-    const real* const values = Variable(image, iv);
+    const real* const values = VariableOf(*image, iv);
     for (int k = 0; k < nxyz; ++k) proportion[k] += values[k] == category ? 1.0 : 0.0;
   }
   for (int k = 0; k < nxyz; ++k) proportion[k] *= weight;
@@ -308,7 +301,7 @@ int VORLGetImageVarValuePdf(VORL_IMAGE* image, int* nvalue, real** value, double
 int VORLGetNImageOneVarValuePdf(int nimage, VORL_IMAGE* images, int iv, int* nvalue, real** value, double** pdf,
                                 int* nmissing) noexcept {
   if (kestrum::VariableCountsDiffer(nimage, images)) return kestrum::kVariableCountsDiffer;
-  if (!kestrum::HasVariable(images, iv)) return kestrum::kIndexOutOfRange;
+  if (iv < 0 || iv >= images->nvar) return kestrum::kIndexOutOfRange;
   if (AnyNull(nvalue, value, pdf, nmissing)) return kNullOutput;
   return kestrum::Distributions(nimage, images, iv, iv + 1, nvalue, value, pdf, nmissing);
 }
@@ -321,10 +314,9 @@ int VORLGetNImageVarValuePdf(int nimage, VORL_IMAGE* images, int* nvalue, real**
 }
 
 int VORLGetImageOneVarValueIndex(VORL_IMAGE* image, int iv, int nvalue, real* value, int* index) noexcept {
-  if (!kestrum::HasVariable(image, iv)) return kestrum::kIndexOutOfRange;
-  if (index == nullptr) return kNullOutput;
-  const real* const values = kestrum::Variable(image, iv);
-  const int nxyz = kestrum::NodeCount(image);
+  if (const int status = kestrum::CheckVariable(*image, iv, index); status != 0) return status;
+  const real* const values = kestrum::VariableOf(*image, iv);
+  const int nxyz = image->grid->nxyz;
   const real* const end = value + std::max(nvalue, 0);
   for (int k = 0; k < nxyz; ++k) {
     const real* const found = std::lower_bound(static_cast<const real*>(value), end, values[k]);
@@ -338,18 +330,19 @@ int VORLGetImageNumberVarValueMissing(VORL_IMAGE* image, int* nmissing) noexcept
   return kestrum::OfAllVariables(
       image,
       [&](int v, int out) {
-        const real* const values = kestrum::Variable(image, v);
-        nmissing[out] = static_cast<int>(std::count_if(values, values + kestrum::NodeCount(image), kestrum::IsMissing));
+        const real* const values = kestrum::VariableOf(*image, v);
+        nmissing[out] = static_cast<int>(std::count_if(values, values + image->grid->nxyz, kestrum::IsMissing));
       },
       nmissing);
 }
 
 int VORLGetImageVarVectorMissing(VORL_IMAGE* image, BOOLEAN* missing, int* count) noexcept {
   if (AnyNull(missing, count)) return kNullOutput;
-  const int nxyz = kestrum::NodeCount(image);
+  if (const int status = kestrum::CheckImage(*image); status != 0) return status;
+  const int nxyz = image->grid->nxyz;
   std::fill_n(missing, nxyz, static_cast<BOOLEAN>(FALSE));
   for (int iv = 0; iv < image->nvar; ++iv) {
-    const real* const values = kestrum::Variable(image, iv);
+    const real* const values = kestrum::VariableOf(*image, iv);
     for (int k = 0; k < nxyz; ++k) {
       if (kestrum::IsMissing(values[k])) missing[k] = TRUE;
     }
@@ -360,7 +353,8 @@ int VORLGetImageVarVectorMissing(VORL_IMAGE* image, BOOLEAN* missing, int* count
 
 int VORLGetImageVarStats(VORL_IMAGE* image, int** n, double* min, double* max, double* mean, double** cov) noexcept {
   if (AnyNull(n, min, max, mean, cov)) return kNullOutput;
-  kestrum::ComputeVariableStatistics(image->nvar, kestrum::NodeCount(image), image->var, n, min, max, mean, cov);
+  if (const int status = kestrum::CheckImage(*image); status != 0) return status;
+  kestrum::ComputeVariableStatistics(image->nvar, image->grid->nxyz, image->var, n, min, max, mean, cov);
   return 0;
 }
 
@@ -368,26 +362,24 @@ int VORLGetImageVarStatsLocal(VORL_IMAGE* image, VORL_IMAGE* out, int ncategory,
   static constexpr const char* kNames[] = {"min", "max", "mean", "std"};
   const int nvar = ncategory < 1 ? 4 : ncategory;
   if (out == nullptr || out == image || (ncategory >= 1 && category == nullptr)) return kNullOutput;
-  int nxyzv = 0;
-  if (__builtin_mul_overflow(nvar, kestrum::NodeCount(image), &nxyzv)) return kestrum::kTooManyValues;
-  if (const int status = VORLMallocImage(out, kestrum::NodeCount(image), nvar); status != 0) return status;
-  VORLCopyGrid(out->grid, image->grid);
-  out->nvar = nvar;
-  out->nxyzv = nxyzv;
+  if (const int status = kestrum::CheckImage(*image); status != 0) return status;
+  if (const int status = kestrum::MallocImageOn(*image->grid, nvar, out); status != 0) return status;
   if (ncategory < 1) {
     for (int iv = 0; iv < nvar; ++iv) std::strcpy(out->varName[iv], kNames[iv]);
     kestrum::ComputeEnsembleStatistics(image, out);
     return 0;
   }
+  const kestrum::PlainNumbers plainNumbers;
   for (int iv = 0; iv < nvar; ++iv) {
     std::snprintf(out->varName[iv], VORL_VARNAME_LENGTH, "%s%0*g", VORL_PREFIX_FOR_OCCURRENCE_PROPORTION,
                   VORL_NB_DIGIT_FOR_VALUE_NAME, category[iv]);
-    kestrum::ComputeProportion(image, category[iv], kestrum::Variable(out, iv));
+    kestrum::ComputeProportion(image, category[iv], kestrum::VariableOf(*out, iv));
   }
   return 0;
 }
 
 int VORLPrintImageInfo(VORL_IMAGE* image, char* prefix, FILE* stream, int ndetail) noexcept {
+  if (const int status = kestrum::CheckImage(*image); status != 0) return status;
   const int nvar = image->nvar;
   kestrum::VariableStatistics statistics;
   if (const int status = statistics.Allocate(nvar); status != 0) return status;
@@ -404,6 +396,7 @@ int VORLPrintImageInfo(VORL_IMAGE* image, char* prefix, FILE* stream, int ndetai
     return status;
   }
 
+  const kestrum::PlainNumbers plainNumbers;
   std::fprintf(stream, "%sGrid:\n", prefix);
   VORLPrintGrid(image->grid, prefix, stream);
   std::fprintf(stream, "\n");
@@ -432,8 +425,8 @@ int VORLPrintImageInfo(VORL_IMAGE* image, char* prefix, FILE* stream, int ndetai
 }
 
 int VORLTransformLinearImageVar(VORL_IMAGE* image, int iv, real a, real b) noexcept {
-  if (!kestrum::HasVariable(image, iv)) return kestrum::kIndexOutOfRange;
-  return VORLTransformLinearVector(kestrum::Variable(image, iv), kestrum::NodeCount(image), a, b);
+  if (const int status = kestrum::CheckVariable(*image, iv); status != 0) return status;
+  return VORLTransformLinearVector(kestrum::VariableOf(*image, iv), image->grid->nxyz, a, b);
 }
 
 int VORLTransformLinearVector(real* vector, int nvalue, real a, real b) noexcept {
@@ -445,8 +438,8 @@ int VORLOMPTransformLinearVector(real* vector, int nvalue, real a, real b, int n
 }
 
 int VORLTransformExplicitImageVar(VORL_IMAGE* image, int iv, int n, real* x, real* y) noexcept {
-  if (!kestrum::HasVariable(image, iv)) return kestrum::kIndexOutOfRange;
-  return VORLTransformExplicitVector(kestrum::Variable(image, iv), kestrum::NodeCount(image), n, x, y);
+  if (const int status = kestrum::CheckVariable(*image, iv); status != 0) return status;
+  return VORLTransformExplicitVector(kestrum::VariableOf(*image, iv), image->grid->nxyz, n, x, y);
 }
 
 int VORLTransformExplicitVector(real* vector, int nvalue, int n, real* x, real* y) noexcept {

@@ -1,9 +1,6 @@
 #ifndef KESTRUM_CORE_NODE_COORDINATES_HPP
 #define KESTRUM_CORE_NODE_COORDINATES_HPP
 
-#include <climits>
-#include <cstdint>
-
 #include "core/grid.h"
 
 namespace kestrum {
@@ -12,18 +9,11 @@ struct NodeCoordinates {
   int ix, iy, iz;
 };
 
-// Whether all sizes are at least 1 and the stored products are theirs, and small enough for an int.
-inline bool ProductsAgree(const VORL_GRID& grid) noexcept {
-  const std::int64_t section = std::int64_t{grid.nx} * grid.ny;
-  return section == grid.nxy && section <= INT_MAX / grid.nz && section * grid.nz == grid.nxyz;
-}
-
 inline NodeCoordinates CoordinatesOf(const VORL_GRID& grid, int node) noexcept {
   const int inSection = node % grid.nxy;
   return {inSection % grid.nx, inSection / grid.nx, node / grid.nxy};
 }
 
-// From the sizes themselves, since a caller may have left the stored products unfilled.
 inline int NodeIndex(const VORL_GRID& grid, const NodeCoordinates& node) noexcept {
   return (node.iz * grid.ny + node.iy) * grid.nx + node.ix;
 }

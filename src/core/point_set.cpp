@@ -11,8 +11,10 @@
 
 #include "core/image.h"
 #include "core/memory.h"
+#include "core/nearest_node.hpp"
 #include "core/nested_prefix.hpp"
-#include "core/variables.hpp"
+#include "core/plain_numbers.hpp"
+#include "core/records.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_POINTSET> && sizeof(VORL_POINTSET) == 56);
 
@@ -23,19 +25,19 @@ constexpr int kOutside = -1;
 
 // Index along one axis of the cell with the nearest centre, for an axis of n cells of the given spacing and origin.
 int CellOnAxis(real x, int n, real spacing, real origin) noexcept {
-  if (n < 1) return kOutside;
   const real center = origin + VORL_SHIFT_FACTOR_FOR_POINT * spacing;  // of the first cell
   if (x < center - 0.5 * spacing || x > (n - 0.5) * spacing + center) return kOutside;
-  const real offset = (x - center) / spacing;
-  if (!(std::fabs(offset) < INT_MAX)) return kOutside;  // neither a coordinate nor a spacing to compute with
-  const int whole = static_cast<int>(offset);
-  const int cell = offset - whole > 0.5 ? whole + 1 : whole;
-  return std::clamp(cell, 0, n - 1);
+  // Neither a coordinate nor a spacing to compute with?
+  if (!(std::fabs((x - center) / spacing) < INT_MAX)) return kOutside;
+  return NearestCell(x, origin, spacing, n);
 }
 
 // Calls store(ip, ix, iy, iz) for each point, with -1 three times for one outside.
 template <typename Store>
 int LocatePoints(const VORL_POINTSET* ps, const VORL_GRID* grid, int ignoreOutside, const Store& store) noexcept {
+  if (ps->npoint < 1) return 0;
+  if (const int status = CheckPointSet(*ps); status != 0) return status;
+  if (const int status = CheckGrid(*grid); status != 0) return status;
   for (int ip = 0; ip < ps->npoint; ++ip) {
     const int ix = CellOnAxis(ps->x[ip], grid->nx, grid->sx, grid->ox);
     const int iy = CellOnAxis(ps->y[ip], grid->ny, grid->sy, grid->oy);
@@ -102,7 +104,7 @@ void VORLFreePointSet(VORL_POINTSET* ps) noexcept {
 int VORLCopyPointSet(VORL_POINTSET* dst, VORL_POINTSET* src) noexcept {
   if (dst == src) return -20;
   VORLInitPointSet(dst);
-  if (!kestrum::IsWhole(*src)) return -20;
+  if (const int status = kestrum::CheckPointSet(*src); status != 0) return status;
   if (const int status = VORLMallocPointSet(dst, src->npoint, src->nvar); status != 0) return status;
   dst->npoint = src->npoint;
   dst->nvar = src->nvar;
@@ -155,10 +157,11 @@ int VORLGetPointSetInfo(VORL_POINTSET* ps, double* xmin, double* ymin, double* z
                        cov)) {
     return -20;
   }
+  if (const int status = kestrum::CheckPointSet(*ps); status != 0) return status;
   kestrum::ComputeCoordinateStatistics(ps->npoint, ps->x, xmin, xmax, xmean, xvar);
   kestrum::ComputeCoordinateStatistics(ps->npoint, ps->y, ymin, ymax, ymean, yvar);
   kestrum::ComputeCoordinateStatistics(ps->npoint, ps->z, zmin, zmax, zmean, zvar);
-  kestrum::ComputeVariableStatistics(ps->nvar, ps->npoint, ps->var, n, min, max, mean, cov);
+  kestrum::ComputeVariableStatistics(ps->nvar, std::max(ps->npoint, 0), ps->var, n, min, max, mean, cov);
   return 0;
 }
 
@@ -183,6 +186,7 @@ int VORLPrintPointSetInfo(VORL_POINTSET* ps, char* prefix, FILE* stream) noexcep
       status != 0) {
     return status;
   }
+  const kestrum::PlainNumbers plainNumbers;
   std::fprintf(stream, "%sNumber of points: %6d\n", prefix, ps->npoint);
   std::fprintf(stream, "%sCoord             min             max            mean             var             std\n",
                prefix);

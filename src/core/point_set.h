@@ -6,6 +6,8 @@
  *
  * Life of a record: VORLInitPointSet; VORLMallocPointSet, VORLCopyPointSet or a reader; the creator fills sizes,
  * coordinates, names and values; use; VORLFreePointSet.
+ *
+ * Every function that reads points or values returns -20 if vectors that the sizes promise are null.
  */
 
 #include <stdio.h>
@@ -72,7 +74,8 @@ KESTRUM_API int VORLValidatePointSet(VORL_POINTSET* ps, int* status) KESTRUM_NOE
  * @param[in] grid the grid
  * @param[out] id npoint indices of nodes; -1 for a point outside the grid
  * @param ignoreOutside 0: stop at the first point outside the grid; otherwise go on
- * @return 0; -161 for a point outside the grid (the entries of the points before it are written) */
+ * @return 0; -161 for a point outside the grid (the entries of the points before it are written); -601 if a size of the
+ *   grid is below 1, or if nxy or nxyz is not their product */
 KESTRUM_API int VORLGetIndexInGridForPointSet(VORL_POINTSET* ps, VORL_GRID* grid, int* id,
                                               int ignoreOutside) KESTRUM_NOEXCEPT;
 
@@ -84,7 +87,8 @@ KESTRUM_API int VORLGetIndexInGridForPointSet(VORL_POINTSET* ps, VORL_GRID* grid
  * @param[out] iy npoint indices along y; -1 for a point outside the grid
  * @param[out] iz npoint indices along z; -1 for a point outside the grid
  * @param ignoreOutside 0: stop at the first point outside the grid; otherwise go on
- * @return 0; -161 for a point outside the grid (the entries of the points before it are written) */
+ * @return 0; -161 for a point outside the grid (the entries of the points before it are written); -601 if a size of the
+ *   grid is below 1, or if nxy or nxyz is not their product */
 KESTRUM_API int VORLGetXYZIndexInGridForPointSet(VORL_POINTSET* ps, VORL_GRID* grid, int* ix, int* iy, int* iz,
                                                  int ignoreOutside) KESTRUM_NOEXCEPT;
 

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <type_traits>
 
+#include "core/plain_numbers.hpp"
 #include "core/status.h"
 
 static_assert(std::is_standard_layout_v<VORL_PROGRESSMONITOR> && sizeof(VORL_PROGRESSMONITOR) == 1088);
@@ -37,6 +38,7 @@ int Update(VORL_PROGRESSMONITOR* monitor) noexcept {
   }
   if (monitor->nrealization == 0 || display == Display::kNothing || display == Display::kWarnings) return 0;
   const char* const name = monitor->progressName;
+  const PlainNumbers plainNumbers;
   if (display == Display::kRealization) {
     const double overAll =
         (monitor->currentRealization * 100.0 + monitor->currentRealizationProgress) / monitor->nrealization;

@@ -19,17 +19,6 @@ bool AnyNull(const T*... pointers) noexcept {
   return ((pointers == nullptr) || ...);
 }
 
-// Whether all that the counts of a record announce is allocated: the grid of an image, the coordinates of points,
-// names, values.
-inline bool IsWhole(const VORL_IMAGE& image) noexcept {
-  return image.grid != nullptr && (image.nvar < 1 || (image.varName != nullptr && image.var != nullptr));
-}
-inline bool IsWhole(const VORL_POINTSET& ps) noexcept {
-  if (ps.nvar > 0 && ps.varName == nullptr) return false;
-  if (ps.npoint < 1) return true;
-  return ps.x != nullptr && ps.y != nullptr && ps.z != nullptr && (ps.nvar < 1 || ps.var != nullptr);
-}
-
 // Allocates nvar empty names.
 [[nodiscard]] int MallocNames(int nvar, char*** names) noexcept;
 void CopyNames(int nvar, char** src, char** dst) noexcept;

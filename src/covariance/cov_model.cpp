@@ -7,6 +7,8 @@
 
 #include "core/memory.h"
 #include "core/nested_prefix.hpp"
+#include "core/plain_numbers.hpp"
+#include "core/records.hpp"
 #include "covariance/cov_model.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_COVMODELELEM> && std::is_trivial_v<VORL_COVMODELELEM>);
@@ -35,17 +37,51 @@ struct Domain {
   }
 };
 
+// A parameter that an image of a record may give, and the statuses of an image that does not fit.
+template <typename Record>
+struct ImageParameter {
+  BOOLEAN Record::*flag;
+  VORL_IMAGE* Record::*image;
+  int wrongGrid;
+  int wrongNumberOfVariables;
+};
+
+constexpr ImageParameter<VORL_COVMODELELEM> kWeight = {&VORL_COVMODELELEM::weightImageFlag,
+                                                       &VORL_COVMODELELEM::weightImage, -71646, -71647};
+constexpr ImageParameter<VORL_COVMODELELEM> kRanges[] = {
+    {&VORL_COVMODELELEM::rxImageFlag, &VORL_COVMODELELEM::rxImage, -71656, -71657},
+    {&VORL_COVMODELELEM::ryImageFlag, &VORL_COVMODELELEM::ryImage, -71666, -71667},
+    {&VORL_COVMODELELEM::rzImageFlag, &VORL_COVMODELELEM::rzImage, -71676, -71677}};
+constexpr ImageParameter<VORL_COVMODELELEM> kExtraParameter = {&VORL_COVMODELELEM::sImageFlag,
+                                                               &VORL_COVMODELELEM::sImage, -71686, -71687};
+// All three angles deliberately have the statuses of angle 3.
+constexpr ImageParameter<VORL_COVMODEL> kAngles[] = {
+    {&VORL_COVMODEL::angle1ImageFlag, &VORL_COVMODEL::angle1Image, -71636, -71637},
+    {&VORL_COVMODEL::angle2ImageFlag, &VORL_COVMODEL::angle2Image, -71636, -71637},
+    {&VORL_COVMODEL::angle3ImageFlag, &VORL_COVMODEL::angle3Image, -71636, -71637}};
+
 // The verdicts below are 0 or the first failure.
 
 // Whether an image is valid, lies on the domain's grid and has one variable.
-int ImageVerdict(VORL_IMAGE* image, const Domain& domain, int wrongGrid, int wrongNumberOfVariables) noexcept {
+template <typename Record>
+int ImageVerdict(const Record& record, const ImageParameter<Record>& parameter, const Domain& domain) noexcept {
+  VORL_IMAGE* const image = record.*parameter.image;
   if (image == nullptr) return -20;
   int status = 0;
   VORLValidateImage(image, 0, &status);
   if (status != 0) return status;
-  if (VORLCmpGrid(domain.grid, image->grid) != 0) return wrongGrid;
-  if (image->nvar != 1) return wrongNumberOfVariables;
+  if (VORLCmpGrid(domain.grid, image->grid) != 0) return parameter.wrongGrid;
+  if (image->nvar != 1) return parameter.wrongNumberOfVariables;
   return image->nxyzv < domain.grid->nxyz ? -625 : 0;  // every node is read
+}
+
+template <typename Record>
+int UnflaggedImageVerdict(const Record& record, const ImageParameter<Record>& parameter,
+                          const VORL_GRID& grid) noexcept {
+  const VORL_IMAGE* const image = record.*parameter.image;
+  if (record.*parameter.flag || image == nullptr) return 0;
+  if (const int status = CheckImage(*image); status != 0) return status;
+  return image->grid->nxyz == grid.nxyz ? 0 : parameter.wrongGrid;
 }
 
 // Walks an image of an element: a masked node marks the value at a cursor as missing and moves the cursor on, any other
@@ -82,14 +118,15 @@ constexpr ExtraParameterRule kMaternRule = {
 
 int WeightVerdict(const VORL_COVMODELELEM& elem, const Domain& domain) noexcept {
   if (!elem.weightImageFlag) return elem.weightValue < 0.0 ? -71649 : 0;
-  if (const int status = ImageVerdict(elem.weightImage, domain, -71646, -71647); status != 0) return status;
+  if (const int status = ImageVerdict(elem, kWeight, domain); status != 0) return status;
   return WalkElementImage(*elem.weightImage, domain, [](real weight) { return weight < 0.0 ? -71648 : 0; });
 }
 
-int RangeImageVerdict(VORL_IMAGE* image, const Domain& domain, int wrongGrid, int wrongNumberOfVariables) noexcept {
-  const int status = ImageVerdict(image, domain, wrongGrid, wrongNumberOfVariables);
-  if (status != 0) return status;
-  return WalkElementImage(*image, domain, [](real) { return 0; });  // any value will do, as for a constant range
+int RangeImageVerdict(const VORL_COVMODELELEM& elem, const ImageParameter<VORL_COVMODELELEM>& range,
+                      const Domain& domain) noexcept {
+  if (const int status = ImageVerdict(elem, range, domain); status != 0) return status;
+  // Any value will do, as for a constant range.
+  return WalkElementImage(*(elem.*range.image), domain, [](real) { return 0; });
 }
 
 int ExtraParameterVerdict(const VORL_COVMODELELEM& elem, const Domain& domain) noexcept {
@@ -98,17 +135,19 @@ int ExtraParameterVerdict(const VORL_COVMODELELEM& elem, const Domain& domain) n
     return s < rule.min ? tooSmall : s > rule.max ? tooLarge : 0;
   };
   if (!elem.sImageFlag) return verdict(elem.sValue, rule.valueTooSmall, rule.valueTooLarge);
-  if (const int status = ImageVerdict(elem.sImage, domain, -71686, -71687); status != 0) return status;
+  if (const int status = ImageVerdict(elem, kExtraParameter, domain); status != 0) return status;
   return WalkElementImage(*elem.sImage, domain,
                           [&](real s) { return verdict(s, rule.imageTooSmall, rule.imageTooLarge); });
 }
 
-// Angle images are marked at the masked nodes themselves. All three angles deliberately give the statuses of angle 3.
-int AngleImageVerdict(VORL_IMAGE* image, const Domain& domain) noexcept {
-  if (const int status = ImageVerdict(image, domain, -71636, -71637); status != 0) return status;
-  const int nnode = domain.NodeCount(*image);
+// Angle images are marked at the masked nodes themselves.
+int AngleImageVerdict(const VORL_COVMODEL& model, const ImageParameter<VORL_COVMODEL>& angle,
+                      const Domain& domain) noexcept {
+  if (const int status = ImageVerdict(model, angle, domain); status != 0) return status;
+  VORL_IMAGE& image = *(model.*angle.image);
+  const int nnode = domain.NodeCount(image);
   for (int node = 0; node < nnode; ++node) {
-    if (domain.IsMasked(node)) image->var[node] = VORL_MISSING_VALUE;
+    if (domain.IsMasked(node)) image.var[node] = VORL_MISSING_VALUE;
   }
   return 0;
 }
@@ -125,6 +164,7 @@ struct PrintedParameter {
 template <std::size_t N>
 int PrintParameters(const PrintedParameter (&parameters)[N], const char* prefix, char* nestedPrefix,
                     FILE* stream) noexcept {
+  const PlainNumbers plainNumbers;
   for (const PrintedParameter& p : parameters) std::fprintf(stream, "%s%sImageFlag: %d\n", prefix, p.name, p.imageFlag);
   for (const PrintedParameter& p : parameters) std::fprintf(stream, "%s%sValue: %14.6f\n", prefix, p.name, p.value);
   for (const PrintedParameter& p : parameters) {
@@ -145,6 +185,22 @@ const char* TypeName(int type) noexcept {
 }
 
 }  // namespace
+
+int UnflaggedImagesVerdict(const VORL_COVMODEL& model, const VORL_GRID& grid) noexcept {
+  for (int e = 0; e < model.nelem; ++e) {
+    const VORL_COVMODELELEM& elem = model.covModelElem[e];
+    if (const int status = UnflaggedImageVerdict(elem, kWeight, grid); status != 0) return status;
+    for (const auto& range : kRanges) {
+      if (const int status = UnflaggedImageVerdict(elem, range, grid); status != 0) return status;
+    }
+    if (const int status = UnflaggedImageVerdict(elem, kExtraParameter, grid); status != 0) return status;
+  }
+  for (const auto& angle : kAngles) {
+    if (const int status = UnflaggedImageVerdict(model, angle, grid); status != 0) return status;
+  }
+  return 0;
+}
+
 }  // namespace kestrum
 
 void VORLKestrumInitCovModel(VORL_COVMODEL* model) noexcept { *model = VORL_COVMODEL{}; }
@@ -187,17 +243,9 @@ int VORLKestrumValidateCovModelElem(VORL_COVMODELELEM* elem, VORL_GRID* grid, VO
   if (*status != 0) return 0;
   if (elem->weightImageFlag) *weightStationary = *elemStationary = FALSE;
 
-  const struct {
-    BOOLEAN imageFlag;
-    VORL_IMAGE* image;
-    int wrongGrid;
-    int wrongNumberOfVariables;
-  } ranges[] = {{elem->rxImageFlag, elem->rxImage, -71656, -71657},
-                {elem->ryImageFlag, elem->ryImage, -71666, -71667},
-                {elem->rzImageFlag, elem->rzImage, -71676, -71677}};
-  for (const auto& range : ranges) {
-    if (!range.imageFlag) continue;
-    *status = kestrum::RangeImageVerdict(range.image, domain, range.wrongGrid, range.wrongNumberOfVariables);
+  for (const auto& range : kestrum::kRanges) {
+    if (!(elem->*range.flag)) continue;
+    *status = kestrum::RangeImageVerdict(*elem, range, domain);
     if (*status != 0) return 0;
     *rangeStationary = *elemStationary = FALSE;
   }
@@ -231,15 +279,9 @@ int VORLKestrumValidateCovModel(VORL_COVMODEL* model, VORL_GRID* grid, VORL_IMAG
     if (!elemIsConstant) *covModelStationary = FALSE;
   }
 
-  const struct {
-    BOOLEAN imageFlag;
-    VORL_IMAGE* image;
-  } angles[] = {{model->angle1ImageFlag, model->angle1Image},
-                {model->angle2ImageFlag, model->angle2Image},
-                {model->angle3ImageFlag, model->angle3Image}};
-  for (const auto& angle : angles) {
-    if (!angle.imageFlag) continue;
-    *status = kestrum::AngleImageVerdict(angle.image, {grid, mask});
+  for (const auto& angle : kestrum::kAngles) {
+    if (!(model->*angle.flag)) continue;
+    *status = kestrum::AngleImageVerdict(*model, angle, {grid, mask});
     if (*status != 0) return 0;
     *rotationStationary = *covModelStationary = FALSE;
   }

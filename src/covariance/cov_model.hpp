@@ -19,6 +19,10 @@ inline int ElementType(const VORL_COVMODELELEM& element) noexcept {
 // Whether elements of a type have the extra parameter s.
 constexpr bool HasExtraParameter(int type) noexcept { return type >= COV_GAMMA && type <= COV_MATERN; }
 
+// Whether the images that are set without their flag, which evaluation reads all the same, have the nodes of a grid: 0;
+// the status of CheckImage; or that of the parameter for an image on another grid.
+[[nodiscard]] int UnflaggedImagesVerdict(const VORL_COVMODEL& model, const VORL_GRID& grid) noexcept;
+
 // Reads a parameter at a node: the image decides if there is one, whatever the flag says.
 struct ParametersAtNode {
   int node;

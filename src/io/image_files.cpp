@@ -5,11 +5,13 @@
 #include <cstring>
 
 #include "core/integers.hpp"
+#include "core/output_file.hpp"
 #include "core/page_size.hpp"
-#include "core/variables.hpp"
+#include "core/plain_numbers.hpp"
+#include "core/records.hpp"
+#include "core/text_reader.hpp"
+#include "core/text_writer.hpp"
 #include "io/names_ahead.hpp"
-#include "io/text_reader.hpp"
-#include "io/text_writer.hpp"
 
 namespace kestrum {
 namespace {
@@ -47,32 +49,17 @@ const PortableMap* FindMap(int fileFormat) {
   return fileFormat == kPgm || fileFormat == kPpm ? &kPortableMaps[fileFormat - kPgm] : nullptr;
 }
 
-// False if a size, the nodes of a section or all nodes are more than an int counts.
-bool SetDimensions(VORL_GRID* grid, std::int64_t nx, std::int64_t ny, std::int64_t nz) {
-  if (!FitsInt(nx) || !FitsInt(ny) || !FitsInt(nz) || !FitsInt(nx * ny) || !FitsInt(nx * ny * nz)) return false;
-  grid->nx = static_cast<int>(nx);
-  grid->ny = static_cast<int>(ny);
-  grid->nz = static_cast<int>(nz);
-  grid->nxy = static_cast<int>(nx * ny);
-  grid->nxyz = static_cast<int>(nx * ny * nz);
-  return true;
-}
-
 bool ValueCountFits(const VORL_GRID& grid, std::int64_t nvar) { return FitsInt(nvar) && FitsInt(nvar * grid.nxyz); }
 
 VORL_GRID UnitGrid() { return {0, 0, 0, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, 0, 0}; }
 
 // Variables without nodes: the values cannot be allocated, however many variables there are.
-bool LacksNodes(const VORL_GRID& grid, std::int64_t nvar) { return nvar > 0 && grid.nxyz < 1; }
+bool LacksNodes(const VORL_GRID& grid, std::int64_t nvar) {
+  return nvar > 0 && std::min({grid.nx, grid.ny, grid.nz}) < 1;
+}
 
 int AllocateImage(VORL_IMAGE* image, const VORL_GRID& grid, std::int64_t nvar) {
-  const bool lacksNodes = LacksNodes(grid, nvar);
-  const int status = VORLMallocImage(image, lacksNodes ? 0 : grid.nxyz, lacksNodes ? 1 : static_cast<int>(nvar));
-  if (status != 0) return status;
-  *image->grid = grid;
-  image->nvar = static_cast<int>(nvar);
-  image->nxyzv = static_cast<int>(nvar * grid.nxyz);
-  return 0;
+  return LacksNodes(grid, nvar) ? VORLMallocImage(image, 0, 1) : MallocImageOn(grid, static_cast<int>(nvar), image);
 }
 
 // The same, with names from takeName(name); very many are read before memory is allocated for them.
@@ -146,7 +133,7 @@ int ReadGslib(VORL_IMAGE* image, std::FILE* stream) {
   int nfield = TakeIntegers(fields, sizes);
   if (nfield == 3) nfield += TakeReals(fields, &grid.sx, &grid.sy, &grid.sz);
   if (nfield == 6) nfield += TakeReals(fields, &grid.ox, &grid.oy, &grid.oz);
-  if (nfield % 3 != 0 || nfield == 0 || !SetDimensions(&grid, sizes[0], sizes[1], sizes[2])) return -723;
+  if (nfield % 3 != 0 || nfield == 0 || !SetSizes(&grid, sizes[0], sizes[1], sizes[2])) return -723;
 
   TextReader reader(stream);
   std::int64_t nvar = 0;
@@ -176,7 +163,7 @@ int ReadVtk(VORL_IMAGE* image, std::FILE* stream) {
   VORL_GRID grid = UnitGrid();
   const auto takeSizes = [&grid](TextReader& fields) {
     std::int64_t sizes[3];
-    return TakeIntegers(fields, sizes) == 3 && SetDimensions(&grid, sizes[0], sizes[1], sizes[2]);
+    return TakeIntegers(fields, sizes) == 3 && SetSizes(&grid, sizes[0], sizes[1], sizes[2]);
   };
   const auto takeOrigin = [&grid](TextReader& fields) { return TakeReals(fields, &grid.ox, &grid.oy, &grid.oz) == 3; };
   const auto takeSpacing = [&grid](TextReader& fields) { return TakeReals(fields, &grid.sx, &grid.sy, &grid.sz) == 3; };
@@ -216,7 +203,7 @@ int ReadPortableMap(VORL_IMAGE* image, const PortableMap& map, std::FILE* stream
     std::int64_t nx = 0;
     std::int64_t ny = 0;
     const bool complete = fields.TakeInteger(&nx) && fields.TakeInteger(&ny);
-    if (!complete || !SetDimensions(&grid, nx, ny, 1) || !ValueCountFits(grid, map.nvar)) return map.dimensionStatus;
+    if (!complete || !SetSizes(&grid, nx, ny, 1) || !ValueCountFits(grid, map.nvar)) return map.dimensionStatus;
   }
   if (const int status = ReadLine(stream, line, map.lineRow); status != 0) return status;
   if (const int status = AllocateImage(image, grid, map.nvar); status != 0) return status;
@@ -251,9 +238,9 @@ void WritePortableMapHeader(const VORL_IMAGE& image, const PortableMap& map, std
                grid.nz, grid.sx, grid.sy, grid.sz, grid.ox, grid.oy, grid.oz, grid.nx, grid.ny);
 }
 
-void WriteValues(const VORL_IMAGE& image, const FormatList& formats, std::FILE* stream) {
+int WriteValues(const VORL_IMAGE& image, const FormatList& formats, std::FILE* stream) {
   TextWriter writer(stream);
-  const std::size_t nxyz = static_cast<std::size_t>(std::max(image.grid->nxyz, 0));
+  const std::size_t nxyz = image.nvar > 0 ? static_cast<std::size_t>(image.grid->nxyz) : 0;
   for (std::size_t node = 0; node < nxyz; ++node) {
     const double* value = image.var + node;
     for (int v = 0; v < image.nvar; ++v, value += nxyz) {
@@ -262,6 +249,7 @@ void WriteValues(const VORL_IMAGE& image, const FormatList& formats, std::FILE* 
     }
     writer.Put('\n');
   }
+  return writer.Finish();
 }
 
 // The fixed fields of the binary form in the order of the file. The row of a failure is `row` behind the first row of
@@ -326,7 +314,7 @@ int VORLReadImage(VORL_IMAGE* image, int fileFormat, FILE* stream) noexcept {
 
 int VORLWriteImage(VORL_IMAGE* image, char* formatString, int fileFormat, FILE* stream) noexcept {
   if (fileFormat < 0 || fileFormat >= kTextFormatCount) return -1020;
-  if (!IsWhole(*image)) return -20;
+  if (const int status = CheckImageIfAnyVariable(*image); status != 0) return status;
   const PortableMap* const map = FindMap(fileFormat);
   if (map != nullptr && image->nvar != map->nvar) return map->wrongNvarStatus;
   if (map != nullptr && image->grid->nz != 1) return map->not2DStatus;
@@ -335,6 +323,7 @@ int VORLWriteImage(VORL_IMAGE* image, char* formatString, int fileFormat, FILE* 
     if (const int status = formats.Split(formatString, image->nvar); status != 0) return status;
   }
 
+  const PlainNumbers plainNumbers;
   if (fileFormat == kGslib) {
     WriteGslibHeader(*image, stream);
   } else if (fileFormat == kVtk) {
@@ -342,8 +331,7 @@ int VORLWriteImage(VORL_IMAGE* image, char* formatString, int fileFormat, FILE* 
   } else {
     WritePortableMapHeader(*image, *map, stream);
   }
-  if (image->nvar >= 1) WriteValues(*image, formats, stream);
-  return 0;
+  return WriteValues(*image, formats, stream);
 }
 
 int VORLReadImageGslibBinary(VORL_IMAGE* image, FILE* stream) noexcept {
@@ -352,7 +340,7 @@ int VORLReadImageGslibBinary(VORL_IMAGE* image, FILE* stream) noexcept {
   const auto transfer = [stream](void* field, std::size_t size) { return std::fread(field, size, 1, stream) == 1; };
   if (!header.ForEachField(transfer, &row)) return -(kBinaryReaderRow + row);
   VORL_GRID grid = header.grid;
-  if (!SetDimensions(&grid, grid.nx, grid.ny, grid.nz)) return -(kBinaryReaderRow + kNzRow);
+  if (!SetSizes(&grid, grid.nx, grid.ny, grid.nz)) return -(kBinaryReaderRow + kNzRow);
   if (!ValueCountFits(grid, header.nvar)) return -(kBinaryReaderRow + kNvarRow);
   const auto readName = [stream](char* name) { return ReadBinaryName(stream, name); };
   if (const int status = AllocateImage(image, grid, header.nvar, readName); status != 0) return status;
@@ -362,18 +350,22 @@ int VORLReadImageGslibBinary(VORL_IMAGE* image, FILE* stream) noexcept {
 }
 
 int VORLWriteImageGslibBinary(VORL_IMAGE* image, FILE* stream) noexcept {
-  if (!IsWhole(*image)) return -20;
+  if (const int status = CheckImageIfAnyVariable(*image); status != 0) return status;
   BinaryHeader header;
   header.grid = *image->grid;
   header.nvar = image->nvar;
   int row = 0;
   const auto transfer = [stream](void* field, std::size_t size) { return std::fwrite(field, size, 1, stream) == 1; };
   if (!header.ForEachField(transfer, &row)) return -(kBinaryWriterRow + row);
-  if (image->nvar < 1) return 0;
   for (int v = 0; v < image->nvar; ++v) {
     const std::size_t length = std::strlen(image->varName[v]) + 1;
     if (std::fwrite(image->varName[v], 1, length, stream) != length) return -(kBinaryWriterRow + kNamesRow);
   }
-  const std::size_t nvalue = static_cast<std::size_t>(std::max(image->nxyzv, 0));
-  return std::fwrite(image->var, sizeof(real), nvalue, stream) == nvalue ? 0 : -(kBinaryWriterRow + kValuesRow);
+  if (image->nvar > 0) {
+    row = kValuesRow;
+    const std::size_t nvalue = static_cast<std::size_t>(image->nxyzv);
+    if (std::fwrite(image->var, sizeof(real), nvalue, stream) != nvalue) return -(kBinaryWriterRow + row);
+  }
+  // What waits in the stream's buffer can still fail: as the last field.
+  return FlushOutput(stream) == 0 ? 0 : -(kBinaryWriterRow + row);
 }

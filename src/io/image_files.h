@@ -51,7 +51,7 @@ KESTRUM_API int VORLReadImage(VORL_IMAGE* image, int fileFormat, FILE* stream) K
 
 /** Writes an image to a text stream.
  *
- * A failure of the stream itself is not reported.
+ * The stream is flushed at the end.
  *
  * @param[in] image the image
  * @param[in] formatString printf formats of the variables, separated by semicolons and repeated cyclically if there are
@@ -61,9 +61,9 @@ KESTRUM_API int VORLReadImage(VORL_IMAGE* image, int fileFormat, FILE* stream) K
  *   percent signs are free. Not looked at if the image has no variable
  * @param fileFormat 0 GSLIB-style text, 1 VTK, 2 PGM, 3 PPM
  * @param[in,out] stream open for writing
- * @return 0; before the first byte is written: -1020: unknown format; -20: null pointer; -1016, -1018: the image does
- *   not fit PGM; -1017, -1019: it does not fit PPM; -1021: no formatString, or one that is not as described; allocation
- *   statuses */
+ * @return 0; before the first byte is written: -1020: unknown format; those of an image that is not filled; -1016,
+ *   -1018: the image does not fit PGM; -1017, -1019: it does not fit PPM; -1021: no formatString, or one that is not as
+ *   described; allocation statuses; after that -110: the stream does not take everything, as on a full disk */
 KESTRUM_API int VORLWriteImage(VORL_IMAGE* image, char* formatString, int fileFormat, FILE* stream) KESTRUM_NOEXCEPT;
 
 /** Reads an image in binary form. The two size bytes are not compared with anything.
@@ -78,7 +78,8 @@ KESTRUM_API int VORLReadImageGslibBinary(VORL_IMAGE* image, FILE* stream) KESTRU
  *
  * @param[in] image the image
  * @param[in,out] stream open for writing
- * @return 0; -20: null pointer; -1025 to -1039: the field that cannot be written */
+ * @return 0; before the first byte is written those of an image that is not filled; -1025 to -1039: the field that
+ *   cannot be written, the last one if that shows when the stream is flushed at the end */
 KESTRUM_API int VORLWriteImageGslibBinary(VORL_IMAGE* image, FILE* stream) KESTRUM_NOEXCEPT;
 
 KESTRUM_END_DECLS

@@ -7,10 +7,10 @@
 #include "core/growing_buffer.hpp"
 #include "core/memory.h"
 #include "core/page_size.hpp"
-#include "core/variables.hpp"
+#include "core/records.hpp"
+#include "core/text_reader.hpp"
+#include "core/text_writer.hpp"
 #include "io/names_ahead.hpp"
-#include "io/text_reader.hpp"
-#include "io/text_writer.hpp"
 
 namespace kestrum {
 namespace {
@@ -91,7 +91,7 @@ int VORLReadPointSet(VORL_POINTSET* ps, FILE* stream) noexcept {
 }
 
 int VORLWritePointSet(VORL_POINTSET* ps, char* coordFormat, char* varFormat, FILE* stream) noexcept {
-  if (!IsWhole(*ps)) return -20;
+  if (const int status = CheckPointSet(*ps); status != 0) return status;
   FormatList coordFormats;
   FormatList varFormats;
   if (const int status = coordFormats.Split(coordFormat, 3); status != 0) return status;
@@ -109,7 +109,7 @@ int VORLWritePointSet(VORL_POINTSET* ps, char* coordFormat, char* varFormat, FIL
     column = column < last ? column + 1 : 0;
     return true;
   });
-  return 0;
+  return writer.Finish();
 }
 
 int VORLReadArray2D(int* nrow, int* ncol, real*** array, FILE* stream) noexcept {
@@ -149,5 +149,5 @@ int VORLWriteArray2D(int nrow, int ncol, real** array, char* format, FILE* strea
       writer.Put('\n');
     }
   }
-  return 0;
+  return writer.Finish();
 }

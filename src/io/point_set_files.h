@@ -36,7 +36,7 @@ KESTRUM_API int VORLReadPointSet(VORL_POINTSET* ps, FILE* stream) KESTRUM_NOEXCE
 
 /** Writes a point set. The coordinates get the names x, y and z.
  *
- * A failure of the stream itself is not reported.
+ * The stream is flushed at the end.
  *
  * @param[in] ps the point set
  * @param[in] coordFormat printf formats of x, y and z, separated by semicolons, as in VORLWriteImage: repeated
@@ -44,7 +44,8 @@ KESTRUM_API int VORLReadPointSet(VORL_POINTSET* ps, FILE* stream) KESTRUM_NOEXCE
  * @param[in] varFormat the same for the variables; not looked at if there is no variable
  * @param[in,out] stream open for writing
  * @return 0; before the first byte is written: -20: a null pointer where there are points or variables; -1021: no
- *   format, or one that VORLWriteImage refuses; allocation statuses */
+ *   format, or one that VORLWriteImage refuses; allocation statuses; after that -110: the stream does not take
+ *   everything, as on a full disk */
 KESTRUM_API int VORLWritePointSet(VORL_POINTSET* ps, char* coordFormat, char* varFormat, FILE* stream) KESTRUM_NOEXCEPT;
 
 /** Reads an array.
@@ -60,7 +61,7 @@ KESTRUM_API int VORLReadArray2D(int* nrow, int* ncol, real*** array, FILE* strea
 
 /** Writes an array, one entry on a line.
  *
- * A failure of the stream itself is not reported.
+ * The stream is flushed at the end.
  *
  * @param nrow number of rows
  * @param ncol number of columns
@@ -68,7 +69,8 @@ KESTRUM_API int VORLReadArray2D(int* nrow, int* ncol, real*** array, FILE* strea
  * @param[in] format one printf format of the kind that VORLWriteImage takes, with an int if 'd' or 'i' is its last
  *   character and a double otherwise
  * @param[in,out] stream open for writing
- * @return 0; -1021, before the first byte is written: a format that VORLWriteImage refuses */
+ * @return 0; -1021, before the first byte is written: a format that VORLWriteImage refuses; -110: the stream does not
+ *   take everything, as on a full disk */
 KESTRUM_API int VORLWriteArray2D(int nrow, int ncol, real** array, char* format, FILE* stream) KESTRUM_NOEXCEPT;
 
 KESTRUM_END_DECLS

@@ -8,6 +8,8 @@
 
 #include "core/constants.h"
 #include "core/node_coordinates.hpp"
+#include "core/plain_numbers.hpp"
+#include "core/records.hpp"
 #include "covariance/cov_evaluation.hpp"
 #include "neighborhood/search_neighborhood.hpp"
 #include "paths/parameter_reader.hpp"
@@ -125,6 +127,7 @@ int VORLReadSearchNeighborhoodParameters(VORL_SEARCHNEIGHBORHOODPARAMETERS* para
 int VORLPrintSearchNeighborhoodParameters(VORL_SEARCHNEIGHBORHOODPARAMETERS* parameters, char* prefix,
                                           FILE* stream) noexcept {
   const auto& p = *parameters;
+  const PlainNumbers plainNumbers;
   PrintMode(stream, prefix, "radiusMode", kRadiusModes, p.radiusMode);
   PrintMode(stream, prefix, "anisotropyRatioMode", kAnisotropyRatioModes, p.anisotropyRatioMode);
   const int rotation = p.rotationFlag != 0;
@@ -241,32 +244,31 @@ int VORLSearchNeighborhoodApproxBound(VORL_SEARCHNEIGHBORHOODPARAMETERS* paramet
 int VORLSearchNeighborhoodToImage(VORL_SEARCHNEIGHBORHOOD* searchNeighborhood, VORL_IMAGE* image) noexcept {
   constexpr const char* kNames[] = {"index", "distance", "weight"};
   constexpr int kVariables = 3;
+  constexpr int kInvalidList = -688;
   const auto& list = *searchNeighborhood;
-  VORL_GRID grid{};
-  const std::int64_t size[] = {std::int64_t{list.ixMax} - list.ixMin + 1, std::int64_t{list.iyMax} - list.iyMin + 1,
-                               std::int64_t{list.izMax} - list.izMin + 1};
-  int nvalue = kVariables;
-  for (const std::int64_t n : size) {
-    if (__builtin_mul_overflow(nvalue, n, &nvalue)) return -620;
+  VORL_GRID grid;
+  if (!SetSizes(&grid, std::int64_t{list.ixMax} - list.ixMin + 1, std::int64_t{list.iyMax} - list.iyMin + 1,
+                std::int64_t{list.izMax} - list.izMin + 1)) {
+    return -620;
   }
-  if (std::min({size[0], size[1], size[2]}) < 1) return -3;
-  grid.nx = static_cast<int>(size[0]);
-  grid.ny = static_cast<int>(size[1]);
-  grid.nz = static_cast<int>(size[2]);
-  grid.nxy = grid.nx * grid.ny;
-  grid.nxyz = grid.nxy * grid.nz;
+  if (std::min({grid.nx, grid.ny, grid.nz}) < 1) return -3;
+  if (list.size < 1) return kInvalidList;
+  if (AnyNull(list.ix, list.iy, list.iz, list.distance, list.weight)) return -20;
   grid.sx = grid.sy = grid.sz = 1.0;
   grid.ox = list.ixMin - 0.5;
   grid.oy = list.iyMin - 0.5;
   grid.oz = list.izMin - 0.5;
-  if (const int status = VORLMallocImage(image, grid.nxyz, kVariables); status != 0) return status;
-  *image->grid = grid;
-  image->nvar = kVariables;
-  image->nxyzv = nvalue;
+  if (const int status = MallocImageOn(grid, kVariables, image); status != 0) return status;
   for (int v = 0; v < kVariables; ++v) std::snprintf(image->varName[v], VORL_VARNAME_LENGTH, "%s", kNames[v]);
-  std::fill_n(image->var, nvalue, VORL_MISSING_VALUE);
+  std::fill_n(image->var, image->nxyzv, VORL_MISSING_VALUE);
   for (int e = 0; e < list.size; ++e) {
-    const int node = NodeIndex(grid, {list.ix[e] - list.ixMin, list.iy[e] - list.iyMin, list.iz[e] - list.izMin});
+    const int ix = list.ix[e];
+    const int iy = list.iy[e];
+    const int iz = list.iz[e];
+    const bool inBox = ix >= list.ixMin && ix <= list.ixMax && iy >= list.iyMin && iy <= list.iyMax &&
+                       iz >= list.izMin && iz <= list.izMax;
+    if (!inBox) return kInvalidList;
+    const int node = NodeIndex(grid, {ix - list.ixMin, iy - list.iyMin, iz - list.izMin});
     image->var[node] = e;
     image->var[grid.nxyz + node] = list.distance[e];
     image->var[2 * grid.nxyz + node] = list.weight[e];

@@ -147,7 +147,8 @@ KESTRUM_API int VORLSearchNeighborhoodApproxBound(VORL_SEARCHNEIGHBORHOODPARAMET
  *
  * @param[in] searchNeighborhood the list
  * @param[out] image must be empty
- * @return 0; -620: more values than an int can count; -3: the box is turned round; those of VORLMallocImage */
+ * @return 0; -620: more values than an int can count; -3: the box is turned round; -688: the list is empty, or an offset
+ *   lies outside the box; -20: a vector of the list is null; those of VORLMallocImage */
 KESTRUM_API int VORLSearchNeighborhoodToImage(VORL_SEARCHNEIGHBORHOOD* searchNeighborhood,
                                               VORL_IMAGE* image) KESTRUM_NOEXCEPT;
 

@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "core/memory.h"
+#include "core/plain_numbers.hpp"
 #include "paths/parameter_reader.hpp"
 #include "paths/unilateral_order.hpp"
 
@@ -92,7 +93,7 @@ int VORLReadSimAndPathParameters(VORL_SIMANDPATHPARAMETERS* parameters, FILE* st
     if (const int status = AllocateOrder(p, p.simType == SIM_ONE_BY_ONE ? 4 : 3); status != 0) return status;
     std::fill_n(p.unilateralOrder, p.nunilateralOrder, 0);
     for (int axis = 0; axis < p.nunilateralOrder; ++axis) {
-      if (!TakeInt(stream, &p.unilateralOrder[axis])) return -892;
+      if (const int status = TakeInts(stream, -892, {&p.unilateralOrder[axis]}); status != 0) return status;
     }
   }
   if (UsesPow(p.pathType)) {
@@ -103,6 +104,7 @@ int VORLReadSimAndPathParameters(VORL_SIMANDPATHPARAMETERS* parameters, FILE* st
 
 int VORLPrintSimAndPathParameters(VORL_SIMANDPATHPARAMETERS* parameters, char* prefix, FILE* stream) noexcept {
   const auto& p = *parameters;
+  const PlainNumbers plainNumbers;
   const Mode* const simType = FindMode(kSimTypes, p.simType);
   const Mode* const pathType = FindMode(kPathTypes, p.pathType);
   std::fprintf(stream, "%sSimulation type: %s\n", prefix, simType != nullptr ? simType->word : "UNKNOWN");

@@ -12,10 +12,11 @@
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/memory.h"
-#include "core/node_coordinates.hpp"
 #include "core/object_array.hpp"
+#include "core/output_file.hpp"
 #include "core/parallel.hpp"
 #include "core/progress.hpp"
+#include "core/records.hpp"
 #include "core/status.h"
 #include "neighborhood/search_neighborhood.hpp"
 #include "runs/conditioning.h"
@@ -42,12 +43,8 @@ class OwnedImage {
     int status = 0;
     image_ = static_cast<VORL_IMAGE*>(VORLMalloc(1, sizeof(VORL_IMAGE), &status));
     if (status != 0) return status;
-    VORLInitImage(image_);
-    status = VORLMallocImage(image_, grid->nxyz, nvar);
+    status = MallocImageOn(*grid, nvar, image_);
     if (status != 0) return status;
-    VORLCopyGrid(image_->grid, grid);
-    image_->nvar = nvar;
-    image_->nxyzv = nvar * grid->nxyz;
     if (nvar > 0) std::memset(image_->varName[0], 0, static_cast<std::size_t>(nvar) * VORL_VARNAME_LENGTH);
     return 0;
   }
@@ -93,7 +90,7 @@ class Run {
       std::snprintf(monitor_->progressName, sizeof monitor_->progressName, "%s", "Kestrum progress... ");
     }
     if (!input_->outputReportFlag) return 0;
-    if (const int status = report_.OpenForWriting(input_->outputReportFileName); status != 0) return status;
+    if (const int status = report_.Open(input_->outputReportFileName); status != 0) return status;
     char version[] = VORL_KESTRUM_VERSION_NUMBER;
     char build[] = VORL_KESTRUM_BUILD_NUMBER;
     char prefix[] = "   ";
@@ -136,16 +133,12 @@ class Run {
     return status;
   }
 
-  // The sizes of the grid and of its stored products must agree: everything is laid out by them. No node at all is left
-  // to the allocations to refuse.
-  int CheckGridProducts() const noexcept {
-    const VORL_GRID& grid = *input_->simGrid;
-    return grid.nxyz == 0 || ProductsAgree(grid) ? 0 : -601;
-  }
-
   // An image of one variable with the variable's name, all missing.
   [[nodiscard]] int CreateWorkingImage() noexcept {
-    if (const int status = CheckGridProducts(); status != 0) return status;
+    // Everything is laid out by the products of the sizes. No node at all is left to the allocations to refuse.
+    if (input_->simGrid->nxyz != 0) {
+      if (const int status = CheckGrid(*input_->simGrid); status != 0) return status;
+    }
     if (const int status = workingImage_.Allocate(input_->simGrid, 1); status != 0) return status;
     std::snprintf(workingImage_->varName[0], VORL_VARNAME_LENGTH, "%s", input_->varName);
     FillVariable(workingImage_.get(), [](std::ptrdiff_t) { return real{VORL_MISSING_VALUE}; });
@@ -168,12 +161,8 @@ class Run {
     input_->ndataPointSet = 0;
   }
 
-  // The mask counts where it is given, whatever its flag says; but only with the flag set has it been validated, and
-  // one without a value for each node is ignored.
-  VORL_IMAGE* Mask() const noexcept {
-    VORL_IMAGE* const mask = input_->maskImage;
-    return mask != nullptr && mask->var != nullptr && mask->nxyzv >= input_->simGrid->nxyz ? mask : nullptr;
-  }
+  // The mask counts where it is given, whatever its flag says.
+  VORL_IMAGE* Mask() const noexcept { return input_->maskImage; }
 
   bool Masked(std::ptrdiff_t node) const noexcept {
     const VORL_IMAGE* const mask = UsedMask(*input_);
@@ -212,7 +201,7 @@ class Run {
             solver_};
   }
 
-  // Files, hand-over and foot of the report, once the work is done.
+  // Files, foot of the report and hand-over, once the work is done.
   [[nodiscard]] int Complete() noexcept {
     const std::clock_t end = std::clock();
     if (input_->outputMode == KESTRUM_OUTPUT_ALL_IN_ONE_FILE && outputImage_) {
@@ -220,8 +209,9 @@ class Run {
           After(WriteImageToFile(outputImage_.get(), input_->formatString, input_->outputImageFileName, ""));
       if (status != 0) return status;
     }
-    if (!input_->consoleAppFlag) output_->outputImage = outputImage_.Hand();
     if (report_.stream() != nullptr) WriteReportFoot(end);
+    if (const int status = report_.Close(); status != 0) return status;
+    if (!input_->consoleAppFlag) output_->outputImage = outputImage_.Hand();
     return 0;
   }
 
@@ -249,7 +239,7 @@ class Run {
   ProgressCallback callback_;
   RunFront front_;
   SolverChoice solver_;
-  File report_;  // declared first, closed last
+  OutputFile report_;  // declared first, closed last
   std::clock_t start_ = 0;
   OwnedImage workingImage_;
   OwnedImage outputImage_;

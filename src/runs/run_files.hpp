@@ -8,25 +8,7 @@
 
 namespace kestrum {
 
-// An open file, closed by its destructor.
-class File {
- public:
-  File() = default;
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  ~File() {
-    if (stream_ != nullptr) std::fclose(stream_);
-  }
-
-  // Opens for writing; -110 if that fails. A null name fails as well.
-  [[nodiscard]] int OpenForWriting(const char* name) noexcept;
-  FILE* stream() const noexcept { return stream_; }
-
- private:
-  FILE* stream_ = nullptr;
-};
-
-// Writes the image as text to the file root + suffix. The status of the opening (-110) or of the writer.
+// Writes the image as text to the file root + suffix. The status of the file (-110) or of the writer.
 [[nodiscard]] int WriteImageToFile(VORL_IMAGE* image, const char* formatString, const char* root,
                                    const char* suffix) noexcept;
 

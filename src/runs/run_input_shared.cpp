@@ -2,7 +2,10 @@
 
 #include <cstdarg>
 
+#include "core/plain_numbers.hpp"
+#include "core/records.hpp"
 #include "core/text.h"
+#include "covariance/cov_model.hpp"
 
 namespace kestrum {
 
@@ -17,6 +20,7 @@ constexpr std::size_t kFileNameMax = VORL_FILENAME_LENGTH - 1;
 }  // namespace
 
 void InputPrinter::Line(const char* format, ...) noexcept {
+  const PlainNumbers plainNumbers;
   std::fputs(prefix_, stream_);
   va_list arguments;
   va_start(arguments, format);
@@ -139,12 +143,22 @@ bool InputValidation::MaskImage(VORL_IMAGE* mask, VORL_GRID* grid) noexcept {
   return anyNode || Refuse(-1904);
 }
 
+bool InputValidation::UnflaggedMask(const VORL_IMAGE* mask, const VORL_GRID& grid) noexcept {
+  if (mask == nullptr) return true;
+  if (const int status = CheckImage(*mask); status != 0) return Refuse(status);
+  return mask->grid->nxyz == grid.nxyz || Refuse(-1901);
+}
+
 bool InputValidation::CovModel(VORL_COVMODEL* model, VORL_GRID* grid, VORL_IMAGE* mask, BOOLEAN* rotationStationary,
                                BOOLEAN* weightStationary, BOOLEAN* rangeStationary,
                                BOOLEAN* covModelStationary) noexcept {
   if (model == nullptr) return Refuse(-71009);
-  return Sound(VORLKestrumValidateCovModel(model, grid, mask, rotationStationary, weightStationary, rangeStationary,
-                                           covModelStationary, validationError_));
+  if (!Sound(VORLKestrumValidateCovModel(model, grid, mask, rotationStationary, weightStationary, rangeStationary,
+                                         covModelStationary, validationError_))) {
+    return false;
+  }
+  const int verdict = UnflaggedImagesVerdict(*model, *grid);
+  return verdict == 0 || Refuse(verdict);
 }
 
 bool InputValidation::UniqueNeighborhood(real searchRadius, bool covModelStationary) noexcept {

@@ -177,7 +177,8 @@ class InputValidation {
 
   template <typename Input>
   [[nodiscard]] bool Mask(const Input& input) noexcept {
-    return !input.maskImageFlag || MaskImage(input.maskImage, input.simGrid);
+    return input.maskImageFlag ? MaskImage(input.maskImage, input.simGrid)
+                               : UnflaggedMask(input.maskImage, *input.simGrid);
   }
 
   [[nodiscard]] bool CovModel(VORL_COVMODEL* model, VORL_GRID* grid, VORL_IMAGE* mask, BOOLEAN* rotationStationary,
@@ -221,6 +222,8 @@ class InputValidation {
   [[nodiscard]] bool Names(const char* varName, bool formatNeeded, const char* formatString) noexcept;
   [[nodiscard]] bool OutputNames(int outputMode, const char* imageFileName, const char* reportFileName) noexcept;
   [[nodiscard]] bool MaskImage(VORL_IMAGE* mask, VORL_GRID* grid) noexcept;
+  // A mask that is set without its flag is read all the same, so it must have the nodes of the run.
+  [[nodiscard]] bool UnflaggedMask(const VORL_IMAGE* mask, const VORL_GRID& grid) noexcept;
   [[nodiscard]] bool PointSet(VORL_POINTSET* pointSet) noexcept;
 
   Progress progress_;

@@ -269,6 +269,7 @@ TEST(TwoPointStatistics, RefusalsAndFailingAllocations) {
   image.grid = &other;
   expect(0, centre, -611);
   other = {1024, 1024, 300, 1, 1, 1, 0, 0, 0, 1 << 20, 300 << 20};  // never walked
+  image.nxyzv = other.nxyz;
   image.varName[0][1] = '\0';
   expect(0, {{{-1023, 1023, 1}, {-1023, 1023, 1}, {-299, 299, 1}}}, -620);
   image.grid = nullptr;

@@ -114,6 +114,14 @@ TEST_F(RunDriver, StatusesAndRewrittenInput) {
        },
        -110},
       {"NoReportName", [](RunRecords& r) { r.input.outputReportFlag = TRUE; }, -110},
+      {"FullDiskForReport",
+       [](RunRecords& r) {
+         r.input.outputReportFlag = TRUE;
+         r.input.outputReportFileName = NewText("/dev/full");
+       },
+       -110},
+      {"FullDiskForResult", [](RunRecords& r) { SetOutput(r.input, KESTRUM_OUTPUT_ALL_IN_ONE_FILE, "/dev/full"); },
+       -110},
       {"NoResultFile", [](RunRecords& r) { SetOutput(r.input, KESTRUM_OUTPUT_ALL_IN_ONE_FILE, "/no/where"); }, -110},
       {"NoSeparateFile", [](RunRecords& r) { SetOutput(r.input, KESTRUM_OUTPUT_SEPARATE_FILE, "/no/where"); }, -110},
       {"Aborted", [](RunRecords& r) { r.monitor.abortedJobFlag = TRUE; }, -1000},

@@ -58,6 +58,9 @@ struct Rule {
   int error;
 };
 
+// As a flag leaves out what is read all the same.
+VORL_IMAGE* NewSmallerImage() { return NewImage(MakeGrid(2, 2, 1), std::vector<real>(4, 1.0)); }
+
 #define TWEAK(statements) __LINE__, [](VORL_KESTRUMINPUT& in) { statements; }
 
 const Rule kRules[] = {
@@ -98,6 +101,20 @@ const Rule kRules[] = {
     {TWEAK(in.maskImage->nxyzv = 5), -625},
     {TWEAK(in.simGrid->nxyz = in.maskImage->grid->nxyz = 0), -1904},
     {TWEAK(in.maskImageFlag = FALSE; in.maskImage->var[5] = 0.5), 0},
+    {TWEAK(in.maskImageFlag = FALSE; Release(in.maskImage)), 0},
+    {TWEAK(in.maskImageFlag = FALSE; Replace(in.maskImage, NewSmallerImage())), -1901},
+    {TWEAK(in.maskImageFlag = FALSE; in.maskImage->nxyzv = 5), -625},
+    {TWEAK(in.maskImageFlag = FALSE; Release(in.maskImage->var)), -20},
+    {TWEAK(GiveAngleImage(*in.covModel); in.covModel->angle2ImageFlag = FALSE), 0},
+    {TWEAK(GiveAngleImage(*in.covModel); in.covModel->angle2ImageFlag = FALSE; in.covModel->angle2Image->nxyzv = 5),
+     -625},
+    {TWEAK(in.covModel->angle1Image = NewSmallerImage()), -71636},
+    {TWEAK(in.covModel->angle3Image = NewSmallerImage()), -71636},
+    {TWEAK(in.covModel->covModelElem->weightImage = NewSmallerImage()), -71646},
+    {TWEAK(in.covModel->covModelElem->rxImage = NewSmallerImage()), -71656},
+    {TWEAK(in.covModel->covModelElem->ryImage = NewSmallerImage()), -71666},
+    {TWEAK(in.covModel->covModelElem->rzImage = NewSmallerImage()), -71676},
+    {TWEAK(in.covModel->covModelElem->sImage = NewSmallerImage()), -71686},
     {TWEAK(in.covModel->nelem = 0), -71009},
     {TWEAK(VORLKestrumFreeCovModel(in.covModel); Release(in.covModel)), -71009},
     {TWEAK(in.covModel->covModelElem[0].weightValue = -0.5), -71649},

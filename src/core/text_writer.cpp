@@ -1,12 +1,13 @@
-#include "io/text_writer.hpp"
+#include "core/text_writer.hpp"
 
 #include <charconv>
 #include <cmath>
 #include <cstring>
 #include <system_error>
 
+#include "core/characters.hpp"
 #include "core/integers.hpp"
-#include "io/characters.hpp"
+#include "core/output_file.hpp"
 
 namespace kestrum {
 namespace {
@@ -86,6 +87,11 @@ int FormatList::Split(const char* list, int count) noexcept {
     if (!format.Set(p, length)) return kUnfitFormat;
   }
   return 0;
+}
+
+int TextWriter::Finish() noexcept {
+  Flush();
+  return FlushOutput(stream_);
 }
 
 void TextWriter::Flush() noexcept {

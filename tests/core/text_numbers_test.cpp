@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "io/text_reader.hpp"
-#include "io/text_writer.hpp"
+#include "core/text_reader.hpp"
+#include "core/text_writer.hpp"
 #include "support/text_stream.hpp"
 
 namespace {
@@ -54,6 +54,7 @@ TEST(TextNumbers, PrintLikePrintf) {
         writer.Put(format, number);
         writer.Put('\n');
       }
+      EXPECT_EQ(writer.Finish(), 0);
     }
     std::rewind(stream.file);
     for (const double number : numbers) {
@@ -66,7 +67,7 @@ TEST(TextNumbers, PrintLikePrintf) {
   }
 }
 
-// What scanf takes, and whether, and what it leaves, is the measure: on a file, and through a pipe, which can not seek.
+// What scanf takes, and whether, and what it leaves, is the measure: on a file, and through a pipe, which cannot seek.
 TEST(TextNumbers, ReadLikeScanf) {
   std::string digits;
   for (int i = 0; i < 100; ++i) digits += "0123456789";

@@ -1,13 +1,14 @@
-#include "io/text_reader.hpp"
+#include "core/text_reader.hpp"
 
 #include <charconv>
 #include <cstdlib>
 #include <limits>
 #include <system_error>
 
+#include "core/characters.hpp"
 #include "core/integers.hpp"
+#include "core/plain_numbers.hpp"
 #include "core/text.h"
-#include "io/characters.hpp"
 
 namespace kestrum {
 namespace {
@@ -15,6 +16,15 @@ namespace {
 bool IsSpace(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 int ToLower(int c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c; }
 bool IsHexDigit(int c) { return IsDigit(c) || (ToLower(c) >= 'a' && ToLower(c) <= 'f'); }
+
+template <typename T, typename Take>
+int TakeEntries(std::FILE* stream, int status, std::initializer_list<T*> values, const Take& take) noexcept {
+  for (T* const value : values) {
+    if (VORLSkipComments(stream) != 0 || !(TextReader(stream).*take)(value)) return status;
+    --status;
+  }
+  return 0;
+}
 
 }  // namespace
 
@@ -146,6 +156,7 @@ bool TextReader::TakeRealByCharacter(double* value) noexcept {
   }
   text[length] = '\0';
   char* stop = nullptr;
+  const PlainNumbers plainNumbers;
   const double number = std::strtod(text, &stop);
   if (stop == text) return false;
   *value = number;
@@ -170,6 +181,14 @@ TextReader::Word TextReader::TakeWord(char* word, std::size_t size) noexcept {
 int TextReader::TakeName(char* name, int noName) noexcept {
   const Word outcome = TakeWord(name, VORL_VARNAME_LENGTH);
   return outcome == Word::kTaken ? 0 : outcome == Word::kNone ? noName : noName - 1;
+}
+
+int TakeInts(std::FILE* stream, int status, std::initializer_list<int*> values) noexcept {
+  return TakeEntries(stream, status, values, &TextReader::TakeInt);
+}
+
+int TakeReals(std::FILE* stream, int status, std::initializer_list<double*> values) noexcept {
+  return TakeEntries(stream, status, values, &TextReader::TakeReal);
 }
 
 }  // namespace kestrum

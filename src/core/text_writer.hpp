@@ -1,10 +1,11 @@
-#ifndef KESTRUM_IO_TEXT_WRITER_HPP
-#define KESTRUM_IO_TEXT_WRITER_HPP
+#ifndef KESTRUM_CORE_TEXT_WRITER_HPP
+#define KESTRUM_CORE_TEXT_WRITER_HPP
 
 #include <cstddef>
 #include <cstdio>
 
 #include "core/buffer.hpp"
+#include "core/plain_numbers.hpp"
 #include "core/text.h"
 
 namespace kestrum {
@@ -13,7 +14,7 @@ namespace kestrum {
 constexpr int kUnfitFormat = -1021;
 
 // A printf format for one number. Plain formats (width, precision and conversion, nothing else) are printed without
-// printf, letter for letter alike.
+// printf, letter for letter alike. All are printed as in the locale "C".
 struct NumberFormat {
   // Takes a format over from `length` characters; false if it is too long, if it has more than one conversion, or if
   // the conversion does not fit: a format that ends in 'd' or 'i' prints an int, any other a double.
@@ -42,14 +43,12 @@ class FormatList {
   Buffer<NumberFormat> formats_;
 };
 
-// Collects text in a block, and writes it to the stream in large pieces, the last at its destruction. Failures of the
-// stream are ignored.
+// Collects text in a block, and writes it to the stream in large pieces, the last by Finish.
 class TextWriter {
  public:
   explicit TextWriter(std::FILE* stream) noexcept : stream_(stream) {}
   TextWriter(const TextWriter&) = delete;
   TextWriter& operator=(const TextWriter&) = delete;
-  ~TextWriter() { Flush(); }
 
   void Put(char c) noexcept {
     if (length_ == kBlockSize) Flush();
@@ -57,6 +56,8 @@ class TextWriter {
   }
   // An integer format prints the value truncated toward zero; a value that no int holds becomes the lowest int.
   void Put(const NumberFormat& format, double value) noexcept;
+  // Ends the text. Returns the status of FlushOutput: whether all that was written to the stream has left the program.
+  [[nodiscard]] int Finish() noexcept;
 
  private:
   void Flush() noexcept;
@@ -68,6 +69,7 @@ class TextWriter {
   // Free space that is made before a number is printed.
   static constexpr std::size_t kNumberRoom = 512;
 
+  const PlainNumbers plainNumbers_;
   std::FILE* stream_;
   std::size_t length_ = 0;
   char block_[kBlockSize];

@@ -1,15 +1,17 @@
-#ifndef KESTRUM_IO_TEXT_READER_HPP
-#define KESTRUM_IO_TEXT_READER_HPP
+#ifndef KESTRUM_CORE_TEXT_READER_HPP
+#define KESTRUM_CORE_TEXT_READER_HPP
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
 
 namespace kestrum {
 
 // Takes words and numbers, separated by white space, from a stream or from a text, just as scanf with "%s", "%d" and
-// "%lf" would, only faster. A stream is read in blocks; the destructor puts it back to just behind what was taken, so
-// nothing else may use the stream while the reader lives. A stream that cannot seek is read character by character.
+// "%lf" would in the locale "C", only faster. A stream is read in blocks; the destructor puts it back to just behind
+// what was taken, so nothing else may use the stream while the reader lives. A stream that cannot seek is read character
+// by character.
 class TextReader {
  public:
   enum class Word { kTaken, kNone, kTooLong };
@@ -47,6 +49,12 @@ class TextReader {
   const char* end_ = nullptr;
   char block_[kBlockSize];
 };
+
+// Take the next entries of a seekable file in which white space and comments may stand before each. Return 0, or the
+// status of the entry that is missing or cannot be read, which is left alone: `status` for the first, one less for
+// each further one.
+[[nodiscard]] int TakeInts(std::FILE* stream, int status, std::initializer_list<int*> values) noexcept;
+[[nodiscard]] int TakeReals(std::FILE* stream, int status, std::initializer_list<double*> values) noexcept;
 
 }  // namespace kestrum
 
