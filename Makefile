@@ -66,10 +66,10 @@ demo: configure
 	$(RUN_PYTHON) examples/simulation_meuse.py
 	$(RUN_PYTHON) examples/image_analysis.py
 	@mkdir -p $(BUILD)/bin
-	$(CC) -std=c99 -O2 -Isrc examples/krige_meuse.c -o $(BUILD)/bin/krige_meuse \
+	$(CC) -std=c99 -O2 -I$(BUILD)/include examples/krige_meuse.c -o $(BUILD)/bin/krige_meuse \
 	  -L$(BUILD)/lib -lkestrum -lm -Wl,-rpath,$(CURDIR)/$(BUILD)/lib
 	$(BUILD)/bin/krige_meuse examples/data/meuse examples/output/meuse_from_c.gslib
-	$(CC) -std=c99 -O2 -Isrc examples/read_maps.c -o $(BUILD)/bin/read_maps \
+	$(CC) -std=c99 -O2 -I$(BUILD)/include examples/read_maps.c -o $(BUILD)/bin/read_maps \
 	  -L$(BUILD)/lib -lkestrum -Wl,-rpath,$(CURDIR)/$(BUILD)/lib
 	$(BUILD)/bin/read_maps examples/output/meuse_moving.gslib examples/output/meuse_from_c.gslib
 

@@ -5,12 +5,11 @@
  * DATA_DIRECTORY holds meuse.csv (the samples) and meuse_grid.csv (the nodes of the study area). Each node is estimated
  * from its 20 nearest samples. The same map as examples/kriging_meuse.py makes from Python.
  */
+#include <kestrum.h>
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-
-#include "kestrum.h"
 
 enum { kNx = 78, kNy = 104, kNodes = kNx * kNy, kMaxSamples = 1000, kNeighbors = 20 };
 static const double kCell = 40.0, kCornerX = 178440.0, kCornerY = 329600.0;

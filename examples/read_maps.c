@@ -2,9 +2,8 @@
  *
  *   read_maps FILE.gslib...
  */
+#include <kestrum.h>
 #include <stdio.h>
-
-#include "kestrum.h"
 
 static int Report(const char* fileName) {
   VORL_IMAGE image;

@@ -8,7 +8,7 @@
  * nvalue - 1, or -1 for none.
  */
 
-#include "core/types.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -5,8 +5,8 @@
  * Grouping of points.
  */
 
-#include "core/types.h"
-#include "numeric/random.h"
+#include "../core/types.h"
+#include "../numeric/random.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -14,8 +14,8 @@
  * informed nodes with a value at or below it, its complement the informed nodes above it.
  */
 
-#include "core/image.h"
-#include "core/types.h"
+#include "../core/image.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -15,9 +15,9 @@
  * every conflict mode but 0, which fails.
  */
 
-#include "core/image.h"
-#include "core/point_set.h"
-#include "core/types.h"
+#include "../core/image.h"
+#include "../core/point_set.h"
+#include "../core/types.h"
 
 #define VORL_INEQUALITY_DATA_SUFFIX_FOR_MIN "_min" /**< ending of the names of lower bounds */
 #define VORL_INEQUALITY_DATA_SUFFIX_FOR_MAX "_max" /**< ending of the names of upper bounds */

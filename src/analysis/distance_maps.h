@@ -15,8 +15,8 @@
  * + ny*ny*sy*sy + nz*nz*sz*sz).
  */
 
-#include "core/image.h"
-#include "core/types.h"
+#include "../core/image.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -20,8 +20,8 @@
  * background.
  */
 
-#include "core/image.h"
-#include "core/types.h"
+#include "../core/image.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

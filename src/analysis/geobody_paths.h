@@ -11,8 +11,8 @@
  * first (dx, 0, 0), then dy -1 and dy 1, each with dz 0, -1, 1, then dy 0 with dz -1, 1.
  */
 
-#include "core/types.h"
-#include "numeric/random.h"
+#include "../core/types.h"
+#include "../numeric/random.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -10,8 +10,8 @@
  * offsets may be any int.
  */
 
-#include "core/image.h"
-#include "core/types.h"
+#include "../core/image.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -5,9 +5,9 @@
  * Averages over a neighbourhood that slides over the nodes of an image: a box, or a search neighbourhood.
  */
 
-#include "core/image.h"
-#include "core/types.h"
-#include "neighborhood/search_neighborhood.h"
+#include "../core/image.h"
+#include "../core/types.h"
+#include "../neighborhood/search_neighborhood.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -16,8 +16,8 @@
  * a weighted average of what is there. It is missing if the weight is less than minWeight.
  */
 
-#include "core/image.h"
-#include "core/types.h"
+#include "../core/image.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -5,8 +5,8 @@
  * Classes of a continuous variable, from limits between its values.
  */
 
-#include "core/types.h"
-#include "numeric/random.h"
+#include "../core/types.h"
+#include "../numeric/random.h"
 
 KESTRUM_BEGIN_DECLS
 

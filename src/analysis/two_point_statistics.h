@@ -14,8 +14,8 @@
  * connectivity functions count all pairs; to them a missing value is background.
  */
 
-#include "core/image.h"
-#include "core/types.h"
+#include "../core/image.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

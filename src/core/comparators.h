@@ -5,7 +5,7 @@
  * Ascending orders for qsort and for direct calls. A NaN compares equal to everything.
  */
 
-#include "core/types.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

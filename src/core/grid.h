@@ -7,7 +7,7 @@
 
 #include <stdio.h>
 
-#include "core/types.h"
+#include "../core/types.h"
 
 #define VORL_MIN_SPACING 1e-15          /**< smallest cell size */
 #define VORL_SHIFT_FACTOR_FOR_POINT 0.5 /**< position of a node in its cell, in cell sizes from the lower corner */

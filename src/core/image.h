@@ -14,9 +14,9 @@
 
 #include <stdio.h>
 
-#include "core/grid.h"
-#include "core/text.h"
-#include "core/types.h"
+#include "../core/grid.h"
+#include "../core/text.h"
+#include "../core/types.h"
 
 #define VORL_MAX_NVAR 10000 /**< largest number of variables */
 

@@ -8,8 +8,8 @@
 
 #include <stdio.h>
 
-#include "core/image.h"
-#include "core/types.h"
+#include "../core/image.h"
+#include "../core/types.h"
 
 #define VORL_PREFIX_FOR_OCCURRENCE_PROPORTION "occ_prop_of_" /**< beginning of the names of proportions */
 #define VORL_NB_DIGIT_FOR_VALUE_NAME 5                       /**< digits of the number of a category in such a name */

@@ -8,7 +8,7 @@
 
 #include <stddef.h>
 
-#include "core/types.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -12,9 +12,9 @@
 
 #include <stdio.h>
 
-#include "core/grid.h"
-#include "core/text.h"
-#include "core/types.h"
+#include "../core/grid.h"
+#include "../core/text.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -7,7 +7,7 @@
  * outside at any time and takes effect at the next call.
  */
 
-#include "core/types.h"
+#include "../core/types.h"
 
 #define VORL_MAX_PROGRESS_NAME_LENGTH 32 /**< bytes of a progress name, terminator included */
 #define VORL_MAX_NWARNING 256            /**< places of the list of warnings, more than there are numbers */

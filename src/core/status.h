@@ -10,7 +10,7 @@
  * independently of the errors.
  */
 
-#include "core/types.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

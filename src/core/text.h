@@ -7,7 +7,7 @@
 
 #include <stdio.h>
 
-#include "core/types.h"
+#include "../core/types.h"
 
 #define VORL_VARNAME_LENGTH 256  /**< bytes of the name of a variable, terminator included */
 #define VORL_FILENAME_LENGTH 512 /**< bytes of the name of a file, terminator included */

@@ -26,8 +26,8 @@
  * Wiley 2012, chapter 2.
  */
 
-#include "core/types.h"
-#include "covariance/cov_model.h"
+#include "../core/types.h"
+#include "../covariance/cov_model.h"
 
 KESTRUM_BEGIN_DECLS
 

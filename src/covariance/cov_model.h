@@ -7,9 +7,9 @@
 
 #include <stdio.h>
 
-#include "core/grid.h"
-#include "core/image.h"
-#include "core/types.h"
+#include "../core/grid.h"
+#include "../core/image.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -26,9 +26,9 @@
 
 #include <stdio.h>
 
-#include "core/image.h"
-#include "core/text.h"
-#include "core/types.h"
+#include "../core/image.h"
+#include "../core/text.h"
+#include "../core/types.h"
 
 #define VORL_VTK_VERSION_NUMBER 3.4            /**< version in the first line of a VTK file */
 #define VORL_NAME_FOR_PGM_VAR "pgmValue"       /**< name of the variable of a PGM file */

@@ -18,8 +18,8 @@
 
 #include <stdio.h>
 
-#include "core/point_set.h"
-#include "core/types.h"
+#include "../core/point_set.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

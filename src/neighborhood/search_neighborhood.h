@@ -8,10 +8,10 @@
 
 #include <stdio.h>
 
-#include "core/image.h"
-#include "core/types.h"
-#include "covariance/cov_model.h"
-#include "numeric/random.h"
+#include "../core/image.h"
+#include "../core/types.h"
+#include "../covariance/cov_model.h"
+#include "../numeric/random.h"
 
 typedef struct vorl_searchNeighborhood VORL_SEARCHNEIGHBORHOOD; /**< see vorl_searchNeighborhood */
 

@@ -11,7 +11,7 @@
  * Work memory is taken and released inside. The relative residual is ||b - A x|| / ||b|| with Euclidean norms.
  */
 
-#include "core/types.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

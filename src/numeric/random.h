@@ -14,7 +14,7 @@
  * 0. Threads need a context each, or a lock.
  */
 
-#include "core/types.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

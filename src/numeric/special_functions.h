@@ -5,7 +5,7 @@
  * Bessel and gamma functions, and small transforms of distributions. Null is allowed for vectors of no entries.
  */
 
-#include "core/types.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

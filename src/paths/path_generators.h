@@ -10,8 +10,8 @@
  * After a failure the path is as it was.
  */
 
-#include "core/types.h"
-#include "numeric/random.h"
+#include "../core/types.h"
+#include "../numeric/random.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -12,10 +12,10 @@
 
 #include <stdio.h>
 
-#include "core/image.h"
-#include "core/types.h"
-#include "neighborhood/search_neighborhood.h"
-#include "numeric/random.h"
+#include "../core/image.h"
+#include "../core/types.h"
+#include "../neighborhood/search_neighborhood.h"
+#include "../numeric/random.h"
 
 KESTRUM_BEGIN_DECLS
 

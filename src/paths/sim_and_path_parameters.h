@@ -11,8 +11,8 @@
 
 #include <stdio.h>
 
-#include "core/constants.h"
-#include "core/types.h"
+#include "../core/constants.h"
+#include "../core/types.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -15,11 +15,11 @@
  * callback other than 0 ends the function with that status, and a set abort flag ends it with -1000.
  */
 
-#include "core/image.h"
-#include "core/progress_monitor.h"
-#include "core/types.h"
-#include "runs/indicator_run_input.h"
-#include "runs/run_input.h"
+#include "../core/image.h"
+#include "../core/progress_monitor.h"
+#include "../core/types.h"
+#include "../runs/indicator_run_input.h"
+#include "../runs/run_input.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -8,13 +8,13 @@
 
 #include <stdio.h>
 
-#include "core/grid.h"
-#include "core/image.h"
-#include "core/point_set.h"
-#include "core/progress_monitor.h"
-#include "core/types.h"
-#include "covariance/cov_model.h"
-#include "runs/run_input.h"
+#include "../core/grid.h"
+#include "../core/image.h"
+#include "../core/point_set.h"
+#include "../core/progress_monitor.h"
+#include "../core/types.h"
+#include "../covariance/cov_model.h"
+#include "../runs/run_input.h"
 
 #define VORL_KESTRUM_NCATEGORY_MAX 100 /**< largest number of categories */
 /** Largest deviation from 1.0 of a sum of probabilities that is corrected; above, the sum is refused. */

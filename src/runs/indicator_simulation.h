@@ -12,11 +12,11 @@
 
 #include <stdio.h>
 
-#include "core/image.h"
-#include "core/progress_monitor.h"
-#include "core/types.h"
-#include "neighborhood/search_neighborhood.h"
-#include "runs/indicator_run_input.h"
+#include "../core/image.h"
+#include "../core/progress_monitor.h"
+#include "../core/types.h"
+#include "../neighborhood/search_neighborhood.h"
+#include "../runs/indicator_run_input.h"
 
 KESTRUM_BEGIN_DECLS
 

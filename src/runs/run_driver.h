@@ -5,10 +5,10 @@
  * The entry points of the engine: one call takes a filled run input and gives one output image, or files, or both.
  */
 
-#include "core/progress_monitor.h"
-#include "core/types.h"
-#include "runs/indicator_run_input.h"
-#include "runs/run_input.h"
+#include "../core/progress_monitor.h"
+#include "../core/types.h"
+#include "../runs/indicator_run_input.h"
+#include "../runs/run_input.h"
 
 KESTRUM_BEGIN_DECLS
 

@@ -11,12 +11,12 @@
 
 #include <stdio.h>
 
-#include "core/grid.h"
-#include "core/image.h"
-#include "core/point_set.h"
-#include "core/progress_monitor.h"
-#include "core/types.h"
-#include "covariance/cov_model.h"
+#include "../core/grid.h"
+#include "../core/image.h"
+#include "../core/point_set.h"
+#include "../core/progress_monitor.h"
+#include "../core/types.h"
+#include "../covariance/cov_model.h"
 
 #define VORL_KESTRUM_VERSION_NUMBER "2.0"    /**< version in the banner of a report */
 #define VORL_KESTRUM_BUILD_NUMBER "20240322" /**< build in the banner of a report */

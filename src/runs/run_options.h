@@ -1,10 +1,10 @@
 #ifndef KESTRUM_RUNS_RUN_OPTIONS_H
 #define KESTRUM_RUNS_RUN_OPTIONS_H
 
-#include "core/progress_monitor.h"
-#include "core/types.h"
-#include "runs/indicator_run_input.h"
-#include "runs/run_input.h"
+#include "../core/progress_monitor.h"
+#include "../core/types.h"
+#include "../runs/indicator_run_input.h"
+#include "../runs/run_input.h"
 
 /** @file
  * Runs with a choice of how they are computed: by which solver, and on how many threads. */

@@ -1,4 +1,5 @@
 /* Simple kriging of one datum, whose answer is known: the weight is the covariance over the sill. */
+#include <core/types.h>
 #include <kestrum.h>
 #include <math.h>
 #include <stdio.h>
@@ -10,7 +11,7 @@ static void* Take(size_t n, size_t size) {
 }
 
 int main(void) {
-  const double range = 10.0, mean = 3.0, value = 5.0;
+  const StrangersNumber range = 10.0, mean = 3.0, value = 5.0;
   VORL_KESTRUMINPUT input;
   VORL_KESTRUMOUTPUT output;
   VORL_PROGRESSMONITOR monitor;

@@ -1,0 +1,1 @@
+#include "kestrum/kestrum.h"
