@@ -2,8 +2,9 @@
 
 #include <cmath>
 #include <iterator>
-#include <limits>
 #include <numbers>
+
+#include "numeric/special_functions.hpp"
 
 namespace kestrum {
 namespace {
@@ -71,44 +72,6 @@ void SetSeries(Matern& matern) noexcept {
   }
 }
 
-// sqrt(2u/pi) exp(u) K(u) at orders mu and mu + 1, from u = 2 on.
-struct ScaledPair {
-  double k, kNext;
-};
-
-// The second continued fraction of Steed, with the series that normalises K.
-ScaledPair SteedFraction(double u, double mu) noexcept {
-  constexpr double kAccuracy = std::numeric_limits<double>::epsilon() / 4.0;
-  constexpr int kMaxRounds = 1000;
-  double b = 2.0 * (1.0 + u);
-  double d = 1.0 / b;
-  double h = d;
-  double step = d;
-  double q1 = 0.0;
-  double q2 = 1.0;
-  const double a1 = 0.25 - mu * mu;
-  double q = a1;
-  double c = a1;
-  double a = -a1;
-  double s = 1.0 + q * step;
-  for (int i = 2; i <= kMaxRounds; ++i) {
-    a -= 2 * (i - 1);
-    c = -a * c / i;
-    const double qNew = (q1 - b * q2) / a;
-    q1 = q2;
-    q2 = qNew;
-    q += c * qNew;
-    b += 2.0;
-    d = 1.0 / (b + a * d);
-    step = (b * d - 1.0) * step;
-    h += step;
-    s += q * step;
-    if (std::fabs(q * step) < std::fabs(s) * kAccuracy) break;
-  }
-  const double k = 1.0 / s;
-  return {k, k * (mu + u + 0.5 - a1 * h) / u};
-}
-
 // Chebyshev coefficients on [0, 1] of the scaled functions of t = 2/u, from their values at the nodes.
 void SetChebyshev(Matern& matern) noexcept {
   constexpr int n = Matern::kChebyshev;
@@ -116,11 +79,12 @@ void SetChebyshev(Matern& matern) noexcept {
   for (int j = 0; j < 4 * n; ++j) cosines[j] = std::cos(std::numbers::pi * j / (2 * n));
   for (int k = 0; k < n; ++k) matern.chebyshev[k] = matern.nextChebyshev[k] = 0.0;
   for (int j = 0; j < n; ++j) {
-    const ScaledPair pair = SteedFraction(4.0 / (1.0 + cosines[2 * j + 1]), matern.mu);
+    const double u = 4.0 / (1.0 + cosines[2 * j + 1]);
+    const SteedSums sums = SteedFraction(u, matern.mu);
     for (int k = 0; k < n; ++k) {
       const double weight = (k == 0 ? 1.0 : 2.0) / n * cosines[(2 * j + 1) * k % (4 * n)];
-      matern.chebyshev[k] += weight * pair.k;
-      matern.nextChebyshev[k] += weight * pair.kNext;
+      matern.chebyshev[k] += weight / sums.s;
+      matern.nextChebyshev[k] += weight * sums.next / (sums.s * u);
     }
   }
 }

@@ -9,6 +9,27 @@ constexpr int kParts = kLanes / kWidth;
 constexpr int kTileRows = kVectorBytes == 64 ? 8 : 4;
 constexpr int kTileBlocks = kVectorBytes == 64 ? 2 : 1;
 
+// Rows of right sides, as vectors of all blocks; blocks lie `step` apart.
+template <int kRows, int kVectors>
+KESTRUM_KERNEL_INLINE void LoadTile(const double* from, std::ptrdiff_t step, Vector (&tile)[kRows][kVectors]) {
+#pragma GCC unroll 8
+  for (int r = 0; r < kRows; ++r) {
+#pragma GCC unroll 8
+    for (int v = 0; v < kVectors; ++v) {
+      tile[r][v] = Load<Vector>(from + v / kParts * step + r * kLanes + v % kParts * kWidth);
+    }
+  }
+}
+
+template <int kRows, int kVectors>
+KESTRUM_KERNEL_INLINE void StoreTile(const Vector (&tile)[kRows][kVectors], double* to, std::ptrdiff_t step) {
+#pragma GCC unroll 8
+  for (int r = 0; r < kRows; ++r) {
+#pragma GCC unroll 8
+    for (int v = 0; v < kVectors; ++v) Store(to + v / kParts * step + r * kLanes + v % kParts * kWidth, tile[r][v]);
+  }
+}
+
 // Subtracts the products of `count` columns, the first at `l` where the tile's rows begin, with rows from `y` on, from
 // kRows rows at `out`, in kBlocks blocks. With kSolve the rows are those that follow the columns, and are solved among
 // themselves too.
@@ -17,13 +38,7 @@ KESTRUM_KERNEL_INLINE void SubtractTile(const double* l, int count, const double
                                         std::ptrdiff_t outStep) {
   constexpr int kVectors = kBlocks * kParts;
   Vector sums[kRows][kVectors];
-#pragma GCC unroll 8
-  for (int r = 0; r < kRows; ++r) {
-#pragma GCC unroll 8
-    for (int v = 0; v < kVectors; ++v) {
-      sums[r][v] = Load<Vector>(out + v / kParts * outStep + r * kLanes + v % kParts * kWidth);
-    }
-  }
+  LoadTile(out, outStep, sums);
   for (int k = 0; k < count; ++k) {
     Vector right[kVectors];
 #pragma GCC unroll 8
@@ -48,11 +63,7 @@ KESTRUM_KERNEL_INLINE void SubtractTile(const double* l, int count, const double
       }
     }
   }
-#pragma GCC unroll 8
-  for (int r = 0; r < kRows; ++r) {
-#pragma GCC unroll 8
-    for (int v = 0; v < kVectors; ++v) Store(out + v / kParts * outStep + r * kLanes + v % kParts * kWidth, sums[r][v]);
-  }
+  StoreTile(sums, out, outStep);
 }
 
 // The same for up to kRows rows.
@@ -102,14 +113,12 @@ KESTRUM_KERNEL_INLINE void SubtractRowsOfBlocks(const double* panels, int row, i
 // y = L^-1 y for nblock blocks.
 KESTRUM_KERNEL_TARGET void SolveForward(int size, const double* panels, std::ptrdiff_t nblock, double* y) noexcept {
   const std::ptrdiff_t step = std::ptrdiff_t{size} * kLanes;
-  for (int column = 0; column < size; column += kChunk) {
-    const int end = column + kChunk < size ? column + kChunk : size;
-    const double* const solved = y + column * kLanes;
-    SubtractRowsOfBlocks<true>(panels, column, end, column, end, nblock, solved, y, step);
-    for (int row = end; row < size; row += kChunk) {
-      const int rowEnd = row + kChunk < size ? row + kChunk : size;
-      SubtractRowsOfBlocks<false>(panels, row, rowEnd, column, end, nblock, solved, y, step);
+  for (int row = 0; row < size; row += kChunk) {
+    const int end = row + kChunk < size ? row + kChunk : size;
+    for (int column = 0; column < row; column += kChunk) {
+      SubtractRowsOfBlocks<false>(panels, row, end, column, column + kChunk, nblock, y + column * kLanes, y, step);
     }
+    SubtractRowsOfBlocks<true>(panels, row, end, row, end, nblock, y + row * kLanes, y, step);
   }
 }
 
@@ -137,13 +146,7 @@ template <int kColumns, int kBlocks>
 KESTRUM_KERNEL_INLINE void SolveColumns(int size, const double* panels, int column, double* x, std::ptrdiff_t step) {
   constexpr int kVectors = kBlocks * kParts;
   Vector sums[kColumns][kVectors];
-#pragma GCC unroll 8
-  for (int c = 0; c < kColumns; ++c) {
-#pragma GCC unroll 8
-    for (int v = 0; v < kVectors; ++v) {
-      sums[c][v] = Load<Vector>(x + v / kParts * step + (column + c) * kLanes + v % kParts * kWidth);
-    }
-  }
+  LoadTile(x + column * kLanes, step, sums);
   for (int i = size - 1; i >= column + kColumns; --i) {
     const double* const l = panels + PanelStart(i / kLanes) + column * kLanes + i % kLanes;
     Vector right[kVectors];
@@ -167,13 +170,7 @@ KESTRUM_KERNEL_INLINE void SolveColumns(int size, const double* panels, int colu
       for (int v = 0; v < kVectors; ++v) sums[above][v] = SubtractProduct(sums[above][v], left, sums[c][v]);
     }
   }
-#pragma GCC unroll 8
-  for (int c = 0; c < kColumns; ++c) {
-#pragma GCC unroll 8
-    for (int v = 0; v < kVectors; ++v) {
-      Store(x + v / kParts * step + (column + c) * kLanes + v % kParts * kWidth, sums[c][v]);
-    }
-  }
+  StoreTile(sums, x + column * kLanes, step);
 }
 
 template <int kBlocks>

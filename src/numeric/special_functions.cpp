@@ -68,40 +68,13 @@ KPair TemmeSeries(double x, double mu) noexcept {
   return {sum, sum1 * (2.0 * (1.0 / x))};
 }
 
-// The second continued fraction of Steed, with the series that normalises K.
-KPair SteedFraction(double x, double mu) noexcept {
-  double b = 2.0 * (1.0 + x);
-  double d = 1.0 / b;
-  double h = d;
-  double delh = d;
-  double q1 = 0.0;
-  double q2 = 1.0;
-  const double a1 = 0.25 - mu * mu;
-  double q = a1;
-  double c = a1;
-  double a = -a1;
-  double s = 1.0 + q * delh;
-  for (int i = 2; i <= kMaxRounds; ++i) {
-    a -= 2 * (i - 1);
-    c = -a * c / i;
-    const double qnew = (q1 - b * q2) / a;
-    q1 = q2;
-    q2 = qnew;
-    q += c * qnew;
-    b += 2.0;
-    d = 1.0 / (b + a * d);
-    delh = (b * d - 1.0) * delh;
-    h += delh;
-    const double dels = q * delh;
-    s += dels;
-    if (std::fabs(dels / s) < kAccuracy) break;
-  }
-  h = a1 * h;
-  const double k = std::sqrt(std::numbers::pi / (2.0 * x)) * std::exp(-x) / s;
-  return {k, k * (mu + x + 0.5 - h) * (1.0 / x)};
+KPair SteedPair(double x, double mu) noexcept {
+  const SteedSums sums = SteedFraction(x, mu);
+  const double k = std::sqrt(std::numbers::pi / (2.0 * x)) * std::exp(-x) / sums.s;
+  return {k, k * sums.next * (1.0 / x)};
 }
 
-KPair KAtMu(double x, double mu) noexcept { return x < kSeriesLimit ? TemmeSeries(x, mu) : SteedFraction(x, mu); }
+KPair KAtMu(double x, double mu) noexcept { return x < kSeriesLimit ? TemmeSeries(x, mu) : SteedPair(x, mu); }
 
 // Upward recurrence, stable for K.
 KPair RaiseK(KPair pair, double x, SplitOrder order) noexcept {
@@ -161,6 +134,36 @@ double NormalScore(double p) noexcept {
 }
 
 }  // namespace
+
+SteedSums SteedFraction(double x, double mu) noexcept {
+  double b = 2.0 * (1.0 + x);
+  double d = 1.0 / b;
+  double h = d;
+  double delh = d;
+  double q1 = 0.0;
+  double q2 = 1.0;
+  const double a1 = 0.25 - mu * mu;
+  double q = a1;
+  double c = a1;
+  double a = -a1;
+  double s = 1.0 + q * delh;
+  for (int i = 2; i <= kMaxRounds; ++i) {
+    a -= 2 * (i - 1);
+    c = -a * c / i;
+    const double qnew = (q1 - b * q2) / a;
+    q1 = q2;
+    q2 = qnew;
+    q += c * qnew;
+    b += 2.0;
+    d = 1.0 / (b + a * d);
+    delh = (b * d - 1.0) * delh;
+    h += delh;
+    const double dels = q * delh;
+    s += dels;
+    if (std::fabs(dels / s) < kAccuracy) break;
+  }
+  return {s, mu + x + 0.5 - a1 * h};
+}
 
 double BesselK(double x, double nu) noexcept {
   const SplitOrder order = Split(nu);

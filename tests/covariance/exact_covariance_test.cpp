@@ -9,18 +9,13 @@
 #include <random>
 #include <vector>
 
+#include "support/simd_levels.hpp"
+
 namespace {
 
 using kestrum::ExactCovariance;
 using kestrum::SimdLevel;
-
-std::vector<SimdLevel> Levels() {
-  std::vector<SimdLevel> levels;
-  for (const SimdLevel level : {SimdLevel::kBaseline, SimdLevel::kAvx2, SimdLevel::kAvx512}) {
-    if (level <= kestrum::BestSimdLevel()) levels.push_back(level);
-  }
-  return levels;
-}
+using kestrum_test::Levels;
 
 constexpr long double kPi = std::numbers::pi_v<long double>;
 

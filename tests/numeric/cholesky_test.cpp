@@ -12,20 +12,14 @@
 
 #include "core/buffer.hpp"
 #include "numeric/cholesky_batch.hpp"
+#include "support/simd_levels.hpp"
 
 namespace {
 
 using kestrum::Dealing;
 using kestrum::kLanes;
 using kestrum::SimdLevel;
-
-std::vector<SimdLevel> Levels() {
-  std::vector<SimdLevel> levels;
-  for (const SimdLevel level : {SimdLevel::kBaseline, SimdLevel::kAvx2, SimdLevel::kAvx512}) {
-    if (level <= kestrum::BestSimdLevel()) levels.push_back(level);
-  }
-  return levels;
-}
+using kestrum_test::Levels;
 
 // A kriging system with one target: the whole matrix (row-major), the right side, the data's values.
 struct System {
