@@ -10,6 +10,7 @@
 #include "core/array_2d.hpp"
 #include "core/integers.hpp"
 #include "core/parallel.hpp"
+#include "core/statuses.hpp"
 
 namespace kestrum {
 namespace {
@@ -76,7 +77,7 @@ int CountTransitions(const CategoryGrid& grid, const Axes& axes, int nvalue, Cou
     return static_cast<unsigned>(category) < limit;
   };
   const int nnode = CountOf(grid.size[0], grid.size[1], grid.size[2]);
-  if (nnode == 0) return -620;
+  if (nnode == 0) return kImageTooLarge;
   std::ptrdiff_t step = 1;  // from a node to the next along the axis
   for (int axis = 0; axis < 3; ++axis) {
     // The grid falls into slabs in which the lower nodes of all pairs lie in one run.

@@ -10,6 +10,7 @@
 #include "core/array_2d.hpp"
 #include "core/buffer.hpp"
 #include "core/parallel.hpp"
+#include "core/statuses.hpp"
 
 namespace kestrum {
 namespace {
@@ -307,10 +308,10 @@ class TrialClusters {
 
 int RunKMeans(const Points& points, int ncluster, int nfixed, double tolerance, const Clusters& kept, double* inertia,
               int itMax, int nstart, int initMode, VORL_RANDCONTEXT* randContext, const Dealing& dealing) noexcept {
-  if (points.nfeature < 1) return -5200;
-  if (ncluster < 1 || ncluster > points.n) return -5201;
-  if (nfixed < 0 || nfixed > ncluster) return -5202;
-  if (itMax < 1) return -5203;
+  if (points.nfeature < 1) return kFeatureCount;
+  if (ncluster < 1 || ncluster > points.n) return kClusterCount;
+  if (nfixed < 0 || nfixed > ncluster) return kFixedClusterCount;
+  if (itMax < 1) return kIterationCount;
 
   KMeans kMeans(points, ncluster, nfixed, dealing);
   if (const int status = kMeans.Allocate(); status != 0) return status;

@@ -16,6 +16,7 @@
 #include "core/memory.h"
 #include "core/node_coordinates.hpp"
 #include "core/parallel.hpp"
+#include "core/statuses.hpp"
 #include "core/variables.hpp"
 
 namespace kestrum {
@@ -95,8 +96,8 @@ struct Curve {
 
   template <typename... T>
   int Check(const T*... outputs) const noexcept {
-    if (image->nvar != 1) return -52;
-    if (n > 0 && AnyNull(thresholds, outputs...)) return -20;
+    if (image->nvar != 1) return kNotOneVariable;
+    if (n > 0 && AnyNull(thresholds, outputs...)) return kNotAllocated;
     return CheckImage(*image);
   }
   // The two ways deliberately differ in the last bits.

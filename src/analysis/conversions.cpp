@@ -11,6 +11,7 @@
 #include "core/memory.h"
 #include "core/nearest_node.hpp"
 #include "core/records.hpp"
+#include "core/statuses.hpp"
 
 namespace kestrum {
 namespace {
@@ -75,23 +76,22 @@ void TakeSamples(const VORL_IMAGE& in, const real (&reference)[3], const Samplin
 
 int Extract(const VORL_IMAGE& in, VORL_IMAGE* out, const real (&reference)[3], Sampling (&samplings)[3],
             int ndirection) noexcept {
-  constexpr int kStepTooSmall = -86206;
-  if (in.grid == nullptr || out == &in) return -20;
+  if (in.grid == nullptr || out == &in) return kNotAllocated;
   const VORL_GRID& grid = *in.grid;
-  if (!LiesBetweenFaces(reference[0], grid.ox, grid.sx, grid.nx)) return -86201;
-  if (!LiesBetweenFaces(reference[1], grid.oy, grid.sy, grid.ny)) return -86202;
-  if (!LiesBetweenFaces(reference[2], grid.oz, grid.sz, grid.nz)) return -86203;
+  if (!LiesBetweenFaces(reference[0], grid.ox, grid.sx, grid.nx)) return kReferenceX;
+  if (!LiesBetweenFaces(reference[1], grid.oy, grid.sy, grid.ny)) return kReferenceY;
+  if (!LiesBetweenFaces(reference[2], grid.oz, grid.sz, grid.nz)) return kReferenceZ;
   for (int d = 0; d < ndirection; ++d) {
     Sampling& s = samplings[d];
     const real length = std::sqrt(s.x * s.x + s.y * s.y + s.z * s.z);
-    if (!(length >= VORL_EPSILON_SOFT)) return -86211;
+    if (!(length >= VORL_EPSILON_SOFT)) return kZeroDirection;
     s.x /= length;
     s.y /= length;
     s.z /= length;
   }
   for (int d = 0; d < ndirection; ++d) {
     if (!(samplings[d].step >= VORL_EPSILON_SOFT) || !CountSamples(grid, reference, &samplings[d])) {
-      return kStepTooSmall;
+      return kSamplingStep;
     }
   }
   const auto& [first, second, third] = samplings;
@@ -105,7 +105,7 @@ int Extract(const VORL_IMAGE& in, VORL_IMAGE* out, const real (&reference)[3], S
   frame.oz = third.origin();
   if (!SetSizes(&frame, first.count(), second.count(), third.count()) ||
       frame.nxyz > std::numeric_limits<int>::max() / std::max(nvar, 1)) {
-    return kStepTooSmall;
+    return kSamplingStep;
   }
   if (const int status = CheckImageIfAnyVariable(in); status != 0) return status;
   if (const int status = MallocImageOn(frame, nvar, out); status != 0) return status;
@@ -243,12 +243,12 @@ int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** varMin, real
     if (const int status = CheckImageIfAnyVariable(*image); status != 0) return status;
   }
   const int difference = std::abs(VORLCmpGrid(source->grid, target->grid));
-  if (difference >= 1 && difference <= 3) return -150;
+  if (difference >= 1 && difference <= 3) return kDataImageGrid;
 
   const Merger merger(target, varMin, varMax, conflictMode, nconflict);
   Buffer<Route> routes;
-  if (const int status =
-          merger.FindRoutes(source->varName, source->nvar, ignoreUnmatchedVar != 0, -151, nvarIgnored, &routes);
+  if (const int status = merger.FindRoutes(source->varName, source->nvar, ignoreUnmatchedVar != 0, kDataImageVariable,
+                                           nvarIgnored, &routes);
       status != 0) {
     return status;
   }
@@ -266,7 +266,7 @@ int VORLImageToImage(VORL_IMAGE* source, VORL_IMAGE* target, real** varMin, real
         std::copy(values, values + nxyz, slots);
       } else {
         for (std::ptrdiff_t i = 0; i < nxyz; ++i) {
-          if (!merger.Merge(route.role, values[i], &slots[i])) return -152;
+          if (!merger.Merge(route.role, values[i], &slots[i])) return kDataImageConflict;
         }
       }
     }
@@ -287,8 +287,8 @@ int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin
   }
   const Merger merger(target, varMin, varMax, conflictMode, nconflict);
   Buffer<Route> routes;
-  if (const int status =
-          merger.FindRoutes(source->varName, source->nvar, ignoreUnmatchedVar != 0, -160, nvarIgnored, &routes);
+  if (const int status = merger.FindRoutes(source->varName, source->nvar, ignoreUnmatchedVar != 0, kPointSetVariable,
+                                           nvarIgnored, &routes);
       status != 0) {
     return status;
   }
@@ -300,7 +300,7 @@ int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin
     const real y = source->y[point];
     const real z = source->z[point];
     if (!LiesInBox(grid, x, y, z)) {
-      if (placementMode == 0) return -161;
+      if (placementMode == 0) return kPointSetOutside;
       ++*npointDropped;
       continue;
     }
@@ -323,7 +323,7 @@ int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin
           if (const int status = merger.AllocateBounds(route, &slots); status != 0) return status;
           std::fill_n(slots, grid.nxyz, real{VORL_MISSING_VALUE});
         }
-        if (!merger.Merge(route.role, *value, &slots[node])) return -162;
+        if (!merger.Merge(route.role, *value, &slots[node])) return kPointSetConflict;
       }
       value += source->npoint;
     }
@@ -332,9 +332,8 @@ int VORLPointSetToImage(VORL_POINTSET* source, VORL_IMAGE* target, real** varMin
 }
 
 int VORLImageToPointSet(VORL_IMAGE* image, VORL_POINTSET* pointSet) noexcept {
-  constexpr int kNothingInformed = -165;
   if (const int status = CheckImageIfAnyVariable(*image); status != 0) return status;
-  if (image->nvar < 1) return kNothingInformed;
+  if (image->nvar < 1) return kImageWithoutValue;
   const VORL_GRID& grid = *image->grid;
   const std::size_t nvar = static_cast<std::size_t>(image->nvar);
   const std::size_t nxyz = static_cast<std::size_t>(grid.nxyz);
@@ -349,7 +348,7 @@ int VORLImageToPointSet(VORL_IMAGE* image, VORL_POINTSET* pointSet) noexcept {
   }
   const int nvarKept = static_cast<int>(std::count(keptVariables.begin(), keptVariables.end(), TRUE));
   const int npoint = static_cast<int>(std::count(keptNodes.begin(), keptNodes.end(), TRUE));
-  if (npoint == 0) return kNothingInformed;
+  if (npoint == 0) return kImageWithoutValue;
 
   if (const int status = VORLMallocPointSet(pointSet, npoint, nvarKept); status != 0) return status;
   pointSet->npoint = npoint;

@@ -14,6 +14,7 @@
 #include "core/constants.h"
 #include "core/memory.h"
 #include "core/node_coordinates.hpp"
+#include "core/statuses.hpp"
 #include "core/variables.hpp"
 
 namespace kestrum {
@@ -235,10 +236,10 @@ class GivenVector {
 template <DistanceMetric metric>
 int DistanceCurve(const VORL_IMAGE& image, real step, int* n, real** thresholds, real** gamma, real** gammaComplement,
                   bool verbose, Connectivity connectivity, Dealing dealing) noexcept {
-  if (image.nvar != 1) return -52;
+  if (image.nvar != 1) return kNotOneVariable;
   if (const int status = CheckImage(image); status != 0) return status;
-  if (n == nullptr || thresholds == nullptr || gamma == nullptr || gammaComplement == nullptr) return -20;
-  if (!(step > 0.0)) return -3;
+  if (n == nullptr || thresholds == nullptr || gamma == nullptr || gammaComplement == nullptr) return kNotAllocated;
+  if (!(step > 0.0)) return kNoElement;
   const VORL_GRID& grid = *image.grid;
   Buffer<real> map;
   if (const int status = map.Allocate(static_cast<std::size_t>(grid.nxyz)); status != 0) return status;
@@ -257,9 +258,9 @@ int DistanceCurve(const VORL_IMAGE& image, real step, int* n, real** thresholds,
   const real whole = std::trunc(highest / step);
   const real up = highest > whole * step ? whole + 1.0 : whole;
   const real count = down + up + 2.0;
-  if (!(std::abs(down) + std::abs(up) + 2.0 <= std::numeric_limits<int>::max())) return -1;
+  if (!(std::abs(down) + std::abs(up) + 2.0 <= std::numeric_limits<int>::max())) return kNoMemory;
   // As an allocation of so many thresholds would fail.
-  if (count < 1.0) return count < 0.0 ? -1 : -3;
+  if (count < 1.0) return count < 0.0 ? kNoMemory : kNoElement;
   const int ncurve = static_cast<int>(count);
 
   GivenVector vectors[3];
@@ -325,7 +326,7 @@ int VORLImageDistanceEuclideanBruteForce(VORL_IMAGE* imageIn, VORL_IMAGE* imageO
 int VORLImageDistanceByDilation(VORL_IMAGE* imageIn, VORL_IMAGE* imageOut, int nshift, int* shiftX, int* shiftY,
                                 int* shiftZ) noexcept {
   const StructuringElement element{nshift, shiftX, shiftY, shiftZ};
-  if (!element.IsComplete()) return -20;
+  if (!element.IsComplete()) return kNotAllocated;
   return MakeMaps(*imageIn, VORL_SUFFIX_FOR_DISTANCE_DILATING, imageOut,
                   [&element](const VORL_GRID& grid, int nvar, const real* in, real* map) {
                     return MapsByDilation(grid, nvar, in, element, map);

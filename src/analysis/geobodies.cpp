@@ -13,6 +13,7 @@
 #include "core/constants.h"
 #include "core/integers.hpp"
 #include "core/parallel.hpp"
+#include "core/statuses.hpp"
 #include "core/variables.hpp"
 
 namespace kestrum {
@@ -293,9 +294,6 @@ using kestrum::IntervalSet;
 
 namespace {
 
-constexpr int kNullPointer = -20;
-constexpr int kVariableCountNotOne = -52;
-
 IntervalSet MakeSet(BOOLEAN complement, int nintervals, const real* lower, const real* upper, BOOLEAN excludeLower,
                     BOOLEAN excludeUpper) noexcept {
   return {nintervals, lower, upper, excludeLower != FALSE, excludeUpper != FALSE, complement != FALSE};
@@ -306,7 +304,7 @@ template <typename T, typename Compute>
 int WithVariable(const VORL_IMAGE* image, int varIndex, const IntervalSet& set, T* out, const int* number,
                  const Compute& compute) noexcept {
   if (const int status = kestrum::CheckVariable(*image, varIndex, out, number); status != 0) return status;
-  if (set.n > 0 && (set.lower == nullptr || set.upper == nullptr)) return kNullPointer;
+  if (set.n > 0 && (set.lower == nullptr || set.upper == nullptr)) return kestrum::kNotAllocated;
   return compute(kestrum::VariableOf(*image, varIndex), out);
 }
 
@@ -437,9 +435,9 @@ int VORLImageGeobody26Vector(VORL_IMAGE* imageIn, int* indicator, int varIndex, 
 
 int VORLImageGeobodySize(VORL_IMAGE* image, int* ngeobody, int** geobodySize, int** extentX, int** extentY,
                          int** extentZ) noexcept {
-  if (image->nvar != 1) return kVariableCountNotOne;
+  if (image->nvar != 1) return kestrum::kNotOneVariable;
   int** const out[4] = {extentX, extentY, extentZ, geobodySize};
-  if (ngeobody == nullptr || std::find(out, out + 4, nullptr) != out + 4) return kNullPointer;
+  if (ngeobody == nullptr || std::find(out, out + 4, nullptr) != out + 4) return kestrum::kNotAllocated;
   if (const int status = kestrum::CheckImage(*image); status != 0) return status;
   const VORL_GRID& grid = *image->grid;
 

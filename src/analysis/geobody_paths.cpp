@@ -9,6 +9,7 @@
 
 #include "analysis/geobodies.hpp"
 #include "core/buffer.hpp"
+#include "core/statuses.hpp"
 
 namespace kestrum {
 namespace {
@@ -123,7 +124,7 @@ template <Connectivity kConnectivity>
 int ComputeDistances(const Box& box, const int* geobody, int frontCapacity, int nstart, const int* start,
                      int* distance) noexcept {
   for (int i = 0; i < nstart; ++i) {
-    if (!box.Has(start[i])) return -2205;
+    if (!box.Has(start[i])) return kPathStartOutside;
   }
   Front fronts[2];
   if (const int status = fronts[0].Allocate(std::max(frontCapacity, nstart)); status != 0) return status;
@@ -158,8 +159,8 @@ int ComputeDistances(const Box& box, const int* geobody, int frontCapacity, int 
 template <Connectivity kConnectivity>
 int ComputePath(const Box& box, const int* distance, int endNode, int* path, int* pathLength,
                 VORL_RANDCONTEXT* randContext) noexcept {
-  constexpr int kCannotFindPath = -2200 - static_cast<int>(kConnectivity);
-  if (!box.Has(endNode)) return -2207;
+  constexpr int kCannotFindPath = kNoGeobodyPath - static_cast<int>(kConnectivity);
+  if (!box.Has(endNode)) return kPathEndOutside;
   Node node = box.NodeAt(endNode);
   int length = 0;
   path[length++] = endNode;

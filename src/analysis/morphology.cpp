@@ -13,6 +13,7 @@
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/node_coordinates.hpp"
+#include "core/statuses.hpp"
 
 namespace kestrum {
 namespace {
@@ -198,7 +199,7 @@ int Apply(const Operation& operation, const VORL_GRID& grid, int nvar, const rea
 int ApplyToImage(const Operation& operation, const VORL_IMAGE& in, VORL_IMAGE* out, const StructuringElement& element,
                  int niter, bool verbose, const Dealing& dealing) noexcept {
   if (const int status = CheckImage(in); status != 0) return status;
-  if (!element.IsComplete()) return -20;
+  if (!element.IsComplete()) return kNotAllocated;
   if (const int status = MakeOutputImage(in, operation.suffix, out); status != 0) return status;
   PercentPrinter progress(verbose, operation.label);
   progress.Start();

@@ -13,6 +13,7 @@
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/node_coordinates.hpp"
+#include "core/statuses.hpp"
 #include "core/variables.hpp"
 
 namespace kestrum {
@@ -228,12 +229,12 @@ struct BoxAxis {
 
 int MovingBoxAverage(const double* boxSizes, const VORL_IMAGE& in, VORL_IMAGE* out, bool proportion, double value,
                      bool verbose, const Dealing& dealing) noexcept {
-  if (in.grid == nullptr) return -20;
+  if (in.grid == nullptr) return kNotAllocated;
   const VORL_GRID& grid = *in.grid;
   BoxAxis x, y, z;
-  if (const int status = x.Make(boxSizes[0], grid.sx, grid.nx, -3703, 'x', verbose); status != 0) return status;
-  if (const int status = y.Make(boxSizes[1], grid.sy, grid.ny, -3704, 'y', verbose); status != 0) return status;
-  if (const int status = z.Make(boxSizes[2], grid.sz, grid.nz, -3705, 'z', verbose); status != 0) return status;
+  if (const int status = x.Make(boxSizes[0], grid.sx, grid.nx, kBoxSizeX, 'x', verbose); status != 0) return status;
+  if (const int status = y.Make(boxSizes[1], grid.sy, grid.ny, kBoxSizeY, 'y', verbose); status != 0) return status;
+  if (const int status = z.Make(boxSizes[2], grid.sz, grid.nz, kBoxSizeZ, 'z', verbose); status != 0) return status;
   if (const int status = CheckImage(in); status != 0) return status;
   if (const int status = MakeOutputImage(in, VORL_SUFFIX_FOR_MOVING_BOX_AVERAGE, out); status != 0) return status;
   const double* values = in.var;
@@ -362,7 +363,7 @@ int MovingNeighborhoodAverage(const VORL_SEARCHNEIGHBORHOOD& neighborhood, const
   if (const int status = CheckImage(in); status != 0) return status;
   if (neighborhood.size > 0 && (neighborhood.ix == nullptr || neighborhood.iy == nullptr ||
                                 neighborhood.iz == nullptr || neighborhood.weight == nullptr)) {
-    return -20;
+    return kNotAllocated;
   }
   if (const int status = MakeOutputImage(in, VORL_SUFFIX_FOR_MOVING_SN_AVERAGE, out); status != 0) return status;
   NeighborhoodAverage average(*in.grid, dealing);
@@ -393,7 +394,7 @@ int MovingBoxSum(int nx, int ny, int nz, int nvar, const AxisKernel& x, const Ax
   if (nx < 1 || ny < 1 || nz < 1 || nvar < 1) return 0;
   if (input == nullptr || output == nullptr || (x.length > 0 && x.weight == nullptr) ||
       (y.length > 0 && y.weight == nullptr) || (z.length > 0 && z.weight == nullptr)) {
-    return -20;
+    return kNotAllocated;
   }
   const std::ptrdiff_t nxyz = std::ptrdiff_t{nx} * ny * nz;
   dealing.Blocks(nvar * nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/statuses.hpp"
+
 namespace kestrum {
 namespace {
 
@@ -19,8 +21,8 @@ bool HasRoomForSuffix(const VORL_IMAGE& in, int firstVar, int nvar, const char* 
 
 int MakeOutputImage(const VORL_IMAGE& in, int firstVar, int nvar, const VORL_GRID& grid, const char* suffix,
                     VORL_IMAGE* out) noexcept {
-  if (out == nullptr || out == &in) return -20;
-  if (!HasRoomForSuffix(in, firstVar, nvar, suffix)) return -623;
+  if (out == nullptr || out == &in) return kNotAllocated;
+  if (!HasRoomForSuffix(in, firstVar, nvar, suffix)) return kImageNameTooLong;
   if (const int status = MallocImageOn(grid, nvar, out); status != 0) return status;
   for (int v = 0; v < nvar; ++v) {
     std::snprintf(out->varName[v], VORL_VARNAME_LENGTH, "%s%s", in.varName[firstVar + v], suffix);

@@ -12,6 +12,7 @@
 #include "core/integers.hpp"
 #include "core/object_array.hpp"
 #include "core/parallel.hpp"
+#include "core/statuses.hpp"
 #include "core/variables.hpp"
 
 namespace kestrum {
@@ -43,9 +44,9 @@ struct Axis {
 // The reduction of one axis.
 class Reduction {
  public:
-  static constexpr int kInvalidStep = -3501;
-  static constexpr int kTooSmall = -3505;
-  static constexpr int kMinWeightTooSmall = -3509;
+  static constexpr int kInvalidStep = kReductionStep;
+  static constexpr int kTooSmall = kReductionSize;
+  static constexpr int kMinWeightTooSmall = kReductionWeight;
   static constexpr const char* kSuffix = VORL_SUFFIX_FOR_GAUSSIAN_PYRAMID_RED;
   static constexpr double kMinWeightDefault = VORL_GAUSSIAN_PYRAMID_RED_TOTAL_WEIGHT_MIN;
   // The ends are replicated, so without missing values all rows collect the same weights.
@@ -183,9 +184,9 @@ class Reduction {
 // The expansion of one axis.
 class Expansion {
  public:
-  static constexpr int kInvalidStep = -3511;
-  static constexpr int kTooSmall = -3515;
-  static constexpr int kMinWeightTooSmall = -3519;
+  static constexpr int kInvalidStep = kExpansionStep;
+  static constexpr int kTooSmall = kExpansionSize;
+  static constexpr int kMinWeightTooSmall = kExpansionWeight;
   static constexpr const char* kSuffix = VORL_SUFFIX_FOR_GAUSSIAN_PYRAMID_EXP;
   static constexpr double kMinWeightDefault = VORL_GAUSSIAN_PYRAMID_EXP_TOTAL_WEIGHT_MIN;
   // Rows between those of the input collect others.
@@ -392,7 +393,7 @@ class Resampling {
     std::size_t size = 0;  // of rows and columns of any length
     if (__builtin_mul_overflow((Nrow() + 1) * 2, pitch_, &size) ||
         __builtin_add_overflow(size, x_.RowScratch(), &size)) {
-      return -1;
+      return kNoMemory;
     }
     if (const int status = scratch->numbers.Allocate(size); status != 0) return status;
     if (const int status = scratch->rows.Allocate(Nrow()); status != 0) return status;
@@ -479,7 +480,7 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
   for (const Axis& axis : axes) {
     if (axis.n < 1 || axis.nOut < 1) return Filter::kTooSmall;
   }
-  if (input == nullptr || output == nullptr) return -20;
+  if (input == nullptr || output == nullptr) return kNotAllocated;
   if (axes[0].step == 0 && axes[1].step == 0 && axes[2].step == 0) {
     const std::ptrdiff_t nnode = std::ptrdiff_t{axes[0].n} * axes[1].n * axes[2].n;
     dealing.Blocks(nnode, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
@@ -495,7 +496,7 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
   }
   for (const Axis& axis : axes) {
     if (!Filter::HasFittingSize(axis)) return Filter::kTooSmall;
-    if (axis.step > 0 && axis.weight == nullptr) return -20;
+    if (axis.step > 0 && axis.weight == nullptr) return kNotAllocated;
   }
   // Rows should be long: an axis of one node may change places without a change of the node order.
   while (axes[0].n == 1 && axes[0].step == 0) std::rotate(axes, axes + 1, axes + 3);
@@ -506,7 +507,7 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
 template <typename Filter>
 int ResampleImage(const VORL_IMAGE& in, VORL_IMAGE* out, const int (&steps)[3], const real (&centralWeights)[3],
                   real minWeight, const Dealing& dealing) noexcept {
-  if (in.grid == nullptr) return -20;
+  if (in.grid == nullptr) return kNotAllocated;
   VORL_GRID grid = *in.grid;
   Axis axes[] = {
       {grid.nx, steps[0], nullptr, 0, 0}, {grid.ny, steps[1], nullptr, 0, 0}, {grid.nz, steps[2], nullptr, 0, 0}};
@@ -522,7 +523,7 @@ int ResampleImage(const VORL_IMAGE& in, VORL_IMAGE* out, const int (&steps)[3], 
   grid.sx = grid.nx * grid.sx / axes[0].nOut;
   grid.sy = grid.ny * grid.sy / axes[1].nOut;
   grid.sz = grid.nz * grid.sz / axes[2].nOut;
-  if (!SetSizes(&grid, axes[0].nOut, axes[1].nOut, axes[2].nOut)) return -620;
+  if (!SetSizes(&grid, axes[0].nOut, axes[1].nOut, axes[2].nOut)) return kImageTooLarge;
   if (const int status = MakeOutputImage(in, 0, in.nvar, grid, Filter::kSuffix, out); status != 0) return status;
 
   Buffer<double> weights[3];

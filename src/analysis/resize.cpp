@@ -7,6 +7,7 @@
 
 #include "analysis/output_image.hpp"
 #include "core/integers.hpp"
+#include "core/statuses.hpp"
 
 namespace kestrum {
 namespace {
@@ -23,7 +24,7 @@ bool IsIndex(std::int64_t i, int n) noexcept { return i >= 0 && i < n; }
 
 int Resize(const VORL_IMAGE& in, VORL_IMAGE* out, const Range (&ranges)[4]) noexcept {
   for (int k = 0; k < 4; ++k) {
-    if (ranges[k].size() < 1 || !FitsInt(ranges[k].size())) return -2001 - k;
+    if (ranges[k].size() < 1 || !FitsInt(ranges[k].size())) return kRangeIndex - k;
   }
   if (const int status = CheckImage(in); status != 0) return status;
   const auto& [x, y, z, v] = ranges;
@@ -32,8 +33,8 @@ int Resize(const VORL_IMAGE& in, VORL_IMAGE* out, const Range (&ranges)[4]) noex
   window.ox += static_cast<real>(x.first) * grid.sx;
   window.oy += static_cast<real>(y.first) * grid.sy;
   window.oz += static_cast<real>(z.first) * grid.sz;
-  if (!SetSizes(&window, x.size(), y.size(), z.size())) return -620;
-  if (out == &in) return -20;
+  if (!SetSizes(&window, x.size(), y.size(), z.size())) return kImageTooLarge;
+  if (out == &in) return kNotAllocated;
   if (const int status = MallocImageOn(window, static_cast<int>(v.size()), out); status != 0) return status;
 
   // Part of a row that the input has.

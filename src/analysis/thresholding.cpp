@@ -7,6 +7,7 @@
 
 #include "analysis/percent_printer.hpp"
 #include "core/buffer.hpp"
+#include "core/statuses.hpp"
 #include "core/variables.hpp"
 #include "numeric/special_functions.h"
 
@@ -310,7 +311,7 @@ using namespace kestrum;
 
 int VORLOtsuThresholding(int n, real* values, int nclass, real* classLimit, real* classIndex, int nstep,
                          real temperature, int coolingScheme, VORL_RANDCONTEXT* randContext, BOOLEAN verbose) noexcept {
-  if (coolingScheme < 0 || coolingScheme > 2) return -4260;
+  if (coolingScheme < 0 || coolingScheme > 2) return kCoolingScheme;
   if (n < 1 || nclass < 1) {
     for (int j = 0; j <= nclass; ++j) classLimit[j] = VORL_MISSING_VALUE;
     for (int i = 0; i < n; ++i) classIndex[i] = VORL_MISSING_VALUE;

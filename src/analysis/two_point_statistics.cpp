@@ -12,6 +12,7 @@
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/integers.hpp"
+#include "core/statuses.hpp"
 #include "core/variables.hpp"
 
 namespace kestrum {
@@ -35,16 +36,16 @@ int CheckLags(const VORL_GRID& grid, LagBox& box) noexcept {
   const int n[] = {grid.nx, grid.ny, grid.nz};
   for (int a = 0; a < 3; ++a) {
     const auto isTooLong = [size = std::int64_t{n[a]}](std::int64_t lag) { return std::abs(lag) >= size; };
-    if (isTooLong(box.axis[a].min)) return -2012 - a;
-    if (isTooLong(box.axis[a].max)) return -2015 - a;
+    if (isTooLong(box.axis[a].min)) return kLagMinimum - a;
+    if (isTooLong(box.axis[a].max)) return kLagMaximum - a;
   }
   for (int a = 0; a < 3; ++a) {
-    if (box.axis[a].min > box.axis[a].max) return -2018 - a;
+    if (box.axis[a].min > box.axis[a].max) return kLagOrder - a;
   }
   for (int a = 0; a < 3; ++a) {
     LagAxis& axis = box.axis[a];
     if (axis.min == axis.max) axis.step = 1;
-    if (axis.step < 1) return -2021 - a;
+    if (axis.step < 1) return kLagStep - a;
   }
   return 0;
 }
@@ -64,7 +65,7 @@ int MakeLagGrid(const VORL_GRID& in, const LagBox& box, VORL_GRID* out) noexcept
   out->ox = in.sx * x.min - 0.5 * out->sx;
   out->oy = in.sy * y.min - 0.5 * out->sy;
   out->oz = in.sz * z.min - 0.5 * out->sz;
-  return SetSizes(out, CountLags(x), CountLags(y), CountLags(z)) ? 0 : -620;
+  return SetSizes(out, CountLags(x), CountLags(y), CountLags(z)) ? 0 : kImageTooLarge;
 }
 
 // The axis along which runs of lags are taken: x, along which memory runs, if it gives them half their length,
@@ -292,8 +293,8 @@ class LagProgress {
 
 int ComputeTwoPointStatistic(TwoPointStatistic statistic, const VORL_IMAGE& in, VORL_IMAGE* out, int varIndex,
                              LagBox box, bool verbose, const Dealing& dealing, SimdLevel level) noexcept {
-  if (varIndex < 0 || varIndex >= in.nvar) return -1100;
-  if (in.grid == nullptr) return -20;
+  if (varIndex < 0 || varIndex >= in.nvar) return kVariableIndex;
+  if (in.grid == nullptr) return kNotAllocated;
   if (const int status = CheckLags(*in.grid, box); status != 0) return status;
   if (const int status = CheckImage(in); status != 0) return status;
   VORL_GRID grid;

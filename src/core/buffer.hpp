@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "core/memory.h"
+#include "core/statuses.hpp"
 
 namespace kestrum {
 
@@ -39,7 +40,7 @@ class Buffer {
   [[nodiscard]] int Allocate(std::size_t size) noexcept {
     Release();
     int status = 0;
-    if (size > (std::numeric_limits<std::size_t>::max() - kAlignment) / sizeof(T)) return -1;
+    if (size > (std::numeric_limits<std::size_t>::max() - kAlignment) / sizeof(T)) return kNoMemory;
     const std::size_t bytes = size == 0 ? 0 : size * sizeof(T) + kAlignment;
     block_ = VORLMalloc(bytes, 1, &status);
     if (status != 0) return status;

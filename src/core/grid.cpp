@@ -6,6 +6,7 @@
 
 #include "core/plain_numbers.hpp"
 #include "core/records.hpp"
+#include "core/statuses.hpp"
 #include "core/text_reader.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_GRID> && sizeof(VORL_GRID) == 72);
@@ -70,8 +71,9 @@ int VORLPrintGrid(VORL_GRID* grid, char* prefix, FILE* stream) noexcept {
 
 int VORLReadGrid(VORL_GRID* grid, FILE* stream) noexcept {
   VORL_GRID& g = *grid;
-  if (const int status = kestrum::TakeInts(stream, -711, {&g.nx, &g.ny, &g.nz}); status != 0) return status;
-  const int status = kestrum::TakeReals(stream, -714, {&g.sx, &g.sy, &g.sz, &g.ox, &g.oy, &g.oz});
+  if (const int status = kestrum::TakeInts(stream, kestrum::kReadGridSize, {&g.nx, &g.ny, &g.nz}); status != 0)
+    return status;
+  const int status = kestrum::TakeReals(stream, kestrum::kReadGridSpacing, {&g.sx, &g.sy, &g.sz, &g.ox, &g.oy, &g.oz});
   if (status != 0) return status;
   kestrum::SetSizes(grid, g.nx, g.ny, g.nz);
   return 0;
@@ -79,7 +81,7 @@ int VORLReadGrid(VORL_GRID* grid, FILE* stream) noexcept {
 
 int VORLValidateGrid(VORL_GRID* grid, int* status) noexcept {
   *status = 0;
-  int failure = -601;  // of the field being tested
+  int failure = kestrum::kGridSize;  // of the field being tested
   for (const int size : {grid->nx, grid->ny, grid->nz}) {
     if (size < 1) {
       *status = failure;

@@ -23,15 +23,17 @@ int ValidationVerdict(VORL_IMAGE* image, int extraNameLength) noexcept {
   int status = 0;
   VORLValidateGrid(&grid, &status);
   if (status != 0) return status - 10;  // -611 to -616 for an image, where a grid has -601 to -606
-  if (image->nvar < 1) return -621;
-  if (image->nvar > VORL_MAX_NVAR) return -622;
-  if (image->nxyzv < 1) return -625;
-  if (image->varName == nullptr || image->var == nullptr) return -20;
-  if (const int verdict = ValidateNames(image->nvar, image->varName, extraNameLength, -623, -624); verdict != 0) {
+  if (image->nvar < 1) return kImageVariableCount;
+  if (image->nvar > VORL_MAX_NVAR) return kImageTooManyVariables;
+  if (image->nxyzv < 1) return kImageValueCount;
+  if (image->varName == nullptr || image->var == nullptr) return kNotAllocated;
+  if (const int verdict =
+          ValidateNames(image->nvar, image->varName, extraNameLength, kImageNameTooLong, kImageNamesNotUnique);
+      verdict != 0) {
     return verdict;
   }
   for (int k = 0; k < image->nxyzv; ++k) {
-    if (!std::isfinite(image->var[k])) return std::isnan(image->var[k]) ? -627 : -628;
+    if (!std::isfinite(image->var[k])) return std::isnan(image->var[k]) ? kImageNaN : kImageInfinite;
   }
   return 0;
 }
@@ -40,6 +42,7 @@ int ValidationVerdict(VORL_IMAGE* image, int extraNameLength) noexcept {
 // times 3 plus its value.
 constexpr std::uint16_t kPictureRuns[] = {
 #include "core/picture_table.inc"
+#include "core/statuses.hpp"
 };
 constexpr int kPictureSide = 365;
 
@@ -72,7 +75,7 @@ void VORLFreeImage(VORL_IMAGE* image) noexcept {
 }
 
 int VORLCopyImage(VORL_IMAGE* dst, VORL_IMAGE* src) noexcept {
-  if (dst == src) return -20;
+  if (dst == src) return kestrum::kNotAllocated;
   VORLInitImage(dst);
   if (const int status = kestrum::CheckImageIfAnyVariable(*src); status != 0) return status;
   if (const int status = kestrum::MallocImageOn(*src->grid, src->nvar, dst); status != 0) return status;

@@ -12,14 +12,10 @@
 #include "core/parallel.hpp"
 #include "core/plain_numbers.hpp"
 #include "core/records.hpp"
+#include "core/statuses.hpp"
 
 namespace kestrum {
 namespace {
-
-constexpr int kNullOutput = -20;
-constexpr int kVariableCountsDiffer = -30;
-constexpr int kTooManyValues = -620;
-constexpr int kIndexOutOfRange = -1100;
 
 // The informed values of one variable, in node order.
 template <typename Body>
@@ -41,7 +37,7 @@ int OfOneVariable(const VORL_IMAGE* image, int iv, const Statistic& statistic, c
 
 template <typename Statistic, typename... Output>
 int OfAllVariables(const VORL_IMAGE* image, const Statistic& statistic, const Output*... outputs) noexcept {
-  if (AnyNull(outputs...)) return kNullOutput;
+  if (AnyNull(outputs...)) return kNotAllocated;
   if (const int status = CheckImage(*image); status != 0) return status;
   for (int iv = 0; iv < image->nvar; ++iv) statistic(iv, iv);
   return 0;
@@ -126,7 +122,7 @@ int Distributions(int nimage, const VORL_IMAGE* images, int ivBegin, int ivEnd, 
     if (const int status = CheckImage(images[i]); status != 0) return status;
     total += static_cast<std::size_t>(images[i].grid->nxyz);
   }
-  if (total > INT_MAX) return kTooManyValues;
+  if (total > INT_MAX) return kImageTooLarge;
   std::fill_n(nvalue, ivEnd - ivBegin, 0);  // after a failure it shows what was handed over
   Buffer<real> work;
   if (const int status = work.Allocate(total); status != 0) return status;
@@ -254,7 +250,7 @@ int TransformExplicit(real* vector, int nvalue, int n, const real* x, const real
 
 using kestrum::AnyNull;
 using kestrum::Dealing;
-using kestrum::kNullOutput;
+using kestrum::kNotAllocated;
 
 int VORLGetImageOneVarValueMean(VORL_IMAGE* image, int iv, real* mean) noexcept {
   return kestrum::OfOneVariable(
@@ -301,15 +297,15 @@ int VORLGetImageVarValuePdf(VORL_IMAGE* image, int* nvalue, real** value, double
 int VORLGetNImageOneVarValuePdf(int nimage, VORL_IMAGE* images, int iv, int* nvalue, real** value, double** pdf,
                                 int* nmissing) noexcept {
   if (kestrum::VariableCountsDiffer(nimage, images)) return kestrum::kVariableCountsDiffer;
-  if (iv < 0 || iv >= images->nvar) return kestrum::kIndexOutOfRange;
-  if (AnyNull(nvalue, value, pdf, nmissing)) return kNullOutput;
+  if (iv < 0 || iv >= images->nvar) return kestrum::kVariableIndex;
+  if (AnyNull(nvalue, value, pdf, nmissing)) return kNotAllocated;
   return kestrum::Distributions(nimage, images, iv, iv + 1, nvalue, value, pdf, nmissing);
 }
 
 int VORLGetNImageVarValuePdf(int nimage, VORL_IMAGE* images, int* nvalue, real** value, double** pdf,
                              int* nmissing) noexcept {
   if (kestrum::VariableCountsDiffer(nimage, images)) return kestrum::kVariableCountsDiffer;
-  if (AnyNull(nvalue, value, pdf, nmissing)) return kNullOutput;
+  if (AnyNull(nvalue, value, pdf, nmissing)) return kNotAllocated;
   return kestrum::Distributions(nimage, images, 0, nimage > 0 ? images->nvar : 0, nvalue, value, pdf, nmissing);
 }
 
@@ -337,7 +333,7 @@ int VORLGetImageNumberVarValueMissing(VORL_IMAGE* image, int* nmissing) noexcept
 }
 
 int VORLGetImageVarVectorMissing(VORL_IMAGE* image, BOOLEAN* missing, int* count) noexcept {
-  if (AnyNull(missing, count)) return kNullOutput;
+  if (AnyNull(missing, count)) return kNotAllocated;
   if (const int status = kestrum::CheckImage(*image); status != 0) return status;
   const int nxyz = image->grid->nxyz;
   std::fill_n(missing, nxyz, static_cast<BOOLEAN>(FALSE));
@@ -352,7 +348,7 @@ int VORLGetImageVarVectorMissing(VORL_IMAGE* image, BOOLEAN* missing, int* count
 }
 
 int VORLGetImageVarStats(VORL_IMAGE* image, int** n, double* min, double* max, double* mean, double** cov) noexcept {
-  if (AnyNull(n, min, max, mean, cov)) return kNullOutput;
+  if (AnyNull(n, min, max, mean, cov)) return kNotAllocated;
   if (const int status = kestrum::CheckImage(*image); status != 0) return status;
   kestrum::ComputeVariableStatistics(image->nvar, image->grid->nxyz, image->var, n, min, max, mean, cov);
   return 0;
@@ -361,7 +357,7 @@ int VORLGetImageVarStats(VORL_IMAGE* image, int** n, double* min, double* max, d
 int VORLGetImageVarStatsLocal(VORL_IMAGE* image, VORL_IMAGE* out, int ncategory, real* category) noexcept {
   static constexpr const char* kNames[] = {"min", "max", "mean", "std"};
   const int nvar = ncategory < 1 ? 4 : ncategory;
-  if (out == nullptr || out == image || (ncategory >= 1 && category == nullptr)) return kNullOutput;
+  if (out == nullptr || out == image || (ncategory >= 1 && category == nullptr)) return kNotAllocated;
   if (const int status = kestrum::CheckImage(*image); status != 0) return status;
   if (const int status = kestrum::MallocImageOn(*image->grid, nvar, out); status != 0) return status;
   if (ncategory < 1) {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "core/page_size.hpp"
+#include "core/statuses.hpp"
 
 #if defined(__linux__)
 #include <sys/mman.h>
@@ -25,9 +26,9 @@ void* MallocArray(const std::size_t (&dims)[rank], std::size_t size, int* status
   std::size_t count[rank];
   for (int k = 0; k < rank; ++k) {
     if (dims[k] == 0) *status = kZeroDimension[rank - 2];
-    if (__builtin_mul_overflow(k == 0 ? 1 : count[k - 1], dims[k], &count[k]) && *status == 0) *status = -1;
+    if (__builtin_mul_overflow(k == 0 ? 1 : count[k - 1], dims[k], &count[k]) && *status == 0) *status = kNoMemory;
   }
-  if (size == 0 && (*status == 0 || *status == -1)) *status = kZeroSize[rank - 2];
+  if (size == 0 && (*status == 0 || *status == kNoMemory)) *status = kZeroSize[rank - 2];
   if (*status != 0) return nullptr;
 
   void* level[rank];
@@ -75,12 +76,12 @@ void AskForPages([[maybe_unused]] void* block, [[maybe_unused]] std::size_t byte
 }  // namespace kestrum
 
 void* VORLMalloc(size_t n, size_t size, int* status) noexcept {
-  *status = n == 0 ? -3 : size == 0 ? -4 : 0;
+  *status = n == 0 ? kestrum::kNoElement : size == 0 ? kestrum::kNoElementSize : 0;
   if (*status != 0) return nullptr;
   std::size_t bytes = 0;
   void* const block = __builtin_mul_overflow(n, size, &bytes) ? nullptr : std::malloc(bytes);
   if (block == nullptr) {
-    *status = -1;
+    *status = kestrum::kNoMemory;
   } else {
     kestrum::AskForPages(block, bytes, kestrum::PageSize::kHuge);
   }
@@ -89,14 +90,14 @@ void* VORLMalloc(size_t n, size_t size, int* status) noexcept {
 
 void* VORLRealloc(void* ptr, size_t n, size_t size, int* status) noexcept {
   if (n == 0 || size == 0) {
-    *status = n == 0 ? -5 : -6;
+    *status = n == 0 ? kestrum::kNoElementToResize : kestrum::kNoElementSizeToResize;
     return ptr;
   }
   std::size_t bytes = 0;
   void* const block = __builtin_mul_overflow(n, size, &bytes) ? nullptr : std::realloc(ptr, bytes);
   // A success leaves *status alone: a failure of an earlier call must survive it.
   if (block != nullptr) return block;
-  *status = -2;
+  *status = kestrum::kNoMemoryToResize;
   return ptr;
 }
 

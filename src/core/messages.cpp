@@ -23,7 +23,9 @@ const char* VORLGetErrorMessage(int code) noexcept {
 #define KESTRUM_ERROR(number, text) \
   case number:                      \
     return text;
+#define KESTRUM_STATUS(number, name, text) KESTRUM_ERROR(number, text)
 #include "core/error_messages.inc"
+#undef KESTRUM_STATUS
 #undef KESTRUM_ERROR
     default:
       return "ERROR: unknown\n";

@@ -3,12 +3,13 @@
 
 #include <cstdio>
 
+#include "core/statuses.hpp"
+
 namespace kestrum {
 
 // Status of output as text that cannot be written, as of a file that cannot be opened.
-constexpr int kNoOutput = -110;
 
-// Hands what has been written to a stream over to the system. Returns 0, or kNoOutput if this or an earlier writing to
+// Hands what has been written to a stream over to the system. Returns 0, or kOutputFailed if this or an earlier writing to
 // the stream has failed, as on a full disk.
 [[nodiscard]] int FlushOutput(std::FILE* stream) noexcept;
 
@@ -21,11 +22,11 @@ class OutputFile {
   OutputFile& operator=(const OutputFile&) = delete;
   ~OutputFile() { static_cast<void>(Close()); }
 
-  // Once per file; a null name fails as well. Returns 0 or kNoOutput.
+  // Once per file; a null name fails as well. Returns 0 or kOutputFailed.
   [[nodiscard]] int Open(const char* name) noexcept;
   // Null if the file is not open.
   std::FILE* stream() const noexcept { return stream_; }
-  // Flushes and closes the file, if it is open. Returns 0 or kNoOutput.
+  // Flushes and closes the file, if it is open. Returns 0 or kOutputFailed.
   [[nodiscard]] int Close() noexcept;
 
  private:

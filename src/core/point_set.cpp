@@ -15,6 +15,7 @@
 #include "core/nested_prefix.hpp"
 #include "core/plain_numbers.hpp"
 #include "core/records.hpp"
+#include "core/statuses.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_POINTSET> && sizeof(VORL_POINTSET) == 56);
 
@@ -47,7 +48,7 @@ int LocatePoints(const VORL_POINTSET* ps, const VORL_GRID* grid, int ignoreOutsi
     } else if (ignoreOutside) {
       store(ip, kOutside, kOutside, kOutside);
     } else {
-      return -161;
+      return kPointSetOutside;
     }
   }
   return 0;
@@ -102,7 +103,7 @@ void VORLFreePointSet(VORL_POINTSET* ps) noexcept {
 }
 
 int VORLCopyPointSet(VORL_POINTSET* dst, VORL_POINTSET* src) noexcept {
-  if (dst == src) return -20;
+  if (dst == src) return kestrum::kNotAllocated;
   VORLInitPointSet(dst);
   if (const int status = kestrum::CheckPointSet(*src); status != 0) return status;
   if (const int status = VORLMallocPointSet(dst, src->npoint, src->nvar); status != 0) return status;
@@ -120,13 +121,14 @@ int VORLCopyPointSet(VORL_POINTSET* dst, VORL_POINTSET* src) noexcept {
 
 int VORLValidatePointSet(VORL_POINTSET* ps, int* status) noexcept {
   if (ps->nvar < 1) {
-    *status = -641;
+    *status = kestrum::kPointSetVariableCount;
   } else if (ps->nvar > VORL_MAX_NVAR) {
-    *status = -642;
+    *status = kestrum::kPointSetTooManyVariables;
   } else if (ps->varName == nullptr) {
-    *status = -20;
+    *status = kestrum::kNotAllocated;
   } else {
-    *status = kestrum::ValidateNames(ps->nvar, ps->varName, 0, -643, -644);
+    *status = kestrum::ValidateNames(ps->nvar, ps->varName, 0, kestrum::kPointSetNameTooLong,
+                                     kestrum::kPointSetNamesNotUnique);
   }
   return 0;
 }
@@ -155,7 +157,7 @@ int VORLGetPointSetInfo(VORL_POINTSET* ps, double* xmin, double* ymin, double* z
                         double* zvar, int** n, double* min, double* max, double* mean, double** cov) noexcept {
   if (kestrum::AnyNull(xmin, ymin, zmin, xmax, ymax, zmax, xmean, ymean, zmean, xvar, yvar, zvar, n, min, max, mean,
                        cov)) {
-    return -20;
+    return kestrum::kNotAllocated;
   }
   if (const int status = kestrum::CheckPointSet(*ps); status != 0) return status;
   kestrum::ComputeCoordinateStatistics(ps->npoint, ps->x, xmin, xmax, xmean, xvar);

@@ -5,10 +5,9 @@
 #include <climits>
 
 #include "core/progress_monitor.h"
+#include "core/statuses.hpp"
 
 namespace kestrum {
-
-inline constexpr int kAborted = -1000;
 
 using ProgressCallback = int (*)(VORL_PROGRESSMONITOR*);
 

@@ -7,6 +7,7 @@
 
 #include "core/plain_numbers.hpp"
 #include "core/status.h"
+#include "core/statuses.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_PROGRESSMONITOR> && sizeof(VORL_PROGRESSMONITOR) == 1088);
 
@@ -27,7 +28,7 @@ void RecordWarning(VORL_PROGRESSMONITOR* monitor) noexcept {
 
 template <Display display>
 int Update(VORL_PROGRESSMONITOR* monitor) noexcept {
-  if (monitor->abortedJobFlag) return -1000;
+  if (monitor->abortedJobFlag) return kAborted;
   if (monitor->warningNumber != 0) {
     if (display != Display::kNothing) {
       std::fputs(VORLGetWarningMessage(monitor->warningNumber), stdout);

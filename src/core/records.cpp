@@ -1,18 +1,10 @@
 #include "core/records.hpp"
 
 #include "core/integers.hpp"
+#include "core/statuses.hpp"
 
 namespace kestrum {
-namespace {
-
-constexpr int kNotAllocated = -20;
-constexpr int kInvalidGrid = -601;
-constexpr int kInvalidImageGrid = -611;
-constexpr int kTooManyValues = -620;
-constexpr int kNoVariable = -621;
-constexpr int kTooFewValues = -625;
-
-}  // namespace
+namespace {}  // namespace
 
 bool SetSizes(VORL_GRID* grid, std::int64_t nx, std::int64_t ny, std::int64_t nz) noexcept {
   bool held = true;
@@ -33,15 +25,15 @@ int CheckGrid(const VORL_GRID& grid) noexcept {
   VORL_GRID filled;
   const bool sound = grid.nx >= 1 && grid.ny >= 1 && grid.nz >= 1 && SetSizes(&filled, grid.nx, grid.ny, grid.nz) &&
                      filled.nxy == grid.nxy && filled.nxyz == grid.nxyz;
-  return sound ? 0 : kInvalidGrid;
+  return sound ? 0 : kGridSize;
 }
 
 int CheckImage(const VORL_IMAGE& image) noexcept {
   if (image.grid == nullptr) return kNotAllocated;
-  if (image.nvar < 1) return kNoVariable;
+  if (image.nvar < 1) return kImageVariableCount;
   if (image.varName == nullptr || image.var == nullptr) return kNotAllocated;
-  if (CheckGrid(*image.grid) != 0) return kInvalidImageGrid;
-  return std::int64_t{image.nvar} * image.grid->nxyz <= image.nxyzv ? 0 : kTooFewValues;
+  if (CheckGrid(*image.grid) != 0) return kImageGridSize;
+  return std::int64_t{image.nvar} * image.grid->nxyz <= image.nxyzv ? 0 : kImageValueCount;
 }
 
 int CheckImageIfAnyVariable(const VORL_IMAGE& image) noexcept {
@@ -59,7 +51,7 @@ int CheckPointSet(const VORL_POINTSET& ps) noexcept {
 int MallocImageOn(const VORL_GRID& grid, int nvar, VORL_IMAGE* out) noexcept {
   VORLInitImage(out);
   const std::int64_t nvalue = std::int64_t{nvar} * grid.nxyz;
-  if (!FitsInt(nvalue)) return kTooManyValues;
+  if (!FitsInt(nvalue)) return kImageTooLarge;
   if (const int status = VORLMallocImage(out, grid.nxyz, nvar); status != 0) return status;
   *out->grid = grid;
   out->nvar = nvar;

@@ -6,6 +6,7 @@
 
 #include "core/image.h"
 #include "core/point_set.h"
+#include "core/statuses.hpp"
 #include "core/variables.hpp"
 
 // Making and checking the records that callers may fill by hand. The checks take constant time. A function that walks
@@ -30,8 +31,8 @@ bool SetSizes(VORL_GRID* grid, std::int64_t nx, std::int64_t ny, std::int64_t nz
 // that is needed; then those of CheckImage.
 template <typename... T>
 [[nodiscard]] int CheckVariable(const VORL_IMAGE& image, int varIndex, const T*... needed) noexcept {
-  if (varIndex < 0 || varIndex >= image.nvar) return -1100;
-  return AnyNull(needed...) ? -20 : CheckImage(image);
+  if (varIndex < 0 || varIndex >= image.nvar) return kVariableIndex;
+  return AnyNull(needed...) ? kNotAllocated : CheckImage(image);
 }
 
 // 0, or -20 if coordinates, names or values that the counts promise are not allocated.

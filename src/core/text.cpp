@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "core/statuses.hpp"
+
 namespace kestrum {
 namespace {
 
@@ -37,7 +39,7 @@ void VORLIntToString(int value, char* str, int ndigit) noexcept {
 }
 
 int VORLSkipComments(FILE* stream) noexcept {
-  constexpr int kEndOfFile = -999;
+  constexpr int kEndOfFile = kestrum::kReadFurtherEntry;
   for (;;) {
     const int c = std::getc(stream);
     if (c == EOF) return kEndOfFile;

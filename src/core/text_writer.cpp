@@ -67,7 +67,7 @@ bool NumberFormat::Set(const char* format, std::size_t length) noexcept {
 }
 
 int FormatList::Split(const char* list, int count) noexcept {
-  if (list == nullptr) return kUnfitFormat;
+  if (list == nullptr) return kWriteFormatString;
   const auto next = [](const char* p, std::size_t* length) noexcept {
     p += std::strspn(p, ";");
     *length = std::strcspn(p, ";");
@@ -78,13 +78,13 @@ int FormatList::Split(const char* list, int count) noexcept {
   for (const char* p = next(list, &length); length > 0 && nformat < static_cast<std::size_t>(count); ++nformat) {
     p = next(p + length, &length);
   }
-  if (nformat == 0) return kUnfitFormat;
+  if (nformat == 0) return kWriteFormatString;
   if (const int status = formats_.Allocate(nformat); status != 0) return status;
   const char* p = list;
   length = 0;
   for (NumberFormat& format : formats_) {
     p = next(p + length, &length);
-    if (!format.Set(p, length)) return kUnfitFormat;
+    if (!format.Set(p, length)) return kWriteFormatString;
   }
   return 0;
 }

@@ -6,12 +6,12 @@
 
 #include "core/buffer.hpp"
 #include "core/plain_numbers.hpp"
+#include "core/statuses.hpp"
 #include "core/text.h"
 
 namespace kestrum {
 
 // Status of a list of formats that is empty or has an unfit one.
-constexpr int kUnfitFormat = -1021;
 
 // A printf format for one number. Plain formats (width, precision and conversion, nothing else) are printed without
 // printf, letter for letter alike. All are printed as in the locale "C".
@@ -32,7 +32,7 @@ struct NumberFormat {
 // and what it has in surplus is not looked at.
 class FormatList {
  public:
-  // kUnfitFormat, or the status of the allocation.
+  // kWriteFormatString, or the status of the allocation.
   [[nodiscard]] int Split(const char* list, int count) noexcept;
 
   const NumberFormat& operator[](int number) const noexcept {

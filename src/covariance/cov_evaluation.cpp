@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "core/parallel.hpp"
+#include "core/statuses.hpp"
 #include "covariance/cov_evaluation.hpp"
 #include "numeric/special_functions.hpp"
 
@@ -227,7 +228,7 @@ int VariogramRangeApprox(const Dealing& dealing, real tolerance, int nx, int ny,
   *rz = 0.0;
   const std::ptrdiff_t nxy = std::ptrdiff_t{nx} * ny;
   std::ptrdiff_t nxyz = 0;
-  if (nx < 1 || ny < 1 || nz < 1 || __builtin_mul_overflow(nxy, nz, &nxyz)) return -1061;
+  if (nx < 1 || ny < 1 || nz < 1 || __builtin_mul_overflow(nxy, nz, &nxyz)) return kRangesNotComputable;
   const Moments values = Sum(dealing, nxyz, [v](std::ptrdiff_t begin, std::ptrdiff_t end, Moments& moments) {
     for (std::ptrdiff_t i = begin; i < end; ++i) {
       const bool informed = v[i] != VORL_MISSING_VALUE;
@@ -236,7 +237,7 @@ int VariogramRangeApprox(const Dealing& dealing, real tolerance, int nx, int ny,
       moments.count += informed;
     }
   });
-  if (values.count == 0) return -1061;
+  if (values.count == 0) return kRangesNotComputable;
   const real mean = values.sum / static_cast<real>(values.count);
   const real meanOfSquares = values.sumOfSquares / static_cast<real>(values.count);
   const real threshold = (meanOfSquares - mean * mean) * tolerance + mean * mean;

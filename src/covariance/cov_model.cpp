@@ -9,6 +9,7 @@
 #include "core/nested_prefix.hpp"
 #include "core/plain_numbers.hpp"
 #include "core/records.hpp"
+#include "core/statuses.hpp"
 #include "covariance/cov_model.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_COVMODELELEM> && std::is_trivial_v<VORL_COVMODELELEM>);
@@ -46,19 +47,19 @@ struct ImageParameter {
   int wrongNumberOfVariables;
 };
 
-constexpr ImageParameter<VORL_COVMODELELEM> kWeight = {&VORL_COVMODELELEM::weightImageFlag,
-                                                       &VORL_COVMODELELEM::weightImage, -71646, -71647};
+constexpr ImageParameter<VORL_COVMODELELEM> kWeight = {
+    &VORL_COVMODELELEM::weightImageFlag, &VORL_COVMODELELEM::weightImage, kWeightImageGrid, kWeightImageVariableCount};
 constexpr ImageParameter<VORL_COVMODELELEM> kRanges[] = {
-    {&VORL_COVMODELELEM::rxImageFlag, &VORL_COVMODELELEM::rxImage, -71656, -71657},
-    {&VORL_COVMODELELEM::ryImageFlag, &VORL_COVMODELELEM::ryImage, -71666, -71667},
-    {&VORL_COVMODELELEM::rzImageFlag, &VORL_COVMODELELEM::rzImage, -71676, -71677}};
-constexpr ImageParameter<VORL_COVMODELELEM> kExtraParameter = {&VORL_COVMODELELEM::sImageFlag,
-                                                               &VORL_COVMODELELEM::sImage, -71686, -71687};
+    {&VORL_COVMODELELEM::rxImageFlag, &VORL_COVMODELELEM::rxImage, kRangeXImageGrid, kRangeXImageVariableCount},
+    {&VORL_COVMODELELEM::ryImageFlag, &VORL_COVMODELELEM::ryImage, kRangeYImageGrid, kRangeYImageVariableCount},
+    {&VORL_COVMODELELEM::rzImageFlag, &VORL_COVMODELELEM::rzImage, kRangeZImageGrid, kRangeZImageVariableCount}};
+constexpr ImageParameter<VORL_COVMODELELEM> kExtraParameter = {
+    &VORL_COVMODELELEM::sImageFlag, &VORL_COVMODELELEM::sImage, kShapeImageGrid, kShapeImageVariableCount};
 // All three angles deliberately have the statuses of angle 3.
 constexpr ImageParameter<VORL_COVMODEL> kAngles[] = {
-    {&VORL_COVMODEL::angle1ImageFlag, &VORL_COVMODEL::angle1Image, -71636, -71637},
-    {&VORL_COVMODEL::angle2ImageFlag, &VORL_COVMODEL::angle2Image, -71636, -71637},
-    {&VORL_COVMODEL::angle3ImageFlag, &VORL_COVMODEL::angle3Image, -71636, -71637}};
+    {&VORL_COVMODEL::angle1ImageFlag, &VORL_COVMODEL::angle1Image, kAngleImageGrid, kAngleImageVariableCount},
+    {&VORL_COVMODEL::angle2ImageFlag, &VORL_COVMODEL::angle2Image, kAngleImageGrid, kAngleImageVariableCount},
+    {&VORL_COVMODEL::angle3ImageFlag, &VORL_COVMODEL::angle3Image, kAngleImageGrid, kAngleImageVariableCount}};
 
 // The verdicts below are 0 or the first failure.
 
@@ -66,13 +67,13 @@ constexpr ImageParameter<VORL_COVMODEL> kAngles[] = {
 template <typename Record>
 int ImageVerdict(const Record& record, const ImageParameter<Record>& parameter, const Domain& domain) noexcept {
   VORL_IMAGE* const image = record.*parameter.image;
-  if (image == nullptr) return -20;
+  if (image == nullptr) return kNotAllocated;
   int status = 0;
   VORLValidateImage(image, 0, &status);
   if (status != 0) return status;
   if (VORLCmpGrid(domain.grid, image->grid) != 0) return parameter.wrongGrid;
   if (image->nvar != 1) return parameter.wrongNumberOfVariables;
-  return image->nxyzv < domain.grid->nxyz ? -625 : 0;  // every node is read
+  return image->nxyzv < domain.grid->nxyz ? kImageValueCount : 0;  // every node is read
 }
 
 template <typename Record>
@@ -112,14 +113,16 @@ struct ExtraParameterRule {
 };
 
 constexpr ExtraParameterRule kPowerRule = {
-    VORL_KESTRUM_COV_POWER_MIN, VORL_KESTRUM_COV_POWER_MAX, -71690, -71691, -71688, -71689};
+    VORL_KESTRUM_COV_POWER_MIN, VORL_KESTRUM_COV_POWER_MAX, kShapeTooSmall, kShapeTooLarge,
+    kShapeImageTooSmall,        kShapeImageTooLarge};
 constexpr ExtraParameterRule kMaternRule = {
-    VORL_KESTRUM_COV_MATERN_NU_MIN, VORL_KESTRUM_COV_MATERN_NU_MAX, -71697, -71698, -71695, -71696};
+    VORL_KESTRUM_COV_MATERN_NU_MIN, VORL_KESTRUM_COV_MATERN_NU_MAX, kSmoothnessTooSmall, kSmoothnessTooLarge,
+    kSmoothnessImageTooSmall,       kSmoothnessImageTooLarge};
 
 int WeightVerdict(const VORL_COVMODELELEM& elem, const Domain& domain) noexcept {
-  if (!elem.weightImageFlag) return elem.weightValue < 0.0 ? -71649 : 0;
+  if (!elem.weightImageFlag) return elem.weightValue < 0.0 ? kWeightValue : 0;
   if (const int status = ImageVerdict(elem, kWeight, domain); status != 0) return status;
-  return WalkElementImage(*elem.weightImage, domain, [](real weight) { return weight < 0.0 ? -71648 : 0; });
+  return WalkElementImage(*elem.weightImage, domain, [](real weight) { return weight < 0.0 ? kWeightImageValue : 0; });
 }
 
 int RangeImageVerdict(const VORL_COVMODELELEM& elem, const ImageParameter<VORL_COVMODELELEM>& range,
@@ -235,7 +238,7 @@ int VORLKestrumValidateCovModelElem(VORL_COVMODELELEM* elem, VORL_GRID* grid, VO
   const kestrum::Domain domain{grid, mask};
   const int type = kestrum::ElementType(*elem);
   if (type < COV_NUGGET || type > COV_MATERN) {
-    *status = -71000;
+    *status = kestrum::kModelType;
     return 0;
   }
 
@@ -265,7 +268,7 @@ int VORLKestrumValidateCovModel(VORL_COVMODEL* model, VORL_GRID* grid, VORL_IMAG
   *rangeStationary = TRUE;
   *covModelStationary = TRUE;
   if (model->nelem < 1 || model->covModelElem == nullptr) {
-    *status = -71009;
+    *status = kestrum::kModelElementCount;
     return 0;
   }
 

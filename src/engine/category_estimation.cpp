@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "core/object_array.hpp"
+#include "core/statuses.hpp"
 #include "engine/estimation.hpp"
 #include "engine/node_chunks.hpp"
 #include "engine/system_solver.hpp"
@@ -61,7 +62,7 @@ class CategoryEstimation {
       for (int c = 0; c < categories_.count(); ++c) {
         KeepFailure(scratch.solved[Place(i, groups_.first(c))].Warn(problem_.progress()), &status);
       }
-      if (scratch.defaults[i]) KeepFailure(problem_.progress().Warn(2020), &status);
+      if (scratch.defaults[i]) KeepFailure(problem_.progress().Warn(kDefaultProbabilities), &status);
       return status;
     };
     return ForEachChunk(problem_, work, warn);
@@ -107,7 +108,7 @@ class CategoryEstimation {
 
   [[nodiscard]] int PrepareMoving() noexcept {
     for (const ModelSetup& setup : problem_.setups) {
-      if (!setup.unique() && setup.neighbors.limit < 1) return -71260;
+      if (!setup.unique() && setup.neighbors.limit < 1) return kNeighborLimit;
     }
     if (const int status = isDatum_.Allocate(problem_.grid.nxyz); status != 0) return status;
     int ndata = 0;

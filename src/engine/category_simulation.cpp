@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "core/object_array.hpp"
+#include "core/statuses.hpp"
 #include "engine/realizations.hpp"
 #include "engine/simulation.hpp"
 
@@ -68,7 +69,8 @@ class IndicatorLaw {
                                                });
     }
     int status = 0;
-    if (ncategory > 1 && !categories_.Normalize(node, probability.data())) status = problem_.progress().Warn(2020);
+    if (ncategory > 1 && !categories_.Normalize(node, probability.data()))
+      status = problem_.progress().Warn(kDefaultProbabilities);
     *value = categories_.Draw(probability.data(), number);
     return status;
   }
@@ -95,7 +97,7 @@ class IndicatorLaw {
 int SimulateCategories(const Problem& problem, const Categories& categories, int count, RandomSource& random,
                        real* value, RealizationSink& sink) noexcept {
   for (const ModelSetup& setup : problem.setups) {
-    if (setup.neighbors.limit < 1) return -71260;
+    if (setup.neighbors.limit < 1) return kNeighborLimit;
   }
   IndicatorLaw law(problem, categories, value);
   if (const int status = law.Prepare(); status != 0) return status;

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "core/object_array.hpp"
+#include "core/statuses.hpp"
 #include "engine/node_chunks.hpp"
 #include "engine/system_solver.hpp"
 #include "engine/unique_system.hpp"
@@ -59,7 +60,7 @@ struct MovingScratch {
 
 int EstimateMoving(const Problem& problem, const EstimateWriter& writer, const real* value) noexcept {
   const auto& [model, neighbors] = problem.setups[0];
-  if (neighbors.limit < 1) return -71260;
+  if (neighbors.limit < 1) return kNeighborLimit;
   NodeBits data;
   if (const int status = data.Allocate(problem.grid.nxyz); status != 0) return status;
   int ndata = 0;

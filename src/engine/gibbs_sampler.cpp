@@ -81,7 +81,10 @@ int GibbsSampler::Run(RandomSource& random, PathRanks& ranks, const NodeBits& be
   const struct {
     bool raised;
     int number;
-  } warnings[] = {{flags.dropped, 2002}, {flags.gaveUp, 2016}, {flags.varianceRaised, 2012}, {flags.relaxed, 2005}};
+  } warnings[] = {{flags.dropped, kNeighborDroppedByGibbs},
+                  {flags.gaveUp, kSystemFailedInGibbs},
+                  {flags.varianceRaised, kVarianceRaised},
+                  {flags.relaxed, kBoundsRelaxed}};
   for (const auto& [raised, number] : warnings) {
     if (raised) progress.Warn(number);
   }

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "core/object_array.hpp"
+#include "core/statuses.hpp"
 #include "engine/gibbs_sampler.hpp"
 #include "engine/realizations.hpp"
 
@@ -63,7 +64,7 @@ class GaussianLaw {
 
 int Simulate(const Problem& problem, const LocalLaw& law, const GibbsPlan& gibbs, int count, RandomSource& random,
              real* value, RealizationSink& sink) noexcept {
-  if (problem.setups[0].neighbors.limit < 1) return -71260;
+  if (problem.setups[0].neighbors.limit < 1) return kNeighborLimit;
   GaussianLaw gaussian(problem, law, gibbs, value);
   if (const int status = gaussian.Prepare(); status != 0) return status;
   Realizations realizations(problem, value);

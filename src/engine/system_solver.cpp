@@ -45,8 +45,8 @@ void SolvedSystem::Keep(const KrigingModel& model, int left, const real* solutio
 
 int SolvedSystem::Warn(const Progress& progress) const noexcept {
   int status = 0;
-  for (int k = 0; k < ndropped; ++k) KeepFailure(progress.Warn(2001), &status);
-  if (gaveUp) KeepFailure(progress.Warn(2015), &status);
+  for (int k = 0; k < ndropped; ++k) KeepFailure(progress.Warn(kNeighborDropped), &status);
+  if (gaveUp) KeepFailure(progress.Warn(kSystemFailed), &status);
   return status;
 }
 

@@ -5,6 +5,7 @@
 
 #include "core/node_coordinates.hpp"
 #include "core/object_array.hpp"
+#include "core/statuses.hpp"
 #include "numeric/cholesky.hpp"
 
 namespace kestrum {
@@ -22,10 +23,10 @@ int AllocateRows(std::size_t size, Dealing dealing, ObjectArray<Buffer<real>>& r
 }  // namespace
 
 int UniqueData::Gather(const VORL_GRID& grid, const real* values, int limit) noexcept {
-  if (limit < 1) return -71265;
+  if (limit < 1) return kUniqueDataMax;
   const std::ptrdiff_t informed = grid.nxyz - std::count(values, values + grid.nxyz, real{VORL_MISSING_VALUE});
-  if (informed > limit) return -71266;
-  if (informed == 0) return -71267;
+  if (informed > limit) return kUniqueTooManyData;
+  if (informed == 0) return kUniqueNoData;
   for (Buffer<real>* buffer : {&x, &y, &z, &value}) {
     if (const int status = buffer->Allocate(informed); status != 0) return status;
   }

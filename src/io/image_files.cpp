@@ -9,6 +9,7 @@
 #include "core/page_size.hpp"
 #include "core/plain_numbers.hpp"
 #include "core/records.hpp"
+#include "core/statuses.hpp"
 #include "core/text_reader.hpp"
 #include "core/text_writer.hpp"
 #include "io/names_ahead.hpp"
@@ -17,8 +18,6 @@ namespace kestrum {
 namespace {
 
 enum TextFormat { kGslib, kVtk, kPgm, kPpm, kTextFormatCount };
-
-constexpr int kNoName = -725;
 
 // What the two portable map formats do not share.
 struct PortableMap {
@@ -32,16 +31,16 @@ struct PortableMap {
   int not2DStatus;
 };
 constexpr PortableMap kPortableMaps[] = {
-    {"P2\n", "PGM", 1, {VORL_NAME_FOR_PGM_VAR}, 763, -766, -1016, -1018},
+    {"P2\n", "PGM", 1, {VORL_NAME_FOR_PGM_VAR}, 763, kReadPgmDimension, kWritePgmVariables, kWritePgmDimension},
     // Bad dimensions of a PPM deliberately give row 710, not one of their own.
     {"P3\n",
      "PPM",
      3,
      {VORL_NAME_FOR_PPM_VAR0, VORL_NAME_FOR_PPM_VAR1, VORL_NAME_FOR_PPM_VAR2},
      767,
-     -710,
-     -1017,
-     -1019},
+     kDistanceType,
+     kWritePpmVariables,
+     kWritePpmDimension},
 };
 
 // Null for the other formats.
@@ -118,7 +117,7 @@ int ReadValues(VORL_IMAGE* image, TextReader& reader) {
   for (std::size_t node = 0; node < nxyz; ++node) {
     double* value = image->var + node;
     for (int v = 0; v < image->nvar; ++v, value += nxyz) {
-      if (!reader.TakeReal(value)) return -730;
+      if (!reader.TakeReal(value)) return kReadImageEntries;
     }
   }
   return 0;
@@ -133,12 +132,12 @@ int ReadGslib(VORL_IMAGE* image, std::FILE* stream) {
   int nfield = TakeIntegers(fields, sizes);
   if (nfield == 3) nfield += TakeReals(fields, &grid.sx, &grid.sy, &grid.sz);
   if (nfield == 6) nfield += TakeReals(fields, &grid.ox, &grid.oy, &grid.oz);
-  if (nfield % 3 != 0 || nfield == 0 || !SetSizes(&grid, sizes[0], sizes[1], sizes[2])) return -723;
+  if (nfield % 3 != 0 || nfield == 0 || !SetSizes(&grid, sizes[0], sizes[1], sizes[2])) return kReadGslibLine1;
 
   TextReader reader(stream);
   std::int64_t nvar = 0;
-  if (!reader.TakeInteger(&nvar) || !ValueCountFits(grid, nvar)) return -724;
-  const auto takeName = [&reader](char* name) { return reader.TakeName(name, kNoName); };
+  if (!reader.TakeInteger(&nvar) || !ValueCountFits(grid, nvar)) return kReadGslibLine2;
+  const auto takeName = [&reader](char* name) { return reader.TakeName(name, kReadGslibName); };
   if (const int status = AllocateImage(image, grid, nvar, takeName); status != 0) return status;
   return ReadValues(image, reader);
 }
@@ -147,7 +146,7 @@ int ReadGslib(VORL_IMAGE* image, std::FILE* stream) {
 int SplitVtkNames(const char* field, VORL_IMAGE* image) {
   for (int v = 0; v < image->nvar; ++v) {
     const char* const slash = v + 1 < image->nvar ? std::strchr(field, '/') : std::strchr(field, '\0');
-    if (slash == nullptr) return -759;
+    if (slash == nullptr) return kReadVtkName;
     std::memcpy(image->varName[v], field, static_cast<std::size_t>(slash - field));
     image->varName[v][slash - field] = '\0';
     field = slash + 1;
@@ -180,10 +179,10 @@ int ReadVtk(VORL_IMAGE* image, std::FILE* stream) {
   if (const int status = ReadKeywordLine(stream, 746, takeOrigin); status != 0) return status;
   if (const int status = ReadKeywordLine(stream, 749, takeSpacing); status != 0) return status;
   if (const int status = ReadKeywordLine(stream, 752, takeNodeCount); status != 0) return status;
-  if (nxyz != grid.nxyz) return -755;
+  if (nxyz != grid.nxyz) return kReadVtkSize;
   if (const int status = ReadKeywordLine(stream, 756, takeVariables); status != 0) return status;
   // More names than the line can hold take no memory.
-  if (nvar > VORL_LINE_LENGTH && !LacksNodes(grid, nvar)) return -759;
+  if (nvar > VORL_LINE_LENGTH && !LacksNodes(grid, nvar)) return kReadVtkName;
   if (const int status = AllocateImage(image, grid, nvar); status != 0) return status;
   if (const int status = SplitVtkNames(names, image); status != 0) return status;
   if (const int status = ReadLine(stream, line, 761); status != 0) return status;
@@ -297,7 +296,7 @@ int ReadBinaryName(std::FILE* stream, char* name) {
     if (c == '\0') return 0;
   }
   name[VORL_VARNAME_LENGTH - 1] = '\0';
-  return kNoName - 1;
+  return kReadGslibName - 1;
 }
 
 }  // namespace
@@ -309,11 +308,11 @@ int VORLReadImage(VORL_IMAGE* image, int fileFormat, FILE* stream) noexcept {
   if (fileFormat == kGslib) return ReadGslib(image, stream);
   if (fileFormat == kVtk) return ReadVtk(image, stream);
   const PortableMap* const map = FindMap(fileFormat);
-  return map != nullptr ? ReadPortableMap(image, *map, stream) : -720;
+  return map != nullptr ? ReadPortableMap(image, *map, stream) : kReadImageFormat;
 }
 
 int VORLWriteImage(VORL_IMAGE* image, char* formatString, int fileFormat, FILE* stream) noexcept {
-  if (fileFormat < 0 || fileFormat >= kTextFormatCount) return -1020;
+  if (fileFormat < 0 || fileFormat >= kTextFormatCount) return kWriteImageFormat;
   if (const int status = CheckImageIfAnyVariable(*image); status != 0) return status;
   const PortableMap* const map = FindMap(fileFormat);
   if (map != nullptr && image->nvar != map->nvar) return map->wrongNvarStatus;

@@ -8,14 +8,13 @@
 #include "core/memory.h"
 #include "core/page_size.hpp"
 #include "core/records.hpp"
+#include "core/statuses.hpp"
 #include "core/text_reader.hpp"
 #include "core/text_writer.hpp"
 #include "io/names_ahead.hpp"
 
 namespace kestrum {
 namespace {
-
-constexpr int kNoName = -776;
 
 // Rows of an array, and names of a point set, for which memory is taken before it is known whether there are as many.
 constexpr int kRowsTakenOnTrust = 1 << 25;
@@ -64,11 +63,11 @@ int VORLReadPointSet(VORL_POINTSET* ps, FILE* stream) noexcept {
   TextReader reader(stream);
   int npoint = 0;
   int ncolumn = 0;
-  if (!reader.TakeInt(&npoint)) return -771;
-  if (!reader.TakeInt(&ncolumn)) return -772;
-  if (ncolumn < 3) return -630;
+  if (!reader.TakeInt(&npoint)) return kReadPointsLine1;
+  if (!reader.TakeInt(&ncolumn)) return kReadPointsLine2;
+  if (ncolumn < 3) return kPointSetCoordinates;
   const int nvar = ncolumn - 3;
-  const auto takeName = [&reader](char* name) { return reader.TakeName(name, kNoName); };
+  const auto takeName = [&reader](char* name) { return reader.TakeName(name, kReadPointsName); };
   const bool startsWithNames = nvar > kNamesTakenOnTrust;
   NamesAhead ahead;
   if (startsWithNames) {
@@ -87,7 +86,7 @@ int VORLReadPointSet(VORL_POINTSET* ps, FILE* stream) noexcept {
     const std::size_t nvalue = static_cast<std::size_t>(npoint) * static_cast<std::size_t>(nvar);
     AskForPages(ps->var, nvalue * sizeof(real), PageSize::kSmall);
   }
-  return ForEachNumber(*ps, [&reader](real& value) { return reader.TakeReal(&value); }) ? 0 : -731;
+  return ForEachNumber(*ps, [&reader](real& value) { return reader.TakeReal(&value); }) ? 0 : kReadPointSetEntries;
 }
 
 int VORLWritePointSet(VORL_POINTSET* ps, char* coordFormat, char* varFormat, FILE* stream) noexcept {
@@ -114,10 +113,10 @@ int VORLWritePointSet(VORL_POINTSET* ps, char* coordFormat, char* varFormat, FIL
 
 int VORLReadArray2D(int* nrow, int* ncol, real*** array, FILE* stream) noexcept {
   TextReader reader(stream);
-  if (!reader.TakeInt(nrow)) return -25;
-  if (!reader.TakeInt(ncol)) return -26;
+  if (!reader.TakeInt(nrow)) return kRead2DRows;
+  if (!reader.TakeInt(ncol)) return kRead2DColumns;
   *array = nullptr;
-  const auto take = [&reader](real* entry) { return reader.TakeReal(entry) ? 0 : -27; };
+  const auto take = [&reader](real* entry) { return reader.TakeReal(entry) ? 0 : kRead2DElement; };
   // As with names above: each row has a pointer, whether it is read or not, so that there must be an entry for it.
   GrowingBuffer<real> ahead;
   int status = 0;
@@ -140,7 +139,7 @@ int VORLReadArray2D(int* nrow, int* ncol, real*** array, FILE* stream) noexcept 
 
 int VORLWriteArray2D(int nrow, int ncol, real** array, char* format, FILE* stream) noexcept {
   NumberFormat entryFormat;
-  if (format == nullptr || !entryFormat.Set(format, std::strlen(format))) return kUnfitFormat;
+  if (format == nullptr || !entryFormat.Set(format, std::strlen(format))) return kWriteFormatString;
   std::fprintf(stream, "%d %d\n", nrow, ncol);
   TextWriter writer(stream);
   for (int row = 0; row < nrow; ++row) {

@@ -9,6 +9,7 @@
 #include "core/comparators.h"
 #include "core/integers.hpp"
 #include "core/memory.h"
+#include "core/statuses.hpp"
 #include "covariance/cov_evaluation.hpp"
 #include "neighborhood/search_neighborhood.hpp"
 
@@ -128,7 +129,7 @@ void ComputeBoundingBox(VORL_SEARCHNEIGHBORHOOD& list) noexcept {
 int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const VORL_IMAGE* mask, SearchReach reach,
                             int sortMode, VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) noexcept {
   const real factor = reach.factor;
-  if (factor <= 0.0) return -71070;
+  if (factor <= 0.0) return kSearchRadius;
   const VORL_COVMODEL& covModel = *model.covModel;
   const bool rotated = model.rotated && model.rotationStationary;
   const real totalWeight = model.weightStationary ? StationarySill(covModel) : 0.0;
@@ -148,7 +149,7 @@ int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const
   const int hy = HalfWidth(radius[1], grid.sy, grid.ny);
   const int hz = HalfWidth(radius[2], grid.sz, grid.nz);
   const int room = CountOf(2 * std::int64_t{hx} + 1, 2 * std::int64_t{hy} + 1, 2 * std::int64_t{hz} + 1);
-  if (room == 0) return -71250;
+  if (room == 0) return kNeighborhoodSize;
   if (const int status = VORLMallocSearchNeighborhood(&list, room); status != 0) return status;
 
   list.ix[0] = list.iy[0] = list.iz[0] = 0;

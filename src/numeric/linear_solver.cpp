@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "core/buffer.hpp"
+#include "core/statuses.hpp"
 #include "numeric/gmres.hpp"
 #include "numeric/gmres_body.hpp"
 
@@ -26,7 +27,6 @@ namespace {
 
 constexpr int kOutOfMemory = -1;
 constexpr int kEmptyArray2D = -7;
-constexpr int kNoPivot = -60001;
 
 // A basis of no length has the status of the empty array of restart + 1 rows and restart columns; a shorter one is more
 // than any memory holds.

@@ -12,6 +12,7 @@
 #include "core/constants.h"
 #include "core/integers.hpp"
 #include "core/parallel.hpp"
+#include "core/statuses.hpp"
 #include "paths/unilateral_order.hpp"
 
 namespace kestrum {
@@ -19,9 +20,9 @@ namespace {
 
 int DistanceEuclidean(real sx, real sy, real sz, int nx, int ny, int nz, BOOLEAN zeroIsFeature, const int* mask,
                       real* distance, const Dealing& dealing) noexcept {
-  if (mask == nullptr || distance == nullptr) return -20;
+  if (mask == nullptr || distance == nullptr) return kNotAllocated;
   const int nnode = CountOf(nx, ny, nz);
-  if (nnode == 0) return -3;
+  if (nnode == 0) return kNoElement;
   const VORL_GRID grid{nx, ny, nz, sx, sy, sz, 0.0, 0.0, 0.0, nx * ny, nnode};
   const bool feature = !zeroIsFeature;
   return ComputeDistances<DistanceMetric::kEuclidean>(
@@ -39,8 +40,8 @@ struct Task {
   VORL_RANDCONTEXT* randContext;
 
   int Check() const noexcept {
-    if (path == nullptr || mask == nullptr) return -20;
-    return CountOf(nx, ny, nz, nv) > 0 ? 0 : -3;
+    if (path == nullptr || mask == nullptr) return kNotAllocated;
+    return CountOf(nx, ny, nz, nv) > 0 ? 0 : kNoElement;
   }
 };
 
@@ -296,8 +297,8 @@ int PathByMean(const Task& task, real power, Elements elements, Ordering orderin
 int PathUnilateral(int n, int* path, const int* size, const int* order, int naxis,
                    VORL_RANDCONTEXT* randContext) noexcept {
   if (n < 1) return 0;
-  if (path == nullptr || order == nullptr) return -20;
-  if (CountOf(size[0], size[1], size[2], size[3]) == 0) return -3;
+  if (path == nullptr || order == nullptr) return kNotAllocated;
+  if (CountOf(size[0], size[1], size[2], size[3]) == 0) return kNoElement;
   int axes[kMaxUnilateralAxes];
   SortAxesByRank(order, naxis, axes);
   std::int64_t weight[kMaxUnilateralAxes];

@@ -10,6 +10,7 @@
 #include "core/node_coordinates.hpp"
 #include "core/plain_numbers.hpp"
 #include "core/records.hpp"
+#include "core/statuses.hpp"
 #include "covariance/cov_evaluation.hpp"
 #include "neighborhood/search_neighborhood.hpp"
 #include "paths/parameter_reader.hpp"
@@ -108,20 +109,21 @@ int VORLReadSearchNeighborhoodParameters(VORL_SEARCHNEIGHBORHOODPARAMETERS* para
     p.radiusMode = SEARCHNEIGHBORHOOD_RADIUS_MANUAL;
     p.anisotropyRatioMode = SEARCHNEIGHBORHOOD_ANISOTROPY_RATIO_MANUAL;
   }
-  if (fullForm && !TakeMode(stream, kRadiusModes, &p.radiusMode)) return -875;
+  if (fullForm && !TakeMode(stream, kRadiusModes, &p.radiusMode)) return kReadSearchRadiusMode;
   if (p.radiusMode == SEARCHNEIGHBORHOOD_RADIUS_MANUAL) {
-    if (const int status = TakeReals(stream, -876, {&p.rx, &p.ry, &p.rz}); status != 0) return status;
+    if (const int status = TakeReals(stream, kReadSearchRadius, {&p.rx, &p.ry, &p.rz}); status != 0) return status;
   }
-  if (fullForm && !TakeMode(stream, kAnisotropyRatioModes, &p.anisotropyRatioMode)) return -880;
+  if (fullForm && !TakeMode(stream, kAnisotropyRatioModes, &p.anisotropyRatioMode)) return kReadSearchAnisotropyMode;
   if (p.anisotropyRatioMode == SEARCHNEIGHBORHOOD_ANISOTROPY_RATIO_MANUAL) {
-    if (const int status = TakeReals(stream, -881, {&p.ax, &p.ay, &p.az}); status != 0) return status;
+    if (const int status = TakeReals(stream, kReadSearchAnisotropy, {&p.ax, &p.ay, &p.az}); status != 0) return status;
   }
-  if (fullForm && !TakeMode(stream, kRotationModes, &rotation)) return -885;
+  if (fullForm && !TakeMode(stream, kRotationModes, &rotation)) return kReadSearchRotationFlag;
   p.rotationFlag = rotation != 0;
   if (p.rotationFlag) {
-    if (const int status = TakeReals(stream, -886, {&p.angle1, &p.angle2, &p.angle3}); status != 0) return status;
+    if (const int status = TakeReals(stream, kReadSearchAngle, {&p.angle1, &p.angle2, &p.angle3}); status != 0)
+      return status;
   }
-  return TakeReals(stream, -889, {&p.power});
+  return TakeReals(stream, kReadSearchPower, {&p.power});
 }
 
 int VORLPrintSearchNeighborhoodParameters(VORL_SEARCHNEIGHBORHOODPARAMETERS* parameters, char* prefix,
@@ -142,18 +144,18 @@ int VORLPrintSearchNeighborhoodParameters(VORL_SEARCHNEIGHBORHOODPARAMETERS* par
 
 int VORLValidateSearchNeighborhoodParameters(VORL_SEARCHNEIGHBORHOODPARAMETERS* parameters, int* error) noexcept {
   auto& p = *parameters;
-  const auto verdict = [&p]() noexcept {
-    if (FindMode(kRadiusModes, p.radiusMode) == nullptr) return -686;
+  const auto verdict = [&p]() noexcept -> int {
+    if (FindMode(kRadiusModes, p.radiusMode) == nullptr) return kSearchRadiusMode;
     if (p.radiusMode == SEARCHNEIGHBORHOOD_RADIUS_MANUAL) {
-      if (p.rx < 0.0) return -680;
-      if (p.ry < 0.0) return -681;
-      if (p.rz < 0.0) return -682;
+      if (p.rx < 0.0) return kSearchRadiusX;
+      if (p.ry < 0.0) return kSearchRadiusY;
+      if (p.rz < 0.0) return kSearchRadiusZ;
     }
-    if (FindMode(kAnisotropyRatioModes, p.anisotropyRatioMode) == nullptr) return -687;
+    if (FindMode(kAnisotropyRatioModes, p.anisotropyRatioMode) == nullptr) return kSearchAnisotropyMode;
     if (p.anisotropyRatioMode == SEARCHNEIGHBORHOOD_ANISOTROPY_RATIO_MANUAL) {
-      if (p.ax < VORL_MIN_ANISOTROPY_RATIO) return -683;
-      if (p.ay < VORL_MIN_ANISOTROPY_RATIO) return -684;
-      if (p.az < VORL_MIN_ANISOTROPY_RATIO) return -685;
+      if (p.ax < VORL_MIN_ANISOTROPY_RATIO) return kSearchAnisotropyX;
+      if (p.ay < VORL_MIN_ANISOTROPY_RATIO) return kSearchAnisotropyY;
+      if (p.az < VORL_MIN_ANISOTROPY_RATIO) return kSearchAnisotropyZ;
     }
     return 0;
   };
@@ -174,9 +176,9 @@ int VORLBuildSearchNeighborhood(VORL_SEARCHNEIGHBORHOODPARAMETERS* parameters,
   if (rotated) hx = hy = hz = std::max({0, hx, hy, hz});
   int room = 1;
   for (const int h : {hx, hy, hz}) {
-    if (__builtin_mul_overflow(room, 2 * std::int64_t{h} + 1, &room)) return -688;
+    if (__builtin_mul_overflow(room, 2 * std::int64_t{h} + 1, &room)) return kSearchEmpty;
   }
-  if (room < 1) return -688;
+  if (room < 1) return kSearchEmpty;
   if (const int status = VORLMallocSearchNeighborhood(&list, room); status != 0) return status;
 
   const real a = EllipsoidCoefficient(p.rx);
@@ -244,16 +246,15 @@ int VORLSearchNeighborhoodApproxBound(VORL_SEARCHNEIGHBORHOODPARAMETERS* paramet
 int VORLSearchNeighborhoodToImage(VORL_SEARCHNEIGHBORHOOD* searchNeighborhood, VORL_IMAGE* image) noexcept {
   constexpr const char* kNames[] = {"index", "distance", "weight"};
   constexpr int kVariables = 3;
-  constexpr int kInvalidList = -688;
   const auto& list = *searchNeighborhood;
   VORL_GRID grid;
   if (!SetSizes(&grid, std::int64_t{list.ixMax} - list.ixMin + 1, std::int64_t{list.iyMax} - list.iyMin + 1,
                 std::int64_t{list.izMax} - list.izMin + 1)) {
-    return -620;
+    return kImageTooLarge;
   }
-  if (std::min({grid.nx, grid.ny, grid.nz}) < 1) return -3;
-  if (list.size < 1) return kInvalidList;
-  if (AnyNull(list.ix, list.iy, list.iz, list.distance, list.weight)) return -20;
+  if (std::min({grid.nx, grid.ny, grid.nz}) < 1) return kNoElement;
+  if (list.size < 1) return kSearchEmpty;
+  if (AnyNull(list.ix, list.iy, list.iz, list.distance, list.weight)) return kNotAllocated;
   grid.sx = grid.sy = grid.sz = 1.0;
   grid.ox = list.ixMin - 0.5;
   grid.oy = list.iyMin - 0.5;
@@ -267,7 +268,7 @@ int VORLSearchNeighborhoodToImage(VORL_SEARCHNEIGHBORHOOD* searchNeighborhood, V
     const int iz = list.iz[e];
     const bool inBox = ix >= list.ixMin && ix <= list.ixMax && iy >= list.iyMin && iy <= list.iyMax &&
                        iz >= list.izMin && iz <= list.izMax;
-    if (!inBox) return kInvalidList;
+    if (!inBox) return kSearchEmpty;
     const int node = NodeIndex(grid, {ix - list.ixMin, iy - list.iyMin, iz - list.izMin});
     image->var[node] = e;
     image->var[grid.nxyz + node] = list.distance[e];

@@ -7,6 +7,7 @@
 
 #include "core/memory.h"
 #include "core/plain_numbers.hpp"
+#include "core/statuses.hpp"
 #include "paths/parameter_reader.hpp"
 #include "paths/unilateral_order.hpp"
 
@@ -87,19 +88,20 @@ int VORLCopySimAndPathParameters(VORL_SIMANDPATHPARAMETERS* dst, VORL_SIMANDPATH
 
 int VORLReadSimAndPathParameters(VORL_SIMANDPATHPARAMETERS* parameters, FILE* stream) noexcept {
   auto& p = *parameters;
-  if (!TakeMode(stream, kSimTypes, &p.simType)) return -890;
-  if (!TakeMode(stream, kPathTypes, &p.pathType)) return -891;
+  if (!TakeMode(stream, kSimTypes, &p.simType)) return kReadSimulationType;
+  if (!TakeMode(stream, kPathTypes, &p.pathType)) return kReadPathType;
   if (p.pathType == PATH_UNILATERAL) {
     if (const int status = AllocateOrder(p, p.simType == SIM_ONE_BY_ONE ? 4 : 3); status != 0) return status;
     std::fill_n(p.unilateralOrder, p.nunilateralOrder, 0);
     for (int axis = 0; axis < p.nunilateralOrder; ++axis) {
-      if (const int status = TakeInts(stream, -892, {&p.unilateralOrder[axis]}); status != 0) return status;
+      if (const int status = TakeInts(stream, kReadUnilateralOrder, {&p.unilateralOrder[axis]}); status != 0)
+        return status;
     }
   }
   if (UsesPow(p.pathType)) {
-    if (const int status = TakeReals(stream, -894, {&p.pow}); status != 0) return status;
+    if (const int status = TakeReals(stream, kReadPathPower, {&p.pow}); status != 0) return status;
   }
-  return UsesStrength(p.pathType) ? TakeReals(stream, -893, {&p.strength}) : 0;
+  return UsesStrength(p.pathType) ? TakeReals(stream, kReadPathStrength, {&p.strength}) : 0;
 }
 
 int VORLPrintSimAndPathParameters(VORL_SIMANDPATHPARAMETERS* parameters, char* prefix, FILE* stream) noexcept {
@@ -120,14 +122,15 @@ int VORLPrintSimAndPathParameters(VORL_SIMANDPATHPARAMETERS* parameters, char* p
 
 int VORLValidateSimAndPathParameters(VORL_SIMANDPATHPARAMETERS* parameters, int* error) noexcept {
   const auto& p = *parameters;
-  const auto verdict = [&p]() noexcept {
-    if (FindMode(kSimTypes, p.simType) == nullptr) return -705;
-    if (UsesPow(p.pathType) && !(p.pow > 0.0 && p.pow <= VORL_MAX_POWER_PATH_RANDOM_HD_DISTANCE_SUM)) return -709;
-    if (UsesStrength(p.pathType) && !(p.strength >= 0.0 && p.strength <= 1.0)) return -708;
-    if (FindMode(kPathTypes, p.pathType) == nullptr) return -706;
+  const auto verdict = [&p]() noexcept -> int {
+    if (FindMode(kSimTypes, p.simType) == nullptr) return kSimulationType;
+    if (UsesPow(p.pathType) && !(p.pow > 0.0 && p.pow <= VORL_MAX_POWER_PATH_RANDOM_HD_DISTANCE_SUM)) return kPathPower;
+    if (UsesStrength(p.pathType) && !(p.strength >= 0.0 && p.strength <= 1.0)) return kPathStrength;
+    if (FindMode(kPathTypes, p.pathType) == nullptr) return kPathType;
     if (p.pathType != PATH_UNILATERAL || p.nunilateralOrder == 0) return 0;
-    if (p.nunilateralOrder < 0 || p.nunilateralOrder > kMaxUnilateralAxes || p.unilateralOrder == nullptr) return -707;
-    return IsOrder(p.unilateralOrder, p.nunilateralOrder) ? 0 : -707;
+    if (p.nunilateralOrder < 0 || p.nunilateralOrder > kMaxUnilateralAxes || p.unilateralOrder == nullptr)
+      return kUnilateralOrder;
+    return IsOrder(p.unilateralOrder, p.nunilateralOrder) ? 0 : kUnilateralOrder;
   };
   *error = verdict();
   return 0;

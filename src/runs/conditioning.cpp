@@ -4,6 +4,7 @@
 
 #include "analysis/conversions.h"
 #include "core/progress.hpp"
+#include "core/statuses.hpp"
 #include "runs/run_input_shared.hpp"
 
 namespace kestrum {
@@ -14,19 +15,6 @@ namespace {
 constexpr int kIgnoreUnmatchedVar = 1;
 constexpr int kDropPointsOutside = 1;
 constexpr int kReplaceValue = 2;
-
-enum Warning {
-  kMaskedDataRemoved = 40,
-  kPointConflict = 41,
-  kPointDropped = 42,
-  kPointVarIgnored = 43,
-  kImageVarIgnored = 44,
-  kImageConflict = 45,
-  kBothBoundsRemoved = 60,
-  kMinRemoved = 61,
-  kMaxRemoved = 62,
-  kEqualBounds = 63
-};
 
 bool Informed(real value) noexcept { return value != VORL_MISSING_VALUE; }
 
@@ -126,10 +114,10 @@ class Integration {
       const bool hasMax = nodes.max != nullptr && Informed(nodes.max[i]);
       if (!hasMin && !hasMax) continue;
       const bool both = hasMin && hasMax;
-      if (both && nodes.max[i] < nodes.min[i]) return -190;
+      if (both && nodes.max[i] < nodes.min[i]) return kBoundsCrossed;
       if (nodes.status[i] == 0) {
-        if (hasMin && nodes.min[i] > nodes.value[i]) return -191;
-        if (hasMax && nodes.max[i] < nodes.value[i]) return -192;
+        if (hasMin && nodes.min[i] > nodes.value[i]) return kDatumBelowBound;
+        if (hasMax && nodes.max[i] < nodes.value[i]) return kDatumAboveBound;
         note(both ? kBothBoundsRemoved : hasMin ? kMinRemoved : kMaxRemoved);
       } else if (both && nodes.min[i] == nodes.max[i]) {
         nodes.value[i] = nodes.min[i];

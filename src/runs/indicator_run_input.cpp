@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "core/memory.h"
+#include "core/statuses.hpp"
 #include "runs/run_input_shared.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_KESTRUMINDICATORINPUT> && sizeof(VORL_KESTRUMINDICATORINPUT) == 216);
@@ -51,16 +52,16 @@ struct Stationarity {
 };
 
 bool ValidCategories(const VORL_KESTRUMINDICATORINPUT& input, InputValidation& validation) noexcept {
-  if (input.ncategory < 1) return validation.Refuse(-71110);
-  if (input.ncategory > VORL_KESTRUM_NCATEGORY_MAX) return validation.Refuse(-71111);
-  if (input.categoryValue == nullptr) return validation.Refuse(-71112);
+  if (input.ncategory < 1) return validation.Refuse(kCategoryCount);
+  if (input.ncategory > VORL_KESTRUM_NCATEGORY_MAX) return validation.Refuse(kTooManyCategories);
+  if (input.categoryValue == nullptr) return validation.Refuse(kCategoryMissing);
   for (int c = 0; c < input.ncategory; ++c) {
     const real value = input.categoryValue[c];
-    if (value == VORL_MISSING_VALUE) return validation.Refuse(-71112);
+    if (value == VORL_MISSING_VALUE) return validation.Refuse(kCategoryMissing);
     // The only category of a binary variable must differ from its complement.
-    if (input.ncategory == 1 && value == 0.0) return validation.Refuse(-71114);
+    if (input.ncategory == 1 && value == 0.0) return validation.Refuse(kCategoryZero);
     for (int later = c + 1; later < input.ncategory; ++later) {
-      if (value == input.categoryValue[later]) return validation.Refuse(-71113);
+      if (value == input.categoryValue[later]) return validation.Refuse(kCategoriesNotDistinct);
     }
   }
   return true;
@@ -68,7 +69,7 @@ bool ValidCategories(const VORL_KESTRUMINDICATORINPUT& input, InputValidation& v
 
 bool ValidModels(const VORL_KESTRUMINDICATORINPUT& input, Stationarity& stationarity,
                  InputValidation& validation) noexcept {
-  if (input.covModel == nullptr) return validation.Refuse(-71009);
+  if (input.covModel == nullptr) return validation.Refuse(kModelElementCount);
   for (int c = 0; c < input.ncategory; ++c) {
     if (!validation.CovModel(&input.covModel[c], input.simGrid, input.maskImage, stationarity.rotation.at(c),
                              stationarity.weight.at(c), stationarity.range.at(c), stationarity.covModel.at(c))) {
@@ -82,18 +83,18 @@ bool ValidModels(const VORL_KESTRUMINDICATORINPUT& input, Stationarity& stationa
 bool ValidNeighborhoods(const VORL_KESTRUMINDICATORINPUT& input, Stationarity& stationarity,
                         InputValidation& validation) noexcept {
   const int ncategory = input.ncategory;
-  if (input.searchRadiusRelative == nullptr) return validation.Refuse(-71070);
+  if (input.searchRadiusRelative == nullptr) return validation.Refuse(kSearchRadius);
   for (int c = 0; c < ncategory; ++c) {
     if (!validation.UniqueNeighborhood(input.searchRadiusRelative[c], *stationarity.covModel.at(c))) return false;
   }
   for (int c = 0; c < ncategory; ++c) {
     if (!validation.SearchRadius(input.searchRadiusRelative[c], IsSimulation(input))) return false;
   }
-  if (input.nneighborMax == nullptr) return validation.Refuse(-71062);
+  if (input.nneighborMax == nullptr) return validation.Refuse(kNeighborMax);
   for (int c = 0; c < ncategory; ++c) {
     if (!validation.NeighborMax(input.nneighborMax[c])) return false;
   }
-  if (input.searchNeighborhoodSortMode == nullptr) return validation.Refuse(-71067);
+  if (input.searchNeighborhoodSortMode == nullptr) return validation.Refuse(kSortMode);
   for (int c = 0; c < ncategory; ++c) {
     if (!validation.SortMode(input.searchNeighborhoodSortMode[c], *stationarity.covModel.at(c))) return false;
   }
@@ -106,13 +107,13 @@ int CheckProbabilities(real* probability, int ncategory, std::ptrdiff_t stride) 
   real sum = 0.0;
   for (int c = 0; c < ncategory; ++c) {
     const real value = probability[c * stride];
-    if (value < 0.0) return -71125;
-    if (value > 1.0) return -71126;
+    if (value < 0.0) return kProbabilityBelowZero;
+    if (value > 1.0) return kProbabilityAboveOne;
     sum += value;
   }
   if (ncategory < 2) return 0;
   const real excess = std::fabs(sum - 1.0);
-  if (excess > VORL_KESTRUM_TOLEREANCE_ON_SUM_PROBABILITY) return -71127;
+  if (excess > VORL_KESTRUM_TOLEREANCE_ON_SUM_PROBABILITY) return kProbabilitySum;
   if (excess > VORL_EPSILON_SOFT) {
     const real scale = 1.0 / sum;
     for (int c = 0; c < ncategory; ++c) probability[c * stride] *= scale;
@@ -122,8 +123,10 @@ int CheckProbabilities(real* probability, int ncategory, std::ptrdiff_t stride) 
 
 bool ValidProbabilityImage(const VORL_KESTRUMINDICATORINPUT& input, InputValidation& validation) noexcept {
   VORL_IMAGE* const image = input.probabilityImage;
-  if (image == nullptr) return validation.Refuse(-71122);
-  if (!validation.ParameterImage(image, input.simGrid, input.ncategory, -71123, -71124)) return false;
+  if (image == nullptr) return validation.Refuse(kNoProbabilityImage);
+  if (!validation.ParameterImage(image, input.simGrid, input.ncategory, kProbabilityImageGrid,
+                                 kProbabilityImageVariableCount))
+    return false;
   const VORL_IMAGE* const mask = UsedMask(input);
   const int nxyz = image->grid->nxyz;
   for (int i = 0; i < nxyz; ++i) {
@@ -140,14 +143,14 @@ bool ValidProbabilities(const VORL_KESTRUMINDICATORINPUT& input, InputValidation
     case kFromData:
       return true;
     case kConstants: {
-      if (input.probabilityValue == nullptr) return validation.Refuse(-71121);
+      if (input.probabilityValue == nullptr) return validation.Refuse(kNoProbabilities);
       const int code = CheckProbabilities(input.probabilityValue, input.ncategory, 1);
       return code == 0 || validation.Refuse(code);
     }
     case kImage:
       return ValidProbabilityImage(input, validation);
     default:
-      return validation.Refuse(-71120);
+      return validation.Refuse(kProbabilityUsage);
   }
 }
 

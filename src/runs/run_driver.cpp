@@ -18,6 +18,7 @@
 #include "core/progress.hpp"
 #include "core/records.hpp"
 #include "core/status.h"
+#include "core/statuses.hpp"
 #include "neighborhood/search_neighborhood.hpp"
 #include "runs/conditioning.h"
 #include "runs/run_files.hpp"
@@ -441,7 +442,7 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
       if (category >= 0) {
         proportion_[category] += 1.0;
       } else if (!binary || value != 0.0) {
-        return binary ? -71116 : -71115;
+        return binary ? kDatumNotBinary : kDatumNoCategory;
       }
     }
     if (ndata_ >= 1) {
@@ -541,9 +542,9 @@ template <typename AnyRun, typename Input>
 int ExecuteWithOptions(Input* input, VORL_KESTRUMOUTPUT* output, VORL_PROGRESSMONITOR* monitor,
                        ProgressCallback callback, VORL_KESTRUMOPTIONS* options) noexcept {
   options->nfallback = 0;
-  if (options->nthreads < 0) return -99;
+  if (options->nthreads < 0) return kThreadCount;
   const int solver = EnumNumber(options->solver);
-  if (solver != KESTRUM_SOLVER_ITERATIVE && solver != KESTRUM_SOLVER_FACTORISING) return -71060;
+  if (solver != KESTRUM_SOLVER_ITERATIVE && solver != KESTRUM_SOLVER_FACTORISING) return kComputationMode;
   std::atomic<std::int64_t> nfallback{0};
   const SolverChoice choice{solver == KESTRUM_SOLVER_FACTORISING ? Solver::kFactorising : Solver::kIterative,
                             &nfallback};
@@ -567,7 +568,7 @@ int VORLKestrumSim(VORL_KESTRUMINPUT* input, VORL_KESTRUMOUTPUT* output, VORL_PR
 
 int VORLOMPKestrumSim(VORL_KESTRUMINPUT* input, VORL_KESTRUMOUTPUT* output, VORL_PROGRESSMONITOR* progressMonitor,
                       int (*progressCallback)(VORL_PROGRESSMONITOR*), int nthreads) noexcept {
-  if (nthreads < 1) return -99;
+  if (nthreads < 1) return kestrum::kThreadCount;
   return ContinuousRun(input, output, progressMonitor, progressCallback, Dealing::Threads(nthreads)).Execute();
 }
 
@@ -580,7 +581,7 @@ int VORLKestrumIndicatorSim(VORL_KESTRUMINDICATORINPUT* input, VORL_KESTRUMOUTPU
 int VORLOMPKestrumIndicatorSim(VORL_KESTRUMINDICATORINPUT* input, VORL_KESTRUMOUTPUT* output,
                                VORL_PROGRESSMONITOR* progressMonitor, int (*progressCallback)(VORL_PROGRESSMONITOR*),
                                int nthreads) noexcept {
-  if (nthreads < 1) return -99;
+  if (nthreads < 1) return kestrum::kThreadCount;
   return IndicatorRun(input, output, progressMonitor, progressCallback, Dealing::Threads(nthreads)).Execute();
 }
 

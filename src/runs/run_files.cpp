@@ -14,10 +14,10 @@ constexpr int kGslibFormat = 0;
 }  // namespace
 
 int WriteImageToFile(VORL_IMAGE* image, const char* formatString, const char* root, const char* suffix) noexcept {
-  if (root == nullptr) return kNoOutput;
+  if (root == nullptr) return kOutputFailed;
   char name[2 * VORL_FILENAME_LENGTH];
   const int length = std::snprintf(name, sizeof name, "%s%s", root, suffix);
-  if (length < 0 || length >= static_cast<int>(sizeof name)) return kNoOutput;
+  if (length < 0 || length >= static_cast<int>(sizeof name)) return kOutputFailed;
   OutputFile file;
   if (const int status = file.Open(name); status != 0) return status;
   // The writer takes a plain char *, and changes nothing; no format is an empty one.

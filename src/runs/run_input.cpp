@@ -5,6 +5,7 @@
 
 #include "core/constants.h"
 #include "core/memory.h"
+#include "core/statuses.hpp"
 #include "runs/run_input_shared.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_KESTRUMINPUT> && sizeof(VORL_KESTRUMINPUT) == 224);
@@ -32,32 +33,36 @@ int WalkParameterImage(VORL_IMAGE& image, const VORL_IMAGE* mask, const Refuse& 
 
 bool ValidMean(VORL_KESTRUMINPUT& input, InputValidation& validation) noexcept {
   if (input.meanUsage == kFromData || input.meanUsage == kConstant) return true;
-  if (input.meanUsage != kImage) return validation.Refuse(-71072);
-  if (input.meanImage == nullptr) return validation.Refuse(-71080);
-  if (!validation.ParameterImage(input.meanImage, input.simGrid, 1, -71076, -71077)) return false;
+  if (input.meanUsage != kImage) return validation.Refuse(kMeanUsage);
+  if (input.meanImage == nullptr) return validation.Refuse(kNoMeanImage);
+  if (!validation.ParameterImage(input.meanImage, input.simGrid, 1, kMeanImageGrid, kMeanImageVariableCount))
+    return false;
   const int code = WalkParameterImage(*input.meanImage, UsedMask(input),
-                                      [](real value) { return value == VORL_MISSING_VALUE ? -71078 : 0; });
+                                      [](real value) { return value == VORL_MISSING_VALUE ? kMeanImageMissing : 0; });
   return code == 0 || validation.Refuse(code);
 }
 
 bool ValidVariance(VORL_KESTRUMINPUT& input, bool weightStationary, InputValidation& validation) noexcept {
   if (input.varianceUsage == kFromData) return true;
-  if (input.varianceUsage != kConstant && input.varianceUsage != kImage) return validation.Refuse(-71082);
-  if (!weightStationary) return validation.Refuse(-71084);
-  if (input.varianceUsage == kConstant) return !(input.varianceValue < kVarianceMin) || validation.Refuse(-71085);
-  if (input.varianceImage == nullptr) return validation.Refuse(-71090);
-  if (!validation.ParameterImage(input.varianceImage, input.simGrid, 1, -71086, -71087)) return false;
-  const int code = WalkParameterImage(*input.varianceImage, UsedMask(input), [](real value) {
-    if (value == VORL_MISSING_VALUE) return -71088;
-    return value < kVarianceMin ? -71089 : 0;
+  if (input.varianceUsage != kConstant && input.varianceUsage != kImage) return validation.Refuse(kVarianceUsage);
+  if (!weightStationary) return validation.Refuse(kVarianceOfVariableModel);
+  if (input.varianceUsage == kConstant)
+    return !(input.varianceValue < kVarianceMin) || validation.Refuse(kVarianceValue);
+  if (input.varianceImage == nullptr) return validation.Refuse(kNoVarianceImage);
+  if (!validation.ParameterImage(input.varianceImage, input.simGrid, 1, kVarianceImageGrid,
+                                 kVarianceImageVariableCount))
+    return false;
+  const int code = WalkParameterImage(*input.varianceImage, UsedMask(input), [](real value) -> int {
+    if (value == VORL_MISSING_VALUE) return kVarianceImageMissing;
+    return value < kVarianceMin ? kVarianceImageValue : 0;
   });
   return code == 0 || validation.Refuse(code);
 }
 
 bool ValidGibbsBounds(const VORL_KESTRUMINPUT& input, InputValidation& validation) noexcept {
-  if (input.nGibbsSamplerPathMin < VORL_KESTRUM_NGIBBSSAMPLERPATH_MIN) return validation.Refuse(-71095);
-  if (input.nGibbsSamplerPathMax > VORL_KESTRUM_NGIBBSSAMPLERPATH_MAX) return validation.Refuse(-71096);
-  return input.nGibbsSamplerPathMin <= input.nGibbsSamplerPathMax || validation.Refuse(-71097);
+  if (input.nGibbsSamplerPathMin < VORL_KESTRUM_NGIBBSSAMPLERPATH_MIN) return validation.Refuse(kGibbsPassMin);
+  if (input.nGibbsSamplerPathMax > VORL_KESTRUM_NGIBBSSAMPLERPATH_MAX) return validation.Refuse(kGibbsPassMax);
+  return input.nGibbsSamplerPathMin <= input.nGibbsSamplerPathMax || validation.Refuse(kGibbsPassOrder);
 }
 
 bool ValidInput(VORL_KESTRUMINPUT& input, BOOLEAN* rotationStationary, BOOLEAN* weightStationary,
@@ -65,7 +70,7 @@ bool ValidInput(VORL_KESTRUMINPUT& input, BOOLEAN* rotationStationary, BOOLEAN* 
   if (!validation.GridToFormat(input) || !validation.Output(input)) return false;
   const int mode = EnumNumber(input.computationMode);
   if ((mode == KESTRUM_OK || mode == KESTRUM_SIM_OK) && input.varianceUsage != kFromData) {
-    return validation.Refuse(-71083);
+    return validation.Refuse(kVarianceOfOrdinaryKriging);
   }
   return validation.ComputationMode(mode) && validation.Mask(input) &&
          validation.CovModel(input.covModel, input.simGrid, input.maskImage, rotationStationary, weightStationary,

@@ -4,6 +4,7 @@
 
 #include "core/plain_numbers.hpp"
 #include "core/records.hpp"
+#include "core/statuses.hpp"
 #include "core/text.h"
 #include "covariance/cov_model.hpp"
 
@@ -92,7 +93,7 @@ bool InputValidation::Sound(int status) noexcept {
 }
 
 bool InputValidation::Grid(VORL_GRID* grid) noexcept {
-  if (grid == nullptr) return Refuse(-601);
+  if (grid == nullptr) return Refuse(kGridSize);
   return Sound(VORLValidateGrid(grid, validationError_));
 }
 
@@ -108,51 +109,51 @@ bool InputValidation::ParameterImage(VORL_IMAGE* image, VORL_GRID* grid, int nva
   if (VORLCmpGrid(grid, image->grid) != 0) return Refuse(gridCode);
   if (image->nvar != nvar) return Refuse(nvarCode);
   // Image validation does not compare the number of values with the grid; here every node is read.
-  return image->nxyzv >= static_cast<long long>(nvar) * grid->nxyz || Refuse(-625);
+  return image->nxyzv >= static_cast<long long>(nvar) * grid->nxyz || Refuse(kImageValueCount);
 }
 
 bool InputValidation::Names(const char* varName, bool formatNeeded, const char* formatString) noexcept {
-  if (varName == nullptr) return Refuse(-71046);
-  if (std::strlen(varName) + kVarNameExtra > kVarNameMax) return Refuse(-71047);
-  if (formatNeeded && (formatString == nullptr || formatString[0] != '%')) return Refuse(-71048);
+  if (varName == nullptr) return Refuse(kNoVariableName);
+  if (std::strlen(varName) + kVarNameExtra > kVarNameMax) return Refuse(kVariableNameTooLong);
+  if (formatNeeded && (formatString == nullptr || formatString[0] != '%')) return Refuse(kFormatString);
   return true;
 }
 
 bool InputValidation::OutputNames(int outputMode, const char* imageFileName, const char* reportFileName) noexcept {
-  if (outputMode < 0 || outputMode > KESTRUM_OUTPUT_SEPARATE_FILE) return Refuse(-71051);
+  if (outputMode < 0 || outputMode > KESTRUM_OUTPUT_SEPARATE_FILE) return Refuse(kOutputMode);
   if (outputMode != KESTRUM_OUTPUT_NO_FILE) {
     const std::size_t extra = outputMode == KESTRUM_OUTPUT_SEPARATE_FILE ? kSeparateFileNameExtra : 0;
-    if (imageFileName == nullptr || std::strlen(imageFileName) + extra > kFileNameMax) return Refuse(-71052);
+    if (imageFileName == nullptr || std::strlen(imageFileName) + extra > kFileNameMax) return Refuse(kOutputFileName);
   }
-  if (reportFileName != nullptr && std::strlen(reportFileName) > kFileNameMax) return Refuse(-71053);
+  if (reportFileName != nullptr && std::strlen(reportFileName) > kFileNameMax) return Refuse(kReportFileName);
   return true;
 }
 
 bool InputValidation::ComputationMode(int mode) noexcept {
-  return (mode >= 0 && mode <= KESTRUM_SIM_SK) || Refuse(-71060);
+  return (mode >= 0 && mode <= KESTRUM_SIM_SK) || Refuse(kComputationMode);
 }
 
 bool InputValidation::MaskImage(VORL_IMAGE* mask, VORL_GRID* grid) noexcept {
-  if (mask == nullptr) return Refuse(-1902);
-  if (!ParameterImage(mask, grid, 1, -1901, -1902)) return false;
+  if (mask == nullptr) return Refuse(kMaskVariableCount);
+  if (!ParameterImage(mask, grid, 1, kMaskGrid, kMaskVariableCount)) return false;
   bool anyNode = false;
   for (int i = 0; i < mask->grid->nxyz; ++i) {
-    if (mask->var[i] != 0.0 && mask->var[i] != 1.0) return Refuse(-1903);
+    if (mask->var[i] != 0.0 && mask->var[i] != 1.0) return Refuse(kMaskValue);
     anyNode |= mask->var[i] == 1.0;
   }
-  return anyNode || Refuse(-1904);
+  return anyNode || Refuse(kMaskEmpty);
 }
 
 bool InputValidation::UnflaggedMask(const VORL_IMAGE* mask, const VORL_GRID& grid) noexcept {
   if (mask == nullptr) return true;
   if (const int status = CheckImage(*mask); status != 0) return Refuse(status);
-  return mask->grid->nxyz == grid.nxyz || Refuse(-1901);
+  return mask->grid->nxyz == grid.nxyz || Refuse(kMaskGrid);
 }
 
 bool InputValidation::CovModel(VORL_COVMODEL* model, VORL_GRID* grid, VORL_IMAGE* mask, BOOLEAN* rotationStationary,
                                BOOLEAN* weightStationary, BOOLEAN* rangeStationary,
                                BOOLEAN* covModelStationary) noexcept {
-  if (model == nullptr) return Refuse(-71009);
+  if (model == nullptr) return Refuse(kModelElementCount);
   if (!Sound(VORLKestrumValidateCovModel(model, grid, mask, rotationStationary, weightStationary, rangeStationary,
                                          covModelStationary, validationError_))) {
     return false;
@@ -162,20 +163,20 @@ bool InputValidation::CovModel(VORL_COVMODEL* model, VORL_GRID* grid, VORL_IMAGE
 }
 
 bool InputValidation::UniqueNeighborhood(real searchRadius, bool covModelStationary) noexcept {
-  return searchRadius != kUniqueNeighborhood || covModelStationary || Refuse(-71071);
+  return searchRadius != kUniqueNeighborhood || covModelStationary || Refuse(kUniqueOfVariableModel);
 }
 
 bool InputValidation::SearchRadius(real searchRadius, bool simulation) noexcept {
   // The unique neighbourhood in a simulation is refused as too small a radius, on purpose.
   if (searchRadius == kUniqueNeighborhood && !simulation) return true;
-  return !(searchRadius < VORL_KESTRUM_SEARCHRADIUSRELATIVE_MIN) || Refuse(-71070);
+  return !(searchRadius < VORL_KESTRUM_SEARCHRADIUSRELATIVE_MIN) || Refuse(kSearchRadius);
 }
 
-bool InputValidation::NeighborMax(int nneighborMax) noexcept { return nneighborMax != 0 || Refuse(-71062); }
+bool InputValidation::NeighborMax(int nneighborMax) noexcept { return nneighborMax != 0 || Refuse(kNeighborMax); }
 
 bool InputValidation::SortMode(int sortMode, bool covModelStationary) noexcept {
-  if (sortMode < 0 || sortMode > 2) return Refuse(-71067);
-  return sortMode != 2 || covModelStationary || Refuse(-71066);
+  if (sortMode < 0 || sortMode > 2) return Refuse(kSortMode);
+  return sortMode != 2 || covModelStationary || Refuse(kSortModeOfVariableModel);
 }
 
 }  // namespace kestrum

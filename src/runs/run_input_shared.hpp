@@ -9,6 +9,7 @@
 #include "core/memory.h"
 #include "core/nested_prefix.hpp"
 #include "core/progress.hpp"
+#include "core/statuses.hpp"
 #include "runs/run_input.h"
 
 // What the two run inputs have in common: release, printing and the rules on the fields of the same name. The templates
@@ -192,7 +193,7 @@ class InputValidation {
 
   template <typename Input>
   [[nodiscard]] bool Data(const Input& input) noexcept {
-    if (input.ndataImage > 0 && input.dataImage == nullptr) return Refuse(-621);
+    if (input.ndataImage > 0 && input.dataImage == nullptr) return Refuse(kImageVariableCount);
     for (int i = 0; i < input.ndataImage; ++i) {
       if (!Image(&input.dataImage[i])) return false;
       const VORL_IMAGE& image = input.dataImage[i];
@@ -200,10 +201,10 @@ class InputValidation {
       std::int64_t nvalue = image.nvar;
       for (const int size : {image.grid->nx, image.grid->ny, image.grid->nz}) {
         nvalue *= size;
-        if (nvalue > image.nxyzv) return Refuse(-625);
+        if (nvalue > image.nxyzv) return Refuse(kImageValueCount);
       }
     }
-    if (input.ndataPointSet > 0 && input.dataPointSet == nullptr) return Refuse(-641);
+    if (input.ndataPointSet > 0 && input.dataPointSet == nullptr) return Refuse(kPointSetVariableCount);
     for (int i = 0; i < input.ndataPointSet; ++i) {
       if (!PointSet(&input.dataPointSet[i])) return false;
     }
@@ -212,7 +213,7 @@ class InputValidation {
 
   template <typename Input>
   [[nodiscard]] bool Realizations(const Input& input) noexcept {
-    return !IsSimulation(input) || input.nrealization <= VORL_KESTRUM_MAX_NREALIZATION || Refuse(-71099);
+    return !IsSimulation(input) || input.nrealization <= VORL_KESTRUM_MAX_NREALIZATION || Refuse(kRealizationCount);
   }
 
  private:
