@@ -19,6 +19,7 @@ struct DenseSystem {
   int size;
   double* panels;
   double* inversePivots;
+  SystemFlaws* flaws;
   double rounding;  // a pivot this small, relative to its diagonal element, may be nothing but rounding
 };
 
@@ -40,11 +41,11 @@ void SetFactorRow(int n, int i, const double* row, double* factor) noexcept {
   for (int j = 0; j <= i; ++j) factor[Place(i, j)] = j < n ? row[j] : 0.0;
 }
 
-bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel level) noexcept {
+bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel level, SystemFlaws* flaws) noexcept {
   const int size = n + q;
   const int panels = static_cast<int>(Panels(size));
   double* const inverse = factor + InversePivotsStart(size);
-  const DenseSystem system{n, size, factor, inverse, PivotRounding(size)};
+  const DenseSystem system{n, size, factor, inverse, flaws, PivotRounding(size)};
   for (int i = 0; i < panels * kLanes; ++i) {
     inverse[i] = i < size ? factor[Place(i, i)] : 0.0;
     // No row of L reaches beyond its diagonal, and no row of a panel beyond the last.
@@ -75,8 +76,12 @@ bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel l
   });
   for (int i = n; i < size; ++i) {
     double complement = 0.0;
-    for (int k = 0; k < n; ++k) complement += factor[Place(i, k)] * factor[Place(i, k)] / inverse[k];
-    if (!(-1.0 / inverse[i] > system.rounding * complement)) return false;
+    for (int k = 0; k < n; ++k) {
+      if (inverse[k] != 0.0) complement += factor[Place(i, k)] * factor[Place(i, k)] / inverse[k];
+    }
+    if (-1.0 / inverse[i] > system.rounding * complement) continue;
+    if (flaws != nullptr) flaws->dependent = true;
+    return false;
   }
   return true;
 }

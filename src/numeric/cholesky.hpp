@@ -37,12 +37,21 @@ std::size_t FactorSize(int n, int q) noexcept;
 //   row   if i < n: the covariances of datum i with data 0 to i; else: drift column i - n at the n data
 void SetFactorRow(int n, int i, const double* row, double* factor) noexcept;
 
+// What is wrong with a system.
+struct SystemFlaws {
+  int redundant = 0;        // data that tell nothing, to rounding, that those before them do not
+  bool indefinite = false;  // the covariances are not positive definite
+  bool dependent = false;   // drift columns depend on each other
+};
+
 // Factorises.
 //   factor   in: the matrix, each of its rows set by SetFactorRow; out: the factor
+//   flaws    out: what is wrong; redundant data are left out then, and have weights of zero. Null for a factor of all
+//            data or none
 // False if a pivot is not above rounding relative to its diagonal element, that is if A is not positive definite or
 // drift columns depend on each other: the factor is of no use then.
-[[nodiscard]] bool Factorise(const Dealing& dealing, int n, int q, double* factor,
-                             SimdLevel level = BestSimdLevel()) noexcept;
+[[nodiscard]] bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel level = BestSimdLevel(),
+                             SystemFlaws* flaws = nullptr) noexcept;
 
 // What Krige needs of the data's values, for one variable of many that may share a factor.
 //   z        n values

@@ -210,14 +210,27 @@ KESTRUM_KERNEL_INLINE void DivideByPivots(int count, const double* inversePivots
   }
 }
 
+// Whether the factorisation may go on without the column of a pivot that is not sound, which is noted.
+KESTRUM_KERNEL_INLINE bool MayLeaveOut(const DenseSystem& system, int column, double pivot, double diagonal) {
+  if (system.flaws == nullptr) return false;
+  const bool redundant = column < system.n && pivot >= kIndefinitePivot * diagonal;
+  if (redundant) {
+    ++system.flaws->redundant;
+  } else {
+    (column < system.n ? system.flaws->indefinite : system.flaws->dependent) = true;
+  }
+  return redundant;
+}
+
 // Factorises the tile of a panel on the diagonal, of `rows` rows from `row` on: true if the pivots are above rounding.
 // The inverse pivots hold the diagonal elements at first.
 KESTRUM_KERNEL_INLINE bool FactoriseDiagonal(const DenseSystem& system, int row, int rows, double* tile) {
   for (int j = 0; j < rows; ++j) {
     const double pivot = tile[j * kLanes + j];
     double& inverse = system.inversePivots[row + j];
-    if (!(row + j < system.n ? pivot > system.rounding * inverse : pivot < 0.0)) return false;
-    inverse = 1.0 / pivot;
+    const bool sound = row + j < system.n ? pivot > system.rounding * inverse : pivot < 0.0;
+    if (!sound && !MayLeaveOut(system, row + j, pivot, inverse)) return false;
+    inverse = sound ? 1.0 / pivot : 0.0;
     alignas(64) double l[kLanes];
     DivideByPivots(1, &inverse, tile + j * kLanes, l);
     for (int below = j + 1; below < rows; ++below) {

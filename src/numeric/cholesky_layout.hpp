@@ -23,6 +23,8 @@ constexpr std::ptrdiff_t InversePivotsStart(std::ptrdiff_t size) noexcept { retu
 
 // A pivot this small, relative to its diagonal element, may be nothing but rounding.
 constexpr double PivotRounding(int size) noexcept { return 4.0 * size * std::numeric_limits<double>::epsilon(); }
+// A pivot this far below zero, relative to its diagonal element, is more than rounding.
+constexpr double kIndefinitePivot = -1e-9;
 
 }  // namespace kestrum
 

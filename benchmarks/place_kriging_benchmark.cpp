@@ -1,0 +1,154 @@
+// Kriging with data at their true places: targets per second of the search alone and of all.
+
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <random>
+#include <vector>
+
+#include "engine/place_kriging.hpp"
+
+namespace {
+
+using kestrum::Dealing;
+
+// Uniform data over a grid.
+struct Workload {
+  std::vector<double> x, y, z;
+  kestrum::PlaceTargets targets;
+
+  Workload(int ndata, int nx, int ny, int nz) {
+    std::mt19937 generator(1);
+    std::uniform_real_distribution<double> uniform(0.0, 1.0);
+    for (int i = 0; i < ndata; ++i) {
+      x.push_back(nx * uniform(generator));
+      y.push_back(ny * uniform(generator));
+      z.push_back(nz > 1 ? nz * uniform(generator) : 0.0);
+    }
+    targets.grid = {};
+    targets.grid.sx = targets.grid.sy = targets.grid.sz = 1.0;
+    targets.grid.nx = nx;
+    targets.grid.ny = ny;
+    targets.grid.nz = nz;
+    targets.dimension = nz > 1 ? 3 : 2;
+    const int extent[3] = {nx, ny, nz};
+    for (int a = 0; a < 3; ++a) {
+      targets.first[a] = 0;
+      targets.extent[a] = extent[a];
+    }
+  }
+};
+
+// Arguments: data, neighbours, nx, ny, nz.
+void Search(benchmark::State& state) {
+  const auto argument = [&](int i) { return static_cast<int>(state.range(i)); };
+  const Workload work(argument(0), argument(2), argument(3), argument(4));
+  kestrum::PlaceNeighborhood neighborhood;
+  neighborhood.limit = argument(1);
+  const double scale[3] = {1, 1, 1};
+  kestrum::PlaceIndex index;
+  if (index.Build(argument(0), {work.x.data(), work.y.data(), work.z.data()}, scale, Dealing::Serial()) != 0) return;
+  kestrum::PlaceTiles tiles;
+  if (tiles.Prepare(work.targets, scale, kestrum::PlaceNodes::kMax, Dealing::Serial()) != 0) return;
+  kestrum::PlaceNodes nodes;
+  kestrum::PlaceSearch search;
+  kestrum::PlaceSets sets;
+  long nset = 0;
+  long ncandidate = 0;
+  long ntile = 0;
+  for (auto _ : state) {
+    nset = ncandidate = ntile = 0;
+    for (std::int64_t tile = 0; tile < tiles.count(); ++tile) {
+      tiles.Fill(tile, &nodes);
+      if (search.Begin(index, neighborhood, nodes) != 0) return;
+      while (search.Next(&sets) == 0 && sets.nset > 0) {
+        nset += sets.nset;
+        ncandidate += sets.ncandidate;
+        ++ntile;
+      }
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * work.targets.count());
+  state.counters["targets per set"] = static_cast<double>(work.targets.count()) / nset;
+  state.counters["candidates"] = static_cast<double>(ncandidate) / ntile;
+  state.counters["targets per tile"] = static_cast<double>(work.targets.count()) / ntile;
+}
+BENCHMARK(Search)
+    ->Args({2000, 20, 1000, 1000, 1})
+    ->Args({200, 20, 200, 200, 25})
+    ->Args({2000, 64, 1000, 1000, 1})
+    ->Args({1000000, 20, 3000, 3000, 1})
+    ->Unit(benchmark::kMillisecond);
+
+// Ordinary kriging, estimate and variance. Arguments: data, neighbours (0 for all), nx, ny, nz, threads, model type.
+void Krige(benchmark::State& state) {
+  const auto argument = [&](int i) { return static_cast<int>(state.range(i)); };
+  Workload work(argument(0), argument(2), argument(3), argument(4));
+  const int dimension = argument(4) > 1 ? 3 : 2;
+  std::vector<double> coordinates, values;
+  for (int i = 0; i < argument(0); ++i) {
+    const double at[3] = {work.x[i], work.y[i], work.z[i]};
+    coordinates.insert(coordinates.end(), at, at + dimension);
+    values.push_back(std::sin(0.01 * at[0]) + std::cos(0.02 * at[1]));
+  }
+  VORL_COVMODELELEM element;
+  VORLKestrumInitCovModelElem(&element);
+  element.covModelType = static_cast<VORL_COVMODELTYPE>(argument(6));
+  element.weightValue = 1.0;
+  element.rxValue = element.ryValue = element.rzValue = 0.3 * argument(2);
+  VORL_COVMODEL model;
+  VORLKestrumInitCovModel(&model);
+  model.nelem = 1;
+  model.covModelElem = &element;
+  kestrum::PlaceKrigingOptions options;
+  options.neighbors = argument(1);
+  kestrum::PlaceKrigingTargets targets;
+  targets.places = work.targets;
+  const auto count = static_cast<std::size_t>(work.targets.count());
+  std::vector<double> estimate(count), variance(count);
+  kestrum::PlaceKrigingReport report;
+  kestrum::PlaceProblem problem;
+  const Dealing dealing = argument(5) > 1 ? Dealing::Threads(argument(5)) : Dealing::Serial();
+  for (auto _ : state) {
+    kestrum::PlaceKriging kriging;
+    int status =
+        kriging.Prepare({argument(0), dimension, coordinates.data(), values.data()}, model, options, dealing, &problem);
+    if (status == 0) {
+      status = kriging.Krige(targets, {estimate.data(), variance.data()}, dealing, nullptr, &report, &problem);
+    }
+    if (status != 0 || problem.refusal != kestrum::PlaceRefusal::kNone) std::abort();
+  }
+  state.SetItemsProcessed(state.iterations() * work.targets.count());
+}
+BENCHMARK(Krige)
+    ->ArgsProduct({{2000}, {20, 64}, {1000}, {1000}, {1}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
+    ->ArgsProduct({{200}, {20}, {200}, {200}, {25}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
+    ->ArgsProduct({{1000000}, {20}, {3000}, {3000}, {1}, {1, 2}, {COV_SPHERICAL}})
+    ->ArgsProduct({{200, 2000}, {0}, {300}, {300}, {1}, {1, 2}, {COV_SPHERICAL}})
+    ->UseRealTime()
+    ->MeasureProcessCPUTime()
+    ->Unit(benchmark::kMillisecond);
+
+void BuildIndex(benchmark::State& state) {
+  const Workload work(1000000, 3000, 3000, 1);
+  const double scale[3] = {1, 1, 1};
+  const kestrum::PlaceVectors data{work.x.data(), work.y.data(), work.z.data()};
+  for (auto _ : state) {
+    kestrum::PlaceIndex index;
+    if (index.Build(1000000, data, scale, Dealing::Threads(static_cast<int>(state.range(0)))) != 0) return;
+  }
+}
+BENCHMARK(BuildIndex)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void FindCoincidentData(benchmark::State& state) {
+  const Workload work(1000000, 3000, 3000, 1);
+  kestrum::CoincidentData found;
+  for (auto _ : state) {
+    if (kestrum::FindCoincidentData(1000000, {work.x.data(), work.y.data(), work.z.data()}, nullptr, &found) != 0)
+      return;
+  }
+}
+BENCHMARK(FindCoincidentData)->Unit(benchmark::kMillisecond);
+
+}  // namespace

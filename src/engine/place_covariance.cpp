@@ -1,0 +1,140 @@
+#include "engine/place_covariance.hpp"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace kestrum {
+namespace {
+
+// Lags are taken in blocks that fit on the stack.
+constexpr int kLags = 128;
+
+}  // namespace
+
+int PlaceCovariance::Prepare(const VORL_COVMODEL& model, const int* block, const double* spacing) noexcept {
+  model_ = &model;
+  const auto count = static_cast<std::size_t>(model.nelem);
+  if (const int status = elements_.Allocate(count); status != 0) return status;
+  smooth_ = model;
+  smooth_.covModelElem = elements_.data();
+  smooth_.nelem = 0;
+  varies_ = model.angle1Image != nullptr || model.angle2Image != nullptr || model.angle3Image != nullptr;
+  for (int i = 0; i < model.nelem; ++i) {
+    const VORL_COVMODELELEM& element = model.covModelElem[i];
+    const bool ranged = ElementType(element) != COV_NUGGET;
+    varies_ = varies_ || element.weightImage != nullptr ||
+              (ranged && (element.rxImage != nullptr || element.ryImage != nullptr || element.rzImage != nullptr)) ||
+              (HasExtraParameter(ElementType(element)) && element.sImage != nullptr);
+    if (ranged) elements_[static_cast<std::size_t>(smooth_.nelem++)] = element;
+  }
+
+  points_ = block[0] * block[1] * block[2];
+  if (points_ == 1) return 0;
+  if (const int status = offset_.Allocate(3 * static_cast<std::size_t>(points_)); status != 0) return status;
+  for (int a = 0; a < 3; ++a) {
+    block_[a] = block[a];
+    spacing_[a] = block[a] > 1 ? spacing[a] / block[a] : 0.0;
+  }
+  for (int p = 0; p < points_; ++p) {
+    const int at[3] = {p % block[0], p / block[0] % block[1], p / block[0] / block[1]};
+    for (int a = 0; a < 3; ++a) {
+      const double offset = (at[a] - 0.5 * (block[a] - 1)) * spacing_[a];
+      offset_[static_cast<std::size_t>(a * points_ + p)] = offset;
+      spread_[a] += offset * offset / points_;
+    }
+  }
+  return 0;
+}
+
+bool PlaceCovariance::RotationAt(int node, Rotation* rotation) const noexcept {
+  real angles[3];
+  const bool rotated = varies_ ? AnglesAtNode(*model_, node, angles) : StationaryAngles(*model_, angles);
+  if (rotated) *rotation = Rotation::FromAngles(angles);
+  return rotated;
+}
+
+PlaceMetric PlaceCovariance::MetricAt(int node, int dimension) const noexcept {
+  const auto read = [&](const VORL_IMAGE* image, real value) {
+    return varies_ ? ParametersAtNode{node}(image, value) : value;
+  };
+  double longest[3] = {0.0, 0.0, 0.0};
+  for (int i = 0; i < smooth_.nelem; ++i) {
+    const VORL_COVMODELELEM& element = smooth_.covModelElem[i];
+    if (!(read(element.weightImage, element.weightValue) > 0.0)) continue;
+    longest[0] = std::max(longest[0], read(element.rxImage, element.rxValue));
+    longest[1] = std::max(longest[1], read(element.ryImage, element.ryValue));
+    longest[2] = std::max(longest[2], read(element.rzImage, element.rzValue));
+  }
+  if (longest[0] == 0.0) return {};
+  Rotation rotation;
+  const bool rotated = RotationAt(node, &rotation);
+  return PlaceMetric::FromRanges(longest, rotated ? &rotation : nullptr, dimension);
+}
+
+int TargetCovariance::Allocate(const PlaceCovariance& all, SimdLevel level) noexcept {
+  all_ = &all;
+  level_ = level;
+  if (const int status = data_.Allocate(all.model_->nelem); status != 0) return status;
+  return all.points_ > 1 ? smooth_.Allocate(all.model_->nelem) : 0;
+}
+
+void TargetCovariance::Prepare(int node) noexcept {
+  const auto prepare = [&](ExactCovariance& covariance, const VORL_COVMODEL& model) {
+    if (all_->varies_) {
+      covariance.Prepare(model, ParametersAtNode{node});
+    } else {
+      covariance.Prepare(model, ConstantParameters{});
+    }
+  };
+  prepare(data_, *all_->model_);
+  targetVariance_ = data_.Sill();
+  if (all_->points_ > 1) {
+    prepare(smooth_, all_->smooth_);
+    targetVariance_ = MeanWithinCell();
+  }
+}
+
+// Each lag between two points of a cell comes as often as points have a partner at it.
+double TargetCovariance::MeanWithinCell() const noexcept {
+  const int* const block = all_->block_;
+  const auto pairs = [&](int axis, int step) { return block[axis] - (step < 0 ? -step : step); };
+  double sum = 0.0;
+  for (int k = 1 - block[2]; k < block[2]; ++k) {
+    for (int j = 1 - block[1]; j < block[1]; ++j) {
+      for (int i = 1 - block[0]; i < block[0]; ++i) {
+        const double lag[3] = {i * all_->spacing_[0], j * all_->spacing_[1], k * all_->spacing_[2]};
+        double covariance;
+        smooth_.Evaluate(1, &lag[0], &lag[1], &lag[2], &covariance, level_);
+        sum += pairs(0, i) * pairs(1, j) * pairs(2, k) * covariance;
+      }
+    }
+  }
+  return sum / all_->points_ / all_->points_;
+}
+
+void TargetCovariance::WithTarget(int n, const double* dx, const double* dy, const double* dz,
+                                  double* cov) const noexcept {
+  const int points = all_->points_;
+  if (points == 1) return data_.Evaluate(n, dx, dy, dz, cov, level_);
+  const double* const offset = all_->offset_.data();
+  double x[kLags];
+  double y[kLags];
+  double z[kLags];
+  double covariance[kLags];
+  for (int begin = 0; begin < n; begin += kLags) {
+    const int count = std::min(kLags, n - begin);
+    std::fill_n(cov + begin, count, 0.0);
+    for (int p = 0; p < points; ++p) {
+      for (int i = 0; i < count; ++i) {
+        x[i] = dx[begin + i] - offset[p];
+        y[i] = dy[begin + i] - offset[points + p];
+        z[i] = dz[begin + i] - offset[2 * points + p];
+      }
+      smooth_.Evaluate(count, x, y, z, covariance, level_);
+      for (int i = 0; i < count; ++i) cov[begin + i] += covariance[i];
+    }
+    for (int i = 0; i < count; ++i) cov[begin + i] /= points;
+  }
+}
+
+}  // namespace kestrum

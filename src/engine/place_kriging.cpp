@@ -1,0 +1,523 @@
+#include "engine/place_kriging.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <numeric>
+
+#include "core/object_array.hpp"
+#include "engine/place_dense.hpp"
+#include "engine/place_lanes.hpp"
+#include "engine/place_run.hpp"
+
+namespace kestrum {
+namespace {
+
+constexpr int kAborted = -1000;
+
+// Fills *problem, and says so.
+bool Refuse(PlaceProblem* problem, PlaceRefusal refusal, std::int64_t first = -1, std::int64_t second = -1) noexcept {
+  *problem = {refusal, first, second};
+  return true;
+}
+
+bool IsRefused(const PlaceData& data, PlaceProblem* problem) noexcept {
+  if (data.count < 1) return Refuse(problem, PlaceRefusal::kNumberOfData);
+  if (data.dimension != 2 && data.dimension != 3) return Refuse(problem, PlaceRefusal::kDimension);
+  for (int i = 0; i < data.count; ++i) {
+    const double* const at = data.coordinates + std::ptrdiff_t{i} * data.dimension;
+    for (int a = 0; a < data.dimension; ++a) {
+      if (!std::isfinite(at[a])) return Refuse(problem, PlaceRefusal::kCoordinate, i);
+    }
+    if (!std::isfinite(data.values[i])) return Refuse(problem, PlaceRefusal::kValue, i);
+    if (data.errorVariances != nullptr && !(data.errorVariances[i] >= 0.0 && std::isfinite(data.errorVariances[i]))) {
+      return Refuse(problem, PlaceRefusal::kErrorVariance, i);
+    }
+  }
+  return false;
+}
+
+bool IsRefused(const PlaceKrigingOptions& options, PlaceProblem* problem) noexcept {
+  if (options.neighbors < 0) return Refuse(problem, PlaceRefusal::kNeighbors);
+  const bool bounded = std::any_of(options.radius, options.radius + 3, [](double r) { return r != 0.0; });
+  for (const double r : options.radius) {
+    if (bounded && !(r > 0.0 && std::isfinite(r))) return Refuse(problem, PlaceRefusal::kRadius);
+  }
+  if (options.degree < -1 || options.degree > 2) return Refuse(problem, PlaceRefusal::kDegree);
+  if (options.ncovariate < 0 || (options.degree < 0 && (options.ncovariate > 0 || !std::isfinite(options.mean)))) {
+    return Refuse(problem, PlaceRefusal::kMean);
+  }
+  for (const int points : options.block) {
+    if (points < 1) return Refuse(problem, PlaceRefusal::kBlock);
+  }
+  return false;
+}
+
+// Reads the parameters that can be checked: constants that no image replaces, or all at a node.
+struct ParametersToCheck {
+  int node;  // below 0 for the constants
+  bool operator()(const VORL_IMAGE* image, real value, real* parameter) const noexcept {
+    if (node < 0 && image != nullptr) return false;
+    *parameter = image != nullptr ? image->var[node] : value;
+    return true;
+  }
+};
+
+bool IsRefused(const VORL_COVMODEL& model, int dimension, int node, PlaceProblem* problem) noexcept {
+  const ParametersToCheck read{node};
+  if (model.nelem < 1 || model.covModelElem == nullptr) return Refuse(problem, PlaceRefusal::kModelType);
+  const struct {
+    const VORL_IMAGE* image;
+    real value;
+  } angles[] = {{model.angle1Image, model.angle1Value},
+                {model.angle2Image, model.angle2Value},
+                {model.angle3Image, model.angle3Value}};
+  bool level = true;
+  for (const auto& angle : angles) {
+    real value;
+    if (!read(angle.image, angle.value, &value)) continue;
+    if (!std::isfinite(value)) return Refuse(problem, PlaceRefusal::kModelAngle, -1, node);
+    level = level && (&angle == angles || value == 0.0);
+  }
+  real total = 0.0;
+  bool complete = true;
+  for (int e = 0; e < model.nelem; ++e) {
+    const VORL_COVMODELELEM& element = model.covModelElem[e];
+    const int type = ElementType(element);
+    if (type < COV_NUGGET || type > COV_MATERN) return Refuse(problem, PlaceRefusal::kModelType, e);
+    real value;
+    if (read(element.weightImage, element.weightValue, &value)) {
+      if (!(value >= 0.0 && std::isfinite(value))) return Refuse(problem, PlaceRefusal::kModelSill, e, node);
+      total += value;
+    } else {
+      complete = false;
+    }
+    if (type == COV_NUGGET) continue;
+    const struct {
+      const VORL_IMAGE* image;
+      real value;
+      bool used;
+    } ranges[] = {{element.rxImage, element.rxValue, true},
+                  {element.ryImage, element.ryValue, true},
+                  {element.rzImage, element.rzValue, dimension > 2 || !level}};
+    for (const auto& range : ranges) {
+      if (!range.used || !read(range.image, range.value, &value)) continue;
+      if (!(value > 0.0 && std::isfinite(value))) return Refuse(problem, PlaceRefusal::kModelRange, e, node);
+    }
+    if (HasExtraParameter(type) && read(element.sImage, element.sValue, &value)) {
+      const bool matern = type == COV_MATERN;
+      const bool sound = value >= (matern ? VORL_KESTRUM_COV_MATERN_NU_MIN : VORL_KESTRUM_COV_POWER_MIN) &&
+                         value <= (matern ? VORL_KESTRUM_COV_MATERN_NU_MAX : VORL_KESTRUM_COV_POWER_MAX);
+      if (!sound) return Refuse(problem, PlaceRefusal::kModelShape, e, node);
+    }
+  }
+  if (complete && !(total > 0.0 && std::isfinite(total))) {
+    return Refuse(problem, PlaceRefusal::kModelSill, -1, node);
+  }
+  return false;
+}
+
+// The node of a target on the whole grid.
+int NodeOf(const PlaceTargets& targets, std::int64_t target) noexcept {
+  const int* const extent = targets.extent;
+  const std::int64_t ix = targets.first[0] + target % extent[0];
+  const std::int64_t iy = targets.first[1] + target / extent[0] % extent[1];
+  const std::int64_t iz = targets.first[2] + target / extent[0] / extent[1];
+  return static_cast<int>(ix + targets.grid.nx * (iy + targets.grid.ny * iz));
+}
+
+bool IsLeftOut(const PlaceTargets& targets, std::int64_t target) noexcept {
+  return targets.mask != nullptr && targets.mask[target] == 0;
+}
+
+bool IsRefused(const PlaceKrigingTargets& targets, int dimension, const PlaceKrigingOptions& options,
+               PlaceProblem* problem) noexcept {
+  const PlaceTargets& places = targets.places;
+  if (places.dimension != dimension) return Refuse(problem, PlaceRefusal::kDimension);
+  if (places.list == nullptr) {
+    const VORL_GRID& grid = places.grid;
+    const int nodes[3] = {grid.nx, grid.ny, grid.nz};
+    const real numbers[] = {grid.sx, grid.sy, grid.sz, grid.ox, grid.oy, grid.oz};
+    for (int a = 0; a < 3; ++a) {
+      const bool inside = places.first[a] >= 0 && places.extent[a] >= 1 && places.first[a] < nodes[a] &&
+                          places.extent[a] <= nodes[a] - places.first[a];
+      if (!inside || !(numbers[a] > 0.0) || !std::isfinite(numbers[a]) || !std::isfinite(numbers[3 + a])) {
+        return Refuse(problem, PlaceRefusal::kGrid);
+      }
+    }
+  } else if (options.block[0] * options.block[1] * options.block[2] > 1) {
+    return Refuse(problem, PlaceRefusal::kBlock);
+  }
+  const std::int64_t count = places.count();
+  const bool means = options.degree < 0 && targets.means != nullptr;
+  if (places.list == nullptr && !means && options.ncovariate == 0) return false;
+  for (std::int64_t t = 0; t < count; ++t) {
+    if (IsLeftOut(places, t)) continue;
+    for (int a = 0; a < dimension && places.list != nullptr; ++a) {
+      if (!std::isfinite(places.list[t * dimension + a])) return Refuse(problem, PlaceRefusal::kTarget, t);
+    }
+    if (means && !std::isfinite(targets.means[t])) return Refuse(problem, PlaceRefusal::kMeanAtTarget, t);
+    for (int k = 0; k < options.ncovariate; ++k) {
+      if (!std::isfinite(targets.covariates[k * count + t])) {
+        return Refuse(problem, PlaceRefusal::kCovariateAtTarget, t, k);
+      }
+    }
+  }
+  return false;
+}
+
+// Whether images of parameters do not fit the grid, or hold what is no parameter at a target.
+bool AreImagesRefused(const VORL_COVMODEL& model, const PlaceTargets& targets, PlaceProblem* problem) noexcept {
+  if (targets.list != nullptr) return Refuse(problem, PlaceRefusal::kModelImage);
+  const VORL_GRID& grid = targets.grid;
+  const auto fits = [&](const VORL_IMAGE* image) {
+    return image == nullptr || (image->var != nullptr && image->grid != nullptr && image->grid->nx == grid.nx &&
+                                image->grid->ny == grid.ny && image->grid->nz == grid.nz && image->nvar >= 1);
+  };
+  bool sound = fits(model.angle1Image) && fits(model.angle2Image) && fits(model.angle3Image);
+  for (int e = 0; e < model.nelem; ++e) {
+    const VORL_COVMODELELEM& element = model.covModelElem[e];
+    sound = sound && fits(element.weightImage) && fits(element.rxImage) && fits(element.ryImage) &&
+            fits(element.rzImage) && fits(element.sImage);
+  }
+  if (!sound) return Refuse(problem, PlaceRefusal::kModelImage);
+  const std::int64_t count = targets.count();
+  for (std::int64_t t = 0; t < count; ++t) {
+    if (!IsLeftOut(targets, t) && IsRefused(model, targets.dimension, NodeOf(targets, t), problem)) return true;
+  }
+  return false;
+}
+
+// The work of one thread.
+class Worker {
+ public:
+  [[nodiscard]] int Allocate(const PlaceRun& run, const PlaceIndex& index) noexcept {
+    run_ = &run;
+    index_ = &index;
+    if (const int status = covariance_.Allocate(run.covariance, run.level); status != 0) return status;
+    return lanes_.Allocate(run);
+  }
+
+  PlaceNodes& nodes() noexcept { return nodes_; }
+  PlaceKrigingReport& report() noexcept { return lanes_.report(); }
+
+  // Kriges the targets of a tile, with the data of a neighbourhood. Systems may wait in their lanes.
+  [[nodiscard]] int KrigeTile(const PlaceNeighborhood& neighborhood, const TargetCovariance& covariance) noexcept {
+    return KrigeNodes(nodes_, neighborhood, covariance);
+  }
+
+  // Kriges a target of a tile alone, with the parameters at a node of the grid.
+  [[nodiscard]] int KrigeAlone(int node, const PlaceNeighborhood& neighborhood, int gridNode) noexcept {
+    covariance_.Prepare(gridNode);
+    alone_.count = 1;
+    alone_.x[0] = nodes_.x[node];
+    alone_.y[0] = nodes_.y[node];
+    alone_.z[0] = nodes_.z[node];
+    alone_.target[0] = nodes_.target[node];
+    return KrigeNodes(alone_, neighborhood, covariance_);
+  }
+
+  // Kriges the targets of a tile with a system of all data.
+  [[nodiscard]] int KrigeTile(const PlaceDense& system) noexcept {
+    for (int i = 0; i < nodes_.count; ++i) targets_[i] = TargetOf(nodes_, i);
+    return system.Krige(nodes_.count, targets_, &scratch_, &report());
+  }
+
+  // Kriges what waits in the lanes.
+  void Finish() noexcept { lanes_.Flush(); }
+
+ private:
+  static PlaceTarget TargetOf(const PlaceNodes& nodes, int i) noexcept {
+    return {nodes.x[i], nodes.y[i], nodes.z[i], nodes.target[i]};
+  }
+
+  [[nodiscard]] int KrigeNodes(const PlaceNodes& nodes, const PlaceNeighborhood& neighborhood,
+                               const TargetCovariance& covariance) noexcept {
+    if (const int status = search_.Begin(*index_, neighborhood, nodes, run_->level); status != 0) return status;
+    for (;;) {
+      PlaceSets sets;
+      if (const int status = search_.Next(&sets); status != 0) return status;
+      if (sets.nset == 0) return 0;
+      if (const int status = KrigeSets(nodes, sets, covariance); status != 0) return status;
+    }
+  }
+
+  [[nodiscard]] int KrigeSets(const PlaceNodes& nodes, const PlaceSets& sets,
+                              const TargetCovariance& covariance) noexcept {
+    // The covariances of all candidates serve all sets, unless they are more than the sets have.
+    std::int64_t pairs = 0;
+    for (int s = 0; s < sets.nset; ++s) {
+      const std::int64_t n = sets.CountMembers(s);
+      if (n <= PlaceLanes::kMaxData) pairs += n * (n - 1);
+    }
+    const bool shared = std::int64_t{sets.ncandidate} * (sets.ncandidate - 1) <= pairs;
+    if (shared) {
+      const int status = PackCovariances(covariance, sets.ncandidate, sets.candidates, &lags_, &packed_);
+      if (status != 0) return status;
+    }
+    if (positions_.size() < static_cast<std::size_t>(sets.ncandidate) + 1) {
+      const int status = positions_.Allocate(2 * static_cast<std::size_t>(sets.ncandidate) + 1);
+      if (status != 0) return status;
+    }
+
+    // Lanes are solved together, so those of as many targets come together: parts of sets with many targets first.
+    constexpr int kPart = PlaceLanes::kMaxTargets;
+    int ending[kPart + 1] = {};
+    for (int s = 0; s < sets.nset; ++s) {
+      const int n = sets.CountMembers(s);
+      const int ntarget = sets.start[s + 1] - sets.start[s];
+      if (n == 0 || n > PlaceLanes::kMaxData) {
+        const int status = KrigeOddSet(nodes, sets, s, covariance);
+        if (status != 0) return status;
+        continue;
+      }
+      for (int part = 0; part < ntarget / kPart; ++part) {
+        const int status = AddPart(nodes, sets, s, part * kPart, kPart, shared, covariance);
+        if (status != 0) return status;
+      }
+      ++ending[ntarget % kPart];
+    }
+    // The rest of each set, the largest rest first.
+    for (int count = kPart - 1; count > 0; --count) ending[count - 1] += ending[count];
+    const int total = ending[1];
+    for (int s = sets.nset - 1; s >= 0; --s) {
+      const int n = sets.CountMembers(s);
+      if (n > 0 && n <= PlaceLanes::kMaxData) order_[--ending[(sets.start[s + 1] - sets.start[s]) % kPart]] = s;
+    }
+    for (int i = 0; i < total; ++i) {
+      const int ntarget = sets.start[order_[i] + 1] - sets.start[order_[i]];
+      const int status = AddPart(nodes, sets, order_[i], ntarget / kPart * kPart, ntarget % kPart, shared, covariance);
+      if (status != 0) return status;
+    }
+    return 0;
+  }
+
+  // Takes `count` targets of a set, from number `first` on, into a lane.
+  [[nodiscard]] int AddPart(const PlaceNodes& nodes, const PlaceSets& sets, int set, int first, int count, bool shared,
+                            const TargetCovariance& covariance) noexcept {
+    const int n = sets.Members(set, positions_.data());
+    PlaceMembers members{n, positions_.data(), sets.candidates, sets.datum};
+    if (!shared) {
+      for (int i = 0; i < n; ++i) {
+        const int position = positions_[static_cast<std::size_t>(i)];
+        own_[0][i] = sets.candidates.x[position];
+        own_[1][i] = sets.candidates.y[position];
+        own_[2][i] = sets.candidates.z[position];
+        ownDatum_[i] = sets.datum[position];
+        positions_[static_cast<std::size_t>(i)] = i;
+      }
+      members.candidates = {own_[0], own_[1], own_[2]};
+      members.datum = ownDatum_;
+      const int status = PackCovariances(covariance, n, members.candidates, &lags_, &packed_);
+      if (status != 0) return status;
+    }
+    for (int i = 0; i < count; ++i) targets_[i] = TargetOf(nodes, sets.member[sets.start[set] + first + i]);
+    lanes_.Add(members, packed_.data(), covariance, count, targets_);
+    return 0;
+  }
+
+  // Kriges the targets of a set without data, or with more than a lane takes.
+  [[nodiscard]] int KrigeOddSet(const PlaceNodes& nodes, const PlaceSets& sets, int set,
+                                const TargetCovariance& covariance) noexcept {
+    const int ntarget = sets.start[set + 1] - sets.start[set];
+    for (int i = 0; i < ntarget; ++i) targets_[i] = TargetOf(nodes, sets.member[sets.start[set] + i]);
+    const int n = sets.Members(set, positions_.data());
+    if (n == 0) {
+      for (int i = 0; i < ntarget; ++i) {
+        run_->WriteWithoutData(targets_[i].number, covariance.targetVariance(), &report());
+      }
+      return 0;
+    }
+    const PlaceMembers members{n, positions_.data(), sets.candidates, sets.datum};
+    if (const int status = dense_.Build(*run_, members, covariance, Dealing::Serial()); status != 0) return status;
+    return dense_.Krige(ntarget, targets_, &scratch_, &report());
+  }
+
+  const PlaceRun* run_ = nullptr;
+  const PlaceIndex* index_ = nullptr;
+  PlaceNodes nodes_, alone_;
+  PlaceSearch search_;
+  TargetCovariance covariance_;  // of a target alone
+  PlaceLanes lanes_;
+  PlaceDense dense_;
+  PlaceDense::Scratch scratch_;
+  PlaceTarget targets_[PlaceNodes::kMax];
+  int order_[PlaceNodes::kMax];
+  double own_[3][PlaceLanes::kMaxData];
+  int ownDatum_[PlaceLanes::kMaxData];
+  Buffer<int> positions_;
+  Buffer<double> lags_, packed_;
+};
+
+// Targets come in tiles small enough for every thread to have some, and for few data to lie in each.
+int TargetsOfTile(std::int64_t ntarget, int ndata, int nthreads) noexcept {
+  constexpr int kLeast = 16;
+  constexpr int kTilesOfThread = 16;
+  constexpr int kDataOfTile = 512;
+  int most = PlaceNodes::kMax;
+  while (most > kLeast && (ntarget / most < std::int64_t{kTilesOfThread} * nthreads ||
+                           std::int64_t{most} * ndata / ntarget > kDataOfTile)) {
+    most /= 2;
+  }
+  return most;
+}
+
+}  // namespace
+
+int PlaceKriging::Prepare(const PlaceData& data, const VORL_COVMODEL& model, const PlaceKrigingOptions& options,
+                          const Dealing& dealing, PlaceProblem* problem) noexcept {
+  *problem = {};
+  if (IsRefused(data, problem) || IsRefused(options, problem) || IsRefused(model, data.dimension, -1, problem))
+    return 0;
+  const int n = data.count;
+  const auto count = static_cast<std::size_t>(n);
+  model_ = &model;
+  options_ = options;
+  data_.n = n;
+  data_.dimension = data.dimension;
+  terms_ = {options.degree, data.dimension, options.ncovariate};
+  int status = 0;
+  for (Buffer<double>* vector : {&data_.x, &data_.y, &data_.z, &data_.residual}) {
+    if (status == 0) status = vector->Allocate(count, 0.0);
+  }
+  if (status == 0 && data.errorVariances != nullptr) status = data_.errorVariance.Allocate(count);
+  const std::size_t covariates = count * static_cast<std::size_t>(options.ncovariate);
+  if (status == 0 && covariates > 0) status = data_.covariate.Allocate(covariates);
+  if (status != 0) return status;
+  for (std::size_t i = 0; i < covariates; ++i) {
+    if (!std::isfinite(data.covariates[i])) {
+      Refuse(problem, PlaceRefusal::kCovariateAtDatum, static_cast<std::int64_t>(i % count),
+             static_cast<std::int64_t>(i / count));
+      return 0;
+    }
+    data_.covariate[i] = data.covariates[i];
+  }
+  if (data.errorVariances != nullptr) std::copy_n(data.errorVariances, count, data_.errorVariance.data());
+
+  // An unbiased estimate moves with the values: it is that of what is left of them.
+  data_.center = options.degree < 0 ? options.mean : std::accumulate(data.values, data.values + n, 0.0) / n;
+  for (int i = 0; i < n; ++i) {
+    const double* const at = data.coordinates + std::ptrdiff_t{i} * data.dimension;
+    const auto entry = static_cast<std::size_t>(i);
+    data_.x[entry] = at[0];
+    data_.y[entry] = at[1];
+    if (data.dimension > 2) data_.z[entry] = at[2];
+    const double mean = options.degree < 0 && data.means != nullptr ? data.means[i] : data_.center;
+    if (!std::isfinite(mean)) {
+      Refuse(problem, PlaceRefusal::kMeanAtDatum, i);
+      return 0;
+    }
+    data_.residual[entry] = data.values[i] - mean;
+  }
+
+  const PlaceVectors places{data_.x.data(), data_.y.data(), data_.z.data()};
+  CoincidentData coincident;
+  status = FindCoincidentData(n, places, data.errorVariances, &coincident);
+  if (status != 0) return status;
+  if (coincident.first >= 0) {
+    Refuse(problem, PlaceRefusal::kSamePlace, coincident.first, coincident.second);
+    return 0;
+  }
+  constexpr double kScale[3] = {1.0, 1.0, 1.0};
+  return index_.Build(n, places, kScale, dealing);
+}
+
+PlaceNeighborhood PlaceKriging::NeighborhoodAt(const PlaceCovariance& covariance, int node) const noexcept {
+  PlaceNeighborhood neighborhood;
+  if (!options_.euclidean) neighborhood.metric = covariance.MetricAt(node, data_.dimension);
+  neighborhood.limit = options_.neighbors;
+  neighborhood.bounded = options_.radius[0] > 0.0;
+  if (neighborhood.bounded) {
+    Rotation rotation;
+    const bool rotated = covariance.RotationAt(node, &rotation);
+    double longest;
+    neighborhood.ellipsoid =
+        PlaceMetric::FromRanges(options_.radius, rotated ? &rotation : nullptr, data_.dimension, &longest);
+    neighborhood.squaredRadius = longest * longest;
+  }
+  return neighborhood;
+}
+
+int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingResults& results, const Dealing& dealing,
+                        PlaceKrigingSignals* signals, PlaceKrigingReport* report, PlaceProblem* problem,
+                        SimdLevel level) const noexcept {
+  *report = {};
+  *problem = {};
+  if (IsRefused(targets, data_.dimension, options_, problem)) return 0;
+  const std::int64_t count = targets.places.count();
+  const int most = options_.neighbors > 0 ? std::min(options_.neighbors, data_.n) : data_.n;
+  if (results.weights != nullptr && results.nweight < most) {
+    Refuse(problem, PlaceRefusal::kWeights);
+    return 0;
+  }
+  PlaceCovariance covariance;
+  const double spacing[3] = {targets.places.grid.sx, targets.places.grid.sy, targets.places.grid.sz};
+  if (const int status = covariance.Prepare(*model_, options_.block, spacing); status != 0) return status;
+  const bool varies = covariance.varies();
+  if (varies && AreImagesRefused(*model_, targets.places, problem)) return 0;
+  const PlaceRun run{data_, terms_, covariance, targets, results, level};
+
+  PlaceNeighborhood neighborhood;
+  TargetCovariance everywhere;
+  if (!varies) {
+    neighborhood = NeighborhoodAt(covariance, -1);
+    if (const int status = everywhere.Allocate(covariance, level); status != 0) return status;
+    everywhere.Prepare(-1);
+  }
+  const bool all = !varies && !neighborhood.bounded && (neighborhood.limit == 0 || neighborhood.limit >= data_.n);
+  PlaceDense system;
+  if (all) {
+    const PlaceMembers members{data_.n, nullptr, {data_.x.data(), data_.y.data(), data_.z.data()}, nullptr};
+    if (const int status = system.Build(run, members, everywhere, dealing); status != 0) return status;
+  }
+  PlaceTiles tiles;
+  const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
+  const int ofTile = TargetsOfTile(count, all ? 1 : data_.n, dealing.nscratch());
+  if (const int status = tiles.Prepare(targets.places, scale, ofTile, dealing); status != 0) return status;
+  ObjectArray<Worker> workers;
+  if (const int status = workers.Allocate(dealing.nscratch()); status != 0) return status;
+
+  if (targets.places.mask != nullptr) {
+    dealing.Blocks(count, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      for (std::ptrdiff_t t = begin; t < end; ++t) {
+        if (IsLeftOut(targets.places, t)) run.WriteNothing(t, 0);
+      }
+    });
+  }
+  std::atomic<int> failure{0};
+  std::atomic<std::int64_t> next{0};
+  dealing.EachThread([&](int thread, int /*team*/) noexcept {
+    Worker& worker = workers[static_cast<std::size_t>(thread)];
+    int own = worker.Allocate(run, index_);
+    while (own == 0 && failure.load(std::memory_order_relaxed) == 0) {
+      const std::int64_t tile = next.fetch_add(1, std::memory_order_relaxed);
+      if (tile >= tiles.count()) break;
+      const int held = tiles.Fill(tile, &worker.nodes());
+      if (all) {
+        own = worker.KrigeTile(system);
+      } else if (!varies && worker.nodes().count > 0) {
+        own = worker.KrigeTile(neighborhood, everywhere);
+      }
+      for (int i = 0; i < worker.nodes().count && varies && own == 0; ++i) {
+        const int node = NodeOf(targets.places, worker.nodes().target[i]);
+        own = worker.KrigeAlone(i, NeighborhoodAt(covariance, node), node);
+      }
+      if (signals == nullptr) continue;
+      signals->done.fetch_add(held, std::memory_order_relaxed);
+      if (thread == 0 && signals->poll != nullptr) signals->poll(*signals, signals->context);
+      if (signals->stop.load(std::memory_order_relaxed)) own = kAborted;
+    }
+    if (own == 0) worker.Finish();
+    if (own != 0) failure.store(own, std::memory_order_relaxed);
+  });
+  for (Worker& worker : workers) {
+    const PlaceKrigingReport& part = worker.report();
+    report->withoutData += part.withoutData;
+    report->undetermined += part.undetermined;
+    report->indefinite += part.indefinite;
+    report->redundant += part.redundant;
+  }
+  return failure.load();
+}
+
+}  // namespace kestrum

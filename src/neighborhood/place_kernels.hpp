@@ -1,0 +1,54 @@
+#ifndef KESTRUM_NEIGHBORHOOD_PLACE_KERNELS_HPP
+#define KESTRUM_NEIGHBORHOOD_PLACE_KERNELS_HPP
+
+#include <cstdint>
+
+#include "neighborhood/place_metric.hpp"
+#include "numeric/simd_level.hpp"
+
+namespace kestrum {
+
+// Places in three vectors.
+struct PlaceVectors {
+  const double* x;
+  const double* y;
+  const double* z;
+};
+
+// The box that holds some places.
+struct PlaceBox {
+  double low[3];
+  double high[3];
+};
+
+// Targets that are decided side by side.
+constexpr int kDecidedTogether = 8;
+// The most data that SelectNearest can rank.
+constexpr int kMaxRanked = 96;
+// Vectors that kernels read hold this many more elements than counted, whatever their values.
+constexpr int kPlacePadding = 8;
+
+// The loops of the search, compiled for each level of SimdLevel.
+struct PlaceKernels {
+  // Bounds of the squared distances between each of n places and all places in a box, wide enough for the rounding of
+  // PlaceMetric::Square.
+  void (*bounds)(const PlaceMetric& metric, const PlaceBox& box, int n, const PlaceVectors& places, double* lower,
+                 double* upper) noexcept;
+  // The box of n places, at least 1.
+  void (*box)(int n, const PlaceVectors& places, PlaceBox* box) noexcept;
+  // Finds a limit that no fewer, or no more, than k of n values are at most, 1 <= k <= n; nearly the least, or the
+  // greatest. Values are at least 0.0. Overwrites values[n] to values[n + kPlacePadding - 1].
+  double (*limitOfNoFewer)(int n, double* values, int k) noexcept;
+  double (*limitOfNoMore)(int n, double* values, int k) noexcept;
+  // Selects for each of kDecidedTogether targets the `need` nearest of n data, n at most kMaxRanked, of those inside
+  // the ellipsoid, if any; of data at one distance the earlier ones.
+  //   bit     the data's bits, by which a selected datum is known
+  //   masks   in/out: word w of a target's mask at masks[w*kDecidedTogether + target]; bits of selected data are set
+  void (*select)(const PlaceNeighborhood& neighborhood, const PlaceVectors& targets, int n, const PlaceVectors& data,
+                 const int* bit, int need, std::uint64_t* masks) noexcept;
+};
+const PlaceKernels& PlaceKernelsOf(SimdLevel level) noexcept;
+
+}  // namespace kestrum
+
+#endif

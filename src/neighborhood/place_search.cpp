@@ -1,0 +1,439 @@
+#include "neighborhood/place_search.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <limits>
+#include <numeric>
+
+namespace kestrum {
+namespace {
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+// A range of targets whose sets are found has so many candidates at most, unless most of them serve every target.
+constexpr int kFewCandidates = 64;
+// So many undecided data are ranked for many targets rather than more of them decided for fewer.
+constexpr int kFewUndecided = 20;
+
+template <typename T>
+[[nodiscard]] int Reserve(Buffer<T>* buffer, std::size_t size) noexcept {
+  return buffer->size() < size ? buffer->Enlarge(std::max(size, 2 * buffer->size())) : 0;
+}
+
+void SetBit(std::uint64_t* words, int bit) noexcept { words[bit / 64] |= std::uint64_t{1} << bit % 64; }
+
+std::uint64_t Hash(const std::uint64_t* words, int count) noexcept {
+  std::uint64_t hash = 0;
+  for (int w = 0; w < count; ++w) {
+    hash = (hash ^ words[w]) * 0x9e3779b97f4a7c15;
+    hash ^= hash >> 32;
+  }
+  return hash;
+}
+
+}  // namespace
+
+std::int64_t PlaceTargets::count() const noexcept {
+  return list != nullptr ? nlist : std::int64_t{extent[0]} * extent[1] * extent[2];
+}
+
+int PlaceTiles::Prepare(const PlaceTargets& targets, const double* scale, int most, const Dealing& dealing) noexcept {
+  targets_ = targets;
+  const int bits = std::bit_width(static_cast<unsigned>(std::min(most, PlaceNodes::kMax))) - 1;
+  if (targets.list != nullptr) {
+    bits_ = bits;
+    std::int64_t n = 0;
+    for (std::int64_t i = 0; i < targets.nlist; ++i) n += targets.mask == nullptr || targets.mask[i] != 0;
+    count_ = ((n - 1) >> bits) + 1;
+    if (n == 0) return 0;
+    if (const int status = order_.Allocate(static_cast<std::size_t>(n)); status != 0) return status;
+    NumberedPlace* place = order_.data();
+    for (std::int64_t i = 0; i < targets.nlist; ++i) {
+      if (targets.mask != nullptr && targets.mask[i] == 0) continue;
+      const double* const at = targets.list + i * targets.dimension;
+      *place++ = {{at[0], at[1], targets.dimension > 2 ? at[2] : 0.0}, i};
+    }
+    OrderPlaces(n, order_.data(), scale, dealing);
+    return 0;
+  }
+
+  // The tile doubles along its shortest side.
+  const double spacing[3] = {targets.grid.sx, targets.grid.sy, targets.grid.sz};
+  std::fill_n(tileExtent_, 3, 1);
+  std::fill_n(place_[0], 3, 0);
+  for (bits_ = 0; bits_ < bits; ++bits_) {
+    int shortest = -1;
+    double least = kInfinity;
+    for (int a = 0; a < 3; ++a) {
+      const double side = tileExtent_[a] * spacing[a] * scale[a];
+      if (tileExtent_[a] < targets.extent[a] && side < least) {
+        least = side;
+        shortest = a;
+      }
+    }
+    if (shortest < 0) break;
+    // Places with the next bit of their number set lie beyond the others, so that halves of halves are boxes.
+    for (int i = 0; i < 1 << bits_; ++i) {
+      for (int a = 0; a < 3; ++a) {
+        const int beyond = a == shortest ? tileExtent_[a] : 0;
+        place_[i | 1 << bits_][a] = static_cast<std::uint16_t>(place_[i][a] + beyond);
+      }
+    }
+    tileExtent_[shortest] *= 2;
+  }
+  count_ = 1;
+  for (int a = 0; a < 3; ++a) {
+    tilesAlong_[a] = (targets.extent[a] - 1) / tileExtent_[a] + 1;
+    count_ *= tilesAlong_[a];
+  }
+  return 0;
+}
+
+int PlaceTiles::Fill(std::int64_t tile, PlaceNodes* nodes) const noexcept {
+  nodes->count = 0;
+  const auto add = [&](double x, double y, double z, std::int64_t target) {
+    const int i = nodes->count++;
+    nodes->x[i] = x;
+    nodes->y[i] = y;
+    nodes->z[i] = z;
+    nodes->target[i] = target;
+  };
+  if (targets_.list != nullptr) {
+    const auto begin = static_cast<std::size_t>(tile) << bits_;
+    const std::size_t end = std::min(order_.size(), begin + (std::size_t{1} << bits_));
+    for (std::size_t i = begin; i < end; ++i) {
+      add(order_[i].at[0], order_[i].at[1], order_[i].at[2], order_[i].number);
+    }
+    return nodes->count;
+  }
+
+  const VORL_GRID& grid = targets_.grid;
+  const int corner[3] = {static_cast<int>(tile % tilesAlong_[0]) * tileExtent_[0],
+                         static_cast<int>(tile / tilesAlong_[0] % tilesAlong_[1]) * tileExtent_[1],
+                         static_cast<int>(tile / tilesAlong_[0] / tilesAlong_[1]) * tileExtent_[2]};
+  int held = 0;
+  for (int i = 0; i < 1 << bits_; ++i) {
+    int at[3];
+    for (int a = 0; a < 3; ++a) at[a] = corner[a] + place_[i][a];
+    if (at[0] >= targets_.extent[0] || at[1] >= targets_.extent[1] || at[2] >= targets_.extent[2]) continue;
+    ++held;
+    const std::int64_t target = at[0] + targets_.extent[0] * (at[1] + std::int64_t{targets_.extent[1]} * at[2]);
+    if (targets_.mask != nullptr && targets_.mask[target] == 0) continue;
+    const auto center = [&](int a, double origin, double spacing) {
+      return origin + (targets_.first[a] + at[a] + VORL_SHIFT_FACTOR_FOR_POINT) * spacing;
+    };
+    add(center(0, grid.ox, grid.sx), center(1, grid.oy, grid.sy),
+        targets_.dimension > 2 ? center(2, grid.oz, grid.sz) : 0.0, target);
+  }
+  return held;
+}
+
+int PlaceSets::CountMembers(int set) const noexcept {
+  const std::uint64_t* const own = mask + static_cast<std::ptrdiff_t>(set) * words;
+  return std::accumulate(own, own + words, 0, [](int sum, std::uint64_t word) { return sum + std::popcount(word); });
+}
+
+int PlaceSets::Members(int set, int* positions) const noexcept {
+  const std::uint64_t* const own = mask + static_cast<std::ptrdiff_t>(set) * words;
+  int count = 0;
+  for (int w = 0; w < words; ++w) {
+    for (std::uint64_t rest = own[w]; rest != 0; rest &= rest - 1) positions[count++] = 64 * w + std::countr_zero(rest);
+  }
+  return count;
+}
+
+int PlaceSearch::Room::Reserve(std::size_t size) noexcept {
+  for (Buffer<double>* vector : {&x, &y, &z}) {
+    if (const int status = kestrum::Reserve(vector, size + kPlacePadding); status != 0) return status;
+  }
+  return kestrum::Reserve(&id, size);
+}
+
+// Copies `count` entries, picked from entry `first` on, to entry `to` and on.
+void PlaceSearch::Room::Copy(const Room& from, std::size_t first, const int* picked, int count,
+                             std::size_t to) noexcept {
+  const auto copy = [=](const auto* source, auto* target) {
+    for (int i = 0; i < count; ++i) target[i] = source[picked[i]];
+  };
+  copy(from.x.data() + first, x.data() + to);
+  copy(from.y.data() + first, y.data() + to);
+  copy(from.z.data() + first, z.data() + to);
+  copy(from.id.data() + first, id.data() + to);
+}
+
+int PlaceSearch::Begin(const PlaceIndex& index, const PlaceNeighborhood& neighborhood, const PlaceNodes& nodes,
+                       SimdLevel level) noexcept {
+  index_ = &index;
+  neighborhood_ = &neighborhood;
+  nodes_ = &nodes;
+  kernels_ = &PlaceKernelsOf(level);
+  limit_ = neighborhood.limit == 0 ? index.size() : std::min(neighborhood.limit, index.size());
+  if (const int status = index.Collect(neighborhood, BoxOf(0, nodes.count), *kernels_, &scratch_); status != 0) {
+    return status;
+  }
+  if (const int status = candidates_.Reserve(scratch_.count); status != 0) return status;
+  const PlaceVectors places = index.places();
+  for (std::size_t i = 0; i < scratch_.count; ++i) {
+    const auto position = static_cast<std::uint32_t>(scratch_.found[i]);
+    candidates_.x[i] = places.x[position];
+    candidates_.y[i] = places.y[position];
+    candidates_.z[i] = places.z[position];
+    candidates_.id[i] = static_cast<int>(scratch_.found[i] >> 32);
+  }
+  ranges_[0] = {0, nodes.count, 0, static_cast<int>(scratch_.count)};
+  nrange_ = 1;
+  return 0;
+}
+
+PlaceBox PlaceSearch::BoxOf(int begin, int end) const noexcept {
+  PlaceBox box;
+  kernels_->box(end - begin, {nodes_->x + begin, nodes_->y + begin, nodes_->z + begin}, &box);
+  return box;
+}
+
+// Fills the vectors of distances.
+int PlaceSearch::FindBounds(const PlaceBox& box, const PlaceVectors& data, int count) noexcept {
+  for (Buffer<double>* vector : {&lower_, &upper_, &least_, &greatest_, &inside_}) {
+    const int status = Reserve(vector, static_cast<std::size_t>(count) + kPlacePadding);
+    if (status != 0) return status;
+  }
+  for (Buffer<int>* vector : {&picked_, &surePicked_}) {
+    if (const int status = Reserve(vector, static_cast<std::size_t>(count) + 1); status != 0) return status;
+  }
+  kernels_->bounds(neighborhood_->metric, box, count, data, lower_.data(), upper_.data());
+  if (neighborhood_->bounded) {
+    kernels_->bounds(neighborhood_->ellipsoid, box, count, data, least_.data(), greatest_.data());
+  }
+  return 0;
+}
+
+// Picks data that are within a distance of a box at most, and may be inside; and of those the ones that surely are, and
+// within a lesser distance of all the box. Returns how many are surely inside.
+int PlaceSearch::Pick(int count, double most, double surely, int* npicked, int* nsure) noexcept {
+  // Every datum is written down, and the next one over it if it was not wanted: a loop without a branch.
+  const double* const lower = lower_.data();
+  const double* const upper = upper_.data();
+  const bool bounded = neighborhood_->bounded;
+  const double* const least = bounded ? least_.data() : lower;
+  const double* const greatest = bounded ? greatest_.data() : upper;
+  const double radius = bounded ? neighborhood_->squaredRadius : kInfinity;
+  int* const picked = picked_.data();
+  int* const sure = surePicked_.data();
+  int inside = 0;
+  int wanted = 0;
+  int decided = 0;
+  for (int i = 0; i < count; ++i) {
+    const bool isInside = greatest[i] <= radius;
+    const bool isWanted = (lower[i] <= most) & (least[i] <= radius);
+    const bool isSure = isWanted & isInside & (upper[i] <= surely);
+    picked[wanted] = sure[decided] = i;
+    wanted += isWanted & !isSure;
+    decided += isSure;
+    inside += isWanted & isInside;
+  }
+  *npicked = wanted;
+  *nsure = decided;
+  return inside;
+}
+
+// What no distance of the `need` nearest exceeds.
+double PlaceSearch::GreatestOfNearest(int count, int need) noexcept {
+  if (need >= count) return kInfinity;
+  double* values = upper_.data();
+  int nvalue = count;
+  if (neighborhood_->bounded) {
+    values = inside_.data();
+    nvalue = 0;
+    for (int i = 0; i < count; ++i) {
+      if (greatest_[static_cast<std::size_t>(i)] <= neighborhood_->squaredRadius)
+        values[nvalue++] = upper_[static_cast<std::size_t>(i)];
+    }
+    if (need > nvalue) return kInfinity;
+  }
+  return kernels_->limitOfNoFewer(nvalue, values, need);
+}
+
+// Copies the candidates of a range behind the list that they are taken from. They are few if an estimate of how many
+// serve each target says so.
+int PlaceSearch::Narrow(const Range& range, int* kept, bool* few) noexcept {
+  const std::size_t end = range.first + static_cast<std::size_t>(range.count);
+  int status = FindBounds(BoxOf(range.begin, range.end), candidates_.From(range.first), range.count);
+  if (status == 0) status = candidates_.Reserve(end + static_cast<std::size_t>(range.count));
+  if (status != 0) return status;
+  const double bound = GreatestOfNearest(range.count, limit_);
+  int none;
+  const int inside = Pick(range.count, bound, -1.0, kept, &none);
+  candidates_.Copy(candidates_, range.first, picked_.data(), *kept, end);
+  *few = *kept <= kFewCandidates || *kept <= 2 * std::min(limit_, inside);
+  return 0;
+}
+
+int PlaceSearch::Next(PlaceSets* sets) noexcept {
+  sets->nset = 0;
+  while (nrange_ > 0) {
+    const Range range = ranges_[--nrange_];
+    int kept = 0;
+    bool few = false;
+    if (const int status = Narrow(range, &kept, &few); status != 0) return status;
+    const std::size_t first = range.first + static_cast<std::size_t>(range.count);
+    const Range narrowed{range.begin, range.end, first, kept};
+    if (few || range.end - range.begin == 1) {
+      words_ = std::max(1, (kept + 63) / 64);
+      sets->ncandidate = kept;
+      sets->candidates = candidates_.From(first);
+      sets->datum = candidates_.id.data() + first;
+      if (const int status = DecideAll(narrowed); status != 0) return status;
+      return GroupByMask(sets);
+    }
+    // Half a tile, a quarter, ...: places that follow each other lie together.
+    const int half = static_cast<int>(std::bit_ceil(static_cast<unsigned>(range.end - range.begin)) / 2);
+    ranges_[nrange_++] = {range.begin + half, range.end, first, kept};
+    ranges_[nrange_++] = {range.begin, range.begin + half, first, kept};
+  }
+  return 0;
+}
+
+// Finds the masks of the targets of a range.
+int PlaceSearch::DecideAll(const Range& range) noexcept {
+  begin_ = range.begin;
+  end_ = range.end;
+  const auto words = static_cast<std::size_t>(words_);
+  const auto count = static_cast<std::size_t>(range.count);
+  int status = Reserve(&mask_, words * static_cast<std::size_t>(end_ - begin_));
+  if (status == 0) status = Reserve(&sure_, words * kMaxDepth);
+  if (status == 0) status = Reserve(&selected_, words * kDecidedTogether);
+  if (status == 0) status = undecided_.Reserve(count);
+  if (status != 0) return status;
+  std::fill_n(sure_.data(), words, 0);
+  std::copy_n(candidates_.x.data() + range.first, count, undecided_.x.data());
+  std::copy_n(candidates_.y.data() + range.first, count, undecided_.y.data());
+  std::copy_n(candidates_.z.data() + range.first, count, undecided_.z.data());
+  std::iota(undecided_.id.data(), undecided_.id.data() + count, 0);
+  return Decide(begin_, end_, 0, range.count, limit_, 0);
+}
+
+// Finds the masks of targets of which each has `need` further neighbours, or as many as there are inside, among some
+// undecided data, beside the sure ones of this depth.
+int PlaceSearch::Decide(int begin, int end, std::size_t first, int count, int need, int depth) noexcept {
+  const auto words = static_cast<std::size_t>(words_);
+  const std::size_t sure = words * static_cast<std::size_t>(depth);
+  const auto copySure = [&](std::uint64_t* to) { std::copy_n(sure_.data() + sure, words, to); };
+  const auto maskOf = [&](int node) { return mask_.data() + words * static_cast<std::size_t>(node - begin_); };
+  if (!neighborhood_->bounded && count <= need) {
+    for (int i = 0; i < count; ++i) SetBit(sure_.data() + sure, undecided_.id[first + static_cast<std::size_t>(i)]);
+    count = 0;
+  }
+  if (need == 0 || count == 0) {
+    for (int node = begin; node < end; ++node) copySure(maskOf(node));
+    return 0;
+  }
+  if (end - begin == 1 && count > kMaxRanked) {
+    copySure(maskOf(begin));
+    return DecideOne(begin, first, count, need, maskOf(begin));
+  }
+  if (count <= (end - begin <= kDecidedTogether ? kMaxRanked : kFewUndecided)) {
+    for (int node = begin; node < end; node += kDecidedTogether) {
+      SelectTogether(node, std::min(end, node + kDecidedTogether), first, count, need, depth);
+    }
+    return 0;
+  }
+
+  // Parts of a quarter, but for the first, so that the last have as many targets as are decided side by side.
+  int part = 1;
+  if (end - begin > kDecidedTogether) part = kDecidedTogether;
+  while (4 * part < end - begin) part *= 4;
+  const std::size_t own = first + static_cast<std::size_t>(count);
+  if (const int status = undecided_.Reserve(own + static_cast<std::size_t>(count)); status != 0) return status;
+  for (int from = begin; from < end; from += part) {
+    const int to = std::min(end, from + part);
+    if (const int status = FindBounds(BoxOf(from, to), undecided_.From(first), count); status != 0) return status;
+    const double greatest = GreatestOfNearest(count, need);
+    const double surely = need < count ? kernels_->limitOfNoMore(count, lower_.data(), need) : kInfinity;
+    std::uint64_t* const partSure = sure_.data() + sure + words;
+    copySure(partSure);
+    int left = 0;
+    int nsure = 0;
+    Pick(count, greatest, surely, &left, &nsure);
+    for (int i = 0; i < nsure; ++i) {
+      SetBit(partSure, undecided_.id[first + static_cast<std::size_t>(surePicked_[static_cast<std::size_t>(i)])]);
+    }
+    undecided_.Copy(undecided_, first, picked_.data(), left, own);
+    if (const int status = Decide(from, to, own, left, need - nsure, depth + 1); status != 0) return status;
+  }
+  return 0;
+}
+
+// Ranks the undecided data for up to kDecidedTogether targets.
+void PlaceSearch::SelectTogether(int begin, int end, std::size_t first, int count, int need, int depth) noexcept {
+  const auto words = static_cast<std::size_t>(words_);
+  const std::uint64_t* const sure = sure_.data() + words * static_cast<std::size_t>(depth);
+  std::uint64_t* const together = selected_.data();
+  for (std::size_t w = 0; w < words; ++w) std::fill_n(together + w * kDecidedTogether, kDecidedTogether, sure[w]);
+  kernels_->select(*neighborhood_, {nodes_->x + begin, nodes_->y + begin, nodes_->z + begin}, count,
+                   undecided_.From(first), undecided_.id.data() + first, need, together);
+  for (int node = begin; node < end; ++node) {
+    std::uint64_t* const mask = mask_.data() + words * static_cast<std::size_t>(node - begin_);
+    for (std::size_t w = 0; w < words; ++w) {
+      mask[w] = together[w * kDecidedTogether + static_cast<std::size_t>(node - begin)];
+    }
+  }
+}
+
+int PlaceSearch::DecideOne(int node, std::size_t first, int count, int need, std::uint64_t* mask) noexcept {
+  if (const int status = Reserve(&found_, static_cast<std::size_t>(count)); status != 0) return status;
+  Found* const found = found_.data();
+  Found* end = found;
+  for (std::size_t i = first; i < first + static_cast<std::size_t>(count); ++i) {
+    const double dx = undecided_.x[i] - nodes_->x[node];
+    const double dy = undecided_.y[i] - nodes_->y[node];
+    const double dz = undecided_.z[i] - nodes_->z[node];
+    if (neighborhood_->bounded && !(neighborhood_->ellipsoid.Square(dx, dy, dz) <= neighborhood_->squaredRadius)) {
+      continue;
+    }
+    *end++ = {neighborhood_->metric.Square(dx, dy, dz), undecided_.id[i]};
+  }
+  if (end - found > need) {
+    std::nth_element(found, found + need, end, [](const Found& a, const Found& b) {
+      return a.square != b.square ? a.square < b.square : a.id < b.id;
+    });
+    end = found + need;
+  }
+  for (const Found* i = found; i < end; ++i) SetBit(mask, i->id);
+  return 0;
+}
+
+int PlaceSearch::GroupByMask(PlaceSets* sets) noexcept {
+  const auto words = static_cast<std::size_t>(words_);
+  const int n = end_ - begin_;
+  if (const int status = Reserve(&setMask_, words * static_cast<std::size_t>(n)); status != 0) return status;
+  const std::size_t size = std::bit_ceil(2 * static_cast<std::size_t>(n));
+  std::fill_n(table_, size, -1);
+  int nset = 0;
+  for (int i = 0; i < n; ++i) {
+    const std::uint64_t* const mask = mask_.data() + words * static_cast<std::size_t>(i);
+    std::size_t slot = Hash(mask, words_) & (size - 1);
+    while (table_[slot] >= 0 &&
+           !std::equal(mask, mask + words, setMask_.data() + words * static_cast<std::size_t>(table_[slot]))) {
+      slot = (slot + 1) & (size - 1);
+    }
+    if (table_[slot] < 0) {
+      std::copy_n(mask, words, setMask_.data() + words * static_cast<std::size_t>(nset));
+      start_[nset] = 0;
+      table_[slot] = nset++;
+    }
+    setOf_[i] = table_[slot];
+    ++start_[setOf_[i]];
+  }
+  // The targets by set, filled from behind.
+  for (int s = 1; s < nset; ++s) start_[s] += start_[s - 1];
+  start_[nset] = n;
+  for (int i = n - 1; i >= 0; --i) member_[--start_[setOf_[i]]] = begin_ + i;
+  sets->nset = nset;
+  sets->words = words_;
+  sets->mask = setMask_.data();
+  sets->start = start_;
+  sets->member = member_;
+  return 0;
+}
+
+}  // namespace kestrum

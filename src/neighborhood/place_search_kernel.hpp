@@ -1,0 +1,221 @@
+// The loops of the search at true places: text for numeric/kernel_levels.hpp.
+
+static_assert(kDecidedTogether % kWidth == 0 && kPlacePadding >= kWidth);
+constexpr int kParts = kDecidedTogether / kWidth;
+
+// A vector with its halves exchanged, or those of its halves, and so on.
+template <int kDistance, typename V>
+KESTRUM_KERNEL_INLINE V Exchange(V x) {
+#if KESTRUM_KERNEL_BYTES == 64
+  if constexpr (kDistance == 4) return __builtin_shufflevector(x, x, 4, 5, 6, 7, 0, 1, 2, 3);
+  if constexpr (kDistance == 2) return __builtin_shufflevector(x, x, 2, 3, 0, 1, 6, 7, 4, 5);
+  return __builtin_shufflevector(x, x, 1, 0, 3, 2, 5, 4, 7, 6);
+#elif KESTRUM_KERNEL_BYTES == 32
+  if constexpr (kDistance == 2) return __builtin_shufflevector(x, x, 2, 3, 0, 1);
+  return __builtin_shufflevector(x, x, 1, 0, 3, 2);
+#else
+  return __builtin_shufflevector(x, x, 1, 0);
+#endif
+}
+
+KESTRUM_KERNEL_INLINE Vector Larger(Vector x, Vector y) { return x > y ? x : y; }
+KESTRUM_KERNEL_INLINE Vector Lesser(Vector x, Vector y) { return x < y ? x : y; }
+
+KESTRUM_KERNEL_INLINE double Greatest(Vector x) {
+  if constexpr (kWidth > 4) x = Larger(x, Exchange<4>(x));
+  if constexpr (kWidth > 2) x = Larger(x, Exchange<2>(x));
+  return Larger(x, Exchange<1>(x))[0];
+}
+
+KESTRUM_KERNEL_INLINE long long Sum(Integers x) {
+  if constexpr (kWidth > 4) x += Exchange<4>(x);
+  if constexpr (kWidth > 2) x += Exchange<2>(x);
+  return x[0] + x[1];
+}
+
+KESTRUM_KERNEL_INLINE Vector AbsoluteValue(Vector x) { return x < Vector{} ? -x : x; }
+
+// Bounds of the distances of kWidth places. The exact bounds are widened by more than the rounding errors of all steps:
+// of components, which are errors of the whole lag if the axes are turned, and of squares.
+KESTRUM_KERNEL_INLINE void BoundsOfVector(const PlaceMetric& metric, const PlaceBox& box, const Vector (&place)[3],
+                                          double greatestWeight, Vector* lower, Vector* upper) {
+  Vector middle[3];
+  Vector half[3];
+#pragma GCC unroll 3
+  for (int b = 0; b < 3; ++b) {
+    const Vector least = place[b] - Broadcast<Vector>(box.high[b]);
+    const Vector greatest = place[b] - Broadcast<Vector>(box.low[b]);
+    middle[b] = 0.5 * (least + greatest);
+    half[b] = Broadcast<Vector>(0.5 * (box.high[b] - box.low[b]));
+  }
+  Vector low = Vector{};
+  Vector high = Vector{};
+#pragma GCC unroll 3
+  for (int a = 0; a < 3; ++a) {
+    Vector u = middle[a];
+    Vector reach = half[a];
+    if (metric.rotated) {
+      u = reach = Vector{};
+#pragma GCC unroll 3
+      for (int b = 0; b < 3; ++b) {
+        const double c = metric.axis[a][b];
+        u += c * middle[b];
+        reach += (c < 0.0 ? -c : c) * half[b];
+      }
+    }
+    u = AbsoluteValue(u);
+    const Vector near = u > reach ? u - reach : Vector{};
+    const Vector far = u + reach;
+    low += metric.weight[a] * (near * near);
+    high += metric.weight[a] * (far * far);
+  }
+  constexpr double kSlack = 64 * 2.220446049250313e-16;
+  Vector slack = kSlack * high;
+  if (metric.rotated) {
+    Vector square = Vector{};
+#pragma GCC unroll 3
+    for (int b = 0; b < 3; ++b) {
+      const Vector far = AbsoluteValue(middle[b]) + half[b];
+      square += far * far;
+    }
+    slack = kSlack * greatestWeight * square;
+  }
+  *lower = low - slack;
+  *upper = high + slack;
+}
+
+KESTRUM_KERNEL_TARGET void Bounds(const PlaceMetric& metric, const PlaceBox& box, int n, const PlaceVectors& places,
+                                  double* lower, double* upper) noexcept {
+  double greatestWeight = 0.0;
+  for (int a = 0; a < 3; ++a) {
+    if (metric.weight[a] > greatestWeight) greatestWeight = metric.weight[a];
+  }
+  for (int i = 0; i < n; i += kWidth) {
+    const Vector place[3] = {Load<Vector>(places.x + i), Load<Vector>(places.y + i), Load<Vector>(places.z + i)};
+    Vector low;
+    Vector high;
+    BoundsOfVector(metric, box, place, greatestWeight, &low, &high);
+    Store(lower + i, low);
+    Store(upper + i, high);
+  }
+}
+
+// The box of n places.
+KESTRUM_KERNEL_TARGET void FindBox(int n, const PlaceVectors& places, PlaceBox* box) noexcept {
+  const double* const coordinates[3] = {places.x, places.y, places.z};
+  for (int a = 0; a < 3; ++a) {
+    const double* const c = coordinates[a];
+    Vector low = Broadcast<Vector>(c[0]);
+    Vector high = low;
+    int i = 0;
+    for (; i + kWidth <= n; i += kWidth) {
+      const Vector own = Load<Vector>(c + i);
+      low = Lesser(low, own);
+      high = Larger(high, own);
+    }
+    for (; i < n; ++i) {
+      const Vector own = Broadcast<Vector>(c[i]);
+      low = Lesser(low, own);
+      high = Larger(high, own);
+    }
+    box->low[a] = -Greatest(-low);
+    box->high[a] = Greatest(high);
+  }
+}
+
+KESTRUM_KERNEL_INLINE int CountAtMost(int n, const double* values, double limit) {
+  const Vector bound = Broadcast<Vector>(limit);
+  Integers count = Integers{};
+  for (int i = 0; i < n; i += kWidth) count -= Load<Vector>(values + i) <= bound;
+  return static_cast<int>(Sum(count));
+}
+
+// Finds what no fewer, or no more, than k of n values are at most. Guesses as if values were spread evenly between two
+// limits, as squared distances are in the plane, until it is wrong by one value at most, or often enough.
+template <bool kNoFewer>
+KESTRUM_KERNEL_INLINE double FindLimit(int n, double* values, int k) {
+  Store(values + n, Vector{});
+  Vector greatest = Vector{};
+  for (int i = 0; i < n; i += kWidth) greatest = Larger(greatest, Load<Vector>(values + i));
+  Store(values + n, Broadcast<Vector>(__builtin_inf()));
+  double low = -1.0;
+  double high = Greatest(greatest);
+  int lowCount = 0;
+  int highCount = n;
+  constexpr int kMaxGuesses = 10;
+  for (int guesses = 0; guesses < kMaxGuesses; ++guesses) {
+    if (kNoFewer ? highCount <= k + 1 : lowCount >= k - 1 && low >= 0.0) break;
+    const double share = (k + (kNoFewer ? 0.75 : 0.25) - lowCount) / (highCount + 0.5 - lowCount);
+    const double guess = low + (guesses % 3 == 2 ? 0.5 : share) * (high - low);
+    const int count = CountAtMost(n, values, guess);
+    if (kNoFewer ? count < k : count <= k) {
+      low = guess;
+      lowCount = count;
+    } else {
+      high = guess;
+      highCount = count;
+    }
+  }
+  return kNoFewer ? high : low;
+}
+
+KESTRUM_KERNEL_TARGET double LimitOfNoFewer(int n, double* values, int k) noexcept {
+  return FindLimit<true>(n, values, k);
+}
+
+KESTRUM_KERNEL_TARGET double LimitOfNoMore(int n, double* values, int k) noexcept {
+  return FindLimit<false>(n, values, k);
+}
+
+KESTRUM_KERNEL_INLINE Vector Square(const PlaceMetric& metric, Vector dx, Vector dy, Vector dz) {
+  if (!metric.rotated) {
+    return metric.weight[0] * (dx * dx) + metric.weight[1] * (dy * dy) + metric.weight[2] * (dz * dz);
+  }
+  Vector sum = Vector{};
+#pragma GCC unroll 3
+  for (int a = 0; a < 3; ++a) {
+    const Vector u = metric.axis[a][0] * dx + metric.axis[a][1] * dy + metric.axis[a][2] * dz;
+    sum += metric.weight[a] * (u * u);
+  }
+  return sum;
+}
+
+// Ranks data by their squared distance; a datum at the distance of an earlier one comes after it. Lanes are targets.
+KESTRUM_KERNEL_TARGET void Select(const PlaceNeighborhood& neighborhood, const PlaceVectors& targets, int n,
+                                  const PlaceVectors& data, const int* bit, int need, std::uint64_t* masks) noexcept {
+  Vector square[kMaxRanked];
+  Integers rank[kMaxRanked];
+  const Vector infinite = Broadcast<Vector>(__builtin_inf());
+  for (int part = 0; part < kParts; ++part) {
+    const Vector x = Load<Vector>(targets.x + part * kWidth);
+    const Vector y = Load<Vector>(targets.y + part * kWidth);
+    const Vector z = Load<Vector>(targets.z + part * kWidth);
+    for (int i = 0; i < n; ++i) {
+      const Vector dx = data.x[i] - x;
+      const Vector dy = data.y[i] - y;
+      const Vector dz = data.z[i] - z;
+      square[i] = Square(neighborhood.metric, dx, dy, dz);
+      if (neighborhood.bounded) {
+        const Vector inEllipsoid = Square(neighborhood.ellipsoid, dx, dy, dz);
+        square[i] = inEllipsoid <= Broadcast<Vector>(neighborhood.squaredRadius) ? square[i] : infinite;
+      }
+      rank[i] = Integers{};
+    }
+    // The comparison is -1 if the datum i comes first.
+    for (int i = 0; i < n; ++i) {
+      const Vector own = square[i];
+      Integers later = Integers{};
+      for (int j = i + 1; j < n; ++j) {
+        const Integers first = own <= square[j];
+        rank[j] -= first;
+        later += first;
+      }
+      const Integers ownRank = rank[i] + later + (n - 1 - i);
+      std::uint64_t* const words = masks + bit[i] / 64 * kDecidedTogether + part * kWidth;
+      const Integers selected = (ownRank < need) & (own < infinite);
+      const long long mark = static_cast<long long>(std::uint64_t{1} << bit[i] % 64);
+      IntegersInMemory* const word = (IntegersInMemory*)words;
+      *word = *word | (selected & mark);
+    }
+  }
+}

@@ -1,0 +1,188 @@
+// Factorisation and substitution for kLanes systems side by side: text for numeric/kernel_levels.hpp.
+//
+// The row of a matrix and a right side are treated alike: element j has products v(k) L(j, k) subtracted one by one, in
+// the order of k, whatever the tiles; a row of the factor is then v D^-1. Loops over registers are unrolled by name, or
+// -O2 would keep the sums in memory.
+
+constexpr int kParts = kLanes / kWidth;
+// Columns that are summed side by side, for up to four rows: as many as the registers hold.
+constexpr int kTileColumns = kVectorBytes == 64 ? 4 : 2;
+
+// A pivot this small, relative to its diagonal element, may be nothing but rounding. The same for every size: a system
+// fares alike whatever the sizes of the others.
+constexpr double kRounding = 128 * 2.220446049250313e-16;
+
+// Elements [column, column + kColumns) of kRows rows, of which those before are done.
+template <int kRows, int kColumns>
+KESTRUM_KERNEL_INLINE void SolveTile(const double* factor, int column, double* v, std::ptrdiff_t step) {
+  const double* l[kColumns];
+#pragma GCC unroll 4
+  for (int c = 0; c < kColumns; ++c) l[c] = factor + RowStart(column + c);
+#pragma GCC unroll 4
+  for (int part = 0; part < kParts; ++part) {
+    double* const row = v + part * kWidth;
+    Vector sums[kRows][kColumns];
+#pragma GCC unroll 4
+    for (int r = 0; r < kRows; ++r) {
+#pragma GCC unroll 4
+      for (int c = 0; c < kColumns; ++c) sums[r][c] = Load<Vector>(row + r * step + (column + c) * kLanes);
+    }
+    for (std::ptrdiff_t k = 0; k < std::ptrdiff_t{column} * kLanes; k += kLanes) {
+      Vector left[kRows];
+#pragma GCC unroll 4
+      for (int r = 0; r < kRows; ++r) left[r] = Load<Vector>(row + r * step + k);
+#pragma GCC unroll 4
+      for (int c = 0; c < kColumns; ++c) {
+        const Vector right = Load<Vector>(l[c] + k + part * kWidth);
+#pragma GCC unroll 4
+        for (int r = 0; r < kRows; ++r) sums[r][c] = SubtractProduct(sums[r][c], left[r], right);
+      }
+    }
+#pragma GCC unroll 4
+    for (int k = 0; k + 1 < kColumns; ++k) {
+#pragma GCC unroll 4
+      for (int c = k + 1; c < kColumns; ++c) {
+        const Vector right = Load<Vector>(l[c] + (column + k) * kLanes + part * kWidth);
+#pragma GCC unroll 4
+        for (int r = 0; r < kRows; ++r) sums[r][c] = SubtractProduct(sums[r][c], sums[r][k], right);
+      }
+    }
+#pragma GCC unroll 4
+    for (int r = 0; r < kRows; ++r) {
+#pragma GCC unroll 4
+      for (int c = 0; c < kColumns; ++c) Store(row + r * step + (column + c) * kLanes, sums[r][c]);
+    }
+  }
+}
+
+// Elements [0, columns) of kRows rows.
+template <int kRows>
+KESTRUM_KERNEL_INLINE void SolveRows(const double* factor, int columns, double* v, std::ptrdiff_t step) {
+  int column = 0;
+  for (; column + kTileColumns <= columns; column += kTileColumns) {
+    SolveTile<kRows, kTileColumns>(factor, column, v, step);
+  }
+  for (; column < columns; ++column) SolveTile<kRows, 1>(factor, column, v, step);
+}
+
+// The tile of rows [first, first + kRows) on the diagonal, from v, those rows before their division by the pivots.
+template <int kRows>
+KESTRUM_KERNEL_INLINE void FactoriseDiagonal(int n, int first, const double* v, std::ptrdiff_t step, double* a,
+                                             LanesOutcome* outcome) {
+  double* rows[kRows];
+#pragma GCC unroll 4
+  for (int r = 0; r < kRows; ++r) rows[r] = a + RowStart(first + r);
+  for (int part = 0; part < kParts; ++part) {
+    const std::ptrdiff_t offset = part * kWidth;
+    Vector sums[kRows][kRows];
+    Vector whole[kRows];  // the pivots, before anything is subtracted; of a drift row, before other drift rows are
+#pragma GCC unroll 4
+    for (int r = 0; r < kRows; ++r) {
+#pragma GCC unroll 4
+      for (int c = 0; c <= r; ++c) {
+        sums[r][c] = first + c < n ? Load<Vector>(rows[r] + (first + c) * kLanes + offset) : Vector{};
+      }
+      whole[r] = sums[r][r];
+    }
+    const auto completeDriftRows = [&]() KESTRUM_KERNEL_TARGET __attribute__((always_inline)) {
+#pragma GCC unroll 4
+      for (int r = 0; r < kRows; ++r) whole[r] = first + r < n ? whole[r] : sums[r][r];
+    };
+    for (int k = 0; k < first; ++k) {
+      if (k == n) completeDriftRows();
+      const std::ptrdiff_t at = k * kLanes + offset;
+      const Vector inverse = Load<Vector>(a + RowStart(k) + at);
+      Vector right[kRows];
+#pragma GCC unroll 4
+      for (int c = 0; c < kRows; ++c) {
+        right[c] = Load<Vector>(v + c * step + at) * inverse;
+        Store(rows[c] + at, right[c]);
+      }
+#pragma GCC unroll 4
+      for (int r = 0; r < kRows; ++r) {
+        const Vector left = Load<Vector>(v + r * step + at);
+#pragma GCC unroll 4
+        for (int c = 0; c <= r; ++c) sums[r][c] = SubtractProduct(sums[r][c], left, right[c]);
+      }
+    }
+#pragma GCC unroll 4
+    for (int c = 0; c < kRows; ++c) {
+      if (first + c == n) completeDriftRows();
+      const bool drift = first + c >= n;
+      const Vector pivot = sums[c][c];
+      const Vector extent = drift ? -pivot : pivot;
+      const Vector rounding = kRounding * (drift ? -whole[c] : whole[c]);
+      const Integers sound = extent > rounding;
+      const Integers slight = extent >= kIndefinitePivot * whole[c];
+      const Vector inverse = sound ? Broadcast<Vector>(1.0) / pivot : Vector{};
+      Store(rows[c] + (first + c) * kLanes + offset, inverse);
+      for (int lane = 0; lane < kWidth; ++lane) {
+        if (sound[lane] != 0) continue;
+        unsigned& lanes = drift ? outcome->dependent : slight[lane] != 0 ? outcome->redundant : outcome->indefinite;
+        lanes |= 1U << (offset + lane);
+      }
+      Vector l[kRows];
+#pragma GCC unroll 4
+      for (int r = c + 1; r < kRows; ++r) {
+        l[r] = sums[r][c] * inverse;
+        Store(rows[r] + (first + c) * kLanes + offset, l[r]);
+#pragma GCC unroll 4
+        for (int d = c + 1; d <= r; ++d) sums[r][d] = SubtractProduct(sums[r][d], sums[r][c], l[d]);
+      }
+    }
+  }
+}
+
+// Rows [first, first + kRows) of the factor.
+template <int kRows>
+KESTRUM_KERNEL_TARGET void FactoriseRows(int n, int size, int first, double* a, double* work, LanesOutcome* outcome) {
+  const std::ptrdiff_t step = std::ptrdiff_t{size} * kLanes;
+  for (int r = 0; r < kRows; ++r) {
+    const double* const row = a + RowStart(first + r);
+    for (int k = 0; k < first * kLanes; k += kWidth) {
+      Store(work + r * step + k, first + r < n || k < n * kLanes ? Load<Vector>(row + k) : Vector{});
+    }
+  }
+  SolveRows<kRows>(a, first, work, step);
+  FactoriseDiagonal<kRows>(n, first, work, step, a, outcome);
+}
+
+KESTRUM_KERNEL_TARGET LanesOutcome Factorise(int n, int q, double* a, double* work) noexcept {
+  const int size = n + q;
+  LanesOutcome outcome;
+  int first = 0;
+  for (; first + 4 <= size; first += 4) FactoriseRows<4>(n, size, first, a, work, &outcome);
+  if (size - first == 3) FactoriseRows<3>(n, size, first, a, work, &outcome);
+  if (size - first == 2) FactoriseRows<2>(n, size, first, a, work, &outcome);
+  if (size - first == 1) FactoriseRows<1>(n, size, first, a, work, &outcome);
+  return outcome;
+}
+
+// x = L^-1 x for some rounds.
+KESTRUM_KERNEL_TARGET void SolveForward(int size, const double* factor, int nround, double* x) noexcept {
+  const std::ptrdiff_t step = std::ptrdiff_t{size} * kLanes;
+  int r = 0;
+  for (; r + 4 <= nround; r += 4) SolveRows<4>(factor, size, x + r * step, step);
+  if (nround - r == 3) SolveRows<3>(factor, size, x + r * step, step);
+  if (nround - r == 2) SolveRows<2>(factor, size, x + r * step, step);
+  if (nround - r == 1) SolveRows<1>(factor, size, x + r * step, step);
+}
+
+// For each right side y: the sum of y times values, if there are values, and of y squared times the inverse pivots.
+KESTRUM_KERNEL_TARGET void SumProducts(int size, const double* factor, const double* values, int nround,
+                                       const double* y, double* estimate, double* explained) noexcept {
+  for (int round = 0; round < nround; ++round) {
+    for (int offset = 0; offset < kLanes; offset += kWidth) {
+      Vector sum = Vector{};
+      Vector square = Vector{};
+      for (int i = 0; i < size; ++i) {
+        const Vector element = Load<Vector>(y + i * kLanes + offset);
+        if (values != nullptr) sum = sum + element * Load<Vector>(values + i * kLanes + offset);
+        square = square + element * Load<Vector>(factor + RowStart(i) + i * kLanes + offset) * element;
+      }
+      if (values != nullptr) Store(estimate + round * kLanes + offset, sum);
+      Store(explained + round * kLanes + offset, square);
+    }
+    y += size * kLanes;
+  }
+}

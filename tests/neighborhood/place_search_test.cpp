@@ -1,0 +1,242 @@
+#include "neighborhood/place_search.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+using kestrum::PlaceMetric;
+using kestrum::PlaceNeighborhood;
+using kestrum::PlaceNodes;
+using kestrum::PlaceTargets;
+using kestrum::SimdLevel;
+
+struct Places {
+  std::vector<double> x, y, z;
+  int size() const { return static_cast<int>(x.size()); }
+  kestrum::PlaceVectors vectors() const { return {x.data(), y.data(), z.data()}; }
+};
+
+enum class Layout { kRandom, kLattice, kClustered, kLine, kFarAway, kFew };
+
+Places MakePlaces(Layout layout, int dimension, std::mt19937& generator) {
+  std::uniform_real_distribution<double> uniform(0.0, 40.0);
+  std::normal_distribution<double> normal(20.0, 0.5);
+  Places places;
+  const int count = layout == Layout::kFew ? 3 : 343;
+  for (int i = 0; i < count; ++i) {
+    double at[3];
+    for (double& c : at) c = layout == Layout::kClustered && i % 8 != 0 ? normal(generator) : uniform(generator);
+    // Whole numbers: many data at the same distance of a target.
+    if (layout == Layout::kLattice)
+      std::tie(at[0], at[1], at[2]) = std::tuple(6 * (i % 7), 6 * (i / 7 % 7), 6 * (i / 49));
+    if (layout == Layout::kLine) at[1] = at[2] = 20.0;
+    if (layout == Layout::kFarAway && i == 100) at[0] = 1e6;
+    places.x.push_back(at[0]);
+    places.y.push_back(at[1]);
+    places.z.push_back(dimension > 2 ? at[2] : 0.0);
+  }
+  return places;
+}
+
+// The data of a target: all sorted by distance, then by number; cut, then put in their order.
+std::vector<int> NearestOf(const Places& data, const PlaceNeighborhood& neighborhood, double x, double y, double z) {
+  std::vector<std::pair<double, int>> found;
+  for (int i = 0; i < data.size(); ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    const double dx = data.x[at] - x;
+    const double dy = data.y[at] - y;
+    const double dz = data.z[at] - z;
+    if (neighborhood.bounded && neighborhood.ellipsoid.Square(dx, dy, dz) > neighborhood.squaredRadius) continue;
+    found.emplace_back(neighborhood.metric.Square(dx, dy, dz), i);
+  }
+  std::sort(found.begin(), found.end());
+  if (neighborhood.limit > 0 && found.size() > static_cast<std::size_t>(neighborhood.limit)) {
+    found.resize(static_cast<std::size_t>(neighborhood.limit));
+  }
+  std::vector<int> numbers;
+  for (const auto& [square, number] : found) numbers.push_back(number);
+  std::sort(numbers.begin(), numbers.end());
+  return numbers;
+}
+
+struct Served {
+  double x, y, z;
+  std::vector<int> data;
+};
+
+// The data of every target that is not left out.
+std::map<std::int64_t, Served> Search(const Places& data, const PlaceNeighborhood& neighborhood,
+                                      const PlaceTargets& targets, int most, SimdLevel level) {
+  const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
+  kestrum::PlaceIndex index;
+  EXPECT_EQ(index.Build(data.size(), data.vectors(), scale, kestrum::Dealing::Threads(2)), 0);
+  kestrum::PlaceTiles tiles;
+  EXPECT_EQ(tiles.Prepare(targets, scale, most, kestrum::Dealing::Serial()), 0);
+  std::map<std::int64_t, Served> all;
+  PlaceNodes nodes;
+  kestrum::PlaceSearch search;
+  for (std::int64_t tile = 0; tile < tiles.count(); ++tile) {
+    tiles.Fill(tile, &nodes);
+    if (nodes.count == 0) continue;
+    EXPECT_LE(nodes.count, most);
+    EXPECT_EQ(search.Begin(index, neighborhood, nodes, level), 0);
+    std::set<std::vector<int>> sets;
+    for (;;) {
+      kestrum::PlaceSets found;
+      EXPECT_EQ(search.Next(&found), 0);
+      if (found.nset == 0) break;
+      std::vector<int> positions(static_cast<std::size_t>(found.ncandidate) + 1);
+      sets.clear();
+      for (int s = 0; s < found.nset; ++s) {
+        const int count = found.Members(s, positions.data());
+        std::vector<int> numbers;
+        for (int i = 0; i < count; ++i) {
+          const int position = positions[static_cast<std::size_t>(i)];
+          numbers.push_back(found.datum[position]);
+          EXPECT_EQ(found.candidates.x[position], data.x[static_cast<std::size_t>(numbers.back())]);
+        }
+        EXPECT_TRUE(sets.insert(numbers).second) << "two sets of the same data";
+        for (int i = found.start[s]; i < found.start[s + 1]; ++i) {
+          const int node = found.member[i];
+          EXPECT_TRUE(
+              all.emplace(nodes.target[node], Served{nodes.x[node], nodes.y[node], nodes.z[node], numbers}).second);
+        }
+      }
+    }
+  }
+  return all;
+}
+
+struct SearchCase {
+  std::string name;
+  Layout layout;
+  int dimension;
+  double ranges[3];
+  double angles[3];
+  int limit;
+  double radii[3];  // 0 for none
+};
+
+class PlaceSearchTable : public testing::TestWithParam<SearchCase> {};
+
+PlaceNeighborhood NeighborhoodOf(const SearchCase& row) {
+  const kestrum::Rotation rotation = kestrum::Rotation::FromAngles(row.angles);
+  const bool turned = row.angles[0] != 0.0 || row.angles[1] != 0.0 || row.angles[2] != 0.0;
+  PlaceNeighborhood neighborhood;
+  neighborhood.metric = PlaceMetric::FromRanges(row.ranges, turned ? &rotation : nullptr, row.dimension);
+  neighborhood.limit = row.limit;
+  neighborhood.bounded = row.radii[0] > 0.0;
+  if (neighborhood.bounded) {
+    double longest;
+    neighborhood.ellipsoid = PlaceMetric::FromRanges(row.radii, turned ? &rotation : nullptr, row.dimension, &longest);
+    neighborhood.squaredRadius = longest * longest;
+  }
+  return neighborhood;
+}
+
+// A window of a grid with a mask, in tiles of several sizes, and the same places as a list; with every instruction set.
+TEST_P(PlaceSearchTable, FindsTheNearestOfAll) {
+  const SearchCase& row = GetParam();
+  std::mt19937 generator(7);
+  const Places data = MakePlaces(row.layout, row.dimension, generator);
+  const PlaceNeighborhood neighborhood = NeighborhoodOf(row);
+  PlaceTargets window;
+  window.grid = {};
+  window.grid.sx = window.grid.sy = 1.0;
+  window.grid.sz = 3.0;
+  window.grid.ox = window.grid.oy = window.grid.oz = -2.5;
+  window.dimension = row.dimension;
+  std::copy_n(std::array{2, 1, 0}.data(), 3, window.first);
+  std::copy_n(std::array{37, 21, row.dimension > 2 ? 3 : 1}.data(), 3, window.extent);
+  std::vector<unsigned char> mask(static_cast<std::size_t>(window.count()), 1);
+  for (std::size_t i = 0; i < mask.size(); i += 11) mask[i] = 0;
+  for (std::size_t i = 100; i < 300; ++i) mask[i] = 0;
+  window.mask = mask.data();
+
+  const auto served = Search(data, neighborhood, window, PlaceNodes::kMax, kestrum::BestSimdLevel());
+  EXPECT_EQ(static_cast<long>(served.size()), std::count(mask.begin(), mask.end(), 1));
+  std::vector<double> list(mask.size() * static_cast<std::size_t>(row.dimension));
+  for (const auto& [target, own] : served) {
+    const auto t = static_cast<std::size_t>(target);
+    EXPECT_EQ(mask[t], 1);
+    EXPECT_EQ(own.x, -2.5 + (2 + static_cast<int>(t % 37) + 0.5) * 1.0);
+    EXPECT_EQ(own.y, -2.5 + (1 + static_cast<int>(t / 37 % 21) + 0.5) * 1.0);
+    EXPECT_EQ(own.z, row.dimension > 2 ? -2.5 + (static_cast<int>(t / 37 / 21) + 0.5) * 3.0 : 0.0);
+    ASSERT_EQ(own.data, NearestOf(data, neighborhood, own.x, own.y, own.z)) << "target " << target;
+    const double at[3] = {own.x, own.y, own.z};
+    std::copy_n(at, row.dimension, list.data() + t * static_cast<std::size_t>(row.dimension));
+  }
+  PlaceTargets places;
+  places.list = list.data();
+  places.nlist = window.count();
+  places.dimension = row.dimension;
+  places.mask = mask.data();
+  const struct {
+    const PlaceTargets& targets;
+    int most;
+    SimdLevel level;
+  } others[] = {{window, 1024, SimdLevel::kBaseline},
+                {window, 256, SimdLevel::kAvx2},
+                {window, 1, SimdLevel::kAvx2},
+                {places, 1024, SimdLevel::kAvx512},
+                {places, 5, SimdLevel::kAvx512}};
+  for (const auto& other : others) {
+    if (other.level > kestrum::BestSimdLevel()) continue;
+    const auto again = Search(data, neighborhood, other.targets, other.most, other.level);
+    EXPECT_EQ(again.size(), served.size());
+    for (const auto& [target, own] : again) ASSERT_EQ(own.data, served.at(target).data) << "target " << target;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, PlaceSearchTable,
+    testing::Values(SearchCase{"Plane", Layout::kRandom, 2, {1, 1, 0}, {0, 0, 0}, 20, {}},
+                    SearchCase{"PlaneLattice", Layout::kLattice, 2, {1, 1, 0}, {0, 0, 0}, 7, {}},
+                    SearchCase{"PlaneLatticeAnisotropic", Layout::kLattice, 2, {2, 1, 0}, {0, 0, 0}, 6, {}},
+                    SearchCase{"PlaneTurned", Layout::kRandom, 2, {9, 2, 0}, {30, 0, 0}, 12, {}},
+                    SearchCase{"PlaneDipping", Layout::kRandom, 2, {9, 2, 1}, {30, 20, 10}, 12, {}},
+                    SearchCase{"One", Layout::kRandom, 2, {1, 1, 0}, {0, 0, 0}, 1, {}},
+                    SearchCase{"Many", Layout::kRandom, 2, {1, 1, 0}, {0, 0, 0}, 130, {}},
+                    SearchCase{"AlmostAll", Layout::kRandom, 2, {1, 1, 0}, {0, 0, 0}, 342, {}},
+                    SearchCase{"All", Layout::kRandom, 3, {1, 1, 1}, {0, 0, 0}, 0, {}},
+                    SearchCase{"MoreThanAll", Layout::kFew, 2, {1, 1, 1}, {0, 0, 0}, 20, {}},
+                    SearchCase{"Clustered", Layout::kClustered, 3, {1, 1, 1}, {0, 0, 0}, 24, {}},
+                    SearchCase{"ClusteredTurned", Layout::kClustered, 3, {100, 3, 1}, {40, 25, 70}, 9, {}},
+                    SearchCase{"Line", Layout::kLine, 2, {1, 1, 1}, {0, 0, 0}, 10, {}},
+                    SearchCase{"FarAway", Layout::kFarAway, 3, {3, 3, 1}, {0, 0, 0}, 16, {}},
+                    SearchCase{"SpaceLattice", Layout::kLattice, 3, {1, 1, 1}, {0, 0, 0}, 15, {}},
+                    SearchCase{"Within", Layout::kRandom, 2, {1, 1, 0}, {0, 0, 0}, 0, {6, 6, 6}},
+                    SearchCase{"WithinLattice", Layout::kLattice, 2, {1, 1, 0}, {0, 0, 0}, 3, {6, 6, 6}},
+                    SearchCase{"WithinEllipse", Layout::kClustered, 2, {9, 2, 0}, {30, 0, 0}, 8, {7, 3, 0}},
+                    SearchCase{"WithinEllipsoid", Layout::kRandom, 3, {4, 2, 1}, {30, 20, 10}, 12, {20, 9, 4}},
+                    SearchCase{"AllWithin", Layout::kClustered, 3, {4, 2, 1}, {30, 20, 10}, 0, {20, 9, 14}}),
+    [](const auto& tested) { return tested.param.name; });
+
+TEST(PlaceIndex, FindsDataAtOnePlace) {
+  Places data{{1, 2, 0.0, 2, 5, -0.0, 2}, {1, 2, 3, 2, 5, 3, 2}, {0, 0, 0, 0.1, 0, 0, 0}};
+  const double noErrors[] = {0, 0, 0, 0, 0, 0, 0};
+  const double errors[] = {0, 1, 1, 1, 1, 1, 1};
+  const double someErrors[] = {0, 1, 1, 1, 1, 1, 0};
+  const struct {
+    int n;
+    const double* mayCoincide;
+    std::int64_t first, second;
+  } rows[] = {
+      {7, nullptr, 2, 5}, {7, noErrors, 2, 5}, {5, nullptr, -1, -1}, {7, errors, -1, -1}, {7, someErrors, 1, 6}};
+  for (const auto& row : rows) {
+    kestrum::CoincidentData found;
+    ASSERT_EQ(kestrum::FindCoincidentData(row.n, data.vectors(), row.mayCoincide, &found), 0);
+    EXPECT_EQ(found.first, row.first);
+    EXPECT_EQ(found.second, row.second);
+  }
+}
+
+}  // namespace
