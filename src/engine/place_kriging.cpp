@@ -6,14 +6,13 @@
 #include <numeric>
 
 #include "core/object_array.hpp"
+#include "core/statuses.hpp"
 #include "engine/place_dense.hpp"
 #include "engine/place_lanes.hpp"
 #include "engine/place_run.hpp"
 
 namespace kestrum {
 namespace {
-
-constexpr int kAborted = -1000;
 
 // Fills *problem, and says so.
 bool Refuse(PlaceProblem* problem, PlaceRefusal refusal, std::int64_t first = -1, std::int64_t second = -1) noexcept {
