@@ -115,7 +115,8 @@ void Krige(benchmark::State& state) {
     int status =
         kriging.Prepare({argument(0), dimension, coordinates.data(), values.data()}, model, options, dealing, &problem);
     if (status == 0) {
-      status = kriging.Krige(targets, {estimate.data(), variance.data()}, dealing, nullptr, &report, &problem);
+      status = kriging.Krige(targets, {estimate.data(), variance.data()}, dealing, kestrum::Progress(nullptr, nullptr),
+                             &report, &problem);
     }
     if (status != 0 || problem.refusal != kestrum::PlaceRefusal::kNone) std::abort();
   }

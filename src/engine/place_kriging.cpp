@@ -1,6 +1,7 @@
 #include "engine/place_kriging.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <numeric>
@@ -438,7 +439,7 @@ PlaceNeighborhood PlaceKriging::NeighborhoodAt(const PlaceCovariance& covariance
 }
 
 int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingResults& results, const Dealing& dealing,
-                        PlaceKrigingSignals* signals, PlaceKrigingReport* report, PlaceProblem* problem,
+                        const Progress& progress, PlaceKrigingReport* report, PlaceProblem* problem,
                         SimdLevel level) const noexcept {
   *report = {};
   *problem = {};
@@ -485,6 +486,8 @@ int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingRe
   }
   std::atomic<int> failure{0};
   std::atomic<std::int64_t> next{0};
+  std::atomic<std::int64_t> done{0};
+  progress.StartRealizations(1);
   dealing.EachThread([&](int thread, int /*team*/) noexcept {
     Worker& worker = workers[static_cast<std::size_t>(thread)];
     int own = worker.Allocate(run, index_);
@@ -501,10 +504,9 @@ int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingRe
         const int node = NodeOf(targets.places, worker.nodes().target[i]);
         own = worker.KrigeAlone(i, NeighborhoodAt(covariance, node), node);
       }
-      if (signals == nullptr) continue;
-      signals->done.fetch_add(held, std::memory_order_relaxed);
-      if (thread == 0 && signals->poll != nullptr) signals->poll(*signals, signals->context);
-      if (signals->stop.load(std::memory_order_relaxed)) own = kAborted;
+      const std::int64_t total = done.fetch_add(held, std::memory_order_relaxed) + held;
+      if (own == 0 && thread == 0) own = progress.Publish(static_cast<double>(total) / static_cast<double>(count));
+      own = progress.After(own);
     }
     if (own == 0) worker.Finish();
     if (own != 0) failure.store(own, std::memory_order_relaxed);

@@ -14,12 +14,12 @@
 // Results are the same to the bit for any number of threads, any instruction set, and whatever targets are asked for in
 // the same call: a target's data come in the order in which they were given, and its system is solved by itself.
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
 #include "core/buffer.hpp"
 #include "core/parallel.hpp"
+#include "core/progress.hpp"
 #include "engine/place_covariance.hpp"
 #include "engine/place_system.hpp"
 #include "neighborhood/place_search.hpp"
@@ -122,15 +122,6 @@ struct PlaceKrigingReport {
   std::int64_t redundant = 0;     // some data were left out, for others tell the same to rounding
 };
 
-// What a call and those who watch it share.
-struct PlaceKrigingSignals {
-  std::atomic<std::int64_t> done{0};  // targets so far, those left out included
-  std::atomic<bool> stop{false};      // set to end the call soon, with status -1000
-  // Called every now and then by the calling thread, which may set `stop`; null for none.
-  void (*poll)(PlaceKrigingSignals& signals, void* context) = nullptr;
-  void* context = nullptr;
-};
-
 // Data and a model, ready for any number of calls with targets. Read by any number of threads at a time.
 class PlaceKriging {
  public:
@@ -139,10 +130,10 @@ class PlaceKriging {
   [[nodiscard]] int Prepare(const PlaceData& data, const VORL_COVMODEL& model, const PlaceKrigingOptions& options,
                             const Dealing& dealing, PlaceProblem* problem) noexcept;
 
-  // Kriges. Returns 0, the status of a failed allocation, or -1000 if it was stopped. With a problem, results are as
-  // they were.
+  // Kriges; the calling thread reports progress, in percent of the targets. Returns 0, the status of a failed allocation,
+  // kAborted, or what the progress callback gave. With a problem, results are as they were.
   [[nodiscard]] int Krige(const PlaceKrigingTargets& targets, const PlaceKrigingResults& results,
-                          const Dealing& dealing, PlaceKrigingSignals* signals, PlaceKrigingReport* report,
+                          const Dealing& dealing, const Progress& progress, PlaceKrigingReport* report,
                           PlaceProblem* problem, SimdLevel level = BestSimdLevel()) const noexcept;
 
  private:

@@ -183,13 +183,13 @@ TEST_P(PlaceKrigingKinds, SolvesTheEquations) {
   for (const int nthreads : {1, 3}) EXPECT_TRUE(SameBits(problem.Krige(Dealing::Threads(nthreads)), whole));
   for (const SimdLevel level : {SimdLevel::kBaseline, SimdLevel::kAvx2}) {
     if (level > kestrum::BestSimdLevel()) continue;
-    EXPECT_TRUE(SameBits(problem.Krige(Dealing::Serial(), true, nullptr, nullptr, level), whole));
+    EXPECT_TRUE(SameBits(problem.Krige(Dealing::Serial(), true, nullptr, nullptr, nullptr, level), whole));
   }
   // A window of the grid alone.
   if (problem.targetMeans.empty() && problem.targetCovariates.empty()) {
     const int window[6] = {2, 3, 0, 5, 2, 1};
     const PlaceOutcome part =
-        problem.Krige(Dealing::Serial(), true, nullptr, nullptr, kestrum::BestSimdLevel(), window);
+        problem.Krige(Dealing::Serial(), true, nullptr, nullptr, nullptr, kestrum::BestSimdLevel(), window);
     for (int t = 0; t < 10; ++t) {
       const int node = 2 + t % 5 + 9 * (3 + t / 5);
       EXPECT_EQ(part.estimate[t], whole.estimate[node]);
@@ -593,18 +593,23 @@ TEST(PlaceKriging, RefusesWhatMakesNoSense) {
 TEST(PlaceKriging, TellsProgressAndStops) {
   PlaceProblem problem = MakeProblem(2, false);
   problem.SetGrid(90, 70, 1, {0.4, 0.3, 1.0}, {0.0, 0.0, 0.0});
-  kestrum::PlaceKrigingSignals signals;
-  ASSERT_EQ(problem.Krige(Dealing::Threads(2), true, nullptr, &signals).status, 0);
-  EXPECT_EQ(signals.done, problem.ntarget());
-  kestrum::PlaceKrigingSignals stopping;
-  int calls = 0;
-  stopping.context = &calls;
-  stopping.poll = [](kestrum::PlaceKrigingSignals& own, void* context) {
-    if (++*static_cast<int*>(context) == 3) own.stop = true;
-  };
-  EXPECT_EQ(problem.Krige(Dealing::Serial(), true, nullptr, &stopping).status, -1000);
-  EXPECT_EQ(calls, 3);
-  EXPECT_LT(stopping.done, problem.ntarget() / 2);
+  VORL_PROGRESSMONITOR monitor;
+  VORLInitProgressMonitor(&monitor);
+  ASSERT_EQ(problem.Krige(Dealing::Serial(), true, nullptr, &monitor).status, 0);
+  EXPECT_EQ(monitor.allRealizationProgress, 100);
+  for (const int nthreads : {1, 2}) {
+    VORLInitProgressMonitor(&monitor);
+    const auto stopAtThird = [](VORL_PROGRESSMONITOR* own) {
+      if (own->allRealizationProgress > 30) own->abortedJobFlag = TRUE;
+      return 0;
+    };
+    const PlaceOutcome outcome = problem.Krige(Dealing::Threads(nthreads), true, nullptr, &monitor, stopAtThird);
+    EXPECT_EQ(outcome.status, -1000);
+    EXPECT_EQ(outcome.estimate.back(), -1.0);
+  }
+  VORLInitProgressMonitor(&monitor);
+  EXPECT_EQ(problem.Krige(Dealing::Serial(), true, nullptr, &monitor, [](VORL_PROGRESSMONITOR*) { return -7; }).status,
+            -7);
 }
 
 TEST(PlaceKriging, SurvivesFailingAllocations) {

@@ -78,8 +78,9 @@ struct PlaceProblem {
 
   // Kriges the targets, or a window of the grid.
   PlaceOutcome Krige(kestrum::Dealing dealing = kestrum::Dealing::Serial(), bool wantVariance = true,
-                     const VORL_COVMODEL* other = nullptr, kestrum::PlaceKrigingSignals* signals = nullptr,
-                     kestrum::SimdLevel level = kestrum::BestSimdLevel(), const int* window = nullptr) const {
+                     const VORL_COVMODEL* other = nullptr, VORL_PROGRESSMONITOR* monitor = nullptr,
+                     kestrum::ProgressCallback callback = nullptr, kestrum::SimdLevel level = kestrum::BestSimdLevel(),
+                     const int* window = nullptr) const {
     PlaceOutcome outcome;
     const auto flatten = [&](const std::vector<Triple>& from) {
       std::vector<double> flat;
@@ -118,7 +119,7 @@ struct PlaceProblem {
         targets,
         {outcome.estimate.data(), wantVariance ? outcome.variance.data() : nullptr, outcome.ndata.data(), nweight,
          wantWeights ? outcome.weights.data() : nullptr, wantWeights ? outcome.weightData.data() : nullptr},
-        dealing, signals, &outcome.report, &outcome.problem, level);
+        dealing, kestrum::Progress(monitor, callback), &outcome.report, &outcome.problem, level);
     return outcome;
   }
 };
