@@ -30,7 +30,7 @@ class ImageOnFile {
     if (file_ != nullptr) std::fclose(file_);
   }
 
-  // Runs the transfer from the start of the file until the measurement is done, and tells its bytes.
+  // Runs the transfer from the start of the file until the measurement is done, and reports its bytes.
   template <typename Transfer>
   void Measure(benchmark::State& state, const Transfer& transfer) {
     for (auto _ : state) {

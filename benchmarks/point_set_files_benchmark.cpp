@@ -44,7 +44,7 @@ class PointSetOnFile {
     VORLFreePointSet(&back);
     return !failed_;
   }
-  // Runs the transfer from the start of the file until the measurement is done, and tells its bytes.
+  // Runs the transfer from the start of the file until the measurement is done, and reports its bytes.
   void Measure(benchmark::State& state, bool (PointSetOnFile::*transfer)()) {
     for (auto _ : state) {
       std::rewind(file_);

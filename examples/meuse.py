@@ -24,7 +24,7 @@ RANGE, SILL, NUGGET = 897.0, 0.59, 0.05
 
 
 def check(status):
-    """Turns a status into an exception with its words."""
+    """Turns a status into an exception with its text."""
     if status != 0:
         raise RuntimeError(kestrum.vorl_get_error_message(-status).strip())
 
@@ -54,7 +54,7 @@ def read_map(name):
     return values
 
 
-# The records below lie in memory that the run input takes over and releases: calloc_..., which Python does not own.
+# The records below are in memory that the run input takes over and releases: calloc_..., which Python does not own.
 
 
 def fill_grid(grid):
@@ -178,7 +178,7 @@ def execute(title, run, threads, vtk_file=None):
     monitor = kestrum.vorl_progressMonitor()
     kestrum.VORLInitProgressMonitor(monitor)
 
-    # A run lets other Python threads go on meanwhile: this one tells how far it is, if it takes more than a moment.
+    # A run lets other Python threads run meanwhile: this one shows the progress, if it takes more than a moment.
     ended = threading.Event()
 
     def tell_progress():

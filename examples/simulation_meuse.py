@@ -20,8 +20,9 @@ import meuse
 THREADS = os.cpu_count() or 1
 
 # A node draws with the seed of its realization plus its position in the path: seeds must differ by more than the number
-# of nodes (8112), or realizations share draws. The early draws of a seed s go like the fraction of 0.57 s: an increment
-# that is a multiple of 100 nearly repeats them. This prime spreads them well over (0, 1): 0.57 * 13487 ends on .59.
+# of nodes (8112), or realizations share draws. The early draws of a seed s follow the fractional part of 0.57 s: an
+# increment that is a multiple of 100 nearly repeats them. This prime spreads them well over (0, 1): 0.57 * 13487 ends
+# on .59.
 SEED, SEED_INCREMENT = 2026, 13487
 
 INTERVENTION = 720.0  # mg/kg of zinc: the Dutch value for soil above which a clean-up is considered
@@ -29,7 +30,7 @@ CLASS_LIMITS = (200.0, 500.0)  # mg/kg of zinc
 DETECTION_LIMIT = 1.0  # mg/kg of cadmium
 ALONG, ACROSS = 1200.0, 700.0  # m, ranges of the model that has a direction
 
-# Realizations go beyond the samples: so do the colours, and what lies still further shows as the tips of the bar.
+# Realizations go beyond the samples: so do the colours, and the tips of the bar stand for anything further out.
 ZINC_STYLE = {"cmap": "viridis", "vmin": np.log(80.0), "vmax": np.log(2200.0)}
 CADMIUM_STYLE = {"cmap": "viridis", "vmin": np.log(0.15), "vmax": np.log(20.0)}
 PROBABILITY_STYLE = {"cmap": "YlGnBu", "vmin": 0.0, "vmax": 1.0}
@@ -53,7 +54,7 @@ def prepare(mode, variable, points, model, nrealization, sort_mode=2, masked=Tru
 
 
 def zinc_realizations():
-    """100 realizations: four of them, and what all of them tell."""
+    """100 realizations: four of them, and the statistics of all."""
     x, y, zinc = meuse.read_samples("x", "y", "zinc")
     points = meuse.make_point_set(x, y, {"log_zinc": np.log(zinc)})
     run = prepare(kestrum.KESTRUM_SIM_SK, "log_zinc", points, meuse.make_cov_model(), 100)

@@ -13,8 +13,8 @@
 #include <string>
 #include <string_view>
 
-// What every fuzz target has, under the name that libFuzzer and replay_main.cpp look for: tries one input, and stops the
-// program if a reader does wrong.
+// What every fuzz target has, under the name that libFuzzer and replay_main.cpp look for: tries one input, and stops
+// the program if a reader does wrong.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace kestrum_fuzz {
@@ -42,7 +42,7 @@ class Stream {
     return Stream(bytes.empty() ? std::fopen("/dev/null", "rb")
                                 : fmemopen(const_cast<char*>(bytes.data()), bytes.size(), "rb"));
   }
-  // A pipe; it can not seek. It holds no stream if the bytes are more than a pipe takes at once.
+  // A pipe; it cannot seek. It holds no stream if the bytes are more than a pipe takes at once.
   static Stream Pipe(std::string_view bytes) {
     int ends[2];
     Require(pipe2(ends, O_NONBLOCK) == 0, "a pipe can be had");

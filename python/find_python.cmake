@@ -1,4 +1,4 @@
-# Finds an interpreter that has both its headers and NumPy: the first one in PATH may lack either.
+# Finds an interpreter that has both its headers and NumPy: the first one in PATH may be without either.
 # Sets KESTRUM_PYTHON, and what the module needs to know of it: KESTRUM_PYTHON_INCLUDE, KESTRUM_PYTHON_NUMPY,
 # KESTRUM_PYTHON_SUFFIX, KESTRUM_PYTHON_SITE (the module directory, relative to the installation prefix).
 # A string, since it may be a name: CMake would make a FILEPATH of the command line absolute.

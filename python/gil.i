@@ -1,5 +1,5 @@
-/* Functions that can run long let other Python threads go on meanwhile: such a thread may read the progress monitor and
- * set its abortedJobFlag. No Python object is touched in between: all arguments are plain C values by then.
+/* Functions that may run for long let other Python threads run meanwhile: such a thread may read the progress monitor
+ * and set its abortedJobFlag. No Python object is touched in between: all arguments are plain C values by then.
  * Without a name: for all functions of the headers that follow, until %exception;. */
 %define %releases_gil(NAME)
 %exception NAME {

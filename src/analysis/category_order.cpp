@@ -27,7 +27,7 @@ struct Axes {
 };
 
 // Adds up pairs on one thread: those of the first categories in a table of its own, so that threads do not wait for
-// each other at the matrix. An entry that its type can not count any further stays at the greatest number.
+// each other at the matrix. An entry that its type cannot count any further stays at the greatest number.
 template <typename Count>
 class PairCounter {
  public:

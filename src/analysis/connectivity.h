@@ -76,21 +76,21 @@ KESTRUM_API int VORLImageConnectivity26GlobalIndicatorCurve(VORL_IMAGE* image, i
 
 /** Threaded form of VORLImageConnectivity6GlobalIndicatorCurve; thresholds are computed as i*step + start.
  * @copydetails VORLImageConnectivity6GlobalIndicatorCurve
- * @param nthreads number of threads, among which the thresholds are dealt out; -3 is the status of one below 1 */
+ * @param nthreads number of threads, which share the thresholds; -3 is the status of one below 1 */
 KESTRUM_API int VORLOMPImageConnectivity6GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step,
                                                               real* thresholds, real* gamma, real* gammaComplement,
                                                               BOOLEAN verbose, int nthreads) KESTRUM_NOEXCEPT;
 
 /** Threaded form of VORLImageConnectivity18GlobalIndicatorCurve; thresholds are computed as i*step + start.
  * @copydetails VORLImageConnectivity18GlobalIndicatorCurve
- * @param nthreads number of threads, among which the thresholds are dealt out; -3 is the status of one below 1 */
+ * @param nthreads number of threads, which share the thresholds; -3 is the status of one below 1 */
 KESTRUM_API int VORLOMPImageConnectivity18GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step,
                                                                real* thresholds, real* gamma, real* gammaComplement,
                                                                BOOLEAN verbose, int nthreads) KESTRUM_NOEXCEPT;
 
 /** Threaded form of VORLImageConnectivity26GlobalIndicatorCurve; thresholds are computed as i*step + start.
  * @copydetails VORLImageConnectivity26GlobalIndicatorCurve
- * @param nthreads number of threads, among which the thresholds are dealt out; -3 is the status of one below 1 */
+ * @param nthreads number of threads, which share the thresholds; -3 is the status of one below 1 */
 KESTRUM_API int VORLOMPImageConnectivity26GlobalIndicatorCurve(VORL_IMAGE* image, int n, real start, real step,
                                                                real* thresholds, real* gamma, real* gammaComplement,
                                                                BOOLEAN verbose, int nthreads) KESTRUM_NOEXCEPT;
@@ -139,7 +139,7 @@ KESTRUM_API int VORLImageConnectivity6EulerNumberCurve(VORL_IMAGE* image, int n,
 
 /** Threaded form of VORLImageConnectivity6EulerNumberCurve; thresholds are computed as i*step + start.
  * @copydetails VORLImageConnectivity6EulerNumberCurve
- * @param nthreads number of threads, among which the thresholds are dealt out; -3 is the status of one below 1 */
+ * @param nthreads number of threads, which share the thresholds; -3 is the status of one below 1 */
 KESTRUM_API int VORLOMPImageConnectivity6EulerNumberCurve(VORL_IMAGE* image, int n, real start, real step,
                                                           real* thresholds, int* euler, int* eulerComplement,
                                                           BOOLEAN verbose, int nthreads) KESTRUM_NOEXCEPT;
@@ -179,21 +179,21 @@ KESTRUM_API int VORLImageMaxGeobody26SizeCurve(VORL_IMAGE* image, int n, real st
 
 /** Threaded form of VORLImageMaxGeobody6SizeCurve; thresholds are computed as i*step + start.
  * @copydetails VORLImageMaxGeobody6SizeCurve
- * @param nthreads number of threads, among which the thresholds are dealt out; -3 is the status of one below 1 */
+ * @param nthreads number of threads, which share the thresholds; -3 is the status of one below 1 */
 KESTRUM_API int VORLOMPImageMaxGeobody6SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
                                                  int* maxSize, int* maxExtentX, int* maxExtentY, int* maxExtentZ,
                                                  BOOLEAN verbose, int nthreads) KESTRUM_NOEXCEPT;
 
 /** Threaded form of VORLImageMaxGeobody18SizeCurve; thresholds are computed as i*step + start.
  * @copydetails VORLImageMaxGeobody18SizeCurve
- * @param nthreads number of threads, among which the thresholds are dealt out; -3 is the status of one below 1 */
+ * @param nthreads number of threads, which share the thresholds; -3 is the status of one below 1 */
 KESTRUM_API int VORLOMPImageMaxGeobody18SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
                                                   int* maxSize, int* maxExtentX, int* maxExtentY, int* maxExtentZ,
                                                   BOOLEAN verbose, int nthreads) KESTRUM_NOEXCEPT;
 
 /** Threaded form of VORLImageMaxGeobody26SizeCurve; thresholds are computed as i*step + start.
  * @copydetails VORLImageMaxGeobody26SizeCurve
- * @param nthreads number of threads, among which the thresholds are dealt out; -3 is the status of one below 1 */
+ * @param nthreads number of threads, which share the thresholds; -3 is the status of one below 1 */
 KESTRUM_API int VORLOMPImageMaxGeobody26SizeCurve(VORL_IMAGE* image, int n, real start, real step, real* thresholds,
                                                   int* maxSize, int* maxExtentX, int* maxExtentY, int* maxExtentZ,
                                                   BOOLEAN verbose, int nthreads) KESTRUM_NOEXCEPT;

@@ -2,7 +2,7 @@
 //
 // The envelope is a stack of segments. A segment has a start and a site, the node whose function is the lowest from the
 // start to the start of the next segment. The top is held in registers; a node that became a site remembers the segment
-// below its own, so that the stack needs no memory by depth, and lanes with stacks of different depths go on in step.
+// below its own, so that the stack needs no memory by depth, and lanes with stacks of different depths proceed in step.
 // Numbers of nodes are kept as doubles, which hold them exactly.
 
 constexpr int kLanes = kWidth == 1 ? 1 : kLineLanes;

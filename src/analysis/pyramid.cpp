@@ -108,7 +108,7 @@ class Reduction {
     return Sum(taps, n, complete, completeWeights, to);
   }
 
-  // The filter along x. The row, with its ends continued, is dealt out to `step` phases: phase r has every step-th node
+  // The filter along x. The row, with its ends continued, is split into `step` phases: phase r has every step-th node
   // from node r. So all sums go through contiguous nodes.
   Row FilterRow(const Row& row, const double* completeWeights, const RowStorage& to, double* phases,
                 Tap* taps) const noexcept {

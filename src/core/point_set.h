@@ -73,7 +73,7 @@ KESTRUM_API int VORLValidatePointSet(VORL_POINTSET* ps, int* status) KESTRUM_NOE
  * @param[in] ps the point set
  * @param[in] grid the grid
  * @param[out] id npoint indices of nodes; -1 for a point outside the grid
- * @param ignoreOutside 0: stop at the first point outside the grid; otherwise go on
+ * @param ignoreOutside 0: stop at the first point outside the grid; otherwise continue
  * @return 0; -161 for a point outside the grid (the entries of the points before it are written); -601 if a size of the
  *   grid is below 1, or if nxy or nxyz is not their product */
 KESTRUM_API int VORLGetIndexInGridForPointSet(VORL_POINTSET* ps, VORL_GRID* grid, int* id,
@@ -86,7 +86,7 @@ KESTRUM_API int VORLGetIndexInGridForPointSet(VORL_POINTSET* ps, VORL_GRID* grid
  * @param[out] ix npoint indices along x; -1 for a point outside the grid
  * @param[out] iy npoint indices along y; -1 for a point outside the grid
  * @param[out] iz npoint indices along z; -1 for a point outside the grid
- * @param ignoreOutside 0: stop at the first point outside the grid; otherwise go on
+ * @param ignoreOutside 0: stop at the first point outside the grid; otherwise continue
  * @return 0; -161 for a point outside the grid (the entries of the points before it are written); -601 if a size of the
  *   grid is below 1, or if nxy or nxyz is not their product */
 KESTRUM_API int VORLGetXYZIndexInGridForPointSet(VORL_POINTSET* ps, VORL_GRID* grid, int* ix, int* iy, int* iz,

@@ -11,9 +11,9 @@ namespace kestrum {
 
 using ProgressCallback = int (*)(VORL_PROGRESSMONITOR*);
 
-// What a run reports to its caller, and asks of it: progress, warnings, and whether to go on. Monitor and callback may
-// be null. In a threaded run every store into the monitor and every call of the callback are in one critical section,
-// so that the callback is never called from two threads at once.
+// What a run reports to its caller, and asks of it: progress, warnings, and whether to continue. Monitor and callback
+// may be null. In a threaded run every store into the monitor and every call of the callback are in one critical
+// section, so that the callback is never called from two threads at once.
 class Progress {
  public:
   // threaded: several threads may report at a time.

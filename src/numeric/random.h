@@ -39,7 +39,7 @@ KESTRUM_API void VORLInitRandContext(VORL_RANDCONTEXT* context) KESTRUM_NOEXCEPT
 /** Draws the next number of the sequence.
  *
  * @param seed not 0: restart the sequence of that seed, and give its first number (a negative seed gives the sequence
- *   of its absolute value); 0: go on, or start the sequence of seed 0 on a context that was never seeded
+ *   of its absolute value); 0: continue, or start the sequence of seed 0 on a context that was never seeded
  * @param[in,out] context the context
  * @return a number in [1e-17, 1) */
 KESTRUM_API double VORLDoubleRand(int seed, VORL_RANDCONTEXT* context) KESTRUM_NOEXCEPT;

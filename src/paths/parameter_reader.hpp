@@ -9,14 +9,14 @@
 
 namespace kestrum {
 
-// A value of a mode, which is its place in a list of these: how files call it, and what it means, if that is printed.
+// A value of a mode, which is its place in a list of these: its name in files, and its meaning, if that is printed.
 struct Mode {
   const char* word;
   const char* meaning = "";
 };
 
-// Takes a mode by its word, which white space and comments may precede. False, with the mode left alone, if the file ends
-// or holds anything else there.
+// Takes a mode by its word, which white space and comments may precede. False, with the mode left alone, if the file
+// ends or holds anything else there.
 template <int kCount>
 bool TakeMode(std::FILE* stream, const Mode (&modes)[kCount], int* mode) noexcept {
   char word[VORL_WORD_LENGTH];

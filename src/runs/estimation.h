@@ -58,7 +58,9 @@ KESTRUM_API int VORLKestrumSimEstimation(VORL_KESTRUMINPUT* input, BOOLEAN ordin
                                          VORL_PROGRESSMONITOR* progressMonitor,
                                          int (*progressCallback)(VORL_PROGRESSMONITOR*)) KESTRUM_NOEXCEPT;
 
-/** Threaded form of VORLKestrumSimEstimation. All nodes are done before the callback's result counts.
+/** Threaded form of VORLKestrumSimEstimation.
+ *
+ * A set abort flag ends it within some hundred nodes; any other result of the callback counts when all nodes are done.
  * @copydetails VORLKestrumSimEstimation
  * @param nthreads number of threads, at least 1 */
 KESTRUM_API int VORLOMPKestrumSimEstimation(
@@ -99,6 +101,8 @@ KESTRUM_API int VORLKestrumSimEstimationUniqueSN(VORL_KESTRUMINPUT* input, BOOLE
                                                  int (*progressCallback)(VORL_PROGRESSMONITOR*)) KESTRUM_NOEXCEPT;
 
 /** Threaded form of VORLKestrumSimEstimationUniqueSN.
+ *
+ * A set abort flag ends it within some hundred nodes; any other result of the callback counts when all nodes are done.
  * @copydetails VORLKestrumSimEstimationUniqueSN
  * @param nthreads number of threads, at least 1 */
 KESTRUM_API int VORLOMPKestrumSimEstimationUniqueSN(VORL_KESTRUMINPUT* input, BOOLEAN ordinaryKriging,

@@ -62,7 +62,9 @@ KESTRUM_API int VORLKestrumIndicatorSimEstimation(
     FILE* reportFile, VORL_PROGRESSMONITOR* progressMonitor,
     int (*progressCallback)(VORL_PROGRESSMONITOR*)) KESTRUM_NOEXCEPT;
 
-/** Threaded form of VORLKestrumIndicatorSimEstimation. All nodes are done before a result of the callback counts.
+/** Threaded form of VORLKestrumIndicatorSimEstimation.
+ *
+ * A set abort flag ends it within some hundred nodes; any other result of the callback counts when all nodes are done.
  * @copydetails VORLKestrumIndicatorSimEstimation
  * @param nthreads number of threads, at least 1 */
 KESTRUM_API int VORLOMPKestrumIndicatorSimEstimation(

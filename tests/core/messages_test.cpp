@@ -21,7 +21,7 @@ struct Table {
   std::uint64_t checksum;  // FNV-1a of all texts in the order of their numbers
 };
 
-// All rows are found by trying every number, those that can not be rows among them.
+// All rows are found by trying every number, those that cannot be rows among them.
 void ExpectTable(const Table& table) {
   const std::string unknown = table.word + ": unknown\n";
   std::set<std::string> messages;

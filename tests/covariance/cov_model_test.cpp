@@ -48,7 +48,7 @@ class Model {
   }
 };
 
-// An image that lets itself be changed, and is released at the end.
+// An image that may be changed, and is released at the end.
 struct Mask {
   VORL_IMAGE* const image;
   Mask(const VORL_GRID& grid, const std::vector<int>& masked) : image(NewImage(grid, 1, 1.0)) {

@@ -1,4 +1,4 @@
-"""Copies between vectors and arrays, names, streams, and the exceptions of arguments that can not be converted."""
+"""Copies between vectors and arrays, names, streams, and the exceptions of arguments that cannot be converted."""
 
 import re
 

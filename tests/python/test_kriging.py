@@ -207,9 +207,8 @@ def test_a_refused_input_has_its_status():
 
 @pytest.mark.parametrize("mode", [k.KESTRUM_OK, k.KESTRUM_SIM_SK])
 def test_another_thread_can_stop_a_run(mode):
-    """The other thread can act during the run only if the run has released the interpreter. A threaded estimation does
-    all its nodes before it looks at the flag, a simulation those of the realization at hand: either takes a second at
-    most."""
+    """The other thread can act during the run only if the run has released the interpreter. A threaded estimation
+    looks at the flag now and then, a simulation after the current realization, which takes a second at most."""
     case = Case(grid=records.grid(400, 100) if mode == k.KESTRUM_OK else records.grid(100, 50), ndata=60)
     where, values = case.data()
     inp, out, monitor = k.vorl_kestrumInput(), k.vorl_kestrumOutput(), k.vorl_progressMonitor()

@@ -1,4 +1,4 @@
-// Every function of the image analysis that has a threaded twin, and serial ones for which it matters that compilers
+// Every function of the image analysis that has a threaded form, and serial ones for which it matters that compilers
 // agree, on random images.
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr real kMissing = VORL_MISSING_VALUE;
 
-// A serial function and its threaded twin.
+// A serial function and its threaded form.
 template <typename Serial, typename Threaded>
 struct Twins {
   const char* name;

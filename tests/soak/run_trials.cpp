@@ -30,7 +30,7 @@ class OutputFolder {
   ~OutputFolder() { std::filesystem::remove_all(path_); }
 
   std::string Path(const char* name) const { return (path_ / name).string(); }
-  // Names and contents of all files but the report, which tells times.
+  // Names and contents of all files but the report, which has times.
   void AddTo(Outcome& outcome) const {
     std::map<std::string, std::string> files;
     for (const auto& entry : std::filesystem::directory_iterator(path_)) {

@@ -15,7 +15,7 @@
 
 namespace kestrum_test {
 
-// Random input that is the same on every platform. Two draws never stand in one argument list, whose order of
+// Random input that is the same on every platform. Two draws never appear in one argument list, whose order of
 // evaluation is the compiler's.
 class Draw {
  public:
@@ -83,7 +83,7 @@ class Outcome {
   std::vector<std::uint64_t> bits_;
 };
 
-// Draws the input of one call, calls with `nthreads` threads (0: the serial form), and tells what came out. The same
+// Draws the input of one call, calls with `nthreads` threads (0: the serial form), and returns what came out. The same
 // seed gives the same input.
 struct Trial {
   const char* name;
