@@ -21,7 +21,8 @@ BUILD := build/release
 RUN_PYTHON := PYTHONPATH=$(BUILD)/python PYTHONDONTWRITEBYTECODE=1 $(PYTHON)
 
 PACKAGES := g++ cmake ninja-build swig python3-dev python3-numpy python3-matplotlib \
-            libgtest-dev libbenchmark-dev python3-pytest python3-scipy python3-skimage pkg-config
+            libgtest-dev libbenchmark-dev python3-pytest python3-scipy python3-skimage pkg-config \
+            pybind11-dev python3-pandas python3-xarray python3-hypothesis python3-tqdm mypy
 LINT_PACKAGES := clang-format clang-tidy libomp-dev shellcheck
 CLANG_PACKAGES := clang libclang-rt-dev libomp-dev
 REFERENCE_PACKAGES := doxygen
@@ -62,14 +63,16 @@ configure: setup
 
 demo: configure
 	cmake --build --preset release --parallel $(JOBS) --target kestrum_python kestrum_shared
-	$(RUN_PYTHON) examples/kriging_meuse.py
-	$(RUN_PYTHON) examples/simulation_meuse.py
-	$(RUN_PYTHON) examples/image_analysis.py
+	$(RUN_PYTHON) examples/map.py
+	$(RUN_PYTHON) examples/drift_and_blocks.py
+	$(RUN_PYTHON) examples/native/kriging_meuse.py
+	$(RUN_PYTHON) examples/native/simulation_meuse.py
+	$(RUN_PYTHON) examples/native/image_analysis.py
 	@mkdir -p $(BUILD)/bin
-	$(CC) -std=c99 -O2 -I$(BUILD)/include examples/krige_meuse.c -o $(BUILD)/bin/krige_meuse \
+	$(CC) -std=c99 -O2 -I$(BUILD)/include examples/native/krige_meuse.c -o $(BUILD)/bin/krige_meuse \
 	  -L$(BUILD)/lib -lkestrum -lm -Wl,-rpath,$(CURDIR)/$(BUILD)/lib
 	$(BUILD)/bin/krige_meuse examples/data/meuse examples/output/meuse_from_c.gslib
-	$(CC) -std=c99 -O2 -I$(BUILD)/include examples/read_maps.c -o $(BUILD)/bin/read_maps \
+	$(CC) -std=c99 -O2 -I$(BUILD)/include examples/native/read_maps.c -o $(BUILD)/bin/read_maps \
 	  -L$(BUILD)/lib -lkestrum -Wl,-rpath,$(CURDIR)/$(BUILD)/lib
 	$(BUILD)/bin/read_maps examples/output/meuse_moving.gslib examples/output/meuse_from_c.gslib
 

@@ -17,7 +17,7 @@ import numpy as np
 from scipy import ndimage
 from skimage.measure import euler_number
 
-import kestrum as k
+from kestrum import native as k
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "tests" / "python"))
 import records

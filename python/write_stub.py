@@ -59,7 +59,7 @@ def function(name, value, to):
         elif name.endswith("_from_array") and argument == "source":
             python_type = "numpy.typing.ArrayLike"
         elif name.startswith("vorl_get_array_") and argument == "target":
-            python_type = "numpy.ndarray"
+            python_type = "numpy.typing.NDArray[Any]"
         else:
             python_type = to.argument(parameter.annotation)
         arguments.append(f"{parameter.replace(annotation=parameter.empty)}: {python_type}")

@@ -1,6 +1,51 @@
-"""Geostatistics on regular three-dimensional grids.
+"""Geostatistics: maps and realizations from scattered data.
 
-The names are those of the C interface; kestrum.native holds them, and the module _kestrum the plain functions.
+    >>> import kestrum as ks
+    >>> points = ks.Points([[1.0, 1.0], [8.0, 3.0], [4.0, 7.0]], [2.0, 5.0, 3.0], "zinc")
+    >>> model = ks.Nugget(0.1) + ks.Spherical(0.9, range=8)
+    >>> result = ks.krige(points, model, ks.Grid(10, 10))
+    >>> result.estimate.dims, result.estimate.shape
+    (('y', 'x'), (10, 10))
+
+Conventions: arrays on a grid are ordered (z, y, x), or (y, x) if the grid has one layer; coordinates are (x, y) or
+(x, y, z). Ranges are distances in the coordinates' unit, angles are in degrees, and the azimuth turns clockwise from
+north (y). A missing value is NaN. Rows in messages count from 0. Every bad argument raises a KestrumError. Results do
+not depend on `threads`, to the last bit.
+
+The names of the C interface are those of `kestrum.native`.
 """
 
-from .native import *
+from typing import TYPE_CHECKING, Any
+
+from ._core import version as __version__
+from ._errors import ArgumentError, ArgumentTypeError, DataError, GridError, KestrumError, KestrumWarning, ModelError
+from ._grid import Grid
+from ._krige import krige
+from ._models import (CardinalSine, CovModel, Cubic, Exponential, Gamma, Gaussian, Linear, Matern, Nugget, Power, Spherical,
+                      Stable, Structure)
+from ._points import Points
+from ._simulate import krige_categories, simulate, simulate_categories
+
+if TYPE_CHECKING:
+    from . import native as native
+    from . import plot as plot
+
+__all__ = [
+    "ArgumentError", "ArgumentTypeError", "CardinalSine", "CovModel", "Cubic", "DataError", "Exponential", "Gamma",
+    "Gaussian", "Grid", "GridError", "KestrumError", "KestrumWarning", "Linear", "Matern", "ModelError", "Nugget", "Points",
+    "Power", "Spherical", "Stable", "Structure", "krige", "krige_categories", "simulate", "simulate_categories",
+]
+# Imported where they are first used: they take long, or need what is not always there.
+_LATE = ("native", "plot")
+
+
+def __getattr__(name: str) -> Any:
+    if name in _LATE:
+        import importlib
+
+        return importlib.import_module("." + name, __name__)
+    raise AttributeError(f"module 'kestrum' has no attribute {name!r}; the names of the C interface are in kestrum.native")
+
+
+def __dir__() -> list[str]:
+    return sorted([*__all__, *_LATE, "__version__"])

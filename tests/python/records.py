@@ -2,7 +2,7 @@
 
 import numpy as np
 
-import kestrum as k
+from kestrum import native as k
 
 
 def image(grid, names, values):

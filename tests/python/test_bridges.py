@@ -6,7 +6,7 @@ import numpy as np
 import pytest
 
 import _kestrum as flat
-import kestrum as k
+from kestrum import native as k
 import records
 
 BRIDGES = {"real": np.float64, "double": np.float64, "int": np.intc}

@@ -4,7 +4,7 @@ import numpy as np
 import pytest
 from scipy import ndimage
 
-import kestrum as k
+from kestrum import native as k
 import records
 
 F, M = k.FALSE, k.VORL_MISSING_VALUE

@@ -7,7 +7,7 @@ from dataclasses import dataclass, field
 import numpy as np
 import pytest
 
-import kestrum as k
+from kestrum import native as k
 import records
 
 NAME = "value"

@@ -3,7 +3,7 @@
 import numpy as np
 import pytest
 
-import kestrum as k
+from kestrum import native as k
 import records
 import reference_simulation as reference
 from reference_simulation import Element, Model, Run, Search

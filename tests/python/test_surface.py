@@ -6,7 +6,7 @@ from pathlib import Path
 import pytest
 
 import _kestrum
-import kestrum
+from kestrum import native
 
 LIST = Path(__file__).resolve().parents[2] / "python" / "module_names.txt"
 
@@ -32,7 +32,7 @@ def test_package_offers_the_same_names():
     for name, _ in listed_names():
         # A class takes the place of its own four functions.
         if not name.endswith(("_swigregister", "_swiginit", "_get", "_set")) and not name.startswith(("new_vorl_", "delete_vorl_")):
-            assert hasattr(kestrum, name), name
+            assert hasattr(native, name), name
 
 
 def test_warning_texts_are_those_of_the_table():
@@ -59,15 +59,15 @@ def test_stdout_is_read_only():
 def test_a_callback_is_function_and_pointer(form):
     name = f"VORLUpdateProgressMonitor{form}"
     assert isinstance(getattr(_kestrum, name), types.BuiltinFunctionType)
-    monitor = kestrum.vorl_progressMonitor()
-    kestrum.VORLInitProgressMonitor(monitor)
-    assert getattr(kestrum, name)(monitor) == 0
-    monitor.abortedJobFlag = kestrum.TRUE
-    assert getattr(kestrum, name)(monitor) == -1000
+    monitor = native.vorl_progressMonitor()
+    native.VORLInitProgressMonitor(monitor)
+    assert getattr(native, name)(monitor) == 0
+    monitor.abortedJobFlag = native.TRUE
+    assert getattr(native, name)(monitor) == -1000
     assert "(*)(" in repr(getattr(_kestrum, name + "_ptr"))
     assert not hasattr(_kestrum, name + "GI_ptr")
 
 
 def test_a_misspelt_field_is_refused():
     with pytest.raises(AttributeError):
-        kestrum.vorl_kestrumInput().seedIncrment = 5
+        native.vorl_kestrumInput().seedIncrment = 5

@@ -9,7 +9,7 @@ import os
 
 import numpy as np
 
-import kestrum
+from kestrum import native
 import meuse
 
 VARIABLE = "log_zinc"
@@ -18,10 +18,10 @@ VARIABLE = "log_zinc"
 def krige(name, search_radius_relative, nneighbor_max, threads):
     """One run: its files go to the output, its estimate and standard deviation are returned as maps."""
     x, y, zinc = meuse.read_samples("x", "y", "zinc")
-    run = kestrum.vorl_kestrumInput()
-    kestrum.VORLKestrumInitKestrumInput(run)
+    run = native.vorl_kestrumInput()
+    native.VORLKestrumInitKestrumInput(run)
     points = meuse.make_point_set(x, y, {VARIABLE: np.log(zinc)})
-    meuse.prepare(run, kestrum.KESTRUM_OK, VARIABLE, points, name)
+    meuse.prepare(run, native.KESTRUM_OK, VARIABLE, points, name)
     run.covModel = meuse.make_cov_model()
     run.searchRadiusRelative = search_radius_relative
     run.nneighborMax = nneighbor_max

@@ -3,7 +3,7 @@
  *   krige_meuse DATA_DIRECTORY RESULT.gslib
  *
  * DATA_DIRECTORY holds meuse.csv (the samples) and meuse_grid.csv (the nodes of the study area). Each node is estimated
- * from its 20 nearest samples. The same map as examples/kriging_meuse.py makes from Python.
+ * from its 20 nearest samples. The same map as examples/native/kriging_meuse.py makes from Python.
  */
 #include <kestrum.h>
 #include <math.h>

@@ -14,7 +14,7 @@ import matplotlib
 import numpy as np
 from matplotlib.colors import BoundaryNorm
 
-import kestrum
+from kestrum import native
 import meuse
 
 THREADS = os.cpu_count() or 1
@@ -43,8 +43,8 @@ def draw_zinc_bar(figure, picture, axes):
 
 def prepare(mode, variable, points, model, nrealization, sort_mode=2, masked=True):
     """The input of a run on a continuous variable, from the 20 nearest data and simulated nodes."""
-    run = kestrum.vorl_kestrumInput()
-    kestrum.VORLKestrumInitKestrumInput(run)
+    run = native.vorl_kestrumInput()
+    native.VORLKestrumInitKestrumInput(run)
     meuse.prepare(run, mode, variable, points, masked=masked)
     run.covModel = model
     run.searchRadiusRelative, run.nneighborMax, run.searchNeighborhoodSortMode = 2.0, 20, sort_mode
@@ -57,7 +57,7 @@ def zinc_realizations():
     """100 realizations: four of them, and the statistics of all."""
     x, y, zinc = meuse.read_samples("x", "y", "zinc")
     points = meuse.make_point_set(x, y, {"log_zinc": np.log(zinc)})
-    run = prepare(kestrum.KESTRUM_SIM_SK, "log_zinc", points, meuse.make_cov_model(), 100)
+    run = prepare(native.KESTRUM_SIM_SK, "log_zinc", points, meuse.make_cov_model(), 100)
     realizations = meuse.execute("zinc, 100 realizations", run, THREADS)
 
     mean, deviation = realizations.mean(axis=0), realizations.std(axis=0)
@@ -103,21 +103,21 @@ def prepare_classes(mode, x, y, category, file_name):
         {"nugget": 0.06, "sill": 0.19, "along": 800.0},
     )
     n = len(parameters)
-    run = kestrum.vorl_kestrumIndicatorInput()
-    kestrum.VORLKestrumInitKestrumIndicatorInput(run)
+    run = native.vorl_kestrumIndicatorInput()
+    native.VORLKestrumInitKestrumIndicatorInput(run)
     meuse.prepare(run, mode, "zinc_class", meuse.make_point_set(x, y, {"zinc_class": category}), file_name)
     run.ncategory = n
-    run.categoryValue = kestrum.new_real_array(n)
-    run.covModel = kestrum.new_VORL_COVMODEL_array(n)
-    run.searchRadiusRelative = kestrum.new_real_array(n)
-    run.nneighborMax = kestrum.new_int_array(n)
-    run.searchNeighborhoodSortMode = kestrum.new_int_array(n)
+    run.categoryValue = native.new_real_array(n)
+    run.covModel = native.new_VORL_COVMODEL_array(n)
+    run.searchRadiusRelative = native.new_real_array(n)
+    run.nneighborMax = native.new_int_array(n)
+    run.searchNeighborhoodSortMode = native.new_int_array(n)
     for i, values in enumerate(parameters):
-        kestrum.real_array_setitem(run.categoryValue, i, float(i))
-        kestrum.VORL_COVMODEL_array_setitem(run.covModel, i, meuse.fill_cov_model(kestrum.vorl_covModel(), **values))
-        kestrum.real_array_setitem(run.searchRadiusRelative, i, 2.0)
-        kestrum.int_array_setitem(run.nneighborMax, i, 20)
-        kestrum.int_array_setitem(run.searchNeighborhoodSortMode, i, 2)
+        native.real_array_setitem(run.categoryValue, i, float(i))
+        native.VORL_COVMODEL_array_setitem(run.covModel, i, meuse.fill_cov_model(native.vorl_covModel(), **values))
+        native.real_array_setitem(run.searchRadiusRelative, i, 2.0)
+        native.int_array_setitem(run.nneighborMax, i, 20)
+        native.int_array_setitem(run.searchNeighborhoodSortMode, i, 2)
     run.seed, run.seedIncrement, run.nrealization = SEED, SEED_INCREMENT, 2
     return run
 
@@ -126,9 +126,9 @@ def zinc_classes():
     """Zinc in three classes: indicator kriging, and two realizations."""
     x, y, zinc = meuse.read_samples("x", "y", "zinc")
     category = np.digitize(zinc, CLASS_LIMITS).astype(float)
-    run = prepare_classes(kestrum.KESTRUM_OK, x, y, category, "meuse_class_probabilities")
+    run = prepare_classes(native.KESTRUM_OK, x, y, category, "meuse_class_probabilities")
     probability = meuse.execute("zinc classes, indicator kriging", run, THREADS)
-    run = prepare_classes(kestrum.KESTRUM_SIM_SK, x, y, category, "meuse_class_realizations")
+    run = prepare_classes(native.KESTRUM_SIM_SK, x, y, category, "meuse_class_realizations")
     realizations = meuse.execute("zinc classes, 2 realizations", run, THREADS)
     outside = np.isnan(probability[0])
     likeliest = np.where(outside, np.nan, np.argmax(np.nan_to_num(probability), axis=0))
@@ -158,7 +158,7 @@ def cadmium_below_detection():
     value, limit = np.log(cadmium), np.log(DETECTION_LIMIT)
     below = cadmium < DETECTION_LIMIT
     hard = np.where(below, np.nan, value)
-    upper = "log_cadmium" + kestrum.VORL_INEQUALITY_DATA_SUFFIX_FOR_MAX
+    upper = "log_cadmium" + native.VORL_INEQUALITY_DATA_SUFFIX_FOR_MAX
     cases = {
         "dropped": {"log_cadmium": hard},
         "bounds": {"log_cadmium": hard, upper: np.where(below, limit, np.nan)},
@@ -168,7 +168,7 @@ def cadmium_below_detection():
     for name, variables in cases.items():
         model = meuse.make_cov_model(nugget=0.55, sill=1.30, along=1000.0)  # fitted by eye to all samples
         points = meuse.make_point_set(x, y, variables)
-        run = prepare(kestrum.KESTRUM_SIM_SK, "log_cadmium", points, model, 40)
+        run = prepare(native.KESTRUM_SIM_SK, "log_cadmium", points, model, 40)
         run.meanUsage, run.meanValue = 1, np.median(value)  # which does not depend on values below the limit
         realizations = meuse.execute(f"cadmium, 40 realizations, low samples {name}", run, THREADS)
         means.append(realizations.mean(axis=0))
@@ -224,7 +224,7 @@ def turning_with_the_river():
     maps = []
     for name, direction in directions.items():
         results = []
-        for mode, title in ((kestrum.KESTRUM_OK, "kriging"), (kestrum.KESTRUM_SIM_SK, "1 realization")):
+        for mode, title in ((native.KESTRUM_OK, "kriging"), (native.KESTRUM_SIM_SK, "1 realization")):
             model = meuse.make_cov_model(along=ranges[name], across=ACROSS, azimuth=direction)
             points = meuse.make_point_set(x, y, {"log_zinc": np.log(zinc)})
             # The nearest in units of the ranges: the order by covariance (2) is for models without images.

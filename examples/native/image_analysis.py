@@ -14,7 +14,7 @@ from matplotlib.colors import BoundaryNorm, ListedColormap
 from matplotlib.figure import Figure
 from matplotlib.patches import Patch
 
-import kestrum
+from kestrum import native
 import meuse
 
 THREADS = os.cpu_count() or 1
@@ -30,8 +30,8 @@ AZIMUTH = float(np.degrees(np.arctan2(*ALONG)))  # degrees from north to east
 STEP = CELL * np.hypot(*ALONG)  # m, between two such lags
 
 # Elements of the models: type, share of the variance, range along and across the direction (m).
-FIELD = ((kestrum.COV_CUBIC, 0.9, 700.0, 300.0), (kestrum.COV_SPHERICAL, 0.1, 120.0, 120.0))
-CATEGORY = ((kestrum.COV_SPHERICAL, 1.0, 450.0, 180.0),)
+FIELD = ((native.COV_CUBIC, 0.9, 700.0, 300.0), (native.COV_SPHERICAL, 0.1, 120.0, 120.0))
+CATEGORY = ((native.COV_SPHERICAL, 1.0, 450.0, 180.0),)
 CLASSES = {"clay": 0.28, "silt": 0.42, "sand": 0.30}  # with their proportions
 SAND = 2.0
 NREALIZATION = 8
@@ -45,23 +45,23 @@ FIELD_STYLE = {"cmap": "viridis", "vmin": -2.5, "vmax": 2.5}
 @contextmanager
 def reals(values):
     """A vector of reals with these values."""
-    vector = kestrum.new_real_array(len(values))
-    kestrum.vorl_set_real_vector_from_array(vector, 0, values)
+    vector = native.new_real_array(len(values))
+    native.vorl_set_real_vector_from_array(vector, 0, values)
     yield vector
-    kestrum.delete_real_array(vector)
+    native.delete_real_array(vector)
 
 
 @contextmanager
 def ints(values):
-    vector = kestrum.new_int_array(len(values))
-    kestrum.vorl_set_int_vector_from_array(vector, 0, np.asarray(values, dtype=np.intc))
+    vector = native.new_int_array(len(values))
+    native.vorl_set_int_vector_from_array(vector, 0, np.asarray(values, dtype=np.intc))
     yield vector
-    kestrum.delete_int_array(vector)
+    native.delete_int_array(vector)
 
 
 def read_ints(vector, n):
     array = np.empty(n, dtype=np.intc)
-    kestrum.vorl_get_array_from_int_vector(vector, 0, array)
+    native.vorl_get_array_from_int_vector(vector, 0, array)
     return array
 
 
@@ -74,31 +74,31 @@ def fill_grid(grid, n=N):
 
 @contextmanager
 def image_of(values):
-    image = kestrum.vorl_image()
-    kestrum.VORLInitImage(image)
-    meuse.check(kestrum.VORLMallocImage(image, values.size, 1))
+    image = native.vorl_image()
+    native.VORLInitImage(image)
+    meuse.check(native.VORLMallocImage(image, values.size, 1))
     fill_grid(image.grid, len(values))
     image.nvar, image.nxyzv = 1, values.size
-    kestrum.vorl_set_varname(image.varName, 0, "v")
-    kestrum.vorl_set_real_vector_from_array(image.var, 0, values.ravel())
+    native.vorl_set_varname(image.varName, 0, "v")
+    native.vorl_set_real_vector_from_array(image.var, 0, values.ravel())
     yield image
-    kestrum.VORLFreeImage(image)
+    native.VORLFreeImage(image)
 
 
 def read_map(image):
     """The first variable of a flat image as rows of nodes, NaN where missing."""
     values = meuse.vector(image.var, image.grid.nxy).reshape(image.grid.ny, image.grid.nx)
-    return np.where(values == kestrum.VORL_MISSING_VALUE, np.nan, values)
+    return np.where(values == native.VORL_MISSING_VALUE, np.nan, values)
 
 
 def analyse(function, values, *arguments):
     """The map that `function` makes of a map."""
-    result = kestrum.vorl_image()
-    kestrum.VORLInitImage(result)
+    result = native.vorl_image()
+    native.VORLInitImage(result)
     with image_of(values) as image:
         meuse.check(function(image, result, *arguments))
     answer = read_map(result)
-    kestrum.VORLFreeImage(result)
+    native.VORLFreeImage(result)
     return answer
 
 
@@ -106,66 +106,66 @@ def analyse(function, values, *arguments):
 
 
 def fill_cov_model(model, elements, sill=1.0):
-    vector = kestrum.new_VORL_COVMODELELEM_array(len(elements))
+    vector = native.new_VORL_COVMODELELEM_array(len(elements))
     for i, (kind, weight, along, across) in enumerate(elements):
-        element = kestrum.vorl_covModelElem()
+        element = native.vorl_covModelElem()
         element.covModelType, element.weightValue = kind, weight * sill
         element.rxValue, element.ryValue = across, along
-        kestrum.VORL_COVMODELELEM_array_setitem(vector, i, element)
+        native.VORL_COVMODELELEM_array_setitem(vector, i, element)
     model.nelem, model.covModelElem, model.angle1Value = len(elements), vector, AZIMUTH
     return model
 
 
 def simulate(sim, free, run, seed, nrealization):
     """Runs the filled input and releases it; one map per realization."""
-    run.computationMode, run.varName = kestrum.KESTRUM_SIM_SK, "v"
-    run.simGrid = kestrum.calloc_VORL_GRID()
+    run.computationMode, run.varName = native.KESTRUM_SIM_SK, "v"
+    run.simGrid = native.calloc_VORL_GRID()
     fill_grid(run.simGrid)
     # Seeds of realizations further apart than there are nodes: each node draws with a seed of its own.
     run.seed, run.seedIncrement, run.nrealization = seed, 53987, nrealization
-    result = kestrum.vorl_kestrumOutput()
-    kestrum.VORLKestrumInitKestrumOutput(result)
-    monitor = kestrum.vorl_progressMonitor()
-    kestrum.VORLInitProgressMonitor(monitor)
+    result = native.vorl_kestrumOutput()
+    native.VORLKestrumInitKestrumOutput(result)
+    monitor = native.vorl_progressMonitor()
+    native.VORLInitProgressMonitor(monitor)
     try:
-        meuse.check(sim(run, result, monitor, kestrum.VORLUpdateProgressMonitor0_ptr, THREADS))
+        meuse.check(sim(run, result, monitor, native.VORLUpdateProgressMonitor0_ptr, THREADS))
         return meuse.vector(result.outputImage.var, result.outputImage.nxyzv).reshape(-1, N, N)
     finally:
         free(run)
-        kestrum.VORLKestrumFreeKestrumOutput(result)
+        native.VORLKestrumFreeKestrumOutput(result)
 
 
 def simulate_field():
     """Realizations of a variable of mean 0 and variance 1, from the 24 nearest nodes simulated before."""
-    run = kestrum.vorl_kestrumInput()
-    kestrum.VORLKestrumInitKestrumInput(run)
-    run.covModel = fill_cov_model(kestrum.calloc_VORL_COVMODEL(), FIELD)
+    run = native.vorl_kestrumInput()
+    native.VORLKestrumInitKestrumInput(run)
+    run.covModel = fill_cov_model(native.calloc_VORL_COVMODEL(), FIELD)
     run.searchRadiusRelative, run.nneighborMax, run.searchNeighborhoodSortMode = 1.0, 24, 1
     run.nGibbsSamplerPathMin = run.nGibbsSamplerPathMax = 1
     run.meanUsage = 1  # meanValue, which is 0
-    return simulate(kestrum.VORLOMPKestrumSim, kestrum.VORLKestrumFreeKestrumInput, run, 1234, NREALIZATION)
+    return simulate(native.VORLOMPKestrumSim, native.VORLKestrumFreeKestrumInput, run, 1234, NREALIZATION)
 
 
 def simulate_categories():
-    run = kestrum.vorl_kestrumIndicatorInput()
-    kestrum.VORLKestrumInitKestrumIndicatorInput(run)
+    run = native.vorl_kestrumIndicatorInput()
+    native.VORLKestrumInitKestrumIndicatorInput(run)
     n = run.ncategory = len(CLASSES)
     run.probabilityUsage = 1
-    run.categoryValue = kestrum.new_real_array(n)
-    run.probabilityValue = kestrum.new_real_array(n)
-    run.searchRadiusRelative = kestrum.new_real_array(n)
-    run.nneighborMax = kestrum.new_int_array(n)
-    run.searchNeighborhoodSortMode = kestrum.new_int_array(n)
-    run.covModel = kestrum.new_VORL_COVMODEL_array(n)
+    run.categoryValue = native.new_real_array(n)
+    run.probabilityValue = native.new_real_array(n)
+    run.searchRadiusRelative = native.new_real_array(n)
+    run.nneighborMax = native.new_int_array(n)
+    run.searchNeighborhoodSortMode = native.new_int_array(n)
+    run.covModel = native.new_VORL_COVMODEL_array(n)
     for i, proportion in enumerate(CLASSES.values()):
-        model = fill_cov_model(kestrum.vorl_covModel(), CATEGORY, proportion * (1.0 - proportion))
-        kestrum.VORL_COVMODEL_array_setitem(run.covModel, i, model)
-        kestrum.real_array_setitem(run.categoryValue, i, float(i))
-        kestrum.real_array_setitem(run.probabilityValue, i, proportion)
-        kestrum.real_array_setitem(run.searchRadiusRelative, i, 1.0)
-        kestrum.int_array_setitem(run.nneighborMax, i, 24)
-        kestrum.int_array_setitem(run.searchNeighborhoodSortMode, i, 1)
-    sim, free = kestrum.VORLOMPKestrumIndicatorSim, kestrum.VORLKestrumFreeKestrumIndicatorInput
+        model = fill_cov_model(native.vorl_covModel(), CATEGORY, proportion * (1.0 - proportion))
+        native.VORL_COVMODEL_array_setitem(run.covModel, i, model)
+        native.real_array_setitem(run.categoryValue, i, float(i))
+        native.real_array_setitem(run.probabilityValue, i, proportion)
+        native.real_array_setitem(run.searchRadiusRelative, i, 1.0)
+        native.int_array_setitem(run.nneighborMax, i, 24)
+        native.int_array_setitem(run.searchNeighborhoodSortMode, i, 1)
+    sim, free = native.VORLOMPKestrumIndicatorSim, native.VORLKestrumFreeKestrumIndicatorInput
     return simulate(sim, free, run, 77, 1)[0]
 
 
@@ -175,7 +175,7 @@ def simulate_categories():
 def lag_map(function, values):
     """A two-point statistic for all lags up to LAG_MAX cells; the lag 0 lies in the middle."""
     lags = (-LAG_MAX, LAG_MAX, 1)
-    return analyse(function, values, 0, *lags, *lags, 0, 0, 1, kestrum.FALSE, THREADS)
+    return analyse(function, values, 0, *lags, *lags, 0, 0, 1, native.FALSE, THREADS)
 
 
 def profile(values, direction):
@@ -186,46 +186,46 @@ def profile(values, direction):
 
 def model_variogram(elements, distances, along):
     """Values of the model at these distances along or across its direction."""
-    model = fill_cov_model(kestrum.vorl_covModel(), elements)
-    zeros, cov = np.zeros(len(distances)), kestrum.new_real_array(len(distances))
+    model = fill_cov_model(native.vorl_covModel(), elements)
+    zeros, cov = np.zeros(len(distances)), native.new_real_array(len(distances))
     with reals(zeros if along else distances) as x, reals(distances if along else zeros) as y, reals(zeros) as z:
-        meuse.check(kestrum.VORLKestrumEvaluateCovModelFixParamNoRotation(model, len(distances), x, y, z, cov))
+        meuse.check(native.VORLKestrumEvaluateCovModelFixParamNoRotation(model, len(distances), x, y, z, cov))
     values = meuse.vector(cov, len(distances))
-    kestrum.delete_real_array(cov)
-    kestrum.VORLKestrumFreeCovModel(model)
+    native.delete_real_array(cov)
+    native.VORLKestrumFreeCovModel(model)
     return sum(weight for _, weight, _, _ in elements) - values
 
 
 def box_average(image, result, size):
-    values = (kestrum.FALSE, 0.0)  # as they are, not the proportion of one of them
-    return kestrum.VORLOMPMovingBoxAverageImage(size, size, 1.0, image, result, *values, kestrum.FALSE, THREADS)
+    values = (native.FALSE, 0.0)  # as they are, not the proportion of one of them
+    return native.VORLOMPMovingBoxAverageImage(size, size, 1.0, image, result, *values, native.FALSE, THREADS)
 
 
 def halve(values):
     """The next level of a Gaussian pyramid."""
     defaults = (-1.0, -1.0, -1.0, -1.0)  # weights at the centre, smallest weight
-    return analyse(kestrum.VORLOMPImagePyramidReduce, values, 2, 2, 0, *defaults, THREADS)
+    return analyse(native.VORLOMPImagePyramidReduce, values, 2, 2, 0, *defaults, THREADS)
 
 
 def indicator(values, category):
     with reals([category]) as bound, ints([0]) as count:
-        interval = (1, bound, bound, kestrum.FALSE, kestrum.FALSE)
-        return analyse(kestrum.VORLOMPImageIndicator, values, 0, kestrum.FALSE, *interval, count, THREADS)
+        interval = (1, bound, bound, native.FALSE, native.FALSE)
+        return analyse(native.VORLOMPImageIndicator, values, 0, native.FALSE, *interval, count, THREADS)
 
 
 def geobodies(function, values, category):
     """Labels, and the sizes of the geobodies in nodes."""
     with reals([category]) as bound, ints([0]) as count:
-        interval = (1, bound, bound, kestrum.FALSE, kestrum.FALSE)
-        labels = analyse(function, values, 0, kestrum.FALSE, *interval, count)
-        outputs = [kestrum.new_intp_array(1) for _ in range(4)]  # sizes, and extents along x, y, z
+        interval = (1, bound, bound, native.FALSE, native.FALSE)
+        labels = analyse(function, values, 0, native.FALSE, *interval, count)
+        outputs = [native.new_intp_array(1) for _ in range(4)]  # sizes, and extents along x, y, z
         with image_of(labels) as image:
-            meuse.check(kestrum.VORLImageGeobodySize(image, count, *outputs))
-        vectors = [kestrum.intp_array_getitem(output, 0) for output in outputs]
-        sizes = read_ints(vectors[0], kestrum.int_array_getitem(count, 0))
+            meuse.check(native.VORLImageGeobodySize(image, count, *outputs))
+        vectors = [native.intp_array_getitem(output, 0) for output in outputs]
+        sizes = read_ints(vectors[0], native.int_array_getitem(count, 0))
     for output, vector in zip(outputs, vectors):
-        kestrum.delete_int_array(vector)
-        kestrum.delete_intp_array(output)
+        native.delete_int_array(vector)
+        native.delete_intp_array(output)
     return labels, sizes
 
 
@@ -235,7 +235,7 @@ def by_disc(function, values, radius):
     disc = x**2 + y**2 <= radius**2
     with ints(x[disc]) as shift_x, ints(y[disc]) as shift_y, ints(0 * x[disc]) as shift_z:
         shifts = (disc.sum().item(), shift_x, shift_y, shift_z)
-        return analyse(function, values, *shifts, 1, kestrum.FALSE, THREADS)
+        return analyse(function, values, *shifts, 1, native.FALSE, THREADS)
 
 
 def gamma_curves(values, thresholds):
@@ -243,8 +243,8 @@ def gamma_curves(values, thresholds):
     n, zeros = len(thresholds), np.zeros(len(thresholds))
     with image_of(values) as image, reals(zeros) as used, reals(zeros) as below, reals(zeros) as above:
         series = (n, thresholds[0], thresholds[1] - thresholds[0], used)
-        function = kestrum.VORLOMPImageConnectivity6GlobalIndicatorCurve
-        meuse.check(function(image, *series, below, above, kestrum.FALSE, THREADS))
+        function = native.VORLOMPImageConnectivity6GlobalIndicatorCurve
+        meuse.check(function(image, *series, below, above, native.FALSE, THREADS))
         return meuse.vector(below, n), meuse.vector(above, n)
 
 
@@ -253,8 +253,8 @@ def euler_curves(values, thresholds):
     n, zeros = len(thresholds), np.zeros(len(thresholds), dtype=np.intc)
     with image_of(values) as image, reals(thresholds) as used, ints(zeros) as below, ints(zeros) as above:
         series = (n, thresholds[0], thresholds[1] - thresholds[0], used)
-        function = kestrum.VORLOMPImageConnectivity6EulerNumberCurve
-        meuse.check(function(image, *series, below, above, kestrum.FALSE, THREADS))
+        function = native.VORLOMPImageConnectivity6EulerNumberCurve
+        meuse.check(function(image, *series, below, above, native.FALSE, THREADS))
         return read_ints(below, n), read_ints(above, n)
 
 
@@ -340,22 +340,22 @@ def draw_geobodies(axis, categories, labels, sizes):
     number[largest + 1] = 2 + np.arange(len(largest))
     hectares = sizes * CELL**2 / 1e4
     colors = {"": "white", "smaller": "0.75"} | {f"{hectares[i]:.1f} ha": c for i, c in zip(largest, palette)}
-    _, by_corner = geobodies(kestrum.VORLImageGeobody26, categories, SAND)
+    _, by_corner = geobodies(native.VORLImageGeobody26, categories, SAND)
     title = f"Geobodies of sand: {len(sizes)}, across corners {len(by_corner)}"
     draw_classes(axis, number[labels.astype(int)], title, colors, top=-0.07)
 
 
 def draw_dilation(axis, sand):
-    dilated = by_disc(kestrum.VORLOMPImageDilate, sand, 2)
-    eroded = by_disc(kestrum.VORLOMPImageErode, sand, 2)
+    dilated = by_disc(native.VORLOMPImageDilate, sand, 2)
+    eroded = by_disc(native.VORLOMPImageErode, sand, 2)
     colors = {"": "white", "added by dilation": "#a6cee3", "lost by erosion": "#fdbf6f", "left": "#1f4e79"}
     draw_classes(axis, dilated + sand + eroded, "Sand dilated and eroded by 20 m", colors)
 
 
 def draw_transiograms(axis, sand, labels):
     prepare_curves(axis, "Transiogram and connectivity function of sand", "lag (m)", "probability")
-    transiogram = lag_map(kestrum.VORLOMPImageTransiogram, sand)
-    connectivity = lag_map(kestrum.VORLOMPImageConnectivityFunction1, labels)
+    transiogram = lag_map(native.VORLOMPImageTransiogram, sand)
+    connectivity = lag_map(native.VORLOMPImageConnectivityFunction1, labels)
     for direction, color, words in ((ALONG, BELOW_COLOR, "along"), (ACROSS, ABOVE_COLOR, "across")):
         for values, line, label in ((transiogram, "-", "sand"), (connectivity, "--", "same geobody")):
             curve = profile(values, direction)
@@ -378,7 +378,7 @@ def draw_connectivity(axis, realizations, function, title, ylabel):
 def draw(realizations, categories):
     field = realizations[0]
     sand = indicator(categories, SAND)
-    labels, sizes = geobodies(kestrum.VORLImageGeobody6, categories, SAND)
+    labels, sizes = geobodies(native.VORLImageGeobody6, categories, SAND)
     figure = Figure(figsize=(18.0, 15.0))
     figure.subplots_adjust(left=0.035, right=0.985, top=0.925, bottom=0.065, wspace=0.2, hspace=0.33)
     axes = figure.subplots(3, 4)
@@ -386,7 +386,7 @@ def draw(realizations, categories):
 
     picture = draw_map(axes[0, 0], field, f"A realization: {N} × {N} nodes", **FIELD_STYLE)
     draw_bar(axes[0, 0], picture, "simulated value", extend="both")
-    variograms = [lag_map(kestrum.VORLOMPImageVariogram, values) for values in realizations]
+    variograms = [lag_map(native.VORLOMPImageVariogram, values) for values in realizations]
     extent = LAG_MAX * CELL * np.array((-1.0, 1.0, -1.0, 1.0))
     picture = draw_map(axes[0, 1], variograms[0], "Its variogram map (lags in m)", extent, cmap="viridis", vmin=0.0)
     draw_bar(axes[0, 1], picture, "variogram")
@@ -396,7 +396,7 @@ def draw(realizations, categories):
 
     draw_classes(axes[1, 0], categories, "Categories", dict(zip(CLASSES, ("#35496b", "#a59c74", "#fdea45"))))
     draw_geobodies(axes[1, 1], categories, labels, sizes)
-    distance = analyse(kestrum.VORLOMPImageDistanceEuclideanSign, sand, THREADS)
+    distance = analyse(native.VORLOMPImageDistanceEuclideanSign, sand, THREADS)
     style = {"cmap": "RdBu_r", "vmin": -200.0, "vmax": 200.0}
     picture = draw_map(axes[1, 2], distance, "Signed Euclidean distance to sand", **style)
     draw_bar(axes[1, 2], picture, "metres (negative: inside)", extend="both")

@@ -9,11 +9,11 @@ import numpy as np
 from matplotlib.figure import Figure
 from matplotlib.ticker import MultipleLocator
 
-import kestrum
+from kestrum import native
 
-HERE = Path(__file__).resolve().parent
-DATA = HERE / "data" / "meuse"
-OUTPUT = HERE / "output"
+EXAMPLES = Path(__file__).resolve().parents[1]
+DATA = EXAMPLES / "data" / "meuse"
+OUTPUT = EXAMPLES / "output"
 
 NX, NY, CELL = 78, 104, 40.0
 CORNER = (178440.0, 329600.0)
@@ -26,13 +26,13 @@ RANGE, SILL, NUGGET = 897.0, 0.59, 0.05
 def check(status):
     """Turns a status into an exception with its text."""
     if status != 0:
-        raise RuntimeError(kestrum.vorl_get_error_message(-status).strip())
+        raise RuntimeError(native.vorl_get_error_message(-status).strip())
 
 
 def vector(pointer, n):
     """The first n values of a vector of reals, as a NumPy array."""
     array = np.empty(n)
-    kestrum.vorl_get_array_from_real_vector(pointer, 0, array)
+    native.vorl_get_array_from_real_vector(pointer, 0, array)
     return array
 
 
@@ -66,61 +66,61 @@ def fill_grid(grid):
 
 def fill_image(image, variables):
     """Gives an image the grid and the named maps; NaN becomes missing. The image is cleared before."""
-    check(kestrum.VORLMallocImage(image, NX * NY, len(variables)))
+    check(native.VORLMallocImage(image, NX * NY, len(variables)))
     fill_grid(image.grid)
     image.nvar, image.nxyzv = len(variables), NX * NY * len(variables)
     for i, (name, values) in enumerate(variables.items()):
-        kestrum.vorl_set_varname(image.varName, i, name)
-        values = np.nan_to_num(values.ravel(), nan=kestrum.VORL_MISSING_VALUE)
-        kestrum.vorl_set_real_vector_from_array(image.var, i * NX * NY, values)
+        native.vorl_set_varname(image.varName, i, name)
+        values = np.nan_to_num(values.ravel(), nan=native.VORL_MISSING_VALUE)
+        native.vorl_set_real_vector_from_array(image.var, i * NX * NY, values)
     return image
 
 
 def make_image(name, values):
-    return fill_image(kestrum.calloc_VORL_IMAGE(), {name: values})
+    return fill_image(native.calloc_VORL_IMAGE(), {name: values})
 
 
 def make_point_set(x, y, variables):
     """A vector of one point set with the named variables; NaN becomes missing."""
-    points = kestrum.vorl_pointSet()
-    check(kestrum.VORLMallocPointSet(points, len(x), len(variables)))
+    points = native.vorl_pointSet()
+    check(native.VORLMallocPointSet(points, len(x), len(variables)))
     points.npoint, points.nvar = len(x), len(variables)
-    kestrum.vorl_set_real_vector_from_array(points.x, 0, x)
-    kestrum.vorl_set_real_vector_from_array(points.y, 0, y)
-    kestrum.vorl_set_real_vector_to_cst(points.z, 0, 0.0, len(x))
+    native.vorl_set_real_vector_from_array(points.x, 0, x)
+    native.vorl_set_real_vector_from_array(points.y, 0, y)
+    native.vorl_set_real_vector_to_cst(points.z, 0, 0.0, len(x))
     for i, (name, values) in enumerate(variables.items()):
-        kestrum.vorl_set_varname(points.varName, i, name)
-        values = np.nan_to_num(values, nan=kestrum.VORL_MISSING_VALUE)
-        kestrum.vorl_set_real_vector_from_array(points.var, i * len(x), values)
-    point_sets = kestrum.new_VORL_POINTSET_array(1)
-    kestrum.VORL_POINTSET_array_setitem(point_sets, 0, points)
+        native.vorl_set_varname(points.varName, i, name)
+        values = np.nan_to_num(values, nan=native.VORL_MISSING_VALUE)
+        native.vorl_set_real_vector_from_array(points.var, i * len(x), values)
+    point_sets = native.new_VORL_POINTSET_array(1)
+    native.VORL_POINTSET_array_setitem(point_sets, 0, points)
     return point_sets
 
 
 def fill_cov_model(model, nugget=NUGGET, sill=SILL, along=RANGE, across=None, azimuth=0.0):
     """A nugget and a spherical element. The range is `along` in the direction `azimuth` (degrees from north to east),
     and `across` at right angles to it, by default the same. `along` and `azimuth` may be maps."""
-    elements = kestrum.new_VORL_COVMODELELEM_array(2)
-    for i, (kind, weight) in enumerate(((kestrum.COV_NUGGET, nugget), (kestrum.COV_SPHERICAL, sill))):
-        element = kestrum.vorl_covModelElem()
+    elements = native.new_VORL_COVMODELELEM_array(2)
+    for i, (kind, weight) in enumerate(((native.COV_NUGGET, nugget), (native.COV_SPHERICAL, sill))):
+        element = native.vorl_covModelElem()
         element.covModelType, element.weightValue = kind, weight
-        if kind != kestrum.COV_NUGGET:  # no range along z: the map is flat
+        if kind != native.COV_NUGGET:  # no range along z: the map is flat
             element.rxValue = along if across is None else across
             if isinstance(along, np.ndarray):
-                element.ryImageFlag, element.ryImage = kestrum.TRUE, make_image("range", along)
+                element.ryImageFlag, element.ryImage = native.TRUE, make_image("range", along)
             else:
                 element.ryValue = along
-        kestrum.VORL_COVMODELELEM_array_setitem(elements, i, element)
+        native.VORL_COVMODELELEM_array_setitem(elements, i, element)
     model.nelem, model.covModelElem = 2, elements
     if isinstance(azimuth, np.ndarray):
-        model.angle1ImageFlag, model.angle1Image = kestrum.TRUE, make_image("azimuth", azimuth)
+        model.angle1ImageFlag, model.angle1Image = native.TRUE, make_image("azimuth", azimuth)
     else:
         model.angle1Value = azimuth
     return model
 
 
 def make_cov_model(**parameters):
-    return fill_cov_model(kestrum.calloc_VORL_COVMODEL(), **parameters)
+    return fill_cov_model(native.calloc_VORL_COVMODEL(), **parameters)
 
 
 def study_area():
@@ -132,51 +132,51 @@ def prepare(run, mode, variable, point_sets, file_name=None, masked=True):
     """What the runs on continuous and on categorical variables have in common."""
     run.computationMode = mode
     run.varName = variable
-    run.simGrid = kestrum.calloc_VORL_GRID()
+    run.simGrid = native.calloc_VORL_GRID()
     fill_grid(run.simGrid)
     run.ndataPointSet, run.dataPointSet = 1, point_sets
     if masked:
-        run.maskImageFlag = kestrum.TRUE
+        run.maskImageFlag = native.TRUE
         run.maskImage = make_image("mask", study_area().astype(float))
-    run.formatString = kestrum.VORL_FORMAT_DEFAULT
+    run.formatString = native.VORL_FORMAT_DEFAULT
     if file_name:
-        run.outputMode = kestrum.KESTRUM_OUTPUT_ALL_IN_ONE_FILE
-        run.outputImageFileName = str(OUTPUT / (file_name + kestrum.VORL_EXTENSION_FOR_IMAGE_FILE))
-        run.outputReportFlag = kestrum.TRUE
+        run.outputMode = native.KESTRUM_OUTPUT_ALL_IN_ONE_FILE
+        run.outputImageFileName = str(OUTPUT / (file_name + native.VORL_EXTENSION_FOR_IMAGE_FILE))
+        run.outputReportFlag = native.TRUE
         run.outputReportFileName = str(OUTPUT / (file_name + "_report.txt"))
     return run
 
 
 def write_image(image, file_name, file_type):
     """A file of the image: text of file type 0 (GSLIB) or 1 (VTK)."""
-    stream = kestrum.fopen(str(OUTPUT / file_name), "w")
+    stream = native.fopen(str(OUTPUT / file_name), "w")
     if stream is None:
         raise OSError(f"can not write to {OUTPUT}")
     try:
-        check(kestrum.VORLWriteImage(image, kestrum.VORL_FORMAT_DEFAULT, file_type, stream))
+        check(native.VORLWriteImage(image, native.VORL_FORMAT_DEFAULT, file_type, stream))
     finally:
-        kestrum.fclose(stream)
+        native.fclose(stream)
 
 
 def write_maps(file_name, variables):
     """A GSLIB-style text file of the named maps."""
-    image = kestrum.vorl_image()
-    kestrum.VORLInitImage(image)
+    image = native.vorl_image()
+    native.VORLInitImage(image)
     try:
         write_image(fill_image(image, variables), file_name, 0)
     finally:
-        kestrum.VORLFreeImage(image)
+        native.VORLFreeImage(image)
 
 
 def execute(title, run, threads, vtk_file=None):
     """Runs the filled input and releases it. Returns the result, one map per variable, NaN where missing."""
-    categorical = isinstance(run, kestrum.vorl_kestrumIndicatorInput)
-    sim = kestrum.VORLOMPKestrumIndicatorSim if categorical else kestrum.VORLOMPKestrumSim
-    free = kestrum.VORLKestrumFreeKestrumIndicatorInput if categorical else kestrum.VORLKestrumFreeKestrumInput
-    result = kestrum.vorl_kestrumOutput()
-    kestrum.VORLKestrumInitKestrumOutput(result)
-    monitor = kestrum.vorl_progressMonitor()
-    kestrum.VORLInitProgressMonitor(monitor)
+    categorical = isinstance(run, native.vorl_kestrumIndicatorInput)
+    sim = native.VORLOMPKestrumIndicatorSim if categorical else native.VORLOMPKestrumSim
+    free = native.VORLKestrumFreeKestrumIndicatorInput if categorical else native.VORLKestrumFreeKestrumInput
+    result = native.vorl_kestrumOutput()
+    native.VORLKestrumInitKestrumOutput(result)
+    monitor = native.vorl_progressMonitor()
+    native.VORLInitProgressMonitor(monitor)
 
     # A run lets other Python threads run meanwhile: this one shows the progress, if it takes more than a moment.
     ended = threading.Event()
@@ -191,7 +191,7 @@ def execute(title, run, threads, vtk_file=None):
     try:
         start = time.perf_counter()
         try:
-            status = sim(run, result, monitor, kestrum.VORLUpdateProgressMonitor0_ptr, threads)
+            status = sim(run, result, monitor, native.VORLUpdateProgressMonitor0_ptr, threads)
         finally:
             ended.set()
             teller.join()
@@ -204,8 +204,8 @@ def execute(title, run, threads, vtk_file=None):
         maps = vector(image.var, image.nxyzv).reshape(image.nvar, NY, NX)
     finally:
         free(run)
-        kestrum.VORLKestrumFreeKestrumOutput(result)
-    maps[maps == kestrum.VORL_MISSING_VALUE] = np.nan
+        native.VORLKestrumFreeKestrumOutput(result)
+    maps[maps == native.VORL_MISSING_VALUE] = np.nan
     return maps
 
 

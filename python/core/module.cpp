@@ -1,0 +1,48 @@
+// kestrum._core: the engine for the package. Arguments come checked from the Python layer.
+
+#include <climits>
+#include <new>
+#include <stdexcept>
+
+#include "arrays.hpp"
+#include "bindings.hpp"
+#include "core/status.h"
+
+namespace kestrum::python {
+
+VORL_GRID GridOf(const py::tuple& numbers) {
+  VORL_GRID grid;
+  VORLInitGrid(&grid);
+  std::int64_t count[3];
+  for (int axis = 0; axis < 3; ++axis) count[axis] = numbers[axis].cast<std::int64_t>();
+  const std::int64_t layer = count[0] * count[1];
+  if (layer > INT_MAX || layer * count[2] > INT_MAX) throw py::value_error("too many cells");
+  grid.nx = static_cast<int>(count[0]);
+  grid.ny = static_cast<int>(count[1]);
+  grid.nz = static_cast<int>(count[2]);
+  grid.sx = numbers[3].cast<double>();
+  grid.sy = numbers[4].cast<double>();
+  grid.sz = numbers[5].cast<double>();
+  grid.ox = numbers[6].cast<double>();
+  grid.oy = numbers[7].cast<double>();
+  grid.oz = numbers[8].cast<double>();
+  grid.nxy = grid.nx * grid.ny;
+  grid.nxyz = grid.nxy * grid.nz;
+  return grid;
+}
+
+void RaiseFor(int status) {
+  if (status == 0) return;
+  if (status == -1 || status == -2) throw std::bad_alloc();
+  throw std::runtime_error(VORLGetErrorMessage(-status));
+}
+
+}  // namespace kestrum::python
+
+PYBIND11_MODULE(_core, module) {
+  module.doc() = "The engine of kestrum, for the package alone: its arguments have been checked.";
+  module.attr("version") = KESTRUM_PYTHON_VERSION;
+  kestrum::python::BindModel(module);
+  kestrum::python::BindPlaceKriging(module);
+  kestrum::python::BindGridRuns(module);
+}

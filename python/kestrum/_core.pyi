@@ -1,0 +1,48 @@
+"""The engine, for the package alone: arguments have been checked, arrays are contiguous and of the type named."""
+
+from collections.abc import Callable, Sequence
+
+import numpy as np
+from numpy.typing import NDArray
+
+version: str
+
+_Grid = tuple[float, ...]  # nx, ny, nz, dx, dy, dz, x0, y0, z0
+_Floats = NDArray[np.float64]
+_Mask = NDArray[np.uint8]
+_Progress = Callable[[float], object] | None
+
+class Model:
+    """rows: (type, sill, across, along, vertical, shape) for each structure; numbers, or arrays in node order."""
+    def __init__(self, rows: Sequence[tuple[object, ...]], azimuth: object, dip: object, plunge: object,
+                 grid: _Grid | None = None) -> None: ...
+    def covariance(self, lags: _Floats) -> _Floats: ...
+
+class PlaceKriging:
+    """Data and a model. Methods give counts: places without data, undetermined, indefinite, with redundant data."""
+    def __init__(self, model: Model, coordinates: _Floats, values: _Floats, error_variance: _Floats | None,
+                 means: _Floats | None, covariates: _Floats | None, neighbors: int, radius: tuple[float, float, float],
+                 euclidean: bool, degree: int, mean: float, block: tuple[int, int, int], threads: int) -> None: ...
+    def on_grid(self, grid: _Grid, first: tuple[int, int, int], extent: tuple[int, int, int], mask: _Mask | None,
+                means: _Floats | None, covariates: _Floats | None, estimate: _Floats, variance: _Floats, threads: int,
+                progress: _Progress) -> tuple[int, int, int, int]: ...
+    def at_places(self, places: _Floats, means: _Floats | None, covariates: _Floats | None, estimate: _Floats,
+                  variance: _Floats, threads: int, progress: _Progress) -> tuple[int, int, int, int]: ...
+
+def nodes_of(grid: _Grid, places: _Floats) -> NDArray[np.int32]:
+    """The node whose cell holds each place; -1 outside."""
+
+class GridRun:
+    """Data on nodes, in increasing order. neighbors 0 is all data; radius None the model's ranges.
+
+    Methods give counts: systems that lost a neighbour, that could not be solved, passes in which bounds gave way.
+    """
+    def __init__(self, grid: _Grid, models: Sequence[Model], ordinary: bool, neighbors: int,
+                 radius: tuple[float, float, float] | None, data_nodes: NDArray[np.int32], data_values: _Floats,
+                 mask: _Mask | None, means: _Floats | None, mean: float, factorising: bool, threads: int) -> None: ...
+    def set_bounds(self, nodes: NDArray[np.int32], lower: _Floats, upper: _Floats) -> None: ...
+    def krige(self, estimate: _Floats, variance: _Floats, progress: _Progress) -> tuple[int, int, int]: ...
+    def simulate(self, seed: int, first: int, passes: int, rows: NDArray[np.float64] | NDArray[np.float32], progress: _Progress) -> tuple[int, int, int]: ...
+    def krige_categories(self, proportions: _Floats, probabilities: _Floats, progress: _Progress) -> tuple[int, int, int]: ...
+    def simulate_categories(self, proportions: _Floats, seed: int, first: int, rows: NDArray[np.int16],
+                            progress: _Progress) -> tuple[int, int, int]: ...

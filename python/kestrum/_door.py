@@ -1,0 +1,170 @@
+"""Checks of arguments, one for each kind. Behind the door all is of one type, contiguous, and sound."""
+
+import difflib
+import math
+import operator
+import os
+import sys
+from collections.abc import Iterable, Sequence
+from typing import Any, NoReturn
+
+import numpy as np
+from numpy.typing import NDArray
+
+from ._errors import ArgumentError, ArgumentTypeError, DataError, KestrumError
+
+Floats = NDArray[np.float64]
+MAX_THREADS = 1024
+
+
+def show(value: object) -> str:
+    """A value in a message, cut short."""
+    text = repr(value.item() if isinstance(value, np.generic) else value)
+    return text if len(text) <= 60 else text[:57] + "..."
+
+
+def rows(numbers: Iterable[int], noun: str = "row") -> str:
+    """Row numbers in a message: the first five, and how many more."""
+    found = [int(number) for number in numbers]
+    text = ", ".join(map(str, found[:5]))
+    more = f" and {len(found) - 5:,} more" if len(found) > 5 else ""
+    return f"{noun}{'s' if len(found) > 1 else ''} {text}{more}"
+
+
+def wrong_type(name: str, value: object, expected: str) -> NoReturn:
+    raise ArgumentTypeError(f"{name} must be {expected}, but is {show(value)} (a {type(value).__name__}).")
+
+
+def number(name: str, value: Any, *, above: float | None = None, at_least: float | None = None,
+           below: float | None = None, at_most: float | None = None, error: type[KestrumError] = ArgumentError) -> float:
+    """A finite number within bounds."""
+    if isinstance(value, (bool, np.bool_, str, bytes)) or value is None or np.ndim(value) != 0:
+        wrong_type(name, value, "a number")
+    try:
+        result = float(value)
+    except (TypeError, ValueError):
+        wrong_type(name, value, "a number")
+    if not math.isfinite(result):
+        raise error(f"{name} is {show(value)}, but must be a finite number.")
+    within(name, result, above=above, at_least=at_least, below=below, at_most=at_most, error=error)
+    return result
+
+
+def whole(name: str, value: Any, at_least: int = 0, at_most: int = sys.maxsize,
+          error: type[KestrumError] = ArgumentError) -> int:
+    """A whole number within bounds."""
+    if isinstance(value, (bool, np.bool_)):
+        wrong_type(name, value, "a whole number")
+    try:
+        result = operator.index(value)
+    except TypeError:
+        if not isinstance(value, (float, np.floating)) or not float(value).is_integer() or abs(float(value)) >= 2**53:
+            wrong_type(name, value, "a whole number")
+        result = int(value)
+    within(name, result, at_least=at_least, at_most=None if at_most == sys.maxsize else at_most, error=error)
+    return result
+
+
+def within(name: str, value: Any, *, above: float | None = None, at_least: float | None = None,
+           below: float | None = None, at_most: float | None = None, error: type[KestrumError] = ArgumentError) -> None:
+    for bound, words, beyond in ((above, "above", above is not None and value <= above),
+                                 (at_least, "at least", at_least is not None and value < at_least),
+                                 (below, "below", below is not None and value >= below),
+                                 (at_most, "at most", at_most is not None and value > at_most)):
+        if beyond:
+            limit = f"{bound:,}" if isinstance(bound, int) else f"{bound:g}"
+            raise error(f"{name} is {show(value)}, but must be {words} {limit}.")
+
+
+def flag(name: str, value: Any) -> bool:
+    if not isinstance(value, (bool, np.bool_)):
+        wrong_type(name, value, "True or False")
+    return bool(value)
+
+
+def choice(name: str, value: Any, options: Sequence[Any]) -> Any:
+    """One of some options."""
+    if not any(value is option or (isinstance(value, str) and value == option) for option in options):
+        listed = ", ".join(map(repr, options))
+        raise ArgumentError(f"{name} is {show(value)}, but must be one of {listed}.{nearest(value, options)}")
+    return value
+
+
+def nearest(value: object, options: Iterable[object]) -> str:
+    """The remedy for a misspelt name, if one is near."""
+    close = difflib.get_close_matches(str(value), [str(option) for option in options], 1, 0.5)
+    return f" Did you mean {close[0]!r}?" if close else ""
+
+
+def threads(value: Any) -> int:
+    """The number of threads: by default the cores that the process may use."""
+    if value is None:
+        return min(len(os.sched_getaffinity(0)) if hasattr(os, "sched_getaffinity") else os.cpu_count() or 1, MAX_THREADS)
+    return whole("threads", value, 1, MAX_THREADS)
+
+
+def array(name: str, value: Any) -> NDArray[Any]:
+    """Anything like an array, as it is; masked and missing values of tables become NaN."""
+    if isinstance(value, np.ma.MaskedArray):
+        numbers = value.dtype.kind in "biuf"
+        unmasked: Any = value.astype(np.float64 if numbers else object)
+        return np.asarray(unmasked.filled(np.nan))
+    if hasattr(value, "to_numpy") and getattr(getattr(value, "dtype", None), "na_value", None) is not None:
+        return np.asarray(value.to_numpy(dtype=object, na_value=np.nan))
+    try:
+        return np.asarray(value)
+    except ValueError:
+        raise ArgumentError(f"{name} has rows of different lengths; it must be a rectangular array.") from None
+
+
+def reals(name: str, value: Any, error: type[KestrumError] = DataError) -> Floats:
+    """An array of numbers: float64, contiguous, of this machine's byte order. Not copied if it is that already."""
+    given = array(name, value)
+    if given.dtype.kind in "biuf":
+        if given.dtype.kind == "f" and given.dtype.itemsize > 8:
+            given = given.astype(np.float64)
+        return np.ascontiguousarray(given, np.float64).reshape(given.shape)
+    if given.dtype.kind in "OUS":
+        if given.dtype.kind == "O":
+            try:
+                return np.ascontiguousarray(given.astype(np.float64)).reshape(given.shape)
+            except (TypeError, ValueError):
+                pass
+        for row, item in np.ndenumerate(given):
+            if isinstance(item, (str, bytes)):
+                place = f" (row {row[0]})" if row else ""
+                raise ArgumentTypeError(f"{name} must be numbers, but has the text {show(item)}{place}. "
+                                        "Convert texts by astype(float), or leave them out.")
+    raise ArgumentTypeError(f"{name} must be numbers, but is of type {given.dtype}.")
+
+
+def finite(name: str, values: Floats, error: type[KestrumError] = DataError, noun: str = "row") -> Floats:
+    """Refuses NaN and infinity, naming the rows (or, of an array on a grid, the cells)."""
+    good = np.isfinite(values)
+    if not good.all():
+        bad = np.argwhere(~good)
+        first = values[tuple(bad[0])]
+        if values.ndim > 1 and noun == "row":
+            bad = np.unique(bad[:, 0])[:, None]
+        where = rows((int(row[0]) for row in bad), noun) if bad.shape[1] == 1 else f"{noun} {tuple(map(int, bad[0]))}"
+        count = f" ({len(bad):,} of them)" if bad.shape[1] > 1 and len(bad) > 1 else ""
+        raise error(f"{name} is {first} in {where}{count}. It must be finite: leave out or fill in what is missing.")
+    return values
+
+
+def frozen(values: NDArray[Any]) -> NDArray[Any]:
+    """A copy that nobody can change."""
+    copy = np.array(values, copy=True, order="C")
+    copy.flags.writeable = False
+    return copy
+
+
+def is_xarray(value: object) -> bool:
+    """Whether it is a DataArray or a Dataset; xarray is not imported for it."""
+    xarray = sys.modules.get("xarray")
+    return xarray is not None and isinstance(value, (xarray.DataArray, xarray.Dataset))
+
+
+def is_local(value: object) -> bool:
+    """Whether a parameter is given cell by cell: an array of two or three axes. Sequences are numbers per axis."""
+    return not isinstance(value, (tuple, list)) and np.ndim(value) >= 2  # type: ignore[arg-type]

@@ -1,0 +1,375 @@
+"""Kriging."""
+
+import math
+from collections.abc import Callable, Mapping, Sequence
+from dataclasses import dataclass
+from typing import TYPE_CHECKING, Any, Literal
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+from . import _core, _door, _memory, _progress
+from ._door import Floats
+from ._errors import ArgumentError, DataError, GridError, ModelError, warn
+from ._models import CovModel, Range
+from ._points import Points
+from ._targets import Target, Where
+
+if TYPE_CHECKING:
+    import xarray as xr
+
+DEGREES = {"linear": 1, "quadratic": 2}
+
+
+@dataclass(frozen=True)
+class _Drift:
+    """The mean of the variable: known, or of unknown coefficients. Values are by datum and by target."""
+
+    degree: int  # of the polynomial of the coordinates; -1 if the mean is known
+    mean: float = 0.0
+    at_data: Floats | None = None
+    at_targets: Floats | None = None
+    covariates: int = 0
+
+    def terms(self, dimension: int) -> int:
+        return self.covariates + (math.comb(dimension + self.degree, self.degree) if self.degree >= 0 else 0)
+
+
+def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | None = None, radius: Range | None = None,
+          mean: float | ArrayLike | None = None,
+          drift: Literal["linear", "quadratic"] | Mapping[str, tuple[ArrayLike, ArrayLike]] | None = None,
+          block: int | Sequence[int] | None = None, mask: ArrayLike | None = None, snap: bool = False,
+          solver: Literal["cholesky", "gmres"] = "cholesky", threads: int | None = None,
+          progress: bool | Callable[[float], object] = False, chunks: Mapping[str, int] | None = None) -> "xr.Dataset":
+    """Kriging: the best linear unbiased estimate from data, and the variance of its error.
+
+    Parameters
+    ----------
+    points : Points
+        The data, used at their true places, also those outside the grid.
+    model : CovModel
+        Their covariances.
+    where : Grid, xarray.DataArray, xarray.Dataset or array_like
+        A grid; a template whose coordinates are a grid; or places, (m, 2) or (m, 3).
+    neighbors : int, optional
+        How many data serve a place, the nearest; all by default. Nearest is by distance in units of the model's longest
+        range along each of its axes. Ties go to the earlier datum.
+    radius : float or sequence of float, optional
+        How far data serve: a distance, or one (along the azimuth, across, vertical) that turns with the model.
+    mean : float or array_like, optional
+        The known mean, for simple kriging; an array has a value for each cell (or place), and at a datum that of its
+        cell, or of the nearest. None is ordinary kriging.
+    drift : {"linear", "quadratic"} or mapping, optional
+        Universal kriging with all terms of the coordinates up to the degree; or external drifts, {name: (values at the
+        points, values where)}, with an intercept. NaN only where the mask leaves out.
+    block : int or sequence of int, optional
+        The mean over each cell of a grid, by that many regular points along x, y (and z). The nugget has no share in it.
+    mask : array_like, optional
+        Cells to compute, on a grid; where it is False or 0 the result is NaN. Data there count all the same.
+    snap : bool
+        Whether data are moved to the centres of their cells first. Those of one cell are averaged, those outside the
+        grid left out; a warning counts both.
+    solver : {"cholesky", "gmres"}
+        "gmres" (with snap, and with a radius unless all data serve) gives the C interface's estimates, to the last bit.
+        Of several data in a cell the last counts.
+    threads : int, optional
+        How many threads; by default the cores that the process may use. Results do not depend on it.
+    progress : bool or callable
+        Whether to show a bar; or a function that gets the fraction done. What it raises ends the call.
+    chunks : mapping, optional
+        Cells along each dimension in a chunk of a lazy result, {"y": 500, "x": 500}.
+
+    Returns
+    -------
+    xarray.Dataset
+        ``estimate`` and ``variance`` on the grid, or along the dimension "point". A place without data in reach is NaN in
+        ordinary kriging, and has the mean and the sill in simple kriging; a warning counts those.
+
+    Raises
+    ------
+    KestrumError
+        An argument cannot be used: the text has the value and the remedy.
+    MemoryError
+        The result would not fit; raised before the work.
+
+    References
+    ----------
+    J.-P. Chiles and P. Delfiner, Geostatistics: Modeling Spatial Uncertainty, 2nd ed., Wiley 2012, chapter 3.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> points = ks.Points([[1.0, 1.0], [8.0, 3.0], [4.0, 7.0]], [2.0, 5.0, 3.0])
+    >>> result = ks.krige(points, ks.Spherical(1.0, range=8), ks.Grid(10, 10), neighbors=3)
+    >>> result.estimate.sel(x=8, y=3, method="nearest").item() > result.estimate.mean().item()
+    True
+    """
+    if not isinstance(points, Points):
+        _door.wrong_type("points", points, "Points (of a table: Points.from_dataframe(table, 'column'))")
+    if points.values.dtype.kind not in "iuf":
+        raise DataError(f"values of {points.name!r} are labels, which have no mean. Kriging needs numbers.")
+    if not isinstance(model, CovModel):
+        _door.wrong_type("model", model, "a CovModel, say Nugget(0.1) + Spherical(0.9, range=500)")
+    target = Target(where)
+    target.require_dimension(points)
+    _door.choice("solver", solver, ("cholesky", "gmres"))
+    threads = _door.threads(threads)
+    neighbors = None if neighbors is None else _door.whole("neighbors", neighbors, 1, 2**31 - 1)
+    radii = _radii(radius, target.dimension)
+    cells = _block(block, target)
+    _door.flag("snap", snap)
+    if target.grid is not None:
+        _memory.require_for_grid(target.grid, 2)
+    taken = target.mask(mask)
+    if chunks is not None:
+        raise ArgumentError("chunks are not offered yet: leave them out.")
+    if target.count >= 2**31:
+        raise GridError(f"the result has {target.count:,} cells, more than 2,147,483,647. Take larger cells, or a part of the grid.")
+    known = _drift(points, target, mean, drift, taken)
+    if neighbors is not None and known.terms(target.dimension) > neighbors:
+        raise ArgumentError(f"neighbors is {neighbors}, but the drift has {known.terms(target.dimension)} terms. Give more neighbors.")
+    if neighbors is None or neighbors >= len(points):
+        _memory.require(8 * len(points) ** 2 * (radii is None), f"a system of all {len(points):,} data",
+                        "Give neighbors=, for instance 20.")
+    if target.grid is not None:
+        _warn_if_apart(points, target)
+    native = model._native(target.dimension, target)
+    estimate, variance = np.empty(target.count), np.empty(target.count)
+    with _progress.shown(progress, "kriging") as report:
+        if solver == "gmres":
+            _gmres(points, model, native, target, neighbors, radii, cells, taken, known, drift, snap, threads, report, estimate,
+                   variance)
+        else:
+            _cholesky(points, model, native, target, neighbors, radii, cells, taken, known, snap, threads, report, estimate,
+                      variance)
+    _warn_if_uncorrelated(model, variance, taken, known, cells)
+    kind = "simple" if known.degree < 0 else "universal" if known.terms(2) > 1 else "ordinary"
+    return target.dataset(
+        {"estimate": estimate, "variance": variance},
+        {"estimate": {"long_name": points.name}, "variance": {"long_name": f"kriging variance of {points.name}"}},
+        {"method": f"{kind} kriging", "model": str(model), "data": len(points), "kestrum": _core.version,
+         **({} if neighbors is None else {"neighbors": neighbors})})
+
+
+def _cholesky(points: Points, model: CovModel, native: _core.Model, target: Target, neighbors: int | None,
+              radii: tuple[float, float, float] | None, cells: tuple[int, int, int], mask: NDArray[np.uint8] | None,
+              known: _Drift, snap: bool, threads: int, report: Any, estimate: Floats, variance: Floats) -> None:
+    places, values, errors = points.coordinates, points.values.astype(np.float64, copy=False), points.error_variance
+    at_data = known.at_data
+    row = points._row
+    if snap:
+        nodes = _snapped(points, target)
+        kept, group = np.unique(nodes, return_inverse=True)
+        inside = kept >= 0
+        count = np.bincount(group)
+        values = (np.bincount(group, values) / count)[inside]
+        errors = None if errors is None else (np.bincount(group, errors) / count**2)[inside]
+        if at_data is not None:
+            at_data = np.stack([(np.bincount(group, one) / count)[inside] for one in np.atleast_2d(at_data)]).reshape(
+                *at_data.shape[:-1], -1)
+        assert target.grid is not None
+        axes = list(target.grid.coords.values())
+        at = np.unravel_index(kept[inside], target.grid.shape)
+        places = np.column_stack([axis[index] for axis, index in zip(axes[::-1], at[::-1])])
+    simple = known.degree < 0
+    try:
+        kriging = _core.PlaceKriging(native, places, values, errors, at_data if simple else None, None if simple else at_data,
+                                     neighbors or 0, radii or (0.0, 0.0, 0.0), model.isotropic, known.degree, known.mean,
+                                     cells, threads)
+        at_targets = known.at_targets
+        given = (None if simple else at_targets, estimate, variance, threads, report)
+        means = at_targets if simple else None
+        if target.places is not None:
+            counts = kriging.at_places(target.places, means, *given)
+        else:
+            assert target.grid is not None and target.numbers is not None
+            g = target.grid
+            counts = kriging.on_grid(target.numbers, (0, 0, 0), (g.nx, g.ny, g.nz), mask, means, *given)
+    except ValueError as error:
+        if error.args[0] != "same place":
+            raise
+        rows = sorted(row(number) for number in error.args[2:])
+        place = ", ".join(f"{c:.10g}" for c in points.coordinates[error.args[2]])
+        raise DataError(f"points have two values at one place, ({place}): {_door.rows(rows)}. Put them together by "
+                        "points.merged(), or give error_variance.") from None
+    _warn_of(counts, int(np.count_nonzero(mask)) if mask is not None else target.count, simple)
+
+
+def _gmres(points: Points, model: CovModel, native: _core.Model, target: Target, neighbors: int | None,
+           radii: tuple[float, float, float] | None, cells: tuple[int, int, int], mask: NDArray[np.uint8] | None,
+           known: _Drift, drift: object, snap: bool, threads: int, report: Any, estimate: Floats, variance: Floats) -> None:
+    if not snap or target.numbers is None:
+        raise ArgumentError("solver 'gmres' works with data on the nodes of a grid: give a Grid and snap=True, or leave solver out.")
+    for name, given in (("drift", drift is not None), ("block", cells != (1, 1, 1)),
+                        ("error_variance", points.error_variance is not None)):
+        if given:
+            raise ArgumentError(f"solver 'gmres' knows no {name}. Leave one of them out.")
+    if neighbors is not None and radii is None:
+        raise ArgumentError("solver 'gmres' needs a radius with neighbors. Give radius=, at least as large as a range.")
+    if radii is None and model._local():
+        raise ModelError("solver 'gmres' takes all data with a model of constants only. Give a radius.")
+    nodes = _snapped(points, target, merging="of which the last counts")
+    # Of repeated keys a dictionary keeps the last value.
+    last = {node: value for node, value in zip(nodes.tolist(), points.values.tolist()) if node >= 0}
+    held = np.array(sorted(last), np.int32)
+    data = np.array([last[node] for node in held.tolist()], np.float64)
+    simple = known.degree < 0
+    # The engine works on differences from the mean of the data, added one by one in the order of the nodes.
+    mean = known.mean if simple else sum(data.tolist()) / len(data)
+    limit = 0 if radii is None else len(points) if neighbors is None else neighbors
+    run = _core.GridRun(target.numbers, [native], not simple, limit, radii, held, data, mask, known.at_targets, mean, False, threads)
+    dropped, failed, _ = run.krige(estimate, variance, report)
+    if dropped:
+        warn(f"neighbours were dropped at {dropped:,} cells, for their systems did not converge. Add a nugget.")
+    if failed:
+        warn(f"{failed:,} cells take the mean and the sill, for their systems did not converge. Add a nugget.")
+
+
+def _radii(radius: Any, dimension: int) -> tuple[float, float, float] | None:
+    """Half axes across, along, and vertical, as the model's axes are ordered."""
+    if radius is None:
+        return None
+    if np.ndim(radius) == 0:
+        value = _door.number("radius", radius, above=0.0)
+        return value, value, value
+    parts = [_door.number("radius", part, above=0.0) for part in np.asarray(radius, dtype=object).reshape(-1)]
+    if len(parts) != dimension and not (dimension == 2 and len(parts) == 3):
+        raise ArgumentError(f"radius has {len(parts)} numbers, but must be one, or "
+                            f"{'(along, across)' if dimension == 2 else '(along, across, vertical)'}.")
+    return parts[1], parts[0], parts[2] if len(parts) == 3 else max(parts)
+
+
+def _block(block: Any, target: Target) -> tuple[int, int, int]:
+    if block is None:
+        return 1, 1, 1
+    parts = [block] * target.dimension if np.ndim(block) == 0 else list(block)
+    counts = [_door.whole("block", part, 1, 1000) for part in parts]
+    if len(counts) != target.dimension:
+        raise ArgumentError(f"block has {len(counts)} numbers, but must be one, or ({', '.join(('x', 'y', 'z')[:target.dimension])}).")
+    if max(counts) > 1 and target.grid is None:
+        raise ArgumentError("block needs the cells of a grid. Give a Grid, or leave block out.")
+    x, y, z = (*counts, 1)[:3]
+    return x, y, z
+
+
+def _drift(points: Points, target: Target, mean: Any, drift: Any, mask: NDArray[np.uint8] | None) -> _Drift:
+    if drift is None and mean is None:
+        return _Drift(0)
+    if drift is None:
+        if np.ndim(mean) == 0:
+            return _Drift(-1, _door.number("mean", mean))
+        if target.grid is None:
+            raise ArgumentError("mean varies, but without a grid it is not known at the data. Give a Grid, or one number.")
+        means = _where_informed("mean", target.values("mean", mean), mask)
+        cells = _nearest_cells(points, target)
+        at_data = means.reshape(-1)[cells]
+        if np.isnan(at_data).any():
+            rows = [points._row(i) for i in np.flatnonzero(np.isnan(at_data))]
+            raise DataError(f"mean is NaN in the cells of data ({_door.rows(rows)}), where it is needed, masked or not. Fill it in.")
+        # Cells left out are never read.
+        return _Drift(-1, 0.0, at_data, np.nan_to_num(means.reshape(-1)))
+    if mean is not None:
+        raise ArgumentError("mean and drift were both given, but a drift has a mean of its own. Leave one of them out.")
+    if isinstance(drift, str):
+        return _Drift(DEGREES[_door.choice("drift", drift, tuple(DEGREES))])
+    if not isinstance(drift, Mapping):
+        _door.wrong_type("drift", drift, "'linear', 'quadratic' or {name: (values at the points, values where)}")
+    if not drift:
+        raise ArgumentError("drift is empty. Leave it out for ordinary kriging.")
+    columns, fields = [], []
+    for name, pair in drift.items():
+        if not isinstance(pair, (tuple, list)) or len(pair) != 2:
+            raise ArgumentError(f"drift {name!r} must be a pair: (values at the points, values where).")
+        values = _door.reals(f"drift {name!r} at the points", pair[0])
+        if values.shape != (len(points),):
+            raise DataError(f"drift {name!r} has values of shape {values.shape} at the points, but there are {len(points)} points.")
+        columns.append(_door.finite(f"drift {name!r} at the points", values))
+        fields.append(_where_informed(f"drift {name!r}", target.values(f"drift {name!r}", pair[1]), mask).reshape(-1))
+    return _Drift(0, 0.0, np.stack(columns), np.nan_to_num(np.stack(fields)), len(columns))
+
+
+def _where_informed(name: str, values: Floats, mask: NDArray[np.uint8] | None) -> Floats:
+    """Refuses what is not finite at targets that are computed."""
+    bad = ~np.isfinite(values)
+    if mask is not None:
+        bad &= mask.reshape(values.shape) != 0
+    if bad.any():
+        remedy = " Leave those cells out by a mask, or fill them in." if values.ndim > 1 else " Fill them in."
+        place = tuple(map(int, np.argwhere(bad)[0]))
+        raise GridError(f"{name} is not finite at {int(bad.sum()):,} of {values.size:,} places to compute "
+                        f"(the first is at index {place if len(place) > 1 else place[0]}).{remedy}")
+    return values
+
+
+def _nearest_cells(points: Points, target: Target) -> NDArray[np.int64]:
+    """The node whose cell holds a datum, or is nearest to it."""
+    assert target.grid is not None
+    g = target.grid
+    inside = [np.clip(points.coordinates[:, i], getattr(g, axis + "0"),
+                      getattr(g, axis + "0") + getattr(g, "n" + axis) * getattr(g, "d" + axis))
+              for i, axis in enumerate(reversed(g.dims))]
+    index = [np.clip(np.floor((column - getattr(g, axis + "0")) / getattr(g, "d" + axis)), 0, getattr(g, "n" + axis) - 1)
+             for column, axis in zip(inside, reversed(g.dims))]
+    return np.asarray(np.ravel_multi_index([part.astype(np.int64) for part in reversed(index)], g.shape))
+
+
+def _snapped(points: Points, target: Target, merging: str = "which are averaged") -> NDArray[np.int32]:
+    """The node of each datum, -1 outside the grid."""
+    if target.numbers is None:
+        raise ArgumentError("snap needs the cells of a grid. Give a Grid, or leave snap out.")
+    nodes = _core.nodes_of(target.numbers, points.coordinates)
+    outside = np.flatnonzero(nodes < 0)
+    if len(outside) == len(points):
+        raise DataError(f"all {len(points):,} data lie outside the grid. {_extents(points, target)}")
+    inside = len(points) - len(outside)
+    shared = inside - len(np.unique(nodes[nodes >= 0]))
+    if len(outside) or shared:
+        said = []
+        if len(outside):
+            said.append(f"{len(outside):,} data outside the grid are left out ({_door.rows(points._row(i) for i in outside)})")
+        if shared:
+            said.append(f"{shared:,} data share a cell with others, {merging}")
+        warn("; ".join(said) + ".")
+    return nodes
+
+
+def _extents(points: Points, target: Target) -> str:
+    assert target.grid is not None
+    g = target.grid
+    parts = [f"{axis} is {low:.7g} to {high:.7g} in the data, {getattr(g, axis + '0'):.7g} to "
+             f"{getattr(g, axis + '0') + getattr(g, 'n' + axis) * getattr(g, 'd' + axis):.7g} in the grid"
+             for axis, low, high in zip(reversed(g.dims), points.coordinates.min(axis=0), points.coordinates.max(axis=0))]
+    return "; ".join(parts) + ". Are both in the same unit and coordinate system?"
+
+
+def _warn_if_apart(points: Points, target: Target) -> None:
+    assert target.numbers is not None
+    if (_core.nodes_of(target.numbers, points.coordinates) < 0).all():
+        warn(f"all {len(points):,} data lie outside the grid. {_extents(points, target)}")
+
+
+def _warn_if_uncorrelated(model: CovModel, variance: Floats, mask: NDArray[np.uint8] | None, known: _Drift,
+                          cells: tuple[int, int, int]) -> None:
+    """A range in another unit than the coordinates gives a map that knows nothing of the data."""
+    if model._local() or cells != (1, 1, 1) or known.terms(2) > 1 or any(s.type == "Power" for s in model.structures):
+        return
+    unknown = int(np.count_nonzero(variance >= model.sill * (1.0 - 1e-9)))
+    total = int(np.count_nonzero(mask)) if mask is not None else variance.size
+    if unknown > 0.5 * total:
+        warn(f"{unknown:,} of {total:,} places are as far as the range from all data or farther: the estimate there is hardly more "
+             "than a mean. Are the ranges in the unit of the coordinates?")
+
+
+def _warn_of(counts: tuple[int, int, int, int], total: int, simple: bool) -> None:
+    lonely, undetermined, indefinite, redundant = counts
+    if lonely:
+        fate = "have the mean and the sill" if simple else "are NaN"
+        warn(f"{lonely:,} of {total:,} places have no datum in reach and {fate}. Give a larger radius.")
+    if undetermined:
+        warn(f"the data in reach do not determine the drift at {undetermined:,} of {total:,} places, which are NaN. "
+             "Give more neighbors, or a simpler drift.")
+    if indefinite:
+        warn(f"the model is not positive definite at {indefinite:,} of {total:,} places, which are NaN. Take another model.")
+    if redundant:
+        warn(f"some data were left out at {redundant:,} of {total:,} places, for others say the same to rounding. "
+             "Add a nugget, or merge close data.")

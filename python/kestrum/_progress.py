@@ -1,0 +1,80 @@
+"""Showing how far a call is."""
+
+import sys
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
+from typing import Any
+
+from . import _door
+
+Progress = bool | Callable[[float], object]
+
+
+@contextmanager
+def shown(progress: Progress, label: str) -> Iterator[Callable[[float], object] | None]:
+    """What the engine calls with the fraction done: None, the caller's own callable, or a bar.
+
+    The callable gets 1.0 at the end of a call that ends well.
+    """
+    if callable(progress):
+        yield progress
+        progress(1.0)
+        return
+    if not _door.flag("progress", progress):
+        yield None
+        return
+    bar = _bar(label)
+    try:
+        yield bar.show
+        bar.show(1.0)
+    finally:
+        bar.close()
+
+
+def _bar(label: str) -> Any:
+    try:
+        from tqdm.auto import tqdm
+    except ImportError:
+        return _Lines(label) if not sys.stderr.isatty() else _Line(label)
+    return _Tqdm(tqdm, label) if sys.stderr.isatty() or "ipykernel" in sys.modules else _Lines(label)
+
+
+class _Tqdm:
+    def __init__(self, tqdm: Any, label: str) -> None:
+        self.bar = tqdm(total=1.0, desc=label, bar_format="{desc}: {percentage:3.0f}% |{bar}| {elapsed} < {remaining}")
+
+    def show(self, fraction: float) -> None:
+        self.bar.update(fraction - self.bar.n)
+
+    def close(self) -> None:
+        self.bar.close()
+
+
+class _Line:
+    """One line of a terminal, written over and over."""
+
+    def __init__(self, label: str) -> None:
+        self.label, self.percent = label, -1
+
+    def show(self, fraction: float) -> None:
+        if (percent := int(100 * fraction)) > self.percent:
+            self.percent = percent
+            print(f"\r{self.label}: {percent:3d}%", end="", file=sys.stderr, flush=True)
+
+    def close(self) -> None:
+        print(file=sys.stderr)
+
+
+class _Lines:
+    """A line per tenth, where there is no terminal."""
+
+    def __init__(self, label: str) -> None:
+        self.label, self.tenths = label, 0
+
+    def show(self, fraction: float) -> None:
+        if (tenths := int(10 * fraction)) > self.tenths:
+            self.tenths = tenths
+            print(f"{self.label}: {10 * tenths}%", file=sys.stderr, flush=True)
+
+    def close(self) -> None:
+        pass

@@ -1,0 +1,415 @@
+"""Realizations, and categories."""
+
+from collections.abc import Callable, Mapping
+from typing import TYPE_CHECKING, Any, Literal
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+from . import _core, _door, _memory, _progress
+from ._door import Floats
+from ._errors import ArgumentError, DataError, GridError, warn
+from ._grid import Grid
+from ._krige import _drift, _extents, _radii
+from ._models import CovModel, Range
+from ._points import Points
+from ._targets import Target
+
+if TYPE_CHECKING:
+    import xarray as xr
+
+# Passes of the Gibbs sampler over cells with bounds.
+PASSES = 20
+MAX_CATEGORIES = 100
+
+
+def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray", *, n: int = 1, first: int = 0, seed: int = 1,
+             neighbors: int = 20, radius: Range | None = None, mean: float | ArrayLike | None = None, ordinary: bool = False,
+             transform: Any = None, bounds: tuple[ArrayLike, ArrayLike, ArrayLike] | None = None, mask: ArrayLike | None = None,
+             duplicates: Literal["mean", "first", "last", "error"] = "mean", threads: int | None = None,
+             progress: bool | Callable[[float], object] = False, chunks: int | None = None,
+             dtype: Literal["float64", "float32"] = "float64") -> "xr.DataArray":
+    """Sequential Gaussian simulation: realizations that honour the data and the model.
+
+    Parameters
+    ----------
+    points : Points or None
+        The data, which move to the centres of their cells; None simulates without data. Data outside the grid are left
+        out; a warning counts those and the data that share a cell.
+    model : CovModel
+        Covariances of the variable, or, with a transform, of its scores.
+    grid : Grid or xarray.DataArray
+        Where.
+    n, first : int
+        How many realizations, and the number of the first. Realization k is the same whichever others are computed.
+    seed : int
+        From 0 to 2^64 - 1. Realizations of all seeds and numbers are independent.
+    neighbors : int
+        How many data and cells simulated before condition a cell.
+    radius : float or sequence of float, optional
+        How far they are sought; by default the model's longest range along each of its axes.
+    mean : float or array_like, optional
+        The mean, a number or one for each cell; by default that of the data, 0 without data or with a transform. With a
+        transform it is in scores.
+    ordinary : bool
+        Whether each cell is kriged with an unknown mean, as in ordinary kriging.
+    transform : optional
+        With methods ``forward`` and ``inverse``, applied to the data and to the result.
+    bounds : tuple of array_like, optional
+        (coordinates, lower, upper): places where the value is only known to lie between bounds, NaN for none. A datum in
+        the cell wins.
+    mask : array_like, optional
+        Cells to simulate; elsewhere NaN. Data there count all the same.
+    duplicates : {"mean", "first", "last", "error"}
+        What becomes of several data in a cell; before the transform.
+    threads, progress
+        As in `krige`.
+    chunks : int, optional
+        Realizations in a chunk of a lazy result.
+    dtype : {"float64", "float32"}
+        Type of the result; float32 is the rounded float64 result.
+
+    Returns
+    -------
+    xarray.DataArray
+        Of dimensions ("realization", ["z",] "y", "x"). Its attributes say how far data moved.
+
+    References
+    ----------
+    J.-P. Chiles and P. Delfiner, Geostatistics: Modeling Spatial Uncertainty, 2nd ed., Wiley 2012, chapter 7.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> fields = ks.simulate(None, ks.Spherical(1.0, range=8), ks.Grid(20, 15), n=3, seed=42)
+    >>> fields.dims, fields.shape
+    (('realization', 'y', 'x'), (3, 15, 20))
+    >>> again = ks.simulate(None, ks.Spherical(1.0, range=8), ks.Grid(20, 15), first=2, seed=42)
+    >>> bool((again[0] == fields[2]).all())
+    True
+    """
+    target, count = _begin(points, model, grid, n, first, seed, chunks)
+    _door.choice("duplicates", duplicates, ("mean", "first", "last", "error"))
+    kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))
+    _door.flag("ordinary", ordinary)
+    if transform is not None and not (hasattr(transform, "forward") and hasattr(transform, "inverse")):
+        _door.wrong_type("transform", transform, "an object with forward and inverse")
+    if points is not None:
+        if points.values.dtype.kind not in "iuf":
+            raise DataError(f"values of {points.name!r} are labels. Simulation of categories: simulate_categories.")
+        if points.error_variance is not None:
+            raise DataError("points have error_variance, which simulation does not filter. Leave it out.")
+    neighbors = _door.whole("neighbors", neighbors, 1, 10_000)
+    radii = _radii(radius, target.dimension)
+    threads = _door.threads(threads)
+    taken = target.mask(mask)
+    _memory.require(count * target.count * kind.itemsize + 16 * target.count, f"a result of {count:,} x {target.count:,} values",
+                    "Ask for fewer realizations at a time (first=), or dtype='float32'.")
+    nodes, values, moved = _on_nodes(points, target, duplicates)
+    if transform is not None:
+        values = _door.reals("transformed values", transform.forward(values)) if len(values) else values
+        mean = 0.0 if mean is None else mean
+    centre = float(values.mean()) if mean is None and len(values) else 0.0 if mean is None else mean
+    known = _drift(points, target, centre, None, taken) if points is not None else _mean_without_points(target, centre, taken)
+    run = _core.GridRun(target.numbers or (), [model._native(target.dimension, target)], bool(ordinary), neighbors, radii, nodes, values,
+                        taken, known.at_targets, known.mean, True, threads)
+    bounded = _bounds(bounds, target, nodes, transform)
+    if bounded is not None:
+        run.set_bounds(*bounded)
+    rows = np.empty((count, target.count), kind)
+    with _progress.shown(progress, "simulation") as report:
+        dropped, failed, relaxed = run.simulate(seed, first, PASSES, rows, report)
+    _warn_of_systems(dropped, failed)
+    if relaxed:
+        warn(f"bounds gave way in {relaxed:,} passes, for they contradict the data or each other. Look at them again.")
+    if transform is not None:
+        informed = ~np.isnan(rows)
+        rows[informed] = transform.inverse(rows[informed].astype(np.float64))
+    name = points.name if points is not None else "value"
+    return _realizations(target, rows, first, {"long_name": name, "method": "sequential Gaussian simulation", "model": str(model),
+                                               "seed": str(seed), "neighbors": neighbors, **moved, "kestrum": _core.version})
+
+
+def krige_categories(points: Points, model: CovModel | Mapping[object, CovModel], grid: "Grid | xr.DataArray", *, neighbors: int = 20,
+                     radius: Range | None = None, proportions: Mapping[Any, float | ArrayLike] | None = None,
+                     ordinary: bool = False, mask: ArrayLike | None = None, threads: int | None = None,
+                     progress: bool | Callable[[float], object] = False) -> "xr.DataArray":
+    """Indicator kriging: the probability of each category.
+
+    Parameters
+    ----------
+    points : Points
+        Labels of categories, which move to the centres of their cells. Of several in a cell the last counts.
+    model : CovModel or mapping
+        Covariances of the indicators: one model for all categories, or {label: model}.
+    grid : Grid or xarray.DataArray
+        Where.
+    neighbors, radius, mask, threads, progress
+        As in `simulate`.
+    proportions : mapping, optional
+        {label: proportion}, numbers or arrays on the grid that sum to 1; by default those of the data.
+    ordinary : bool
+        Whether proportions are unknown, and found around each cell.
+
+    Returns
+    -------
+    xarray.DataArray
+        Of dimensions ("category", ["z",] "y", "x"). The categories are in the order of `model`, else of `proportions`,
+        else sorted.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> points = ks.Points([[2.2, 2.2], [8.2, 8.2]], ["sand", "clay"])
+    >>> chance = ks.krige_categories(points, ks.Exponential(1.0, range=9), ks.Grid(10, 10))
+    >>> chance.category.values.tolist(), float(chance.sel(category="sand", x=2.5, y=2.5).round(3))
+    (['clay', 'sand'], 1.0)
+    """
+    target, labels, run, native = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, threads, 8)
+    result = np.empty((len(labels), target.count))
+    with _progress.shown(progress, "indicator kriging") as report:
+        dropped, failed, _ = run.krige_categories(native, result, report)
+    _warn_of_systems(dropped, failed)
+    return _stack(target, result, "category", labels, {"long_name": f"probability of {points.name}", "method": "indicator kriging",
+                                                       "kestrum": _core.version})
+
+
+def simulate_categories(points: Points | None, model: CovModel | Mapping[object, CovModel], grid: "Grid | xr.DataArray", *, n: int = 1,
+                        first: int = 0, seed: int = 1, neighbors: int = 20, radius: Range | None = None,
+                        proportions: Mapping[Any, float | ArrayLike] | None = None, ordinary: bool = False,
+                        mask: ArrayLike | None = None, threads: int | None = None,
+                        progress: bool | Callable[[float], object] = False, chunks: int | None = None) -> "xr.DataArray":
+    """Sequential indicator simulation: realizations of categories.
+
+    Parameters
+    ----------
+    points, model, grid, neighbors, radius, proportions, ordinary, mask
+        As in `krige_categories`; without points, proportions are needed.
+    n, first, seed, threads, progress, chunks
+        As in `simulate`.
+
+    Returns
+    -------
+    xarray.DataArray
+        Codes (int16) of dimensions ("realization", ["z",] "y", "x"), -1 outside the mask. ``attrs["categories"]`` has the
+        labels in the order of the codes.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> rock = ks.simulate_categories(None, ks.Exponential(1.0, range=9), ks.Grid(30, 20), n=2,
+    ...                               proportions={"sand": 0.7, "clay": 0.3})
+    >>> rock.attrs["categories"], rock.shape
+    (['sand', 'clay'], (2, 20, 30))
+    """
+    _target, count = _begin(points, next(iter(model.values()), None) if isinstance(model, Mapping) else model, grid, n, first, seed, chunks)
+    target, labels, run, native = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, threads, 2 * count)
+    rows = np.empty((count, target.count), np.int16)
+    with _progress.shown(progress, "simulation") as report:
+        dropped, failed, _ = run.simulate_categories(native, seed, first, rows, report)
+    _warn_of_systems(dropped, failed)
+    return _realizations(target, rows, first, {"long_name": points.name if points is not None else "category",
+                                               "method": "sequential indicator simulation", "categories": labels, "seed": str(seed),
+                                               "kestrum": _core.version})
+
+
+def _begin(points: Any, model: Any, grid: Any, n: Any, first: Any, seed: Any, chunks: Any) -> tuple[Target, int]:
+    if points is not None and not isinstance(points, Points):
+        _door.wrong_type("points", points, "Points, or None")
+    if not isinstance(model, CovModel):
+        _door.wrong_type("model", model, "a CovModel, say Nugget(0.1) + Spherical(0.9, range=500)")
+    target = Target(grid, places_too=False, name="grid")
+    if points is not None:
+        target.require_dimension(points)
+    count = _door.whole("n", n, 1, 2**31 - 1)
+    _door.whole("first", first, 0, 2**32 - count)
+    _door.whole("seed", seed, 0, 2**64 - 1)
+    if chunks is not None:
+        raise ArgumentError("chunks are not offered yet: leave them out.")
+    return target, count
+
+
+def _require_cells(target: Target) -> None:
+    if target.count >= 2**31:
+        raise GridError(f"the grid has {target.count:,} cells, more than 2,147,483,647. Take larger cells, or a part of the grid.")
+
+
+def _on_nodes(points: Points | None, target: Target, duplicates: str) -> tuple[NDArray[np.int32], Any, dict[str, Any]]:
+    """Nodes in increasing order with their values, and how far data moved. Labels come as they are."""
+    _require_cells(target)
+    if points is None:
+        return np.zeros(0, np.int32), np.zeros(0), {}
+    assert target.grid is not None and target.numbers is not None
+    nodes = _core.nodes_of(target.numbers, points.coordinates)
+    inside = np.flatnonzero(nodes >= 0)
+    if len(inside) == 0:
+        raise DataError(f"all {len(points):,} data lie outside the grid. {_extents(points, target)}")
+    held, position, group, counts = np.unique(nodes[inside], return_index=True, return_inverse=True, return_counts=True)
+    shared = len(inside) - len(held)
+    if shared and duplicates == "error":
+        of = np.flatnonzero(counts[group] > 1)
+        raise DataError(f"{shared:,} data share a cell with others ({_door.rows(points._row(inside[i]) for i in of)}). "
+                        "Give smaller cells, or duplicates='mean'.")
+    values = points.values[inside]
+    if duplicates == "mean":
+        values = np.bincount(group, values) / counts
+    elif duplicates == "last":
+        chosen = np.zeros(len(held), np.intp)
+        np.maximum.at(chosen, group, np.arange(len(inside)))
+        values = values[chosen]
+    else:
+        values = values[position]
+    said = []
+    if len(inside) < len(points):
+        outside = np.flatnonzero(nodes < 0)
+        said.append(f"{len(outside):,} data outside the grid are left out ({_door.rows(points._row(i) for i in outside)})")
+    if shared:
+        said.append(f"{shared:,} data share a cell with others" + (", which are averaged" if duplicates == "mean" else f", of which the {duplicates} counts"))
+    if said:
+        warn("; ".join(said) + ".")
+    at = np.unravel_index(nodes[inside], target.grid.shape)
+    centres = np.column_stack([axis[i] for axis, i in zip(list(target.grid.coords.values())[::-1], at[::-1])])
+    moved = np.sqrt(((points.coordinates[inside] - centres) ** 2).sum(axis=1))
+    return held, values, {"data": len(held), "data_moved_mean": float(moved.mean()), "data_moved_max": float(moved.max())}
+
+
+def _mean_without_points(target: Target, mean: Any, mask: NDArray[np.uint8] | None) -> Any:
+    from ._krige import _Drift, _where_informed
+
+    if np.ndim(mean) == 0:
+        return _Drift(-1, _door.number("mean", mean))
+    return _Drift(-1, 0.0, None, np.nan_to_num(_where_informed("mean", target.values("mean", mean), mask).reshape(-1)))
+
+
+def _bounds(bounds: Any, target: Target, nodes: NDArray[np.int32], transform: Any) -> tuple[NDArray[np.int32], Floats, Floats] | None:
+    """Bounds by node, in increasing order, where there is no datum."""
+    if bounds is None:
+        return None
+    if not isinstance(bounds, (tuple, list)) or len(bounds) != 3:
+        raise ArgumentError("bounds must be (coordinates, lower, upper).")
+    places = Points(bounds[0], np.zeros(len(bounds[0])), "bounds")
+    target.require_dimension(places)
+    ends = []
+    for name, given in (("lower", bounds[1]), ("upper", bounds[2])):
+        end = _door.reals(f"{name} bounds", given)
+        end = np.full(len(places), end) if end.ndim == 0 else end
+        if end.shape != (len(places),):
+            raise DataError(f"{name} bounds are of shape {end.shape}, but there are {len(places)} places.")
+        end = np.where(np.isinf(end), np.nan, end)
+        if transform is not None:
+            informed = ~np.isnan(end)
+            end = end.copy()
+            end[informed] = transform.forward(end[informed])
+        ends.append(end)
+    crossed = np.flatnonzero(ends[0] > ends[1])
+    if len(crossed):
+        raise DataError(f"lower bounds are above upper ones in {_door.rows(crossed)}.")
+    assert target.numbers is not None
+    at = _core.nodes_of(target.numbers, places.coordinates)
+    use = (at >= 0) & ~np.isin(at, nodes) & ~(np.isnan(ends[0]) & np.isnan(ends[1]))
+    held, group = np.unique(at[use], return_inverse=True)
+    # Of several in a cell the tighter ones hold.
+    lower, upper = np.full(len(held), np.nan), np.full(len(held), np.nan)
+    np.fmax.at(lower, group, ends[0][use])
+    np.fmin.at(upper, group, ends[1][use])
+    if (lower > upper).any():
+        raise DataError(f"bounds of one cell contradict each other in {int((lower > upper).sum()):,} cells.")
+    return held, lower, upper
+
+
+def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, radius: Any, proportions: Any, ordinary: Any, mask: Any,
+                threads: Any, bytes_per_cell: int) -> tuple[Target, list[Any], _core.GridRun, Floats]:
+    if points is not None and not isinstance(points, Points):
+        _door.wrong_type("points", points, "Points")
+    target = Target(grid, places_too=False, name="grid")
+    if points is not None:
+        target.require_dimension(points)
+    _door.flag("ordinary", ordinary)
+    neighbors = _door.whole("neighbors", neighbors, 1, 10_000)
+    radii = _radii(radius, target.dimension)
+    threads = _door.threads(threads)
+    found = [] if points is None else _sorted(set(points.values.tolist()))
+    if isinstance(model, Mapping):
+        labels = list(model)
+    elif proportions is not None and isinstance(proportions, Mapping):
+        labels = list(proportions)
+    else:
+        labels = found
+    if points is None and proportions is None:
+        raise ArgumentError("proportions are needed without points: {label: proportion}.")
+    if not 2 <= len(labels) <= MAX_CATEGORIES:
+        raise DataError(f"there {'is 1 category' if len(labels) == 1 else f'are {len(labels)} categories'}, but from 2 to {MAX_CATEGORIES} are needed.")
+    strange = [label for label in found if label not in labels]
+    if strange:
+        raise DataError(f"points have the label {strange[0]!r}, which {'model' if isinstance(model, Mapping) else 'proportions'} "
+                        f"lacks.{_door.nearest(strange[0], labels)} It has {', '.join(map(repr, labels))}.")
+    models = [model[label] for label in labels] if isinstance(model, Mapping) else [model] * len(labels)
+    for one in models:
+        if not isinstance(one, CovModel):
+            _door.wrong_type("model", one, "a CovModel, or {label: CovModel}")
+    taken = target.mask(mask)
+    _memory.require(target.count * (bytes_per_cell * (len(labels) if bytes_per_cell == 8 else 1) + 24),
+                    f"a result on {target.count:,} cells", "Take larger cells, or fewer realizations at a time.")
+    nodes, values, _ = _on_nodes(points, target, "last")
+    code = {label: number for number, label in enumerate(labels)}
+    codes = np.array([code[value] for value in values.tolist()], np.float64)
+    chances = _proportions(proportions, labels, codes, target, taken)
+    made = {id(one): one._native(target.dimension, target) for one in models}
+    run = _core.GridRun(target.numbers or (), [made[id(one)] for one in models], bool(ordinary), neighbors, radii, nodes, codes, taken,
+                        None, 0.0, True, threads)
+    return target, labels, run, chances
+
+
+def _sorted(labels: set[Any]) -> list[Any]:
+    try:
+        return sorted(labels)
+    except TypeError:
+        return sorted(labels, key=str)
+
+
+def _proportions(proportions: Any, labels: list[Any], codes: Floats, target: Target, mask: NDArray[np.uint8] | None) -> Floats:
+    from ._krige import _where_informed
+
+    if proportions is None:
+        return np.bincount(codes.astype(np.int64), minlength=len(labels)) / max(len(codes), 1)
+    if not isinstance(proportions, Mapping):
+        _door.wrong_type("proportions", proportions, "{label: proportion}")
+    missing = [label for label in labels if label not in proportions]
+    if missing or len(proportions) != len(labels):
+        strange = missing or [label for label in proportions if label not in labels]
+        raise ArgumentError(f"proportions and categories differ in {strange[0]!r}. Give one for each of {', '.join(map(repr, labels))}.")
+    parts: list[Any] = []
+    for label in labels:
+        name, given = f"proportion of {label!r}", proportions[label]
+        part: Any = _door.number(name, given) if np.ndim(given) == 0 else _where_informed(name, target.values(name, given), mask).reshape(-1)
+        least = float(np.min(part, initial=np.inf, where=~np.isnan(part)))
+        if least < 0.0:
+            raise ArgumentError(f"{name} is {least:g}, but must be at least 0.")
+        parts.append(part)
+    local = any(np.ndim(part) for part in parts)
+    chances = np.stack([np.nan_to_num(np.broadcast_to(part, (target.count,) if local else ())) for part in parts])
+    total = chances.sum(axis=0)
+    informed = np.ones(np.shape(total), bool) if mask is None or not local else mask.reshape(-1) != 0
+    off = np.abs(total - 1.0)[informed]
+    if (off > 1e-6).any():
+        raise ArgumentError(f"proportions sum to {np.asarray(total)[informed].flat[int(off.argmax())]:g}, but must sum to 1.")
+    return np.ascontiguousarray(chances)
+
+
+def _warn_of_systems(dropped: int, failed: int) -> None:
+    if dropped or failed:
+        warn(f"{dropped + failed:,} systems could not be solved as they were, for the model is not positive definite there. "
+             "Add a nugget, or take another model.")
+
+
+def _stack(target: Target, rows: NDArray[Any], dim: str, index: list[Any], attributes: dict[str, Any]) -> "xr.DataArray":
+    """Layers on the grid along a first dimension, ordered as the template is."""
+    import xarray as xr
+
+    like = target.dataset({"layer": rows[0]}, {"layer": {}}, {}).layer
+    layers = rows.reshape(len(rows), *target.shape)[(slice(None), *target._flips())]
+    return xr.DataArray(layers, {dim: index, **like.coords}, (dim, *like.dims), attrs=attributes)
+
+
+def _realizations(target: Target, rows: NDArray[Any], first: int, attributes: dict[str, Any]) -> "xr.DataArray":
+    return _stack(target, rows, "realization", list(range(first, first + len(rows))), attributes)

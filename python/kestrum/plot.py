@@ -1,0 +1,347 @@
+"""Pictures, by matplotlib, which is imported here alone.
+
+Each function draws on given axes, or makes a figure of its own, and returns the axes or the figure.
+"""
+
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+from matplotlib import pyplot as plt
+from matplotlib.axes import Axes
+from matplotlib.figure import Figure
+
+from . import _door
+from ._errors import ArgumentError, GridError
+from ._models import CovModel
+from ._points import Points
+
+if TYPE_CHECKING:
+    import xarray as xr
+
+# Both read well in grey and with any sight of colours.
+COLORS = "viridis"
+DIVERGING = "PuOr_r"
+INK = "#33415c"
+POINT = "#d1495b"
+LINE = "#00798c"
+
+
+def map(values: "xr.DataArray", points: Points | None = None, ax: Axes | None = None, *, cmap: str = COLORS,
+        vmin: float | None = None, vmax: float | None = None, label: str | None = None) -> Axes:
+    """A map, with the data in the same colours.
+
+    Parameters
+    ----------
+    values : xarray.DataArray
+        Of dimensions y and x. Missing values stay blank.
+    points : Points, optional
+        Data to draw, coloured by their values.
+    ax : matplotlib.axes.Axes, optional
+        Where to draw; a new figure by default.
+    cmap, vmin, vmax
+        Colours and their limits; by default the least and the greatest value shown.
+    label : str, optional
+        What the bar is labelled; by default the long name or the name of the values.
+
+    Returns
+    -------
+    matplotlib.axes.Axes
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> grid = ks.Grid(4, 3)
+    >>> axes = ks.plot.map(grid.to_xarray([[1.0, 2.0, 3.0, 4.0]] * 3, "zinc"))
+    >>> axes.get_xlabel()
+    'x'
+    """
+    _require_map(values)
+    image = values.transpose("y", "x")
+    wide, tall = (abs(float(image[axis][-1] - image[axis][0])) + 1e-30 for axis in ("x", "y"))
+    ax = _axes(ax, (min(10.0, max(3.5, 6.0 * wide / tall)) + 1.6, 6.0))
+    shown = [image.values[np.isfinite(image.values)]]
+    if points is not None and points.values.dtype.kind in "iuf":
+        shown.append(points.values)
+    everything = np.concatenate(shown)
+    low = float(everything.min()) if vmin is None and everything.size else vmin
+    high = float(everything.max()) if vmax is None and everything.size else vmax
+    mesh = ax.pcolormesh(image.x.values, image.y.values, _blank(image.values), cmap=cmap, vmin=low, vmax=high,
+                         shading="nearest", rasterized=True)
+    if points is not None:
+        style: dict[str, Any] = dict(s=18, edgecolors="white", linewidths=0.6)
+        numbers = points.values.dtype.kind in "iuf"
+        colors = dict(c=points.values, cmap=cmap, vmin=low, vmax=high) if numbers else dict(c=INK)
+        ax.scatter(points.coordinates[:, 0], points.coordinates[:, 1], **colors, **style)
+    beyond = {(False, False): "neither", (True, False): "min", (False, True): "max", (True, True): "both"}[
+        bool(everything.size and low is not None and everything.min() < low),
+        bool(everything.size and high is not None and everything.max() > high)]
+    bar = ax.figure.colorbar(mesh, ax=ax, shrink=0.85, pad=0.02, extend=beyond)
+    bar.set_label(label if label is not None else str(values.attrs.get("long_name", values.name or "")))
+    bar.outline.set_visible(False)
+    _as_map(ax)
+    return ax
+
+
+def realizations(simulations: "xr.DataArray", n: int = 4, figure: Figure | None = None, *, cmap: str = COLORS) -> Figure:
+    """The first few realizations beside each other, in one scale of colours.
+
+    Parameters
+    ----------
+    simulations : xarray.DataArray
+        Of dimensions realization, y and x.
+    n : int
+        How many.
+    figure : matplotlib.figure.Figure, optional
+        Where to draw; a new one by default.
+    cmap : str
+        Colours.
+
+    Returns
+    -------
+    matplotlib.figure.Figure
+
+    Examples
+    --------
+    >>> import numpy as np
+    >>> import xarray as xr
+    >>> import kestrum as ks
+    >>> fields = xr.DataArray(np.random.default_rng(1).normal(size=(5, 8, 9)), dims=("realization", "y", "x"))
+    >>> len(ks.plot.realizations(fields, n=2).axes)
+    3
+    """
+    if not _door.is_xarray(simulations) or "realization" not in simulations.dims:
+        _door.wrong_type("simulations", simulations, "a DataArray with the dimension 'realization'")
+    n = min(_door.whole("n", n, 1), simulations.sizes["realization"])
+    columns = int(np.ceil(np.sqrt(n)))
+    rows = -(-n // columns)
+    figure = figure if figure is not None else plt.figure(figsize=(4.0 * columns + 1.0, 4.0 * rows), layout="constrained")
+    grid = figure.subplots(rows, columns, sharex=True, sharey=True, squeeze=False)
+    finite = simulations.values[np.isfinite(simulations.values)]
+    for k, ax in enumerate(grid.flat):
+        if k >= n:
+            ax.set_visible(False)
+            continue
+        field = simulations.isel(realization=k)
+        _require_map(field)
+        field = field.transpose("y", "x")
+        mesh = ax.pcolormesh(field.x.values, field.y.values, _blank(field.values), cmap=cmap, vmin=finite.min(),
+                             vmax=finite.max(), shading="nearest", rasterized=True)
+        number = int(field.realization) if "realization" in field.coords else k
+        ax.set_title(f"realization {number}", fontsize=10, color=INK)
+        _as_map(ax, bool(k // columns == rows - 1), k % columns == 0)
+    bar = figure.colorbar(mesh, ax=grid, shrink=0.85, pad=0.02)
+    bar.set_label(str(simulations.attrs.get("long_name", simulations.name or "")))
+    bar.outline.set_visible(False)
+    return figure
+
+
+def variogram(variogram: Any, model: CovModel | None = None, ax: Axes | None = None) -> Axes:
+    """An experimental variogram, direction by direction, with the model.
+
+    Parameters
+    ----------
+    variogram : Variogram
+        Rows of azimuth, lag, gamma and pairs.
+    model : CovModel, optional
+        Drawn as a line along each direction.
+    ax : matplotlib.axes.Axes, optional
+        Where to draw; a new figure by default.
+
+    Returns
+    -------
+    matplotlib.axes.Axes
+    """
+    ax = _axes(ax)
+    colors = plt.get_cmap("viridis")(np.linspace(0.1, 0.8, len(variogram.azimuth)))
+    pairs = variogram.pairs / max(1, variogram.pairs.max())
+    end = float(np.nanmax(variogram.lag)) * 1.05
+    for row, color in enumerate(colors):
+        azimuth = variogram.azimuth[row]
+        name = "all directions" if np.isnan(azimuth) else f"azimuth {azimuth:g}°"
+        ax.scatter(variogram.lag[row], variogram.gamma[row], s=12 + 60 * pairs[row], color=color, label=name, zorder=3,
+                   edgecolors="white", linewidths=0.5)
+        if model is not None:
+            _curve(ax, model, end, 0.0 if np.isnan(azimuth) else float(azimuth), color=color)
+    _as_variogram(ax, end)
+    if len(variogram.azimuth) > 1:
+        ax.legend(frameon=False)
+    return ax
+
+
+def model(model: CovModel, ax: Axes | None = None, max_distance: float | None = None) -> Axes:
+    """The variogram of a model, along its azimuth and across.
+
+    Parameters
+    ----------
+    model : CovModel
+        What to draw.
+    ax : matplotlib.axes.Axes, optional
+        Where to draw; a new figure by default.
+    max_distance : float, optional
+        How far; by default 1.3 times the longest range.
+
+    Returns
+    -------
+    matplotlib.axes.Axes
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> axes = ks.plot.model(ks.Spherical(1.0, range=(10, 5), azimuth=30))
+    >>> [line.get_label() for line in axes.lines]
+    ['along azimuth 30°', 'across']
+    """
+    ax = _axes(ax)
+    reach = max((r for s in model.structures for r in s.range), default=1.0)
+    end = 1.3 * reach if max_distance is None else _door.number("max_distance", max_distance, above=0.0)
+    if model.isotropic:
+        _curve(ax, model, end, 0.0, color=LINE)
+    else:
+        _curve(ax, model, end, model.azimuth, color=LINE, label=f"along azimuth {model.azimuth:g}°")
+        _curve(ax, model, end, model.azimuth + 90.0, color=POINT, label="across")
+        ax.legend(frameon=False)
+    _as_variogram(ax, end)
+    ax.set_title(str(model), fontsize=10, color=INK)
+    return ax
+
+
+def histogram(values: Any, transform: Any = None, ax: Any = None, *, label: str | None = None) -> Any:
+    """A histogram; with a transform a second one, of what it makes of the values.
+
+    Parameters
+    ----------
+    values : array_like or Points
+        Missing values are left out.
+    transform : NormalScore, optional
+        Anything with a method ``forward``.
+    ax : matplotlib.axes.Axes, optional
+        Where to draw; two of them with a transform. A new figure by default.
+    label : str, optional
+        What the values are; by default their name.
+
+    Returns
+    -------
+    matplotlib.axes.Axes
+        Or an array of two, with a transform.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> axes = ks.plot.histogram([1.0, 2.0, 2.5, 4.0], label="zinc")
+    >>> axes.get_xlabel()
+    'zinc'
+    """
+    name = label if label is not None else str(getattr(values, "name", None) or "value")
+    numbers = _door.reals("values", values.values if isinstance(values, Points) else values).reshape(-1)
+    numbers = numbers[np.isfinite(numbers)]
+    if numbers.size == 0:
+        raise ArgumentError("values are all missing: there is nothing to draw.")
+    if transform is None:
+        return _bars(_axes(ax), numbers, name)
+    axes = ax if ax is not None else plt.figure(figsize=(9.0, 3.6), layout="constrained").subplots(1, 2)
+    _bars(axes[0], numbers, name)
+    _bars(axes[1], transform.forward(numbers), f"normal score of {name}")
+    return axes
+
+
+def validation(table: Any, figure: Figure | None = None) -> Figure:
+    """A cross-validation at a glance: estimate against value, errors on the map, and z-scores.
+
+    Parameters
+    ----------
+    table : pandas.DataFrame
+        With columns x, y, value, estimate, error and zscore.
+    figure : matplotlib.figure.Figure, optional
+        Where to draw; a new one by default.
+
+    Returns
+    -------
+    matplotlib.figure.Figure
+
+    Examples
+    --------
+    >>> import pandas as pd
+    >>> import kestrum as ks
+    >>> table = pd.DataFrame({"x": [0.0, 1.0], "y": [0.0, 1.0], "value": [1.0, 2.0], "estimate": [1.5, 1.6],
+    ...                       "error": [0.5, -0.4], "zscore": [1.0, -0.8]})
+    >>> [axes.get_xlabel() for axes in ks.plot.validation(table).axes[:3]]
+    ['value', 'x', 'z-score']
+    """
+    missing = [name for name in ("x", "y", "value", "estimate", "error", "zscore") if name not in getattr(table, "columns", ())]
+    if missing:
+        raise ArgumentError(f"table has no column {missing[0]!r}. Give a table of cross_validate.")
+    figure = figure if figure is not None else plt.figure(figsize=(14.0, 4.4), layout="constrained")
+    scatter, errors, scores = figure.subplots(1, 3)
+    known = table[np.isfinite(table["error"].to_numpy())]
+    low, high = (float(getattr(known[["value", "estimate"]].to_numpy(), side)()) for side in ("min", "max"))
+    scatter.plot([low, high], [low, high], color="0.6", linewidth=1.0, zorder=1)
+    scatter.scatter(known["value"], known["estimate"], s=16, color=LINE, alpha=0.8, edgecolors="white", linewidths=0.4)
+    scatter.set(xlabel="value", ylabel="estimate", aspect="equal")
+    root = float(np.sqrt(np.mean(known["error"] ** 2)))
+    scatter.set_title(f"mean error {known['error'].mean():.3g}, root mean square {root:.3g}", fontsize=10, color=INK)
+    bound = float(np.abs(known["error"]).max()) or 1.0
+    dots = errors.scatter(known["x"], known["y"], c=known["error"], cmap=DIVERGING, vmin=-bound, vmax=bound, s=24, edgecolors="0.4",
+                          linewidths=0.4)
+    _as_map(errors)
+    bar = figure.colorbar(dots, ax=errors, shrink=0.85, pad=0.02)
+    bar.set_label("error (estimate - value)")
+    bar.outline.set_visible(False)
+    z = known["zscore"].to_numpy()
+    z = z[np.isfinite(z)]
+    _bars(scores, z, "z-score", density=True)
+    span = np.linspace(min(-3.5, z.min(initial=0.0)), max(3.5, z.max(initial=0.0)), 200)
+    scores.plot(span, np.exp(-0.5 * span**2) / np.sqrt(2.0 * np.pi), color=POINT, linewidth=1.5, label="standard normal")
+    scores.legend(frameon=False, fontsize=9)
+    return figure
+
+
+def _axes(ax: Axes | None, size: tuple[float, float] | None = None) -> Axes:
+    return ax if ax is not None else plt.figure(figsize=size, layout="constrained").add_subplot()
+
+
+def _blank(values: Any) -> Any:
+    """Missing values are not drawn."""
+    return np.ma.array(values, mask=~np.isfinite(values))  # type: ignore[no-untyped-call]
+
+
+def _require_map(values: Any) -> None:
+    if not _door.is_xarray(values) or hasattr(values, "data_vars"):
+        _door.wrong_type("values", values, "a DataArray, such as result.estimate")
+    if set(values.dims) != {"x", "y"}:
+        raise GridError(f"values have the dimensions {tuple(values.dims)}, but a map has y and x. "
+                        "Choose one of the others: values.isel(z=0).")
+
+
+def _as_map(ax: Axes, x: bool = True, y: bool = True) -> None:
+    ax.set_aspect("equal")
+    ax.ticklabel_format(style="plain", useOffset=False)
+    ax.locator_params(nbins=5)
+    ax.tick_params(labelsize=8, color="0.6")
+    ax.set_facecolor("0.95")
+    for spine in ax.spines.values():
+        spine.set_color("0.7")
+    ax.set_xlabel("x" if x else "")
+    ax.set_ylabel("y" if y else "")
+
+
+def _as_variogram(ax: Axes, end: float) -> None:
+    ax.set(xlabel="distance", ylabel="semivariance", xlim=(0.0, end))
+    ax.set_ylim(bottom=0.0)
+    ax.spines[["top", "right"]].set_visible(False)
+
+
+def _curve(ax: Axes, model: CovModel, end: float, azimuth: float, **style: Any) -> None:
+    distance = np.linspace(0.0, end, 301)[1:]
+    angle = np.deg2rad(azimuth)
+    lags = distance[:, None] * [np.sin(angle), np.cos(angle)]
+    if any(len(s.range) == 3 and not s.isotropic for s in model.structures):
+        lags = np.column_stack((lags, np.zeros(len(lags))))
+    ax.plot(distance, model.variogram(lags), linewidth=1.8, **style)
+
+
+def _bars(ax: Axes, numbers: Any, label: str, density: bool = False) -> Axes:
+    ax.hist(numbers, bins=min(40, max(5, int(2 * len(numbers) ** (1 / 3)))), color=LINE, alpha=0.85, edgecolor="white",
+            linewidth=0.6, density=density)
+    ax.set(xlabel=label, ylabel="density" if density else "count")
+    ax.spines[["top", "right"]].set_visible(False)
+    return ax

@@ -1,0 +1,277 @@
+"""Kriging by the package: against dense systems in NumPy, and against the C interface's bits."""
+
+import signal
+import subprocess
+import sys
+import threading
+import time
+import warnings
+
+import numpy as np
+import pytest
+from hypothesis import given, settings
+from hypothesis import strategies as st
+
+import kestrum as ks
+import test_kriging
+
+GRID = ks.Grid(9, 7, dx=11.0, dy=13.0, x0=2.0, y0=5.0)
+GRID3 = ks.Grid(5, 4, 3, dx=20.0, dy=25.0, dz=30.0)
+
+
+def scattered(n=40, dimension=2, seed=5):
+    random = np.random.default_rng(seed)
+    return ks.Points(random.uniform(0.0, 100.0, (n, dimension)), random.normal(20.0, 4.0, n), "zinc")
+
+
+def centres(grid):
+    axes = np.meshgrid(*grid.coords.values(), indexing="ij")
+    return np.column_stack([axis.ravel() for axis in reversed(axes)])
+
+
+def model_of(dimension=2):
+    return ks.Nugget(0.4) + ks.Exponential(3.0, range=(60.0, 35.0, 25.0)[:dimension], azimuth=30.0)
+
+
+def dense(points, model, places, neighbors=None, radius=None, mean=None, terms=None, errors=None, covariates=None, blocks=None):
+    """Estimate and variance by one dense system for each place."""
+    at, z = points.coordinates, points.values
+    dimension = at.shape[1]
+    ranges = np.array(model.structures[-1].range)[:dimension]
+    angle = np.deg2rad(model.azimuth)
+    axes = np.eye(dimension)
+    axes[:2, :2] = [[np.sin(angle), np.cos(angle)], [np.cos(angle), -np.sin(angle)]]  # along, across
+    smooth = ks.CovModel._of(tuple(s for s in model.structures if s.type != "Nugget"), model._angles)
+    drift = lambda p: np.column_stack([term(p) for term in terms])  # noqa: E731
+    estimate, variance = np.full(len(places), np.nan), np.full(len(places), np.nan)
+    for i, place in enumerate(places):
+        lags = (at - place) @ axes.T
+        h = np.sqrt(((lags / ranges) ** 2).sum(axis=1))
+        use = np.argsort(h, kind="stable")
+        if radius is not None:
+            use = use[(np.sqrt(((lags[use] / np.broadcast_to(radius, dimension)) ** 2).sum(axis=1)) <= 1.0)]
+        use = np.sort(use[:neighbors])
+        n = len(use)
+        if n == 0:
+            continue
+        matrix = model.covariance((at[use, None] - at[None, use]).reshape(-1, dimension)).reshape(n, n)
+        if errors is not None:
+            matrix = matrix + np.diag(errors[use])
+        if blocks is None:
+            right, own, parts = model.covariance(at[use] - place), model.sill, place[None]
+        else:
+            parts = place + blocks
+            right = smooth.covariance((at[use, None] - parts).reshape(-1, dimension)).reshape(n, -1).mean(axis=1)
+            own = smooth.covariance((parts[:, None] - parts).reshape(-1, dimension)).mean()
+        if mean is not None:
+            weights = np.linalg.solve(matrix, right)
+            estimate[i] = mean + weights @ (z[use] - mean)
+            variance[i] = own - weights @ right
+            continue
+        # Coordinates about the place keep the system sound.
+        f = np.ones((n, 1)) if terms is None else drift((at[use] - place) / 50.0)
+        g = np.ones(1) if terms is None else drift((parts - place) / 50.0).mean(axis=0)
+        if covariates is not None:
+            f, g = np.column_stack((f, covariates[0][use])), np.append(g, covariates[1][i])
+        m = f.shape[1]
+        solution = np.linalg.solve(np.block([[matrix, f], [f.T, np.zeros((m, m))]]), np.concatenate((right, g)))
+        estimate[i] = solution[:n] @ z[use]
+        variance[i] = own - solution @ np.concatenate((right, g))
+    return estimate, variance
+
+
+LINEAR = [lambda p: np.ones(len(p)), lambda p: p[:, 0], lambda p: p[:, 1]]
+QUADRATIC = LINEAR + [lambda p: p[:, 0] ** 2, lambda p: p[:, 1] ** 2, lambda p: p[:, 0] * p[:, 1]]
+RNG = np.random.default_rng(11)
+HEIGHTS = RNG.normal(size=40), RNG.normal(size=63)
+ERRORS = RNG.uniform(0.0, 2.0, 40)
+QUARTERS = np.stack(np.meshgrid((np.arange(3) - 1) / 3 * 11.0, (np.arange(4) - 1.5) / 4 * 13.0), axis=-1).reshape(-1, 2)
+CASES = {
+    "ordinary, all": ({}, {}),
+    "ordinary, nearest": (dict(neighbors=8), dict(neighbors=8)),
+    "radius": (dict(radius=45.0), dict(radius=45.0)),
+    "turned radius": (dict(radius=(50.0, 20.0), neighbors=6), dict(radius=(50.0, 20.0), neighbors=6)),
+    "simple": (dict(mean=18.0, neighbors=12), dict(mean=18.0, neighbors=12)),
+    "linear": (dict(drift="linear"), dict(terms=LINEAR)),
+    "quadratic, nearest": (dict(drift="quadratic", neighbors=20), dict(terms=QUADRATIC, neighbors=20)),
+    "external": (dict(drift={"height": (HEIGHTS[0], HEIGHTS[1].reshape(7, 9))}), dict(covariates=HEIGHTS)),
+    "block": (dict(block=(3, 4), neighbors=10), dict(blocks=QUARTERS, neighbors=10)),
+    "block, linear": (dict(block=(3, 4), drift="linear"), dict(blocks=QUARTERS, terms=LINEAR)),
+}
+
+
+@pytest.mark.parametrize("name", CASES)
+def test_against_dense_systems(name):
+    options, reference = CASES[name]
+    points, model = scattered(), model_of()
+    result = ks.krige(points, model, GRID, **options)
+    estimate, variance = dense(points, model, centres(GRID), **reference)
+    np.testing.assert_allclose(result.estimate.values.ravel(), estimate, rtol=1e-9)
+    np.testing.assert_allclose(result.variance.values.ravel(), variance, rtol=1e-8)
+    assert result.estimate.dims == ("y", "x") and np.array_equal(result.x, GRID.coords["x"])
+    if not {"drift", "block"} & set(options):
+        there = ks.krige(points, model, centres(GRID), **options)
+        assert there.estimate.dims == ("point",) and np.array_equal(there.estimate.values, result.estimate.values.ravel())
+
+
+def test_errors_of_measurement_are_filtered():
+    points, model = scattered(), model_of()
+    noisy = ks.Points(points.coordinates, points.values, error_variance=ERRORS)
+    estimate, variance = dense(points, model, centres(GRID), errors=ERRORS)
+    result = ks.krige(noisy, model, GRID)
+    np.testing.assert_allclose(result.estimate.values.ravel(), estimate, rtol=1e-9)
+    np.testing.assert_allclose(result.variance.values.ravel(), variance, rtol=1e-8)
+
+
+def test_three_dimensions():
+    points, model = scattered(50, 3), model_of(3)
+    result = ks.krige(points, model, GRID3, neighbors=12)
+    estimate, variance = dense(points, model, centres(GRID3), neighbors=12)
+    assert result.estimate.dims == ("z", "y", "x")
+    np.testing.assert_allclose(result.estimate.values.ravel(), estimate, rtol=1e-9)
+    np.testing.assert_allclose(result.variance.values.ravel(), variance, rtol=1e-8)
+
+
+def test_masks_means_and_templates():
+    points, model = scattered(), model_of()
+    mask = np.arange(63).reshape(7, 9) % 3 != 0
+    means = 18.0 + 0.1 * np.arange(63).reshape(7, 9)
+    full = ks.krige(points, model, GRID, mean=means, neighbors=9)
+    part = ks.krige(points, model, GRID, mean=np.where(mask, means, means), neighbors=9, mask=mask.astype(np.float32))
+    assert np.array_equal(part.estimate.values[mask], full.estimate.values[mask]) and np.isnan(part.estimate.values[~mask]).all()
+    # With the mean's own value at the data, residuals are kriged with mean 0.
+    column = np.clip((points.coordinates[:, 0] - 2.0) // 11.0, 0, 8).astype(int)
+    row = np.clip((points.coordinates[:, 1] - 5.0) // 13.0, 0, 6).astype(int)
+    residuals = ks.krige(points.with_values(points.values - means[row, column]), model, GRID, mean=0.0, neighbors=9)
+    np.testing.assert_allclose(full.estimate, residuals.estimate + means, rtol=1e-12)
+    # A template's order is the result's, and that of arrays; a DataArray goes by its coordinates.
+    down = GRID.to_xarray(means).isel(y=slice(None, None, -1))
+    for given in (means[::-1], down, GRID.to_xarray(means), down.transpose("x", "y")):
+        turned = ks.krige(points, model, down, mean=given, neighbors=9)
+        assert np.array_equal(turned.y, down.y) and np.array_equal(turned.estimate.values[::-1], full.estimate.values)
+    # A model that varies is evaluated with the parameters of the cell.
+    sills = np.linspace(1.0, 5.0, 63).reshape(7, 9)
+    local = ks.krige(points, ks.Exponential(sills, range=50.0), down, mean=18.0, neighbors=9)
+    other = ks.krige(points, ks.Exponential(GRID.to_xarray(sills[::-1]), range=50.0), GRID, mean=18.0, neighbors=9)
+    assert np.array_equal(local.variance.values[::-1], other.variance.values)
+    same = ks.krige(points, ks.Exponential(sills[::-1][3, 4], range=50.0), GRID, mean=18.0, neighbors=9)
+    np.testing.assert_allclose(other.variance[3, 4], same.variance[3, 4], rtol=1e-12)
+
+
+def test_lonely_places():
+    points, model = scattered(), model_of()
+    with pytest.warns(ks.KestrumWarning, match="no datum in reach") as heard:
+        result = ks.krige(points, model, GRID, radius=6.0)
+    lonely = np.isnan(result.estimate.values)
+    assert f"{lonely.sum()} of 63" in str(heard[0].message) and heard[0].filename == __file__
+    with pytest.warns(ks.KestrumWarning):
+        simple = ks.krige(points, model, GRID, radius=6.0, mean=18.0)
+    assert (simple.estimate.values[lonely] == 18.0).all() and np.allclose(simple.variance.values[lonely], model.sill)
+
+
+def test_snapping_averages_or_takes_the_last():
+    places = [[3.0, 6.0], [4.0, 7.0], [60.0, 50.0], [500.0, 50.0]]
+    points = ks.Points(places, [1.0, 5.0, 2.0, 9.0])
+    model = ks.Spherical(1.0, range=80.0)
+    with pytest.warns(ks.KestrumWarning, match="1 data outside .*row 3.*1 data share"):
+        result = ks.krige(points, model, GRID, snap=True)
+    assert result.estimate.values[0, 0] == pytest.approx(3.0) and result.variance.values[0, 0] == pytest.approx(0.0, abs=1e-12)
+    with pytest.warns(ks.KestrumWarning, match="last counts"):
+        assert ks.krige(points, model, GRID, snap=True, solver="gmres").estimate.values[0, 0] == 5.0
+
+
+@pytest.mark.parametrize("options", [
+    dict(), dict(nneighbor=7), dict(radius=0.4, nneighbor=5), dict(radius=-1.0), dict(azimuth=35.0, nneighbor=9),
+    dict(azimuth=35.0, radius=-1.0), dict(mode=test_kriging.k.KESTRUM_SK, mean=4.0),
+    dict(mode=test_kriging.k.KESTRUM_SK, mean=4.0, radius=-1.0),
+    dict(grid=test_kriging.records.grid(8, 7, 6, sy=1.5, sz=0.5), ranges=(12.0, 8.0, 3.0), nneighbor=9)], ids=str)
+def test_gmres_gives_the_bits_of_the_c_interface(options):
+    case = test_kriging.Case(**options)
+    expected = test_kriging.run(case).reshape(2, case.grid["nz"], case.grid["ny"], case.grid["nx"])
+    g = case.grid
+    grid = ks.Grid(g["nx"], g["ny"], g["nz"], dx=g["sx"], dy=g["sy"], dz=g["sz"], x0=g["ox"], y0=g["oy"], z0=g["oz"])
+    where, values = case.data()
+    dimension = 3 if grid.nz > 1 else 2
+    across, along, vertical = case.ranges
+    ranges = (along, across, vertical)[:dimension]
+    model = ks.Spherical(case.weight, range=ranges, azimuth=case.azimuth) + ks.Nugget(case.nugget)
+    search = {} if case.radius < 0.0 else {"radius": tuple(case.radius * r for r in ranges), "neighbors": case.nneighbor}
+    for threads in (1, 2, 3):
+        result = ks.krige(ks.Points(case.nodes()[where, :dimension], values), model, grid, mean=case.mean, snap=True,
+                          solver="gmres", threads=threads, **search)
+        assert np.array_equal(result.estimate.values.reshape(expected[0].shape), expected[0])
+        assert np.array_equal(result.variance.values.reshape(expected[0].shape), expected[1] ** 2)
+
+
+@given(st.sampled_from([1e-9, 0.3048, 1000.0, 1e9]), st.sampled_from([1e-6, 1e3, 1e12]))
+@settings(max_examples=12, deadline=None)
+def test_units_do_not_matter(length, unit):
+    points, model = scattered(), ks.Nugget(0.4) + ks.Spherical(3.0, range=50.0)
+    one = ks.krige(points, model, GRID, neighbors=10)
+    scaled = ks.Points(points.coordinates * length, points.values * unit)
+    other = ks.krige(scaled, (ks.Nugget(0.4) + ks.Spherical(3.0, range=50.0 * length)) * unit**2,
+                     ks.Grid(9, 7, dx=11.0 * length, dy=13.0 * length, x0=2.0 * length, y0=5.0 * length), neighbors=10)
+    np.testing.assert_allclose(other.estimate / unit, one.estimate.values, rtol=1e-9)
+    np.testing.assert_allclose(other.variance / unit**2, one.variance.values, rtol=1e-9)
+
+
+def test_threads_and_callers_at_once_give_the_same_bits():
+    points, model = scattered(200), model_of()
+    grid = ks.Grid(60, 50, dx=2.0, dy=2.0)
+    one = ks.krige(points, model, grid, neighbors=12, threads=1)
+    results = [None] * 4
+
+    def work(i):
+        results[i] = ks.krige(points, model, grid, neighbors=12, threads=i + 1)
+
+    callers = [threading.Thread(target=work, args=(i,)) for i in range(4)]
+    [caller.start() for caller in callers]
+    [caller.join() for caller in callers]
+    assert all(result.identical(one) for result in results)
+
+
+LONG = """
+import time, numpy as np, kestrum as ks
+random = np.random.default_rng(1)
+points = ks.Points(random.uniform(0, 1000, (600, 2)), random.normal(size=600))
+model = ks.Nugget(0.1) + ks.Exponential(1.0, range=300)
+options = {options}
+grid = ks.Grid(2000, 2000, dx=0.5, dy=0.5)
+print("begin", flush=True)
+try:
+    ks.krige(points, model, grid, threads=2, **options)
+except KeyboardInterrupt:
+    print(time.time(), flush=True)
+small = ks.krige(points, model, ks.Grid(5, 5, dx=200.0, dy=200.0), neighbors=4)
+print(bool(np.isfinite(small.estimate).all()))
+"""
+
+
+@pytest.mark.parametrize("options", ["dict(neighbors=60)", "dict()", "dict(snap=True, solver='gmres', radius=40.0, neighbors=60)"])
+def test_ctrl_c_ends_a_call(options):
+    process = subprocess.Popen([sys.executable, "-W", "ignore", "-c", LONG.replace("{options}", options)], stdout=subprocess.PIPE, text=True)
+    assert process.stdout.readline() == "begin\n"
+    time.sleep(0.7)
+    sent = time.time()
+    process.send_signal(signal.SIGINT)
+    ended, fine = process.communicate(timeout=60)[0].splitlines()
+    # 0.2 s on a machine of its own; this one may be busy.
+    assert float(ended) - sent < 2.0 and fine == "True"
+
+
+@pytest.mark.parametrize("cells, options", [(1500, dict(neighbors=20)), (90, dict(snap=True, solver="gmres"))], ids=str)
+def test_progress(cells, options, capsys):
+    points, model, heard = scattered(60), model_of(), []
+    grid = ks.Grid(cells, cells, dx=100.0 / cells, dy=100.0 / cells)
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        ks.krige(points, model, grid, progress=heard.append, **options)
+        assert heard == sorted(heard) and heard[-1] == 1.0 and 0.0 <= heard[0]
+        ks.krige(points, model, grid, progress=True, **options)
+        assert "100%" in capsys.readouterr().err
+
+        def fail(fraction):
+            raise LookupError("enough")
+
+        with pytest.raises(LookupError, match="enough"):
+            ks.krige(points, model, grid, progress=fail, **options)

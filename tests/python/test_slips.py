@@ -1,0 +1,217 @@
+"""What a beginner gets wrong. Each line: the exception or warning, words of its text, and the slip."""
+
+import builtins
+import dataclasses
+import re
+import warnings
+
+import numpy as np
+import pandas as pd
+import pytest
+import xarray as xr
+
+import kestrum as ks
+
+nan, inf = np.nan, np.inf
+random = np.random.default_rng(7)
+xy = random.uniform(0.0, 100.0, (30, 2))
+xyz = np.column_stack((xy, random.uniform(0.0, 100.0, 30)))
+z = random.normal(10.0, 2.0, 30)
+bad = z.copy()
+bad[3] = inf
+bad_xy = xy.copy()
+bad_xy[[4, 9]] = nan
+frame = pd.DataFrame({"x": xy[:, 0], "y": xy[:, 1], "zinc": z, "text": ["a"] * 29 + [None]})
+twice = pd.DataFrame(np.ones((2, 3)), columns=["x", "y", "y"])
+points = ks.Points(xy, z, "zinc")
+points3 = ks.Points(xyz, z, "zinc")
+doubled = ks.Points(np.vstack((xy, xy[:2])), np.append(z, [1.0, 2.0]), "zinc")
+labels = ks.Points(xy, ["sand", "clay"] * 15, "facies")
+far = ks.Points(xy + 1e5, z, "zinc")
+grid = ks.Grid(20, 10, dx=5.0, dy=10.0)
+grid3 = ks.Grid(5, 4, 3, dx=20.0, dy=25.0, dz=30.0)
+model = ks.Nugget(0.3) + ks.Spherical(2.0, range=40.0)
+flat = ks.Spherical(2.0, range=(40.0, 20.0), azimuth=30.0)
+template = grid.to_xarray(np.zeros(grid.shape))
+half = np.where(np.arange(200).reshape(10, 20) % 2, nan, 1.0)
+
+
+def krige(points=points, model=model, where=grid, **options):
+    return ks.krige(points, model, where, **options)
+
+
+def simulate(points=points, model=model, grid=grid, **options):
+    return ks.simulate(points, model, grid, **options)
+
+
+SLIPS = [line.strip().split(" | ") for line in """
+DataError | 'znc'.*Did you mean 'zinc'.*x, y, zinc | ks.Points.from_dataframe(frame, "znc")
+DataError | x is 'east'.*columns are x, y, zinc | ks.Points.from_dataframe(frame, "zinc", x="east")
+DataError | z is 'depth' | ks.Points.from_dataframe(frame, "zinc", z="depth")
+DataError | 2 columns | ks.Points.from_dataframe(twice, "x")
+ArgumentTypeError | column 'text'.*text 'a' \\(row 0\\) | ks.Points.from_dataframe(frame, "zinc", x="text")
+ArgumentTypeError | frame must be a DataFrame | ks.Points.from_dataframe(xy, "zinc")
+DataError | \\(29,\\).*30 coordinates | ks.Points(xy, z[:-1])
+DataError | \\(2, 30\\).*column_stack | ks.Points(xy.T, z)
+DataError | column_stack | ks.Points((xy[:, 0], xy[:, 1]), z)
+DataError | \\(30, 4\\) | ks.Points(np.ones((30, 4)), z)
+DataError | \\(30,\\) | ks.Points(xy[:, 0], z)
+DataError | no points | ks.Points(np.empty((0, 2)), [])
+DataError | nan in rows 4, 9 | ks.Points(bad_xy, z)
+DataError | infinite in row 3 | ks.Points(xy, bad)
+DataError | all missing | ks.Points(xy, [nan] * 30)
+KestrumWarning | 2 of 30 rows.*rows 0, 1 | ks.Points(xy, [nan, None, *z[2:]])
+ArgumentTypeError | text '1.5' | ks.Points([["1.5", "2"]], [1.0])
+ArgumentTypeError | complex | ks.Points(xy * 1j, z)
+ArgumentTypeError | datetime | ks.Points(xy, np.full(30, "2020-01-01", "datetime64[D]"))
+ArgumentError | different lengths | ks.Points([[1.0, 2.0], [3.0]], [1.0, 2.0])
+ArgumentTypeError | name must be a text | ks.Points(xy, z, 3)
+DataError | error_variance is -1.0 in row 2 | ks.Points(xy, z, error_variance=[0.0, 0.0, -1.0] + [0.0] * 27)
+DataError | error_variance.*\\(2,\\) | ks.Points(xy, z, error_variance=[0.0, 1.0])
+DataError | no mean|labels | labels.merged()
+ArgumentError | 'mean', 'first', 'last' | points.merged("median")
+AttributeError | immutable | setattr(points, "values", z)
+ValueError | read-only | points.values.__setitem__(0, 1.0)
+GridError | nx is 0.*at least 1 | ks.Grid(0, 5)
+GridError | ny is -3 | ks.Grid(5, -3)
+ArgumentTypeError | nx.*whole number.*77.5 | ks.Grid(77.5, 5)
+ArgumentTypeError | nx.*'5' | ks.Grid("5", 5)
+GridError | dx is 0 | ks.Grid(5, 5, dx=0.0)
+GridError | dy is nan.*finite | ks.Grid(5, 5, dy=nan)
+GridError | x0 is inf | ks.Grid(5, 5, x0=inf)
+GridError | nearer origin | ks.Grid(5, 5, dx=1e-9, x0=1e9)
+TypeError | positional | ks.Grid(5, 5, 1, 40.0)
+FrozenInstanceError | nx | setattr(grid, "nx", 3)
+GridError | cell is 0 | ks.Grid.covering(points, 0.0)
+GridError | cell has 3 sizes | ks.Grid.covering(points, (1.0, 2.0, 3.0))
+GridError | larger cells | ks.Grid.covering(points, 1e-9)
+GridError | margin is -5 | ks.Grid.covering(points, 1.0, margin=-5.0)
+ArgumentTypeError | points must be Points | ks.Grid.covering(frame, 5.0)
+GridError | no coordinate 'x'.*rename | ks.Grid.from_xarray(template.rename(x="lon"))
+GridError | not regularly spaced.*12.5 and 27.5 | ks.Grid.from_xarray(template.isel(x=[0, 1, 2, 5, 6]))
+GridError | 1 value: | ks.Grid.from_xarray(template.isel(x=[0]))
+ArgumentTypeError | template must be | ks.Grid.from_xarray(np.zeros((3, 3)))
+GridError | \\(20, 10\\).*\\(10, 20\\).*Transpose | grid.to_xarray(np.zeros((20, 10)))
+ModelError | range is 0 | ks.Spherical(1.0, range=0.0)
+ModelError | range is -5 | ks.Exponential(1.0, range=-5.0)
+ModelError | range is nan | ks.Gaussian(1.0, range=nan)
+ModelError | range has 1 numbers | ks.Spherical(1.0, range=(5.0,))
+ArgumentTypeError | range must be a number.*'900' | ks.Spherical(1.0, range="900")
+ArgumentTypeError | range must be a number | ks.Spherical(1.0, range=None)
+ModelError | sill is -1 | ks.Spherical(-1.0, range=5.0)
+ModelError | sill is inf | ks.Nugget(inf)
+ModelError | azimuth is nan | ks.Spherical(1.0, range=5.0, azimuth=nan)
+ModelError | power is 2.5.*at most 2 | ks.Stable(1.0, range=5.0, power=2.5)
+ModelError | power is 2.*below 2 | ks.Power(1.0, range=5.0, power=2.0)
+ModelError | smoothness is 0 | ks.Matern(1.0, range=5.0, smoothness=0.0)
+TypeError | smoothness | ks.Matern(1.0, range=5.0)
+ModelError | orientation | flat + ks.Spherical(1.0, range=(4.0, 2.0), azimuth=60.0)
+ModelError | multiplied | model * model
+ModelError | factor is -1 | model * -1.0
+TypeError | made by | ks.CovModel()
+TypeError | unsupported operand | model + 1.0
+ModelError | anisotropic.*vectors | flat.covariance([1.0, 2.0])
+ModelError | \\(2, 4\\) | model.covariance(np.ones((2, 4)))
+ModelError | vertical.*missing | flat.covariance(np.ones((2, 3)))
+ModelError | NaN in every cell | ks.Spherical(half * nan, range=5.0)
+AttributeError | immutable | setattr(model, "azimuth", 3.0)
+ArgumentTypeError | points must be Points.*from_dataframe | krige(frame)
+ArgumentTypeError | points must be Points | krige((xy, z))
+DataError | labels | krige(labels)
+ArgumentTypeError | model must be a CovModel | krige(model="spherical")
+ArgumentTypeError | model must be a CovModel | krige(model=ks.Spherical)
+ModelError | sill of the model is 0 | krige(model=ks.Nugget(0.0))
+ArgumentTypeError | where must be a Grid | krige(where=None)
+ArgumentTypeError | where must be a Grid | krige(where="grid")
+ArgumentTypeError | points.coordinates | krige(where=points)
+DataError | \\(10, 20\\).*Grid | krige(where=np.zeros(grid.shape))
+DataError | where is nan in row 1 | krige(where=[[1.0, 2.0], [nan, 3.0]])
+DataError | elevation | krige(points3)
+DataError | one layer|3 layers | krige(where=grid3)
+DataError | \\(x, y, z\\) | krige(where=xyz)
+ModelError | vertical.*missing.*three dimensions | krige(points3, flat, grid3)
+ModelError | dip and plunge | krige(model=ks.Spherical(1.0, range=(5.0, 3.0), dip=10.0))
+DataError | one place.*rows 0, 30.*merged | krige(doubled)
+KestrumWarning | all 30 data lie outside.*coordinate system | krige(far)
+DataError | all 30 data lie outside | krige(far, snap=True)
+KestrumWarning | outside the grid are left out.*share a cell | krige(snap=True, where=ks.Grid(10, 10, dx=9.0, dy=9.0))
+KestrumWarning | unit of the coordinates | krige(model=ks.Spherical(2.0, range=0.04))
+ArgumentError | neighbors is 0 | krige(neighbors=0)
+ArgumentTypeError | neighbors.*'20' | krige(neighbors="20")
+ArgumentError | radius is -1 | krige(radius=-1.0)
+ArgumentError | radius has 4 | krige(radius=(1.0, 2.0, 3.0, 4.0))
+ArgumentError | radius is nan | krige(radius=nan)
+KestrumWarning | no datum in reach and are NaN | krige(radius=3.0)
+KestrumWarning | no datum in reach and have the mean and the sill | krige(radius=3.0, mean=10.0)
+ArgumentError | mean is nan | krige(mean=nan)
+ArgumentTypeError | mean must be a number | krige(mean="10")
+GridError | mean is of shape \\(20, 10\\) | krige(mean=np.ones((20, 10)))
+GridError | mean is not finite at 100 of 200 | krige(mean=half)
+DataError | mean is NaN in the cells of data | krige(mean=half, mask=half == 1.0)
+ArgumentError | mean and drift | krige(mean=10.0, drift="linear")
+ArgumentError | Did you mean 'linear' | krige(drift="linaer")
+ArgumentError | pair | krige(drift={"dist": half})
+DataError | drift 'dist'.*\\(3,\\) | krige(drift={"dist": ([1.0, 2.0, 3.0], np.ones(grid.shape))})
+GridError | drift 'dist' is of shape | krige(drift={"dist": (z, np.ones((3, 3)))})
+GridError | drift 'dist' is not finite at 100 | krige(drift={"dist": (z, half)})
+ArgumentError | 6 terms | krige(drift="quadratic", neighbors=4)
+GridError | mask is of shape | krige(mask=np.ones(7))
+GridError | leaves every cell out | krige(mask=np.zeros(grid.shape))
+GridError | mask needs a grid | krige(where=xy + 0.5, mask=np.ones(30))
+ArgumentError | block needs the cells | krige(where=xy + 0.5, block=4)
+ArgumentError | block is 0 | krige(block=0)
+ArgumentError | block has 3 | krige(block=(2, 2, 2))
+ArgumentError | snap needs | krige(where=xy, snap=True)
+ArgumentTypeError | snap must be True or False | krige(snap="yes")
+ArgumentError | 'cholesky', 'gmres' | krige(solver="lu")
+ArgumentError | snap=True | krige(solver="gmres")
+ArgumentError | needs a radius | krige(solver="gmres", snap=True, neighbors=5)
+ArgumentError | knows no drift | krige(solver="gmres", snap=True, drift="linear")
+ArgumentError | threads is 0 | krige(threads=0)
+ArgumentError | threads is 100000 | krige(threads=100_000)
+ArgumentTypeError | progress | krige(progress="yes")
+MemoryError | GiB.*larger cells | krige(where=ks.Grid(200_000, 200_000))
+MemoryError | neighbors= | krige(ks.Points(random.uniform(0, 1e6, (400_000, 2)), np.ones(400_000)))
+ModelError | shape \\(3, 3\\) | krige(model=ks.Spherical(np.ones((3, 3)), range=5.0))
+ModelError | varies over a grid | krige(model=ks.Spherical(np.ones(grid.shape), range=5.0), where=xy)
+GridError | other coordinates x | krige(mask=template.assign_coords(x=template.x + 100.0))
+ArgumentTypeError | points must be Points, or None | simulate(frame)
+ArgumentTypeError | grid must be a Grid | simulate(grid=xy)
+ArgumentError | n is 0 | simulate(n=0)
+ArgumentError | first is -1 | simulate(first=-1)
+ArgumentError | seed is -1 | simulate(seed=-1)
+ArgumentError | seed is 18446744073709551616 | simulate(seed=2**64)
+ArgumentError | neighbors is 0 | simulate(neighbors=0)
+DataError | simulate_categories | simulate(labels)
+DataError | error_variance | simulate(ks.Points(xy, z, error_variance=1.0))
+DataError | all 30 data lie outside | simulate(far)
+DataError | share a cell.*duplicates | simulate(doubled, duplicates="error")
+ArgumentError | 'float64', 'float32' | simulate(dtype="float16")
+ArgumentTypeError | forward and inverse | simulate(transform="log")
+ArgumentError | bounds must be | simulate(bounds=3)
+DataError | lower bounds are above upper ones in row 0 | simulate(bounds=(xy[:2], [3.0, 0.0], [1.0, 1.0]))
+DataError | lower bounds are of shape | simulate(bounds=(xy[:2], [3.0, 0.0, 1.0], [1.0, 1.0]))
+MemoryError | fewer realizations | simulate(n=1_000_000_000)
+ArgumentError | sum to 0.9 | ks.krige_categories(labels, model, grid, proportions={"clay": 0.5, "sand": 0.4})
+DataError | label 'sand'.*Did you mean 'sandy' | ks.krige_categories(labels, {"clay": model, "sandy": model}, grid)
+DataError | 1 category | ks.krige_categories(ks.Points(xy, ["a"] * 30), model, grid)
+ArgumentError | proportions are needed | ks.simulate_categories(None, model, grid)
+AttributeError | kestrum.native | ks.VORLKestrumSim
+""".strip().splitlines()]
+
+
+@pytest.mark.parametrize("kind, words, slip", SLIPS, ids=[line[-1] for line in SLIPS])
+def test_a_slip_gets_a_remedy(kind, words, slip):
+    expected = getattr(ks, kind, None) or getattr(builtins, kind, None) or getattr(dataclasses, kind)
+    with warnings.catch_warnings(record=True) as heard:
+        warnings.simplefilter("always")
+        if issubclass(expected, Warning):
+            eval(slip)
+            texts = [str(warning.message) for warning in heard if warning.category is expected]
+        else:
+            with pytest.raises(expected) as caught:
+                eval(slip)
+            texts = [str(caught.value)]
+            # Any error of the package can be caught as its base, and as Python's own kind.
+            assert expected.__module__ == "builtins" or isinstance(caught.value, (ValueError, TypeError, AttributeError))
+    assert any(re.search(words, text, re.DOTALL) for text in texts), texts
