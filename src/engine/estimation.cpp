@@ -59,7 +59,8 @@ struct MovingScratch {
 };
 
 int EstimateMoving(const Problem& problem, const EstimateWriter& writer, const real* value) noexcept {
-  const auto& [model, neighbors] = problem.setups[0];
+  const ModelSetup& setup = problem.setups[0];
+  const NeighborList& neighbors = setup.neighbors;
   if (neighbors.limit < 1) return kNeighborLimit;
   NodeBits data;
   if (const int status = data.Allocate(problem.grid.nxyz); status != 0) return status;
@@ -72,7 +73,7 @@ int EstimateMoving(const Problem& problem, const EstimateWriter& writer, const r
   DataNeighborSearch search;
   if (const int status = search.Prepare(neighbors, data, ndata); status != 0) return status;
   MovingSystems systems;
-  if (const int status = systems.Prepare(model, search.list()); status != 0) return status;
+  if (const int status = systems.Prepare(setup.model, search.list()); status != 0) return status;
   ObjectArray<MovingScratch> scratches;
   if (const int status = scratches.Allocate(problem.dealing().nscratch()); status != 0) return status;
   for (MovingScratch& scratch : scratches) {
