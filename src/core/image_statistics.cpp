@@ -297,8 +297,7 @@ int VORLGetImageVarValuePdf(VORL_IMAGE* image, int* nvalue, real** value, double
 int VORLGetNImageOneVarValuePdf(int nimage, VORL_IMAGE* images, int iv, int* nvalue, real** value, double** pdf,
                                 int* nmissing) noexcept {
   if (kestrum::VariableCountsDiffer(nimage, images)) return kestrum::kVariableCountsDiffer;
-  if (iv < 0 || iv >= images->nvar) return kestrum::kVariableIndex;
-  if (AnyNull(nvalue, value, pdf, nmissing)) return kNotAllocated;
+  if (const int status = kestrum::CheckVariable(*images, iv, nvalue, value, pdf, nmissing); status != 0) return status;
   return kestrum::Distributions(nimage, images, iv, iv + 1, nvalue, value, pdf, nmissing);
 }
 

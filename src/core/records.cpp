@@ -4,7 +4,6 @@
 #include "core/statuses.hpp"
 
 namespace kestrum {
-namespace {}  // namespace
 
 bool SetSizes(VORL_GRID* grid, std::int64_t nx, std::int64_t ny, std::int64_t nz) noexcept {
   bool held = true;

@@ -191,7 +191,8 @@ TEST(ImageStatistics, FailingAllocations) {
       {"all of two images", [&] { return distributions(VORLGetNImageVarValuePdf, 2, both); }},
       {"statistics", [&] { return local(0); }},
       {"proportions", [&] { return local(2); }},
-      {"report", [&] { return PrintStatus([&](FILE* f) { return VORLPrintImageInfo(&image, prefix, f, 0); }); }},
+      {"report",
+       [&] { return kestrum_test::WriteStatus([&](FILE* f) { return VORLPrintImageInfo(&image, prefix, f, 0); }); }},
   });
 }
 

@@ -47,7 +47,8 @@ TEST(Image, FailingAllocations) {
       {"memory", [&] { return make(VORLMallocImage, 3, 2); }},
       {"copy", [&] { return make(VORLCopyImage, &image); }},
       {"picture", [&] { return make(VORLImageEE); }},
-      {"print", [&] { return PrintStatus([&](FILE* stream) { return VORLPrintImage(&image, prefix, stream); }); }},
+      {"print",
+       [&] { return kestrum_test::WriteStatus([&](FILE* stream) { return VORLPrintImage(&image, prefix, stream); }); }},
   });
 }
 

@@ -1,8 +1,6 @@
 #ifndef KESTRUM_TESTS_CORE_OWNED_IMAGE_HPP
 #define KESTRUM_TESTS_CORE_OWNED_IMAGE_HPP
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -48,15 +46,6 @@ std::string Printed(const Print& print) {
   kestrum_test::TextStream stream;
   print(stream.file);
   return stream.All();
-}
-
-// The status of print(stream), which must write nothing if it fails.
-template <typename Print>
-int PrintStatus(const Print& print) {
-  int status = 0;
-  const std::string text = Printed([&](FILE* stream) { status = print(stream); });
-  EXPECT_EQ(text.empty(), status != 0);
-  return status;
 }
 
 #endif

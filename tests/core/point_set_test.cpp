@@ -57,7 +57,7 @@ TEST(PointSet, FailingAllocations) {
   char prefix[] = "> ";
   const auto make = [](auto... arguments) { return MakeFromGarbage<VORL_POINTSET, VORLFreePointSet>(arguments...); };
   const auto print = [&](auto function) {
-    return PrintStatus([&](FILE* stream) { return function(&ps, prefix, stream); });
+    return kestrum_test::WriteStatus([&](FILE* stream) { return function(&ps, prefix, stream); });
   };
   kestrum_test::ForEachFailingAllocation({
       {"memory", [&] { return make(VORLMallocPointSet, 3, 2); }},

@@ -18,7 +18,7 @@ namespace {
 
 using kestrum_test::Grid;
 using kestrum_test::TestImage;
-using kestrum_test::TextStream;
+using kestrum_test::WriteStatus;
 using Points = kestrum_test::Owned<VORL_POINTSET, VORLInitPointSet, VORLFreePointSet>;
 
 constexpr int kNodes = 24;
@@ -63,15 +63,6 @@ int Made(const Make& make) {
   TestImage out;
   const int status = make(&out);
   EXPECT_TRUE(status == 0 || (out.grid == nullptr && out.var == nullptr));
-  return status;
-}
-
-// Calls write(stream), which must write nothing if it fails.
-template <typename Write>
-int Wrote(const Write& write) {
-  TextStream stream;
-  const int status = write(stream.file);
-  EXPECT_EQ(stream.All().empty(), status != 0);
   return status;
 }
 
@@ -145,16 +136,17 @@ std::vector<Function> StatisticsFunctions() {
       });
     }
   }
-  add("report", -621,
-      [](auto* image) { return Wrote([&](FILE* stream) { return VORLPrintImageInfo(image, prefix, stream, 10); }); });
+  add("report", -621, [](auto* image) {
+    return WriteStatus([&](FILE* stream) { return VORLPrintImageInfo(image, prefix, stream, 10); });
+  });
   add("copy", 0, [](auto* image) { return Made([&](auto* out) { return VORLCopyImage(out, image); }); });
   for (const int fileFormat : {0, 1}) {
     add("text file", 0, [=](auto* image) {
-      return Wrote([&](FILE* stream) { return VORLWriteImage(image, format, fileFormat, stream); });
+      return WriteStatus([&](FILE* stream) { return VORLWriteImage(image, format, fileFormat, stream); });
     });
   }
   add("binary file", 0,
-      [](auto* image) { return Wrote([&](FILE* stream) { return VORLWriteImageGslibBinary(image, stream); }); });
+      [](auto* image) { return WriteStatus([&](FILE* stream) { return VORLWriteImageGslibBinary(image, stream); }); });
   return all;
 }
 
@@ -401,8 +393,8 @@ TEST(HalfFilledRecords, PointSetsAndGrids) {
         Points copy;
         return VORLCopyPointSet(&copy, ps);
       },
-      [](auto* ps) { return Wrote([&](FILE* stream) { return VORLPrintPointSetInfo(ps, prefix, stream); }); },
-      [](auto* ps) { return Wrote([&](FILE* stream) { return VORLWritePointSet(ps, format, format, stream); }); },
+      [](auto* ps) { return WriteStatus([&](FILE* stream) { return VORLPrintPointSetInfo(ps, prefix, stream); }); },
+      [](auto* ps) { return WriteStatus([&](FILE* stream) { return VORLWritePointSet(ps, format, format, stream); }); },
       [&](auto* ps) {
         int nvarIgnored = 0, npointDropped = 0, nconflict = 0;
         return VORLPointSetToImage(ps, &image, nullptr, nullptr, 1, 1, 1, &nvarIgnored, &npointDropped, &nconflict);

@@ -39,6 +39,15 @@ std::string Written(const Write& write, int expectedStatus = 0) {
   return stream.All();
 }
 
+// The status of write(stream), which must write nothing if it fails.
+template <typename Write>
+int WriteStatus(const Write& write) {
+  TextStream stream;
+  const int status = write(stream.file);
+  EXPECT_EQ(stream.All().empty(), status != 0);
+  return status;
+}
+
 // What print(record, prefix, stream) writes.
 template <typename Print, typename Record>
 std::string Printed(const Print& print, Record* record, std::string prefix = "> ") {
