@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "core/buffer.hpp"
+#include "covariance/exact_covariance.hpp"
 #include "numeric/cholesky.hpp"
 #include "numeric/cholesky_batch.hpp"
 
@@ -25,9 +26,10 @@ class Places {
     }
   }
   bool failed() const { return failed_; }
+  double x(std::size_t i) const { return coordinates_[2 * i]; }
+  double y(std::size_t i) const { return coordinates_[2 * i + 1]; }
   double Covariance(std::size_t i, std::size_t j) const {
-    return std::exp(-0.5 * std::hypot(coordinates_[2 * i] - coordinates_[2 * j],
-                                      coordinates_[2 * i + 1] - coordinates_[2 * j + 1]));
+    return std::exp(-0.5 * std::hypot(x(i) - x(j), y(i) - y(j)));
   }
 
  private:
@@ -159,8 +161,65 @@ void BM_Krige(benchmark::State& state) {
 BENCHMARK(BM_Krige<false>)
     ->Name("Krige")
     ->ArgNames({"n", "blocks", "level"})
-    ->ArgsProduct({{20, 64, 200, 2000}, {1, 2, 16}, {2}})
-    ->ArgsProduct({{20, 200, 2000}, {16}, {0, 1}});
+    ->ArgsProduct({{20, 64, 200, 2000}, {1, 2, 12}, {2}})
+    ->ArgsProduct({{20, 200, 2000}, {12}, {0, 1}});
 BENCHMARK(BM_Krige<true>)->Name("Weights")->ArgNames({"n", "blocks", "level"})->ArgsProduct({{20, 200}, {2}, {2}});
+
+// Estimate and variance from all data at the nodes of a grid: the lags and covariances of a few blocks of nodes, and one
+// forward pass. items/s is nodes per second.
+void BM_AllData(benchmark::State& state, int type) {
+  constexpr std::size_t kBlocks = 6;
+  constexpr int kAxis = 96;
+  const auto level = static_cast<SimdLevel>(state.range(1));
+  if (LevelIsMissing(state, level)) return;
+  DenseSystem system(static_cast<int>(state.range(0)));
+  const std::size_t n = static_cast<std::size_t>(system.n), count = n * kLanes;
+  VORL_COVMODELELEM element;
+  VORLKestrumInitCovModelElem(&element);
+  element.covModelType = static_cast<VORL_COVMODELTYPE>(type);
+  element.weightValue = 1.0;
+  element.rxValue = element.ryValue = 6.0;
+  VORL_COVMODEL model;
+  VORLKestrumInitCovModel(&model);
+  model.nelem = 1;
+  model.covModelElem = &element;
+  kestrum::ExactCovariance covariance;
+  Buffer<double> x, y, z, b, estimate, explained;
+  if (!system.ready || covariance.Allocate(1) != 0 || x.Allocate(count) != 0 || y.Allocate(count) != 0 ||
+      z.Allocate(count, 0.0) != 0 || b.Allocate(kBlocks * (count + kLanes)) != 0 ||
+      estimate.Allocate(kBlocks * kLanes) != 0 || explained.Allocate(kBlocks * kLanes) != 0) {
+    return state.SkipWithError("no memory");
+  }
+  covariance.Prepare(model, kestrum::ConstantParameters{});
+  system.SetRows();
+  if (!kestrum::Factorise(Dealing::Serial(), system.n, 1, system.factor.data())) return state.SkipWithError("failed");
+  for (auto _ : state) {
+    for (int row = 0; row < kAxis; ++row) {
+      for (int column = 0; column < kAxis; column += static_cast<int>(kBlocks) * kLanes) {
+        for (std::size_t block = 0; block < kBlocks; ++block) {
+          const double first = column + static_cast<double>(block) * kLanes;
+          for (std::size_t i = 0; i < n; ++i) {
+            for (int lane = 0; lane < kLanes; ++lane) {
+              x[i * kLanes + lane] = (first + lane) * 0.1 - system.places.x(i);
+              y[i * kLanes + lane] = row * 0.1 - system.places.y(i);
+            }
+          }
+          double* const own = b.data() + block * (count + kLanes);
+          covariance.Evaluate(static_cast<int>(count), x.data(), y.data(), z.data(), own, level);
+          for (int lane = 0; lane < kLanes; ++lane) own[count + lane] = 1.0;
+        }
+        kestrum::Krige(system.n, 1, system.factor.data(), system.values.data(), kBlocks, b.data(), estimate.data(),
+                       explained.data(), level);
+        benchmark::ClobberMemory();
+      }
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * kAxis * kAxis);
+}
+void AllDataArguments(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgNames({"n", "level"})->ArgsProduct({{200, 2000}, {1, 2}})->Unit(benchmark::kMillisecond);
+}
+BENCHMARK_CAPTURE(BM_AllData, spherical, COV_SPHERICAL)->Name("AllData/spherical")->Apply(AllDataArguments);
+BENCHMARK_CAPTURE(BM_AllData, exponential, COV_EXPONENTIAL)->Name("AllData/exponential")->Apply(AllDataArguments);
 
 }  // namespace

@@ -65,7 +65,7 @@ void PrepareValues(int n, int q, const double* factor, const double* z, double* 
 //   estimate    out: nblock*kLanes numbers; not written if values is null
 //   explained   out: nblock*kLanes numbers
 // b, estimate and explained are 64-byte aligned. A lane without a target may hold any number, and disturbs no other.
-// A large factor wants several blocks at a time, 4 to 16: what is loaded of it then serves all of them.
+// Several blocks at a time are faster, best a multiple of 6: what is loaded of the factor then serves all of them.
 void Krige(int n, int q, const double* factor, const double* values, std::ptrdiff_t nblock, double* b, double* estimate,
            double* explained, SimdLevel level = BestSimdLevel()) noexcept;
 

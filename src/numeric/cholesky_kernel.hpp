@@ -8,41 +8,46 @@ constexpr int kParts = kLanes / kWidth;
 // Rows, and blocks of right sides, that are summed side by side: as many as the registers hold.
 constexpr int kTileRows = kVectorBytes == 64 ? 8 : 4;
 constexpr int kTileBlocks = kVectorBytes == 64 ? 2 : 1;
+// The registers of AVX2 hold one block and a half: three blocks, six vectors, are taken in halves.
+constexpr int kForwardBlocks = kVectorBytes == 32 ? 3 : kTileBlocks;
+constexpr int kMostVectors = kVectorBytes == 32 ? 3 : kTileBlocks * kParts;
 
-// Rows of right sides, as vectors of all blocks; blocks lie `step` apart.
-template <int kRows, int kVectors>
+// Where vector `v` of a row begins, counted through all blocks, which lie `step` apart.
+KESTRUM_KERNEL_INLINE std::ptrdiff_t VectorPlace(int v, std::ptrdiff_t step) {
+  return v / kParts * step + v % kParts * kWidth;
+}
+
+// kVectors vectors, from kFirst on, of kRows rows of right sides.
+template <int kFirst, int kRows, int kVectors>
 KESTRUM_KERNEL_INLINE void LoadTile(const double* from, std::ptrdiff_t step, Vector (&tile)[kRows][kVectors]) {
 #pragma GCC unroll 8
   for (int r = 0; r < kRows; ++r) {
 #pragma GCC unroll 8
-    for (int v = 0; v < kVectors; ++v) {
-      tile[r][v] = Load<Vector>(from + v / kParts * step + r * kLanes + v % kParts * kWidth);
-    }
+    for (int v = 0; v < kVectors; ++v) tile[r][v] = Load<Vector>(from + VectorPlace(kFirst + v, step) + r * kLanes);
   }
 }
 
-template <int kRows, int kVectors>
+template <int kFirst, int kRows, int kVectors>
 KESTRUM_KERNEL_INLINE void StoreTile(const Vector (&tile)[kRows][kVectors], double* to, std::ptrdiff_t step) {
 #pragma GCC unroll 8
   for (int r = 0; r < kRows; ++r) {
 #pragma GCC unroll 8
-    for (int v = 0; v < kVectors; ++v) Store(to + v / kParts * step + r * kLanes + v % kParts * kWidth, tile[r][v]);
+    for (int v = 0; v < kVectors; ++v) Store(to + VectorPlace(kFirst + v, step) + r * kLanes, tile[r][v]);
   }
 }
 
 // Subtracts the products of `count` columns, the first at `l` where the tile's rows begin, with rows from `y` on, from
-// kRows rows at `out`, in kBlocks blocks. With kSolve the rows are those that follow the columns, and are solved among
-// themselves too.
-template <int kRows, int kBlocks, bool kSolve>
-KESTRUM_KERNEL_INLINE void SubtractTile(const double* l, int count, const double* y, std::ptrdiff_t yStep, double* out,
-                                        std::ptrdiff_t outStep) {
-  constexpr int kVectors = kBlocks * kParts;
+// kRows rows at `out`, in kVectors vectors from kFirst on. With kSolve the rows are those that follow the columns, and
+// are solved among themselves too.
+template <int kRows, int kVectors, int kFirst, bool kSolve>
+KESTRUM_KERNEL_INLINE void SubtractVectors(const double* l, int count, const double* y, std::ptrdiff_t yStep,
+                                           double* out, std::ptrdiff_t outStep) {
   Vector sums[kRows][kVectors];
-  LoadTile(out, outStep, sums);
+  LoadTile<kFirst>(out, outStep, sums);
   for (int k = 0; k < count; ++k) {
     Vector right[kVectors];
 #pragma GCC unroll 8
-    for (int v = 0; v < kVectors; ++v) right[v] = Load<Vector>(y + v / kParts * yStep + v % kParts * kWidth);
+    for (int v = 0; v < kVectors; ++v) right[v] = Load<Vector>(y + VectorPlace(kFirst + v, yStep));
 #pragma GCC unroll 8
     for (int r = 0; r < kRows; ++r) {
       const Vector left = Broadcast<Vector>(l[r]);
@@ -63,7 +68,19 @@ KESTRUM_KERNEL_INLINE void SubtractTile(const double* l, int count, const double
       }
     }
   }
-  StoreTile(sums, out, outStep);
+  StoreTile<kFirst>(sums, out, outStep);
+}
+
+// The same in kBlocks blocks.
+template <int kRows, int kBlocks, bool kSolve, int kFirst = 0>
+KESTRUM_KERNEL_INLINE void SubtractTile(const double* l, int count, const double* y, std::ptrdiff_t yStep, double* out,
+                                        std::ptrdiff_t outStep) {
+  constexpr int kLeft = kBlocks * kParts - kFirst;
+  constexpr int kVectors = kLeft < kMostVectors ? kLeft : kMostVectors;
+  SubtractVectors<kRows, kVectors, kFirst, kSolve>(l, count, y, yStep, out, outStep);
+  if constexpr (kVectors < kLeft) {
+    SubtractTile<kRows, kBlocks, kSolve, kFirst + kVectors>(l, count, y, yStep, out, outStep);
+  }
 }
 
 // The same for up to kRows rows.
@@ -101,9 +118,9 @@ KESTRUM_KERNEL_INLINE void SubtractRowsOfBlocks(const double* panels, int row, i
                                                 std::ptrdiff_t nblock, const double* y, double* out,
                                                 std::ptrdiff_t step) {
   std::ptrdiff_t block = 0;
-  for (; block + kTileBlocks <= nblock; block += kTileBlocks) {
-    SubtractRows<kTileBlocks, kSolve>(panels, row, rowEnd, column, columnEnd, y + block * step, step,
-                                      out + block * step, step);
+  for (; block + kForwardBlocks <= nblock; block += kForwardBlocks) {
+    SubtractRows<kForwardBlocks, kSolve>(panels, row, rowEnd, column, columnEnd, y + block * step, step,
+                                         out + block * step, step);
   }
   for (; block < nblock; ++block) {
     SubtractRows<1, kSolve>(panels, row, rowEnd, column, columnEnd, y + block * step, step, out + block * step, step);
@@ -146,13 +163,12 @@ template <int kColumns, int kBlocks>
 KESTRUM_KERNEL_INLINE void SolveColumns(int size, const double* panels, int column, double* x, std::ptrdiff_t step) {
   constexpr int kVectors = kBlocks * kParts;
   Vector sums[kColumns][kVectors];
-  LoadTile(x + column * kLanes, step, sums);
+  LoadTile<0>(x + column * kLanes, step, sums);
   for (int i = size - 1; i >= column + kColumns; --i) {
     const double* const l = panels + PanelStart(i / kLanes) + column * kLanes + i % kLanes;
     Vector right[kVectors];
 #pragma GCC unroll 8
-    for (int v = 0; v < kVectors; ++v)
-      right[v] = Load<Vector>(x + v / kParts * step + i * kLanes + v % kParts * kWidth);
+    for (int v = 0; v < kVectors; ++v) right[v] = Load<Vector>(x + VectorPlace(v, step) + i * kLanes);
 #pragma GCC unroll 8
     for (int c = 0; c < kColumns; ++c) {
       const Vector left = Broadcast<Vector>(l[c * kLanes]);
@@ -170,7 +186,7 @@ KESTRUM_KERNEL_INLINE void SolveColumns(int size, const double* panels, int colu
       for (int v = 0; v < kVectors; ++v) sums[above][v] = SubtractProduct(sums[above][v], left, sums[c][v]);
     }
   }
-  StoreTile(sums, x + column * kLanes, step);
+  StoreTile<0>(sums, x + column * kLanes, step);
 }
 
 template <int kBlocks>
