@@ -7,10 +7,8 @@
 
 namespace kestrum {
 
-// Status of output as text that cannot be written, as of a file that cannot be opened.
-
-// Hands what has been written to a stream over to the system. Returns 0, or kOutputFailed if this or an earlier writing to
-// the stream has failed, as on a full disk.
+// Hands what has been written to a stream over to the system. Returns 0, or kOutputFailed, as for a file that cannot be
+// opened, if this or an earlier writing to the stream has failed: on a full disk, say.
 [[nodiscard]] int FlushOutput(std::FILE* stream) noexcept;
 
 // A file for output. Close() reports whether it holds all that was written; the destructor closes without that, as after
