@@ -27,15 +27,13 @@ void SumWithDualWeights(int size, const double* dual, int blocks, const double* 
 
 }  // namespace
 
-int PlaceDense::Build(const PlaceRun& run, const PlaceMembers& members, const TargetCovariance& covariance,
-                      const Dealing& dealing) noexcept {
-  run_ = &run;
-  covariance_ = &covariance;
+int PlaceDense::Build(const PlaceDataset& data, const PlaceMembers& members, const TargetCovariance& covariance,
+                      const Dealing& dealing, SimdLevel level) noexcept {
   n_ = members.n;
-  q_ = run.terms.count();
+  q_ = data.terms.count();
   const auto count = static_cast<std::size_t>(n_);
   const auto size = static_cast<std::size_t>(n_ + q_);
-  int status = drift_.Allocate(run.terms);
+  int status = drift_.Allocate(data.terms);
   if (status == 0) status = MakeRoom(&places_, 3 * count);
   if (status == 0) status = MakeRoom(&datum_, count);
   if (status == 0) status = MakeRoom(&rows_, 4 * size * static_cast<std::size_t>(dealing.nscratch()));
@@ -51,21 +49,21 @@ int PlaceDense::Build(const PlaceRun& run, const PlaceMembers& members, const Ta
     places_[2 * count + at] = members.candidates.z[position];
     datum_[at] = members.Datum(i);
   }
-  FillMatrix(dealing);
+  FillMatrix(data, covariance, dealing);
   flaws_ = {};
-  sound_ = Factorise(dealing, n_, q_, factor_.data(), run.level, &flaws_);
+  sound_ = Factorise(dealing, n_, q_, factor_.data(), level, &flaws_);
   if (!sound_) return 0;
   double* const z = rows_.data();
-  for (int i = 0; i < n_; ++i) z[i] = run.data.residual[static_cast<std::size_t>(datum_[static_cast<std::size_t>(i)])];
+  for (int i = 0; i < n_; ++i) z[i] = data.residual[static_cast<std::size_t>(datum_[static_cast<std::size_t>(i)])];
   PrepareValues(n_, q_, factor_.data(), z, values_.data());
   std::copy_n(values_.data(), size, dual_.data());
   DualWeights(n_, q_, factor_.data(), dual_.data());
   return 0;
 }
 
-void PlaceDense::FillMatrix(const Dealing& dealing) noexcept {
+void PlaceDense::FillMatrix(const PlaceDataset& data, const TargetCovariance& covariance,
+                            const Dealing& dealing) noexcept {
   const PlaceVectors at = places();
-  const PlaceDataset& data = run_->data;
   dealing.EachThread([&](int thread, int team) noexcept {
     double* const row = rows_.data() + std::ptrdiff_t{4} * (n_ + q_) * thread;
     double* const dx = row + n_ + q_;
@@ -77,8 +75,8 @@ void PlaceDense::FillMatrix(const Dealing& dealing) noexcept {
         dy[j] = at.y[i] - at.y[j];
         dz[j] = at.z[i] - at.z[j];
       }
-      covariance_->BetweenData(i, dx, dy, dz, row);
-      row[i] = covariance_->dataVariance();
+      covariance.BetweenData(i, dx, dy, dz, row);
+      row[i] = covariance.dataVariance();
       if (data.errorVariance)
         row[i] += data.errorVariance[static_cast<std::size_t>(datum_[static_cast<std::size_t>(i)])];
       SetFactorRow(n_, i, row, factor_.data());
@@ -86,7 +84,7 @@ void PlaceDense::FillMatrix(const Dealing& dealing) noexcept {
   });
   if (q_ == 0) return;
   const auto variable = [&](int v, int i) {
-    return run_->AtDatum(v, at.x[i], at.y[i], at.z[i], datum_[static_cast<std::size_t>(i)]);
+    return data.Variable(v, at.x[i], at.y[i], at.z[i], datum_[static_cast<std::size_t>(i)]);
   };
   drift_.Fit(n_, variable);
   double* const row = rows_.data();
@@ -101,16 +99,16 @@ void PlaceDense::FillMatrix(const Dealing& dealing) noexcept {
   }
 }
 
-int PlaceDense::Krige(int ntarget, const PlaceTarget* targets, Scratch* scratch,
-                      PlaceKrigingReport* report) const noexcept {
+int PlaceDense::Krige(const PlaceRun& run, const TargetCovariance& covariance, int ntarget, const PlaceTarget* targets,
+                      Scratch* scratch, PlaceKrigingReport* report) const noexcept {
   const int size = n_ + q_;
   if (!sound_) {
     (flaws_.dependent ? report->undetermined : report->indefinite) += ntarget;
-    for (int t = 0; t < ntarget; ++t) run_->WriteNothing(targets[t].number, n_);
+    for (int t = 0; t < ntarget; ++t) run.WriteNothing(targets[t].number, n_);
     return 0;
   }
   if (flaws_.redundant > 0) report->redundant += ntarget;
-  const PlaceKrigingResults& results = run_->results;
+  const PlaceKrigingResults& results = run.results;
   const bool solve = results.variance != nullptr || results.weights != nullptr;
   const std::size_t blockSize = static_cast<std::size_t>(size) * kLanes;
   if (const int status = MakeRoom(&scratch->b, kBlocks * blockSize); status != 0) return status;
@@ -122,22 +120,22 @@ int PlaceDense::Krige(int ntarget, const PlaceTarget* targets, Scratch* scratch,
       PlaceTarget own[kLanes];
       for (int l = 0; l < kLanes; ++l) own[l] = targets[begin + std::min(block * kLanes + l, count - 1)];
       double* const right = b + static_cast<std::size_t>(block) * blockSize;
-      CovariancesWithTargets(*covariance_, n_, places(), 1, own, right);
-      for (int l = 0; l < kLanes; ++l) run_->WriteDrift(drift_, own[l], right + n_ * kLanes + l);
+      CovariancesWithTargets(covariance, n_, places(), 1, own, right);
+      for (int l = 0; l < kLanes; ++l) run.WriteDrift(drift_, own[l], right + n_ * kLanes + l);
     }
     alignas(64) double sum[kBlocks * kLanes];
     alignas(64) double explained[kBlocks * kLanes];
     if (solve) {
-      kestrum::Krige(n_, q_, factor_.data(), values_.data(), blocks, b, sum, explained, run_->level);
+      kestrum::Krige(n_, q_, factor_.data(), values_.data(), blocks, b, sum, explained, run.level);
     } else {
       SumWithDualWeights(size, dual_.data(), blocks, b, sum, explained);
     }
-    if (results.weights != nullptr) KrigingWeights(n_, q_, factor_.data(), blocks, b, run_->level);
+    if (results.weights != nullptr) KrigingWeights(n_, q_, factor_.data(), blocks, b, run.level);
     for (int t = 0; t < count; ++t) {
       const std::int64_t target = targets[begin + t].number;
       const double* const own = b + static_cast<std::size_t>(t / kLanes) * blockSize + t % kLanes;
-      run_->WriteWeights(target, {n_, nullptr, {}, datum_.data()}, [&](int i) { return own[i * kLanes]; });
-      run_->Write(target, n_, sum[t], explained[t], covariance_->targetVariance(), report);
+      run.WriteWeights(target, {n_, nullptr, {}, datum_.data()}, [&](int i) { return own[i * kLanes]; });
+      run.Write(target, n_, sum[t], explained[t], covariance.targetVariance(), report);
     }
   }
   return 0;

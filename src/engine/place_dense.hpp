@@ -19,24 +19,22 @@ class PlaceDense {
     Buffer<double> b, x;
   };
 
-  // Builds the system of some data and factorises it. `run` and the covariances must outlive the object; nothing is kept
-  // of the members. Returns 0 or the status of a failed allocation.
-  [[nodiscard]] int Build(const PlaceRun& run, const PlaceMembers& members, const TargetCovariance& covariance,
-                          const Dealing& dealing) noexcept;
+  // Builds the system of some data and factorises it. Nothing is kept of the arguments. Returns 0 or the status of a
+  // failed allocation.
+  [[nodiscard]] int Build(const PlaceDataset& data, const PlaceMembers& members, const TargetCovariance& covariance,
+                          const Dealing& dealing, SimdLevel level) noexcept;
 
   // Kriges some targets. Returns 0 or the status of a failed allocation.
-  [[nodiscard]] int Krige(int ntarget, const PlaceTarget* targets, Scratch* scratch,
-                          PlaceKrigingReport* report) const noexcept;
+  [[nodiscard]] int Krige(const PlaceRun& run, const TargetCovariance& covariance, int ntarget,
+                          const PlaceTarget* targets, Scratch* scratch, PlaceKrigingReport* report) const noexcept;
 
  private:
   PlaceVectors places() const noexcept {
     const auto count = static_cast<std::size_t>(n_);
     return {places_.data(), places_.data() + count, places_.data() + 2 * count};
   }
-  void FillMatrix(const Dealing& dealing) noexcept;
+  void FillMatrix(const PlaceDataset& data, const TargetCovariance& covariance, const Dealing& dealing) noexcept;
 
-  const PlaceRun* run_ = nullptr;
-  const TargetCovariance* covariance_ = nullptr;
   PlaceDrift drift_;
   int n_ = 0;
   int q_ = 0;

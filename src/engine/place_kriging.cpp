@@ -218,9 +218,9 @@ class Worker {
   }
 
   // Kriges the targets of a tile with a system of all data.
-  [[nodiscard]] int KrigeTile(const PlaceDense& system) noexcept {
+  [[nodiscard]] int KrigeTile(const PlaceDense& system, const TargetCovariance& covariance) noexcept {
     for (int i = 0; i < nodes_.count; ++i) targets_[i] = TargetOf(nodes_, i);
-    return system.Krige(nodes_.count, targets_, &scratch_, &report());
+    return system.Krige(*run_, covariance, nodes_.count, targets_, &scratch_, &report());
   }
 
   // Kriges what waits in the lanes.
@@ -329,8 +329,9 @@ class Worker {
       return 0;
     }
     const PlaceMembers members{n, positions_.data(), sets.candidates, sets.datum};
-    if (const int status = dense_.Build(*run_, members, covariance, Dealing::Serial()); status != 0) return status;
-    return dense_.Krige(ntarget, targets_, &scratch_, &report());
+    if (const int status = dense_.Build(run_->data, members, covariance, Dealing::Serial(), run_->level); status != 0)
+      return status;
+    return dense_.Krige(*run_, covariance, ntarget, targets_, &scratch_, &report());
   }
 
   const PlaceRun* run_ = nullptr;
@@ -365,7 +366,7 @@ int TargetsOfTile(std::int64_t ntarget, int ndata, int nthreads) noexcept {
 }  // namespace
 
 int PlaceKriging::Prepare(const PlaceData& data, const VORL_COVMODEL& model, const PlaceKrigingOptions& options,
-                          const Dealing& dealing, PlaceProblem* problem) noexcept {
+                          const Dealing& dealing, PlaceProblem* problem, SimdLevel level) noexcept {
   *problem = {};
   if (IsRefused(data, problem) || IsRefused(options, problem) || IsRefused(model, data.dimension, -1, problem))
     return 0;
@@ -375,7 +376,7 @@ int PlaceKriging::Prepare(const PlaceData& data, const VORL_COVMODEL& model, con
   options_ = options;
   data_.n = n;
   data_.dimension = data.dimension;
-  terms_ = {options.degree, data.dimension, options.ncovariate};
+  data_.terms = {options.degree, data.dimension, options.ncovariate};
   int status = 0;
   for (Buffer<double>* vector : {&data_.x, &data_.y, &data_.z, &data_.residual}) {
     if (status == 0) status = vector->Allocate(count, 0.0);
@@ -418,8 +419,18 @@ int PlaceKriging::Prepare(const PlaceData& data, const VORL_COVMODEL& model, con
     Refuse(problem, PlaceRefusal::kSamePlace, coincident.first, coincident.second);
     return 0;
   }
-  constexpr double kScale[3] = {1.0, 1.0, 1.0};
-  return index_.Build(n, places, kScale, dealing);
+  PlaceCovariance covariance;
+  constexpr int kPoint[3] = {1, 1, 1};
+  constexpr double kUnit[3] = {1.0, 1.0, 1.0};
+  if (status = covariance.Prepare(model, kPoint, kUnit); status != 0) return status;
+  all_ = !covariance.varies() && options.radius[0] == 0.0 && (options.neighbors == 0 || options.neighbors >= n);
+  if (all_) {
+    TargetCovariance everywhere;
+    if (status = everywhere.Allocate(covariance, level); status != 0) return status;
+    everywhere.Prepare(-1);
+    return system_.Build(data_, {n, nullptr, places, nullptr}, everywhere, dealing, level);
+  }
+  return index_.Build(n, places, kUnit, dealing);
 }
 
 PlaceNeighborhood PlaceKriging::NeighborhoodAt(const PlaceCovariance& covariance, int node) const noexcept {
@@ -455,7 +466,7 @@ int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingRe
   if (const int status = covariance.Prepare(*model_, options_.block, spacing); status != 0) return status;
   const bool varies = covariance.varies();
   if (varies && AreImagesRefused(*model_, targets.places, problem)) return 0;
-  const PlaceRun run{data_, terms_, covariance, targets, results, level};
+  const PlaceRun run{data_, covariance, targets, results, level};
 
   PlaceNeighborhood neighborhood;
   TargetCovariance everywhere;
@@ -464,15 +475,9 @@ int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingRe
     if (const int status = everywhere.Allocate(covariance, level); status != 0) return status;
     everywhere.Prepare(-1);
   }
-  const bool all = !varies && !neighborhood.bounded && (neighborhood.limit == 0 || neighborhood.limit >= data_.n);
-  PlaceDense system;
-  if (all) {
-    const PlaceMembers members{data_.n, nullptr, {data_.x.data(), data_.y.data(), data_.z.data()}, nullptr};
-    if (const int status = system.Build(run, members, everywhere, dealing); status != 0) return status;
-  }
   PlaceTiles tiles;
   const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
-  const int ofTile = TargetsOfTile(count, all ? 1 : data_.n, dealing.nscratch());
+  const int ofTile = TargetsOfTile(count, all_ ? 1 : data_.n, dealing.nscratch());
   if (const int status = tiles.Prepare(targets.places, scale, ofTile, dealing); status != 0) return status;
   ObjectArray<Worker> workers;
   if (const int status = workers.Allocate(dealing.nscratch()); status != 0) return status;
@@ -495,8 +500,8 @@ int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingRe
       const std::int64_t tile = next.fetch_add(1, std::memory_order_relaxed);
       if (tile >= tiles.count()) break;
       const int held = tiles.Fill(tile, &worker.nodes());
-      if (all) {
-        own = worker.KrigeTile(system);
+      if (all_) {
+        own = worker.KrigeTile(system_, everywhere);
       } else if (!varies && worker.nodes().count > 0) {
         own = worker.KrigeTile(neighborhood, everywhere);
       }

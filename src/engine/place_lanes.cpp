@@ -38,7 +38,7 @@ int PackCovariances(const TargetCovariance& covariance, int n, const PlaceVector
 
 int PlaceLanes::Allocate(const PlaceRun& run) noexcept {
   run_ = &run;
-  q_ = run.terms.count();
+  q_ = run.data.terms.count();
   const std::size_t rows = static_cast<std::size_t>(kMaxData + q_) * kLanes;
   int status = 0;
   for (Buffer<double>* vector : {&x_, &y_, &z_, &values_}) {
@@ -49,7 +49,7 @@ int PlaceLanes::Allocate(const PlaceRun& run) noexcept {
   if (status == 0) status = b_.Allocate(kRounds * rows);
   if (status == 0) status = work_.Allocate(4 * rows);
   for (PlaceDrift& drift : drift_) {
-    if (status == 0) status = drift.Allocate(run.terms);
+    if (status == 0) status = drift.Allocate(run.data.terms);
   }
   return status;
 }
@@ -89,10 +89,10 @@ void PlaceLanes::Add(const PlaceMembers& members, const double* packed, const Ta
     }
     covariance.WithTarget(members.n, lags[0], lags[1], lags[2], lane.covariance);
   }
-  if (run_->terms.variables() > 0) {
+  if (run_->data.terms.variables() > 0) {
     drift_[taken_].Fit(members.n, [&](int v, int i) {
       const std::size_t at = static_cast<std::size_t>(i * kLanes + taken_);
-      return run_->AtDatum(v, x_[at], y_[at], z_[at], lane.datum[i]);
+      return run_->data.Variable(v, x_[at], y_[at], z_[at], lane.datum[i]);
     });
   }
   if (++taken_ == kLanes) Flush();
@@ -126,7 +126,7 @@ void PlaceLanes::FillMatrix(int n) noexcept {
     }
     for (int j = 0; j < lane.n && q_ > 1; ++j) {
       const auto at = static_cast<std::size_t>(j * kLanes + l);
-      drift_[l].Terms([&](int v) { return run_->AtDatum(v, x_[at], y_[at], z_[at], lane.datum[j]); }, nullptr,
+      drift_[l].Terms([&](int v) { return run_->data.Variable(v, x_[at], y_[at], z_[at], lane.datum[j]); }, nullptr,
                       [&](int k, double term) { row(k)[j * kLanes] = term; });
     }
   }

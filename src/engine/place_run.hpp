@@ -7,7 +7,7 @@
 #include <limits>
 
 #include "engine/place_covariance.hpp"
-#include "engine/place_kriging.hpp"
+#include "engine/place_records.hpp"
 #include "engine/place_system.hpp"
 #include "numeric/lanes.hpp"
 
@@ -33,21 +33,14 @@ struct PlaceMembers {
 // What all systems of a call share. Read by all threads; each target's results are written by one.
 struct PlaceRun {
   const PlaceDataset& data;
-  PlaceDriftTerms terms;
   const PlaceCovariance& covariance;
   const PlaceKrigingTargets& targets;
   PlaceKrigingResults results;
   SimdLevel level;
 
-  // Variable v of the drift, at a datum or a target.
-  double AtDatum(int v, double x, double y, double z, int datum) const noexcept {
-    const int axes = terms.coordinates();
-    if (v < axes) return v == 0 ? x : v == 1 ? y : z;
-    return data.covariate[static_cast<std::size_t>(v - axes) * static_cast<std::size_t>(data.n) +
-                          static_cast<std::size_t>(datum)];
-  }
+  // Variable v of the drift at a target.
   double AtTarget(int v, const PlaceTarget& target) const noexcept {
-    const int axes = terms.coordinates();
+    const int axes = data.terms.coordinates();
     if (v < axes) return v == 0 ? target.x : v == 1 ? target.y : target.z;
     return targets.covariates[(v - axes) * targets.places.count() + target.number];
   }
@@ -59,7 +52,7 @@ struct PlaceRun {
   }
 
   double Base(std::int64_t target) const noexcept {
-    return terms.degree < 0 && targets.means != nullptr ? targets.means[target] : data.center;
+    return data.terms.degree < 0 && targets.means != nullptr ? targets.means[target] : data.center;
   }
 
   // Writes the results of a target with n data, whose weighted sum of residuals and explained part are given.
@@ -88,7 +81,7 @@ struct PlaceRun {
   void WriteWithoutData(std::int64_t target, double targetVariance, PlaceKrigingReport* report) const noexcept {
     ++report->withoutData;
     WriteNothing(target, 0);
-    if (terms.degree >= 0) return;
+    if (data.terms.degree >= 0) return;
     results.estimate[target] = Base(target);
     if (results.variance != nullptr) results.variance[target] = targetVariance;
   }

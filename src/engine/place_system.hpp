@@ -11,17 +11,6 @@
 
 namespace kestrum {
 
-// The data, by their number.
-struct PlaceDataset {
-  int n = 0;
-  int dimension = 3;
-  Buffer<double> x, y, z;        // z is 0.0 in the plane
-  Buffer<double> residual;       // the values less the known mean, or less a number that serves all of them
-  double center = 0.0;           // that number
-  Buffer<double> errorVariance;  // empty if there is none
-  Buffer<double> covariate;      // covariate k of datum i at [k*n + i]
-};
-
 // The terms of the drift: none if the mean is known.
 struct PlaceDriftTerms {
   int degree = -1;
@@ -34,6 +23,26 @@ struct PlaceDriftTerms {
   int count() const noexcept {
     const int squares = degree > 1 ? dimension * (dimension + 1) / 2 : 0;
     return degree < 0 ? 0 : 1 + coordinates() + squares + ncovariate;
+  }
+};
+
+// The data, by their number.
+struct PlaceDataset {
+  int n = 0;
+  int dimension = 3;
+  Buffer<double> x, y, z;        // z is 0.0 in the plane
+  Buffer<double> residual;       // the values less the known mean, or less a number that serves all of them
+  double center = 0.0;           // that number
+  Buffer<double> errorVariance;  // empty if there is none
+  Buffer<double> covariate;      // covariate k of datum i at [k*n + i]
+  PlaceDriftTerms terms;
+
+  // Variable v of the drift at a datum.
+  double Variable(int v, double atX, double atY, double atZ, int datum) const noexcept {
+    const int axes = terms.coordinates();
+    if (v < axes) return v == 0 ? atX : v == 1 ? atY : atZ;
+    return covariate[static_cast<std::size_t>(v - axes) * static_cast<std::size_t>(n) +
+                     static_cast<std::size_t>(datum)];
   }
 };
 
