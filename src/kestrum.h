@@ -49,6 +49,7 @@
 #include "runs/indicator_estimation.h"
 #include "runs/indicator_run_input.h"
 #include "runs/indicator_simulation.h"
+#include "runs/place_kriging.h"
 #include "runs/run_driver.h"
 #include "runs/run_input.h"
 #include "runs/run_options.h"
