@@ -47,7 +47,7 @@ typedef enum {
   KESTRUM_PLACE_ROOM_FOR_WEIGHTS   /**< nweight is below the number of data that can serve a target */
 } VORL_PLACEREFUSAL;
 
-typedef struct vorl_placeData VORL_PLACEDATA;
+typedef struct vorl_placeData VORL_PLACEDATA; /**< see vorl_placeData */
 
 /** The data. The caller owns all vectors; none is changed. */
 struct vorl_placeData {
@@ -60,7 +60,7 @@ struct vorl_placeData {
   const real* covariates;     /**< covariate k of datum i at [k*ndata + i]; not read if ncovariate is 0 */
 };
 
-typedef struct vorl_placeTargets VORL_PLACETARGETS;
+typedef struct vorl_placeTargets VORL_PLACETARGETS; /**< see vorl_placeTargets */
 
 /** What is kriged: the nodes of a grid, in node order, or the places of a list. The caller owns all vectors; none is
  * changed. */
@@ -73,7 +73,7 @@ struct vorl_placeTargets {
   const real* covariates;  /**< covariate k of target t at [k*number of targets + t] */
 };
 
-typedef struct vorl_placeOptions VORL_PLACEOPTIONS;
+typedef struct vorl_placeOptions VORL_PLACEOPTIONS; /**< see vorl_placeOptions */
 
 /** How it is kriged. */
 struct vorl_placeOptions {
@@ -90,7 +90,7 @@ struct vorl_placeOptions {
   int nthreads;          /**< number of threads, at least 1; or 0: no parallel region is opened */
 };
 
-typedef struct vorl_placeResults VORL_PLACERESULTS;
+typedef struct vorl_placeResults VORL_PLACERESULTS; /**< see vorl_placeResults */
 
 /** Vectors by target, allocated by the caller. Targets that are left out, or have no result, get NaN. */
 struct vorl_placeResults {
