@@ -1,10 +1,10 @@
 #ifndef KESTRUM_RUNS_PLACE_KRIGING_H
 #define KESTRUM_RUNS_PLACE_KRIGING_H
 
-#include "core/grid.h"
-#include "core/progress_monitor.h"
-#include "core/types.h"
-#include "covariance/cov_model.h"
+#include "../core/grid.h"
+#include "../core/progress_monitor.h"
+#include "../core/types.h"
+#include "../covariance/cov_model.h"
 
 /** @file
  * Kriging with data at their true places, of the nodes of a grid or of any places. No datum moves to a node, and none is
