@@ -79,7 +79,8 @@ int EulerNumber(const VORL_IMAGE* image, int varIndex, int* eulerNumber, Dealing
     sums[static_cast<std::size_t>(thread)] =
         EulerNumberOfRows(*image->grid, VariableOf(*image, varIndex), thread, team);
   });
-  *eulerNumber = static_cast<int>(std::accumulate(sums.begin(), sums.end(), 0u));
+  *eulerNumber = static_cast<int>(std::accumulate(
+      sums.begin(), sums.end(), 0u, [](unsigned sum, int rows) { return sum + static_cast<unsigned>(rows); }));
   return 0;
 }
 

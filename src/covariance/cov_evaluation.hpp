@@ -16,6 +16,8 @@ struct Rotation {
 
   real m[3][3];
 
+  bool operator==(const Rotation& other) const = default;
+
   static Rotation FromAngles(real angle1, real angle2, real angle3) noexcept;
   static Rotation FromAngles(const real angles[3]) noexcept { return FromAngles(angles[0], angles[1], angles[2]); }
   static Rotation FromMatrix(const real* const* matrix) noexcept {

@@ -102,22 +102,17 @@ int WalkElementImage(VORL_IMAGE& image, const Domain& domain, const Test& test) 
   return 0;
 }
 
-// Interval of the extra parameter of some types, and the statuses of values outside, as a constant or in an image.
+// The statuses of an extra parameter out of its range, as a constant or in an image.
 struct ExtraParameterRule {
-  real min;
-  real max;
   int valueTooSmall;
   int valueTooLarge;
   int imageTooSmall;
   int imageTooLarge;
 };
 
-constexpr ExtraParameterRule kPowerRule = {
-    VORL_KESTRUM_COV_POWER_MIN, VORL_KESTRUM_COV_POWER_MAX, kShapeTooSmall, kShapeTooLarge,
-    kShapeImageTooSmall,        kShapeImageTooLarge};
-constexpr ExtraParameterRule kMaternRule = {
-    VORL_KESTRUM_COV_MATERN_NU_MIN, VORL_KESTRUM_COV_MATERN_NU_MAX, kSmoothnessTooSmall, kSmoothnessTooLarge,
-    kSmoothnessImageTooSmall,       kSmoothnessImageTooLarge};
+constexpr ExtraParameterRule kPowerRule = {kShapeTooSmall, kShapeTooLarge, kShapeImageTooSmall, kShapeImageTooLarge};
+constexpr ExtraParameterRule kMaternRule = {kSmoothnessTooSmall, kSmoothnessTooLarge, kSmoothnessImageTooSmall,
+                                            kSmoothnessImageTooLarge};
 
 int WeightVerdict(const VORL_COVMODELELEM& elem, const Domain& domain) noexcept {
   if (!elem.weightImageFlag) return elem.weightValue < 0.0 ? kWeightValue : 0;
@@ -134,8 +129,9 @@ int RangeImageVerdict(const VORL_COVMODELELEM& elem, const ImageParameter<VORL_C
 
 int ExtraParameterVerdict(const VORL_COVMODELELEM& elem, const Domain& domain) noexcept {
   const ExtraParameterRule& rule = ElementType(elem) == COV_MATERN ? kMaternRule : kPowerRule;
-  const auto verdict = [&rule](real s, int tooSmall, int tooLarge) {
-    return s < rule.min ? tooSmall : s > rule.max ? tooLarge : 0;
+  const Interval range = ExtraParameterRange(ElementType(elem));
+  const auto verdict = [range](real s, int tooSmall, int tooLarge) {
+    return s < range.min ? tooSmall : s > range.max ? tooLarge : 0;
   };
   if (!elem.sImageFlag) return verdict(elem.sValue, rule.valueTooSmall, rule.valueTooLarge);
   if (const int status = ImageVerdict(elem, kExtraParameter, domain); status != 0) return status;

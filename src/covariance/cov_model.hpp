@@ -19,6 +19,18 @@ inline int ElementType(const VORL_COVMODELELEM& element) noexcept {
 // Whether elements of a type have the extra parameter s.
 constexpr bool HasExtraParameter(int type) noexcept { return type >= COV_GAMMA && type <= COV_MATERN; }
 
+// The legal values of the extra parameter s of a type that has it.
+struct Interval {
+  real min;
+  real max;
+  constexpr bool Holds(real s) const noexcept { return s >= min && s <= max; }
+};
+constexpr Interval ExtraParameterRange(int type) noexcept {
+  constexpr Interval kRanges[] = {{VORL_KESTRUM_COV_POWER_MIN, VORL_KESTRUM_COV_POWER_MAX},
+                                  {VORL_KESTRUM_COV_MATERN_NU_MIN, VORL_KESTRUM_COV_MATERN_NU_MAX}};
+  return kRanges[type == COV_MATERN];
+}
+
 // Whether the images that are set without their flag, which evaluation reads all the same, have the nodes of a grid: 0;
 // the status of CheckImage; or that of the parameter for an image on another grid.
 [[nodiscard]] int UnflaggedImagesVerdict(const VORL_COVMODEL& model, const VORL_GRID& grid) noexcept;

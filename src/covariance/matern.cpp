@@ -100,7 +100,7 @@ Matern Matern::OfSmoothness(double nu) noexcept {
     matern.secondOrder = 1.5;
     return matern;
   }
-  const int steps = static_cast<int>(nu + 0.5);
+  const int steps = static_cast<int>(std::floor(nu + 0.5));
   matern.mu = nu - steps;
   matern.firstIsMu = steps == 0;
   matern.rounds = steps < 2 ? 0 : steps - 1;

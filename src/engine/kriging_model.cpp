@@ -1,7 +1,6 @@
 #include "engine/kriging_model.hpp"
 
 #include <algorithm>
-#include <cstring>
 
 namespace kestrum {
 namespace {
@@ -18,7 +17,7 @@ bool SameElement(const VORL_COVMODELELEM& a, const VORL_COVMODELELEM& b) noexcep
 }
 
 bool SameRotation(const KrigingModel& a, const KrigingModel& b) noexcept {
-  return a.rotated == b.rotated && (!a.rotated || std::memcmp(&a.rotation, &b.rotation, sizeof a.rotation) == 0);
+  return a.rotated == b.rotated && (!a.rotated || a.rotation == b.rotation);
 }
 
 }  // namespace

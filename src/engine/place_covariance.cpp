@@ -39,7 +39,7 @@ int PlaceCovariance::Prepare(const VORL_COVMODEL& model, const int* block, const
     const int at[3] = {p % block[0], p / block[0] % block[1], p / block[0] / block[1]};
     for (int a = 0; a < 3; ++a) {
       const double offset = (at[a] - 0.5 * (block[a] - 1)) * spacing_[a];
-      offset_[static_cast<std::size_t>(a * points_ + p)] = offset;
+      offset_[static_cast<std::size_t>(a) * static_cast<std::size_t>(points_) + static_cast<std::size_t>(p)] = offset;
       spread_[a] += offset * offset / points_;
     }
   }

@@ -32,7 +32,7 @@ int PlaceDense::Build(const PlaceDataset& data, const PlaceMembers& members, con
   n_ = members.n;
   q_ = data.terms.count();
   const auto count = static_cast<std::size_t>(n_);
-  const auto size = static_cast<std::size_t>(n_ + q_);
+  const auto size = static_cast<std::size_t>(n_) + static_cast<std::size_t>(q_);
   int status = drift_.Allocate(data.terms);
   if (status == 0) status = MakeRoom(&places_, 3 * count);
   if (status == 0) status = MakeRoom(&datum_, count);

@@ -105,10 +105,7 @@ bool IsRefused(const VORL_COVMODEL& model, int dimension, int node, PlaceProblem
       if (!(value > 0.0 && std::isfinite(value))) return Refuse(problem, PlaceRefusal::kModelRange, e, node);
     }
     if (HasExtraParameter(type) && read(element.sImage, element.sValue, &value)) {
-      const bool matern = type == COV_MATERN;
-      const bool sound = value >= (matern ? VORL_KESTRUM_COV_MATERN_NU_MIN : VORL_KESTRUM_COV_POWER_MIN) &&
-                         value <= (matern ? VORL_KESTRUM_COV_MATERN_NU_MAX : VORL_KESTRUM_COV_POWER_MAX);
-      if (!sound) return Refuse(problem, PlaceRefusal::kModelShape, e, node);
+      if (!ExtraParameterRange(type).Holds(value)) return Refuse(problem, PlaceRefusal::kModelShape, e, node);
     }
   }
   if (complete && !(total > 0.0 && std::isfinite(total))) {

@@ -11,6 +11,11 @@ namespace {
 constexpr std::ptrdiff_t Row(std::ptrdiff_t i) noexcept { return i * (i + 1) / 2; }
 constexpr std::ptrdiff_t PairRow(std::ptrdiff_t i) noexcept { return i * (i - 1) / 2; }
 
+// Where row i of a lane is among rows of kLanes.
+constexpr std::size_t Entry(int i, int lane) noexcept {
+  return static_cast<std::size_t>(i) * kLanes + static_cast<std::size_t>(lane);
+}
+
 }  // namespace
 
 int PackCovariances(const TargetCovariance& covariance, int n, const PlaceVectors& places, Buffer<double>* lags,
@@ -67,7 +72,7 @@ void PlaceLanes::Add(const PlaceMembers& members, const double* packed, const Ta
   for (int i = 0; i < members.n; ++i) {
     const int position = members.Position(i);
     const auto datum = static_cast<std::size_t>(members.Datum(i));
-    const auto at = static_cast<std::size_t>(i * kLanes + taken_);
+    const auto at = Entry(i, taken_);
     lane.datum[i] = static_cast<int>(datum);
     x_[at] = members.candidates.x[position];
     y_[at] = members.candidates.y[position];
@@ -91,7 +96,7 @@ void PlaceLanes::Add(const PlaceMembers& members, const double* packed, const Ta
   }
   if (run_->data.terms.variables() > 0) {
     drift_[taken_].Fit(members.n, [&](int v, int i) {
-      const std::size_t at = static_cast<std::size_t>(i * kLanes + taken_);
+      const std::size_t at = Entry(i, taken_);
       return run_->data.Variable(v, x_[at], y_[at], z_[at], lane.datum[i]);
     });
   }
@@ -108,7 +113,7 @@ void PlaceLanes::FillMatrix(int n) noexcept {
     for (int i = lanes_[l].n; i < n; ++i) matrix[Row(i) + i] = 1.0;
     own[l] = matrix;
     for (int i = lanes_[l].n; i < n + q_; ++i) {
-      const auto at = static_cast<std::size_t>(i * kLanes + l);
+      const auto at = Entry(i, l);
       x_[at] = y_[at] = z_[at] = values_[at] = 0.0;
     }
   }
@@ -125,7 +130,7 @@ void PlaceLanes::FillMatrix(int n) noexcept {
       for (int j = lane.n; j < n; ++j) row(k)[j * kLanes] = 0.0;
     }
     for (int j = 0; j < lane.n && q_ > 1; ++j) {
-      const auto at = static_cast<std::size_t>(j * kLanes + l);
+      const auto at = Entry(j, l);
       drift_[l].Terms([&](int v) { return run_->data.Variable(v, x_[at], y_[at], z_[at], lane.datum[j]); }, nullptr,
                       [&](int k, double term) { row(k)[j * kLanes] = term; });
     }

@@ -39,7 +39,7 @@ std::int64_t PlaceTargets::count() const noexcept {
 
 int PlaceTiles::Prepare(const PlaceTargets& targets, const double* scale, int most, const Dealing& dealing) noexcept {
   targets_ = targets;
-  const int bits = std::bit_width(static_cast<unsigned>(std::min(most, PlaceNodes::kMax))) - 1;
+  const int bits = std::bit_width(static_cast<unsigned>(std::clamp(most, 1, PlaceNodes::kMax))) - 1;
   if (targets.list != nullptr) {
     bits_ = bits;
     std::int64_t n = 0;

@@ -213,7 +213,8 @@ KESTRUM_KERNEL_TARGET void Select(const PlaceNeighborhood& neighborhood, const P
       const Integers ownRank = rank[i] + later + (n - 1 - i);
       std::uint64_t* const words = masks + bit[i] / 64 * kDecidedTogether + part * kWidth;
       const Integers selected = (ownRank < need) & (own < infinite);
-      const long long mark = static_cast<long long>(std::uint64_t{1} << bit[i] % 64);
+      const std::uint64_t markBits = std::uint64_t{1} << bit[i] % 64;
+      const auto mark = static_cast<long long>(markBits);
       IntegersInMemory* const word = (IntegersInMemory*)words;
       *word = *word | (selected & mark);
     }

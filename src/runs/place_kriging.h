@@ -122,7 +122,7 @@ KESTRUM_API void VORLKestrumInitPlaceOptions(VORL_PLACEOPTIONS* options) KESTRUM
  * @param data the data
  * @param targets the targets
  * @param options the choices
- * @param results in and out: vectors to fill, and what is told of them
+ * @param results in and out: vectors to fill, and what is reported of them
  * @param progressMonitor in and out: may be null
  * @param progressCallback may be null
  * @return 0; -1 no memory; -20 a null argument or vector; -99 nthreads below 0; -1000 aborted; what the callback gives;
