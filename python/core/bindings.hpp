@@ -9,6 +9,7 @@ namespace kestrum::python {
 void BindModel(pybind11::module_& module);
 void BindPlaceKriging(pybind11::module_& module);
 void BindGridRuns(pybind11::module_& module);
+void BindFiles(pybind11::module_& module);
 
 }  // namespace kestrum::python
 

@@ -45,4 +45,5 @@ PYBIND11_MODULE(_core, module) {
   kestrum::python::BindModel(module);
   kestrum::python::BindPlaceKriging(module);
   kestrum::python::BindGridRuns(module);
+  kestrum::python::BindFiles(module);
 }

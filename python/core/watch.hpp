@@ -21,6 +21,9 @@ struct Monitor {
 
   Monitor() noexcept { VORLInitProgressMonitor(&record); }
   static int Update(VORL_PROGRESSMONITOR* record) noexcept;
+  bool stopped() noexcept {
+    return std::atomic_ref<BOOLEAN>(record.abortedJobFlag).load(std::memory_order_relaxed) != FALSE;
+  }
   void Stop() noexcept { std::atomic_ref<BOOLEAN>(record.abortedJobFlag).store(TRUE, std::memory_order_relaxed); }
 };
 

@@ -19,6 +19,7 @@ from typing import TYPE_CHECKING, Any
 
 from ._core import version as __version__
 from ._errors import ArgumentError, ArgumentTypeError, DataError, GridError, KestrumError, KestrumWarning, ModelError
+from ._files import read_gslib, read_gslib_points, write_gslib, write_vtk
 from ._grid import Grid
 from ._krige import krige
 from ._models import (CardinalSine, CovModel, Cubic, Exponential, Gamma, Gaussian, Linear, Matern, Nugget, Power, Spherical,
@@ -33,7 +34,8 @@ if TYPE_CHECKING:
 __all__ = [
     "ArgumentError", "ArgumentTypeError", "CardinalSine", "CovModel", "Cubic", "DataError", "Exponential", "Gamma",
     "Gaussian", "Grid", "GridError", "KestrumError", "KestrumWarning", "Linear", "Matern", "ModelError", "Nugget", "Points",
-    "Power", "Spherical", "Stable", "Structure", "krige", "krige_categories", "simulate", "simulate_categories",
+    "Power", "Spherical", "Stable", "Structure", "krige", "krige_categories", "read_gslib",
+    "read_gslib_points", "simulate", "simulate_categories", "write_gslib", "write_vtk",
 ]
 # Imported where they are first used: they take long, or need what is not always there.
 _LATE = ("native", "plot")

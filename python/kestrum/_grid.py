@@ -176,7 +176,8 @@ class Grid:
                 odd = int(np.abs(steps - np.median(steps)).argmax())
                 raise GridError(f"coordinate {axis!r} of the template is not regularly spaced (see {centres[odd]:.9g} and "
                                 f"{centres[odd + 1]:.9g}). Give places instead of a grid, or regrid the template.")
-            arguments.update({"n" + axis: n, "d" + axis: size, axis + "0": centres[0] - 0.5 * size})
+            size, corner = _plainest(float(size), centres)
+            arguments.update({"n" + axis: n, "d" + axis: size, axis + "0": corner})
         return cls(**arguments)
 
     @property
@@ -232,3 +233,14 @@ class Grid:
         return (f"Grid({', '.join(numbers + sizes + corners)})\n  {', '.join(extents)} in the coordinates' unit\n"
                 f"  arrays are ordered ({', '.join(self.dims)}), shape {self.shape}, "
                 f"{'both' if self.nz == 1 else 'all'} ascending")
+
+
+def _plainest(size: float, centres: NDArray[np.float64]) -> tuple[float, float]:
+    """Size and corner with the fewest digits that give the very same centres, if there are such."""
+    steps = np.arange(len(centres)) + 0.5
+    for digits in range(1, 18):
+        shorter = float(f"{size:.{digits}g}")
+        for corner in (float(f"{centres[0] - 0.5 * shorter:.{places}g}") for places in (6, 9, 12, 15, 17)):
+            if corner + steps[-1] * shorter == centres[-1] and np.array_equal(corner + steps * shorter, centres):
+                return shorter, corner
+    return size, float(centres[0] - 0.5 * size)

@@ -26,6 +26,7 @@ class GrowingBuffer {
   }
 
   std::size_t size() const noexcept { return size_; }
+  const T* data() const noexcept { return room_.data(); }
   const T& operator[](std::size_t i) const noexcept { return room_[i]; }
 
  private:

@@ -109,6 +109,16 @@ void TextWriter::Put(const NumberFormat& format, double value) noexcept {
   }
 }
 
+void TextWriter::PutExact(double value) noexcept {
+  if (kBlockSize - length_ < kNumberRoom) Flush();
+  length_ = static_cast<std::size_t>(std::to_chars(block_ + length_, block_ + kBlockSize, value).ptr - block_);
+}
+
+void TextWriter::PutInt(int value) noexcept {
+  if (kBlockSize - length_ < kNumberRoom) Flush();
+  length_ = static_cast<std::size_t>(std::to_chars(block_ + length_, block_ + kBlockSize, value).ptr - block_);
+}
+
 bool TextWriter::PutPlain(const NumberFormat& format, double value) noexcept {
   char* const start = block_ + length_;
   char* const end = block_ + kBlockSize;

@@ -11,8 +11,6 @@
 
 namespace kestrum {
 
-// Status of a list of formats that is empty or has an unfit one.
-
 // A printf format for one number. Plain formats (width, precision and conversion, nothing else) are printed without
 // printf, letter for letter alike. All are printed as in the locale "C".
 struct NumberFormat {
@@ -56,6 +54,12 @@ class TextWriter {
   }
   // An integer format prints the value truncated toward zero; a value that no int holds becomes the lowest int.
   void Put(const NumberFormat& format, double value) noexcept;
+  void Put(const char* text) noexcept {
+    for (; *text != '\0'; ++text) Put(*text);
+  }
+  // The shortest text that reads back as the same number.
+  void PutExact(double value) noexcept;
+  void PutInt(int value) noexcept;
   // Ends the text. Returns the status of FlushOutput: whether all that was written to the stream has left the program.
   [[nodiscard]] int Finish() noexcept;
 

@@ -1,0 +1,132 @@
+// Files of text whose numbers come back bit for bit.
+
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "arrays.hpp"
+#include "bindings.hpp"
+#include "core/image.h"
+#include "io/exact_files.hpp"
+#include "io/image_files.h"
+#include "stream.hpp"
+#include "watch.hpp"
+
+namespace kestrum::python {
+namespace {
+
+// Memory of the library as an array, released with it.
+template <typename Owner>
+py::array_t<double> ArrayOf(std::unique_ptr<Owner> owner, const std::vector<std::ptrdiff_t>& shape,
+                            const double* data) {
+  const py::capsule base(owner.get(), [](void* held) { delete static_cast<Owner*>(held); });
+  static_cast<void>(owner.release());
+  return py::array_t<double>(shape, data, base);
+}
+
+struct Image {
+  Image() { VORLInitImage(&record); }
+  Image(const Image&) = delete;
+  Image& operator=(const Image&) = delete;
+  ~Image() { VORLFreeImage(&record); }
+
+  VORL_IMAGE record;
+};
+
+// What the system says of a stream that failed.
+void RaiseForSystem(const Stream& stream) {
+  if (stream.error() == 0) return;
+  errno = stream.error();
+  PyErr_SetFromErrno(PyExc_OSError);
+  throw py::error_already_set();
+}
+
+// (status, where the stream is, None) or (0, where, (grid, names, values)).
+py::tuple ReadGrid(int descriptor) {
+  auto image = std::make_unique<Image>();
+  Monitor monitor;
+  Stream stream(descriptor, "r", monitor);
+  const int status = RunWatched(py::none(), monitor, [&] { return VORLReadImage(&image->record, 0, stream.get()); });
+  RaiseForSystem(stream);
+  if (status == -1 || status == -2) RaiseFor(status);
+  const long position = std::ftell(stream.get());
+  const VORL_IMAGE& record = image->record;
+  if (status != 0 || record.nvar < 1) return py::make_tuple(status, position, py::none());
+  const VORL_GRID grid = *record.grid;
+  py::list names;
+  for (int v = 0; v < record.nvar; ++v) names.append(py::bytes(record.varName[v]));
+  const std::vector<std::ptrdiff_t> shape{record.nvar, grid.nz, grid.ny, grid.nx};
+  const double* const values = record.var;
+  return py::make_tuple(
+      0, position,
+      py::make_tuple(py::make_tuple(grid.nx, grid.ny, grid.nz, grid.sx, grid.sy, grid.sz, grid.ox, grid.oy, grid.oz),
+                     names, ArrayOf(std::move(image), shape, values)));
+}
+
+// (fault, where the stream is, None) or (0, where, (names, values)).
+py::tuple ReadTable(int descriptor) {
+  auto table = std::make_unique<GslibTable>();
+  Monitor monitor;
+  Stream stream(descriptor, "r", monitor);
+  const int fault =
+      RunWatched(py::none(), monitor, [&] { return static_cast<int>(ReadGslibTable(stream.get(), table.get())); });
+  RaiseForSystem(stream);
+  if (fault == static_cast<int>(TableFault::kMemory)) throw std::bad_alloc();
+  const long position = std::ftell(stream.get());
+  if (fault != 0) return py::make_tuple(fault, position, py::none());
+  py::list names;
+  for (std::size_t column = 0; column < table->names.size(); ++column)
+    names.append(py::bytes(table->names[column].text));
+  const std::ptrdiff_t width = static_cast<std::ptrdiff_t>(table->names.size());
+  const std::vector<std::ptrdiff_t> shape{static_cast<std::ptrdiff_t>(table->values.size()) / width, width};
+  const double* const values = table->values.data();
+  return py::make_tuple(0, position, py::make_tuple(names, ArrayOf(std::move(table), shape, values)));
+}
+
+// Calls write(columns, stream) with the variables, each in an array of its own.
+template <typename Write>
+void WriteFile(int descriptor, const std::vector<std::string>& names, const std::vector<Array<double>>& values,
+               const Write& write) {
+  std::vector<const char*> texts;
+  std::vector<const double*> data;
+  for (const std::string& name : names) texts.push_back(name.c_str());
+  for (const Array<double>& column : values) data.push_back(Sized(column, values[0].size(), "values").data());
+  if (values.empty() || names.size() != values.size()) throw py::value_error("as many names as columns are needed");
+  const Columns columns{static_cast<int>(values.size()), static_cast<std::size_t>(values[0].size()), texts.data(),
+                        data.data()};
+  Monitor monitor;
+  Stream stream(descriptor, "w", monitor);
+  const int status = RunWatched(py::none(), monitor, [&] { return write(columns, stream.get()); });
+  RaiseForSystem(stream);
+  RaiseFor(status);
+}
+
+using WriteGridFunction = int (*)(const VORL_GRID&, const Columns&, std::FILE*) noexcept;
+
+template <WriteGridFunction write>
+void WriteGrid(int descriptor, const py::tuple& numbers, const std::vector<std::string>& names,
+               const std::vector<Array<double>>& values) {
+  const VORL_GRID grid = GridOf(numbers);
+  if (!values.empty()) Sized(values[0], grid.nxyz, "values");
+  WriteFile(descriptor, names, values,
+            [&grid](const Columns& columns, std::FILE* stream) { return write(grid, columns, stream); });
+}
+
+void WriteTable(int descriptor, const std::vector<std::string>& names, const std::vector<Array<double>>& values) {
+  WriteFile(descriptor, names, values, &WriteGslibTable);
+}
+
+}  // namespace
+
+void BindFiles(py::module_& module) {
+  module.def("read_gslib_grid", &ReadGrid, py::arg("descriptor"));
+  module.def("read_gslib_table", &ReadTable, py::arg("descriptor"));
+  module.def("write_gslib_grid", &WriteGrid<WriteGslibGrid>, py::arg("descriptor"), py::arg("grid"), py::arg("names"),
+             py::arg("values"));
+  module.def("write_vtk_grid", &WriteGrid<WriteVtkGrid>, py::arg("descriptor"), py::arg("grid"), py::arg("names"),
+             py::arg("values"));
+  module.def("write_gslib_table", &WriteTable, py::arg("descriptor"), py::arg("names"), py::arg("values"));
+}
+
+}  // namespace kestrum::python
