@@ -9,7 +9,6 @@ import os, sys, sysconfig, numpy
 include = sysconfig.get_path("include")
 assert os.path.exists(os.path.join(include, "Python.h"))
 numpy_include = numpy.get_include()
-assert os.path.exists(os.path.join(numpy_include, "numpy", "numpy.i"))
 site = "lib/python%d.%d/%s" % (sys.version_info[:2] + (os.path.basename(sysconfig.get_path("platlib")),))
 print(";".join([sys.executable, include, numpy_include, sysconfig.get_config_var("EXT_SUFFIX"), site]), end="")
 ]])

@@ -1,34 +1,83 @@
 /* Copies between the library's plain vectors and NumPy arrays. A vector is a pointer and an offset in elements; its size
  * is the caller's business. */
-%include "numpy.i"
+%{
+#define NPY_NO_DEPRECATED_API NPY_1_7_API_VERSION
+#include <numpy/arrayobject.h>
+%}
 
-/* numpy.i takes a byte-swapped array of the right type as it is; here its numbers count. */
-%fragment("Kestrum_NativeArray", "header", fragment="NumPy_Fragments") {
-  static PyArrayObject *NativeContiguousArray(PyObject *input, int typecode, int *isNewObject) {
-    PyArrayObject *array = obj_to_array_contiguous_allow_conversion(input, typecode, isNewObject);
-    if (!array || array_is_native(array)) return array;
-    PyArrayObject *native = (PyArrayObject *)PyArray_FROM_OTF((PyObject *)array, typecode, NPY_ARRAY_DEFAULT);
-    if (*isNewObject) Py_DECREF(array);
-    *isNewObject = 1;
-    return native;
+/* What the checks of arrays say, in C's names of types. */
+%fragment("Kestrum_ArrayChecks", "header") {
+  static const char *NameOfTypecode(int typecode) {
+    static const char *const names[] = {
+        "bool", "byte", "unsigned byte", "short", "unsigned short", "int", "unsigned int", "long", "unsigned long",
+        "long long", "unsigned long long", "float", "double", "long double", "complex float", "complex double",
+        "complex long double", "object", "string", "unicode", "void", "ntypes", "notype", "char"};
+    return typecode >= 0 && typecode < (int)(sizeof(names) / sizeof(names[0])) ? names[typecode] : "unknown";
+  }
+
+  static const char *NameOfKind(PyObject *object) {
+    const struct {
+      int holds;
+      const char *name;
+    } kinds[] = {{object == Py_None, "Python None"}, {PyCallable_Check(object), "callable"},
+                 {PyBytes_Check(object), "string"},  {PyLong_Check(object), "int"},
+                 {PyFloat_Check(object), "float"},   {PyDict_Check(object), "dict"},
+                 {PyList_Check(object), "list"},     {PyTuple_Check(object), "tuple"}};
+    for (size_t i = 0; i < sizeof(kinds) / sizeof(kinds[0]); ++i) {
+      if (kinds[i].holds) return kinds[i].name;
+    }
+    return "unknown type";
+  }
+
+  /* Each of these returns whether all is well, and otherwise raises. */
+  static int IsArrayOf(PyObject *object, int typecode) {
+    if (!PyArray_Check(object)) {
+      PyErr_Format(PyExc_TypeError, "Array of type '%s' required.  A '%s' was given", NameOfTypecode(typecode),
+                   NameOfKind(object));
+      return 0;
+    }
+    const int given = PyArray_TYPE((PyArrayObject *)object);
+    if (PyArray_EquivTypenums(given, typecode)) return 1;
+    PyErr_Format(PyExc_TypeError, "Array of type '%s' required.  Array of type '%s' given", NameOfTypecode(typecode),
+                 NameOfTypecode(given));
+    return 0;
+  }
+
+  static int HasOneDimension(PyArrayObject *array) {
+    if (PyArray_NDIM(array) == 1) return 1;
+    PyErr_Format(PyExc_TypeError, "Array must have 1 dimensions.  Given array has %d dimensions", PyArray_NDIM(array));
+    return 0;
+  }
+
+  static int CanBeWritten(PyArrayObject *array) {
+    if (!PyArray_IS_C_CONTIGUOUS(array)) {
+      PyErr_SetString(PyExc_TypeError, "Array must be contiguous.  A non-contiguous array was given");
+    } else if (!PyArray_ISNOTSWAPPED(array)) {
+      PyErr_SetString(PyExc_TypeError, "Array must have native byteorder.  A byte-swapped array was given");
+    } else {
+      return PyArray_FailUnlessWriteable(array, "array") == 0;
+    }
+    return 0;
   }
 }
 
+/* Reads whatever NumPy converts safely; writes into the memory of an array that needs no conversion. */
 %define %vector_bridges(TYPE, TYPECODE)
-%typemap(in, fragment="Kestrum_NativeArray") (TYPE *source, int n) (PyArrayObject *array = NULL, int isNewObject = 0) {
-  npy_intp size[1] = {-1};
-  array = NativeContiguousArray($input, TYPECODE, &isNewObject);
-  if (!array || !require_dimensions(array, 1) || !require_size(array, size, 1)) SWIG_fail;
-  $1 = (TYPE *)array_data(array);
-  $2 = (int)array_size(array, 0);
+%typemap(in, fragment="Kestrum_ArrayChecks") (TYPE *source, int n) (PyArrayObject *array = NULL) {
+  array = (PyArrayObject *)PyArray_FROMANY($input, TYPECODE, 0, 0, NPY_ARRAY_CARRAY_RO | NPY_ARRAY_NOTSWAPPED);
+  if (!array || !HasOneDimension(array)) SWIG_fail;
+  $1 = (TYPE *)PyArray_DATA(array);
+  $2 = (int)PyArray_DIM(array, 0);
 }
 %typemap(freearg) (TYPE *source, int n) {
-  if (isNewObject$argnum) Py_XDECREF(array$argnum);
+  Py_XDECREF(array$argnum);
 }
-%numpy_typemaps(TYPE, TYPECODE, int)
-%apply (TYPE *INPLACE_ARRAY1, int DIM1) {(TYPE *target, int n)};
-%typemap(check) (TYPE *target, int n) {
-  if (PyArray_FailUnlessWriteable(array$argnum, "array") < 0) SWIG_fail;
+%typemap(in, fragment="Kestrum_ArrayChecks") (TYPE *target, int n) (PyArrayObject *array = NULL) {
+  if (!IsArrayOf($input, TYPECODE)) SWIG_fail;
+  array = (PyArrayObject *)$input;
+  if (!HasOneDimension(array) || !CanBeWritten(array)) SWIG_fail;
+  $1 = (TYPE *)PyArray_DATA(array);
+  $2 = (int)PyArray_DIM(array, 0);
 }
 %refuse_none(TYPE *vector)
 

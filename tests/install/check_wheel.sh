@@ -1,0 +1,18 @@
+#!/bin/sh
+# check_wheel.sh PYTHON BUILD WORK: builds a wheel in BUILD, and installs it into a fresh virtual environment below WORK,
+# which takes the dependencies from the system. There, away from the sources, a map is kriged.
+set -eu
+python=$1
+build=$2
+work=$3
+source=$(cd "$(dirname "$0")/../.." && pwd)
+
+rm -rf "$work"
+mkdir -p "$work/empty"
+"$python" -m venv --system-site-packages "$work/environment"
+python=$work/environment/bin/python
+cd "$work/empty"
+export PIP_QUIET=1 PIP_DISABLE_PIP_VERSION_CHECK=1
+"$python" -m pip wheel --no-build-isolation --no-deps --config-settings=build-dir="$build" --wheel-dir "$work" "$source"
+"$python" -m pip install --no-index "$work"/kestrum-*.whl
+env -u PYTHONPATH "$python" "$source/tests/install/use_wheel.py" "$work"/kestrum-*.whl "$source" "$build" "$work"
