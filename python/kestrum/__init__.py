@@ -26,6 +26,7 @@ from ._models import (CardinalSine, CovModel, Cubic, Exponential, Gamma, Gaussia
                       Stable, Structure)
 from ._points import Points
 from ._simulate import krige_categories, simulate, simulate_categories
+from ._transforms import NormalScore, declustering_weights
 
 if TYPE_CHECKING:
     from . import native as native
@@ -36,6 +37,9 @@ __all__ = [
     "Gaussian", "Grid", "GridError", "KestrumError", "KestrumWarning", "Linear", "Matern", "ModelError", "Nugget", "Points",
     "Power", "Spherical", "Stable", "Structure", "krige", "krige_categories", "read_gslib",
     "read_gslib_points", "simulate", "simulate_categories", "write_gslib", "write_vtk",
+    "Gaussian", "Grid", "GridError", "KestrumError", "KestrumWarning", "Linear", "Matern", "ModelError", "NormalScore", "Nugget",
+    "Points", "Power", "Spherical", "Stable", "Structure", "declustering_weights", "krige", "krige_categories", "simulate",
+    "simulate_categories",
 ]
 # Imported where they are first used: they take long, or need what is not always there.
 _LATE = ("native", "plot")

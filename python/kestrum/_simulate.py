@@ -14,6 +14,7 @@ from ._krige import _drift, _extents, _radii
 from ._models import CovModel, Range
 from ._points import Points
 from ._targets import Target
+from ._transforms import NormalScore
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -25,7 +26,7 @@ MAX_CATEGORIES = 100
 
 def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray", *, n: int = 1, first: int = 0, seed: int = 1,
              neighbors: int = 20, radius: Range | None = None, mean: float | ArrayLike | None = None, ordinary: bool = False,
-             transform: Any = None, bounds: tuple[ArrayLike, ArrayLike, ArrayLike] | None = None, mask: ArrayLike | None = None,
+             transform: "NormalScore | Literal['normal-score'] | None" = None, bounds: tuple[ArrayLike, ArrayLike, ArrayLike] | None = None, mask: ArrayLike | None = None,
              duplicates: Literal["mean", "first", "last", "error"] = "mean", threads: int | None = None,
              progress: bool | Callable[[float], object] = False, chunks: int | None = None,
              dtype: Literal["float64", "float32"] = "float64") -> "xr.DataArray":
@@ -53,8 +54,10 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
         transform it is in scores.
     ordinary : bool
         Whether each cell is kriged with an unknown mean, as in ordinary kriging.
-    transform : optional
-        With methods ``forward`` and ``inverse``, applied to the data and to the result.
+    transform : NormalScore or "normal-score", optional
+        Applied to the data, after those of one cell are put together, and back to the result, which honours the data
+        exactly. "normal-score" is a `NormalScore` of these very data, of equal weight. Anything with methods ``forward``
+        and ``inverse`` will do.
     bounds : tuple of array_like, optional
         (coordinates, lower, upper): places where the value is only known to lie between bounds, NaN for none. A datum in
         the cell wins.
@@ -92,8 +95,12 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
     _door.choice("duplicates", duplicates, ("mean", "first", "last", "error"))
     kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))
     _door.flag("ordinary", ordinary)
-    if transform is not None and not (hasattr(transform, "forward") and hasattr(transform, "inverse")):
-        _door.wrong_type("transform", transform, "an object with forward and inverse")
+    if isinstance(transform, str):
+        _door.choice("transform", transform, ("normal-score",))
+        if points is None:
+            raise ArgumentError("transform 'normal-score' is fitted to data, but there are no points. Give a NormalScore.")
+    elif transform is not None and not (hasattr(transform, "forward") and hasattr(transform, "inverse")):
+        _door.wrong_type("transform", transform, "a NormalScore, 'normal-score', or an object with forward and inverse")
     if points is not None:
         if points.values.dtype.kind not in "iuf":
             raise DataError(f"values of {points.name!r} are labels. Simulation of categories: simulate_categories.")
@@ -103,11 +110,15 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
     radii = _radii(radius, target.dimension)
     threads = _door.threads(threads)
     taken = target.mask(mask)
-    _memory.require(count * target.count * kind.itemsize + 16 * target.count, f"a result of {count:,} x {target.count:,} values",
+    _memory.require(count * target.count * (kind.itemsize if transform is None else 8) + 24 * target.count, f"a result of {count:,} x {target.count:,} values",
                     "Ask for fewer realizations at a time (first=), or dtype='float32'.")
     nodes, values, moved = _on_nodes(points, target, duplicates)
+    honoured = values
     if transform is not None:
-        values = _door.reals("transformed values", transform.forward(values)) if len(values) else values
+        if isinstance(transform, str):
+            transform = NormalScore(values)
+        _warn_of_scores(transform, model)
+        values = _transformed(transform, values, points) if len(values) else values
         mean = 0.0 if mean is None else mean
     centre = float(values.mean()) if mean is None and len(values) else 0.0 if mean is None else mean
     known = _drift(points, target, centre, None, taken) if points is not None else _mean_without_points(target, centre, taken)
@@ -116,15 +127,19 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
     bounded = _bounds(bounds, target, nodes, transform)
     if bounded is not None:
         run.set_bounds(*bounded)
-    rows = np.empty((count, target.count), kind)
+    # A transform takes float64, so that float32 is rounded once.
+    rows: NDArray[Any] = np.empty((count, target.count), kind if transform is None else np.float64)
     with _progress.shown(progress, "simulation") as report:
         dropped, failed, relaxed = run.simulate(seed, first, PASSES, rows, report)
     _warn_of_systems(dropped, failed)
     if relaxed:
         warn(f"bounds gave way in {relaxed:,} passes, for they contradict the data or each other. Look at them again.")
     if transform is not None:
-        informed = ~np.isnan(rows)
-        rows[informed] = transform.inverse(rows[informed].astype(np.float64))
+        for row in rows:
+            informed = ~np.isnan(row)
+            row[informed] = transform.inverse(row[informed])
+            row[nodes] = np.where(informed[nodes], honoured, np.nan)
+        rows = rows.astype(kind, copy=False)
     name = points.name if points is not None else "value"
     return _realizations(target, rows, first, {"long_name": name, "method": "sequential Gaussian simulation", "model": str(model),
                                                "seed": str(seed), "neighbors": neighbors, **moved, "kestrum": _core.version})
@@ -273,6 +288,22 @@ def _on_nodes(points: Points | None, target: Target, duplicates: str) -> tuple[N
     return held, values, {"data": len(held), "data_moved_mean": float(moved.mean()), "data_moved_max": float(moved.max())}
 
 
+def _transformed(transform: Any, values: Floats, points: Points | None) -> Floats:
+    scores = _door.reals("transformed values", transform.forward(values))
+    bad = np.flatnonzero(~np.isfinite(scores))
+    if len(bad):
+        what = f"values of {points.name!r}" if points is not None else "values"
+        raise DataError(f"transform gives {scores[bad[0]]} for {values[bad[0]]:g}, one of {len(bad):,} {what} that it does not cover. "
+                        "Fit it to these values, or give it a wider minimum and maximum.")
+    return scores
+
+
+def _warn_of_scores(transform: Any, model: CovModel) -> None:
+    if isinstance(transform, NormalScore) and not model._local() and not 0.5 <= model.sill <= 2.0:
+        warn(f"the model has a sill of {model.sill:g}, but normal scores a variance of 1. Fit the model to the scores: "
+             "points.with_values(transform.forward(points.values)).")
+
+
 def _mean_without_points(target: Target, mean: Any, mask: NDArray[np.uint8] | None) -> Any:
     from ._krige import _Drift, _where_informed
 
@@ -295,12 +326,15 @@ def _bounds(bounds: Any, target: Target, nodes: NDArray[np.int32], transform: An
         end = np.full(len(places), end) if end.ndim == 0 else end
         if end.shape != (len(places),):
             raise DataError(f"{name} bounds are of shape {end.shape}, but there are {len(places)} places.")
-        end = np.where(np.isinf(end), np.nan, end)
         if transform is not None:
             informed = ~np.isnan(end)
             end = end.copy()
             end[informed] = transform.forward(end[informed])
-        ends.append(end)
+        wrong = end == (np.inf if name == "lower" else -np.inf)
+        if wrong.any():
+            raise DataError(f"{name} bounds leave no value in {_door.rows(np.flatnonzero(wrong))}. Leave those rows out, or give the "
+                            "transform a wider minimum and maximum.")
+        ends.append(np.where(np.isinf(end), np.nan, end))
     crossed = np.flatnonzero(ends[0] > ends[1])
     if len(crossed):
         raise DataError(f"lower bounds are above upper ones in {_door.rows(crossed)}.")
