@@ -10,6 +10,7 @@ void BindModel(pybind11::module_& module);
 void BindPlaceKriging(pybind11::module_& module);
 void BindGridRuns(pybind11::module_& module);
 void BindFiles(pybind11::module_& module);
+void BindVariogram(pybind11::module_& module);
 
 }  // namespace kestrum::python
 

@@ -46,4 +46,5 @@ PYBIND11_MODULE(_core, module) {
   kestrum::python::BindPlaceKriging(module);
   kestrum::python::BindGridRuns(module);
   kestrum::python::BindFiles(module);
+  kestrum::python::BindVariogram(module);
 }

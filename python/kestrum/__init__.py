@@ -27,6 +27,7 @@ from ._models import (CardinalSine, CovModel, Cubic, Exponential, Gamma, Gaussia
 from ._points import Points
 from ._simulate import krige_categories, simulate, simulate_categories
 from ._transforms import NormalScore, declustering_weights
+from ._variogram import Variogram, variogram
 
 if TYPE_CHECKING:
     from . import native as native
@@ -40,6 +41,8 @@ __all__ = [
     "Gaussian", "Grid", "GridError", "KestrumError", "KestrumWarning", "Linear", "Matern", "ModelError", "NormalScore", "Nugget",
     "Points", "Power", "Spherical", "Stable", "Structure", "declustering_weights", "krige", "krige_categories", "simulate",
     "simulate_categories",
+    "Power", "Spherical", "Stable", "Structure", "Variogram", "krige", "krige_categories", "simulate", "simulate_categories",
+    "variogram",
 ]
 # Imported where they are first used: they take long, or need what is not always there.
 _LATE = ("native", "plot")

@@ -54,3 +54,9 @@ def read_gslib_table(descriptor: int) -> tuple[int, int, tuple[list[bytes], _Flo
 def write_gslib_grid(descriptor: int, grid: _Grid, names: Sequence[str], values: Sequence[_Floats]) -> None: ...
 def write_vtk_grid(descriptor: int, grid: _Grid, names: Sequence[str], values: Sequence[_Floats]) -> None: ...
 def write_gslib_table(descriptor: int, names: Sequence[str], values: Sequence[_Floats]) -> None: ...
+def point_variogram(coordinates: _Floats, values: _Floats, other: _Floats | None, lag: float, n_lags: int, estimator: int,
+                    cones: _Floats, threads: int, progress: _Progress) -> tuple[_Floats, _Floats, NDArray[np.int64], int]:
+    """Mean distance, semivariance and number of the pairs by direction and lag, and the number of pairs at distance 0.
+
+    cones: rows of an axis of length 1, the cosine of the half-angle and the bandwidth; none for all directions.
+    """

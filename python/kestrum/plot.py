@@ -156,12 +156,12 @@ def variogram(variogram: Any, model: CovModel | None = None, ax: Axes | None = N
     pairs = variogram.pairs / max(1, variogram.pairs.max())
     end = float(np.nanmax(variogram.lag)) * 1.05
     for row, color in enumerate(colors):
-        azimuth = variogram.azimuth[row]
-        name = "all directions" if np.isnan(azimuth) else f"azimuth {azimuth:g}°"
+        azimuth, dip = variogram.azimuth[row], variogram.dip[row]
+        name = "all directions" if np.isnan(azimuth) else f"azimuth {azimuth:g}°" + f", dip {dip:g}°" * (dip != 0.0)
         ax.scatter(variogram.lag[row], variogram.gamma[row], s=12 + 60 * pairs[row], color=color, label=name, zorder=3,
                    edgecolors="white", linewidths=0.5)
         if model is not None:
-            _curve(ax, model, end, 0.0 if np.isnan(azimuth) else float(azimuth), color=color)
+            _curve(ax, model, end, *np.nan_to_num([azimuth, dip]), color=color)
     _as_variogram(ax, end)
     if len(variogram.azimuth) > 1:
         ax.legend(frameon=False)
@@ -195,10 +195,10 @@ def model(model: CovModel, ax: Axes | None = None, max_distance: float | None = 
     reach = max((r for s in model.structures for r in s.range), default=1.0)
     end = 1.3 * reach if max_distance is None else _door.number("max_distance", max_distance, above=0.0)
     if model.isotropic:
-        _curve(ax, model, end, 0.0, color=LINE)
+        _curve(ax, model, end, 0.0, 0.0, color=LINE)
     else:
-        _curve(ax, model, end, model.azimuth, color=LINE, label=f"along azimuth {model.azimuth:g}°")
-        _curve(ax, model, end, model.azimuth + 90.0, color=POINT, label="across")
+        _curve(ax, model, end, model.azimuth, 0.0, color=LINE, label=f"along azimuth {model.azimuth:g}°")
+        _curve(ax, model, end, model.azimuth + 90.0, 0.0, color=POINT, label="across")
         ax.legend(frameon=False)
     _as_variogram(ax, end)
     ax.set_title(str(model), fontsize=10, color=INK)
@@ -330,12 +330,14 @@ def _as_variogram(ax: Axes, end: float) -> None:
     ax.spines[["top", "right"]].set_visible(False)
 
 
-def _curve(ax: Axes, model: CovModel, end: float, azimuth: float, **style: Any) -> None:
+def _curve(ax: Axes, model: CovModel, end: float, azimuth: float, dip: float, **style: Any) -> None:
     distance = np.linspace(0.0, end, 301)[1:]
-    angle = np.deg2rad(azimuth)
-    lags = distance[:, None] * [np.sin(angle), np.cos(angle)]
-    if any(len(s.range) == 3 and not s.isotropic for s in model.structures):
-        lags = np.column_stack((lags, np.zeros(len(lags))))
+    a, d = np.deg2rad(azimuth), np.deg2rad(dip)
+    lags = distance[:, None] * [np.sin(a) * np.cos(d), np.cos(a) * np.cos(d), -np.sin(d)]
+    if model.isotropic:
+        lags = distance
+    elif not any(len(s.range) == 3 and not s.isotropic for s in model.structures):
+        lags = lags[:, :2]
     ax.plot(distance, model.variogram(lags), linewidth=1.8, **style)
 
 

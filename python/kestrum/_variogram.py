@@ -1,0 +1,279 @@
+"""Experimental variograms of scattered points."""
+
+import math
+from collections.abc import Sequence
+from dataclasses import dataclass
+from typing import TYPE_CHECKING, Any, Literal
+
+import numpy as np
+from numpy.typing import NDArray
+
+from . import _core, _door
+from ._door import Floats
+from ._errors import ArgumentError, DataError, warn
+from ._models import CovModel
+from ._points import Points
+
+if TYPE_CHECKING:
+    import pandas as pd
+    from matplotlib.axes import Axes
+
+ESTIMATORS = ("matheron", "cressie", "madogram")
+
+
+@dataclass(frozen=True, eq=False, repr=False)
+class Variogram:
+    """An experimental variogram, made by `variogram`: a row for each direction, a column for each lag.
+
+    Attributes
+    ----------
+    azimuth, dip : numpy.ndarray
+        (directions,), in degrees, the dip positive downwards. NaN if the one row is of all directions.
+    lag : numpy.ndarray
+        (directions, lags): the mean distance of the pairs, in the coordinates' unit; NaN where there is none.
+    gamma : numpy.ndarray
+        (directions, lags): the semivariance, in the variable's unit squared (of a madogram in its unit); NaN where there
+        is no pair.
+    pairs : numpy.ndarray
+        (directions, lags): the number of pairs.
+    dimension : int
+        2 or 3, of the coordinates.
+    name : str
+        What the values were.
+    estimator : str
+        "matheron", "cressie", "madogram" or "cross".
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> points = ks.Points([[0, 0], [0, 1], [0, 2], [0, 4]], [1.0, 2.0, 4.0, 4.0], "zinc")
+    >>> ks.variogram(points, lag=1.0, n_lags=4)
+    Variogram of 'zinc' (matheron): 6 pairs in 4 lags
+      all directions: distance 1 to 4, semivariance 1.25 to 4.5
+    """
+
+    azimuth: Floats
+    dip: Floats
+    lag: Floats
+    gamma: Floats
+    pairs: NDArray[np.int64]
+    dimension: int
+    name: str
+    estimator: str
+
+    def plot(self, model: CovModel | None = None, ax: "Axes | None" = None) -> "Axes":
+        """Draws the variogram direction by direction, with a model if one is given.
+
+        Parameters
+        ----------
+        model : CovModel, optional
+            Drawn as a line along each direction.
+        ax : matplotlib.axes.Axes, optional
+            Where to draw; new axes by default.
+
+        Returns
+        -------
+        matplotlib.axes.Axes
+
+        Examples
+        --------
+        >>> import kestrum as ks
+        >>> points = ks.Points([[0, 0], [0, 1], [0, 2], [0, 4]], [1.0, 2.0, 4.0, 4.0])
+        >>> axes = ks.variogram(points, lag=1.0, n_lags=4).plot(ks.Spherical(3.0, range=4))
+        """
+        from . import plot
+
+        return plot.variogram(self, model, ax)
+
+    def to_dataframe(self) -> "pd.DataFrame":
+        """A row for each direction and lag.
+
+        Returns
+        -------
+        pandas.DataFrame
+            With columns azimuth, dip (in three dimensions), lag, gamma and pairs.
+
+        Examples
+        --------
+        >>> import kestrum as ks
+        >>> points = ks.Points([[0, 0], [0, 1], [0, 2], [0, 4]], [1.0, 2.0, 4.0, 4.0])
+        >>> ks.variogram(points, lag=1.0, n_lags=4).to_dataframe()
+           azimuth  lag  gamma  pairs
+        0      NaN  1.0   1.25      2
+        1      NaN  2.0   2.25      2
+        2      NaN  3.0   2.00      1
+        3      NaN  4.0   4.50      1
+        """
+        import pandas as pd
+
+        n_lags = self.lag.shape[1]
+        columns = {"azimuth": np.repeat(self.azimuth, n_lags)}
+        if self.dimension == 3:
+            columns["dip"] = np.repeat(self.dip, n_lags)
+        return pd.DataFrame(columns | {name: getattr(self, name).reshape(-1) for name in ("lag", "gamma", "pairs")})
+
+    def _axes(self) -> Floats:
+        """The unit vectors of the directions; north for all directions."""
+        return _axes(np.nan_to_num(self.azimuth), np.nan_to_num(self.dip))[:, :self.dimension]
+
+    def __repr__(self) -> str:
+        lines = [f"Variogram of {self.name!r} ({self.estimator}): {self.pairs.sum():,} pairs in {self.lag.shape[1]} lags"]
+        for row in range(len(self.azimuth)):
+            found = self.pairs[row] > 0
+            text = "no pairs"
+            if found.any():
+                lag, gamma = self.lag[row, found], self.gamma[row, found]
+                text = f"distance {lag.min():.6g} to {lag.max():.6g}, semivariance {gamma.min():.6g} to {gamma.max():.6g}"
+            lines.append(f"  {_direction(self, row)}: {text}")
+        return "\n".join(lines)
+
+
+def variogram(points: Points, *, other: Points | None = None, lag: float | None = None, n_lags: int = 15,
+              azimuth: float | Sequence[float] | None = None, tolerance: float = 22.5, dip: float | Sequence[float] = 0.0,
+              bandwidth: float | None = None, estimator: Literal["matheron", "cressie", "madogram"] = "matheron",
+              threads: int | None = None) -> Variogram:
+    """An experimental variogram. Only pairs within the largest lag are visited.
+
+    Parameters
+    ----------
+    points : Points
+        Values at places in two or three dimensions.
+    other : Points, optional
+        A second variable at the same places, for a cross-variogram: mean (a_i - a_j) (b_i - b_j) / 2.
+    lag : float, optional
+        Width of a lag: lag k holds the pairs at a distance in (k * lag, (k + 1) * lag]. By default a third of the
+        diagonal of the data's box over `n_lags`. Pairs at distance 0 are left out and counted in a warning.
+    n_lags : int
+        Number of lags, at most 10,000.
+    azimuth : float or sequence of float, optional
+        Directions, in degrees clockwise from north (y), all found in one pass. All directions together by default.
+    tolerance : float
+        Half-angle of the cone about a direction, in degrees, at most 90. A pair on the border belongs to the cone.
+    dip : float or sequence of float
+        In three dimensions, of the directions: degrees below the horizontal. One for all, or one for each azimuth.
+    bandwidth : float, optional
+        How far from the direction's axis a pair may reach, in the coordinates' unit.
+    estimator : {"matheron", "cressie", "madogram"}
+        Of differences d of N pairs: mean d^2 / 2; (mean sqrt|d|)^4 / (0.457 + 0.494 / N + 0.045 / N^2) / 2, which
+        outliers harm less (Cressie and Hawkins, 1980); mean |d| / 2.
+    threads : int, optional
+        Number of threads; all cores by default. The result does not depend on it.
+
+    Returns
+    -------
+    Variogram
+
+    Raises
+    ------
+    DataError
+        Fewer than two places, labels for values, or no pair in any lag.
+
+    Examples
+    --------
+    >>> import numpy as np
+    >>> import kestrum as ks
+    >>> x, y = np.meshgrid(np.arange(20.0), np.arange(20.0))
+    >>> points = ks.Points(np.column_stack((x.ravel(), y.ravel())), np.sin(x.ravel() / 3.0))
+    >>> ks.variogram(points, lag=1.0, n_lags=3, azimuth=[0, 90], tolerance=10).gamma.round(3)
+    array([[0.   , 0.   , 0.   ],
+           [0.028, 0.102, 0.206]])
+    """
+    values = _numbers("points", points)
+    dimension = points.coordinates.shape[1]
+    second = None
+    if other is not None:
+        second = _numbers("other", other)
+        if not np.array_equal(points.coordinates, other.coordinates):
+            raise DataError("other lies at other places than points, but a cross-variogram needs two values at each place. "
+                            "Leave out the rows in which one of them is missing.")
+        if estimator != "matheron":
+            raise ArgumentError(f"estimator is {_door.show(estimator)}, but a cross-variogram knows 'matheron' only.")
+    kind = ESTIMATORS.index(_door.choice("estimator", estimator, ESTIMATORS))
+    n_lags = _door.whole("n_lags", n_lags, 1, 10_000)
+    azimuths, dips, cones = _cones(azimuth, tolerance, dip, bandwidth, dimension)
+    threads = _door.threads(threads)
+    diagonal = float(np.linalg.norm(np.ptp(points.coordinates, axis=0)))
+    if diagonal == 0.0:
+        raise DataError(f"points are all at one place ({len(points)} of them): a variogram needs two places at least.")
+    width = diagonal / 3.0 / n_lags if lag is None else _door.number("lag", lag, above=0.0)
+    distance, gamma, pairs, coincident = _core.point_variogram(
+        points.coordinates, values, second, width, n_lags, kind, cones, threads, None)
+    name = points.name if other is None else f"{points.name}, {other.name}"
+    result = Variogram(azimuths, dips, distance, gamma, pairs, dimension, name, estimator if other is None else "cross")
+    _warn_of(result, points, width, diagonal, coincident)
+    for array in (azimuths, dips, distance, gamma, pairs):
+        array.flags.writeable = False
+    return result
+
+
+def _warn_of(result: Variogram, points: Points, width: float, diagonal: float, coincident: int) -> None:
+    n_lags = result.lag.shape[1]
+    found = result.pairs > 0
+    if not found.any():
+        raise DataError(f"no pair of points is in any lag, which reach to {n_lags * width:g}. Give a larger lag"
+                        f"{'' if math.isnan(result.azimuth[0]) else ', tolerance or bandwidth'}.")
+    if coincident:
+        warn(f"{coincident:,} pairs are at distance 0 and left out. Put values at one place together by points.merged().")
+    if (points.values == points.values[0]).all():
+        warn(f"all values of {points.name!r} are {_door.show(points.values[0])}: the variogram is 0.")
+    if n_lags * width > diagonal * (1.0 + 1e-9):
+        warn(f"lags reach to {n_lags * width:g}, but no two points are more than {diagonal:g} apart. Give a smaller lag.")
+        return
+    for row in range(len(found)):
+        if not found[row].any():
+            warn(f"no pair of points is in the direction of {_direction(result, row)}. Give a larger tolerance or bandwidth.")
+        elif not found[row].all():
+            where = "" if math.isnan(result.azimuth[row]) else f" of {_direction(result, row)}"
+            missing = np.flatnonzero(~found[row])
+            warn(f"{len(missing):,} of {n_lags:,} lags{where} have no pair and are NaN ({_door.rows(missing, 'lag')}). "
+                 "Give a larger lag.")
+
+
+def _numbers(name: str, points: Any) -> Floats:
+    if not isinstance(points, Points):
+        _door.wrong_type(name, points, "Points (of a table: Points.from_dataframe(table, 'column'))")
+    if points.values.dtype.kind not in "iuf":
+        raise DataError(f"values of {points.name!r} are labels, which have no difference. "
+                        "Take indicator_variograms, or give numbers.")
+    if len(points) < 2:
+        raise DataError(f"{name} are one point, but a variogram needs pairs.")
+    return points.values.astype(np.float64, copy=False)
+
+
+def _cones(azimuth: Any, tolerance: Any, dip: Any, bandwidth: Any, dimension: int) -> tuple[Floats, Floats, Floats]:
+    """The directions, and what the engine takes for them."""
+    half = _door.number("tolerance", tolerance, above=0.0, at_most=90.0)
+    across = math.inf if bandwidth is None else _door.number("bandwidth", bandwidth, above=0.0)
+    dips = _angles("dip", dip)
+    if dimension == 2 and dips.any():
+        raise ArgumentError(f"dip is {_door.show(dip)}, but the points are in the plane. Leave it out.")
+    if azimuth is None:
+        for name, given in (("dip", dips.any()), ("bandwidth", bandwidth is not None)):
+            if given:
+                raise ArgumentError(f"{name} was given without an azimuth, which says where it belongs. Give azimuth=.")
+        return np.array([np.nan]), np.array([np.nan]), np.zeros((0, 5))
+    azimuths = _angles("azimuth", azimuth)
+    if len(dips) not in (1, len(azimuths)):
+        raise ArgumentError(f"dip has {len(dips)} numbers, but there are {len(azimuths)} azimuths. Give one for all, or one for each.")
+    dips = np.resize(dips, len(azimuths))
+    rest = np.tile([math.cos(math.radians(half)), across], (len(azimuths), 1))
+    return azimuths, dips, np.column_stack((_axes(azimuths, dips), rest))
+
+
+def _angles(name: str, value: Any) -> Floats:
+    parts = [value] if np.ndim(value) == 0 else list(np.asarray(value, dtype=object).reshape(-1))
+    if not parts:
+        raise ArgumentError(f"{name} is empty. Leave it out, or give one direction at least.")
+    return np.array([_door.number(name, part) for part in parts])
+
+
+def _axes(azimuth: Floats, dip: Floats) -> Floats:
+    a, d = np.deg2rad(azimuth), np.deg2rad(dip)
+    return np.column_stack((np.sin(a) * np.cos(d), np.cos(a) * np.cos(d), -np.sin(d)))
+
+
+def _direction(result: Variogram, row: int) -> str:
+    if math.isnan(result.azimuth[row]):
+        return "all directions"
+    dip = f", dip {result.dip[row]:g}" if result.dimension == 3 else ""
+    return f"azimuth {result.azimuth[row]:g}{dip}"

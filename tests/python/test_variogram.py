@@ -1,0 +1,150 @@
+"""Experimental variograms and models fitted to them: brute force, closed forms, and gstat on the Meuse data."""
+
+from pathlib import Path
+
+import numpy as np
+import pandas as pd
+import pytest
+from hypothesis import given, settings
+from hypothesis import strategies as st
+
+import kestrum as ks
+
+HERE = Path(__file__).resolve().parent
+MEUSE = pd.read_csv(HERE.parents[1] / "examples/data/meuse/meuse.csv")
+GSTAT = pd.read_csv(HERE / "gstat/variogram.csv")
+
+
+def meuse(column="zinc"):
+    return ks.Points(MEUSE[["x", "y"]], np.log(MEUSE[column]), column)
+
+
+def scattered(n=400, dimension=2, seed=1, step=None):
+    random = np.random.default_rng(seed)
+    places = random.uniform(0.0, 100.0, (n, dimension))
+    places = places if step is None else np.round(places / step) * step
+    return ks.Points(places, np.sin(places[:, 0] / 20.0) + random.normal(size=n))
+
+
+def brute(points, lag, n_lags, cone=None):
+    """The pairs of each lag: numbers of the points, and distances."""
+    i, j = np.triu_indices(len(points), 1)
+    difference = points.coordinates[j] - points.coordinates[i]
+    distance = np.linalg.norm(difference, axis=1)
+    k = np.searchsorted(lag * np.arange(n_lags + 1), distance, side="left") - 1
+    taken = (k >= 0) & (k < n_lags)
+    if cone is not None:
+        axis, tolerance, bandwidth = cone
+        along = np.abs(difference @ axis)
+        across = np.sqrt(np.maximum(distance**2 - along**2, 0.0))
+        angle = np.rad2deg(np.arctan2(across, along))
+        taken &= (angle <= tolerance + 1e-5) & (across <= bandwidth * (1.0 + 1e-9))
+    return [(i[taken & (k == lag)], j[taken & (k == lag)], distance[taken & (k == lag)]) for lag in range(n_lags)]
+
+
+def gamma_of(estimator, d, e):
+    n = len(d)
+    if n == 0:
+        return np.nan
+    if estimator == "cressie":
+        return 0.5 * np.mean(np.sqrt(np.abs(d))) ** 4 / (0.457 + 0.494 / n + 0.045 / n**2)
+    return 0.5 * np.mean(np.abs(d)) if estimator == "madogram" else 0.5 * np.mean(d * e)
+
+
+@given(st.integers(2, 150), st.sampled_from([2, 3]), st.sampled_from([None, 2.5, 10.0]), st.sampled_from([0.7, 5.0, 12.5, 60.0]),
+       st.integers(1, 20), st.sampled_from([None, (0.0,), (90.0, 0.0), (30.0, 75.0, 120.0, 165.0, 30.0)]),
+       st.sampled_from([5.0, 22.5, 45.0, 90.0]), st.sampled_from([None, 4.0]), st.sampled_from(["matheron", "cressie", "madogram", "cross"]),
+       st.integers(0, 999), st.sampled_from([1.0, 1e-9, 3e11]))
+@settings(max_examples=150, deadline=None)
+@pytest.mark.filterwarnings("ignore::kestrum.KestrumWarning")
+def test_brute_force(n, dimension, step, lag, n_lags, azimuth, tolerance, bandwidth, estimator, seed, unit):
+    points = scattered(n, dimension, seed, step)
+    if np.ptp(points.coordinates, axis=0).max() == 0.0:
+        return
+    other = points.with_values(np.random.default_rng(seed + 1).normal(size=n) + points.values)
+    dip = 20.0 if dimension == 3 and azimuth is not None else 0.0
+    options = dict(lag=lag, n_lags=n_lags, azimuth=azimuth, tolerance=tolerance, dip=dip,
+                   bandwidth=bandwidth if azimuth is not None else None, threads=1 + seed % 3)
+    options |= dict(other=other) if estimator == "cross" else dict(estimator=estimator)
+    d, e = points.values, (other if estimator == "cross" else points).values
+    cones = [None]
+    if azimuth is not None:
+        a, b = np.deg2rad(azimuth), np.deg2rad(dip)
+        axes = np.column_stack((np.sin(a) * np.cos(b), np.cos(a) * np.cos(b), np.full(len(a), -np.sin(b))))[:, :dimension]
+        cones = [(axis, tolerance, np.inf if bandwidth is None else bandwidth) for axis in axes]
+    expected = [brute(points, lag, n_lags, cone) for cone in cones]
+    pairs = np.array([[len(i) for i, _, _ in row] for row in expected])
+    if pairs.sum() == 0:
+        with pytest.raises(ks.DataError, match="no pair of points"):
+            ks.variogram(points, **options)
+        return
+    # The variable's unit plays no part.
+    if estimator == "cross":
+        unit = 1.0
+    result = ks.variogram(points.with_values(points.values * unit), **options)
+    assert np.array_equal(result.pairs, pairs)
+    gammas = [[gamma_of(estimator, d[i] - d[j], e[i] - e[j]) for i, j, _ in row] for row in expected]
+    power = 1 if estimator == "madogram" else 2
+    np.testing.assert_allclose(result.gamma / unit**power, gammas, rtol=1e-11, atol=1e-14)
+    np.testing.assert_allclose(result.lag, [[h.mean() if len(h) else np.nan for _, _, h in row] for row in expected], rtol=1e-13)
+
+
+@pytest.mark.parametrize("name, options", {
+    "all": {}, "robust": dict(estimator="cressie"), "cross": dict(other=meuse("lead")),
+    "four": dict(lag=150.0, n_lags=8, azimuth=[0, 45, 90, 135])}.items(), ids=str)
+def test_meuse_is_that_of_gstat(name, options):
+    result = ks.variogram(meuse(), **dict(dict(lag=100.0, n_lags=15), **options)).to_dataframe()
+    expected = GSTAT[GSTAT.name == name].sort_values(["azimuth", "lag"])
+    found = result[result.pairs > 0]
+    assert found.pairs.tolist() == expected.pairs.tolist()
+    np.testing.assert_allclose(found.lag, expected.lag, rtol=1e-12)
+    # gstat leaves out the least term of the correction of bias.
+    bias = 1.0 + 0.045 / found.pairs**2 / (0.457 + 0.494 / found.pairs) if name == "robust" else 1.0
+    np.testing.assert_allclose(found.gamma * bias, expected.gamma, rtol=1e-11)
+
+
+def test_threads_give_the_same_bits():
+    points = scattered(30_000, 3)
+    options = dict(lag=0.7, n_lags=12, azimuth=[0, 60, 120, 20, 40, 0], dip=[0, 0, 0, 10, 20, 90])
+    one = ks.variogram(points, threads=1, **options)
+    for threads in (2, 3, 8):
+        other = ks.variogram(points, threads=threads, **options)
+        assert all(getattr(one, name).tobytes() == getattr(other, name).tobytes() for name in ("lag", "gamma", "pairs"))
+
+
+def test_many_points_need_little_memory():
+    # Nodes of a grid, the last line of them not full: neighbours can be counted.
+    count = 814_084
+    x, y = np.divmod(np.arange(count), 902.0)
+    result = ks.variogram(ks.Points(np.column_stack((x, y)), x + 1000.0), lag=1.0, n_lags=2, azimuth=[90, 0], tolerance=1.0)
+    full, rest = divmod(count, 902)
+    assert result.pairs.tolist() == [[count - 902, count - 2 * 902], [full * 901 + max(rest - 1, 0), full * 900 + max(rest - 2, 0)]]
+    assert result.gamma.tolist() == [[0.5, 2.0], [0.0, 0.0]]
+
+
+ONE_PLACE = ks.Points([[1.0, 1.0]] * 3, [1.0, 2.0, 3.0])
+LABELS = ks.Points([[0.0, 0.0], [1.0, 0.0]], ["a", "b"])
+FEW = ks.Points([[0.0, 0.0], [3.0, 4.0], [3.0, 4.0], [30.0, 40.0]], [1.0, 2.0, 3.0, 5.0])
+
+
+@pytest.mark.parametrize("points, options, text", [
+    (ks.Points([[0.0, 0.0]], [1.0]), {}, "one point"), (ONE_PLACE, {}, "all at one place"), (LABELS, {}, "labels"),
+    (FEW, dict(lag=0.1), "no pair of points .* reach to 1.5"), (FEW, dict(lag=-1.0), "lag is -1"), (FEW, dict(n_lags=0), "n_lags"),
+    (FEW, dict(lag=float("nan")), "lag is nan"), (FEW, dict(estimator="dowd"), "estimator"), (FEW, dict(azimuth=[]), "azimuth is empty"),
+    (FEW, dict(dip=10.0, azimuth=0.0), "in the plane"), (FEW, dict(bandwidth=1.0), "without an azimuth"),
+    (FEW, dict(azimuth=0.0, tolerance=91.0), "tolerance"), (FEW, dict(azimuth=0.0, bandwidth=0.0), "bandwidth"),
+    (scattered(9, 3), dict(azimuth=[0, 1, 2], dip=[1, 2]), "dip has 2 numbers"), (FEW, dict(other=LABELS), "labels"),
+    (FEW, dict(other=scattered(4)), "other places"), (FEW, dict(other=FEW, estimator="cressie"), "matheron")], ids=str)
+def test_refusals(points, options, text):
+    with pytest.raises(ks.KestrumError, match=text):
+        ks.variogram(points, **options)
+
+
+@pytest.mark.parametrize("points, options, text", [
+    (FEW, dict(lag=10.0, n_lags=6), "1 pairs are at distance 0"), (FEW.with_values([2.0] * 4).merged(), dict(lag=10.0, n_lags=5), "all values .* are 2.0"),
+    (FEW.merged(), dict(lag=10.0, n_lags=6), "lags reach to 60, but .* 50 apart"), (FEW.merged(), dict(lag=10.0, n_lags=5), r"3 of 5 lags .* \(lags 1, 2, 3\)"),
+    (FEW.merged(), dict(lag=50.0, n_lags=1, azimuth=[37, 127]), "no pair of points is in the direction of azimuth 127")], ids=str)
+def test_warnings(points, options, text):
+    with pytest.warns(ks.KestrumWarning, match=text) as heard:
+        result = ks.variogram(points, **options)
+    assert heard[0].filename == __file__ and np.array_equal(np.isnan(result.gamma), result.pairs == 0)
