@@ -20,6 +20,7 @@ from typing import TYPE_CHECKING, Any
 from ._core import version as __version__
 from ._errors import ArgumentError, ArgumentTypeError, DataError, GridError, KestrumError, KestrumWarning, ModelError
 from ._files import read_gslib, read_gslib_points, write_gslib, write_vtk
+from ._fit import FittedModel
 from ._grid import Grid
 from ._krige import krige
 from ._models import (CardinalSine, CovModel, Cubic, Exponential, Gamma, Gaussian, Linear, Matern, Nugget, Power, Spherical,
@@ -41,6 +42,8 @@ __all__ = [
     "Gaussian", "Grid", "GridError", "KestrumError", "KestrumWarning", "Linear", "Matern", "ModelError", "NormalScore", "Nugget",
     "Points", "Power", "Spherical", "Stable", "Structure", "declustering_weights", "krige", "krige_categories", "simulate",
     "simulate_categories",
+    "ArgumentError", "ArgumentTypeError", "CardinalSine", "CovModel", "Cubic", "DataError", "Exponential", "FittedModel",
+    "Gamma", "Gaussian", "Grid", "GridError", "KestrumError", "KestrumWarning", "Linear", "Matern", "ModelError", "Nugget", "Points",
     "Power", "Spherical", "Stable", "Structure", "Variogram", "krige", "krige_categories", "simulate", "simulate_categories",
     "variogram",
 ]

@@ -1,7 +1,7 @@
 """Experimental variograms of scattered points."""
 
 import math
-from collections.abc import Sequence
+from collections.abc import Iterable, Sequence
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, Literal
 
@@ -11,6 +11,7 @@ from numpy.typing import NDArray
 from . import _core, _door
 from ._door import Floats
 from ._errors import ArgumentError, DataError, warn
+from ._fit import FittedModel, fit_variogram
 from ._models import CovModel
 from ._points import Points
 
@@ -60,6 +61,55 @@ class Variogram:
     dimension: int
     name: str
     estimator: str
+
+    def fit(self, model: CovModel | Sequence[CovModel], *, weights: Literal["pairs", "pairs/lag2", "equal"] = "pairs/lag2",
+            fixed: Iterable[str] = ()) -> FittedModel:
+        """A model fitted by weighted least squares, to all directions at once.
+
+        Parameters
+        ----------
+        model : CovModel or sequence of CovModel
+            The first guess, any sum of structures. Ranges of a structure that are equal in it stay equal: give two numbers
+            that differ to find an anisotropy, which takes a variogram of several directions. The dip and the plunge stay,
+            and so does the range of a power model. Of several candidates the best is the result.
+        weights : {"pairs", "pairs/lag2", "equal"}
+            Of a lag: its number of pairs, that over its squared distance, or 1.
+        fixed : iterable of str
+            What stays as it is, in every structure: "nugget", "sill", "range" (the first one), "anisotropy", "azimuth", "shape".
+
+        Returns
+        -------
+        FittedModel
+            With its `residual`, `at_bounds`, `parameter_covariance` and `ranking`. Sills are at least 0, ranges a tenth of
+            the first distance to three times the last one.
+
+        Raises
+        ------
+        ModelError
+            The model is anisotropic and the variogram is not of several directions, or kriging could refuse the type.
+        DataError
+            There are fewer lags than parameters, or no semivariance is above 0.
+
+        Notes
+        -----
+        Each lag is taken at its mean distance along its direction. The search begins at the first guess and at the best of a
+        table of ranges and azimuths; the sills for given ranges are those of linear least squares. gstat's fit.method 1 is
+        "pairs", 6 "equal" and 7 "pairs/lag2".
+
+        Examples
+        --------
+        >>> import numpy as np
+        >>> import kestrum as ks
+        >>> x, y = np.meshgrid(np.arange(30.0), np.arange(30.0))
+        >>> points = ks.Points(np.column_stack((x.ravel(), y.ravel())), np.sin(x.ravel() / 4.0) + np.cos(y.ravel() / 5.0))
+        >>> candidates = [ks.Nugget(0.1) + kind(1.0, range=10) for kind in (ks.Spherical, ks.Gaussian)]
+        >>> model = ks.variogram(points, lag=1.0, n_lags=10).fit(candidates)
+        >>> [structure.type for structure in model.structures]
+        ['Nugget', 'Gaussian']
+        >>> model.ranking.residual.is_monotonic_increasing
+        True
+        """
+        return fit_variogram(self, model, weights, fixed)
 
     def plot(self, model: CovModel | None = None, ax: "Axes | None" = None) -> "Axes":
         """Draws the variogram direction by direction, with a model if one is given.

@@ -1,5 +1,6 @@
 """Experimental variograms and models fitted to them: brute force, closed forms, and gstat on the Meuse data."""
 
+import pickle
 from pathlib import Path
 
 import numpy as np
@@ -148,3 +149,121 @@ def test_warnings(points, options, text):
     with pytest.warns(ks.KestrumWarning, match=text) as heard:
         result = ks.variogram(points, **options)
     assert heard[0].filename == __file__ and np.array_equal(np.isnan(result.gamma), result.pairs == 0)
+
+
+FITS = pd.read_csv(HERE / "gstat/fit.csv")
+# Types of gstat with the range of ours over that of gstat.
+TYPES = {"Sph": (ks.Spherical, 1.0), "Exp": (ks.Exponential, 3.0), "Gau": (ks.Gaussian, np.sqrt(3.0))}
+DIRECTIONS = {2: ([0, 45, 90, 135], [0, 0, 0, 0]), 3: ([0, 45, 90, 135, 0, 90], [0, 0, 0, 0, 90, 30])}
+
+
+@pytest.mark.parametrize("row", FITS.itertuples(index=False), ids=lambda row: f"{row.type}-{row.method}")
+def test_fits_are_those_of_gstat(row):
+    kind, factor = TYPES[row.type]
+    first = ks.Nugget(0.1) + kind(0.6, range=300.0)
+    fitted = ks.variogram(meuse(), lag=100.0, n_lags=15).fit(first, weights={1: "pairs", 6: "equal", 7: "pairs/lag2"}[row.method])
+    if row.type == "Gau":  # where gstat stops before the minimum
+        assert fitted.residual <= row.residual
+        return
+    nugget, structure = fitted.structures
+    np.testing.assert_allclose([nugget.sill, structure.sill, structure.range[0] / factor], [row.nugget, row.sill, row.range], rtol=1e-6)
+    assert fitted.residual == pytest.approx(row.residual, rel=1e-9)
+
+
+def exact(model, dimension, n_lags=12, largest=60.0):
+    """The variogram of a model itself."""
+    azimuth, dip = ([np.nan], [np.nan]) if model.isotropic else DIRECTIONS[dimension]
+    lag = np.tile((np.arange(n_lags) + 0.7) * largest / n_lags, (len(azimuth), 1))
+    result = ks.Variogram(np.array(azimuth, float), np.array(dip, float), lag, np.empty_like(lag),
+                          np.full(lag.shape, 50) + np.arange(n_lags), dimension, "v", "matheron")
+    result.gamma[:] = model.variogram((lag[..., None] * result._axes()[:, None]).reshape(-1, dimension)).reshape(lag.shape)
+    return result
+
+
+@pytest.mark.parametrize("true, first, fixed", [
+    (ks.Nugget(0.2) + ks.Spherical(0.8, range=35.0), ks.Nugget(1.0) + ks.Spherical(1.0, range=500.0), ()),
+    (ks.Exponential(3.0, range=70.0), ks.Exponential(1.0, range=1.0), ()),
+    (ks.Cubic(3e-9, range=40.0), ks.Nugget() + ks.Cubic(range=7.0), ()),
+    (ks.Nugget(1.0) + ks.Spherical(2.0, range=12.0) + ks.Spherical(4.0, range=50.0), ks.Nugget() + ks.Spherical(range=5.0) + ks.Spherical(range=9.0), ()),
+    (ks.Matern(2.0, range=9.0, smoothness=1.4), ks.Matern(range=5.0, smoothness=0.5), ()),
+    (ks.Nugget(0.1) + ks.Power(0.02, range=1.0, power=1.3), ks.Nugget() + ks.Power(range=1.0, power=0.5), ()),
+    (ks.Nugget(0.3) + ks.Stable(2.0, range=30.0, power=1.7), ks.Nugget(0.3) + ks.Stable(range=9.0, power=1.7), ("nugget", "shape")),
+    (ks.Nugget(0.2) + ks.Spherical(0.8, range=(50.0, 20.0), azimuth=70.0), ks.Nugget() + ks.Spherical(range=(9.0, 8.0)), ()),
+    (ks.Gaussian(0.8, range=(50.0, 20.0), azimuth=115.0), ks.Gaussian(range=(10.0, 30.0), azimuth=80.0), ()),
+    (ks.Nugget(0.2) + ks.Spherical(0.8, range=(50.0, 20.0), azimuth=30.0), ks.Nugget() + ks.Spherical(range=(5.0, 2.0), azimuth=30.0), ("anisotropy", "azimuth")),
+    (ks.Nugget(0.2) + ks.Spherical(0.8, range=(50.0, 20.0), azimuth=30.0), ks.Nugget() + ks.Spherical(0.8, range=(50.0, 40.0)), ("sill", "range")),
+    (ks.Exponential(0.8, range=(50.0, 20.0, 8.0), azimuth=30.0), ks.Nugget() + ks.Exponential(range=(9.0, 8.0, 7.0)), ()),
+    (ks.Spherical(0.8, range=(40.0, 40.0, 8.0)), ks.Spherical(range=(9.0, 9.0, 7.0)), ()),
+    (ks.Spherical(0.8, range=(40.0, 15.0, 8.0), azimuth=20.0, dip=30.0), ks.Spherical(range=(9.0, 8.0, 7.0), dip=30.0), ())], ids=str)
+def test_fits_find_the_model_of_a_variogram(true, first, fixed):
+    dimension = 2 if true.isotropic else len(true.structures[-1].range)
+    fitted = exact(true, dimension).fit(first, fixed=fixed)
+    found = [s for s in fitted.structures if s.sill > 1e-6 * fitted.sill]
+    assert [s.type for s in found] == [s.type for s in true.structures]
+    for wanted, s in zip(true.structures, found):
+        np.testing.assert_allclose([s.sill, *s.range, s.shape or 0.0], [wanted.sill, *wanted.range, wanted.shape or 0.0], rtol=2e-4)
+    assert fitted.azimuth == pytest.approx(true.azimuth, abs=1e-2) and fitted.residual < 1e-6 * true.sill**2
+
+
+def test_what_a_fit_tells():
+    points = scattered(600, step=0.5).merged()
+    v = ks.variogram(points, lag=3.0)
+    fitted = v.fit([ks.Nugget(0.5) + ks.Gaussian(range=30.0), ks.Nugget(0.5) + ks.Spherical(range=30.0), ks.Spherical(range=10.0)])
+    found = v.pairs[0] > 0
+    lag, gamma, pairs = v.lag[0, found], v.gamma[0, found], v.pairs[0, found]
+    assert fitted.residual == pytest.approx(np.sum(pairs / lag**2 * (gamma - fitted.variogram(lag)) ** 2), rel=1e-12)
+    assert fitted.ranking.residual.is_monotonic_increasing and len(fitted.ranking) == 3 and fitted.ranking.parameters.max() == 3
+    # The covariance is that of linear least squares about the result.
+    names = list(fitted.parameter_covariance)
+    assert names == ["structures[0].sill", "structures[1].sill", "structures[1].range"]
+    nugget, structure = fitted.structures
+    kind = getattr(ks, structure.type)
+
+    def at(values):
+        return (ks.Nugget(values[0]) + kind(values[1], range=values[2])).variogram(lag)
+
+    best = np.array([nugget.sill, structure.sill, structure.range[0]])
+    slopes = np.stack([(at(best + step) - at(best - step)) / (2 * step.max()) for step in np.diag(best * 1e-5)])
+    expected = fitted.residual / (len(lag) - 3) * np.linalg.inv((slopes * pairs / lag**2) @ slopes.T)
+    np.testing.assert_allclose(fitted.parameter_covariance, expected, rtol=1e-5)
+    again = pickle.loads(pickle.dumps(fitted))
+    assert again == fitted and again.residual == fitted.residual and again.ranking.equals(fitted.ranking)
+    assert type(fitted + ks.Nugget(1.0)) is ks.CovModel
+
+
+def test_bounds():
+    n = np.arange(10.0)
+    line = ks.Variogram(np.array([np.nan]), np.array([np.nan]), n[None] + 1.0, n[None] + 1.0, np.full((1, 10), 9), 2, "v", "matheron")
+    fitted = line.fit(ks.Nugget(1.0) + ks.Spherical(1.0, range=5.0))
+    assert fitted.structures[1].range[0] == pytest.approx(30.0, rel=1e-12) and list(fitted.parameter_covariance) == ["structures[1].sill"]
+    assert fitted.at_bounds == ("structures[0].sill", "structures[1].range") and fitted.structures[0].sill == 0.0
+
+
+@given(st.integers(0, 10_000), st.sampled_from([2, 3]), st.sampled_from(["Spherical", "Exponential", "Gaussian", "Cubic", "CardinalSine", "Matern"]))
+@settings(max_examples=30, deadline=None)
+@pytest.mark.filterwarnings("ignore::kestrum.KestrumWarning")
+def test_kriging_takes_what_a_fit_gives(seed, dimension, kind):
+    points = scattered(60, dimension, seed)
+    shape = {"smoothness": 1.0} if kind == "Matern" else {}
+    fitted = ks.variogram(points, lag=6.0).fit(ks.Nugget() + getattr(ks, kind)(range=20.0, **shape))
+    result = ks.krige(points, fitted, np.random.default_rng(seed).uniform(0.0, 100.0, (20, dimension)))
+    assert np.isfinite(result.estimate).all() and (result.variance >= 0.0).all()
+
+
+@pytest.mark.parametrize("model, options, text", [
+    (ks.Linear(range=5.0), {}, "Linear is no covariance"), (ks.Spherical(range=(5.0, 3.0)), {}, "all directions"), ([], {}, "empty list"),
+    (ks.Spherical(), dict(weights="np"), "weights"), (ks.Spherical(), dict(fixed=("nuget",)), "Did you mean 'nugget'"), (3.0, {}, "CovModel"),
+    (ks.Spherical(range=np.ones((3, 3))), {}, "varies over a grid"), (sum(ks.Spherical() for _ in range(9)), {}, "18 parameters are free")], ids=str)
+def test_fits_refuse(model, options, text):
+    with pytest.raises(ks.KestrumError, match=text):
+        ks.variogram(meuse()).fit(model, **options)
+
+
+def test_fits_refuse_variograms_that_do_not_tell():
+    points = meuse()
+    with pytest.raises(ks.ModelError, match="one direction, which does not tell azimuth"):
+        ks.variogram(points, azimuth=0.0).fit(ks.Spherical(range=(900.0, 500.0)))
+    with pytest.warns(ks.KestrumWarning, match="all values"):
+        level = ks.variogram(points.with_values(np.ones(len(points))))
+    with pytest.raises(ks.DataError, match="no semivariance is above 0"):
+        level.fit(ks.Spherical())

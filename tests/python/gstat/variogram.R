@@ -21,7 +21,7 @@ write.csv(table, file.path(arguments[2], "variogram.csv"), row.names = FALSE, qu
 
 fits <- NULL
 for (type in c("Sph", "Exp", "Gau")) for (method in c(1, 6, 7)) {
-  first <- vgm(0.6, type, if (type == "Sph") 900 else 300, 0.1)
+  first <- vgm(0.6, type, if (type == "Exp") 300 else if (type == "Gau") 430 else 900, 0.1)
   fit <- fit.variogram(all, first, fit.method = method)
   # From where it stops, again, until nothing changes.
   for (again in 1:20) fit <- fit.variogram(all, fit, fit.method = method)
