@@ -12,7 +12,6 @@ var[iv*nxyz + id]. A value that equals VORL_MISSING_VALUE is missing. Allocation
 %module(package="kestrum", docstring=DOCSTRING, moduleimport="import _kestrum\nfrom _kestrum import *") native
 
 %{
-#define SWIG_FILE_WITH_INIT
 #include "kestrum.h"
 %}
 
@@ -31,11 +30,6 @@ def _swig_add_metaclass(metaclass):
 %include "documentation.i"
 %include "typemaps.i"
 %include "callbacks.i"
-
-/* NumPy before the variables and constants: without it there is no module. */
-%init %{
-  import_array();
-%}
 
 %include "streams.i"
 %include "gil.i"

@@ -107,6 +107,10 @@ def stub(native):
 
 def main(folder):
     sys.path.insert(0, str(folder))
+    # The package itself needs NumPy, which the build does not.
+    package = types.ModuleType("kestrum")
+    package.__path__ = [str(folder / "kestrum")]
+    sys.modules["kestrum"] = package
     from kestrum import native
 
     (folder / "kestrum" / "native.pyi").write_text(stub(native))

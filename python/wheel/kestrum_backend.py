@@ -28,9 +28,7 @@ STEM = f"{PROJECT['name']}-{VERSION}"
 
 
 def get_requires_for_build_wheel(config_settings=None):
-    # Modules compiled with the headers of NumPy 2 also run with NumPy 1.
-    needed = [] if importlib.util.find_spec("numpy") else ["numpy>=2"]
-    needed += [] if _pybind11() or Path("/usr/include/pybind11").exists() else ["pybind11>=2.10"]
+    needed = [] if _pybind11() or Path("/usr/include/pybind11").exists() else ["pybind11>=2.10"]
     for programs, package in ((["cmake"], "cmake>=3.22"), (["swig4.0", "swig"], "swig==4.1.*"), (["ninja", "make"], "ninja")):
         if not any(map(shutil.which, programs)):
             needed.append(package)

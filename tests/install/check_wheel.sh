@@ -1,6 +1,7 @@
 #!/bin/sh
-# check_wheel.sh PYTHON BUILD WORK: builds a wheel in BUILD, and installs it into a fresh virtual environment below WORK,
-# which takes the dependencies from the system. There, away from the sources, a map is kriged.
+# check_wheel.sh PYTHON BUILD WORK: builds a wheel in BUILD, with build isolation and without it, and installs it into a
+# fresh virtual environment below WORK, which takes the dependencies from the system. There, away from the sources, a map
+# is kriged.
 set -eu
 python=$1
 build=$2
@@ -13,6 +14,8 @@ mkdir -p "$work/empty"
 python=$work/environment/bin/python
 cd "$work/empty"
 export PIP_QUIET=1 PIP_DISABLE_PIP_VERSION_CHECK=1
-"$python" -m pip wheel --no-build-isolation --no-deps --config-settings=build-dir="$build" --wheel-dir "$work" "$source"
+for isolation in --use-pep517 --no-build-isolation; do
+  "$python" -m pip wheel $isolation --no-deps --config-settings=build-dir="$build" --wheel-dir "$work" "$source"
+done
 "$python" -m pip install --no-index "$work"/kestrum-*.whl
 env -u PYTHONPATH "$python" "$source/tests/install/use_wheel.py" "$work"/kestrum-*.whl "$source" "$build" "$work"
