@@ -18,4 +18,5 @@ for isolation in --use-pep517 --no-build-isolation; do
   "$python" -m pip wheel $isolation --no-deps --config-settings=build-dir="$build" --wheel-dir "$work" "$source"
 done
 "$python" -m pip install --no-index "$work"/kestrum-*.whl
+"$work/environment/bin/kestrum" --version
 env -u PYTHONPATH "$python" "$source/tests/install/use_wheel.py" "$work"/kestrum-*.whl "$source" "$build" "$work"
