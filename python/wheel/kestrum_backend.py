@@ -1,8 +1,9 @@
 """Builds the wheel: a PEP 517 backend that runs CMake with the compiler, SWIG and pybind11 of the system.
 
 What the system lacks pip brings from its index, unless build isolation is off. The metadata are those of pyproject.toml,
-the version is that of CMakeLists.txt. A build that can be continued goes to a folder of its own:
-pip wheel --config-settings=build-dir=build/wheel .
+the version is that of CMakeLists.txt. A folder of its own lets a build continue where an
+earlier one ended; one that CMake has configured, such as the preset's, is taken as it is:
+pip wheel --config-settings=build-dir=build/release .
 """
 
 import base64
@@ -89,18 +90,18 @@ def _tag():
 
 def _build(build, prefix):
     """The files of the wheel, by name: the package and its extensions."""
-    options = ["-DCMAKE_BUILD_TYPE=Release", "-DKESTRUM_BUILD_TESTS=OFF", f"-DKESTRUM_PYTHON={sys.executable}",
-               "-DKESTRUM_PYTHON_INSTALL_DIR=wheel"]
+    jobs = str(len(os.sched_getaffinity(0)) if hasattr(os, "sched_getaffinity") else os.cpu_count() or 1)
+    options = ["-DCMAKE_BUILD_TYPE=Release", "-DKESTRUM_BUILD_TESTS=OFF", f"-DKESTRUM_PYTHON={sys.executable}"]
     if _pybind11():
         options.append(f"-DPYBIND11_INCLUDE={_pybind11()}")
     if shutil.which("ninja"):
         options.append("-GNinja")
-    jobs = str(len(os.sched_getaffinity(0)) if hasattr(os, "sched_getaffinity") else os.cpu_count() or 1)
-    for command in (["-S", SOURCE, "-B", build, *options],
-                    ["--build", build, "--parallel", jobs, "--target", "kestrum_python", "kestrum_core_python"],
+    if not (Path(build) / "CMakeCache.txt").exists():
+        subprocess.run(["cmake", "-S", SOURCE, "-B", build, *options], check=True)
+    for command in (["--build", build, "--parallel", jobs, "--target", "kestrum_python", "kestrum_core_python"],
                     ["--install", build, "--component", "module", "--strip", "--prefix", prefix]):
         subprocess.run(["cmake", *command], check=True)
-    root = prefix / "wheel"
+    (root,) = (path.parent for path in prefix.rglob("_kestrum*.so"))
     return {path.relative_to(root).as_posix(): path.read_bytes() for path in root.rglob("*") if path.is_file()}
 
 

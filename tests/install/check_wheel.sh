@@ -1,7 +1,7 @@
 #!/bin/sh
-# check_wheel.sh PYTHON BUILD WORK: builds a wheel in BUILD, with build isolation and without it, and installs it into a
-# fresh virtual environment below WORK, which takes the dependencies from the system. There, away from the sources, a map
-# is kriged.
+# check_wheel.sh PYTHON BUILD WORK: makes a wheel of the build folder BUILD, with build isolation and without it, and
+# installs it into a fresh virtual environment below WORK, which takes the dependencies from the system. There, away from
+# the sources, a map is kriged.
 set -eu
 python=$1
 build=$2
