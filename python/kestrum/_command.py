@@ -19,6 +19,8 @@ from ._krige import krige
 from ._models import CovModel
 from ._points import Points
 from ._simulate import simulate
+from ._transforms import NormalScore
+from ._variogram import variogram
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -58,6 +60,26 @@ def parse_model(text: str) -> CovModel:
         model = term if model is None else model + term
         position = match.end()
     return model
+
+
+def model_text(model: CovModel) -> str:
+    """The text of a model of numbers, rounded to six digits, as `parse_model` takes it.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> from kestrum._command import model_text
+    >>> model_text(ks.Nugget(0.05) + ks.Spherical(0.59, range=(900, 500), azimuth=45))
+    '0.05 Nugget + 0.59 Spherical(900, 500, azimuth=45)'
+    """
+    angles = [f"{name}={value:.6g}" for name, value in (("azimuth", model.azimuth), ("dip", model.dip), ("plunge", model.plunge)) if value]
+    terms = []
+    for part in model.structures:
+        ranges = part.range if len(set(part.range)) > 1 else part.range[:1]
+        shape = [] if part.shape is None else [f"{'smoothness' if part.type == 'Matern' else 'power'}={part.shape:.6g}"]
+        inside = [f"{value:.6g}" for value in ranges] + shape + (angles if len(ranges) > 1 else [])
+        terms.append(f"{part.sill:.6g} {part.type}" + (f"({', '.join(inside)})" if inside else ""))
+    return " + ".join(terms)
 
 
 def _term(sill: float, name: str, arguments: str | None) -> CovModel:
@@ -165,7 +187,8 @@ def _run_simulate(options: argparse.Namespace) -> None:
     points = _points(options)
     fields = simulate(points, options.model, _grid(options, points), n=options.n, first=options.first, seed=options.seed,  # type: ignore[arg-type]
                       neighbors=options.neighbors, radius=_radius(options.radius), mean=options.mean, ordinary=options.ordinary,
-                      threads=options.threads, progress=options.progress)
+                      transform="normal-score" if options.normal_score else None, threads=options.threads,
+                      progress=options.progress)
 
     def picture() -> Any:
         from . import plot
@@ -173,6 +196,25 @@ def _run_simulate(options: argparse.Namespace) -> None:
         return plot.realizations(fields, min(4, options.n))
 
     _write(fields.to_dataset(name=fields.name or points.name), options.output, picture)
+
+
+def _run_variogram(options: argparse.Namespace) -> None:
+    points = _points(options)
+    if options.normal_score:
+        points = points.with_values(NormalScore(points.values).forward(points.values))
+    experimental = variogram(points, lag=options.lag, n_lags=options.n_lags, azimuth=options.azimuth,
+                             tolerance=options.tolerance, bandwidth=options.bandwidth, estimator=options.estimator,
+                             threads=options.threads)
+    model = experimental.fit(options.fit) if options.fit else None
+    table = experimental.to_dataframe()
+    if options.output is None:
+        print(table.to_string(index=False))
+    elif options.output.endswith(".csv"):
+        table.to_csv(options.output, index=False)
+    else:
+        experimental.plot(model).figure.savefig(options.output, dpi=120)
+    if model is not None:
+        print(model_text(model))
 
 
 def _run_info(options: argparse.Namespace) -> None:
@@ -229,16 +271,19 @@ def _checked(make: Callable[[str], Any]) -> Callable[[str], Any]:
     return convert
 
 
-def _output(text: str) -> str:
-    if Path(text).suffix.lower() not in ENDINGS:
-        raise argparse.ArgumentTypeError(f"{text!r} must end in one of {', '.join(ENDINGS)}")
-    # All that can be known is asked before the work.
-    if not Path(text).parent.is_dir():
-        raise argparse.ArgumentTypeError(f"there is no folder {str(Path(text).parent)!r}")
-    for ending, package in ((".tif", "rioxarray"), (".png", "matplotlib")):
-        if Path(text).suffix.lower() == ending and not importlib.util.find_spec(package):
-            raise argparse.ArgumentTypeError(f"a {ending} file needs the package {package}: install it, or take another ending")
-    return text
+def _ending(*endings: str) -> Callable[[str], str]:
+    """The name of a file for the result. All that can be known is asked before the work."""
+    def check(text: str) -> str:
+        given = Path(text).suffix.lower()
+        if given not in endings:
+            raise argparse.ArgumentTypeError(f"{text!r} must end in one of {', '.join(endings)}")
+        if not Path(text).parent.is_dir():
+            raise argparse.ArgumentTypeError(f"there is no folder {str(Path(text).parent)!r}")
+        package = {".tif": "rioxarray", ".png": "matplotlib"}.get(given)
+        if package and not importlib.util.find_spec(package):
+            raise argparse.ArgumentTypeError(f"a {given} file needs the package {package}: install it, or take another ending")
+        return text
+    return check
 
 
 def _numbers(text: str) -> list[float]:
@@ -270,7 +315,7 @@ def _common(parser: argparse.ArgumentParser) -> None:
     group.add_argument("--mean", type=float, help="the known mean, for simple kriging")
     group.add_argument("--threads", type=int, metavar="N", help="number of threads (default: all cores)")
     group.add_argument("--progress", action="store_true", help="show a bar")
-    parser.add_argument("-o", "--output", required=True, type=_output, metavar="FILE",
+    parser.add_argument("-o", "--output", required=True, type=_ending(*ENDINGS), metavar="FILE",
                         help=f"the result, by ending: {', '.join(ENDINGS)}")
 
 
@@ -299,6 +344,21 @@ def _parser() -> argparse.ArgumentParser:
     sub.add_argument("--seed", type=int, default=1, metavar="N", help="from 0 to 2^64 - 1 (default: 1)")
     sub.add_argument("--neighbors", type=int, default=20, metavar="N", help="how many data and simulated cells condition a cell (default: 20)")
     sub.add_argument("--ordinary", action="store_true", help="with an unknown mean around each cell")
+    sub.add_argument("--normal-score", action="store_true", help="simulate normal scores, which the model is of, and transform them back")
+    sub = command("variogram", "an experimental variogram, and a model that fits it", _run_variogram, MODEL_HELP)
+    _samples(sub)
+    sub.add_argument("--lag", type=float, metavar="DISTANCE", help="width of a lag (default: a third of the data's diagonal over --n-lags)")
+    sub.add_argument("--n-lags", type=int, default=15, metavar="N", help="number of lags (default: 15)")
+    sub.add_argument("--azimuth", type=_numbers, metavar="DEGREES", help="directions, clockwise from north: 0,45,90,135 (default: all in one)")
+    sub.add_argument("--tolerance", type=float, default=22.5, metavar="DEGREES", help="half-angle of a direction (default: 22.5)")
+    sub.add_argument("--bandwidth", type=float, metavar="DISTANCE", help="how far pairs may be from the axis of a direction")
+    sub.add_argument("--estimator", choices=("matheron", "cressie", "madogram"), default="matheron")
+    sub.add_argument("--normal-score", action="store_true", help="of the normal scores")
+    sub.add_argument("--fit", action="append", type=_checked(parse_model), metavar="MODEL",
+                     help="fit this model, a first guess; of several such options the best. Prints the model as --model takes it")
+    sub.add_argument("--threads", type=int, metavar="N", help="number of threads (default: all cores)")
+    sub.add_argument("-o", "--output", type=_ending(".csv", ".png"), metavar="FILE",
+                     help="the variogram, .csv or .png (default: a table on the terminal)")
     sub = command("info", "what is in a file: .csv, .txt, .gslib, .dat, .nc or .tif", _run_info)
     sub.add_argument("file")
     return parser

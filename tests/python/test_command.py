@@ -11,7 +11,7 @@ import pytest
 import xarray as xr
 
 import kestrum as ks
-from kestrum._command import main, parse_model
+from kestrum._command import main, model_text, parse_model
 
 MEUSE = str(Path(__file__).resolve().parents[2] / "examples/data/meuse/meuse.csv")
 MODEL = "25000 Nug + 135000 Sph(897, 600, az=30)"
@@ -34,7 +34,7 @@ def points():
     ("Exp(9, 5, 2, azimuth=10, dip=20, plunge=30)", ks.Exponential(1.0, (9, 5, 2), azimuth=10, dip=20, plunge=30)),
 ])
 def test_models(text, model):
-    assert parse_model(text) == model
+    assert parse_model(text) == model and parse_model(model_text(model)) == model
 
 
 @pytest.mark.parametrize("text, words", [
@@ -50,6 +50,7 @@ def test_models_that_cannot_be_read(text, words):
     assert words in str(caught.value)
 
 
+@pytest.mark.filterwarnings("ignore:.*share a cell")
 def test_krige_and_simulate_write_what_the_package_gives(tmp_path, points, capsys):
     grid = ks.Grid.covering(points, 100)
     model = parse_model(MODEL)
@@ -59,16 +60,30 @@ def test_krige_and_simulate_write_what_the_package_gives(tmp_path, points, capsy
         xr.testing.assert_identical(found.load(), expected)
     assert main([*KRIGE, "-o", str(tmp_path / "a.gslib")]) == 0
     np.testing.assert_array_equal(ks.read_gslib(tmp_path / "a.gslib").variance, expected.variance)
-    fields = ks.simulate(points, model, grid, n=3, first=5, seed=9, neighbors=8)
+    scores = "0.2 Nug + 0.8 Sph(900)"
+    fields = ks.simulate(points, parse_model(scores), grid, n=3, first=5, seed=9, neighbors=8, transform="normal-score")
     capsys.readouterr()
-    command = ["simulate", MEUSE, "--value", "zinc", "--model", MODEL, "--like", str(tmp_path / "a.nc"), "-n", "3", "--first", "5",
-               "--seed", "9", "--neighbors", "8"]
+    command = ["simulate", MEUSE, "--value", "zinc", "--model", scores, "--like", str(tmp_path / "a.nc"), "-n", "3", "--first", "5",
+               "--seed", "9", "--neighbors", "8", "--normal-score"]
     assert main([*command, "-o", str(tmp_path / "s.nc")]) == 0
     with xr.open_dataset(tmp_path / "s.nc") as found:
         np.testing.assert_array_equal(found.zinc, fields)
     assert all(line.startswith("kestrum simulate: warning: ") for line in capsys.readouterr().err.splitlines())
     assert main(["info", str(tmp_path / "s.nc")]) == 0
     assert "zinc (realization, y, x)" in capsys.readouterr().out
+
+
+def test_a_fitted_model_can_be_given_back(tmp_path, points, capsys):
+    expected = ks.variogram(points, lag=100, n_lags=12)
+    command = ["variogram", MEUSE, "--value", "zinc", "--lag", "100", "--n-lags", "12"]
+    assert main([*command, "--fit", "1e4 Nug + 1e5 Sph(500)", "-o", str(tmp_path / "v.csv")]) == 0
+    pd.testing.assert_frame_equal(pd.read_csv(tmp_path / "v.csv"), expected.to_dataframe(), check_dtype=False)
+    fitted = expected.fit(ks.Nugget(1e4) + ks.Spherical(1e5, 500))
+    printed = parse_model(capsys.readouterr().out.strip())
+    np.testing.assert_allclose(printed.variogram([10.0, 300.0, 2000.0]), fitted.variogram([10.0, 300.0, 2000.0]), rtol=1e-5)
+    assert main([*command, "--azimuth", "0,90"]) == 0
+    assert len(capsys.readouterr().out.splitlines()) == 25
+    assert main([*command, "-o", str(tmp_path / "v.png")]) == 0
 
 
 @pytest.mark.parametrize("ending", [".vtk", ".tif", ".png"])
@@ -120,7 +135,7 @@ def test_as_a_program(tmp_path):
         return subprocess.run([sys.executable, "-m", "kestrum", *arguments], capture_output=True, text=True, cwd=tmp_path)
 
     assert run("--version").stdout == f"kestrum {ks.__version__}\n"
-    for command in ("krige", "simulate", "info"):
+    for command in ("krige", "simulate", "variogram", "info"):
         assert command in run("--help").stdout and "usage: kestrum " + command in run(command, "--help").stdout
     failed = run("info", "none.csv")
     assert failed.returncode == 2 and failed.stderr == "kestrum info: none.csv: No such file or directory\n"
