@@ -81,10 +81,13 @@ BENCHMARK(Search)
     ->Args({1000000, 20, 3000, 3000, 1})
     ->Unit(benchmark::kMillisecond);
 
-// Ordinary kriging, estimate and variance. Arguments: data, neighbours (0 for all), nx, ny, nz, threads, model type.
+// Ordinary kriging, estimate and variance, of a grid or, if there is none (nx is 0), of each datum from the others.
+// Arguments: data, neighbours (0 for all), nx, ny, nz, threads, model type.
 void Krige(benchmark::State& state) {
   const auto argument = [&](int i) { return static_cast<int>(state.range(i)); };
-  Workload work(argument(0), argument(2), argument(3), argument(4));
+  const bool leaveOut = argument(2) == 0;
+  constexpr int kSide = 1000;
+  Workload work(argument(0), leaveOut ? kSide : argument(2), leaveOut ? kSide : argument(3), argument(4));
   const int dimension = argument(4) > 1 ? 3 : 2;
   std::vector<double> coordinates, values;
   for (int i = 0; i < argument(0); ++i) {
@@ -96,7 +99,7 @@ void Krige(benchmark::State& state) {
   VORLKestrumInitCovModelElem(&element);
   element.covModelType = static_cast<VORL_COVMODELTYPE>(argument(6));
   element.weightValue = 1.0;
-  element.rxValue = element.ryValue = element.rzValue = 0.3 * argument(2);
+  element.rxValue = element.ryValue = element.rzValue = 0.3 * work.targets.grid.nx;
   VORL_COVMODEL model;
   VORLKestrumInitCovModel(&model);
   model.nelem = 1;
@@ -105,7 +108,7 @@ void Krige(benchmark::State& state) {
   options.neighbors = argument(1);
   kestrum::PlaceKrigingTargets targets;
   targets.places = work.targets;
-  const auto count = static_cast<std::size_t>(work.targets.count());
+  const auto count = static_cast<std::size_t>(leaveOut ? argument(0) : work.targets.count());
   std::vector<double> estimate(count), variance(count);
   kestrum::PlaceKrigingReport report;
   kestrum::PlaceProblem problem;
@@ -114,19 +117,23 @@ void Krige(benchmark::State& state) {
     kestrum::PlaceKriging kriging;
     int status =
         kriging.Prepare({argument(0), dimension, coordinates.data(), values.data()}, model, options, dealing, &problem);
+    const kestrum::PlaceKrigingResults results{estimate.data(), variance.data()};
+    const kestrum::Progress progress(nullptr, nullptr);
     if (status == 0) {
-      status = kriging.Krige(targets, {estimate.data(), variance.data()}, dealing, kestrum::Progress(nullptr, nullptr),
-                             &report, &problem);
+      status = leaveOut ? kriging.LeaveOut(nullptr, results, dealing, progress, &report, &problem)
+                        : kriging.Krige(targets, results, dealing, progress, &report, &problem);
     }
     if (status != 0 || problem.refusal != kestrum::PlaceRefusal::kNone) std::abort();
   }
-  state.SetItemsProcessed(state.iterations() * work.targets.count());
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(count));
 }
 BENCHMARK(Krige)
     ->ArgsProduct({{2000}, {20, 64}, {1000}, {1000}, {1}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
     ->ArgsProduct({{200}, {20}, {200}, {200}, {25}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
     ->ArgsProduct({{1000000}, {20}, {3000}, {3000}, {1}, {1, 2}, {COV_SPHERICAL}})
     ->ArgsProduct({{200, 2000}, {0}, {300}, {300}, {1}, {1, 2}, {COV_SPHERICAL}})
+    ->ArgsProduct({{2000}, {0}, {0}, {0}, {1}, {1, 2}, {COV_SPHERICAL}})
+    ->ArgsProduct({{100000}, {20}, {0}, {0}, {1}, {1, 2}, {COV_SPHERICAL}})
     ->UseRealTime()
     ->MeasureProcessCPUTime()
     ->Unit(benchmark::kMillisecond);

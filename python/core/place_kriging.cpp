@@ -97,7 +97,36 @@ class Kriging {
     return At(targets, {}, means, covariates, estimate, variance, nthreads, progress);
   }
 
+  // Kriges each datum from the others; of all data, from those of other folds.
+  py::tuple LeaveOut(const MaybeArray<int>& start, const MaybeArray<int>& member, Array<double> estimate,
+                     Array<double> variance, int nthreads, const py::object& progress) const {
+    PlaceKrigingResults results;
+    results.estimate = estimate.mutable_data();
+    results.variance = variance.mutable_data();
+    PlaceFolds folds;
+    if (start) {
+      folds = {static_cast<int>(start->size()) - 1, start->data(), DataOrNull(member, estimate.size(), "member")};
+    }
+    return Watched(progress, [&](const Progress& shown, PlaceKrigingReport* report, PlaceProblem* problem) {
+      return kriging_.LeaveOut(start ? &folds : nullptr, results, Dealing::Threads(nthreads), shown, report, problem);
+    });
+  }
+
  private:
+  // Runs a call without the interpreter and gives its counts.
+  template <typename Call>
+  static py::tuple Watched(const py::object& progress, const Call& call) {
+    Monitor monitor;
+    PlaceKrigingReport report;
+    PlaceProblem problem;
+    const int status = RunWatched(progress, monitor, [&] {
+      return call({&monitor.record, &Monitor::Update}, &report, &problem);
+    });
+    RaiseFor(problem);
+    python::RaiseFor(status);
+    return py::make_tuple(report.withoutData, report.undetermined, report.indefinite, report.redundant);
+  }
+
   py::tuple At(PlaceKrigingTargets& targets, const MaybeArray<unsigned char>& mask, const MaybeArray<double>& means,
                const MaybeArray<double>& covariates, Array<double>& estimate, Array<double>& variance, int nthreads,
                const py::object& progress) const {
@@ -111,16 +140,9 @@ class Kriging {
     Sized(variance, count, "variance");
     results.estimate = estimate.mutable_data();
     results.variance = variance.mutable_data();
-    Monitor monitor;
-    PlaceKrigingReport report;
-    PlaceProblem problem;
-    const int status = RunWatched(progress, monitor, [&] {
-      return kriging_.Krige(targets, results, Dealing::Threads(nthreads), {&monitor.record, &Monitor::Update}, &report,
-                            &problem);
+    return Watched(progress, [&](const Progress& shown, PlaceKrigingReport* report, PlaceProblem* problem) {
+      return kriging_.Krige(targets, results, Dealing::Threads(nthreads), shown, report, problem);
     });
-    RaiseFor(problem);
-    python::RaiseFor(status);
-    return py::make_tuple(report.withoutData, report.undetermined, report.indefinite, report.redundant);
   }
 
   std::shared_ptr<Model> model_;
@@ -145,7 +167,9 @@ void BindPlaceKriging(py::module_& module) {
            py::arg("estimate").noconvert(), py::arg("variance").noconvert(), py::arg("threads"), py::arg("progress"))
       .def("at_places", &Kriging::AtPlaces, py::arg("places").noconvert(), py::arg("means").noconvert(),
            py::arg("covariates").noconvert(), py::arg("estimate").noconvert(), py::arg("variance").noconvert(),
-           py::arg("threads"), py::arg("progress"));
+           py::arg("threads"), py::arg("progress"))
+      .def("leave_out", &Kriging::LeaveOut, py::arg("start").noconvert(), py::arg("member").noconvert(),
+           py::arg("estimate").noconvert(), py::arg("variance").noconvert(), py::arg("threads"), py::arg("progress"));
 }
 
 }  // namespace kestrum::python

@@ -28,6 +28,7 @@ from ._models import (CardinalSine, CovModel, Cubic, Exponential, Gamma, Gaussia
 from ._points import Points
 from ._simulate import krige_categories, simulate, simulate_categories
 from ._transforms import NormalScore, declustering_weights
+from ._validate import cross_validate
 from ._variogram import Variogram, variogram
 
 if TYPE_CHECKING:
@@ -60,6 +61,7 @@ __all__ = [
     "Stable",
     "Structure",
     "Variogram",
+    "cross_validate",
     "declustering_weights",
     "krige",
     "krige_categories",

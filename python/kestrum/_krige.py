@@ -3,7 +3,7 @@
 import math
 from collections.abc import Callable, Mapping, Sequence
 from dataclasses import dataclass
-from typing import TYPE_CHECKING, Any, Literal
+from typing import TYPE_CHECKING, Any, Literal, NoReturn
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
@@ -156,7 +156,6 @@ def _cholesky(points: Points, model: CovModel, native: _core.Model, target: Targ
               known: _Drift, snap: bool, threads: int, report: Any, estimate: Floats, variance: Floats) -> None:
     places, values, errors = points.coordinates, points.values.astype(np.float64, copy=False), points.error_variance
     at_data = known.at_data
-    row = points._row
     if snap:
         nodes = _snapped(points, target)
         kept, group = np.unique(nodes, return_inverse=True)
@@ -186,13 +185,18 @@ def _cholesky(points: Points, model: CovModel, native: _core.Model, target: Targ
             g = target.grid
             counts = kriging.on_grid(target.numbers, (0, 0, 0), (g.nx, g.ny, g.nz), mask, means, *given)
     except ValueError as error:
-        if error.args[0] != "same place":
-            raise
-        rows = sorted(row(number) for number in error.args[2:])
-        place = ", ".join(f"{c:.10g}" for c in points.coordinates[error.args[2]])
-        raise DataError(f"points have two values at one place, ({place}): {_door.rows(rows)}. Put them together by "
-                        "points.merged(), or give error_variance.") from None
+        _same_place(points, error)
     _warn_of(counts, int(np.count_nonzero(mask)) if mask is not None else target.count, simple)
+
+
+def _same_place(points: Points, error: ValueError) -> NoReturn:
+    """Raises what the engine refused, or data at one place as an error that says so."""
+    if error.args[0] != "same place":
+        raise error
+    rows = sorted(points._row(number) for number in error.args[2:])
+    place = ", ".join(f"{c:.10g}" for c in points.coordinates[error.args[2]])
+    raise DataError(f"points have two values at one place, ({place}): {_door.rows(rows)}. Put them together by "
+                    "points.merged(), or give error_variance.") from None
 
 
 def _gmres(points: Points, model: CovModel, native: _core.Model, target: Target, neighbors: int | None,

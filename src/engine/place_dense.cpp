@@ -1,12 +1,17 @@
 #include "engine/place_dense.hpp"
 
 #include <algorithm>
+#include <limits>
+
+#include "numeric/cholesky_layout.hpp"
 
 namespace kestrum {
 namespace {
 
 // Blocks of kLanes targets that are solved for at a time: what is loaded of the factor then serves all of them.
 constexpr int kBlocks = 16;
+// Rounding errors of an element of an inverse are so many times those of a pivot.
+constexpr double kRoundingOfInverse = 16.0;
 
 // Makes room for `size` elements, whose values need not stay.
 template <typename T>
@@ -25,7 +30,53 @@ void SumWithDualWeights(int size, const double* dual, int blocks, const double* 
   }
 }
 
+// Makes right sides of which number t is the unit vector of row row(t) of `size`.
+template <typename Row>
+[[nodiscard]] int MakeUnitVectors(int count, int size, const Row& row, Buffer<double>* b) noexcept {
+  const std::size_t blockSize = static_cast<std::size_t>(size) * kLanes;
+  const std::size_t total = static_cast<std::size_t>((count + kLanes - 1) / kLanes) * blockSize;
+  if (const int status = MakeRoom(b, total); status != 0) return status;
+  std::fill_n(b->data(), total, 0.0);
+  for (int t = 0; t < count; ++t) {
+    (*b)[static_cast<std::size_t>(t / kLanes) * blockSize + static_cast<std::size_t>(row(t) * kLanes + t % kLanes)] =
+        1.0;
+  }
+  return 0;
+}
+
+// Solves S e = u for the errors of m data that are left out together, with element (i, j) of S from part(i, j), and finds
+// their variances. *definite is false if S is not positive definite. Returns 0 or the status of a failed allocation.
+template <typename Part>
+[[nodiscard]] int SolveFold(int m, const Part& part, const double* u, PlaceDense::Scratch* scratch, double* error,
+                            double* variance, bool* definite, SimdLevel level) noexcept {
+  const int blocks = (m + kLanes - 1) / kLanes;
+  const auto count = static_cast<std::size_t>(m);
+  const auto padded = static_cast<std::size_t>(blocks * kLanes);
+  int status = MakeUnitVectors(
+      m, m, [](int i) { return i; }, &scratch->right);
+  if (status == 0) status = MakeRoom(&scratch->factor, FactorSize(m, 0));
+  if (status == 0) status = MakeRoom(&scratch->row, count);
+  if (status == 0) status = MakeRoom(&scratch->solved, 2 * padded);
+  if (status != 0) return status;
+  double* const row = scratch->row.data();
+  double* const factor = scratch->factor.data();
+  for (int i = 0; i < m; ++i) {
+    for (int j = 0; j <= i; ++j) row[j] = part(i, j);
+    SetFactorRow(m, i, row, factor);
+  }
+  *definite = Factorise(Dealing::Serial(), m, 0, factor, level);
+  if (!*definite) return 0;
+  PrepareValues(m, 0, factor, u, row);
+  double* const solved = scratch->solved.data();
+  kestrum::Krige(m, 0, factor, row, blocks, scratch->right.data(), solved, solved + padded, level);
+  std::copy_n(solved, m, error);
+  std::copy_n(solved + padded, m, variance);
+  return 0;
+}
+
 }  // namespace
+
+int PlaceDense::targetsTogether() noexcept { return kBlocks * kLanes; }
 
 int PlaceDense::Build(const PlaceDataset& data, const PlaceMembers& members, const TargetCovariance& covariance,
                       const Dealing& dealing, SimdLevel level) noexcept {
@@ -137,6 +188,79 @@ int PlaceDense::Krige(const PlaceRun& run, const TargetCovariance& covariance, i
       run.WriteWeights(target, {n_, nullptr, {}, datum_.data()}, [&](int i) { return own[i * kLanes]; });
       run.Write(target, n_, sum[t], explained[t], covariance.targetVariance(), report);
     }
+  }
+  return 0;
+}
+
+int PlaceDense::LeaveOut(const PlaceDataset& data, const PlaceFolds& folds, int begin, int end,
+                         const PlaceKrigingResults& results, Scratch* scratch, PlaceKrigingReport* report,
+                         SimdLevel level) const noexcept {
+  const int size = n_ + q_;
+  const int* const member = folds.member + folds.start[begin];
+  const int total = folds.start[end] - folds.start[begin];
+  constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+  for (int t = 0; t < total; ++t) results.estimate[member[t]] = results.variance[member[t]] = kNone;
+  if (!sound_) {
+    (flaws_.dependent ? report->undetermined : report->indefinite) += total;
+    return 0;
+  }
+  const int blocks = (total + kLanes - 1) / kLanes;
+  const auto padded = static_cast<std::size_t>(blocks * kLanes);
+  int status = MakeUnitVectors(
+      total, size, [&](int t) { return member[t]; }, &scratch->b);
+  if (status == 0) status = MakeRoom(&scratch->sums, 5 * padded);
+  if (status != 0) return status;
+  double* const product = scratch->sums.data();  // of M and the values
+  double* const diagonal = product + padded;     // of M
+  double* const known = diagonal + padded;       // the same if the mean were known
+  double* const error = known + padded;
+  double* const variance = error + padded;
+  const double* const inverse = factor_.data() + InversePivotsStart(size);
+  double* const b = scratch->b.data();
+  const auto element = [&](int t, int i) {
+    return b[(static_cast<std::ptrdiff_t>(t / kLanes) * size + i) * kLanes + t % kLanes];
+  };
+  kestrum::Krige(n_, q_, factor_.data(), values_.data(), blocks, b, product, diagonal, level);
+  for (int t = 0; t < total; ++t) {
+    known[t] = 0.0;
+    for (int i = member[t]; i < n_; ++i) known[t] += element(t, i) * element(t, i) * inverse[i];
+  }
+  if (total > end - begin) KrigingWeights(n_, q_, factor_.data(), blocks, b, level);
+
+  int first = 0;
+  for (int fold = begin; fold < end; ++fold) {
+    const int m = folds.start[fold + 1] - folds.start[fold];
+    const int* const own = member + first;
+    bool determined = true;
+    if (m == 1) {
+      error[first] = product[first] / diagonal[first];
+      variance[first] = 1.0 / diagonal[first];
+    } else {
+      // A datum that the system leaves out has a row of zeros.
+      const auto part = [&](int i, int j) {
+        return i == j && inverse[own[i]] == 0.0 ? 1.0 : element(first + j, own[i]);
+      };
+      status = SolveFold(m, part, product + first, scratch, error + first, variance + first, &determined, level);
+      if (status != 0) return status;
+    }
+    for (int t = first; t < first + m; ++t) {
+      // One this large is nothing but rounding: the drift is not determined without the fold.
+      const double most = 1.0 / (kRoundingOfInverse * PivotRounding(size) * known[t]);
+      determined = determined && (inverse[member[t]] == 0.0 || (variance[t] > 0.0 && variance[t] < most));
+    }
+    for (int t = first; t < first + m; ++t) {
+      const auto datum = static_cast<std::size_t>(member[t]);
+      if (inverse[datum] == 0.0) {
+        ++report->redundant;
+      } else if (!determined) {
+        ++report->undetermined;
+      } else {
+        const double noise = data.errorVariance ? data.errorVariance[datum] : 0.0;
+        results.estimate[datum] = data.center + (data.residual[datum] - error[t]);
+        results.variance[datum] = std::max(variance[t] - noise, 0.0);
+      }
+    }
+    first += m;
   }
   return 0;
 }

@@ -5,6 +5,7 @@
 
 #include "core/buffer.hpp"
 #include "core/parallel.hpp"
+#include "engine/place_records.hpp"
 #include "engine/place_run.hpp"
 #include "engine/place_system.hpp"
 #include "numeric/cholesky.hpp"
@@ -16,8 +17,12 @@ class PlaceDense {
  public:
   // Room for targets of one thread.
   struct Scratch {
-    Buffer<double> b, x;
+    Buffer<double> b;
+    Buffer<double> sums, factor, row, right, solved;  // of data that are left out
   };
+
+  // Targets that are solved for at a time.
+  static int targetsTogether() noexcept;
 
   // Builds the system of some data and factorises it. Nothing is kept of the arguments. Returns 0 or the status of a
   // failed allocation.
@@ -27,6 +32,14 @@ class PlaceDense {
   // Kriges some targets. Returns 0 or the status of a failed allocation.
   [[nodiscard]] int Krige(const PlaceRun& run, const TargetCovariance& covariance, int ntarget,
                           const PlaceTarget* targets, Scratch* scratch, PlaceKrigingReport* report) const noexcept;
+
+  // Kriges the data of folds `begin` to `end` - 1, each fold from the data of all others. With M the inverse of the
+  // system's matrix, B the data of a fold and z the values, the errors are e = (M_BB)^-1 (M z)_B, and their covariances
+  // (M_BB)^-1 (O. Dubrule, Cross validation of kriging in a unique neighborhood, Mathematical Geology 15, 1983). Data
+  // that were left out of the system have no results. Returns 0 or the status of a failed allocation.
+  [[nodiscard]] int LeaveOut(const PlaceDataset& data, const PlaceFolds& folds, int begin, int end,
+                             const PlaceKrigingResults& results, Scratch* scratch, PlaceKrigingReport* report,
+                             SimdLevel level) const noexcept;
 
  private:
   PlaceVectors places() const noexcept {

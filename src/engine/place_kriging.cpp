@@ -244,7 +244,7 @@ class Worker {
     // The covariances of all candidates serve all sets, unless they are more than the sets have.
     std::int64_t pairs = 0;
     for (int s = 0; s < sets.nset; ++s) {
-      const std::int64_t n = sets.CountMembers(s);
+      const std::int64_t n = CountMembers(sets, s);
       if (n <= PlaceLanes::kMaxData) pairs += n * (n - 1);
     }
     const bool shared = std::int64_t{sets.ncandidate} * (sets.ncandidate - 1) <= pairs;
@@ -257,42 +257,64 @@ class Worker {
       if (status != 0) return status;
     }
 
-    // Lanes are solved together, so those of as many targets come together: parts of sets with many targets first.
-    constexpr int kPart = PlaceLanes::kMaxTargets;
-    int ending[kPart + 1] = {};
+    // Lanes are solved together, so those of as many targets come together: parts of sets with many targets first. Where
+    // data are left out, each target has data of its own.
+    const int most = run_->leaveOneOut ? 1 : PlaceLanes::kMaxTargets;
+    int ending[PlaceLanes::kMaxTargets + 1] = {};
     for (int s = 0; s < sets.nset; ++s) {
-      const int n = sets.CountMembers(s);
+      const int n = CountMembers(sets, s);
       const int ntarget = sets.start[s + 1] - sets.start[s];
       if (n == 0 || n > PlaceLanes::kMaxData) {
-        const int status = KrigeOddSet(nodes, sets, s, covariance);
-        if (status != 0) return status;
+        const int together = run_->leaveOneOut ? 1 : ntarget;
+        for (int first = 0; first < ntarget; first += together) {
+          const int status = KrigeOddSet(nodes, sets, s, first, together, covariance);
+          if (status != 0) return status;
+        }
         continue;
       }
-      for (int part = 0; part < ntarget / kPart; ++part) {
-        const int status = AddPart(nodes, sets, s, part * kPart, kPart, shared, covariance);
+      for (int part = 0; part < ntarget / most; ++part) {
+        const int status = AddPart(nodes, sets, s, part * most, most, shared, covariance);
         if (status != 0) return status;
       }
-      ++ending[ntarget % kPart];
+      ++ending[ntarget % most];
     }
     // The rest of each set, the largest rest first.
-    for (int count = kPart - 1; count > 0; --count) ending[count - 1] += ending[count];
+    for (int count = most - 1; count > 0; --count) ending[count - 1] += ending[count];
     const int total = ending[1];
     for (int s = sets.nset - 1; s >= 0; --s) {
-      const int n = sets.CountMembers(s);
-      if (n > 0 && n <= PlaceLanes::kMaxData) order_[--ending[(sets.start[s + 1] - sets.start[s]) % kPart]] = s;
+      const int n = CountMembers(sets, s);
+      if (n > 0 && n <= PlaceLanes::kMaxData) order_[--ending[(sets.start[s + 1] - sets.start[s]) % most]] = s;
     }
     for (int i = 0; i < total; ++i) {
       const int ntarget = sets.start[order_[i] + 1] - sets.start[order_[i]];
-      const int status = AddPart(nodes, sets, order_[i], ntarget / kPart * kPart, ntarget % kPart, shared, covariance);
+      const int status = AddPart(nodes, sets, order_[i], ntarget / most * most, ntarget % most, shared, covariance);
       if (status != 0) return status;
     }
     return 0;
   }
 
+  // The number of data in a set that serve one of its targets.
+  int CountMembers(const PlaceSets& sets, int set) const noexcept {
+    return sets.CountMembers(set) - static_cast<int>(run_->leaveOneOut);
+  }
+
+  // Finds the data of a set that serve its target number `first`, and returns how many there are.
+  int FindMembers(const PlaceNodes& nodes, const PlaceSets& sets, int set, int first) noexcept {
+    int* const positions = positions_.data();
+    const int n = sets.Members(set, positions);
+    if (!run_->leaveOneOut) return n;
+    const std::int64_t target = nodes.target[sets.member[sets.start[set] + first]];
+    int* own = std::find_if(positions, positions + n, [&](int position) { return sets.datum[position] == target; });
+    // Where so many earlier data share its place that it is not among the nearest, the last of those is one too many.
+    if (own == positions + n) --own;
+    std::copy(own + 1, positions + n, own);
+    return n - 1;
+  }
+
   // Takes `count` targets of a set, from number `first` on, into a lane.
   [[nodiscard]] int AddPart(const PlaceNodes& nodes, const PlaceSets& sets, int set, int first, int count, bool shared,
                             const TargetCovariance& covariance) noexcept {
-    const int n = sets.Members(set, positions_.data());
+    const int n = FindMembers(nodes, sets, set, first);
     PlaceMembers members{n, positions_.data(), sets.candidates, sets.datum};
     if (!shared) {
       for (int i = 0; i < n; ++i) {
@@ -313,12 +335,11 @@ class Worker {
     return 0;
   }
 
-  // Kriges the targets of a set without data, or with more than a lane takes.
-  [[nodiscard]] int KrigeOddSet(const PlaceNodes& nodes, const PlaceSets& sets, int set,
+  // Kriges some targets of a set without data, or with more than a lane takes.
+  [[nodiscard]] int KrigeOddSet(const PlaceNodes& nodes, const PlaceSets& sets, int set, int first, int ntarget,
                                 const TargetCovariance& covariance) noexcept {
-    const int ntarget = sets.start[set + 1] - sets.start[set];
-    for (int i = 0; i < ntarget; ++i) targets_[i] = TargetOf(nodes, sets.member[sets.start[set] + i]);
-    const int n = sets.Members(set, positions_.data());
+    for (int i = 0; i < ntarget; ++i) targets_[i] = TargetOf(nodes, sets.member[sets.start[set] + first + i]);
+    const int n = FindMembers(nodes, sets, set, first);
     if (n == 0) {
       for (int i = 0; i < ntarget; ++i) {
         run_->WriteWithoutData(targets_[i].number, covariance.targetVariance(), &report());
@@ -358,6 +379,42 @@ int TargetsOfTile(std::int64_t ntarget, int ndata, int nthreads) noexcept {
     most /= 2;
   }
   return most;
+}
+
+// Deals items out to threads as they come for them, and reports progress: item by item, some of `total` are done.
+//   begin(thread)              returns a status
+//   work(thread, item, held)   returns a status; *held is how many are done with the item
+//   end(thread)                called if all went well
+// Returns the status of one that failed, or of the report.
+template <typename Begin, typename Work, typename End>
+[[nodiscard]] int DealOut(const Dealing& dealing, std::int64_t nitem, std::int64_t total, const Progress& progress,
+                          const Begin& begin, const Work& work, const End& end) noexcept {
+  std::atomic<int> failure{0};
+  std::atomic<std::int64_t> next{0};
+  std::atomic<std::int64_t> done{0};
+  progress.StartRealizations(1);
+  dealing.EachThread([&](int thread, int /*team*/) noexcept {
+    int own = begin(thread);
+    while (own == 0 && failure.load(std::memory_order_relaxed) == 0) {
+      const std::int64_t item = next.fetch_add(1, std::memory_order_relaxed);
+      if (item >= nitem) break;
+      std::int64_t held = 0;
+      own = work(thread, item, &held);
+      const std::int64_t sum = done.fetch_add(held, std::memory_order_relaxed) + held;
+      if (own == 0 && thread == 0) own = progress.Publish(static_cast<double>(sum) / static_cast<double>(total));
+      own = progress.After(own);
+    }
+    if (own == 0) end(thread);
+    if (own != 0) failure.store(own, std::memory_order_relaxed);
+  });
+  return failure.load();
+}
+
+void Add(const PlaceKrigingReport& part, PlaceKrigingReport* sum) noexcept {
+  sum->withoutData += part.withoutData;
+  sum->undetermined += part.undetermined;
+  sum->indefinite += part.indefinite;
+  sum->redundant += part.redundant;
 }
 
 }  // namespace
@@ -449,6 +506,12 @@ PlaceNeighborhood PlaceKriging::NeighborhoodAt(const PlaceCovariance& covariance
 int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingResults& results, const Dealing& dealing,
                         const Progress& progress, PlaceKrigingReport* report, PlaceProblem* problem,
                         SimdLevel level) const noexcept {
+  return Run(targets, results, false, dealing, progress, report, problem, level);
+}
+
+int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResults& results, bool leaveOneOut,
+                      const Dealing& dealing, const Progress& progress, PlaceKrigingReport* report,
+                      PlaceProblem* problem, SimdLevel level) const noexcept {
   *report = {};
   *problem = {};
   if (IsRefused(targets, data_.dimension, options_, problem)) return 0;
@@ -463,7 +526,7 @@ int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingRe
   if (const int status = covariance.Prepare(*model_, options_.block, spacing); status != 0) return status;
   const bool varies = covariance.varies();
   if (varies && AreImagesRefused(*model_, targets.places, problem)) return 0;
-  const PlaceRun run{data_, covariance, targets, results, level};
+  const PlaceRun run{data_, covariance, targets, results, level, leaveOneOut};
 
   PlaceNeighborhood neighborhood;
   TargetCovariance everywhere;
@@ -471,6 +534,7 @@ int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingRe
     neighborhood = NeighborhoodAt(covariance, -1);
     if (const int status = everywhere.Allocate(covariance, level); status != 0) return status;
     everywhere.Prepare(-1);
+    if (leaveOneOut && neighborhood.limit > 0) ++neighborhood.limit;
   }
   PlaceTiles tiles;
   const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
@@ -486,41 +550,89 @@ int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingRe
       }
     });
   }
-  std::atomic<int> failure{0};
-  std::atomic<std::int64_t> next{0};
-  std::atomic<std::int64_t> done{0};
-  progress.StartRealizations(1);
-  dealing.EachThread([&](int thread, int /*team*/) noexcept {
-    Worker& worker = workers[static_cast<std::size_t>(thread)];
-    int own = worker.Allocate(run, index_);
-    while (own == 0 && failure.load(std::memory_order_relaxed) == 0) {
-      const std::int64_t tile = next.fetch_add(1, std::memory_order_relaxed);
-      if (tile >= tiles.count()) break;
-      const int held = tiles.Fill(tile, &worker.nodes());
-      if (all_) {
-        own = worker.KrigeTile(system_, everywhere);
-      } else if (!varies && worker.nodes().count > 0) {
-        own = worker.KrigeTile(neighborhood, everywhere);
-      }
-      for (int i = 0; i < worker.nodes().count && varies && own == 0; ++i) {
-        const int node = NodeOf(targets.places, worker.nodes().target[i]);
-        own = worker.KrigeAlone(i, NeighborhoodAt(covariance, node), node);
-      }
-      const std::int64_t total = done.fetch_add(held, std::memory_order_relaxed) + held;
-      if (own == 0 && thread == 0) own = progress.Publish(static_cast<double>(total) / static_cast<double>(count));
-      own = progress.After(own);
-    }
-    if (own == 0) worker.Finish();
-    if (own != 0) failure.store(own, std::memory_order_relaxed);
-  });
+  const int status = DealOut(
+      dealing, tiles.count(), count, progress,
+      [&](int thread) noexcept { return workers[static_cast<std::size_t>(thread)].Allocate(run, index_); },
+      [&](int thread, std::int64_t tile, std::int64_t* held) noexcept {
+        Worker& worker = workers[static_cast<std::size_t>(thread)];
+        *held = tiles.Fill(tile, &worker.nodes());
+        if (all_) return worker.KrigeTile(system_, everywhere);
+        if (worker.nodes().count == 0) return 0;
+        if (!varies) return worker.KrigeTile(neighborhood, everywhere);
+        for (int i = 0; i < worker.nodes().count; ++i) {
+          const int node = NodeOf(targets.places, worker.nodes().target[i]);
+          if (const int own = worker.KrigeAlone(i, NeighborhoodAt(covariance, node), node); own != 0) return own;
+        }
+        return 0;
+      },
+      [&](int thread) noexcept { workers[static_cast<std::size_t>(thread)].Finish(); });
   for (Worker& worker : workers) {
-    const PlaceKrigingReport& part = worker.report();
-    report->withoutData += part.withoutData;
-    report->undetermined += part.undetermined;
-    report->indefinite += part.indefinite;
-    report->redundant += part.redundant;
+    Add(worker.report(), report);
   }
-  return failure.load();
+  return status;
+}
+
+int PlaceKriging::LeaveOut(const PlaceFolds* folds, const PlaceKrigingResults& results, const Dealing& dealing,
+                           const Progress& progress, PlaceKrigingReport* report, PlaceProblem* problem,
+                           SimdLevel level) const noexcept {
+  const auto n = static_cast<std::size_t>(data_.n);
+  if (!all_) {
+    Buffer<double> places;
+    const auto dimension = static_cast<std::size_t>(data_.dimension);
+    if (const int status = places.Allocate(n * dimension); status != 0) return status;
+    for (std::size_t i = 0; i < n; ++i) {
+      places[i * dimension] = data_.x[i];
+      places[i * dimension + 1] = data_.y[i];
+      if (dimension > 2) places[i * dimension + 2] = data_.z[i];
+    }
+    PlaceKrigingTargets targets;
+    targets.places.grid = {};
+    targets.places.list = places.data();
+    targets.places.nlist = data_.n;
+    targets.places.dimension = data_.dimension;
+    targets.covariates = data_.covariate.data();
+    return Run(targets, results, true, dealing, progress, report, problem, level);
+  }
+
+  *report = {};
+  *problem = {};
+  Buffer<int> alone;
+  PlaceFolds each{data_.n, nullptr, nullptr};
+  if (folds == nullptr) {
+    if (const int status = alone.Allocate(n + 1); status != 0) return status;
+    std::iota(alone.data(), alone.data() + n + 1, 0);
+    each.start = each.member = alone.data();
+    folds = &each;
+  }
+  // Folds are dealt out so many at a time that their data are solved for together.
+  Buffer<int> first;
+  if (const int status = first.Allocate(static_cast<std::size_t>(folds->count) + 1); status != 0) return status;
+  std::int64_t nitem = 0;
+  for (int fold = 0; fold < folds->count; ++nitem) {
+    const int begin = first[static_cast<std::size_t>(nitem)] = fold++;
+    while (fold < folds->count && folds->start[fold + 1] - folds->start[begin] <= PlaceDense::targetsTogether()) {
+      ++fold;
+    }
+  }
+  first[static_cast<std::size_t>(nitem)] = folds->count;
+
+  struct Work {
+    PlaceDense::Scratch scratch;
+    PlaceKrigingReport report;
+  };
+  ObjectArray<Work> work;
+  if (const int status = work.Allocate(dealing.nscratch()); status != 0) return status;
+  const int status = DealOut(
+      dealing, nitem, data_.n, progress, [](int /*thread*/) noexcept { return 0; },
+      [&](int thread, std::int64_t item, std::int64_t* held) noexcept {
+        Work& own = work[static_cast<std::size_t>(thread)];
+        const int* const folded = first.data() + item;
+        *held = folds->start[folded[1]] - folds->start[folded[0]];
+        return system_.LeaveOut(data_, *folds, folded[0], folded[1], results, &own.scratch, &own.report, level);
+      },
+      [](int /*thread*/) noexcept {});
+  for (const Work& own : work) Add(own.report, report);
+  return status;
 }
 
 }  // namespace kestrum

@@ -84,6 +84,13 @@ struct PlaceKrigingTargets {
   const double* covariates = nullptr;  // covariate k of target t at covariates[k*count + t]
 };
 
+// Groups of data. Those of fold f are member[i] for i from start[f] to start[f + 1] - 1; each datum is in one of them.
+struct PlaceFolds {
+  int count = 0;
+  const int* start = nullptr;
+  const int* member = nullptr;
+};
+
 // Vectors of the caller's, by target. Those left out by a mask get NaN, and no datum.
 struct PlaceKrigingResults {
   double* estimate = nullptr;

@@ -37,6 +37,7 @@ struct PlaceRun {
   const PlaceKrigingTargets& targets;
   PlaceKrigingResults results;
   SimdLevel level;
+  bool leaveOneOut = false;  // targets are the data, by their number, and none serves itself
 
   // Variable v of the drift at a target.
   double AtTarget(int v, const PlaceTarget& target) const noexcept {

@@ -9,6 +9,7 @@
 
 #include "engine/place_problem.hpp"
 #include "support/allocation_failure.hpp"
+#include "support/simd_levels.hpp"
 
 namespace {
 
@@ -610,6 +611,68 @@ TEST(PlaceKriging, TellsProgressAndStops) {
   VORLInitProgressMonitor(&monitor);
   EXPECT_EQ(problem.Krige(Dealing::Serial(), true, nullptr, &monitor, [](VORL_PROGRESSMONITOR*) { return -7; }).status,
             -7);
+}
+
+// Each datum from the data of other folds, by the equations of what is left; alike at all levels.
+TEST(PlaceKriging, LeavesDataOut) {
+  PlaceProblem problem = MakeProblem(3, true);
+  problem.options.degree = 1;
+  const int n = problem.n();
+  const int start[] = {0, 1, 17, 18, n};
+  std::vector<int> member(n);
+  for (int i = 0; i < n; ++i) member[i] = (7 * i + 3) % n;
+  const kestrum::PlaceFolds parts{4, start, member.data()};
+  std::vector<double> coordinates;
+  for (const Triple& at : problem.places) coordinates.insert(coordinates.end(), at.begin(), at.end());
+  for (const auto& [neighbors, folds] : {std::pair{0, &parts}, {0, nullptr}, {12, nullptr}}) {
+    problem.options.neighbors = neighbors;
+    const VORL_COVMODEL model = problem.Model();
+    std::vector<double> estimate(n), variance(n);
+    const auto leaveOut = [&, &folds = folds](const Dealing& dealing, SimdLevel level) {
+      kestrum::PlaceKriging kriging;
+      kestrum::PlaceProblem refused;
+      kestrum::PlaceKrigingReport report;
+      const int status = kriging.Prepare({n, 3, coordinates.data(), problem.values.data()}, model, problem.options,
+                                         dealing, &refused, level);
+      if (status != 0) return status;
+      return kriging.LeaveOut(folds, {estimate.data(), variance.data()}, dealing, kestrum::Progress(nullptr, nullptr),
+                              &report, &refused, level);
+    };
+    ASSERT_EQ(leaveOut(Dealing::Serial(), SimdLevel::kBaseline), 0);
+    const std::vector<double> estimates = estimate;
+    const std::vector<double> variances = variance;
+    for (const SimdLevel level : kestrum_test::Levels()) {
+      ASSERT_EQ(leaveOut(Dealing::Threads(3), level), 0);
+      EXPECT_TRUE(SameBits(estimate, estimates) && SameBits(variance, variances));
+    }
+    for (int fold = 0; fold < (folds != nullptr ? folds->count : n); fold += folds != nullptr ? 1 : 13) {
+      const auto isLeft = [&, &folds = folds](int i) {
+        return folds != nullptr ? std::find(&member[start[fold]], member.data() + start[fold + 1], i) !=
+                                      member.data() + start[fold + 1]
+                                : i == fold;
+      };
+      PlaceProblem rest = problem;
+      rest.places.clear();
+      rest.values.clear();
+      std::vector<int> own;
+      for (int i = 0; i < n; ++i) {
+        if (isLeft(i)) {
+          own.push_back(i);
+          rest.list.push_back(problem.places[i]);
+        } else {
+          rest.places.push_back(problem.places[i]);
+          rest.values.push_back(problem.values[i]);
+        }
+      }
+      const PlaceOracle oracle(rest);
+      for (std::size_t t = 0; t < own.size(); ++t) {
+        const auto solution = oracle.Solve(static_cast<int>(t));
+        EXPECT_NEAR(estimates[own[t]], static_cast<double>(solution.estimate), 1e-10);
+        EXPECT_NEAR(variances[own[t]], static_cast<double>(solution.variance), 1e-11);
+      }
+    }
+    kestrum_test::ForEachFailingAllocation([&] { return leaveOut(Dealing::Serial(), kestrum::BestSimdLevel()); });
+  }
 }
 
 TEST(PlaceKriging, SurvivesFailingAllocations) {

@@ -1,0 +1,211 @@
+"""Cross-validation."""
+
+from collections.abc import Callable, Iterator, Mapping
+from typing import TYPE_CHECKING, Any, Literal
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+from . import _core, _door, _memory, _progress
+from ._door import Floats
+from ._errors import ArgumentError, DataError, ModelError, warn
+from ._grid import AXES
+from ._krige import DEGREES, _Drift, _radii, _same_place
+from ._models import CovModel, Range
+from ._points import Points
+
+if TYPE_CHECKING:
+    import pandas as pd
+
+
+def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = None, radius: Range | None = None,
+                   mean: float | None = None, drift: Literal["linear", "quadratic"] | Mapping[str, ArrayLike] | None = None,
+                   folds: int | ArrayLike | None = None, seed: int = 1, threads: int | None = None,
+                   progress: bool | Callable[[float], object] = False) -> "pd.DataFrame":
+    """Kriging of each datum from others, which shows how well data and model would have told it.
+
+    Parameters
+    ----------
+    points : Points
+        The data.
+    model : CovModel
+        Their covariances, by constants.
+    neighbors, radius, mean
+        As in `krige`; the mean is a number.
+    drift : {"linear", "quadratic"} or mapping, optional
+        As in `krige`; external drifts are {name: values at the points}.
+    folds : int or array_like, optional
+        What is left out together: so many parts of the data, drawn with `seed`, or those of one label, given for each
+        datum, such as its drill hole or its block in space. By default each datum by itself.
+    seed : int
+        From 0 to 2^64 - 1.
+    threads, progress
+        As in `krige`.
+
+    Returns
+    -------
+    pandas.DataFrame
+        A row for each datum, in their order: x, y[, z], value, estimate, variance (of the error), error (estimate less
+        value), zscore (error over the root of variance), fold. ``attrs`` has what people quote: mean_error, rmse, msdr (mean
+        squared deviation ratio, the mean of the squared zscores: 1 if the variances are right) and correlation (of
+        estimates and values). A datum without neighbours has NaN, but the mean in simple kriging; a warning counts
+        those. If points have variances of their errors, the datum's own is part of its variance.
+
+    Notes
+    -----
+    Where all other data serve each datum, one system gives all errors.
+
+    References
+    ----------
+    O. Dubrule, Cross validation of kriging in a unique neighborhood, Mathematical Geology 15, 1983.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> points = ks.Points([[0.0, 0.0], [1.0, 0.0], [2.0, 0.0], [3.0, 1.0]], [1.0, 2.0, 3.0, 5.0])
+    >>> table = ks.cross_validate(points, ks.Exponential(2.0, range=9))
+    >>> table.estimate.round(2).tolist(), round(table.attrs["rmse"], 2)
+    ([2.44, 2.1, 3.19, 2.57], 1.42)
+    """
+    import pandas as pd
+
+    if not isinstance(points, Points):
+        _door.wrong_type("points", points, "Points (of a table: Points.from_dataframe(table, 'column'))")
+    if points.values.dtype.kind not in "iuf":
+        raise DataError(f"values of {points.name!r} are labels, which have no mean. Kriging needs numbers.")
+    if not isinstance(model, CovModel):
+        _door.wrong_type("model", model, "a CovModel, say Nugget(0.1) + Spherical(0.9, range=500)")
+    if model._local():
+        raise ModelError("model varies from cell to cell. Cross-validation needs one of constants.")
+    n, dimension = points.coordinates.shape
+    if n < 2:
+        raise DataError("there is one datum: cross-validation needs at least two.")
+    nthreads = _door.threads(threads)
+    neighbors = None if neighbors is None else _door.whole("neighbors", neighbors, 1, 2**31 - 1)
+    radii = _radii(radius, dimension)
+    known = _drift(points, mean, drift)
+    terms = known.terms(dimension)
+    if neighbors is not None and terms > neighbors:
+        raise ArgumentError(f"neighbors is {neighbors}, but the drift has {terms} terms. Give more neighbors.")
+    labels, group, start, member = _folds(folds, n, seed)
+    if neighbors is not None and neighbors >= n - 1:
+        neighbors = None
+    if neighbors is None and radii is None:
+        _memory.require(8 * n**2, f"a system of all {n:,} data", "Give neighbors=, for instance 20.")
+    native = model._native(dimension, None)
+    values = points.values.astype(np.float64, copy=False)
+
+    def kriging(rows: Any) -> _core.PlaceKriging:
+        at_data = None if known.at_data is None else np.ascontiguousarray(known.at_data[:, rows])
+        errors = None if points.error_variance is None else points.error_variance[rows]
+        try:
+            return _core.PlaceKriging(native, np.ascontiguousarray(points.coordinates[rows]), values[rows], errors, None, at_data,
+                                      neighbors or 0, radii or (0.0, 0.0, 0.0), model.isotropic, known.degree, known.mean, (1, 1, 1),
+                                      nthreads)
+        except ValueError as error:
+            _same_place(points, error)
+
+    estimate, variance = np.empty(n), np.empty(n)
+    counts = np.zeros(4, np.int64)
+    all_serve = neighbors is None and radii is None
+    whole = kriging(slice(None))
+    with _progress.shown(progress, "cross-validation") as report:
+        if folds is None:
+            counts += whole.leave_out(None, None, estimate, variance, nthreads, report)
+        elif all_serve:
+            counts += whole.leave_out(start, member, estimate, variance, nthreads, report)
+        else:
+            for own in _each_fold(start, member, report):
+                at_targets = None if known.at_data is None else np.ascontiguousarray(known.at_data[:, own])
+                part = np.empty((2, len(own)))
+                counts += kriging(np.delete(np.arange(n), own)).at_places(points.coordinates[own], None, at_targets, part[0], part[1],
+                                                                          nthreads, None)
+                estimate[own], variance[own] = part
+    _warn_of(counts, n, known.degree < 0, all_serve)
+    if points.error_variance is not None:
+        variance += points.error_variance
+    error = estimate - values
+    with np.errstate(divide="ignore", invalid="ignore"):
+        zscore = error / np.sqrt(variance)
+    columns = {axis: points.coordinates[:, i] for i, axis in enumerate(AXES[:dimension])}
+    table = pd.DataFrame({**columns, "value": points.values, "estimate": estimate, "variance": variance, "error": error, "zscore": zscore,
+                          "fold": labels[group]})
+    table.attrs.update(_figures(values, estimate, error, zscore))
+    return table
+
+
+def _drift(points: Points, mean: Any, drift: Any) -> _Drift:
+    if drift is None:
+        return _Drift(0) if mean is None else _Drift(-1, _door.number("mean", mean))
+    if mean is not None:
+        raise ArgumentError("mean and drift were both given, but a drift has a mean of its own. Leave one of them out.")
+    if isinstance(drift, str):
+        return _Drift(DEGREES[_door.choice("drift", drift, tuple(DEGREES))])
+    if not isinstance(drift, Mapping):
+        _door.wrong_type("drift", drift, "'linear', 'quadratic' or {name: values at the points}")
+    if not drift:
+        raise ArgumentError("drift is empty. Leave it out for ordinary kriging.")
+    columns = []
+    for name, given in drift.items():
+        values = _door.reals(f"drift {name!r}", given)
+        if values.shape != (len(points),):
+            raise DataError(f"drift {name!r} has values of shape {values.shape}, but there are {len(points)} points.")
+        columns.append(_door.finite(f"drift {name!r}", values))
+    return _Drift(0, 0.0, np.stack(columns), None, len(columns))
+
+
+def _folds(folds: Any, n: int, seed: Any) -> tuple[NDArray[Any], NDArray[np.intp], NDArray[np.int32], NDArray[np.int32]]:
+    """The labels, the number of each datum's label, and the data by label: those of label f at start[f] and on."""
+    seed = _door.whole("seed", seed, 0, 2**64 - 1)
+    if folds is None:
+        labels = group = np.arange(n)
+    elif np.ndim(folds) == 0:
+        count = _door.whole("folds", folds, 2, n)
+        labels, group = np.arange(count), np.random.default_rng(seed).permutation(n) % count
+    else:
+        given = _door.array("folds", folds)
+        if given.shape != (n,):
+            raise DataError(f"folds are of shape {given.shape}, but there are {n} points: one label is needed for each.")
+        import pandas as pd
+
+        group, labels = pd.factorize(given)
+        if (group < 0).any():
+            raise DataError(f"folds are missing in {_door.rows(np.flatnonzero(group < 0))}. Give those a label.")
+        if len(labels) < 2:
+            raise DataError(f"folds are all {_door.show(labels[0])}: at least two are needed.")
+    start = np.zeros(len(labels) + 1, np.int32)
+    start[1:] = np.cumsum(np.bincount(group))
+    return labels, group, start, np.argsort(group, kind="stable").astype(np.int32)
+
+
+def _each_fold(start: NDArray[np.int32], member: NDArray[np.int32], report: Callable[[float], object] | None) -> Iterator[NDArray[np.int32]]:
+    for first, last in zip(start, start[1:]):
+        yield member[first:last]
+        if report is not None:
+            report(float(last / len(member)))
+
+
+def _warn_of(counts: NDArray[np.int64], n: int, simple: bool, all_serve: bool) -> None:
+    lonely, undetermined, indefinite, redundant = (int(count) for count in counts)
+    if lonely:
+        fate = "have the mean and the sill" if simple else "are NaN"
+        warn(f"{lonely:,} of {n:,} data have no other in reach and {fate}. Give a larger radius.")
+    if undetermined:
+        warn(f"the others do not determine the drift at {undetermined:,} of {n:,} data, which are NaN. "
+             "Give more neighbors, other folds, or a simpler drift.")
+    if indefinite:
+        warn(f"the model is not positive definite at {indefinite:,} of {n:,} data, which are NaN. Take another model.")
+    if redundant:
+        what = "are NaN and left out" if all_serve else "were kriged without some neighbours"
+        warn(f"{redundant:,} of {n:,} data {what}, for others say the same to rounding. Add a nugget, or merge close data.")
+
+
+def _figures(values: Floats, estimate: Floats, error: Floats, zscore: Floats) -> dict[str, float]:
+    known = np.isfinite(error)
+    scores = zscore[np.isfinite(zscore)]
+    if not known.any():
+        return {name: float("nan") for name in ("mean_error", "rmse", "msdr", "correlation")}
+    with np.errstate(invalid="ignore", divide="ignore"):
+        correlation = np.corrcoef(values[known], estimate[known])[0, 1] if known.sum() > 1 else np.nan
+    return {"mean_error": float(error[known].mean()), "rmse": float(np.sqrt(np.mean(error[known] ** 2))),
+            "msdr": float(np.mean(scores**2)) if len(scores) else float("nan"), "correlation": float(correlation)}
