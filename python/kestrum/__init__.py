@@ -32,6 +32,7 @@ from ._validate import cross_validate
 from ._variogram import Variogram, variogram
 
 if TYPE_CHECKING:
+    from . import ensemble as ensemble
     from . import native as native
     from . import plot as plot
 
@@ -74,7 +75,7 @@ __all__ = [
     "write_vtk",
 ]
 # Imported where they are first used: they take long, or need what is not always there.
-_LATE = ("native", "plot")
+_LATE = ("ensemble", "native", "plot")
 
 
 def __getattr__(name: str) -> Any:

@@ -1,0 +1,290 @@
+"""What an ensemble of realizations says of each cell.
+
+Realizations come one after another, so that an ensemble larger than memory can be taken from a lazy array (`simulate`
+with chunks=, or one opened from zarr): results are lazy then, and realizations are let go as they are used. Results are the
+same to the last bit for any chunks.
+
+    >>> import kestrum as ks
+    >>> fields = ks.simulate(None, ks.Spherical(1.0, range=8), ks.Grid(20, 15), n=50)
+    >>> ks.ensemble.probability_above(fields, 1.5).dims
+    ('y', 'x')
+"""
+
+import itertools
+from collections.abc import Callable
+from typing import Any
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+from . import _door, _lazy
+from ._door import Floats
+from ._errors import ArgumentError, ArgumentTypeError, GridError
+
+__all__ = ["mean", "probability_above", "probability_connected", "quantile", "variance"]
+
+_State = NDArray[np.float64]
+
+
+def mean(realizations: Any) -> Any:
+    """The mean of realizations: with data, close to the kriging estimate.
+
+    Parameters
+    ----------
+    realizations : xarray.DataArray or array_like
+        With a dimension "realization"; of an array, the first axis. May be a Dask array.
+
+    Returns
+    -------
+    xarray.DataArray or array
+        As `realizations` is, without the dimension; NaN where a realization has NaN.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.ensemble.mean([[1.0, 5.0], [3.0, 5.0]])
+    array([2., 5.])
+    """
+    state, _ = _over(realizations, _add_moments, 2)
+    return _result(realizations, state[0])
+
+
+def variance(realizations: Any) -> Any:
+    """The variance of realizations, over their number less one.
+
+    Parameters
+    ----------
+    realizations
+        As for `mean`; at least two.
+
+    Returns
+    -------
+    xarray.DataArray or array
+        Where all realizations are equal, as at data, 0.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.ensemble.variance([[1.0, 5.0], [3.0, 5.0]])
+    array([2., 0.])
+    """
+    state, n = _over(realizations, _add_moments, 2)
+    if n < 2:
+        raise ArgumentError("there is one realization: a variance needs at least two.")
+    return _result(realizations, state[1] / (n - 1))
+
+
+def probability_above(realizations: Any, limit: float | ArrayLike) -> Any:
+    """The share of realizations above a limit.
+
+    Parameters
+    ----------
+    realizations
+        As for `mean`.
+    limit : float or array_like
+        One number, or several; several give a dimension "limit", the first.
+
+    Returns
+    -------
+    xarray.DataArray or array
+        From 0 to 1; NaN where a realization has NaN.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.ensemble.probability_above([[1.0, 5.0], [3.0, 5.0]], 2.0)
+    array([0.5, 1. ])
+    """
+    limits, one = _several("limit", limit)
+    counts, n = _over(realizations, _add_above, len(limits), limits)
+    return _result(realizations, counts[0] / n) if one else _result(realizations, counts / n, "limit", limits)
+
+
+def probability_connected(realizations: Any, place: int | tuple[int, ...] | dict[str, float], limit: float = 0.0,
+                          connectivity: int | None = None) -> Any:
+    """The share of realizations in which each cell is connected to a place by cells above a limit.
+
+    Parameters
+    ----------
+    realizations
+        As for `mean`; of the whole grid, which may be cut into chunks along realizations alone. Of categories give a
+        condition, say ``rock == 2``.
+    place : tuple of int, or dict
+        The indices of a cell, (y, x) or (z, y, x); or, of a DataArray, its coordinates, {"x": 300.0, "y": 150.0}, of which
+        the nearest cell is taken.
+    limit : float
+        Cells above it count.
+    connectivity : {4, 8, 6, 18, 26}, optional
+        Neighbours of a cell: by default those it shares a face with, 4 in the plane and 6 in space.
+
+    Returns
+    -------
+    xarray.DataArray or array
+        From 0 to 1; at the place itself, the share above the limit. NaN in realizations is not above.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.ensemble.probability_connected([[[1, 1, 0, 1]], [[1, 0, 0, 0]]], (0, 0))
+    array([[1. , 0.5, 0. , 0. ]])
+    """
+    limit = _door.number("limit", limit)
+    values = _values(realizations)
+    shape = values.shape[1:]
+    if len(shape) not in (2, 3):
+        raise GridError(f"realizations have cells along {len(shape)} axes, but connectivity needs 2 or 3.")
+    if isinstance(place, dict):
+        if not _door.is_xarray(realizations):
+            raise ArgumentError("place has coordinates, but realizations have none. Give the indices of a cell.")
+        cells = [dim for dim in realizations.dims if dim != "realization"]
+        if sorted(map(str, place)) != sorted(map(str, cells)):
+            raise ArgumentError(f"place has {', '.join(map(str, place))}, but needs {', '.join(map(str, cells))}.")
+        place = tuple(int(abs(realizations[dim].values - _door.number(f"place {dim}", place[dim])).argmin()) for dim in cells)
+    at = tuple(_door.whole("place", index, 0, size - 1) for index, size in zip(np.atleast_1d(place), shape))
+    if len(at) != len(shape) or np.size(place) != len(shape):
+        raise ArgumentError(f"place has {np.size(place)} indices, but cells have {len(shape)}.")
+    options = {2: {4: 1, 8: 2}, 3: {6: 1, 18: 2, 26: 3}}[len(shape)]
+    reach = options[_door.choice("connectivity", min(options) if connectivity is None else connectivity, tuple(options))]
+    if _is_lazy(values):
+        values = values.rechunk(dict.fromkeys(range(1, values.ndim), -1))
+    counts, n = _over(values, _add_connected, 1, at, limit, reach)
+    return _result(realizations, counts[0] / n)
+
+
+def quantile(realizations: Any, q: float | ArrayLike) -> Any:
+    """Quantiles of realizations, interpolated linearly between them.
+
+    Parameters
+    ----------
+    realizations
+        As for `mean`. A quantile needs all of a cell: of a lazy array so much is held as its chunks in space have cells,
+        for all realizations. Write a large ensemble to zarr with chunks in space first.
+    q : float or array_like
+        From 0 to 1: one number, or several; several give a dimension "quantile", the first.
+
+    Returns
+    -------
+    xarray.DataArray or array
+        NaN where a realization has NaN.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.ensemble.quantile([[1.0, 5.0], [3.0, 6.0], [4.0, 7.0]], [0.5, 1.0])
+    array([[3., 6.],
+           [4., 7.]])
+    """
+    levels, one = _several("q", q)
+    if levels.min() < 0.0 or levels.max() > 1.0:
+        raise ArgumentError(f"q is {_door.show(q)}, but quantiles are from 0 to 1.")
+    values = _values(realizations)
+    if _is_lazy(values):
+        values = values.rechunk({0: -1})
+        found = values.map_blocks(_quantiles, levels=levels, dtype=np.float64, chunks=((len(levels),), *values.chunks[1:]))
+    else:
+        found = _quantiles(values, levels)
+    return _result(realizations, found[0]) if one else _result(realizations, found, "quantile", levels)
+
+
+def _quantiles(block: NDArray[Any], levels: Floats) -> Floats:
+    return np.asarray(np.quantile(block.astype(np.float64, copy=False), levels, axis=0))
+
+
+def _several(name: str, given: Any) -> tuple[Floats, bool]:
+    values = _door.finite(name, np.atleast_1d(_door.reals(name, given)), ArgumentError)
+    if values.ndim != 1 or values.size == 0:
+        raise ArgumentError(f"{name} must be a number or a list of numbers.")
+    return values, np.ndim(given) == 0
+
+
+def _is_lazy(values: Any) -> bool:
+    return hasattr(values, "__dask_graph__")
+
+
+def _values(realizations: Any) -> Any:
+    """The values with the realizations first, lazy if they are."""
+    if _door.is_xarray(realizations):
+        if hasattr(realizations, "data_vars") or "realization" not in realizations.dims:
+            raise ArgumentError("realizations have no dimension 'realization'. Give the DataArray that simulate returns.")
+        values = realizations.transpose("realization", ...).data
+    else:
+        values = realizations if _is_lazy(realizations) else _door.array("realizations", realizations)
+    if values.dtype.kind not in "biuf":
+        raise ArgumentTypeError(f"realizations must be numbers, but are of type {values.dtype}.")
+    if values.ndim == 0 or values.shape[0] == 0:
+        raise ArgumentError("there are no realizations: at least one is needed.")
+    return values
+
+
+def _result(realizations: Any, values: Any, name: str | None = None, labels: Floats | None = None) -> Any:
+    """Values of the cells, maybe along a first dimension, as realizations are: with their coordinates, or an array."""
+    if not _door.is_xarray(realizations):
+        return values
+    import xarray as xr
+
+    coords = {key: value for key, value in realizations.coords.items() if "realization" not in value.dims and key != "realization"}
+    dims = [dim for dim in realizations.dims if dim != "realization"]
+    if name is not None:
+        coords, dims = {name: labels, **coords}, [name, *dims]
+    return xr.DataArray(values, coords, dims)
+
+
+def _over(realizations: Any, add: Callable[..., _State], states: int, *arguments: Any) -> tuple[Any, int]:
+    """Goes over realizations in their order with some numbers for each cell; gives those, and how many realizations there are.
+
+    add(state, block, first, *arguments) gives the numbers, (states, ...), after a block of realizations that starts with number
+    `first`; the state before the first one is None.
+    """
+    values = _values(realizations)
+    result = _lazily(values, add, states, arguments) if _is_lazy(values) else add(None, values, 0, *arguments)
+    return result, int(values.shape[0])
+
+
+def _lazily(values: Any, add: Callable[..., _State], states: int, arguments: tuple[Any, ...]) -> Any:
+    """One task for each chunk, which waits for that of the realizations before."""
+    token = _lazy.token(values.name, add, arguments)
+    starts = np.cumsum((0, *values.chunks[0]))
+    final = len(starts) - 2
+    tasks: dict[Any, Any] = {}
+    for block in itertools.product(*(range(len(sizes)) for sizes in values.chunks[1:])):
+        before = None
+        for k in range(final + 1):
+            key = (f"ensemble-{token}", 0, *block) if k == final else (f"ensemble-{k}-{token}", *block)
+            tasks[key] = (add, before, (values.name, k, *block), int(starts[k]), *arguments)
+            before = key
+    return _lazy.array(f"ensemble-{token}", tasks, ((states,), *values.chunks[1:]), np.float64, [values])
+
+
+# These change nothing that they are given: a task may be run again.
+
+def _add_moments(state: _State | None, block: NDArray[Any], first: int) -> _State:
+    """The mean, and the sum of squared differences from it (B. P. Welford, Technometrics 4, 1962)."""
+    average, squares = np.zeros((2, *block.shape[1:])) if state is None else state.copy()
+    for k, row in enumerate(block, first + 1):
+        difference = row - average
+        average += difference / k
+        squares += difference * (row - average)
+    return np.stack([average, squares])
+
+
+def _add_above(state: _State | None, block: NDArray[Any], first: int, limits: Floats) -> _State:
+    counts = np.zeros((len(limits), *block.shape[1:])) if state is None else state.copy()
+    for row in block:
+        row = row.astype(np.float64)
+        missing = np.where(np.isnan(row), np.nan, 0.0)
+        for count, limit in zip(counts, limits):
+            count += row > limit
+            count += missing
+    return counts
+
+
+def _add_connected(state: _State | None, block: NDArray[Any], first: int, at: tuple[int, ...], limit: float, reach: int) -> _State:
+    from scipy.ndimage import generate_binary_structure, label
+
+    counts = np.zeros((1, *block.shape[1:])) if state is None else state.copy()
+    structure = generate_binary_structure(len(at), reach)
+    for row in block:
+        bodies, _ = label(row.astype(np.float64) > limit, structure)
+        if bodies[at]:
+            counts[0] += bodies == bodies[at]
+    return counts
