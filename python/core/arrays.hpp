@@ -34,8 +34,9 @@ const T* DataOrNull(const MaybeArray<T>& array, std::ptrdiff_t size, const char*
   return array ? Sized(*array, size, name).data() : nullptr;
 }
 
-// A grid from (nx, ny, nz, dx, dy, dz, x0, y0, z0).
-VORL_GRID GridOf(const py::tuple& numbers);
+// A grid from (nx, ny, nz, dx, dy, dz, x0, y0, z0). One of which only windows are used may have any number of cells: their
+// numbers are left 0 then.
+VORL_GRID GridOf(const py::tuple& numbers, bool windows = false);
 
 // Raises the exception that belongs to a status of the library.
 void RaiseFor(int status);

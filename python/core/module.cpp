@@ -1,5 +1,6 @@
 // kestrum._core: the engine for the package. Arguments come checked from the Python layer.
 
+#include <algorithm>
 #include <climits>
 #include <new>
 #include <stdexcept>
@@ -10,13 +11,14 @@
 
 namespace kestrum::python {
 
-VORL_GRID GridOf(const py::tuple& numbers) {
+VORL_GRID GridOf(const py::tuple& numbers, bool windows) {
   VORL_GRID grid;
   VORLInitGrid(&grid);
   std::int64_t count[3];
   for (int axis = 0; axis < 3; ++axis) count[axis] = numbers[axis].cast<std::int64_t>();
-  const std::int64_t layer = count[0] * count[1];
-  if (layer > INT_MAX || layer * count[2] > INT_MAX) throw py::value_error("too many cells");
+  const bool longer = std::max({count[0], count[1], count[2]}) > INT_MAX;
+  const bool many = longer || count[0] * count[1] > INT_MAX || count[0] * count[1] * count[2] > INT_MAX;
+  if (longer || (many && !windows)) throw py::value_error("too many cells");
   grid.nx = static_cast<int>(count[0]);
   grid.ny = static_cast<int>(count[1]);
   grid.nz = static_cast<int>(count[2]);
@@ -26,7 +28,7 @@ VORL_GRID GridOf(const py::tuple& numbers) {
   grid.ox = numbers[6].cast<double>();
   grid.oy = numbers[7].cast<double>();
   grid.oz = numbers[8].cast<double>();
-  grid.nxy = grid.nx * grid.ny;
+  grid.nxy = many ? 0 : grid.nx * grid.ny;
   grid.nxyz = grid.nxy * grid.nz;
   return grid;
 }

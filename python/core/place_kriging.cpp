@@ -83,7 +83,7 @@ class Kriging {
                    const MaybeArray<double>& covariates, Array<double> estimate, Array<double> variance, int nthreads,
                    const py::object& progress) const {
     PlaceKrigingTargets targets;
-    targets.places.grid = GridOf(grid);
+    targets.places.grid = GridOf(grid, true);
     std::copy(first.begin(), first.end(), targets.places.first);
     std::copy(extent.begin(), extent.end(), targets.places.extent);
     return At(targets, mask, means, covariates, estimate, variance, nthreads, progress);

@@ -1,5 +1,6 @@
 """Kriging."""
 
+import itertools
 import math
 from collections.abc import Callable, Mapping, Sequence
 from dataclasses import dataclass
@@ -8,7 +9,7 @@ from typing import TYPE_CHECKING, Any, Literal, NoReturn
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door, _memory, _progress
+from . import _core, _door, _lazy, _memory, _progress
 from ._door import Floats
 from ._errors import ArgumentError, DataError, GridError, ModelError, warn
 from ._models import CovModel, Range
@@ -28,8 +29,15 @@ class _Drift:
     degree: int  # of the polynomial of the coordinates; -1 if the mean is known
     mean: float = 0.0
     at_data: Floats | None = None
-    at_targets: Floats | None = None
-    covariates: int = 0
+    fields: tuple[Any, ...] = ()  # the mean or the covariates at the targets; of the grid's shape, or lazy
+
+    @property
+    def covariates(self) -> int:
+        return 0 if self.degree < 0 or self.at_data is None else len(self.at_data)
+
+    @property
+    def at_targets(self) -> Floats | None:
+        return None if not self.fields else _at_targets(self.fields, self.degree < 0)
 
     def terms(self, dimension: int) -> int:
         return self.covariates + (math.comb(dimension + self.degree, self.degree) if self.degree >= 0 else 0)
@@ -77,7 +85,9 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     progress : bool or callable
         Whether to show a bar; or a function that gets the fraction done. What it raises ends the call.
     chunks : mapping, optional
-        Cells along each dimension in a chunk of a lazy result, {"y": 500, "x": 500}.
+        Cells along each dimension in a chunk of a lazy result, {"y": 2000, "x": 2000}, or {"point": 100_000}. It is on Dask
+        arrays, and the same bits as without. Arrays on the grid (mean, drift, mask) may be Dask arrays then. Each chunk
+        takes one thread by default; places without data are NaN without a warning.
 
     Returns
     -------
@@ -110,20 +120,19 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
         raise DataError(f"values of {points.name!r} are labels, which have no mean. Kriging needs numbers.")
     if not isinstance(model, CovModel):
         _door.wrong_type("model", model, "a CovModel, say Nugget(0.1) + Spherical(0.9, range=500)")
-    target = Target(where)
+    target = Target(where, lazy=chunks is not None)
     target.require_dimension(points)
     _door.choice("solver", solver, ("cholesky", "gmres"))
-    threads = _door.threads(threads)
+    threads = 1 if threads is None and chunks is not None else _door.threads(threads)
     neighbors = None if neighbors is None else _door.whole("neighbors", neighbors, 1, 2**31 - 1)
     radii = _radii(radius, target.dimension)
     cells = _block(block, target)
     _door.flag("snap", snap)
-    if target.grid is not None:
+    if target.grid is not None and chunks is None:
         _memory.require_for_grid(target.grid, 2)
+    sizes = None if chunks is None else _chunks(chunks, target, solver)
     taken = target.mask(mask)
-    if chunks is not None:
-        raise ArgumentError("chunks are not offered yet: leave them out.")
-    if target.count >= 2**31:
+    if target.count >= 2**31 and (chunks is None or snap or model._local()):
         raise GridError(f"the result has {target.count:,} cells, more than 2,147,483,647. Take larger cells, or a part of the grid.")
     known = _drift(points, target, mean, drift, taken)
     if neighbors is not None and known.terms(target.dimension) > neighbors:
@@ -133,27 +142,70 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
                         "Give neighbors=, for instance 20.")
     if target.grid is not None:
         _warn_if_apart(points, target)
-    native = model._native(target.dimension, target)
+    kind = "simple" if known.degree < 0 else "universal" if known.terms(2) > 1 else "ordinary"
+    attributes = {"estimate": {"long_name": points.name}, "variance": {"long_name": f"kriging variance of {points.name}"}}
+    general: dict[str, str | int | float] = {"method": f"{kind} kriging", "model": str(model), "data": len(points), "kestrum": _core.version,
+               **({} if neighbors is None else {"neighbors": neighbors})}
+    if sizes is not None:
+        task = _prepared(points, model, target, neighbors, radii, cells, known, snap, threads)
+        return target.labelled(_tiles(task, points, sizes, taken, known.fields), attributes, general)
     estimate, variance = np.empty(target.count), np.empty(target.count)
     with _progress.shown(progress, "kriging") as report:
         if solver == "gmres":
-            _gmres(points, model, native, target, neighbors, radii, cells, taken, known, drift, snap, threads, report, estimate,
+            _gmres(points, model, model._native(target.dimension, target), target, neighbors, radii, cells, taken, known, drift, snap, threads, report, estimate,
                    variance)
         else:
-            _cholesky(points, model, native, target, neighbors, radii, cells, taken, known, snap, threads, report, estimate,
-                      variance)
+            task = _prepared(points, model, target, neighbors, radii, cells, known, snap, threads)
+            try:
+                counts = task.krige(task.build(), None, taken, known.at_targets, estimate, variance, report)
+            except ValueError as error:
+                _same_place(points, error)
+            _warn_of(counts, int(np.count_nonzero(taken)) if taken is not None else target.count, known.degree < 0)
     _warn_if_uncorrelated(model, variance, taken, known, cells)
-    kind = "simple" if known.degree < 0 else "universal" if known.terms(2) > 1 else "ordinary"
-    return target.dataset(
-        {"estimate": estimate, "variance": variance},
-        {"estimate": {"long_name": points.name}, "variance": {"long_name": f"kriging variance of {points.name}"}},
-        {"method": f"{kind} kriging", "model": str(model), "data": len(points), "kestrum": _core.version,
-         **({} if neighbors is None else {"neighbors": neighbors})})
+    return target.dataset({"estimate": estimate, "variance": variance}, attributes, general)
 
 
-def _cholesky(points: Points, model: CovModel, native: _core.Model, target: Target, neighbors: int | None,
-              radii: tuple[float, float, float] | None, cells: tuple[int, int, int], mask: NDArray[np.uint8] | None,
-              known: _Drift, snap: bool, threads: int, report: Any, estimate: Floats, variance: Floats) -> None:
+@dataclass(frozen=True)
+class _Task:
+    """What kriging of any part of the targets needs, as it is sent to a worker."""
+
+    model: CovModel
+    target: Target
+    places: Floats
+    values: Floats
+    errors: Floats | None
+    at_data: Floats | None
+    neighbors: int
+    radii: tuple[float, float, float]
+    degree: int
+    mean: float
+    cells: tuple[int, int, int]
+    threads: int
+
+    def build(self, neighbors: int | None = None) -> _core.PlaceKriging:
+        simple = self.degree < 0
+        return _core.PlaceKriging(self.model._native(self.target.dimension, self.target), self.places, self.values, self.errors,
+                                  self.at_data if simple else None, None if simple else self.at_data,
+                                  self.neighbors if neighbors is None else neighbors, self.radii, self.model.isotropic, self.degree,
+                                  self.mean, self.cells, self.threads)
+
+    def krige(self, kriging: _core.PlaceKriging, window: tuple[tuple[int, ...], tuple[int, ...]] | None,
+              mask: NDArray[np.uint8] | None, at_targets: Floats | None, estimate: Floats, variance: Floats,
+              report: Any) -> tuple[int, int, int, int]:
+        """Kriges a window, (first, extent) along z, y, x or of the places; all without."""
+        means, covariates = (at_targets, None) if self.degree < 0 else (None, at_targets)
+        if self.target.places is not None:
+            first, extent = (0, len(self.target.places)) if window is None else (window[0][0], window[1][0])
+            return kriging.at_places(self.target.places[first:first + extent], means, covariates, estimate, variance, self.threads, report)
+        assert self.target.grid is not None and self.target.numbers is not None
+        begin, shape = window or ((0,) * self.target.dimension, self.target.grid.shape)
+        x, y, z = (*begin[::-1], 0)[:3]
+        nx, ny, nz = (*shape[::-1], 1)[:3]
+        return kriging.on_grid(self.target.numbers, (x, y, z), (nx, ny, nz), mask, means, covariates, estimate, variance, self.threads, report)
+
+
+def _prepared(points: Points, model: CovModel, target: Target, neighbors: int | None, radii: tuple[float, float, float] | None,
+              cells: tuple[int, int, int], known: _Drift, snap: bool, threads: int) -> _Task:
     places, values, errors = points.coordinates, points.values.astype(np.float64, copy=False), points.error_variance
     at_data = known.at_data
     if snap:
@@ -170,23 +222,69 @@ def _cholesky(points: Points, model: CovModel, native: _core.Model, target: Targ
         axes = list(target.grid.coords.values())
         at = np.unravel_index(kept[inside], target.grid.shape)
         places = np.column_stack([axis[index] for axis, index in zip(axes[::-1], at[::-1])])
-    simple = known.degree < 0
+    return _Task(model, target, places, values, errors, at_data, neighbors or 0, radii or (0.0, 0.0, 0.0), known.degree, known.mean,
+                 cells, threads)
+
+
+def _chunks(chunks: Any, target: Target, solver: str) -> tuple[tuple[int, ...], ...]:
+    """The sizes of chunks along each dimension of the result."""
+    _lazy.require()
+    if solver == "gmres":
+        raise ArgumentError("solver 'gmres' works on the whole grid at once. Leave chunks or solver out.")
+    dims = target.grid.dims if target.grid is not None else ("point",)
+    if not isinstance(chunks, Mapping):
+        _door.wrong_type("chunks", chunks, f"a mapping, say {dict.fromkeys(dims, 1000)}")
+    for dim in chunks:
+        if dim not in dims:
+            raise ArgumentError(f"chunks has {dim!r}, but the result has the dimensions {', '.join(dims)}.")
+    return tuple(_lazy.sizes(n, _door.whole(f"chunks[{dim!r}]", chunks.get(dim, n), 1)) for dim, n in zip(dims, target.shape))
+
+
+def _tiles(task: _Task, points: Points, sizes: tuple[tuple[int, ...], ...], mask: Any, fields: tuple[Any, ...]) -> dict[str, Any]:
+    """The result in lazy tiles. The task goes to each worker once, arrays on the grid by their chunks."""
+    if max(math.prod(part) for part in itertools.product(*(set(axis) for axis in sizes))) >= 2**31:
+        raise ArgumentError("chunks have more than 2,147,483,647 cells. Give smaller ones.")
     try:
-        kriging = _core.PlaceKriging(native, places, values, errors, at_data if simple else None, None if simple else at_data,
-                                     neighbors or 0, radii or (0.0, 0.0, 0.0), model.isotropic, known.degree, known.mean,
-                                     cells, threads)
-        at_targets = known.at_targets
-        given = (None if simple else at_targets, estimate, variance, threads, report)
-        means = at_targets if simple else None
-        if target.places is not None:
-            counts = kriging.at_places(target.places, means, *given)
-        else:
-            assert target.grid is not None and target.numbers is not None
-            g = target.grid
-            counts = kriging.on_grid(target.numbers, (0, 0, 0), (g.nx, g.ny, g.nz), mask, means, *given)
+        task.build(neighbors=1)  # which refuses what cannot be kriged, without a large system
     except ValueError as error:
         _same_place(points, error)
-    _warn_of(counts, int(np.count_nonzero(mask)) if mask is not None else target.count, simple)
+    flips = task.target._flips() if task.target.grid is not None else (slice(None),)
+    blocks = [None if field is None else _lazy.blocks(field.reshape(task.target.shape)[flips], sizes) for field in (mask, *fields)]
+    identity = _lazy.token(task)
+    token = _lazy.token(identity, sizes, [None if block is None else block.name for block in blocks])
+    shared = f"kriging-task-{token}"
+    tasks: dict[Any, Any] = {shared: task}
+    firsts = [np.cumsum((0, *axis)).tolist() for axis in sizes]
+    for at in itertools.product(*(range(len(axis)) for axis in sizes)):
+        extent = tuple(axis[i] for axis, i in zip(sizes, at))
+        # Windows count in the ascending order of the grid.
+        first = tuple(starts[-1] - starts[i + 1] if flip.step else starts[i] for starts, i, flip in zip(firsts, at, flips))
+        keys = [None if block is None else (block.name, *at) for block in blocks]
+        tasks[(f"kriging-{token}", 0, *at)] = (_tile, shared, identity, first, extent, keys)
+    tiles = _lazy.array(f"kriging-{token}", tasks, ((2,), *sizes), np.float64, [block for block in blocks if block is not None])
+    return {"estimate": tiles[0], "variance": tiles[1]}
+
+
+def _tile(task: _Task, identity: str, first: tuple[int, ...], extent: tuple[int, ...], blocks: list[Any]) -> Floats:
+    """Estimate and variance of a window, in the order of the result."""
+    flips = task.target._flips() if task.target.grid is not None else (slice(None),)
+    given: list[Any] = [None if block is None else np.ascontiguousarray(block[flips]) for block in blocks]
+    mask, *fields = given
+    if mask is not None and not mask.any():
+        return np.full((2, *extent), np.nan)
+    for number, field in enumerate(fields):
+        _where_informed("mean" if task.degree < 0 else f"drift {number + 1}", field, mask)
+    at_targets = _at_targets(tuple(fields), task.degree < 0) if fields else None
+    result = np.empty((2, math.prod(extent)))
+    kriging = _lazy.once(identity, task.build)
+    task.krige(kriging, (first, extent), mask, at_targets, result[0], result[1], None)
+    return np.asarray(result.reshape(2, *extent)[(slice(None), *flips)])
+
+
+def _at_targets(fields: tuple[Floats, ...], simple: bool) -> Floats:
+    """As the engine takes them. Cells left out are never read."""
+    rows: Floats = np.nan_to_num(np.stack([field.reshape(-1) for field in fields]))
+    return np.asarray(rows[0]) if simple else rows
 
 
 def _same_place(points: Points, error: ValueError) -> NoReturn:
@@ -264,14 +362,16 @@ def _drift(points: Points, target: Target, mean: Any, drift: Any, mask: NDArray[
             return _Drift(-1, _door.number("mean", mean))
         if target.grid is None:
             raise ArgumentError("mean varies, but without a grid it is not known at the data. Give a Grid, or one number.")
-        means = _where_informed("mean", target.values("mean", mean), mask)
-        cells = _nearest_cells(points, target)
-        at_data = means.reshape(-1)[cells]
+        means: Any = target.values("mean", mean)
+        cells = np.unravel_index(_nearest_cells(points, target), target.shape)
+        if _lazy.is_lazy(means):
+            at_data = means.vindex[cells].compute()
+        else:
+            at_data = _where_informed("mean", means, mask)[cells]
         if np.isnan(at_data).any():
             rows = [points._row(i) for i in np.flatnonzero(np.isnan(at_data))]
             raise DataError(f"mean is NaN in the cells of data ({_door.rows(rows)}), where it is needed, masked or not. Fill it in.")
-        # Cells left out are never read.
-        return _Drift(-1, 0.0, at_data, np.nan_to_num(means.reshape(-1)))
+        return _Drift(-1, 0.0, at_data, (means,))
     if mean is not None:
         raise ArgumentError("mean and drift were both given, but a drift has a mean of its own. Leave one of them out.")
     if isinstance(drift, str):
@@ -288,14 +388,15 @@ def _drift(points: Points, target: Target, mean: Any, drift: Any, mask: NDArray[
         if values.shape != (len(points),):
             raise DataError(f"drift {name!r} has values of shape {values.shape} at the points, but there are {len(points)} points.")
         columns.append(_door.finite(f"drift {name!r} at the points", values))
-        fields.append(_where_informed(f"drift {name!r}", target.values(f"drift {name!r}", pair[1]), mask).reshape(-1))
-    return _Drift(0, 0.0, np.stack(columns), np.nan_to_num(np.stack(fields)), len(columns))
+        field = target.values(f"drift {name!r}", pair[1])
+        fields.append(field if _lazy.is_lazy(field) else _where_informed(f"drift {name!r}", field, mask))
+    return _Drift(0, 0.0, np.stack(columns), tuple(fields))
 
 
 def _where_informed(name: str, values: Floats, mask: NDArray[np.uint8] | None) -> Floats:
     """Refuses what is not finite at targets that are computed."""
     bad = ~np.isfinite(values)
-    if mask is not None:
+    if mask is not None and not _lazy.is_lazy(mask):
         bad &= mask.reshape(values.shape) != 0
     if bad.any():
         remedy = " Leave those cells out by a mask, or fill them in." if values.ndim > 1 else " Fill them in."
@@ -348,7 +449,7 @@ def _extents(points: Points, target: Target) -> str:
 
 def _warn_if_apart(points: Points, target: Target) -> None:
     assert target.numbers is not None
-    if (_core.nodes_of(target.numbers, points.coordinates) < 0).all():
+    if target.count < 2**31 and (_core.nodes_of(target.numbers, points.coordinates) < 0).all():
         warn(f"all {len(points):,} data lie outside the grid. {_extents(points, target)}")
 
 

@@ -2,7 +2,9 @@
 
 import hashlib
 import pickle
-from typing import Any
+import threading
+from collections.abc import Callable
+from typing import Any, TypeVar
 
 from ._errors import ArgumentError
 
@@ -15,9 +17,46 @@ def require() -> None:
         raise ArgumentError("chunks need Dask, which is not installed (python3-dask, or pip install dask). Or leave chunks out.") from None
 
 
+def is_lazy(value: Any) -> bool:
+    return hasattr(value, "__dask_graph__") and not hasattr(value, "coords")
+
+
+def sizes(n: int, size: int) -> tuple[int, ...]:
+    """The sizes of chunks along one dimension."""
+    return (size,) * (n // size) + ((n % size,) if n % size else ())
+
+
+def blocks(values: Any, chunks: tuple[tuple[int, ...], ...]) -> Any:
+    """An array, lazy or not, as a Dask array of some chunks."""
+    import dask.array as da
+
+    return values.rechunk(chunks) if is_lazy(values) else da.from_array(values, chunks)
+
+
+_Made = TypeVar("_Made")
+_made: dict[str, Any] = {}
+_making = threading.Lock()
+# What is kept in a process for later tasks.
+_KEPT = 4
+
+
+def once(identity: str, make: Callable[[], _Made]) -> _Made:
+    """What `make` gives, made once in a process for all tasks that share it."""
+    with _making:
+        if identity not in _made:
+            while len(_made) >= _KEPT:
+                del _made[next(iter(_made))]
+            _made[identity] = make()
+        return _made[identity]  # type: ignore[no-any-return]
+
+
 def token(*parts: Any) -> str:
     """A name for what is computed: the same for the same parts."""
-    return hashlib.sha256(pickle.dumps(parts, protocol=5)).hexdigest()[:32]
+    try:
+        return hashlib.sha256(pickle.dumps(parts, protocol=5)).hexdigest()[:32]
+    except (AttributeError, TypeError, pickle.PicklingError) as error:
+        raise ArgumentError(f"chunks need arguments that can go to another process, but one cannot be pickled: {error}. Define "
+                            "functions and classes at the top of a module, or leave chunks out.") from None
 
 
 def array(name: str, tasks: dict[Any, Any], chunks: tuple[tuple[int, ...], ...], dtype: Any, dependencies: list[Any]) -> Any:

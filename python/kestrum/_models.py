@@ -287,7 +287,7 @@ class CovModel:
         if not any(_door.is_local(s.sill) for s in self.structures) and not self.sill > 0.0:
             raise ModelError("the sill of the model is 0: there is nothing to work with. Give a sill above 0.")
         return _core.Model(rows, at("azimuth", self.azimuth), at("dip", self.dip), at("plunge", self.plunge),
-                           target.numbers if target is not None else None)
+                           target.numbers if target is not None and self._local() else None)
 
     def __eq__(self, other: object) -> bool:
         return isinstance(other, CovModel) and self._key() == other._key()

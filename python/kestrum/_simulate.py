@@ -1,12 +1,13 @@
 """Realizations, and categories."""
 
 from collections.abc import Callable, Mapping
+from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door, _memory, _progress
+from . import _core, _door, _lazy, _memory, _progress
 from ._door import Floats
 from ._errors import ArgumentError, DataError, GridError, warn
 from ._grid import Grid
@@ -68,7 +69,8 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
     threads, progress
         As in `krige`.
     chunks : int, optional
-        Realizations in a chunk of a lazy result.
+        Realizations in a chunk of a lazy result, which is on a Dask array and the same bits as without. Each chunk takes one
+        thread by default, and gives no warnings.
     dtype : {"float64", "float32"}
         Type of the result; float32 is the rounded float64 result.
 
@@ -91,7 +93,7 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
     >>> bool((again[0] == fields[2]).all())
     True
     """
-    target, count = _begin(points, model, grid, n, first, seed, chunks)
+    target, count, size = _begin(points, model, grid, n, first, seed, chunks)
     _door.choice("duplicates", duplicates, ("mean", "first", "last", "error"))
     kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))
     _door.flag("ordinary", ordinary)
@@ -108,10 +110,10 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
             raise DataError("points have error_variance, which simulation does not filter. Leave it out.")
     neighbors = _door.whole("neighbors", neighbors, 1, 10_000)
     radii = _radii(radius, target.dimension)
-    threads = _door.threads(threads)
+    threads = _threads(threads, chunks)
     taken = target.mask(mask)
-    _memory.require(count * target.count * (kind.itemsize if transform is None else 8) + 24 * target.count, f"a result of {count:,} x {target.count:,} values",
-                    "Ask for fewer realizations at a time (first=), or dtype='float32'.")
+    _memory.require(size * target.count * (kind.itemsize if transform is None else 8) + 24 * target.count, f"a result of {size:,} x {target.count:,} values",
+                    "Ask for fewer realizations at a time (first=, chunks=), or dtype='float32'.")
     nodes, values, moved = _on_nodes(points, target, duplicates)
     honoured = values
     if transform is not None:
@@ -122,27 +124,12 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
         mean = 0.0 if mean is None else mean
     centre = float(values.mean()) if mean is None and len(values) else 0.0 if mean is None else mean
     known = _drift(points, target, centre, None, taken) if points is not None else _mean_without_points(target, centre, taken)
-    run = _core.GridRun(target.numbers or (), [model._native(target.dimension, target)], bool(ordinary), neighbors, radii, nodes, values,
-                        taken, known.at_targets, known.mean, True, threads)
-    bounded = _bounds(bounds, target, nodes, transform)
-    if bounded is not None:
-        run.set_bounds(*bounded)
-    # A transform takes float64, so that float32 is rounded once.
-    rows: NDArray[Any] = np.empty((count, target.count), kind if transform is None else np.float64)
-    with _progress.shown(progress, "simulation") as report:
-        dropped, failed, relaxed = run.simulate(seed, first, PASSES, rows, report)
-    _warn_of_systems(dropped, failed)
-    if relaxed:
-        warn(f"bounds gave way in {relaxed:,} passes, for they contradict the data or each other. Look at them again.")
-    if transform is not None:
-        for row in rows:
-            informed = ~np.isnan(row)
-            row[informed] = transform.inverse(row[informed])
-            row[nodes] = np.where(informed[nodes], honoured, np.nan)
-        rows = rows.astype(kind, copy=False)
+    task = _Task(target, [model], bool(ordinary), neighbors, radii, nodes, values, taken, known.at_targets, known.mean, threads, seed, kind,
+                 _bounds(bounds, target, nodes, transform), transform, honoured)
     name = points.name if points is not None else "value"
-    return _realizations(target, rows, first, {"long_name": name, "method": "sequential Gaussian simulation", "model": str(model),
-                                               "seed": str(seed), "neighbors": neighbors, **moved, "kestrum": _core.version})
+    return _realizations(task, first, count, chunks, progress, {
+        "long_name": name, "method": "sequential Gaussian simulation", "model": str(model), "seed": str(seed), "neighbors": neighbors,
+        **moved, "kestrum": _core.version})
 
 
 def krige_categories(points: Points, model: CovModel | Mapping[object, CovModel], grid: "Grid | xr.DataArray", *, neighbors: int = 20,
@@ -180,12 +167,11 @@ def krige_categories(points: Points, model: CovModel | Mapping[object, CovModel]
     >>> chance.category.values.tolist(), float(chance.sel(category="sand", x=2.5, y=2.5).round(3))
     (['clay', 'sand'], 1.0)
     """
-    target, labels, run, native = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, threads, 8)
-    result = np.empty((len(labels), target.count))
+    labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, threads, 8)
+    result = np.empty((len(labels), task.target.count))
     with _progress.shown(progress, "indicator kriging") as report:
-        dropped, failed, _ = run.krige_categories(native, result, report)
-    _warn_of_systems(dropped, failed)
-    return _stack(target, result, "category", labels, {"long_name": f"probability of {points.name}", "method": "indicator kriging",
+        _warn_of_systems(*task.run().krige_categories(task.proportions, result, report))
+    return _stack(task.target, _layers(task.target, result), "category", labels, {"long_name": f"probability of {points.name}", "method": "indicator kriging",
                                                        "kestrum": _core.version})
 
 
@@ -217,18 +203,70 @@ def simulate_categories(points: Points | None, model: CovModel | Mapping[object,
     >>> rock.attrs["categories"], rock.shape
     (['sand', 'clay'], (2, 20, 30))
     """
-    _target, count = _begin(points, next(iter(model.values()), None) if isinstance(model, Mapping) else model, grid, n, first, seed, chunks)
-    target, labels, run, native = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, threads, 2 * count)
-    rows = np.empty((count, target.count), np.int16)
-    with _progress.shown(progress, "simulation") as report:
-        dropped, failed, _ = run.simulate_categories(native, seed, first, rows, report)
-    _warn_of_systems(dropped, failed)
-    return _realizations(target, rows, first, {"long_name": points.name if points is not None else "category",
-                                               "method": "sequential indicator simulation", "categories": labels, "seed": str(seed),
-                                               "kestrum": _core.version})
+    _target, count, size = _begin(points, next(iter(model.values()), None) if isinstance(model, Mapping) else model, grid, n, first, seed, chunks)
+    labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, _threads(threads, chunks), 2 * size, seed)
+    return _realizations(task, first, count, chunks, progress, {
+        "long_name": points.name if points is not None else "category", "method": "sequential indicator simulation", "categories": labels,
+        "seed": str(seed), "kestrum": _core.version})
 
 
-def _begin(points: Any, model: Any, grid: Any, n: Any, first: Any, seed: Any, chunks: Any) -> tuple[Target, int]:
+@dataclass(frozen=True)
+class _Task:
+    """What any realization needs, as it is sent to a worker. Of categories values are codes, with a model for each."""
+
+    target: Target
+    models: list[CovModel]
+    ordinary: bool
+    neighbors: int
+    radii: tuple[float, float, float] | None
+    nodes: NDArray[np.int32]
+    values: Floats
+    mask: NDArray[np.uint8] | None
+    means: Floats | None
+    mean: float
+    threads: int
+    seed: int
+    kind: Any  # type of the result
+    bounds: tuple[NDArray[np.int32], Floats, Floats] | None = None
+    transform: Any = None
+    honoured: Any = None  # the values before the transform
+    proportions: Any = None
+
+    def run(self) -> _core.GridRun:
+        made = {id(one): one._native(self.target.dimension, self.target) for one in self.models}
+        run = _core.GridRun(self.target.numbers or (), [made[id(one)] for one in self.models], self.ordinary, self.neighbors, self.radii,
+                            self.nodes, self.values, self.mask, self.means, self.mean, True, self.threads)
+        if self.bounds is not None:
+            run.set_bounds(*self.bounds)
+        return run
+
+    def draw(self, first: int, count: int, report: Any = None) -> tuple[NDArray[Any], tuple[int, int, int]]:
+        """Realizations, in the order of the result, and counts of what went wrong."""
+        # A transform takes float64, so that float32 is rounded once.
+        rows: NDArray[Any] = np.empty((count, self.target.count), self.kind if self.transform is None else np.float64)
+        if self.proportions is not None:
+            counts = self.run().simulate_categories(self.proportions, self.seed, first, rows, report)
+        else:
+            counts = self.run().simulate(self.seed, first, PASSES, rows, report)
+        if self.transform is not None:
+            for row in rows:
+                informed = ~np.isnan(row)
+                row[informed] = self.transform.inverse(row[informed])
+                row[self.nodes] = np.where(informed[self.nodes], self.honoured, np.nan)
+            rows = rows.astype(self.kind, copy=False)
+        return _layers(self.target, rows), counts
+
+
+def _draw(task: _Task, first: int, count: int) -> NDArray[Any]:
+    return task.draw(first, count)[0]
+
+
+def _threads(threads: Any, chunks: Any) -> int:
+    return 1 if threads is None and chunks is not None else _door.threads(threads)
+
+
+def _begin(points: Any, model: Any, grid: Any, n: Any, first: Any, seed: Any, chunks: Any) -> tuple[Target, int, int]:
+    """The target, and how many realizations there are in all and at a time."""
     if points is not None and not isinstance(points, Points):
         _door.wrong_type("points", points, "Points, or None")
     if not isinstance(model, CovModel):
@@ -239,9 +277,10 @@ def _begin(points: Any, model: Any, grid: Any, n: Any, first: Any, seed: Any, ch
     count = _door.whole("n", n, 1, 2**31 - 1)
     _door.whole("first", first, 0, 2**32 - count)
     _door.whole("seed", seed, 0, 2**64 - 1)
-    if chunks is not None:
-        raise ArgumentError("chunks are not offered yet: leave them out.")
-    return target, count
+    if chunks is None:
+        return target, count, count
+    _lazy.require()
+    return target, count, min(count, _door.whole("chunks", chunks, 1))
 
 
 def _require_cells(target: Target) -> None:
@@ -309,7 +348,7 @@ def _mean_without_points(target: Target, mean: Any, mask: NDArray[np.uint8] | No
 
     if np.ndim(mean) == 0:
         return _Drift(-1, _door.number("mean", mean))
-    return _Drift(-1, 0.0, None, np.nan_to_num(_where_informed("mean", target.values("mean", mean), mask).reshape(-1)))
+    return _Drift(-1, 0.0, None, (_where_informed("mean", target.values("mean", mean), mask),))
 
 
 def _bounds(bounds: Any, target: Target, nodes: NDArray[np.int32], transform: Any) -> tuple[NDArray[np.int32], Floats, Floats] | None:
@@ -352,7 +391,7 @@ def _bounds(bounds: Any, target: Target, nodes: NDArray[np.int32], transform: An
 
 
 def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, radius: Any, proportions: Any, ordinary: Any, mask: Any,
-                threads: Any, bytes_per_cell: int) -> tuple[Target, list[Any], _core.GridRun, Floats]:
+                threads: Any, bytes_per_cell: int, seed: int = 0) -> tuple[list[Any], _Task]:
     if points is not None and not isinstance(points, Points):
         _door.wrong_type("points", points, "Points")
     target = Target(grid, places_too=False, name="grid")
@@ -388,10 +427,8 @@ def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, ra
     code = {label: number for number, label in enumerate(labels)}
     codes = np.array([code[value] for value in values.tolist()], np.float64)
     chances = _proportions(proportions, labels, codes, target, taken)
-    made = {id(one): one._native(target.dimension, target) for one in models}
-    run = _core.GridRun(target.numbers or (), [made[id(one)] for one in models], bool(ordinary), neighbors, radii, nodes, codes, taken,
-                        None, 0.0, True, threads)
-    return target, labels, run, chances
+    return labels, _Task(target, models, bool(ordinary), neighbors, radii, nodes, codes, taken, None, 0.0, threads, seed, np.dtype(np.int16),
+                         proportions=chances)
 
 
 def _sorted(labels: set[Any]) -> list[Any]:
@@ -430,20 +467,41 @@ def _proportions(proportions: Any, labels: list[Any], codes: Floats, target: Tar
     return np.ascontiguousarray(chances)
 
 
-def _warn_of_systems(dropped: int, failed: int) -> None:
+def _warn_of_systems(dropped: int, failed: int, relaxed: int) -> None:
+    if relaxed:
+        warn(f"bounds gave way in {relaxed:,} passes, for they contradict the data or each other. Look at them again.")
     if dropped or failed:
         warn(f"{dropped + failed:,} systems could not be solved as they were, for the model is not positive definite there. "
              "Add a nugget, or take another model.")
 
 
-def _stack(target: Target, rows: NDArray[Any], dim: str, index: list[Any], attributes: dict[str, Any]) -> "xr.DataArray":
-    """Layers on the grid along a first dimension, ordered as the template is."""
+def _layers(target: Target, rows: NDArray[Any]) -> NDArray[Any]:
+    """Rows of node order as layers, ordered as the template is."""
+    return rows.reshape(len(rows), *target.shape)[(slice(None), *target._flips())]
+
+
+def _stack(target: Target, layers: Any, dim: str, index: list[Any], attributes: dict[str, Any]) -> "xr.DataArray":
+    """Layers on the grid along a first dimension."""
     import xarray as xr
 
-    like = target.dataset({"layer": rows[0]}, {"layer": {}}, {}).layer
-    layers = rows.reshape(len(rows), *target.shape)[(slice(None), *target._flips())]
-    return xr.DataArray(layers, {dim: index, **like.coords}, (dim, *like.dims), attrs=attributes)
+    like = target.labelled({"layer": np.broadcast_to(0.0, target.shape)}, {"layer": {}}, {}).layer
+    # Without rename the result has the name of a Dask array.
+    return xr.DataArray(layers, {dim: index, **like.coords}, (dim, *like.dims), attrs=attributes).rename(None)
 
 
-def _realizations(target: Target, rows: NDArray[Any], first: int, attributes: dict[str, Any]) -> "xr.DataArray":
-    return _stack(target, rows, "realization", list(range(first, first + len(rows))), attributes)
+def _realizations(task: _Task, first: int, count: int, chunks: int | None, progress: Any, attributes: dict[str, Any]) -> "xr.DataArray":
+    layers: Any
+    if chunks is None:
+        with _progress.shown(progress, "simulation") as report:
+            layers, counts = task.draw(first, count, report)
+        _warn_of_systems(*counts)
+    else:
+        sizes = _lazy.sizes(count, chunks)
+        starts = np.cumsum((first, *sizes)).tolist()
+        name = f"simulation-{_lazy.token(task, first, sizes)}"
+        tasks: dict[Any, Any] = {f"{name}-task": task}
+        corner = (0,) * len(task.target.shape)
+        for k, (start, size) in enumerate(zip(starts, sizes)):
+            tasks[(name, k, *corner)] = (_draw, f"{name}-task", start, size)
+        layers = _lazy.array(name, tasks, (sizes, *((n,) for n in task.target.shape)), task.kind, [])
+    return _stack(task.target, layers, "realization", list(range(first, first + count)), attributes)

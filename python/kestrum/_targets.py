@@ -5,7 +5,7 @@ from typing import TYPE_CHECKING, Any, Union
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _door
+from . import _door, _lazy
 from ._door import Floats
 from ._errors import ArgumentTypeError, DataError, GridError, KestrumError
 from ._grid import AXES, Grid
@@ -20,15 +20,17 @@ Where = Union[Grid, "xr.DataArray", "xr.Dataset", ArrayLike]
 class Target:
     """What `where` stands for. Inside, values on a grid are in node order: z, y, x, all ascending."""
 
-    def __init__(self, where: Where, places_too: bool = True, name: str = "where") -> None:
+    def __init__(self, where: Where, places_too: bool = True, name: str = "where", lazy: bool = False) -> None:
+        self.lazy = lazy  # whether Dask arrays on the grid stay lazy
         self.grid: Grid | None = None
         self.places: Floats | None = None
         self.template: "xr.DataArray | xr.Dataset | None" = None
         if isinstance(where, Grid):
             self.grid = where
         elif _door.is_xarray(where):
-            self.template = where  # type: ignore[assignment]
-            self.grid = Grid.from_xarray(where)  # type: ignore[arg-type]
+            given: Any = where
+            self.template = given.coords.to_dataset()  # of a template only the coordinates are used
+            self.grid = Grid.from_xarray(given)
         elif isinstance(where, Points):
             raise ArgumentTypeError(f"{name} is Points. Give their places: {name}=points.coordinates.")
         elif where is None or isinstance(where, (str, bytes)) or np.ndim(where) == 0 or not places_too:
@@ -76,12 +78,16 @@ class Target:
             return flat
         if _door.is_xarray(value) and any(axis in value.coords for axis in self.grid.dims):
             return self._by_coordinates(name, value, error)
-        array = _door.reals(name, value, error)
+        array = value.astype(np.float64) if self._stays_lazy(value) else _door.reals(name, value, error)
         if array.shape != self.shape:
             swapped = " Transpose it." if array.shape == self.shape[::-1] else ""
             raise error(f"{name} is of shape {array.shape}, but the grid's shape is {self.shape}, ordered "
                         f"({', '.join(self.grid.dims)}).{swapped}")
-        return np.ascontiguousarray(array[self._flips()])
+        flipped = array[self._flips()]
+        return flipped if self._stays_lazy(value) else np.ascontiguousarray(flipped)  # type: ignore[no-any-return]
+
+    def _stays_lazy(self, value: Any) -> bool:
+        return self.lazy and _lazy.is_lazy(value)
 
     def _by_coordinates(self, name: str, value: Any, error: type[KestrumError]) -> Floats:
         assert self.grid is not None
@@ -101,7 +107,7 @@ class Target:
             if not same:
                 raise error(f"{name} has other coordinates {axis} than the grid. Bring it onto the grid first: "
                             f"{name}.interp({axis}=grid.coords[{axis!r}]).")
-        return _door.reals(name, value, error)
+        return value.data.astype(np.float64) if self._stays_lazy(value.data) else _door.reals(name, value, error)  # type: ignore[no-any-return]
 
     def _flips(self) -> tuple[slice, ...]:
         """Between the order of a template and ascending order, either way."""
@@ -122,6 +128,8 @@ class Target:
             raise GridError("mask needs a grid. Leave the places out instead.")
         numbers = self.values("mask", value)
         taken = (numbers != 0.0) & ~np.isnan(numbers)
+        if self._stays_lazy(taken):
+            return taken.astype(np.uint8)  # type: ignore[no-any-return]
         if not taken.any():
             raise GridError("mask leaves every cell out.")
         return np.asarray(taken, np.uint8)
@@ -129,19 +137,23 @@ class Target:
     def dataset(self, variables: dict[str, Floats], attributes: dict[str, dict[str, str]],
                 general: dict[str, str | int | float]) -> "xr.Dataset":
         """The result, with the coordinates of the grid, of the template, or along "point"."""
+        flips = self._flips() if self.grid is not None else (slice(None),)
+        return self.labelled({name: values.reshape(self.shape)[flips] for name, values in variables.items()}, attributes, general)
+
+    def labelled(self, variables: dict[str, Any], attributes: dict[str, dict[str, str]],
+                 general: dict[str, str | int | float]) -> "xr.Dataset":
+        """The same of arrays that have the result's shape and order."""
         import xarray as xr
 
         dims: tuple[str, ...]
         if self.grid is not None:
             dims = self.grid.dims
             coords: dict[str, Any] = dict(self.grid.coords)
-            flips = self._flips()
             if self.template is not None:
                 # spatial_ref is where GeoTIFF tools keep the coordinate system.
                 coords = {axis: self.template.coords[axis] for axis in (*dims, "spatial_ref") if axis in self.template.coords}
         else:
             assert self.places is not None
-            dims, flips = ("point",), (slice(None),)
+            dims = ("point",)
             coords = {axis: ("point", self.places[:, i]) for i, axis in enumerate(AXES[:self.dimension])}
-        data = {name: (dims, values.reshape(self.shape)[flips], attributes[name]) for name, values in variables.items()}
-        return xr.Dataset(data, coords, general)
+        return xr.Dataset({name: (dims, values, attributes[name]) for name, values in variables.items()}, coords, general)

@@ -151,7 +151,7 @@ def _drift(points: Points, mean: Any, drift: Any) -> _Drift:
         if values.shape != (len(points),):
             raise DataError(f"drift {name!r} has values of shape {values.shape}, but there are {len(points)} points.")
         columns.append(_door.finite(f"drift {name!r}", values))
-    return _Drift(0, 0.0, np.stack(columns), None, len(columns))
+    return _Drift(0, 0.0, np.stack(columns))
 
 
 def _folds(folds: Any, n: int, seed: Any) -> tuple[NDArray[Any], NDArray[np.intp], NDArray[np.int32], NDArray[np.int32]]:

@@ -145,7 +145,7 @@ def probability_connected(realizations: Any, place: int | tuple[int, ...] | dict
         raise ArgumentError(f"place has {np.size(place)} indices, but cells have {len(shape)}.")
     options = {2: {4: 1, 8: 2}, 3: {6: 1, 18: 2, 26: 3}}[len(shape)]
     reach = options[_door.choice("connectivity", min(options) if connectivity is None else connectivity, tuple(options))]
-    if _is_lazy(values):
+    if _lazy.is_lazy(values):
         values = values.rechunk(dict.fromkeys(range(1, values.ndim), -1))
     counts, n = _over(values, _add_connected, 1, at, limit, reach)
     return _result(realizations, counts[0] / n)
@@ -178,7 +178,7 @@ def quantile(realizations: Any, q: float | ArrayLike) -> Any:
     if levels.min() < 0.0 or levels.max() > 1.0:
         raise ArgumentError(f"q is {_door.show(q)}, but quantiles are from 0 to 1.")
     values = _values(realizations)
-    if _is_lazy(values):
+    if _lazy.is_lazy(values):
         values = values.rechunk({0: -1})
         found = values.map_blocks(_quantiles, levels=levels, dtype=np.float64, chunks=((len(levels),), *values.chunks[1:]))
     else:
@@ -197,10 +197,6 @@ def _several(name: str, given: Any) -> tuple[Floats, bool]:
     return values, np.ndim(given) == 0
 
 
-def _is_lazy(values: Any) -> bool:
-    return hasattr(values, "__dask_graph__")
-
-
 def _values(realizations: Any) -> Any:
     """The values with the realizations first, lazy if they are."""
     if _door.is_xarray(realizations):
@@ -208,7 +204,7 @@ def _values(realizations: Any) -> Any:
             raise ArgumentError("realizations have no dimension 'realization'. Give the DataArray that simulate returns.")
         values = realizations.transpose("realization", ...).data
     else:
-        values = realizations if _is_lazy(realizations) else _door.array("realizations", realizations)
+        values = realizations if _lazy.is_lazy(realizations) else _door.array("realizations", realizations)
     if values.dtype.kind not in "biuf":
         raise ArgumentTypeError(f"realizations must be numbers, but are of type {values.dtype}.")
     if values.ndim == 0 or values.shape[0] == 0:
@@ -226,7 +222,8 @@ def _result(realizations: Any, values: Any, name: str | None = None, labels: Flo
     dims = [dim for dim in realizations.dims if dim != "realization"]
     if name is not None:
         coords, dims = {name: labels, **coords}, [name, *dims]
-    return xr.DataArray(values, coords, dims)
+    # Without rename the result has the name of a Dask array.
+    return xr.DataArray(values, coords, dims).rename(None)
 
 
 def _over(realizations: Any, add: Callable[..., _State], states: int, *arguments: Any) -> tuple[Any, int]:
@@ -236,7 +233,7 @@ def _over(realizations: Any, add: Callable[..., _State], states: int, *arguments
     `first`; the state before the first one is None.
     """
     values = _values(realizations)
-    result = _lazily(values, add, states, arguments) if _is_lazy(values) else add(None, values, 0, *arguments)
+    result = _lazily(values, add, states, arguments) if _lazy.is_lazy(values) else add(None, values, 0, *arguments)
     return result, int(values.shape[0])
 
 

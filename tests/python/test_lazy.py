@@ -1,0 +1,137 @@
+"""Lazy results: the same bytes as one call, for any tiles, schedulers and processes."""
+
+import warnings
+
+import dask
+import dask.array as da
+import numpy as np
+import pytest
+import xarray as xr
+from hypothesis import given, settings
+from hypothesis import strategies as st
+
+import kestrum as ks
+
+RANDOM = np.random.default_rng(21)
+PLANE = ks.Grid(23, 17, dx=11.0, dy=9.0, x0=-20.0, y0=5.0)
+SOLID = ks.Grid(9, 8, 5, dx=20.0, dy=25.0, dz=30.0)
+MODEL = ks.Nugget(0.3) + ks.Exponential(2.0, range=(80.0, 40.0), azimuth=30.0)
+MODEL3 = ks.Nugget(0.3) + ks.Exponential(2.0, range=(80.0, 40.0, 60.0), azimuth=30.0)
+
+
+def scattered(dimension, n=60, **options):
+    return ks.Points(RANDOM.uniform(0.0, 180.0, (n, dimension)), RANDOM.normal(20.0, 4.0, n), "zinc", **options)
+
+
+POINTS, POINTS3 = scattered(2), scattered(3)
+HOLES = RANDOM.uniform(size=PLANE.shape) > 0.3
+HOLES[:6, :9] = False
+FIELD = np.where(HOLES, RANDOM.normal(20.0, 3.0, PLANE.shape), np.nan)
+DOWN = PLANE.to_xarray(FIELD).isel(y=slice(None, None, -1))
+LOCAL = ks.Nugget(0.3) + ks.Spherical(RANDOM.uniform(1.0, 3.0, PLANE.shape), range=70.0, azimuth=RANDOM.uniform(0.0, 90.0, PLANE.shape))
+AT = RANDOM.normal(20.0, 3.0, 60)
+KINDS = {
+    "near": {"neighbors": 8}, "all": {}, "radius": {"radius": 35.0}, "quadratic": {"drift": "quadratic", "neighbors": 14},
+    "block": {"block": 3, "neighbors": 9}, "simple": {"mean": 20.0, "radius": 30.0, "mask": HOLES}, "snap": {"snap": True, "neighbors": 10},
+    "means": {"mean": np.nan_to_num(FIELD, nan=20.0), "neighbors": 7}, "local": {"model": LOCAL, "neighbors": 9, "mask": HOLES},
+    "external": {"drift": {"height": (AT, FIELD)}, "mask": HOLES, "neighbors": 12},
+    "template": {"where": DOWN, "drift": {"height": (AT, DOWN)}, "mask": DOWN.notnull(), "neighbors": 12},
+    "solid": {"points": POINTS3, "model": MODEL3, "where": SOLID, "neighbors": 10, "drift": "linear"},
+    "places": {"where": RANDOM.uniform(0.0, 180.0, (150, 2)), "neighbors": 9},
+}
+
+
+@pytest.mark.parametrize("kind", KINDS)
+@pytest.mark.filterwarnings("ignore::kestrum.KestrumWarning")
+@given(st.integers(1, 30), st.integers(1, 30), st.integers(1, 6), st.sampled_from(["synchronous", "threads"]))
+@settings(max_examples=8, deadline=None)
+def test_tiles_are_the_bits_of_the_whole(kind, along_x, along_y, along_z, scheduler):
+    options = {"points": POINTS, "model": MODEL, "where": PLANE, **KINDS[kind]}
+    whole = ks.krige(**options)
+    sizes = {"x": along_x, "y": along_y, "z": along_z} if kind == "solid" else {"point": along_x} if kind == "places" else {"x": along_x, "y": along_y}
+    lazy = ks.krige(chunks=sizes, **options)
+    assert all(max(size) <= sizes[dim] for dim, size in lazy.chunks.items())
+    xr.testing.assert_identical(lazy.compute(scheduler=scheduler), whole)
+
+
+@pytest.mark.filterwarnings("ignore::kestrum.KestrumWarning")
+def test_lazy_arrays_on_the_grid_stay_lazy():
+    def forbidden(block):
+        assert block.size <= 30, "more than a chunk was read at once"
+        return block
+
+    def lazily(array, limit=True):
+        chunked = da.from_array(np.asarray(array), (5, 6))
+        return chunked.map_blocks(forbidden, dtype=chunked.dtype, meta=np.empty((0, 0), chunked.dtype)) if limit else chunked
+
+    cases = [{"mask": HOLES}, {"drift": {"height": (AT, FIELD)}, "mask": HOLES}, {"mean": np.nan_to_num(FIELD, nan=20.0)}]
+    for case in cases:
+        whole = ks.krige(POINTS, MODEL, PLANE, neighbors=9, **case)
+        given = {name: {"height": (AT, lazily(FIELD))} if name == "drift" else lazily(value) for name, value in case.items()}
+        xr.testing.assert_identical(ks.krige(POINTS, MODEL, PLANE, neighbors=9, chunks={"y": 5, "x": 6}, **given).compute(), whole)
+    down = xr.DataArray(lazily(DOWN.values), DOWN.coords, DOWN.dims)
+    lazy = ks.krige(POINTS, MODEL, DOWN, neighbors=9, mask=down.notnull(), drift={"height": (AT, down.transpose("x", "y"))}, chunks={"x": 6, "y": 5})
+    xr.testing.assert_identical(lazy.compute(), ks.krige(POINTS, MODEL, DOWN, neighbors=9, mask=DOWN.notnull(), drift={"height": (AT, DOWN)}))
+    with pytest.raises(ks.GridError, match="drift 1 is not finite"):
+        ks.krige(POINTS, MODEL, PLANE, neighbors=9, drift={"height": (AT, lazily(FIELD))}, chunks={"y": 5, "x": 6}).compute()
+
+
+def test_maps_larger_than_memory():
+    grid = ks.Grid(200_000, 100_000, dx=0.001, dy=0.0018)
+    lazy = ks.krige(POINTS, MODEL, grid, neighbors=10, chunks={"x": 2000, "y": 1000})
+    assert lazy.estimate.shape == (100_000, 200_000) and len(lazy.__dask_graph__()) < 4 * 10_000
+    part = lazy.isel(x=slice(119_990, 120_010), y=slice(70_995, 71_005))
+    places = np.column_stack([axis.ravel() for axis in np.meshgrid(part.x, part.y)])
+    at = ks.krige(POINTS, MODEL, places, neighbors=10)
+    for name in ("estimate", "variance"):
+        np.testing.assert_allclose(part[name].values.ravel(), at[name], rtol=1e-12)
+
+
+@pytest.mark.filterwarnings("ignore::kestrum.KestrumWarning")
+@given(st.integers(1, 8), st.sampled_from(["synchronous", "threads"]))
+@settings(max_examples=10, deadline=None)
+def test_realizations_in_chunks(size, scheduler):
+    skewed = POINTS.with_values(np.exp(0.1 * POINTS.values))
+    bounds = ([[50.0, 50.0], [90.0, 60.0]], [5.0, np.nan], [np.nan, 6.0])
+    for options in ({"mask": HOLES, "dtype": "float32"}, {"transform": "normal-score", "mean": 0.0, "bounds": bounds, "grid": DOWN}):
+        given = {"points": skewed, "model": MODEL * 0.5, "grid": PLANE, "n": 7, "first": 3, "neighbors": 8, **options}
+        whole, lazy = ks.simulate(**given), ks.simulate(chunks=size, **given)
+        assert lazy.chunks[0][0] == min(size, 7) and lazy.dtype == whole.dtype
+        xr.testing.assert_identical(lazy.compute(scheduler=scheduler), whole)
+    soil = ks.Points(POINTS.coordinates, np.array(["clay", "peat", "sand"])[RANDOM.integers(0, 3, 60)])
+    given = {"points": soil, "model": ks.Exponential(0.2, range=50.0), "grid": PLANE, "n": 5, "mask": HOLES}
+    xr.testing.assert_identical(ks.simulate_categories(chunks=size, **given).compute(scheduler=scheduler), ks.simulate_categories(**given))
+
+
+def test_other_processes_give_the_same_bytes():
+    distributed = pytest.importorskip("distributed")
+    with (dask.config.set({"distributed.worker.daemon": False}),
+          distributed.LocalCluster(n_workers=2, threads_per_worker=1, host="127.0.0.1", dashboard_address=None) as cluster, distributed.Client(cluster)):
+        for options in (KINDS["template"], KINDS["local"]):
+            options = {"points": POINTS, "model": MODEL, "where": PLANE, **options}
+            xr.testing.assert_identical(ks.krige(chunks={"y": 5, "x": 9}, **options).compute(), ks.krige(**options))
+        fields = ks.simulate(POINTS, MODEL, PLANE, n=6, chunks=2, transform=ks.NormalScore(POINTS.values), neighbors=8)
+        whole = ks.simulate(POINTS, MODEL, PLANE, n=6, transform=ks.NormalScore(POINTS.values), neighbors=8)
+        xr.testing.assert_identical(fields.compute(), whole)
+        assert np.array_equal(ks.ensemble.probability_above(fields, 21.0).compute(), ks.ensemble.probability_above(whole, 21.0))
+
+
+def test_refusals():
+    same = ks.Points([[1.0, 1.0], [1.0, 1.0]], [1.0, 2.0])
+    for call, text in ((lambda: ks.krige(POINTS, MODEL, PLANE, chunks=100), "a mapping"), (lambda: ks.krige(POINTS, MODEL, PLANE, chunks={"z": 2}), "'z'.*y, x"),
+                       (lambda: ks.krige(POINTS, MODEL, PLANE, chunks={"x": 0}), "at least 1"),
+                       (lambda: ks.krige(POINTS, MODEL, ks.Grid(10**6, 10**6), chunks={"x": 10**5}), "smaller"),
+                       (lambda: ks.krige(POINTS, MODEL, ks.Grid(10**6, 10**6), chunks={"x": 10**3, "y": 10**3}, snap=True), "2,147,483,647"),
+                       (lambda: ks.krige(POINTS, MODEL, PLANE, chunks={"x": 5}, solver="gmres", snap=True), "gmres"),
+                       (lambda: ks.krige(same, MODEL, PLANE, chunks={"x": 5}), "rows 0, 1"), (lambda: ks.simulate(None, MODEL, PLANE, chunks=0), "at least 1"),
+                       (lambda: ks.simulate(None, MODEL, PLANE, chunks=1, transform=Unpicklable()), "another process")):
+        with pytest.raises(ks.KestrumError, match=text), warnings.catch_warnings():
+            warnings.simplefilter("ignore", ks.KestrumWarning)
+            call()
+
+
+class Unpicklable:
+    forward = inverse = staticmethod(np.exp)
+
+    def __init__(self):
+        self.function = lambda: None
