@@ -20,7 +20,7 @@ from typing import TYPE_CHECKING, Any
 from ._core import version as __version__
 from ._errors import ArgumentError, ArgumentTypeError, DataError, GridError, KestrumError, KestrumWarning, ModelError
 from ._files import read_gslib, read_gslib_points, write_gslib, write_vtk
-from ._fit import FittedModel
+from ._fit import FittedModel, fit_likelihood
 from ._grid import Grid
 from ._krige import krige
 from ._models import (CardinalSine, CovModel, Cubic, Exponential, Gamma, Gaussian, Linear, Matern, Nugget, Power, Spherical,
@@ -30,6 +30,7 @@ from ._simulate import krige_categories, simulate, simulate_categories
 from ._transforms import NormalScore, declustering_weights
 from ._validate import cross_validate
 from ._variogram import Variogram, variogram
+from ._variogram import Variogram, indicator_variograms, variogram, variogram_cloud
 
 if TYPE_CHECKING:
     from . import ensemble as ensemble
@@ -64,6 +65,8 @@ __all__ = [
     "Variogram",
     "cross_validate",
     "declustering_weights",
+    "fit_likelihood",
+    "indicator_variograms",
     "krige",
     "krige_categories",
     "read_gslib",
@@ -71,6 +74,7 @@ __all__ = [
     "simulate",
     "simulate_categories",
     "variogram",
+    "variogram_cloud",
     "write_gslib",
     "write_vtk",
 ]

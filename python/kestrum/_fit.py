@@ -2,17 +2,17 @@
 
 import itertools
 import math
-from collections.abc import Iterable, Sequence
+from collections.abc import Iterable, Mapping, Sequence
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
-from numpy.typing import NDArray
 
-from . import _core, _door
+from . import _door, _memory
 from ._door import Floats
 from ._errors import ArgumentError, DataError, ModelError
-from ._models import SHAPES, TYPES, CovModel, Structure
+from ._models import CovModel, Structure
+from ._points import Points
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -243,7 +243,7 @@ def fit_variogram(variogram: "Variogram", model: Any, weights: Any, fixed: Any) 
         _require_told(form, variogram, int(found.sum()))
         fits.append(_least_squares(form, lags, gamma, weight))
     order = sorted(range(len(fits)), key=lambda i: fits[i][1])
-    ranking = pd.DataFrame({"model": [str(_plain(fits[i][0])) for i in order], "residual": [fits[i][1] for i in order],
+    ranking = pd.DataFrame({"model": [str(_plain(fits[i][0].model)) for i in order], "residual": [fits[i][1] for i in order],
                             "parameters": [len(fits[i][0].free) + int(fits[i][0].sill_free.sum()) for i in order]})
     form, residual = fits[order[0]]
     slopes = [np.sqrt(weight) * slope for slope in form.slopes(lambda p: 1.0 - form.correlations(p, lags))]
@@ -256,8 +256,8 @@ def fit_variogram(variogram: "Variogram", model: Any, weights: Any, fixed: Any) 
                                parameter_covariance=pd.DataFrame(covariance, form.names(), form.names()))
 
 
-def _plain(form: Form) -> FittedModel:
-    return FittedModel._fitted(form.model.structures, form.model._angles)
+def _plain(model: CovModel) -> FittedModel:
+    return FittedModel._fitted(model.structures, model._angles)
 
 
 def _require_told(form: Form, variogram: "Variogram", informed: int) -> None:
@@ -344,3 +344,195 @@ def _starts(form: Form, solve: Any) -> list[Floats]:
         rest = solve(p)[1]
         tried.append((float(rest @ rest), len(tried), p))
     return [form.start] + [p for _, _, p in sorted(tried)[:5]]
+
+
+def fit_likelihood(points: Points, model: CovModel, *, drift: Any = None, fixed: Iterable[str] = ()) -> FittedModel:
+    """A model fitted to the data themselves by restricted maximum likelihood.
+
+    Parameters
+    ----------
+    points : Points
+        At most a few thousand: time grows with the cube, memory with the square of their number. Variances of errors of
+        measurement are taken into account.
+    model : CovModel
+        The first guess, as for `Variogram.fit`; the search begins there alone.
+    drift : {"linear", "quadratic"} or mapping of str to array_like, optional
+        The mean: a polynomial of the coordinates, or a constant and multiples of the values given at the points, by name
+        (or of the first of a pair, as `krige` takes them). A constant by default.
+    fixed : iterable of str
+        What stays as it is: see `Variogram.fit`.
+
+    Returns
+    -------
+    FittedModel
+        With its `log_likelihood`, `at_bounds` and `parameter_covariance`, from the average information. Ranges are sought
+        from a tenth of the least distance to three times the largest.
+
+    Notes
+    -----
+    The likelihood is that of differences that the drift does not change (H. D. Patterson and R. Thompson, Recovery of
+    inter-block information when block sizes are unequal, Biometrika 58, 1971).
+
+    Examples
+    --------
+    >>> import numpy as np
+    >>> import kestrum as ks
+    >>> places = np.random.default_rng(1).uniform(0, 100, (120, 2))
+    >>> points = ks.Points(places, np.sin(places[:, 0] / 15) + 0.02 * places[:, 1])
+    >>> model = ks.fit_likelihood(points, ks.Nugget(0.1) + ks.Exponential(1.0, range=50), drift="linear")
+    >>> model.structures[0].sill < 0.01
+    True
+    """
+    import pandas as pd
+
+    if not isinstance(points, Points):
+        _door.wrong_type("points", points, "Points (of a table: Points.from_dataframe(table, 'column'))")
+    if points.values.dtype.kind not in "iuf":
+        raise DataError(f"values of {points.name!r} are labels, which have no likelihood here. Give numbers.")
+    names = fixed_names(fixed)
+    n, dimension = points.coordinates.shape
+    _memory.require(100 * n * n, f"the likelihood of {n:,} data", "Take fewer data, or fit a variogram.")
+    shared = n - len(np.unique(points.coordinates + 0.0, axis=0))
+    if shared:
+        raise DataError(f"{shared:,} data share a place with others. Put them together by points.merged().")
+    if isinstance(model, CovModel) and any(s.type == "Power" for s in model.structures):
+        raise ModelError("Power has no sill, and no likelihood here. Fit a variogram.")
+    terms = _terms(points, drift)
+    rest = points.values - terms @ (terms.T @ points.values)
+    spread = float(np.std(rest))
+    if not spread > 1e-12 * float(np.abs(points.values).max()):
+        raise DataError(f"values of {points.name!r} are a drift and nothing else. Leave the drift out, or look at the data.")
+    # A power of two, so that sills that are fixed come back as they are.
+    unit = 2.0 ** round(2.0 * math.log2(spread))
+    i, j = np.triu_indices(n, 1)
+    lags = points.coordinates[j] - points.coordinates[i]
+    distance = np.sqrt(np.sum(lags**2, axis=1))
+    form = Form(model, names, dimension, 0.1 * float(distance.min()), 3.0 * float(distance.max()))
+    form.sills = form.sills / unit
+    errors = np.zeros(n) if points.error_variance is None else points.error_variance / unit
+    likelihood = _Likelihood(form, lags, (i, j), rest / math.sqrt(unit), terms, errors)
+    settled = likelihood.maximum()
+    loss, information = likelihood.information(settled)
+    labels = settled.names()
+    units = np.array([unit if name.endswith(".sill") else 1.0 for name in labels])
+    covariance = np.linalg.pinv(information, hermitian=True) * np.outer(units, units) if labels else np.zeros((0, 0))
+    best = settled.model * unit
+    report = {"log_likelihood": -loss - 0.5 * (n - terms.shape[1]) * math.log(unit)}
+    ranking = pd.DataFrame({"model": [str(_plain(settled.model * unit))], **report,
+                            "parameters": len(form.free) + int(form.sill_free.sum())})
+    return FittedModel._fitted(best.structures, best._angles, residual=math.nan, at_bounds=settled.at_bounds(), ranking=ranking,
+                               parameter_covariance=pd.DataFrame(covariance, labels, labels), **report)
+
+
+def _terms(points: Points, drift: Any) -> Floats:
+    """The terms of the drift at the points, made orthonormal, which moves the likelihood by a constant alone."""
+    n = len(points)
+    columns = [np.ones(n)]
+    if isinstance(drift, Mapping):
+        for name, given in drift.items():
+            values = _door.reals(f"drift {name!r}", given[0] if isinstance(given, tuple) else given)
+            if values.shape != (n,):
+                raise DataError(f"drift {name!r} has values of shape {values.shape} at the points, but there are {n} points.")
+            columns.append(_door.finite(f"drift {name!r}", values))
+    elif drift is not None:
+        if not isinstance(drift, str):
+            _door.wrong_type("drift", drift, "'linear', 'quadratic' or {name: values at the points}")
+        _door.choice("drift", drift, ("linear", "quadratic"))
+        axes = list((points.coordinates - points.coordinates.mean(axis=0)).T)
+        columns += axes
+        if drift == "quadratic":
+            columns += [a * b for a, b in itertools.combinations_with_replacement(axes, 2)]
+    if n <= len(columns):
+        raise DataError(f"points are {n}, but the mean has {len(columns)} terms. Give more points, or a simpler drift.")
+    centred = [column - column.mean() for column in columns[1:]]
+    terms: Floats
+    terms, triangle = np.linalg.qr(np.column_stack([columns[0], *(column / (np.abs(column).max() or 1.0) for column in centred)]))
+    if np.abs(np.diag(triangle)).min() < 1e-10 * np.abs(np.diag(triangle)).max():
+        raise DataError("the terms of the drift cannot be told apart at the points. Leave some of them out.")
+    return terms
+
+
+class _Likelihood:
+    """Minus the logarithm of the restricted likelihood of data less their drift."""
+
+    def __init__(self, form: Form, lags: Floats, pairs: tuple[Any, Any], rest: Floats, terms: Floats, errors: Floats) -> None:
+        self.form, self.lags, self.pairs, self.rest, self.terms, self.errors = form, lags, pairs, rest, terms, errors
+
+    def maximum(self) -> Form:
+        """The form that is most likely."""
+        from scipy.optimize import minimize
+
+        form, free = self.form, self.form.sill_free
+        nsill = int(free.sum())
+        solved = self.solve(form.sills, form.start)
+        if solved is None:
+            raise ModelError("the first guess makes a system that cannot be solved. Give a sill above 0, and a nugget.")
+        if free.all():
+            # The best factor of all sills is known.
+            form.sills = form.sills * float(self.rest @ solved[1] @ self.rest) / (len(self.rest) - self.terms.shape[1])
+
+        def loss(x: Floats) -> tuple[float, Floats]:
+            sills = form.sills.copy()
+            sills[free] = x[:nsill]
+            return self.loss(sills, x[nsill:])
+
+        x = np.concatenate((form.sills[free], form.start))
+        bounds = [(0.0, np.inf)] * nsill + list(zip(form.low, form.high))
+        # Again from where the search ended, for it learns its scales on the way.
+        for _ in range(2 if len(x) else 0):
+            x = minimize(loss, x, jac=True, method="L-BFGS-B", bounds=bounds, options={"ftol": 1e-14, "gtol": 1e-8, "maxiter": 200}).x
+        sills = form.sills.copy()
+        sills[free] = x[:nsill]
+        sills[free & (sills < 1e-9 * sills.sum())] = 0.0
+        return form.settled(x[nsill:], sills)
+
+    def solve(self, sills: Floats, p: Floats) -> tuple[float, Floats, Floats] | None:
+        """The loss, V^-1 less what the drift takes of it, and the correlations of the structures."""
+        from scipy import linalg
+
+        correlations = self.form.correlations(p, self.lags)
+        try:
+            factor = linalg.cholesky(self.matrix(sills @ correlations, sills.sum() + self.errors), lower=True, check_finite=False)
+            inverse, _ = linalg.lapack.dpotri(factor, lower=1)
+            inverse = np.tril(inverse) + np.tril(inverse, -1).T
+            weighted = inverse @ self.terms
+            inner = linalg.cholesky(self.terms.T @ weighted, lower=True)
+        except linalg.LinAlgError:
+            return None
+        projection = inverse - weighted @ linalg.cho_solve((inner, True), weighted.T)
+        loss = (np.log(np.diag(factor)).sum() + np.log(np.diag(inner)).sum() + 0.5 * float(self.rest @ projection @ self.rest)
+                + 0.5 * (len(self.rest) - self.terms.shape[1]) * math.log(2.0 * math.pi))
+        return float(loss), projection, correlations
+
+    def loss(self, sills: Floats, p: Floats) -> tuple[float, Floats]:
+        """With the slopes by the free sills and by p."""
+        solved = self.solve(sills, p)
+        if solved is None:  # beyond what can be computed
+            return 1e30, np.zeros(int(self.form.sill_free.sum()) + len(p))
+        loss, projection, correlations = solved
+        scores = projection @ self.rest
+        excess = projection - np.outer(scores, scores)
+        of_pairs = excess[self.pairs]
+        slopes = list((correlations @ of_pairs + 0.5 * np.trace(excess))[self.form.sill_free])
+        for step in np.eye(len(p)) * 1e-5:
+            change = self.form.correlations(p + step, self.lags) - self.form.correlations(p - step, self.lags)
+            slopes.append(sills @ (change @ of_pairs) / 2e-5)
+        return loss, np.array(slopes)
+
+    def information(self, settled: Form) -> tuple[float, Floats]:
+        """The loss, and the average of the observed and the expected information (A. R. Gilmour, R. Thompson and B. R. Cullis,
+        Average information REML, Biometrics 51, 1995)."""
+        self.form = settled
+        solved = self.solve(settled.sills, settled.start)
+        assert solved is not None
+        scores = solved[1] @ self.rest
+        slopes = settled.slopes(lambda p: settled.correlations(p, self.lags))
+        changes = [self.matrix(slope, float(name.endswith(".sill"))) @ scores for name, slope in zip(settled.names(), slopes)]
+        work = np.array(changes).reshape(len(changes), len(scores))
+        return solved[0], 0.5 * work @ solved[1] @ work.T
+
+    def matrix(self, of_pairs: Floats, diagonal: Any) -> Floats:
+        result = np.empty((len(self.rest),) * 2)
+        result[self.pairs] = result[self.pairs[::-1]] = of_pairs
+        np.fill_diagonal(result, diagonal)
+        return result

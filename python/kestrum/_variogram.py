@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING, Any, Literal
 import numpy as np
 from numpy.typing import NDArray
 
-from . import _core, _door
+from . import _core, _door, _memory
 from ._door import Floats
 from ._errors import ArgumentError, DataError, warn
 from ._fit import FittedModel, fit_variogram
@@ -228,16 +228,21 @@ def variogram(points: Points, *, other: Points | None = None, lag: float | None 
     array([[0.   , 0.   , 0.   ],
            [0.028, 0.102, 0.206]])
     """
-    values = _numbers("points", points)
-    dimension = points.coordinates.shape[1]
-    second = None
+    _numbers("points", points)
     if other is not None:
-        second = _numbers("other", other)
+        _numbers("other", other)
         if not np.array_equal(points.coordinates, other.coordinates):
             raise DataError("other lies at other places than points, but a cross-variogram needs two values at each place. "
                             "Leave out the rows in which one of them is missing.")
         if estimator != "matheron":
             raise ArgumentError(f"estimator is {_door.show(estimator)}, but a cross-variogram knows 'matheron' only.")
+    return _variogram(points, other, True, lag, n_lags, azimuth, tolerance, dip, bandwidth, estimator, threads)
+
+
+def _variogram(points: Points, other: Points | None, warning: bool, lag: Any = None, n_lags: Any = 15, azimuth: Any = None,
+               tolerance: Any = 22.5, dip: Any = 0.0, bandwidth: Any = None, estimator: Any = "matheron",
+               threads: Any = None) -> Variogram:
+    dimension = points.coordinates.shape[1]
     kind = ESTIMATORS.index(_door.choice("estimator", estimator, ESTIMATORS))
     n_lags = _door.whole("n_lags", n_lags, 1, 10_000)
     azimuths, dips, cones = _cones(azimuth, tolerance, dip, bandwidth, dimension)
@@ -247,13 +252,101 @@ def variogram(points: Points, *, other: Points | None = None, lag: float | None 
         raise DataError(f"points are all at one place ({len(points)} of them): a variogram needs two places at least.")
     width = diagonal / 3.0 / n_lags if lag is None else _door.number("lag", lag, above=0.0)
     distance, gamma, pairs, coincident = _core.point_variogram(
-        points.coordinates, values, second, width, n_lags, kind, cones, threads, None)
+        points.coordinates, points.values.astype(np.float64, copy=False),
+        None if other is None else other.values.astype(np.float64, copy=False), width, n_lags, kind, cones, threads, None)
     name = points.name if other is None else f"{points.name}, {other.name}"
     result = Variogram(azimuths, dips, distance, gamma, pairs, dimension, name, estimator if other is None else "cross")
-    _warn_of(result, points, width, diagonal, coincident)
+    if warning:
+        _warn_of(result, points, width, diagonal, coincident)
     for array in (azimuths, dips, distance, gamma, pairs):
         array.flags.writeable = False
     return result
+
+
+def indicator_variograms(points: Points, **options: Any) -> dict[object, Variogram]:
+    """Experimental variograms of categories: of 1 where a category is, and 0 elsewhere.
+
+    Parameters
+    ----------
+    points : Points
+        Labels, or numbers that stand for categories, at most 100 of them.
+    **options
+        Those of `variogram`, but for `other`.
+
+    Returns
+    -------
+    dict
+        A Variogram for each category, in the categories' order.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> points = ks.Points([[0, 0], [0, 1], [0, 2], [0, 3]], ["sand", "sand", "clay", "clay"], "facies")
+    >>> variograms = ks.indicator_variograms(points, lag=1.0, n_lags=3)
+    >>> list(variograms), variograms["sand"].gamma.round(3)
+    (['clay', 'sand'], array([[0.167, 0.5  , 0.5  ]]))
+    """
+    _two_points("points", points)
+    if "other" in options:
+        raise ArgumentError("indicator_variograms knows no other. Leave it out.")
+    categories = sorted(set(points.values.tolist()))
+    if not 2 <= len(categories) <= 100:
+        raise DataError(f"values of {points.name!r} are {len(categories):,} categories, but there must be 2 to 100 of them.")
+    result: dict[object, Variogram] = {}
+    for category in categories:
+        indicator = points.with_values([float(value == category) for value in points.values.tolist()], f"{points.name} = {category}")
+        # The pairs, and what there is to warn of, are those of the first one.
+        result[category] = _variogram(indicator, None, not result, **options)
+    return result
+
+
+def variogram_cloud(points: Points, max_distance: float) -> "pd.DataFrame":
+    """Every pair of points within a distance, for small sets.
+
+    Parameters
+    ----------
+    points : Points
+        Values at places.
+    max_distance : float
+        The largest distance, in the coordinates' unit.
+
+    Returns
+    -------
+    pandas.DataFrame
+        Columns i and j (rows of the points, i < j), distance, azimuth from 0 to 180 degrees (and dip in three
+        dimensions), NaN for a pair at one place, and gamma, half the squared difference of the values.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> points = ks.Points([[0, 0], [3, 4], [0, 1]], [1.0, 3.0, 2.0])
+    >>> ks.variogram_cloud(points, 5.0).round(2)
+       i  j  distance  azimuth  gamma
+    0  0  1      5.00    36.87    2.0
+    1  0  2      1.00     0.00    0.5
+    2  1  2      4.24    45.00    0.5
+    """
+    import pandas as pd
+    from scipy.spatial import cKDTree
+
+    values = _numbers("points", points)
+    reach = _door.number("max_distance", max_distance, above=0.0)
+    tree = cKDTree(points.coordinates)
+    count = (int(tree.count_neighbors(tree, reach)) - len(points)) // 2
+    _memory.require(150 * count, f"a cloud of {count:,} pairs", "Give a smaller max_distance, or take variogram(points).")
+    pairs = tree.query_pairs(reach, output_type="ndarray")
+    i, j = pairs[np.lexsort(pairs.T[::-1])].T
+    difference = points.coordinates[j] - points.coordinates[i]
+    x, y = difference[:, 0], difference[:, 1]
+    distance = np.sqrt(np.sum(difference**2, axis=1))
+    turned = (x < 0.0) | ((x == 0.0) & (y < 0.0))
+    level = np.where(turned, -1.0, 1.0)
+    columns = {"i": i, "j": j, "distance": distance,
+               "azimuth": np.where(distance > 0.0, np.rad2deg(np.arctan2(level * x, level * y)) % 180.0, np.nan)}
+    if difference.shape[1] == 3:
+        upright = np.where((x == 0.0) & (y == 0.0), -np.abs(difference[:, 2]), level * difference[:, 2])
+        columns["dip"] = np.where(distance > 0.0, np.rad2deg(np.arctan2(-upright, np.hypot(x, y))), np.nan)
+    return pd.DataFrame(columns | {"gamma": 0.5 * (values[i] - values[j]) ** 2})
 
 
 def _warn_of(result: Variogram, points: Points, width: float, diagonal: float, coincident: int) -> None:
@@ -279,15 +372,20 @@ def _warn_of(result: Variogram, points: Points, width: float, diagonal: float, c
                  "Give a larger lag.")
 
 
-def _numbers(name: str, points: Any) -> Floats:
+def _two_points(name: str, points: Any) -> None:
     if not isinstance(points, Points):
         _door.wrong_type(name, points, "Points (of a table: Points.from_dataframe(table, 'column'))")
+    if len(points) < 2:
+        raise DataError(f"{name} are one point, but a variogram needs pairs.")
+
+
+def _numbers(name: str, points: Any) -> Floats:
+    _two_points(name, points)
     if points.values.dtype.kind not in "iuf":
         raise DataError(f"values of {points.name!r} are labels, which have no difference. "
                         "Take indicator_variograms, or give numbers.")
-    if len(points) < 2:
-        raise DataError(f"{name} are one point, but a variogram needs pairs.")
-    return points.values.astype(np.float64, copy=False)
+    values: Floats = points.values.astype(np.float64, copy=False)
+    return values
 
 
 def _cones(azimuth: Any, tolerance: Any, dip: Any, bandwidth: Any, dimension: int) -> tuple[Floats, Floats, Floats]:

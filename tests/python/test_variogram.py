@@ -8,6 +8,8 @@ import pandas as pd
 import pytest
 from hypothesis import given, settings
 from hypothesis import strategies as st
+from scipy import linalg
+from scipy.stats import multivariate_normal
 
 import kestrum as ks
 
@@ -151,6 +153,42 @@ def test_warnings(points, options, text):
     assert heard[0].filename == __file__ and np.array_equal(np.isnan(result.gamma), result.pairs == 0)
 
 
+def test_indicators():
+    labels = np.where(MEUSE.soil == 1, "rendzina", np.where(MEUSE.soil == 2, "clay", "brick"))
+    points = ks.Points(MEUSE[["x", "y"]], labels, "soil")
+    options = dict(lag=100.0, n_lags=12, azimuth=[0, 90])
+    result = ks.indicator_variograms(points, **options)
+    assert list(result) == ["brick", "clay", "rendzina"]
+    for label, found in result.items():
+        expected = ks.variogram(ks.Points(points.coordinates, labels == label, "x").with_values((labels == label) * 1.0), **options)
+        assert np.array_equal(found.gamma, expected.gamma) and found.name == f"soil = {label}"
+    assert list(ks.indicator_variograms(points.with_values(MEUSE.soil.to_numpy()), **options)) == [1, 2, 3]
+    for bad, text in ((points.with_values(["a"] * 155), "1 categories"), (meuse(), "categories, but"), (ks.Points([[0, 0]], ["a"]), "one point")):
+        with pytest.raises(ks.DataError, match=text):
+            ks.indicator_variograms(bad)
+
+
+@pytest.mark.parametrize("dimension", [2, 3])
+@pytest.mark.filterwarnings("ignore::kestrum.KestrumWarning")
+def test_cloud(dimension):
+    points = scattered(80, dimension, step=5.0)
+    cloud = ks.variogram_cloud(points, 40.0)
+    i, j, distance = (np.concatenate(parts) for parts in zip(*brute(points, 8.0, 5)))
+    order = np.lexsort((j, i))
+    apart = cloud[cloud.distance > 0.0]
+    assert np.array_equal(apart[["i", "j"]], np.column_stack((i, j))[order])
+    np.testing.assert_allclose(apart.distance, distance[order], rtol=1e-14)
+    np.testing.assert_allclose(apart.gamma, 0.5 * (points.values[i] - points.values[j])[order] ** 2)
+    a, d = np.deg2rad(apart.azimuth), np.deg2rad(apart.dip if dimension == 3 else 0.0 * apart.azimuth)
+    axis = np.column_stack((np.sin(a) * np.cos(d), np.cos(a) * np.cos(d), -np.sin(d)))[:, :dimension]
+    difference = (points.coordinates[j] - points.coordinates[i])[order]
+    np.testing.assert_allclose(np.abs(np.sum(axis * difference, axis=1)), apart.distance, rtol=1e-12)
+    assert ((apart.azimuth >= 0.0) & (apart.azimuth < 180.0)).all() and cloud[cloud.distance == 0.0].azimuth.isna().all()
+    # Its mean by lag is the variogram.
+    mean = apart.groupby(np.ceil(apart.distance / 8.0)).gamma.mean()
+    np.testing.assert_allclose(mean, ks.variogram(points, lag=8.0, n_lags=5).gamma[0])
+
+
 FITS = pd.read_csv(HERE / "gstat/fit.csv")
 # Types of gstat with the range of ours over that of gstat.
 TYPES = {"Sph": (ks.Spherical, 1.0), "Exp": (ks.Exponential, 3.0), "Gau": (ks.Gaussian, np.sqrt(3.0))}
@@ -267,3 +305,73 @@ def test_fits_refuse_variograms_that_do_not_tell():
         level = ks.variogram(points.with_values(np.ones(len(points))))
     with pytest.raises(ks.DataError, match="no semivariance is above 0"):
         level.fit(ks.Spherical())
+
+
+def restricted_likelihood(points, model, terms):
+    """Of contrasts that the terms of the drift do not touch."""
+    contrasts = linalg.null_space(terms.T)
+    lags = points.coordinates[:, None] - points.coordinates
+    matrix = model.covariance(lags.reshape(-1, lags.shape[2])).reshape(lags.shape[:2])
+    matrix = matrix + np.diag(np.zeros(len(points)) if points.error_variance is None else points.error_variance)
+    return multivariate_normal(np.zeros(contrasts.shape[1]), contrasts.T @ matrix @ contrasts).logpdf(contrasts.T @ points.values)
+
+
+@pytest.mark.parametrize("first, drift, fixed, factor", [
+    (ks.Nugget(1.0) + ks.Exponential(2.0, range=10.0), None, (), 1.0),
+    (ks.Nugget(1.0) + ks.Matern(2.0, range=10.0, smoothness=1.0), "linear", ("shape",), 1e-6),
+    (ks.Nugget(1.0) + ks.Spherical(1.0, range=(40.0, 30.0)), "quadratic", (), 1.0),
+    (ks.Nugget(0.4) + ks.Exponential(1.0, range=30.0), "height", ("nugget",), 1.0)], ids=str)
+def test_likelihood_is_at_its_maximum(first, drift, fixed, factor):
+    random = np.random.default_rng(5)
+    places = random.uniform(0.0, 100.0, (150, 2))
+    x, y = places.T
+    lags = (places[:, None] - places).reshape(-1, 2)
+    true = (ks.Nugget(0.3) + ks.Exponential(1.0, range=40.0)).covariance(lags).reshape(150, 150)
+    values = np.linalg.cholesky(true) @ random.normal(size=150) + 0.03 * y
+    points = ks.Points(places, values * factor, error_variance=np.linspace(0.0, 0.2, 150) * factor**2)
+    terms = np.column_stack([np.ones(150), *{None: [], "linear": [x, y], "quadratic": [x, y, x * x, x * y, y * y], "height": [y]}[drift]])
+    fitted = ks.fit_likelihood(points, first, drift={"height": y} if drift == "height" else drift, fixed=fixed)
+    best = restricted_likelihood(points, fitted, terms)
+    assert fitted.log_likelihood == pytest.approx(best, rel=1e-9)
+
+    def changed(name, by):
+        parts = []
+        for k, s in enumerate(fitted.structures):
+            sill = s.sill * by if name == f"structures[{k}].sill" else s.sill
+            ranges = [r * by if name in (f"structures[{k}].range", f"structures[{k}].range[{a}]") else r for a, r in enumerate(s.range)]
+            shape = {"smoothness": s.shape} if s.shape else {}
+            azimuth = fitted.azimuth + (by - 1.0) * 90.0 * (name == "azimuth")
+            parts.append(ks.Nugget(sill) if s.type == "Nugget" else getattr(ks, s.type)(sill, range=ranges, azimuth=azimuth, **shape))
+        return sum(parts)
+
+    names = list(fitted.parameter_covariance)
+    assert len(names) + len(fitted.at_bounds) == fitted.ranking.parameters[0] and len(names) > 1
+    for name in names:
+        assert max(restricted_likelihood(points, changed(name, by), terms) for by in (0.99, 1.01)) < best
+    assert (np.linalg.eigvalsh(fitted.parameter_covariance / np.outer(*[np.sqrt(np.diag(fitted.parameter_covariance))] * 2)) > 0.0).all()
+
+
+def test_errors_of_a_likelihood_are_those_of_its_curvature():
+    points, first = scattered(250), ks.Nugget(0.5) + ks.Spherical(1.0, range=60.0)
+    fitted = ks.fit_likelihood(points, first, fixed="range")
+    sills = np.array([s.sill for s in fitted.structures])
+
+    def at(a, b):
+        return restricted_likelihood(points, ks.Nugget(a) + ks.Spherical(b, range=60.0), np.ones((250, 1)))
+
+    a, b = np.diag(sills * 1e-2)
+    bend = np.array([[at(*(sills + p + q)) - at(*(sills + p - q)) - at(*(sills - p + q)) + at(*(sills - p - q)) for q in (a, b)] for p in (a, b)])
+    curvature = -bend / np.outer(2.0 * a + 2.0 * b, 2.0 * a + 2.0 * b).diagonal().reshape(2, 1) ** 0.5 / (2.0 * (a + b))
+    # The information is the average of this and of what it is expected to be.
+    errors = np.sqrt(np.diag(fitted.parameter_covariance))
+    np.testing.assert_allclose(errors, np.sqrt(np.diag(np.linalg.inv(curvature))), rtol=0.2)
+
+
+@pytest.mark.parametrize("points, model, options, text", [
+    (FEW, ks.Spherical(), {}, "1 data share a place"), (LABELS, ks.Spherical(), {}, "labels"), (FEW.merged(), ks.Power(power=1.0), {}, "Power has no sill"),
+    (FEW.merged(), ks.Spherical(), dict(drift="linear"), "3 terms"), (scattered(9), ks.Spherical(), dict(drift="cubic"), "drift"),
+    (scattered(9), ks.Spherical(), dict(drift={"h": np.ones(9)}), "told apart"), (scattered(9), ks.Spherical(), dict(drift={"h": [1.0]}), "shape"),
+    (scattered(9).with_values(np.ones(9)), ks.Spherical(), {}, "nothing else"), (scattered(9), ks.Spherical(0.0), {}, "sill")], ids=str)
+def test_likelihoods_refuse(points, model, options, text):
+    with pytest.raises(ks.KestrumError, match=text):
+        ks.fit_likelihood(points, model, **options)
