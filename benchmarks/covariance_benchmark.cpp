@@ -1,12 +1,16 @@
-// Covariances per second, for each type of elementary model and each evaluator.
+// Covariances per second, for each type of elementary model and each evaluator, and elementary functions beside the C
+// library's.
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <cmath>
 #include <string>
 #include <vector>
 
 #include "covariance/cov_evaluation.h"
 #include "covariance/exact_covariance.hpp"
+#include "numeric/elementary.hpp"
 
 namespace {
 
@@ -88,6 +92,43 @@ void EvaluateExact(benchmark::State& state, int type, real s) {
   }
   state.SetItemsProcessed(state.iterations() * n);
 }
+
+constexpr int kArguments = 1024;
+
+void FillArguments(double* x) {
+  for (int k = 0; k < kArguments; ++k) x[k] = 0.01 + 0.003 * k;
+}
+
+void Elementary(benchmark::State& state, kestrum::Elementary function) {
+  std::vector<double> x(kArguments);
+  for (auto _ : state) {
+    FillArguments(x.data());
+    kestrum::Evaluate(function, kArguments, x.data(), 1.3);
+    benchmark::DoNotOptimize(x.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(state.iterations() * kArguments);
+}
+BENCHMARK_CAPTURE(Elementary, exp, kestrum::Elementary::kExp);
+BENCHMARK_CAPTURE(Elementary, log, kestrum::Elementary::kLog);
+BENCHMARK_CAPTURE(Elementary, pow, kestrum::Elementary::kPow);
+BENCHMARK_CAPTURE(Elementary, sin, kestrum::Elementary::kSinPi);
+
+template <typename Function>
+void OfLibrary(benchmark::State& state, const Function& function) {
+  std::vector<double> x(kArguments);
+  for (auto _ : state) {
+    FillArguments(x.data());
+    std::transform(x.begin(), x.end(), x.begin(), function);
+    benchmark::DoNotOptimize(x.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(state.iterations() * kArguments);
+}
+BENCHMARK_CAPTURE(OfLibrary, exp, [](double x) { return std::exp(x); });
+BENCHMARK_CAPTURE(OfLibrary, log, [](double x) { return std::log(x); });
+BENCHMARK_CAPTURE(OfLibrary, pow, [](double x) { return std::pow(x, 1.3); });
+BENCHMARK_CAPTURE(OfLibrary, sin, [](double x) { return std::sin(x); });
 
 void PrepareExact(benchmark::State& state) {
   Workload w(COV_MATERN);

@@ -9,6 +9,7 @@
 #include "core/parallel.hpp"
 #include "core/statuses.hpp"
 #include "covariance/cov_evaluation.hpp"
+#include "numeric/elementary.hpp"
 #include "numeric/special_functions.hpp"
 
 namespace kestrum {
@@ -247,19 +248,25 @@ int VariogramRangeApprox(const Dealing& dealing, real tolerance, int nx, int ny,
   return 0;
 }
 
+Rotation FromSines(const real (&s)[3], const real (&c)[3]) noexcept {
+  return {{{c[0] * c[2] + s[0] * s[1] * s[2], s[0] * c[1], s[0] * s[1] * c[2] - c[0] * s[2]},
+           {c[0] * s[1] * s[2] - s[0] * c[2], c[0] * c[1], c[0] * s[1] * c[2] + s[0] * s[2]},
+           {c[1] * s[2], -s[1], c[1] * c[2]}}};
+}
+
 }  // namespace
 
 Rotation Rotation::FromAngles(real angle1, real angle2, real angle3) noexcept {
   constexpr real kRadiansPerDegree = 0.017453292519943295;
-  const real c1 = std::cos(angle1 * kRadiansPerDegree);
-  const real s1 = std::sin(angle1 * kRadiansPerDegree);
-  const real c2 = std::cos(angle2 * kRadiansPerDegree);
-  const real s2 = std::sin(angle2 * kRadiansPerDegree);
-  const real c3 = std::cos(angle3 * kRadiansPerDegree);
-  const real s3 = std::sin(angle3 * kRadiansPerDegree);
-  return {{{c1 * c3 + s1 * s2 * s3, s1 * c2, s1 * s2 * c3 - c1 * s3},
-           {c1 * s2 * s3 - s1 * c3, c1 * c2, c1 * s2 * c3 + s1 * s3},
-           {c2 * s3, -s2, c2 * c3}}};
+  const real radians[3] = {angle1 * kRadiansPerDegree, angle2 * kRadiansPerDegree, angle3 * kRadiansPerDegree};
+  return FromSines({std::sin(radians[0]), std::sin(radians[1]), std::sin(radians[2])},
+                   {std::cos(radians[0]), std::cos(radians[1]), std::cos(radians[2])});
+}
+
+Rotation Rotation::FromAnglesExactly(const real angles[3]) noexcept {
+  const real halfTurns[3] = {angles[0] / 180.0, angles[1] / 180.0, angles[2] / 180.0};
+  return FromSines({SinPi(halfTurns[0]), SinPi(halfTurns[1]), SinPi(halfTurns[2])},
+                   {CosPi(halfTurns[0]), CosPi(halfTurns[1]), CosPi(halfTurns[2])});
 }
 
 void EvaluateAtNode(const VORL_COVMODEL& model, int node, const Rotation* rotation, int n, const real* dx,

@@ -20,6 +20,8 @@ struct Rotation {
 
   static Rotation FromAngles(real angle1, real angle2, real angle3) noexcept;
   static Rotation FromAngles(const real angles[3]) noexcept { return FromAngles(angles[0], angles[1], angles[2]); }
+  // With the sines and cosines of numeric/elementary.hpp, which are exact for right angles.
+  static Rotation FromAnglesExactly(const real angles[3]) noexcept;
   static Rotation FromMatrix(const real* const* matrix) noexcept {
     Rotation rotation;
     for (int i = 0; i < 3; ++i) std::copy_n(matrix[i], 3, rotation.m[i]);

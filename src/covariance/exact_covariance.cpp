@@ -1,11 +1,10 @@
 #include "covariance/exact_covariance.hpp"
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <numbers>
 
-#include "covariance/elementary.hpp"
+#include "numeric/elementary.hpp"
 
 namespace kestrum {
 namespace {
@@ -21,22 +20,6 @@ struct LagBlock {
   const double* z;
   double* cov;
 };
-
-// What the C library gives to the correlations at u: exp(-u) for half orders, else the m of the power series up to where
-// they end, and the factor of the Chebyshev series for (u/2)^mu K_mu beyond. At 0 it is of no use.
-void MaternFactors(int n, const Matern& matern, const double* u, double* factor) noexcept {
-  for (int k = 0; k < n; ++k) {
-    if (matern.halfOrder) {
-      factor[k] = std::exp(-u[k]);
-    } else if (u[k] > Matern::kSeriesEnd) {
-      factor[k] = std::exp(matern.mu * std::log(0.5 * u[k]) - u[k]) * std::sqrt(0.5 * std::numbers::pi / u[k]);
-    } else if (matern.mu == 0.0) {
-      factor[k] = -std::log(0.5 * u[k]);
-    } else {
-      factor[k] = -0.5 / matern.mu * std::expm1(2.0 * matern.mu * std::log(0.5 * u[k]));
-    }
-  }
-}
 
 }  // namespace
 }  // namespace kestrum
@@ -68,9 +51,10 @@ void ExactCovariance::SetElement(int i, const ElementParameters& parameters, con
   }
   if (element.type == COV_GAMMA) {
     // The usual form (1 + h (20^(1/s) - 1))^-s overflows for small s.
-    const real exponent = std::log(20.0) / element.s;
-    element.offset = 1.0 / std::expm1(exponent);
-    element.factor = 0.05 * std::pow(-std::expm1(-exponent), -element.s);
+    constexpr real kLog20 = 2.995732273553991;
+    const real exponent = kLog20 / element.s;
+    element.offset = exponent < 700.0 ? 1.0 / ExpMinusOne(exponent) : 0.0;
+    element.factor = 0.05 * Pow(-ExpMinusOne(-exponent), -element.s);
   }
   if (element.type == COV_MATERN && !sameMatern) element.matern = Matern::OfSmoothness(element.s);
 }

@@ -27,7 +27,7 @@ class ExactCovariance {
   void Prepare(const VORL_COVMODEL& model, const Source& source) noexcept {
     real angles[3];
     rotated_ = Angles(model, source, angles);
-    const Rotation rotation = Rotation::FromAngles(angles);
+    const Rotation rotation = Rotation::FromAnglesExactly(angles);
     count_ = model.nelem;
     for (int i = 0; i < count_; ++i) SetElement(i, ReadParameters(model.covModelElem[i], source), rotation);
   }

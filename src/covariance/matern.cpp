@@ -2,8 +2,8 @@
 
 #include <cmath>
 #include <iterator>
-#include <numbers>
 
+#include "numeric/elementary.hpp"
 #include "numeric/special_functions.hpp"
 
 namespace kestrum {
@@ -44,13 +44,15 @@ double EverySecond(double x, int first) noexcept {
   return sum;
 }
 
-// Temme's series, sum of c_k f_k and of c_k (p_k - k f_k) with c_k = (u/2)^2k / k!. Its start is linear in
+// The factors, and Temme's series, sum of c_k f_k and of c_k (p_k - k f_k) with c_k = (u/2)^2k / k!. Its start is linear in
 // m = (1 - (u/2)^2mu) / 2 mu, and so are all terms.
 void SetSeries(Matern& matern) noexcept {
   const double mu = matern.mu;
   const double even = EverySecond(mu, 0);
   const double odd = EverySecond(mu, 1);
-  const double inversePlus = even + mu * odd;      // 1 / Gamma(1 + mu)
+  const double inversePlus = even + mu * odd;  // 1 / Gamma(1 + mu)
+  matern.firstFactor = 2.0 * (matern.firstIsMu ? mu * inversePlus : inversePlus);
+  matern.secondFactor = 2.0 * inversePlus / (mu + 1.0);
   const double inverseMinus = even - mu * odd;     // 1 / Gamma(1 - mu)
   const double sine = inversePlus * inverseMinus;  // sin(pi mu) / pi mu
   // The constants and the factors of m, in turn.
@@ -76,7 +78,7 @@ void SetSeries(Matern& matern) noexcept {
 void SetChebyshev(Matern& matern) noexcept {
   constexpr int n = Matern::kChebyshev;
   double cosines[4 * n];  // of j pi / 2n
-  for (int j = 0; j < 4 * n; ++j) cosines[j] = std::cos(std::numbers::pi * j / (2 * n));
+  for (int j = 0; j < 4 * n; ++j) cosines[j] = CosPi(j / (2.0 * n));
   for (int k = 0; k < n; ++k) matern.chebyshev[k] = matern.nextChebyshev[k] = 0.0;
   for (int j = 0; j < n; ++j) {
     const double u = 4.0 / (1.0 + cosines[2 * j + 1]);
@@ -105,8 +107,6 @@ Matern Matern::OfSmoothness(double nu) noexcept {
   matern.firstIsMu = steps == 0;
   matern.rounds = steps < 2 ? 0 : steps - 1;
   matern.secondOrder = matern.mu + 2.0;
-  matern.firstFactor = 2.0 / std::tgamma(matern.firstIsMu ? nu : matern.mu + 1.0);
-  matern.secondFactor = 2.0 / std::tgamma(matern.secondOrder);
   SetSeries(matern);
   SetChebyshev(matern);
   return matern;

@@ -49,7 +49,7 @@ int PlaceCovariance::Prepare(const VORL_COVMODEL& model, const int* block, const
 bool PlaceCovariance::RotationAt(int node, Rotation* rotation) const noexcept {
   real angles[3];
   const bool rotated = varies_ ? AnglesAtNode(*model_, node, angles) : StationaryAngles(*model_, angles);
-  if (rotated) *rotation = Rotation::FromAngles(angles);
+  if (rotated) *rotation = Rotation::FromAnglesExactly(angles);
   return rotated;
 }
 
