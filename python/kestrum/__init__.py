@@ -29,7 +29,6 @@ from ._points import Points
 from ._simulate import krige_categories, simulate, simulate_categories
 from ._transforms import NormalScore, declustering_weights
 from ._validate import cross_validate
-from ._variogram import Variogram, variogram
 from ._variogram import Variogram, indicator_variograms, variogram, variogram_cloud
 
 if TYPE_CHECKING:
