@@ -3,9 +3,12 @@
 #   make demo       krige and simulate real data from Python and from C; pictures in examples/output
 #   make test       build, then run every test
 #   make bench      run the benchmarks
+#   make wheel      build the Python package as a wheel (build/wheels)
 #   make sanitize   build and run the tests under AddressSanitizer and UBSan (build/asan)
+#   make races compilers wheel      run random calls with threads under ThreadSanitizer (build/tsan)
 #   make fuzz       throw hostile files at the readers, each for FUZZ_SECONDS (build/fuzz)
 #   make same-bits  compare the results of GCC's and Clang's builds, bit for bit (build/same_bits)
+#   make compilers  build and test the library with each compiler of COMPILERS (build/compilers)
 #   make reference  build the reference of the C interface as HTML (build/reference)
 #   make format     format the sources          make lint    check them
 #   make clean      remove what all of these have made
@@ -14,6 +17,7 @@
 PYTHON ?= /usr/bin/python3
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
+COMPILERS ?= g++-11 g++-12 clang++-14 clang++-16
 SHELL := /bin/bash
 SUDO := $(if $(filter-out 0,$(shell id -u)),sudo)
 
@@ -40,7 +44,7 @@ if [ -n "$$missing" ]; then \
 fi
 endef
 
-.PHONY: all setup setup-lint setup-clang setup-reference configure demo test bench sanitize fuzz same-bits reference \
+.PHONY: all setup setup-lint setup-clang setup-reference configure demo test bench sanitize fuzz races same-bits reference \
         format lint clean
 
 all: configure
@@ -84,6 +88,10 @@ bench: all
 	@for program in $(BUILD)/bin/*_benchmark; do echo "== $$program"; $$program || exit 1; done
 	$(RUN_PYTHON) benchmarks/side_by_side.py
 
+# The package from nothing, as pip makes it.
+wheel: setup
+	$(PYTHON) -m pip wheel --no-deps --wheel-dir build/wheels .
+
 sanitize: setup
 	cmake --preset asan
 	cmake --build --preset asan --parallel $(JOBS)
@@ -99,23 +107,36 @@ fuzz: setup setup-clang
 	    -verbosity=0 -artifact_prefix=build/fuzz/$$reader- build/fuzz/corpus/$$reader $$seeds || exit 1; \
 	done
 
+# Clang and its OpenMP library, whose synchronisation archer explains to ThreadSanitizer.
+races: setup setup-clang
+	cmake --preset tsan
+	cmake --build --preset tsan --parallel $(JOBS) --target soak
+	OMP_TOOL_LIBRARIES=$$(clang -print-search-dirs | sed -n 's/^programs: =\([^:]*:\)*\([^:]*llvm[^:]*\)\/bin.*/\2/p')/lib/libarcher.so TSAN_OPTIONS=ignore_noninstrumented_modules=1 \
+	  OMP_WAIT_POLICY=passive build/tsan/bin/soak --cases 2000
+
 same-bits: setup setup-clang
 	tests/same_bits/compare_compilers.sh build/same_bits
+
+# Packages are named after the C compiler; each LLVM's OpenMP library excludes the others, so that Clang uses one at a time.
+compilers: setup
+	@for compiler in $(COMPILERS); do \
+	  tests/compilers.sh $$compiler build/compilers/$$compiler $(JOBS) || exit 1; \
+	done
 
 # A warning is an error.
 reference: setup-reference
 	@mkdir -p build
 	doxygen docs/Doxyfile
 
-SOURCES = $(shell find src tests fuzz benchmarks examples -name '*.[ch]' -o -name '*.[ch]pp')
+SOURCES = $(shell find src python tests fuzz benchmarks examples -name '*.[ch]' -o -name '*.[ch]pp')
 
 format: setup-lint
 	clang-format -i $(SOURCES)
 
 lint: setup-lint configure
-	clang-format --dry-run -Werror $(SOURCES)
-	clang-tidy -quiet -p $(BUILD) $(filter src/%.cpp,$(SOURCES))
-	shellcheck .ci/run tests/same_bits/*.sh tests/install/*.sh
+	@clang-format --dry-run -Werror $(SOURCES)
+	@printf '%s\n' $(filter src/%.cpp,$(SOURCES)) | xargs -P $(JOBS) -n 1 clang-tidy -quiet -p $(BUILD) 2> /dev/null
+	shellcheck .ci/run tests/*.sh tests/same_bits/*.sh tests/install/*.sh
 
 clean:
 	rm -rf build examples/output

@@ -60,9 +60,9 @@ typedef char classIdType;
 
 #define VORL_MISSING_CLASSID (-1)     /**< the classIdType of no class */
 #define VORL_MISSING_VALUE (-9999999) /**< the value of a variable where it has none */
-#define VORL_EPSILON_HARD 1e-20     /**< tolerance of sums of squares and of norms */
-#define VORL_EPSILON 1e-10          /**< tolerance of values and of probabilities */
-#define VORL_EPSILON_SOFT 1e-5      /**< coarse tolerance */
-#define VORL_INFINITY 1e25          /**< beyond every value: the start of minima, and the width of certainty */
+#define VORL_EPSILON_HARD 1e-20       /**< tolerance of sums of squares and of norms */
+#define VORL_EPSILON 1e-10            /**< tolerance of values and of probabilities */
+#define VORL_EPSILON_SOFT 1e-5        /**< coarse tolerance */
+#define VORL_INFINITY 1e25            /**< beyond every value: the start of minima, and the width of certainty */
 
 #endif

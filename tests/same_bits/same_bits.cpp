@@ -47,11 +47,17 @@ int main(int argc, char** argv) {
     }
   }
   if (forced_level > best) return 77;
-  for (const auto* trials :
-       {&kestrum_test::RunTrials(), &kestrum_test::AnalysisTrials(), &kestrum_test::NumericTrials()}) {
-    // Runs have more to vary than an analysis.
-    const unsigned n = trials == &kestrum_test::RunTrials() ? 6 * cases : cases;
-    for (const kestrum_test::Trial& trial : *trials) {
+  // Runs have more to vary than an analysis.
+  const struct {
+    const std::vector<kestrum_test::Trial>& trials;
+    unsigned factor;
+  } families[] = {{kestrum_test::RunTrials(), 6},
+                  {kestrum_test::AnalysisTrials(), 1},
+                  {kestrum_test::NumericTrials(), 1},
+                  {kestrum_test::FactorisingTrials(), 6}};
+  for (const auto& [trials, factor] : families) {
+    const unsigned n = factor * cases;
+    for (const kestrum_test::Trial& trial : trials) {
       for (unsigned seed = 1; seed <= n; ++seed) {
         const kestrum_test::Outcome outcome = Perform(trial, seed, nthreads);
         std::uint64_t hash = 14695981039346656037u;  // FNV-1a by words, with a shift that mixes high bits downwards

@@ -1,8 +1,9 @@
-// Kriging and simulation of random inputs, continuous and categorical.
+// Kriging and simulation of random inputs, continuous and categorical, with either solver; kriging at true places.
 
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
@@ -47,7 +48,8 @@ class OutputFolder {
 };
 
 int AbortAtATenth(VORL_PROGRESSMONITOR* monitor) {
-  if (monitor->allRealizationProgress >= 10) monitor->abortedJobFlag = TRUE;
+  // Other threads look at the flag meanwhile.
+  if (monitor->allRealizationProgress >= 10) std::atomic_ref(monitor->abortedJobFlag).store(TRUE);
   return VORLUpdateProgressMonitor0(monitor);
 }
 
@@ -138,10 +140,14 @@ struct Frame {
 
   // Runs, and collects all that came out. False if there is no image to look at.
   template <typename Records>
-  bool Run(Records& records, int nthreads, Outcome& outcome) const {
-    outcome.status = records.Run(nthreads, abort ? AbortAtATenth : VORLUpdateProgressMonitor0);
+  bool Run(Records& records, VORL_KESTRUMSOLVER solver, int nthreads, Outcome& outcome) const {
+    const auto callback = abort ? AbortAtATenth : VORLUpdateProgressMonitor0;
+    long long nfallback = 0;
+    outcome.status = solver == KESTRUM_SOLVER_ITERATIVE ? records.Run(nthreads, callback)
+                                                        : records.Factorise(nthreads, &nfallback, callback);
     if (abort && outcome.status == -1000) outcome.status = 0;
     if (abort || outcome.status != 0) return false;
+    if (solver == KESTRUM_SOLVER_FACTORISING) outcome.Add(static_cast<real>(nfallback));
     folder.AddTo(outcome);
     outcome.Add(records.monitor.nwarning);
     outcome.Add(records.monitor.currentRealization);
@@ -185,6 +191,7 @@ VORL_IMAGE* DrawDataImage(Draw& draw, const VORL_GRID& grid, std::vector<real>& 
   return image;
 }
 
+template <VORL_KESTRUMSOLVER solver>
 void Continuous(Draw& draw, int nthreads, Outcome& outcome) {
   const Frame frame(draw);
   const VORL_GRID& grid = frame.grid;
@@ -223,7 +230,7 @@ void Continuous(Draw& draw, int nthreads, Outcome& outcome) {
     if (input.varianceUsage == 2) input.varianceImage = DrawParameter(draw, grid, 0.1, 4.0);
   }
   frame.Apply(draw, input);
-  if (!frame.Run(records, nthreads, outcome)) return;
+  if (!frame.Run(records, solver, nthreads, outcome)) return;
 
   const VORL_IMAGE& image = *records.output.outputImage;
   const int* const warnings = records.monitor.warningNumberList;
@@ -244,6 +251,7 @@ void Continuous(Draw& draw, int nthreads, Outcome& outcome) {
   }
 }
 
+template <VORL_KESTRUMSOLVER solver>
 void Categorical(Draw& draw, int nthreads, Outcome& outcome) {
   const Frame frame(draw);
   const VORL_GRID& grid = frame.grid;
@@ -290,7 +298,7 @@ void Categorical(Draw& draw, int nthreads, Outcome& outcome) {
     for (int c = 0; c < ncategory; ++c) input.probabilityImage->varName[c][0] = static_cast<char>('a' + c);
   }
   frame.Apply(draw, input);
-  if (!frame.Run(records, nthreads, outcome)) return;
+  if (!frame.Run(records, solver, nthreads, outcome)) return;
 
   const VORL_IMAGE& image = *records.output.outputImage;
   for (int i = 0; i < image.nxyzv; ++i) {
@@ -309,10 +317,83 @@ void Categorical(Draw& draw, int nthreads, Outcome& outcome) {
   }
 }
 
+// Results by target: of kriging at true places.
+void Places(Draw& draw, int nthreads, Outcome& outcome) {
+  const VORL_GRID grid = DrawGrid(draw, 600);
+  const int dimension = grid.nz > 1 ? 3 : draw.Int(2, 3);
+  const real origin[] = {grid.ox, grid.oy, grid.oz};
+  const real side[] = {grid.nx * grid.sx, grid.ny * grid.sy, grid.nz * grid.sz};
+  const auto places = [&](int n) {
+    std::vector<real> coordinates;
+    for (int i = 0; i < n; ++i) {
+      for (int a = 0; a < dimension; ++a) coordinates.push_back(origin[a] + side[a] * draw.Real(-0.2, 1.2));
+    }
+    return coordinates;
+  };
+  VORL_PLACEDATA data{};
+  data.ndata = draw.Int(1, draw.Of({5, 90, 300}));
+  data.dimension = dimension;
+  const std::vector<real> coordinates = places(data.ndata), values = draw.Reals(data.ndata, 0.0, 10.0),
+                          errors = draw.Reals(data.ndata, 0.0, 0.3);
+  data.coordinates = coordinates.data();
+  data.values = values.data();
+  if (draw.Chance(0.3)) data.errorVariances = errors.data();
+  VORL_GRID targetGrid = grid;
+  VORL_PLACETARGETS targets{};
+  if (draw.Chance(0.7)) {
+    targets.grid = &targetGrid;
+  } else {
+    targets.ntarget = draw.Int(1, 300);
+  }
+  const int ntarget = targets.grid != nullptr ? grid.nxyz : static_cast<int>(targets.ntarget);
+  const std::vector<real> list = places(ntarget);
+  std::vector<BOOLEAN> mask(static_cast<std::size_t>(ntarget));
+  for (BOOLEAN& m : mask) m = draw.Chance(0.7);
+  targets.coordinates = list.data();
+  if (draw.Chance(0.3)) targets.mask = mask.data();
+  VORL_PLACEOPTIONS options;
+  VORLKestrumInitPlaceOptions(&options);
+  options.nneighborMax = draw.Of({0, 1, 3, 8, 20, 40, 64, 100});
+  if (draw.Chance(0.4)) std::fill_n(options.radius, 3, draw.Real(1.0, 20.0));
+  options.euclideanFlag = draw.Chance(0.2);
+  options.driftDegree = draw.Of({-1, 0, 0, 0, 1, 2});
+  options.meanValue = draw.Real(0.0, 10.0);
+  if (targets.grid != nullptr && draw.Chance(0.2)) std::fill_n(options.block, dimension, 2);
+  options.nthreads = nthreads;
+  VORL_COVMODEL model = MakeModel(DrawElements(draw, true));
+  VaryModel(draw, grid, targets.grid != nullptr && draw.Chance(0.2), model);
+  const auto n = static_cast<std::size_t>(ntarget);
+  std::vector<real> estimates(n), variances(n);
+  std::vector<int> used(n);
+  VORL_PLACERESULTS results{};
+  results.estimates = estimates.data();
+  results.variances = variances.data();
+  results.ndata = used.data();
+  outcome.status = VORLKestrumKrigePlaces(&model, &data, &targets, &options, &results, nullptr, nullptr);
+  VORLKestrumFreeCovModel(&model);
+  outcome.Add(estimates);
+  outcome.Add(variances);
+  outcome.Add(used);
+  for (const long long count : {results.nwithoutData, results.nundetermined, results.nindefinite, results.nredundant}) {
+    outcome.Add(static_cast<real>(count));
+  }
+  for (const real variance : variances) {
+    outcome.Expect(outcome.status != 0 || std::isnan(variance) || variance >= 0.0, "negative variance");
+  }
+}
+
 }  // namespace
 
 const std::vector<Trial>& RunTrials() {
-  static const std::vector<Trial> kTrials = {{"continuous run", Continuous}, {"indicator run", Categorical}};
+  static const std::vector<Trial> kTrials = {{"continuous run", Continuous<KESTRUM_SOLVER_ITERATIVE>},
+                                             {"indicator run", Categorical<KESTRUM_SOLVER_ITERATIVE>}};
+  return kTrials;
+}
+
+const std::vector<Trial>& FactorisingTrials() {
+  static const std::vector<Trial> kTrials = {{"continuous, factorised", Continuous<KESTRUM_SOLVER_FACTORISING>},
+                                             {"indicator, factorised", Categorical<KESTRUM_SOLVER_FACTORISING>},
+                                             {"true places", Places}};
   return kTrials;
 }
 

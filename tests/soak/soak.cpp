@@ -14,10 +14,12 @@ namespace {
 using kestrum_test::Outcome;
 using kestrum_test::Trial;
 
-// Half of the cases are runs.
+// Two thirds of the cases are runs.
 const Trial& TrialOf(unsigned seed) {
   kestrum_test::Draw draw(~seed);
-  if (draw.Chance(0.5)) return draw.Of(kestrum_test::RunTrials());
+  if (draw.Chance(2.0 / 3.0)) {
+    return draw.Of(draw.Chance(0.5) ? kestrum_test::RunTrials() : kestrum_test::FactorisingTrials());
+  }
   return draw.Of(draw.Chance(0.9) ? kestrum_test::AnalysisTrials() : kestrum_test::NumericTrials());
 }
 

@@ -90,8 +90,10 @@ struct Trial {
   void (*run)(Draw& draw, int nthreads, Outcome& outcome);
 };
 
-// Kriging and simulation, each with the functions of the image analysis; the image analysis; solvers inside.
+// Kriging and simulation by the iterative solver; by factorisation, and at true places; the image analysis; solvers
+// inside.
 const std::vector<Trial>& RunTrials();
+const std::vector<Trial>& FactorisingTrials();
 const std::vector<Trial>& AnalysisTrials();
 const std::vector<Trial>& NumericTrials();
 

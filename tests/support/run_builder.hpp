@@ -138,12 +138,13 @@ void FillCommon(const VORL_GRID& grid, Input& input, VORL_KESTRUMOUTPUT& output,
 
 // A run with the factorising solver. *nfallback: how many systems it could not solve.
 template <typename Run, typename Records>
-int RunFactorising(const Run& run, Records& records, int nthreads, long long* nfallback) {
+int RunFactorising(const Run& run, Records& records, int nthreads, long long* nfallback,
+                   int (*callback)(VORL_PROGRESSMONITOR*)) {
   VORL_KESTRUMOPTIONS options;
   VORLKestrumInitOptions(&options);
   options.solver = KESTRUM_SOLVER_FACTORISING;
   options.nthreads = nthreads;
-  const int status = run(&records.input, &records.output, &records.monitor, VORLUpdateProgressMonitor0, &options);
+  const int status = run(&records.input, &records.output, &records.monitor, callback, &options);
   if (nfallback != nullptr) *nfallback = options.nfallback;
   return status;
 }
@@ -186,8 +187,9 @@ class RunRecords {
     return nthreads == 0 ? VORLKestrumSim(&input, &output, &monitor, callback)
                          : VORLOMPKestrumSim(&input, &output, &monitor, callback, nthreads);
   }
-  int Factorise(int nthreads, long long* nfallback = nullptr) {
-    return RunFactorising(VORLKestrumSimWithOptions, *this, nthreads, nfallback);
+  int Factorise(int nthreads, long long* nfallback = nullptr,
+                int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
+    return RunFactorising(VORLKestrumSimWithOptions, *this, nthreads, nfallback, callback);
   }
 };
 
@@ -232,8 +234,9 @@ class IndicatorRunRecords {
     return nthreads == 0 ? VORLKestrumIndicatorSim(&input, &output, &monitor, callback)
                          : VORLOMPKestrumIndicatorSim(&input, &output, &monitor, callback, nthreads);
   }
-  int Factorise(int nthreads, long long* nfallback = nullptr) {
-    return RunFactorising(VORLKestrumIndicatorSimWithOptions, *this, nthreads, nfallback);
+  int Factorise(int nthreads, long long* nfallback = nullptr,
+                int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
+    return RunFactorising(VORLKestrumIndicatorSimWithOptions, *this, nthreads, nfallback, callback);
   }
 };
 
