@@ -3,7 +3,7 @@
 import itertools
 import math
 from collections.abc import Callable, Mapping, Sequence
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from typing import TYPE_CHECKING, Any, Literal, NoReturn
 
 import numpy as np
@@ -181,6 +181,7 @@ class _Task:
     mean: float
     cells: tuple[int, int, int]
     threads: int
+    built: _lazy.Once[_core.PlaceKriging] = field(default_factory=_lazy.Once)
 
     def build(self, neighbors: int | None = None) -> _core.PlaceKriging:
         simple = self.degree < 0
@@ -250,8 +251,7 @@ def _tiles(task: _Task, points: Points, sizes: tuple[tuple[int, ...], ...], mask
         _same_place(points, error)
     flips = task.target._flips() if task.target.grid is not None else (slice(None),)
     blocks = [None if field is None else _lazy.blocks(field.reshape(task.target.shape)[flips], sizes) for field in (mask, *fields)]
-    identity = _lazy.token(task)
-    token = _lazy.token(identity, sizes, [None if block is None else block.name for block in blocks])
+    token = _lazy.token(task, sizes, [None if block is None else block.name for block in blocks])
     shared = f"kriging-task-{token}"
     tasks: dict[Any, Any] = {shared: task}
     firsts = [np.cumsum((0, *axis)).tolist() for axis in sizes]
@@ -260,12 +260,12 @@ def _tiles(task: _Task, points: Points, sizes: tuple[tuple[int, ...], ...], mask
         # Windows count in the ascending order of the grid.
         first = tuple(starts[-1] - starts[i + 1] if flip.step else starts[i] for starts, i, flip in zip(firsts, at, flips))
         keys = [None if block is None else (block.name, *at) for block in blocks]
-        tasks[(f"kriging-{token}", 0, *at)] = (_tile, shared, identity, first, extent, keys)
+        tasks[(f"kriging-{token}", 0, *at)] = (_tile, shared, first, extent, keys)
     tiles = _lazy.array(f"kriging-{token}", tasks, ((2,), *sizes), np.float64, [block for block in blocks if block is not None])
     return {"estimate": tiles[0], "variance": tiles[1]}
 
 
-def _tile(task: _Task, identity: str, first: tuple[int, ...], extent: tuple[int, ...], blocks: list[Any]) -> Floats:
+def _tile(task: _Task, first: tuple[int, ...], extent: tuple[int, ...], blocks: list[Any]) -> Floats:
     """Estimate and variance of a window, in the order of the result."""
     flips = task.target._flips() if task.target.grid is not None else (slice(None),)
     given: list[Any] = [None if block is None else np.ascontiguousarray(block[flips]) for block in blocks]
@@ -276,8 +276,7 @@ def _tile(task: _Task, identity: str, first: tuple[int, ...], extent: tuple[int,
         _where_informed("mean" if task.degree < 0 else f"drift {number + 1}", field, mask)
     at_targets = _at_targets(tuple(fields), task.degree < 0) if fields else None
     result = np.empty((2, math.prod(extent)))
-    kriging = _lazy.once(identity, task.build)
-    task.krige(kriging, (first, extent), mask, at_targets, result[0], result[1], None)
+    task.krige(task.built.get(task.build), (first, extent), mask, at_targets, result[0], result[1], None)
     return np.asarray(result.reshape(2, *extent)[(slice(None), *flips)])
 
 
@@ -355,11 +354,7 @@ def _block(block: Any, target: Target) -> tuple[int, int, int]:
 
 
 def _drift(points: Points, target: Target, mean: Any, drift: Any, mask: NDArray[np.uint8] | None) -> _Drift:
-    if drift is None and mean is None:
-        return _Drift(0)
-    if drift is None:
-        if np.ndim(mean) == 0:
-            return _Drift(-1, _door.number("mean", mean))
+    if drift is None and np.ndim(mean) != 0:
         if target.grid is None:
             raise ArgumentError("mean varies, but without a grid it is not known at the data. Give a Grid, or one number.")
         means: Any = target.values("mean", mean)
@@ -372,25 +367,40 @@ def _drift(points: Points, target: Target, mean: Any, drift: Any, mask: NDArray[
             rows = [points._row(i) for i in np.flatnonzero(np.isnan(at_data))]
             raise DataError(f"mean is NaN in the cells of data ({_door.rows(rows)}), where it is needed, masked or not. Fill it in.")
         return _Drift(-1, 0.0, at_data, (means,))
+    plain = _without_fields(mean, drift, "(values at the points, values where)")
+    if plain is not None:
+        return plain
+    columns, fields = [], []
+    for name, pair in drift.items():
+        if not isinstance(pair, (tuple, list)) or len(pair) != 2:
+            raise ArgumentError(f"drift {name!r} must be a pair: (values at the points, values where).")
+        columns.append(_at_points(name, pair[0], points))
+        field = target.values(f"drift {name!r}", pair[1])
+        fields.append(field if _lazy.is_lazy(field) else _where_informed(f"drift {name!r}", field, mask))
+    return _Drift(0, 0.0, np.stack(columns), tuple(fields))
+
+
+def _without_fields(mean: Any, drift: Any, external: str) -> _Drift | None:
+    """The drift that needs no more than coordinates; None if it is external."""
+    if drift is None:
+        return _Drift(0) if mean is None else _Drift(-1, _door.number("mean", mean))
     if mean is not None:
         raise ArgumentError("mean and drift were both given, but a drift has a mean of its own. Leave one of them out.")
     if isinstance(drift, str):
         return _Drift(DEGREES[_door.choice("drift", drift, tuple(DEGREES))])
     if not isinstance(drift, Mapping):
-        _door.wrong_type("drift", drift, "'linear', 'quadratic' or {name: (values at the points, values where)}")
+        _door.wrong_type("drift", drift, f"'linear', 'quadratic' or {{name: {external}}}")
     if not drift:
         raise ArgumentError("drift is empty. Leave it out for ordinary kriging.")
-    columns, fields = [], []
-    for name, pair in drift.items():
-        if not isinstance(pair, (tuple, list)) or len(pair) != 2:
-            raise ArgumentError(f"drift {name!r} must be a pair: (values at the points, values where).")
-        values = _door.reals(f"drift {name!r} at the points", pair[0])
-        if values.shape != (len(points),):
-            raise DataError(f"drift {name!r} has values of shape {values.shape} at the points, but there are {len(points)} points.")
-        columns.append(_door.finite(f"drift {name!r} at the points", values))
-        field = target.values(f"drift {name!r}", pair[1])
-        fields.append(field if _lazy.is_lazy(field) else _where_informed(f"drift {name!r}", field, mask))
-    return _Drift(0, 0.0, np.stack(columns), tuple(fields))
+    return None
+
+
+def _at_points(name: str, given: Any, points: Points) -> Floats:
+    """An external drift at the data."""
+    values = _door.reals(f"drift {name!r} at the points", given)
+    if values.shape != (len(points),):
+        raise DataError(f"drift {name!r} has values of shape {values.shape} at the points, but there are {len(points)} points.")
+    return _door.finite(f"drift {name!r} at the points", values)
 
 
 def _where_informed(name: str, values: Floats, mask: NDArray[np.uint8] | None) -> Floats:

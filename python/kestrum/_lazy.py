@@ -4,7 +4,7 @@ import hashlib
 import pickle
 import threading
 from collections.abc import Callable
-from typing import Any, TypeVar
+from typing import Any, Generic, TypeVar
 
 from ._errors import ArgumentError
 
@@ -34,20 +34,23 @@ def blocks(values: Any, chunks: tuple[tuple[int, ...], ...]) -> Any:
 
 
 _Made = TypeVar("_Made")
-_made: dict[str, Any] = {}
-_making = threading.Lock()
-# What is kept in a process for later tasks.
-_KEPT = 4
 
 
-def once(identity: str, make: Callable[[], _Made]) -> _Made:
-    """What `make` gives, made once in a process for all tasks that share it."""
-    with _making:
-        if identity not in _made:
-            while len(_made) >= _KEPT:
-                del _made[next(iter(_made))]
-            _made[identity] = make()
-        return _made[identity]  # type: ignore[no-any-return]
+class Once(Generic[_Made]):
+    """What is made in each process where it is first needed, and lives as long as the task that it belongs to."""
+
+    def __init__(self) -> None:
+        self._lock = threading.Lock()
+        self._made: _Made | None = None
+
+    def get(self, make: Callable[[], _Made]) -> _Made:
+        with self._lock:
+            if self._made is None:
+                self._made = make()
+            return self._made
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return Once, ()
 
 
 def token(*parts: Any) -> str:

@@ -10,7 +10,7 @@ from . import _core, _door, _memory, _progress
 from ._door import Floats
 from ._errors import ArgumentError, DataError, ModelError, warn
 from ._grid import AXES
-from ._krige import DEGREES, _Drift, _radii, _same_place
+from ._krige import _at_points, _Drift, _radii, _same_place, _without_fields
 from ._models import CovModel, Range
 from ._points import Points
 
@@ -135,23 +135,8 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
 
 
 def _drift(points: Points, mean: Any, drift: Any) -> _Drift:
-    if drift is None:
-        return _Drift(0) if mean is None else _Drift(-1, _door.number("mean", mean))
-    if mean is not None:
-        raise ArgumentError("mean and drift were both given, but a drift has a mean of its own. Leave one of them out.")
-    if isinstance(drift, str):
-        return _Drift(DEGREES[_door.choice("drift", drift, tuple(DEGREES))])
-    if not isinstance(drift, Mapping):
-        _door.wrong_type("drift", drift, "'linear', 'quadratic' or {name: values at the points}")
-    if not drift:
-        raise ArgumentError("drift is empty. Leave it out for ordinary kriging.")
-    columns = []
-    for name, given in drift.items():
-        values = _door.reals(f"drift {name!r}", given)
-        if values.shape != (len(points),):
-            raise DataError(f"drift {name!r} has values of shape {values.shape}, but there are {len(points)} points.")
-        columns.append(_door.finite(f"drift {name!r}", values))
-    return _Drift(0, 0.0, np.stack(columns))
+    plain = _without_fields(mean, drift, "values at the points")
+    return plain or _Drift(0, 0.0, np.stack([_at_points(name, given, points) for name, given in drift.items()]))
 
 
 def _folds(folds: Any, n: int, seed: Any) -> tuple[NDArray[Any], NDArray[np.intp], NDArray[np.int32], NDArray[np.int32]]:
