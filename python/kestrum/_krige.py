@@ -475,16 +475,16 @@ def _warn_if_uncorrelated(model: CovModel, variance: Floats, mask: NDArray[np.ui
              "than a mean. Are the ranges in the unit of the coordinates?")
 
 
-def _warn_of(counts: tuple[int, int, int, int], total: int, simple: bool) -> None:
+def _warn_of(counts: tuple[int, int, int, int], total: int, simple: bool, noun: str = "places", other: str = "datum") -> None:
     lonely, undetermined, indefinite, redundant = counts
     if lonely:
         fate = "have the mean and the sill" if simple else "are NaN"
-        warn(f"{lonely:,} of {total:,} places have no datum in reach and {fate}. Give a larger radius.")
+        warn(f"{lonely:,} of {total:,} {noun} have no {other} in reach and {fate}. Give a larger radius.")
     if undetermined:
-        warn(f"the data in reach do not determine the drift at {undetermined:,} of {total:,} places, which are NaN. "
+        warn(f"the data in reach do not determine the drift at {undetermined:,} of {total:,} {noun}, which are NaN. "
              "Give more neighbors, or a simpler drift.")
     if indefinite:
-        warn(f"the model is not positive definite at {indefinite:,} of {total:,} places, which are NaN. Take another model.")
+        warn(f"the model is not positive definite at {indefinite:,} of {total:,} {noun}, which are NaN. Take another model.")
     if redundant:
-        warn(f"some data were left out at {redundant:,} of {total:,} places, for others say the same to rounding. "
+        warn(f"some data were left out at {redundant:,} of {total:,} {noun}, for others say the same to rounding. "
              "Add a nugget, or merge close data.")

@@ -10,7 +10,7 @@ from . import _core, _door, _memory, _progress
 from ._door import Floats
 from ._errors import ArgumentError, DataError, ModelError, warn
 from ._grid import AXES
-from ._krige import _at_points, _Drift, _radii, _same_place, _without_fields
+from ._krige import _at_points, _Drift, _radii, _same_place, _warn_of, _without_fields
 from ._models import CovModel, Range
 from ._points import Points
 
@@ -121,7 +121,11 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
                 counts += kriging(np.delete(np.arange(n), own)).at_places(points.coordinates[own], None, at_targets, part[0], part[1],
                                                                           nthreads, None)
                 estimate[own], variance[own] = part
-    _warn_of(counts, n, known.degree < 0, all_serve)
+    lonely, undetermined, indefinite, redundant = (int(count) for count in counts)
+    if redundant and all_serve:
+        warn(f"{redundant:,} of {n:,} data are NaN and left out, for others say the same to rounding. Add a nugget, or merge close data.")
+        redundant = 0
+    _warn_of((lonely, undetermined, indefinite, redundant), n, known.degree < 0, "data", "other")
     if points.error_variance is not None:
         variance += points.error_variance
     error = estimate - values
@@ -168,21 +172,6 @@ def _each_fold(start: NDArray[np.int32], member: NDArray[np.int32], report: Call
         yield member[first:last]
         if report is not None:
             report(float(last / len(member)))
-
-
-def _warn_of(counts: NDArray[np.int64], n: int, simple: bool, all_serve: bool) -> None:
-    lonely, undetermined, indefinite, redundant = (int(count) for count in counts)
-    if lonely:
-        fate = "have the mean and the sill" if simple else "are NaN"
-        warn(f"{lonely:,} of {n:,} data have no other in reach and {fate}. Give a larger radius.")
-    if undetermined:
-        warn(f"the others do not determine the drift at {undetermined:,} of {n:,} data, which are NaN. "
-             "Give more neighbors, other folds, or a simpler drift.")
-    if indefinite:
-        warn(f"the model is not positive definite at {indefinite:,} of {n:,} data, which are NaN. Take another model.")
-    if redundant:
-        what = "are NaN and left out" if all_serve else "were kriged without some neighbours"
-        warn(f"{redundant:,} of {n:,} data {what}, for others say the same to rounding. Add a nugget, or merge close data.")
 
 
 def _figures(values: Floats, estimate: Floats, error: Floats, zscore: Floats) -> dict[str, float]:
