@@ -70,6 +70,7 @@ demo: configure
 	cmake --build --preset release --parallel $(JOBS) --target kestrum_python kestrum_shared
 	$(RUN_PYTHON) examples/map.py
 	$(RUN_PYTHON) examples/drift_and_blocks.py
+	$(RUN_PYTHON) examples/uncertainty.py
 	$(RUN_PYTHON) examples/native/kriging_meuse.py
 	$(RUN_PYTHON) examples/native/simulation_meuse.py
 	$(RUN_PYTHON) examples/native/image_analysis.py
