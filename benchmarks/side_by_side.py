@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Image analysis beside SciPy, scikit-image and NumPy, in one run and one thread.
+"""Image analysis beside SciPy, scikit-image and NumPy, and variograms of points beside gstat, in one run and one thread.
 
 For each task the results of both sides are compared first, then both are timed in turns. The table tells the least
 processor time of each, how many times longer theirs takes, and how many times sooner ours ends with two threads (least
@@ -9,7 +9,10 @@ theirs. The target is the ratio that ours should reach.
     PYTHONPATH=build/release/python python3 benchmarks/side_by_side.py [repetitions]
 """
 
+import shutil
+import subprocess
 import sys
+import tempfile
 import time
 from pathlib import Path
 
@@ -17,6 +20,7 @@ import numpy as np
 from scipy import ndimage
 from skimage.measure import euler_number
 
+import kestrum as ks
 from kestrum import native as k
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "tests" / "python"))
@@ -232,6 +236,53 @@ def variogram(n, lag_max):
             lambda: Result(k.VORLOMPImageVariogram, image, *arguments, 2), min(REPETITIONS, 3))
 
 
+# Times itself, for R takes long to start.
+GSTAT = """
+suppressMessages({library(sp); library(gstat)})
+arguments <- commandArgs(trailingOnly = TRUE)
+data <- read.csv(arguments[1])
+coordinates(data) <- ~x+y
+width <- as.numeric(arguments[2])
+time <- system.time(v <- variogram(value ~ 1, data, cutoff = 15 * width, width = width))
+cat(time["user.self"] + time["sys.self"], "\\n")
+write.table(cbind(v$np, v$dist, v$gamma), row.names = FALSE, col.names = FALSE)
+"""
+
+
+def point_variogram(n):
+    """Uniform points, 15 lags to a tenth of the side; gstat runs once, for it takes a minute."""
+    title = f"variogram of {n:,} points (per point)"
+    if shutil.which("Rscript") is None:
+        print(f"{title}: no Rscript here")
+        return
+    random = np.random.default_rng(1)
+    places = random.uniform(0.0, 1.0, (n, 2))
+    points = ks.Points(places, np.sin(6.0 * places[:, 0]) + random.normal(size=n))
+    width = 0.1 / 15
+
+    def seconds(**options):
+        """Processor time and elapsed time: the work is done on threads of its own."""
+        elapsed, processor = time.perf_counter(), time.process_time()
+        found = ks.variogram(points, lag=width, **options)
+        return time.process_time() - processor, time.perf_counter() - elapsed, found
+
+    with tempfile.TemporaryDirectory() as folder:
+        np.savetxt(folder + "/points.csv", np.column_stack((places, points.values)), delimiter=",", header="x,y,value", comments="",
+                   fmt="%.17g")
+        answer = subprocess.run(["Rscript", "-e", GSTAT, folder + "/points.csv", repr(width)], check=True, capture_output=True, text=True)
+    first, *table = answer.stdout.splitlines()
+    expected = np.array([list(map(float, line.split())) for line in table])
+    found = seconds(threads=1)[2]
+    assert np.array_equal(found.pairs[0], expected[:, 0])
+    assert np.allclose(found.lag[0], expected[:, 1], 1e-9) and np.allclose(found.gamma[0], expected[:, 2], 1e-9)
+    runs = [[seconds(threads=1)[:2], seconds(threads=1, azimuth=[0, 45, 90, 135])[:2], seconds(threads=2)[:2]]
+            for _ in range(REPETITIONS)]
+    (mine, one), (four, _), (_, two) = np.min(runs, axis=0)
+    print_row([title, f"{1e3 * mine:.1f}", f"{1e9 * mine / n:.0f}", f"{1e3 * float(first):.1f}", f"{float(first) / mine:.1f}", "5",
+               f"{one / two:.2f}"])
+    print_row(["  four directions (theirs: all directions)", f"{1e3 * four:.1f}", f"{1e9 * four / n:.0f}"])
+
+
 def main():
     print_row(HEADER)
     for n in (128, 256):
@@ -243,6 +294,7 @@ def main():
     box_mean(128)
     euler(2000)
     variogram(500, 50)
+    point_variogram(100_000)
 
 
 if __name__ == "__main__":

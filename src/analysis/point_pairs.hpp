@@ -10,11 +10,13 @@ namespace kestrum {
 // How the differences of a variable make a semivariance.
 enum class VariogramEstimator { kMatheron, kCressie, kMadogram };
 
-// A double cone about a direction, cut by a cylinder.
-struct DirectionCone {
-  double axis[3];    // of length 1
-  double cosine;     // of the half-angle
-  double bandwidth;  // radius of the cylinder; infinity for none
+// A double cone about a direction, cut by a cylinder: holds differences at a distance h with an extent a along the axis
+// if a^2 is at least h^2 leastAlong and h^2 leastInCylinder - squaredBandwidth.
+struct PairCone {
+  double axis[3];  // of length 1
+  double leastAlong;
+  double leastInCylinder;
+  double squaredBandwidth;
 };
 
 // Points by cell, and the pairs to sum. Coordinates and values have kPairLanes further entries, which are read but not
@@ -33,17 +35,19 @@ struct PairScan {
   double reach;   // a little more than the largest lag
   double margin;  // more than rounding moves a coordinate
   double lag;
+  double perLag;
   int nlag;
   VariogramEstimator estimator;  // not used with a second variable
-  const DirectionCone* cones;
+  const PairCone* cones;
   int ncone;  // 0 for all directions
 };
 
 // Sums over pairs of one lag.
-struct PairSum {
+struct alignas(32) PairSum {
   double distance;
   double term;  // the square, the root or the size of a difference; the product of those of two variables
   double pairs;
+  double unused;
 };
 
 // Pairs are dealt out to this many lanes, each with sums of its own, so that the order of every sum is the same with

@@ -8,6 +8,10 @@ constexpr int kSumSize = sizeof(PairSum) / sizeof(double);
 alignas(64) constexpr double kLaneOffsets[kPairLanes] = {
     0, kSumSize, 2 * kSumSize, 3 * kSumSize, 4 * kSumSize, 5 * kSumSize, 6 * kSumSize, 7 * kSumSize};
 
+// Heads whose distances, terms and places are found before any of them is added: so much work at a time hides the latency of
+// both loops.
+constexpr int kHeadBlock = 64;
+
 enum class PairTerm { kSquare, kRoot, kSize, kProduct };
 
 // The values of one point, in all lanes.
@@ -22,29 +26,55 @@ KESTRUM_KERNEL_INLINE Vector AbsoluteValue(Vector x) { return x < Broadcast<Vect
 // The sum of the numbers of the cones that hold a pair, for cones `first` to `end` - 1: 1, 2, 4, ...
 template <bool kHasZ>
 KESTRUM_KERNEL_INLINE Vector FindCones(const PairScan& scan, int first, int end, const Vector* difference,
-                                       Vector square, Vector distance) {
-  // On the border of a cone rounding decides nothing: it belongs to the cone.
-  constexpr double kRounding = 1e-14;
-  const Vector slack = square * Broadcast<Vector>(kRounding);
+                                       Vector square) {
   Vector set = Broadcast<Vector>(0.0);
   double number = 1.0;
   for (int c = first; c < end; ++c, number += number) {
-    const DirectionCone& cone = scan.cones[c];
+    const PairCone& cone = scan.cones[c];
     Vector along = difference[0] * cone.axis[0] + difference[1] * cone.axis[1];
     if (kHasZ) along = along + difference[2] * cone.axis[2];
-    const Vector across = square - along * along;
-    const auto inside = (AbsoluteValue(along) >= distance * (cone.cosine - kRounding)) &
-                        (across - slack <= Broadcast<Vector>(cone.bandwidth * cone.bandwidth));
-    set = set + (inside ? Broadcast<Vector>(number) : Broadcast<Vector>(0.0));
+    Vector least = square * cone.leastAlong;
+    if (cone.squaredBandwidth < __builtin_inf()) {
+      const Vector inCylinder = square * cone.leastInCylinder - cone.squaredBandwidth;
+      least = inCylinder > least ? inCylinder : least;
+    }
+    set = set + (along * along >= least ? Broadcast<Vector>(number) : Broadcast<Vector>(0.0));
   }
   return set;
 }
 
-// Adds the pairs of a tail with `count` heads, at most kPairLanes, from `head` on.
+// Adds a distance and a term to a sum, and 1 to its pairs.
+KESTRUM_KERNEL_INLINE void AddTo(double* sum, const double* distanceAndTerm) {
+#if KESTRUM_KERNEL_BYTES >= 32
+  const __m256d both = _mm256_broadcast_pd(reinterpret_cast<const __m128d*>(distanceAndTerm));
+  const __m256d term = _mm256_blend_pd(_mm256_setr_pd(0.0, 0.0, 1.0, 0.0), both, 3);
+  _mm256_store_pd(sum, _mm256_add_pd(_mm256_load_pd(sum), term));
+#else
+  sum[0] += distanceAndTerm[0];
+  sum[1] += distanceAndTerm[1];
+  sum[2] += 1.0;
+#endif
+}
+
+// Stores a number of x, one of y, the next of x, and so on.
+KESTRUM_KERNEL_INLINE void StoreInTurn(double* to, Vector x, Vector y) {
+#if KESTRUM_KERNEL_BYTES == 64
+  Store(to, __builtin_shufflevector(x, y, 0, 8, 1, 9, 2, 10, 3, 11));
+  Store(to + kWidth, __builtin_shufflevector(x, y, 4, 12, 5, 13, 6, 14, 7, 15));
+#elif KESTRUM_KERNEL_BYTES == 32
+  Store(to, __builtin_shufflevector(x, y, 0, 4, 1, 5));
+  Store(to + kWidth, __builtin_shufflevector(x, y, 2, 6, 3, 7));
+#else
+  Store(to, __builtin_shufflevector(x, y, 0, 2));
+  Store(to + kWidth, __builtin_shufflevector(x, y, 1, 3));
+#endif
+}
+
+// Adds the pairs of a tail with `count` heads, at most kHeadBlock, from `head` on.
 template <bool kHasZ, PairTerm kTerm, bool kHasCones>
 KESTRUM_KERNEL_INLINE void AddHeads(const PairScan& scan, const PairTail& tail, std::ptrdiff_t head, int count,
                                     double* sums) {
-  const double perLag = 1.0 / scan.lag;
+  const Vector perLag = Broadcast<Vector>(scan.perLag);
   const Vector lag = Broadcast<Vector>(scan.lag);
   const Vector beyond = Broadcast<Vector>(scan.nlag + 1.0);
   const Vector one = Broadcast<Vector>(1.0);
@@ -52,11 +82,11 @@ KESTRUM_KERNEL_INLINE void AddHeads(const PairScan& scan, const PairTail& tail, 
   const double setSize = static_cast<double>(PairBinCount(scan.nlag) * kPairLanes * kSumSize);
   const int ngroup = kHasCones ? ConeGroupCount(scan.ncone) : 1;
   for (int group = 0; group < ngroup; ++group) {
-    alignas(64) double distances[kPairLanes];
-    alignas(64) double terms[kPairLanes];
-    alignas(64) long long places[kPairLanes];
-#pragma GCC unroll 4
-    for (int k = 0; k < kPairLanes; k += kWidth) {
+    const int first = group * kConeGroup;
+    const int end = first + kConeGroup < scan.ncone ? first + kConeGroup : scan.ncone;
+    alignas(64) double terms[2 * kHeadBlock];  // a distance and a term in turn
+    alignas(64) long long places[kHeadBlock];
+    for (int k = 0; k < count; k += kWidth) {
       Vector difference[3];
       for (int a = 0; a < (kHasZ ? 3 : 2); ++a) difference[a] = Load<Vector>(scan.at[a] + head + k) - tail.at[a];
       Vector square = difference[0] * difference[0] + difference[1] * difference[1];
@@ -68,11 +98,9 @@ KESTRUM_KERNEL_INLINE void AddHeads(const PairScan& scan, const PairTail& tail, 
       const Vector upper = bin * lag;
       const Vector lower = (bin - one) * lag;
       bin = distance > upper ? bin + one : distance <= lower ? bin - one : bin;
-      Vector place = bin * Broadcast<Vector>(kPairLanes * kSumSize) + Load<Vector>(kLaneOffsets + k);
+      Vector place = bin * Broadcast<Vector>(kPairLanes * kSumSize) + Load<Vector>(kLaneOffsets + k % kPairLanes);
       if (kHasCones) {
-        const int first = group * kConeGroup;
-        const int end = first + kConeGroup < scan.ncone ? first + kConeGroup : scan.ncone;
-        const Vector set = FindCones<kHasZ>(scan, first, end, difference, square, distance);
+        const Vector set = FindCones<kHasZ>(scan, first, end, difference, square);
         place = place + set * Broadcast<Vector>(setSize);
       }
       Vector term = Load<Vector>(scan.value + head + k) - tail.value;
@@ -84,16 +112,11 @@ KESTRUM_KERNEL_INLINE void AddHeads(const PairScan& scan, const PairTail& tail, 
         term = AbsoluteValue(term);
         if constexpr (kTerm == PairTerm::kRoot) term = SquareRoot(term);
       }
-      Store(distances + k, distance);
-      Store(terms + k, term);
+      StoreInTurn(terms + 2 * k, distance, term);
       Store(places + k, (Integers)(place + rounder) - (Integers)rounder);
     }
-    for (int lane = 0; lane < count; ++lane) {
-      double* const sum = sums + places[lane];
-      sum[0] += distances[lane];
-      sum[1] += terms[lane];
-      sum[2] += 1.0;
-    }
+#pragma GCC unroll 8
+    for (int i = 0; i < count; ++i) AddTo(sums + places[i], terms + 2 * i);
     sums += kConeSets * PairBinCount(scan.nlag) * kPairLanes * kSumSize;
   }
 }
@@ -114,8 +137,9 @@ KESTRUM_KERNEL_INLINE double GapTo(const PairScan& scan, int axis, double coordi
 }
 
 template <bool kHasZ, PairTerm kTerm, bool kHasCones>
-KESTRUM_KERNEL_TARGET void AddPairs(const PairScan& scan, std::ptrdiff_t begin, std::ptrdiff_t end,
+KESTRUM_KERNEL_TARGET void AddPairs(const PairScan& given, std::ptrdiff_t begin, std::ptrdiff_t end,
                                     PairSum* sums) noexcept {
+  const PairScan scan = given;  // which no sum can change
   const double reach = scan.reach;
   for (std::ptrdiff_t i = begin; i < end; ++i) {
     const double x = scan.at[0][i];
@@ -142,11 +166,10 @@ KESTRUM_KERNEL_TARGET void AddPairs(const PairScan& scan, std::ptrdiff_t begin, 
         const bool own = rowZ == ownZ && rowY == ownY;
         std::ptrdiff_t head = own ? i + 1 : row[CellAlong(scan, 0, x - width)];
         const std::ptrdiff_t last = row[CellAlong(scan, 0, x + width) + 1];
-        for (; head + kPairLanes <= last; head += kPairLanes) {
-          AddHeads<kHasZ, kTerm, kHasCones>(scan, tail, head, kPairLanes, &sums->distance);
-        }
-        if (head < last) {
-          AddHeads<kHasZ, kTerm, kHasCones>(scan, tail, head, static_cast<int>(last - head), &sums->distance);
+        for (; head < last; head += kHeadBlock) {
+          const std::ptrdiff_t left = last - head;
+          AddHeads<kHasZ, kTerm, kHasCones>(scan, tail, head, left < kHeadBlock ? static_cast<int>(left) : kHeadBlock,
+                                            &sums->distance);
         }
       }
     }

@@ -32,7 +32,8 @@ double ScaleFor(double size) noexcept {
 // The points by cell.
 class SortedPoints {
  public:
-  [[nodiscard]] int Prepare(const ScatteredValues& data, const PointVariogramOptions& options) noexcept {
+  [[nodiscard]] int Prepare(const ScatteredValues& data, const PointVariogramOptions& options,
+                            const Dealing& dealing) noexcept {
     n_ = data.n;
     scale_ = ScaleFor(options.lag * options.nlag);
     double largest = 0.0;
@@ -44,10 +45,11 @@ class SortedPoints {
     valueScale_ = ScaleFor(largest);
     scan_ = {};
     scan_.lag = options.lag * scale_;
+    scan_.perLag = 1.0 / scan_.lag;
     scan_.nlag = options.nlag;
     scan_.estimator = options.estimator;
     LayCells(data);
-    return Sort(data);
+    return Sort(data, dealing);
   }
 
   PairScan& scan() noexcept { return scan_; }
@@ -59,7 +61,7 @@ class SortedPoints {
   // rows have many heads. Cells along a row are a quarter as long, for their length costs candidates alone.
   void LayCells(const ScatteredValues& data) noexcept {
     constexpr double kHeadsOfRow = 48.0;
-    constexpr double kMostRows = 16.0;
+    constexpr double kMostRows = 12.0;
     const double largestLag = scan_.lag * scan_.nlag;
     double size[3] = {};
     double greatest = largestLag;
@@ -108,7 +110,7 @@ class SortedPoints {
     return cell;
   }
 
-  [[nodiscard]] int Sort(const ScatteredValues& data) noexcept {
+  [[nodiscard]] int Sort(const ScatteredValues& data, const Dealing& dealing) noexcept {
     const std::size_t ncell = kSize * scan_.ncell[0] * scan_.ncell[1] * scan_.ncell[2];
     if (const int status = begin_.Allocate(ncell + 2, 0); status != 0) return status;
     const std::size_t room = static_cast<std::size_t>(n_) + kPairLanes;
@@ -116,16 +118,24 @@ class SortedPoints {
     for (int v = 0; v < nvector; ++v) {
       if (const int status = vectors_[v].Allocate(room, 0.0); status != 0) return status;
     }
-    // First the counts of cells, two entries later; as points are put in place, the entry before becomes the cell's begin.
-    for (std::ptrdiff_t i = 0; i < n_; ++i) ++begin_[CellOf(data, i) + 2];
+    Buffer<std::size_t> place;  // the cell of a point, and then where the point goes
+    if (const int status = place.Allocate(static_cast<std::size_t>(n_)); status != 0) return status;
+    dealing.Blocks(n_, [&](std::ptrdiff_t first, std::ptrdiff_t end) noexcept {
+      for (std::ptrdiff_t i = first; i < end; ++i) place[static_cast<std::size_t>(i)] = CellOf(data, i);
+    });
+    // First the counts of cells, two entries later; as points get their places, the entry before becomes the cell's begin.
+    for (const std::size_t cell : place) ++begin_[cell + 2];
     for (std::size_t cell = 2; cell < ncell + 2; ++cell) begin_[cell] += begin_[cell - 1];
-    for (std::ptrdiff_t i = 0; i < n_; ++i) {
-      const auto to = static_cast<std::size_t>(begin_[CellOf(data, i) + 1]++);
-      int v = 0;
-      for (; v < data.dimension; ++v) vectors_[v][to] = data.coordinates[i * data.dimension + v] * scale_;
-      vectors_[v++][to] = data.value[i] * valueScale_;
-      if (data.other != nullptr) vectors_[v][to] = data.other[i] * valueScale_;
-    }
+    for (std::size_t& cell : place) cell = static_cast<std::size_t>(begin_[cell + 1]++);
+    dealing.Blocks(n_, [&](std::ptrdiff_t first, std::ptrdiff_t end) noexcept {
+      for (std::ptrdiff_t i = first; i < end; ++i) {
+        const std::size_t to = place[static_cast<std::size_t>(i)];
+        int v = 0;
+        for (; v < data.dimension; ++v) vectors_[v][to] = data.coordinates[i * data.dimension + v] * scale_;
+        vectors_[v++][to] = data.value[i] * valueScale_;
+        if (data.other != nullptr) vectors_[v][to] = data.other[i] * valueScale_;
+      }
+    });
     for (int a = 0; a < data.dimension; ++a) scan_.at[a] = vectors_[a].data();
     scan_.value = vectors_[data.dimension].data();
     if (data.other != nullptr) scan_.other = vectors_[data.dimension + 1].data();
@@ -140,6 +150,18 @@ class SortedPoints {
   Buffer<double> vectors_[5];
   Buffer<int> begin_;
 };
+
+PairCone Prepared(const DirectionCone& cone, double scale) noexcept {
+  // More than rounding takes from an extent along an axis, over the distance.
+  constexpr double kRounding = 1e-14;
+  PairCone result{};
+  std::copy(cone.axis, cone.axis + 3, result.axis);
+  const double cosine = std::max(cone.cosine - kRounding, 0.0);
+  result.leastAlong = cosine * cosine;
+  result.leastInCylinder = 1.0 - kRounding;
+  result.squaredBandwidth = cone.bandwidth * scale * cone.bandwidth * scale;
+  return result;
+}
 
 void Add(const PairSum& term, PairSum* sum) noexcept {
   sum->distance += term.distance;
@@ -184,13 +206,13 @@ double GammaOf(const PairSum& sum, const PairScan& scan, double valueScale) noex
 int ComputePointVariogram(const ScatteredValues& data, const PointVariogramOptions& options, const Dealing& dealing,
                           const Progress& progress, const PointVariogram& result) noexcept {
   SortedPoints points;
-  if (const int status = points.Prepare(data, options); status != 0) return status;
+  if (const int status = points.Prepare(data, options, dealing); status != 0) return status;
   PairScan& scan = points.scan();
-  Buffer<DirectionCone> cones;
+  Buffer<PairCone> cones;
   if (options.ncone > 0) {
     if (const int status = cones.Allocate(kSize * options.ncone); status != 0) return status;
-    std::copy(options.cones, options.cones + options.ncone, cones.begin());
-    for (DirectionCone& cone : cones) cone.bandwidth *= points.scale();
+    std::transform(options.cones, options.cones + options.ncone, cones.begin(),
+                   [&](const DirectionCone& cone) { return Prepared(cone, points.scale()); });
     scan.cones = cones.data();
     scan.ncone = options.ncone;
   }

@@ -18,6 +18,13 @@ struct ScatteredValues {
   const double* other;        // n values of a second variable, for a cross-variogram; null for none
 };
 
+// A double cone about a direction, cut by a cylinder. What lies on its border by rounding belongs to it.
+struct DirectionCone {
+  double axis[3];    // of length 1
+  double cosine;     // of the half-angle, which is at most 90 degrees
+  double bandwidth;  // radius of the cylinder; infinity for none
+};
+
 // Which pairs make a variogram. Lag k holds pairs at a distance in (k * lag, (k + 1) * lag].
 struct PointVariogramOptions {
   double lag;  // above 0

@@ -216,11 +216,11 @@ Values PointPairs(SimdLevel level, Draws& draws) {
   std::vector<Values> numbers;
   for (int v = 0; v < 5; ++v) numbers.push_back(draws.Numbers(n + kestrum::kPairLanes));
   const std::vector<int> begin = {0, n};
-  const kestrum::DirectionCone cones[] = {{{1.0, 0.0, 0.0}, 0.5, 1.0},
-                                          {{0.6, 0.8, 0.0}, 0.9, 1e9},
-                                          {{0.0, 1.0, 0.0}, 0.0, 0.5},
-                                          {{0.8, 0.0, 0.6}, 0.7, 2.0},
-                                          {{0.0, 0.0, 1.0}, 0.2, 0.1}};
+  std::vector<kestrum::PairCone> cones(5);
+  for (kestrum::PairCone& cone : cones) {
+    const Values given = draws.Numbers(6);
+    cone = {{given[0], given[1], given[2]}, given[3], given[4], given[5]};
+  }
   kestrum::PairScan scan{};
   scan.at[0] = numbers[0].data();
   scan.at[1] = numbers[1].data();
@@ -231,9 +231,10 @@ Values PointPairs(SimdLevel level, Draws& draws) {
   for (int a = 0; a < 3; ++a) scan.ncell[a] = 1;
   scan.reach = 1e9;
   scan.lag = draws.Flip() ? 0.5 : 0.37;
+  scan.perLag = 1.0 / scan.lag;
   scan.nlag = nlag;
   scan.estimator = static_cast<kestrum::VariogramEstimator>(draws.Int(0, 2));
-  scan.cones = cones;
+  scan.cones = cones.data();
   scan.ncone = draws.Int(0, 5);
   std::vector<PairSum> sums(static_cast<std::size_t>(kestrum::ConeGroupCount(scan.ncone) * kestrum::kConeSets *
                                                      kestrum::PairBinCount(nlag) * kestrum::kPairLanes));
