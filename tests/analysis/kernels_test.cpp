@@ -17,7 +17,6 @@
 #include "analysis/mark_block.hpp"
 #include "analysis/moving_average_sums.hpp"
 #include "analysis/nearest_center.hpp"
-#include "analysis/point_pairs.hpp"
 #include "analysis/pyramid_rows.hpp"
 #include "analysis/two_point_statistics.hpp"
 #include "core/buffer.hpp"
@@ -209,41 +208,6 @@ Values Batches(SimdLevel level, Draws& draws) {
   return out;
 }
 
-// Points in one cell.
-Values PointPairs(SimdLevel level, Draws& draws) {
-  using kestrum::PairSum;
-  const int n = draws.Int(1, 60), nlag = draws.Int(1, 9);
-  std::vector<Values> numbers;
-  for (int v = 0; v < 5; ++v) numbers.push_back(draws.Numbers(n + kestrum::kPairLanes));
-  const std::vector<int> begin = {0, n};
-  std::vector<kestrum::PairCone> cones(5);
-  for (kestrum::PairCone& cone : cones) {
-    const Values given = draws.Numbers(6);
-    cone = {{given[0], given[1], given[2]}, given[3], given[4], given[5]};
-  }
-  kestrum::PairScan scan{};
-  scan.at[0] = numbers[0].data();
-  scan.at[1] = numbers[1].data();
-  if (draws.Flip()) scan.at[2] = numbers[2].data();
-  scan.value = numbers[3].data();
-  if (draws.Flip()) scan.other = numbers[4].data();
-  scan.begin = begin.data();
-  for (int a = 0; a < 3; ++a) scan.ncell[a] = 1;
-  scan.reach = 1e9;
-  scan.lag = draws.Flip() ? 0.5 : 0.37;
-  scan.perLag = 1.0 / scan.lag;
-  scan.nlag = nlag;
-  scan.estimator = static_cast<kestrum::VariogramEstimator>(draws.Int(0, 2));
-  scan.cones = cones.data();
-  scan.ncone = draws.Int(0, 5);
-  std::vector<PairSum> sums(static_cast<std::size_t>(kestrum::ConeGroupCount(scan.ncone) * kestrum::kConeSets *
-                                                     kestrum::PairBinCount(nlag) * kestrum::kPairLanes));
-  kestrum::PairKernelOf(scan, level)(scan, 0, n, sums.data());
-  Values found;
-  for (const PairSum& sum : sums) found.insert(found.end(), {sum.distance, sum.term, sum.pairs});
-  return found;
-}
-
 struct Kernel {
   const char* name;
   Values (*run)(SimdLevel, Draws&);
@@ -266,17 +230,16 @@ TEST_P(EveryKernel, GivesTheBitsOfTheBaseline) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, EveryKernel,
-                         testing::Combine(testing::Values(Kernel{"Marks", Marks}, Kernel{"EulerNumbers", EulerNumbers},
-                                                          Kernel{"NearestCenters", NearestCenters},
-                                                          Kernel{"Lines", Lines}, Kernel{"LagSums", LagSums},
-                                                          Kernel{"MovingSums", MovingSums},
-                                                          Kernel{"PyramidRows", PyramidRows},
-                                                          Kernel{"PointPairs", PointPairs}, Kernel{"Batches", Batches}),
-                                          testing::Values(SimdLevel::kAvx2, SimdLevel::kAvx512)),
-                         [](const auto& test) {
-                           return std::get<0>(test.param).name +
-                                  std::string(std::get<1>(test.param) == SimdLevel::kAvx2 ? "Avx2" : "Avx512");
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Kernels, EveryKernel,
+    testing::Combine(testing::Values(Kernel{"Marks", Marks}, Kernel{"EulerNumbers", EulerNumbers},
+                                     Kernel{"NearestCenters", NearestCenters}, Kernel{"Lines", Lines},
+                                     Kernel{"LagSums", LagSums}, Kernel{"MovingSums", MovingSums},
+                                     Kernel{"PyramidRows", PyramidRows}, Kernel{"Batches", Batches}),
+                     testing::Values(SimdLevel::kAvx2, SimdLevel::kAvx512)),
+    [](const auto& test) {
+      return std::get<0>(test.param).name +
+             std::string(std::get<1>(test.param) == SimdLevel::kAvx2 ? "Avx2" : "Avx512");
+    });
 
 }  // namespace

@@ -1,8 +1,11 @@
-// Inner solvers: what the levels of instructions and the compilers must agree on.
+// Inner solvers and sums: what the levels of instructions and the compilers must agree on.
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 
+#include "analysis/point_variogram.hpp"
 #include "core/buffer.hpp"
 #include "core/parallel.hpp"
 #include "numeric/cholesky.hpp"
@@ -84,10 +87,51 @@ void KrigingBatch(Draw& draw, int /*nthreads*/, Outcome& outcome) {
   outcome.Add(lanes);
 }
 
+void PointVariogram(Draw& draw, int nthreads, Outcome& outcome) {
+  outcome.function = "ComputePointVariogram";
+  kestrum::ScatteredValues data{};
+  data.n = draw.Int(2, 3000);
+  data.dimension = draw.Int(2, 3);
+  // Some places are on a grid, and some shared.
+  std::vector<real> places = draw.Reals(data.n * data.dimension, 0.0, 10.0);
+  if (draw.Chance(0.3)) {
+    for (real& c : places) c = std::round(c * 4.0) / 4.0;
+  }
+  const std::vector<real> values = draw.Reals(data.n, -2.0, 2.0), others = draw.Reals(data.n, -2.0, 2.0);
+  data.coordinates = places.data();
+  data.value = values.data();
+  if (draw.Chance(0.2)) data.other = others.data();
+  std::vector<kestrum::DirectionCone> cones;
+  for (int c = draw.Int(0, 6); c > 0; --c) {
+    const real dip = data.dimension == 3 ? draw.Real(-1.5, 1.5) : 0.0, azimuth = draw.Real(0.0, 3.0);
+    cones.push_back({{std::sin(azimuth) * std::cos(dip), std::cos(azimuth) * std::cos(dip), -std::sin(dip)},
+                     draw.Real(0.0, 1.0),
+                     draw.Of({0.5, HUGE_VAL})});
+  }
+  kestrum::PointVariogramOptions options{};
+  options.nlag = draw.Int(1, 20);
+  options.lag = draw.Of({0.02, 0.25, 1.0});
+  options.estimator = static_cast<kestrum::VariogramEstimator>(draw.Int(0, 2));
+  options.cones = cones.data();
+  options.ncone = static_cast<int>(cones.size());
+  const std::size_t size = static_cast<std::size_t>(std::max(1, options.ncone) * options.nlag);
+  std::vector<real> distance(size), gamma(size);
+  std::vector<std::int64_t> pairs(size);
+  std::int64_t coincident = 0;
+  outcome.status =
+      kestrum::ComputePointVariogram(data, options, nthreads == 0 ? Dealing::Serial() : Dealing::Threads(nthreads),
+                                     {nullptr, nullptr}, {distance.data(), gamma.data(), pairs.data(), &coincident});
+  outcome.Add(distance);
+  outcome.Add(gamma);
+  outcome.Add(pairs);
+  outcome.Add(static_cast<real>(coincident));
+}
+
 }  // namespace
 
 const std::vector<Trial>& NumericTrials() {
-  static const std::vector<Trial> kTrials = {{"kriging system", KrigingSystem}, {"kriging batch", KrigingBatch}};
+  static const std::vector<Trial> kTrials = {
+      {"kriging system", KrigingSystem}, {"kriging batch", KrigingBatch}, {"point variogram", PointVariogram}};
   return kTrials;
 }
 
