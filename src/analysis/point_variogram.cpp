@@ -242,12 +242,14 @@ int ComputePointVariogram(const ScatteredValues& data, const PointVariogramOptio
       }
       Gather(scan, sums.data(), chunks.data() + static_cast<std::size_t>(chunk) * nresult);
       if (thread == 0) {
-        const int status = progress.Publish(static_cast<double>(chunk) / static_cast<double>(nchunk));
+        const int status = progress.Publish(static_cast<double>(chunk + 1) / static_cast<double>(nchunk));
         if (status != 0) return word.store(status);
       }
     }
   });
   if (const int status = word.load(); status != 0) return status;
+  // Another thread may have done the last chunk.
+  if (const int status = progress.Publish(1.0); status != 0) return status;
 
   for (std::size_t k = 0; k < nresult; ++k) {
     PairSum sum{};

@@ -115,7 +115,7 @@ def test_threads_give_the_same_bits():
         assert all(getattr(one, name).tobytes() == getattr(other, name).tobytes() for name in ("lag", "gamma", "pairs"))
 
 
-def test_many_points_need_little_memory():
+def test_many_points():
     # Nodes of a grid, the last line of them not full: neighbours can be counted.
     count = 814_084
     x, y = np.divmod(np.arange(count), 902.0)
