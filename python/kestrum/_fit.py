@@ -113,12 +113,14 @@ class Form:
             whole = tuple(range(len(ranges)))
             if "anisotropy" in fixed and ranges:
                 groups = [whole]
-            # A power model is scaled by its sill alone.
-            for group in groups if s.type != "Power" else []:
-                if "range" in fixed and 0 in group:
+            for group in groups:
+                # A power model is scaled by its sill: its first range is a unit.
+                if ("range" in fixed or s.type == "Power") and 0 in group:
                     continue
                 logs = [math.log(ranges[a]) for a in group]
                 bounds = low + logs[0] - min(logs), high + logs[0] - max(logs)
+                if s.type == "Power":
+                    bounds = math.log(ranges[0] / 100.0), math.log(ranges[0] * 100.0)
                 if bounds[0] > bounds[1]:
                     raise ModelError(f"the anisotropy of {s.type} is too strong for the lags: no range suits both axes. "
                                      "Leave it free, or give more lags.")
@@ -168,9 +170,11 @@ class Form:
         """The form of a result, its azimuth from 0 to 180 and the first range of its chief structure the longer one."""
         structures, (azimuth, dip, plunge) = self.structures(p, sills)
         if any(free.structure < 0 for free in self.free) and dip == plunge == 0.0:
-            chief = max((s for s in structures if len(set(s.range[:2])) > 1), key=lambda s: s.sill)
-            if chief.range[0] < chief.range[1] and "range" not in self.fixed:
-                structures = tuple(Structure(s.type, s.sill, (*s.range[1::-1], *s.range[2:]), s.shape) for s in structures)
+            # Ranges that ended on one bound have no longer axis.
+            chief = max((s for s in structures if s.range), key=lambda s: (len(set(s.range[:2])) > 1, s.sill))
+            kept = "range" in self.fixed or ("sill" in self.fixed and any(s.type == "Power" for s in structures))
+            if chief.range[0] < chief.range[1] and not kept:
+                structures = tuple(_turned(s) for s in structures)
                 azimuth += 90.0
             azimuth %= 180.0
         return Form(CovModel._of(structures, (azimuth, dip, plunge)), self.fixed, self.dimension, *self.reach)
@@ -201,6 +205,15 @@ class Form:
             unit = math.degrees(1.0) if self.free[i].structure < 0 else math.exp(self.start[i])
             result.append(np.tensordot(self.sills, change, 1) / unit)
         return result
+
+
+def _turned(s: Structure) -> Structure:
+    """The same structure, its first two axes exchanged."""
+    if s.type != "Power":
+        return Structure(s.type, s.sill, (*s.range[1::-1], *s.range[2:]), s.shape)
+    assert s.shape is not None
+    scale = s.range[0] / s.range[1]  # keeps the first range
+    return Structure(s.type, s.sill * scale**s.shape, (s.range[0], s.range[0] * scale, *(r * scale for r in s.range[2:])), s.shape)
 
 
 def _require_fittable(model: Any, dimension: int) -> None:
@@ -237,14 +250,15 @@ def fit_variogram(variogram: "Variogram", model: Any, weights: Any, fixed: Any) 
         raise DataError("no semivariance is above 0: there is nothing to fit.")
     weight = {"pairs": pairs, "pairs/lag2": pairs / lag**2, "equal": np.ones_like(lag)}[weights]
     lags = lag[:, None] * np.repeat(variogram._axes(), found.sum(axis=1), axis=0)
-    fits = []
+    fits, counts = [], []
     for candidate in candidates:
         form = Form(candidate, names, variogram.dimension, 0.1 * lag.min(), 3.0 * lag.max())
-        _require_told(form, variogram, int(found.sum()))
+        counts.append(len(form.free) + int(form.sill_free.sum()))
+        _require_told(form, variogram, int(found.sum()), counts[-1])
         fits.append(_least_squares(form, lags, gamma, weight))
     order = sorted(range(len(fits)), key=lambda i: fits[i][1])
     ranking = pd.DataFrame({"model": [str(_plain(fits[i][0].model)) for i in order], "residual": [fits[i][1] for i in order],
-                            "parameters": [len(fits[i][0].free) + int(fits[i][0].sill_free.sum()) for i in order]})
+                            "parameters": [counts[i] for i in order]})
     form, residual = fits[order[0]]
     slopes = [np.sqrt(weight) * slope for slope in form.slopes(lambda p: 1.0 - form.correlations(p, lags))]
     spare = len(gamma) - len(slopes)
@@ -260,7 +274,7 @@ def _plain(model: CovModel) -> FittedModel:
     return FittedModel._fitted(model.structures, model._angles)
 
 
-def _require_told(form: Form, variogram: "Variogram", informed: int) -> None:
+def _require_told(form: Form, variogram: "Variogram", informed: int, count: int) -> None:
     """Refuses to seek what the variogram does not tell."""
     model = form.model
     if not model.isotropic and np.isnan(variogram.azimuth).any():
@@ -271,7 +285,6 @@ def _require_told(form: Form, variogram: "Variogram", informed: int) -> None:
     if directed and len(variogram.azimuth) < 2:
         raise ModelError(f"the variogram is of one direction, which does not tell {directed[-1]}. Give several azimuths, or "
                          "fixed=('anisotropy', 'azimuth').")
-    count = len(form.free) + int(form.sill_free.sum())
     if informed < count:
         raise DataError(f"the variogram has {informed} lags with pairs, but {count} parameters are free. Give more lags, or a simpler model.")
 
@@ -328,7 +341,7 @@ def _on_bounds(form: Form, p: Floats, cost: float, solve: Any) -> Floats:
 
 def _starts(form: Form, solve: Any) -> list[Floats]:
     """The first guess, and the best few of a table of ranges and azimuths."""
-    ranged = sorted({f.structure for f in form.free if f.axes})
+    ranged = sorted({f.structure for f in form.free if f.axes and form.model.structures[f.structure].type != "Power"})
     levels = np.linspace(math.log(form.reach[1] / 60.0), math.log(form.reach[1] / 1.5), 7)
     combinations = list(itertools.combinations_with_replacement(levels, len(ranged))) if len(ranged) <= 3 else []
     turns = np.deg2rad([0.0, 30.0, 60.0, 90.0, 120.0, 150.0]) if any(f.structure < 0 for f in form.free) else np.zeros(1)

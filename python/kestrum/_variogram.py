@@ -71,7 +71,7 @@ class Variogram:
         model : CovModel or sequence of CovModel
             The first guess, any sum of structures. Ranges of a structure that are equal in it stay equal: give two numbers
             that differ to find an anisotropy, which takes a variogram of several directions. The dip and the plunge stay,
-            and so does the range of a power model. Of several candidates the best is the result.
+            and so does the first range of a power model. Of several candidates the best is the result.
         weights : {"pairs", "pairs/lag2", "equal"}
             Of a lag: its number of pairs, that over its squared distance, or 1.
         fixed : iterable of str

@@ -225,6 +225,7 @@ def exact(model, dimension, n_lags=12, largest=60.0):
     (ks.Nugget(1.0) + ks.Spherical(2.0, range=12.0) + ks.Spherical(4.0, range=50.0), ks.Nugget() + ks.Spherical(range=5.0) + ks.Spherical(range=9.0), ()),
     (ks.Matern(2.0, range=9.0, smoothness=1.4), ks.Matern(range=5.0, smoothness=0.5), ()),
     (ks.Nugget(0.1) + ks.Power(0.02, range=1.0, power=1.3), ks.Nugget() + ks.Power(range=1.0, power=0.5), ()),
+    (ks.Power(0.02, range=(1.0, 0.4), power=1.3, azimuth=60.0), ks.Nugget() + ks.Power(range=(1.0, 0.9), power=0.5), ()),
     (ks.Nugget(0.3) + ks.Stable(2.0, range=30.0, power=1.7), ks.Nugget(0.3) + ks.Stable(range=9.0, power=1.7), ("nugget", "shape")),
     (ks.Nugget(0.2) + ks.Spherical(0.8, range=(50.0, 20.0), azimuth=70.0), ks.Nugget() + ks.Spherical(range=(9.0, 8.0)), ()),
     (ks.Gaussian(0.8, range=(50.0, 20.0), azimuth=115.0), ks.Gaussian(range=(10.0, 30.0), azimuth=80.0), ()),
@@ -275,6 +276,9 @@ def test_bounds():
     fitted = line.fit(ks.Nugget(1.0) + ks.Spherical(1.0, range=5.0))
     assert fitted.structures[1].range[0] == pytest.approx(30.0, rel=1e-12) and list(fitted.parameter_covariance) == ["structures[1].sill"]
     assert fitted.at_bounds == ("structures[0].sill", "structures[1].range") and fitted.structures[0].sill == 0.0
+    # Both axes end on the bound.
+    both = exact(ks.Power(1.0, range=(9.0, 8.99), power=1.0), 2).fit(ks.Nugget(1.0) + ks.Spherical(1.0, range=(5.0, 4.0)))
+    assert both.isotropic and both.at_bounds == fitted.at_bounds and both.ranking.parameters[0] == 5
 
 
 @given(st.integers(0, 10_000), st.sampled_from([2, 3]), st.sampled_from(["Spherical", "Exponential", "Gaussian", "Cubic", "CardinalSine", "Matern"]))
