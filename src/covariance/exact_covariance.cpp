@@ -9,17 +9,33 @@
 namespace kestrum {
 namespace {
 
-// Lags are taken in blocks that fit on the stack, each whole: a last one is filled up.
-constexpr int kBlock = 128;
-
-// A block of lags, and where its covariances go.
+// Some lags, and where their covariances go. Lags that are left are filled up to kLanes.
 struct LagBlock {
-  int n;  // a multiple of the width of any vector
+  int n;  // a multiple of kLanes
   const double* x;
   const double* y;
   const double* z;
   double* cov;
 };
+
+// As measured on AVX-512 by covariance_benchmark.
+double CostOf(const ExactCovariance::Element& element) noexcept {
+  switch (element.type) {
+    case COV_EXPONENTIAL:
+    case COV_GAUSSIAN:
+      return 2.5;
+    case COV_SINUS_CARDINAL:
+      return 3.5;
+    case COV_GAMMA:
+    case COV_POWER:
+    case COV_EXPONENTIAL_GENERALIZED:
+      return 8.0;
+    case COV_MATERN:
+      return element.matern.halfOrder ? 3.5 : 16.0;
+    default:
+      return 1.25;
+  }
+}
 
 }  // namespace
 }  // namespace kestrum
@@ -57,6 +73,7 @@ void ExactCovariance::SetElement(int i, const ElementParameters& parameters, con
     element.factor = 0.05 * Pow(-ExpMinusOne(-exponent), -element.s);
   }
   if (element.type == COV_MATERN && !sameMatern) element.matern = Matern::OfSmoothness(element.s);
+  cost_ += CostOf(element);
 }
 
 real ExactCovariance::Sill() const noexcept {
@@ -67,22 +84,23 @@ real ExactCovariance::Sill() const noexcept {
 
 void ExactCovariance::Evaluate(int n, const real* dx, const real* dy, const real* dz, real* cov,
                                SimdLevel level) const noexcept {
-  for (int begin = 0; begin < n; begin += kBlock) {
-    const int count = std::min(n - begin, kBlock);
-    alignas(64) double filled[4][kBlock];
-    LagBlock block{kBlock, dx + begin, dy + begin, dz + begin, cov + begin};
-    if (count < kBlock) {
-      constexpr int kMultiple = 8;
-      block = {(count + kMultiple - 1) / kMultiple * kMultiple, filled[0], filled[1], filled[2], filled[3]};
-      const real* const lags[3] = {dx, dy, dz};
-      for (int axis = 0; axis < 3; ++axis) {
-        std::copy_n(lags[axis] + begin, count, filled[axis]);
-        std::fill_n(filled[axis] + count, block.n - count, 0.0);
-      }
-    }
-    KESTRUM_KERNEL_AT(level, EvaluateBlock)(elements_.data(), count_, rotated_, block);
-    if (count < kBlock) std::copy_n(filled[3], count, cov + begin);
-  }
+  const auto evaluate = level == SimdLevel::kAvx512 ? avx512::EvaluateBlock
+                        : level == SimdLevel::kAvx2 ? avx2::EvaluateBlock
+                                                    : baseline::EvaluateBlock;
+  const int rest = n % kLanes;
+  const int whole = n - rest;
+  if (whole > 0) evaluate(elements_.data(), count_, rotated_, {whole, dx, dy, dz, cov});
+  if (rest == 0) return;
+  alignas(64) double filled[4][kLanes] = {};
+  const real* const lags[3] = {dx, dy, dz};
+  for (int axis = 0; axis < 3; ++axis) std::copy_n(lags[axis] + whole, rest, filled[axis]);
+  evaluate(elements_.data(), count_, rotated_, {kLanes, filled[0], filled[1], filled[2], filled[3]});
+  std::copy_n(filled[3], rest, cov + whole);
+}
+
+void LagsOfLanes(int n, const real* const* place, int step, const real* const* from, real* const* lag,
+                 SimdLevel level) noexcept {
+  KESTRUM_KERNEL_AT(level, SubtractPlaces)(n, place, step, from, lag);
 }
 
 }  // namespace kestrum

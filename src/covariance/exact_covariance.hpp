@@ -9,6 +9,7 @@
 #include "core/buffer.hpp"
 #include "covariance/cov_evaluation.hpp"
 #include "covariance/matern.hpp"
+#include "numeric/lanes.hpp"
 #include "numeric/simd_level.hpp"
 
 namespace kestrum {
@@ -29,11 +30,15 @@ class ExactCovariance {
     rotated_ = Angles(model, source, angles);
     const Rotation rotation = Rotation::FromAnglesExactly(angles);
     count_ = model.nelem;
+    cost_ = 0.0;
     for (int i = 0; i < count_; ++i) SetElement(i, ReadParameters(model.covModelElem[i], source), rotation);
   }
 
   // The covariance of the zero lag.
   real Sill() const noexcept;
+
+  // About how long a lag takes, in units of gathering one number from a table.
+  double cost() const noexcept { return cost_; }
 
   // cov[k] becomes the covariance of lag (dx[k], dy[k], dz[k]), along the grid's axes and in coordinate units, for n
   // lags. No array overlaps another.
@@ -56,9 +61,16 @@ class ExactCovariance {
   void SetElement(int i, const ElementParameters& parameters, const Rotation& rotation) noexcept;
 
   int count_ = 0;
+  double cost_ = 0.0;
   bool rotated_ = false;
   Buffer<Element> elements_;
 };
+
+// Lags of n places from kLanes others side by side: along axis a, that of place i from place `lane` at
+// lag[a][i*kLanes + lane]. Coordinate a of place i is place[a][i*step] if it serves all lanes (step 1), else
+// place[a][i*kLanes + lane] (step kLanes); from[a] has kLanes numbers.
+void LagsOfLanes(int n, const real* const* place, int step, const real* const* from, real* const* lag,
+                 SimdLevel level = BestSimdLevel()) noexcept;
 
 }  // namespace kestrum
 

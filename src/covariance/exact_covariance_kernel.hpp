@@ -147,3 +147,17 @@ KESTRUM_KERNEL_TARGET void EvaluateBlock(const Element* elements, int count, boo
 }
 
 #undef KESTRUM_CONTRIBUTION
+
+KESTRUM_KERNEL_TARGET void SubtractPlaces(int n, const real* const* place, int step, const real* const* from,
+                                          real* const* lag) noexcept {
+  for (int axis = 0; axis < 3; ++axis) {
+    const real* at = place[axis];
+    real* to = lag[axis];
+    for (int i = 0; i < n; ++i, at += step, to += kLanes) {
+      for (int lane = 0; lane < kLanes; lane += kWidth) {
+        const Vector own = step > 1 ? Load<Vector>(at + lane) : Broadcast<Vector>(*at);
+        Store(to + lane, own - Load<Vector>(from[axis] + lane));
+      }
+    }
+  }
+}

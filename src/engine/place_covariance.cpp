@@ -87,7 +87,7 @@ void TargetCovariance::Prepare(int node) noexcept {
     }
   };
   prepare(data_, *all_->model_);
-  targetVariance_ = data_.Sill();
+  targetVariance_ = dataVariance_ = data_.Sill();
   if (all_->points_ > 1) {
     prepare(smooth_, all_->smooth_);
     targetVariance_ = MeanWithinCell();

@@ -56,7 +56,8 @@ class TargetCovariance {
   }
   // Lags are data minus target.
   void WithTarget(int n, const double* dx, const double* dy, const double* dz, double* cov) const noexcept;
-  double dataVariance() const noexcept { return data_.Sill(); }
+  double cost() const noexcept { return data_.cost(); }
+  double dataVariance() const noexcept { return dataVariance_; }
   double targetVariance() const noexcept { return targetVariance_; }
 
  private:
@@ -65,6 +66,7 @@ class TargetCovariance {
   const PlaceCovariance* all_ = nullptr;
   SimdLevel level_ = SimdLevel::kBaseline;
   ExactCovariance data_, smooth_;
+  double dataVariance_ = 0.0;
   double targetVariance_ = 0.0;
 };
 

@@ -171,7 +171,7 @@ int PlaceDense::Krige(const PlaceRun& run, const TargetCovariance& covariance, i
       PlaceTarget own[kLanes];
       for (int l = 0; l < kLanes; ++l) own[l] = targets[begin + std::min(block * kLanes + l, count - 1)];
       double* const right = b + static_cast<std::size_t>(block) * blockSize;
-      CovariancesWithTargets(covariance, n_, places(), 1, own, right);
+      CovariancesWithTargets(covariance, n_, places(), 1, own, run.level, right);
       for (int l = 0; l < kLanes; ++l) run.WriteDrift(drift_, own[l], right + n_ * kLanes + l);
     }
     alignas(64) double sum[kBlocks * kLanes];

@@ -241,13 +241,17 @@ class Worker {
 
   [[nodiscard]] int KrigeSets(const PlaceNodes& nodes, const PlaceSets& sets,
                               const TargetCovariance& covariance) noexcept {
-    // The covariances of all candidates serve all sets, unless they are more than the sets have.
+    // The covariances of all candidates may serve all sets; or each system has its own evaluated, without copies. Where
+    // parameters vary, they are those of the only target.
     std::int64_t pairs = 0;
     for (int s = 0; s < sets.nset; ++s) {
       const std::int64_t n = CountMembers(sets, s);
       if (n <= PlaceLanes::kMaxData) pairs += n * (n - 1);
     }
-    const bool shared = std::int64_t{sets.ncandidate} * (sets.ncandidate - 1) <= pairs;
+    const double ofCandidates = static_cast<double>(sets.ncandidate) * (sets.ncandidate - 1);
+    const double ofSets = static_cast<double>(pairs);
+    const double cost = covariance.cost();
+    const bool shared = !run_->covariance.varies() && ofCandidates * (cost + 1.0) + ofSets < ofSets * cost;
     if (shared) {
       const int status = PackCovariances(covariance, sets.ncandidate, sets.candidates, &lags_, &packed_);
       if (status != 0) return status;
@@ -314,9 +318,10 @@ class Worker {
   // Takes `count` targets of a set, from number `first` on, into a lane.
   [[nodiscard]] int AddPart(const PlaceNodes& nodes, const PlaceSets& sets, int set, int first, int count, bool shared,
                             const TargetCovariance& covariance) noexcept {
+    const bool own = run_->covariance.varies();
     const int n = FindMembers(nodes, sets, set, first);
     PlaceMembers members{n, positions_.data(), sets.candidates, sets.datum};
-    if (!shared) {
+    if (own) {
       for (int i = 0; i < n; ++i) {
         const int position = positions_[static_cast<std::size_t>(i)];
         own_[0][i] = sets.candidates.x[position];
@@ -331,7 +336,7 @@ class Worker {
       if (status != 0) return status;
     }
     for (int i = 0; i < count; ++i) targets_[i] = TargetOf(nodes, sets.member[sets.start[set] + first + i]);
-    lanes_.Add(members, packed_.data(), covariance, count, targets_);
+    lanes_.Add(members, shared || own ? packed_.data() : nullptr, covariance, count, targets_);
     return 0;
   }
 

@@ -68,6 +68,7 @@ void PlaceLanes::Add(const PlaceMembers& members, const double* packed, const Ta
   lane.targetVariance = covariance.targetVariance();
   lane.ntarget = ntarget;
   std::copy_n(targets, ntarget, lane.target);
+  lane.packed = packed != nullptr;
   double* row = matrix_.data() + Row(kMaxData) * taken_;
   for (int i = 0; i < members.n; ++i) {
     const int position = members.Position(i);
@@ -78,6 +79,7 @@ void PlaceLanes::Add(const PlaceMembers& members, const double* packed, const Ta
     y_[at] = members.candidates.y[position];
     z_[at] = members.candidates.z[position];
     values_[at] = data.residual[datum];
+    if (!lane.packed) continue;
     const double* const covariances = packed + PairRow(position);
     for (int j = 0; j < i; ++j) row[j] = covariances[members.position[j]];
     row[i] = covariance.dataVariance();
@@ -103,8 +105,8 @@ void PlaceLanes::Add(const PlaceMembers& members, const double* packed, const Ta
   if (++taken_ == kLanes) Flush();
 }
 
-// Puts the matrices side by side, completes lanes that are not taken, or have fewer data than n, and adds the drift.
-void PlaceLanes::FillMatrix(int n) noexcept {
+// Puts the covariances side by side that have come with their systems.
+void PlaceLanes::GatherMatrix(int n) noexcept {
   const double* own[kLanes];
   for (int l = 0; l < kLanes; ++l) {
     const std::ptrdiff_t held = Row(lanes_[l].n);
@@ -112,15 +114,48 @@ void PlaceLanes::FillMatrix(int n) noexcept {
     std::fill(matrix + held, matrix + Row(n), 0.0);
     for (int i = lanes_[l].n; i < n; ++i) matrix[Row(i) + i] = 1.0;
     own[l] = matrix;
-    for (int i = lanes_[l].n; i < n + q_; ++i) {
-      const auto at = Entry(i, l);
-      x_[at] = y_[at] = z_[at] = values_[at] = 0.0;
-    }
   }
   double* a = a_.data();
   for (std::ptrdiff_t k = 0; k < Row(n); ++k, a += kLanes) {
     for (int l = 0; l < kLanes; ++l) a[l] = own[l][k];
   }
+}
+
+// Evaluates the covariances of all lanes.
+void PlaceLanes::EvaluateMatrix(int n) noexcept {
+  const PlaceVectors places{x_.data(), y_.data(), z_.data()};
+  for (int i = 0; i < n; ++i) {
+    const std::ptrdiff_t own = i * kLanes;
+    double* const row = a_.data() + Row(i) * kLanes;
+    CovariancesOfLanes(i, places, kLanes, {places.x + own, places.y + own, places.z + own}, run_->level, row,
+                       [&](int count, const double* dx, const double* dy, const double* dz, double* cov) {
+                         covariance_->BetweenData(count, dx, dy, dz, cov);
+                       });
+    for (int l = 0; l < kLanes; ++l) {
+      const Lane& lane = lanes_[l];
+      double& diagonal = row[own + l];
+      if (i < lane.n) {
+        diagonal = covariance_->dataVariance();
+        if (run_->data.errorVariance) diagonal += run_->data.errorVariance[static_cast<std::size_t>(lane.datum[i])];
+      } else {
+        for (std::ptrdiff_t j = 0; j < i; ++j) row[j * kLanes + l] = 0.0;
+        diagonal = 1.0;
+      }
+    }
+  }
+}
+
+// Fills in for lanes that are not taken, or have fewer data than n, and finds the matrices with the drift.
+void PlaceLanes::FillMatrix(int n) noexcept {
+  bool packed = true;
+  for (int l = 0; l < kLanes; ++l) {
+    packed = packed && (l >= taken_ || lanes_[l].packed);
+    for (int i = lanes_[l].n; i < n + q_; ++i) {
+      const auto at = Entry(i, l);
+      x_[at] = y_[at] = z_[at] = values_[at] = 0.0;
+    }
+  }
+  packed ? GatherMatrix(n) : EvaluateMatrix(n);
   if (q_ == 0) return;
   for (int l = 0; l < kLanes; ++l) {
     const Lane& lane = lanes_[l];
@@ -143,7 +178,7 @@ void PlaceLanes::FillRightSide(int n, int round, double* b) noexcept {
   for (int l = 0; l < kLanes; ++l) targets[l] = lanes_[l].target[std::min(round, std::max(0, lanes_[l].ntarget - 1))];
   const PlaceVectors places{x_.data(), y_.data(), z_.data()};
   if (!run_->covariance.varies()) {
-    CovariancesWithTargets(*covariance_, n, places, kLanes, targets, b);
+    CovariancesWithTargets(*covariance_, n, places, kLanes, targets, run_->level, b);
   } else {
     for (int l = 0; l < taken_; ++l) {
       for (int i = 0; i < lanes_[l].n; ++i) b[i * kLanes + l] = lanes_[l].covariance[i];

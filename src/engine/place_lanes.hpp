@@ -25,7 +25,8 @@ class PlaceLanes {
 
   // Takes a system with at least one datum, no more than kMaxData, and 1 to kMaxTargets targets, but one if parameters
   // vary. Kriges once all lanes are taken. Nothing is kept of the arguments, but the covariances if they are for all.
-  //   packed   covariances of the candidates, as from PackCovariances
+  //   packed   covariances of the candidates, as from PackCovariances; null to have them evaluated, which gives the same
+  //            bits, but not if parameters vary
   void Add(const PlaceMembers& members, const double* packed, const TargetCovariance& covariance, int ntarget,
            const PlaceTarget* targets) noexcept;
 
@@ -41,6 +42,7 @@ class PlaceLanes {
   struct Lane {
     int n = 0;
     int ntarget = 0;
+    bool packed = false;  // its covariances are in matrix_
     PlaceTarget target[kMaxTargets];
     int datum[kMaxData];  // their numbers
     double targetVariance;
@@ -48,6 +50,8 @@ class PlaceLanes {
   };
 
   void FillMatrix(int n) noexcept;
+  void GatherMatrix(int n) noexcept;
+  void EvaluateMatrix(int n) noexcept;
   void FillRightSide(int n, int round, double* b) noexcept;
 
   const PlaceRun* run_ = nullptr;

@@ -99,30 +99,37 @@ struct PlaceRun {
   }
 };
 
-// The covariances of n data with kLanes targets, of datum i with target `lane` at out[i*kLanes + lane]. The place of datum
-// i is entry i*step of the vectors if it serves all targets (step 1), else entry i*kLanes + lane (step kLanes).
-inline void CovariancesWithTargets(const TargetCovariance& covariance, int n, const PlaceVectors& data, int step,
-                                   const PlaceTarget* targets, double* out) noexcept {
+// Covariances of n data with kLanes places side by side, of datum i with place `lane` at out[i*kLanes + lane]. The
+// coordinates of datum i are entry i*step of the vectors if it serves all lanes (step 1), else entry i*kLanes + lane (step
+// kLanes); those of the places have kLanes entries. evaluate(n, dx, dy, dz, cov) evaluates n lags, at most 128.
+template <typename Evaluate>
+void CovariancesOfLanes(int n, const PlaceVectors& data, int step, const PlaceVectors& places, SimdLevel level,
+                        double* out, const Evaluate& evaluate) noexcept {
   constexpr int kTogether = 16;
   alignas(64) double lags[3][kTogether * kLanes];
-  const double* const coordinates[3] = {data.x, data.y, data.z};
+  double* const lag[3] = {lags[0], lags[1], lags[2]};
+  const double* const from[3] = {places.x, places.y, places.z};
+  for (int begin = 0; begin < n; begin += kTogether) {
+    const int count = std::min(kTogether, n - begin);
+    const double* const at[3] = {data.x + begin * step, data.y + begin * step, data.z + begin * step};
+    LagsOfLanes(count, at, step, from, lag, level);
+    evaluate(count * kLanes, lags[0], lags[1], lags[2], out + begin * kLanes);
+  }
+}
+
+// The covariances of data with kLanes targets.
+inline void CovariancesWithTargets(const TargetCovariance& covariance, int n, const PlaceVectors& data, int step,
+                                   const PlaceTarget* targets, SimdLevel level, double* out) noexcept {
   double at[3][kLanes];
   for (int l = 0; l < kLanes; ++l) {
     at[0][l] = targets[l].x;
     at[1][l] = targets[l].y;
     at[2][l] = targets[l].z;
   }
-  for (int begin = 0; begin < n; begin += kTogether) {
-    const int count = std::min(kTogether, n - begin);
-    for (int a = 0; a < 3; ++a) {
-      const double* from = coordinates[a] + begin * step;
-      double* to = lags[a];
-      for (int i = 0; i < count; ++i, from += step, to += kLanes) {
-        for (int l = 0; l < kLanes; ++l) to[l] = from[step > 1 ? l : 0] - at[a][l];
-      }
-    }
-    covariance.WithTarget(count * kLanes, lags[0], lags[1], lags[2], out + begin * kLanes);
-  }
+  CovariancesOfLanes(n, data, step, {at[0], at[1], at[2]}, level, out,
+                     [&](int count, const double* dx, const double* dy, const double* dz, double* cov) {
+                       covariance.WithTarget(count, dx, dy, dz, cov);
+                     });
 }
 
 }  // namespace kestrum
