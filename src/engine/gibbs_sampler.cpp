@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "numeric/normal_table.hpp"
+#include "numeric/normal_law.hpp"
 
 namespace kestrum {
 namespace {
@@ -17,21 +17,21 @@ struct UniformRange {
 };
 
 // nodeStatus: -1 lower bound, -2 upper bound, -3 both; (bound - mean) / deviation as `lower` and `upper`.
-UniformRange TruncatedRange(int nodeStatus, real lower, real upper) noexcept {
+UniformRange TruncatedRange(const NormalLaw& normal, int nodeStatus, real lower, real upper) noexcept {
   constexpr real kLeast = VORL_EPSILON;
   if (nodeStatus == -2) {
-    const real width = NormalCdf(upper);
+    const real width = normal.cdf(upper);
     if (width >= kLeast) return {0.0, width, false};
     return {0.0, kLeast, true};
   }
   if (nodeStatus == -1) {
-    const real low = NormalCdf(lower);
+    const real low = normal.cdf(lower);
     if (1.0 - low >= kLeast) return {low, 1.0 - low, false};
     return {0.9999999999, 1.000000082740371e-10, true};
   }
   if (nodeStatus != -3) return {0.0, 1.0, false};
-  const real low = NormalCdf(lower);
-  const real high = NormalCdf(upper);
+  const real low = normal.cdf(lower);
+  const real high = normal.cdf(upper);
   if (high - low >= kLeast) return {low, high - low, false};
   // Crossed, which is deliberate: each end is moved across the other.
   const real a = std::min(1.0, low + 0.5 * kLeast);
@@ -43,8 +43,6 @@ UniformRange TruncatedRange(int nodeStatus, real lower, real upper) noexcept {
 }
 
 }  // namespace
-
-real NormalDeviate(real p) noexcept { return p < 0.5 ? -UpperNormalQuantile(1.0 - p) : UpperNormalQuantile(p); }
 
 int SolvedInequalityNodes::Prepare(const Problem& problem, int capacity) noexcept {
   constexpr std::int64_t kBytesBasic = 1 << 20;
@@ -101,7 +99,7 @@ GibbsSampler::PassFlags GibbsSampler::Pass(int pass, const RandomSource& random,
     for (int i = 0; i < count; ++i) {
       const int node = problem_.path.nodes[begin + i];
       if (!found && pass > 0 && solvedNodes_.wanted()) solvedNodes_.Keep(node, scratch.chunk[i]);
-      Draw(node, found ? solvedNodes_.Find(node) : scratch.chunk[i], random.Draw(begin - first_ + i, node), flags);
+      Draw(node, found ? solvedNodes_.Find(node) : scratch.chunk[i], random, begin - first_ + i, flags);
     }
   }
   return flags;
@@ -123,7 +121,8 @@ void GibbsSampler::Solve(int pass, int begin, int count, const PathRanks& ranks,
   solver.Solve(systems_, chunk);
 }
 
-void GibbsSampler::Draw(int node, const SolvedNode& solved, double number, PassFlags& flags) noexcept {
+void GibbsSampler::Draw(int node, const SolvedNode& solved, const RandomSource& random, int i,
+                        PassFlags& flags) noexcept {
   flags.dropped |= solved.system.ndropped > 0;
   flags.gaveUp |= solved.system.gaveUp;
   const auto [mean, variance] = MomentsAt(node, solved, systems_.list().shift, law_, value_);
@@ -136,9 +135,9 @@ void GibbsSampler::Draw(int node, const SolvedNode& solved, double number, PassF
   const int status = nodeStatus[node];
   const real lower = status == -1 || status == -3 ? (minimum[node] - mean) / deviation : 0.0;
   const real upper = status == -2 || status == -3 ? (maximum[node] - mean) / deviation : 0.0;
-  const UniformRange range = TruncatedRange(status, lower, upper);
+  const UniformRange range = TruncatedRange(random.normal(), status, lower, upper);
   flags.relaxed |= range.relaxed;
-  value_[node] = mean + deviation * NormalDeviate(range.width * number + range.low);
+  value_[node] = mean + deviation * random.normal().quantile(range.width * random.Draw(i, node) + range.low);
 }
 
 }  // namespace kestrum

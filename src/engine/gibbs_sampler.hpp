@@ -29,9 +29,6 @@ inline NodeMoments MomentsAt(int node, const SolvedNode& solved, const int* shif
   return {mean, law.LocalVariance(node, variance)};
 }
 
-// The standard normal deviate of a uniform number.
-real NormalDeviate(real p) noexcept;
-
 // Systems of the inequality nodes that have been solved once for all: from its second pass on the Gibbs sampler lets
 // each of them see all the others, so that its neighbours and weights stay the same in every pass of every realization.
 class SolvedInequalityNodes {
@@ -98,8 +95,8 @@ class GibbsSampler {
   // Finds the neighbours of the nodes from a position of the path on, and solves for them.
   void Solve(int pass, int begin, int count, const PathRanks& ranks, const NodeBits& before,
              ChunkSolver& scratch) const noexcept;
-  // Draws the value of a node with a uniform number.
-  void Draw(int node, const SolvedNode& solved, double number, PassFlags& flags) noexcept;
+  // Draws the value of a node, the i-th of the stretch.
+  void Draw(int node, const SolvedNode& solved, const RandomSource& random, int i, PassFlags& flags) noexcept;
 
   const Problem& problem_;
   const LocalLaw& law_;

@@ -48,6 +48,7 @@ class PhiloxRandom final : public RandomSource {
     return OpenUniform(PhiloxWord(block, 0));
   }
   void EndStretch() noexcept override {}
+  const NormalLaw& normal() const noexcept override { return kExactNormal; }
 
  private:
   static constexpr std::uint32_t kDraw = 0;

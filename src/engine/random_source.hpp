@@ -4,11 +4,13 @@
 #include <cstdint>
 
 #include "engine/node_draws.hpp"
+#include "numeric/normal_law.hpp"
 
 namespace kestrum {
 
-// The randomness of realizations: the order of nodes, and one uniform number for each node of a stretch. Draw may be
-// called by several threads at a time; the other functions are called between stretches.
+// The randomness of realizations: the order of nodes, one uniform number for each node of a stretch, and the normal law
+// that makes deviates of them. Draw may be called by several threads at a time; the other functions are called between
+// stretches.
 class RandomSource {
  public:
   // Before anything of realization r.
@@ -21,6 +23,7 @@ class RandomSource {
   virtual double Draw(int i, int node) const noexcept = 0;
   // After them.
   virtual void EndStretch() noexcept = 0;
+  virtual const NormalLaw& normal() const noexcept = 0;
 
  protected:
   ~RandomSource() = default;
@@ -49,6 +52,7 @@ class SeededRandom final : public RandomSource {
   double Draw(int i, int) const noexcept override { return draws_.Draw(i); }
   // For a next seed of 0, which does not reseed.
   void EndStretch() noexcept override { context_ = draws_.After(n_); }
+  const NormalLaw& normal() const noexcept override { return kTabulatedNormal; }
 
  private:
   int seed_;

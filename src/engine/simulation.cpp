@@ -13,8 +13,9 @@ namespace {
 // The law of the nodes of a Gaussian simulation.
 class GaussianLaw {
  public:
-  GaussianLaw(const Problem& problem, const LocalLaw& law, const GibbsPlan& gibbs, real* value) noexcept
-      : problem_(problem), law_(law), value_(value), gibbs_(problem, law, gibbs, systems_, value) {}
+  GaussianLaw(const Problem& problem, const LocalLaw& law, const GibbsPlan& gibbs, const NormalLaw& normal,
+              real* value) noexcept
+      : problem_(problem), law_(law), normal_(normal), value_(value), gibbs_(problem, law, gibbs, systems_, value) {}
 
   [[nodiscard]] int Prepare() noexcept {
     const auto& [model, neighbors] = problem_.setups[0];
@@ -45,7 +46,7 @@ class GaussianLaw {
     const SolvedNode solved = scratches_[thread].chunk[i];
     solved.system.Warn(problem_.progress());
     const auto [mean, variance] = MomentsAt(node, solved, systems_.list().shift, law_, value_);
-    *value = mean + std::sqrt(variance) * NormalDeviate(number);
+    *value = mean + std::sqrt(variance) * normal_.quantile(number);
     return 0;
   }
 
@@ -54,6 +55,7 @@ class GaussianLaw {
  private:
   const Problem& problem_;
   const LocalLaw& law_;
+  const NormalLaw& normal_;
   real* value_;
   MovingSystems systems_;
   GibbsSampler gibbs_;
@@ -65,7 +67,7 @@ class GaussianLaw {
 int Simulate(const Problem& problem, const LocalLaw& law, const GibbsPlan& gibbs, int count, RandomSource& random,
              real* value, RealizationSink& sink) noexcept {
   if (problem.setups[0].neighbors.limit < 1) return kNeighborLimit;
-  GaussianLaw gaussian(problem, law, gibbs, value);
+  GaussianLaw gaussian(problem, law, gibbs, random.normal(), value);
   if (const int status = gaussian.Prepare(); status != 0) return status;
   Realizations realizations(problem, value);
   if (const int status = realizations.Prepare(problem.data.bounded && gibbs.passMax > 0); status != 0) return status;

@@ -29,8 +29,8 @@ inline std::uint64_t PhiloxWord(const PhiloxBlock& block, int i) noexcept {
   return std::uint64_t{block[2 * i + 1]} << 32 | block[2 * i];
 }
 
-// A number between 0 and 1, neither of which it is, from 53 of the bits of a word.
-inline double OpenUniform(std::uint64_t word) noexcept { return (static_cast<double>(word >> 11) + 0.5) * 0x1p-53; }
+// A number between 0 and 1, neither of which it is, from 52 of the bits of a word: with 53 the addition would round.
+inline double OpenUniform(std::uint64_t word) noexcept { return (static_cast<double>(word >> 12) + 0.5) * 0x1p-52; }
 
 }  // namespace kestrum
 
