@@ -112,13 +112,13 @@ void Krige(benchmark::State& state) {
   std::vector<double> estimate(count), variance(count);
   kestrum::PlaceKrigingReport report;
   kestrum::PlaceProblem problem;
+  const kestrum::Progress progress(nullptr, nullptr);
   const Dealing dealing = argument(5) > 1 ? Dealing::Threads(argument(5)) : Dealing::Serial();
   for (auto _ : state) {
     kestrum::PlaceKriging kriging;
-    int status =
-        kriging.Prepare({argument(0), dimension, coordinates.data(), values.data()}, model, options, dealing, &problem);
+    int status = kriging.Prepare({argument(0), dimension, coordinates.data(), values.data()}, model, options, dealing,
+                                 progress, &problem);
     const kestrum::PlaceKrigingResults results{estimate.data(), variance.data()};
-    const kestrum::Progress progress(nullptr, nullptr);
     if (status == 0) {
       status = leaveOut ? kriging.LeaveOut(nullptr, results, dealing, progress, &report, &problem)
                         : kriging.Krige(targets, results, dealing, progress, &report, &problem);

@@ -71,7 +71,8 @@ class Kriging {
     PlaceProblem problem;
     Monitor monitor;
     const int status = RunWatched(py::none(), monitor, [&] {
-      return kriging_.Prepare(data, *model_->record(), options, Dealing::Threads(nthreads), &problem);
+      return kriging_.Prepare(data, *model_->record(), options, Dealing::Threads(nthreads),
+                              {&monitor.record, &Monitor::Update}, &problem);
     });
     RaiseFor(problem);
     python::RaiseFor(status);

@@ -88,7 +88,9 @@ class CategoryEstimation {
   [[nodiscard]] int PrepareFactor(int first, const UniqueCovariances& covariances) noexcept {
     CategorySystems& systems = systems_[first];
     bool sound = false;
-    if (const int status = systems.factor.Build(covariances, problem_.dealing(), &sound); status != 0) return status;
+    if (const int status = systems.factor.Build(covariances, problem_.dealing(), problem_.progress(), &sound);
+        status != 0)
+      return status;
     if (!sound) {
       problem_.solver.CountFallbacks(problem_.path.nnode - problem_.path.firstSimulated);
       return 0;

@@ -176,7 +176,8 @@ int EstimateUnique(const Problem& problem, const EstimateWriter& writer, const r
   if (problem.solver.factorising()) {
     UniqueFactor factor;
     bool sound = false;
-    if (const int status = factor.Build(covariances, problem.dealing(), &sound); status != 0) return status;
+    if (const int status = factor.Build(covariances, problem.dealing(), problem.progress(), &sound); status != 0)
+      return status;
     if (sound) return UseFactor(problem, writer, data, factor);
     problem.solver.CountFallbacks(problem.path.nnode - problem.path.firstSimulated);
   }

@@ -79,7 +79,7 @@ template <typename Part>
 int PlaceDense::targetsTogether() noexcept { return kBlocks * kLanes; }
 
 int PlaceDense::Build(const PlaceDataset& data, const PlaceMembers& members, const TargetCovariance& covariance,
-                      const Dealing& dealing, SimdLevel level) noexcept {
+                      const Dealing& dealing, const Progress& progress, SimdLevel level) noexcept {
   n_ = members.n;
   q_ = data.terms.count();
   const auto count = static_cast<std::size_t>(n_);
@@ -100,9 +100,10 @@ int PlaceDense::Build(const PlaceDataset& data, const PlaceMembers& members, con
     places_[2 * count + at] = members.candidates.z[position];
     datum_[at] = members.Datum(i);
   }
-  FillMatrix(data, covariance, dealing);
+  FillMatrix(data, covariance, dealing, progress);
   flaws_ = {};
-  sound_ = Factorise(dealing, n_, q_, factor_.data(), level, &flaws_);
+  sound_ = Factorise(dealing, n_, q_, factor_.data(), level, &flaws_, progress);
+  if (const int stopped = progress.After(0); stopped != 0) return stopped;
   if (!sound_) return 0;
   double* const z = rows_.data();
   for (int i = 0; i < n_; ++i) z[i] = data.residual[static_cast<std::size_t>(datum_[static_cast<std::size_t>(i)])];
@@ -112,15 +113,15 @@ int PlaceDense::Build(const PlaceDataset& data, const PlaceMembers& members, con
   return 0;
 }
 
-void PlaceDense::FillMatrix(const PlaceDataset& data, const TargetCovariance& covariance,
-                            const Dealing& dealing) noexcept {
+void PlaceDense::FillMatrix(const PlaceDataset& data, const TargetCovariance& covariance, const Dealing& dealing,
+                            const Progress& progress) noexcept {
   const PlaceVectors at = places();
   dealing.EachThread([&](int thread, int team) noexcept {
     double* const row = rows_.data() + std::ptrdiff_t{4} * (n_ + q_) * thread;
     double* const dx = row + n_ + q_;
     double* const dy = dx + n_ + q_;
     double* const dz = dy + n_ + q_;
-    for (int i = thread; i < n_; i += team) {
+    for (int i = thread; i < n_ && !progress.Aborted(); i += team) {
       for (int j = 0; j < i; ++j) {
         dx[j] = at.x[i] - at.x[j];
         dy[j] = at.y[i] - at.y[j];
@@ -165,6 +166,7 @@ int PlaceDense::Krige(const PlaceRun& run, const TargetCovariance& covariance, i
   if (const int status = MakeRoom(&scratch->b, kBlocks * blockSize); status != 0) return status;
   double* const b = scratch->b.data();
   for (int begin = 0; begin < ntarget; begin += kBlocks * kLanes) {
+    if (const int stopped = run.progress.After(0); stopped != 0) return stopped;
     const int count = std::min(kBlocks * kLanes, ntarget - begin);
     const int blocks = (count + kLanes - 1) / kLanes;
     for (int block = 0; block < blocks; ++block) {

@@ -24,12 +24,12 @@ class PlaceDense {
   // Targets that are solved for at a time.
   static int targetsTogether() noexcept;
 
-  // Builds the system of some data and factorises it. Nothing is kept of the arguments. Returns 0 or the status of a
-  // failed allocation.
+  // Builds the system of some data and factorises it. Nothing is kept of the arguments. Returns 0, the status of a
+  // failed allocation, or kAborted.
   [[nodiscard]] int Build(const PlaceDataset& data, const PlaceMembers& members, const TargetCovariance& covariance,
-                          const Dealing& dealing, SimdLevel level) noexcept;
+                          const Dealing& dealing, const Progress& progress, SimdLevel level) noexcept;
 
-  // Kriges some targets. Returns 0 or the status of a failed allocation.
+  // Kriges some targets. Returns 0, the status of a failed allocation, or kAborted.
   [[nodiscard]] int Krige(const PlaceRun& run, const TargetCovariance& covariance, int ntarget,
                           const PlaceTarget* targets, Scratch* scratch, PlaceKrigingReport* report) const noexcept;
 
@@ -46,7 +46,8 @@ class PlaceDense {
     const auto count = static_cast<std::size_t>(n_);
     return {places_.data(), places_.data() + count, places_.data() + 2 * count};
   }
-  void FillMatrix(const PlaceDataset& data, const TargetCovariance& covariance, const Dealing& dealing) noexcept;
+  void FillMatrix(const PlaceDataset& data, const TargetCovariance& covariance, const Dealing& dealing,
+                  const Progress& progress) noexcept;
 
   PlaceDrift drift_;
   int n_ = 0;

@@ -352,8 +352,8 @@ class Worker {
       return 0;
     }
     const PlaceMembers members{n, positions_.data(), sets.candidates, sets.datum};
-    if (const int status = dense_.Build(run_->data, members, covariance, Dealing::Serial(), run_->level); status != 0)
-      return status;
+    const int status = dense_.Build(run_->data, members, covariance, Dealing::Serial(), run_->progress, run_->level);
+    if (status != 0) return status;
     return dense_.Krige(*run_, covariance, ntarget, targets_, &scratch_, &report());
   }
 
@@ -425,7 +425,8 @@ void Add(const PlaceKrigingReport& part, PlaceKrigingReport* sum) noexcept {
 }  // namespace
 
 int PlaceKriging::Prepare(const PlaceData& data, const VORL_COVMODEL& model, const PlaceKrigingOptions& options,
-                          const Dealing& dealing, PlaceProblem* problem, SimdLevel level) noexcept {
+                          const Dealing& dealing, const Progress& progress, PlaceProblem* problem,
+                          SimdLevel level) noexcept {
   *problem = {};
   if (IsRefused(data, problem) || IsRefused(options, problem) || IsRefused(model, data.dimension, -1, problem))
     return 0;
@@ -487,7 +488,7 @@ int PlaceKriging::Prepare(const PlaceData& data, const VORL_COVMODEL& model, con
     TargetCovariance everywhere;
     if (status = everywhere.Allocate(covariance, level); status != 0) return status;
     everywhere.Prepare(-1);
-    return system_.Build(data_, {n, nullptr, places, nullptr}, everywhere, dealing, level);
+    return system_.Build(data_, {n, nullptr, places, nullptr}, everywhere, dealing, progress, level);
   }
   return index_.Build(n, places, kUnit, dealing);
 }
@@ -531,7 +532,7 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
   if (const int status = covariance.Prepare(*model_, options_.block, spacing); status != 0) return status;
   const bool varies = covariance.varies();
   if (varies && AreImagesRefused(*model_, targets.places, problem)) return 0;
-  const PlaceRun run{data_, covariance, targets, results, level, leaveOneOut};
+  const PlaceRun run{data_, covariance, targets, results, progress, level, leaveOneOut};
 
   PlaceNeighborhood neighborhood;
   TargetCovariance everywhere;

@@ -28,10 +28,11 @@ namespace kestrum {
 // Data and a model, ready for any number of calls with targets. Read by any number of threads at a time.
 class PlaceKriging {
  public:
-  // Copies the data. The model must outlive the object. Returns 0 or the status of a failed allocation; if *problem
-  // tells one, then there is nothing to krige with.
+  // Copies the data. The model must outlive the object. Of progress it asks whether to go on. Returns 0, the status of a
+  // failed allocation, or kAborted; if *problem tells one, then there is nothing to krige with.
   [[nodiscard]] int Prepare(const PlaceData& data, const VORL_COVMODEL& model, const PlaceKrigingOptions& options,
-                            const Dealing& dealing, PlaceProblem* problem, SimdLevel level = BestSimdLevel()) noexcept;
+                            const Dealing& dealing, const Progress& progress, PlaceProblem* problem,
+                            SimdLevel level = BestSimdLevel()) noexcept;
 
   // Kriges; the calling thread reports progress, in percent of the targets. Returns 0, the status of a failed allocation,
   // kAborted, or what the progress callback gave. With a problem, results are as they were.

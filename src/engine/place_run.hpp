@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "core/progress.hpp"
 #include "engine/place_covariance.hpp"
 #include "engine/place_records.hpp"
 #include "engine/place_system.hpp"
@@ -36,6 +37,7 @@ struct PlaceRun {
   const PlaceCovariance& covariance;
   const PlaceKrigingTargets& targets;
   PlaceKrigingResults results;
+  const Progress& progress;
   SimdLevel level;
   bool leaveOneOut = false;  // targets are the data, by their number, and none serves itself
 

@@ -175,7 +175,8 @@ bool UniqueSystem::SolveAlone(int lane, Scratch& scratch) const noexcept {
   return false;
 }
 
-int UniqueFactor::Build(const UniqueCovariances& covariances, Dealing dealing, bool* sound) noexcept {
+int UniqueFactor::Build(const UniqueCovariances& covariances, Dealing dealing, const Progress& progress,
+                        bool* sound) noexcept {
   covariances_ = covariances;
   const int m = covariances.ndata();
   const int q = covariances.size() - m;
@@ -185,7 +186,7 @@ int UniqueFactor::Build(const UniqueCovariances& covariances, Dealing dealing, b
   if (const int status = AllocateRows(rowSize, dealing, scratches); status != 0) return status;
   dealing.EachThread([&](int thread, int team) noexcept {
     real* const row = scratches[thread].data();
-    for (int i = thread; i < m; i += team) {
+    for (int i = thread; i < m && !progress.Aborted(); i += team) {
       covariances.FillRow(i, 0, i, row + m, row);
       row[i] = covariances.model().sill;
       SetFactorRow(m, i, row, factor_.data());
@@ -194,8 +195,8 @@ int UniqueFactor::Build(const UniqueCovariances& covariances, Dealing dealing, b
   real* const row = scratches[0].data();
   std::fill_n(row, m, 1.0);
   if (q > 0) SetFactorRow(m, m, row, factor_.data());
-  *sound = Factorise(dealing, m, q, factor_.data());
-  return 0;
+  *sound = Factorise(dealing, m, q, factor_.data(), BestSimdLevel(), nullptr, progress);
+  return progress.After(0);
 }
 
 void UniqueFactor::Prepare(const real* values, real* prepared) const noexcept {

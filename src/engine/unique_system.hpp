@@ -4,6 +4,7 @@
 #include "core/buffer.hpp"
 #include "core/image.h"
 #include "core/parallel.hpp"
+#include "core/progress.hpp"
 #include "engine/system_solver.hpp"
 #include "numeric/gmres.hpp"
 #include "numeric/gmres_batch.hpp"
@@ -98,8 +99,10 @@ class UniqueSystem {
 // The same matrix factorised, once for all nodes.
 class UniqueFactor {
  public:
-  // *sound: whether the matrix could be factorised; without that there is nothing to use.
-  [[nodiscard]] int Build(const UniqueCovariances& covariances, Dealing dealing, bool* sound) noexcept;
+  // *sound: whether the matrix could be factorised; without that there is nothing to use. Returns 0, the status of a
+  // failed allocation, or kAborted.
+  [[nodiscard]] int Build(const UniqueCovariances& covariances, Dealing dealing, const Progress& progress,
+                          bool* sound) noexcept;
 
   // Numbers of the system: the data, and the unbiasedness.
   int size() const noexcept { return covariances_.size(); }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/step_items.hpp"
 #include "numeric/cholesky_layout.hpp"
 
 namespace kestrum {
@@ -41,7 +42,9 @@ void SetFactorRow(int n, int i, const double* row, double* factor) noexcept {
   for (int j = 0; j <= i; ++j) factor[Place(i, j)] = j < n ? row[j] : 0.0;
 }
 
-bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel level, SystemFlaws* flaws) noexcept {
+bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel level, SystemFlaws* flaws,
+               const Progress& progress) noexcept {
+  if (progress.Aborted()) return false;
   const int size = n + q;
   const int panels = static_cast<int>(Panels(size));
   double* const inverse = factor + InversePivotsStart(size);
@@ -52,28 +55,33 @@ bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel l
     const int first = i < size ? i + 1 : 0;
     for (int j = first; j < (i / kLanes + 1) * kLanes; ++j) factor[Place(i, j)] = 0.0;
   }
-  for (int begin = 0; begin < size; begin += kChunk) {
-    const int end = std::min(begin + kChunk, size);
-    if (!KESTRUM_KERNEL_AT(level, FactoriseChunk)(system, begin, end)) return false;
-    const int below = static_cast<int>(Panels(end));
-    const int groups = (panels - below + kGroup - 1) / kGroup;
-    dealing.EachThread([&](int thread, int team) noexcept {
-      for (int panel = below + thread; panel < panels; panel += team) {
-        KESTRUM_KERNEL_AT(level, SolvePanel)(system, panel, begin, end);
-      }
-    });
-    dealing.EachThread([&](int thread, int team) noexcept {
-      for (int group = groups - 1 - thread; group >= 0; group -= team) {
-        const int panel = below + group * kGroup;
+  StepItems items(progress);
+  dealing.EachThread([&](int /*thread*/, int /*team*/) noexcept {
+    StepItems::Worker worker(items);
+    for (int begin = 0; begin < size; begin += kChunk) {
+      const int end = std::min(begin + kChunk, size);
+      const int below = static_cast<int>(Panels(end));
+      const int groups = (panels - below + kGroup - 1) / kGroup;
+      const bool goesOn = worker.Step(1, [&](std::int64_t) {
+        return KESTRUM_KERNEL_AT(level, FactoriseChunk)(system, begin, end);
+      }) && worker.Step(panels - below, [&](std::int64_t i) {
+        KESTRUM_KERNEL_AT(level, SolvePanel)(system, below + static_cast<int>(i), begin, end);
+        return true;
+      }) && worker.Step(groups, [&](std::int64_t i) {
+        // The longest panels first.
+        const int panel = below + (groups - 1 - static_cast<int>(i)) * kGroup;
         KESTRUM_KERNEL_AT(level, UpdatePanels)(system, panel, std::min(panel + kGroup, panels), begin, end);
-      }
-    });
-  }
-  dealing.EachThread([&](int thread, int team) noexcept {
-    for (int panel = thread; panel < panels; panel += team) {
-      KESTRUM_KERNEL_AT(level, ScalePanel)(system, panel, panel * kLanes / kChunk * kChunk);
+        return true;
+      });
+      if (!goesOn) return;
     }
+    worker.Step(panels, [&](std::int64_t i) {
+      const int panel = static_cast<int>(i);
+      KESTRUM_KERNEL_AT(level, ScalePanel)(system, panel, panel * kLanes / kChunk * kChunk);
+      return true;
+    });
   });
+  if (items.ended()) return false;
   for (int i = n; i < size; ++i) {
     double complement = 0.0;
     for (int k = 0; k < n; ++k) {

@@ -24,6 +24,7 @@
 #include <cstddef>
 
 #include "core/parallel.hpp"
+#include "core/progress.hpp"
 #include "numeric/lanes.hpp"
 #include "numeric/simd_level.hpp"
 
@@ -48,10 +49,12 @@ struct SystemFlaws {
 //   factor   in: the matrix, each of its rows set by SetFactorRow; out: the factor
 //   flaws    out: what is wrong; redundant data are left out then, and have weights of zero. Null for a factor of all
 //            data or none
+//   progress   whether to go on is asked for all along
 // False if a pivot is not above rounding relative to its diagonal element, that is if A is not positive definite or
-// drift columns depend on each other: the factor is of no use then.
+// drift columns depend on each other, or if the job is to stop: the factor is of no use then.
 [[nodiscard]] bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel level = BestSimdLevel(),
-                             SystemFlaws* flaws = nullptr) noexcept;
+                             SystemFlaws* flaws = nullptr,
+                             const Progress& progress = Progress(nullptr, nullptr)) noexcept;
 
 // What Krige needs of the data's values, for one variable of many that may share a factor.
 //   z        n values

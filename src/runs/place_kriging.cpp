@@ -76,7 +76,7 @@ int KrigePlaces(const VORL_COVMODEL& model, const VORL_PLACEDATA& data, const VO
   PlaceProblem problem;
   int status = kriging.Prepare(
       {data.ndata, data.dimension, data.coordinates, data.values, data.errorVariances, data.means, data.covariates},
-      model, own, dealing, &problem);
+      model, own, dealing, progress, &problem);
   if (status == 0) status = StatusOf(problem, results);
   if (status != 0) return status;
 

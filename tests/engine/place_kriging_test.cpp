@@ -634,11 +634,11 @@ TEST(PlaceKriging, LeavesDataOut) {
       kestrum::PlaceKriging kriging;
       kestrum::PlaceProblem refused;
       kestrum::PlaceKrigingReport report;
+      const kestrum::Progress progress(nullptr, nullptr);
       const int status = kriging.Prepare({n, 3, coordinates.data(), problem.values.data()}, model, problem.options,
-                                         dealing, &refused, level);
+                                         dealing, progress, &refused, level);
       if (status != 0) return status;
-      return kriging.LeaveOut(folds, {estimate.data(), variance.data()}, dealing, kestrum::Progress(nullptr, nullptr),
-                              &report, &refused, level);
+      return kriging.LeaveOut(folds, {estimate.data(), variance.data()}, dealing, progress, &report, &refused, level);
     };
     ASSERT_EQ(leaveOut(Dealing::Serial(), SimdLevel::kBaseline), 0);
     const std::vector<double> estimates = estimate;

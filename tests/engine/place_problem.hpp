@@ -91,10 +91,11 @@ struct PlaceProblem {
     const std::vector<double> coordinates = flatten(places);
     const std::vector<double> listed = flatten(list);
     const VORL_COVMODEL own = Model();
+    const kestrum::Progress progress(monitor, callback);
     kestrum::PlaceKriging kriging;
     outcome.status = kriging.Prepare({n(), dimension, coordinates.data(), values.data(), pointer(errorVariances),
                                       pointer(means), pointer(covariates)},
-                                     other != nullptr ? *other : own, options, dealing, &outcome.problem);
+                                     other != nullptr ? *other : own, options, dealing, progress, &outcome.problem);
     if (outcome.status != 0 || outcome.problem.refusal != kestrum::PlaceRefusal::kNone) return outcome;
     kestrum::PlaceKrigingTargets targets;
     targets.places.grid = grid;
@@ -119,7 +120,7 @@ struct PlaceProblem {
         targets,
         {outcome.estimate.data(), wantVariance ? outcome.variance.data() : nullptr, outcome.ndata.data(), nweight,
          wantWeights ? outcome.weights.data() : nullptr, wantWeights ? outcome.weightData.data() : nullptr},
-        dealing, kestrum::Progress(monitor, callback), &outcome.report, &outcome.problem, level);
+        dealing, progress, &outcome.report, &outcome.problem, level);
     return outcome;
   }
 };

@@ -271,6 +271,35 @@ TEST(Cholesky, LargeSystemAgainstLongDouble) {
   }
 }
 
+// A job that is to stop, or a matrix that is no covariance in its third chunk of columns: all threads come back.
+TEST(Cholesky, LargeSystemEndsEarly) {
+  constexpr int n = 700;
+  std::vector<double> row(n);
+  kestrum::Buffer<double> factor = Zeros(kestrum::FactorSize(n, 0));
+  for (const bool stopped : {false, true}) {
+    VORL_PROGRESSMONITOR monitor;
+    VORLInitProgressMonitor(&monitor);
+    monitor.abortedJobFlag = stopped;
+    for (const int threads : {0, 1, 2, 8}) {
+      const auto factorise = [&](double fault) {
+        for (int i = 0; i < n; ++i) {
+          for (int j = 0; j <= i; ++j) row[j] = i == j ? 1.0 : 1e-4;
+          if (i == 300) row[300] = fault;
+          kestrum::SetFactorRow(n, i, row.data(), factor.data());
+        }
+        const Dealing dealing = threads == 0 ? Dealing::Serial() : Dealing::Threads(threads);
+        kestrum::SystemFlaws flaws;
+        const bool sound = kestrum::Factorise(dealing, n, 0, factor.data(), kestrum::BestSimdLevel(), &flaws,
+                                              kestrum::Progress(&monitor, nullptr));
+        EXPECT_EQ(flaws.indefinite, fault < 0.0 && !stopped);
+        return sound;
+      };
+      EXPECT_FALSE(factorise(-1.0)) << threads;
+      EXPECT_EQ(factorise(1.0), !stopped) << threads;
+    }
+  }
+}
+
 TEST(Cholesky, UnitsDoNotMatter) {
   for (const int n : {5, 20, 33}) {
     const std::vector<System> plain = MakeSystems(n, 3, {}, 1);
