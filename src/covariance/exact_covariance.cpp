@@ -23,17 +23,17 @@ double CostOf(const ExactCovariance::Element& element) noexcept {
   switch (element.type) {
     case COV_EXPONENTIAL:
     case COV_GAUSSIAN:
-      return 2.5;
+      return 4.0;
     case COV_SINUS_CARDINAL:
-      return 3.5;
+      return 6.0;
     case COV_GAMMA:
     case COV_POWER:
     case COV_EXPONENTIAL_GENERALIZED:
-      return 8.0;
+      return 14.0;
     case COV_MATERN:
-      return element.matern.halfOrder ? 3.5 : 16.0;
+      return element.matern.halfOrder ? 6.0 : 30.0;
     default:
-      return 1.25;
+      return 2.0;
   }
 }
 

@@ -251,7 +251,10 @@ class Worker {
     const double ofCandidates = static_cast<double>(sets.ncandidate) * (sets.ncandidate - 1);
     const double ofSets = static_cast<double>(pairs);
     const double cost = covariance.cost();
-    const bool shared = !run_->covariance.varies() && ofCandidates * (cost + 1.0) + ofSets < ofSets * cost;
+    // They are gone with their sets, so that the last lanes stay empty.
+    constexpr int kManySets = 20;
+    const bool shared =
+        !run_->covariance.varies() && sets.nset >= kManySets && ofCandidates * (cost + 1.0) + ofSets < ofSets * cost;
     if (shared) {
       const int status = PackCovariances(covariance, sets.ncandidate, sets.candidates, &lags_, &packed_);
       if (status != 0) return status;
@@ -294,6 +297,8 @@ class Worker {
       const int status = AddPart(nodes, sets, order_[i], ntarget / most * most, ntarget % most, shared, covariance);
       if (status != 0) return status;
     }
+    // The lanes that are left refer to the covariances.
+    if (shared) lanes_.Flush();
     return 0;
   }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "numeric/cholesky_lanes.hpp"
+#include "numeric/gather_lanes.hpp"
 
 namespace kestrum {
 namespace {
@@ -50,7 +51,7 @@ int PlaceLanes::Allocate(const PlaceRun& run) noexcept {
     if (status == 0) status = vector->Allocate(rows);
   }
   if (status == 0) status = a_.Allocate(PackedLanesSize(kMaxData + q_));
-  if (status == 0) status = matrix_.Allocate(kLanes * static_cast<std::size_t>(Row(kMaxData)));
+  if (status == 0) status = position_.Allocate(rows);
   if (status == 0) status = b_.Allocate(kRounds * rows);
   if (status == 0) status = work_.Allocate(4 * rows);
   for (PlaceDrift& drift : drift_) {
@@ -65,11 +66,11 @@ void PlaceLanes::Add(const PlaceMembers& members, const double* packed, const Ta
   Lane& lane = lanes_[taken_];
   lane.n = members.n;
   covariance_ = &covariance;
+  lane.dataVariance = covariance.dataVariance();
   lane.targetVariance = covariance.targetVariance();
   lane.ntarget = ntarget;
   std::copy_n(targets, ntarget, lane.target);
-  lane.packed = packed != nullptr;
-  double* row = matrix_.data() + Row(kMaxData) * taken_;
+  table_ = taken_ == 0 || packed == table_ ? packed : nullptr;
   for (int i = 0; i < members.n; ++i) {
     const int position = members.Position(i);
     const auto datum = static_cast<std::size_t>(members.Datum(i));
@@ -79,14 +80,14 @@ void PlaceLanes::Add(const PlaceMembers& members, const double* packed, const Ta
     y_[at] = members.candidates.y[position];
     z_[at] = members.candidates.z[position];
     values_[at] = data.residual[datum];
-    if (!lane.packed) continue;
-    const double* const covariances = packed + PairRow(position);
-    for (int j = 0; j < i; ++j) row[j] = covariances[members.position[j]];
-    row[i] = covariance.dataVariance();
-    if (data.errorVariance) row[i] += data.errorVariance[datum];
-    row += i + 1;
+    position_[at] = position;
   }
   if (run_->covariance.varies()) {
+    for (int i = 0; i < members.n; ++i) {
+      const double* const row = packed + PairRow(members.position[i]);
+      double* const own = a_.data() + Row(i) * kLanes + taken_;
+      for (int j = 0; j < i; ++j) own[j * kLanes] = row[members.position[j]];
+    }
     double lags[3][kMaxData] = {};
     for (int i = 0; i < members.n; ++i) {
       const int position = members.Position(i);
@@ -105,57 +106,46 @@ void PlaceLanes::Add(const PlaceMembers& members, const double* packed, const Ta
   if (++taken_ == kLanes) Flush();
 }
 
-// Puts the covariances side by side that have come with their systems.
-void PlaceLanes::GatherMatrix(int n) noexcept {
-  const double* own[kLanes];
-  for (int l = 0; l < kLanes; ++l) {
-    const std::ptrdiff_t held = Row(lanes_[l].n);
-    double* const matrix = matrix_.data() + Row(kMaxData) * l;
-    std::fill(matrix + held, matrix + Row(n), 0.0);
-    for (int i = lanes_[l].n; i < n; ++i) matrix[Row(i) + i] = 1.0;
-    own[l] = matrix;
+// The covariances of row i of all lanes: those of the table, or evaluated.
+void PlaceLanes::FillRow(int i, double* row) noexcept {
+  const std::ptrdiff_t own = i * kLanes;
+  if (table_ != nullptr) {
+    int start[kLanes];
+    for (int l = 0; l < kLanes; ++l) start[l] = static_cast<int>(PairRow(position_[Entry(i, l)]));
+    return GatherLanes(i, table_, start, position_.data(), row, run_->level);
   }
-  double* a = a_.data();
-  for (std::ptrdiff_t k = 0; k < Row(n); ++k, a += kLanes) {
-    for (int l = 0; l < kLanes; ++l) a[l] = own[l][k];
-  }
-}
-
-// Evaluates the covariances of all lanes.
-void PlaceLanes::EvaluateMatrix(int n) noexcept {
   const PlaceVectors places{x_.data(), y_.data(), z_.data()};
-  for (int i = 0; i < n; ++i) {
-    const std::ptrdiff_t own = i * kLanes;
-    double* const row = a_.data() + Row(i) * kLanes;
-    CovariancesOfLanes(i, places, kLanes, {places.x + own, places.y + own, places.z + own}, run_->level, row,
-                       [&](int count, const double* dx, const double* dy, const double* dz, double* cov) {
-                         covariance_->BetweenData(count, dx, dy, dz, cov);
-                       });
-    for (int l = 0; l < kLanes; ++l) {
-      const Lane& lane = lanes_[l];
-      double& diagonal = row[own + l];
-      if (i < lane.n) {
-        diagonal = covariance_->dataVariance();
-        if (run_->data.errorVariance) diagonal += run_->data.errorVariance[static_cast<std::size_t>(lane.datum[i])];
-      } else {
-        for (std::ptrdiff_t j = 0; j < i; ++j) row[j * kLanes + l] = 0.0;
-        diagonal = 1.0;
-      }
-    }
-  }
+  CovariancesOfLanes(i, places, kLanes, {places.x + own, places.y + own, places.z + own}, run_->level, row,
+                     [&](int count, const double* dx, const double* dy, const double* dz, double* cov) {
+                       covariance_->BetweenData(count, dx, dy, dz, cov);
+                     });
 }
 
-// Fills in for lanes that are not taken, or have fewer data than n, and finds the matrices with the drift.
+// Fills the matrices side by side, completes lanes that are not taken, or have fewer data than n, and adds the drift.
 void PlaceLanes::FillMatrix(int n) noexcept {
-  bool packed = true;
   for (int l = 0; l < kLanes; ++l) {
-    packed = packed && (l >= taken_ || lanes_[l].packed);
     for (int i = lanes_[l].n; i < n + q_; ++i) {
       const auto at = Entry(i, l);
       x_[at] = y_[at] = z_[at] = values_[at] = 0.0;
+      position_[at] = 0;
     }
   }
-  packed ? GatherMatrix(n) : EvaluateMatrix(n);
+  const bool varies = run_->covariance.varies();
+  for (int i = 0; i < n; ++i) {
+    double* const row = a_.data() + Row(i) * kLanes;
+    if (!varies) FillRow(i, row);
+    double* const diagonal = row + i * kLanes;
+    for (int l = 0; l < kLanes; ++l) {
+      const Lane& lane = lanes_[l];
+      if (i < lane.n) {
+        diagonal[l] = lane.dataVariance;
+        if (run_->data.errorVariance) diagonal[l] += run_->data.errorVariance[static_cast<std::size_t>(lane.datum[i])];
+      } else {
+        for (std::ptrdiff_t j = 0; j < i; ++j) row[j * kLanes + l] = 0.0;
+        diagonal[l] = 1.0;
+      }
+    }
+  }
   if (q_ == 0) return;
   for (int l = 0; l < kLanes; ++l) {
     const Lane& lane = lanes_[l];

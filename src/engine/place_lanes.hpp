@@ -24,7 +24,8 @@ class PlaceLanes {
   [[nodiscard]] int Allocate(const PlaceRun& run) noexcept;
 
   // Takes a system with at least one datum, no more than kMaxData, and 1 to kMaxTargets targets, but one if parameters
-  // vary. Kriges once all lanes are taken. Nothing is kept of the arguments, but the covariances if they are for all.
+  // vary. Kriges once all lanes are taken. Nothing is kept of the arguments, but the covariances: they must stay until
+  // lanes are flushed.
   //   packed   covariances of the candidates, as from PackCovariances; null to have them evaluated, which gives the same
   //            bits, but not if parameters vary
   void Add(const PlaceMembers& members, const double* packed, const TargetCovariance& covariance, int ntarget,
@@ -42,16 +43,14 @@ class PlaceLanes {
   struct Lane {
     int n = 0;
     int ntarget = 0;
-    bool packed = false;  // its covariances are in matrix_
     PlaceTarget target[kMaxTargets];
     int datum[kMaxData];  // their numbers
-    double targetVariance;
+    double dataVariance, targetVariance;
     double covariance[kMaxData];  // with the target, if parameters vary: then there is one
   };
 
   void FillMatrix(int n) noexcept;
-  void GatherMatrix(int n) noexcept;
-  void EvaluateMatrix(int n) noexcept;
+  void FillRow(int i, double* row) noexcept;
   void FillRightSide(int n, int round, double* b) noexcept;
 
   const PlaceRun* run_ = nullptr;
@@ -59,9 +58,10 @@ class PlaceLanes {
   int taken_ = 0;
   Lane lanes_[kLanes];
   const TargetCovariance* covariance_ = nullptr;
+  const double* table_ = nullptr;  // of the covariances of all lanes, if one has them
   PlaceDrift drift_[kLanes];
   Buffer<double> x_, y_, z_;  // of datum i of a lane at [i*kLanes + lane]
-  Buffer<double> matrix_;     // packed, of one lane after the other
+  Buffer<int> position_;      // likewise: in the table
   Buffer<double> a_, values_, b_, work_;
   PlaceKrigingReport report_;
 };
