@@ -59,14 +59,14 @@ KESTRUM_KERNEL_INLINE void AddTo(double* sum, const double* distanceAndTerm) {
 // Stores a number of x, one of y, the next of x, and so on.
 KESTRUM_KERNEL_INLINE void StoreInTurn(double* to, Vector x, Vector y) {
 #if KESTRUM_KERNEL_BYTES == 64
-  Store(to, __builtin_shufflevector(x, y, 0, 8, 1, 9, 2, 10, 3, 11));
-  Store(to + kWidth, __builtin_shufflevector(x, y, 4, 12, 5, 13, 6, 14, 7, 15));
+  Store(to, Shuffle<0, 8, 1, 9, 2, 10, 3, 11>(x, y));
+  Store(to + kWidth, Shuffle<4, 12, 5, 13, 6, 14, 7, 15>(x, y));
 #elif KESTRUM_KERNEL_BYTES == 32
-  Store(to, __builtin_shufflevector(x, y, 0, 4, 1, 5));
-  Store(to + kWidth, __builtin_shufflevector(x, y, 2, 6, 3, 7));
+  Store(to, Shuffle<0, 4, 1, 5>(x, y));
+  Store(to + kWidth, Shuffle<2, 6, 3, 7>(x, y));
 #else
-  Store(to, __builtin_shufflevector(x, y, 0, 2));
-  Store(to + kWidth, __builtin_shufflevector(x, y, 1, 3));
+  Store(to, Shuffle<0, 2>(x, y));
+  Store(to + kWidth, Shuffle<1, 3>(x, y));
 #endif
 }
 

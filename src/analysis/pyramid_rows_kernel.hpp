@@ -171,15 +171,6 @@ KESTRUM_KERNEL_TARGET void Divide(const double* sums, const double* weights, dou
 
 typedef std::make_integer_sequence<int, kWidth> Places;
 
-template <int... i>
-KESTRUM_KERNEL_INLINE Vector Shuffle(Vector a, Vector b) {
-#if defined(__clang__)
-  return __builtin_shufflevector(a, b, i...);
-#else
-  return __builtin_shuffle(a, b, Integers{i...});
-#endif
-}
-
 // Every other element of two vectors, from the first or the second one on.
 template <int first, int... i>
 KESTRUM_KERNEL_INLINE Vector EveryOther(Vector a, Vector b, std::integer_sequence<int, i...>) {

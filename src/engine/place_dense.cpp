@@ -51,7 +51,7 @@ template <typename Part>
                             double* variance, bool* definite, SimdLevel level) noexcept {
   const int blocks = (m + kLanes - 1) / kLanes;
   const auto count = static_cast<std::size_t>(m);
-  const auto padded = static_cast<std::size_t>(blocks * kLanes);
+  const auto padded = static_cast<std::size_t>(blocks) * kLanes;
   int status = MakeUnitVectors(
       m, m, [](int i) { return i; }, &scratch->right);
   if (status == 0) status = MakeRoom(&scratch->factor, FactorSize(m, 0));
@@ -207,7 +207,7 @@ int PlaceDense::LeaveOut(const PlaceDataset& data, const PlaceFolds& folds, int 
     return 0;
   }
   const int blocks = (total + kLanes - 1) / kLanes;
-  const auto padded = static_cast<std::size_t>(blocks * kLanes);
+  const auto padded = static_cast<std::size_t>(blocks) * kLanes;
   int status = MakeUnitVectors(
       total, size, [&](int t) { return member[t]; }, &scratch->b);
   if (status == 0) status = MakeRoom(&scratch->sums, 5 * padded);

@@ -7,14 +7,14 @@ constexpr int kParts = kDecidedTogether / kWidth;
 template <int kDistance, typename V>
 KESTRUM_KERNEL_INLINE V Exchange(V x) {
 #if KESTRUM_KERNEL_BYTES == 64
-  if constexpr (kDistance == 4) return __builtin_shufflevector(x, x, 4, 5, 6, 7, 0, 1, 2, 3);
-  if constexpr (kDistance == 2) return __builtin_shufflevector(x, x, 2, 3, 0, 1, 6, 7, 4, 5);
-  return __builtin_shufflevector(x, x, 1, 0, 3, 2, 5, 4, 7, 6);
+  if constexpr (kDistance == 4) return Shuffle<4, 5, 6, 7, 0, 1, 2, 3>(x, x);
+  if constexpr (kDistance == 2) return Shuffle<2, 3, 0, 1, 6, 7, 4, 5>(x, x);
+  return Shuffle<1, 0, 3, 2, 5, 4, 7, 6>(x, x);
 #elif KESTRUM_KERNEL_BYTES == 32
-  if constexpr (kDistance == 2) return __builtin_shufflevector(x, x, 2, 3, 0, 1);
-  return __builtin_shufflevector(x, x, 1, 0, 3, 2);
+  if constexpr (kDistance == 2) return Shuffle<2, 3, 0, 1>(x, x);
+  return Shuffle<1, 0, 3, 2>(x, x);
 #else
-  return __builtin_shufflevector(x, x, 1, 0);
+  return Shuffle<1, 0>(x, x);
 #endif
 }
 

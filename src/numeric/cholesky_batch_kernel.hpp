@@ -296,35 +296,35 @@ KESTRUM_KERNEL_INLINE void Transpose(Vector* rows) {
 #if KESTRUM_KERNEL_BYTES == 64
 #pragma GCC unroll 8
   for (int i = 0; i < kWidth; i += 2) {
-    next[i] = __builtin_shufflevector(rows[i], rows[i + 1], 0, 8, 2, 10, 4, 12, 6, 14);
-    next[i + 1] = __builtin_shufflevector(rows[i], rows[i + 1], 1, 9, 3, 11, 5, 13, 7, 15);
+    next[i] = Shuffle<0, 8, 2, 10, 4, 12, 6, 14>(rows[i], rows[i + 1]);
+    next[i + 1] = Shuffle<1, 9, 3, 11, 5, 13, 7, 15>(rows[i], rows[i + 1]);
   }
 #pragma GCC unroll 8
   for (int i = 0; i < kWidth; ++i) {
     if ((i & 2) != 0) continue;
-    rows[i] = __builtin_shufflevector(next[i], next[i + 2], 0, 1, 8, 9, 4, 5, 12, 13);
-    rows[i + 2] = __builtin_shufflevector(next[i], next[i + 2], 2, 3, 10, 11, 6, 7, 14, 15);
+    rows[i] = Shuffle<0, 1, 8, 9, 4, 5, 12, 13>(next[i], next[i + 2]);
+    rows[i + 2] = Shuffle<2, 3, 10, 11, 6, 7, 14, 15>(next[i], next[i + 2]);
   }
 #pragma GCC unroll 8
   for (int i = 0; i < kWidth / 2; ++i) {
-    next[i] = __builtin_shufflevector(rows[i], rows[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-    next[i + 4] = __builtin_shufflevector(rows[i], rows[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+    next[i] = Shuffle<0, 1, 2, 3, 8, 9, 10, 11>(rows[i], rows[i + 4]);
+    next[i + 4] = Shuffle<4, 5, 6, 7, 12, 13, 14, 15>(rows[i], rows[i + 4]);
   }
 #elif KESTRUM_KERNEL_BYTES == 32
 #pragma GCC unroll 8
   for (int i = 0; i < kWidth; i += 2) {
-    next[i] = __builtin_shufflevector(rows[i], rows[i + 1], 0, 4, 2, 6);
-    next[i + 1] = __builtin_shufflevector(rows[i], rows[i + 1], 1, 5, 3, 7);
+    next[i] = Shuffle<0, 4, 2, 6>(rows[i], rows[i + 1]);
+    next[i + 1] = Shuffle<1, 5, 3, 7>(rows[i], rows[i + 1]);
   }
   for (int i = 0; i < kWidth; ++i) rows[i] = next[i];
 #pragma GCC unroll 8
   for (int i = 0; i < kWidth / 2; ++i) {
-    next[i] = __builtin_shufflevector(rows[i], rows[i + 2], 0, 1, 4, 5);
-    next[i + 2] = __builtin_shufflevector(rows[i], rows[i + 2], 2, 3, 6, 7);
+    next[i] = Shuffle<0, 1, 4, 5>(rows[i], rows[i + 2]);
+    next[i + 2] = Shuffle<2, 3, 6, 7>(rows[i], rows[i + 2]);
   }
 #else
-  next[0] = __builtin_shufflevector(rows[0], rows[1], 0, 2);
-  next[1] = __builtin_shufflevector(rows[0], rows[1], 1, 3);
+  next[0] = Shuffle<0, 2>(rows[0], rows[1]);
+  next[1] = Shuffle<1, 3>(rows[0], rows[1]);
 #endif
 #pragma GCC unroll 8
   for (int i = 0; i < kWidth; ++i) rows[i] = next[i];

@@ -187,7 +187,7 @@ KESTRUM_KERNEL_INLINE Vector SinPi(Vector x, unsigned long long quarters = 0) {
                                 -0x1.27e4f80a6ecebp-22, 0x1.1ee9ec3bf0482p-29,  -0x1.8faec6446f1a3p-37};
   // Numbers beyond 2^52 are whole, and those beyond 2^53 even.
   const Vector size = (Vector)((Bits)x & ~(1ULL << 63));
-  const Vector low = size < 0x1p52 ? x : size < 0x1p53 ? x - 0x1p52 : x - x;
+  const Vector low = size < 0x1p52 ? x : size < 0x1p53 ? x - 0x1p52 : 0.0 * x;
   const Vector turned = low - 2.0 * ((0.5 * low + kRounder) - kRounder);
   const Vector shifted = 2.0 * turned + kRounder;
   const Vector r = turned - 0.5 * (shifted - kRounder);

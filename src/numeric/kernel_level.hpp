@@ -43,6 +43,16 @@ KESTRUM_KERNEL_INLINE V Broadcast(double value) {
   return value - V{};
 }
 
+// Elements of a and b, by their places among those of a and then of b.
+template <int... places, typename V>
+KESTRUM_KERNEL_INLINE V Shuffle(V a, V b) {
+#if defined(__clang__)
+  return __builtin_shufflevector(a, b, places...);
+#else
+  return __builtin_shuffle(a, b, Mask<V>{places...});
+#endif
+}
+
 KESTRUM_KERNEL_INLINE Vector SquareRoot(Vector x) {
 #if KESTRUM_KERNEL_BYTES == 64
   // Unmasked, this intrinsic reads a variable that is not set.
