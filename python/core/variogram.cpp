@@ -1,4 +1,4 @@
-// Experimental variograms of scattered points.
+// Experimental variograms of scattered points, and what likelihoods need.
 
 #include <algorithm>
 #include <vector>
@@ -6,6 +6,7 @@
 #include "analysis/point_variogram.hpp"
 #include "arrays.hpp"
 #include "bindings.hpp"
+#include "numeric/drift_projection.hpp"
 #include "watch.hpp"
 
 namespace kestrum::python {
@@ -45,9 +46,26 @@ py::tuple Variogram(const Array<double>& coordinates, const Array<double>& value
   return py::make_tuple(distance, gamma, pairs, coincident);
 }
 
+// The projection, written to `projection`, and the logarithm of the determinants; infinite if there is none.
+double Projection(const Array<double>& matrix, const Array<double>& drift, Array<double> projection, int nthreads) {
+  const std::ptrdiff_t n = matrix.shape(0);
+  Sized(matrix, n * n, "matrix");
+  Sized(projection, n * n, "projection");
+  double logDeterminant = 0.0;
+  double* const to = projection.mutable_data();
+  Monitor monitor;
+  RaiseFor(RunWatched(py::none(), monitor, [&] {
+    return ProjectOutDrift(static_cast<int>(n), static_cast<int>(drift.shape(0)), matrix.data(), drift.data(),
+                           Dealing::Threads(nthreads), to, &logDeterminant);
+  }));
+  return logDeterminant;
+}
+
 }  // namespace
 
 void BindVariogram(py::module_& module) {
+  module.def("project_out_drift", &Projection, py::arg("matrix").noconvert(), py::arg("drift").noconvert(),
+             py::arg("projection").noconvert(), py::arg("threads"));
   module.def("point_variogram", &Variogram, py::arg("coordinates").noconvert(), py::arg("values").noconvert(),
              py::arg("other").noconvert(), py::arg("lag"), py::arg("n_lags"), py::arg("estimator"),
              py::arg("cones").noconvert(), py::arg("threads"), py::arg("progress"));

@@ -63,3 +63,9 @@ def point_variogram(coordinates: _Floats, values: _Floats, other: _Floats | None
 
     cones: rows of an axis of length 1, the cosine of the half-angle and the bandwidth; none for all directions.
     """
+
+def project_out_drift(matrix: _Floats, drift: _Floats, projection: _Floats, threads: int) -> float:
+    """Writes A^-1 - A^-1 F (F^T A^-1 F)^-1 F^T A^-1; gives log|A| + log|F^T A^-1 F|, infinite without an inverse.
+
+    matrix: A; drift: the columns of F as rows.
+    """

@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
 
-from . import _door, _memory
+from . import _core, _door, _memory
 from ._door import Floats
 from ._errors import ArgumentError, DataError, ModelError
 from ._models import CovModel, Structure
@@ -423,7 +423,7 @@ def fit_likelihood(points: Points, model: CovModel, *, drift: Any = None, fixed:
     form = Form(model, names, dimension, 0.1 * float(distance.min()), 3.0 * float(distance.max()))
     form.sills = form.sills / unit
     errors = np.zeros(n) if points.error_variance is None else points.error_variance / unit
-    likelihood = _Likelihood(form, lags, (i, j), rest / math.sqrt(unit), terms, errors)
+    likelihood = _Likelihood(form, lags, (i, j), rest / math.sqrt(unit), terms, errors, _door.threads(None))
     settled = likelihood.maximum()
     loss, information = likelihood.information(settled)
     labels = settled.names()
@@ -468,8 +468,10 @@ def _terms(points: Points, drift: Any) -> Floats:
 class _Likelihood:
     """Minus the logarithm of the restricted likelihood of data less their drift."""
 
-    def __init__(self, form: Form, lags: Floats, pairs: tuple[Any, Any], rest: Floats, terms: Floats, errors: Floats) -> None:
+    def __init__(self, form: Form, lags: Floats, pairs: tuple[Any, Any], rest: Floats, terms: Floats, errors: Floats,
+                 threads: int) -> None:
         self.form, self.lags, self.pairs, self.rest, self.terms, self.errors = form, lags, pairs, rest, terms, errors
+        self.threads = threads
 
     def maximum(self) -> Form:
         """The form that is most likely."""
@@ -501,21 +503,15 @@ class _Likelihood:
 
     def solve(self, sills: Floats, p: Floats) -> tuple[float, Floats, Floats] | None:
         """The loss, V^-1 less what the drift takes of it, and the correlations of the structures."""
-        from scipy import linalg
-
         correlations = self.form.correlations(p, self.lags)
-        try:
-            factor = linalg.cholesky(self.matrix(sills @ correlations, sills.sum() + self.errors), lower=True, check_finite=False)
-            inverse, _ = linalg.lapack.dpotri(factor, lower=1)
-            inverse = np.tril(inverse) + np.tril(inverse, -1).T
-            weighted = inverse @ self.terms
-            inner = linalg.cholesky(self.terms.T @ weighted, lower=True)
-        except linalg.LinAlgError:
+        projection = np.empty((len(self.rest),) * 2)
+        matrix = self.matrix(sills @ correlations, sills.sum() + self.errors)
+        determinants = _core.project_out_drift(matrix, np.ascontiguousarray(self.terms.T), projection, self.threads)
+        if not math.isfinite(determinants):
             return None
-        projection = inverse - weighted @ linalg.cho_solve((inner, True), weighted.T)
-        loss = (np.log(np.diag(factor)).sum() + np.log(np.diag(inner)).sum() + 0.5 * float(self.rest @ projection @ self.rest)
-                + 0.5 * (len(self.rest) - self.terms.shape[1]) * math.log(2.0 * math.pi))
-        return float(loss), projection, correlations
+        loss = 0.5 * (determinants + float(self.rest @ (projection @ self.rest))
+                      + (len(self.rest) - self.terms.shape[1]) * math.log(2.0 * math.pi))
+        return loss, projection, correlations
 
     def loss(self, sills: Floats, p: Floats) -> tuple[float, Floats]:
         """With the slopes by the free sills and by p."""
@@ -524,9 +520,8 @@ class _Likelihood:
             return 1e30, np.zeros(int(self.form.sill_free.sum()) + len(p))
         loss, projection, correlations = solved
         scores = projection @ self.rest
-        excess = projection - np.outer(scores, scores)
-        of_pairs = excess[self.pairs]
-        slopes = list((correlations @ of_pairs + 0.5 * np.trace(excess))[self.form.sill_free])
+        of_pairs = projection[self.pairs] - scores[self.pairs[0]] * scores[self.pairs[1]]
+        slopes = list((correlations @ of_pairs + 0.5 * (np.trace(projection) - scores @ scores))[self.form.sill_free])
         for step in np.eye(len(p)) * 1e-5:
             change = self.form.correlations(p + step, self.lags) - self.form.correlations(p - step, self.lags)
             slopes.append(sills @ (change @ of_pairs) / 2e-5)
