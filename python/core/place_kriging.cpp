@@ -98,7 +98,7 @@ class Kriging {
     return At(targets, {}, means, covariates, estimate, variance, nthreads, progress);
   }
 
-  // Kriges each datum from the others; of all data, from those of other folds.
+  // Kriges each datum from those of other folds, or from all others.
   py::tuple LeaveOut(const MaybeArray<int>& start, const MaybeArray<int>& member, Array<double> estimate,
                      Array<double> variance, int nthreads, const py::object& progress) const {
     PlaceKrigingResults results;

@@ -30,7 +30,7 @@ class PlaceKriging:
                   variance: _Floats, threads: int, progress: _Progress) -> tuple[int, int, int, int]: ...
     def leave_out(self, start: NDArray[np.int32] | None, member: NDArray[np.int32] | None, estimate: _Floats,
                   variance: _Floats, threads: int, progress: _Progress) -> tuple[int, int, int, int]:
-        """Each datum from the others. Where all data serve, from those of other folds: the data member[start[f]:start[f + 1]] are a fold."""
+        """Each datum from those of other folds, or from all others: the data member[start[f]:start[f + 1]] are a fold."""
 
 def nodes_of(grid: _Grid, places: _Floats) -> NDArray[np.int32]:
     """The node whose cell holds each place; -1 outside."""

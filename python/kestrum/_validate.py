@@ -17,6 +17,10 @@ from ._points import Points
 if TYPE_CHECKING:
     import pandas as pd
 
+# Where neighbours are sought, smaller folds are left out datum by datum, with as many more candidates; larger ones one by
+# one, by a search among the others.
+LARGE_FOLD = 256
+
 
 def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = None, radius: Range | None = None,
                    mean: float | None = None, drift: Literal["linear", "quadratic"] | Mapping[str, ArrayLike] | None = None,
@@ -112,7 +116,7 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
     with _progress.shown(progress, "cross-validation") as report:
         if folds is None:
             counts += whole.leave_out(None, None, estimate, variance, nthreads, report)
-        elif all_serve:
+        elif neighbors is None or np.diff(start).max() <= LARGE_FOLD:
             counts += whole.leave_out(start, member, estimate, variance, nthreads, report)
         else:
             for own in _each_fold(start, member, report):

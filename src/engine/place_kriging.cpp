@@ -235,18 +235,19 @@ class Worker {
       PlaceSets sets;
       if (const int status = search_.Next(&sets); status != 0) return status;
       if (sets.nset == 0) return 0;
-      if (const int status = KrigeSets(nodes, sets, covariance); status != 0) return status;
+      if (const int status = KrigeSets(nodes, neighborhood, sets, covariance); status != 0) return status;
     }
   }
 
-  [[nodiscard]] int KrigeSets(const PlaceNodes& nodes, const PlaceSets& sets,
+  [[nodiscard]] int KrigeSets(const PlaceNodes& nodes, const PlaceNeighborhood& neighborhood, const PlaceSets& sets,
                               const TargetCovariance& covariance) noexcept {
+    const bool apart = run_->fold != nullptr;
     // The covariances of all candidates may serve all sets; or each system has its own evaluated, without copies. Where
     // parameters vary, they are those of the only target.
     std::int64_t pairs = 0;
     for (int s = 0; s < sets.nset; ++s) {
-      const std::int64_t n = CountMembers(sets, s);
-      if (n <= PlaceLanes::kMaxData) pairs += n * (n - 1);
+      const std::int64_t n = sets.CountMembers(s);
+      if (n <= PlaceLanes::kMaxData) pairs += n * (n - 1) * (apart ? sets.start[s + 1] - sets.start[s] : 1);
     }
     const double ofCandidates = static_cast<double>(sets.ncandidate) * (sets.ncandidate - 1);
     const double ofSets = static_cast<double>(pairs);
@@ -263,38 +264,43 @@ class Worker {
       const int status = positions_.Allocate(2 * static_cast<std::size_t>(sets.ncandidate) + 1);
       if (status != 0) return status;
     }
+    if (apart) {
+      const int status = KrigeApart(nodes, neighborhood.metric, sets, shared, covariance);
+      // The lanes that are left refer to the covariances.
+      if (shared) lanes_.Flush();
+      return status;
+    }
 
-    // Lanes are solved together, so those of as many targets come together: parts of sets with many targets first. Where
-    // data are left out, each target has data of its own.
-    const int most = run_->leaveOneOut ? 1 : PlaceLanes::kMaxTargets;
-    int ending[PlaceLanes::kMaxTargets + 1] = {};
+    // Lanes are solved together, so those of as many targets come together: parts of sets with many targets first.
+    constexpr int kPart = PlaceLanes::kMaxTargets;
+    int ending[kPart + 1] = {};
     for (int s = 0; s < sets.nset; ++s) {
-      const int n = CountMembers(sets, s);
+      const int n = sets.CountMembers(s);
       const int ntarget = sets.start[s + 1] - sets.start[s];
       if (n == 0 || n > PlaceLanes::kMaxData) {
-        const int together = run_->leaveOneOut ? 1 : ntarget;
-        for (int first = 0; first < ntarget; first += together) {
-          const int status = KrigeOddSet(nodes, sets, s, first, together, covariance);
-          if (status != 0) return status;
-        }
+        const int status = KrigeOddSet(nodes, sets, s, sets.Members(s, positions_.data()), 0, ntarget, covariance);
+        if (status != 0) return status;
         continue;
       }
-      for (int part = 0; part < ntarget / most; ++part) {
-        const int status = AddPart(nodes, sets, s, part * most, most, shared, covariance);
+      for (int part = 0; part < ntarget / kPart; ++part) {
+        const int status =
+            AddPart(nodes, sets, s, sets.Members(s, positions_.data()), part * kPart, kPart, shared, covariance);
         if (status != 0) return status;
       }
-      ++ending[ntarget % most];
+      ++ending[ntarget % kPart];
     }
     // The rest of each set, the largest rest first.
-    for (int count = most - 1; count > 0; --count) ending[count - 1] += ending[count];
+    for (int count = kPart - 1; count > 0; --count) ending[count - 1] += ending[count];
     const int total = ending[1];
     for (int s = sets.nset - 1; s >= 0; --s) {
-      const int n = CountMembers(sets, s);
-      if (n > 0 && n <= PlaceLanes::kMaxData) order_[--ending[(sets.start[s + 1] - sets.start[s]) % most]] = s;
+      const int n = sets.CountMembers(s);
+      if (n > 0 && n <= PlaceLanes::kMaxData) order_[--ending[(sets.start[s + 1] - sets.start[s]) % kPart]] = s;
     }
     for (int i = 0; i < total; ++i) {
-      const int ntarget = sets.start[order_[i] + 1] - sets.start[order_[i]];
-      const int status = AddPart(nodes, sets, order_[i], ntarget / most * most, ntarget % most, shared, covariance);
+      const int s = order_[i];
+      const int ntarget = sets.start[s + 1] - sets.start[s];
+      const int status = AddPart(nodes, sets, s, sets.Members(s, positions_.data()), ntarget / kPart * kPart,
+                                 ntarget % kPart, shared, covariance);
       if (status != 0) return status;
     }
     // The lanes that are left refer to the covariances.
@@ -302,29 +308,48 @@ class Worker {
     return 0;
   }
 
-  // The number of data in a set that serve one of its targets.
-  int CountMembers(const PlaceSets& sets, int set) const noexcept {
-    return sets.CountMembers(set) - static_cast<int>(run_->leaveOneOut);
+  // Kriges each target of some sets from the data of other folds.
+  [[nodiscard]] int KrigeApart(const PlaceNodes& nodes, const PlaceMetric& metric, const PlaceSets& sets, bool shared,
+                               const TargetCovariance& covariance) noexcept {
+    for (int s = 0; s < sets.nset; ++s) {
+      for (int i = 0; i < sets.start[s + 1] - sets.start[s]; ++i) {
+        const int n = FindMembersOfOtherFolds(nodes, metric, sets, s, sets.member[sets.start[s] + i]);
+        const int status = n == 0 || n > PlaceLanes::kMaxData ? KrigeOddSet(nodes, sets, s, n, i, 1, covariance)
+                                                              : AddPart(nodes, sets, s, n, i, 1, shared, covariance);
+        if (status != 0) return status;
+      }
+    }
+    return 0;
   }
 
-  // Finds the data of a set that serve its target number `first`, and returns how many there are.
-  int FindMembers(const PlaceNodes& nodes, const PlaceSets& sets, int set, int first) noexcept {
+  // Finds the data of a set that serve a node which is a datum itself, and returns how many there are.
+  int FindMembersOfOtherFolds(const PlaceNodes& nodes, const PlaceMetric& metric, const PlaceSets& sets, int set,
+                              int node) noexcept {
+    const int* const fold = run_->fold;
+    const int own = fold[nodes.target[node]];
     int* const positions = positions_.data();
-    const int n = sets.Members(set, positions);
-    if (!run_->leaveOneOut) return n;
-    const std::int64_t target = nodes.target[sets.member[sets.start[set] + first]];
-    int* own = std::find_if(positions, positions + n, [&](int position) { return sets.datum[position] == target; });
-    // Where so many earlier data share its place that it is not among the nearest, the last of those is one too many.
-    if (own == positions + n) --own;
-    std::copy(own + 1, positions + n, own);
-    return n - 1;
+    int* const end = std::remove_if(positions, positions + sets.Members(set, positions),
+                                    [&](int position) { return fold[sets.datum[position]] == own; });
+    const int n = static_cast<int>(end - positions);
+    const int most = run_->neighbors;
+    if (most == 0 || n <= most) return n;
+    const auto square = [&](int position) {
+      return metric.Square(sets.candidates.x[position] - nodes.x[node], sets.candidates.y[position] - nodes.y[node],
+                           sets.candidates.z[position] - nodes.z[node]);
+    };
+    std::nth_element(positions, positions + most, end, [&](int a, int b) {
+      const double first = square(a);
+      const double second = square(b);
+      return first != second ? first < second : a < b;
+    });
+    std::sort(positions, positions + most);
+    return most;
   }
 
-  // Takes `count` targets of a set, from number `first` on, into a lane.
-  [[nodiscard]] int AddPart(const PlaceNodes& nodes, const PlaceSets& sets, int set, int first, int count, bool shared,
-                            const TargetCovariance& covariance) noexcept {
+  // Takes `count` targets of a set, from number `first` on, with the n data whose positions have been found, into a lane.
+  [[nodiscard]] int AddPart(const PlaceNodes& nodes, const PlaceSets& sets, int set, int n, int first, int count,
+                            bool shared, const TargetCovariance& covariance) noexcept {
     const bool own = run_->covariance.varies();
-    const int n = FindMembers(nodes, sets, set, first);
     PlaceMembers members{n, positions_.data(), sets.candidates, sets.datum};
     if (own) {
       for (int i = 0; i < n; ++i) {
@@ -345,11 +370,10 @@ class Worker {
     return 0;
   }
 
-  // Kriges some targets of a set without data, or with more than a lane takes.
-  [[nodiscard]] int KrigeOddSet(const PlaceNodes& nodes, const PlaceSets& sets, int set, int first, int ntarget,
+  // The same of no data, or of more than a lane takes.
+  [[nodiscard]] int KrigeOddSet(const PlaceNodes& nodes, const PlaceSets& sets, int set, int n, int first, int ntarget,
                                 const TargetCovariance& covariance) noexcept {
     for (int i = 0; i < ntarget; ++i) targets_[i] = TargetOf(nodes, sets.member[sets.start[set] + first + i]);
-    const int n = FindMembers(nodes, sets, set, first);
     if (n == 0) {
       for (int i = 0; i < ntarget; ++i) {
         run_->WriteWithoutData(targets_[i].number, covariance.targetVariance(), &report());
@@ -517,11 +541,11 @@ PlaceNeighborhood PlaceKriging::NeighborhoodAt(const PlaceCovariance& covariance
 int PlaceKriging::Krige(const PlaceKrigingTargets& targets, const PlaceKrigingResults& results, const Dealing& dealing,
                         const Progress& progress, PlaceKrigingReport* report, PlaceProblem* problem,
                         SimdLevel level) const noexcept {
-  return Run(targets, results, false, dealing, progress, report, problem, level);
+  return Run(targets, results, nullptr, 0, dealing, progress, report, problem, level);
 }
 
-int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResults& results, bool leaveOneOut,
-                      const Dealing& dealing, const Progress& progress, PlaceKrigingReport* report,
+int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResults& results, const int* fold,
+                      int largestFold, const Dealing& dealing, const Progress& progress, PlaceKrigingReport* report,
                       PlaceProblem* problem, SimdLevel level) const noexcept {
   *report = {};
   *problem = {};
@@ -537,7 +561,7 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
   if (const int status = covariance.Prepare(*model_, options_.block, spacing); status != 0) return status;
   const bool varies = covariance.varies();
   if (varies && AreImagesRefused(*model_, targets.places, problem)) return 0;
-  const PlaceRun run{data_, covariance, targets, results, progress, level, leaveOneOut};
+  const PlaceRun run{data_, covariance, targets, results, progress, level, fold, options_.neighbors};
 
   PlaceNeighborhood neighborhood;
   TargetCovariance everywhere;
@@ -545,7 +569,7 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
     neighborhood = NeighborhoodAt(covariance, -1);
     if (const int status = everywhere.Allocate(covariance, level); status != 0) return status;
     everywhere.Prepare(-1);
-    if (leaveOneOut && neighborhood.limit > 0) ++neighborhood.limit;
+    if (neighborhood.limit > 0) neighborhood.limit += std::min(largestFold, data_.n);
   }
   PlaceTiles tiles;
   const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
@@ -586,11 +610,28 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
 int PlaceKriging::LeaveOut(const PlaceFolds* folds, const PlaceKrigingResults& results, const Dealing& dealing,
                            const Progress& progress, PlaceKrigingReport* report, PlaceProblem* problem,
                            SimdLevel level) const noexcept {
+  *report = {};
+  *problem = {};
   const auto n = static_cast<std::size_t>(data_.n);
+  Buffer<int> alone;
+  PlaceFolds each{data_.n, nullptr, nullptr};
+  if (folds == nullptr) {
+    if (const int status = alone.Allocate(n + 1); status != 0) return status;
+    std::iota(alone.data(), alone.data() + n + 1, 0);
+    each.start = each.member = alone.data();
+    folds = &each;
+  }
   if (!all_) {
     Buffer<double> places;
+    Buffer<int> fold;
     const auto dimension = static_cast<std::size_t>(data_.dimension);
     if (const int status = places.Allocate(n * dimension); status != 0) return status;
+    if (const int status = fold.Allocate(n); status != 0) return status;
+    int largest = 0;
+    for (int f = 0; f < folds->count; ++f) {
+      largest = std::max(largest, folds->start[f + 1] - folds->start[f]);
+      for (int i = folds->start[f]; i < folds->start[f + 1]; ++i) fold[static_cast<std::size_t>(folds->member[i])] = f;
+    }
     for (std::size_t i = 0; i < n; ++i) {
       places[i * dimension] = data_.x[i];
       places[i * dimension + 1] = data_.y[i];
@@ -602,19 +643,9 @@ int PlaceKriging::LeaveOut(const PlaceFolds* folds, const PlaceKrigingResults& r
     targets.places.nlist = data_.n;
     targets.places.dimension = data_.dimension;
     targets.covariates = data_.covariate.data();
-    return Run(targets, results, true, dealing, progress, report, problem, level);
+    return Run(targets, results, fold.data(), largest, dealing, progress, report, problem, level);
   }
 
-  *report = {};
-  *problem = {};
-  Buffer<int> alone;
-  PlaceFolds each{data_.n, nullptr, nullptr};
-  if (folds == nullptr) {
-    if (const int status = alone.Allocate(n + 1); status != 0) return status;
-    std::iota(alone.data(), alone.data() + n + 1, 0);
-    each.start = each.member = alone.data();
-    folds = &each;
-  }
   // Folds are dealt out so many at a time that their data are solved for together.
   Buffer<int> first;
   if (const int status = first.Allocate(static_cast<std::size_t>(folds->count) + 1); status != 0) return status;

@@ -40,16 +40,16 @@ class PlaceKriging {
                           const Dealing& dealing, const Progress& progress, PlaceKrigingReport* report,
                           PlaceProblem* problem, SimdLevel level = BestSimdLevel()) const noexcept;
 
-  // Kriges each datum from the others: those of other folds, or all but itself if `folds` is null. Folds need all data to
-  // serve every target, and a known mean needs to be constant. Results are by datum, estimates and variances alone; data
-  // that tell nothing have none if all serve. Returns as Krige does.
+  // Kriges each datum from the others: those of other folds, or all but itself if `folds` is null. Where neighbours are
+  // sought, as many more are as the largest fold has. A known mean needs to be constant. Results are by datum, estimates
+  // and variances alone; data that tell nothing have none if all serve. Returns as Krige does.
   [[nodiscard]] int LeaveOut(const PlaceFolds* folds, const PlaceKrigingResults& results, const Dealing& dealing,
                              const Progress& progress, PlaceKrigingReport* report, PlaceProblem* problem,
                              SimdLevel level = BestSimdLevel()) const noexcept;
 
  private:
-  [[nodiscard]] int Run(const PlaceKrigingTargets& targets, const PlaceKrigingResults& results, bool leaveOneOut,
-                        const Dealing& dealing, const Progress& progress, PlaceKrigingReport* report,
+  [[nodiscard]] int Run(const PlaceKrigingTargets& targets, const PlaceKrigingResults& results, const int* fold,
+                        int largestFold, const Dealing& dealing, const Progress& progress, PlaceKrigingReport* report,
                         PlaceProblem* problem, SimdLevel level) const noexcept;
   PlaceNeighborhood NeighborhoodAt(const PlaceCovariance& covariance, int node) const noexcept;
 

@@ -39,7 +39,10 @@ struct PlaceRun {
   PlaceKrigingResults results;
   const Progress& progress;
   SimdLevel level;
-  bool leaveOneOut = false;  // targets are the data, by their number, and none serves itself
+  // The fold of each datum, if targets are the data, by their number, and are kriged from those of other folds: from the
+  // nearest `neighbors`, or from all if that is 0.
+  const int* fold = nullptr;
+  int neighbors = 0;
 
   // Variable v of the drift at a target.
   double AtTarget(int v, const PlaceTarget& target) const noexcept {

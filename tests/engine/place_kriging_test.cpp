@@ -626,7 +626,7 @@ TEST(PlaceKriging, LeavesDataOut) {
   const kestrum::PlaceFolds parts{4, start, member.data()};
   std::vector<double> coordinates;
   for (const Triple& at : problem.places) coordinates.insert(coordinates.end(), at.begin(), at.end());
-  for (const auto& [neighbors, folds] : {std::pair{0, &parts}, {0, nullptr}, {12, nullptr}}) {
+  for (const auto& [neighbors, folds] : {std::pair{0, &parts}, {0, nullptr}, {12, nullptr}, {9, &parts}}) {
     problem.options.neighbors = neighbors;
     const VORL_COVMODEL model = problem.Model();
     std::vector<double> estimate(n), variance(n);

@@ -9,6 +9,7 @@ import pytest
 from test_krige import model_of, scattered
 
 import kestrum as ks
+from kestrum import _validate
 
 ROOT = Path(__file__).resolve().parents[2]
 RANDOM = np.random.default_rng(12)
@@ -54,6 +55,11 @@ def test_every_kind_against_kriging_from_the_rest(drift, near):
         done, estimate, variance = one_by_one(points, model_of(dimension), table["fold"].to_numpy(), **options, **NEAR[near])
         np.testing.assert_allclose(table["estimate"][done], estimate[done], rtol=1e-9, atol=1e-9)
         np.testing.assert_allclose(table["variance"][done], variance[done], rtol=1e-9, atol=1e-11)
+        if folds == "blocks":
+            with pytest.MonkeyPatch.context() as patch:
+                patch.setattr(_validate, "LARGE_FOLD", 0)
+                other = ks.cross_validate(points, model_of(dimension), folds=given, threads=1, **options, **NEAR[near])
+            pd.testing.assert_frame_equal(table, other, check_exact=False, rtol=1e-9)
 
 
 def test_meuse_agrees_with_gstat():
