@@ -87,7 +87,8 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     chunks : mapping, optional
         Cells along each dimension in a chunk of a lazy result, {"y": 2000, "x": 2000}, or {"point": 100_000}. It is on Dask
         arrays, and the same bits as without. Arrays on the grid (mean, drift, mask) may be Dask arrays then. Each chunk
-        takes one thread by default; places without data are NaN without a warning.
+        takes one thread by default; places without data are NaN without a warning, and `progress` shows nothing: Dask has
+        bars of its own.
 
     Returns
     -------
