@@ -44,11 +44,30 @@ template <typename Row>
   return 0;
 }
 
+// Solves for right sides, so many at a time that a job which is to stop does so soon, and gives kAborted then.
+[[nodiscard]] int SolveMany(int n, int q, const double* factor, const double* values, int blocks, double* b,
+                            double* estimate, double* explained, bool weights, const Progress& progress,
+                            SimdLevel level) noexcept {
+  for (int begin = 0; begin < blocks; begin += kBlocks) {
+    if (const int status = progress.After(0); status != 0) return status;
+    const int count = std::min(kBlocks, blocks - begin);
+    double* const own = b + static_cast<std::ptrdiff_t>(begin) * (n + q) * kLanes;
+    const std::ptrdiff_t first = std::ptrdiff_t{begin} * kLanes;
+    if (weights) {
+      KrigingWeights(n, q, factor, count, own, level);
+    } else {
+      kestrum::Krige(n, q, factor, values, count, own, estimate + first, explained + first, level);
+    }
+  }
+  return 0;
+}
+
 // Solves S e = u for the errors of m data that are left out together, with element (i, j) of S from part(i, j), and finds
-// their variances. *definite is false if S is not positive definite. Returns 0 or the status of a failed allocation.
+// their variances. *definite is false if S is not positive definite. Returns 0, the status of a failed
+// allocation, or kAborted.
 template <typename Part>
 [[nodiscard]] int SolveFold(int m, const Part& part, const double* u, PlaceDense::Scratch* scratch, double* error,
-                            double* variance, bool* definite, SimdLevel level) noexcept {
+                            double* variance, bool* definite, const Progress& progress, SimdLevel level) noexcept {
   const int blocks = (m + kLanes - 1) / kLanes;
   const auto count = static_cast<std::size_t>(m);
   const auto padded = static_cast<std::size_t>(blocks) * kLanes;
@@ -64,11 +83,12 @@ template <typename Part>
     for (int j = 0; j <= i; ++j) row[j] = part(i, j);
     SetFactorRow(m, i, row, factor);
   }
-  *definite = Factorise(Dealing::Serial(), m, 0, factor, level);
-  if (!*definite) return 0;
+  *definite = Factorise(Dealing::Serial(), m, 0, factor, level, nullptr, progress);
+  if (!*definite) return progress.After(0);
   PrepareValues(m, 0, factor, u, row);
   double* const solved = scratch->solved.data();
-  kestrum::Krige(m, 0, factor, row, blocks, scratch->right.data(), solved, solved + padded, level);
+  status = SolveMany(m, 0, factor, row, blocks, scratch->right.data(), solved, solved + padded, false, progress, level);
+  if (status != 0) return status;
   std::copy_n(solved, m, error);
   std::copy_n(solved + padded, m, variance);
   return 0;
@@ -196,7 +216,7 @@ int PlaceDense::Krige(const PlaceRun& run, const TargetCovariance& covariance, i
 
 int PlaceDense::LeaveOut(const PlaceDataset& data, const PlaceFolds& folds, int begin, int end,
                          const PlaceKrigingResults& results, Scratch* scratch, PlaceKrigingReport* report,
-                         SimdLevel level) const noexcept {
+                         const Progress& progress, SimdLevel level) const noexcept {
   const int size = n_ + q_;
   const int* const member = folds.member + folds.start[begin];
   const int total = folds.start[end] - folds.start[begin];
@@ -222,12 +242,17 @@ int PlaceDense::LeaveOut(const PlaceDataset& data, const PlaceFolds& folds, int 
   const auto element = [&](int t, int i) {
     return b[(static_cast<std::ptrdiff_t>(t / kLanes) * size + i) * kLanes + t % kLanes];
   };
-  kestrum::Krige(n_, q_, factor_.data(), values_.data(), blocks, b, product, diagonal, level);
+  const auto solve = [&](bool weights) {
+    return SolveMany(n_, q_, factor_.data(), values_.data(), blocks, b, product, diagonal, weights, progress, level);
+  };
+  if (status = solve(false); status != 0) return status;
   for (int t = 0; t < total; ++t) {
     known[t] = 0.0;
     for (int i = member[t]; i < n_; ++i) known[t] += element(t, i) * element(t, i) * inverse[i];
   }
-  if (total > end - begin) KrigingWeights(n_, q_, factor_.data(), blocks, b, level);
+  if (total > end - begin) {
+    if (status = solve(true); status != 0) return status;
+  }
 
   int first = 0;
   for (int fold = begin; fold < end; ++fold) {
@@ -242,7 +267,8 @@ int PlaceDense::LeaveOut(const PlaceDataset& data, const PlaceFolds& folds, int 
       const auto part = [&](int i, int j) {
         return i == j && inverse[own[i]] == 0.0 ? 1.0 : element(first + j, own[i]);
       };
-      status = SolveFold(m, part, product + first, scratch, error + first, variance + first, &determined, level);
+      status =
+          SolveFold(m, part, product + first, scratch, error + first, variance + first, &determined, progress, level);
       if (status != 0) return status;
     }
     for (int t = first; t < first + m; ++t) {

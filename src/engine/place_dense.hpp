@@ -36,10 +36,10 @@ class PlaceDense {
   // Kriges the data of folds `begin` to `end` - 1, each fold from the data of all others. With M the inverse of the
   // system's matrix, B the data of a fold and z the values, the errors are e = (M_BB)^-1 (M z)_B, and their covariances
   // (M_BB)^-1 (O. Dubrule, Cross validation of kriging in a unique neighborhood, Mathematical Geology 15, 1983). Data
-  // that were left out of the system have no results. Returns 0 or the status of a failed allocation.
+  // that were left out of the system have no results. Returns 0, the status of a failed allocation, or kAborted.
   [[nodiscard]] int LeaveOut(const PlaceDataset& data, const PlaceFolds& folds, int begin, int end,
                              const PlaceKrigingResults& results, Scratch* scratch, PlaceKrigingReport* report,
-                             SimdLevel level) const noexcept;
+                             const Progress& progress, SimdLevel level) const noexcept;
 
  private:
   PlaceVectors places() const noexcept {

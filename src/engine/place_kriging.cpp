@@ -670,7 +670,8 @@ int PlaceKriging::LeaveOut(const PlaceFolds* folds, const PlaceKrigingResults& r
         Work& own = work[static_cast<std::size_t>(thread)];
         const int* const folded = first.data() + item;
         *held = folds->start[folded[1]] - folds->start[folded[0]];
-        return system_.LeaveOut(data_, *folds, folded[0], folded[1], results, &own.scratch, &own.report, level);
+        return system_.LeaveOut(data_, *folds, folded[0], folded[1], results, &own.scratch, &own.report, progress,
+                                level);
       },
       [](int /*thread*/) noexcept {});
   for (const Work& own : work) Add(own.report, report);
