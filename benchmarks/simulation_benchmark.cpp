@@ -23,6 +23,7 @@ struct Case {
   VORL_COVMODELTYPE type = COV_EXPONENTIAL;
   real range = 30.0;
   int ndata = 100;
+  bool factorising = false;
 };
 
 // nthreads 0: the serial form.
@@ -37,7 +38,8 @@ void Simulate(benchmark::State& state, const Case& run, int nthreads = 0) {
     records.input.nrealization = run.nrealization;
     records.input.seedIncrement = run.grid.nxyz + 1;
     state.ResumeTiming();
-    if (const int status = records.Run(nthreads); status != 0) state.SkipWithError(VORLGetErrorMessage(-status));
+    const int status = run.factorising ? records.Factorise(nthreads) : records.Run(nthreads);
+    if (status != 0) state.SkipWithError(VORLGetErrorMessage(-status));
   }
   state.SetItemsProcessed(state.iterations() * run.nrealization * (run.grid.nxyz - run.ndata));
 }
@@ -47,6 +49,10 @@ const VORL_GRID kBlock = MakeGrid(100, 100, 20);
 
 BENCHMARK_CAPTURE(Simulate, Map200x10, Case{kMap, 10})->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Simulate, Block100x100x20x5, Case{kBlock, 5})->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Simulate, Block200x200x10, Case{MakeGrid(200, 200, 10), 1})->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Simulate, FactorisingBlock200x200x10,
+                  Case{MakeGrid(200, 200, 10), 1, 20, COV_EXPONENTIAL, 30.0, 100, true})
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Simulate, Nodes1e5, Case{MakeGrid(316, 316, 1), 1})->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Simulate, Nodes1e6, Case{MakeGrid(1000, 1000, 1), 1})->Unit(benchmark::kMillisecond);
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "numeric/gather_lanes.hpp"
+
 namespace kestrum {
 namespace {
 
@@ -57,12 +59,19 @@ void NeighborCovariances::FillSideBySide(const int* const entries[kLanes], int m
   }
   for (int i = 0; i < m; ++i) {
     const int* const from = code + i * kLanes;
+    const auto element = [=](int row, int column) {
+      return matrix + static_cast<std::ptrdiff_t>(row * size + column) * kLanes;
+    };
+    const std::ptrdiff_t step = static_cast<std::ptrdiff_t>(size) * kLanes;
+    if (GatherDifferences(m - 1 - i, table_.data(), kNotEvaluated, from, from + kLanes, element(i, i + 1),
+                          element(i + 1, i), step)) {
+      continue;
+    }
     for (int j = i + 1; j < m; ++j) {
       const int* const to = code + j * kLanes;
-      real covariance[kLanes];
-      for (int lane = 0; lane < kLanes; ++lane) covariance[lane] = Tabulated(to[lane] - from[lane]);
-      std::copy_n(covariance, kLanes, matrix + static_cast<std::ptrdiff_t>(i * size + j) * kLanes);
-      std::copy_n(covariance, kLanes, matrix + static_cast<std::ptrdiff_t>(j * size + i) * kLanes);
+      for (int lane = 0; lane < kLanes; ++lane) {
+        element(i, j)[lane] = element(j, i)[lane] = Tabulated(to[lane] - from[lane]);
+      }
     }
   }
 }

@@ -11,4 +11,9 @@ void GatherLanes(int n, const double* table, const int* start, const int* positi
   KESTRUM_KERNEL_AT(level, Gather)(n, table, start, position, out);
 }
 
+bool GatherDifferences(int n, const double* table, double missing, const int* from, const int* to, double* row,
+                       double* column, std::ptrdiff_t step, SimdLevel level) noexcept {
+  return KESTRUM_KERNEL_AT(level, GatherSymmetric)(n, table, missing, from, to, row, column, step);
+}
+
 }  // namespace kestrum
