@@ -50,7 +50,7 @@ BENCHMARK_CAPTURE(Krige, Block25Data200, Case{kBlock, 200, 60.0, 20})->Unit(benc
 BENCHMARK_CAPTURE(Krige, Map1000Data200000, Case{kMap, 200000, 100.0, 20})->Unit(benchmark::kMillisecond);
 
 void Neighbors(benchmark::State& state) { Krige(state, Case{kSmall, 1000, 100.0, static_cast<int>(state.range(0))}); }
-BENCHMARK(Neighbors)->Arg(4)->Arg(8)->Arg(12)->Arg(20)->Arg(32)->Arg(48)->Arg(64)->Arg(96)->Unit(
+BENCHMARK(Neighbors)->Arg(4)->Arg(8)->Arg(12)->Arg(20)->Arg(32)->Arg(48)->Arg(64)->Arg(96)->Arg(128)->Arg(190)->Unit(
     benchmark::kMillisecond);
 
 void ModelType(benchmark::State& state) {

@@ -11,9 +11,8 @@ namespace {
 
 constexpr int kMaxRestart = 100;
 constexpr int kMaxCycle = 10000;
-// Systems up to this size are solved in batches. Iteratively, larger ones take several cycles, of which each has its own
-// number; a batch of larger matrices to factorise would leave the caches.
-constexpr int kMaxBatchSize = 100;
+// Systems up to this size are solved in batches: a batch of larger ones would leave the caches.
+constexpr int kMaxBatchSize = 200;
 constexpr int kMaxFactorBatchSize = 160;
 // Fewer systems of one size than this are iterated one by one.
 constexpr int kMinBatch = 3;
@@ -90,8 +89,8 @@ int SystemSolver::Allocate(const SolverChoice& choice, bool ordinaryKriging, int
   const int batchSize =
       static_cast<int>(std::min<std::size_t>(size, choice.factorising() ? kMaxFactorBatchSize : kMaxBatchSize));
   const std::size_t batchLength = static_cast<std::size_t>(batchSize) * kLanes;
-  const std::size_t batchWork =
-      choice.factorising() ? KrigingBatchWorkSize(batchSize - q, q) + kLanes : GmresBatchWorkSize(batchSize, batchSize);
+  const std::size_t batchWork = choice.factorising() ? KrigingBatchWorkSize(batchSize - q, q) + kLanes
+                                                     : GmresBatchWorkSize(batchSize, SolverLimits(batchSize).restart);
   const struct {
     Buffer<real>* buffer;
     std::size_t size;
