@@ -92,7 +92,7 @@ int GridRun::Prepare(const GridRunInput& input, const RunFront& front) noexcept 
     setup.model = ModelOf(input.models[c], input.ordinaryKriging);
     if (input.neighbors < 1) continue;
     status = BuildSearchNeighborhood(grid_, setup.model, nullptr, {1.0, input.radius}, kByEllipsoidalDistance,
-                                     neighbors_[c].offsets(), &context);
+                                     neighbors_[c].offsets(), &context, front_.progress);
     if (status == 0) status = neighbors_[c].Finish(grid_, input.neighbors, front_.dealing, setup.neighbors);
     if (status != 0) return status;
   }

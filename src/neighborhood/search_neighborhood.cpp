@@ -61,6 +61,32 @@ int HalfWidth(real radius, real spacing, int n) {
   return cells < n - 1 ? static_cast<int>(cells) : n - 1;
 }
 
+// Sorts as qsort does where it keeps the order of equal values, and asks now and then whether to go on. Returns 0, the
+// status of a failed allocation, or kAborted.
+template <typename T>
+int Sort(Buffer<T>& values, int (*compare)(const void*, const void*), const Progress& progress) {
+  constexpr std::size_t kRun = 1 << 18;
+  const std::size_t n = values.size();
+  for (std::size_t begin = 0; begin < n; begin += kRun) {
+    if (const int status = progress.After(0); status != 0) return status;
+    qsort(values.data() + begin, std::min(kRun, n - begin), sizeof(T), compare);
+  }
+  if (n <= kRun) return 0;
+  Buffer<T> merged;
+  if (const int status = merged.Allocate(n); status != 0) return status;
+  const auto less = [compare](const T& a, const T& b) { return compare(&a, &b) < 0; };
+  for (std::size_t width = kRun; width < n; width *= 2) {
+    for (std::size_t begin = 0; begin < n; begin += 2 * width) {
+      if (const int status = progress.After(0); status != 0) return status;
+      T* const middle = values.data() + std::min(n, begin + width);
+      T* const end = values.data() + std::min(n, begin + 2 * width);
+      std::merge(values.data() + begin, middle, middle, end, merged.data() + begin, less);
+    }
+    std::swap(values, merged);
+  }
+  return 0;
+}
+
 // Position i takes the value of position order[i].index. `sorted` is scratch for n values.
 template <typename T>
 void ApplyOrder(const VORL_INFOREAVALUE* order, int n, T* values, real* sorted) {
@@ -82,14 +108,14 @@ int ForEachArray(VORL_SEARCHNEIGHBORHOOD& list, const Function& function) {
 
 }  // namespace
 
-int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) noexcept {
+int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext, const Progress& progress) noexcept {
   const int n = list.size;
   Buffer<VORL_INFOREAVALUE> order;
   if (const int status = order.Allocate(n); status != 0) return status;
   Buffer<real> keys;
   if (const int status = keys.Allocate(n); status != 0) return status;
   std::copy_n(list.distance, n, keys.data());
-  qsort(keys.data(), n, sizeof(real), VORLCmpReal);
+  if (const int status = Sort(keys, VORLCmpReal, progress); status != 0) return status;
   const real spread = keys[n - 1] - keys[0];
   real amplitude = 1.0;
   if (spread != 0.0) {
@@ -105,7 +131,7 @@ int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) noex
     order[i].index = i;
     order[i].value = list.distance[i] + amplitude * VORLDoubleRand(0, randContext);
   }
-  qsort(order.data(), n, sizeof(VORL_INFOREAVALUE), VORLCmpInfoReaValue);
+  if (const int status = Sort(order, VORLCmpInfoReaValue, progress); status != 0) return status;
   ApplyOrder(order.data(), n, list.ix, keys.data());
   ApplyOrder(order.data(), n, list.iy, keys.data());
   ApplyOrder(order.data(), n, list.iz, keys.data());
@@ -127,7 +153,8 @@ void ComputeBoundingBox(VORL_SEARCHNEIGHBORHOOD& list) noexcept {
 }
 
 int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const VORL_IMAGE* mask, SearchReach reach,
-                            int sortMode, VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) noexcept {
+                            int sortMode, VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext,
+                            const Progress& progress) noexcept {
   const real factor = reach.factor;
   if (factor <= 0.0) return kSearchRadius;
   const VORL_COVMODEL& covModel = *model.covModel;
@@ -157,7 +184,15 @@ int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const
   list.weight[0] = totalWeight;
   int count = 1;
   // Half the box is tested; each accepted offset brings its opposite, which has the same key and covariance.
+  constexpr int kOffsetsPerQuestion = 1 << 12;
+  int question = 0;
+  bool stopped = false;
   const auto consider = [&](int i, int j, int k) {
+    if (++question == kOffsetsPerQuestion) {
+      question = 0;
+      stopped = progress.Aborted();
+    }
+    if (stopped) return;
     Rotation::Lag lag{i * grid.sx, j * grid.sy, k * grid.sz};
     if (rotated) lag = model.rotation.ToModelAxes(lag.x, lag.y, lag.z);
     const auto [x, y, z] = lag;
@@ -180,9 +215,10 @@ int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const
     }
   };
   ForEachHalfOffset(hx, hy, hz, consider);
+  if (stopped) return kAborted;
   if (const int status = VORLReallocSearchNeighborhood(&list, count); status != 0) return status;
   list.size = count;
-  if (const int status = SortByKey(list, randContext); status != 0) return status;
+  if (const int status = SortByKey(list, randContext, progress); status != 0) return status;
   ComputeBoundingBox(list);
   return 0;
 }

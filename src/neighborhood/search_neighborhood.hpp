@@ -1,6 +1,7 @@
 #ifndef KESTRUM_NEIGHBORHOOD_SEARCH_NEIGHBORHOOD_HPP
 #define KESTRUM_NEIGHBORHOOD_SEARCH_NEIGHBORHOOD_HPP
 
+#include "core/progress.hpp"
 #include "covariance/grid_model.hpp"
 #include "neighborhood/search_neighborhood.h"
 
@@ -14,10 +15,11 @@ struct SearchReach {
 };
 
 // Builds the list of a covariance model, as VORLKestrumBuildSearchNeighborhoodForCovModel does. Of the grid its spacing
-// and numbers of cells count. mask: null, or one variable.
+// and numbers of cells count. mask: null, or one variable. Of progress it asks whether to go on: kAborted if not.
 [[nodiscard]] int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const VORL_IMAGE* mask,
                                           SearchReach reach, int sortMode, VORL_SEARCHNEIGHBORHOOD& list,
-                                          VORL_RANDCONTEXT* randContext) noexcept;
+                                          VORL_RANDCONTEXT* randContext,
+                                          const Progress& progress = Progress(nullptr, nullptr)) noexcept;
 
 // Steps that the builders of lists share.
 
@@ -37,8 +39,9 @@ void ForEachHalfOffset(int hx, int hy, int hz, const Consider& consider) noexcep
 }
 
 // Sorts the five arrays by `distance`; keys that differ by at most VORL_EPSILON come in a random but fixed order, since
-// the context is reseeded with 1. Returns 0 or the status of a failing allocation.
-[[nodiscard]] int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext) noexcept;
+// the context is reseeded with 1. Returns 0, the status of a failing allocation, or kAborted.
+[[nodiscard]] int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext,
+                            const Progress& progress = Progress(nullptr, nullptr)) noexcept;
 
 void ComputeBoundingBox(VORL_SEARCHNEIGHBORHOOD& list) noexcept;
 

@@ -189,7 +189,7 @@ class Run {
                                    ModelSetup& setup) const noexcept {
     const VORL_GRID& grid = *input_->simGrid;
     const int status = BuildSearchNeighborhood(grid, setup.model, Mask(), {searchRadiusRelative}, sortMode,
-                                               owner.offsets(), randContext);
+                                               owner.offsets(), randContext, front_.progress);
     return status != 0 ? status : owner.Finish(grid, nneighborMax, front_.dealing, setup.neighbors);
   }
 

@@ -8,6 +8,7 @@
 #include <tuple>
 #include <vector>
 
+#include "neighborhood/search_neighborhood.hpp"
 #include "runs/run_records.hpp"
 #include "support/allocation_failure.hpp"
 
@@ -61,6 +62,37 @@ TEST(SearchNeighborhood, HoldsTheEllipsoidInOrder) {
       EXPECT_EQ(list.iyMin, *std::min_element(list.iy, list.iy + list.size));
       EXPECT_EQ(list.izMax, *std::max_element(list.iz, list.iz + list.size));
     }
+  }
+}
+
+// A list so long that it is sorted in runs, which are merged; and a job that is to stop.
+TEST(SearchNeighborhood, LongLists) {
+  constexpr int nx = 420, width = 2 * nx - 1;
+  const VORL_GRID grid = MakeGrid(nx, nx, 1);
+  List lists({{COV_SPHERICAL, 1.0, 1e30, 1e30, 1e30}});
+  ASSERT_EQ(lists.Build(grid, 1.0, 0), 0);
+  const VORL_SEARCHNEIGHBORHOOD& list = lists.list;
+  ASSERT_EQ(list.size, width * width);
+  std::vector<bool> found(width * width);
+  for (int e = 0; e < list.size; ++e) {
+    found[(list.iy[e] + nx - 1) * width + list.ix[e] + nx - 1] = true;
+    ASSERT_EQ(list.distance[e], list.ix[e] * list.ix[e] + list.iy[e] * list.iy[e]);
+    ASSERT_TRUE(e == 0 || list.distance[e] >= list.distance[e - 1]) << e;
+  }
+  EXPECT_EQ(std::count(found.begin(), found.end(), true), list.size);
+
+  VORL_PROGRESSMONITOR monitor;
+  VORLInitProgressMonitor(&monitor);
+  monitor.abortedJobFlag = TRUE;
+  kestrum::GridModel model{lists.model, true, true, true, true};
+  VORL_RANDCONTEXT context;
+  VORLInitRandContext(&context);
+  for (const int size : {3, nx}) {
+    VORLFreeSearchNeighborhood(&lists.list);
+    VORLInitSearchNeighborhood(&lists.list);
+    EXPECT_EQ(kestrum::BuildSearchNeighborhood(MakeGrid(size, size, 1), model, nullptr, {1.0}, 0, lists.list, &context,
+                                               kestrum::Progress(&monitor, nullptr)),
+              -1000);
   }
 }
 
