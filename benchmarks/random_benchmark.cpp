@@ -1,5 +1,8 @@
 #include <benchmark/benchmark.h>
 
+#include <cstddef>
+#include <vector>
+
 #include "numeric/random.h"
 #include "numeric/random.hpp"
 #include "numeric/special_functions.h"
@@ -33,6 +36,20 @@ void SecondDrawWithoutContext(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(kestrum::DrawAfterSeeding(++seed, 1));
 }
 BENCHMARK(SecondDrawWithoutContext);
+
+void Shuffle(benchmark::State& state) {
+  const auto n = static_cast<int>(state.range(0));
+  std::vector<int> list(static_cast<std::size_t>(n));
+  VORL_RANDCONTEXT context;
+  VORLInitRandContext(&context);
+  VORLDoubleRand(1, &context);
+  for (auto _ : state) {
+    VORLRandomizeListOfInt(n, list.data(), &context);
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(state.iterations() * n);
+}
+BENCHMARK(Shuffle)->Arg(100000)->Arg(10000000);
 
 // The argument runs over the range of a Matern covariance; the first argument of the benchmark is its upper end.
 double NextArgument(double x, double end) { return x + 0.01 < end ? x + 0.01 : end - 2.0 + 0.005; }

@@ -1,11 +1,9 @@
 #ifndef KESTRUM_ENGINE_PHILOX_RANDOM_HPP
 #define KESTRUM_ENGINE_PHILOX_RANDOM_HPP
 
-#include <algorithm>
-#include <utility>
-
 #include "engine/random_source.hpp"
 #include "numeric/philox.hpp"
+#include "numeric/shuffle.hpp"
 
 namespace kestrum {
 
@@ -21,23 +19,13 @@ class PhiloxRandom final : public RandomSource {
     nshuffle_ = 0;
   }
 
-  // Of Durstenfeld (1964): each place but the last swaps with one at or below it. The places are drawn ahead of the
-  // swaps, so that memory can be fetched meanwhile.
   [[nodiscard]] int Shuffle(int* nodes, int n) noexcept override {
-    constexpr int kAhead = 64;
-    int place[kAhead];
-    for (int left = n; left > 1;) {
-      const int count = std::min(kAhead, left - 1);
-      PhiloxBlock block{};
-      for (int i = 0; i < count; ++i) {
-        const auto step = static_cast<std::uint32_t>(n - left + i);
-        if (i % 2 == 0) block = Philox({step, realization_, nshuffle_, kShuffle}, seed_);
-        place[i] = Below(PhiloxWord(block, i % 2), left - i);
-        __builtin_prefetch(&nodes[place[i]], 1);
-      }
-      for (int i = 0; i < count; ++i) std::swap(nodes[left - 1 - i], nodes[place[i]]);
-      left -= count;
-    }
+    PhiloxBlock block{};
+    std::uint32_t step = 0;
+    kestrum::Shuffle(n, nodes, [&](int left) {
+      if (step % 2 == 0) block = Philox({step, realization_, nshuffle_, kShuffle}, seed_);
+      return Below(PhiloxWord(block, static_cast<int>(step++ % 2)), left);
+    });
     ++nshuffle_;
     return 0;
   }

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "numeric/random.hpp"
+#include "numeric/shuffle.hpp"
 #include "numeric/weight_sums.hpp"
 
 static_assert(std::is_standard_layout_v<VORL_RANDCONTEXT>);
@@ -176,10 +177,7 @@ int VORLIntRand(int seed, int n, VORL_RANDCONTEXT* context) noexcept {
 }
 
 int VORLRandomizeListOfInt(int n, int* list, VORL_RANDCONTEXT* context) noexcept {
-  for (int count = n; count > 1; --count) {
-    const int j = VORLIntRand(0, count, context);
-    std::swap(list[j], list[count - 1]);
-  }
+  kestrum::Shuffle(n, list, [context](int left) { return VORLIntRand(0, left, context); });
   return 0;
 }
 
