@@ -160,7 +160,7 @@ class Run {
     Monitor monitor;
     const int status = RunWatched(progress, monitor, [&] {
       GridRun run;
-      const int prepared = run.Prepare(input_, {&monitor.record, &Monitor::Update, dealing_});
+      const int prepared = run.Prepare(input_, {&monitor.record, &Monitor::Update, dealing_, true});
       return prepared != 0 ? prepared : work(run);
     });
     RaiseFor(status);

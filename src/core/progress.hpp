@@ -16,9 +16,11 @@ using ProgressCallback = int (*)(VORL_PROGRESSMONITOR*);
 // section, so that the callback is never called from two threads at once.
 class Progress {
  public:
-  // threaded: several threads may report at a time.
-  Progress(VORL_PROGRESSMONITOR* monitor, ProgressCallback callback, bool threaded = false) noexcept
-      : monitor_(monitor), callback_(callback), threaded_(threaded) {}
+  // threaded: several threads may report at a time. prompt: a threaded run stops at once if it is asked to, and not only
+  // where it ends a region.
+  Progress(VORL_PROGRESSMONITOR* monitor, ProgressCallback callback, bool threaded = false,
+           bool prompt = false) noexcept
+      : monitor_(monitor), callback_(callback), threaded_(threaded), prompt_(prompt) {}
 
   void StartRealizations(int nrealization) const noexcept {
     if (monitor_ != nullptr) monitor_->nrealization = nrealization;
@@ -33,6 +35,9 @@ class Progress {
     return monitor_ != nullptr &&
            std::atomic_ref<BOOLEAN>(monitor_->abortedJobFlag).load(std::memory_order_relaxed) != 0;
   }
+
+  // 0, or kAborted if the job is to stop at once.
+  [[nodiscard]] int Interruption() const noexcept { return prompt_ && Aborted() ? kAborted : 0; }
 
   // A step's status, or kAborted if the job has been asked to stop meanwhile.
   [[nodiscard]] int After(int status) const noexcept {
@@ -94,6 +99,7 @@ class Progress {
   VORL_PROGRESSMONITOR* monitor_;
   ProgressCallback callback_;
   bool threaded_;
+  bool prompt_;
 };
 
 // Keeps a failure: a later success does not hide it.

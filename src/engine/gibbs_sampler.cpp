@@ -69,6 +69,7 @@ int GibbsSampler::Run(RandomSource& random, PathRanks& ranks, const NodeBits& be
   for (int pass = 0; pass < plan_.passMax; ++pass) {
     if (clean && pass >= plan_.passMin) break;
     if (const int status = progress.Publish(pass * unit / plan_.passMax * n); status != 0) return status;
+    if (const int status = progress.Interruption(); status != 0) return status;
     if (const int status = random.Shuffle(problem_.path.nodes + first_, n); status != 0) return status;
     if (pass == 0) ranks.Number(problem_, first_, last_);
     random.StartStretch(first_, n, pass);

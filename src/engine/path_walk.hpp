@@ -60,6 +60,7 @@ class PathWalk {
       Walk walk{thread, team, ChunkSize(team), 0};
       views_[thread].Start(before, problem_.path.firstSimulated);
       for (std::int64_t begin = thread * walk.chunk; begin < count_; begin += team * walk.chunk) {
+        Stop(problem_.progress().Interruption());
         if (Stopped() || !DrawChunk(walk, static_cast<int>(begin), law, random, ranks, value)) return;
       }
       progress_.Advance(thread, count_);

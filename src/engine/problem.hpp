@@ -68,8 +68,8 @@ struct RunFront {
   Dealing dealing;
   Progress progress;
 
-  RunFront(VORL_PROGRESSMONITOR* monitor, ProgressCallback callback, Dealing way) noexcept
-      : dealing(way), progress(monitor, callback, way.threaded()) {}
+  RunFront(VORL_PROGRESSMONITOR* monitor, ProgressCallback callback, Dealing way, bool prompt = false) noexcept
+      : dealing(way), progress(monitor, callback, way.threaded(), prompt) {}
 };
 
 // What is to be estimated or simulated on a grid. Nothing is owned; whoever makes a problem keeps its parts until the

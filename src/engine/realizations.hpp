@@ -62,11 +62,14 @@ class Realizations {
   template <RealizationLaw Law>
   [[nodiscard]] int Draw(RandomSource& random, Law& law) noexcept {
     const auto& [nodes, nnode, firstInequality, first] = problem_.path;
+    const Progress& progress = problem_.progress();
     Reset();
     if (const int status = law.BeforePath(random, ranks_, before_); status != 0) return status;
+    if (const int status = progress.Interruption(); status != 0) return status;
     // Sorted first, so that the path depends on the seed and on nothing that the realization before has left.
     ranks_.Sort(problem_, first, nnode);
     if (const int status = random.Shuffle(nodes + first, nnode - first); status != 0) return status;
+    if (const int status = progress.Interruption(); status != 0) return status;
     ranks_.Number(problem_, first, nnode);
     random.StartStretch(first, nnode - first, -1);
     if (const int status = walk_.Run(law, random, ranks_, before_, value_); status != 0) return status;

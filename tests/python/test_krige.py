@@ -1,10 +1,6 @@
 """Kriging by the package: against dense systems in NumPy, and against the C interface's bits."""
 
-import signal
-import subprocess
-import sys
 import threading
-import time
 import warnings
 
 import numpy as np
@@ -228,35 +224,6 @@ def test_threads_and_callers_at_once_give_the_same_bits():
     [caller.start() for caller in callers]
     [caller.join() for caller in callers]
     assert all(result.identical(one) for result in results)
-
-
-LONG = """
-import time, numpy as np, kestrum as ks
-random = np.random.default_rng(1)
-points = ks.Points(random.uniform(0, 1000, (600, 2)), random.normal(size=600))
-model = ks.Nugget(0.1) + ks.Exponential(1.0, range=300)
-options = {options}
-grid = ks.Grid(2000, 2000, dx=0.5, dy=0.5)
-print("begin", flush=True)
-try:
-    ks.krige(points, model, grid, threads=2, **options)
-except KeyboardInterrupt:
-    print(time.time(), flush=True)
-small = ks.krige(points, model, ks.Grid(5, 5, dx=200.0, dy=200.0), neighbors=4)
-print(bool(np.isfinite(small.estimate).all()))
-"""
-
-
-@pytest.mark.parametrize("options", ["dict(neighbors=60)", "dict()", "dict(snap=True, solver='gmres', radius=40.0, neighbors=60)"])
-def test_ctrl_c_ends_a_call(options):
-    process = subprocess.Popen([sys.executable, "-W", "ignore", "-c", LONG.replace("{options}", options)], stdout=subprocess.PIPE, text=True)
-    assert process.stdout.readline() == "begin\n"
-    time.sleep(0.7)
-    sent = time.time()
-    process.send_signal(signal.SIGINT)
-    ended, fine = process.communicate(timeout=60)[0].splitlines()
-    # 0.2 s on a machine of its own; this one may be busy.
-    assert float(ended) - sent < 2.0 and fine == "True"
 
 
 @pytest.mark.parametrize("cells, options", [(1500, dict(neighbors=20)), (90, dict(snap=True, solver="gmres"))], ids=str)

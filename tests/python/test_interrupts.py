@@ -1,0 +1,54 @@
+"""Ctrl-C, as a signal from outside, ends every call that can take long, and the next call is fine."""
+
+import signal
+import subprocess
+import sys
+import time
+
+import pytest
+
+PROGRAM = """
+import time, numpy as np, pandas as pd, kestrum as ks
+random = np.random.default_rng(1)
+def scattered(n):
+    return ks.Points(random.uniform(0, 1000, (n, 2)), random.normal(size=n))
+model = ks.Nugget(0.1) + ks.Exponential(1.0, range=300)
+few, many = scattered(600), scattered({many})
+labels = few.with_values(np.where(few.values > 0, "sand", "clay"))
+grid = ks.Grid(2000, 2000, dx=0.5, dy=0.5)
+print("begin", flush=True)
+try:
+    while True:  # what ends too soon begins again
+        {call}
+except KeyboardInterrupt:
+    print(time.time(), flush=True)
+small = ks.krige(few, model, ks.Grid(5, 5, dx=200.0, dy=200.0), neighbors=4)
+print(bool(np.isfinite(small.estimate).all()))
+"""
+CALLS = [
+    "ks.krige(few, model, grid, neighbors=60)",
+    "ks.krige(few, model, grid)",
+    "ks.krige(few, model, random.uniform(0, 1000, (400_000, 2)), neighbors=60)",
+    "ks.krige(few, model, grid, snap=True, solver='gmres', radius=40.0, neighbors=60)",
+    "ks.krige(many, model, ks.Grid(2, 2, dx=500, dy=500))",
+    "ks.krige(many, model, ks.Grid(400, 400, dx=2.5, dy=2.5), neighbors=2000)",
+    "ks.simulate(few, model, grid, n=3)",
+    "ks.simulate(None, model, grid, bounds=(few.coordinates, few.values - 0.1, few.values + 0.1))",
+    "ks.krige_categories(labels, model, grid)",
+    "ks.simulate_categories(labels, model, grid)",
+    "ks.variogram(scattered(100_000), lag=20.0, n_lags=50)",
+    "ks.write_gslib(ks.Grid(3000, 3000).to_xarray(random.normal(size=(3000, 3000)), 'v'), '/dev/null')",
+]
+
+
+@pytest.mark.parametrize("call", CALLS)
+def test_ctrl_c_ends_a_call(call):
+    program = PROGRAM.format(call=call, many=6000 if "many" in call else 10)
+    process = subprocess.Popen([sys.executable, "-W", "ignore", "-c", program], stdout=subprocess.PIPE, text=True)
+    assert process.stdout.readline() == "begin\n"
+    time.sleep(1.0)
+    sent = time.time()
+    process.send_signal(signal.SIGINT)
+    ended, fine = process.communicate(timeout=120)[0].splitlines()
+    # 0.2 s on a machine of its own; this one may be busy.
+    assert float(ended) - sent < 2.0 and fine == "True"
