@@ -68,12 +68,7 @@ configure: setup
 
 demo: configure
 	cmake --build --preset release --parallel $(JOBS) --target kestrum_python kestrum_shared
-	$(RUN_PYTHON) examples/map.py
-	$(RUN_PYTHON) examples/drift_and_blocks.py
-	$(RUN_PYTHON) examples/uncertainty.py
-	$(RUN_PYTHON) examples/native/kriging_meuse.py
-	$(RUN_PYTHON) examples/native/simulation_meuse.py
-	$(RUN_PYTHON) examples/native/image_analysis.py
+	@for example in examples/*.py examples/native/*_*.py; do echo "== $$example"; $(RUN_PYTHON) $$example || exit 1; done
 	@mkdir -p $(BUILD)/bin
 	$(CC) -std=c99 -O2 -I$(BUILD)/include examples/native/krige_meuse.c -o $(BUILD)/bin/krige_meuse \
 	  -L$(BUILD)/lib -lkestrum -lm -Wl,-rpath,$(CURDIR)/$(BUILD)/lib
@@ -88,6 +83,7 @@ test: all
 bench: all
 	@for program in $(BUILD)/bin/*_benchmark; do echo "== $$program"; $$program || exit 1; done
 	$(RUN_PYTHON) benchmarks/side_by_side.py
+	$(RUN_PYTHON) benchmarks/call_overhead.py
 
 # The package from nothing, as pip makes it.
 wheel: setup

@@ -25,10 +25,9 @@ blocks = ks.krige(points, rest, plain, drift=distance, mask=inside, block=4)
 
 figure, axes = plt.subplots(2, 2, figsize=(11, 11), layout="constrained", sharex=True, sharey=True)
 low, high = float(ordinary.estimate.min()), float(external.estimate.max())
-pictures = {"ordinary kriging": ordinary.estimate, "with the drift": external.estimate,
-            "standard deviation of points": np.sqrt(external.variance), "standard deviation of blocks": np.sqrt(blocks.variance)}
-for ax, (title, values) in zip(axes.flat, pictures.items()):
-    limits = {"vmin": low, "vmax": high} if "deviation" not in title else {"vmin": 0.05, "vmax": 0.45, "cmap": "magma_r"}
-    ks.plot.map(values, points if "deviation" not in title else None, ax, label=title, **limits)
+for ax, name, result in zip(axes[0], ("ordinary kriging", "with the drift"), (ordinary, external)):
+    ks.plot.map(result.estimate, points, ax, label=name, vmin=low, vmax=high)
+for ax, name, result in zip(axes[1], ("points", "blocks"), (external, blocks)):
+    ks.plot.map(np.sqrt(result.variance), None, ax, label=f"standard deviation of {name}", cmap="magma_r", vmin=0.05, vmax=0.45)
 figure.savefig(here / "output/drift_and_blocks.png", dpi=120)
 print(f"mean variance: {float(ordinary.variance.mean()):.3f}, with the drift {float(external.variance.mean()):.3f}")

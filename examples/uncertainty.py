@@ -1,7 +1,8 @@
-"""How sure is the map? Zinc in the Meuse flood plain: validation, realizations, and the probability of more than 500 mg/kg."""
+"""How sure is the map? Zinc in the Meuse flood plain: validation, realizations, and where a limit is exceeded."""
 
 from pathlib import Path
 
+import matplotlib.pyplot as plt
 import pandas as pd
 
 import kestrum as ks
@@ -23,6 +24,11 @@ print("leave one out:", ", ".join(f"{name} {figure:.3f}" for name, figure in tab
 ks.plot.validation(table).savefig(here / "output/validation.png", dpi=120)
 
 fields = ks.simulate(points, model, plain, n=100, transform=transform, mask=plain.notnull(), seed=7)
-chance = ks.ensemble.probability_above(fields, 500.0)
-axes = ks.plot.map(chance, points.with_values((points.values > 500.0) * 1.0), label="probability of more than 500 mg/kg")
-axes.figure.savefig(here / "output/probability.png", dpi=120)
+maps = {"realization 0": fields[0], "realization 1": fields[1], "mean of 100 realizations": fields.mean("realization")}
+figure, axes = plt.subplots(2, 2, figsize=(10, 11), layout="constrained", sharex=True, sharey=True)
+for ax, (title, values) in zip(axes.flat, maps.items()):
+    ks.plot.map(values, None, ax, label="zinc (mg/kg)", vmin=100, vmax=1800)
+    ax.set_title(title)
+ks.plot.map(ks.ensemble.probability_above(fields, 500.0), None, axes[1, 1], label="probability", cmap="magma_r", vmin=0, vmax=1)
+axes[1, 1].set_title("more than 500 mg/kg")
+figure.savefig(here / "output/uncertainty.png", dpi=120)

@@ -132,7 +132,7 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
         **moved, "kestrum": _core.version})
 
 
-def krige_categories(points: Points, model: CovModel | Mapping[object, CovModel], grid: "Grid | xr.DataArray", *, neighbors: int = 20,
+def krige_categories(points: Points, model: CovModel | Mapping[Any, CovModel], grid: "Grid | xr.DataArray", *, neighbors: int = 20,
                      radius: Range | None = None, proportions: Mapping[Any, float | ArrayLike] | None = None,
                      ordinary: bool = False, mask: ArrayLike | None = None, threads: int | None = None,
                      progress: bool | Callable[[float], object] = False) -> "xr.DataArray":
@@ -175,7 +175,7 @@ def krige_categories(points: Points, model: CovModel | Mapping[object, CovModel]
                                                        "kestrum": _core.version})
 
 
-def simulate_categories(points: Points | None, model: CovModel | Mapping[object, CovModel], grid: "Grid | xr.DataArray", *, n: int = 1,
+def simulate_categories(points: Points | None, model: CovModel | Mapping[Any, CovModel], grid: "Grid | xr.DataArray", *, n: int = 1,
                         first: int = 0, seed: int = 1, neighbors: int = 20, radius: Range | None = None,
                         proportions: Mapping[Any, float | ArrayLike] | None = None, ordinary: bool = False,
                         mask: ArrayLike | None = None, threads: int | None = None,
