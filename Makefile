@@ -10,6 +10,7 @@
 #   make same-bits  compare the results of GCC's and Clang's builds, bit for bit (build/same_bits)
 #   make compilers  build and test the library with each compiler of COMPILERS (build/compilers)
 #   make reference  build the reference of the C interface as HTML (build/reference)
+#   make docs       build the site of the documents, with that reference (build/docs)
 #   make format     format the sources          make lint    check them
 #   make clean      remove what all of these have made
 # Another Python than Debian's, or fewer jobs: make PYTHON=/path/to/python3 JOBS=1
@@ -31,6 +32,7 @@ PACKAGES := g++ cmake ninja-build swig python3-dev python3-numpy python3-matplot
 LINT_PACKAGES := clang-format clang-tidy libomp-dev shellcheck
 CLANG_PACKAGES := clang libclang-rt-dev libomp-dev
 REFERENCE_PACKAGES := doxygen
+DOCS_PACKAGES := python3-sphinx python3-myst-parser furo
 
 # $(call install,packages): says what it installs, and installs it; nothing at all if all are there.
 define install
@@ -45,7 +47,7 @@ fi
 endef
 
 .PHONY: all setup setup-lint setup-clang setup-reference configure demo test bench sanitize fuzz races same-bits reference \
-        format lint clean
+        docs format lint clean
 
 all: configure
 	cmake --build --preset release --parallel $(JOBS)

@@ -101,6 +101,12 @@ class NormalScore:
         -------
         numpy.ndarray
             Of the same shape; infinite at the minimum, the maximum and beyond, but for the fitted values.
+
+        Examples
+        --------
+        >>> import kestrum as ks
+        >>> ks.NormalScore([1.0, 2.0, 50.0]).forward([2.0])
+        array([0.])
         """
         from scipy.special import ndtri
 
@@ -126,6 +132,12 @@ class NormalScore:
         -------
         numpy.ndarray
             Of the same shape, from minimum to maximum.
+
+        Examples
+        --------
+        >>> import kestrum as ks
+        >>> ks.NormalScore([1.0, 2.0, 50.0]).inverse([0.0])
+        array([2.])
         """
         from scipy.special import ndtr
 

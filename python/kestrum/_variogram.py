@@ -204,8 +204,8 @@ def variogram(points: Points, *, other: Points | None = None, lag: float | None 
     bandwidth : float, optional
         How far from the direction's axis a pair may reach, in the coordinates' unit.
     estimator : {"matheron", "cressie", "madogram"}
-        Of differences d of N pairs: mean d^2 / 2; (mean sqrt|d|)^4 / (0.457 + 0.494 / N + 0.045 / N^2) / 2, which
-        outliers harm less (Cressie and Hawkins, 1980); mean |d| / 2.
+        Of differences d of N pairs: mean d^2 / 2; (mean sqrt(abs(d)))^4 / (0.457 + 0.494 / N + 0.045 / N^2) / 2, which
+        outliers harm less (Cressie and Hawkins, 1980); mean abs(d) / 2.
     threads : int, optional
         Number of threads; all cores by default. The result does not depend on it.
 

@@ -150,6 +150,14 @@ def variogram(variogram: Any, model: CovModel | None = None, ax: Axes | None = N
     Returns
     -------
     matplotlib.axes.Axes
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> points = ks.Points([[0, 0], [0, 1], [0, 2], [0, 4]], [1.0, 2.0, 4.0, 4.0])
+    >>> axes = ks.plot.variogram(ks.variogram(points, lag=1.0, n_lags=4))
+    >>> axes.get_ylabel()
+    'semivariance'
     """
     ax = _axes(ax)
     colors = plt.get_cmap("viridis")(np.linspace(0.1, 0.8, len(variogram.azimuth)))
