@@ -5,7 +5,7 @@
 #   make bench      run the benchmarks
 #   make wheel      build the Python package as a wheel (build/wheels)
 #   make sanitize   build and run the tests under AddressSanitizer and UBSan (build/asan)
-#   make races compilers wheel      run random calls with threads under ThreadSanitizer (build/tsan)
+#   make races      run random calls with threads under ThreadSanitizer (build/tsan)
 #   make fuzz       throw hostile files at the readers, each for FUZZ_SECONDS (build/fuzz)
 #   make same-bits  compare the results of GCC's and Clang's builds, bit for bit (build/same_bits)
 #   make compilers  build and test the library with each compiler of COMPILERS (build/compilers)
@@ -46,8 +46,8 @@ if [ -n "$$missing" ]; then \
 fi
 endef
 
-.PHONY: all setup setup-lint setup-clang setup-reference configure demo test bench sanitize fuzz races same-bits reference \
-        docs format lint clean
+.PHONY: all setup setup-lint setup-clang setup-reference configure demo test bench sanitize fuzz races same-bits compilers \
+        wheel reference docs format lint clean
 
 all: configure
 	cmake --build --preset release --parallel $(JOBS)
@@ -126,6 +126,13 @@ compilers: setup
 reference: setup-reference
 	@mkdir -p build
 	doxygen docs/Doxyfile
+
+# So it is here. The pictures of the gallery are made by the examples.
+docs: configure reference
+	$(call install,$(DOCS_PACKAGES))
+	cmake --build --preset release --parallel $(JOBS) --target kestrum_python
+	MPLBACKEND=agg $(RUN_PYTHON) -m sphinx -q -W --keep-going -b html docs build/docs
+	rm -rf build/docs/reference && cp -r build/reference build/docs/reference
 
 SOURCES = $(shell find src python tests fuzz benchmarks examples -name '*.[ch]' -o -name '*.[ch]pp')
 

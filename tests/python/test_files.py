@@ -151,9 +151,13 @@ def test_what_does_not_fit_a_file_is_refused_and_the_file_left_alone(tmp_path, d
 def test_a_reader_that_waits_for_a_pipe_can_be_interrupted(tmp_path):
     fifo = tmp_path / "fifo"
     os.mkfifo(fifo)
-    code = f"import kestrum as ks\nprint('ready', flush=True)\nks.read_gslib({str(fifo)!r})"
+    code = ("import signal\nsignal.signal(signal.SIGINT, signal.default_int_handler)\nimport kestrum as ks\n"
+            f"print('ready', flush=True)\nks.read_gslib({str(fifo)!r})")
     with subprocess.Popen([sys.executable, "-c", code], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
-        assert process.stdout.readline() == "ready\n"
-        with open(fifo, "w"):
-            process.send_signal(signal.SIGINT)
-            assert "KeyboardInterrupt" in process.communicate(timeout=20)[1]
+        try:
+            assert process.stdout.readline() == "ready\n"
+            with open(fifo, "w"):
+                process.send_signal(signal.SIGINT)
+                assert "KeyboardInterrupt" in process.communicate(timeout=20)[1]
+        finally:
+            process.kill()

