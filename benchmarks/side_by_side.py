@@ -4,9 +4,9 @@ thread.
 
 For each task the results of both sides are compared first, then both are timed in turns. The table tells the least
 processor time of each, how many times longer theirs takes, and how many times sooner ours ends with two threads (least
-elapsed times, which need a quiet machine). All inputs are ready before: doubles for ours, booleans or doubles for
-theirs. The target is the ratio that ours should reach. gstat runs once, through Rscript, and is left out where there is
-none.
+elapsed times, which need a quiet machine). All inputs are ready before: doubles for ours (where the task begins with
+"ks.", the array of theirs), booleans or doubles for theirs. The target is the ratio that ours should reach. gstat runs
+once, through Rscript, and is left out where there is none.
 
     PYTHONPATH=build/release/python python3 benchmarks/side_by_side.py [repetitions]
 """
@@ -136,6 +136,24 @@ def label(n, sigma):
         k.delete_int_array(vector)
     for bound in interval:
         k.delete_real_array(bound)
+
+
+def arrays(n, sigma):
+    """The package on NumPy arrays, from the call to the result."""
+    below = noise((n, n, n), sigma) <= 0.0
+    for rank, neighbours in ((1, 6), (2, 18), (3, 26)):
+        structure = ndimage.generate_binary_structure(3, rank)
+        labels, count = ks.label(below, neighbours)
+        expected, n_expected = ndimage.label(below, structure)
+        pairs = np.unique(labels.astype(np.int64) * (n_expected + 1) + expected)
+        assert count == n_expected and len(pairs) == count + 1
+        compare(f"ks.label, {neighbours} neighbours, {n}^3 {kind(sigma)}", below.size, lambda: ks.label(below, neighbours, threads=1),
+                lambda: ndimage.label(below, structure), 4.0, lambda: ks.label(below, neighbours, threads=2))
+    for rank, neighbours in ((1, 6), (3, 26)):
+        assert ks.euler_number(below, neighbours) == euler_number(below, rank)
+        compare(f"ks.euler_number, {neighbours} neighbours, {n}^3 {kind(sigma)}", below.size,
+                lambda: ks.euler_number(below, neighbours, threads=1), lambda: euler_number(below, rank), 10.0,
+                lambda: ks.euler_number(below, neighbours, threads=2))
 
 
 def distance(n, sigma):
@@ -351,6 +369,7 @@ def main():
         for sigma in (4.0, 0.0):
             label(n, sigma)
     for sigma in (4.0, 0.0):
+        arrays(256, sigma)
         distance(256, sigma)
         morphology(256, sigma)
     box_mean(128)

@@ -11,6 +11,7 @@ void BindPlaceKriging(pybind11::module_& module);
 void BindGridRuns(pybind11::module_& module);
 void BindFiles(pybind11::module_& module);
 void BindVariogram(pybind11::module_& module);
+void BindImages(pybind11::module_& module);
 
 }  // namespace kestrum::python
 

@@ -49,4 +49,5 @@ PYBIND11_MODULE(_core, module) {
   kestrum::python::BindGridRuns(module);
   kestrum::python::BindFiles(module);
   kestrum::python::BindVariogram(module);
+  kestrum::python::BindImages(module);
 }

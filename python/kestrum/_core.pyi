@@ -1,6 +1,7 @@
 """The engine, for the package alone: arguments have been checked, arrays are contiguous and of the type named."""
 
 from collections.abc import Callable, Sequence
+from typing import Any
 
 import numpy as np
 from numpy.typing import NDArray
@@ -69,3 +70,8 @@ def project_out_drift(matrix: _Floats, drift: _Floats, projection: _Floats, thre
 
     matrix: A; drift: the columns of F as rows.
     """
+def label(values: NDArray[Any], neighbors: int, threads: int) -> tuple[NDArray[np.int32], int]:
+    """values: uint8, int32, float32 or float64. neighbors: 6, 18 or 26, also of one layer."""
+def euler_number(values: NDArray[Any], closed_cells: bool, threads: int) -> int: ...
+def body_sizes(labels: NDArray[np.int32], n: int) -> NDArray[np.int32]:
+    """Rows of size and of extents along z, y and x, of the labels 1 to n. None is larger than n."""

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <bit>
 #include <cstdlib>
-#include <cstring>
 #include <utility>
 
 #include "analysis/geobodies.hpp"
@@ -18,37 +17,6 @@
 
 namespace kestrum {
 namespace {
-
-// Calls body(first, n, marks) with the marks of the nodes first to first + n - 1, block by block from begin to end.
-// There are always kMarkBlock marks; those after the nodes are 0.
-template <typename Body>
-void ForEachBlock(const real* values, std::ptrdiff_t begin, std::ptrdiff_t end, const IntervalSet& set,
-                  const Body& body) noexcept {
-  const SimdLevel level = BestSimdLevel();
-  unsigned char marks[kMarkBlock];
-  for (; begin + kMarkBlock <= end; begin += kMarkBlock) {
-    MarkBlock(values + begin, set, level, marks);
-    body(begin, kMarkBlock, marks);
-  }
-  if (begin == end) return;
-  real rest[kMarkBlock];
-  std::fill(std::copy(values + begin, values + end, rest), rest + kMarkBlock, real{VORL_MISSING_VALUE});
-  MarkBlock(rest, set, level, marks);
-  body(begin, static_cast<int>(end - begin), marks);
-}
-
-// The marks of a block as bits, the first one lowest.
-std::uint64_t Pack(const unsigned char* marks) noexcept {
-  static_assert(std::endian::native == std::endian::little);
-  std::uint64_t bits = 0;
-  for (int byte = 0; byte < 8; ++byte) {
-    std::uint64_t eight;
-    std::memcpy(&eight, marks + 8 * byte, 8);
-    // Mark j, at bit 8j, is moved to bit 56 + j by the term 2^(56 - 7j); no other sums of places meet there.
-    bits |= (eight * 0x0102040810204080u >> 56) << (8 * byte);
-  }
-  return bits;
-}
 
 // Indicator of a variable, as int or real; returns the number of marked nodes.
 template <typename T>
@@ -93,46 +61,12 @@ std::uint64_t FirstPlaces(std::uint64_t places, std::uint64_t starts) noexcept {
 }  // namespace
 
 int GeobodyFinder::Allocate(const VORL_GRID& grid) noexcept {
-  // Axes of one node before others are left out: rows are as long, and bundles as full, as can be; no neighbour lost.
-  const int sizes[] = {grid.nx, grid.ny, grid.nz, 1, 1};
-  const int first = grid.nx > 1 ? 0 : grid.ny > 1 ? 1 : 2;
-  nx_ = sizes[first];
-  ny_ = sizes[first + 1];
-  nz_ = sizes[first + 2];
-  if (ny_ == 1) std::swap(ny_, nz_);
-  nxyz_ = grid.nxyz;
+  int status = NodeBits::Allocate(grid);
+  if (status != 0) return status;
   runsPerBundle_ = nx_ / 2 + nx_ % 2;
-  wordsPerRow_ = (nx_ - 1) / kMarkBlock + 1;
-  const std::size_t nrow = static_cast<std::size_t>(nxyz_ / nx_);
-  const std::size_t nword = nrow * static_cast<std::size_t>(wordsPerRow_);
-  int status = bits_.Allocate(nword + 1);
-  if (status == 0) status = starts_.Allocate(nword);
-  if (status == 0) status = link_.Allocate(nrow * static_cast<std::size_t>(runsPerBundle_));
+  status = starts_.Allocate(nrow() * static_cast<std::size_t>(wordsPerRow_));
+  if (status == 0) status = link_.Allocate(nrow() * static_cast<std::size_t>(runsPerBundle_));
   return status;
-}
-
-int GeobodyFinder::Mark(const real* values, const IntervalSet& set) noexcept {
-  int count = 0;
-  std::uint64_t* word = bits_.data();
-  ForEachBlock(values, 0, nxyz_, set, [&](std::ptrdiff_t, int, const unsigned char* marks) {
-    *word = Pack(marks);
-    count += std::popcount(*word++);
-  });
-  const int inLastWord = nx_ % kMarkBlock;
-  if (inLastWord == 0) return count;
-  // The rows are end to end. From the last to the first, each is moved up to words of its own.
-  *word = 0;
-  for (std::ptrdiff_t row = nxyz_ / nx_ - 1; row >= 0; --row) {
-    std::uint64_t* const to = bits_.data() + row * wordsPerRow_;
-    for (std::ptrdiff_t i = wordsPerRow_ - 1; i >= 0; --i) {
-      const std::ptrdiff_t node = row * nx_ + i * kMarkBlock;
-      const std::uint64_t* const from = bits_.data() + node / kMarkBlock;
-      const int shift = static_cast<int>(node % kMarkBlock);
-      to[i] = shift == 0 ? from[0] : from[0] >> shift | from[1] << (kMarkBlock - shift);
-    }
-    to[wordsPerRow_ - 1] &= (std::uint64_t{1} << inLastWord) - 1;
-  }
-  return count;
 }
 
 // Makes each run of a bundle a geobody of its own.
@@ -260,6 +194,11 @@ template <typename T>
 int GeobodyFinder::Label(const real* values, const IntervalSet& set, Connectivity connectivity, T* labels) noexcept {
   // Missing nodes deliberately stay missing here alone.
   if (Mark(values, set) < 2) return WriteIndicator(values, nxyz_, set, labels, Dealing::Serial());
+  return LabelMarked(connectivity, labels);
+}
+
+template <typename T>
+int GeobodyFinder::LabelMarked(Connectivity connectivity, T* labels) noexcept {
   JoinAll(connectivity);
   int ngeobody = 0;
   T* next = labels;
@@ -273,6 +212,7 @@ int GeobodyFinder::Label(const real* values, const IntervalSet& set, Connectivit
   return ngeobody;
 }
 
+template int GeobodyFinder::LabelMarked(Connectivity, int*) noexcept;
 template int GeobodyFinder::Label(const real*, const IntervalSet&, Connectivity, int*) noexcept;
 template int GeobodyFinder::Label(const real*, const IntervalSet&, Connectivity, real*) noexcept;
 
@@ -282,6 +222,19 @@ void GeobodyBoxes::Clear(int ngeobody, const VORL_GRID& grid) noexcept {
   for (int axis = 0; axis < 3; ++axis) {
     std::fill_n(min[axis], ngeobody, beyond[axis]);
     std::fill_n(max[axis], ngeobody, -1);
+  }
+}
+
+void GeobodyBoxes::AddAll(const VORL_GRID& grid, const int* labels) noexcept {
+  for (int iz = 0; iz < grid.nz; ++iz) {
+    for (int iy = 0; iy < grid.ny; ++iy, labels += grid.nx) {
+      for (int ix = 0; ix < grid.nx;) {
+        const int label = labels[ix];
+        const int first = ix++;
+        while (ix < grid.nx && labels[ix] == label) ++ix;
+        if (label > 0) Add(label, ix - first, {first, iy, iz}, {ix - 1, iy, iz});
+      }
+    }
   }
 }
 

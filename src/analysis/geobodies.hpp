@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "analysis/mark_block.hpp"
+#include "analysis/node_bits.hpp"
 #include "core/buffer.hpp"
 #include "core/image.h"
 #include "core/node_coordinates.hpp"
@@ -18,23 +18,24 @@ enum class Connectivity { k6, k18, k26 };
 
 // Finds the geobodies of sets of nodes of one grid, one set after the other, in work memory that is allocated once.
 //
-// A set is one bit per node, and rows along x are read 64 nodes at a time. Rows are bundled such that nodes of a bundle
-// are neighbours wherever their ix differ by 1 at most: 2 x 2 rows across corners, 2 rows across edges, 1 across faces.
+// Rows of the set are read 64 nodes at a time. They are bundled such that nodes of a bundle are neighbours wherever
+// their ix differ by 1 at most: 2 x 2 rows across corners, 2 rows across edges, 1 across faces.
 // A run is a longest line of ix with marked nodes in a bundle. Runs that touch are joined in a table of links, in which
 // a link never points to a later run (the algorithm of Rem: Patwary, Blair and Manne, Experiments on union-find
 // algorithms for the disjoint-set data structure, 2010). The time is nearly linear in the nodes, but for rows of a few
 // nodes, each of which costs as much as one of 64.
-class GeobodyFinder {
+class GeobodyFinder : public NodeBits {
  public:
   [[nodiscard]] int Allocate(const VORL_GRID& grid) noexcept;
-
-  // Sets the nodes whose values lie in the set; returns their number.
-  int Mark(const real* values, const IntervalSet& set) noexcept;
 
   // Joins the marked nodes and returns the number of geobodies, which are numbered by their first nodes.
   int Connect(Connectivity connectivity) noexcept;
 
-  // Both in one, with the labels of all nodes written as int or real, as VORLImageGeobody6 and its relatives give them.
+  // The same, with the labels of all nodes, 0 where there is no mark.
+  template <typename T>
+  int LabelMarked(Connectivity connectivity, T* labels) noexcept;
+
+  // Marks and labels as VORLImageGeobody6 and its relatives do, with labels of int or real.
   template <typename T>
   int Label(const real* values, const IntervalSet& set, Connectivity connectivity, T* labels) noexcept;
 
@@ -46,12 +47,6 @@ class GeobodyFinder {
   }
 
  private:
-  // The marks of 64 nodes along x, the first one lowest, and those of the nodes before each.
-  struct Bits {
-    std::uint64_t here;
-    std::uint64_t before;
-  };
-
   // Walks along a bundle, 64 nodes at a time, and finds its runs.
   struct RunCursor {
     const std::uint64_t* word;  // the next one of the starts of runs
@@ -98,12 +93,6 @@ class GeobodyFinder {
     const int bundle = bundleZ * bundlesPerLayer_ + bundleY;
     return {starts_.data() + std::ptrdiff_t{bundle} * wordsPerRow_, bundle * runsPerBundle_ - kMarkBlock / 2};
   }
-  // Rows after the last have no marks.
-  Bits RowBits(int iy, int iz, int x) const noexcept {
-    if (iy >= ny_ || iz >= nz_) return {0, 0};
-    const std::uint64_t* const word = bits_.data() + (std::ptrdiff_t{iz} * ny_ + iy) * wordsPerRow_ + x / kMarkBlock;
-    return {word[0], word[0] << 1 | (x == 0 ? 0 : word[-1] >> (kMarkBlock - 1))};
-  }
   void FindRuns(int bundleY, int bundleZ) noexcept;
   void Join(int a, int b) noexcept;
   template <Connectivity connectivity, int dy, int dz>
@@ -113,16 +102,10 @@ class GeobodyFinder {
   void JoinAll(Connectivity connectivity) noexcept;
   int LabelOf(int run, int* ngeobody) noexcept;
 
-  int nx_ = 0;
-  int ny_ = 0;
-  int nz_ = 0;
-  int nxyz_ = 0;
-  int wordsPerRow_ = 0;
   int bundleY_ = 1;  // rows of a bundle along y
   int bundleZ_ = 1;  // and along z
   int bundlesPerLayer_ = 0;
   int runsPerBundle_ = 0;         // at most: ix / 2 tells apart the runs that start at ix
-  Buffer<std::uint64_t> bits_;    // of nodes; each row starts a word
   Buffer<std::uint64_t> starts_;  // of runs; each bundle starts a word
   Buffer<int> link_;              // an earlier run of the same geobody, or the run itself, or -label
 };
@@ -147,6 +130,8 @@ struct GeobodyBoxes {
       max[axis][label - 1] = std::max(max[axis][label - 1], high[axis]);
     }
   }
+  // Adds all nodes whose label is above 0.
+  void AddAll(const VORL_GRID& grid, const int* labels) noexcept;
   int Extent(int label, int axis) const noexcept { return max[axis][label - 1] + 1 - min[axis][label - 1]; }
 };
 

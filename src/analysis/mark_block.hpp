@@ -1,6 +1,10 @@
 #ifndef KESTRUM_ANALYSIS_MARK_BLOCK_HPP
 #define KESTRUM_ANALYSIS_MARK_BLOCK_HPP
 
+#include <algorithm>
+#include <cstddef>
+
+#include "core/constants.h"
 #include "core/types.h"
 #include "numeric/simd_level.hpp"
 
@@ -14,11 +18,40 @@ struct IntervalSet {
   bool excludeLower;
   bool excludeUpper;
   bool complement;
+
+  static constexpr real kNotInAny = VORL_MISSING_VALUE;
+};
+
+// Values other than 0; NaN is not one.
+struct TrueValues {
+  static constexpr unsigned char kNotInAny = 0;
 };
 
 // Sets marks[i] to 1 where values[i] lies in the set and to 0 elsewhere, for kMarkBlock values.
 constexpr int kMarkBlock = 64;
 void MarkBlock(const real* values, const IntervalSet& set, SimdLevel level, unsigned char* marks) noexcept;
+void MarkBlock(const unsigned char* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept;
+void MarkBlock(const int* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept;
+void MarkBlock(const float* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept;
+void MarkBlock(const double* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept;
+
+// Calls body(first, n, marks) with the marks of the nodes first to first + n - 1, block by block from begin to end.
+// There are always kMarkBlock marks; those after the nodes are 0.
+template <typename T, typename Set, typename Body>
+void ForEachBlock(const T* values, std::ptrdiff_t begin, std::ptrdiff_t end, const Set& set,
+                  const Body& body) noexcept {
+  const SimdLevel level = BestSimdLevel();
+  unsigned char marks[kMarkBlock];
+  for (; begin + kMarkBlock <= end; begin += kMarkBlock) {
+    MarkBlock(values + begin, set, level, marks);
+    body(begin, kMarkBlock, marks);
+  }
+  if (begin == end) return;
+  T rest[kMarkBlock];
+  std::fill(std::copy(values + begin, values + end, rest), rest + kMarkBlock, static_cast<T>(Set::kNotInAny));
+  MarkBlock(rest, set, level, marks);
+  body(begin, static_cast<int>(end - begin), marks);
+}
 
 }  // namespace kestrum
 

@@ -28,3 +28,9 @@ KESTRUM_KERNEL_TARGET void MarkBlockOfAnyType(const real* values, const Interval
                      : MarkBlockOfType<false, false>(values, set, marks);
   }
 }
+
+template <typename T>
+KESTRUM_KERNEL_TARGET void MarkTrue(const T* values, unsigned char* marks) noexcept {
+  // No comparison holds for NaN.
+  for (int i = 0; i < kMarkBlock; ++i) marks[i] = static_cast<unsigned char>((values[i] < 0) | (values[i] > 0));
+}

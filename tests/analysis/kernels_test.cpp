@@ -59,7 +59,19 @@ Values Marks(SimdLevel level, Draws& draws) {
   kestrum::MarkBlock(values.data(),
                      {draws.Int(0, 2), lower.data(), upper.data(), draws.Flip(), draws.Flip(), draws.Flip()}, level,
                      marks);
-  return {marks, marks + kestrum::kMarkBlock};
+  Values all(marks, marks + kestrum::kMarkBlock);
+  const auto addTrue = [&]<typename T>(T) {
+    const std::vector<T> typed(values.begin(), values.end());
+    kestrum::MarkBlock(typed.data(), kestrum::TrueValues{}, level, marks);
+    all.insert(all.end(), marks, marks + kestrum::kMarkBlock);
+  };
+  addTrue(1.0);
+  addTrue(1.0f);
+  // Whole numbers without a sign.
+  for (double& value : values) value = std::abs(value) > 2.0 || std::isnan(value) ? 3.0 : std::abs(value);
+  addTrue(1);
+  addTrue(static_cast<unsigned char>(1));
+  return all;
 }
 
 Values EulerNumbers(SimdLevel level, Draws& draws) {

@@ -1,0 +1,105 @@
+// Image analysis on arrays, read where they lie.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "analysis/euler_characteristic.hpp"
+#include "analysis/geobodies.hpp"
+#include "arrays.hpp"
+#include "bindings.hpp"
+
+namespace kestrum::python {
+namespace {
+
+// The grid of an array of two or three axes, the last one along x.
+VORL_GRID GridOfShape(const py::array& array) {
+  const py::ssize_t dimension = array.ndim();
+  const py::ssize_t nz = dimension == 3 ? array.shape(0) : 1;
+  return GridOf(py::make_tuple(array.shape(dimension - 1), array.shape(dimension - 2), nz, 1, 1, 1, 0, 0, 0));
+}
+
+template <typename T>
+py::tuple Label(const Array<T>& values, int neighbors, int nthreads) {
+  const VORL_GRID grid = GridOfShape(values);
+  const Connectivity connectivity = neighbors == 6    ? Connectivity::k6
+                                    : neighbors == 18 ? Connectivity::k18
+                                                      : Connectivity::k26;
+  Array<int> labels(py::array::ShapeContainer(values.shape(), values.shape() + values.ndim()));
+  int* const out = labels.mutable_data();
+  int count = 0;
+  int status = 0;
+  {
+    const py::gil_scoped_release released;
+    GeobodyFinder finder;
+    status = finder.Allocate(grid);
+    if (status == 0) {
+      finder.Mark(values.data(), TrueValues{}, Dealing::Threads(nthreads));
+      count = finder.LabelMarked(connectivity, out);
+    }
+  }
+  RaiseFor(status);
+  return py::make_tuple(labels, count);
+}
+
+// Rows: size and extents along z, y and x of the bodies 1 to n.
+Array<int> BodySizes(const Array<int>& labels, int n) {
+  const VORL_GRID grid = GridOfShape(labels);
+  Array<int> table(py::array::ShapeContainer{4, n});
+  int* const row = table.mutable_data();
+  int status = 0;
+  {
+    const py::gil_scoped_release released;
+    Buffer<int> minima;
+    status = minima.Allocate(3 * static_cast<std::size_t>(n));
+    if (status == 0) {
+      int* const low = minima.data();
+      const std::ptrdiff_t step = n;
+      GeobodyBoxes boxes{row, {low, low + step, low + 2 * step}, {row + 3 * step, row + 2 * step, row + step}};
+      boxes.Clear(n, grid);
+      boxes.AddAll(grid, labels.data());
+      for (int axis = 0; axis < 3; ++axis) {
+        for (int label = 1; label <= n; ++label) boxes.max[axis][label - 1] = boxes.Extent(label, axis);
+      }
+    }
+  }
+  RaiseFor(status);
+  return table;
+}
+
+template <typename T>
+std::int64_t EulerNumber(const Array<T>& values, bool closedCells, int nthreads) {
+  const VORL_GRID grid = GridOfShape(values);
+  std::int64_t number = 0;
+  int status = 0;
+  {
+    const py::gil_scoped_release released;
+    NodeBits nodes;
+    status = nodes.Allocate(grid);
+    if (status == 0) {
+      const Dealing dealing = Dealing::Threads(nthreads);
+      nodes.Mark(values.data(), TrueValues{}, dealing);
+      number = EulerCharacteristic(nodes, closedCells, dealing);
+    }
+  }
+  RaiseFor(status);
+  return number;
+}
+
+template <typename T>
+void BindForType(py::module_& module) {
+  module.def("label", &Label<T>, py::arg("values").noconvert(), py::arg("neighbors"), py::arg("threads"));
+  module.def("euler_number", &EulerNumber<T>, py::arg("values").noconvert(), py::arg("closed_cells"),
+             py::arg("threads"));
+}
+
+}  // namespace
+
+void BindImages(py::module_& module) {
+  BindForType<unsigned char>(module);
+  BindForType<int>(module);
+  BindForType<float>(module);
+  BindForType<double>(module);
+  module.def("body_sizes", &BodySizes, py::arg("labels").noconvert(), py::arg("n"));
+}
+
+}  // namespace kestrum::python

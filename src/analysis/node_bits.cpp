@@ -1,0 +1,76 @@
+#include "analysis/node_bits.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cstring>
+#include <utility>
+
+namespace kestrum {
+namespace {
+
+// The marks of a block as bits, the first one lowest.
+std::uint64_t Pack(const unsigned char* marks) noexcept {
+  static_assert(std::endian::native == std::endian::little);
+  std::uint64_t bits = 0;
+  for (int byte = 0; byte < 8; ++byte) {
+    std::uint64_t eight;
+    std::memcpy(&eight, marks + 8 * byte, 8);
+    // Mark j, at bit 8j, is moved to bit 56 + j by the term 2^(56 - 7j); no other sums of places meet there.
+    bits |= (eight * 0x0102040810204080u >> 56) << (8 * byte);
+  }
+  return bits;
+}
+
+}  // namespace
+
+int NodeBits::Allocate(const VORL_GRID& grid) noexcept {
+  // No neighbour is lost.
+  const int sizes[] = {grid.nx, grid.ny, grid.nz, 1, 1};
+  const int first = grid.nx > 1 ? 0 : grid.ny > 1 ? 1 : 2;
+  nx_ = sizes[first];
+  ny_ = sizes[first + 1];
+  nz_ = sizes[first + 2];
+  if (ny_ == 1) std::swap(ny_, nz_);
+  nxyz_ = grid.nxyz;
+  wordsPerRow_ = (nx_ - 1) / kMarkBlock + 1;
+  return bits_.Allocate(nrow() * static_cast<std::size_t>(wordsPerRow_) + 1);
+}
+
+template <typename T, typename Set>
+int NodeBits::Mark(const T* values, const Set& set, Dealing dealing) noexcept {
+  std::atomic<int> total{0};
+  dealing.Blocks((std::ptrdiff_t{nxyz_} + kMarkBlock - 1) / kMarkBlock, [&](std::ptrdiff_t begin, std::ptrdiff_t end) {
+    int count = 0;
+    std::uint64_t* word = bits_.data() + begin;
+    ForEachBlock(values, begin * kMarkBlock, std::min(end * kMarkBlock, std::ptrdiff_t{nxyz_}), set,
+                 [&](std::ptrdiff_t, int, const unsigned char* marks) {
+                   *word = Pack(marks);
+                   count += std::popcount(*word++);
+                 });
+    total += count;
+  });
+  const int inLastWord = nx_ % kMarkBlock;
+  if (inLastWord == 0) return total;
+  // The rows are end to end. From the last to the first, each is moved up to words of its own.
+  bits_[static_cast<std::size_t>((nxyz_ - 1) / kMarkBlock + 1)] = 0;
+  for (std::ptrdiff_t row = nxyz_ / nx_ - 1; row >= 0; --row) {
+    std::uint64_t* const to = bits_.data() + row * wordsPerRow_;
+    for (std::ptrdiff_t i = wordsPerRow_ - 1; i >= 0; --i) {
+      const std::ptrdiff_t node = row * nx_ + i * kMarkBlock;
+      const std::uint64_t* const from = bits_.data() + node / kMarkBlock;
+      const int shift = static_cast<int>(node % kMarkBlock);
+      to[i] = shift == 0 ? from[0] : from[0] >> shift | from[1] << (kMarkBlock - shift);
+    }
+    to[wordsPerRow_ - 1] &= (std::uint64_t{1} << inLastWord) - 1;
+  }
+  return total;
+}
+
+template int NodeBits::Mark(const real*, const IntervalSet&, Dealing) noexcept;
+template int NodeBits::Mark(const unsigned char*, const TrueValues&, Dealing) noexcept;
+template int NodeBits::Mark(const int*, const TrueValues&, Dealing) noexcept;
+template int NodeBits::Mark(const float*, const TrueValues&, Dealing) noexcept;
+template int NodeBits::Mark(const double*, const TrueValues&, Dealing) noexcept;
+
+}  // namespace kestrum

@@ -1,0 +1,55 @@
+#ifndef KESTRUM_ANALYSIS_NODE_BITS_HPP
+#define KESTRUM_ANALYSIS_NODE_BITS_HPP
+
+#include <cstddef>
+#include <cstdint>
+
+#include "analysis/mark_block.hpp"
+#include "core/buffer.hpp"
+#include "core/grid.h"
+#include "core/parallel.hpp"
+
+namespace kestrum {
+
+// A set of nodes of a grid: one bit per node, in rows along x that each start a word. Axes of one node before others
+// are left out, so that rows are as long as can be.
+class NodeBits {
+ public:
+  [[nodiscard]] int Allocate(const VORL_GRID& grid) noexcept;
+
+  // Sets the nodes whose values lie in the set; returns their number.
+  template <typename T, typename Set>
+  int Mark(const T* values, const Set& set, Dealing dealing = Dealing::Serial()) noexcept;
+
+  int nx() const noexcept { return nx_; }
+  int ny() const noexcept { return ny_; }
+  int nz() const noexcept { return nz_; }
+
+  // The marks of 64 nodes along x, the first one lowest, and those of the nodes before each.
+  struct Bits {
+    std::uint64_t here;
+    std::uint64_t before;
+  };
+  // x: a multiple of 64 on the row. Rows after the last have no marks.
+  Bits RowBits(int iy, int iz, int x) const noexcept {
+    if (iy >= ny_ || iz >= nz_) return {0, 0};
+    const std::uint64_t* const word = bits_.data() + (std::ptrdiff_t{iz} * ny_ + iy) * wordsPerRow_ + x / kMarkBlock;
+    return {word[0], word[0] << 1 | (x == 0 ? 0 : word[-1] >> (kMarkBlock - 1))};
+  }
+
+ protected:
+  std::size_t nrow() const noexcept { return static_cast<std::size_t>(nxyz_ / nx_); }
+
+  int nx_ = 0;
+  int ny_ = 0;
+  int nz_ = 0;
+  int nxyz_ = 0;
+  int wordsPerRow_ = 0;
+
+ private:
+  Buffer<std::uint64_t> bits_;
+};
+
+}  // namespace kestrum
+
+#endif
