@@ -28,6 +28,23 @@ constexpr int kMaxRanked = 96;
 // Vectors that kernels read hold this many more elements than counted, whatever their values.
 constexpr int kPlacePadding = 8;
 
+// Data by their bounds: those wanted are within `most` of a box at least, and may be inside an ellipsoid; of these the
+// sure ones are within `surely` of all of the box, and surely inside.
+struct PlaceBounds {
+  const double* lower;  // squared distances to the box
+  const double* upper;
+  const double* least;  // in the metric of the ellipsoid; lower and upper if there is none
+  const double* greatest;
+  double most;
+  double surely;
+  double radius;  // squared
+};
+struct PlaceCounts {
+  int inside;  // of those wanted: surely inside
+  int picked;
+  int sure;
+};
+
 // The loops of the search, compiled for each level of SimdLevel.
 struct PlaceKernels {
   // Bounds of the squared distances between each of n places and all places in a box, wide enough for the rounding of
@@ -46,6 +63,9 @@ struct PlaceKernels {
   //   masks   in/out: word w of a target's mask at masks[w*kDecidedTogether + target]; bits of selected data are set
   void (*select)(const PlaceNeighborhood& neighborhood, const PlaceVectors& targets, int n, const PlaceVectors& data,
                  const int* bit, int need, std::uint64_t* masks) noexcept;
+  // Lists which of n data are wanted and not sure, and which are sure, in their order. Both lists have room for
+  // n + kPlacePadding numbers.
+  PlaceCounts (*pick)(int n, const PlaceBounds& bounds, int* picked, int* sure) noexcept;
 };
 const PlaceKernels& PlaceKernelsOf(SimdLevel level) noexcept;
 

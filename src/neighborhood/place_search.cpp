@@ -198,7 +198,8 @@ int PlaceSearch::FindBounds(const PlaceBox& box, const PlaceVectors& data, int c
     if (status != 0) return status;
   }
   for (Buffer<int>* vector : {&picked_, &surePicked_}) {
-    if (const int status = Reserve(vector, static_cast<std::size_t>(count) + 1); status != 0) return status;
+    const int status = Reserve(vector, static_cast<std::size_t>(count) + kPlacePadding);
+    if (status != 0) return status;
   }
   kernels_->bounds(neighborhood_->metric, box, count, data, lower_.data(), upper_.data());
   if (neighborhood_->bounded) {
@@ -208,32 +209,17 @@ int PlaceSearch::FindBounds(const PlaceBox& box, const PlaceVectors& data, int c
 }
 
 // Picks data that are within a distance of a box at most, and may be inside; and of those the ones that surely are, and
-// within a lesser distance of all the box. Returns how many are surely inside.
-int PlaceSearch::Pick(int count, double most, double surely, int* npicked, int* nsure) noexcept {
-  // Every datum is written down, and the next one over it if it was not wanted: a loop without a branch.
-  const double* const lower = lower_.data();
-  const double* const upper = upper_.data();
+// within a lesser distance of all the box.
+PlaceCounts PlaceSearch::Pick(int count, double most, double surely) noexcept {
   const bool bounded = neighborhood_->bounded;
-  const double* const least = bounded ? least_.data() : lower;
-  const double* const greatest = bounded ? greatest_.data() : upper;
-  const double radius = bounded ? neighborhood_->squaredRadius : kInfinity;
-  int* const picked = picked_.data();
-  int* const sure = surePicked_.data();
-  int inside = 0;
-  int wanted = 0;
-  int decided = 0;
-  for (int i = 0; i < count; ++i) {
-    const bool isInside = greatest[i] <= radius;
-    const bool isWanted = (lower[i] <= most) & (least[i] <= radius);
-    const bool isSure = isWanted & isInside & (upper[i] <= surely);
-    picked[wanted] = sure[decided] = i;
-    wanted += isWanted & !isSure;
-    decided += isSure;
-    inside += isWanted & isInside;
-  }
-  *npicked = wanted;
-  *nsure = decided;
-  return inside;
+  const PlaceBounds bounds{lower_.data(),
+                           upper_.data(),
+                           bounded ? least_.data() : lower_.data(),
+                           bounded ? greatest_.data() : upper_.data(),
+                           most,
+                           surely,
+                           bounded ? neighborhood_->squaredRadius : kInfinity};
+  return kernels_->pick(count, bounds, picked_.data(), surePicked_.data());
 }
 
 // What no distance of the `need` nearest exceeds.
@@ -261,10 +247,10 @@ int PlaceSearch::Narrow(const Range& range, int* kept, bool* few) noexcept {
   if (status == 0) status = candidates_.Reserve(end + static_cast<std::size_t>(range.count));
   if (status != 0) return status;
   const double bound = GreatestOfNearest(range.count, limit_);
-  int none;
-  const int inside = Pick(range.count, bound, -1.0, kept, &none);
+  const PlaceCounts counts = Pick(range.count, bound, -1.0);
+  *kept = counts.picked;
   candidates_.Copy(candidates_, range.first, picked_.data(), *kept, end);
-  *few = *kept <= kFewCandidates || *kept <= 2 * std::min(limit_, inside);
+  *few = *kept <= kFewCandidates || *kept <= 2 * std::min(limit_, counts.inside);
   return 0;
 }
 
@@ -351,14 +337,13 @@ int PlaceSearch::Decide(int begin, int end, std::size_t first, int count, int ne
     const double surely = need < count ? kernels_->limitOfNoMore(count, lower_.data(), need) : kInfinity;
     std::uint64_t* const partSure = sure_.data() + sure + words;
     copySure(partSure);
-    int left = 0;
-    int nsure = 0;
-    Pick(count, greatest, surely, &left, &nsure);
-    for (int i = 0; i < nsure; ++i) {
+    const PlaceCounts counts = Pick(count, greatest, surely);
+    const int left = counts.picked;
+    for (int i = 0; i < counts.sure; ++i) {
       SetBit(partSure, undecided_.id[first + static_cast<std::size_t>(surePicked_[static_cast<std::size_t>(i)])]);
     }
     undecided_.Copy(undecided_, first, picked_.data(), left, own);
-    if (const int status = Decide(from, to, own, left, need - nsure, depth + 1); status != 0) return status;
+    if (const int status = Decide(from, to, own, left, need - counts.sure, depth + 1); status != 0) return status;
   }
   return 0;
 }

@@ -121,7 +121,7 @@ class PlaceSearch {
 
   PlaceBox BoxOf(int begin, int end) const noexcept;
   [[nodiscard]] int FindBounds(const PlaceBox& box, const PlaceVectors& data, int count) noexcept;
-  int Pick(int count, double most, double surely, int* npicked, int* nsure) noexcept;
+  PlaceCounts Pick(int count, double most, double surely) noexcept;
   double GreatestOfNearest(int count, int need) noexcept;
   [[nodiscard]] int Narrow(const Range& range, int* kept, bool* few) noexcept;
   [[nodiscard]] int DecideAll(const Range& range) noexcept;

@@ -220,3 +220,40 @@ KESTRUM_KERNEL_TARGET void Select(const PlaceNeighborhood& neighborhood, const P
     }
   }
 }
+
+KESTRUM_KERNEL_TARGET PlaceCounts Pick(int n, const PlaceBounds& bounds, int* picked, int* sure) noexcept {
+  PlaceCounts counts = {0, 0, 0};
+#if KESTRUM_KERNEL_BYTES == 64
+  const auto atMost = [](const double* values, int i, double limit) KESTRUM_KERNEL_TARGET {
+    return static_cast<unsigned>(_mm512_cmp_pd_mask(_mm512_loadu_pd(values + i), _mm512_set1_pd(limit), _CMP_LE_OQ));
+  };
+  const auto append = [](int* list, int* count, unsigned mask, __m512i number) KESTRUM_KERNEL_TARGET {
+    const __m512i chosen = _mm512_maskz_compress_epi64(static_cast<__mmask8>(mask), number);
+    _mm256_storeu_si256((__m256i*)(list + *count), _mm512_maskz_cvtepi64_epi32(0xff, chosen));
+    *count += __builtin_popcount(mask);
+  };
+  __m512i number = _mm512_setr_epi64(0, 1, 2, 3, 4, 5, 6, 7);
+  for (int i = 0; i < n; i += kWidth) {
+    const unsigned counted = n - i < kWidth ? (1U << (n - i)) - 1 : 0xff;
+    const unsigned inside = atMost(bounds.greatest, i, bounds.radius);
+    const unsigned wanted = counted & atMost(bounds.lower, i, bounds.most) & atMost(bounds.least, i, bounds.radius);
+    const unsigned isSure = wanted & inside & atMost(bounds.upper, i, bounds.surely);
+    append(picked, &counts.picked, wanted & ~isSure, number);
+    append(sure, &counts.sure, isSure, number);
+    counts.inside += __builtin_popcount(wanted & inside);
+    number = _mm512_add_epi64(number, _mm512_set1_epi64(kWidth));
+  }
+#else
+  // Every datum is written down, and the next one over it if it was not wanted: a loop without a branch.
+  for (int i = 0; i < n; ++i) {
+    const bool isInside = bounds.greatest[i] <= bounds.radius;
+    const bool isWanted = (bounds.lower[i] <= bounds.most) & (bounds.least[i] <= bounds.radius);
+    const bool isSure = isWanted & isInside & (bounds.upper[i] <= bounds.surely);
+    picked[counts.picked] = sure[counts.sure] = i;
+    counts.picked += isWanted & !isSure;
+    counts.sure += isSure;
+    counts.inside += isWanted & isInside;
+  }
+#endif
+  return counts;
+}
