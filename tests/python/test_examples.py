@@ -57,3 +57,8 @@ def test_every_public_docstring_has_an_example():
     public = [value for value in public if not (inspect.isclass(value) and issubclass(value, (ks.KestrumError, Warning)))]
     silent = [value.__qualname__ for value in [*public, *(m for m in methods if inspect.isroutine(m))] if ">>> " not in (value.__doc__ or "")]
     assert not silent
+
+
+def test_the_reference_lists_every_public_name():
+    listed = set(re.findall(r"^\.\. auto\w+:: (\w+)$", (ROOT / "docs/api.rst").read_text(), re.MULTILINE))
+    assert listed - {"kestrum"} == set(ks.__all__)
