@@ -73,7 +73,8 @@ py::tuple ReadTable(int descriptor) {
       RunWatched(py::none(), monitor, [&] { return static_cast<int>(ReadGslibTable(stream.get(), table.get())); });
   RaiseForSystem(stream);
   if (fault == static_cast<int>(TableFault::kMemory)) throw std::bad_alloc();
-  const long position = std::ftell(stream.get());
+  const bool inHeader = fault > 0 && fault <= static_cast<int>(TableFault::kNoName);
+  const long position = inHeader ? table->line : std::ftell(stream.get());
   if (fault != 0) return py::make_tuple(fault, position, py::none());
   py::list names;
   for (std::size_t column = 0; column < table->names.size(); ++column)

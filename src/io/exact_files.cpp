@@ -127,21 +127,17 @@ TableFault ReadGslibTable(std::FILE* stream, GslibTable* table) noexcept {
   if (!TakeLine(stream, line)) return TableFault::kNoTitle;
   if (!IsWholeNumber(line, &promised)) promised = -1;
   std::int64_t ncolumn = 0;
-  long start = std::ftell(stream);
-  const auto backTo = [&](TableFault fault) noexcept {
-    static_cast<void>(std::fseek(stream, start, SEEK_SET));
-    return fault;
-  };
+  table->line = std::ftell(stream);
   if (!TakeLine(stream, line) || !TextReader(line, std::strlen(line)).TakeInteger(&ncolumn) || ncolumn < 1) {
-    return backTo(TableFault::kNoCount);
+    return TableFault::kNoCount;
   }
   const auto copyLine = [&line](GslibTable::Name* name) noexcept {
     std::memcpy(name->text, line, sizeof(line));
     return 0;
   };
   for (std::int64_t column = 0; column < ncolumn; ++column) {
-    start = std::ftell(stream);
-    if (!TakeLine(stream, line) || line[0] == '\0') return backTo(TableFault::kNoName);
+    table->line = std::ftell(stream);
+    if (!TakeLine(stream, line) || line[0] == '\0') return TableFault::kNoName;
     if (table->names.Append(1, copyLine) != 0) return TableFault::kMemory;
   }
   {

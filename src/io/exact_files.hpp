@@ -37,6 +37,7 @@ struct GslibTable {
   };
   GrowingBuffer<Name> names;
   GrowingBuffer<double> values;  // row by row
+  long line = 0;                 // where the last line of the header begins that was read; -1 in a pipe
 };
 
 enum class TableFault {
@@ -50,8 +51,8 @@ enum class TableFault {
   kMemory,
 };
 
-// Reads a table up to the end of the stream, or up to the fault: to the start of the line that is
-// missing or unfit, or to what is not a number.
+// Reads a table up to the end of the stream, or through the line of the header that is unfit, or up to what is not a
+// number.
 [[nodiscard]] TableFault ReadGslibTable(std::FILE* stream, GslibTable* table) noexcept;
 
 }  // namespace kestrum
