@@ -154,6 +154,13 @@ def arrays(n, sigma):
         compare(f"ks.euler_number, {neighbours} neighbours, {n}^3 {kind(sigma)}", below.size,
                 lambda: ks.euler_number(below, neighbours, threads=1), lambda: euler_number(below, rank), 10.0,
                 lambda: ks.euler_number(below, neighbours, threads=2))
+    squares = np.arange(-5, 6) ** 2
+    ball = squares[:, None, None] + squares[:, None] + squares <= 25
+    for title, element, structure, target in (("cube of 3", 3, np.ones((3, 3, 3)), 8.0), ("ball of radius 5", ball, ball, 20.0)):
+        for tool, other in ((ks.dilate, ndimage.binary_dilation), (ks.erode, lambda mask, shape: ndimage.binary_erosion(mask, shape, border_value=1))):
+            assert np.array_equal(tool(below, element), other(below, structure))
+            compare(f"ks.{tool.__name__}, {title}, {n}^3 {kind(sigma)}", below.size, lambda: tool(below, element, threads=1),
+                    lambda: other(below, structure), target, lambda: tool(below, element, threads=2), 1 if element is ball else REPETITIONS)
 
 
 def distance(n, sigma):

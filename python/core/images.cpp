@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "analysis/euler_characteristic.hpp"
 #include "analysis/geobodies.hpp"
+#include "analysis/morphology.hpp"
 #include "arrays.hpp"
 #include "bindings.hpp"
 
@@ -85,10 +87,34 @@ std::int64_t EulerNumber(const Array<T>& values, bool closedCells, int nthreads)
   return number;
 }
 
+// elements: rows of offsets along x, y and z.
+template <typename T>
+Array<unsigned char> ChangedMask(const Array<T>& mask, bool dilating, const std::vector<Array<int>>& elements,
+                                 int nthreads) {
+  const VORL_GRID grid = GridOfShape(mask);
+  std::vector<StructuringElement> native;
+  for (const Array<int>& element : elements) {
+    const std::ptrdiff_t size = element.shape(1);
+    const int* const x = Sized(element, 3 * size, "element").data();
+    native.push_back({static_cast<int>(size), x, x + size, x + 2 * size});
+  }
+  Array<unsigned char> result(py::array::ShapeContainer(mask.shape(), mask.shape() + mask.ndim()));
+  unsigned char* const out = result.mutable_data();
+  int status = 0;
+  {
+    const py::gil_scoped_release released;
+    status = ChangeMask(grid, mask.data(), dilating, native, out, Dealing::Threads(nthreads));
+  }
+  RaiseFor(status);
+  return result;
+}
+
 template <typename T>
 void BindForType(py::module_& module) {
   module.def("label", &Label<T>, py::arg("values").noconvert(), py::arg("neighbors"), py::arg("threads"));
   module.def("euler_number", &EulerNumber<T>, py::arg("values").noconvert(), py::arg("closed_cells"),
+             py::arg("threads"));
+  module.def("changed_mask", &ChangedMask<T>, py::arg("mask").noconvert(), py::arg("dilating"), py::arg("elements"),
              py::arg("threads"));
 }
 

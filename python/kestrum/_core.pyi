@@ -75,3 +75,5 @@ def label(values: NDArray[Any], neighbors: int, threads: int) -> tuple[NDArray[n
 def euler_number(values: NDArray[Any], closed_cells: bool, threads: int) -> int: ...
 def body_sizes(labels: NDArray[np.int32], n: int) -> NDArray[np.int32]:
     """Rows of size and of extents along z, y and x, of the labels 1 to n. None is larger than n."""
+def changed_mask(mask: NDArray[Any], dilating: bool, elements: Sequence[NDArray[np.int32]], threads: int) -> NDArray[np.uint8]:
+    """mask: as the values of label. elements: rows of offsets along x, y and z, one element after the other."""

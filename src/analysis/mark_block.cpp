@@ -30,4 +30,12 @@ void MarkBlock(const double* values, TrueValues, SimdLevel level, unsigned char*
   KESTRUM_KERNEL_AT(level, MarkTrue<double>)(values, marks);
 }
 
+void MarkBlock(const float* values, KnownValues, SimdLevel level, unsigned char* marks) noexcept {
+  KESTRUM_KERNEL_AT(level, MarkKnown<float>)(values, marks);
+}
+
+void MarkBlock(const double* values, KnownValues, SimdLevel level, unsigned char* marks) noexcept {
+  KESTRUM_KERNEL_AT(level, MarkKnown<double>)(values, marks);
+}
+
 }  // namespace kestrum

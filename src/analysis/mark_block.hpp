@@ -2,7 +2,11 @@
 #define KESTRUM_ANALYSIS_MARK_BLOCK_HPP
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
 
 #include "core/constants.h"
 #include "core/types.h"
@@ -27,6 +31,11 @@ struct TrueValues {
   static constexpr unsigned char kNotInAny = 0;
 };
 
+// All values but NaN.
+struct KnownValues {
+  static constexpr float kNotInAny = std::numeric_limits<float>::quiet_NaN();
+};
+
 // Sets marks[i] to 1 where values[i] lies in the set and to 0 elsewhere, for kMarkBlock values.
 constexpr int kMarkBlock = 64;
 void MarkBlock(const real* values, const IntervalSet& set, SimdLevel level, unsigned char* marks) noexcept;
@@ -34,6 +43,21 @@ void MarkBlock(const unsigned char* values, TrueValues, SimdLevel level, unsigne
 void MarkBlock(const int* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept;
 void MarkBlock(const float* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept;
 void MarkBlock(const double* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept;
+void MarkBlock(const float* values, KnownValues, SimdLevel level, unsigned char* marks) noexcept;
+void MarkBlock(const double* values, KnownValues, SimdLevel level, unsigned char* marks) noexcept;
+
+// The marks of a block as bits, the first one lowest.
+inline std::uint64_t PackMarks(const unsigned char* marks) noexcept {
+  static_assert(std::endian::native == std::endian::little);
+  std::uint64_t bits = 0;
+  for (int byte = 0; byte < 8; ++byte) {
+    std::uint64_t eight;
+    std::memcpy(&eight, marks + 8 * byte, 8);
+    // Mark j, at bit 8j, is moved to bit 56 + j by the term 2^(56 - 7j); no other sums of places meet there.
+    bits |= (eight * 0x0102040810204080u >> 56) << (8 * byte);
+  }
+  return bits;
+}
 
 // Calls body(first, n, marks) with the marks of the nodes first to first + n - 1, block by block from begin to end.
 // There are always kMarkBlock marks; those after the nodes are 0.

@@ -34,3 +34,8 @@ KESTRUM_KERNEL_TARGET void MarkTrue(const T* values, unsigned char* marks) noexc
   // No comparison holds for NaN.
   for (int i = 0; i < kMarkBlock; ++i) marks[i] = static_cast<unsigned char>((values[i] < 0) | (values[i] > 0));
 }
+
+template <typename T>
+KESTRUM_KERNEL_TARGET void MarkKnown(const T* values, unsigned char* marks) noexcept {
+  for (int i = 0; i < kMarkBlock; ++i) marks[i] = static_cast<unsigned char>((values[i] <= 0) | (values[i] > 0));
+}

@@ -5,8 +5,11 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 #include <utility>
 
+#include "analysis/mark_block.hpp"
 #include "analysis/morphology.hpp"
 #include "analysis/output_image.hpp"
 #include "analysis/percent_printer.hpp"
@@ -49,11 +52,15 @@ class BitSweeps {
     }
   }
 
-  [[nodiscard]] int Allocate(const StructuringElement& element) noexcept {
+  [[nodiscard]] int Allocate() noexcept {
     const std::size_t size = static_cast<std::size_t>(Rows() * RowWords());
     if (const int status = source_.Allocate(size); status != 0) return status;
     if (const int status = next_.Allocate(size); status != 0) return status;
-    if (const int status = open_.Allocate(size); status != 0) return status;
+    return open_.Allocate(size);
+  }
+
+  [[nodiscard]] int SetElement(const StructuringElement& element) noexcept {
+    noffset_ = 0;
     if (element.size < 1) return 0;
     if (const int status = offsets_.Allocate(static_cast<std::size_t>(element.size)); status != 0) return status;
     for (int k = 0; k < element.size; ++k) {
@@ -86,6 +93,27 @@ class BitSweeps {
           const Word set = all & ~(background | missing);
           Source(row)[w] = growsSet ? set : background;
           Open(row)[w] = growsSet ? background : set;
+        }
+      }
+    });
+  }
+
+  // The same of a mask, which may grow anywhere.
+  template <typename T>
+  void LoadMask(const T* mask, bool dilating) noexcept {
+    dealing_.Blocks(Rows(), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      for (std::ptrdiff_t row = begin; row < end; ++row) {
+        const T* const values = mask + row * grid_.nx;
+        ForEachBlock(values, 0, grid_.nx, TrueValues{}, [&](std::ptrdiff_t first, int n, const unsigned char* marks) {
+          const Word all = ~Word{0} >> (kWordBits - n);
+          Open(row)[first / kWordBits] = all;
+          Source(row)[first / kWordBits] = dilating ? PackMarks(marks) : ~PackMarks(marks) & all;
+        });
+        if constexpr (std::is_floating_point_v<T>) {
+          if (dilating) continue;
+          ForEachBlock(values, 0, grid_.nx, KnownValues{}, [&](std::ptrdiff_t first, int, const unsigned char* marks) {
+            Source(row)[first / kWordBits] &= PackMarks(marks);
+          });
         }
       }
     });
@@ -125,7 +153,39 @@ class BitSweeps {
     });
   }
 
+  // Writes what has grown, or what is left, but for NaN.
+  template <typename T>
+  void StoreMask(const T* mask, bool dilating, unsigned char* out) noexcept {
+    dealing_.Blocks(Rows(), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      for (std::ptrdiff_t row = begin; row < end; ++row) {
+        const auto write = [&](std::ptrdiff_t first, int n, const unsigned char* known) {
+          const Word grown = Source(row)[first / kWordBits];
+          unsigned char bytes[kWordBits];
+          SpreadBits(dilating ? grown : ~grown, bytes);
+          if (known != nullptr) {
+            for (int i = 0; i < kWordBits; ++i) bytes[i] &= known[i];
+          }
+          std::copy_n(bytes, n, out + row * grid_.nx + first);
+        };
+        if constexpr (std::is_floating_point_v<T>) {
+          ForEachBlock(mask + row * grid_.nx, 0, grid_.nx, KnownValues{}, write);
+        } else {
+          for (int w = 0; w < RowWords(); ++w) write(std::ptrdiff_t{w} * kWordBits, Nodes(w), nullptr);
+        }
+      }
+    });
+  }
+
  private:
+  // Bit i becomes byte i.
+  static void SpreadBits(Word bits, unsigned char* bytes) noexcept {
+    for (int byte = 0; byte < kWordBits; byte += 8) {
+      // Eight copies, of which byte i keeps bit i; the sum moves it to the highest place.
+      const Word kept = (bits >> byte & 0xff) * 0x0101010101010101u & 0x8040201008040201u;
+      const Word spread = (kept + 0x7f7f7f7f7f7f7f7fu) >> 7 & 0x0101010101010101u;
+      std::memcpy(bytes + byte, &spread, 8);
+    }
+  }
   std::ptrdiff_t Rows() const noexcept { return std::ptrdiff_t{grid_.ny} * grid_.nz; }
   int RowWords() const noexcept { return (grid_.nx - 1) / kWordBits + 1; }
   int Nodes(int w) const noexcept { return std::min(kWordBits, grid_.nx - w * kWordBits); }
@@ -172,7 +232,8 @@ class BitSweeps {
 int Apply(const Operation& operation, const VORL_GRID& grid, int nvar, const real* in, real* out,
           const StructuringElement& element, int niter, const Dealing& dealing, PercentPrinter& progress) noexcept {
   BitSweeps sweeps(grid, dealing);
-  if (const int status = sweeps.Allocate(element); status != 0) return status;
+  if (const int status = sweeps.Allocate(); status != 0) return status;
+  if (const int status = sweeps.SetElement(element); status != 0) return status;
   const std::int64_t nxyz = grid.nxyz;
   const double step = 1.0 / (static_cast<double>(std::max(niter, 1)) * static_cast<double>(nvar * nxyz));
   for (int v = 0; v < nvar; ++v) {
@@ -215,6 +276,29 @@ int ErodeValues(const VORL_GRID& grid, int nvar, const real* in, real* out, cons
   PercentPrinter silent(false, kErosion.label);
   return Apply(kErosion, grid, nvar, in, out, element, niter, dealing, silent);
 }
+
+template <typename T>
+int ChangeMask(const VORL_GRID& grid, const T* mask, bool dilating, std::span<const StructuringElement> elements,
+               unsigned char* out, const Dealing& dealing) noexcept {
+  BitSweeps sweeps(grid, dealing);
+  if (const int status = sweeps.Allocate(); status != 0) return status;
+  sweeps.LoadMask(mask, dilating);
+  for (const StructuringElement& element : elements) {
+    if (const int status = sweeps.SetElement(element); status != 0) return status;
+    sweeps.Sweep();
+  }
+  sweeps.StoreMask(mask, dilating, out);
+  return 0;
+}
+
+template int ChangeMask(const VORL_GRID&, const unsigned char*, bool, std::span<const StructuringElement>,
+                        unsigned char*, const Dealing&) noexcept;
+template int ChangeMask(const VORL_GRID&, const int*, bool, std::span<const StructuringElement>, unsigned char*,
+                        const Dealing&) noexcept;
+template int ChangeMask(const VORL_GRID&, const float*, bool, std::span<const StructuringElement>, unsigned char*,
+                        const Dealing&) noexcept;
+template int ChangeMask(const VORL_GRID&, const double*, bool, std::span<const StructuringElement>, unsigned char*,
+                        const Dealing&) noexcept;
 
 }  // namespace kestrum
 

@@ -1,6 +1,8 @@
 #ifndef KESTRUM_ANALYSIS_MORPHOLOGY_HPP
 #define KESTRUM_ANALYSIS_MORPHOLOGY_HPP
 
+#include <span>
+
 #include "core/grid.h"
 #include "core/parallel.hpp"
 
@@ -22,6 +24,14 @@ struct StructuringElement {
 // Returns 0 or the status of VORLMalloc (the work memory is three bits per node of one variable).
 [[nodiscard]] int ErodeValues(const VORL_GRID& grid, int nvar, const real* in, real* out,
                               const StructuringElement& element, int niter, const Dealing& dealing) noexcept;
+
+// Dilation or erosion of one mask, of unsigned char, int, float or double, by elements in turn: true nodes grow into
+// the others, or zeros do. NaN neither grows nor stops growth, and comes out false. `out`: 0 or 1 for each node.
+// Returns 0 or the status of a failing allocation (three bits per node).
+template <typename T>
+[[nodiscard]] int ChangeMask(const VORL_GRID& grid, const T* mask, bool dilating,
+                             std::span<const StructuringElement> elements, unsigned char* out,
+                             const Dealing& dealing) noexcept;
 
 }  // namespace kestrum
 

@@ -3,27 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <bit>
-#include <cstring>
 #include <utility>
 
 namespace kestrum {
-namespace {
-
-// The marks of a block as bits, the first one lowest.
-std::uint64_t Pack(const unsigned char* marks) noexcept {
-  static_assert(std::endian::native == std::endian::little);
-  std::uint64_t bits = 0;
-  for (int byte = 0; byte < 8; ++byte) {
-    std::uint64_t eight;
-    std::memcpy(&eight, marks + 8 * byte, 8);
-    // Mark j, at bit 8j, is moved to bit 56 + j by the term 2^(56 - 7j); no other sums of places meet there.
-    bits |= (eight * 0x0102040810204080u >> 56) << (8 * byte);
-  }
-  return bits;
-}
-
-}  // namespace
-
 int NodeBits::Allocate(const VORL_GRID& grid) noexcept {
   // No neighbour is lost.
   const int sizes[] = {grid.nx, grid.ny, grid.nz, 1, 1};
@@ -45,7 +27,7 @@ int NodeBits::Mark(const T* values, const Set& set, Dealing dealing) noexcept {
     std::uint64_t* word = bits_.data() + begin;
     ForEachBlock(values, begin * kMarkBlock, std::min(end * kMarkBlock, std::ptrdiff_t{nxyz_}), set,
                  [&](std::ptrdiff_t, int, const unsigned char* marks) {
-                   *word = Pack(marks);
+                   *word = PackMarks(marks);
                    count += std::popcount(*word++);
                  });
     total += count;

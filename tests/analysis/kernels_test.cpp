@@ -60,17 +60,19 @@ Values Marks(SimdLevel level, Draws& draws) {
                      {draws.Int(0, 2), lower.data(), upper.data(), draws.Flip(), draws.Flip(), draws.Flip()}, level,
                      marks);
   Values all(marks, marks + kestrum::kMarkBlock);
-  const auto addTrue = [&]<typename T>(T) {
+  const auto add = [&]<typename T, typename Set>(T, Set set) {
     const std::vector<T> typed(values.begin(), values.end());
-    kestrum::MarkBlock(typed.data(), kestrum::TrueValues{}, level, marks);
+    kestrum::MarkBlock(typed.data(), set, level, marks);
     all.insert(all.end(), marks, marks + kestrum::kMarkBlock);
   };
-  addTrue(1.0);
-  addTrue(1.0f);
+  add(1.0, kestrum::TrueValues{});
+  add(1.0, kestrum::KnownValues{});
+  add(1.0f, kestrum::TrueValues{});
+  add(1.0f, kestrum::KnownValues{});
   // Whole numbers without a sign.
   for (double& value : values) value = std::abs(value) > 2.0 || std::isnan(value) ? 3.0 : std::abs(value);
-  addTrue(1);
-  addTrue(static_cast<unsigned char>(1));
+  add(1, kestrum::TrueValues{});
+  add(static_cast<unsigned char>(1), kestrum::TrueValues{});
   return all;
 }
 

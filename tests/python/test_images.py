@@ -64,6 +64,24 @@ def test_labels_sizes_and_euler_numbers(mask, threads):
     assert np.array_equal(ks.label(values)[0], ks.label(values, {2: 4, 3: 6}[values.ndim])[0])
 
 
+@given(masks(), st.data(), st.integers(1, 3))
+@settings(max_examples=300, deadline=None)
+def test_dilation_and_erosion(mask, data, threads):
+    values, true = mask
+    random = np.random.default_rng(data.draw(st.integers(0, 2**32)))
+    sides = tuple(data.draw(st.sampled_from([1, 3, 5, 9, 131])) if n > 60 else data.draw(st.sampled_from([1, 3, 5])) for n in values.shape)
+    element = data.draw(st.one_of(st.integers(0, 3).map(lambda half: 2 * half + 1), st.sampled_from([0.03, 0.5, 1.0])))
+    if isinstance(element, float):
+        element = random.random(sides) < element
+        element[tuple(side // 2 for side in sides)] = True
+    known = values == values
+    structure = element if np.ndim(element) else np.ones((element,) * values.ndim)
+    grown, left = ks.dilate(values, element, threads=threads), ks.erode(values, element, threads=threads)
+    np.testing.assert_array_equal(grown, ndimage.binary_dilation(true, structure) & known)
+    np.testing.assert_array_equal(left, ndimage.binary_erosion(true | ~known, structure, border_value=1) & known)
+    assert grown.dtype == left.dtype == bool and grown.flags.f_contiguous >= values.flags.f_contiguous
+
+
 def test_tables_of_any_labels():
     labels = np.array([[7, 7, 0], [-2, 0, 10**9]])
     for given_ in (labels, labels.astype(np.int32), np.asfortranarray(labels), np.where(labels == 0, np.nan, labels)):
@@ -86,10 +104,12 @@ def test_where_the_data_lie(tmp_path):
     assert isinstance(labels, xr.DataArray) and labels.name == "label" and labels.dims == frame.dims and not labels.attrs
     assert np.array_equal(labels, expected) and labels.x.equals(frame.x) and count == expected.max()
     assert ks.body_sizes(labels).equals(ks.body_sizes(expected)) and ks.euler_number(frame) == ks.euler_number(true)
+    grown = ks.dilate(frame, 10**9 + 1)
+    assert isinstance(grown, xr.DataArray) and grown.all() and grown.x.equals(frame.x) and ks.erode(~grown).equals(~ks.dilate(grown).rename("erode"))
     assert np.array_equal(ks.label(np.ma.array([[1, 1, 0]], mask=[[1, 0, 0]]))[0], [[0, 1, 0]])
     for shape in ((0, 4), (3, 0, 2)):
         labels, count = ks.label(np.ones(shape))
-        assert labels.shape == shape and count == 0 and ks.euler_number(np.ones(shape)) == 0
+        assert labels.shape == shape and count == 0 and ks.euler_number(np.ones(shape)) == 0 and ks.erode(np.ones(shape)).shape == shape
 
 
 def test_refusals():
@@ -107,6 +127,13 @@ def test_refusals():
             tool(flat, threads=0)
     with pytest.raises(ks.ArgumentError, match="connectivity is 18"):
         ks.euler_number(solid, 18)
+    for element, error, text in ((2, ks.ArgumentError, "2 x 2"), (0, ks.ArgumentError, "at least 1"), (1.5, ks.ArgumentTypeError, "whole"),
+                                 (np.ones((3, 4)), ks.ArgumentError, "3 x 4"), (np.ones((3, 3, 3)), ks.ArgumentError, "3 axes"),
+                                 ([[1, 1, 1], [1, np.nan, 1], [1, 1, 1]], ks.ArgumentError, "centre"), ([1], ks.DataError, "1 axis"),
+                                 (np.array([[None]]), ks.ArgumentTypeError, "object")):
+        for tool in (ks.dilate, ks.erode):
+            with pytest.raises(error, match=text):
+                tool(flat, element)
     for labels, text in (([[0.5, 1.0]], "0.5"), ([[np.inf, 1.0]], "inf"), ([1, 2], "1 axis")):
         with pytest.raises(ks.DataError, match=text):
             ks.body_sizes(labels)
