@@ -19,6 +19,8 @@ if TYPE_CHECKING:
 
 # Sizes of cells that are tried where none is given.
 SIZES = 24
+# Of a value for normal scores, in mean weights.
+LEAST_WEIGHT = 1e-6
 
 
 class NormalScore:
@@ -29,7 +31,8 @@ class NormalScore:
     values : array_like
         What the transform is fitted to; at least two different numbers.
     weights : array_like, optional
-        One for each value, at least 0: see `declustering_weights`. Equal by default.
+        One for each value, at least 0: see `declustering_weights`. Equal by default. What is less than a millionth of
+        the mean weight counts as that, so that each value has a finite score of its own.
     minimum, maximum : float, optional
         The least and the greatest value there can be; by default those of `values`.
 
@@ -177,7 +180,8 @@ def _weights(weights: ArrayLike, shape: tuple[int, ...]) -> Floats:
         raise DataError(f"weights are below 0 in {_door.rows(np.flatnonzero(given < 0.0))}. Set those to 0.")
     if not given.any():
         raise DataError("weights are all 0.")
-    return given
+    given = given / given.max()
+    return np.maximum(given, LEAST_WEIGHT * given.mean())
 
 
 def declustering_weights(points: Points, cell: float | Sequence[float] | None = None, offsets: int = 8, minimize: bool = True, *,

@@ -48,6 +48,17 @@ def test_back_and_forth(numbers, weighted, below, above, unit, seed):
             assert transform.inverse(score) == pytest.approx(end + (extreme - end) * share, rel=1e-9, abs=1e-9 * unit)
 
 
+def test_weights_of_0_leave_finite_scores():
+    # Weights by kriging are often 0, where they would be below it.
+    values = np.array([4.0, 1.0, 2.0, 3.0, 5.0, 6.0])
+    transform = ks.NormalScore(values, [1e308, 0.0, 0.0, 1e308, 1e308, 0.0])
+    scores = transform.forward(values)
+    assert np.isfinite(scores).all() and np.array_equal(transform.inverse(scores), values) and len(set(scores)) == 6
+    np.testing.assert_allclose(scores[[3, 0, 4]], stats.norm.ppf(np.array([1.0, 3.0, 5.0]) / 6.0), atol=1e-5)
+    between = transform.forward([1.5, 2.5])
+    np.testing.assert_allclose(transform.inverse(between), [1.5, 2.5], rtol=1e-9)
+
+
 def test_ends_and_refusals():
     transform = ks.NormalScore(SKEWED, minimum=0.0)
     beyond = transform.forward([[-1.0, 0.0], [SKEWED.max() + 1.0, np.nan]])
