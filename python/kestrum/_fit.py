@@ -38,7 +38,7 @@ class FittedModel(CovModel):
         Parameters that ended on a bound: sills at 0, the longest range at the greatest that the data tell of, shapes.
     parameter_covariance : pandas.DataFrame
         Covariances of the errors of the parameters that were free and ended on no bound, by name: to first order, and
-        as if the semivariances had independent errors.
+        as if the semivariances had independent errors. NaN for what the variogram or the data do not tell.
     ranking : pandas.DataFrame
         All candidates, the best first: model, residual (or log_likelihood) and number of free parameters.
 
@@ -206,6 +206,19 @@ class Form:
             result.append(np.tensordot(self.sills, change, 1) / unit)
         return result
 
+    def inverse(self, information: Floats) -> Floats:
+        """Of a settled form: the inverse of a matrix by `names`; NaN for what it does not tell, as an azimuth between two
+        directions that it makes alike."""
+        units = {f.name: math.degrees(1.0) if f.structure < 0 else math.exp(f.start) for f in self.free}
+        units |= {f"structures[{k}].sill": sill for k, sill in enumerate(self.sills)}
+        scale = np.array([units[name] for name in self.names()])
+        values, vectors = np.linalg.eigh(information * np.outer(scale, scale))
+        told = values > 1e-12 * values.max(initial=0.0)
+        result = (vectors[:, told] / values[told]) @ vectors[:, told].T * np.outer(scale, scale)
+        unknown = (vectors[:, ~told] ** 2).sum(axis=1) > 1e-6
+        result[unknown] = result[:, unknown] = np.nan
+        return np.asarray(result)
+
 
 def _turned(s: Structure) -> Structure:
     """The same structure, its first two axes exchanged."""
@@ -264,7 +277,7 @@ def fit_variogram(variogram: "Variogram", model: Any, weights: Any, fixed: Any) 
     spare = len(gamma) - len(slopes)
     covariance = np.full((len(slopes),) * 2, np.nan)
     if slopes and spare > 0:
-        covariance = residual / spare * np.linalg.pinv(np.array(slopes) @ np.array(slopes).T, hermitian=True)
+        covariance = residual / spare * form.inverse(np.array(slopes) @ np.array(slopes).T)
     return FittedModel._fitted(form.model.structures, form.model._angles, residual=residual, log_likelihood=math.nan,
                                at_bounds=form.at_bounds(), ranking=ranking,
                                parameter_covariance=pd.DataFrame(covariance, form.names(), form.names()))
@@ -282,9 +295,15 @@ def _require_told(form: Form, variogram: "Variogram", informed: int, count: int)
                          "or one range.")
     directed = [f.name for f in form.free if f.structure < 0 or (f.axes and len(f.axes) < len(model.structures[f.structure].range[
         :form.dimension]))]
-    if directed and len(variogram.azimuth) < 2:
+    axes = variogram._axes()[(variogram.pairs > 0).any(axis=1)]
+    if directed and np.linalg.matrix_rank(axes, 1e-6) < 2:
         raise ModelError(f"the variogram is of one direction, which does not tell {directed[-1]}. Give several azimuths, or "
                          "fixed=('anisotropy', 'azimuth').")
+    # Without a tilt, horizontal lags do not depend on a vertical range.
+    upright = [f.name for f in form.free if f.axes == (2,)]
+    if upright and model.dip % 180.0 == model.plunge % 180.0 == 0.0 and np.abs(axes[:, 2]).max() < 1e-6:
+        raise ModelError(f"all directions of the variogram are horizontal, which does not tell {upright[-1]}. Add one with "
+                         "dip=90, or fixed='anisotropy'.")
     if informed < count:
         raise DataError(f"the variogram has {informed} lags with pairs, but {count} parameters are free. Give more lags, or a simpler model.")
 
@@ -428,7 +447,7 @@ def fit_likelihood(points: Points, model: CovModel, *, drift: Any = None, fixed:
     loss, information = likelihood.information(settled)
     labels = settled.names()
     units = np.array([unit if name.endswith(".sill") else 1.0 for name in labels])
-    covariance = np.linalg.pinv(information, hermitian=True) * np.outer(units, units) if labels else np.zeros((0, 0))
+    covariance = settled.inverse(information) * np.outer(units, units)
     best = settled.model * unit
     report = {"log_likelihood": -loss - 0.5 * (n - terms.shape[1]) * math.log(unit)}
     ranking = pd.DataFrame({"model": [str(_plain(settled.model * unit))], **report,

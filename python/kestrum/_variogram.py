@@ -20,6 +20,8 @@ if TYPE_CHECKING:
     from matplotlib.axes import Axes
 
 ESTIMATORS = ("matheron", "cressie", "madogram")
+# Of a variogram of one variable.
+OPTIONS = ("lag", "n_lags", "azimuth", "tolerance", "dip", "bandwidth", "estimator", "threads")
 
 
 @dataclass(frozen=True, eq=False, repr=False)
@@ -287,8 +289,8 @@ def indicator_variograms(points: Points, **options: Any) -> dict[object, Variogr
     (['clay', 'sand'], array([[0.167, 0.5  , 0.5  ]]))
     """
     _two_points("points", points)
-    if "other" in options:
-        raise ArgumentError("indicator_variograms knows no other. Leave it out.")
+    for name in options:
+        _door.choice("the option", name, OPTIONS)
     categories = sorted(set(points.values.tolist()))
     if not 2 <= len(categories) <= 100:
         raise DataError(f"values of {points.name!r} are {len(categories):,} categories, but there must be 2 to 100 of them.")
@@ -359,13 +361,13 @@ def _warn_of(result: Variogram, points: Points, width: float, diagonal: float, c
         warn(f"{coincident:,} pairs are at distance 0 and left out. Put values at one place together by points.merged().")
     if (points.values == points.values[0]).all():
         warn(f"all values of {points.name!r} are {_door.show(points.values[0])}: the variogram is 0.")
-    if n_lags * width > diagonal * (1.0 + 1e-9):
+    too_long = n_lags * width > diagonal * (1.0 + 1e-9)
+    if too_long:
         warn(f"lags reach to {n_lags * width:g}, but no two points are more than {diagonal:g} apart. Give a smaller lag.")
-        return
     for row in range(len(found)):
         if not found[row].any():
             warn(f"no pair of points is in the direction of {_direction(result, row)}. Give a larger tolerance or bandwidth.")
-        elif not found[row].all():
+        elif not (too_long or found[row].all()):
             where = "" if math.isnan(result.azimuth[row]) else f" of {_direction(result, row)}"
             missing = np.flatnonzero(~found[row])
             warn(f"{len(missing):,} of {n_lags:,} lags{where} have no pair and are NaN ({_door.rows(missing, 'lag')}). "

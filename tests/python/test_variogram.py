@@ -1,5 +1,6 @@
 """Experimental variograms and models fitted to them: brute force, closed forms, and gstat on the Meuse data."""
 
+import dataclasses
 import pickle
 from pathlib import Path
 
@@ -146,7 +147,8 @@ def test_refusals(points, options, text):
 @pytest.mark.parametrize("points, options, text", [
     (FEW, dict(lag=10.0, n_lags=6), "1 pairs are at distance 0"), (FEW.with_values([2.0] * 4).merged(), dict(lag=10.0, n_lags=5), "all values .* are 2.0"),
     (FEW.merged(), dict(lag=10.0, n_lags=6), "lags reach to 60, but .* 50 apart"), (FEW.merged(), dict(lag=10.0, n_lags=5), r"3 of 5 lags .* \(lags 1, 2, 3\)"),
-    (FEW.merged(), dict(lag=50.0, n_lags=1, azimuth=[37, 127]), "no pair of points is in the direction of azimuth 127")], ids=str)
+    (FEW.merged(), dict(lag=50.0, n_lags=1, azimuth=[37, 127]), "no pair of points is in the direction of azimuth 127"),
+    (FEW.merged(), dict(lag=60.0, n_lags=1, azimuth=[37, 127]), "no pair of points is in the direction of azimuth 127")], ids=str)
 def test_warnings(points, options, text):
     with pytest.warns(ks.KestrumWarning, match=text) as heard:
         result = ks.variogram(points, **options)
@@ -166,6 +168,9 @@ def test_indicators():
     for bad, text in ((points.with_values(["a"] * 155), "1 categories"), (meuse(), "categories, but"), (ks.Points([[0, 0]], ["a"]), "one point")):
         with pytest.raises(ks.DataError, match=text):
             ks.indicator_variograms(bad)
+    for option in ("other", "warning", "azimut"):
+        with pytest.raises(ks.KestrumError, match=f"option is '{option}', but must be one of"):
+            ks.indicator_variograms(points, **{option: 1.0})
 
 
 @pytest.mark.parametrize("dimension", [2, 3])
@@ -305,6 +310,24 @@ def test_fits_refuse_variograms_that_do_not_tell():
     points = meuse()
     with pytest.raises(ks.ModelError, match="one direction, which does not tell azimuth"):
         ks.variogram(points, azimuth=0.0).fit(ks.Spherical(range=(900.0, 500.0)))
+    # Directions that are one, or of which one alone has pairs, are no more.
+    line = ks.Points(np.column_stack((np.zeros(50), np.arange(50.0))), np.sin(np.arange(50.0)))
+    with pytest.warns(ks.KestrumWarning, match="azimuth 90"):
+        one = ks.variogram(line, lag=1.0, azimuth=[0, 90])
+    for found in (ks.variogram(points, azimuth=[30, 210]), one):
+        with pytest.raises(ks.ModelError, match="one direction, which does not tell azimuth"):
+            found.fit(ks.Spherical(range=(9.0, 5.0)))
+    true = ks.Exponential(0.8, range=(50.0, 20.0, 8.0))
+    level = exact(true, 3)
+    level.dip[:] = 0.0
+    with pytest.raises(ks.ModelError, match=r"horizontal, which does not tell structures\[0\].range\[2\]"):
+        level.fit(true)
+    assert level.fit(true, fixed=["anisotropy"]).structures[0].range[2] > 0.0
+    # Two directions that the axes of the model are, too, say nothing of small turns.
+    two = exact(ks.Spherical(2.0, range=(50.0, 20.0)), 2)
+    two = dataclasses.replace(two, **{name: getattr(two, name)[::2] for name in ("azimuth", "dip", "lag", "gamma", "pairs")})
+    errors = np.diag(two.fit(ks.Spherical(1.0, range=(50.0, 20.0))).parameter_covariance)
+    assert np.isnan(errors).tolist() == [False, False, False, True]
     with pytest.warns(ks.KestrumWarning, match="all values"):
         level = ks.variogram(points.with_values(np.ones(len(points))))
     with pytest.raises(ks.DataError, match="no semivariance is above 0"):
