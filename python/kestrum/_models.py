@@ -258,6 +258,24 @@ class CovModel:
 
         return plot.model(self, ax, max_distance)
 
+    def _lifted(self, places: NDArray[np.float64]) -> "CovModel":
+        """For kriging with an unknown mean from data at some places: a model of the same variogram, with power structures of longer ranges
+        and larger sills, so that their covariances are positive definite."""
+        powers = [s for s in self.structures if s.type == "Power"]
+        ratios = {tuple(r / s.range[0] for r in s.range) for s in self.structures if s.range} if not self._local() else set()
+        # The search for neighbours is by the ratios of the longest range, which must stay.
+        if not powers or len(ratios) != 1:
+            return self
+        extent = 8.0 * max(float(np.linalg.norm(np.ptp(places, axis=0))), 1e-300)
+
+        def lifted(s: Structure) -> Structure:
+            # A power of two, so that the ratios stay to the last bit.
+            factor = 2.0 ** np.clip(np.ceil(np.log2(extent / min(s.range[:places.shape[1]]))), 0.0, 500.0)
+            assert s.shape is not None
+            return Structure(s.type, float(s.sill * factor**s.shape), tuple(float(r * factor) for r in s.range), s.shape)
+
+        return CovModel._of(tuple(lifted(s) if s.type == "Power" else s for s in self.structures), self._angles)
+
     def _local(self) -> bool:
         """Whether some parameter varies over a grid."""
         parameters = [p for s in self.structures for p in (s.sill, *s.range, s.shape)] + list(self._angles)
@@ -526,8 +544,8 @@ def Power(sill: float | ArrayLike = 1.0, range: Range = 1.0, *, power: float | A
           dip: float | ArrayLike = 0.0, plunge: float | ArrayLike = 0.0) -> CovModel:
     """Power model: sill * (1 - h^power), whose variogram sill * h^power has no sill.
 
-    The covariance is 0 at the range and negative beyond: the model suits ordinary and universal kriging alone.
-    0 < power < 2.
+    The covariance is 0 at the range and negative beyond: the model suits ordinary and universal kriging alone, which take
+    its variogram, whatever the range. 0 < power < 2.
 
     GSLIB type 4, gstat ``Pow`` and PyKrige ``power`` are given the slope sill / range^power.
 

@@ -242,3 +242,31 @@ def test_progress(cells, options, capsys):
 
         with pytest.raises(LookupError, match="enough"):
             ks.krige(points, model, grid, progress=fail, **options)
+
+
+@pytest.mark.parametrize("ranges", [(1.0, 1.0), (1.0, 0.4), (1.0, 0.4, 0.2), (900.0, 700.0)], ids=str)
+@pytest.mark.parametrize("power", [0.5, 1.0, 1.5, 1.9])
+def test_power_models_are_their_variograms(power, ranges):
+    """Whatever their range, by the system of semivariances."""
+    dimension = len(ranges)
+    points = scattered(60, dimension)
+    places = np.random.default_rng(9).uniform(-100.0, 200.0, (25, dimension))
+    axes = np.eye(dimension)
+    axes[:2, :2] = [[0.5, np.sqrt(0.75)], [np.sqrt(0.75), -0.5]]
+
+    def gamma(a, b):
+        distance = np.linalg.norm((a[:, None] - b) @ axes.T / ranges, axis=2)
+        return np.where(distance > 0.0, 0.3 + 0.5 * distance**power, 0.0)
+
+    n = len(points)
+    matrix = np.ones((n + 1, n + 1))
+    matrix[:n, :n], matrix[n, n] = gamma(points.coordinates, points.coordinates), 0.0
+    right = np.vstack([gamma(points.coordinates, places), np.ones(len(places))])
+    solved = np.linalg.solve(matrix, right)
+    model = ks.Nugget(0.3) + ks.Power(0.5, range=ranges, power=power, azimuth=30.0)
+    result = ks.krige(points, model, places)
+    np.testing.assert_allclose(result.estimate, solved[:n].T @ points.values, rtol=1e-6)
+    np.testing.assert_allclose(result.variance, (solved * right).sum(axis=0), rtol=1e-7)
+    left = ks.krige(ks.Points(points.coordinates[1:], points.values[1:]), model, points.coordinates[:1], neighbors=20)
+    table = ks.cross_validate(points, model, neighbors=20)
+    np.testing.assert_allclose(table[["estimate", "variance"]].iloc[0], [left.estimate.item(), left.variance.item()], rtol=1e-7)

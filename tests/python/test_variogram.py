@@ -286,12 +286,12 @@ def test_bounds():
     assert both.isotropic and both.at_bounds == fitted.at_bounds and both.ranking.parameters[0] == 5
 
 
-@given(st.integers(0, 10_000), st.sampled_from([2, 3]), st.sampled_from(["Spherical", "Exponential", "Gaussian", "Cubic", "CardinalSine", "Matern"]))
+@given(st.integers(0, 10_000), st.sampled_from([2, 3]), st.sampled_from(["Spherical", "Exponential", "Gaussian", "Cubic", "CardinalSine", "Matern", "Power"]))
 @settings(max_examples=30, deadline=None)
 @pytest.mark.filterwarnings("ignore::kestrum.KestrumWarning")
 def test_kriging_takes_what_a_fit_gives(seed, dimension, kind):
     points = scattered(60, dimension, seed)
-    shape = {"smoothness": 1.0} if kind == "Matern" else {}
+    shape = {"Matern": {"smoothness": 1.0}, "Power": {"power": 1.0}}.get(kind, {})
     fitted = ks.variogram(points, lag=6.0).fit(ks.Nugget() + getattr(ks, kind)(range=20.0, **shape))
     result = ks.krige(points, fitted, np.random.default_rng(seed).uniform(0.0, 100.0, (20, dimension)))
     assert np.isfinite(result.estimate).all() and (result.variance >= 0.0).all()
