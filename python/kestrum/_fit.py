@@ -10,7 +10,7 @@ import numpy as np
 
 from . import _core, _door, _memory
 from ._door import Floats
-from ._errors import ArgumentError, DataError, ModelError
+from ._errors import ArgumentError, DataError, ModelError, warn
 from ._models import CovModel, Structure
 from ._points import Points
 
@@ -400,6 +400,11 @@ def fit_likelihood(points: Points, model: CovModel, *, drift: Any = None, fixed:
         With its `log_likelihood`, `at_bounds` and `parameter_covariance`, from the average information. Ranges are sought
         from a tenth of the least distance to three times the largest.
 
+    Warns
+    -----
+    KestrumWarning
+        The search ended before the maximum, where the system of the data cannot be solved to rounding.
+
     Notes
     -----
     The likelihood is that of differences that the drift does not change (H. D. Patterson and R. Thompson, Recovery of
@@ -505,16 +510,32 @@ class _Likelihood:
             # The best factor of all sills is known.
             form.sills = form.sills * float(self.rest @ solved[1] @ self.rest) / (len(self.rest) - self.terms.shape[1])
 
+        ceiling = 1e30
+
         def loss(x: Floats) -> tuple[float, Floats]:
             sills = form.sills.copy()
             sills[free] = x[:nsill]
-            return self.loss(sills, x[nsill:])
+            found = self.loss(sills, x[nsill:])
+            return (ceiling, np.zeros(len(x))) if found is None else found
 
         x = np.concatenate((form.sills[free], form.start))
         bounds = [(0.0, np.inf)] * nsill + list(zip(form.low, form.high))
-        # Again from where the search ended, for it learns its scales on the way.
-        for _ in range(2 if len(x) else 0):
-            x = minimize(loss, x, jac=True, method="L-BFGS-B", bounds=bounds, options={"ftol": 1e-14, "gtol": 1e-8, "maxiter": 200}).x
+        # Again from where the search ended while that helps, for it learns its scales on the way.
+        before = math.inf
+        for _ in range(20 if len(x) else 0):
+            found = minimize(loss, x, jac=True, method="L-BFGS-B", bounds=bounds, options={"ftol": 1e-14, "gtol": 1e-8, "maxiter": 200})
+            x = found.x
+            # Higher, for what cannot be computed, than all that follows, but not so high that a search gives up there.
+            ceiling = found.fun + 10.0
+            if not found.fun < before - 1e-6:
+                break
+            before = found.fun
+        if len(x):
+            inside = (x > [low + 1e-6 for low, _ in bounds]) & (x < [high - 1e-6 for _, high in bounds])
+            slopes = loss(x)[1] * np.concatenate((x[:nsill], np.ones(len(x) - nsill)))
+            if np.abs(slopes[inside]).max(initial=0.0) > 0.1:
+                warn("the search for the likeliest model ended before the maximum: beyond, the system of the data cannot be solved. "
+                     "Add a nugget.")
         sills = form.sills.copy()
         sills[free] = x[:nsill]
         sills[free & (sills < 1e-9 * sills.sum())] = 0.0
@@ -532,11 +553,11 @@ class _Likelihood:
                       + (len(self.rest) - self.terms.shape[1]) * math.log(2.0 * math.pi))
         return loss, projection, correlations
 
-    def loss(self, sills: Floats, p: Floats) -> tuple[float, Floats]:
-        """With the slopes by the free sills and by p."""
+    def loss(self, sills: Floats, p: Floats) -> tuple[float, Floats] | None:
+        """With the slopes by the free sills and by p; None where it cannot be computed."""
         solved = self.solve(sills, p)
-        if solved is None:  # beyond what can be computed
-            return 1e30, np.zeros(int(self.form.sill_free.sum()) + len(p))
+        if solved is None:
+            return None
         loss, projection, correlations = solved
         scores = projection @ self.rest
         of_pairs = projection[self.pairs] - scores[self.pairs[0]] * scores[self.pairs[1]]
@@ -551,7 +572,8 @@ class _Likelihood:
         Average information REML, Biometrics 51, 1995)."""
         self.form = settled
         solved = self.solve(settled.sills, settled.start)
-        assert solved is not None
+        if solved is None:
+            raise ModelError("the search for the likeliest model ended where its system cannot be solved. Add a nugget.")
         scores = solved[1] @ self.rest
         slopes = settled.slopes(lambda p: settled.correlations(p, self.lags))
         changes = [self.matrix(slope, float(name.endswith(".sill"))) @ scores for name, slope in zip(settled.names(), slopes)]

@@ -378,6 +378,20 @@ def test_likelihood_is_at_its_maximum(first, drift, fixed, factor):
     assert (np.linalg.eigvalsh(fitted.parameter_covariance / np.outer(*[np.sqrt(np.diag(fitted.parameter_covariance))] * 2)) > 0.0).all()
 
 
+def test_likelihood_without_a_nugget():
+    # A first step takes the only sill to 0, where there is no likelihood; the best range is at the bound.
+    places = np.random.default_rng(0).uniform(0.0, 100.0, (150, 2))
+    smooth = ks.Points(places, np.sin(places[:, 0] / 25.0) + np.cos(places[:, 1] / 30.0))
+    fitted = ks.fit_likelihood(smooth, ks.Exponential(1.0, range=20.0))
+    sill, longest = fitted.sill, fitted.structures[0].range[0]
+    assert fitted.at_bounds == ("structures[0].range",)
+    tried = [restricted_likelihood(smooth, ks.Exponential(sill * r / longest * by, range=r), np.ones((150, 1)))
+             for r in np.geomspace(0.05, 1.0, 6) * longest for by in (0.8, 1.0, 1.25)]
+    assert max(tried) <= fitted.log_likelihood + 1e-6
+    with pytest.warns(ks.KestrumWarning, match="ended before the maximum.*nugget"):
+        ks.fit_likelihood(smooth, ks.Gaussian(1.0, range=20.0))
+
+
 def test_errors_of_a_likelihood_are_those_of_its_curvature():
     points, first = scattered(250), ks.Nugget(0.5) + ks.Spherical(1.0, range=60.0)
     fitted = ks.fit_likelihood(points, first, fixed="range")
