@@ -35,7 +35,7 @@ int NodeBits::Mark(const T* values, const Set& set, Dealing dealing) noexcept {
   const int inLastWord = nx_ % kMarkBlock;
   if (inLastWord == 0) return total;
   // The rows are end to end. From the last to the first, each is moved up to words of its own.
-  bits_[static_cast<std::size_t>((nxyz_ - 1) / kMarkBlock + 1)] = 0;
+  bits_[static_cast<std::size_t>((nxyz_ - 1) / kMarkBlock) + 1] = 0;
   for (std::ptrdiff_t row = nxyz_ / nx_ - 1; row >= 0; --row) {
     std::uint64_t* const to = bits_.data() + row * wordsPerRow_;
     for (std::ptrdiff_t i = wordsPerRow_ - 1; i >= 0; --i) {

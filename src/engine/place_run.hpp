@@ -64,8 +64,9 @@ struct PlaceRun {
   // Writes the results of a target with n data, whose weighted sum of residuals and explained part are given.
   void Write(std::int64_t target, int n, double sum, double explained, double targetVariance,
              PlaceKrigingReport* report) const noexcept {
-    // Rounding may take a variance of 0.0 below it; more than that, and the model can not be one of a random function.
-    constexpr double kRounding = 1e-9;
+    // Rounding may take a variance of 0.0 below it, smooth models without a nugget by some 1e-8; more than that, and the
+    // model can not be one of a random function.
+    constexpr double kRounding = 1e-6;
     const double variance = targetVariance - explained;
     if (!(variance >= -kRounding * targetVariance)) {
       ++report->indefinite;

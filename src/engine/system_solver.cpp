@@ -125,7 +125,7 @@ void SystemSolver::Solve(const MovingSystems& systems, ChunkSystems& chunk) noex
   systems_ = &systems;
   const auto size = [&](int i) { return chunk.system(i).m; };
   // By size, so that systems of one size are next to one another.
-  int order[kMaxChunk];
+  int order[kMaxChunk] = {};
   int count = 0;
   for (int i = 0; i < chunk.count(); ++i) {
     if (size(i) > 0) {

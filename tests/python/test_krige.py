@@ -270,3 +270,18 @@ def test_power_models_are_their_variograms(power, ranges):
     left = ks.krige(ks.Points(points.coordinates[1:], points.values[1:]), model, points.coordinates[:1], neighbors=20)
     table = ks.cross_validate(points, model, neighbors=20)
     np.testing.assert_allclose(table[["estimate", "variance"]].iloc[0], [left.estimate.item(), left.variance.item()], rtol=1e-7)
+
+
+@pytest.mark.parametrize("model", [ks.Gaussian(1.0, range=60.0), ks.Gaussian(1.0, range=90.0), ks.CardinalSine(1.0, range=60.0)])
+def test_smooth_models_without_a_nugget_leave_data_out(model):
+    """Hundreds of pivots are nothing but rounding; what is left gives the smooth field back."""
+    random = np.random.default_rng(2)
+    places, targets = random.uniform(0.0, 100.0, (600, 2)), random.uniform(5.0, 95.0, (50, 2))
+
+    def field(at):
+        return np.sin(at[:, 0] / 20.0) + np.cos(at[:, 1] / 25.0)
+
+    with pytest.warns(ks.KestrumWarning, match="others say the same"):
+        result = ks.krige(ks.Points(places, field(places)), model, targets)
+    assert np.abs(result.estimate - field(targets)).max() < 1e-3
+    assert ((result.variance >= 0.0) & (result.variance < 1e-5)).all()
