@@ -258,13 +258,13 @@ class CovModel:
 
         return plot.model(self, ax, max_distance)
 
-    def _lifted(self, places: NDArray[np.float64]) -> "CovModel":
+    def _lifted(self, places: NDArray[np.float64], searched: bool) -> "CovModel":
         """For kriging with an unknown mean from data at some places: a model of the same variogram, with power structures of longer ranges
-        and larger sills, so that their covariances are positive definite."""
+        and larger sills, so that their covariances are positive definite. searched: neighbours are taken, not all data."""
         powers = [s for s in self.structures if s.type == "Power"]
         ratios = {tuple(r / s.range[0] for r in s.range) for s in self.structures if s.range} if not self._local() else set()
-        # The search for neighbours is by the ratios of the longest range, which must stay.
-        if not powers or len(ratios) != 1:
+        # A search for neighbours is by the ratios of the longest range, which must stay.
+        if not powers or not ratios or (searched and len(ratios) != 1):
             return self
         extent = 8.0 * max(float(np.linalg.norm(np.ptp(places, axis=0))), 1e-300)
 

@@ -245,10 +245,11 @@ def test_progress(cells, options, capsys):
 
 
 @pytest.mark.parametrize("ranges", [(1.0, 1.0), (1.0, 0.4), (1.0, 0.4, 0.2), (900.0, 700.0)], ids=str)
-@pytest.mark.parametrize("power", [0.5, 1.0, 1.5, 1.9])
-def test_power_models_are_their_variograms(power, ranges):
-    """Whatever their range, by the system of semivariances."""
+@pytest.mark.parametrize("power, sill", [(0.5, 0.0), (0.5, 0.7), (1.0, 0.0), (1.5, 0.7), (1.9, 0.0)])
+def test_power_models_are_their_variograms(power, sill, ranges):
+    """Whatever their range, and that of a spherical structure of another anisotropy, by the system of semivariances."""
     dimension = len(ranges)
+    nested = (40.0, 90.0, 25.0)[:dimension]
     points = scattered(60, dimension)
     places = np.random.default_rng(9).uniform(-100.0, 200.0, (25, dimension))
     axes = np.eye(dimension)
@@ -256,7 +257,8 @@ def test_power_models_are_their_variograms(power, ranges):
 
     def gamma(a, b):
         distance = np.linalg.norm((a[:, None] - b) @ axes.T / ranges, axis=2)
-        return np.where(distance > 0.0, 0.3 + 0.5 * distance**power, 0.0)
+        h = np.minimum(np.linalg.norm((a[:, None] - b) @ axes.T / nested, axis=2), 1.0)
+        return np.where(distance > 0.0, 0.3 + 0.5 * distance**power + sill * (1.5 * h - 0.5 * h**3), 0.0)
 
     n = len(points)
     matrix = np.ones((n + 1, n + 1))
@@ -264,9 +266,13 @@ def test_power_models_are_their_variograms(power, ranges):
     right = np.vstack([gamma(points.coordinates, places), np.ones(len(places))])
     solved = np.linalg.solve(matrix, right)
     model = ks.Nugget(0.3) + ks.Power(0.5, range=ranges, power=power, azimuth=30.0)
+    if sill > 0.0:
+        model += ks.Spherical(sill, range=nested, azimuth=30.0)
     result = ks.krige(points, model, places)
     np.testing.assert_allclose(result.estimate, solved[:n].T @ points.values, rtol=1e-6)
     np.testing.assert_allclose(result.variance, (solved * right).sum(axis=0), rtol=1e-7)
+    if sill > 0.0:
+        return  # neighbours are searched for by the longest range
     left = ks.krige(ks.Points(points.coordinates[1:], points.values[1:]), model, points.coordinates[:1], neighbors=20)
     table = ks.cross_validate(points, model, neighbors=20)
     np.testing.assert_allclose(table[["estimate", "variance"]].iloc[0], [left.estimate.item(), left.variance.item()], rtol=1e-7)
