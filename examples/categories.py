@@ -22,7 +22,7 @@ models = {name: 0.03 * ks.Nugget() + 0.2 * ks.Spherical(1.0, range=1200) for nam
 chances = ks.krige_categories(points, models, plain, mask=inside)
 fields = ks.simulate_categories(points, models, plain, n=2, seed=3, mask=inside)
 
-figure, axes = plt.subplots(2, 3, figsize=(14, 9.4), layout="constrained", sharex=True, sharey=True)
+figure, axes = plt.subplots(2, 3, figsize=(16, 9.4), layout="constrained", sharex=True, sharey=True)
 for ax, name in zip(axes[0], names.values()):
     ks.plot.map(chances.sel(category=name), None, ax, label="probability", cmap="Blues", vmin=0, vmax=1)
     ax.set_title(f"flooded {name}")
@@ -33,5 +33,5 @@ for ax, values, title in zip(axes[1], [likeliest, *fields], ["the likeliest", "r
     ks.plot.map(values.where(inside), codes, ax, label="flooded", cmap=colors, vmin=-0.5, vmax=2.5)
     ax.collections[0].colorbar.set_ticks(range(3), labels=list(models))
     ax.set_title(title)
-figure.savefig(here / "output/categories.png", dpi=120)
+figure.savefig(here / "output/categories.png", dpi=120, bbox_inches="tight")
 print("share of each class:", dict(zip(models, np.round(chances.mean(["x", "y"]).values, 2))))

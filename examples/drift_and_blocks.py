@@ -29,5 +29,5 @@ for ax, name, result in zip(axes[0], ("ordinary kriging", "with the drift"), (or
     ks.plot.map(result.estimate, points, ax, label=name, vmin=low, vmax=high)
 for ax, name, result in zip(axes[1], ("points", "blocks"), (external, blocks)):
     ks.plot.map(np.sqrt(result.variance), None, ax, label=f"standard deviation of {name}", cmap="magma_r", vmin=0.05, vmax=0.45)
-figure.savefig(here / "output/drift_and_blocks.png", dpi=120)
+figure.savefig(here / "output/drift_and_blocks.png", dpi=120, bbox_inches="tight")
 print(f"mean variance: {float(ordinary.variance.mean()):.3f}, with the drift {float(external.variance.mean()):.3f}")

@@ -31,4 +31,4 @@ for ax, (title, values) in zip(axes.flat, maps.items()):
     ax.set_title(title)
 ks.plot.map(ks.ensemble.probability_above(fields, 500.0), None, axes[1, 1], label="probability", cmap="magma_r", vmin=0, vmax=1)
 axes[1, 1].set_title("more than 500 mg/kg")
-figure.savefig(here / "output/uncertainty.png", dpi=120)
+figure.savefig(here / "output/uncertainty.png", dpi=120, bbox_inches="tight")
