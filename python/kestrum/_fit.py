@@ -4,7 +4,7 @@ import itertools
 import math
 from collections.abc import Iterable, Mapping, Sequence
 from dataclasses import dataclass
-from typing import TYPE_CHECKING, Any, Literal
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
@@ -12,7 +12,7 @@ from . import _core, _door, _memory
 from ._door import Floats
 from ._errors import ArgumentError, DataError, ModelError, warn
 from ._models import CovModel, Structure
-from ._points import Points
+from ._points import Points, require_numbers
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -422,10 +422,7 @@ def fit_likelihood(points: Points, model: CovModel, *, drift: Any = None, fixed:
     """
     import pandas as pd
 
-    if not isinstance(points, Points):
-        _door.wrong_type("points", points, "Points (of a table: Points.from_dataframe(table, 'column'))")
-    if points.values.dtype.kind not in "iuf":
-        raise DataError(f"values of {points.name!r} are labels, which have no likelihood here. Give numbers.")
+    require_numbers("points", points, "likelihood here. Give numbers.")
     names = fixed_names(fixed)
     n, dimension = points.coordinates.shape
     _memory.require(100 * n * n, f"the likelihood of {n:,} data", "Take fewer data, or fit a variogram.")

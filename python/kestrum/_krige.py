@@ -12,8 +12,8 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _door, _lazy, _memory, _progress
 from ._door import Floats
 from ._errors import ArgumentError, DataError, GridError, ModelError, warn
-from ._models import CovModel, Range
-from ._points import Points
+from ._models import CovModel, Range, require_model
+from ._points import Points, require_numbers
 from ._targets import Target, Where
 
 if TYPE_CHECKING:
@@ -41,6 +41,12 @@ class _Drift:
 
     def terms(self, dimension: int) -> int:
         return self.covariates + (math.comb(dimension + self.degree, self.degree) if self.degree >= 0 else 0)
+
+    def require_neighbors(self, neighbors: int | None, dimension: int) -> None:
+        """Refuses neighbours that are fewer than the terms."""
+        terms = self.terms(dimension)
+        if neighbors is not None and terms > neighbors:
+            raise ArgumentError(f"neighbors is {neighbors}, but the drift has {terms} terms. Give more neighbors.")
 
 
 def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | None = None, radius: Range | None = None,
@@ -115,12 +121,8 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     >>> result.estimate.sel(x=8, y=3, method="nearest").item() > result.estimate.mean().item()
     True
     """
-    if not isinstance(points, Points):
-        _door.wrong_type("points", points, "Points (of a table: Points.from_dataframe(table, 'column'))")
-    if points.values.dtype.kind not in "iuf":
-        raise DataError(f"values of {points.name!r} are labels, which have no mean. Kriging needs numbers.")
-    if not isinstance(model, CovModel):
-        _door.wrong_type("model", model, "a CovModel, say Nugget(0.1) + Spherical(0.9, range=500)")
+    require_numbers("points", points, "mean. Kriging needs numbers.")
+    require_model(model)
     target = Target(where, lazy=chunks is not None)
     target.require_dimension(points)
     _door.choice("solver", solver, ("cholesky", "gmres"))
@@ -136,8 +138,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     if target.count >= 2**31 and (chunks is None or snap or model._local()):
         raise GridError(f"the result has {target.count:,} cells, more than 2,147,483,647. Take larger cells, or a part of the grid.")
     known = _drift(points, target, mean, drift, taken)
-    if neighbors is not None and known.terms(target.dimension) > neighbors:
-        raise ArgumentError(f"neighbors is {neighbors}, but the drift has {known.terms(target.dimension)} terms. Give more neighbors.")
+    known.require_neighbors(neighbors, target.dimension)
     if neighbors is None or neighbors >= len(points):
         _memory.require(8 * len(points) ** 2 * (radii is None), f"a system of all {len(points):,} data",
                         "Give neighbors=, for instance 20.")
@@ -275,8 +276,8 @@ def _tile(task: _Task, first: tuple[int, ...], extent: tuple[int, ...], blocks: 
     mask, *fields = given
     if mask is not None and not mask.any():
         return np.full((2, *extent), np.nan)
-    for number, field in enumerate(fields):
-        _where_informed("mean" if task.degree < 0 else f"drift {number + 1}", field, mask)
+    for number, values in enumerate(fields):
+        _where_informed("mean" if task.degree < 0 else f"drift {number + 1}", values, mask)
     at_targets = _at_targets(tuple(fields), task.degree < 0) if fields else None
     result = np.empty((2, math.prod(extent)))
     task.krige(task.built.get(task.build), (first, extent), mask, at_targets, result[0], result[1], None)

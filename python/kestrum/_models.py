@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door
-from ._errors import KestrumError, ModelError
+from ._errors import ModelError
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
@@ -402,6 +402,14 @@ def _model(kind: str, sill: Any, range: Any, shape: Any, *angles: Any) -> CovMod
         shape = _parameter(name, shape, above=0.0, **bounds)
     structure = Structure(kind, _parameter("sill", sill, at_least=0.0), _ranges(range), shape)
     return CovModel._of((structure,), [_parameter(name, angle) for name, angle in zip(ANGLES, angles)])
+
+
+def require_model(model: Any, constant: str = "") -> None:
+    """Refuses what is no model; and one that varies, where `constant` says who cannot take it: "Cross-validation needs"."""
+    if not isinstance(model, CovModel):
+        _door.wrong_type("model", model, "a CovModel, say Nugget(0.1) + Spherical(0.9, range=500)")
+    if constant and model._local():
+        raise ModelError(f"model varies from cell to cell. {constant} one of constants.")
 
 
 def Nugget(sill: float | ArrayLike = 1.0) -> CovModel:

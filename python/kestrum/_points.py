@@ -7,6 +7,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _door
+from ._door import Floats
 from ._errors import ArgumentTypeError, DataError, warn
 
 if TYPE_CHECKING:
@@ -267,6 +268,16 @@ class Points:
     def _row(self, number: int) -> int:
         """The row of the arguments that a datum was given in."""
         return int(number if self._rows is None else self._rows[number])
+
+
+def require_numbers(name: str, points: Any, lack: str) -> Floats:
+    """The values as doubles. Labels are refused: they have no `lack`."""
+    if not isinstance(points, Points):
+        _door.wrong_type(name, points, "Points (of a table: Points.from_dataframe(table, 'column'))")
+    if points.values.dtype.kind not in "iuf":
+        raise DataError(f"values of {points.name!r} are labels, which have no {lack}")
+    values: Floats = points.values.astype(np.float64, copy=False)
+    return values
 
 
 def _rebuild(cls: type[Points], *parts: Any) -> Points:

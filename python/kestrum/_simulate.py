@@ -12,7 +12,7 @@ from ._door import Floats
 from ._errors import ArgumentError, DataError, GridError, warn
 from ._grid import Grid
 from ._krige import _drift, _extents, _radii
-from ._models import CovModel, Range
+from ._models import CovModel, Range, require_model
 from ._points import Points
 from ._targets import Target
 from ._transforms import NormalScore
@@ -269,8 +269,7 @@ def _begin(points: Any, model: Any, grid: Any, n: Any, first: Any, seed: Any, ch
     """The target, and how many realizations there are in all and at a time."""
     if points is not None and not isinstance(points, Points):
         _door.wrong_type("points", points, "Points, or None")
-    if not isinstance(model, CovModel):
-        _door.wrong_type("model", model, "a CovModel, say Nugget(0.1) + Spherical(0.9, range=500)")
+    require_model(model)
     target = Target(grid, places_too=False, name="grid")
     if points is not None:
         target.require_dimension(points)

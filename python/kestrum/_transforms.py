@@ -8,9 +8,9 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _door, _memory
 from ._door import Floats
-from ._errors import ArgumentError, DataError, ModelError
+from ._errors import ArgumentError, DataError
 from ._grid import Grid
-from ._models import CovModel
+from ._models import CovModel, require_model
 from ._points import Points
 from ._targets import Target
 
@@ -277,10 +277,7 @@ def _cell_weights(points: Points, sides: Floats, offsets: int) -> Floats:
 def _kriging_weights(points: Points, model: CovModel, grid: "Grid | xr.DataArray | None") -> Floats:
     from scipy.linalg import LinAlgError, cho_factor, cho_solve
 
-    if not isinstance(model, CovModel):
-        _door.wrong_type("model", model, "a CovModel, say Nugget(0.1) + Spherical(0.9, range=500)")
-    if model._local():
-        raise ModelError("model varies from cell to cell. Kriging weights need one of constants.")
+    require_model(model, "Kriging weights need")
     target = Target(grid, places_too=False, name="grid")  # type: ignore[arg-type]
     target.require_dimension(points)
     assert target.grid is not None

@@ -8,11 +8,11 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _memory, _progress
 from ._door import Floats
-from ._errors import ArgumentError, DataError, ModelError, warn
+from ._errors import DataError, warn
 from ._grid import AXES
 from ._krige import _at_points, _Drift, _radii, _same_place, _warn_of, _without_fields
-from ._models import CovModel, Range
-from ._points import Points
+from ._models import CovModel, Range, require_model
+from ._points import Points, require_numbers
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -73,14 +73,8 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
     """
     import pandas as pd
 
-    if not isinstance(points, Points):
-        _door.wrong_type("points", points, "Points (of a table: Points.from_dataframe(table, 'column'))")
-    if points.values.dtype.kind not in "iuf":
-        raise DataError(f"values of {points.name!r} are labels, which have no mean. Kriging needs numbers.")
-    if not isinstance(model, CovModel):
-        _door.wrong_type("model", model, "a CovModel, say Nugget(0.1) + Spherical(0.9, range=500)")
-    if model._local():
-        raise ModelError("model varies from cell to cell. Cross-validation needs one of constants.")
+    values = require_numbers("points", points, "mean. Kriging needs numbers.")
+    require_model(model, "Cross-validation needs")
     n, dimension = points.coordinates.shape
     if n < 2:
         raise DataError("there is one datum: cross-validation needs at least two.")
@@ -88,16 +82,13 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
     neighbors = None if neighbors is None else _door.whole("neighbors", neighbors, 1, 2**31 - 1)
     radii = _radii(radius, dimension)
     known = _drift(points, mean, drift)
-    terms = known.terms(dimension)
-    if neighbors is not None and terms > neighbors:
-        raise ArgumentError(f"neighbors is {neighbors}, but the drift has {terms} terms. Give more neighbors.")
+    known.require_neighbors(neighbors, dimension)
     labels, group, start, member = _folds(folds, n, seed)
     if neighbors is not None and neighbors >= n - 1:
         neighbors = None
     if neighbors is None and radii is None:
         _memory.require(8 * n**2, f"a system of all {n:,} data", "Give neighbors=, for instance 20.")
     native = (model if known.degree < 0 else model._lifted(points.coordinates, neighbors is not None or radii is not None))._native(dimension, None)
-    values = points.values.astype(np.float64, copy=False)
 
     def kriging(rows: Any) -> _core.PlaceKriging:
         at_data = None if known.at_data is None else np.ascontiguousarray(known.at_data[:, rows])

@@ -13,7 +13,7 @@ from ._door import Floats
 from ._errors import ArgumentError, DataError, warn
 from ._fit import FittedModel, fit_variogram
 from ._models import CovModel
-from ._points import Points
+from ._points import Points, require_numbers
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -383,11 +383,7 @@ def _two_points(name: str, points: Any) -> None:
 
 def _numbers(name: str, points: Any) -> Floats:
     _two_points(name, points)
-    if points.values.dtype.kind not in "iuf":
-        raise DataError(f"values of {points.name!r} are labels, which have no difference. "
-                        "Take indicator_variograms, or give numbers.")
-    values: Floats = points.values.astype(np.float64, copy=False)
-    return values
+    return require_numbers(name, points, "difference. Take indicator_variograms, or give numbers.")
 
 
 def _cones(azimuth: Any, tolerance: Any, dip: Any, bandwidth: Any, dimension: int) -> tuple[Floats, Floats, Floats]:
