@@ -29,33 +29,6 @@ def grid(nx, ny, nz=1, sx=1.0, sy=1.0, sz=1.0, ox=0.0, oy=0.0, oz=0.0):
     return dict(nx=nx, ny=ny, nz=nz, sx=sx, sy=sy, sz=sz, ox=ox, oy=oy, oz=oz)
 
 
-def cov_model(elements, angles=(0.0, 0.0, 0.0)):
-    """elements: (type, weight, (rx, ry, rz)) each."""
-    model = k.calloc_VORL_COVMODEL()
-    model.nelem = len(elements)
-    model.covModelElem = k.new_VORL_COVMODELELEM_array(len(elements))
-    for index, (kind, weight, (rx, ry, rz)) in enumerate(elements):
-        element = k.vorl_covModelElem()
-        element.covModelType, element.weightValue = kind, weight
-        element.rxValue, element.ryValue, element.rzValue = rx, ry, rz
-        k.VORL_COVMODELELEM_array_setitem(model.covModelElem, index, element)
-    model.angle1Value, model.angle2Value, model.angle3Value = angles
-    return model
-
-
-def point_sets(points, values, name):
-    record = k.vorl_pointSet()
-    assert k.VORLMallocPointSet(record, len(values), 1) == 0
-    record.npoint, record.nvar = len(values), 1
-    for vector, coordinates in zip((record.x, record.y, record.z), np.transpose(points)):
-        k.vorl_set_real_vector_from_array(vector, 0, coordinates)
-    k.vorl_set_varname(record.varName, 0, name)
-    k.vorl_set_real_vector_from_array(record.var, 0, values)
-    array = k.new_VORL_POINTSET_array(1)
-    k.VORL_POINTSET_array_setitem(array, 0, record)
-    return array
-
-
 def reals(pointer, n):
     array = np.empty(n)
     k.vorl_get_array_from_real_vector(pointer, 0, array)

@@ -9,7 +9,7 @@ from hypothesis import given, settings
 from hypothesis import strategies as st
 
 import kestrum as ks
-import test_kriging
+from test_simulation_reference import Search, continuous, library, nugget, records, spherical
 
 GRID = ks.Grid(9, 7, dx=11.0, dy=13.0, x0=2.0, y0=5.0)
 GRID3 = ks.Grid(5, 4, 3, dx=20.0, dy=25.0, dz=30.0)
@@ -176,27 +176,28 @@ def test_snapping_averages_or_takes_the_last():
         assert ks.krige(points, model, GRID, snap=True, solver="gmres").estimate.values[0, 0] == 5.0
 
 
-@pytest.mark.parametrize("options", [
-    dict(), dict(nneighbor=7), dict(radius=0.4, nneighbor=5), dict(radius=-1.0), dict(azimuth=35.0, nneighbor=9),
-    dict(azimuth=35.0, radius=-1.0), dict(mode=test_kriging.k.KESTRUM_SK, mean=4.0),
-    dict(mode=test_kriging.k.KESTRUM_SK, mean=4.0, radius=-1.0),
-    dict(grid=test_kriging.records.grid(8, 7, 6, sy=1.5, sz=0.5), ranges=(12.0, 8.0, 3.0), nneighbor=9)], ids=str)
-def test_gmres_gives_the_bits_of_the_c_interface(options):
-    case = test_kriging.Case(**options)
-    expected = test_kriging.run(case).reshape(2, case.grid["nz"], case.grid["ny"], case.grid["nx"])
-    g = case.grid
-    grid = ks.Grid(g["nx"], g["ny"], g["nz"], dx=g["sx"], dy=g["sy"], dz=g["sz"], x0=g["ox"], y0=g["oy"], z0=g["oz"])
-    where, values = case.data()
-    dimension = 3 if grid.nz > 1 else 2
-    across, along, vertical = case.ranges
-    ranges = (along, across, vertical)[:dimension]
-    model = ks.Spherical(case.weight, range=ranges, azimuth=case.azimuth) + ks.Nugget(case.nugget)
-    search = {} if case.radius < 0.0 else {"radius": tuple(case.radius * r for r in ranges), "neighbors": case.nneighbor}
+@pytest.mark.parametrize("azimuth, radius, limit, mean", [
+    (0.0, 100.0, 25, None), (0.0, 0.4, 5, None), (35.0, 100.0, 7, None), (0.0, -1.0, 25, None), (35.0, -1.0, 25, None), (0.0, 100.0, 25, 4.0),
+    (0.0, -1.0, 25, 4.0)])
+@pytest.mark.parametrize("ranges", [(14.0, 9.0), (12.0, 8.0, 3.0)], ids=str)
+def test_gmres_gives_the_bits_of_the_c_interface(azimuth, radius, limit, mean, ranges):
+    dimension = len(ranges)
+    grid = ks.Grid(17, 13, dx=2.0, dy=1.3, x0=100.0, y0=-7.0) if dimension == 2 else ks.Grid(8, 7, 6, dy=1.5, dz=0.5)
+    native = records.grid(grid.nx, grid.ny, grid.nz, grid.dx, grid.dy, 1.0 if dimension == 2 else grid.dz, grid.x0, grid.y0)
+    random = np.random.default_rng(20240322)
+    places = centres(grid)[random.choice(grid.nx * grid.ny * grid.nz, 25, replace=False)]
+    values = random.normal(5.0, 1.5, 25)
+    data = [(np.column_stack((places, np.full((25, 3 - dimension), 0.5))), {"value": values})]
+    run = continuous(native, spherical(*ranges, *(0.0,) * (3 - dimension), weight=2.0), nugget(0.3), angles=(azimuth, 0.0, 0.0), points=data,
+                     search=Search(radius, limit), ordinary=mean is None, mean=mean, simulated=False)
+    ranges = (ranges[1], ranges[0], *ranges[2:])
+    model = ks.Spherical(2.0, range=ranges, azimuth=azimuth) + ks.Nugget(0.3)
+    search = {} if radius < 0.0 else {"radius": tuple(radius * r for r in ranges), "neighbors": limit}
     for threads in (1, 2, 3):
-        result = ks.krige(ks.Points(case.nodes()[where, :dimension], values), model, grid, mean=case.mean, snap=True,
-                          solver="gmres", threads=threads, **search)
-        assert np.array_equal(result.estimate.values.reshape(expected[0].shape), expected[0])
-        assert np.array_equal(result.variance.values.reshape(expected[0].shape), expected[1] ** 2)
+        result = ks.krige(ks.Points(places, values), model, grid, mean=mean, snap=True, solver="gmres", threads=threads, **search)
+        estimate, deviation = library(run, threads)[1]
+        assert np.array_equal(result.estimate.values.ravel(), estimate)
+        assert np.array_equal(result.variance.values.ravel(), deviation**2)
 
 
 @given(st.sampled_from([1e-9, 0.3048, 1000.0, 1e9]), st.sampled_from([1e-6, 1e3, 1e12]))

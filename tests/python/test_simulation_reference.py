@@ -1,4 +1,8 @@
-"""Runs of the library, node by node, against the reference in reference_simulation.py."""
+"""Runs of the library, node by node, against the reference in reference_simulation.py; and runs that fail or are stopped."""
+
+import threading
+import time
+from dataclasses import replace
 
 import numpy as np
 import pytest
@@ -11,6 +15,7 @@ from reference_simulation import Element, Model, Run, Search
 FLAT = records.grid(12, 9, sx=1.0, sy=1.5, ox=10.0, oy=-3.0)
 SOLID = records.grid(7, 5, 3, sx=2.0, sy=1.0, sz=0.5)
 LINE = records.grid(15, 1, ox=-7.0)
+WIDE = records.grid(41, 29, sy=0.5)
 CATEGORIES = (1.0, 2.5, -4.0)
 
 
@@ -243,6 +248,13 @@ CONTINUOUS = {
     "neighbours dropped": continuous(SOLID, spherical(8.0, 4.0, 4.0), UNSOLVED, search=Search(1.0, 4), ordinary=True),
     "estimation": continuous(FLAT, simulated=False, ordinary=True, **with_data(FLAT), mask=mask(FLAT)),
     "estimation, all data": continuous(FLAT, simulated=False, **with_data(FLAT), search=Search(-1.0)),
+    "estimation, all data, turned": continuous(
+        FLAT, *TURNED, angles=(75.0, 0.0, 0.0), simulated=False, images=[{"value": sparse(FLAT, 60)}], search=Search(-1.0),
+        mean=ramp(FLAT, 2, 6), variance=ramp(FLAT, 0.5, 4), mask=mask(FLAT)
+    ),
+    "estimation, few data": continuous(
+        WIDE, spherical(30.0, 12.0), nugget(), simulated=False, ordinary=True, images=[{"value": sparse(WIDE, 9)}], search=Search(1.0, 5)
+    ),
 }
 INDICATOR = {
     "binary": indicator(FLAT, 5.0, nrealization=2),
@@ -266,6 +278,9 @@ INDICATOR = {
         Model([spherical(ramp(FLAT, 3, 6), 2.0, 1.0), nugget()], (40.0, 0.0, 0.0)),
         data=CATEGORIES,
     ),
+    # The systems of one model are solved once where the limits are one as well.
+    "two alike": indicator(FLAT, 5.0, 5.0, data=[1.0, 2.5]),
+    "two alike, limits": indicator(FLAT, 5.0, 5.0, searches=[Search(1.0, 9), Search(1.0, 2)], data=[1.0, 2.5], ordinary=True),
     "unsolved": indicator(LINE, Model([spherical(4.0), UNSOLVED]), 4.0),
     "estimation": indicator(FLAT, 5.0, data=[1.0, 0.0], simulated=False),
     "estimation, sum above one": indicator(
@@ -281,12 +296,11 @@ INDICATOR = {
         mask=mask(FLAT),
     ),
     # Between the two data both categories come out as impossible.
-    "estimation, zeros": indicator(
+    "zeros": indicator(
         LINE,
         Model([Element(reference.POWER, 1.0, (1.25, 0.0, 0.0), 1.2)]),
         Model([Element(reference.POWER, 1.0, (1.0 / 1.2, 0.0, 0.0), 1.0)]),
         searches=[Search(2.0, 2), Search(3.0, 1)],
-        simulated=False,
         probability=[1.0, 0.0],
         points=[([(-1.5, 0.5, 0.5), (0.5, 0.5, 0.5)], {"value": [2.5, 2.5]})],
     ),
@@ -297,6 +311,7 @@ for name, elements in KINDS.items():
     for kriging in ("simple", "ordinary"):
         search = Search(1.0, 6)
         CASES[f"{name}, {kriging}"] = continuous(FLAT, *elements, ordinary=kriging == "ordinary", search=search)
+CASES |= {f"{name}, estimated": replace(run, simulated=False) for name, run in CASES.items() if run.simulated and (run.images or run.points)}
 
 
 def check(run):
@@ -321,3 +336,44 @@ def test_a_seed_of_zero_goes_on_with_the_sequence(seed, increment):
     check(continuous(FLAT, **with_data(FLAT), **fields))
     check(continuous(FLAT, **with_data(FLAT, **bounds(FLAT)), passes=(3, 3), **fields))
     check(indicator(FLAT, 5.0, 3.0, data=[1.0, 2.5], **fields))
+
+
+def test_a_refused_input_has_its_status():
+    inp, out, monitor = k.vorl_kestrumInput(), k.vorl_kestrumOutput(), k.vorl_progressMonitor()
+    inp.simGrid = k.calloc_VORL_GRID()
+    callback = k.VORLUpdateProgressMonitor0_ptr
+    assert k.VORLOMPKestrumSim(inp, out, monitor, callback, 1) == -601
+    records.fill_grid(inp.simGrid, records.grid(2, 2))
+    assert k.VORLOMPKestrumSim(inp, out, monitor, callback, 1) == -71046
+    monitor.abortedJobFlag = k.TRUE
+    assert k.VORLOMPKestrumSim(inp, out, monitor, callback, 1) == -1000
+    assert out.outputImage is None
+    k.VORLKestrumFreeKestrumInput(inp)
+
+
+@pytest.mark.parametrize("simulated", [False, True])
+def test_another_thread_can_stop_a_run(simulated):
+    """The other thread can act during the run only if the run has released the interpreter. A threaded estimation
+    looks at the flag now and then, a simulation after the current realization, which takes a second at most."""
+    grid = records.grid(100, 50) if simulated else records.grid(400, 100)
+    search = Search(1.0, 20) if simulated else Search(-1.0)
+    run = continuous(grid, spherical(100.0), nugget(1.0), search=search, simulated=simulated, ordinary=not simulated,
+                     images=[{"value": sparse(grid, 60)}], increment=5003, nrealization=500)
+    inp, out, monitor = native_input(run), k.vorl_kestrumOutput(), k.vorl_progressMonitor()
+    seen = []
+
+    def stop():
+        while not seen or seen[-1] < 1:
+            time.sleep(0.001)
+            seen.append(monitor.allRealizationProgress)
+        monitor.abortedJobFlag = k.TRUE
+
+    other = threading.Thread(target=stop, daemon=True)
+    other.start()
+    status = k.VORLOMPKestrumSim(inp, out, monitor, k.VORLUpdateProgressMonitor0_ptr, 2)
+    other.join()
+    assert status == -1000
+    assert 1 <= monitor.allRealizationProgress < 100
+    assert out.outputImage is None
+    assert not simulated or 0 < monitor.currentRealization < 500
+    k.VORLKestrumFreeKestrumInput(inp)

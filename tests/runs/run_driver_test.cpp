@@ -309,26 +309,21 @@ TEST_F(RunDriver, IndicatorProportions) {
   }
 }
 
-// Categories share their systems only where models and neighbourhoods are the same: each keeps its own wherever it is
-// in the list.
-TEST_F(RunDriver, OrderOfCategoriesDoesNotMatter) {
-  const VORL_GRID grid = MakeGrid(12, 10, 1);
-  std::vector<real> data(120, VORL_MISSING_VALUE);
-  for (int i = 0; i < 120; i += 7) data[i] = 1.0 + i % 2;
-  const auto estimate = [&](bool swapped, bool differentModels) {
-    IndicatorRunRecords records(grid, kModel, swapped ? std::vector{2.0, 1.0} : std::vector{1.0, 2.0}, data);
-    records.input.computationMode = KESTRUM_SK;
-    const int second = swapped ? 0 : 1;
-    if (differentModels) records.SetModel(second, {{COV_EXPONENTIAL, 1.0, 4.0, 4.0, 4.0}});
-    if (!differentModels) records.input.nneighborMax[second] = 2;
-    EXPECT_EQ(records.Run(), 0);
-    std::vector<real> values(records.output.outputImage->var, records.output.outputImage->var + 240);
-    if (swapped) std::rotate(values.begin(), values.begin() + 120, values.end());
-    return values;
-  };
-  for (const bool differentModels : {false, true}) {
-    const std::vector<real> expected = estimate(false, differentModels), values = estimate(true, differentModels);
-    for (int i = 0; i < 240; ++i) EXPECT_NEAR(values[i], expected[i], 1e-12);
+// All probabilities of a node come out as zero, which a warning reports: its answer ends the threaded form alone.
+TEST_F(RunDriver, AnswersToAWarning) {
+  const real m = VORL_MISSING_VALUE;
+  const auto stop = [](VORL_PROGRESSMONITOR* monitor) { return monitor->warningNumber == 2020 ? -5 : 0; };
+  for (const auto mode : {KESTRUM_SIM_SK, KESTRUM_SK}) {
+    for (const int nthreads : {0, 2}) {
+      // The weights of the two data add up to more than 1, which cuts the first category to 0.0; the second is 0.0 at
+      // the data as well, and the data mean nothing to the third.
+      IndicatorRunRecords records(MakeGrid(3, 1, 1), {{COV_GAUSSIAN, 1.0, 9.0, 9.0, 9.0}}, {1, 2, 3}, {3, m, 3});
+      records.SetModel(2, {{COV_NUGGET, 1.0, 1.0, 1.0, 1.0}});
+      records.input.computationMode = mode;
+      records.input.probabilityUsage = 1;
+      records.input.probabilityValue = NewVector<real>({1.0, 0.0, 0.0});
+      EXPECT_EQ(records.Run(nthreads, stop), nthreads == 0 ? 0 : -5);
+    }
   }
 }
 

@@ -8,6 +8,7 @@
 #include <tuple>
 #include <vector>
 
+#include "neighborhood/neighbor_search.hpp"
 #include "neighborhood/search_neighborhood.hpp"
 #include "runs/run_records.hpp"
 #include "support/allocation_failure.hpp"
@@ -145,6 +146,57 @@ TEST(SearchNeighborhood, SpecialSizes) {
   EXPECT_EQ(masked.list.ixMax, 1);
   VORLFreeImage(mask);
   std::free(mask);
+}
+
+// The search among sparse data must find just what walking the list finds, at every node.
+TEST(NeighborSearch, FindsAmongSparseDataWhatWalkingFinds) {
+  const struct {
+    VORL_GRID grid;
+    int ndata;
+    real range[3];
+    int limit;
+    int sortMode;
+  } cases[] = {
+      {MakeGrid(150, 40, 1), 60, {30.0, 30.0, 30.0}, 8, 1}, {MakeGrid(150, 40, 1), 60, {400.0, 10.0, 1.0}, 20, 1},
+      {MakeGrid(70, 90, 1), 9, {60.0, 20.0, 5.0}, 12, 0},   {MakeGrid(40, 30, 12), 80, {20.0, 12.0, 6.0}, 10, 1},
+      {MakeGrid(500, 1, 1), 40, {90.0, 1.0, 1.0}, 6, 2},    {MakeGrid(130, 130, 1), 3000, {40.0, 40.0, 1.0}, 20, 1},
+      {MakeGrid(64, 64, 1), 2, {5.0, 5.0, 5.0}, 3, 1},
+  };
+  for (const auto& c : cases) {
+    List lists({{COV_SPHERICAL, 1.0, c.range[0], c.range[1], c.range[2]}});
+    ASSERT_EQ(lists.Build(c.grid, 1.0, c.sortMode), 0);
+    VORL_SEARCHNEIGHBORHOOD& offsets = lists.list;
+    kestrum::NodeBits isDatum;
+    ASSERT_EQ(isDatum.Allocate(c.grid.nxyz), 0);
+    std::vector<int> shift(offsets.size);
+    for (int e = 0; e < offsets.size; ++e) {
+      shift[e] = offsets.ix[e] + offsets.iy[e] * c.grid.nx + offsets.iz[e] * c.grid.nxy;
+    }
+    for (const Datum& d : RandomData(c.grid, c.ndata, 3)) {
+      isDatum.Set(d.ix + d.iy * c.grid.nx + d.iz * c.grid.nxy);
+    }
+    const kestrum::NeighborList list{&offsets, shift.data(), c.limit, c.grid};
+    kestrum::SparseNeighborSearch search;
+    ASSERT_EQ(search.Prepare(list, isDatum, c.ndata), 0);
+    kestrum::SparseNeighborSearch::Scratch scratch;
+    ASSERT_EQ(search.AllocateScratch(scratch), 0);
+    std::vector<int> found(c.limit), walked(c.limit);
+    const int run = kestrum::SparseNeighborSearch::kMaxRun;
+    for (int node = 0; node < c.grid.nxyz; ++node) {
+      const kestrum::NodeCoordinates at = kestrum::CoordinatesOf(c.grid, node);
+      if (at.ix % run == 0) search.StartRun(at, std::min(at.ix + run, c.grid.nx) - 1, scratch);
+      const int m = search.Find(node, at, scratch, found.data());
+      std::vector<int> expected;
+      for (int e = 0; e < offsets.size && static_cast<int>(expected.size()) < c.limit; ++e) {
+        const int x = at.ix + offsets.ix[e], y = at.iy + offsets.iy[e], z = at.iz + offsets.iz[e];
+        const bool inside = x >= 0 && x < c.grid.nx && y >= 0 && y < c.grid.ny && z >= 0 && z < c.grid.nz;
+        if (inside && isDatum[node + shift[e]] != 0) expected.push_back(e);
+      }
+      ASSERT_EQ(std::vector<int>(found.begin(), found.begin() + m), expected) << node;
+      const int n = kestrum::WalkNeighbors(list, node, isDatum, walked.data());
+      ASSERT_EQ(std::vector<int>(walked.begin(), walked.begin() + n), expected) << node;
+    }
+  }
 }
 
 TEST(SearchNeighborhood, RecordsAndFailingAllocations) {
