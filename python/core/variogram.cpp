@@ -56,7 +56,8 @@ double Projection(const Array<double>& matrix, const Array<double>& drift, Array
   Monitor monitor;
   RaiseFor(RunWatched(py::none(), monitor, [&] {
     return ProjectOutDrift(static_cast<int>(n), static_cast<int>(drift.shape(0)), matrix.data(), drift.data(),
-                           Dealing::Threads(nthreads), to, &logDeterminant);
+                           Dealing::Threads(nthreads), {&monitor.record, &Monitor::Update, true, true}, to,
+                           &logDeterminant);
   }));
   return logDeterminant;
 }

@@ -263,12 +263,20 @@ def fit_variogram(variogram: "Variogram", model: Any, weights: Any, fixed: Any) 
         raise DataError("no semivariance is above 0: there is nothing to fit.")
     weight = {"pairs": pairs, "pairs/lag2": pairs / lag**2, "equal": np.ones_like(lag)}[weights]
     lags = lag[:, None] * np.repeat(variogram._axes(), found.sum(axis=1), axis=0)
-    fits, counts = [], []
+    fits, counts, refused = [], [], []
     for candidate in candidates:
-        form = Form(candidate, names, variogram.dimension, 0.1 * lag.min(), 3.0 * lag.max())
-        counts.append(len(form.free) + int(form.sill_free.sum()))
-        _require_told(form, variogram, int(found.sum()), counts[-1])
-        fits.append(_least_squares(form, lags, gamma, weight))
+        try:
+            form = Form(candidate, names, variogram.dimension, 0.1 * lag.min(), 3.0 * lag.max())
+            count = len(form.free) + int(form.sill_free.sum())
+            _require_told(form, variogram, int(found.sum()), count)
+            fits.append(_least_squares(form, lags, gamma, weight))
+            counts.append(count)
+        except (DataError, ModelError) as error:
+            refused.append((candidate, error))
+    if not fits:
+        raise refused[0][1]
+    if refused:
+        warn(f"{len(refused)} of {len(candidates)} candidates were left out. The first, {refused[0][0]}: {refused[0][1]}")
     order = sorted(range(len(fits)), key=lambda i: fits[i][1])
     ranking = pd.DataFrame({"model": [str(_plain(fits[i][0].model)) for i in order], "residual": [fits[i][1] for i in order],
                             "parameters": [counts[i] for i in order]})

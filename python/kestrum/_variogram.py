@@ -92,6 +92,11 @@ class Variogram:
         DataError
             There are fewer lags than parameters, or no semivariance is above 0.
 
+        Warns
+        -----
+        KestrumWarning
+            Some of several candidates were left out for one of these; if all are, the first error is raised.
+
         Notes
         -----
         Each lag is taken at its mean distance along its direction. The search begins at the first guess and at the best of a

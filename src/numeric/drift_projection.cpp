@@ -12,8 +12,8 @@
 
 namespace kestrum {
 
-int ProjectOutDrift(int n, int q, const double* matrix, const double* drift, const Dealing& dealing, double* projection,
-                    double* logDeterminant) noexcept {
+int ProjectOutDrift(int n, int q, const double* matrix, const double* drift, const Dealing& dealing,
+                    const Progress& progress, double* projection, double* logDeterminant) noexcept {
   // Blocks of columns that are solved at a time.
   constexpr std::ptrdiff_t kBlocks = 6;
   const std::ptrdiff_t size = static_cast<std::ptrdiff_t>(n) + q;
@@ -22,7 +22,7 @@ int ProjectOutDrift(int n, int q, const double* matrix, const double* drift, con
   for (std::ptrdiff_t i = 0; i < n; ++i) SetFactorRow(n, static_cast<int>(i), matrix + i * n, factor.data());
   for (std::ptrdiff_t j = 0; j < q; ++j) SetFactorRow(n, static_cast<int>(n + j), drift + j * n, factor.data());
   *logDeterminant = std::numeric_limits<double>::infinity();
-  if (!Factorise(dealing, n, q, factor.data())) return 0;
+  if (!Factorise(dealing, n, q, factor.data(), BestSimdLevel(), nullptr, progress)) return progress.After(0);
   // The pivots of the drift are below zero.
   const double* const inversePivots = factor.data() + InversePivotsStart(size);
   double sum = 0.0;
@@ -35,7 +35,7 @@ int ProjectOutDrift(int n, int q, const double* matrix, const double* drift, con
     double explained[kColumns];
     if (const int status = b.Allocate(static_cast<std::size_t>(size * kColumns)); status != 0)
       return word.store(status);
-    for (std::ptrdiff_t begin = thread * kColumns; begin < n; begin += team * kColumns) {
+    for (std::ptrdiff_t begin = thread * kColumns; begin < n && !progress.Aborted(); begin += team * kColumns) {
       const std::ptrdiff_t count = std::min<std::ptrdiff_t>(kColumns, n - begin);
       const auto place = [&](std::ptrdiff_t i, std::ptrdiff_t column) {
         return static_cast<std::size_t>((column / kLanes * size + i) * kLanes + column % kLanes);
@@ -50,7 +50,7 @@ int ProjectOutDrift(int n, int q, const double* matrix, const double* drift, con
     }
   });
   *logDeterminant = sum;
-  return word.load();
+  return progress.After(word.load());
 }
 
 }  // namespace kestrum

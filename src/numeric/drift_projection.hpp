@@ -2,6 +2,7 @@
 #define KESTRUM_NUMERIC_DRIFT_PROJECTION_HPP
 
 #include "core/parallel.hpp"
+#include "core/progress.hpp"
 
 namespace kestrum {
 
@@ -13,9 +14,10 @@ namespace kestrum {
 //   projection      out: n rows of n numbers
 //   logDeterminant  out: the sum of the logarithms; infinite if A is not positive definite to rounding or the columns
 //                   depend on each other, and `projection` is not written then
-// Returns 0 or the status of a failed allocation. The bits do not depend on the number of threads.
+//   progress        whether to go on is asked for all along
+// Returns 0, kAborted or the status of a failed allocation. The bits do not depend on the number of threads.
 [[nodiscard]] int ProjectOutDrift(int n, int q, const double* matrix, const double* drift, const Dealing& dealing,
-                                  double* projection, double* logDeterminant) noexcept;
+                                  const Progress& progress, double* projection, double* logDeterminant) noexcept;
 
 }  // namespace kestrum
 

@@ -22,7 +22,8 @@ struct Input {
     }
   }
   int Project(const Dealing& dealing) {
-    return kestrum::ProjectOutDrift(n, 2, matrix.data(), drift.data(), dealing, projection.data(), &logDeterminant);
+    return kestrum::ProjectOutDrift(n, 2, matrix.data(), drift.data(), dealing, kestrum::Progress(nullptr, nullptr),
+                                    projection.data(), &logDeterminant);
   }
   std::vector<double> matrix, drift, projection;
   double logDeterminant = 0.0;

@@ -40,7 +40,7 @@ CALLS = [
     "ks.variogram(scattered(100_000), lag=20.0, n_lags=50)",
     "ks.cross_validate(many, model)",
     "ks.cross_validate(scattered(200_000), model, neighbors=40)",
-    "ks.fit_likelihood(few, model)",
+    "ks.fit_likelihood(scattered(2500), model)",
     "ks.variogram(few, lag=50.0).fit(model)",
     "ks.krige(many, model, ks.Grid(900, 900), neighbors=20, chunks={'y': 100, 'x': 100}).compute()",
     "ks.write_gslib(ks.Grid(3000, 3000).to_xarray(random.normal(size=(3000, 3000)), 'v'), '/dev/null')",

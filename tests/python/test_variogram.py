@@ -249,6 +249,16 @@ def test_fits_find_the_model_of_a_variogram(true, first, fixed):
     assert fitted.azimuth == pytest.approx(true.azimuth, abs=1e-2) and fitted.residual < 1e-6 * true.sill**2
 
 
+def test_candidates_that_cannot_be_fitted_are_left_out():
+    variogram = exact(ks.Nugget(0.2) + ks.Spherical(0.8, range=35.0), 2)
+    directional, linear = ks.Spherical(range=(30.0, 20.0)), ks.Linear(range=30.0)
+    with pytest.warns(ks.KestrumWarning, match="^2 of 3 candidates were left out. The first, .*: the model is anisotropic"):
+        fitted = variogram.fit([directional, ks.Nugget() + ks.Spherical(range=30.0), linear])
+    assert fitted.structures[1].range[0] == pytest.approx(35.0) and len(fitted.ranking) == 1
+    with pytest.raises(ks.ModelError, match="Linear"):
+        variogram.fit([linear, directional])
+
+
 def test_what_a_fit_tells():
     points = scattered(600, step=0.5).merged()
     v = ks.variogram(points, lag=3.0)
