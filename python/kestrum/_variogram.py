@@ -260,11 +260,13 @@ def _variogram(points: Points, other: Points | None, warning: bool, lag: Any = N
     width = diagonal / 3.0 / n_lags if lag is None else _door.number("lag", lag, above=0.0)
     distance, gamma, pairs, coincident = _core.point_variogram(
         points.coordinates, points.values.astype(np.float64, copy=False),
-        None if other is None else other.values.astype(np.float64, copy=False), width, n_lags, kind, cones, threads, None)
+        None if other is None else other.values.astype(np.float64, copy=False),
+        min(width, 2.0 * diagonal),  # a longer one holds all pairs just so, but its square can overflow
+        n_lags, kind, cones, threads, None)
     name = points.name if other is None else f"{points.name}, {other.name}"
     result = Variogram(azimuths, dips, distance, gamma, pairs, dimension, name, estimator if other is None else "cross")
     if warning:
-        _warn_of(result, points, width, diagonal, coincident)
+        _warn_of(result, [points] if other is None else [points, other], width, diagonal, coincident)
     for array in (azimuths, dips, distance, gamma, pairs):
         array.flags.writeable = False
     return result
@@ -356,7 +358,7 @@ def variogram_cloud(points: Points, max_distance: float) -> "pd.DataFrame":
     return pd.DataFrame(columns | {"gamma": 0.5 * (values[i] - values[j]) ** 2})
 
 
-def _warn_of(result: Variogram, points: Points, width: float, diagonal: float, coincident: int) -> None:
+def _warn_of(result: Variogram, variables: list[Points], width: float, diagonal: float, coincident: int) -> None:
     n_lags = result.lag.shape[1]
     found = result.pairs > 0
     if not found.any():
@@ -364,8 +366,9 @@ def _warn_of(result: Variogram, points: Points, width: float, diagonal: float, c
                         f"{'' if math.isnan(result.azimuth[0]) else ', tolerance or bandwidth'}.")
     if coincident:
         warn(f"{coincident:,} pairs are at distance 0 and left out. Put values at one place together by points.merged().")
-    if (points.values == points.values[0]).all():
-        warn(f"all values of {points.name!r} are {_door.show(points.values[0])}: the variogram is 0.")
+    for variable in variables:
+        if (variable.values == variable.values[0]).all():
+            warn(f"all values of {variable.name!r} are {_door.show(variable.values[0])}: the variogram is 0.")
     too_long = n_lags * width > diagonal * (1.0 + 1e-9)
     if too_long:
         warn(f"lags reach to {n_lags * width:g}, but no two points are more than {diagonal:g} apart. Give a smaller lag.")

@@ -147,6 +147,8 @@ def test_refusals(points, options, text):
 @pytest.mark.parametrize("points, options, text", [
     (FEW, dict(lag=10.0, n_lags=6), "1 pairs are at distance 0"), (FEW.with_values([2.0] * 4).merged(), dict(lag=10.0, n_lags=5), "all values .* are 2.0"),
     (FEW.merged(), dict(lag=10.0, n_lags=6), "lags reach to 60, but .* 50 apart"), (FEW.merged(), dict(lag=10.0, n_lags=5), r"3 of 5 lags .* \(lags 1, 2, 3\)"),
+    (FEW.merged(), dict(lag=1e300), "lags reach to 1.5e.301, but .* 50 apart"),
+    (FEW.merged(), dict(lag=10.0, n_lags=5, other=FEW.merged().with_values([7.0] * 3, "flat")), "all values of 'flat' are 7"),
     (FEW.merged(), dict(lag=50.0, n_lags=1, azimuth=[37, 127]), "no pair of points is in the direction of azimuth 127"),
     (FEW.merged(), dict(lag=60.0, n_lags=1, azimuth=[37, 127]), "no pair of points is in the direction of azimuth 127")], ids=str)
 def test_warnings(points, options, text):
