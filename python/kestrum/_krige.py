@@ -226,7 +226,7 @@ def _prepared(points: Points, model: CovModel, target: Target, neighbors: int | 
         at = np.unravel_index(kept[inside], target.grid.shape)
         places = np.column_stack([axis[index] for axis, index in zip(axes[::-1], at[::-1])])
     if known.degree >= 0:
-        model = model._lifted(places, neighbors is not None or radii is not None)
+        model = model._lifted(places)
     return _Task(model, target, places, values, errors, at_data, neighbors or 0, radii or (0.0, 0.0, 0.0), known.degree, known.mean,
                  cells, threads)
 

@@ -258,23 +258,27 @@ class CovModel:
 
         return plot.model(self, ax, max_distance)
 
-    def _lifted(self, places: NDArray[np.float64], searched: bool) -> "CovModel":
-        """For kriging with an unknown mean from data at some places: a model of the same variogram, with power structures of longer ranges
-        and larger sills, so that their covariances are positive definite. searched: neighbours are taken, not all data."""
-        powers = [s for s in self.structures if s.type == "Power"]
-        ratios = {tuple(r / s.range[0] for r in s.range) for s in self.structures if s.range} if not self._local() else set()
-        # A search for neighbours is by the ratios of the longest range, which must stay.
-        if not powers or not ratios or (searched and len(ratios) != 1):
+    def _lifted(self, places: NDArray[np.float64]) -> "CovModel":
+        """For kriging with an unknown mean from data at some places: a model of the same variogram and the same search, with power
+        structures of longer ranges and larger sills, so that their covariances are positive definite."""
+        if self._local() or all(s.type != "Power" for s in self.structures):
             return self
+        dimension = places.shape[1]
         extent = 8.0 * max(float(np.linalg.norm(np.ptp(places, axis=0))), 1e-300)
 
         def lifted(s: Structure) -> Structure:
             # A power of two, so that the ratios stay to the last bit.
-            factor = 2.0 ** np.clip(np.ceil(np.log2(extent / min(s.range[:places.shape[1]]))), 0.0, 500.0)
+            factor = 2.0 ** np.clip(np.ceil(np.log2(extent / min(s.range[:dimension]))), 0.0, 500.0)
             assert s.shape is not None
             return Structure(s.type, float(s.sill * factor**s.shape), tuple(float(r * factor) for r in s.range), s.shape)
 
-        return CovModel._of(tuple(lifted(s) if s.type == "Power" else s for s in self.structures), self._angles)
+        structures = tuple(lifted(s) if s.type == "Power" else s for s in self.structures)
+        before, after = (np.max([s.range[:dimension] for s in of if s.range and s.sill > 0.0], axis=0) for of in (self.structures, structures))
+        if len(set(after / before)) > 1:
+            # Neighbours are searched for by the longest range along each axis: a structure that adds nothing else keeps the ratios.
+            factor = 2.0 ** np.ceil(np.log2(np.max(after / before)))
+            structures += (Structure("Spherical", 2.0**-100 * self.sill, tuple(map(float, before * factor)), None),)
+        return CovModel._of(structures, self._angles)
 
     def _local(self) -> bool:
         """Whether some parameter varies over a grid."""

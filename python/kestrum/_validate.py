@@ -88,7 +88,7 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
         neighbors = None
     if neighbors is None and radii is None:
         _memory.require(8 * n**2, f"a system of all {n:,} data", "Give neighbors=, for instance 20.")
-    native = (model if known.degree < 0 else model._lifted(points.coordinates, neighbors is not None or radii is not None))._native(dimension, None)
+    native = (model if known.degree < 0 else model._lifted(points.coordinates))._native(dimension, None)
 
     def kriging(rows: Any) -> _core.PlaceKriging:
         at_data = None if known.at_data is None else np.ascontiguousarray(known.at_data[:, rows])

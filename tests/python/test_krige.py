@@ -272,8 +272,12 @@ def test_power_models_are_their_variograms(power, sill, ranges):
     result = ks.krige(points, model, places)
     np.testing.assert_allclose(result.estimate, solved[:n].T @ points.values, rtol=1e-6)
     np.testing.assert_allclose(result.variance, (solved * right).sum(axis=0), rtol=1e-7)
-    if sill > 0.0:
-        return  # neighbours are searched for by the longest range
+    # Neighbours are searched for by the longest range along each axis.
+    longest = np.maximum(ranges, nested) if sill > 0.0 else ranges
+    near = np.argsort(np.linalg.norm((points.coordinates - places[0]) @ axes.T / longest, axis=1))[:20]
+    chosen = ks.krige(points, model, places[:1], neighbors=20)
+    alone = ks.krige(ks.Points(points.coordinates[near], points.values[near]), model, places[:1])
+    np.testing.assert_allclose([chosen.estimate, chosen.variance], [alone.estimate, alone.variance], rtol=1e-7)
     left = ks.krige(ks.Points(points.coordinates[1:], points.values[1:]), model, points.coordinates[:1], neighbors=20)
     table = ks.cross_validate(points, model, neighbors=20)
     np.testing.assert_allclose(table[["estimate", "variance"]].iloc[0], [left.estimate.item(), left.variance.item()], rtol=1e-7)
