@@ -321,9 +321,6 @@ TEST(ConnectivityCurves, ProgressAndStatuses) {
   }
   EXPECT_EQ(VORLOMPImageConnectivityEulerNumber(&image, 0, &number, 0), -3);
   EXPECT_EQ(VORLImageConnectivityGlobalIndicator(&image, 0, &count, &number, nullptr, &value), -20);
-  image.grid->nx = -5;
-  expect(-611, image, 4, t.data(), FALSE, 2);
-  EXPECT_EQ(VORLImageConnectivityEulerNumber(&image, 0, &number), -611);
 }
 
 }  // namespace

@@ -191,9 +191,6 @@ TEST(Geobodies, StatusesAndFrame) {
     EXPECT_EQ(call(2, &out), -1100);
     EXPECT_EQ(call(1, &out), -623);
     EXPECT_EQ(call(0, &image), -20);
-    image.grid->nxy = 5;
-    EXPECT_EQ(call(0, &out), -611);
-    image.grid->nxy = 6;
     EXPECT_EQ(out.var, nullptr);
     EXPECT_EQ(call(0, &out), 0);
     EXPECT_STREQ(out.varName[0], form.name);

@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "analysis/moving_average.hpp"
-#include "support/allocation_failure.hpp"
 #include "support/test_image.hpp"
 
 namespace {
@@ -262,36 +261,11 @@ TEST(MovingNeighborhoodAverage, AgainstEntryByEntry) {
   }
 }
 
-TEST(MovingAverage, FailingAllocationsAndRefusals) {
-  Image in(Grid(4, 3, 2), {"v"}, {1.0, kMissing, 3.0});
+TEST(MovingAverage, Refusals) {
+  Image in(Grid(4, 3, 2), {"v"}, {1.0, kMissing, 3.0}), out;
   Neighborhood list(2);
-  double w[] = {0.5, 0.25, 0.25}, one[] = {1.0}, output[24];
-  const auto sum = [&](auto form, auto... threads) {
-    return form(4, 3, 2, 1, 3, 1, 1, w, one, one, in.var, output, 0.5, threads...);
-  };
-  const auto box = [&](auto form, BOOLEAN proportion, auto... threads) {
-    Image out;
-    return form(3.0, 1.0, 1.0, &in, &out, proportion, 1.0, FALSE, threads...);
-  };
-  const auto neighborhood = [&](auto form, auto... threads) {
-    Image out;
-    return form(&list, &in, &out, FALSE, 0.0, FALSE, threads...);
-  };
-  kestrum_test::ForEachFailingAllocation({
-      {"sum", [&] { return sum(VORLMovingBoxSum); }},
-      {"sum, threads", [&] { return sum(VORLOMPMovingBoxSum, 2); }},
-      {"box", [&] { return box(VORLMovingBoxAverageImage, FALSE); }},
-      {"box, proportion", [&] { return box(VORLMovingBoxAverageImage, TRUE); }},
-      {"box, threads", [&] { return box(VORLOMPMovingBoxAverageImage, TRUE, 2); }},
-      {"neighborhood", [&] { return neighborhood(VORLMovingSearchNeighborhoodAverageImage); }},
-      {"neighborhood, threads", [&] { return neighborhood(VORLOMPMovingSearchNeighborhoodAverageImage, 2); }},
-  });
-  EXPECT_EQ(neighborhood(VORLOMPMovingSearchNeighborhoodAverageImage, 0), -3);
-  in.grid->nxy = 11;
-  EXPECT_EQ(box(VORLMovingBoxAverageImage, FALSE), -611);
-  EXPECT_EQ(neighborhood(VORLMovingSearchNeighborhoodAverageImage), -611);
+  EXPECT_EQ(VORLOMPMovingSearchNeighborhoodAverageImage(&list, &in, &out, FALSE, 0.0, FALSE, 0), -3);
   in.grid->nz = 0;
-  Image out;
   EXPECT_EQ(VORLMovingBoxAverageImage(3.0, 9.0, 1.0, &in, &out, FALSE, 0.0, FALSE), -3704);
   EXPECT_EQ(VORLMovingBoxAverageImage(3.0, 1.0, 1.0, &in, &out, FALSE, 0.0, FALSE), -3705);
 }

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "support/allocation_failure.hpp"
 #include "support/test_image.hpp"
 
 namespace {
@@ -68,14 +67,8 @@ TEST(Resize, Refusals) {
     EXPECT_EQ(VORLResizeImage(&in, &out, w[0], w[1], w[2], w[3], w[4], w[5], w[6], w[7]), status);
     EXPECT_EQ(out.grid, nullptr);
   }
-  Image empty, out;
-  EXPECT_EQ(VORLResizeImage(&empty, &out, 0, 0, 0, 0, 0, 0, 0, 0), -20);
   Image in({2, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0}, {"v"}, {5.0});
   EXPECT_EQ(VORLResizeImage(&in, &in, 0, 0, 0, 0, 0, 0, 0, 0), -20);
-  kestrum_test::ForEachFailingAllocation([&] {
-    Image resized;
-    return VORLResizeImage(&in, &resized, 0, 1, 0, 0, 0, 0, 0, 0);
-  });
 }
 
 }  // namespace

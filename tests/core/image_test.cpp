@@ -94,9 +94,7 @@ TEST(Image, ValidationTellsTheFirstFailure) {
 
 TEST(Image, PrintIndentsTheNestedRecord) {
   OwnedImage image({{1.0, 2.0}, {3.0, 4.0}});
-  char prefix[] = "# ";
-  const std::string text = Printed([&](FILE* stream) { EXPECT_EQ(VORLPrintImage(&image, prefix, stream), 0); });
-  EXPECT_EQ(text,
+  EXPECT_EQ(kestrum_test::Printed(VORLPrintImage, &image, "# "),
             "# grid:\n"
             "#    Size   :       2              1              1\n"
             "#    Spacing:       1.000000       1.000000       1.000000\n"

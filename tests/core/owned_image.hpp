@@ -2,32 +2,28 @@
 #define KESTRUM_TESTS_CORE_OWNED_IMAGE_HPP
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "core/image.h"
+#include "support/test_image.hpp"
 #include "support/text_stream.hpp"
 
 constexpr real kMissing = VORL_MISSING_VALUE;
 
 // An image of one row of nodes with the given variables, named a, b, c...
-struct OwnedImage : VORL_IMAGE {
-  explicit OwnedImage(const std::vector<std::vector<real>>& variables) : VORL_IMAGE{} {
-    const int nxyz = static_cast<int>(variables[0].size());
-    nvar = static_cast<int>(variables.size());
-    nxyzv = nvar * nxyz;
-    VORLMallocImage(this, nxyz, nvar);
-    *grid = VORL_GRID{nxyz, 1, 1, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, nxyz, nxyz};
-    for (int iv = 0; iv < nvar; ++iv) {
-      varName[iv][0] = static_cast<char>('a' + iv);
-      varName[iv][1] = '\0';
-      std::copy(variables[iv].begin(), variables[iv].end(), var + iv * nxyz);
+struct OwnedImage : kestrum_test::TestImage {
+  explicit OwnedImage(const std::vector<std::vector<real>>& variables)
+      : TestImage(kestrum_test::Grid(static_cast<int>(variables[0].size()), 1, 1), Names(variables.size()), {0.0}) {
+    for (std::size_t v = 0; v < variables.size(); ++v) {
+      std::copy(variables[v].begin(), variables[v].end(), var + v * variables[v].size());
     }
   }
-  OwnedImage(const OwnedImage&) = delete;
-  ~OwnedImage() { VORLFreeImage(this); }
+  static std::vector<std::string> Names(std::size_t n) {
+    std::vector<std::string> names;
+    for (std::size_t v = 0; v < n; ++v) names.emplace_back(1, static_cast<char>('a' + v));
+    return names;
+  }
 };
 
 // The status of function(record, arguments...), whatever the record held before; it can be released afterwards.
@@ -38,14 +34,6 @@ int MakeFromGarbage(const Function& function, Arguments... arguments) {
   const int status = function(&made, arguments...);
   kFree(&made);
   return status;
-}
-
-// What print(stream) writes.
-template <typename Print>
-std::string Printed(const Print& print) {
-  kestrum_test::TextStream stream;
-  print(stream.file);
-  return stream.All();
 }
 
 #endif

@@ -159,8 +159,7 @@ TEST(PointSet, Reports) {
   std::copy_n(x, 3, ps.x);
   std::copy_n(z, 3, ps.z);
   std::copy_n(values, 3, ps.var);
-  char prefix[] = "> ";
-  EXPECT_EQ(Printed([&](FILE* stream) { EXPECT_EQ(VORLPrintPointSet(&ps, prefix, stream), 0); }),
+  EXPECT_EQ(kestrum_test::Printed(VORLPrintPointSet, &ps),
             "> npoint:        3\n> nvar:          1\n> varName\n>    0\n");
   const std::string expected =
       "> Number of points:      3\n"
@@ -179,6 +178,6 @@ TEST(PointSet, Reports) {
       "\n"
       "> Variable             min             max            mean             var             std\n"
       ">     #  0  1.00000000E+01  2.00000000E+01  1.50000000E+01  5.00000000E+01  7.07106781E+00\n";
-  const std::string report = Printed([&](FILE* stream) { EXPECT_EQ(VORLPrintPointSetInfo(&ps, prefix, stream), 0); });
+  const std::string report = kestrum_test::Printed(VORLPrintPointSetInfo, &ps);
   EXPECT_EQ(report.substr(0, expected.size()), expected);
 }

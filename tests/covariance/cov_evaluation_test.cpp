@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <functional>
 #include <numbers>
 #include <vector>
 
@@ -61,57 +60,7 @@ struct Matrix {
 
 }  // namespace
 
-TEST(CovEvaluation, FollowsTheClosedFormsOfEachType) {
-  const auto spherical = [](real h) { return h < 1 ? 1 - 1.5 * h + 0.5 * h * h * h : 0.0; };
-  const auto cubic = [](real h) {
-    return h < 1 ? 1 - 7 * h * h + 8.75 * std::pow(h, 3) - 3.5 * std::pow(h, 5) + 0.75 * std::pow(h, 7) : 0.0;
-  };
-  const struct {
-    int type;
-    real s;
-    real tolerance;
-    std::function<real(real)> form;  // of the reduced distance, for the weight 1
-  } rows[] = {
-      {COV_NUGGET, 0, 0, [](real) { return 0.0; }},
-      {COV_SPHERICAL, 0, 1e-14, spherical},
-      {COV_EXPONENTIAL, 0, 1e-14, [](real h) { return std::exp(-3 * h); }},
-      {COV_GAUSSIAN, 0, 1e-14, [](real h) { return std::exp(-3 * h * h); }},
-      {COV_LINEAR, 0, 1e-14, [](real h) { return std::max(0.0, 1 - h); }},
-      {COV_CUBIC, 0, 1e-14, cubic},
-      {COV_SINUS_CARDINAL, 0, 1e-14, [](real h) { return std::sin(M_PI * h) / (M_PI * h); }},
-      {COV_GAMMA, 2, 1e-14, [](real h) { return 1 / std::pow(1 + (std::sqrt(20.0) - 1) * h, 2); }},
-      {COV_POWER, 1.5, 1e-13, [](real h) { return 1 - std::pow(h, 1.5); }},
-      {COV_EXPONENTIAL_GENERALIZED, 0.7, 1e-14, [](real h) { return std::exp(-3 * std::pow(h, 0.7)); }},
-      // Below u = 2 the Bessel function rests on single-precision terms.
-      {COV_MATERN, 0.5, 1e-6, [](real h) { return std::exp(-h); }},
-      {COV_MATERN, 1.5, 1e-6, [](real h) { return (1 + std::sqrt(3.0) * h) * std::exp(-std::sqrt(3.0) * h); }},
-      {COV_MATERN, 2.5, 1e-6,
-       [](real h) { return (1 + std::sqrt(5.0) * h + 5 * h * h / 3) * std::exp(-std::sqrt(5.0) * h); }},
-  };
-  const Lag lags[] = {{1, 0, 0}, {0.5, -2, 1}, {-7, 3, 2}, {0, 0, 4.5}, {9.9, 0, 0}, {6, 8, 3}, {-30, 40, 1}};
-  for (const auto& row : rows) {
-    for (const Lag& lag : lags) {
-      const real h = std::hypot(lag.x / 10, lag.y / 20, lag.z / 5);
-      const real cov = Fixed(Element(row.type, 2.5, 10, 20, 5, row.s), lag);
-      EXPECT_NEAR(cov, 2.5 * row.form(h), 2.5 * row.tolerance * std::max(1.0, h * h)) << row.type << " at " << h;
-    }
-  }
-}
-
-TEST(CovEvaluation, MaternAgreesWithReferenceValues) {
-  // 2^(1-nu)/Gamma(nu) u^nu K_nu(u), u = h sqrt(2 nu), from scipy.special.kv.
-  const struct {
-    real nu, h, expected;
-  } rows[] = {{0.8, 0.05, 0.9853682506487692}, {0.8, 0.3, 0.8307810107496945},   {0.8, 0.9, 0.46734996504222626},
-              {0.8, 1.5, 0.24437394023128053}, {0.8, 4.0, 0.013225575081164922}, {3.2, 0.05, 0.9981848342933517},
-              {3.2, 0.9, 0.6000175424297437},  {3.2, 1.5, 0.28956619022558944},  {3.2, 4.0, 0.0037480853510153023}};
-  for (const auto& row : rows) {
-    const real tolerance = row.h * std::sqrt(2 * row.nu) < 2 ? 1e-6 : 1e-13;
-    EXPECT_NEAR(Fixed(Element(COV_MATERN, 1, 10, 10, 10, row.nu), {10 * row.h, 0, 0}), row.expected, tolerance);
-  }
-}
-
-TEST(CovEvaluation, TellsTheSpecialLags) {
+TEST(CovEvaluation, HasItsSpecialLags) {
   const real infinity = HUGE_VAL;
   const struct {
     VORL_COVMODELELEM elem;

@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "covariance/cov_evaluation.h"
 #include "support/simd_levels.hpp"
 
 namespace {
@@ -124,6 +125,13 @@ TEST(ExactCovariance, TypesAgainstLongDouble) {
         const double expected = static_cast<double>(2.0L * Reference(type, s, x[k]));
         EXPECT_NEAR(cov[k], expected, 1e-13 * std::max(2.0, std::fabs(expected)))
             << "type " << type << " s " << s << " h " << x[k];
+        // The C interface's has other values at and near 0. Its Bessel function rests on terms of single precision.
+        if (x[k] < 1e-4 || s < 0.3 || (type == COV_MATERN && s > 20.0)) continue;
+        real lag = x[k], cov1;
+        VORLKestrumEvaluateCovModelFixParamNoRotation(&model.record, 1, &lag, const_cast<real*>(zero.data()),
+                                                      const_cast<real*>(zero.data()), &cov1);
+        const bool single = type == COV_MATERN && lag * std::sqrt(2.0 * s) < 2.0;
+        EXPECT_NEAR(cov1, expected, (single ? 1e-5 : 1e-13) * std::max(2.0, std::fabs(expected))) << type << ' ' << s;
       }
     }
   }

@@ -74,6 +74,10 @@ def test_masks_transforms_and_bounds():
     at = np.stack([bounded.sel(x=x, y=y, method="nearest").values for x, y in places], axis=1)
     assert (at[:, 0] >= 0.5).all() and (at[:, 1] <= -0.2).all() and (np.abs(at[:, 2]) <= 0.1).all()
     assert at.std(axis=0).min() > 0.01
+    # The mask leaves out the cell of a datum, which counts all the same.
+    mask[:], mask[3, 2] = True, False
+    part, whole = (ks.krige(DATA, ks.Spherical(range=99.0), GRID, snap=True, mask=m).estimate.values for m in (mask, None))
+    assert np.array_equal(part[mask], whole[mask]) and np.isnan(part[3, 2])
 
 
 def test_data_of_one_cell():

@@ -201,6 +201,8 @@ CONTINUOUS = {
     "limit above the list": continuous(LINE, search=Search(1.0, 50), ordinary=True),
     "angle images": continuous(SOLID, *TURNED, angles=(ramp(SOLID, 0, 90), ramp(SOLID, 40, -40), 5.0)),
     "azimuth image": continuous(FLAT, *TURNED, angles=(np.maximum(ramp(FLAT, -80, 90), 0.0), 0.0, 0.0)),
+    "dip image": continuous(SOLID, *TURNED, angles=(0.0, ramp(SOLID, 0, 60), 0.0), ordinary=True),
+    "plunge image": continuous(SOLID, *TURNED, angles=(10.0, 0.0, ramp(SOLID, -50, 30))),
     "weight image": continuous(FLAT, spherical(5.0, 2.0, 1.0, ramp(FLAT, 0.5, 3)), nugget(), angles=(25.0, 0.0, 0.0)),
     "range images": continuous(SOLID, spherical(ramp(SOLID, 3, 9), 4.0, ramp(SOLID, 2, 1)), nugget(), ordinary=True),
     "mask": continuous(FLAT, mask=mask(FLAT), **with_data(FLAT), ordinary=True, nrealization=2, seed=-77),
@@ -271,6 +273,7 @@ INDICATOR = {
         data=CATEGORIES,
         probability=np.array([ramp(FLAT, 0.1, 0.5), ramp(FLAT, 0.6, 0.1), ramp(FLAT, 0.3, 0.4)]),
     ),
+    "two, bounds ignored": indicator(FLAT, 5.0, 3.0, images=[bounds(FLAT), {"value": sparse(FLAT, 9, [1.0, 2.5])}]),
     "three, images": indicator(
         FLAT,
         Model([spherical(5.0, 3.0, 1.0, ramp(FLAT, 0.5, 2))], (30.0, 0.0, 0.0)),

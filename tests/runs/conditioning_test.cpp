@@ -8,7 +8,6 @@
 
 #include "core/progress.hpp"
 #include "runs/run_records.hpp"
-#include "support/allocation_failure.hpp"
 
 using namespace kestrum_test;
 
@@ -149,35 +148,6 @@ TEST(Conditioning, WarningsComeInTheirOrder) {
   EXPECT_EQ(run.ndata, 5);
 }
 
-TEST(Conditioning, LaterValuesStandAndTighterBoundsWin) {
-  LineRun run(4);
-  run.SetValue(3, 8);  // the first image overwrites the variable as a whole, and counts nothing
-  run.AddImage({"v", "v_min", "v_max"}, {1, 2, M, M, M, M, 3, M, M, M, 9, 8});
-  run.AddImage({"v", "v_min", "v_max"}, {M, 5, M, M, M, M, 4, M, M, M, 9, 7});
-  run.AddPoints({0.5, 2.5, 3.5}, {"v", "v_min", "v_max"}, {6, M, M, M, 2, M, M, M, 9});
-  EXPECT_EQ(run.Simulation(), 0);
-  EXPECT_EQ(run.values(), (std::vector<real>{6, 5, M, M}));
-  EXPECT_EQ(run.min(), (std::vector<real>{M, M, 4, M}));
-  EXPECT_EQ(run.max(), (std::vector<real>{M, M, 9, 7}));
-  EXPECT_EQ(run.nodeStatus(), (std::vector<int>{0, 0, -3, -2}));
-  EXPECT_EQ(run.warnings(), (std::vector<int>{45, 41}));
-}
-
-// Estimation and categories have no inequality data: bounds are variables that nobody knows.
-TEST(Conditioning, WithoutInequalityDataBoundsAreIgnored) {
-  for (int (LineRun::*integrate)() : {&LineRun::Estimation, &LineRun::Indicator}) {
-    LineRun run(3);
-    run.AddImage({"v", "v_min"}, {1, M, 4, 2, 2, 2});
-    run.AddPoints({1.5, 1.4}, {"v_max"}, {0, 0});
-    run.SetMask({1, 1, 0});
-    EXPECT_EQ((run.*integrate)(), 0);
-    EXPECT_EQ(run.warnings(), (std::vector<int>{44, 43, 40}));
-    EXPECT_EQ(run.nodeStatus(), (std::vector<int>{0, 1, 1}));
-    EXPECT_EQ(run.values(), (std::vector<real>{1, M, M}));
-    EXPECT_EQ(run.ndata, 1);
-  }
-}
-
 TEST(Conditioning, MaskWithoutDataUnderItIsSilent) {
   LineRun run(2);
   run.SetMask({1, 0});
@@ -218,13 +188,7 @@ TEST(Conditioning, CallersCanStopAtEveryWarning) {
   EXPECT_EQ(kestrum::Progress(nullptr, VORLUpdateProgressMonitor0).Warn(61), 0);
 }
 
-TEST(Conditioning, FailuresOfConversionsComeThrough) {
-  for (int (LineRun::*integrate)() : {&LineRun::Simulation, &LineRun::Estimation, &LineRun::Indicator}) {
-    LineRun run(2);
-    run.AddImage({"v_min", "v"}, {0, 0, 1, M});
-    run.AddPoints({1.5}, {"v_max", "v"}, {4, 3});
-    ForEachFailingAllocation([&] { return (run.*integrate)(); });
-  }
+TEST(Conditioning, FailureOfAConversionComesThrough) {
   VORL_KESTRUMINPUT input;
   VORLKestrumInitKestrumInput(&input);
   input.ndataImage = 1;
@@ -290,7 +254,7 @@ TEST(Conditioning, PathHasItsThreeSegments) {
 }
 
 // The exchanges followed by hand; without a mask.
-TEST(Conditioning, PathExchangesInequalityNodesInTheToldOrder) {
+TEST(Conditioning, PathExchangesInequalityNodesInAFixedOrder) {
   const Path path = PreparePath({1, -1, 0, 1, -2, 1, -3}, {});
   // Back part after the first pass: 6 5 4 3 1 0, behind node 2. Node 1 changes places with 6, then 6 with 5; 4 is met
   // last and stays.

@@ -97,28 +97,6 @@ TEST(SearchNeighborhood, LongLists) {
   }
 }
 
-TEST(SearchNeighborhood, ExtentFollowsRangesAndAngles) {
-  const VORL_GRID grid = MakeGrid(50, 50, 50);
-  const struct {
-    bool angle[3];
-    int halfWidth[3];  // of the ranges 4, 9, 6
-  } cases[] = {
-      {{false, false, false}, {4, 9, 6}}, {{true, false, false}, {9, 9, 6}}, {{false, true, false}, {4, 9, 9}},
-      {{false, false, true}, {6, 9, 6}},  {{true, true, false}, {9, 9, 9}},  {{true, true, true}, {9, 9, 9}},
-  };
-  for (const auto& c : cases) {
-    List lists({{COV_SPHERICAL, 1.0, 4.0, 9.0, 6.0}});
-    lists.model->angle1ImageFlag = c.angle[0];
-    lists.model->angle2ImageFlag = c.angle[1];
-    lists.model->angle3ImageFlag = c.angle[2];
-    ASSERT_EQ(lists.Build(grid, 1.0, 1, false, !(c.angle[0] || c.angle[1] || c.angle[2])), 0);
-    const int found[3] = {lists.list.ixMax, lists.list.iyMax, lists.list.izMax};
-    EXPECT_TRUE(std::equal(found, found + 3, c.halfWidth)) << found[0] << ' ' << found[1] << ' ' << found[2];
-    EXPECT_EQ(lists.list.weight[0], 1.0);
-    EXPECT_EQ(*std::max_element(lists.list.weight + 1, lists.list.weight + lists.list.size), 0.0);
-  }
-}
-
 TEST(SearchNeighborhood, SpecialSizes) {
   List point({{COV_NUGGET, 1.0, 0.0, 0.0, 0.0}});
   ASSERT_EQ(point.Build(MakeGrid(9, 9, 9), 2.0, 1), 0);

@@ -21,9 +21,9 @@ class FailAllocation {
 };
 
 // Calls call() with its first allocation failing, then with its second, and so on until none fails: it must give -1
-// each time, and 0 in the end. A call that allocates nothing is a mistake of the test.
+// each time, and 0 in the end. A call that allocates nothing is a mistake of the test, unless it may.
 template <typename Call>
-void ForEachFailingAllocation(const Call& call) {
+void ForEachFailingAllocation(const Call& call, bool mustAllocate = true) {
   long k = 0;
   for (long failed = 1; failed != 0; ++k) {
     const FailAllocation failure(k);
@@ -31,7 +31,7 @@ void ForEachFailingAllocation(const Call& call) {
     failed = failure.Happened() ? 1 : 0;
     EXPECT_EQ(status, -failed) << "allocation " << k;
   }
-  EXPECT_GT(k, 1) << "nothing was allocated";
+  EXPECT_TRUE(k > 1 || !mustAllocate) << "nothing was allocated";
 }
 
 // The same for each row of a table.
