@@ -3,8 +3,8 @@
 #include <cmath>
 #include <cstddef>
 #include <type_traits>
-#include <utility>
 
+#include "core/c_vector.hpp"
 #include "core/memory.h"
 #include "core/statuses.hpp"
 #include "runs/run_input_shared.hpp"
@@ -16,35 +16,15 @@ namespace {
 
 enum ProbabilityUsage { kFromData, kConstants, kImage };
 
-// A flag for each category, which can be handed over to a caller.
-class CategoryFlags {
- public:
-  CategoryFlags() = default;
-  CategoryFlags(const CategoryFlags&) = delete;
-  CategoryFlags& operator=(const CategoryFlags&) = delete;
-  ~CategoryFlags() { VORLFree(flags_); }
-
-  [[nodiscard]] int Allocate(int ncategory) noexcept {
-    int status = 0;
-    flags_ = static_cast<BOOLEAN*>(VORLMalloc(static_cast<std::size_t>(ncategory), sizeof(BOOLEAN), &status));
-    return status;
-  }
-  BOOLEAN* HandOver() noexcept { return std::exchange(flags_, nullptr); }
-  BOOLEAN* at(int c) noexcept { return flags_ + c; }
-
- private:
-  BOOLEAN* flags_ = nullptr;
-};
-
-// What validation reports on the models of all categories.
+// What validation reports on the models of all categories, to be handed over to its caller.
 struct Stationarity {
-  CategoryFlags rotation;
-  CategoryFlags weight;
-  CategoryFlags range;
-  CategoryFlags covModel;
+  CVector<BOOLEAN> rotation;
+  CVector<BOOLEAN> weight;
+  CVector<BOOLEAN> range;
+  CVector<BOOLEAN> covModel;
 
   [[nodiscard]] int Allocate(int ncategory) noexcept {
-    for (CategoryFlags* flags : {&rotation, &weight, &range, &covModel}) {
+    for (CVector<BOOLEAN>* flags : {&rotation, &weight, &range, &covModel}) {
       if (const int status = flags->Allocate(ncategory); status != 0) return status;
     }
     return 0;
@@ -71,8 +51,8 @@ bool ValidModels(const VORL_KESTRUMINDICATORINPUT& input, Stationarity& stationa
                  InputValidation& validation) noexcept {
   if (input.covModel == nullptr) return validation.Refuse(kModelElementCount);
   for (int c = 0; c < input.ncategory; ++c) {
-    if (!validation.CovModel(&input.covModel[c], input.simGrid, input.maskImage, stationarity.rotation.at(c),
-                             stationarity.weight.at(c), stationarity.range.at(c), stationarity.covModel.at(c))) {
+    if (!validation.CovModel(&input.covModel[c], input.simGrid, input.maskImage, &stationarity.rotation[c],
+                             &stationarity.weight[c], &stationarity.range[c], &stationarity.covModel[c])) {
       return false;
     }
   }
@@ -85,7 +65,7 @@ bool ValidNeighborhoods(const VORL_KESTRUMINDICATORINPUT& input, Stationarity& s
   const int ncategory = input.ncategory;
   if (input.searchRadiusRelative == nullptr) return validation.Refuse(kSearchRadius);
   for (int c = 0; c < ncategory; ++c) {
-    if (!validation.UniqueNeighborhood(input.searchRadiusRelative[c], *stationarity.covModel.at(c))) return false;
+    if (!validation.UniqueNeighborhood(input.searchRadiusRelative[c], stationarity.covModel[c])) return false;
   }
   for (int c = 0; c < ncategory; ++c) {
     if (!validation.SearchRadius(input.searchRadiusRelative[c], IsSimulation(input))) return false;
@@ -96,7 +76,7 @@ bool ValidNeighborhoods(const VORL_KESTRUMINDICATORINPUT& input, Stationarity& s
   }
   if (input.searchNeighborhoodSortMode == nullptr) return validation.Refuse(kSortMode);
   for (int c = 0; c < ncategory; ++c) {
-    if (!validation.SortMode(input.searchNeighborhoodSortMode[c], *stationarity.covModel.at(c))) return false;
+    if (!validation.SortMode(input.searchNeighborhoodSortMode[c], stationarity.covModel[c])) return false;
   }
   return true;
 }

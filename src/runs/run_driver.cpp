@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "core/buffer.hpp"
+#include "core/c_vector.hpp"
 #include "core/constants.h"
 #include "core/memory.h"
 #include "core/object_array.hpp"
@@ -21,7 +22,6 @@
 #include "core/statuses.hpp"
 #include "neighborhood/search_neighborhood.hpp"
 #include "runs/conditioning.h"
-#include "runs/run_files.hpp"
 #include "runs/run_input_shared.hpp"
 #include "runs/run_options.h"
 #include "runs/run_problem.hpp"
@@ -253,20 +253,6 @@ class Run {
   int nnodeSimulated_ = 0;
 };
 
-// Bounds of inequality data per node; the conditioning allocates them when it meets the first.
-class Bounds {
- public:
-  Bounds() = default;
-  Bounds(const Bounds&) = delete;
-  Bounds& operator=(const Bounds&) = delete;
-  ~Bounds() { VORLFree(values_); }
-  real** slot() noexcept { return &values_; }
-  real* values() noexcept { return values_; }
-
- private:
-  real* values_ = nullptr;
-};
-
 class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
  public:
   using Run::Run;
@@ -343,23 +329,18 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
         workingImage_->var[i] -= mean;
         dataValue_[count++] = workingImage_->var[i];
       }
-      if (status == -1 || status == -3) inequalityMin_.values()[i] -= mean;
-      if (status == -2 || status == -3) inequalityMax_.values()[i] -= mean;
+      if (status == -1 || status == -3) inequalityMin_[i] -= mean;
+      if (status == -2 || status == -3) inequalityMax_[i] -= mean;
     }
     return 0;
   }
 
   int Work(Mode mode, VORL_RANDCONTEXT* randContext) noexcept {
-    ModelSetup setup;
-    KrigingModel& model = setup.model;
-    model.covModel = input_->covModel;
-    model.ordinaryKriging = mode.ordinaryKriging;
-    model.rotationStationary = rotationStationary_ != 0;
-    model.weightStationary = weightStationary_ != 0;
-    model.rangeStationary = rangeStationary_ != 0;
-    model.covModelStationary = covModelStationary_ != 0;
-    model.sill = sill_;
-    if (model.rotationStationary) model.SetRotationFromAngles();
+    ModelSetup setup{MakeKrigingModel(input_->covModel, mode.ordinaryKriging, rotationStationary_, weightStationary_,
+                                      covModelStationary_, sill_, nullptr),
+                     {}};
+    setup.model.rangeStationary = rangeStationary_ != 0;
+    if (rotationStationary_) setup.model.SetRotationFromAngles();
     NeighborListOwner neighbors;
     if (input_->searchRadiusRelative != kUniqueNeighborhood) {
       const int status = After(BuildNeighbors(input_->searchRadiusRelative, input_->searchNeighborhoodSortMode,
@@ -369,8 +350,8 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
     Problem problem = MakeProblem({&setup, 1});
     const RunOutput output(*input_, outputImage_.get(), report_.stream());
     if (!mode.simulation) return RunEstimation(*input_, problem, workingImage_.get(), stdImage_.get(), output);
-    if (inequalityMin_.values() != nullptr || inequalityMax_.values() != nullptr) {
-      problem.data.SetBounds(inequalityMin_.values(), inequalityMax_.values());
+    if (inequalityMin_.data() != nullptr || inequalityMax_.data() != nullptr) {
+      problem.data.SetBounds(inequalityMin_.data(), inequalityMax_.data());
     }
     return RunSimulation(*input_, problem, workingImage_.get(), output);
   }
@@ -382,23 +363,19 @@ class ContinuousRun : public Run<VORL_KESTRUMINPUT> {
   real hardDataMean_ = 0.0;
   real sill_ = 0.0;
   OwnedImage stdImage_;
-  Bounds inequalityMin_;
-  Bounds inequalityMax_;
+  // Bounds of inequality data per node; the conditioning allocates them when it meets the first.
+  CVector<real> inequalityMin_;
+  CVector<real> inequalityMax_;
 };
 
 class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
  public:
   using Run::Run;
-  ~IndicatorRun() {
-    for (BOOLEAN* flags : {rotationStationary_, weightStationary_, rangeStationary_, covModelStationary_}) {
-      VORLFree(flags);
-    }
-  }
 
   int Execute() noexcept {
     int status = Begin("kestrumIndicatorInput:\n", VORLKestrumPrintKestrumIndicatorInput,
-                       VORLKestrumValidateKestrumIndicatorInput, &rotationStationary_, &weightStationary_,
-                       &rangeStationary_, &covModelStationary_);
+                       VORLKestrumValidateKestrumIndicatorInput, rotationStationary_.slot(), weightStationary_.slot(),
+                       rangeStationary_.slot(), covModelStationary_.slot());
     if (status != 0) return status;
     VORL_RANDCONTEXT randContext;
     VORLInitRandContext(&randContext);
@@ -453,12 +430,11 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
       if (weightStationary_[c]) sill_[c] = StationarySill(input_->covModel[c]);
     }
     if (input_->probabilityUsage == 0) {
-      int status = 0;
-      void* const block = VORLMalloc(ncategory, sizeof(real), &status);
-      if (status != 0) return status;
+      CVector<real> probability;
+      if (const int status = probability.Allocate(ncategory); status != 0) return status;
+      std::copy_n(proportion_.data(), ncategory, probability.data());
       VORLFree(input_->probabilityValue);
-      input_->probabilityValue = static_cast<real*>(block);
-      std::copy_n(proportion_.data(), ncategory, input_->probabilityValue);
+      input_->probabilityValue = probability.HandOver();
     }
     return 0;
   }
@@ -500,13 +476,9 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
     if (const int status = neighbors_.Allocate(ncategory); status != 0) return status;
     for (int c = 0; c < ncategory; ++c) {
       KrigingModel& model = setups_[c].model;
-      model.covModel = &input_->covModel[c];
-      model.ordinaryKriging = mode.ordinaryKriging;
-      model.rotationStationary = rotationStationary_[c] != 0;
-      model.weightStationary = weightStationary_[c] != 0;
+      model = MakeKrigingModel(&input_->covModel[c], mode.ordinaryKriging, rotationStationary_[c], weightStationary_[c],
+                               covModelStationary_[c], sill_[c], nullptr);
       model.rangeStationary = rangeStationary_[c] != 0;
-      model.covModelStationary = covModelStationary_[c] != 0;
-      model.sill = sill_[c];
       // The weight flag decides, deliberately: a category with fixed angles and a weight image is not rotated, and the
       // rotation of a category with angle images is never used.
       if (model.weightStationary) model.SetRotationFromAngles();
@@ -527,10 +499,10 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
                            : RunCategoryEstimation(*input_, problem, workingImage_.get(), output);
   }
 
-  BOOLEAN* rotationStationary_ = nullptr;
-  BOOLEAN* weightStationary_ = nullptr;
-  BOOLEAN* rangeStationary_ = nullptr;
-  BOOLEAN* covModelStationary_ = nullptr;
+  CVector<BOOLEAN> rotationStationary_;
+  CVector<BOOLEAN> weightStationary_;
+  CVector<BOOLEAN> rangeStationary_;
+  CVector<BOOLEAN> covModelStationary_;
   Buffer<real> proportion_;
   Buffer<real> sill_;
   ObjectArray<NeighborListOwner> neighbors_;

@@ -7,10 +7,16 @@
 #include "core/image.h"
 #include "core/integers.hpp"
 #include "engine/simulation.hpp"
-#include "runs/run_files.hpp"
 #include "runs/run_input.h"
 
 namespace kestrum {
+
+// Writes the image as text to the file root + suffix. The status of the file (-110) or of the writer.
+[[nodiscard]] int WriteImageToFile(VORL_IMAGE* image, const char* formatString, const char* root,
+                                   const char* suffix) noexcept;
+
+// Writes the line of a report that gives a processor time.
+void WriteCpuTime(const char* what, std::clock_t duration, FILE* stream) noexcept;
 
 // Where the results of a run go.
 struct RunOutput {
