@@ -2,12 +2,16 @@
 
 #include <algorithm>
 #include <climits>
+#include <limits>
 #include <new>
 #include <stdexcept>
 
 #include "arrays.hpp"
 #include "bindings.hpp"
 #include "core/status.h"
+#include "numeric/elementary.hpp"
+#include "numeric/normal_law.hpp"
+#include "numeric/simd_level.hpp"
 
 namespace kestrum::python {
 
@@ -39,11 +43,29 @@ void RaiseFor(int status) {
   throw std::runtime_error(VORLGetErrorMessage(-status));
 }
 
+namespace {
+
+double NormalQuantile(double p) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  return p <= 0.0 ? -kInfinity : p >= 1.0 ? kInfinity : kExactNormal.quantile(p);
+}
+
+bool LimitInstructions(int level) {
+  LimitSimdLevel(static_cast<SimdLevel>(level));
+  return static_cast<int>(BestSimdLevel()) == level;
+}
+
+}  // namespace
+
 }  // namespace kestrum::python
 
 PYBIND11_MODULE(_core, module) {
   module.doc() = "The engine of kestrum, for the package alone: its arguments have been checked.";
   module.attr("version") = KESTRUM_PYTHON_VERSION;
+  module.def("power", &kestrum::Pow, pybind11::arg("x"), pybind11::arg("y"));
+  module.def("normal_quantile", pybind11::vectorize(kestrum::python::NormalQuantile));
+  module.def("normal_probability", pybind11::vectorize([](double t) { return kestrum::kExactNormal.cdf(t); }));
+  module.def("limit_instructions", &kestrum::python::LimitInstructions, pybind11::arg("level"));
   kestrum::python::BindModel(module);
   kestrum::python::BindPlaceKriging(module);
   kestrum::python::BindGridRuns(module);

@@ -8,6 +8,12 @@ from numpy.typing import NDArray
 
 version: str
 
+def power(x: float, y: Any) -> float: ...
+def normal_quantile(p: Any) -> Any: ...
+def normal_probability(t: Any) -> Any: ...
+def limit_instructions(level: int) -> bool:
+    """For tests: 0 takes the least set of instructions, 1 AVX2 at most, 2 what there is. Whether the machine has that one."""
+
 _Grid = tuple[float, ...]  # nx, ny, nz, dx, dy, dz, x0, y0, z0
 _Floats = NDArray[np.float64]
 _Mask = NDArray[np.uint8]

@@ -264,19 +264,18 @@ class CovModel:
         if self._local() or all(s.type != "Power" for s in self.structures):
             return self
         dimension = places.shape[1]
-        extent = 8.0 * max(float(np.linalg.norm(np.ptp(places, axis=0))), 1e-300)
+        extent = 8.0 * max(math.sqrt(math.fsum(np.ptp(places, axis=0) ** 2)), 1e-300)
 
         def lifted(s: Structure) -> Structure:
             # A power of two, so that the ratios stay to the last bit.
-            factor = 2.0 ** np.clip(np.ceil(np.log2(extent / min(s.range[:dimension]))), 0.0, 500.0)
-            assert s.shape is not None
-            return Structure(s.type, float(s.sill * factor**s.shape), tuple(float(r * factor) for r in s.range), s.shape)
+            factor = math.ldexp(1.0, min(max(math.frexp(extent / min(s.range[:dimension]))[1], 0), 500))
+            return Structure(s.type, float(s.sill * _core.power(factor, s.shape)), tuple(float(r * factor) for r in s.range), s.shape)
 
         structures = tuple(lifted(s) if s.type == "Power" else s for s in self.structures)
         before, after = (np.max([s.range[:dimension] for s in of if s.range and s.sill > 0.0], axis=0) for of in (self.structures, structures))
         if len(set(after / before)) > 1:
             # Neighbours are searched for by the longest range along each axis: a structure that adds nothing else keeps the ratios.
-            factor = 2.0 ** np.ceil(np.log2(np.max(after / before)))
+            factor = math.ldexp(1.0, math.frexp(float(np.max(after / before)))[1])
             structures += (Structure("Spherical", 2.0**-100 * self.sill, tuple(map(float, before * factor)), None),)
         return CovModel._of(structures, self._angles)
 

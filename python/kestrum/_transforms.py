@@ -6,7 +6,7 @@ from typing import TYPE_CHECKING
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _door, _memory
+from . import _core, _door, _memory
 from ._door import Floats
 from ._errors import ArgumentError, DataError
 from ._grid import Grid
@@ -73,8 +73,6 @@ class NormalScore:
 
     def __init__(self, values: ArrayLike, weights: ArrayLike | None = None, minimum: float | None = None,
                  maximum: float | None = None) -> None:
-        from scipy.special import ndtri
-
         given = _door.finite("values", _door.reals("values", values).reshape(-1))
         known, group = np.unique(given, return_inverse=True)
         if len(known) < 2:
@@ -85,7 +83,7 @@ class NormalScore:
         # The shares below and above, each summed from its own end: so the upper tail is as exact as the lower one.
         below, above = np.cumsum(shares) - 0.5 * shares, np.cumsum(shares[::-1])[::-1] - 0.5 * shares
         lower = below < above
-        scores = np.where(lower, ndtri(below), 0.0 - ndtri(above))
+        scores = np.where(lower, _core.normal_quantile(below), 0.0 - _core.normal_quantile(above))
         least = _door.number("minimum", known[0] if minimum is None else minimum, at_most=float(known[0]))
         most = _door.number("maximum", known[-1] if maximum is None else maximum, at_least=float(known[-1]))
         for slot, value in (("values", _door.frozen(known)), ("scores", _door.frozen(scores)), ("minimum", least),
@@ -111,8 +109,6 @@ class NormalScore:
         >>> ks.NormalScore([1.0, 2.0, 50.0]).forward([2.0])
         array([0.])
         """
-        from scipy.special import ndtri
-
         given = _door.reals("values", values)
         scores = np.array(np.interp(given, self.values, self.scores))
         for sign, end, first, chance in ((-1.0, self.minimum, self.values[0], self._chances[0]),
@@ -120,7 +116,7 @@ class NormalScore:
             beyond = sign * given > sign * first
             if beyond.any():
                 share = np.clip((end - given[beyond]) / (end - first), 0.0, 1.0) if end != first else 0.0
-                scores[beyond] = -sign * ndtri(chance * share)
+                scores[beyond] = -sign * _core.normal_quantile(chance * share)
         return scores
 
     def inverse(self, scores: ArrayLike) -> Floats:
@@ -142,15 +138,13 @@ class NormalScore:
         >>> ks.NormalScore([1.0, 2.0, 50.0]).inverse([0.0])
         array([2.])
         """
-        from scipy.special import ndtr
-
         given = _door.reals("scores", scores)
         values = np.array(np.interp(given, self.scores, self.values))
         for sign, end, first, at, chance in ((-1.0, self.minimum, self.values[0], self.scores[0], self._chances[0]),
                                              (1.0, self.maximum, self.values[-1], self.scores[-1], self._chances[1])):
             beyond = sign * given > sign * at
             if end != first and beyond.any():
-                values[beyond] = end + (first - end) * np.minimum(ndtr(-sign * given[beyond]) / chance, 1.0)
+                values[beyond] = end + (first - end) * np.minimum(_core.normal_probability(-sign * given[beyond]) / chance, 1.0)
         return values
 
     def __setattr__(self, name: str, value: object) -> None:

@@ -136,7 +136,7 @@ class CategoryEstimation {
     int status = scratch.probability.Allocate(Place(kMaxChunk, 0));
     if (status == 0) status = scratch.solved.Allocate(Place(kMaxChunk, 0));
     if (status == 0 && capacity_ > 0) {
-      status = scratch.solver.Allocate(problem_.solver, problem_.setups[0].model.ordinaryKriging, capacity_);
+      status = scratch.solver.Allocate(problem_, capacity_);
       if (status == 0) status = scratch.chunk.Allocate(capacity_);
     }
     // All searches have the same data and all unique systems the same size: one scratch does for each kind.

@@ -27,7 +27,7 @@ class IndicatorLaw {
     }
     if (const int status = scratches_.Allocate(problem_.dealing().nscratch()); status != 0) return status;
     for (auto& [solver, chunks, probability] : scratches_) {
-      int status = solver.Allocate(problem_.solver, problem_.setups[0].model.ordinaryKriging, capacity);
+      int status = solver.Allocate(problem_, capacity);
       if (status == 0) status = probability.Allocate(ncategory);
       if (status == 0) status = chunks.Allocate(ncategory);
       for (int c = 0; c < ncategory && status == 0; ++c) {

@@ -77,7 +77,7 @@ int EstimateMoving(const Problem& problem, const EstimateWriter& writer, const r
   ObjectArray<MovingScratch> scratches;
   if (const int status = scratches.Allocate(problem.dealing().nscratch()); status != 0) return status;
   for (MovingScratch& scratch : scratches) {
-    int status = scratch.systems.Allocate(problem.solver, systems);
+    int status = scratch.systems.Allocate(problem, systems);
     if (status == 0) status = search.AllocateScratch(scratch.search);
     if (status != 0) return status;
   }

@@ -14,8 +14,9 @@ constexpr real kNaN = std::numeric_limits<real>::quiet_NaN();
 constexpr int kByEllipsoidalDistance = 1;
 
 // A model with what varies of it.
-KrigingModel ModelOf(VORL_COVMODEL& covModel, bool ordinaryKriging) noexcept {
+KrigingModel ModelOf(VORL_COVMODEL& covModel, bool ordinaryKriging, const ExactCovariance* exact) noexcept {
   KrigingModel model;
+  model.exact = exact;
   model.covModel = &covModel;
   model.ordinaryKriging = ordinaryKriging;
   model.rotationStationary =
@@ -49,6 +50,7 @@ int GridRun::Prepare(const GridRunInput& input, const RunFront& front) noexcept 
   const int nnode = grid_.nxyz;
   int status = setups_.Allocate(input.models.size(), {});
   if (status == 0) status = neighbors_.Allocate(static_cast<int>(input.models.size()));
+  if (status == 0) status = exact_.Allocate(static_cast<int>(input.models.size()));
   if (status == 0) status = nodeStatus_.Allocate(nnode, 1);
   if (status == 0) status = path_.Allocate(nnode);
   if (status == 0) status = known_.Allocate(std::max(nknown_, 1));
@@ -89,7 +91,12 @@ int GridRun::Prepare(const GridRunInput& input, const RunFront& front) noexcept 
   VORLInitRandContext(&context);
   for (std::size_t c = 0; c < input.models.size(); ++c) {
     ModelSetup& setup = setups_[c];
-    setup.model = ModelOf(input.models[c], input.ordinaryKriging);
+    const bool isExact = solver_.factorising() && input.neighbors > 0;
+    setup.model = ModelOf(input.models[c], input.ordinaryKriging, isExact ? &exact_[c] : nullptr);
+    if (isExact && setup.model.covModelStationary) {
+      if (status = exact_[c].Allocate(setup.model.covModel->nelem); status != 0) return status;
+      exact_[c].Prepare(*setup.model.covModel, ConstantParameters{});
+    }
     if (input.neighbors < 1) continue;
     status = BuildSearchNeighborhood(grid_, setup.model, nullptr, {1.0, input.radius}, kByEllipsoidalDistance,
                                      neighbors_[c].offsets(), &context, front_.progress);

@@ -8,7 +8,9 @@
 #include "engine/problem.hpp"
 #include "engine/simulation.hpp"
 
-// The engine on a grid from plain vectors, for callers other than the C interface. A missing value is NaN here.
+// The engine on a grid from plain vectors, for callers other than the C interface. A missing value is NaN here. With the
+// factorising solver and a number of neighbours, results have the same bits on every machine; else they are those of the C
+// interface, whose covariances are made with the functions of the C library.
 
 namespace kestrum {
 
@@ -65,6 +67,7 @@ class GridRun {
   VORL_GRID grid_{};
   Buffer<ModelSetup> setups_;
   ObjectArray<NeighborListOwner> neighbors_;
+  ObjectArray<ExactCovariance> exact_;
   Buffer<int> nodeStatus_;
   Buffer<int> path_;
   int firstInequality_ = 0;

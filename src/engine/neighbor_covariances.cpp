@@ -45,11 +45,7 @@ real NeighborCovariances::Evaluate(std::int64_t difference) const noexcept {
   const int dy = static_cast<int>(place / width_[0] % width_[1]) - reach_[1];
   const int dz = static_cast<int>(place / width_[0] / width_[1]) - reach_[2];
   const VORL_GRID& grid = list_->grid;
-  Rotation::Lag lag{dx * grid.sx, dy * grid.sy, dz * grid.sz};
-  if (model_->rotated) lag = model_->rotation.ToModelAxes(lag.x, lag.y, lag.z);
-  real covariance;
-  EvaluateFixed(*model_->covModel, nullptr, 1, &lag.x, &lag.y, &lag.z, &covariance);
-  return covariance;
+  return model_->Covariance(dx * grid.sx, dy * grid.sy, dz * grid.sz);
 }
 
 void NeighborCovariances::FillSideBySide(const int* const entries[kLanes], int m, int size, real* matrix,
@@ -76,8 +72,8 @@ void NeighborCovariances::FillSideBySide(const int* const entries[kLanes], int m
   }
 }
 
-void NeighborCovariances::Fill(const LocalModel& local, int node, const int* entries, int m, int size, real* matrix,
-                               int stride, real* lag) const noexcept {
+void NeighborCovariances::Fill(const LocalModel& local, const int* entries, int m, int size, real* matrix, int stride,
+                               real* lag) const noexcept {
   const auto store = [=](int i, int j, real covariance) {
     matrix[(static_cast<std::ptrdiff_t>(i) * size + j) * stride] = covariance;
     matrix[(static_cast<std::ptrdiff_t>(j) * size + i) * stride] = covariance;
@@ -104,28 +100,31 @@ void NeighborCovariances::Fill(const LocalModel& local, int node, const int* ent
       lagY[k] = (offsets.iy[other] - offsets.iy[first]) * grid.sy;
       lagZ[k] = (offsets.iz[other] - offsets.iz[first]) * grid.sz;
     }
-    if (model_->covModelStationary) {
-      EvaluateFixed(*model_->covModel, local.rotationOrNull(), count, lagX, lagY, lagZ, row);
-    } else {
-      EvaluateAtNode(*model_->covModel, node, local.rotationOrNull(), count, lagX, lagY, lagZ, row);
-    }
+    local.Evaluate(count, lagX, lagY, lagZ, row);
     for (int k = 0; k < count; ++k) store(i, i + 1 + k, row[k]);
   }
 }
 
-void NeighborCovariances::FillRhs(const LocalModel& local, int node, const int* entries, int m, real* rhs,
-                                  int stride) const noexcept {
+void NeighborCovariances::FillRhs(const LocalModel& local, const int* entries, int m, real* rhs, int stride,
+                                  real* lag) const noexcept {
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list_->offsets;
   if (model_->covModelStationary) {
     for (int i = 0; i < m; ++i) rhs[i * stride] = offsets.weight[entries[i]];
     return;
   }
   const VORL_GRID& grid = list_->grid;
+  real* const lagX = lag;
+  real* const lagY = lag + m;
+  real* const lagZ = lag + 2 * m;
+  real* const row = lag + 3 * m;
   for (int i = 0; i < m; ++i) {
     const int e = entries[i];
-    const Rotation::Lag lag{offsets.ix[e] * grid.sx, offsets.iy[e] * grid.sy, offsets.iz[e] * grid.sz};
-    EvaluateAtNode(*model_->covModel, node, local.rotationOrNull(), 1, &lag.x, &lag.y, &lag.z, &rhs[i * stride]);
+    lagX[i] = offsets.ix[e] * grid.sx;
+    lagY[i] = offsets.iy[e] * grid.sy;
+    lagZ[i] = offsets.iz[e] * grid.sz;
   }
+  local.Evaluate(m, lagX, lagY, lagZ, row);
+  for (int i = 0; i < m; ++i) rhs[i * stride] = row[i];
 }
 
 }  // namespace kestrum

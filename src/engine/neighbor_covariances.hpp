@@ -25,15 +25,15 @@ class NeighborCovariances {
 
   // Writes the covariances of a system's neighbours, both triangles, without the diagonal: element (i, j) goes to
   // matrix[(i*size + j)*stride]. `lag` is scratch for 4*m values.
-  void Fill(const LocalModel& local, int node, const int* entries, int m, int size, real* matrix, int stride,
+  void Fill(const LocalModel& local, const int* entries, int m, int size, real* matrix, int stride,
             real* lag) const noexcept;
 
   // The same for kLanes systems of m neighbours at once, lane by lane in each element; from the table.
   // entries[lane]: the neighbours of a lane. `code` is scratch for kLanes*m values.
   void FillSideBySide(const int* const entries[kLanes], int m, int size, real* matrix, int* code) const noexcept;
 
-  // The covariances of the target node with its neighbours, to rhs[i*stride].
-  void FillRhs(const LocalModel& local, int node, const int* entries, int m, real* rhs, int stride) const noexcept;
+  // The covariances of the target node with its neighbours, to rhs[i*stride]. `lag` as above.
+  void FillRhs(const LocalModel& local, const int* entries, int m, real* rhs, int stride, real* lag) const noexcept;
 
  private:
   real Evaluate(std::int64_t difference) const noexcept;

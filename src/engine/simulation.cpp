@@ -22,7 +22,7 @@ class GaussianLaw {
     if (const int status = systems_.Prepare(model, neighbors); status != 0) return status;
     if (const int status = scratches_.Allocate(problem_.dealing().nscratch()); status != 0) return status;
     for (ChunkSolver& scratch : scratches_) {
-      if (const int status = scratch.Allocate(problem_.solver, systems_); status != 0) return status;
+      if (const int status = scratch.Allocate(problem_, systems_); status != 0) return status;
     }
     return problem_.data.bounded ? gibbs_.Prepare() : 0;
   }

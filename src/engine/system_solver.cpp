@@ -81,10 +81,17 @@ int MovingSystems::Prepare(const KrigingModel& model, const NeighborList& list, 
   return status != 0 ? status : guess_.Allocate(model_.SystemSize(capacity()));
 }
 
-int SystemSolver::Allocate(const SolverChoice& choice, bool ordinaryKriging, int capacity) noexcept {
-  choice_ = choice;
+int SystemSolver::Allocate(const Problem& problem, int capacity) noexcept {
+  const SolverChoice& choice = choice_ = problem.solver;
   VORLInitRandContext(&context_);
-  const int q = ordinaryKriging ? 1 : 0;
+  int elements = 0;  // of exact models at a node
+  for (const auto& [model, neighbors] : problem.setups) {
+    if (model.exact != nullptr && !model.covModelStationary) elements = std::max(elements, model.covModel->nelem);
+  }
+  if (elements > 0) {
+    if (const int status = atNode_.Allocate(elements); status != 0) return status;
+  }
+  const int q = problem.setups[0].model.ordinaryKriging ? 1 : 0;
   const std::size_t size = static_cast<std::size_t>(capacity) + q;
   const int batchSize =
       static_cast<int>(std::min<std::size_t>(size, choice.factorising() ? kMaxFactorBatchSize : kMaxBatchSize));
@@ -131,7 +138,7 @@ void SystemSolver::Solve(const MovingSystems& systems, ChunkSystems& chunk) noex
     if (size(i) > 0) {
       order[count++] = i;
     } else {
-      chunk.system(i).sill = systems.model().At(chunk.node(i)).sill;
+      chunk.system(i).sill = systems.model().SillAt(chunk.node(i));
     }
   }
   std::sort(order, order + count, [&](int a, int b) { return size(a) != size(b) ? size(a) > size(b) : a < b; });
@@ -183,7 +190,7 @@ bool SystemSolver::SolveByFactor(ChunkSystems& chunk, int i) noexcept {
   SolvedSystem& system = chunk.system(i);
   const int m = system.m;
   const int size = model.SystemSize(m);
-  const LocalModel local = model.At(chunk.node(i));
+  const LocalModel local = model.At(chunk.node(i), atNode_);
   system.sill = local.sill;
   Build(chunk, i, local);
   for (int row = 0; row < size; ++row) {
@@ -215,7 +222,7 @@ bool SystemSolver::SolveByFactor(ChunkSystems& chunk, int i) noexcept {
 void SystemSolver::SolveAlone(ChunkSystems& chunk, int i, int firstAttempt) noexcept {
   const KrigingModel& model = systems_->model();
   SolvedSystem& system = chunk.system(i);
-  const LocalModel local = model.At(chunk.node(i));
+  const LocalModel local = model.At(chunk.node(i), atNode_);
   system.sill = local.sill;
   Build(chunk, i, local);
   int m = system.m;
@@ -248,8 +255,8 @@ void SystemSolver::Build(const ChunkSystems& chunk, int i, const LocalModel& loc
   const int m = chunk.system(i).m;
   const int size = systems_->model().SystemSize(m);
   const NeighborCovariances& covariances = systems_->covariances();
-  covariances.FillRhs(local, chunk.node(i), chunk.entries(i), m, rhs_.data(), 1);
-  covariances.Fill(local, chunk.node(i), chunk.entries(i), m, size, matrix_.data(), 1, lag_.data());
+  covariances.FillRhs(local, chunk.entries(i), m, rhs_.data(), 1, lag_.data());
+  covariances.Fill(local, chunk.entries(i), m, size, matrix_.data(), 1, lag_.data());
   for (int k = 0; k < m; ++k) matrix_[static_cast<std::ptrdiff_t>(k) * size + k] = local.sill;
   if (systems_->model().ordinaryKriging) AddUnbiasedness(m, size, matrix_.data(), rhs_.data());
 }
@@ -262,13 +269,12 @@ void SystemSolver::BuildSideBySide(ChunkSystems& chunk, const int* which, int co
   real sill[kLanes];
   for (int lane = 0; lane < kLanes; ++lane) {
     const int i = which[lane < count ? lane : 0];
-    const int node = chunk.node(i);
-    const LocalModel local = systems_->model().At(node);
+    const LocalModel local = systems_->model().At(chunk.node(i), atNode_);
     entries[lane] = chunk.entries(i);
     chunk.system(i).sill = sill[lane] = local.sill;
-    covariances.FillRhs(local, node, entries[lane], m, &batchRhs_[lane], kLanes);
+    covariances.FillRhs(local, entries[lane], m, &batchRhs_[lane], kLanes, lag_.data());
     if (!covariances.tabulated()) {
-      covariances.Fill(local, node, entries[lane], m, size, &batchMatrix_[lane], kLanes, lag_.data());
+      covariances.Fill(local, entries[lane], m, size, &batchMatrix_[lane], kLanes, lag_.data());
     }
   }
   if (covariances.tabulated()) covariances.FillSideBySide(entries, m, size, batchMatrix_.data(), code_.data());

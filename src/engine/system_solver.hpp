@@ -144,7 +144,7 @@ class SystemSolver {
   static constexpr int kAttemptsPerDrop = 5;
 
   // capacity: largest number of neighbours.
-  [[nodiscard]] int Allocate(const SolverChoice& choice, bool ordinaryKriging, int capacity) noexcept;
+  [[nodiscard]] int Allocate(const Problem& problem, int capacity) noexcept;
 
   // Solves the systems of all nodes of a chunk, whose neighbours are set.
   void Solve(const MovingSystems& systems, ChunkSystems& chunk) noexcept;
@@ -165,6 +165,7 @@ class SystemSolver {
   const MovingSystems* systems_ = nullptr;
   SolverChoice choice_;
   VORL_RANDCONTEXT context_{};
+  ExactCovariance atNode_;  // a model that is not stationary, at the node at hand
   Buffer<real> batchMatrix_, batchRhs_, batchWeight_, batchWork_;
   Buffer<real> matrix_, rhs_, weight_, work_;
   Buffer<real> factor_, factorRhs_;
@@ -177,8 +178,8 @@ struct ChunkSolver {
   SystemSolver solver;
   ChunkSystems chunk;
 
-  [[nodiscard]] int Allocate(const SolverChoice& choice, const MovingSystems& systems) noexcept {
-    const int status = solver.Allocate(choice, systems.model().ordinaryKriging, systems.capacity());
+  [[nodiscard]] int Allocate(const Problem& problem, const MovingSystems& systems) noexcept {
+    const int status = solver.Allocate(problem, systems.capacity());
     return status != 0 ? status : chunk.Allocate(systems.capacity());
   }
 };

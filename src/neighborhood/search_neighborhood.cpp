@@ -193,15 +193,11 @@ int BuildSearchNeighborhood(const VORL_GRID& grid, const GridModel& model, const
       stopped = progress.Aborted();
     }
     if (stopped) return;
-    Rotation::Lag lag{i * grid.sx, j * grid.sy, k * grid.sz};
-    if (rotated) lag = model.rotation.ToModelAxes(lag.x, lag.y, lag.z);
-    const auto [x, y, z] = lag;
+    const Rotation::Lag lag{i * grid.sx, j * grid.sy, k * grid.sz};
+    const auto [x, y, z] = rotated ? model.rotation.ToModelAxes(lag.x, lag.y, lag.z) : lag;
     const real ellipsoidal = coefficient[0] * x * x + coefficient[1] * y * y + coefficient[2] * z * z;
     if (!(ellipsoidal <= 1.0 + VORL_EPSILON)) return;
-    real covariance = 0.0;
-    if (model.covModelStationary) {
-      EvaluateFixed(covModel, nullptr, 1, &lag.x, &lag.y, &lag.z, &covariance);
-    }
+    const real covariance = model.covModelStationary ? model.Covariance(lag.x, lag.y, lag.z) : 0.0;
     real key = ellipsoidal;
     if (sortMode == 0) key = x * x + y * y + z * z;
     if (sortMode == 2 && covariance != 0.0) key = -covariance;

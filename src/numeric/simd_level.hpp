@@ -7,8 +7,11 @@ namespace kestrum {
 // AVX-512. No result depends on the level.
 enum class SimdLevel { kBaseline, kAvx2, kAvx512 };
 
-// The highest level that this machine runs. Out of line, so that a test program can answer in its place.
+// The highest level that this machine runs, up to the limit.
 SimdLevel BestSimdLevel() noexcept;
+
+// For tests of the levels: kernels that are called from now on take no higher one.
+void LimitSimdLevel(SimdLevel limit) noexcept;
 
 }  // namespace kestrum
 

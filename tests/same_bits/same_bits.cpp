@@ -12,22 +12,7 @@
 #include "numeric/simd_level.hpp"
 #include "soak/trials.hpp"
 
-namespace {
-
-kestrum::SimdLevel forced_level;
-
-}  // namespace
-
-// The linker's --wrap sends the library's question for the level to __wrap_, and __real_ to the library's answer. The
-// symbols are kestrum::BestSimdLevel(), mangled.
-extern "C" {
-kestrum::SimdLevel __real__ZN7kestrum13BestSimdLevelEv() noexcept;
-kestrum::SimdLevel __wrap__ZN7kestrum13BestSimdLevelEv() noexcept { return forced_level; }
-}
-
 int main(int argc, char** argv) {
-  const kestrum::SimdLevel best = __real__ZN7kestrum13BestSimdLevelEv();
-  forced_level = best;
   const std::map<std::string, kestrum::SimdLevel> levels = {{"baseline", kestrum::SimdLevel::kBaseline},
                                                             {"avx2", kestrum::SimdLevel::kAvx2},
                                                             {"avx512", kestrum::SimdLevel::kAvx512}};
@@ -40,13 +25,13 @@ int main(int argc, char** argv) {
     } else if (option == "--cases") {
       cases = static_cast<unsigned>(std::atoi(argv[i + 1]));
     } else if (option == "--level" && levels.count(value) == 1) {
-      forced_level = levels.at(value);
+      kestrum::LimitSimdLevel(levels.at(value));
+      if (kestrum::BestSimdLevel() < levels.at(value)) return 77;
     } else {
       std::fprintf(stderr, "unknown option %s %s\n", argv[i], argv[i + 1]);
       return 2;
     }
   }
-  if (forced_level > best) return 77;
   // Runs have more to vary than an analysis.
   const struct {
     const std::vector<kestrum_test::Trial>& trials;
