@@ -2,7 +2,7 @@
 """Image analysis beside SciPy, scikit-image and NumPy, variograms of points and kriging beside gstat, in one run and one
 thread.
 
-For each task the results of both sides are compared first, then both are timed in turns. The table tells the least
+For each task the results of both sides are compared first, then both are timed in turns. The table gives the least
 processor time of each, how many times longer theirs takes, and how many times sooner ours ends with two threads (least
 elapsed times, which need a quiet machine). All inputs are ready before: doubles for ours (where the task begins with
 "ks.", the array of theirs), booleans or doubles for theirs. The target is the ratio that ours should reach. gstat runs

@@ -80,7 +80,7 @@ def zinc_realizations():
     draw_zinc_bar(figure, picture, axes)
     meuse.save(figure, "meuse_realizations")
 
-    figure, axes = meuse.new_figure("Zinc in the Meuse flood plain: what 100 realizations tell", 1, 3, (16, 6.2))
+    figure, axes = meuse.new_figure("Zinc in the Meuse flood plain: what 100 realizations show", 1, 3, (16, 6.2))
     left, middle, right = axes[0]
     picture = meuse.draw_map(left, mean, "Mean", **ZINC_STYLE)
     draw_zinc_bar(figure, picture, left)

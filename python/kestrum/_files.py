@@ -165,7 +165,7 @@ def write_gslib(data: "xr.DataArray | xr.Dataset | pd.DataFrame", path: Path, *,
     path : str or path-like
         The file, which is replaced.
     grid : Grid, optional
-        The grid of the values. By default their coordinates are its cell centres, which cannot tell the size of a cell
+        The grid of the values. By default their coordinates are its cell centres, which do not give the size of a cell
         along an axis that has one.
 
     Raises
@@ -210,7 +210,7 @@ def write_vtk(data: "xr.DataArray | xr.Dataset", path: Path, *, grid: Grid | Non
     path : str or path-like
         The file, which is replaced.
     grid : Grid, optional
-        The grid of the values. By default their coordinates are its cell centres, which cannot tell the size of a cell
+        The grid of the values. By default their coordinates are its cell centres, which do not give the size of a cell
         along an axis that has one.
 
     Raises

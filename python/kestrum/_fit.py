@@ -35,10 +35,10 @@ class FittedModel(CovModel):
     log_likelihood : float
         The restricted one, for a fit by likelihood; NaN of another.
     at_bounds : tuple of str
-        Parameters that ended on a bound: sills at 0, the longest range at the greatest that the data tell of, shapes.
+        Parameters that ended on a bound: sills at 0, the longest range at the greatest that the data support, shapes.
     parameter_covariance : pandas.DataFrame
         Covariances of the errors of the parameters that were free and ended on no bound, by name: to first order, and
-        as if the semivariances had independent errors. NaN for what the variogram or the data do not tell.
+        as if the semivariances had independent errors. NaN for what the variogram or the data do not determine.
     ranking : pandas.DataFrame
         All candidates, the best first: model, residual (or log_likelihood) and number of free parameters.
 
@@ -207,15 +207,15 @@ class Form:
         return result
 
     def inverse(self, information: Floats) -> Floats:
-        """Of a settled form: the inverse of a matrix by `names`; NaN for what it does not tell, as an azimuth between two
+        """Of a settled form: the inverse of a matrix by `names`; NaN for what it does not determine, as an azimuth between two
         directions that it makes alike."""
         units = {f.name: math.degrees(1.0) if f.structure < 0 else math.exp(f.start) for f in self.free}
         units |= {f"structures[{k}].sill": sill for k, sill in enumerate(self.sills)}
         scale = np.array([units[name] for name in self.names()])
         values, vectors = np.linalg.eigh(information * np.outer(scale, scale))
-        told = values > 1e-12 * values.max(initial=0.0)
-        result = (vectors[:, told] / values[told]) @ vectors[:, told].T * np.outer(scale, scale)
-        unknown = (vectors[:, ~told] ** 2).sum(axis=1) > 1e-6
+        known = values > 1e-12 * values.max(initial=0.0)
+        result = (vectors[:, known] / values[known]) @ vectors[:, known].T * np.outer(scale, scale)
+        unknown = (vectors[:, ~known] ** 2).sum(axis=1) > 1e-6
         result[unknown] = result[:, unknown] = np.nan
         return np.asarray(result)
 
@@ -296,7 +296,7 @@ def _plain(model: CovModel) -> FittedModel:
 
 
 def _require_told(form: Form, variogram: "Variogram", informed: int, count: int) -> None:
-    """Refuses to seek what the variogram does not tell."""
+    """Refuses to seek what the variogram does not determine."""
     model = form.model
     if not model.isotropic and np.isnan(variogram.azimuth).any():
         raise ModelError("the model is anisotropic, but the variogram is of all directions. Give variogram(..., azimuth=[...]), "

@@ -154,7 +154,7 @@ class Grid:
                     continue
                 names = ", ".join(map(str, template.coords)) or "none"
                 raise GridError(f"template has no coordinate {axis!r} (it has {names}). "
-                                f"Rename the one that is meant: template.rename({{...: {axis!r}}}).")
+                                f"Rename the one to use: template.rename({{...: {axis!r}}}).")
             if axis == "z" and "z" not in template.dims:
                 continue
             centres = _door.finite(f"coordinate {axis!r}", _door.reals(f"coordinate {axis!r}", template.coords[axis].values,

@@ -26,7 +26,7 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
                    mean: float | None = None, drift: Literal["linear", "quadratic"] | Mapping[str, ArrayLike] | None = None,
                    folds: int | ArrayLike | None = None, seed: int = 1, threads: int | None = None,
                    progress: bool | Callable[[float], object] = False) -> "pd.DataFrame":
-    """Kriging of each datum from others, which shows how well data and model would have told it.
+    """Kriging of each datum from others, which shows how well data and model would have predicted it.
 
     Parameters
     ----------

@@ -66,7 +66,7 @@ struct Segment {
   Vector cost;  // of the site
 };
 
-// Starts are this far from the lowest that can be told apart, so that they can be stored without a sign.
+// Starts are this far from the lowest that can be distinguished, so that they can be stored without a sign.
 constexpr double kStartBias = 1073741824.0;  // 2^30
 
 // What a site stores of the segment below its own: the start in the upper half, the site in the lower one.

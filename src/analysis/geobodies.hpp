@@ -105,7 +105,7 @@ class GeobodyFinder : public NodeBits {
   int bundleY_ = 1;  // rows of a bundle along y
   int bundleZ_ = 1;  // and along z
   int bundlesPerLayer_ = 0;
-  int runsPerBundle_ = 0;         // at most: ix / 2 tells apart the runs that start at ix
+  int runsPerBundle_ = 0;         // at most: ix / 2 differs between the runs that start at ix
   Buffer<std::uint64_t> starts_;  // of runs; each bundle starts a word
   Buffer<int> link_;              // an earlier run of the same geobody, or the run itself, or -label
 };

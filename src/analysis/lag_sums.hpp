@@ -23,7 +23,7 @@ constexpr bool LeavesMissingOut(TwoPointStatistic statistic) noexcept {
   return statistic < TwoPointStatistic::kConnectivityFunction0;
 }
 
-// Number of sums of a statistic. The first is the same for a lag and its opposite; the others stand in couples, the one
+// Number of sums of a statistic. The first is the same for a lag and its opposite; the others come in pairs, the one
 // of the tails and the one of the heads, which change places. Both of ConnectivityFunction2 are of the first kind.
 constexpr int SumCount(TwoPointStatistic statistic) noexcept {
   switch (statistic) {

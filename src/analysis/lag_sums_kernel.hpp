@@ -1,6 +1,6 @@
 // The sums of two-point statistics: text for numeric/kernel_levels.hpp.
 //
-// A lane is a lag. All lanes stand at the same tail, and each adds its own pair to its own sums, in the order of the
+// A lane is a lag. All lanes have the same tail, and each adds its own pair to its own sums, in the order of the
 // tails; nothing is summed across lanes. Several vectors of lanes hide the latency of the additions. A lane whose head
 // is out of the grid or missing adds 0.0, which changes nothing: a sum that began at 0.0 is never -0.0.
 
@@ -10,7 +10,7 @@ constexpr int kRegisters = kVectorBytes == 64 ? 32 : 16;
 KESTRUM_KERNEL_INLINE std::ptrdiff_t Least(std::ptrdiff_t a, std::ptrdiff_t b) { return a < b ? a : b; }
 KESTRUM_KERNEL_INLINE int Greatest(int a, int b) { return a > b ? a : b; }
 
-// The terms of the pairs of tail a and heads b, in the order that SumCount tells.
+// The terms of the pairs of tail a and heads b, in the order that SumCount gives.
 template <TwoPointStatistic kStatistic>
 KESTRUM_KERNEL_INLINE void ComputeTerms(const Vector& a, const Vector& b, Vector* term) {
   using enum TwoPointStatistic;

@@ -204,8 +204,8 @@ class Expansion {
   }
 
   static bool HasFittingSize(const Axis& axis) noexcept {
-    Axis told = axis;
-    return SetDimension(&told) == 0 && axis.nOut == told.nOut;
+    Axis computed = axis;
+    return SetDimension(&computed) == 0 && axis.nOut == computed.nOut;
   }
 
   // Multiplies the weights by the step, here and nowhere else.

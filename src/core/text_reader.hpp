@@ -50,7 +50,7 @@ class TextReader {
   char block_[kBlockSize];
 };
 
-// Take the next entries of a seekable file in which white space and comments may stand before each. Return 0, or the
+// Take the next entries of a seekable file in which white space and comments may precede each. Return 0, or the
 // status of the entry that is missing or cannot be read, which is left alone: `status` for the first, one less for
 // each further one.
 [[nodiscard]] int TakeInts(std::FILE* stream, int status, std::initializer_list<int*> values) noexcept;

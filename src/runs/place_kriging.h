@@ -106,7 +106,7 @@ struct vorl_placeResults {
   long long nwithoutData;    /**< targets that no datum serves: NaN, or mean and variance if the mean is known */
   long long nundetermined;   /**< targets whose data do not determine the drift: NaN */
   long long nindefinite;     /**< targets for whose data the model is not positive definite: NaN */
-  long long nredundant;      /**< targets some of whose data were left out, for others tell the same to rounding */
+  long long nredundant;      /**< targets some of whose data were left out, for others say the same to rounding */
 };
 
 /**
@@ -126,7 +126,7 @@ KESTRUM_API void VORLKestrumInitPlaceOptions(VORL_PLACEOPTIONS* options) KESTRUM
  * @param progressMonitor in and out: may be null
  * @param progressCallback may be null
  * @return 0; -1 no memory; -20 a null argument or vector; -99 nthreads below 0; -1000 aborted; what the callback gives;
- *   or a status near to the refusal, which tells more
+ *   or a status near to the refusal, which says more
  */
 KESTRUM_API int VORLKestrumKrigePlaces(const VORL_COVMODEL* model, const VORL_PLACEDATA* data,
                                        const VORL_PLACETARGETS* targets, const VORL_PLACEOPTIONS* options,

@@ -403,7 +403,7 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
     return -1;
   }
 
-  // The share of the hard data in each category, and the sill of each model. One category stands against its
+  // The share of the hard data in each category, and the sill of each model. One category is set against its
   // complement, whose value is 0.0.
   int ComputeProportions() noexcept {
     const int ncategory = input_->ncategory;

@@ -247,14 +247,14 @@ TEST(TwoPointStatistics, Refusals) {
   const struct {
     int axis, status;
     int LagAxis::*field;
-    int mended;
+    int sound;
   } faults[] = {{0, -2012, &LagAxis::min, -3}, {0, -2015, &LagAxis::max, -4},       {1, -2013, &LagAxis::min, -2},
                 {1, -2016, &LagAxis::max, -3}, {2, -2014, &LagAxis::min, -1},       {2, -2017, &LagAxis::max, -2},
                 {0, -2018, &LagAxis::max, 4},  {1, -2019, &LagAxis::max, 3},        {2, -2020, &LagAxis::max, 2},
                 {0, -2021, &LagAxis::step, 1}, {1, -2022, &LagAxis::step, INT_MAX}, {2, -2023, &LagAxis::step, 1}};
-  for (const auto& [axis, status, field, mended] : faults) {
+  for (const auto& [axis, status, field, sound] : faults) {
     expect(0, box, status);
-    box.axis[axis].*field = mended;
+    box.axis[axis].*field = sound;
   }
   expect(0, {{{INT_MIN, 5, 0}, {0, 0, 0}, {0, 0, 0}}}, -2012);
   expect(0, {{{4, INT_MAX, 0}, {0, 0, 0}, {0, 0, 0}}}, -2015);

@@ -15,7 +15,6 @@
 
 #include "support/allocation_failure.hpp"
 #include "support/run_builder.hpp"
-#include "support/run_callbacks.hpp"
 #include "support/text_stream.hpp"
 
 namespace {
@@ -162,10 +161,22 @@ TEST_F(RunDriver, StatusesAndRewrittenInput) {
   EXPECT_EQ(VORLOMPKestrumIndicatorSim(nullptr, nullptr, nullptr, nullptr, 0), -99);
 }
 
+// Callbacks that record the progress they are given.
+std::vector<int> percentages;
+int Collect(VORL_PROGRESSMONITOR* monitor) {
+  percentages.push_back(monitor->allRealizationProgress);
+  return 0;
+}
+int StopAtForty(VORL_PROGRESSMONITOR* monitor) { return Collect(monitor), percentages.back() >= 40 ? -7 : 0; }
+int AbortAtForty(VORL_PROGRESSMONITOR* monitor) {
+  monitor->abortedJobFlag = StopAtForty(monitor) != 0;
+  return 0;
+}
+
 // The answers to an estimation, a simulation, and one of categories.
 TEST_F(RunDriver, ProgressAndItsAnswers) {
   const auto run = [](int kind, int nthreads, int (*callback)(VORL_PROGRESSMONITOR*)) {
-    toldPercentages.clear();
+    percentages.clear();
     const std::vector<Datum> data = {{kind == 0 ? 100 : 9, 0, 0, 1.0}};
     RunRecords records(MakeGrid(kind == 0 ? 257 : 61, 1, 1), kModel, data);
     IndicatorRunRecords categorical(MakeGrid(60, 1, 1), kModel, {1.0, 2.0}, {});
@@ -181,22 +192,22 @@ TEST_F(RunDriver, ProgressAndItsAnswers) {
       SCOPED_TRACE(std::to_string(kind) + " " + std::to_string(nthreads));
       EXPECT_EQ(run(kind, nthreads, Collect), 0);
       if (kind == 0 && nthreads == 4) {  // thread 0 reports every fourth node, and the end is reported
-        EXPECT_EQ(toldPercentages.size(), 64u);
+        EXPECT_EQ(percentages.size(), 64u);
         continue;
       }
       // Every percentage that the nodes can reach, in order, whatever the number of threads.
-      EXPECT_EQ(toldPercentages, all);
+      EXPECT_EQ(percentages, all);
       // A threaded estimation ends at the next chunk, a threaded simulation with the realization.
       EXPECT_EQ(run(kind, nthreads, AbortAtForty), -1000);
-      EXPECT_EQ(toldPercentages.back(), nthreads == 0 ? 40 : 49);
+      EXPECT_EQ(percentages.back(), nthreads == 0 ? 40 : 49);
       if (kind == 0 && nthreads > 0) continue;
       EXPECT_EQ(run(kind, nthreads, StopAtForty), -7);
-      EXPECT_EQ(toldPercentages.back(), 40);
+      EXPECT_EQ(percentages.back(), 40);
     }
   }
 }
 
-// Runs with each allocation failing once: the run tells it, of each list of neighbours the five arrays that are made
+// Runs with each allocation failing once: the run reports it, of each list of neighbours the five arrays that are made
 // smaller in another way, hands nothing out and leaks nothing (a leak is for the sanitised build to find).
 template <typename Make>
 void FailEachAllocation(int nthreads, int nlist, const Make& make) {
