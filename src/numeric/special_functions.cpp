@@ -8,6 +8,7 @@
 
 #include "core/buffer.hpp"
 #include "core/comparators.h"
+#include "core/statuses.hpp"
 #include "numeric/normal_table.hpp"
 #include "numeric/special_functions.hpp"
 
@@ -272,7 +273,7 @@ int VORLComputeNewVarValueNormal(int n, real* /*value*/, real* pdf, real* newVal
   }
   const double first = newValue[0];
   const double range = newValue[n - 1] - first;
-  if (range < VORL_EPSILON) return -540;
+  if (range < VORL_EPSILON) return kestrum::kRangeOfVariable;
   const double scale = 1.0 / range;
   for (int i = 0; i < n; ++i) newValue[i] = (newValue[i] - first) * scale;
   return 0;
