@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 #include <random>
 #include <set>
 #include <string>
@@ -17,13 +16,7 @@
 
 namespace {
 
-constexpr double kMissing = VORL_MISSING_VALUE;
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-using kestrum_test::ForEachFailingAllocation;
-using kestrum_test::Grid;
-using Image = kestrum_test::TestImage;
-using Ints = std::vector<int>;
-using Values = std::vector<double>;
+using namespace kestrum_test;
 
 int Euler(Image& image, int varIndex, int nthreads) {
   int serial = 12345, threaded = -12345;

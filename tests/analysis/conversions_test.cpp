@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,15 +16,11 @@
 
 namespace {
 
-constexpr double kMissing = VORL_MISSING_VALUE;
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-using kestrum_test::ForEachFailingAllocation;
-using kestrum_test::Grid;
-using Image = kestrum_test::TestImage;
+using namespace kestrum_test;
 using Reals = std::vector<double>;
 using Names = std::vector<std::string>;
 
-struct PointSet : kestrum_test::Owned<VORL_POINTSET, VORLInitPointSet, VORLFreePointSet> {
+struct PointSet : Owned<VORL_POINTSET, VORLInitPointSet, VORLFreePointSet> {
   PointSet() = default;
   // All with y of 0.5, and one z.
   PointSet(const Names& names, const Reals& xs, const Reals& values, double height = 0.5) {

@@ -20,13 +20,8 @@
 
 namespace {
 
+using namespace kestrum_test;
 using kestrum::DistanceMetric;
-using kestrum_test::Grid;
-using kestrum_test::SameBits;
-using Image = kestrum_test::TestImage;
-using Values = std::vector<double>;
-
-constexpr double kMissing = VORL_MISSING_VALUE;
 
 bool IsFeature(double value) { return value != 0.0 && value != kMissing; }
 
@@ -380,7 +375,7 @@ TEST(DistanceCurves, Refusals) {
   EXPECT_EQ(kCurves[0].serial(&in, 0.5, nullptr, nullptr, nullptr, nullptr, FALSE), -20);
   for (const CurveForms& forms : kCurves) {
     for (const bool forThreads : {false, true}) {
-      kestrum_test::ForEachFailingAllocation([&] { return Compute(forms, in, 0.5, forThreads, 2); });
+      ForEachFailingAllocation([&] { return Compute(forms, in, 0.5, forThreads, 2); });
     }
   }
 }

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -17,13 +16,7 @@
 
 namespace {
 
-constexpr double kMissing = VORL_MISSING_VALUE;
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-using kestrum_test::ForEachFailingAllocation;
-using kestrum_test::Grid;
-using Image = kestrum_test::TestImage;
-using Ints = std::vector<int>;
-using Values = std::vector<double>;
+using namespace kestrum_test;
 
 struct Intervals {
   Values lower;
@@ -158,7 +151,7 @@ TEST(Geobodies, FewAndAllNodes) {
       const bool isFast = count < 2 || count == 6;
       for (auto* function : kGeobodyVector) {
         for (long k = 0; isFast && k < 3; ++k) {
-          const kestrum_test::FailAllocation fail(k);
+          const FailAllocation fail(k);
           EXPECT_EQ(set.Call(function, image, labels.data(), 0, &ngeobody), 0);
           EXPECT_TRUE(fail.Happened());
           EXPECT_EQ(ngeobody, std::min(count, 1));

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <limits>
 #include <random>
 #include <string>
 #include <tuple>
@@ -25,10 +24,8 @@
 
 namespace {
 
+using namespace kestrum_test;
 using kestrum::SimdLevel;
-using Values = std::vector<double>;
-constexpr double kMissing = VORL_MISSING_VALUE;
-const double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 class Draws {
  public:
@@ -77,7 +74,7 @@ Values Marks(SimdLevel level, Draws& draws) {
 }
 
 Values EulerNumbers(SimdLevel level, Draws& draws) {
-  VORL_GRID grid = kestrum_test::Grid(draws.Int(1, 40), draws.Int(1, 5), draws.Int(1, 4));
+  VORL_GRID grid = Grid(draws.Int(1, 40), draws.Int(1, 5), draws.Int(1, 4));
   grid.nxy = grid.nx * grid.ny;
   grid.nxyz = grid.nxy * grid.nz;
   const Values values = draws.Numbers(grid.nxyz, 9);
@@ -122,9 +119,7 @@ Values Lines(SimdLevel level, Draws& draws) {
 Values LagSums(SimdLevel level, Draws& draws) {
   const int sizes[][3] = {{150, 1, 1}, {1, 90, 2}, {2, 3, 40}, {21, 5, 2}};
   const auto& [nx, ny, nz] = sizes[draws.Int(0, 3)];
-  kestrum_test::TestImage image(kestrum_test::Grid(nx, ny, nz), {"v"},
-                                draws.Numbers(nx * ny * nz, draws.Flip() ? 3 : 0)),
-      map;
+  TestImage image(Grid(nx, ny, nz), {"v"}, draws.Numbers(nx * ny * nz, draws.Flip() ? 3 : 0)), map;
   const kestrum::LagBox box{{{draws.Int(1 - nx, 0), nx - 1, draws.Int(1, 3)}, {0, ny - 1, 1}, {1 - nz, nz - 1, 1}}};
   EXPECT_EQ(kestrum::ComputeTwoPointStatistic(static_cast<kestrum::TwoPointStatistic>(draws.Int(0, 7)), image, &map, 0,
                                               box, false, kestrum::Dealing::Serial(), level),
@@ -240,7 +235,7 @@ TEST_P(EveryKernel, GivesTheBitsOfTheBaseline) {
       std::replace_if(
           numbers->begin(), numbers->end(), [](double x) { return std::isnan(x); }, kNaN);
     }
-    ASSERT_TRUE(kestrum_test::SameBits(values, expected)) << seed;
+    ASSERT_TRUE(SameBits(values, expected)) << seed;
   }
 }
 

@@ -15,11 +15,7 @@
 
 namespace {
 
-constexpr double kMissing = VORL_MISSING_VALUE;
-using kestrum_test::Grid;
-using kestrum_test::SameBits;
-using Image = kestrum_test::TestImage;
-using Values = std::vector<double>;
+using namespace kestrum_test;
 
 struct Offsets {
   std::vector<int> x, y, z;

@@ -16,12 +16,8 @@
 
 namespace {
 
-constexpr double kMissing = VORL_MISSING_VALUE;
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using namespace kestrum_test;
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-using kestrum_test::Grid;
-using Image = kestrum_test::TestImage;
-using Values = std::vector<double>;
 using kestrum::Dealing;
 
 // One not-a-number is like another, and a zero has a sign.

@@ -15,10 +15,7 @@
 
 namespace {
 
-constexpr double kMissing = VORL_MISSING_VALUE;
-using kestrum_test::SameBits;
-using Image = kestrum_test::TestImage;
-using Values = std::vector<double>;
+using namespace kestrum_test;
 using Sizes = std::array<int, 3>;
 
 // A grid of sums and weights, filtered axis by axis as a whole.

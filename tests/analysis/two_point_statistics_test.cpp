@@ -20,14 +20,12 @@
 
 namespace {
 
+using namespace kestrum_test;
 using kestrum::Dealing;
 using kestrum::LagAxis;
 using kestrum::LagBox;
 using kestrum::TwoPointStatistic;
-using kestrum_test::TestImage;
 
-using Values = std::vector<double>;
-constexpr double kMissing = VORL_MISSING_VALUE;
 const double kNan = std::nan("");
 
 using Serial = decltype(&VORLImageVariogram);

@@ -17,17 +17,15 @@
 
 namespace {
 
-constexpr double kMissing = VORL_MISSING_VALUE;
-
-using Image = kestrum_test::TestImage;
-using Stream = kestrum_test::TextStream;
+using namespace kestrum_test;
+using Stream = TextStream;
 using Names = std::vector<std::string>;
 
 constexpr VORL_GRID kGrid{2, 1, 2, 2.0, 0.5, 1.0, 5.0, -6.0, 0.1234567, 0, 0};
 
 std::string WriteText(VORL_IMAGE& image, std::string formats, int fileFormat, int expectedStatus = 0) {
-  return kestrum_test::Written([&](FILE* stream) { return VORLWriteImage(&image, formats.data(), fileFormat, stream); },
-                               expectedStatus);
+  return Written([&](FILE* stream) { return VORLWriteImage(&image, formats.data(), fileFormat, stream); },
+                 expectedStatus);
 }
 
 constexpr int kBinary = -2;  // instead of the number of a text format
@@ -39,7 +37,7 @@ int Read(VORL_IMAGE* image, int fileFormat, const std::string& bytes) {
 }
 
 std::string Bytes(VORL_IMAGE& image) {
-  return kestrum_test::Written([&](FILE* stream) { return VORLWriteImageGslibBinary(&image, stream); });
+  return Written([&](FILE* stream) { return VORLWriteImageGslibBinary(&image, stream); });
 }
 
 std::string Lines(const Names& lines) {
@@ -328,12 +326,12 @@ TEST(ImageFiles, FailingAllocations) {
       if (nvar > 3 ? fileFormat > 0 : fileFormat == 2 ? nvar != 1 : fileFormat == 3 && nvar != 3) continue;
       SCOPED_TRACE(fileFormat);
       const std::string bytes = fileFormat == kBinary ? Bytes(image) : WriteText(image, "%g", fileFormat);
-      kestrum_test::ForEachFailingAllocation([&] {
+      ForEachFailingAllocation([&] {
         Image back;
         return Read(&back, fileFormat, bytes);
       });
       if (fileFormat == kBinary) continue;
-      kestrum_test::ForEachFailingAllocation([&] {
+      ForEachFailingAllocation([&] {
         Stream stream;
         char format[] = "%g";
         return VORLWriteImage(&image, format, fileFormat, stream.file);

@@ -18,10 +18,8 @@
 
 namespace {
 
-using kestrum_test::Grid;
-using kestrum_test::TestImage;
-using kestrum_test::WriteStatus;
-using Points = kestrum_test::Owned<VORL_POINTSET, VORLInitPointSet, VORLFreePointSet>;
+using namespace kestrum_test;
+using Points = Owned<VORL_POINTSET, VORLInitPointSet, VORLFreePointSet>;
 
 constexpr int kNodes = 24;
 
@@ -70,52 +68,30 @@ int Made(const Make& make) {
 
 std::vector<Function> StatisticsFunctions() {
   static char prefix[] = "", format[] = "%g";
-  std::vector<Function> all;
+  static real a[kNodes], b[kNodes], c[kNodes], *rows[] = {c};
+  static int number[kNodes], *counts[] = {number};
+  static BOOLEAN flags[kNodes];
+  std::vector<Function> all = {
+      {"mean of one", -1100, [](auto* i) { return VORLGetImageOneVarValueMean(i, 0, a); }},
+      {"mean", -621, [](auto* i) { return VORLGetImageVarValueMean(i, a); }},
+      {"deviation of one", -1100, [](auto* i) { return VORLGetImageOneVarValueSD(i, 0, a, b); }},
+      {"deviation", -621, [](auto* i) { return VORLGetImageVarValueSD(i, a, b); }},
+      {"range of one", -1100, [](auto* i) { return VORLGetImageOneVarValueRange(i, 0, number, a, b, c); }},
+      {"range", -621, [](auto* i) { return VORLGetImageVarValueRange(i, number, a, b, c); }},
+      {"index", -1100, [](auto* i) { return VORLGetImageOneVarValueIndex(i, 0, 1, a, number); }},
+      {"numbers missing", -621, [](auto* i) { return VORLGetImageNumberVarValueMissing(i, number); }},
+      {"nodes missing", -621, [](auto* i) { return VORLGetImageVarVectorMissing(i, flags, number); }},
+      {"statistics", -621, [](auto* i) { return VORLGetImageVarStats(i, counts, a, a + 1, b, rows); }},
+      {"linear transform", -1100, [](auto* i) { return VORLTransformLinearImageVar(i, 0, 2.0, 1.0); }},
+      {"explicit transform", -1100, [](auto* i) { return VORLTransformExplicitImageVar(i, 0, 1, a, b); }}};
   const auto add = [&](const char* name, int withoutVariables, std::function<int(VORL_IMAGE*)> call) {
     all.push_back({name, withoutVariables, std::move(call)});
   };
-  const auto withReals = [](auto function) {
-    return [function](VORL_IMAGE* image) {
-      std::vector<real> a(kNodes, 1.0), b(kNodes), c(kNodes);
-      std::vector<int> n(kNodes);
-      return function(image, a.data(), b.data(), c.data(), n.data());
-    };
-  };
-  add("mean of one", -1100,
-      withReals([](auto* image, real* a, real*, real*, int*) { return VORLGetImageOneVarValueMean(image, 0, a); }));
-  add("mean", -621, withReals([](auto* i, real* a, real*, real*, int*) { return VORLGetImageVarValueMean(i, a); }));
-  add("deviation of one", -1100,
-      withReals([](auto* image, real* a, real* b, real*, int*) { return VORLGetImageOneVarValueSD(image, 0, a, b); }));
-  add("deviation", -621,
-      withReals([](auto* image, real* a, real* b, real*, int*) { return VORLGetImageVarValueSD(image, a, b); }));
-  add("range of one", -1100, withReals([](auto* image, real* a, real* b, real* c, int* n) {
-        return VORLGetImageOneVarValueRange(image, 0, n, a, b, c);
-      }));
-  add("range", -621, withReals([](auto* image, real* a, real* b, real* c, int* n) {
-        return VORLGetImageVarValueRange(image, n, a, b, c);
-      }));
-  add("index", -1100, withReals([](auto* image, real* a, real*, real*, int* n) {
-        return VORLGetImageOneVarValueIndex(image, 0, 1, a, n);
-      }));
-  add("numbers missing", -621,
-      withReals([](auto* image, real*, real*, real*, int* n) { return VORLGetImageNumberVarValueMissing(image, n); }));
-  add("nodes missing", -621, withReals([](auto* image, real*, real*, real*, int* n) {
-        return VORLGetImageVarVectorMissing(image, std::vector<BOOLEAN>(kNodes).data(), n);
-      }));
-  add("statistics", -621, withReals([](auto* image, real* a, real* b, real* c, int* n) {
-        std::vector<real> covariance(1);
-        real* rows = covariance.data();
-        return VORLGetImageVarStats(image, &n, a, b, c, &rows);
-      }));
   for (const int ncategory : {0, 1}) {
-    add("local statistics", -621, withReals([ncategory](auto* image, real* a, real*, real*, int*) {
-          return Made([&](auto* out) { return VORLGetImageVarStatsLocal(image, out, ncategory, a); });
-        }));
+    add("local statistics", -621, [ncategory](auto* image) {
+      return Made([&](auto* out) { return VORLGetImageVarStatsLocal(image, out, ncategory, a); });
+    });
   }
-  add("linear transform", -1100, [](auto* image) { return VORLTransformLinearImageVar(image, 0, 2.0, 1.0); });
-  add("explicit transform", -1100, withReals([](auto* image, real* a, real* b, real*, int*) {
-        return VORLTransformExplicitImageVar(image, 0, 1, a, b);
-      }));
   for (const bool several : {false, true}) {
     for (const bool one : {true, false}) {
       add("distribution", one ? -1100 : -621, [=](auto* image) {
@@ -341,7 +317,7 @@ TEST(FailingAllocations, OfEveryFunctionOfAnImage) {
   for (const Function& function : Functions()) {
     SCOPED_TRACE(function.name);
     ASSERT_EQ(function.call(&image), 0);
-    kestrum_test::ForEachFailingAllocation([&] { return function.call(&image); }, false);
+    ForEachFailingAllocation([&] { return function.call(&image); }, false);
   }
 }
 

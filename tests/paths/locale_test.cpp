@@ -16,11 +16,8 @@
 
 namespace {
 
-using kestrum_test::CommaLocale;
-using kestrum_test::TestImage;
-using kestrum_test::TextStream;
-using kestrum_test::Written;
-using Points = kestrum_test::Owned<VORL_POINTSET, VORLInitPointSet, VORLFreePointSet>;
+using namespace kestrum_test;
+using Points = Owned<VORL_POINTSET, VORLInitPointSet, VORLFreePointSet>;
 
 char prefix[] = "# ";
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,11 @@
 #include "support/owned.hpp"
 
 namespace kestrum_test {
+
+inline constexpr double kMissing = VORL_MISSING_VALUE;
+inline constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using Values = std::vector<double>;
+using Ints = std::vector<int>;
 
 // An image that releases itself: one that holds nothing, or one with these variables, whose values repeat if they are
 // fewer than the image has. The products of the grid's sizes are filled in.
@@ -31,6 +37,7 @@ struct TestImage : Owned<VORL_IMAGE, VORLInitImage, VORLFreeImage> {
 
   std::vector<double> Values() const { return {var, var + nxyzv}; }
 };
+using Image = TestImage;
 
 // A grid at the origin.
 inline VORL_GRID Grid(int nx, int ny, int nz, double sx = 1.0, double sy = 1.0, double sz = 1.0) {
