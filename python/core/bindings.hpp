@@ -12,6 +12,7 @@ void BindGridRuns(pybind11::module_& module);
 void BindFiles(pybind11::module_& module);
 void BindVariogram(pybind11::module_& module);
 void BindImages(pybind11::module_& module);
+void BindImageDistance(pybind11::module_& module);
 
 }  // namespace kestrum::python
 

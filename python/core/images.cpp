@@ -7,18 +7,11 @@
 #include "analysis/euler_characteristic.hpp"
 #include "analysis/geobodies.hpp"
 #include "analysis/morphology.hpp"
-#include "arrays.hpp"
 #include "bindings.hpp"
+#include "images.hpp"
 
 namespace kestrum::python {
 namespace {
-
-// The grid of an array of two or three axes, the last one along x.
-VORL_GRID GridOfShape(const py::array& array) {
-  const py::ssize_t dimension = array.ndim();
-  const py::ssize_t nz = dimension == 3 ? array.shape(0) : 1;
-  return GridOf(py::make_tuple(array.shape(dimension - 1), array.shape(dimension - 2), nz, 1, 1, 1, 0, 0, 0));
-}
 
 template <typename T>
 py::tuple Label(const Array<T>& values, int neighbors, int nthreads) {

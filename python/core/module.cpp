@@ -72,4 +72,5 @@ PYBIND11_MODULE(_core, module) {
   kestrum::python::BindFiles(module);
   kestrum::python::BindVariogram(module);
   kestrum::python::BindImages(module);
+  kestrum::python::BindImageDistance(module);
 }

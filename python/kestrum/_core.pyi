@@ -79,6 +79,8 @@ def project_out_drift(matrix: _Floats, drift: _Floats, projection: _Floats, thre
 def label(values: NDArray[Any], neighbors: int, threads: int) -> tuple[NDArray[np.int32], int]:
     """values: uint8, int32, float32 or float64. neighbors: 6, 18 or 26, also of one layer."""
 def euler_number(values: NDArray[Any], closed_cells: bool, threads: int) -> int: ...
+def distance(mask: NDArray[Any], spacing: Sequence[float], manhattan: bool, is_signed: bool, distance: NDArray[Any], threads: int) -> None:
+    """mask: as the values of label. spacing: along x, y and z. distance: out; float32 or float64, of the mask's shape."""
 def body_sizes(labels: NDArray[np.int32], n: int) -> NDArray[np.int32]:
     """Rows of size and of extents along z, y and x, of the labels 1 to n. None is larger than n."""
 def changed_mask(mask: NDArray[Any], dilating: bool, elements: Sequence[NDArray[np.int32]], threads: int) -> NDArray[np.uint8]:

@@ -1,5 +1,6 @@
-"""Geobodies, Euler numbers, dilation and erosion of images."""
+"""Geobodies, Euler numbers, distances, dilation and erosion of images."""
 
+from collections.abc import Sequence
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
@@ -142,6 +143,65 @@ def euler_number(mask: ArrayLike, connectivity: Connectivity | None = None, *, t
     return _core.euler_number(_true(image), neighbors != 6, nthreads) if image.size else 0
 
 
+def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric: Literal["euclidean", "manhattan"] = "euclidean",
+             signed: bool = False, dtype: Literal["float64", "float32"] = "float64", threads: int | None = None) -> NDArray[Any]:
+    """The distance from each node to the nearest true node.
+
+    Parameters
+    ----------
+    mask : array_like
+        As that of `label`; Fortran order is read in place as well.
+    spacing : float or sequence of float
+        Between nodes, along all axes or along each, in the order of the axes. The coordinates of a DataArray are not used.
+    metric : "euclidean" or "manhattan"
+        The length of a straight line, or the sum of the lengths along the axes.
+    signed : bool
+        Whether true nodes get less than 0: less the distance to the nearest one of those that an erosion by the faces
+        leaves out, which have a neighbour across a face that is false. These get 0.
+    dtype : "float64" or "float32"
+        Of the result. The latter is twice as fast, and right to 2 units in its last place.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    ndarray, in the order of the mask, or DataArray like the mask
+        In the unit of the spacing: 0 at true nodes (see `signed`), infinite if no node is true, NaN where the mask is. Less
+        infinity at true nodes if the map is signed and no node has a false neighbour.
+
+    Notes
+    -----
+    Axis by axis, in time linear in the nodes: by trying near nodes first where distances are short, and by the lower
+    envelope of parabolas elsewhere (Meijster, Roerdink and Hesselink, A general algorithm for computing distance
+    transforms in linear time, 2000). Work memory is an eighth byte a node, or a quarter if signed; a signed map of an
+    image with NaN takes two transforms, three eighths and a second result.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.distance([[1, 0], [0, 0]], spacing=(4, 3))
+    array([[0., 3.],
+           [4., 5.]])
+    """
+    image = _image("mask", mask)
+    spacings = _spacings(spacing, image.ndim)
+    manhattan = _door.choice("metric", metric, ("euclidean", "manhattan")) == "manhattan"
+    is_signed = _door.flag("signed", signed)
+    kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))
+    nthreads = _door.threads(threads)
+    flipped = _flipped(image)
+    values = _true(image.T if flipped else image)
+    along = spacings if flipped else spacings[::-1]
+    # Beyond this ratio, squares leave the range of float32.
+    wide = kind == np.float32 and max(spacings) > 1e25 * min(spacings)
+    result = np.empty(values.shape, np.float64 if wide else kind)
+    if image.size:
+        _core.distance(values, [*along, 1.0][:3], manhattan, is_signed, result, nthreads)
+    result = result.astype(kind, copy=False)
+    distances: NDArray[Any] = _like(mask, result.T if flipped else result, "distance")
+    return distances
+
+
 def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None = None) -> NDArray[np.bool_]:
     """Dilate a mask: a node becomes true where the element, moved to some true node, covers it.
 
@@ -209,7 +269,7 @@ def _changed(mask: ArrayLike, element: Any, dilating: bool, threads: int | None)
     nthreads = _door.threads(threads)
     if image.size == 0:
         return np.zeros(image.shape, np.bool_)
-    flipped = image.flags.f_contiguous and not image.flags.c_contiguous
+    flipped = _flipped(image)
     # Along x, y and z, from a node to those that change it: SciPy's orientation.
     native = []
     for rows in offsets:
@@ -269,6 +329,20 @@ def _neighbors(connectivity: Any, dimension: int) -> int:
         listed = " or ".join(map(str, options)) if dimension == 2 else "6, 18 or 26"
         raise ArgumentError(f"connectivity is {_door.show(connectivity)}, but must be {listed} for an array of {dimension} axes.")
     return neighbors
+
+
+def _flipped(image: NDArray[Any]) -> bool:
+    """Whether it is the transposed array that lies in C order."""
+    return image.flags.f_contiguous and not image.flags.c_contiguous
+
+
+def _spacings(spacing: Any, dimension: int) -> list[float]:
+    """One for each axis."""
+    if np.ndim(spacing) == 0:
+        return [_door.number("spacing", spacing, above=0.0)] * dimension
+    if np.shape(spacing) != (dimension,):
+        raise ArgumentError(f"spacing is {_door.show(spacing)}, but must be one number, or {dimension}: one for each axis of the mask.")
+    return [_door.number("spacing", value, above=0.0) for value in spacing]
 
 
 def _true(image: NDArray[Any]) -> NDArray[Any]:

@@ -64,6 +64,35 @@ class LineScratch {
   Buffer<long long> link_;
 };
 
+// Deals out the lines of a pass in blocks of `lanes`, by body(thread, lines, forEachRun): forEachRun(visit) visits the
+// nodes of a block in runs that follow each other in memory, by visit(index, place, length), of which the first lies at
+// `place` of the block.
+template <int kLanes, typename Body>
+void DealLines(const LinePass& pass, std::ptrdiff_t lanes, const Dealing& dealing, const Body& body) noexcept {
+  const std::ptrdiff_t nblock = (pass.nline + lanes - 1) / lanes;
+  dealing.EachThread([&](int thread, int team) {
+    const std::ptrdiff_t end = nblock * (thread + 1) / team * lanes;
+    for (std::ptrdiff_t first = nblock * thread / team * lanes; first < end; first += lanes) {
+      const std::ptrdiff_t count = std::min(lanes, pass.nline - first);
+      body(thread, count, [&](const auto& visit) {
+        for (std::ptrdiff_t lane = 0, length = 0; lane < count; lane += length) {
+          const std::ptrdiff_t place = (first + lane) % pass.group;
+          const std::ptrdiff_t start = (first + lane) / pass.group * pass.groupStep + place;
+          length = std::min(count - lane, pass.group - place);
+          for (std::ptrdiff_t u = 0; u < pass.n; ++u) {
+            // A length that the compiler knows makes the usual case faster.
+            if (length == kLanes) {
+              visit(start + u * pass.nodeStep, u * kLanes, std::ptrdiff_t{kLanes});
+            } else {
+              visit(start + u * pass.nodeStep, u * lanes + lane, length);
+            }
+          }
+        }
+      });
+    }
+  });
+}
+
 // Replaces the values of each line by their lower envelope (LineBlock), changed by finishRow(index, row, length) first:
 // `row` holds the values from `index` on.
 template <DistanceMetric metric, typename FinishRow>
@@ -71,40 +100,19 @@ void TransformLines(const LinePass& pass, LineScratch& scratch, const Dealing& d
                     real* values) noexcept {
   const std::ptrdiff_t lanes = LineScratch::Lanes(pass.n);
   const LineKernel kernel = lanes == 1 ? EnvelopeOfOneLine : LineKernelOf(BestSimdLevel());
-  const std::ptrdiff_t nblock = (pass.nline + lanes - 1) / lanes;
-  dealing.EachThread([&](int thread, int team) {
-    const LineBlock block{pass.n, pass.weight, scratch.cost(thread), scratch.distance(thread), scratch.link(thread)};
+  DealLines<kLineLanes>(pass, lanes, dealing, [&](int thread, std::ptrdiff_t, const auto& forEachRun) {
     double* const cost = scratch.cost(thread);
-    const std::ptrdiff_t end = nblock * (thread + 1) / team * lanes;
-    for (std::ptrdiff_t first = nblock * thread / team * lanes; first < end; first += lanes) {
-      const std::ptrdiff_t count = std::min(lanes, pass.nline - first);
-      // Visits the nodes of the block in runs that follow each other in memory: body(index, place in block, length).
-      const auto forEachRun = [&](const auto& body) {
-        for (std::ptrdiff_t lane = 0, length = 0; lane < count; lane += length) {
-          const std::ptrdiff_t place = (first + lane) % pass.group;
-          const std::ptrdiff_t start = (first + lane) / pass.group * pass.groupStep + place;
-          length = std::min(count - lane, pass.group - place);
-          for (std::ptrdiff_t u = 0; u < pass.n; ++u) {
-            // A length that the compiler knows makes the usual case faster.
-            if (length == kLineLanes) {
-              body(start + u * pass.nodeStep, u * kLineLanes, std::ptrdiff_t{kLineLanes});
-            } else {
-              body(start + u * pass.nodeStep, u * lanes + lane, length);
-            }
-          }
-        }
-      };
-      forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
-        double* __restrict const to = cost + place;
-        for (std::ptrdiff_t k = 0; k < length; ++k) to[k] = values[index + k];
-      });
-      kernel(metric, block);
-      forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
-        double* __restrict const from = block.distance + place;
-        finishRow(index, from, length);
-        for (std::ptrdiff_t k = 0; k < length; ++k) values[index + k] = from[k];
-      });
-    }
+    const LineBlock block{pass.n, pass.weight, cost, scratch.distance(thread), scratch.link(thread)};
+    forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
+      double* __restrict const to = cost + place;
+      for (std::ptrdiff_t k = 0; k < length; ++k) to[k] = values[index + k];
+    });
+    kernel(metric, block);
+    forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
+      double* __restrict const from = block.distance + place;
+      finishRow(index, from, length);
+      for (std::ptrdiff_t k = 0; k < length; ++k) values[index + k] = from[k];
+    });
   });
 }
 

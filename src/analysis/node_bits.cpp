@@ -54,5 +54,7 @@ template int NodeBits::Mark(const unsigned char*, const TrueValues&, Dealing) no
 template int NodeBits::Mark(const int*, const TrueValues&, Dealing) noexcept;
 template int NodeBits::Mark(const float*, const TrueValues&, Dealing) noexcept;
 template int NodeBits::Mark(const double*, const TrueValues&, Dealing) noexcept;
+template int NodeBits::Mark(const float*, const KnownValues&, Dealing) noexcept;
+template int NodeBits::Mark(const double*, const KnownValues&, Dealing) noexcept;
 
 }  // namespace kestrum

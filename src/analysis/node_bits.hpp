@@ -24,6 +24,10 @@ class NodeBits {
   int nx() const noexcept { return nx_; }
   int ny() const noexcept { return ny_; }
   int nz() const noexcept { return nz_; }
+  int wordsPerRow() const noexcept { return wordsPerRow_; }
+
+  std::uint64_t* Row(int iy, int iz) noexcept { return bits_.data() + (std::ptrdiff_t{iz} * ny_ + iy) * wordsPerRow_; }
+  const std::uint64_t* Row(int iy, int iz) const noexcept { return const_cast<NodeBits*>(this)->Row(iy, iz); }
 
   // The marks of 64 nodes along x, the first one lowest, and those of the nodes before each.
   struct Bits {
@@ -33,7 +37,7 @@ class NodeBits {
   // x: a multiple of 64 on the row. Rows after the last have no marks.
   Bits RowBits(int iy, int iz, int x) const noexcept {
     if (iy >= ny_ || iz >= nz_) return {0, 0};
-    const std::uint64_t* const word = bits_.data() + (std::ptrdiff_t{iz} * ny_ + iy) * wordsPerRow_ + x / kMarkBlock;
+    const std::uint64_t* const word = Row(iy, iz) + x / kMarkBlock;
     return {word[0], word[0] << 1 | (x == 0 ? 0 : word[-1] >> (kMarkBlock - 1))};
   }
 

@@ -16,6 +16,8 @@ def scattered(n):
 model = ks.Nugget(0.1) + ks.Exponential(1.0, range=300)
 few, many = scattered(600), scattered({many})
 labels = few.with_values(np.where(few.values > 0, "sand", "clay"))
+mask = np.zeros((400, 400, 400), bool)
+mask[::9, ::7, ::8] = True
 grid = ks.Grid(2000, 2000, dx=0.5, dy=0.5)
 print("begin", flush=True)
 try:
@@ -43,6 +45,7 @@ CALLS = [
     "ks.fit_likelihood(scattered(2500), model)",
     "ks.variogram(few, lag=50.0).fit(model)",
     "ks.krige(many, model, ks.Grid(900, 900), neighbors=20, chunks={'y': 100, 'x': 100}).compute()",
+    "ks.distance(mask, threads=1)",
     "ks.write_gslib(ks.Grid(3000, 3000).to_xarray(random.normal(size=(3000, 3000)), 'v'), '/dev/null')",
 ]
 
