@@ -37,6 +37,12 @@ VORL_GRID GridOf(const py::tuple& numbers, bool windows) {
   return grid;
 }
 
+VORL_GRID GridOfShape(const py::array& array) {
+  const py::ssize_t dimension = array.ndim();
+  const py::ssize_t nz = dimension == 3 ? array.shape(0) : 1;
+  return GridOf(py::make_tuple(array.shape(dimension - 1), array.shape(dimension - 2), nz, 1, 1, 1, 0, 0, 0));
+}
+
 void RaiseFor(int status) {
   if (status == 0) return;
   if (status == -1 || status == -2) throw std::bad_alloc();
@@ -73,4 +79,5 @@ PYBIND11_MODULE(_core, module) {
   kestrum::python::BindVariogram(module);
   kestrum::python::BindImages(module);
   kestrum::python::BindImageDistance(module);
+  kestrum::python::BindImageStatistics(module);
 }

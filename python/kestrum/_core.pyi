@@ -83,5 +83,13 @@ def distance(mask: NDArray[Any], spacing: Sequence[float], manhattan: bool, is_s
     """mask: as the values of label. spacing: along x, y and z. distance: out; float32 or float64, of the mask's shape."""
 def body_sizes(labels: NDArray[np.int32], n: int) -> NDArray[np.int32]:
     """Rows of size and of extents along z, y and x, of the labels 1 to n. None is larger than n."""
+def otsu(values: NDArray[Any], classes: int, threads: int) -> tuple[NDArray[np.float64], int, bool]:
+    """The cuts, how many values are distinct (or at least `classes`), and whether one is infinite. values: as label."""
+def variogram_map(image: NDArray[np.float64], max_lag: tuple[int, ...], threads: int) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
+    """gamma and pairs, of three axes. max_lag: along z, y and x."""
+def reduce(image: NDArray[np.float64], threads: int) -> NDArray[np.float64]: ...
+def kmeans(features: NDArray[np.float64], centers: NDArray[np.float64], max_iterations: int, tolerance: float, restarts: int, seed: int,
+           threads: int) -> tuple[NDArray[np.int32], float]:
+    """Labels and inertia; centers is in and out. restarts: 0 begins with the centres that are there."""
 def changed_mask(mask: NDArray[Any], dilating: bool, elements: Sequence[NDArray[np.int32]], threads: int) -> NDArray[np.uint8]:
     """mask: as the values of label. elements: rows of offsets along x, y and z, one element after the other."""

@@ -1,6 +1,6 @@
 #include "analysis/lag_sums.hpp"
 
-#include "core/types.h"
+#include "core/missing_mark.hpp"
 
 #define KESTRUM_KERNEL "analysis/lag_sums_kernel.hpp"
 #define KESTRUM_KERNEL_WIDEST 64

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 
+#include "core/missing_mark.hpp"
+#include "core/progress.hpp"
 #include "numeric/simd_level.hpp"
 
 namespace kestrum {
@@ -55,7 +57,7 @@ struct LagSums {
 // lags of a run lie side by side. Position p along the lane axis has the index
 //   (p + margin) % step * phaseStride + (p + margin) / step
 // from the start of its line; headStride holds the strides along the other axes, and 0 for the lane axis. Positions out
-// of the grid hold the missing value; so do missing nodes, but not where the variable is taken as one without them.
+// of the grid are marked as missing; so do missing nodes, but not where the variable is taken as one without them.
 struct PairField {
   const double* tails;
   const double* heads;
@@ -66,6 +68,8 @@ struct PairField {
   std::ptrdiff_t phaseStride;
   std::ptrdiff_t headStride[3];
   bool hasMissing;
+  MissingMark mark;
+  Progress progress{nullptr, nullptr};  // sums of a job that is to stop are not completed
 };
 
 // Sums over the pairs of `count` lags, at most kLagRun, of which `lag` is the first, each in the order z, y, x of its

@@ -4,7 +4,6 @@
 // tails; nothing is summed across lanes. Several vectors of lanes hide the latency of the additions. A lane whose head
 // is out of the grid or missing adds 0.0, which changes nothing: a sum that began at 0.0 is never -0.0.
 
-constexpr double kMissing = VORL_MISSING_VALUE;
 constexpr int kRegisters = kVectorBytes == 64 ? 32 : 16;
 
 KESTRUM_KERNEL_INLINE std::ptrdiff_t Least(std::ptrdiff_t a, std::ptrdiff_t b) { return a < b ? a : b; }
@@ -41,7 +40,7 @@ KESTRUM_KERNEL_INLINE void ComputeTerms(const Vector& a, const Vector& b, Vector
 }
 
 // The sums of the lags of kVectors vectors, from `lag` on.
-template <TwoPointStatistic kStatistic, bool kHasMissing, int kVectors>
+template <TwoPointStatistic kStatistic, MissingMark kMark, bool kHasMissing, int kVectors>
 class LagPiece {
  public:
   static constexpr int kLags = kVectors * kWidth;
@@ -75,6 +74,7 @@ class LagPiece {
     stride_ = lane != 0 ? field_.headStride[0] : wraps ? field_.phaseStride : 1;
     for (int z = begin[2]; z < end[2]; ++z) {
       for (int y = begin[1]; y < end[1]; ++y) {
+        if (field_.progress.Aborted()) return;
         const int at = lane == 0 ? begin[0] : lane == 1 ? y : z;
         tail_ = field_.tails + (static_cast<std::ptrdiff_t>(z) * field_.n[1] + y) * field_.n[0] + begin[0];
         const std::ptrdiff_t position = firstLag + field_.margin + at;
@@ -118,7 +118,7 @@ class LagPiece {
     while (count > 0) {
       const std::ptrdiff_t stretch = Least(count, untilWrap_);
       for (std::ptrdiff_t i = 0; i < stretch; ++i) {
-        if (!kHasMissing || *tail_ != kMissing) AddPairs<kMasked>();
+        if (!kHasMissing || !IsMarkedMissing(*tail_, kMark)) AddPairs<kMasked>();
         ++tail_;
         head_ += stride_;
       }
@@ -140,7 +140,7 @@ class LagPiece {
       Vector term[kSums + 1];
       ComputeTerms<kStatistic>(a, b, term);
       term[kSums] = Broadcast<Vector>(1.0);
-      const Mask<Vector> counted = b != Broadcast<Vector>(kMissing);
+      const Mask<Vector> counted = kMark == MissingMark::kNaN ? b == b : b != Broadcast<Vector>(MissingOf(kMark));
 #pragma GCC unroll 8
       for (int s = 0; s < kTerms; ++s) sum_[k][s] += !kMasked ? term[s] : counted ? term[s] : Vector{};
     }
@@ -155,9 +155,9 @@ class LagPiece {
   Vector sum_[kVectors][kTerms];
 };
 
-template <TwoPointStatistic kStatistic, bool kHasMissing, int kVectors>
+template <TwoPointStatistic kStatistic, MissingMark kMark, bool kHasMissing, int kVectors>
 KESTRUM_KERNEL_TARGET int SumPiece(const PairField& field, const int* lag, int count, int first, LagSums* sums) {
-  using Piece = LagPiece<kStatistic, kHasMissing, kVectors>;
+  using Piece = LagPiece<kStatistic, kMark, kHasMissing, kVectors>;
   int pieceLag[3] = {lag[0], lag[1], lag[2]};
   pieceLag[field.laneAxis] = static_cast<int>(lag[field.laneAxis] + first * field.step);
   Piece piece(field, pieceLag);
@@ -166,7 +166,7 @@ KESTRUM_KERNEL_TARGET int SumPiece(const PairField& field, const int* lag, int c
   return first + Piece::kLags;
 }
 
-template <TwoPointStatistic kStatistic, bool kHasMissing>
+template <TwoPointStatistic kStatistic, MissingMark kMark, bool kHasMissing>
 KESTRUM_KERNEL_TARGET void SumRun(const PairField& field, const int* lag, int count, LagSums* sums) {
   // As many vectors as leave a quarter of the registers free.
   constexpr int kRoom = kRegisters * 3 / 4 / (SumCount(kStatistic) + (kHasMissing ? 1 : 0));
@@ -175,21 +175,21 @@ KESTRUM_KERNEL_TARGET void SumRun(const PairField& field, const int* lag, int co
   for (int first = 0; first < count;) {
     const int vectors = (count - first + kWidth - 1) / kWidth;
     if (vectors * 2 > kMost) {
-      first = SumPiece<kStatistic, kHasMissing, kMost>(field, lag, count, first, sums);
+      first = SumPiece<kStatistic, kMark, kHasMissing, kMost>(field, lag, count, first, sums);
     } else if (vectors == 2) {
-      first = SumPiece<kStatistic, kHasMissing, 2>(field, lag, count, first, sums);
+      first = SumPiece<kStatistic, kMark, kHasMissing, 2>(field, lag, count, first, sums);
     } else {
-      first = SumPiece<kStatistic, kHasMissing, 1>(field, lag, count, first, sums);
+      first = SumPiece<kStatistic, kMark, kHasMissing, 1>(field, lag, count, first, sums);
     }
   }
 }
 
-template <TwoPointStatistic kStatistic>
+template <TwoPointStatistic kStatistic, MissingMark kMark = MissingMark::kNumber>
 KESTRUM_KERNEL_TARGET void SumRunOf(const PairField& field, const int* lag, int count, LagSums* sums) {
   if constexpr (LeavesMissingOut(kStatistic)) {
-    if (field.hasMissing) return SumRun<kStatistic, true>(field, lag, count, sums);
+    if (field.hasMissing) return SumRun<kStatistic, kMark, true>(field, lag, count, sums);
   }
-  SumRun<kStatistic, false>(field, lag, count, sums);
+  SumRun<kStatistic, kMark, false>(field, lag, count, sums);
 }
 
 KESTRUM_KERNEL_TARGET void SumLags(TwoPointStatistic statistic, const PairField& field, const int* lag, int count,
@@ -197,6 +197,7 @@ KESTRUM_KERNEL_TARGET void SumLags(TwoPointStatistic statistic, const PairField&
   using enum TwoPointStatistic;
   switch (statistic) {
     case kVariogram:
+      if (field.mark == MissingMark::kNaN) return SumRunOf<kVariogram, MissingMark::kNaN>(field, lag, count, sums);
       return SumRunOf<kVariogram>(field, lag, count, sums);
     case kCovariance:
       return SumRunOf<kCovariance>(field, lag, count, sums);

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "analysis/output_image.hpp"
+#include "analysis/pyramid.hpp"
 #include "analysis/pyramid_rows.hpp"
 #include "core/buffer.hpp"
 #include "core/constants.h"
@@ -331,8 +332,8 @@ constexpr int kTileSections = 32;
 template <typename Filter>
 class Resampling {
  public:
-  Resampling(const double* input, double minWeight, double* output, double* totalWeight) noexcept
-      : kernels_(PyramidKernelsOf(BestSimdLevel())),
+  Resampling(const double* input, double minWeight, double* output, double* totalWeight, MissingMark mark) noexcept
+      : kernels_(PyramidKernelsOf(BestSimdLevel(), mark)),
         input_(input),
         minWeight_(minWeight),
         output_(output),
@@ -475,7 +476,7 @@ class Resampling {
 // Filters one variable; totalWeight may be null.
 template <typename Filter>
 int Resample(const double* input, const Axis (&gridAxes)[3], double* output, double* totalWeight, double minWeight,
-             const Dealing& dealing) noexcept {
+             const Dealing& dealing, MissingMark mark = MissingMark::kNumber) noexcept {
   Axis axes[] = {gridAxes[0], gridAxes[1], gridAxes[2]};
   for (const Axis& axis : axes) {
     if (axis.n < 1 || axis.nOut < 1) return Filter::kTooSmall;
@@ -500,7 +501,7 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
   }
   // Rows should be long: an axis of one node may change places without a change of the node order.
   while (axes[0].n == 1 && axes[0].step == 0) std::rotate(axes, axes + 1, axes + 3);
-  return Resampling<Filter>(input, minWeight, output, totalWeight).Run(axes, dealing);
+  return Resampling<Filter>(input, minWeight, output, totalWeight, mark).Run(axes, dealing);
 }
 
 // Filters all variables of an image; `out` is made.
@@ -543,6 +544,19 @@ int ResampleImage(const VORL_IMAGE& in, VORL_IMAGE* out, const int (&steps)[3], 
 }
 
 }  // namespace
+
+int ReduceArray(const int (&n)[3], const double* values, double* reduced, const Dealing& dealing) noexcept {
+  constexpr int kStep = 2;
+  double weight[kStep + 1];
+  VORLPyramidWeight(kStep, weight, -1.0);
+  Axis axes[3];
+  for (int a = 0; a < 3; ++a) {
+    axes[a] = {n[a], n[a] > kStep ? kStep : 0, weight, 0, 0};
+    if (const int status = Reduction::SetDimension(&axes[a]); status != 0) return status;
+  }
+  return Resample<Reduction>(values, axes, reduced, nullptr, Reduction::kMinWeightDefault, dealing, MissingMark::kNaN);
+}
+
 }  // namespace kestrum
 
 using namespace kestrum;

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "core/missing_mark.hpp"
 #include "numeric/simd_level.hpp"
 
 namespace kestrum {
@@ -34,7 +35,7 @@ struct PyramidBlend {
   double far;
 };
 
-// What is done to rows of n nodes, at a level. No node depends on its neighbours in the row and each sum has one order,
+// What is done to rows of n nodes, at a level, where missing values have a mark; images with NaN are not blended. No node depends on its neighbours in the row and each sum has one order,
 // so no result depends on the level. Results do not overlap what they are made from.
 struct PyramidKernels {
   bool (*hasMissing)(const double* values, std::size_t n);
@@ -55,7 +56,7 @@ struct PyramidKernels {
   void (*join)(const double* first, const double* second, std::size_t n, double* pairs);
 };
 
-const PyramidKernels& PyramidKernelsOf(SimdLevel level) noexcept;
+const PyramidKernels& PyramidKernelsOf(SimdLevel level, MissingMark mark = MissingMark::kNumber) noexcept;
 
 }  // namespace kestrum
 

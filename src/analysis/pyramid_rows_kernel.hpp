@@ -4,9 +4,12 @@
 // A body is written once for V, a vector or one number, and called for groups of vectors, for vectors, and for the
 // nodes that are left.
 
-template <typename V>
+constexpr MissingMark kNumber = MissingMark::kNumber;
+
+template <MissingMark kMark, typename V>
 KESTRUM_KERNEL_INLINE Mask<V> MissingIn(V values) {
-  return values == Broadcast<V>(VORL_MISSING_VALUE);
+  if constexpr (kMark == MissingMark::kNaN) return values != values;
+  return values == Broadcast<V>(MissingOf(kMark));
 }
 
 KESTRUM_KERNEL_INLINE bool Any(bool mask) { return mask; }
@@ -16,20 +19,21 @@ KESTRUM_KERNEL_INLINE bool Any(Mask<Vector> mask) {
   return any;
 }
 
+template <MissingMark kMark>
 KESTRUM_KERNEL_TARGET bool HasMissing(const double* values, std::size_t n) {
   constexpr std::size_t kParts = 4;
   Mask<Vector> found[kParts] = {};
   std::size_t i = 0;
   for (; i + kParts * kWidth <= n; i += kParts * kWidth) {
 #pragma GCC unroll 4
-    for (std::size_t p = 0; p < kParts; ++p) found[p] |= MissingIn(Load<Vector>(values + i + p * kWidth));
+    for (std::size_t p = 0; p < kParts; ++p) found[p] |= MissingIn<kMark>(Load<Vector>(values + i + p * kWidth));
   }
   bool rest = false;
-  for (; i < n; ++i) rest |= MissingIn(values[i]);
+  for (; i < n; ++i) rest |= MissingIn<kMark>(values[i]);
   return rest || Any(found[0] | found[1] | found[2] | found[3]);
 }
 
-template <typename V, std::size_t kParts>
+template <MissingMark kMark, typename V, std::size_t kParts>
 KESTRUM_KERNEL_INLINE Mask<V> AddTapsAt(const PyramidTap* taps, std::size_t ntap, std::size_t i, double* sums) {
   constexpr std::size_t kStep = sizeof(V) / sizeof(double);
   V sum[kParts] = {};
@@ -43,23 +47,24 @@ KESTRUM_KERNEL_INLINE Mask<V> AddTapsAt(const PyramidTap* taps, std::size_t ntap
 #pragma GCC unroll 4
   for (std::size_t p = 0; p < kParts; ++p) {
     Store(sums + i + p * kStep, sum[p]);
-    found |= MissingIn(sum[p]);
+    found |= MissingIn<kMark>(sum[p]);
   }
   return found;
 }
 
+template <MissingMark kMark>
 KESTRUM_KERNEL_TARGET bool AddTaps(const PyramidTap* taps, std::size_t ntap, std::size_t n, double* sums) {
   Mask<Vector> found = {};
   bool rest = false;
   std::size_t i = 0;
-  for (; i + 4 * kWidth <= n; i += 4 * kWidth) found |= AddTapsAt<Vector, 4>(taps, ntap, i, sums);
-  for (; i + kWidth <= n; i += kWidth) found |= AddTapsAt<Vector, 1>(taps, ntap, i, sums);
-  for (; i < n; ++i) rest |= AddTapsAt<double, 1>(taps, ntap, i, sums);
+  for (; i + 4 * kWidth <= n; i += 4 * kWidth) found |= AddTapsAt<kMark, Vector, 4>(taps, ntap, i, sums);
+  for (; i + kWidth <= n; i += kWidth) found |= AddTapsAt<kMark, Vector, 1>(taps, ntap, i, sums);
+  for (; i < n; ++i) rest |= AddTapsAt<kMark, double, 1>(taps, ntap, i, sums);
   return rest || Any(found);
 }
 
 // A term of 0.0 in place of a missing one changes no bit: a sum that starts at 0.0 is never -0.0.
-template <typename V, std::size_t kParts>
+template <MissingMark kMark, typename V, std::size_t kParts>
 KESTRUM_KERNEL_INLINE void AddInformedTapsAt(const PyramidTap* taps, std::size_t ntap, std::size_t i,
                                              const PyramidRowStorage& to) {
   constexpr std::size_t kStep = sizeof(V) / sizeof(double);
@@ -73,24 +78,25 @@ KESTRUM_KERNEL_INLINE void AddInformedTapsAt(const PyramidTap* taps, std::size_t
 #pragma GCC unroll 2
     for (std::size_t p = 0; p < kParts; ++p) {
       const V value = Load<V>(values + p * kStep);
-      const Mask<V> missing = MissingIn(value);
+      const Mask<V> missing = MissingIn<kMark>(value);
       sum[p] = sum[p] + (missing ? zero : value * factor);
       total[p] = total[p] + (missing ? zero : factor * Load<V>(weights + p * kStep));
     }
   }
 #pragma GCC unroll 2
   for (std::size_t p = 0; p < kParts; ++p) {
-    Store(to.values + i + p * kStep, total[p] == zero ? Broadcast<V>(VORL_MISSING_VALUE) : sum[p]);
+    Store(to.values + i + p * kStep, total[p] == zero ? Broadcast<V>(MissingOf(kMark)) : sum[p]);
     Store(to.weights + i + p * kStep, total[p]);
   }
 }
 
+template <MissingMark kMark>
 KESTRUM_KERNEL_TARGET void AddInformedTaps(const PyramidTap* taps, std::size_t ntap, std::size_t n,
                                            const PyramidRowStorage& to) {
   std::size_t i = 0;
-  for (; i + 2 * kWidth <= n; i += 2 * kWidth) AddInformedTapsAt<Vector, 2>(taps, ntap, i, to);
-  for (; i + kWidth <= n; i += kWidth) AddInformedTapsAt<Vector, 1>(taps, ntap, i, to);
-  for (; i < n; ++i) AddInformedTapsAt<double, 1>(taps, ntap, i, to);
+  for (; i + 2 * kWidth <= n; i += 2 * kWidth) AddInformedTapsAt<kMark, Vector, 2>(taps, ntap, i, to);
+  for (; i + kWidth <= n; i += kWidth) AddInformedTapsAt<kMark, Vector, 1>(taps, ntap, i, to);
+  for (; i < n; ++i) AddInformedTapsAt<kMark, double, 1>(taps, ntap, i, to);
 }
 
 template <typename V, bool kHasC>
@@ -100,7 +106,7 @@ KESTRUM_KERNEL_INLINE Mask<V> BlendAt(const PyramidBlend& blend, const double* a
   if constexpr (kHasC) far = Load<V>(c + i) + far;
   const V sum = Broadcast<V>(blend.near) * Load<V>(a + i) + Broadcast<V>(blend.far) * far;
   Store(to + i, sum);
-  return MissingIn(sum);
+  return MissingIn<kNumber>(sum);
 }
 
 template <bool kHasC>
@@ -135,9 +141,9 @@ KESTRUM_KERNEL_INLINE void BlendInformedAt(const PyramidBlend& blend, const Pyra
   const V valueB = Load<V>(b.values + i);
   const V valueC = c != nullptr ? Load<V>(c->values + i) : Broadcast<V>(VORL_MISSING_VALUE);
   const V weightC = c != nullptr ? Load<V>(c->weights + i) : V{};
-  const Mask<V> noA = MissingIn(valueA);
-  const Mask<V> noB = MissingIn(valueB);
-  const Mask<V> noC = MissingIn(valueC);
+  const Mask<V> noA = MissingIn<kNumber>(valueA);
+  const Mask<V> noB = MissingIn<kNumber>(valueB);
+  const Mask<V> noC = MissingIn<kNumber>(valueC);
   const Mask<V> nothing = noA & noB & noC;
   const V value = SumOfTerms(blend, valueA, valueB, valueC, noA, noB, noC);
   const V weight = SumOfTerms(blend, Load<V>(a.weights + i), Load<V>(b.weights + i), weightC, noA, noB, noC);
@@ -152,21 +158,22 @@ KESTRUM_KERNEL_TARGET void BlendInformed(const PyramidBlend& blend, const Pyrami
   for (; i < n; ++i) BlendInformedAt<double>(blend, a, b, c, i, to);
 }
 
-template <typename V>
+template <MissingMark kMark, typename V>
 KESTRUM_KERNEL_INLINE void DivideAt(const double* sums, const double* weights, double minWeight, std::size_t i,
                                     double* to) {
   const V sum = Load<V>(sums + i);
   const V weight = Load<V>(weights + i);
-  const V missingValue = Broadcast<V>(VORL_MISSING_VALUE);
+  const V missingValue = Broadcast<V>(MissingOf(kMark));
   const V mean = weight < Broadcast<V>(minWeight) ? missingValue : sum / weight;
-  Store(to + i, MissingIn(sum) ? missingValue : mean);
+  Store(to + i, MissingIn<kMark>(sum) ? missingValue : mean);
 }
 
+template <MissingMark kMark>
 KESTRUM_KERNEL_TARGET void Divide(const double* sums, const double* weights, double minWeight, std::size_t n,
                                   double* to) {
   std::size_t i = 0;
-  for (; i + kWidth <= n; i += kWidth) DivideAt<Vector>(sums, weights, minWeight, i, to);
-  for (; i < n; ++i) DivideAt<double>(sums, weights, minWeight, i, to);
+  for (; i + kWidth <= n; i += kWidth) DivideAt<kMark, Vector>(sums, weights, minWeight, i, to);
+  for (; i < n; ++i) DivideAt<kMark, double>(sums, weights, minWeight, i, to);
 }
 
 typedef std::make_integer_sequence<int, kWidth> Places;
@@ -211,5 +218,6 @@ KESTRUM_KERNEL_TARGET void Join(const double* first, const double* second, std::
   }
 }
 
-constexpr PyramidKernels kPyramidKernels = {HasMissing,    AddTaps, AddInformedTaps, Blend,
-                                            BlendInformed, Divide,  TakeApart,       Join};
+template <MissingMark kMark>
+constexpr PyramidKernels kPyramidKernels = {
+    HasMissing<kMark>, AddTaps<kMark>, AddInformedTaps<kMark>, Blend, BlendInformed, Divide<kMark>, TakeApart, Join};

@@ -12,6 +12,7 @@
 #include "core/buffer.hpp"
 #include "core/constants.h"
 #include "core/integers.hpp"
+#include "core/missing_mark.hpp"
 #include "core/statuses.hpp"
 #include "core/variables.hpp"
 
@@ -85,9 +86,9 @@ struct PairSums {
   double sum[kMaxSums];
 };
 
-double ComputeValue(TwoPointStatistic statistic, const PairSums& sums) noexcept {
+double ComputeValue(TwoPointStatistic statistic, const PairSums& sums, MissingMark mark) noexcept {
   const double n = sums.pairs;
-  if (n == 0.0) return VORL_MISSING_VALUE;
+  if (n == 0.0) return MissingOf(mark);
   const auto& [s, tails, heads, tailSquares, headSquares] = sums.sum;
   switch (statistic) {
     case kVariogram:
@@ -126,7 +127,8 @@ int ArrangeHeads(int nlags, const Dealing& dealing, PairField& field, Buffer<dou
   // The lanes of a run that are no lags are read as well.
   const std::ptrdiff_t size = end + padding + kLagRun;
   if (const int status = heads.Allocate(static_cast<std::size_t>(size)); status != 0) return status;
-  std::fill(heads.data() + end, heads.data() + size, double{VORL_MISSING_VALUE});
+  const double missing = MissingOf(field.mark);
+  std::fill(heads.data() + end, heads.data() + size, missing);
   field.heads = heads.data();
   const std::ptrdiff_t tailStride[] = {1, field.n[0], std::ptrdiff_t{field.n[0]} * field.n[1]};
   dealing.Blocks(lines, [&](std::ptrdiff_t first, std::ptrdiff_t last) noexcept {
@@ -135,11 +137,11 @@ int ArrangeHeads(int nlags, const Dealing& dealing, PairField& field, Buffer<dou
           field.tails + line % field.n[inner] * tailStride[inner] + line / field.n[inner] * tailStride[outer];
       for (std::ptrdiff_t phase = 0; phase < field.step; ++phase) {
         double* const to = heads.data() + phase * field.phaseStride + line * length;
-        std::fill(to, to + length, double{VORL_MISSING_VALUE});
+        std::fill(to, to + length, missing);
         double* at = to + padding;
         for (std::ptrdiff_t position = phase; position < field.n[lane]; position += field.step) {
           const double value = from[position * tailStride[lane]];
-          *at++ = !field.hasMissing && IsMissing(value) ? 0.0 : value;  // background, and in the grid
+          *at++ = !field.hasMissing && IsMarkedMissing(value, field.mark) ? 0.0 : value;  // background, and in the grid
         }
       }
     }
@@ -154,14 +156,15 @@ int ArrangeHeads(int nlags, const Dealing& dealing, PairField& field, Buffer<dou
 class LagMap {
  public:
   LagMap(TwoPointStatistic statistic, const LagBox& box, const VORL_GRID& grid, const PairField& field,
-         LagSumsKernel kernel, double* values) noexcept
+         LagSumsKernel kernel, double* values, std::int64_t* pairs) noexcept
       : statistic_(statistic),
         box_(box),
         count_{grid.nx, grid.ny, grid.nz},
         nodeStride_{1, grid.nx, grid.nxy},
         field_(field),
         kernel_(kernel),
-        values_(values) {
+        values_(values),
+        pairs_(pairs) {
     const bool opposite = std::all_of(box.axis, box.axis + 3,
                                       [](const LagAxis& axis) { return std::int64_t{2} * axis.min % axis.step == 0; });
     for (int a = 0; a < 3; ++a) indexSum_[a] = opposite ? std::int64_t{-2} * box.axis[a].min / box.axis[a].step : -1;
@@ -205,11 +208,11 @@ class LagMap {
         opposite += (indexSum_[a] - index[a]) * nodeStride_[a];
         hasOpposite = hasOpposite && IsIndex(a, indexSum_[a] - index[a]);
       }
-      values_[node] = ComputeValue(statistic_, sums);
+      Set(node, sums);
       ++nvalues;
       if (hasOpposite && opposite != node) {
         for (int s = 1; s + 1 < SumCount(statistic_); s += 2) std::swap(sums.sum[s], sums.sum[s + 1]);
-        values_[opposite] = ComputeValue(statistic_, sums);
+        Set(opposite, sums);
         ++nvalues;
       }
       ++index[field_.laneAxis];
@@ -241,6 +244,11 @@ class LagMap {
     return {static_cast<int>(std::max<std::int64_t>(0, same ? (sum + 1) / 2 : sum + 1)), last};
   }
 
+  void Set(std::ptrdiff_t node, const PairSums& sums) const noexcept {
+    values_[node] = ComputeValue(statistic_, sums, field_.mark);
+    if (pairs_ != nullptr) pairs_[node] = static_cast<std::int64_t>(sums.pairs);
+  }
+
   double CountPairs(const int* index) const noexcept {
     double n = 1.0;
     for (int a = 0; a < 3; ++a) n *= field_.n[a] - std::abs(LagOf(box_.axis[a], index[a]));
@@ -255,6 +263,7 @@ class LagMap {
   const PairField& field_;
   const LagSumsKernel kernel_;
   double* values_;
+  std::int64_t* pairs_;  // may be null
 };
 
 // The progress lines, which follow the nodes of the output in their order: all of them, or in the threaded form, where
@@ -289,6 +298,50 @@ class LagProgress {
   std::int64_t node_ = 0;
 };
 
+// A variable on a grid.
+struct Variable {
+  const VORL_GRID& grid;
+  const double* values;
+  MissingMark mark;
+};
+
+// The map of a box of lags that are the nodes of `lags`. pairs may be null.
+int ComputeLagMap(TwoPointStatistic statistic, const Variable& in, const LagBox& box, const VORL_GRID& lags,
+                  double* values, std::int64_t* pairs, bool verbose, const Dealing& dealing, SimdLevel level,
+                  const Progress& job) noexcept {
+  PairField field{};
+  field.tails = in.values;
+  field.n[0] = in.grid.nx;
+  field.n[1] = in.grid.ny;
+  field.n[2] = in.grid.nz;
+  field.laneAxis = ChooseLaneAxis(lags);
+  field.mark = in.mark;
+  field.hasMissing = LeavesMissingOut(statistic) && std::any_of(in.values, in.values + in.grid.nxyz, [&](double value) {
+                       return IsMarkedMissing(value, in.mark);
+                     });
+  field.progress = job;
+  Buffer<double> heads;
+  const int nlags = static_cast<int>(CountLags(box.axis[field.laneAxis]));
+  // A step beyond the lags is never taken; the copy would have a line for each of its phases.
+  field.step = nlags > 1 ? box.axis[field.laneAxis].step : 1;
+  if (const int status = ArrangeHeads(nlags, dealing, field, heads); status != 0) return status;
+
+  const LagMap map(statistic, box, lags, field, LagSumsKernelOf(level), values, pairs);
+  dealing.EachThread([&](int thread, int team) noexcept {
+    // Short runs where long ones would leave a thread without work.
+    const int longest = team > 1 && lags.nxyz / team < 4 * kLagRun ? kLagRun / 2 : kLagRun;
+    LagProgress progress(verbose, lags.nxyz, dealing, team);
+    int run = 0;
+    map.ForEachRun(longest, [&](const int* index, int length) {
+      if (run++ % team != thread || job.Aborted()) return;
+      const int nvalues = map.ComputeRun(index, length);
+      if (thread == 0) progress.Advance(nvalues);
+    });
+    if (thread == 0) progress.Finish();
+  });
+  return job.After(0);
+}
+
 }  // namespace
 
 int ComputeTwoPointStatistic(TwoPointStatistic statistic, const VORL_IMAGE& in, VORL_IMAGE* out, int varIndex,
@@ -304,34 +357,18 @@ int ComputeTwoPointStatistic(TwoPointStatistic statistic, const VORL_IMAGE& in, 
     return status;
   }
 
-  const std::ptrdiff_t nxyz = in.grid->nxyz;
-  PairField field{};
-  field.tails = VariableOf(in, varIndex);
-  field.n[0] = in.grid->nx;
-  field.n[1] = in.grid->ny;
-  field.n[2] = in.grid->nz;
-  field.laneAxis = ChooseLaneAxis(grid);
-  field.hasMissing = LeavesMissingOut(statistic) && std::any_of(field.tails, field.tails + nxyz, IsMissing);
-  Buffer<double> heads;
-  const int nlags = static_cast<int>(CountLags(box.axis[field.laneAxis]));
-  // A step beyond the lags is never taken; the copy would have a line for each of its phases.
-  field.step = nlags > 1 ? box.axis[field.laneAxis].step : 1;
-  if (const int status = ArrangeHeads(nlags, dealing, field, heads); status != 0) return status;
+  return ComputeLagMap(statistic, {*in.grid, VariableOf(in, varIndex), MissingMark::kNumber}, box, grid, out->var,
+                       nullptr, verbose, dealing, level, Progress(nullptr, nullptr));
+}
 
-  const LagMap map(statistic, box, grid, field, LagSumsKernelOf(level), out->var);
-  dealing.EachThread([&](int thread, int team) noexcept {
-    // Short runs where long ones would leave a thread without work.
-    const int longest = team > 1 && grid.nxyz / team < 4 * kLagRun ? kLagRun / 2 : kLagRun;
-    LagProgress progress(verbose, grid.nxyz, dealing, team);
-    int run = 0;
-    map.ForEachRun(longest, [&](const int* index, int length) {
-      if (run++ % team != thread) return;
-      const int nvalues = map.ComputeRun(index, length);
-      if (thread == 0) progress.Advance(nvalues);
-    });
-    if (thread == 0) progress.Finish();
-  });
-  return 0;
+int ComputeVariogramMap(const VORL_GRID& grid, const double* values, const int (&maxLag)[3], const Dealing& dealing,
+                        const Progress& progress, double* gamma, std::int64_t* pairs) noexcept {
+  LagBox box;
+  for (int a = 0; a < 3; ++a) box.axis[a] = {-maxLag[a], maxLag[a], 1};
+  VORL_GRID lags;
+  if (const int status = MakeLagGrid(grid, box, &lags); status != 0) return status;
+  return ComputeLagMap(kVariogram, {grid, values, MissingMark::kNaN}, box, lags, gamma, pairs, false, dealing,
+                       BestSimdLevel(), progress);
 }
 
 }  // namespace kestrum

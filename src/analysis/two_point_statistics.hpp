@@ -1,9 +1,12 @@
 #ifndef KESTRUM_ANALYSIS_TWO_POINT_STATISTICS_HPP
 #define KESTRUM_ANALYSIS_TWO_POINT_STATISTICS_HPP
 
+#include <cstdint>
+
 #include "analysis/lag_sums.hpp"
 #include "core/image.h"
 #include "core/parallel.hpp"
+#include "core/progress.hpp"
 #include "numeric/simd_level.hpp"
 
 namespace kestrum {
@@ -23,6 +26,13 @@ struct LagBox {
 [[nodiscard]] int ComputeTwoPointStatistic(TwoPointStatistic statistic, const VORL_IMAGE& in, VORL_IMAGE* out,
                                            int varIndex, LagBox box, bool verbose, const Dealing& dealing,
                                            SimdLevel level = BestSimdLevel()) noexcept;
+
+// The variogram map of an array in which NaN is missing, at all lags from -maxLag to maxLag, each below the number of
+// nodes along its axis.
+//   gamma, pairs  out; in the order of the lags, those along x the fastest. Without pairs gamma is NaN.
+[[nodiscard]] int ComputeVariogramMap(const VORL_GRID& grid, const double* values, const int (&maxLag)[3],
+                                      const Dealing& dealing, const Progress& progress, double* gamma,
+                                      std::int64_t* pairs) noexcept;
 
 }  // namespace kestrum
 

@@ -1,0 +1,104 @@
+// Statistics, thresholds and reductions of images on arrays.
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+#include "analysis/lloyd.hpp"
+#include "analysis/otsu.hpp"
+#include "analysis/pyramid.hpp"
+#include "analysis/two_point_statistics.hpp"
+#include "arrays.hpp"
+#include "bindings.hpp"
+#include "watch.hpp"
+
+namespace kestrum::python {
+namespace {
+
+// Runs work(progress), watched if it has many operations: a thread of its own would take longer than what is few.
+void Run(double operations, const std::function<int(const Progress&)>& work) {
+  constexpr double kMany = 1e7;
+  Monitor monitor;
+  const Progress progress(&monitor.record, nullptr, true, true);
+  int status = 0;
+  if (operations < kMany) {
+    const py::gil_scoped_release released;
+    status = work(progress);
+  } else {
+    status = RunWatched(py::none(), monitor, [&] { return work(progress); });
+  }
+  RaiseFor(status);
+}
+
+py::tuple VariogramMap(const Array<double>& image, const py::tuple& maxLag, int nthreads) {
+  const VORL_GRID grid = GridOfShape(image);
+  const int lag[] = {maxLag[2].cast<int>(), maxLag[1].cast<int>(), maxLag[0].cast<int>()};
+  const py::array::ShapeContainer shape{2 * lag[2] + 1, 2 * lag[1] + 1, 2 * lag[0] + 1};
+  Array<double> gamma(shape);
+  Array<std::int64_t> pairs(shape);
+  double* const to = gamma.mutable_data();
+  std::int64_t* const counts = pairs.mutable_data();
+  Run(static_cast<double>(gamma.size()) * grid.nxyz, [&](const Progress& progress) noexcept {
+    return ComputeVariogramMap(grid, image.data(), lag, Dealing::Threads(nthreads), progress, to, counts);
+  });
+  return py::make_tuple(gamma, pairs);
+}
+
+Array<double> Reduce(const Array<double>& image, int nthreads) {
+  const VORL_GRID grid = GridOfShape(image);
+  py::array::ShapeContainer shape(image.shape(), image.shape() + image.ndim());
+  for (auto& n : *shape) n = n > 2 ? (n + 1) / 2 : n;
+  Array<double> reduced(shape);
+  double* const to = reduced.mutable_data();
+  Run(10.0 * grid.nxyz, [&](const Progress&) noexcept {
+    return ReduceArray({grid.nx, grid.ny, grid.nz}, image.data(), to, Dealing::Threads(nthreads));
+  });
+  return reduced;
+}
+
+// The cuts, how many values are distinct, and whether one is infinite.
+template <typename T>
+py::tuple Otsu(const Array<T>& values, int nclass, int nthreads) {
+  Array<double> cuts(nclass - 1);
+  OtsuCuts found{cuts.mutable_data()};
+  Run(10.0 * static_cast<double>(values.size()), [&](const Progress& progress) noexcept {
+    return FindOtsuCuts(values.size(), values.data(), nclass, Dealing::Threads(nthreads), progress, &found);
+  });
+  return py::make_tuple(cuts, found.distinct, found.infinite);
+}
+
+// centers: in and out. Returns the labels and the inertia.
+py::tuple KMeans(const Array<double>& features, Array<double> centers, int maxIterations, double tolerance,
+                 int restarts, std::uint64_t seed, int nthreads) {
+  const LloydSamples samples{features.shape(1), static_cast<int>(features.shape(0)), features.data()};
+  const LloydOptions options{static_cast<int>(centers.shape(0)), maxIterations, tolerance, restarts, seed};
+  Sized(centers, std::ptrdiff_t{options.ncluster} * samples.nfeature, "centers");
+  Array<int> labels(samples.n);
+  double* const to = centers.mutable_data();
+  int* const numbers = labels.mutable_data();
+  double inertia = 0.0;
+  Run(10.0 * static_cast<double>(features.size()) * options.ncluster, [&](const Progress& progress) noexcept {
+    return RunLloyd(samples, options, Dealing::Threads(nthreads), progress, to, numbers, &inertia);
+  });
+  return py::make_tuple(labels, inertia);
+}
+
+template <typename T>
+void BindForType(py::module_& module) {
+  module.def("otsu", &Otsu<T>, py::arg("values").noconvert(), py::arg("classes"), py::arg("threads"));
+}
+
+}  // namespace
+
+void BindImageStatistics(py::module_& module) {
+  BindForType<unsigned char>(module);
+  BindForType<int>(module);
+  BindForType<float>(module);
+  BindForType<double>(module);
+  module.def("variogram_map", &VariogramMap, py::arg("image").noconvert(), py::arg("max_lag"), py::arg("threads"));
+  module.def("reduce", &Reduce, py::arg("image").noconvert(), py::arg("threads"));
+  module.def("kmeans", &KMeans, py::arg("features").noconvert(), py::arg("centers").noconvert(),
+             py::arg("max_iterations"), py::arg("tolerance"), py::arg("restarts"), py::arg("seed"), py::arg("threads"));
+}
+
+}  // namespace kestrum::python

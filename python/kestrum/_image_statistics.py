@@ -1,0 +1,379 @@
+"""Variogram maps, pyramids, thresholds and clusters of images and samples."""
+
+import math
+from collections.abc import Sequence
+from typing import TYPE_CHECKING, Any, Literal
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+from . import _core, _door
+from ._errors import ArgumentError, ArgumentTypeError, DataError
+from ._images import _image, _like
+
+if TYPE_CHECKING:
+    import xarray as xr
+
+Floats = NDArray[np.float64]
+
+
+def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Literal["pairs", "fft"] = "pairs",
+                  threads: int | None = None) -> "xr.Dataset":
+    """Semivariances of an image at all lags of a box.
+
+    Parameters
+    ----------
+    image : array_like
+        Two or three axes, of numbers; NaN is missing.
+    max_lag : int or sequence of int
+        The largest lag in cells, for all axes or along each, in the order of the axes; below the axis' number of nodes.
+    method : {"pairs", "fft"}
+        How the squares of the differences are summed: pair by pair, or by Fourier transforms of the centred image, which
+        takes less time for many lags. Its gamma is right to 1e-12 times the variance, times the number of nodes over
+        that of pairs.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    Dataset
+        `gamma`, half the mean square of the differences of nodes a lag apart, NaN without pairs; and `pairs`, their
+        number. Of dimensions `lag_z`, `lag_y`, `lag_x` (in two dimensions without `lag_z`), from -max_lag to max_lag.
+
+    Notes
+    -----
+    By transforms: Marcotte, Fast variogram computation with FFT, Computers & Geosciences, 1996.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> found = ks.variogram_map([[0, 1, 0, 1], [0, 1, 0, 1]], max_lag=1)
+    >>> found.gamma.sel(lag_y=0).to_numpy()
+    array([0.5, 0. , 0.5])
+    >>> found.pairs.sel(lag_y=1).to_numpy()
+    array([3, 4, 3])
+    """
+    import xarray as xr
+
+    values = _image("image", image)
+    lags = _lags(max_lag, values.shape)
+    _door.choice("method", method, ("pairs", "fft"))
+    nthreads = _door.threads(threads)
+    with np.errstate(all="ignore"):
+        complete = bool(np.isfinite(values.sum(dtype=np.float64)))
+    if not complete and np.isinf(values).any():
+        raise DataError("image has infinite values, but they must be finite or, where they are missing, NaN. Set them to NaN.")
+    known = None if complete or not np.isnan(values).any() else ~np.isnan(values)
+    if method == "fft":
+        gamma, pairs = _by_transforms(values, known, lags, nthreads)
+    else:
+        doubles = np.ascontiguousarray(values, np.float64)
+        gamma, pairs = _core.variogram_map(doubles, (0, *lags)[-3:], nthreads)
+        shape = [2 * lag + 1 for lag in lags]
+        gamma, pairs = gamma.reshape(shape), pairs.reshape(shape)
+    dims = ("lag_z", "lag_y", "lag_x")[-values.ndim:]
+    coords = {dim: np.arange(-lag, lag + 1) for dim, lag in zip(dims, lags)}
+    return xr.Dataset({"gamma": (dims, gamma, {"long_name": "semivariance"}), "pairs": (dims, pairs, {"long_name": "number of pairs"})}, coords)
+
+
+def _lags(max_lag: Any, shape: tuple[int, ...]) -> tuple[int, ...]:
+    given = list(max_lag) if isinstance(max_lag, (Sequence, np.ndarray)) and not isinstance(max_lag, str) and np.ndim(max_lag) == 1 else [max_lag] * len(shape)
+    if len(given) != len(shape):
+        raise ArgumentError(f"max_lag has {len(given)} numbers, but the image has {len(shape)} axes. Give one for each, or one for all.")
+    lags = tuple(_door.whole("max_lag", lag) for lag in given)
+    for lag, n in zip(lags, shape):
+        if lag >= n:
+            raise ArgumentError(f"max_lag is {lag:,} along an axis of {n:,} nodes, but must be below their number. Give smaller ones, one for each axis.")
+    return lags
+
+
+def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: tuple[int, ...], threads: int) -> tuple[Floats, NDArray[np.int64]]:
+    """gamma and pairs. (a - b)^2 = a^2 + b^2 - 2 a b, of which the last is a correlation, and the first two are one with a
+    mask, or sums over boxes where nothing is missing. Work arrays are used again: fresh memory takes long."""
+    transforms = _Transforms(image.shape, lags, threads)
+    padded, values = transforms.room()
+    unit = _centre(image, known, values)
+    power = _product(transforms.spectrum(padded))
+    power *= -2.0
+    values *= values
+    if known is None:
+        sums = transforms.correlation(power)
+        boxes = _box_sums(values, lags)
+        sums += (boxes + np.flip(boxes))[lags[0]:]
+        pairs: Any = 1
+        for axis, (lag, n) in enumerate(zip(lags, image.shape)):
+            pairs = np.multiply.outer(pairs, n - np.abs(np.arange(-lag if axis else 0, lag + 1)))
+    else:
+        mask, nodes = transforms.room()
+        nodes[...] = known
+        of_mask = transforms.spectrum(mask)
+        products = _product(transforms.spectrum(padded), of_mask)
+        products *= 2.0
+        power += products
+        sums = transforms.correlation(power)
+        pairs = np.rint(transforms.correlation(_product(of_mask))).astype(np.int64)
+    sums[(0, *lags[1:])] = 0.0
+    with np.errstate(invalid="ignore", divide="ignore", over="ignore"):
+        gamma = np.where(pairs > 0, np.maximum(sums, 0.0) / (2 * pairs), np.nan) * unit * unit
+    return np.concatenate((np.flip(gamma[1:]), gamma)), np.concatenate((np.flip(pairs[1:]), pairs))
+
+
+def _centre(image: NDArray[Any], known: NDArray[np.bool_] | None, values: Floats) -> float:
+    """Writes the image less its mean, 0 where missing, in a unit in which it is of order 1, if squares could overflow or
+    vanish; gives the unit."""
+    given = image if known is None else image[known]
+    if given.size == 0:
+        return 1.0
+    spread = float(given.max()) / 2 - float(given.min()) / 2
+    unit = 1.0 if spread == 0.0 or 1e-100 < spread < 1e100 else math.ldexp(1.0, math.frexp(spread)[1])
+    if unit != 1.0:
+        image, given = np.divide(image, unit, dtype=np.float64), np.divide(given, unit, dtype=np.float64)
+    np.subtract(image, given.mean(dtype=np.float64), out=values, dtype=np.float64)
+    if known is not None:
+        values[~known] = 0.0
+    return unit
+
+
+def _product(a: NDArray[np.complex128], b: NDArray[np.complex128] | None = None) -> Floats:
+    """The real part of conj(a) b, in the memory of a."""
+    parts, others = (part.view(np.float64).reshape(*part.shape, 2) for part in (a, a if b is None else b))
+    parts *= others
+    parts[..., 0] += parts[..., 1]
+    return parts[..., 0]
+
+
+class _Transforms:
+    """Correlations at some lags, those along the first axis not negative."""
+
+    def __init__(self, shape: tuple[int, ...], lags: tuple[int, ...], threads: int) -> None:
+        from scipy.fft import next_fast_len
+
+        self.shape, self.lags, self.threads = shape, lags, threads
+        self.padded = [next_fast_len(n + lag, axis == len(shape) - 1) for axis, (n, lag) in enumerate(zip(shape, lags))]
+
+    def room(self) -> tuple[Floats, Floats]:
+        """Zeros, and what of them belongs to the image."""
+        room = np.zeros(self.padded)
+        return room, room[tuple(slice(n) for n in self.shape)]
+
+    def spectrum(self, padded: Floats) -> NDArray[np.complex128]:
+        from scipy import fft
+
+        result = fft.rfft(padded, axis=-1, workers=self.threads)
+        for axis in reversed(range(padded.ndim - 1)):
+            result = fft.fft(result, axis=axis, overwrite_x=True, workers=self.threads)
+        return np.asarray(result)
+
+    def correlation(self, power: Floats) -> Floats:
+        """Of real spectra, symmetric about 0: the first axis has real transforms, and each is cut to its lags at once."""
+        from scipy import fft
+
+        result = fft.rfft(power, axis=0, workers=self.threads)[: self.lags[0] + 1].conj()
+        for axis in range(1, power.ndim - 1):
+            result = fft.ifft(result, axis=axis, norm="forward", overwrite_x=True, workers=self.threads).take(self._places(axis), axis)
+        result = fft.irfft(result, self.padded[-1], norm="forward", workers=self.threads).take(self._places(-1), -1)
+        return np.asarray(result / np.prod(self.padded, dtype=np.float64))
+
+    def _places(self, axis: int) -> NDArray[np.intp]:
+        return np.arange(-self.lags[axis], self.lags[axis] + 1)
+
+
+def _box_sums(values: Floats, lags: tuple[int, ...]) -> Floats:
+    """The sums over the tails of the pairs of each lag; the values are lost."""
+    for axis, longest in enumerate(lags):
+        n, lag = values.shape[axis], np.arange(-longest, longest + 1)
+        sums = np.cumsum(values, axis, out=values)
+        values = sums.take(np.minimum(n, n - lag) - 1, axis)
+        ahead = (slice(None),) * axis + (slice(longest),)
+        values[ahead] -= sums.take(-lag[:longest] - 1, axis)
+    return values
+
+
+def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) -> list[NDArray[np.float64]]:
+    """Smaller and smaller images: the Gaussian pyramid.
+
+    Parameters
+    ----------
+    image : array_like
+        Two or three axes, of numbers; NaN is missing.
+    levels : int
+        How many images to make, each of the one before.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    list of ndarray of float64, or of DataArray if the image is one
+        Without the image itself. Along each axis of more than two nodes, means by the weights 1, 4, 6, 4, 1, of which
+        nodes 0, 2, 4 and so on stay; outside the image its ends are repeated. NaN where less than 0.6 of the weight is
+        on nodes that are not missing.
+
+    Notes
+    -----
+    Burt and Adelson, The Laplacian pyramid as a compact image code, 1983.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.pyramid([[0, 0, 0, 16, 0], [0, 0, 0, 16, 0]])[0]
+    array([[0., 4., 4.],
+           [0., 4., 4.]])
+    """
+    values = _image("image", image)
+    count = _door.whole("levels", levels, 1, 64)
+    nthreads = _door.threads(threads)
+    if values.size == 0:
+        raise DataError("image has no nodes.")
+    reduced, results = np.ascontiguousarray(values, np.float64), []
+    for _ in range(count):
+        reduced = _core.reduce(reduced, nthreads)
+        results.append(reduced)
+    if not _door.is_xarray(image):
+        return results
+    given: Any = image
+    frames: list[Any] = []
+    for values in results:
+        given = given.isel({dim: slice(None, None, 2) for dim, n in given.sizes.items() if n > 2})
+        frames.append(_like(given, values, "pyramid"))
+    return frames
+
+
+def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> NDArray[np.float64]:
+    """Thresholds that cut values into classes as different as can be.
+
+    Parameters
+    ----------
+    values : array_like
+        Numbers, of any shape; NaN is left out. Arrays of bool, uint8, int32, float32 and float64 are read in place if
+        they are contiguous.
+    classes : int
+        At least 2, and at most as many as there are distinct values.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    ndarray of float64
+        `classes` - 1 cuts, increasing; a value at a cut belongs above it (``np.digitize(values, cuts)`` gives classes from
+        0). The variance between the classes is within 0.1 % of the greatest.
+
+    Notes
+    -----
+    Otsu, A threshold selection method from gray-level histograms, 1979, by dynamic programming: on a histogram of
+    65,536 bins where a bound on its error allows that, else on all distinct values.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.otsu([1, 1, 2, 8, 9, 30], classes=3)
+    array([ 8., 30.])
+    """
+    given = _numbers("values", values)
+    if given.dtype in (np.dtype(kind) for kind in ("?", "u1")):
+        given = given.view(np.uint8)
+    elif given.dtype not in (np.dtype(kind) for kind in ("i4", "f4", "f8")):
+        given = given.astype(np.int32 if given.dtype.kind in "iu" and given.dtype.itemsize < 4 else np.float64)
+    count = _door.whole("classes", classes, 2, 2**16)
+    cuts, distinct, infinite = _core.otsu(given.ravel("K"), count, _door.threads(threads))
+    if infinite:
+        raise DataError("values has infinite numbers, but they must be finite or NaN. Leave them out.")
+    if distinct < count:
+        raise DataError(f"values has {distinct:,} distinct number{'' if distinct == 1 else 's'}, too few for {count:,} classes. Ask for fewer classes.")
+    return cuts
+
+
+def kmeans(samples: ArrayLike, clusters: int | ArrayLike, *, max_iterations: int = 300, tolerance: float = 1e-4, restarts: int = 1,
+           seed: int = 1, threads: int | None = None) -> tuple[NDArray[np.float64], NDArray[np.int32], float]:
+    """Cluster samples around centres by Lloyd's algorithm.
+
+    Parameters
+    ----------
+    samples : array_like
+        Finite numbers: a row for each sample, a column for each feature. One axis: samples of one feature.
+    clusters : int or array_like
+        How many, begun at samples drawn by k-means++; or the first centres, a row for each, whose order is kept.
+    max_iterations : int
+        How often centres move at most.
+    tolerance : float
+        The iterations end when the sum of the squared moves of the centres is at most this times the mean of the
+        features' variances, or when no sample changes its cluster.
+    restarts : int
+        How many times to begin with drawn centres; the result of the least inertia is kept.
+    seed : int
+        Of the draws, from 0 to 2^64 - 1.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    centers : ndarray of float64
+        A row for each cluster.
+    labels : ndarray of int32
+        From 0: the nearest of these centres, the first of several.
+    inertia : float
+        The sum of the squared distances of the samples from these centres.
+
+    Notes
+    -----
+    Lloyd, Least squares quantization in PCM, 1982; Arthur and Vassilvitskii, k-means++: the advantages of careful
+    seeding, 2007. A cluster that loses all its samples takes the one that lies farthest from its centre, of those not
+    alone in their cluster.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> centers, labels, inertia = ks.kmeans([[0, 0], [0, 1], [5, 5], [5, 6]], clusters=[[5, 5], [0, 0]])
+    >>> centers
+    array([[5. , 5.5],
+           [0. , 0.5]])
+    >>> labels, inertia
+    (array([1, 1, 0, 0], dtype=int32), 1.0)
+    """
+    table = _samples("samples", samples)
+    if table.shape[0] == 0 or table.shape[1] == 0:
+        raise DataError(f"samples has {table.shape[0]:,} rows and {table.shape[1]:,} columns, but must have one of each.")
+    if np.ndim(clusters) == 0:
+        count, starts = _door.whole("clusters", clusters, 1), _door.whole("restarts", restarts, 1, 2**31 - 1)
+        centers = np.zeros((count, table.shape[1]))
+    else:
+        if restarts != 1:
+            raise ArgumentError(f"restarts is {_door.show(restarts)}, but the first centres are given. Leave one of them out.")
+        centers = _samples("clusters", clusters).copy()
+        count, starts = len(centers), 0
+        if count == 0 or centers.shape[1] != table.shape[1]:
+            raise ArgumentError(f"clusters has {count:,} rows and {centers.shape[1]:,} columns, but must have one row at least, and {table.shape[1]:,} columns "
+                                "like samples.")
+    if count > len(table):
+        raise ArgumentError(f"clusters is {count:,}, but samples has {len(table):,} rows only. Ask for fewer clusters.")
+    iterations = _door.whole("max_iterations", max_iterations, 1, 2**31 - 1)
+    limit = _door.number("tolerance", tolerance, at_least=0.0)
+    number = _door.whole("seed", seed, 0, 2**64 - 1)
+    labels, inertia = _core.kmeans(np.ascontiguousarray(table.T), centers, iterations, limit, starts, number, _door.threads(threads))
+    return centers, labels, inertia
+
+
+def _samples(name: str, given: ArrayLike) -> Floats:
+    """A table of finite numbers, in C order."""
+    values = _door.finite(name, _door.reals(name, given))
+    if values.ndim == 1:
+        values = values[:, None]
+    if values.ndim != 2:
+        raise DataError(f"{name} has {values.ndim} axes, but must have 2: samples and features.")
+    _few(name, values)
+    # Squares of differences must stay finite.
+    if values.size and max(values.max(), -values.min()) > 1e150:
+        raise DataError(f"{name} has values beyond 1e150. Change their unit.")
+    return values
+
+
+def _numbers(name: str, given: ArrayLike) -> NDArray[Any]:
+    values = _door.array(name, given)
+    if values.dtype.kind not in "biuf":
+        raise ArgumentTypeError(f"{name} must be an array of numbers, but is of type {values.dtype}. Convert it by astype.")
+    _few(name, values)
+    return values
+
+
+def _few(name: str, values: NDArray[Any]) -> None:
+    if values.size >= 2**31:
+        raise DataError(f"{name} has {values.size:,} numbers, but may have at most {2**31 - 1:,}. Take a part of it.")

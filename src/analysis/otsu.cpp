@@ -1,0 +1,352 @@
+#include "analysis/otsu.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <type_traits>
+
+#include "core/buffer.hpp"
+#include "core/statuses.hpp"
+
+namespace kestrum {
+namespace {
+
+constexpr int kBins = 65536;
+constexpr double kTolerance = 1e-3;  // of the variance between classes
+
+// Values, from `least` on, in bins of one width. The halves keep differences of any numbers finite.
+class Bins {
+ public:
+  Bins(double least, double greatest, bool whole) noexcept
+      : start_(0.5 * least),
+        exact_(whole && greatest - least < kBins),
+        perUnit_(exact_ ? 2.0 : kBins / (0.5 * greatest - start_)) {}
+
+  bool exact() const noexcept { return exact_; }  // a bin is one whole number
+  bool usable() const noexcept { return std::isfinite(perUnit_); }
+  int operator()(double value) const noexcept {
+    return static_cast<int>(std::min<double>((0.5 * value - start_) * perUnit_, kBins - 1));
+  }
+
+ private:
+  double start_;
+  bool exact_;
+  double perUnit_;
+};
+
+// Positions with weights, in increasing order, cut into classes by dynamic programming. The best first position of the
+// last class does not decrease with the end of the class, so that half of the ends of a range are looked for on each
+// side of the one of its middle.
+class WeightedPositions {
+ public:
+  [[nodiscard]] int Allocate(std::size_t size) noexcept {
+    if (const int status = count_.Allocate(size + 1); status != 0) return status;
+    return moment_.Allocate(size + 1);
+  }
+  void Add(double position, double weight) noexcept {
+    ++size_;
+    count_[size_] = weight;
+    moment_[size_] = position;
+  }
+  std::size_t size() const noexcept { return size_; }
+
+  // Finds the first positions of the classes but for the first one.
+  [[nodiscard]] int Cut(int nclass, const Progress& progress, std::size_t* begin) noexcept {
+    Accumulate();
+    const std::size_t nlayer = static_cast<std::size_t>(nclass) - 2;  // of which all ends are needed
+    Buffer<double> best;
+    Buffer<double> next;
+    Buffer<int> from;
+    if (const int status = best.Allocate(size_ + 1); status != 0) return status;
+    if (const int status = next.Allocate(size_ + 1); status != 0) return status;
+    if (const int status = from.Allocate(nlayer * (size_ + 1) + 1); status != 0) return status;
+    for (std::size_t end = 1; end <= size_; ++end) best[end] = Score(0, end);
+    for (std::size_t layer = 0; layer < nlayer; ++layer) {
+      Search search{best.data(), next.data(), from.data() + layer * (size_ + 1), progress};
+      ExtendRange(search, layer + 2, size_, layer + 1, size_ - 1);
+      if (progress.Aborted()) return kAborted;
+      std::swap(best, next);
+    }
+    double value = 0.0;
+    std::size_t end = BestBegin(best.data(), size_, nlayer + 1, size_ - 1, &value);
+    between_ = value;
+    for (std::size_t layer = nlayer;; --layer) {
+      begin[layer] = end;
+      if (layer == 0) return 0;
+      end = static_cast<std::size_t>(from[(layer - 1) * (size_ + 1) + end]);
+    }
+  }
+
+  // Sums of squares: between the classes of the last cuts, and about the mean.
+  double between() const noexcept { return between_; }
+  double total() const noexcept { return total_; }
+
+ private:
+  struct Search {
+    const double* best;
+    double* next;
+    int* from;
+    const Progress& progress;
+  };
+
+  // Sums over what lies before each position, positions counted from their mean.
+  void Accumulate() noexcept {
+    count_[0] = moment_[0] = 0.0;
+    double weight = 0.0;
+    double sum = 0.0;
+    for (std::size_t k = 1; k <= size_; ++k) {
+      weight += count_[k];
+      sum += count_[k] * moment_[k];
+    }
+    const double mean = sum / weight;
+    for (std::size_t k = 1; k <= size_; ++k) {
+      const double position = moment_[k] - mean;
+      total_ += count_[k] * position * position;
+      moment_[k] = moment_[k - 1] + count_[k] * position;
+      count_[k] += count_[k - 1];
+    }
+  }
+
+  double Score(std::size_t begin, std::size_t end) const noexcept {
+    const double moment = moment_[end] - moment_[begin];
+    return moment * moment / (count_[end] - count_[begin]);
+  }
+
+  // The best first position of a class that ends at `end`, from `low` to `high`.
+  std::size_t BestBegin(const double* best, std::size_t end, std::size_t low, std::size_t high,
+                        double* value) const noexcept {
+    std::size_t found = low;
+    *value = best[low] + Score(low, end);
+    for (std::size_t begin = low + 1; begin <= high; ++begin) {
+      const double candidate = best[begin] + Score(begin, end);
+      if (candidate > *value) {
+        *value = candidate;
+        found = begin;
+      }
+    }
+    return found;
+  }
+
+  void ExtendRange(const Search& search, std::size_t first, std::size_t last, std::size_t low,
+                   std::size_t high) const noexcept {
+    while (first <= last && !search.progress.Aborted()) {
+      const std::size_t middle = first + (last - first) / 2;
+      const std::size_t found = BestBegin(search.best, middle, low, std::min(high, middle - 1), search.next + middle);
+      search.from[middle] = static_cast<int>(found);
+      ExtendRange(search, first, middle - 1, low, found);
+      first = middle + 1;
+      low = found;
+    }
+  }
+
+  std::size_t size_ = 0;
+  Buffer<double> count_;
+  Buffer<double> moment_;
+  double between_ = 0.0;
+  double total_ = 0.0;
+};
+
+template <typename T>
+class OtsuSearch {
+ public:
+  OtsuSearch(std::ptrdiff_t n, const T* values, int nclass, const Dealing& dealing, const Progress& progress,
+             OtsuCuts* found) noexcept
+      : n_(n), values_(values), nclass_(nclass), dealing_(dealing), progress_(progress), found_(found) {}
+
+  int Run() noexcept {
+    if (const int status = begin_.Allocate(static_cast<std::size_t>(nclass_)); status != 0) return status;
+    if (const int status = FindRange(); status != 0) return status;
+    if (least_ > greatest_) return 0;  // all are NaN
+    found_->infinite = std::isinf(least_) || std::isinf(greatest_);
+    found_->distinct = 1;
+    if (found_->infinite || least_ == greatest_) return 0;
+    const Bins bins(least_, greatest_, std::is_integral_v<T>);
+    bool enough = false;
+    if (bins.usable()) {
+      if (const int status = CutBins(bins, &enough); status != 0) return status;
+    }
+    return enough ? 0 : CutValues();
+  }
+
+ private:
+  // Pieces between two looks at whether to stop.
+  static constexpr std::ptrdiff_t kPiece = 1 << 20;
+
+  template <typename Body>
+  void ForPieces(std::ptrdiff_t begin, std::ptrdiff_t end, const Body& body) const noexcept {
+    for (; begin < end && !progress_.Aborted(); begin += kPiece) body(begin, std::min(end, begin + kPiece));
+  }
+
+  int FindRange() noexcept {
+    Buffer<double> ends;
+    const std::size_t nthread = static_cast<std::size_t>(dealing_.nscratch());
+    if (const int status = ends.Allocate(2 * nthread); status != 0) return status;
+    for (std::size_t t = 0; t < nthread; ++t) {
+      ends[2 * t] = std::numeric_limits<double>::infinity();
+      ends[2 * t + 1] = -std::numeric_limits<double>::infinity();
+    }
+    dealing_.EachThread([&](int thread, int team) noexcept {
+      const ItemBlock block = BlockOf(n_, team, thread);
+      double& least = ends[2 * static_cast<std::size_t>(thread)];
+      double& greatest = ends[2 * static_cast<std::size_t>(thread) + 1];
+      ForPieces(block.begin, block.end, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+        double low = least;
+        double high = greatest;
+        for (std::ptrdiff_t i = begin; i < end; ++i) {
+          const double value = static_cast<double>(values_[i]);
+          low = value < low ? value : low;
+          high = value > high ? value : high;
+        }
+        least = low;
+        greatest = high;
+      });
+    });
+    least_ = ends[0];
+    greatest_ = ends[1];
+    for (std::size_t t = 1; t < nthread; ++t) {
+      least_ = std::min(least_, ends[2 * t]);
+      greatest_ = std::max(greatest_, ends[2 * t + 1]);
+    }
+    return progress_.After(0);
+  }
+
+  // *enough: whether the cuts are known to be good.
+  int CutBins(const Bins& bins, bool* enough) noexcept {
+    const std::size_t nthread = static_cast<std::size_t>(dealing_.nscratch());
+    Buffer<std::int32_t> counts;
+    if (const int status = counts.Allocate(nthread * kBins, 0); status != 0) return status;
+    dealing_.EachThread([&](int thread, int team) noexcept {
+      const ItemBlock block = BlockOf(n_, team, thread);
+      std::int32_t* const own = counts.data() + static_cast<std::ptrdiff_t>(thread) * kBins;
+      ForPieces(block.begin, block.end, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+        for (std::ptrdiff_t i = begin; i < end; ++i) {
+          const double value = static_cast<double>(values_[i]);
+          if (std::is_integral_v<T> || value == value) ++own[bins(value)];
+        }
+      });
+    });
+    if (progress_.Aborted()) return kAborted;
+
+    WeightedPositions positions;
+    Buffer<int> binOf;
+    if (const int status = positions.Allocate(kBins); status != 0) return status;
+    if (const int status = binOf.Allocate(kBins); status != 0) return status;
+    double weight = 0.0;
+    for (std::size_t bin = 0; bin < kBins; ++bin) {
+      std::int64_t count = 0;
+      for (std::size_t t = 0; t < nthread; ++t) count += counts[t * kBins + bin];
+      if (count == 0) continue;
+      binOf[positions.size()] = static_cast<int>(bin);
+      positions.Add(static_cast<double>(bin), static_cast<double>(count));
+      weight += static_cast<double>(count);
+    }
+    found_->distinct = static_cast<std::ptrdiff_t>(positions.size());
+    if (found_->distinct < nclass_) {
+      *enough = bins.exact();
+      return 0;
+    }
+    if (const int status = positions.Cut(nclass_, progress_, begin_.data()); status != 0) return status;
+    *enough = bins.exact() || LosesLittle(positions.between(), positions.total(), weight);
+    if (!*enough) return 0;
+    return TakeLeastOf(bins, binOf);
+  }
+
+  // Moving each value to the middle of its bin changes the root of a sum of squares within classes, or between them, by
+  // that of the movements at most: those of the classes found, and of the best ones.
+  static bool LosesLittle(double between, double total, double weight) noexcept {
+    const double moved = 0.5 * std::sqrt(weight);
+    const double within = std::sqrt(std::max(total - between, 0.0));
+    const double greatest = within + moved;
+    const double least = std::max(within - moved, 0.0);
+    const double separated = std::max(std::sqrt(between) - moved, 0.0);
+    return greatest * greatest - least * least <= kTolerance * separated * separated;
+  }
+
+  // Each cut is the least value of the bin that begins a class.
+  int TakeLeastOf(const Bins& bins, const Buffer<int>& binOf) noexcept {
+    const std::size_t ncut = static_cast<std::size_t>(nclass_) - 1;
+    const std::size_t nthread = static_cast<std::size_t>(dealing_.nscratch());
+    Buffer<int> cutOf;  // by bin: the number of the cut, or none
+    Buffer<double> least;
+    if (const int status = cutOf.Allocate(kBins, -1); status != 0) return status;
+    if (const int status = least.Allocate(nthread * ncut, std::numeric_limits<double>::infinity()); status != 0) {
+      return status;
+    }
+    for (std::size_t c = 0; c < ncut; ++c) cutOf[static_cast<std::size_t>(binOf[begin_[c]])] = static_cast<int>(c);
+    dealing_.EachThread([&](int thread, int team) noexcept {
+      const ItemBlock block = BlockOf(n_, team, thread);
+      double* const own = least.data() + static_cast<std::size_t>(thread) * ncut;
+      ForPieces(block.begin, block.end, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+        for (std::ptrdiff_t i = begin; i < end; ++i) {
+          const double value = static_cast<double>(values_[i]);
+          if (!std::is_integral_v<T> && value != value) continue;
+          const int cut = cutOf[static_cast<std::size_t>(bins(value))];
+          if (cut >= 0) own[cut] = std::min(own[cut], value);
+        }
+      });
+    });
+    for (std::size_t c = 0; c < ncut; ++c) {
+      found_->cuts[c] = least[c];
+      for (std::size_t t = 1; t < nthread; ++t) found_->cuts[c] = std::min(found_->cuts[c], least[t * ncut + c]);
+    }
+    return progress_.After(0);
+  }
+
+  // The exact way, on all distinct values.
+  int CutValues() noexcept {
+    Buffer<double> sorted;
+    if (const int status = sorted.Allocate(static_cast<std::size_t>(n_)); status != 0) return status;
+    double* end = sorted.data();
+    for (std::ptrdiff_t i = 0; i < n_; ++i) {
+      const double value = static_cast<double>(values_[i]);
+      if (value == value) *end++ = value;
+    }
+    std::sort(sorted.data(), end);
+    if (progress_.Aborted()) return kAborted;
+
+    WeightedPositions positions;
+    if (const int status = positions.Allocate(static_cast<std::size_t>(end - sorted.data())); status != 0)
+      return status;
+    const double range = 0.5 * greatest_ - 0.5 * least_;
+    double* distinct = sorted.data();
+    for (const double* from = sorted.data(); from < end; ++distinct) {
+      const double value = *from;
+      const double* const first = from;
+      while (from < end && *from == value) ++from;
+      *distinct = value;
+      positions.Add((0.5 * value - 0.5 * least_) / range, static_cast<double>(from - first));
+    }
+    found_->distinct = static_cast<std::ptrdiff_t>(positions.size());
+    if (found_->distinct < nclass_) return 0;
+    if (const int status = positions.Cut(nclass_, progress_, begin_.data()); status != 0) return status;
+    for (int c = 0; c < nclass_ - 1; ++c) found_->cuts[c] = sorted[begin_[static_cast<std::size_t>(c)]];
+    return 0;
+  }
+
+  const std::ptrdiff_t n_;
+  const T* const values_;
+  const int nclass_;
+  const Dealing dealing_;
+  const Progress progress_;
+  OtsuCuts* const found_;
+  double least_ = 0.0;
+  double greatest_ = 0.0;
+  Buffer<std::size_t> begin_;
+};
+
+}  // namespace
+
+template <typename T>
+int FindOtsuCuts(std::ptrdiff_t n, const T* values, int nclass, const Dealing& dealing, const Progress& progress,
+                 OtsuCuts* found) noexcept {
+  return OtsuSearch<T>(n, values, nclass, dealing, progress, found).Run();
+}
+
+template int FindOtsuCuts(std::ptrdiff_t, const unsigned char*, int, const Dealing&, const Progress&,
+                          OtsuCuts*) noexcept;
+template int FindOtsuCuts(std::ptrdiff_t, const int*, int, const Dealing&, const Progress&, OtsuCuts*) noexcept;
+template int FindOtsuCuts(std::ptrdiff_t, const float*, int, const Dealing&, const Progress&, OtsuCuts*) noexcept;
+template int FindOtsuCuts(std::ptrdiff_t, const double*, int, const Dealing&, const Progress&, OtsuCuts*) noexcept;
+
+}  // namespace kestrum

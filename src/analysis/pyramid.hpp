@@ -1,0 +1,16 @@
+#ifndef KESTRUM_ANALYSIS_PYRAMID_HPP
+#define KESTRUM_ANALYSIS_PYRAMID_HPP
+
+#include "core/parallel.hpp"
+
+namespace kestrum {
+
+// The next level of the Gaussian pyramid of an array of n[0] x n[1] x n[2] nodes, the first axis the fastest, in which
+// NaN is missing: filtered by 1 4 6 4 1 and taken at nodes 0, 2, 4 and so on of each axis of more than two nodes.
+//   reduced  out; axes of (n + 1) / 2 nodes where n > 2
+[[nodiscard]] int ReduceArray(const int (&n)[3], const double* values, double* reduced,
+                              const Dealing& dealing) noexcept;
+
+}  // namespace kestrum
+
+#endif
