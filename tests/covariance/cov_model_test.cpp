@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "core/memory.h"
-#include "support/allocation_failure.hpp"
 #include "support/run_builder.hpp"
 #include "support/text_stream.hpp"
 
@@ -235,23 +234,6 @@ TEST(CovModelPrint, NamesTypesAndTheirExtraParameter) {
         parameter == std::string::npos ? "" : text.substr(parameter + 21, text.find(',', parameter) - parameter - 21),
         row.parameter);
   }
-}
-
-TEST(CovModelPrint, ReportsEachFailingAllocation) {
-  Model model;
-  model.Elem(1).weightImageFlag = model.Elem(1).rxImageFlag = model.record.angle1ImageFlag = TRUE;
-  for (VORL_IMAGE** image : {&model.Elem(1).weightImage, &model.Elem(1).rxImage, &model.record.angle1Image}) {
-    *image = NewImage(model.grid, 1, 5.0);
-  }
-  char prefix[] = "";
-  int ncall = 0;
-  kestrum_test::ForEachFailingAllocation([&] {
-    ++ncall;
-    return VORLKestrumPrintCovModel(&model.record, prefix, kestrum_test::TextStream().file);
-  });
-  EXPECT_EQ(ncall, 1 + 6);  // the model, each element, and each image
-  kestrum_test::ForEachFailingAllocation(
-      [&] { return VORLKestrumPrintCovModelElem(&model.Elem(1), prefix, kestrum_test::TextStream().file); });
 }
 
 TEST(CovModelLife, ReleasesNothingOfEmptyRecords) {

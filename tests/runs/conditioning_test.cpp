@@ -188,22 +188,6 @@ TEST(Conditioning, CallersCanStopAtEveryWarning) {
   EXPECT_EQ(kestrum::Progress(nullptr, VORLUpdateProgressMonitor0).Warn(61), 0);
 }
 
-TEST(Conditioning, FailureOfAConversionComesThrough) {
-  VORL_KESTRUMINPUT input;
-  VORLKestrumInitKestrumInput(&input);
-  input.ndataImage = 1;
-  input.dataImage = NewImage({1, 1, 1, 1, 1, 1});
-  VORL_IMAGE image = MakeImage(MakeGrid(2, 1, 1), {M});
-  std::vector<int> status(2);
-  int ndata = 9;
-  EXPECT_EQ(
-      VORLKestrumIntegrateConditioningData(&input, &image, nullptr, nullptr, status.data(), &ndata, nullptr, nullptr),
-      -150);
-  EXPECT_EQ(ndata, 0);
-  VORLFreeImage(&image);
-  VORLKestrumFreeKestrumInput(&input);
-}
-
 struct Path {
   std::vector<int> nodes;
   int firstInequality = 99, firstSimulated = 99, nsimulated = 99;

@@ -188,21 +188,17 @@ TEST(IndicatorRunInput, SumsThatAreSlightlyOffAreMended) {
             (std::vector<real>{0.505, 0.5, 0.505 * scale, 0.5, 1.0, 0.505, 0.5, 0.5, 0.5 * scale, 0.5, 0.5, 0.5}));
 }
 
-TEST(IndicatorRunInput, AbortsAndFailingAllocationsLeaveNoFlags) {
+TEST(IndicatorRunInput, FailuresLeaveNoFlags) {
   IndicatorRun run;
+  VORL_PROGRESSMONITOR monitor;
+  VORLInitProgressMonitor(&monitor);
   ForEachFailingAllocation([&] {
     Flags flags;
     int error = 99;
-    const int status = Validate(run.input, flags, &error);
+    const int status = Validate(run.input, flags, &error, &monitor);
     EXPECT_TRUE(status == 0 ? flags.AllGiven() : flags.NoneGiven());
     return status;
   });
-  SetProbabilityImage(run.input, kHalves);
-  char prefix[] = "";
-  ForEachFailingAllocation(
-      [&] { return VORLKestrumPrintKestrumIndicatorInput(&run.input, prefix, TextStream().file); });
-  VORL_PROGRESSMONITOR monitor;
-  VORLInitProgressMonitor(&monitor);
   monitor.abortedJobFlag = TRUE;
   Flags flags;
   int error = 99;

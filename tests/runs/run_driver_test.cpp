@@ -105,6 +105,12 @@ TEST_F(RunDriver, StatusesAndRewrittenInput) {
     int status;
   } cases[] = {
       {"Sound", [](RunRecords&) {}, 0},
+      {"DataOnAnotherGrid",
+       [](RunRecords& r) {
+         r.input.ndataImage = 1;
+         r.input.dataImage = NewImage(MakeGrid(2, 1, 1), {1.0});
+       },
+       -150},
       {"BrokenRule", [](RunRecords& r) { r.input.nneighborMax = 0; }, -71062},
       {"NoReport",
        [](RunRecords& r) {
@@ -133,8 +139,6 @@ TEST_F(RunDriver, StatusesAndRewrittenInput) {
        },
        0},
       {"WrongProducts", [](RunRecords& r) { r.input.simGrid->nxyz = 1000; }, -601},
-      {"OneNeighbor", [](RunRecords& r) { r.input.nneighborMax = 1; }, 0},
-      {"Unlimited", [](RunRecords& r) { r.input.nneighborMax = -1; }, 0},
       {"MoreThanThereAre", [](RunRecords& r) { r.input.nneighborMax = 2147483647; }, 0},
   };
   for (const auto& c : cases) {
@@ -159,6 +163,8 @@ TEST_F(RunDriver, StatusesAndRewrittenInput) {
   EXPECT_TRUE(empty.output.outputImage->var[3] == 0.0 && empty.output.outputImage->var[24 + 3] == 1.0);
   EXPECT_EQ(VORLOMPKestrumSim(nullptr, nullptr, nullptr, nullptr, 0), -99);
   EXPECT_EQ(VORLOMPKestrumIndicatorSim(nullptr, nullptr, nullptr, nullptr, 0), -99);
+  VORLKestrumFreeKestrumInput(nullptr);
+  VORLKestrumFreeKestrumOutput(nullptr);
 }
 
 // Callbacks that record the progress they are given.

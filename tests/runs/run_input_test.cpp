@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "runs/run_records.hpp"
-#include "support/allocation_failure.hpp"
 
 using namespace kestrum_test;
 
@@ -262,16 +261,6 @@ TEST(RunInput, PrintsAnInputThatValidationWouldRefuse) {
             "> searchRadiusRelative:       0.000000\n\n> nneighborMax:    0\n\n> searchNeighborhoodSortMode: 0\n\n"
             "> ndataImage:   1\n> dataImage   0:\n\n> ndataPointSet:   1\n> dataPointSet   0:\n\n> maskImageFlag: 1\n"
             "> maskImage:\n\n> nGibbsSamplerPathMin:          0\n> nGibbsSamplerPathMax:          0\n");
-}
-
-TEST(RunInput, FailingAllocations) {
-  ContinuousRun run;
-  SetMeanImage(run.input, kOnes);
-  SetVarianceImage(run.input, kOnes);
-  char prefix[] = "";
-  ForEachFailingAllocation([&] { return VORLKestrumPrintKestrumInput(&run.input, prefix, TextStream().file); });
-  VORLKestrumFreeKestrumInput(nullptr);
-  VORLKestrumFreeKestrumOutput(nullptr);
 }
 
 }  // namespace
