@@ -261,7 +261,7 @@ class CovModel:
     def _lifted(self, places: NDArray[np.float64]) -> "CovModel":
         """For kriging with an unknown mean from data at some places: a model of the same variogram and the same search, with power
         structures of longer ranges and larger sills, so that their covariances are positive definite."""
-        if self._local() or all(s.type != "Power" for s in self.structures):
+        if self._local() or all(s.type != "Power" or s.sill == 0.0 for s in self.structures):
             return self
         dimension = places.shape[1]
         extent = 8.0 * max(math.sqrt(math.fsum(np.ptp(places, axis=0) ** 2)), 1e-300)
