@@ -186,6 +186,14 @@ def distance_of_array(n, sigma):
             lambda: ours(2, signed=True))
 
 
+def mean_of_array(n):
+    values = noise((n, n, n), 0.0)
+    inner = (slice(3, -3),) * 3
+    assert np.allclose(ks.box_mean(values, 7)[inner], ndimage.uniform_filter(values, 7)[inner], atol=1e-12)
+    compare(f"ks.box_mean, 7^3, {n}^3", values.size, lambda: ks.box_mean(values, 7, threads=1),
+            lambda: ndimage.uniform_filter(values, 7), 2.0, lambda: ks.box_mean(values, 7, threads=2))
+
+
 def distance(n, sigma):
     features = noise((n, n, n), sigma) <= 0.0
     background = ~features
@@ -432,6 +440,7 @@ def main():
         distance_of_array(256, sigma)
         distance(256, sigma)
         morphology(256, sigma)
+    mean_of_array(128)
     box_mean(128)
     euler(2000)
     variogram(500, 50)

@@ -14,6 +14,7 @@ void BindVariogram(pybind11::module_& module);
 void BindImages(pybind11::module_& module);
 void BindImageDistance(pybind11::module_& module);
 void BindImageStatistics(pybind11::module_& module);
+void BindImageMean(pybind11::module_& module);
 
 }  // namespace kestrum::python
 

@@ -80,4 +80,5 @@ PYBIND11_MODULE(_core, module) {
   kestrum::python::BindImages(module);
   kestrum::python::BindImageDistance(module);
   kestrum::python::BindImageStatistics(module);
+  kestrum::python::BindImageMean(module);
 }

@@ -81,6 +81,8 @@ def label(values: NDArray[Any], neighbors: int, threads: int) -> tuple[NDArray[n
 def euler_number(values: NDArray[Any], closed_cells: bool, threads: int) -> int: ...
 def distance(mask: NDArray[Any], spacing: Sequence[float], manhattan: bool, is_signed: bool, distance: NDArray[Any], threads: int) -> None:
     """mask: as the values of label. spacing: along x, y and z. distance: out; float32 or float64, of the mask's shape."""
+def box_mean(image: NDArray[Any], sides: Sequence[int], threads: int) -> NDArray[np.float64]:
+    """image: uint8, int32, float32 or float64. sides: along x, y and z."""
 def body_sizes(labels: NDArray[np.int32], n: int) -> NDArray[np.int32]:
     """Rows of size and of extents along z, y and x, of the labels 1 to n. None is larger than n."""
 def otsu(values: NDArray[Any], classes: int, threads: int) -> tuple[NDArray[np.float64], int, bool]:

@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "analysis/distance_lines.hpp"
+#include "analysis/line_pass.hpp"
 #include "core/buffer.hpp"
 #include "core/grid.h"
 #include "core/parallel.hpp"
@@ -22,17 +23,6 @@ inline real FarDistance(DistanceMetric metric, const VORL_GRID& grid) noexcept {
   if (metric == DistanceMetric::kL1) return nx * grid.sx + ny * grid.sy + nz * grid.sz;
   return nx * nx * grid.sx * grid.sx + ny * ny * grid.sy * grid.sy + nz * nz * grid.sz * grid.sz;
 }
-
-// The lines of all variables along one axis. Lines are numbered so that `group` of them follow each other in memory,
-// and the groups are `groupStep` apart.
-struct LinePass {
-  int n;  // nodes of a line
-  std::ptrdiff_t nodeStep;
-  std::ptrdiff_t nline;
-  std::ptrdiff_t group;
-  std::ptrdiff_t groupStep;
-  real weight;  // as LineBlock has it
-};
 
 // Work memory of the threads for passes along lines.
 class LineScratch {
@@ -63,35 +53,6 @@ class LineScratch {
   Buffer<double> distance_;
   Buffer<long long> link_;
 };
-
-// Deals out the lines of a pass in blocks of `lanes`, by body(thread, lines, forEachRun): forEachRun(visit) visits the
-// nodes of a block in runs that follow each other in memory, by visit(index, place, length), of which the first lies at
-// `place` of the block.
-template <int kLanes, typename Body>
-void DealLines(const LinePass& pass, std::ptrdiff_t lanes, const Dealing& dealing, const Body& body) noexcept {
-  const std::ptrdiff_t nblock = (pass.nline + lanes - 1) / lanes;
-  dealing.EachThread([&](int thread, int team) {
-    const std::ptrdiff_t end = nblock * (thread + 1) / team * lanes;
-    for (std::ptrdiff_t first = nblock * thread / team * lanes; first < end; first += lanes) {
-      const std::ptrdiff_t count = std::min(lanes, pass.nline - first);
-      body(thread, count, [&](const auto& visit) {
-        for (std::ptrdiff_t lane = 0, length = 0; lane < count; lane += length) {
-          const std::ptrdiff_t place = (first + lane) % pass.group;
-          const std::ptrdiff_t start = (first + lane) / pass.group * pass.groupStep + place;
-          length = std::min(count - lane, pass.group - place);
-          for (std::ptrdiff_t u = 0; u < pass.n; ++u) {
-            // A length that the compiler knows makes the usual case faster.
-            if (length == kLanes) {
-              visit(start + u * pass.nodeStep, u * kLanes, std::ptrdiff_t{kLanes});
-            } else {
-              visit(start + u * pass.nodeStep, u * lanes + lane, length);
-            }
-          }
-        }
-      });
-    }
-  });
-}
 
 // Replaces the values of each line by their lower envelope (LineBlock), changed by finishRow(index, row, length) first:
 // `row` holds the values from `index` on.

@@ -46,6 +46,7 @@ CALLS = [
     "ks.variogram(few, lag=50.0).fit(model)",
     "ks.krige(many, model, ks.Grid(900, 900), neighbors=20, chunks={'y': 100, 'x': 100}).compute()",
     "ks.distance(mask, threads=1)",
+    "ks.box_mean(mask, 31, threads=1)",
     "ks.write_gslib(ks.Grid(3000, 3000).to_xarray(random.normal(size=(3000, 3000)), 'v'), '/dev/null')",
 ]
 
