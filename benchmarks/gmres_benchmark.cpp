@@ -25,23 +25,23 @@ class Uniform {
 };
 
 struct Systems {
-  explicit Systems(int n) : size(n), limits{1e-10, n > 100 ? 100 : n, n > 100 ? 10000 : 1} {
+  explicit Systems(int n, int lanes = kLanes) : size(n), limits{1e-10, n > 100 ? 100 : n, n > 100 ? 10000 : 1} {
     const std::size_t count = static_cast<std::size_t>(n);
-    if (single.Allocate(count * count) != 0 || matrix.Allocate(count * count * kLanes) != 0 ||
-        rhs.Allocate(count * kLanes) != 0 || guess.Allocate(count * kLanes) != 0 ||
-        solution.Allocate(count * kLanes) != 0 || position.Allocate(count * 2) != 0 ||
-        work.Allocate(kestrum::GmresBatchWorkSize(n, limits.restart)) != 0) {
+    if (single.Allocate(count * count) != 0 || matrix.Allocate(count * count * lanes) != 0 ||
+        rhs.Allocate(count * lanes) != 0 || guess.Allocate(count * lanes) != 0 ||
+        solution.Allocate(count * lanes) != 0 || position.Allocate(count * 2) != 0 ||
+        work.Allocate(kestrum::GmresBatchWorkSize(n, limits.restart, lanes)) != 0) {
       return;
     }
     Uniform uniform;
-    for (std::size_t lane = 0; lane < kLanes; ++lane) {
+    for (int lane = 0; lane < lanes; ++lane) {
       for (double& coordinate : position) coordinate = 10.0 * uniform();
       for (std::size_t i = 0; i < count; ++i) {
         for (std::size_t j = 0; j < count; ++j) single[i * count + j] = Entry(i, j);
-        rhs[i * kLanes + lane] = i + 1 == count ? 1.0 : 0.5 * uniform();
-        guess[i * kLanes + lane] = uniform();
+        rhs[i * lanes + lane] = i + 1 == count ? 1.0 : 0.5 * uniform();
+        guess[i * lanes + lane] = uniform();
       }
-      for (std::size_t k = 0; k < count * count; ++k) matrix[k * kLanes + lane] = single[k];
+      for (std::size_t k = 0; k < count * count; ++k) matrix[k * lanes + lane] = single[k];
     }
     ready = true;
   }
@@ -76,30 +76,41 @@ void BM_Plain(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
-template <bool kShared>
-void BM_Batch(benchmark::State& state) {
+// Reports systems per second of a batch.
+template <typename Solve>
+void TimeBatch(benchmark::State& state, int lanes, const Solve& solve) {
   const auto level = static_cast<kestrum::SimdLevel>(state.range(1));
   if (level > kestrum::BestSimdLevel()) return state.SkipWithError("level not offered by this machine");
-  Systems systems(static_cast<int>(state.range(0)));
+  Systems systems(static_cast<int>(state.range(0)), lanes);
   if (!systems.ready) return state.SkipWithError("no memory");
   for (auto _ : state) {
     systems.TakeGuess();
-    if constexpr (kShared) {
-      benchmark::DoNotOptimize(kestrum::GmresBatchShared(systems.limits, systems.size, systems.single.data(),
-                                                         systems.size, systems.rhs.data(), systems.solution.data(),
-                                                         systems.work.data(), level));
-    } else {
-      benchmark::DoNotOptimize(kestrum::GmresBatch(systems.limits, systems.size, systems.matrix.data(),
-                                                   systems.rhs.data(), systems.solution.data(), systems.work.data(),
-                                                   level));
-    }
+    benchmark::DoNotOptimize(solve(systems, level));
     benchmark::ClobberMemory();
   }
-  state.SetItemsProcessed(state.iterations() * kLanes);
+  state.SetItemsProcessed(state.iterations() * lanes);
+}
+
+template <int kBatch>
+void BM_Batch(benchmark::State& state) {
+  TimeBatch(state, kBatch, [](Systems& s, kestrum::SimdLevel level) {
+    return kestrum::GmresBatch(s.limits, s.size, kBatch, s.matrix.data(), s.rhs.data(), s.solution.data(),
+                               s.work.data(), level);
+  });
+}
+
+void BM_Shared(benchmark::State& state) {
+  TimeBatch(state, kLanes, [](Systems& s, kestrum::SimdLevel level) {
+    return kestrum::GmresBatchShared(s.limits, s.size, s.single.data(), s.size, s.rhs.data(), s.solution.data(),
+                                     s.work.data(), level);
+  });
 }
 
 BENCHMARK(BM_Plain)->Arg(1)->Arg(2)->Arg(5)->Arg(12)->Arg(20)->Arg(21)->Arg(40)->Arg(100)->Arg(150);
-BENCHMARK(BM_Batch<false>)->ArgNames({"n", "level"})->ArgsProduct({{1, 2, 5, 12, 20, 21, 40, 100}, {0, 1, 2}});
-BENCHMARK(BM_Batch<true>)->ArgNames({"n", "level"})->ArgsProduct({{5, 20, 100, 150}, {0, 1, 2}});
+BENCHMARK(BM_Batch<kLanes>)->ArgNames({"n", "level"})->ArgsProduct({{1, 2, 5, 12, 20, 21, 40, 100}, {0, 1, 2}});
+BENCHMARK(BM_Batch<kestrum::kWideBatch>)
+    ->ArgNames({"n", "level"})
+    ->ArgsProduct({{1, 2, 5, 12, 20, 21, 40, 100}, {0, 1, 2}});
+BENCHMARK(BM_Shared)->ArgNames({"n", "level"})->ArgsProduct({{5, 20, 100, 150}, {0, 1, 2}});
 
 }  // namespace

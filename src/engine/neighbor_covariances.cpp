@@ -48,7 +48,7 @@ real NeighborCovariances::Evaluate(std::int64_t difference) const noexcept {
   return model_->Covariance(dx * grid.sx, dy * grid.sy, dz * grid.sz);
 }
 
-void NeighborCovariances::FillSideBySide(const int* const entries[kLanes], int m, int size, real* matrix,
+void NeighborCovariances::FillSideBySide(const int* const* entries, int m, int size, real* matrix, int stride,
                                          int* code) const noexcept {
   for (int i = 0; i < m; ++i) {
     for (int lane = 0; lane < kLanes; ++lane) code[i * kLanes + lane] = code_[entries[lane][i]];
@@ -56,10 +56,10 @@ void NeighborCovariances::FillSideBySide(const int* const entries[kLanes], int m
   for (int i = 0; i < m; ++i) {
     const int* const from = code + i * kLanes;
     const auto element = [=](int row, int column) {
-      return matrix + static_cast<std::ptrdiff_t>(row * size + column) * kLanes;
+      return matrix + static_cast<std::ptrdiff_t>(row * size + column) * stride;
     };
-    const std::ptrdiff_t step = static_cast<std::ptrdiff_t>(size) * kLanes;
-    if (GatherDifferences(m - 1 - i, table_.data(), kNotEvaluated, from, from + kLanes, element(i, i + 1),
+    const std::ptrdiff_t step = static_cast<std::ptrdiff_t>(size) * stride;
+    if (GatherDifferences(m - 1 - i, table_.data(), kNotEvaluated, from, from + kLanes, element(i, i + 1), stride,
                           element(i + 1, i), step)) {
       continue;
     }

@@ -28,9 +28,9 @@ class NeighborCovariances {
   void Fill(const LocalModel& local, const int* entries, int m, int size, real* matrix, int stride,
             real* lag) const noexcept;
 
-  // The same for kLanes systems of m neighbours at once, lane by lane in each element; from the table.
-  // entries[lane]: the neighbours of a lane. `code` is scratch for kLanes*m values.
-  void FillSideBySide(const int* const entries[kLanes], int m, int size, real* matrix, int* code) const noexcept;
+  // The same for kLanes systems of m neighbours at once, lane by lane in each element, whose next one is `stride` numbers
+  // on; from the table. entries[lane]: the neighbours of a lane. `code` is scratch for kLanes*m values.
+  void FillSideBySide(const int* const* entries, int m, int size, real* matrix, int stride, int* code) const noexcept;
 
   // The covariances of the target node with its neighbours, to rhs[i*stride]. `lag` as above.
   void FillRhs(const LocalModel& local, const int* entries, int m, real* rhs, int stride, real* lag) const noexcept;

@@ -14,6 +14,8 @@ constexpr int kMaxCycle = 10000;
 // Systems up to this size are solved in batches: a batch of larger ones would leave the caches.
 constexpr int kMaxBatchSize = 200;
 constexpr int kMaxFactorBatchSize = 160;
+// Systems up to this size are iterated in wide batches where vectors have 8 numbers.
+constexpr int kMaxWideSize = 40;
 // Fewer systems of one size than this are iterated one by one.
 constexpr int kMinBatch = 3;
 // A solution by a factor must satisfy its system to this part of the largest covariance.
@@ -95,14 +97,19 @@ int SystemSolver::Allocate(const Problem& problem, int capacity) noexcept {
   const std::size_t size = static_cast<std::size_t>(capacity) + q;
   const int batchSize =
       static_cast<int>(std::min<std::size_t>(size, choice.factorising() ? kMaxFactorBatchSize : kMaxBatchSize));
-  const std::size_t batchLength = static_cast<std::size_t>(batchSize) * kLanes;
-  const std::size_t batchWork = choice.factorising() ? KrigingBatchWorkSize(batchSize - q, q) + kLanes
-                                                     : GmresBatchWorkSize(batchSize, SolverLimits(batchSize).restart);
+  wideSize_ = choice.factorising() || BestSimdLevel() != SimdLevel::kAvx512 ? 0 : std::min(batchSize, kMaxWideSize);
+  const std::size_t batchLength = static_cast<std::size_t>(std::max(batchSize * kLanes, wideSize_ * kWideBatch));
+  const std::size_t batchArea = std::max(static_cast<std::size_t>(batchSize) * batchSize * kLanes,
+                                         static_cast<std::size_t>(wideSize_) * wideSize_ * kWideBatch);
+  const std::size_t batchWork =
+      choice.factorising() ? KrigingBatchWorkSize(batchSize - q, q) + kLanes
+                           : std::max(GmresBatchWorkSize(batchSize, SolverLimits(batchSize).restart),
+                                      GmresBatchWorkSize(wideSize_, SolverLimits(wideSize_).restart, kWideBatch));
   const struct {
     Buffer<real>* buffer;
     std::size_t size;
   } wanted[] = {
-      {&batchMatrix_, batchLength * batchSize},
+      {&batchMatrix_, batchArea},
       {&batchRhs_, batchLength},
       {&batchWeight_, batchLength},
       {&batchWork_, batchWork},
@@ -144,10 +151,11 @@ void SystemSolver::Solve(const MovingSystems& systems, ChunkSystems& chunk) noex
   std::sort(order, order + count, [&](int a, int b) { return size(a) != size(b) ? size(a) > size(b) : a < b; });
   for (int begin = 0; begin < count;) {
     const int m = size(order[begin]);
+    const int lanes = systems.model().SystemSize(m) <= wideSize_ ? kWideBatch : kLanes;
     int end = begin + 1;
-    while (end < count && end - begin < kLanes && size(order[end]) == m) ++end;
+    while (end < count && end - begin < lanes && size(order[end]) == m) ++end;
     if (GoSideBySide(m, end - begin)) {
-      SolveSideBySide(chunk, order + begin, end - begin);
+      SolveSideBySide(chunk, order + begin, end - begin, end - begin <= kLanes ? kLanes : lanes);
     } else {
       for (int i = begin; i < end; ++i) {
         if (!choice_.factorising() || !SolveByFactor(chunk, order[i])) SolveAlone(chunk, order[i], 1);
@@ -157,25 +165,25 @@ void SystemSolver::Solve(const MovingSystems& systems, ChunkSystems& chunk) noex
   }
 }
 
-void SystemSolver::SolveSideBySide(ChunkSystems& chunk, const int* which, int count) noexcept {
+void SystemSolver::SolveSideBySide(ChunkSystems& chunk, const int* which, int count, int lanes) noexcept {
   const KrigingModel& model = systems_->model();
   const int m = chunk.system(which[0]).m;
   const int size = model.SystemSize(m);
-  BuildSideBySide(chunk, which, count);
+  BuildSideBySide(chunk, which, count, lanes);
   unsigned solved;
   if (choice_.factorising()) {
     real* const explained = batchWork_.data();
     solved = SolveKrigingBatch(m, size - m, batchMatrix_.data(), batchRhs_.data(), batchWeight_.data(), explained,
                                explained + kLanes);
   } else {
-    for (int i = 0; i < size; ++i) std::fill_n(&batchWeight_[i * kLanes], kLanes, systems_->guess().first()[i]);
-    solved = GmresBatch(SolverLimits(size), size, batchMatrix_.data(), batchRhs_.data(), batchWeight_.data(),
+    for (int i = 0; i < size; ++i) std::fill_n(&batchWeight_[i * lanes], lanes, systems_->guess().first()[i]);
+    solved = GmresBatch(SolverLimits(size), size, lanes, batchMatrix_.data(), batchRhs_.data(), batchWeight_.data(),
                         batchWork_.data());
   }
   for (int lane = 0; lane < count; ++lane) {
     const int i = which[lane];
     if ((solved >> lane & 1u) != 0) {
-      chunk.system(i).Keep(model, m, &batchWeight_[lane], &batchRhs_[lane], kLanes, chunk.weight(i));
+      chunk.system(i).Keep(model, m, &batchWeight_[lane], &batchRhs_[lane], lanes, chunk.weight(i));
     } else if (choice_.factorising()) {
       choice_.CountFallbacks(1);
       SolveAlone(chunk, i, 1);
@@ -261,32 +269,34 @@ void SystemSolver::Build(const ChunkSystems& chunk, int i, const LocalModel& loc
   if (systems_->model().ordinaryKriging) AddUnbiasedness(m, size, matrix_.data(), rhs_.data());
 }
 
-void SystemSolver::BuildSideBySide(ChunkSystems& chunk, const int* which, int count) noexcept {
+void SystemSolver::BuildSideBySide(ChunkSystems& chunk, const int* which, int count, int lanes) noexcept {
   const NeighborCovariances& covariances = systems_->covariances();
   const int m = chunk.system(which[0]).m;
   const int size = systems_->model().SystemSize(m);
-  const int* entries[kLanes];
-  real sill[kLanes];
-  for (int lane = 0; lane < kLanes; ++lane) {
+  const int* entries[kWideBatch];
+  real sill[kWideBatch];
+  for (int lane = 0; lane < lanes; ++lane) {
     const int i = which[lane < count ? lane : 0];
     const LocalModel local = systems_->model().At(chunk.node(i), atNode_);
     entries[lane] = chunk.entries(i);
     chunk.system(i).sill = sill[lane] = local.sill;
-    covariances.FillRhs(local, entries[lane], m, &batchRhs_[lane], kLanes, lag_.data());
+    covariances.FillRhs(local, entries[lane], m, &batchRhs_[lane], lanes, lag_.data());
     if (!covariances.tabulated()) {
-      covariances.Fill(local, entries[lane], m, size, &batchMatrix_[lane], kLanes, lag_.data());
+      covariances.Fill(local, entries[lane], m, size, &batchMatrix_[lane], lanes, lag_.data());
     }
   }
-  if (covariances.tabulated()) covariances.FillSideBySide(entries, m, size, batchMatrix_.data(), code_.data());
-  const auto element = [&](int i, int j) { return &batchMatrix_[static_cast<std::size_t>(i * size + j) * kLanes]; };
-  for (int i = 0; i < m; ++i) std::copy_n(sill, kLanes, element(i, i));
+  for (int lane = 0; lane < lanes && covariances.tabulated(); lane += kLanes) {
+    covariances.FillSideBySide(entries + lane, m, size, &batchMatrix_[lane], lanes, code_.data());
+  }
+  const auto element = [&](int i, int j) { return &batchMatrix_[static_cast<std::size_t>(i * size + j) * lanes]; };
+  for (int i = 0; i < m; ++i) std::copy_n(sill, lanes, element(i, i));
   if (!systems_->model().ordinaryKriging) return;
   for (int i = 0; i < m; ++i) {
-    std::fill_n(element(i, m), kLanes, 1.0);
-    std::fill_n(element(m, i), kLanes, 1.0);
+    std::fill_n(element(i, m), lanes, 1.0);
+    std::fill_n(element(m, i), lanes, 1.0);
   }
-  std::fill_n(element(m, m), kLanes, 0.0);
-  std::fill_n(&batchRhs_[static_cast<std::size_t>(m) * kLanes], kLanes, 1.0);
+  std::fill_n(element(m, m), lanes, 0.0);
+  std::fill_n(&batchRhs_[static_cast<std::size_t>(m) * lanes], lanes, 1.0);
 }
 
 }  // namespace kestrum

@@ -152,18 +152,19 @@ class SystemSolver {
  private:
   // Whether systems of m neighbours are solved side by side, `count` of them.
   bool GoSideBySide(int m, int count) const noexcept;
-  void SolveSideBySide(ChunkSystems& chunk, const int* which, int count) noexcept;
+  void SolveSideBySide(ChunkSystems& chunk, const int* which, int count, int lanes) noexcept;
   // One system by a factor of its own; false if it cannot be solved so.
   bool SolveByFactor(ChunkSystems& chunk, int i) noexcept;
   // The attempts for one system, from the given one on.
   void SolveAlone(ChunkSystems& chunk, int i, int firstAttempt) noexcept;
   // Builds the system of a node.
   void Build(const ChunkSystems& chunk, int i, const LocalModel& local) noexcept;
-  // Builds up to kLanes systems of one size, one per lane; lanes without a system repeat the first.
-  void BuildSideBySide(ChunkSystems& chunk, const int* which, int count) noexcept;
+  // Builds up to `lanes` systems of one size, one per lane; lanes without a system repeat the first.
+  void BuildSideBySide(ChunkSystems& chunk, const int* which, int count, int lanes) noexcept;
 
   const MovingSystems* systems_ = nullptr;
   SolverChoice choice_;
+  int wideSize_ = 0;  // size of the largest system that a wide batch takes
   VORL_RANDCONTEXT context_{};
   ExactCovariance atNode_;  // a model that is not stationary, at the node at hand
   Buffer<real> batchMatrix_, batchRhs_, batchWeight_, batchWork_;

@@ -12,8 +12,8 @@ void GatherLanes(int n, const double* table, const int* start, const int* positi
 }
 
 bool GatherDifferences(int n, const double* table, double missing, const int* from, const int* to, double* row,
-                       double* column, std::ptrdiff_t step, SimdLevel level) noexcept {
-  return KESTRUM_KERNEL_AT(level, GatherSymmetric)(n, table, missing, from, to, row, column, step);
+                       std::ptrdiff_t stride, double* column, std::ptrdiff_t step, SimdLevel level) noexcept {
+  return KESTRUM_KERNEL_AT(level, GatherSymmetric)(n, table, missing, from, to, row, stride, column, step);
 }
 
 }  // namespace kestrum

@@ -13,11 +13,11 @@ namespace kestrum {
 void GatherLanes(int n, const double* table, const int* start, const int* position, double* out,
                  SimdLevel level = BestSimdLevel()) noexcept;
 
-// Gathers by differences, for a row of kLanes symmetric matrices side by side: row[i*kLanes + lane] becomes
+// Gathers by differences, for a row of kLanes symmetric matrices side by side: row[i*stride + lane] becomes
 // table[|to[i*kLanes + lane] - from[lane]|] for i below n, and so does column[i*step + lane]. Other threads may store
 // into the table meanwhile. Returns whether no number gathered is `missing`.
 [[nodiscard]] bool GatherDifferences(int n, const double* table, double missing, const int* from, const int* to,
-                                     double* row, double* column, std::ptrdiff_t step,
+                                     double* row, std::ptrdiff_t stride, double* column, std::ptrdiff_t step,
                                      SimdLevel level = BestSimdLevel()) noexcept;
 
 }  // namespace kestrum

@@ -16,12 +16,13 @@ KESTRUM_KERNEL_TARGET void Gather(int n, const double* table, const int* start, 
 }
 
 KESTRUM_KERNEL_TARGET bool GatherSymmetric(int n, const double* table, double missing, const int* from, const int* to,
-                                           double* row, double* column, std::ptrdiff_t step) noexcept {
+                                           double* row, std::ptrdiff_t stride, double* column,
+                                           std::ptrdiff_t step) noexcept {
 #if KESTRUM_KERNEL_BYTES == 64
   const __m256i first = _mm256_loadu_si256((const __m256i*)from);
   const Vector none = Broadcast<Vector>(missing);
   Integers found = Integers{};
-  for (int i = 0; i < n; ++i, row += kLanes, to += kLanes, column += step) {
+  for (int i = 0; i < n; ++i, row += stride, to += kLanes, column += step) {
     const __m256i index = _mm256_abs_epi32(_mm256_sub_epi32(_mm256_loadu_si256((const __m256i*)to), first));
     const Vector value = (Vector)_mm512_mask_i32gather_pd(_mm512_setzero_pd(), 0xff, index, table, sizeof(double));
     found |= value == none;
@@ -31,7 +32,7 @@ KESTRUM_KERNEL_TARGET bool GatherSymmetric(int n, const double* table, double mi
   return _mm512_test_epi64_mask((__m512i)found, (__m512i)found) == 0;
 #else
   bool found = false;
-  for (int i = 0; i < n; ++i, row += kLanes, to += kLanes, column += step) {
+  for (int i = 0; i < n; ++i, row += stride, to += kLanes, column += step) {
     for (int lane = 0; lane < kLanes; ++lane) {
       const int difference = to[lane] - from[lane];
       __atomic_load(table + (difference < 0 ? -difference : difference), row + lane, __ATOMIC_RELAXED);

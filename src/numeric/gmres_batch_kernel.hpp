@@ -1,240 +1,311 @@
 // The batch form of GMRES: text for numeric/kernel_levels.hpp. Loops over registers are unrolled by name, or -O2 would
 // keep the sums in memory.
 //
-// Every lane does the arithmetic of GmresSolver in its order (gmres_body.hpp); nothing is summed across lanes.
+// Every lane does the arithmetic of GmresSolver in its order (gmres_body.hpp); nothing is summed across lanes. A batch
+// has kLanes lanes, or twice as many: they fill two registers of AVX-512, and the sum of one goes on while that of the
+// other waits for its last addition.
+
+template <int kBatch>
+constexpr int kParts = kBatch / kWidth;
 
 // Rows of a matrix that are summed side by side: as many as the registers hold.
-constexpr int kRows = kVectorBytes == 64 ? 7 : kVectorBytes == 32 ? 5 : 3;
-constexpr int kParts = kLanes / kWidth;
-constexpr unsigned kAllLanes = (1U << kLanes) - 1;
+template <int kBatch>
+constexpr int kRows = kVectorBytes == 64 ? (kBatch == kLanes ? 7 : 10)
+                                         : (kVectorBytes == 32 ? 10 : 12) / kParts<kBatch>;
 
 // All memory of a batch is aligned: the baseline takes such vectors as operands without a load of their own.
 typedef Vector AlignedVector __attribute__((may_alias));
 typedef Integers AlignedIntegers __attribute__((may_alias));
 
+// Bit `lane` for each element that is not zero.
+KESTRUM_KERNEL_INLINE unsigned SetLanes(Integers x) {
+#if KESTRUM_KERNEL_BYTES == 64
+  return _mm512_test_epi64_mask((__m512i)x, (__m512i)x);
+#elif KESTRUM_KERNEL_BYTES == 32
+  return static_cast<unsigned>(_mm256_movemask_pd((__m256d)x));
+#else
+  unsigned set = 0;
+  for (int lane = 0; lane < kWidth; ++lane) set |= static_cast<unsigned>(x[lane] != 0) << lane;
+  return set;
+#endif
+}
+
 // One number of each lane, in as many registers as it takes.
+template <int kBatch>
 struct Lanes {
-  Vector part[kParts];
+  Vector part[kParts<kBatch>];
 };
 
-KESTRUM_KERNEL_INLINE Lanes Load(const double* from) {
-  Lanes x;
-#pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) x.part[k] = *(const AlignedVector*)(from + k * kWidth);
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> Load(const double* from) {
+  Lanes<kBatch> x;
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k) x.part[k] = *(const AlignedVector*)(from + k * kWidth);
   return x;
 }
 
-KESTRUM_KERNEL_INLINE void Store(double* to, const Lanes& x) {
-#pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) *(AlignedVector*)(to + k * kWidth) = x.part[k];
+template <int kBatch>
+KESTRUM_KERNEL_INLINE void Store(double* to, const Lanes<kBatch>& x) {
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k) *(AlignedVector*)(to + k * kWidth) = x.part[k];
 }
 
-KESTRUM_KERNEL_INLINE Lanes Broadcast(double value) {
-  Lanes x;
-#pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) x.part[k] = Broadcast<Vector>(value);
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> Broadcast(double value) {
+  Lanes<kBatch> x;
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k) x.part[k] = Broadcast<Vector>(value);
   return x;
 }
 
-KESTRUM_KERNEL_INLINE Lanes operator+(const Lanes& x, const Lanes& y) {
-  Lanes z;
-#pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) z.part[k] = x.part[k] + y.part[k];
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> operator+(const Lanes<kBatch>& x, const Lanes<kBatch>& y) {
+  Lanes<kBatch> z;
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k) z.part[k] = x.part[k] + y.part[k];
   return z;
 }
 
-KESTRUM_KERNEL_INLINE Lanes operator-(const Lanes& x, const Lanes& y) {
-  Lanes z;
-#pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) z.part[k] = x.part[k] - y.part[k];
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> operator-(const Lanes<kBatch>& x, const Lanes<kBatch>& y) {
+  Lanes<kBatch> z;
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k) z.part[k] = x.part[k] - y.part[k];
   return z;
 }
 
-KESTRUM_KERNEL_INLINE Lanes operator*(const Lanes& x, const Lanes& y) {
-  Lanes z;
-#pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) z.part[k] = x.part[k] * y.part[k];
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> operator*(const Lanes<kBatch>& x, const Lanes<kBatch>& y) {
+  Lanes<kBatch> z;
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k) z.part[k] = x.part[k] * y.part[k];
   return z;
 }
 
-KESTRUM_KERNEL_INLINE Lanes operator/(const Lanes& x, const Lanes& y) {
-  Lanes z;
-#pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) z.part[k] = x.part[k] / y.part[k];
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> operator/(const Lanes<kBatch>& x, const Lanes<kBatch>& y) {
+  Lanes<kBatch> z;
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k) z.part[k] = x.part[k] / y.part[k];
   return z;
 }
 
-KESTRUM_KERNEL_INLINE Lanes SquareRoot(const Lanes& x) {
-  Lanes z;
-#pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) z.part[k] = SquareRoot(x.part[k]);
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> SquareRoot(const Lanes<kBatch>& x) {
+  Lanes<kBatch> z;
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k) z.part[k] = SquareRoot(x.part[k]);
   return z;
 }
 
 // The lanes of `x` where the mask is set, those of `y` elsewhere.
-KESTRUM_KERNEL_INLINE Lanes Select(const long long* mask, const Lanes& x, const Lanes& y) {
-  Lanes z;
-#pragma GCC unroll 8
-  for (int k = 0; k < kParts; ++k) z.part[k] = *(const AlignedIntegers*)(mask + k * kWidth) ? x.part[k] : y.part[k];
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> Select(const long long* mask, const Lanes<kBatch>& x, const Lanes<kBatch>& y) {
+  Lanes<kBatch> z;
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k)
+    z.part[k] = *(const AlignedIntegers*)(mask + k * kWidth) ? x.part[k] : y.part[k];
   return z;
 }
 
-// A matrix whose element (i, j) starts at start + i*rowStride + j*columnStride: one number per lane, or one for all.
-template <bool kShared>
-struct Matrix {
+// A matrix whose columns are `stride` numbers apart, with kBatch numbers for each element.
+struct Columns {
   const double* start;
-  std::ptrdiff_t rowStride;
-  std::ptrdiff_t columnStride;
+  std::ptrdiff_t stride;
 };
 
-template <bool kShared>
-KESTRUM_KERNEL_INLINE Lanes Element(const double* at) {
-  if constexpr (kShared) {
-    return Broadcast(*at);
-  } else {
-    return Load(at);
-  }
+// A matrix that all lanes share, whose rows are `stride` numbers apart.
+struct SharedRows {
+  const double* start;
+  std::ptrdiff_t stride;
+};
+
+// Element (row, j), and r rows below it.
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> Element(const Columns& a, int row, int j, int r) {
+  return Load<kBatch>(a.start + j * a.stride + row * kBatch + r * kBatch);
+}
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> Element(const SharedRows& a, int row, int j, int r) {
+  return Broadcast<kBatch>(a.start[(row + r) * a.stride + j]);
 }
 
 // Hands the sums of kCount rows of A x, over `columns` columns, to use(row, sum) in the order of the rows.
-template <int kCount, bool kShared, typename Use>
-KESTRUM_KERNEL_INLINE void SumRows(const Matrix<kShared>& a, int row, int columns, const double* x, Use& use) {
-  const double* at = a.start + row * a.rowStride;
-  Lanes sums[kCount];
-#pragma GCC unroll 8
-  for (int r = 0; r < kCount; ++r) sums[r] = Broadcast(0.0);
+template <int kBatch, int kCount, typename Matrix, typename Use>
+KESTRUM_KERNEL_INLINE void SumRows(const Matrix& a, int row, int columns, const double* x, Use& use) {
+  Lanes<kBatch> sums[kCount];
+#pragma GCC unroll 16
+  for (int r = 0; r < kCount; ++r) sums[r] = Broadcast<kBatch>(0.0);
   for (int j = 0; j < columns; ++j) {
-    const Lanes factor = Load(x + j * kLanes);
-#pragma GCC unroll 8
-    for (int r = 0; r < kCount; ++r) sums[r] = sums[r] + Element<kShared>(at + r * a.rowStride) * factor;
-    at += a.columnStride;
+    const Lanes<kBatch> factor = Load<kBatch>(x + j * kBatch);
+#pragma GCC unroll 16
+    for (int r = 0; r < kCount; ++r) sums[r] = sums[r] + Element<kBatch>(a, row, j, r) * factor;
   }
-#pragma GCC unroll 8
+#pragma GCC unroll 16
   for (int r = 0; r < kCount; ++r) use(row + r, sums[r]);
 }
 
-template <int kCount, bool kShared, typename Use>
-KESTRUM_KERNEL_INLINE void SumLastRows(const Matrix<kShared>& a, int row, int count, int columns, const double* x,
-                                       Use& use) {
+template <int kBatch, int kCount, typename Matrix, typename Use>
+KESTRUM_KERNEL_INLINE void SumLastRows(const Matrix& a, int row, int count, int columns, const double* x, Use& use) {
   if constexpr (kCount > 0) {
     if (count == kCount) {
-      SumRows<kCount>(a, row, columns, x, use);
+      SumRows<kBatch, kCount>(a, row, columns, x, use);
     } else {
-      SumLastRows<kCount - 1>(a, row, count, columns, x, use);
+      SumLastRows<kBatch, kCount - 1>(a, row, count, columns, x, use);
     }
   }
 }
 
-template <bool kShared, typename Use>
-KESTRUM_KERNEL_INLINE void Product(const Matrix<kShared>& a, int rows, int columns, const double* x, Use& use) {
+template <int kBatch, typename Matrix, typename Use>
+KESTRUM_KERNEL_INLINE void Product(const Matrix& a, int rows, int columns, const double* x, Use& use) {
   int row = 0;
-  for (; row + kRows <= rows; row += kRows) SumRows<kRows>(a, row, columns, x, use);
-  SumLastRows<kRows - 1>(a, row, rows - row, columns, x, use);
+  for (; row + kRows<kBatch> <= rows; row += kRows<kBatch>) SumRows<kBatch, kRows<kBatch>>(a, row, columns, x, use);
+  SumLastRows<kBatch, kRows<kBatch> - 1>(a, row, rows - row, columns, x, use);
 }
 
 // w = A v, with w . first summed on the way.
+template <int kBatch>
 struct StoreAndDot {
   double* w;
   const double* first;
-  Lanes dot;
-  KESTRUM_KERNEL_INLINE void operator()(int i, const Lanes& sum) {
-    Store(w + i * kLanes, sum);
-    dot = dot + sum * Load(first + i * kLanes);
+  Lanes<kBatch> dot;
+  KESTRUM_KERNEL_INLINE void operator()(int i, const Lanes<kBatch>& sum) {
+    Store(w + i * kBatch, sum);
+    dot = dot + sum * Load<kBatch>(first + i * kBatch);
   }
 };
 
 // r = b - A x, with its square summed on the way.
+template <int kBatch>
 struct StoreResidual {
   double* r;
   const double* b;
-  Lanes square;
-  KESTRUM_KERNEL_INLINE void operator()(int i, const Lanes& sum) {
-    const Lanes value = Load(b + i * kLanes) - sum;
-    Store(r + i * kLanes, value);
+  Lanes<kBatch> square;
+  KESTRUM_KERNEL_INLINE void operator()(int i, const Lanes<kBatch>& sum) {
+    const Lanes<kBatch> value = Load<kBatch>(b + i * kBatch) - sum;
+    Store(r + i * kBatch, value);
     square = square + value * value;
   }
 };
 
 // x = x + sum, in the lanes that still iterate.
+template <int kBatch>
 struct AddToSolution {
   double* x;
   const long long* mask;
-  KESTRUM_KERNEL_INLINE void operator()(int i, const Lanes& sum) {
-    const Lanes old = Load(x + i * kLanes);
-    Store(x + i * kLanes, Select(mask, old + sum, old));
+  KESTRUM_KERNEL_INLINE void operator()(int i, const Lanes<kBatch>& sum) {
+    const Lanes<kBatch> old = Load<kBatch>(x + i * kBatch);
+    Store(x + i * kBatch, Select(mask, old + sum, old));
   }
 };
 
 // w = w - h v; gives the product of the new w with `next`, summed in the same pass.
-KESTRUM_KERNEL_INLINE Lanes SubtractAndDot(int n, double* w, const Lanes& h, const double* v, const double* next) {
-  Lanes dot = Broadcast(0.0);
-  for (int i = 0; i < n * kLanes; i += kLanes) {
-    const Lanes value = Load(w + i) - h * Load(v + i);
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> SubtractAndDot(int n, double* w, const Lanes<kBatch>& h, const double* v,
+                                                   const double* next) {
+  Lanes<kBatch> dot = Broadcast<kBatch>(0.0);
+  for (int i = 0; i < n * kBatch; i += kBatch) {
+    const Lanes<kBatch> value = Load<kBatch>(w + i) - h * Load<kBatch>(v + i);
     Store(w + i, value);
-    dot = dot + value * Load(next + i);
+    dot = dot + value * Load<kBatch>(next + i);
   }
   return dot;
 }
 
 // The same, for the square of the new w.
-KESTRUM_KERNEL_INLINE Lanes SubtractAndSquare(int n, double* w, const Lanes& h, const double* v) {
-  Lanes square = Broadcast(0.0);
-  for (int i = 0; i < n * kLanes; i += kLanes) {
-    const Lanes value = Load(w + i) - h * Load(v + i);
+template <int kBatch>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> SubtractAndSquare(int n, double* w, const Lanes<kBatch>& h, const double* v) {
+  Lanes<kBatch> square = Broadcast<kBatch>(0.0);
+  for (int i = 0; i < n * kBatch; i += kBatch) {
+    const Lanes<kBatch> value = Load<kBatch>(w + i) - h * Load<kBatch>(v + i);
     Store(w + i, value);
     square = square + value * value;
   }
   return square;
 }
 
-KESTRUM_KERNEL_INLINE void Divide(int n, double* w, const Lanes& divisor) {
-  for (int i = 0; i < n * kLanes; i += kLanes) Store(w + i, Load(w + i) / divisor);
+// v = w / divisor, with the bits of the division. The quotient q = fma(w, h, w l), where h + l is the reciprocal of the
+// divisor d to twice the precision, is off by half a unit in its last place and a little more, so that w - q d is
+// exact, and q + fma(w - q d, h, 0), rounded once, is w / d (Markstein 1990). For this no product may leave the range of
+// normal numbers, and d must not lie just below a power of two; else the numbers are divided.
+template <int kBatch>
+KESTRUM_KERNEL_INLINE void Divide(int n, double* v, const double* w, const Lanes<kBatch>& divisor) {
+#if KESTRUM_KERNEL_BYTES > 16
+  constexpr long long kMantissaTop = 0xFFFFFLL << 32;
+  constexpr long long kFromHalfRange = 1LL << 61;  // set in all magnitudes from 2^-511 to 2
+  Lanes<kBatch> minusHigh, low;
+  Integers fit[kParts<kBatch>];
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k) {
+    const Vector one = Broadcast<Vector>(1.0), d = divisor.part[k];
+    const Vector high = one / d;
+    minusHigh.part[k] = -high;
+    low.part[k] = SubtractProduct(one, high, d) * high;
+    fit[k] = (d > Broadcast<Vector>(0x1p-200)) & (d < Broadcast<Vector>(0x1p200)) &
+             (((Integers)d & kMantissaTop) != (Integers{} + kMantissaTop)) & kFromHalfRange;
+  }
+  for (int i = 0; i < n * kBatch; i += kBatch) {
+#pragma GCC unroll 16
+    for (int k = 0; k < kParts<kBatch>; ++k) {
+      const Vector x = *(const AlignedVector*)(w + i + k * kWidth);
+      const Vector q = SubtractProduct(x * low.part[k], x, minusHigh.part[k]);
+      fit[k] &= (Integers)q;
+      const Vector rest = SubtractProduct(x, q, divisor.part[k]);
+      *(AlignedVector*)(v + i + k * kWidth) = SubtractProduct(q, rest, minusHigh.part[k]);
+    }
+  }
+  unsigned all = (1U << kWidth) - 1;
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k) all &= SetLanes(fit[k] != Integers{});
+  if (all == (1U << kWidth) - 1) return;
+#endif
+  for (int i = 0; i < n * kBatch; i += kBatch) Store(v + i, Load<kBatch>(w + i) / divisor);
 }
 
-KESTRUM_KERNEL_INLINE unsigned LanesBelow(const Lanes& x, double limit) {
-  alignas(64) double value[kLanes];
-  Store(value, x);
+template <int kBatch>
+KESTRUM_KERNEL_INLINE unsigned LanesBelow(const Lanes<kBatch>& x, double limit) {
   unsigned below = 0;
-  for (int lane = 0; lane < kLanes; ++lane) below |= static_cast<unsigned>(value[lane] < limit) << lane;
+#pragma GCC unroll 16
+  for (int k = 0; k < kParts<kBatch>; ++k) below |= SetLanes(x.part[k] < Broadcast<Vector>(limit)) << k * kWidth;
   return below;
 }
 
-template <bool kShared>
+template <int kBatch, typename Matrix>
 class BatchSolver {
  public:
   KESTRUM_KERNEL_INLINE explicit BatchSolver(const BatchProblem& problem)
       : limits_(problem.limits),
         n_(problem.n),
-        a_{problem.a, problem.stride, kShared ? 1 : kLanes},
+        a_{problem.a, problem.stride},
         b_(problem.b),
         x_(problem.x),
         v_(problem.work),
-        h_(v_ + (static_cast<std::ptrdiff_t>(limits_.restart) + 1) * n_ * kLanes),
-        g_(h_ + (static_cast<std::ptrdiff_t>(limits_.restart) + 1) * limits_.restart * kLanes) {}
+        h_(v_ + (static_cast<std::ptrdiff_t>(limits_.restart) + 1) * n_ * kBatch),
+        g_(h_ + (static_cast<std::ptrdiff_t>(limits_.restart) + 1) * limits_.restart * kBatch) {}
 
   KESTRUM_KERNEL_INLINE BatchOutcome Solve() {
-    Lanes square = Broadcast(0.0);
-    for (int i = 0; i < n_; ++i) square = square + Load(b_ + i * kLanes) * Load(b_ + i * kLanes);
-    const Lanes bNorm = SquareRoot(square);
-    bNormInverse_ = Broadcast(1.0) / bNorm;
+    Lanes<kBatch> square = Broadcast<kBatch>(0.0);
+    for (int i = 0; i < n_; ++i) square = square + Load<kBatch>(b_ + i * kBatch) * Load<kBatch>(b_ + i * kBatch);
+    const Lanes<kBatch> bNorm = SquareRoot(square);
+    bNormInverse_ = Broadcast<kBatch>(1.0) / bNorm;
     Finish(LanesBelow(bNorm, VORL_EPSILON_HARD));
     for (int i = 0; i < n_; ++i) {
-      Store(x_ + i * kLanes, Select(mask_, Load(x_ + i * kLanes), Broadcast(0.0)));
+      Store(x_ + i * kBatch, Select(mask_, Load<kBatch>(x_ + i * kBatch), Broadcast<kBatch>(0.0)));
     }
-    outcome_.converged = kAllLanes & ~active_;
+    outcome_.converged = kAll & ~active_;
 
-    Lanes previous = Broadcast(0.0);
+    Lanes<kBatch> previous = Broadcast<kBatch>(0.0);
     for (int cycle = 0; cycle < limits_.ncycle && active_ != 0; ++cycle) {
-      const Lanes beta = Residual();
+      const Lanes<kBatch> beta = Residual();
       FinishConverged(beta);
-      const Lanes change = beta - previous;
-      Finish(LanesBelow(change, VORL_EPSILON_HARD) & LanesBelow(Broadcast(0.0) - change, VORL_EPSILON_HARD));
+      const Lanes<kBatch> change = beta - previous;
+      Finish(LanesBelow(change, VORL_EPSILON_HARD) & LanesBelow(Broadcast<kBatch>(0.0) - change, VORL_EPSILON_HARD));
       if (active_ == 0) break;
-      Divide(n_, v_, beta);
+      Divide(n_, v_, V(limits_.restart), beta);
       BuildBasis();
       if (active_ == 0) break;
       Store(g_, beta);
-      for (int i = 1; i <= limits_.restart; ++i) Store(g_ + i * kLanes, Broadcast(0.0));
+      for (int i = 1; i <= limits_.restart; ++i) Store(g_ + i * kBatch, Broadcast<kBatch>(0.0));
       Rotate();
       BackSubstitute();
       UpdateSolution();
@@ -245,41 +316,44 @@ class BatchSolver {
   }
 
  private:
-  KESTRUM_KERNEL_INLINE double* V(int j) { return v_ + static_cast<std::ptrdiff_t>(j) * n_ * kLanes; }
+  static constexpr unsigned kAll = (1U << kBatch) - 1;
+
+  // The basis; in the place of the last vector, which nothing reads, the one at hand until it has its length.
+  KESTRUM_KERNEL_INLINE double* V(int j) { return v_ + static_cast<std::ptrdiff_t>(j) * n_ * kBatch; }
   KESTRUM_KERNEL_INLINE double* H(int i, int j) {
-    return h_ + (static_cast<std::ptrdiff_t>(i) * limits_.restart + j) * kLanes;
+    return h_ + (static_cast<std::ptrdiff_t>(i) * limits_.restart + j) * kBatch;
   }
 
   // Takes lanes out of the iteration. They run on with whatever numbers they have, and keep their x.
   KESTRUM_KERNEL_INLINE void Finish(unsigned lanes) {
     active_ &= ~lanes;
-    for (int lane = 0; lane < kLanes; ++lane) mask_[lane] = (active_ >> lane & 1) != 0 ? -1 : 0;
+    for (int lane = 0; lane < kBatch; ++lane) mask_[lane] = (active_ >> lane & 1) != 0 ? -1 : 0;
   }
 
-  KESTRUM_KERNEL_INLINE void FinishConverged(const Lanes& beta) {
+  KESTRUM_KERNEL_INLINE void FinishConverged(const Lanes<kBatch>& beta) {
     const unsigned converged = active_ & LanesBelow(beta * bNormInverse_, limits_.tolerance);
     outcome_.converged |= converged;
     Finish(converged);
   }
 
-  KESTRUM_KERNEL_INLINE Lanes Residual() {
-    StoreResidual use{v_, b_, Broadcast(0.0)};
-    Product(a_, n_, n_, x_, use);
+  KESTRUM_KERNEL_INLINE Lanes<kBatch> Residual() {
+    StoreResidual<kBatch> use{V(limits_.restart), b_, Broadcast<kBatch>(0.0)};
+    Product<kBatch>(a_, n_, n_, x_, use);
     return SquareRoot(use.square);
   }
 
   KESTRUM_KERNEL_INLINE void BuildBasis() {
+    double* const w = V(limits_.restart);
     for (int j = 0; j < limits_.restart; ++j) {
-      double* const w = V(j + 1);
-      StoreAndDot use{w, v_, Broadcast(0.0)};
-      Product(a_, n_, n_, V(j), use);
-      Lanes dot = use.dot;
+      StoreAndDot<kBatch> use{w, v_, Broadcast<kBatch>(0.0)};
+      Product<kBatch>(a_, n_, n_, V(j), use);
+      Lanes<kBatch> dot = use.dot;
       for (int i = 0; i < j; ++i) {
         Store(H(i, j), dot);
         dot = SubtractAndDot(n_, w, dot, V(i), V(i + 1));
       }
       Store(H(j, j), dot);
-      const Lanes norm = SquareRoot(SubtractAndSquare(n_, w, dot, V(j)));
+      const Lanes<kBatch> norm = SquareRoot(SubtractAndSquare(n_, w, dot, V(j)));
       Store(H(j + 1, j), norm);
       if (j + 1 == limits_.restart) break;  // nothing reads the last vector
       // A lane with an exhausted space has a basis of a length of its own from here on.
@@ -289,7 +363,7 @@ class BatchSolver {
         Finish(exhausted);
         if (active_ == 0) return;
       }
-      Divide(n_, w, norm);
+      Divide(n_, V(j + 1), w, norm);
     }
   }
 
@@ -297,54 +371,61 @@ class BatchSolver {
     for (int i = 0; i < limits_.restart; ++i) {
       double* const upper = H(i, 0);
       double* const lower = H(i + 1, 0);
-      const Lanes p = Load(upper + i * kLanes);
-      const Lanes q = Load(lower + i * kLanes);
-      const Lanes f = Broadcast(1.0) / SquareRoot(p * p + q * q);
-      const Lanes c = f * p;
-      const Lanes s = f * q;
-      Store(upper + i * kLanes, s * q + c * p);
-      for (int col = (i + 1) * kLanes; col < limits_.restart * kLanes; col += kLanes) {
-        const Lanes t = Load(lower + col);
-        const Lanes u = Load(upper + col);
+      const Lanes<kBatch> p = Load<kBatch>(upper + i * kBatch);
+      const Lanes<kBatch> q = Load<kBatch>(lower + i * kBatch);
+      const Lanes<kBatch> f = Broadcast<kBatch>(1.0) / SquareRoot(p * p + q * q);
+      const Lanes<kBatch> c = f * p;
+      const Lanes<kBatch> s = f * q;
+      Store(upper + i * kBatch, s * q + c * p);
+      for (int col = (i + 1) * kBatch; col < limits_.restart * kBatch; col += kBatch) {
+        const Lanes<kBatch> t = Load<kBatch>(lower + col);
+        const Lanes<kBatch> u = Load<kBatch>(upper + col);
         Store(lower + col, c * t - s * u);
         Store(upper + col, s * t + c * u);
       }
-      const Lanes t = Load(g_ + i * kLanes);
-      const Lanes next = Load(g_ + (i + 1) * kLanes);
-      Store(g_ + i * kLanes, s * next + c * t);
-      Store(g_ + (i + 1) * kLanes, c * next - s * t);
+      const Lanes<kBatch> t = Load<kBatch>(g_ + i * kBatch);
+      const Lanes<kBatch> next = Load<kBatch>(g_ + (i + 1) * kBatch);
+      Store(g_ + i * kBatch, s * next + c * t);
+      Store(g_ + (i + 1) * kBatch, c * next - s * t);
     }
   }
 
   KESTRUM_KERNEL_INLINE void BackSubstitute() {
     for (int i = limits_.restart - 1; i >= 0; --i) {
-      Lanes sum = Broadcast(0.0);
-      for (int j = i + 1; j < limits_.restart; ++j) sum = sum + Load(H(i, j)) * Load(g_ + j * kLanes);
-      Store(g_ + i * kLanes, (Load(g_ + i * kLanes) - sum) / Load(H(i, i)));
+      Lanes<kBatch> sum = Broadcast<kBatch>(0.0);
+      for (int j = i + 1; j < limits_.restart; ++j) sum = sum + Load<kBatch>(H(i, j)) * Load<kBatch>(g_ + j * kBatch);
+      Store(g_ + i * kBatch, (Load<kBatch>(g_ + i * kBatch) - sum) / Load<kBatch>(H(i, i)));
     }
   }
 
   KESTRUM_KERNEL_INLINE void UpdateSolution() {
-    const Matrix<false> basis{v_, kLanes, static_cast<std::ptrdiff_t>(n_) * kLanes};
-    AddToSolution use{x_, mask_};
-    Product(basis, n_, limits_.restart, g_, use);
+    const Columns basis{v_, static_cast<std::ptrdiff_t>(n_) * kBatch};
+    AddToSolution<kBatch> use{x_, mask_};
+    Product<kBatch>(basis, n_, limits_.restart, g_, use);
   }
 
   const GmresLimits limits_;
   const int n_;
-  const Matrix<kShared> a_;
+  const Matrix a_;
   const double* const b_;
   double* const x_;
   double* const v_;
   double* const h_;
   double* const g_;
-  unsigned active_ = kAllLanes;
-  alignas(64) long long mask_[kLanes];
-  Lanes bNormInverse_;
+  unsigned active_ = kAll;
+  alignas(64) long long mask_[kBatch];
+  Lanes<kBatch> bNormInverse_;
   BatchOutcome outcome_ = {0, 0};
 };
 
-template <bool kShared>
 KESTRUM_KERNEL_TARGET BatchOutcome SolveBatch(const BatchProblem& problem) noexcept {
-  return BatchSolver<kShared>(problem).Solve();
+  return BatchSolver<kLanes, Columns>(problem).Solve();
+}
+
+KESTRUM_KERNEL_TARGET BatchOutcome SolveWideBatch(const BatchProblem& problem) noexcept {
+  return BatchSolver<kWideBatch, Columns>(problem).Solve();
+}
+
+KESTRUM_KERNEL_TARGET BatchOutcome SolveSharedBatch(const BatchProblem& problem) noexcept {
+  return BatchSolver<kLanes, SharedRows>(problem).Solve();
 }

@@ -191,27 +191,27 @@ Values PyramidRows(SimdLevel level, Draws& draws) {
 
 // Lanes converge in cycles of their own, exhaust their space (2), stagnate (5) or begin at the solution (7).
 Values Batches(SimdLevel level, Draws& draws) {
-  using kestrum::kLanes;
   const std::size_t n = static_cast<std::size_t>(draws.Int(1, 40));
   const bool shared = draws.Flip();
+  const int lanes = shared || draws.Flip() ? kestrum::kLanes : kestrum::kWideBatch;
   const kestrum::GmresLimits limits{1e-10, draws.Flip() ? static_cast<int>(n) : draws.Int(1, 5), draws.Int(1, 4)};
   kestrum::Buffer<double> a, b, x, work;
-  EXPECT_EQ(a.Allocate(n * n * kLanes) + b.Allocate(n * kLanes) + x.Allocate(n * kLanes), 0);
-  EXPECT_EQ(work.Allocate(kestrum::GmresBatchWorkSize(static_cast<int>(n), limits.restart)), 0);
-  const Values place = draws.Numbers(static_cast<int>(n) * kLanes);
+  EXPECT_EQ(a.Allocate(n * n * lanes) + b.Allocate(n * lanes) + x.Allocate(n * lanes), 0);
+  EXPECT_EQ(work.Allocate(kestrum::GmresBatchWorkSize(static_cast<int>(n), limits.restart, lanes)), 0);
+  const Values place = draws.Numbers(static_cast<int>(n) * lanes);
   for (std::size_t k = 0; k < a.size(); ++k) {
-    const std::size_t lane = k % kLanes, i = k / kLanes / n, j = k / kLanes % n;
-    const double distance = std::fabs(place[i * kLanes + lane] - place[j * kLanes + lane]);
-    a[k] = lane == 2 ? 2.0 * (i == j) : lane == 5 ? 1.0 : std::exp(-distance) + (i == j);
+    const std::size_t lane = k % lanes, i = k / lanes % n, j = k / lanes / n;
+    const double distance = std::fabs(place[i * lanes + lane] - place[j * lanes + lane]);
+    a[k] = lane % 8 == 2 ? 2.0 * (i == j) : lane % 8 == 5 ? 1.0 : std::exp(-distance) + (i == j);
   }
   for (std::size_t k = 0; k < b.size(); ++k) {
-    b[k] = k % kLanes == 7 ? 0.0 : place[k];
-    x[k] = k % kLanes == 7 ? 0.0 : 0.1 * static_cast<double>(k);
+    b[k] = k % 8 == 7 ? 0.0 : place[k];
+    x[k] = k % 8 == 7 ? 0.0 : 0.1 * static_cast<double>(k);
   }
   const int size = static_cast<int>(n);
   const unsigned converged =
       shared ? kestrum::GmresBatchShared(limits, size, a.data(), size, b.data(), x.data(), work.data(), level)
-             : kestrum::GmresBatch(limits, size, a.data(), b.data(), x.data(), work.data(), level);
+             : kestrum::GmresBatch(limits, size, lanes, a.data(), b.data(), x.data(), work.data(), level);
   Values out(x.begin(), x.end());
   out.push_back(converged);
   return out;

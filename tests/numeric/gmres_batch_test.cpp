@@ -80,16 +80,15 @@ struct Course {
 Course SolvePlain(const std::vector<System>& systems, int n, const kestrum::GmresLimits& limits) {
   Course course;
   std::vector<double> work(kestrum::GmresWorkSize(n, limits.restart));
-  for (int lane = 0; lane < kLanes; ++lane) {
-    System system = systems[lane];
+  for (System system : systems) {
     const bool converged = kestrum::Gmres(limits, n, system.a.data(), n, system.b.data(), system.x.data(), work.data());
-    course.converged |= static_cast<unsigned>(converged) << lane;
+    course.converged |= static_cast<unsigned>(converged) << course.solutions.size();
     course.solutions.push_back(system.x);
   }
   return course;
 }
 
-// Solves the eight systems in a batch, and expects of each lane what the plain form gives. A shared matrix is that of
+// Solves the systems in a batch, and expects of each lane what the plain form gives. A shared matrix is that of
 // the first system, with rows that lie three numbers further apart than they are long.
 void ExpectPlainCourse(std::vector<System> systems, int n, const kestrum::GmresLimits& limits, bool shared) {
   if (shared) {
@@ -97,37 +96,38 @@ void ExpectPlainCourse(std::vector<System> systems, int n, const kestrum::GmresL
   }
   const Course plain = SolvePlain(systems, n, limits);
   const std::size_t count = static_cast<std::size_t>(n);
+  const std::size_t lanes = systems.size();
   const std::size_t stride = count + 3;
   kestrum::Buffer<double> a, b, x, work;
-  ASSERT_EQ(a.Allocate(shared ? count * stride : count * count * kLanes, 0.0), 0);
-  ASSERT_EQ(b.Allocate(count * kLanes), 0);
-  ASSERT_EQ(x.Allocate(count * kLanes), 0);
-  ASSERT_EQ(work.Allocate(kestrum::GmresBatchWorkSize(n, limits.restart)), 0);
-  for (std::size_t lane = 0; lane < kLanes; ++lane) {
+  ASSERT_EQ(a.Allocate(shared ? count * stride : count * count * lanes, 0.0), 0);
+  ASSERT_EQ(b.Allocate(count * lanes), 0);
+  ASSERT_EQ(x.Allocate(count * lanes), 0);
+  ASSERT_EQ(work.Allocate(kestrum::GmresBatchWorkSize(n, limits.restart, static_cast<int>(lanes))), 0);
+  for (std::size_t lane = 0; lane < lanes; ++lane) {
     for (std::size_t i = 0; i < count; ++i) {
-      b[i * kLanes + lane] = systems[lane].b[i];
-      x[i * kLanes + lane] = systems[lane].x[i];
+      b[i * lanes + lane] = systems[lane].b[i];
+      x[i * lanes + lane] = systems[lane].x[i];
       for (std::size_t j = 0; j < count; ++j) {
-        (shared ? a[i * stride + j] : a[(i * count + j) * kLanes + lane]) = systems[lane].a[i * count + j];
+        (shared ? a[i * stride + j] : a[(i + j * count) * lanes + lane]) = systems[lane].a[i * count + j];
       }
     }
   }
-  const unsigned converged = shared
-                                 ? kestrum::GmresBatchShared(limits, n, a.data(), static_cast<std::ptrdiff_t>(stride),
-                                                             b.data(), x.data(), work.data())
-                                 : kestrum::GmresBatch(limits, n, a.data(), b.data(), x.data(), work.data());
+  const unsigned converged =
+      shared ? kestrum::GmresBatchShared(limits, n, a.data(), static_cast<std::ptrdiff_t>(stride), b.data(), x.data(),
+                                         work.data())
+             : kestrum::GmresBatch(limits, n, static_cast<int>(lanes), a.data(), b.data(), x.data(), work.data());
   EXPECT_EQ(converged, plain.converged) << "n " << n;
-  for (std::size_t lane = 0; lane < kLanes; ++lane) {
+  for (std::size_t lane = 0; lane < lanes; ++lane) {
     for (std::size_t i = 0; i < count; ++i) {
-      ASSERT_TRUE(SameBits(x[i * kLanes + lane], plain.solutions[lane][i]))
+      ASSERT_TRUE(SameBits(x[i * lanes + lane], plain.solutions[lane][i]))
           << "n " << n << " lane " << lane << " row " << i;
     }
   }
 }
 
-std::vector<System> MakeLanes(int n, int shift, std::mt19937& generator) {
+std::vector<System> MakeLanes(int n, int shift, std::mt19937& generator, int lanes = kLanes) {
   std::vector<System> systems;
-  for (int lane = 0; lane < kLanes; ++lane) {
+  for (int lane = 0; lane < lanes; ++lane) {
     systems.push_back(MakeSystem(static_cast<Kind>((lane + shift) % kKinds), n, generator));
   }
   return systems;
@@ -138,11 +138,13 @@ TEST(GmresBatch, EachLaneIsThePlainSolver) {
   std::vector<int> sizes = {99, 100};
   for (int n = 1; n <= 40; ++n) sizes.push_back(n);
   for (const int n : sizes) {
-    ExpectPlainCourse(MakeLanes(n, n, generator), n, {1e-10, n, 1}, false);
-    std::vector<System> alike;
-    for (int lane = 0; lane < kLanes; ++lane) alike.push_back(MakeSystem(Kind::kKriging, n, generator));
-    ExpectPlainCourse(alike, n, {1e-10, n, 1}, false);
-    EXPECT_NE(SolvePlain(alike, n, {1e-10, n, 1}).converged, 0U) << n;  // the common course, not a special one
+    for (const int lanes : {kLanes, kestrum::kWideBatch}) {
+      ExpectPlainCourse(MakeLanes(n, n, generator, lanes), n, {1e-10, n, 1}, false);
+      std::vector<System> alike;
+      for (int lane = 0; lane < lanes; ++lane) alike.push_back(MakeSystem(Kind::kKriging, n, generator));
+      ExpectPlainCourse(alike, n, {1e-10, n, 1}, false);
+      EXPECT_NE(SolvePlain(alike, n, {1e-10, n, 1}).converged, 0U) << n;  // the common course, not a special one
+    }
   }
 }
 
@@ -165,6 +167,8 @@ TEST(GmresBatch, LanesOfDifferentLength) {
         for (const bool shared : {false, true}) {
           ExpectPlainCourse(MakeLanes(n, 0, generator), n, {1e-10, restart, ncycle}, shared);
           ExpectPlainCourse(MakeLanes(n, 7, generator), n, {1e-3, restart, ncycle}, shared);
+          if (!shared)
+            ExpectPlainCourse(MakeLanes(n, 7, generator, kestrum::kWideBatch), n, {1e-3, restart, ncycle}, false);
         }
       }
     }
