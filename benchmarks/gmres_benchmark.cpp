@@ -107,10 +107,10 @@ void BM_Shared(benchmark::State& state) {
 }
 
 BENCHMARK(BM_Plain)->Arg(1)->Arg(2)->Arg(5)->Arg(12)->Arg(20)->Arg(21)->Arg(40)->Arg(100)->Arg(150);
-BENCHMARK(BM_Batch<kLanes>)->ArgNames({"n", "level"})->ArgsProduct({{1, 2, 5, 12, 20, 21, 40, 100}, {0, 1, 2}});
+BENCHMARK(BM_Batch<kLanes>)->ArgNames({"n", "level"})->ArgsProduct({{1, 2, 5, 12, 20, 21, 32, 40, 64, 100}, {0, 1, 2}});
 BENCHMARK(BM_Batch<kestrum::kWideBatch>)
     ->ArgNames({"n", "level"})
-    ->ArgsProduct({{1, 2, 5, 12, 20, 21, 40, 100}, {0, 1, 2}});
+    ->ArgsProduct({{1, 2, 5, 12, 20, 21, 32, 40, 64, 100}, {0, 1, 2}});
 BENCHMARK(BM_Shared)->ArgNames({"n", "level"})->ArgsProduct({{5, 20, 100, 150}, {0, 1, 2}});
 
 }  // namespace

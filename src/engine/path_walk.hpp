@@ -71,6 +71,9 @@ class PathWalk {
   }
 
  private:
+  // The values that a node needs are on their way this many nodes before it draws: they lie anywhere in a large grid.
+  static constexpr int kFetchedAhead = 4;
+
   // One thread's way along the path. Positions count from the first node to simulate.
   struct Walk {
     int thread, team;
@@ -136,7 +139,13 @@ class PathWalk {
     law.Solve(walk.thread, nodes, n, view);
     const int done = progress_.DoneBefore(walk.thread, begin, walk.team);
     view.MarkFresh(path_, done, begin);
+    const auto fetchValues = [&](int i) noexcept {
+      law.ForEachNeighbor(walk.thread, i, nodes[i],
+                          [&](int neighbor) noexcept { __builtin_prefetch(&value[neighbor]); });
+    };
+    for (int i = 0; i < std::min(kFetchedAhead, n); ++i) fetchValues(i);
     for (int i = 0; i < n; ++i) {
+      if (i + kFetchedAhead < n) fetchValues(i + kFetchedAhead);
       if (!ReportUpTo(walk, begin + i)) return false;
       if (walk.team > 1 && !WaitForNeighbors(walk, i, nodes[i], law, ranks)) return false;
       const int status = law.Value(walk.thread, i, nodes[i], random.Draw(begin + i, nodes[i]), &value[nodes[i]]);

@@ -15,7 +15,7 @@ constexpr int kMaxCycle = 10000;
 constexpr int kMaxBatchSize = 200;
 constexpr int kMaxFactorBatchSize = 160;
 // Systems up to this size are iterated in wide batches where vectors have 8 numbers.
-constexpr int kMaxWideSize = 40;
+constexpr int kMaxWideSize = 64;
 // Fewer systems of one size than this are iterated one by one.
 constexpr int kMinBatch = 3;
 // A solution by a factor must satisfy its system to this part of the largest covariance.

@@ -4,14 +4,32 @@ namespace kestrum {
 namespace {
 
 // How many nodes of an axis of n come after a place that Moved gives: below 0 if it is n or more.
-int Left(int n, int place) noexcept {
+[[maybe_unused]] int Left(int n, int place) noexcept {
   return static_cast<int>(static_cast<unsigned>(n) - 1u - static_cast<unsigned>(place));
 }
 
-}  // namespace
+// Entries of a list, and the node that they start from.
+struct EntriesAround {
+  const int* offset[3];
+  const int* shift;
+  int at[3];
+  int cells[3];
+  int node;
+  bool interior;  // no entry leads out of the grid
+  const std::uint32_t* words;
+};
 
-ListAround::ListAround(const NeighborList& list, int node) noexcept
-    : list_(list), node_(node), at_(CoordinatesOf(list.grid, node)) {
+}  // namespace
+}  // namespace kestrum
+
+#define KESTRUM_KERNEL "neighborhood/neighbor_list_kernel.hpp"
+#define KESTRUM_KERNEL_WIDEST 64
+#include "numeric/kernel_levels.hpp"
+
+namespace kestrum {
+
+ListAround::ListAround(const NeighborList& list, int node, SimdLevel level) noexcept
+    : list_(list), node_(node), at_(CoordinatesOf(list.grid, node)), level_(level) {
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
   const VORL_GRID& grid = list.grid;
   const auto [ix, iy, iz] = at_;
@@ -19,31 +37,17 @@ ListAround::ListAround(const NeighborList& list, int node) noexcept
               iy < grid.ny - offsets.iyMax && iz + offsets.izMin >= 0 && iz < grid.nz - offsets.izMax;
 }
 
-// Without a branch: whether a node is marked cannot be predicted.
-unsigned ListAround::Marked(int begin, const NodeBits& bits) const noexcept {
+std::uint64_t ListAround::Marked(int begin, const NodeBits& bits) const noexcept {
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list_.offsets;
-  const int count = std::min(kBlock, offsets.size - begin);
-  const int* const shift = list_.shift + begin;
-  unsigned marked = 0;
-  if (interior_) {
-    for (int i = 0; i < count; ++i) marked |= bits[node_ + shift[i]] << i;
-    return marked;
-  }
   const VORL_GRID& grid = list_.grid;
-  const auto [ix, iy, iz] = at_;
-  int place[kBlock];
-  unsigned inside[kBlock];
-  for (int i = 0; i < count; ++i) {
-    const int x = Moved(ix, offsets.ix[begin + i]);
-    const int y = Moved(iy, offsets.iy[begin + i]);
-    const int z = Moved(iz, offsets.iz[begin + i]);
-    // All bits are set if any of these is negative, that is, if the entry leads out of the grid.
-    const int outside = (x | Left(grid.nx, x) | y | Left(grid.ny, y) | z | Left(grid.nz, z)) >> 31;
-    place[i] = node_ + (shift[i] & ~outside);
-    inside[i] = ~static_cast<unsigned>(outside);
-  }
-  for (int i = 0; i < count; ++i) marked |= (bits[place[i]] & inside[i]) << i;
-  return marked;
+  const EntriesAround entries{{offsets.ix + begin, offsets.iy + begin, offsets.iz + begin},
+                              list_.shift + begin,
+                              {at_.ix, at_.iy, at_.iz},
+                              {grid.nx, grid.ny, grid.nz},
+                              node_,
+                              interior_,
+                              bits.words()};
+  return KESTRUM_KERNEL_AT(level_, MarkedEntries)(entries, std::min(kBlock, offsets.size - begin));
 }
 
 }  // namespace kestrum

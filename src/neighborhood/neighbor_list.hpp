@@ -3,12 +3,14 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstdint>
 
 #include "core/buffer.hpp"
 #include "core/node_coordinates.hpp"
 #include "core/parallel.hpp"
 #include "neighborhood/node_bits.hpp"
 #include "neighborhood/search_neighborhood.h"
+#include "numeric/simd_level.hpp"
 
 namespace kestrum {
 
@@ -51,16 +53,17 @@ class NeighborListOwner {
 // The list around one node, in blocks of entries.
 class ListAround {
  public:
-  static constexpr int kBlock = 16;
-  ListAround(const NeighborList& list, int node) noexcept;
+  static constexpr int kBlock = 64;
+  ListAround(const NeighborList& list, int node, SimdLevel level = BestSimdLevel()) noexcept;
   // Finds which entries from `begin` up to the end of the block lead to a node of the grid whose bit is set: one bit
   // per entry.
-  unsigned Marked(int begin, const NodeBits& bits) const noexcept;
+  std::uint64_t Marked(int begin, const NodeBits& bits) const noexcept;
 
  private:
   const NeighborList& list_;
   int node_;
   NodeCoordinates at_;
+  SimdLevel level_;
   bool interior_;  // the whole box lies inside the grid
 };
 
@@ -73,7 +76,7 @@ int WalkNeighbors(const NeighborList& list, int node, const NodeBits& bits, cons
   int found = 0;
   const int size = list.offsets->size;
   for (int begin = 0; begin < size && found < list.limit; begin += std::min(ListAround::kBlock, size - begin)) {
-    for (unsigned marked = around.Marked(begin, bits); marked != 0 && found < list.limit; marked &= marked - 1) {
+    for (std::uint64_t marked = around.Marked(begin, bits); marked != 0 && found < list.limit; marked &= marked - 1) {
       const int e = begin + std::countr_zero(marked);
       if (confirm(node + list.shift[e])) entries[found++] = e;
     }

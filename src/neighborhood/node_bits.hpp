@@ -16,6 +16,8 @@ class NodeBits {
   void Copy(const NodeBits& other) noexcept { std::copy(other.word_.begin(), other.word_.end(), word_.begin()); }
   void Set(int node) noexcept { word_[static_cast<unsigned>(node) / 32] |= 1u << node % 32; }
   void Clear(int node) noexcept { word_[static_cast<unsigned>(node) / 32] &= ~(1u << node % 32); }
+  // Bit i % 32 of word i / 32 is that of node i.
+  const std::uint32_t* words() const noexcept { return word_.data(); }
   unsigned operator[](int node) const noexcept { return word_[static_cast<unsigned>(node) / 32] >> node % 32 & 1u; }
 
  private:

@@ -15,10 +15,10 @@ constexpr int kWideBatch = 2 * kLanes;
 // Work memory of either batch form, in doubles.
 std::size_t GmresBatchWorkSize(int n, int restart, int lanes = kLanes) noexcept;
 
-// Solves `lanes` systems of one size at once, kLanes or kWideBatch of them. Each lane gives bit for bit what Gmres gives
-// for its system. a, b, x: interleaved, element (i, j) of the matrix of a lane at a[(i + j*n)*lanes + lane], element i of
-// the right side at b[i*lanes + lane], x likewise (first guess in, solution out). All pointers are 64-byte aligned.
-// Returns the lanes that converged: bit `lane` is set if that one did. `level` must run on this machine.
+// Solves `lanes` symmetric systems of one size at once, kLanes or kWideBatch of them. Each lane gives bit for bit what
+// Gmres gives for its system. a, b, x: interleaved, element (i, j) of the matrix of a lane at a[(i + j*n)*lanes + lane],
+// element i of the right side at b[i*lanes + lane], x likewise (first guess in, solution out). All pointers are 64-byte
+// aligned. Returns the lanes that converged: bit `lane` is set if that one did. `level` must run on this machine.
 unsigned GmresBatch(const GmresLimits& limits, int n, int lanes, const double* a, const double* b, double* x,
                     double* work, SimdLevel level = BestSimdLevel()) noexcept;
 

@@ -108,14 +108,23 @@ KESTRUM_KERNEL_INLINE Lanes<kBatch> Select(const long long* mask, const Lanes<kB
   return z;
 }
 
-// A matrix whose columns are `stride` numbers apart, with kBatch numbers for each element.
+// A matrix with kBatch numbers for each element, whose columns are `stride` numbers apart.
 struct Columns {
+  static constexpr bool kSymmetric = false;
   const double* start;
   std::ptrdiff_t stride;
 };
 
+// A symmetric one: elements left of the rows that are summed are read above the diagonal, so that about half of the
+// matrix comes and goes in the nearest cache.
+struct SymmetricColumns : Columns {
+  static constexpr bool kSymmetric = true;
+  SymmetricColumns(const double* at, std::ptrdiff_t apart) : Columns{at, apart} {}
+};
+
 // A matrix that all lanes share, whose rows are `stride` numbers apart.
 struct SharedRows {
+  static constexpr bool kSymmetric = false;
   const double* start;
   std::ptrdiff_t stride;
 };
@@ -136,7 +145,16 @@ KESTRUM_KERNEL_INLINE void SumRows(const Matrix& a, int row, int columns, const 
   Lanes<kBatch> sums[kCount];
 #pragma GCC unroll 16
   for (int r = 0; r < kCount; ++r) sums[r] = Broadcast<kBatch>(0.0);
-  for (int j = 0; j < columns; ++j) {
+  int j = 0;
+  if constexpr (Matrix::kSymmetric) {
+    for (; j < row; ++j) {
+      const Lanes<kBatch> factor = Load<kBatch>(x + j * kBatch);
+#pragma GCC unroll 16
+      for (int r = 0; r < kCount; ++r)
+        sums[r] = sums[r] + Load<kBatch>(a.start + (row + r) * a.stride + j * kBatch) * factor;
+    }
+  }
+  for (; j < columns; ++j) {
     const Lanes<kBatch> factor = Load<kBatch>(x + j * kBatch);
 #pragma GCC unroll 16
     for (int r = 0; r < kCount; ++r) sums[r] = sums[r] + Element<kBatch>(a, row, j, r) * factor;
@@ -145,22 +163,27 @@ KESTRUM_KERNEL_INLINE void SumRows(const Matrix& a, int row, int columns, const 
   for (int r = 0; r < kCount; ++r) use(row + r, sums[r]);
 }
 
-template <int kBatch, int kCount, typename Matrix, typename Use>
-KESTRUM_KERNEL_INLINE void SumLastRows(const Matrix& a, int row, int count, int columns, const double* x, Use& use) {
-  if constexpr (kCount > 0) {
-    if (count == kCount) {
-      SumRows<kBatch, kCount>(a, row, columns, x, use);
+// The same for `count` rows, at most kMost.
+template <int kBatch, int kMost, typename Matrix, typename Use>
+KESTRUM_KERNEL_INLINE void SumSomeRows(const Matrix& a, int row, int count, int columns, const double* x, Use& use) {
+  if constexpr (kMost > 0) {
+    if (count == kMost) {
+      SumRows<kBatch, kMost>(a, row, columns, x, use);
     } else {
-      SumLastRows<kBatch, kCount - 1>(a, row, count, columns, x, use);
+      SumSomeRows<kBatch, kMost - 1>(a, row, count, columns, x, use);
     }
   }
 }
 
+// All rows, in blocks of about equal size: few rows would wait for their additions.
 template <int kBatch, typename Matrix, typename Use>
 KESTRUM_KERNEL_INLINE void Product(const Matrix& a, int rows, int columns, const double* x, Use& use) {
   int row = 0;
-  for (; row + kRows<kBatch> <= rows; row += kRows<kBatch>) SumRows<kBatch, kRows<kBatch>>(a, row, columns, x, use);
-  SumLastRows<kBatch, kRows<kBatch> - 1>(a, row, rows - row, columns, x, use);
+  for (int nblock = (rows + kRows<kBatch> - 1) / kRows<kBatch>; nblock > 0; --nblock) {
+    const int count = (rows - row + nblock - 1) / nblock;
+    SumSomeRows<kBatch, kRows<kBatch>>(a, row, count, columns, x, use);
+    row += count;
+  }
 }
 
 // w = A v, with w . first summed on the way.
@@ -419,11 +442,11 @@ class BatchSolver {
 };
 
 KESTRUM_KERNEL_TARGET BatchOutcome SolveBatch(const BatchProblem& problem) noexcept {
-  return BatchSolver<kLanes, Columns>(problem).Solve();
+  return BatchSolver<kLanes, SymmetricColumns>(problem).Solve();
 }
 
 KESTRUM_KERNEL_TARGET BatchOutcome SolveWideBatch(const BatchProblem& problem) noexcept {
-  return BatchSolver<kWideBatch, Columns>(problem).Solve();
+  return BatchSolver<kWideBatch, SymmetricColumns>(problem).Solve();
 }
 
 KESTRUM_KERNEL_TARGET BatchOutcome SolveSharedBatch(const BatchProblem& problem) noexcept {

@@ -40,7 +40,7 @@ System MakeSystem(Kind kind, int n, std::mt19937& generator) {
         if (count > 1 && (i + 1 == count || j + 1 == count)) return i == j ? 0.0 : 1.0;
         return std::exp(-std::fabs(position[i] - position[j]));
       case Kind::kExactGuess:
-        return static_cast<double>((i * 7 + j * 3) % 5);
+        return static_cast<double>((i * j + 3 * (i + j)) % 5);
       case Kind::kEigenvector:
         return i == j ? 2.0 : 0.0;
       case Kind::kSingular:
@@ -53,7 +53,9 @@ System MakeSystem(Kind kind, int n, std::mt19937& generator) {
         return uniform(generator) - 0.5 + (i == j ? 2.0 : 0.0);
     }
   };
-  for (std::size_t k = 0; k < count * count; ++k) system.a[k] = entry(k / count, k % count);
+  for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t j = 0; j <= i; ++j) system.a[i * count + j] = system.a[j * count + i] = entry(i, j);
+  }
   if (kind == Kind::kZeroRhs) system.b.assign(count, 0.0);
   if (kind == Kind::kExactGuess) {
     for (std::size_t i = 0; i < count; ++i) system.x[i] = static_cast<double>(i % 3) - 1.0;
