@@ -13,6 +13,8 @@ namespace {
 
 using kestrum::Dealing;
 
+const kestrum::Progress kQuiet{nullptr, nullptr};
+
 // Uniform data over a grid.
 struct Workload {
   std::vector<double> x, y, z;
@@ -48,9 +50,10 @@ void Search(benchmark::State& state) {
   neighborhood.limit = argument(1);
   const double scale[3] = {1, 1, 1};
   kestrum::PlaceIndex index;
-  if (index.Build(argument(0), {work.x.data(), work.y.data(), work.z.data()}, scale, Dealing::Serial()) != 0) return;
+  if (index.Build(argument(0), {work.x.data(), work.y.data(), work.z.data()}, scale, Dealing::Serial(), kQuiet) != 0)
+    return;
   kestrum::PlaceTiles tiles;
-  if (tiles.Prepare(work.targets, scale, kestrum::PlaceNodes::kMax, Dealing::Serial()) != 0) return;
+  if (tiles.Prepare(work.targets, scale, kestrum::PlaceNodes::kMax, Dealing::Serial(), kQuiet) != 0) return;
   kestrum::PlaceNodes nodes;
   kestrum::PlaceSearch search;
   kestrum::PlaceSets sets;
@@ -144,7 +147,7 @@ void BuildIndex(benchmark::State& state) {
   const kestrum::PlaceVectors data{work.x.data(), work.y.data(), work.z.data()};
   for (auto _ : state) {
     kestrum::PlaceIndex index;
-    if (index.Build(1000000, data, scale, Dealing::Threads(static_cast<int>(state.range(0)))) != 0) return;
+    if (index.Build(1000000, data, scale, Dealing::Threads(static_cast<int>(state.range(0))), kQuiet) != 0) return;
   }
 }
 BENCHMARK(BuildIndex)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
@@ -153,7 +156,8 @@ void FindCoincidentData(benchmark::State& state) {
   const Workload work(1000000, 3000, 3000, 1);
   kestrum::CoincidentData found;
   for (auto _ : state) {
-    if (kestrum::FindCoincidentData(1000000, {work.x.data(), work.y.data(), work.z.data()}, nullptr, &found) != 0)
+    if (kestrum::FindCoincidentData(1000000, {work.x.data(), work.y.data(), work.z.data()}, nullptr, &found, kQuiet) !=
+        0)
       return;
   }
 }

@@ -502,7 +502,7 @@ int PlaceKriging::Prepare(const PlaceData& data, const VORL_COVMODEL& model, con
 
   const PlaceVectors places{data_.x.data(), data_.y.data(), data_.z.data()};
   CoincidentData coincident;
-  status = FindCoincidentData(n, places, data.errorVariances, &coincident);
+  status = FindCoincidentData(n, places, data.errorVariances, &coincident, progress);
   if (status != 0) return status;
   if (coincident.first >= 0) {
     Refuse(problem, PlaceRefusal::kSamePlace, coincident.first, coincident.second);
@@ -519,7 +519,7 @@ int PlaceKriging::Prepare(const PlaceData& data, const VORL_COVMODEL& model, con
     everywhere.Prepare(-1);
     return system_.Build(data_, {n, nullptr, places, nullptr}, everywhere, dealing, progress, level);
   }
-  return index_.Build(n, places, kUnit, dealing);
+  return index_.Build(n, places, kUnit, dealing, progress);
 }
 
 PlaceNeighborhood PlaceKriging::NeighborhoodAt(const PlaceCovariance& covariance, int node) const noexcept {
@@ -574,7 +574,7 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
   PlaceTiles tiles;
   const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
   const int ofTile = TargetsOfTile(count, all_ ? 1 : data_.n, dealing.nscratch());
-  if (const int status = tiles.Prepare(targets.places, scale, ofTile, dealing); status != 0) return status;
+  if (const int status = tiles.Prepare(targets.places, scale, ofTile, dealing, progress); status != 0) return status;
   ObjectArray<Worker> workers;
   if (const int status = workers.Allocate(dealing.nscratch()); status != 0) return status;
 

@@ -5,13 +5,40 @@
 #include <limits>
 #include <utility>
 
+#include "core/statuses.hpp"
+
 namespace kestrum {
 namespace {
 
 constexpr std::int64_t kRun = 8;
 
-// Puts the lesser half of a run in front.
-void Split(NumberedPlace* begin, NumberedPlace* middle, NumberedPlace* end, const double* scale) noexcept {
+// Puts the lesser places in front, up to `middle`. A long run is first cut down pass by pass, about the middle of a sample,
+// so that a job which is to stop does so soon.
+template <typename Less>
+void Select(NumberedPlace* begin, NumberedPlace* middle, NumberedPlace* end, const Progress& progress,
+            const Less& less) noexcept {
+  constexpr std::ptrdiff_t kShort = 1 << 18;
+  constexpr std::ptrdiff_t kSample = 255;
+  constexpr int kMostPasses = 64;
+  for (int pass = 0; end - begin > kShort && pass < kMostPasses; ++pass) {
+    if (progress.Aborted()) return;
+    const std::ptrdiff_t step = (end - begin) / kSample;
+    NumberedPlace sample[kSample];
+    for (std::ptrdiff_t i = 0; i < kSample; ++i) sample[i] = begin[i * step];
+    // Neither the first nor the last of the sample: then each pass leaves some places out.
+    const std::ptrdiff_t rank = std::clamp<std::ptrdiff_t>((middle - begin) / step, 1, kSample - 2);
+    std::nth_element(sample, sample + rank, sample + kSample, less);
+    NumberedPlace* const cut =
+        std::partition(begin, end, [&, pivot = sample[rank]](const NumberedPlace& p) { return less(p, pivot); });
+    (cut <= middle ? begin : end) = cut;
+  }
+  std::nth_element(begin, middle, end, less);
+}
+
+// Puts the lesser half of a run in front, or not if the job is to stop.
+void Split(NumberedPlace* begin, NumberedPlace* middle, NumberedPlace* end, const double* scale,
+           const Progress& progress) noexcept {
+  if (progress.Aborted()) return;
   double extent[3];
   for (int a = 0; a < 3; ++a) {
     double low = begin->at[a];
@@ -23,17 +50,18 @@ void Split(NumberedPlace* begin, NumberedPlace* middle, NumberedPlace* end, cons
     extent[a] = (high - low) * scale[a];
   }
   const std::ptrdiff_t axis = std::max_element(extent, extent + 3) - extent;
-  std::nth_element(begin, middle, end, [axis](const NumberedPlace& p, const NumberedPlace& q) {
+  Select(begin, middle, end, progress, [axis](const NumberedPlace& p, const NumberedPlace& q) {
     return p.at[axis] != q.at[axis] ? p.at[axis] < q.at[axis] : p.number < q.number;
   });
 }
 
-void SplitToRuns(NumberedPlace* begin, NumberedPlace* end, std::int64_t size, const double* scale) noexcept {
+void SplitToRuns(NumberedPlace* begin, NumberedPlace* end, std::int64_t size, const double* scale,
+                 const Progress& progress) noexcept {
   for (; size > kRun; size /= 2) {
     NumberedPlace* const middle = begin + size / 2;
     if (middle >= end) continue;
-    Split(begin, middle, end, scale);
-    SplitToRuns(middle, end, size / 2, scale);
+    Split(begin, middle, end, scale, progress);
+    SplitToRuns(middle, end, size / 2, scale, progress);
     end = middle;
   }
 }
@@ -88,7 +116,8 @@ class LeastValues {
 
 }  // namespace
 
-void OrderPlaces(std::int64_t n, NumberedPlace* places, const double* scale, const Dealing& dealing) noexcept {
+int OrderPlaces(std::int64_t n, NumberedPlace* places, const double* scale, const Dealing& dealing,
+                const Progress& progress) noexcept {
   std::int64_t size = kRun;
   while (size < n) size *= 2;
   // One run after the other is cut until there are enough for all threads.
@@ -99,19 +128,22 @@ void OrderPlaces(std::int64_t n, NumberedPlace* places, const double* scale, con
         NumberedPlace* const begin = places + run * size;
         NumberedPlace* const middle = begin + size / 2;
         NumberedPlace* const end = places + std::min(n, (run + 1) * size);
-        if (middle < end) Split(begin, middle, end, scale);
+        if (middle < end) Split(begin, middle, end, scale, progress);
       }
     });
     if (!dealing.threaded()) break;
   }
   dealing.EachThread([&](int thread, int team) noexcept {
     for (std::int64_t run = thread; run < count(); run += team) {
-      SplitToRuns(places + run * size, places + std::min(n, (run + 1) * size), size, scale);
+      SplitToRuns(places + run * size, places + std::min(n, (run + 1) * size), size, scale, progress);
     }
   });
+  return progress.After(0);
 }
 
-int FindCoincidentData(int n, const PlaceVectors& data, const double* mayCoincide, CoincidentData* found) noexcept {
+int FindCoincidentData(int n, const PlaceVectors& data, const double* mayCoincide, CoincidentData* found,
+                       const Progress& progress) noexcept {
+  constexpr int kDataPerQuestion = 1 << 18;
   // Open addressing: the table holds the first datum at each place.
   Buffer<int> table;
   const std::size_t size = std::bit_ceil(2 * static_cast<std::size_t>(n));
@@ -119,6 +151,7 @@ int FindCoincidentData(int n, const PlaceVectors& data, const double* mayCoincid
   *found = {};
   const auto may = [&](int i) { return mayCoincide != nullptr && mayCoincide[i] > 0.0; };
   for (int i = 0; i < n; ++i) {
+    if (i % kDataPerQuestion == 0 && progress.Aborted()) return kAborted;
     std::size_t slot = Hash(data.x[i], data.y[i], data.z[i]) & (size - 1);
     int other;
     for (; (other = table[slot]) >= 0; slot = (slot + 1) & (size - 1)) {
@@ -134,7 +167,8 @@ int FindCoincidentData(int n, const PlaceVectors& data, const double* mayCoincid
   return 0;
 }
 
-int PlaceIndex::Build(int n, const PlaceVectors& data, const double* scale, const Dealing& dealing) noexcept {
+int PlaceIndex::Build(int n, const PlaceVectors& data, const double* scale, const Dealing& dealing,
+                      const Progress& progress) noexcept {
   n_ = n;
   const auto count = static_cast<std::size_t>(n);
   Buffer<NumberedPlace> places;
@@ -146,7 +180,7 @@ int PlaceIndex::Build(int n, const PlaceVectors& data, const double* scale, cons
   for (int i = 0; i < n; ++i) {
     places[static_cast<std::size_t>(i)] = {{data.x[i], data.y[i], data.z[i]}, i};
   }
-  OrderPlaces(n, places.data(), scale, dealing);
+  if (const int status = OrderPlaces(n, places.data(), scale, dealing, progress); status != 0) return status;
   for (std::size_t i = 0; i < count; ++i) {
     x_[i] = places[i].at[0];
     y_[i] = places[i].at[1];

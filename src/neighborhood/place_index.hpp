@@ -6,6 +6,7 @@
 
 #include "core/buffer.hpp"
 #include "core/parallel.hpp"
+#include "core/progress.hpp"
 #include "neighborhood/place_kernels.hpp"
 #include "neighborhood/place_metric.hpp"
 
@@ -19,8 +20,10 @@ struct NumberedPlace {
 
 // Orders places so that neighbours in the order are near each other: each run of 8 * 2^j places that starts at a multiple
 // of its length is one half of a box cut at the median of its longest side (J. L. Bentley, Multidimensional binary search
-// trees used for associative searching, CACM 18, 1975). `scale` is the length of a unit along each axis.
-void OrderPlaces(std::int64_t n, NumberedPlace* places, const double* scale, const Dealing& dealing) noexcept;
+// trees used for associative searching, CACM 18, 1975). `scale` is the length of a unit along each axis. Returns 0, or
+// kAborted if the job has been asked to stop.
+[[nodiscard]] int OrderPlaces(std::int64_t n, NumberedPlace* places, const double* scale, const Dealing& dealing,
+                              const Progress& progress) noexcept;
 
 // Two data at one place. `first` is below 0 if there are none.
 struct CoincidentData {
@@ -29,15 +32,17 @@ struct CoincidentData {
 };
 
 // Finds the first datum that lies exactly where an earlier one does, and the first such. Where `mayCoincide` is given,
-// data for which it is above 0.0 may share a place with each other. Returns 0 or the status of a failed allocation.
-[[nodiscard]] int FindCoincidentData(int n, const PlaceVectors& data, const double* mayCoincide,
-                                     CoincidentData* found) noexcept;
+// data for which it is above 0.0 may share a place with each other. Returns 0, the status of a failed allocation, or
+// kAborted.
+[[nodiscard]] int FindCoincidentData(int n, const PlaceVectors& data, const double* mayCoincide, CoincidentData* found,
+                                     const Progress& progress) noexcept;
 
 // The data of a search, in an order of nearness with the boxes of its runs. Read by any number of threads at a time.
 class PlaceIndex {
  public:
-  // Copies n data, at least 1, with finite coordinates. Returns 0 or the status of a failed allocation.
-  [[nodiscard]] int Build(int n, const PlaceVectors& data, const double* scale, const Dealing& dealing) noexcept;
+  // Copies n data, at least 1, with finite coordinates. Returns 0, the status of a failed allocation, or kAborted.
+  [[nodiscard]] int Build(int n, const PlaceVectors& data, const double* scale, const Dealing& dealing,
+                          const Progress& progress) noexcept;
 
   int size() const noexcept { return n_; }
 

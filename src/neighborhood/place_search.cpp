@@ -37,7 +37,8 @@ std::int64_t PlaceTargets::count() const noexcept {
   return list != nullptr ? nlist : std::int64_t{extent[0]} * extent[1] * extent[2];
 }
 
-int PlaceTiles::Prepare(const PlaceTargets& targets, const double* scale, int most, const Dealing& dealing) noexcept {
+int PlaceTiles::Prepare(const PlaceTargets& targets, const double* scale, int most, const Dealing& dealing,
+                        const Progress& progress) noexcept {
   targets_ = targets;
   const int bits = std::bit_width(static_cast<unsigned>(std::clamp(most, 1, PlaceNodes::kMax))) - 1;
   if (targets.list != nullptr) {
@@ -53,8 +54,7 @@ int PlaceTiles::Prepare(const PlaceTargets& targets, const double* scale, int mo
       const double* const at = targets.list + i * targets.dimension;
       *place++ = {{at[0], at[1], targets.dimension > 2 ? at[2] : 0.0}, i};
     }
-    OrderPlaces(n, order_.data(), scale, dealing);
-    return 0;
+    return OrderPlaces(n, order_.data(), scale, dealing, progress);
   }
 
   // The tile doubles along its shortest side.

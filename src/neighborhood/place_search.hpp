@@ -44,9 +44,9 @@ struct PlaceTargets {
 class PlaceTiles {
  public:
   // `targets` must outlive the tiles. `scale` is the length of a unit along each axis, in the metric of the search.
-  // No more than `most` targets come in a tile. Returns 0 or the status of a failed allocation.
-  [[nodiscard]] int Prepare(const PlaceTargets& targets, const double* scale, int most,
-                            const Dealing& dealing) noexcept;
+  // No more than `most` targets come in a tile. Returns 0, the status of a failed allocation, or kAborted.
+  [[nodiscard]] int Prepare(const PlaceTargets& targets, const double* scale, int most, const Dealing& dealing,
+                            const Progress& progress) noexcept;
 
   std::int64_t count() const noexcept { return count_; }
   // Fills `nodes` with the targets of a tile that are not left out, maybe none. Returns the number of those that are.

@@ -91,11 +91,11 @@ struct PlaceProblem {
     const std::vector<double> coordinates = flatten(places);
     const std::vector<double> listed = flatten(list);
     const VORL_COVMODEL own = Model();
-    const kestrum::Progress progress(monitor, callback);
+    const kestrum::Progress progress(monitor, callback), quiet(nullptr, nullptr);
     kestrum::PlaceKriging kriging;
     outcome.status = kriging.Prepare({n(), dimension, coordinates.data(), values.data(), pointer(errorVariances),
                                       pointer(means), pointer(covariates)},
-                                     other != nullptr ? *other : own, options, dealing, progress, &outcome.problem);
+                                     other != nullptr ? *other : own, options, dealing, quiet, &outcome.problem);
     if (outcome.status != 0 || outcome.problem.refusal != kestrum::PlaceRefusal::kNone) return outcome;
     kestrum::PlaceKrigingTargets targets;
     targets.places.grid = grid;

@@ -8,7 +8,10 @@
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "core/statuses.hpp"
 
 namespace {
 
@@ -67,6 +70,8 @@ std::vector<int> NearestOf(const Places& data, const PlaceNeighborhood& neighbor
   return numbers;
 }
 
+const kestrum::Progress kQuiet{nullptr, nullptr};
+
 struct Served {
   double x, y, z;
   std::vector<int> data;
@@ -77,9 +82,9 @@ std::map<std::int64_t, Served> Search(const Places& data, const PlaceNeighborhoo
                                       const PlaceTargets& targets, int most, SimdLevel level) {
   const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
   kestrum::PlaceIndex index;
-  EXPECT_EQ(index.Build(data.size(), data.vectors(), scale, kestrum::Dealing::Threads(2)), 0);
+  EXPECT_EQ(index.Build(data.size(), data.vectors(), scale, kestrum::Dealing::Threads(2), kQuiet), 0);
   kestrum::PlaceTiles tiles;
-  EXPECT_EQ(tiles.Prepare(targets, scale, most, kestrum::Dealing::Serial()), 0);
+  EXPECT_EQ(tiles.Prepare(targets, scale, most, kestrum::Dealing::Serial(), kQuiet), 0);
   std::map<std::int64_t, Served> all;
   PlaceNodes nodes;
   kestrum::PlaceSearch search;
@@ -220,6 +225,66 @@ INSTANTIATE_TEST_SUITE_P(
                     SearchCase{"AllWithin", Layout::kClustered, 3, {4, 2, 1}, {30, 20, 10}, 0, {20, 9, 14}}),
     [](const auto& tested) { return tested.param.name; });
 
+// Runs so long that they are cut down before they are halved: places that follow one another, equal along an axis, at
+// random.
+TEST(PlaceIndex, HalvesLongRuns) {
+  constexpr std::int64_t kCount = 700000;
+  const double scale[3] = {1, 1, 1};
+  std::mt19937 generator(5);
+  std::uniform_real_distribution<double> uniform(0.0, 900.0);
+  for (const int layout : {0, 1, 2}) {
+    std::vector<kestrum::NumberedPlace> places;
+    for (std::int64_t i = 0; i < kCount; ++i) {
+      const double x = layout == 2 ? uniform(generator) : static_cast<double>(i % 1000);
+      const double y = layout == 0 ? static_cast<double>(i / 1000) : layout == 1 ? 0.0 : uniform(generator);
+      places.push_back({{x, y, 0.0}, i});
+    }
+    ASSERT_EQ(kestrum::OrderPlaces(kCount, places.data(), scale, kestrum::Dealing::Threads(2), kQuiet), 0);
+    std::vector<char> met(kCount, 0);
+    for (const kestrum::NumberedPlace& place : places) ++met[static_cast<std::size_t>(place.number)];
+    EXPECT_EQ(std::count(met.begin(), met.end(), 1), kCount);
+    for (std::int64_t size = 1 << 20; size >= 1 << 17; size /= 2) {
+      for (std::int64_t begin = 0; begin + size / 2 < kCount; begin += size) {
+        const auto middle = places.begin() + begin + size / 2;
+        const auto first = places.begin() + begin, last = places.begin() + std::min(kCount, begin + size);
+        double extent[2];
+        for (int a = 0; a < 2; ++a) {
+          const auto [low, high] =
+              std::minmax_element(first, last, [a](auto& p, auto& q) { return p.at[a] < q.at[a]; });
+          extent[a] = high->at[a] - low->at[a];
+        }
+        const auto less = [a = extent[1] > extent[0] ? 1 : 0](auto& p, auto& q) {
+          return std::pair(p.at[a], p.number) < std::pair(q.at[a], q.number);
+        };
+        EXPECT_TRUE(less(*std::max_element(first, middle, less), *std::min_element(middle, last, less)))
+            << layout << ' ' << size << ' ' << begin;
+      }
+    }
+  }
+}
+
+TEST(PlaceIndex, AsksWhetherToStop) {
+  const std::vector<double> line(1000, 0.0);
+  VORL_PROGRESSMONITOR monitor;
+  VORLInitProgressMonitor(&monitor);
+  monitor.abortedJobFlag = TRUE;
+  const kestrum::Progress stopped(&monitor, nullptr);
+  const kestrum::PlaceVectors data{line.data(), line.data(), line.data()};
+  const double scale[3] = {1, 1, 1};
+  kestrum::PlaceIndex index;
+  kestrum::CoincidentData found;
+  kestrum::PlaceTiles tiles;
+  PlaceTargets targets{};
+  targets.dimension = 2;
+  targets.list = line.data();
+  targets.nlist = 500;
+  for (const auto& dealing : {kestrum::Dealing::Serial(), kestrum::Dealing::Threads(2)}) {
+    EXPECT_EQ(index.Build(1000, data, scale, dealing, stopped), kestrum::kAborted);
+    EXPECT_EQ(tiles.Prepare(targets, scale, 64, dealing, stopped), kestrum::kAborted);
+  }
+  EXPECT_EQ(kestrum::FindCoincidentData(1000, data, nullptr, &found, stopped), kestrum::kAborted);
+}
+
 TEST(PlaceIndex, FindsDataAtOnePlace) {
   Places data{{1, 2, 0.0, 2, 5, -0.0, 2}, {1, 2, 3, 2, 5, 3, 2}, {0, 0, 0, 0.1, 0, 0, 0}};
   const double noErrors[] = {0, 0, 0, 0, 0, 0, 0};
@@ -233,7 +298,7 @@ TEST(PlaceIndex, FindsDataAtOnePlace) {
       {7, nullptr, 2, 5}, {7, noErrors, 2, 5}, {5, nullptr, -1, -1}, {7, errors, -1, -1}, {7, someErrors, 1, 6}};
   for (const auto& row : rows) {
     kestrum::CoincidentData found;
-    ASSERT_EQ(kestrum::FindCoincidentData(row.n, data.vectors(), row.mayCoincide, &found), 0);
+    ASSERT_EQ(kestrum::FindCoincidentData(row.n, data.vectors(), row.mayCoincide, &found, kQuiet), 0);
     EXPECT_EQ(found.first, row.first);
     EXPECT_EQ(found.second, row.second);
   }
