@@ -26,7 +26,6 @@ class CVector {
   T** slot() noexcept { return &data_; }
   T* data() noexcept { return data_; }
   T& operator[](int i) noexcept { return data_[i]; }
-  const T& operator[](int i) const noexcept { return data_[i]; }
   T* HandOver() noexcept { return std::exchange(data_, nullptr); }
 
  private:

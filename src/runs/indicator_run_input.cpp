@@ -51,8 +51,9 @@ bool ValidModels(const VORL_KESTRUMINDICATORINPUT& input, Stationarity& stationa
                  InputValidation& validation) noexcept {
   if (input.covModel == nullptr) return validation.Refuse(kModelElementCount);
   for (int c = 0; c < input.ncategory; ++c) {
-    if (!validation.CovModel(&input.covModel[c], input.simGrid, input.maskImage, &stationarity.rotation[c],
-                             &stationarity.weight[c], &stationarity.range[c], &stationarity.covModel[c])) {
+    if (!validation.CovModel(&input.covModel[c], input.simGrid, input.maskImage, stationarity.rotation.data() + c,
+                             stationarity.weight.data() + c, stationarity.range.data() + c,
+                             stationarity.covModel.data() + c)) {
       return false;
     }
   }
@@ -65,7 +66,7 @@ bool ValidNeighborhoods(const VORL_KESTRUMINDICATORINPUT& input, Stationarity& s
   const int ncategory = input.ncategory;
   if (input.searchRadiusRelative == nullptr) return validation.Refuse(kSearchRadius);
   for (int c = 0; c < ncategory; ++c) {
-    if (!validation.UniqueNeighborhood(input.searchRadiusRelative[c], stationarity.covModel[c])) return false;
+    if (!validation.UniqueNeighborhood(input.searchRadiusRelative[c], stationarity.covModel.data()[c])) return false;
   }
   for (int c = 0; c < ncategory; ++c) {
     if (!validation.SearchRadius(input.searchRadiusRelative[c], IsSimulation(input))) return false;
@@ -76,7 +77,7 @@ bool ValidNeighborhoods(const VORL_KESTRUMINDICATORINPUT& input, Stationarity& s
   }
   if (input.searchNeighborhoodSortMode == nullptr) return validation.Refuse(kSortMode);
   for (int c = 0; c < ncategory; ++c) {
-    if (!validation.SortMode(input.searchNeighborhoodSortMode[c], stationarity.covModel[c])) return false;
+    if (!validation.SortMode(input.searchNeighborhoodSortMode[c], stationarity.covModel.data()[c])) return false;
   }
   return true;
 }
