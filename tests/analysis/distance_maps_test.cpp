@@ -193,28 +193,6 @@ TEST(DistanceMaps, AgainstTrialOnRandomGrids) {
   }
 }
 
-TEST(DistanceMaps, ClosedForms) {
-  const double m = kMissing;
-  const struct {
-    int (*function)(VORL_IMAGE*, VORL_IMAGE*);
-    VORL_GRID grid;
-    Values in, out;
-  } cases[] = {{VORLImageDistanceL1Sign, Grid(3, 2, 1, 1, 2, 4), {0, 0, 0, 0, m, 0}, {11, 11, 11, 11, m, 11}},
-               {VORLImageDistanceEuclidean, Grid(2, 1, 1, 4, 2, 1), {0, 0}, {std::sqrt(69), std::sqrt(69)}},
-               {VORLImageDistanceEuclidean, Grid(2, 2, 1, 1, 2, 1), {1, 0, 0, 0}, {0, 1, 2, std::sqrt(5)}},
-               // A missing value is a feature for L1 at the start of a row alone.
-               {VORLImageDistanceL1, Grid(6, 1, 1), {m, 0, 0, 0, m, 0}, {m, 1, 2, 3, m, 5}},
-               {VORLImageDistanceEuclidean, Grid(2, 1, 1), {m, 0}, {m, std::sqrt(6)}},
-               // A block from inside to outside, and a set without outside.
-               {VORLImageDistanceL1Sign, Grid(7, 1, 1, 2), {0, 1, 1, 1, 1, 1, 0}, {2, 0, -2, -4, -2, 0, 2}},
-               {VORLImageDistanceL1Sign, Grid(1, 2, 1), {5, 5}, {-4, -4}}};
-  for (const auto& c : cases) {
-    Image in(c.grid, {"v"}, c.in), out;
-    ASSERT_EQ(c.function(&in, &out), 0);
-    EXPECT_EQ(out.Values(), c.out);
-  }
-}
-
 // Lines so long that they are done one by one give what the row gives along x.
 TEST(DistanceMaps, LongLines) {
   constexpr int kNodes = 70000;

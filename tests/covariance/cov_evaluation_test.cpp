@@ -176,27 +176,6 @@ TEST(CovEvaluation, TakesTheRotationFromTheArgumentsOrTheAngles) {
   }
 }
 
-TEST(Rotation, IsAzimuthThenDipThenPlunge) {
-  // One by one: a turn about z that takes y to the east, one about x that takes y down, one about y.
-  const auto product = [](const real(&a)[3][3], const real(&b)[3][3], real(&c)[3][3]) {
-    for (int i = 0; i < 9; ++i) {
-      c[i / 3][i % 3] = 0;
-      for (int k = 0; k < 3; ++k) c[i / 3][i % 3] += a[i / 3][k] * b[k][i % 3];
-    }
-  };
-  for (const Lag& angles : {Lag{90, 0, 0}, Lag{30, 50, 70}, Lag{-120, 15, 200}, Lag{0, -80, 5}}) {
-    const real a = angles.x * M_PI / 180, d = angles.y * M_PI / 180, p = angles.z * M_PI / 180;
-    const real azimuth[3][3] = {{std::cos(a), std::sin(a), 0}, {-std::sin(a), std::cos(a), 0}, {0, 0, 1}};
-    const real dip[3][3] = {{1, 0, 0}, {0, std::cos(d), std::sin(d)}, {0, -std::sin(d), std::cos(d)}};
-    const real plunge[3][3] = {{std::cos(p), 0, -std::sin(p)}, {0, 1, 0}, {std::sin(p), 0, std::cos(p)}};
-    real two[3][3], all[3][3];
-    product(azimuth, dip, two);
-    product(two, plunge, all);
-    const Matrix matrix(angles);
-    for (int i = 0; i < 9; ++i) EXPECT_NEAR(matrix.rows[i / 3][i % 3], all[i / 3][i % 3], 1e-15);
-  }
-}
-
 namespace {
 
 // The range along one axis by its definition, every pair looked at node by node.
