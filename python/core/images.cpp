@@ -91,14 +91,11 @@ Array<unsigned char> ChangedMask(const Array<T>& mask, bool dilating, const std:
     const int* const x = Sized(element, 3 * size, "element").data();
     native.push_back({static_cast<int>(size), x, x + size, x + 2 * size});
   }
-  Array<unsigned char> result(py::array::ShapeContainer(mask.shape(), mask.shape() + mask.ndim()));
+  Array<unsigned char> result = ArrayLike<unsigned char>(mask);
   unsigned char* const out = result.mutable_data();
-  int status = 0;
-  {
-    const py::gil_scoped_release released;
-    status = ChangeMask(grid, mask.data(), dilating, native, out, Dealing::Threads(nthreads));
-  }
-  RaiseFor(status);
+  RunOnArray(mask, [&](const Progress& progress) {
+    return ChangeMask(grid, mask.data(), dilating, native, out, Dealing::Threads(nthreads), progress);
+  });
   return result;
 }
 

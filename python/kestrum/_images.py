@@ -222,7 +222,8 @@ def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None
 
     Notes
     -----
-    Nodes are handled as bits, 64 at a time; work memory is three bits a node. A full box is applied axis by axis.
+    Nodes are handled as bits, 64 at a time; work memory is three bits a node. A full box is applied axis by axis. Other
+    elements are taken apart into runs along rows: for each length of these, rows grow along themselves once.
 
     Examples
     --------

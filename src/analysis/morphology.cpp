@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "analysis/add_bits.hpp"
 #include "analysis/mark_block.hpp"
 #include "analysis/morphology.hpp"
 #include "analysis/output_image.hpp"
@@ -31,8 +32,10 @@ struct Operation {
 constexpr Operation kDilation = {true, 1.0, VORL_SUFFIX_FOR_DILATING, "Dilating image"};
 constexpr Operation kErosion = {false, 0.0, VORL_SUFFIX_FOR_ERODING, "Eroding image"};
 
-struct Offset {
-  int x;
+// Offsets from low to high along x in the row that lies y and z rows away.
+struct Run {
+  int low;
+  int high;
   int y;
   int z;
 };
@@ -41,8 +44,48 @@ using Word = std::uint64_t;
 constexpr int kWordBits = 64;
 constexpr Word kMissingBits = std::bit_cast<Word>(static_cast<real>(VORL_MISSING_VALUE));
 
+// Moves the bits of n words down by `shift`: to[i] becomes the 64 bits from bit 64 i + shift on, or is given them too.
+// `to` is the place of `from`, or before it.
+template <bool adding>
+void MoveBits(const Word* from, std::ptrdiff_t shift, std::ptrdiff_t n, Word* to) noexcept {
+  const Word* const low = from + shift / kWordBits;
+  const int bits = static_cast<int>(shift % kWordBits);
+  for (std::ptrdiff_t i = 0; i < n; ++i) {
+    // In two steps, since no word can be moved by 64 bits at once.
+    const Word moved = low[i] >> bits | low[i + 1] << 1 << (kWordBits - 1 - bits);
+    to[i] = adding ? to[i] | moved : moved;
+  }
+}
+
+// Of each node of a row of words, whether one of the `length` nodes, 64 at most, from the one `low` nodes away on is set.
+void GrowRow(const Word* from, std::ptrdiff_t nword, std::ptrdiff_t low, int length, Word* to) noexcept {
+  const std::ptrdiff_t first = low >> 6;
+  const int bits = static_cast<int>(low & (kWordBits - 1));
+  const auto wordAt = [=](std::ptrdiff_t i) { return i >= 0 && i < nword ? from[i] : Word{0}; };
+  const auto joined = [=](Word a, Word b) { return a >> bits | b << 1 << (kWordBits - 1 - bits); };
+  Word next = wordAt(first + 1);
+  Word here = joined(wordAt(first), next);
+  for (std::ptrdiff_t i = 0; i < nword; ++i) {
+    const Word following = wordAt(first + i + 2);
+    const Word after = joined(next, following);
+    Word set = here;
+    Word rest = after;
+    for (int done = 1; done < length;) {
+      const int step = std::min(done, length - done);
+      set |= set >> step | rest << (kWordBits - step);
+      rest |= rest >> step;
+      done += step;
+    }
+    to[i] = set;
+    here = after;
+    next = following;
+  }
+}
+
 // One variable as bits, a node each, with every row starting in a new word: a sweep then handles 64 nodes at once and
-// reads an eighth of a byte per node. The nodes that grow are `source`; those they may grow into are `open`.
+// reads an eighth of a byte per node. The nodes that grow are `source`; those they may grow into are `open`. The element
+// is taken apart into runs along x. Rows are grown along x once for all runs of the same ends, in steps that double, and
+// then added as they are to the rows that lie across.
 class BitSweeps {
  public:
   // Axes of one node are put behind the others: no node changes its place, and rows are long.
@@ -52,27 +95,52 @@ class BitSweeps {
     }
   }
 
-  [[nodiscard]] int Allocate() noexcept {
+  [[nodiscard]] int Allocate(bool anywhere) noexcept {
     const std::size_t size = static_cast<std::size_t>(Rows() * RowWords());
     if (const int status = source_.Allocate(size); status != 0) return status;
     if (const int status = next_.Allocate(size); status != 0) return status;
-    return open_.Allocate(size);
+    if (const int status = grown_.Allocate(size); status != 0) return status;
+    const std::size_t nthread = static_cast<std::size_t>(dealing_.nscratch());
+    if (const int status = line_.Allocate(LineWords() * nthread); status != 0) return status;
+    return anywhere ? 0 : open_.Allocate(size);
   }
 
   [[nodiscard]] int SetElement(const StructuringElement& element) noexcept {
-    noffset_ = 0;
+    nrun_ = 0;
     if (element.size < 1) return 0;
-    if (const int status = offsets_.Allocate(static_cast<std::size_t>(element.size)); status != 0) return status;
+    if (const int status = runs_.Allocate(static_cast<std::size_t>(element.size)); status != 0) return status;
     for (int k = 0; k < element.size; ++k) {
-      Offset offset{element.x[k], element.y[k], element.z[k]};
-      for (int turn = 0; turn < turns_; ++turn) offset = {offset.y, offset.z, offset.x};
-      if (StaysOnAxis(offset.x, grid_.nx) && StaysOnAxis(offset.y, grid_.ny) && StaysOnAxis(offset.z, grid_.nz)) {
-        offsets_[static_cast<std::size_t>(noffset_++)] = offset;
+      int x = element.x[k];
+      int y = element.y[k];
+      int z = element.z[k];
+      for (int turn = 0; turn < turns_; ++turn) x = std::exchange(y, std::exchange(z, x));
+      if (StaysOnAxis(x, grid_.nx) && StaysOnAxis(y, grid_.ny) && StaysOnAxis(z, grid_.nz)) {
+        runs_[static_cast<std::size_t>(nrun_++)] = {x, x, y, z};
       }
     }
-    // Offsets of the same x share their shift.
-    std::sort(offsets_.begin(), offsets_.begin() + noffset_,
-              [](const Offset& a, const Offset& b) { return a.x < b.x; });
+    std::sort(runs_.begin(), runs_.begin() + nrun_, [](const Run& a, const Run& b) {
+      return a.z != b.z ? a.z < b.z : a.y != b.y ? a.y < b.y : a.low < b.low;
+    });
+    std::ptrdiff_t last = -1;
+    for (std::ptrdiff_t k = 0; k < nrun_; ++k) {
+      const Run& next = runs_[static_cast<std::size_t>(k)];
+      Run& joined = runs_[static_cast<std::size_t>(std::max(last, std::ptrdiff_t{0}))];
+      if (last >= 0 && joined.z == next.z && joined.y == next.y && next.low <= joined.high + 1) {
+        joined.high = next.high;
+      } else {
+        runs_[static_cast<std::size_t>(++last)] = next;
+      }
+    }
+    nrun_ = last + 1;
+    // Long runs first: what they fill need not be looked at again.
+    std::sort(runs_.begin(), runs_.begin() + nrun_, [](const Run& a, const Run& b) {
+      const std::int64_t lengthA = std::int64_t{a.high} - a.low;
+      const std::int64_t lengthB = std::int64_t{b.high} - b.low;
+      return lengthA != lengthB ? lengthA > lengthB
+             : a.low != b.low   ? a.low < b.low
+             : a.z != b.z       ? a.z < b.z
+                                : a.y < b.y;
+    });
     return 0;
   }
 
@@ -106,7 +174,6 @@ class BitSweeps {
         const T* const values = mask + row * grid_.nx;
         ForEachBlock(values, 0, grid_.nx, TrueValues{}, [&](std::ptrdiff_t first, int n, const unsigned char* marks) {
           const Word all = ~Word{0} >> (kWordBits - n);
-          Open(row)[first / kWordBits] = all;
           Source(row)[first / kWordBits] = dilating ? PackMarks(marks) : ~PackMarks(marks) & all;
         });
         if constexpr (std::is_floating_point_v<T>) {
@@ -119,24 +186,27 @@ class BitSweeps {
     });
   }
 
-  // One iteration. Returns whether any node has changed.
+  // One iteration, if there are open nodes. Returns whether any node has changed.
   bool Sweep() noexcept {
+    Grow(Progress(nullptr, nullptr));
     std::atomic<bool> changed = false;
-    dealing_.Blocks(Rows(), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-      Word grown = 0;
-      for (std::ptrdiff_t row = begin; row < end; ++row) {
-        for (int w = 0; w < RowWords(); ++w) {
-          const Word before = Source(row)[w];
-          const Word candidates = Open(row)[w] & ~before;
-          const Word hits = candidates == 0 ? 0 : candidates & Neighbors(row, w, candidates);
-          next_[static_cast<std::size_t>(row * RowWords() + w)] = before | hits;
-          grown |= hits;
-        }
+    dealing_.Blocks(Rows() * RowWords(), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      Word all = 0;
+      for (std::ptrdiff_t i = begin; i < end; ++i) {
+        const Word hits = next_.data()[i] & open_.data()[i] & ~source_.data()[i];
+        next_.data()[i] = source_.data()[i] | hits;
+        all |= hits;
       }
-      if (grown != 0) changed.store(true, std::memory_order_relaxed);
+      if (all != 0) changed.store(true, std::memory_order_relaxed);
     });
     std::swap(source_, next_);
     return changed.load(std::memory_order_relaxed);
+  }
+
+  // The same where the nodes may grow anywhere.
+  void SweepAnywhere(const Progress& progress) noexcept {
+    Grow(progress);
+    std::swap(source_, next_);
   }
 
   // Writes the values `in`, with `result` where a node has changed sides.
@@ -192,31 +262,78 @@ class BitSweeps {
   Word* Source(std::ptrdiff_t row) noexcept { return source_.data() + row * RowWords(); }
   Word* Open(std::ptrdiff_t row) noexcept { return open_.data() + row * RowWords(); }
 
-  // Bit i: whether node i of the word has a source at any offset; only the bits of `wanted` need be complete.
-  Word Neighbors(std::ptrdiff_t row, int w, Word wanted) noexcept {
-    const int y = static_cast<int>(row % grid_.ny);
-    const int z = static_cast<int>(row / grid_.ny);
-    Word found = 0;
-    for (int k = 0; k < noffset_ && (wanted & ~found) != 0;) {
-      const int x = offsets_[static_cast<std::size_t>(k)].x;
-      const int shift = x & (kWordBits - 1);
-      const int low = w + (x - shift) / kWordBits;  // the word of the lowest node wanted, and its neighbour
-      const bool lowInside = low >= 0 && low < RowWords();
-      const bool highInside = low + 1 >= 0 && low + 1 < RowWords();
-      Word lowBits = 0;
-      Word highBits = 0;
-      for (; k < noffset_ && offsets_[static_cast<std::size_t>(k)].x == x; ++k) {
-        const int sourceY = Moved(y, offsets_[static_cast<std::size_t>(k)].y);
-        const int sourceZ = Moved(z, offsets_[static_cast<std::size_t>(k)].z);
-        if (!HasRow(grid_, sourceY, sourceZ)) continue;
-        const Word* const from = Source(std::ptrdiff_t{sourceZ} * grid_.ny + sourceY);
-        if (lowInside) lowBits |= from[low];
-        if (highInside) highBits |= from[low + 1];
-      }
-      found |= lowBits >> shift;
-      if (shift != 0) found |= highBits << (kWordBits - shift);
+  std::size_t LineWords() const noexcept { return 8 * static_cast<std::size_t>(RowWords()) + 16; }
+
+  // Makes `next` the sources and all nodes that have one at an offset of the element.
+  void Grow(const Progress& progress) noexcept {
+    std::copy(source_.begin(), source_.end(), next_.begin());
+    std::atomic<bool> room = true;
+    for (std::ptrdiff_t first = 0, last = 0; first < nrun_ && room && !progress.Aborted(); first = last) {
+      const Run* const runs = runs_.data();
+      for (last = first; last < nrun_ && runs[last].low == runs[first].low && runs[last].high == runs[first].high;)
+        ++last;
+      const bool alongX = runs[first].low != 0 || runs[first].high != 0;
+      if (alongX) GrowAlongX(runs[first]);
+      room = false;
+      const Word* const from = alongX ? grown_.data() : source_.data();
+      dealing_.Blocks(Rows(), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+        for (std::ptrdiff_t z = begin / grid_.ny; z * grid_.ny < end && !progress.Aborted(); ++z) {
+          const std::ptrdiff_t firstY = std::max(begin - z * grid_.ny, std::ptrdiff_t{0});
+          const std::ptrdiff_t endY = std::min(end - z * grid_.ny, std::ptrdiff_t{grid_.ny});
+          for (const Run* run = runs + first; run < runs + last; ++run) {
+            const std::ptrdiff_t y = std::max(firstY, -std::ptrdiff_t{run->y});
+            const std::ptrdiff_t ny = std::min(endY, std::ptrdiff_t{grid_.ny} - run->y) - y;
+            if (ny <= 0 || z + run->z < 0 || z + run->z >= grid_.nz) continue;
+            Word* const to = next_.data() + (z * grid_.ny + y) * RowWords();
+            const Word* const source = from + ((z + run->z) * grid_.ny + y + run->y) * RowWords();
+            AddBits(source, ny * RowWords(), BestSimdLevel(), to);
+          }
+        }
+        if (HasRoom(begin, end)) room.store(true, std::memory_order_relaxed);
+      });
     }
-    return found;
+  }
+
+  // Whether a node of some rows is not in `next`.
+  bool HasRoom(std::ptrdiff_t begin, std::ptrdiff_t end) const noexcept {
+    for (std::ptrdiff_t row = begin; row < end; ++row) {
+      for (int w = 0; w < RowWords(); ++w) {
+        if (next_.data()[row * RowWords() + w] != ~Word{0} >> (kWordBits - Nodes(w))) return true;
+      }
+    }
+    return false;
+  }
+
+  // Makes `grown` the nodes that have a source at any of the offsets of a run.
+  void GrowAlongX(const Run& run) noexcept {
+    const std::ptrdiff_t length = std::ptrdiff_t{run.high} - run.low + 1;
+    const std::ptrdiff_t beyond = length / kWordBits + 2;  // words after those in use that are read
+    const std::ptrdiff_t nword = RowWords() + beyond;
+    // The row, with empty words on both sides.
+    const std::ptrdiff_t before = (std::max(-run.low, 0) + kWordBits - 1) / kWordBits;
+    const std::ptrdiff_t after = nword + std::max(run.low, 0) / kWordBits + 1;
+    dealing_.EachThread([&](int thread, int team) noexcept {
+      const ItemBlock rows = BlockOf(Rows(), team, thread);
+      Word* const line = line_.data() + static_cast<std::size_t>(thread) * LineWords();
+      for (std::ptrdiff_t row = rows.begin; row < rows.end; ++row) {
+        if (length <= kWordBits) {
+          GrowRow(Source(row), RowWords(), run.low, static_cast<int>(length), grown_.data() + row * RowWords());
+          continue;
+        }
+        std::fill_n(line, before, Word{0});
+        std::copy_n(Source(row), RowWords(), line + before);
+        std::fill_n(line + before + RowWords(), after, Word{0});
+        MoveBits<false>(line, before * kWordBits + run.low, nword, line);
+        std::fill_n(line + nword, beyond, Word{0});
+        // Of each node, whether one of the `done` nodes from it on is a source.
+        for (std::ptrdiff_t done = 1; done < length;) {
+          const std::ptrdiff_t step = std::min(done, length - done);
+          MoveBits<true>(line, step, nword, line);
+          done += step;
+        }
+        std::copy_n(line, RowWords(), grown_.data() + row * RowWords());
+      }
+    });
   }
 
   VORL_GRID grid_;
@@ -224,15 +341,17 @@ class BitSweeps {
   const Dealing& dealing_;
   Buffer<Word> source_;
   Buffer<Word> next_;
+  Buffer<Word> grown_;
+  Buffer<Word> line_;  // a longer row for each thread
   Buffer<Word> open_;
-  Buffer<Offset> offsets_;
-  int noffset_ = 0;
+  Buffer<Run> runs_;
+  std::ptrdiff_t nrun_ = 0;
 };
 
 int Apply(const Operation& operation, const VORL_GRID& grid, int nvar, const real* in, real* out,
           const StructuringElement& element, int niter, const Dealing& dealing, PercentPrinter& progress) noexcept {
   BitSweeps sweeps(grid, dealing);
-  if (const int status = sweeps.Allocate(); status != 0) return status;
+  if (const int status = sweeps.Allocate(false); status != 0) return status;
   if (const int status = sweeps.SetElement(element); status != 0) return status;
   const std::int64_t nxyz = grid.nxyz;
   const double step = 1.0 / (static_cast<double>(std::max(niter, 1)) * static_cast<double>(nvar * nxyz));
@@ -279,26 +398,26 @@ int ErodeValues(const VORL_GRID& grid, int nvar, const real* in, real* out, cons
 
 template <typename T>
 int ChangeMask(const VORL_GRID& grid, const T* mask, bool dilating, std::span<const StructuringElement> elements,
-               unsigned char* out, const Dealing& dealing) noexcept {
+               unsigned char* out, const Dealing& dealing, const Progress& progress) noexcept {
   BitSweeps sweeps(grid, dealing);
-  if (const int status = sweeps.Allocate(); status != 0) return status;
+  if (const int status = sweeps.Allocate(true); status != 0) return status;
   sweeps.LoadMask(mask, dilating);
   for (const StructuringElement& element : elements) {
     if (const int status = sweeps.SetElement(element); status != 0) return status;
-    sweeps.Sweep();
+    sweeps.SweepAnywhere(progress);
   }
   sweeps.StoreMask(mask, dilating, out);
-  return 0;
+  return progress.After(0);
 }
 
 template int ChangeMask(const VORL_GRID&, const unsigned char*, bool, std::span<const StructuringElement>,
-                        unsigned char*, const Dealing&) noexcept;
+                        unsigned char*, const Dealing&, const Progress&) noexcept;
 template int ChangeMask(const VORL_GRID&, const int*, bool, std::span<const StructuringElement>, unsigned char*,
-                        const Dealing&) noexcept;
+                        const Dealing&, const Progress&) noexcept;
 template int ChangeMask(const VORL_GRID&, const float*, bool, std::span<const StructuringElement>, unsigned char*,
-                        const Dealing&) noexcept;
+                        const Dealing&, const Progress&) noexcept;
 template int ChangeMask(const VORL_GRID&, const double*, bool, std::span<const StructuringElement>, unsigned char*,
-                        const Dealing&) noexcept;
+                        const Dealing&, const Progress&) noexcept;
 
 }  // namespace kestrum
 

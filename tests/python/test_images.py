@@ -70,9 +70,12 @@ def test_dilation_and_erosion(mask, data, threads):
     values, true = mask
     random = np.random.default_rng(data.draw(st.integers(0, 2**32)))
     sides = tuple(data.draw(st.sampled_from([1, 3, 5, 9, 131])) if n > 60 else data.draw(st.sampled_from([1, 3, 5])) for n in values.shape)
-    element = data.draw(st.one_of(st.integers(0, 3).map(lambda half: 2 * half + 1), st.sampled_from([0.03, 0.5, 1.0])))
+    element = data.draw(st.one_of(st.integers(0, 3).map(lambda half: 2 * half + 1), st.sampled_from([0.03, 0.5, 1.0, -1.0])))
     if isinstance(element, float):
-        element = random.random(sides) < element
+        # A run in each row, or single nodes.
+        low, high = np.sort(random.integers(0, np.max(sides) + 1, (2, *sides[:-1], 1)), axis=0)
+        along = np.arange(sides[-1])
+        element = (low <= along) & (along < high) if element < 0 else random.random(sides) < element
         element[tuple(side // 2 for side in sides)] = True
     known = values == values
     structure = element if np.ndim(element) else np.ones((element,) * values.ndim)

@@ -47,6 +47,7 @@ CALLS = [
     "ks.krige(many, model, ks.Grid(900, 900), neighbors=20, chunks={'y': 100, 'x': 100}).compute()",
     "ks.distance(mask, threads=1)",
     "ks.box_mean(mask, 31, threads=1)",
+    "ks.erode(mask, np.indices((41, 41, 41)).sum(0) % 3 == 0, threads=1)",
     "ks.write_gslib(ks.Grid(3000, 3000).to_xarray(random.normal(size=(3000, 3000)), 'v'), '/dev/null')",
 ]
 

@@ -1,0 +1,13 @@
+#include "analysis/add_bits.hpp"
+
+#define KESTRUM_KERNEL "analysis/add_bits_kernel.hpp"
+#define KESTRUM_KERNEL_WIDEST 32
+#include "numeric/kernel_levels.hpp"
+
+namespace kestrum {
+
+void AddBits(const std::uint64_t* from, std::ptrdiff_t n, SimdLevel level, std::uint64_t* to) noexcept {
+  KESTRUM_KERNEL_AT(level, AddAll)(from, n, to);
+}
+
+}  // namespace kestrum
