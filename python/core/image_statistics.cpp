@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "analysis/connection_curve.hpp"
 #include "analysis/lloyd.hpp"
 #include "analysis/otsu.hpp"
 #include "analysis/pyramid.hpp"
@@ -83,9 +84,29 @@ py::tuple KMeans(const Array<double>& features, Array<double> centers, int maxIt
   return py::make_tuple(labels, inertia);
 }
 
+// images: one or more of two or three axes, one after the other along the first axis. Returns a row for each.
+template <typename T>
+Array<double> ConnectivityCurves(const Array<T>& images, const Array<double>& thresholds, int neighbors, bool above,
+                                 int nthreads) {
+  const py::ssize_t last = images.ndim() - 1;
+  const py::ssize_t nz = images.ndim() == 4 ? images.shape(1) : 1;
+  const VORL_GRID grid = GridOf(py::make_tuple(images.shape(last), images.shape(last - 1), nz, 1, 1, 1, 0, 0, 0));
+  const int nimage = static_cast<int>(images.shape(0));
+  const int n = static_cast<int>(thresholds.size());
+  Array<double> probability(py::array::ShapeContainer{nimage, n});
+  double* const to = probability.mutable_data();
+  Run(100.0 * static_cast<double>(images.size()), [&](const Progress& progress) noexcept {
+    return ConnectionCurves(grid, nimage, images.data(), ConnectivityOf(neighbors), n, thresholds.data(), above,
+                            Dealing::Threads(nthreads), progress, to);
+  });
+  return probability;
+}
+
 template <typename T>
 void BindForType(py::module_& module) {
   module.def("otsu", &Otsu<T>, py::arg("values").noconvert(), py::arg("classes"), py::arg("threads"));
+  module.def("connectivity_curves", &ConnectivityCurves<T>, py::arg("images").noconvert(),
+             py::arg("thresholds").noconvert(), py::arg("neighbors"), py::arg("above"), py::arg("threads"));
 }
 
 }  // namespace

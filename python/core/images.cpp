@@ -16,9 +16,6 @@ namespace {
 template <typename T>
 py::tuple Label(const Array<T>& values, int neighbors, int nthreads) {
   const VORL_GRID grid = GridOfShape(values);
-  const Connectivity connectivity = neighbors == 6    ? Connectivity::k6
-                                    : neighbors == 18 ? Connectivity::k18
-                                                      : Connectivity::k26;
   Array<int> labels(py::array::ShapeContainer(values.shape(), values.shape() + values.ndim()));
   int* const out = labels.mutable_data();
   int count = 0;
@@ -29,7 +26,7 @@ py::tuple Label(const Array<T>& values, int neighbors, int nthreads) {
     status = finder.Allocate(grid);
     if (status == 0) {
       finder.Mark(values.data(), TrueValues{}, Dealing::Threads(nthreads));
-      count = finder.LabelMarked(connectivity, out);
+      count = finder.LabelMarked(ConnectivityOf(neighbors), out);
     }
   }
   RaiseFor(status);

@@ -24,6 +24,8 @@ from ._fit import FittedModel, fit_likelihood
 from ._grid import Grid
 from ._image_statistics import kmeans, otsu, pyramid, variogram_map
 from ._images import body_sizes, box_mean, dilate, distance, erode, euler_number, label
+from ._image_statistics import connectivity_curve, kmeans, otsu, pyramid, variogram_map
+from ._images import body_sizes, dilate, erode, euler_number, label
 from ._krige import krige
 from ._models import (CardinalSine, CovModel, Cubic, Exponential, Gamma, Gaussian, Linear, Matern, Nugget, Power, Spherical,
                       Stable, Structure)
@@ -66,6 +68,7 @@ __all__ = [
     "Variogram",
     "body_sizes",
     "box_mean",
+    "connectivity_curve",
     "cross_validate",
     "declustering_weights",
     "dilate",

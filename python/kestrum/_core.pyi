@@ -87,6 +87,8 @@ def body_sizes(labels: NDArray[np.int32], n: int) -> NDArray[np.int32]:
     """Rows of size and of extents along z, y and x, of the labels 1 to n. None is larger than n."""
 def otsu(values: NDArray[Any], classes: int, threads: int) -> tuple[NDArray[np.float64], int, bool]:
     """The cuts, how many values are distinct (or at least `classes`), and whether one is infinite. values: as label."""
+def connectivity_curves(images: NDArray[Any], thresholds: NDArray[np.float64], neighbors: int, above: bool, threads: int) -> NDArray[np.float64]:
+    """A row for each image, of values as those of label, along the first axis. thresholds: not decreasing."""
 def variogram_map(image: NDArray[np.float64], max_lag: tuple[int, ...], threads: int) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
     """gamma and pairs, of three axes. max_lag: along z, y and x."""
 def reduce(image: NDArray[np.float64], threads: int) -> NDArray[np.float64]: ...

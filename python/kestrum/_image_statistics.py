@@ -1,15 +1,15 @@
-"""Variogram maps, pyramids, thresholds and clusters of images and samples."""
+"""Variogram maps, connectivity curves, pyramids, thresholds and clusters of images and samples."""
 
 import math
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door
+from . import _core, _door, _lazy
 from ._errors import ArgumentError, ArgumentTypeError, DataError
-from ._images import _image, _like
+from ._images import Connectivity, _image, _like, _neighbors
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -189,6 +189,94 @@ def _box_sums(values: Floats, lags: tuple[int, ...]) -> Floats:
     return values
 
 
+def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity: Connectivity | None = None, *,
+                       bodies: Literal["above", "below"] = "above", threads: int | None = None) -> "xr.DataArray":
+    """The probability that two nodes are connected, by thresholds of an image.
+
+    Parameters
+    ----------
+    image : array_like
+        Two or three axes, of numbers; NaN is in no body. Arrays of bool, uint8, int32, float32 and float64 are read in
+        place if they are contiguous. An ensemble gives a curve for each realization: an array of four axes, or a DataArray
+        whose first dimension is "realization"; Dask arrays are computed a few realizations at a time.
+    thresholds : int or array_like
+        The thresholds, or how many, evenly from the least to the greatest value (of all realizations).
+    connectivity : 4, 8, 6, 18 or 26, optional
+        How many neighbours a node has: 4 (by default) or 8 in two dimensions, 6 (by default), 18 or 26 in three.
+    bodies : {"above", "below"}
+        The set of each threshold: the values above it, or those at or below it.
+    threads : int, optional
+        By default all cores, which share the realizations. The result does not depend on it.
+
+    Returns
+    -------
+    DataArray
+        For each threshold the probability that two nodes of the set, drawn one after the other, are in one body, the sum of
+        the squared sizes over the squared sum; 1 for an empty set. Of dimension `threshold`, after that of realizations.
+
+    Notes
+    -----
+    Hovadik and Larue, Static characterizations of reservoirs: refining the concepts of connectivity and continuity,
+    Petroleum Geoscience, 2007. One pass over the nodes makes the curve, however many thresholds it has; work memory is 3
+    to 15 bytes a node.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> curve = ks.connectivity_curve([[3, 1, 2], [3, 0, 2]], thresholds=[0, 1, 2])
+    >>> curve.to_numpy()
+    array([1. , 0.5, 1. ])
+    """
+    import xarray as xr
+
+    _door.choice("bodies", bodies, ("above", "below"))
+    nthreads = _door.threads(threads)
+    frame: Any = image if _door.is_xarray(image) else None
+    data: Any = image if frame is None else frame.data
+    lazy = _lazy.is_lazy(data)
+    data = data if lazy else _door.array("image", data)
+    ensemble = data.ndim == 4 or (frame is not None and frame.dims[:1] == ("realization",))
+    if not ensemble and not lazy and data.flags.f_contiguous:
+        data = data.T
+    images = data if ensemble else data[None]
+    _image("image", np.broadcast_to(np.zeros((), images.dtype), images.shape[1:]))
+    neighbors = _neighbors(connectivity, images.ndim - 1)
+    if images.size == 0:
+        raise DataError("image has no nodes.")
+
+    def parts() -> Iterator[NDArray[Any]]:
+        """A few images at a time, if all are not there yet."""
+        step = nthreads if lazy else len(images)
+        for first in range(0, len(images), step):
+            yield np.asarray(images[first:first + step])
+
+    if np.ndim(thresholds) == 0:
+        number = _door.whole("thresholds", thresholds, 1, 65535)
+        ends = [(part.min(), part.max()) if part.dtype.kind != "f" else (np.fmin.reduce(part, None), np.fmax.reduce(part, None)) for part in parts()]
+        least, greatest = float(np.fmin.reduce([low for low, _ in ends])), float(np.fmax.reduce([high for _, high in ends]))
+        if not math.isfinite(greatest - least):
+            raise DataError(f"image has values from {least:g} to {greatest:g}, between which there are no even thresholds. Give the thresholds themselves.")
+        limits = np.linspace(least, greatest, number)
+    else:
+        limits = _door.finite("thresholds", _door.reals("thresholds", thresholds))
+        if limits.ndim != 1 or not 1 <= limits.size <= 65535:
+            raise ArgumentError(f"thresholds has {limits.ndim} axes and {limits.size:,} numbers, but must be a list of 1 to 65,535.")
+    order = np.argsort(limits, kind="stable")
+    curves = np.empty((len(images), limits.size))
+    done = 0
+    for part in parts():
+        readable = np.ascontiguousarray(_readable(part))
+        curves[done:done + len(part), order] = _core.connectivity_curves(readable, limits[order], neighbors, bodies == "above", nthreads)
+        done += len(part)
+    coords: dict[str, Any] = {"threshold": limits}
+    if not ensemble:
+        return xr.DataArray(curves[0], coords, ("threshold",), "connectivity")
+    dim = "realization" if frame is None else frame.dims[0]
+    if frame is not None and dim in frame.coords:
+        coords[dim] = frame.coords[dim]
+    return xr.DataArray(curves, coords, (dim, "threshold"), "connectivity")
+
+
 def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) -> list[NDArray[np.float64]]:
     """Smaller and smaller images: the Gaussian pyramid.
 
@@ -269,12 +357,8 @@ def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> 
     array([ 8., 30.])
     """
     given = _numbers("values", values)
-    if given.dtype in (np.dtype(kind) for kind in ("?", "u1")):
-        given = given.view(np.uint8)
-    elif given.dtype not in (np.dtype(kind) for kind in ("i4", "f4", "f8")):
-        given = given.astype(np.int32 if given.dtype.kind in "iu" and given.dtype.itemsize < 4 else np.float64)
     count = _door.whole("classes", classes, 2, 2**16)
-    cuts, distinct, infinite = _core.otsu(given.ravel("K"), count, _door.threads(threads))
+    cuts, distinct, infinite = _core.otsu(_readable(given).ravel("K"), count, _door.threads(threads))
     if infinite:
         raise DataError("values has infinite numbers, but they must be finite or NaN. Leave them out.")
     if distinct < count:
@@ -372,6 +456,16 @@ def _numbers(name: str, given: ArrayLike) -> NDArray[Any]:
         raise ArgumentTypeError(f"{name} must be an array of numbers, but is of type {values.dtype}. Convert it by astype.")
     _few(name, values)
     return values
+
+
+def _readable(values: NDArray[Any]) -> NDArray[Any]:
+    """Numbers of a type that the engine reads; not copied if they are."""
+    kind = values.dtype
+    if kind in (np.dtype("?"), np.dtype("u1")):
+        return values.view(np.uint8)
+    if kind in (np.dtype("i4"), np.dtype("f4"), np.dtype("f8")):
+        return values
+    return values.astype(np.int32 if kind.kind in "iu" and kind.itemsize < 4 else np.float64)
 
 
 def _few(name: str, values: NDArray[Any]) -> None:

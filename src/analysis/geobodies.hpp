@@ -16,6 +16,10 @@ namespace kestrum {
 // Which marked nodes are neighbours: those that share a face, or also an edge, or also a corner.
 enum class Connectivity { k6, k18, k26 };
 
+constexpr Connectivity ConnectivityOf(int neighbors) noexcept {
+  return neighbors == 6 ? Connectivity::k6 : neighbors == 18 ? Connectivity::k18 : Connectivity::k26;
+}
+
 // Finds the geobodies of sets of nodes of one grid, one set after the other, in work memory that is allocated once.
 //
 // Rows of the set are read 64 nodes at a time. They are bundled such that nodes of a bundle are neighbours wherever

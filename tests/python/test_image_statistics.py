@@ -256,3 +256,61 @@ def test_refusals():
     for option in ({"seed": -1}, {"tolerance": np.nan}, {"max_iterations": 0}, {"threads": 0}):
         with pytest.raises(ks.KestrumError, match=next(iter(option))):
             ks.kmeans(flat, 1, **option)
+
+
+def connected(image, thresholds, rank, bodies):
+    """By one labelling of SciPy's for each threshold."""
+    curve = []
+    for threshold in thresholds:
+        labels, _ = ndimage.label(image > threshold if bodies == "above" else image <= threshold, ndimage.generate_binary_structure(image.ndim, rank))
+        sizes = np.bincount(labels.ravel())[1:].astype(float)
+        curve.append((sizes**2).sum() / sizes.sum() ** 2 if sizes.size else 1.0)
+    return curve
+
+
+@given(images(13), st.data())
+@settings(max_examples=150, deadline=None)
+def test_connectivity_curves(image, data):
+    values, doubles = image
+    random = np.random.default_rng(data.draw(st.integers(0, 2**32)))
+    smooth = ndimage.gaussian_filter(doubles, data.draw(st.sampled_from([0.0, 0.7])))
+    values, doubles = (values, doubles) if np.isnan(smooth).any() else (smooth, smooth)
+    known = doubles[doubles == doubles]
+    thresholds = random.choice(known, 12) if known.size else np.array([0.0])
+    thresholds = np.append(thresholds, random.normal(size=data.draw(st.sampled_from([3, 300]))) * 40 + 50)
+    for connectivity, rank in ({4: 1, 8: 2} if values.ndim == 2 else {6: 1, 18: 2, 26: 3}).items():
+        for bodies in ("above", "below"):
+            found = ks.connectivity_curve(values, thresholds, connectivity, bodies=bodies)
+            assert found.dims == ("threshold",) and np.array_equal(found.threshold, thresholds)
+            np.testing.assert_allclose(found, connected(doubles, thresholds, rank, bodies), 1e-14)
+    if known.size:
+        found = ks.connectivity_curve(values, 5)
+        assert np.array_equal(found.threshold, np.linspace(known.min(), known.max(), 5)) and found[-1] == 1.0
+
+
+def test_connectivity_curves_of_long_rows_and_of_ensembles():
+    random = np.random.default_rng(6)
+    row = ndimage.gaussian_filter(random.normal(size=(2, 70_000)), 5.0)
+    row[:, 100:68_000] = 9.0
+    thresholds = np.linspace(row.min(), 9.0, 40)
+    for image in (row, np.ascontiguousarray(row.T), row[None]):
+        np.testing.assert_allclose(ks.connectivity_curve(image, thresholds), connected(row, thresholds, 1, "above"), 1e-14)
+    fields = ndimage.gaussian_filter(random.normal(size=(5, 7, 8, 9)), (0, 1, 1, 1))
+    found = ks.connectivity_curve(fields, 7, 18, threads=1)
+    assert found.dims == ("realization", "threshold") and np.array_equal(found.threshold, np.linspace(fields.min(), fields.max(), 7))
+    for field, curve in zip(fields, found):
+        assert np.array_equal(ks.connectivity_curve(field, found.threshold.values, 18), curve)
+    assert found.identical(ks.connectivity_curve(np.asfortranarray(fields), 7, 18, threads=3))
+    frame = xr.DataArray(fields[:, 0], {"realization": np.arange(10, 15)}, ("realization", "y", "x"))
+    expected = ks.connectivity_curve(frame, 7, 8)
+    assert expected.realization.values.tolist() == [10, 11, 12, 13, 14] and expected.shape == (5, 7)
+    assert np.array_equal(expected[1], ks.connectivity_curve(fields[1, 0], expected.threshold.values, 8))
+    pytest.importorskip("dask.array")
+    for threads in (1, 2):
+        assert expected.identical(ks.connectivity_curve(frame.chunk({"realization": 2}), 7, 8, threads=threads))
+    for arguments, text in (((fields[0], 0), "at least 1"), ((fields[0], [[1.0]]), "list"), ((fields[0], [np.nan]), "finite"), ((fields[0], 3, 8), "6, 18 or 26"),
+                            ((np.full((2, 2), np.nan),), "thresholds"), ((fields[None],), "5 axes|4 axes"), ((np.ones((2, 0)),), "no nodes")):
+        with pytest.raises(ks.KestrumError, match=text):
+            ks.connectivity_curve(*arguments)
+    with pytest.raises(ks.ArgumentError, match="bodies"):
+        ks.connectivity_curve(fields[0], bodies="between")
