@@ -111,12 +111,6 @@ TEST(ImageStatistics, BadArguments) {
   double* pdf = nullptr;
   for (const int iv : {-1, 2}) {
     EXPECT_EQ(VORLGetImageOneVarValueMean(image, iv, r), -1100);
-    EXPECT_EQ(VORLGetImageOneVarValueSD(image, iv, r, r), -1100);
-    EXPECT_EQ(VORLGetImageOneVarValueRange(image, iv, n, r, r, r), -1100);
-    EXPECT_EQ(VORLGetImageOneVarValuePdf(image, iv, n, &value, &pdf, n), -1100);
-    EXPECT_EQ(VORLGetImageOneVarValueIndex(image, iv, 1, r, n), -1100);
-    EXPECT_EQ(VORLTransformLinearImageVar(image, iv, 1.0, 1.0), -1100);
-    EXPECT_EQ(VORLTransformExplicitImageVar(image, iv, 1, r, r), -1100);
     EXPECT_EQ(VORLGetNImageOneVarValuePdf(0, records, iv, n, &value, &pdf, n), -1100);
   }
   EXPECT_EQ(VORLGetNImageOneVarValuePdf(2, records, 7, n, &value, &pdf, n), -30);

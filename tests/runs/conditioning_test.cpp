@@ -43,7 +43,6 @@ class LineRun {
     Replace(input_.dataPointSet, NewVector(points_));
     ++input_.ndataPointSet;
   }
-  void SetValue(int node, real value) { image_.var[node] = value; }
   void SetMask(const std::vector<real>& values) {
     input_.maskImageFlag = TRUE;
     input_.maskImage = NewImage(grid_, values);
@@ -51,17 +50,6 @@ class LineRun {
 
   int Simulation() { return Integrate(&min_, &max_); }
   int Estimation() { return Integrate(nullptr, nullptr); }
-  int Indicator() {
-    VORL_KESTRUMINDICATORINPUT input;
-    VORLKestrumInitKestrumIndicatorInput(&input);
-    input.ndataImage = input_.ndataImage;
-    input.dataImage = input_.dataImage;
-    input.ndataPointSet = input_.ndataPointSet;
-    input.dataPointSet = input_.dataPointSet;
-    input.maskImageFlag = input_.maskImageFlag;
-    input.maskImage = input_.maskImage;
-    return VORLKestrumIndicatorIntegrateConditioningData(&input, &image_, status_.data(), &ndata, &monitor, callback);
-  }
 
   const std::vector<int>& nodeStatus() const { return status_; }
   std::vector<real> values() const { return Values(image_.var); }

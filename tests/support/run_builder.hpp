@@ -136,26 +136,34 @@ void FillCommon(const VORL_GRID& grid, Input& input, VORL_KESTRUMOUTPUT& output,
   input.nrealization = 1;
 }
 
-// A run with the factorising solver. *nfallback: how many systems it could not solve.
-template <typename Run, typename Records>
-int RunFactorising(const Run& run, Records& records, int nthreads, long long* nfallback,
-                   int (*callback)(VORL_PROGRESSMONITOR*)) {
-  VORL_KESTRUMOPTIONS options;
-  VORLKestrumInitOptions(&options);
-  options.solver = KESTRUM_SOLVER_FACTORISING;
-  options.nthreads = nthreads;
-  const int status = run(&records.input, &records.output, &records.monitor, callback, &options);
-  if (nfallback != nullptr) *nfallback = options.nfallback;
-  return status;
-}
-
-// A run input with its output and monitor, all released at the end.
-class RunRecords {
- public:
-  VORL_KESTRUMINPUT input;
+// Runs of records, by the three functions of their kind.
+template <auto kSerial, auto kThreaded, auto kWithOptions, typename Input>
+struct Runnable {
+  Input input;
   VORL_KESTRUMOUTPUT output;
   VORL_PROGRESSMONITOR monitor;
 
+  // nthreads 0: the serial form.
+  int Run(int nthreads = 0, int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
+    return nthreads == 0 ? kSerial(&input, &output, &monitor, callback)
+                         : kThreaded(&input, &output, &monitor, callback, nthreads);
+  }
+  // With the factorising solver. *nfallback: how many systems it could not solve.
+  int Factorise(int nthreads, long long* nfallback = nullptr,
+                int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
+    VORL_KESTRUMOPTIONS options;
+    VORLKestrumInitOptions(&options);
+    options.solver = KESTRUM_SOLVER_FACTORISING;
+    options.nthreads = nthreads;
+    const int status = kWithOptions(&input, &output, &monitor, callback, &options);
+    if (nfallback != nullptr) *nfallback = options.nfallback;
+    return status;
+  }
+};
+
+// A run input with its output and monitor, all released at the end.
+class RunRecords : public Runnable<VORLKestrumSim, VORLOMPKestrumSim, VORLKestrumSimWithOptions, VORL_KESTRUMINPUT> {
+ public:
   RunRecords(const VORL_GRID& grid, const std::vector<Element>& elements, const std::vector<Datum>& data) {
     VORLKestrumInitKestrumInput(&input);
     FillCommon(grid, input, output, monitor);
@@ -181,26 +189,13 @@ class RunRecords {
     VORLKestrumFreeKestrumInput(&input);
     VORLKestrumFreeKestrumOutput(&output);
   }
-
-  // nthreads 0: the serial form.
-  int Run(int nthreads = 0, int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
-    return nthreads == 0 ? VORLKestrumSim(&input, &output, &monitor, callback)
-                         : VORLOMPKestrumSim(&input, &output, &monitor, callback, nthreads);
-  }
-  int Factorise(int nthreads, long long* nfallback = nullptr,
-                int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
-    return RunFactorising(VORLKestrumSimWithOptions, *this, nthreads, nfallback, callback);
-  }
 };
 
 // The same for a run on a categorical variable: one category per value, each with the model, data at the nodes of an
 // image.
-class IndicatorRunRecords {
+class IndicatorRunRecords : public Runnable<VORLKestrumIndicatorSim, VORLOMPKestrumIndicatorSim,
+                                            VORLKestrumIndicatorSimWithOptions, VORL_KESTRUMINDICATORINPUT> {
  public:
-  VORL_KESTRUMINDICATORINPUT input;
-  VORL_KESTRUMOUTPUT output;
-  VORL_PROGRESSMONITOR monitor;
-
   // data: one value per node, missing where there is no datum; or empty.
   IndicatorRunRecords(const VORL_GRID& grid, const std::vector<Element>& elements, const std::vector<real>& categories,
                       const std::vector<real>& data) {
@@ -228,15 +223,6 @@ class IndicatorRunRecords {
   void SetModel(int c, const std::vector<Element>& elements) {
     VORLKestrumFreeCovModel(&input.covModel[c]);
     input.covModel[c] = MakeModel(elements);
-  }
-
-  int Run(int nthreads = 0, int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
-    return nthreads == 0 ? VORLKestrumIndicatorSim(&input, &output, &monitor, callback)
-                         : VORLOMPKestrumIndicatorSim(&input, &output, &monitor, callback, nthreads);
-  }
-  int Factorise(int nthreads, long long* nfallback = nullptr,
-                int (*callback)(VORL_PROGRESSMONITOR*) = VORLUpdateProgressMonitor0) {
-    return RunFactorising(VORLKestrumIndicatorSimWithOptions, *this, nthreads, nfallback, callback);
   }
 };
 
