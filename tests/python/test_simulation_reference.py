@@ -283,7 +283,9 @@ INDICATOR = {
     ),
     # The systems of one model are solved once where the limits are one as well.
     "two alike": indicator(FLAT, 5.0, 5.0, data=[1.0, 2.5]),
-    "two alike, turned": indicator(FLAT, *(Model(list(TURNED), (angle, 0.0, 0.0)) for angle in (40.0, -20.0)), data=[1.0, 2.5]),
+    "estimation, two alike, turned": indicator(
+        FLAT, *(Model(list(TURNED), (angle, 0.0, 0.0)) for angle in (40.0, -20.0)), searches=[Search(-1.0)] * 2, data=[1.0, 2.5], simulated=False
+    ),
     "two alike, limits": indicator(FLAT, 5.0, 5.0, searches=[Search(1.0, 9), Search(1.0, 2)], data=[1.0, 2.5], ordinary=True),
     "unsolved": indicator(LINE, Model([spherical(4.0), UNSOLVED]), 4.0),
     "estimation": indicator(FLAT, 5.0, data=[1.0, 0.0], simulated=False),
