@@ -19,7 +19,7 @@ import time
 from pathlib import Path
 
 import numpy as np
-from scipy import ndimage
+from scipy import fft, ndimage
 from skimage.measure import euler_number
 
 import kestrum as ks
@@ -192,6 +192,48 @@ def mean_of_array(n):
     assert np.allclose(ks.box_mean(values, 7)[inner], ndimage.uniform_filter(values, 7)[inner], atol=1e-12)
     compare(f"ks.box_mean, 7^3, {n}^3", values.size, lambda: ks.box_mean(values, 7, threads=1),
             lambda: ndimage.uniform_filter(values, 7), 2.0, lambda: ks.box_mean(values, 7, threads=2))
+
+
+def statistics(n, sigma):
+    """Beside one labelling, one pair of transforms, and Lloyd's algorithm of scikit-learn, if there is one."""
+    values = noise((n, n, n), sigma)
+    below, thresholds = values <= 0.0, np.linspace(values.min(), values.max(), 21)
+    for connectivity in (6, 26):
+        labels = ks.label(values > thresholds[9], connectivity)[0]
+        sizes = np.bincount(labels.ravel())[1:].astype(float)
+        assert np.isclose(ks.connectivity_curve(values, thresholds, connectivity)[9], (sizes**2).sum() / sizes.sum() ** 2)
+        compare(f"ks.connectivity_curve, {connectivity}, {n}^3 {kind(sigma)}: label", values.size,
+                lambda: ks.connectivity_curve(values, thresholds, connectivity, threads=1), lambda: ks.label(below, connectivity, threads=1), 0.25)
+
+
+def variogram_by_transforms(n, lag_max):
+    values = noise((n, n), 3.0)
+    assert np.allclose(ks.variogram_map(values, lag_max, method="fft").gamma, ks.variogram_map(values, lag_max).gamma)
+    padded = [fft.next_fast_len(n + lag_max, True)] * 2
+    compare(f"ks.variogram_map, fft, {n}^2, lags to {lag_max}: rfft2, irfft2", values.size,
+            lambda: ks.variogram_map(values, lag_max, method="fft", threads=1), lambda: fft.irfft2(fft.rfft2(values, padded), padded), 0.77,
+            lambda: ks.variogram_map(values, lag_max, method="fft", threads=2))
+
+
+def clusters(n, features, number):
+    """The work of ours is on a thread of its own: its processor time is that of the process."""
+    try:
+        from sklearn.cluster import KMeans
+        from threadpoolctl import threadpool_limits
+    except ImportError:
+        print("ks.kmeans: no scikit-learn here")
+        return
+    random = np.random.default_rng(1)
+    samples = random.normal(size=(number, features))[random.integers(number, size=n)] + random.normal(size=(n, features))
+    start = samples[:number].copy()
+    times = []
+    with threadpool_limits(1):
+        for call in (lambda: ks.kmeans(samples, start, threads=1), lambda: KMeans(number, init=start, n_init=1, algorithm="lloyd").fit(samples)) * REPETITIONS:
+            before = time.process_time()
+            call()
+            times.append(time.process_time() - before)
+    mine, other = min(times[::2]), min(times[1::2])
+    print_row([f"ks.kmeans, {n:,} x {features}, {number} clusters", f"{1e3 * mine:.1f}", f"{1e9 * mine / n:.2f}", f"{1e3 * other:.1f}", f"{other / mine:.2f}", "3"])
 
 
 def distance(n, sigma):
@@ -437,6 +479,7 @@ def main():
             label(n, sigma)
     for sigma in (4.0, 0.0):
         arrays(256, sigma)
+        statistics(256, sigma)
         distance_of_array(256, sigma)
         distance(256, sigma)
         morphology(256, sigma)
@@ -444,6 +487,8 @@ def main():
     box_mean(128)
     euler(2000)
     variogram(500, 50)
+    variogram_by_transforms(500, 50)
+    clusters(200_000, 8, 10)
     point_variogram(100_000)
     leave_one_out(2000)
 

@@ -1,7 +1,8 @@
 """Variogram maps, connectivity curves, pyramids, thresholds and clusters of images and samples."""
 
 import math
-from collections.abc import Iterator, Sequence
+import threading
+from collections.abc import Callable, Iterator, Sequence
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
@@ -65,7 +66,10 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
         raise DataError("image has infinite values, but they must be finite or, where they are missing, NaN. Set them to NaN.")
     known = None if complete or not np.isnan(values).any() else ~np.isnan(values)
     if method == "fft":
-        gamma, pairs = _by_transforms(values, known, lags, nthreads)
+        def work(stop: threading.Event) -> tuple[Floats, NDArray[np.int64]]:
+            return _by_transforms(values, known, lags, nthreads, stop)
+
+        gamma, pairs = _interruptible(work) if values.size > 10**6 else work(threading.Event())
     else:
         doubles = np.ascontiguousarray(values, np.float64)
         gamma, pairs = _core.variogram_map(doubles, (0, *lags)[-3:], nthreads)
@@ -87,10 +91,39 @@ def _lags(max_lag: Any, shape: tuple[int, ...]) -> tuple[int, ...]:
     return lags
 
 
-def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: tuple[int, ...], threads: int) -> tuple[Floats, NDArray[np.int64]]:
+class _Stopped(Exception):
+    """Raised in work that nobody waits for any more."""
+
+
+def _interruptible(work: Callable[[threading.Event], Any]) -> Any:
+    """What work gives, done on a thread of its own: Ctrl-C ends the wait at once, and the work after its present step."""
+    stop = threading.Event()
+    outcome: list[tuple[Any, BaseException | None]] = []
+
+    def run() -> None:
+        try:
+            outcome.append((work(stop), None))
+        except BaseException as error:
+            outcome.append((None, error))
+
+    thread = threading.Thread(target=run, daemon=True)
+    thread.start()
+    try:
+        thread.join()
+    except BaseException:
+        stop.set()
+        raise
+    result, error = outcome[0]
+    if error is not None:
+        raise error
+    return result
+
+
+def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: tuple[int, ...], threads: int,
+                   stop: threading.Event) -> tuple[Floats, NDArray[np.int64]]:
     """gamma and pairs. (a - b)^2 = a^2 + b^2 - 2 a b, of which the last is a correlation, and the first two are one with a
     mask, or sums over boxes where nothing is missing. Work arrays are used again: fresh memory takes long."""
-    transforms = _Transforms(image.shape, lags, threads)
+    transforms = _Transforms(image.shape, lags, threads, stop)
     padded, values = transforms.room()
     unit = _centre(image, known, values)
     power = _product(transforms.spectrum(padded))
@@ -145,10 +178,10 @@ def _product(a: NDArray[np.complex128], b: NDArray[np.complex128] | None = None)
 class _Transforms:
     """Correlations at some lags, those along the first axis not negative."""
 
-    def __init__(self, shape: tuple[int, ...], lags: tuple[int, ...], threads: int) -> None:
+    def __init__(self, shape: tuple[int, ...], lags: tuple[int, ...], threads: int, stop: threading.Event) -> None:
         from scipy.fft import next_fast_len
 
-        self.shape, self.lags, self.threads = shape, lags, threads
+        self.shape, self.lags, self.threads, self.stop = shape, lags, threads, stop
         self.padded = [next_fast_len(n + lag, axis == len(shape) - 1) for axis, (n, lag) in enumerate(zip(shape, lags))]
 
     def room(self) -> tuple[Floats, Floats]:
@@ -156,11 +189,16 @@ class _Transforms:
         room = np.zeros(self.padded)
         return room, room[tuple(slice(n) for n in self.shape)]
 
+    def _look(self) -> None:
+        if self.stop.is_set():
+            raise _Stopped
+
     def spectrum(self, padded: Floats) -> NDArray[np.complex128]:
         from scipy import fft
 
         result = fft.rfft(padded, axis=-1, workers=self.threads)
         for axis in reversed(range(padded.ndim - 1)):
+            self._look()
             result = fft.fft(result, axis=axis, overwrite_x=True, workers=self.threads)
         return np.asarray(result)
 
@@ -170,6 +208,7 @@ class _Transforms:
 
         result = fft.rfft(power, axis=0, workers=self.threads)[: self.lags[0] + 1].conj()
         for axis in range(1, power.ndim - 1):
+            self._look()
             result = fft.ifft(result, axis=axis, norm="forward", overwrite_x=True, workers=self.threads).take(self._places(axis), axis)
         result = fft.irfft(result, self.padded[-1], norm="forward", workers=self.threads).take(self._places(-1), -1)
         return np.asarray(result / np.prod(self.padded, dtype=np.float64))
@@ -179,13 +218,11 @@ class _Transforms:
 
 
 def _box_sums(values: Floats, lags: tuple[int, ...]) -> Floats:
-    """The sums over the tails of the pairs of each lag; the values are lost."""
+    """The sums over the tails of the pairs of each lag: all but some nodes at one end of each axis."""
     for axis, longest in enumerate(lags):
-        n, lag = values.shape[axis], np.arange(-longest, longest + 1)
-        sums = np.cumsum(values, axis, out=values)
-        values = sums.take(np.minimum(n, n - lag) - 1, axis)
-        ahead = (slice(None),) * axis + (slice(longest),)
-        values[ahead] -= sums.take(-lag[:longest] - 1, axis)
+        ends = [np.cumsum(values.take(places, axis), axis) for places in (np.arange(longest), np.arange(-1, -longest - 1, -1))]
+        total = values.sum(axis, keepdims=True)
+        values = np.concatenate((total - np.flip(ends[0], axis), total, total - ends[1]), axis)
     return values
 
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 #include "core/buffer.hpp"
 #include "core/statuses.hpp"
@@ -293,6 +294,25 @@ class OtsuSearch {
     return progress_.After(0);
   }
 
+  // Piece by piece, which are then merged.
+  [[nodiscard]] int Sort(std::ptrdiff_t size, Buffer<double>* values) noexcept {
+    Buffer<double> merged;
+    if (const int status = merged.Allocate(values->size()); status != 0) return status;
+    ForPieces(0, size, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      std::sort(values->data() + begin, values->data() + end);
+    });
+    for (std::ptrdiff_t length = kPiece; length < size; length *= 2) {
+      for (std::ptrdiff_t begin = 0; begin < size && !progress_.Aborted(); begin += 2 * length) {
+        double* const first = values->data() + begin;
+        double* const middle = values->data() + std::min(size, begin + length);
+        double* const last = values->data() + std::min(size, begin + 2 * length);
+        std::merge(first, middle, middle, last, merged.data() + begin);
+      }
+      std::swap(*values, merged);
+    }
+    return progress_.After(0);
+  }
+
   // The exact way, on all distinct values.
   int CutValues() noexcept {
     Buffer<double> sorted;
@@ -302,8 +322,9 @@ class OtsuSearch {
       const double value = static_cast<double>(values_[i]);
       if (value == value) *end++ = value;
     }
-    std::sort(sorted.data(), end);
-    if (progress_.Aborted()) return kAborted;
+    const std::ptrdiff_t known = end - sorted.data();
+    if (const int status = Sort(known, &sorted); status != 0) return status;
+    end = sorted.data() + known;
 
     WeightedPositions positions;
     if (const int status = positions.Allocate(static_cast<std::size_t>(end - sorted.data())); status != 0)

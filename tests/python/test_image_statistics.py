@@ -141,7 +141,7 @@ def test_thresholds(classes, seed, dtype, law):
 
 def test_thresholds_of_many_values():
     random = np.random.default_rng(2)
-    image = random.normal(size=(70, 80, 90)) + 4.0 * random.integers(0, 3, (70, 80, 90))
+    image = random.normal(size=(100, 110, 110)) + 4.0 * random.integers(0, 3, (100, 110, 110))
     image[random.random(image.shape) < 0.1] = np.nan
     expected = ks.otsu(image, 3, threads=1)
     np.testing.assert_allclose(expected, [2.0, 6.0], atol=0.05)

@@ -48,6 +48,9 @@ CALLS = [
     "ks.distance(mask, threads=1)",
     "ks.box_mean(mask, 31, threads=1)",
     "ks.erode(mask, np.indices((41, 41, 41)).sum(0) % 3 == 0, threads=1)",
+    "ks.variogram_map(random.normal(size=(200, 200, 200)), 60, method='fft')",
+    "ks.connectivity_curve(mask, 200, 26)",
+    "ks.kmeans(random.normal(size=(400_000, 20)), 60)",
     "ks.write_gslib(ks.Grid(3000, 3000).to_xarray(random.normal(size=(3000, 3000)), 'v'), '/dev/null')",
 ]
 
