@@ -61,7 +61,13 @@ int GlobalIndicator(const VORL_IMAGE* image, int varIndex, int* nodeCount, int* 
       do {
         ++id;
       } while (id < end && TruncateToInt(values[id]) == label);
-      if (label > 0) std::atomic_ref(sizes[label - 1]) += static_cast<int>(id - first);
+      if (label <= 0) continue;
+      const int length = static_cast<int>(id - first);
+      if (dealing.threaded()) {
+        std::atomic_ref(sizes[label - 1]) += length;
+      } else {
+        sizes[label - 1] += length;
+      }
     }
   });
   *gamma = SumOfSquares(sizes, *ngeobody) / (static_cast<double>(*nodeCount) * *nodeCount);

@@ -193,6 +193,12 @@ class TouchingNodes {
     }
   }
 
+  // Calls body(first, last) for each run.
+  template <typename Body>
+  void ForRuns(const Body& body) const noexcept {
+    for (int run = 0; run < nrun_; ++run) body(runs_[run].first, runs_[run].last);
+  }
+
   bool Have(int index) const noexcept {
     if (index < runs_[0].first || index > runs_[nrun_ - 1].last) return false;
     return std::any_of(runs_, runs_ + nrun_,
@@ -207,12 +213,55 @@ class TouchingNodes {
   int nrun_ = 0;
 };
 
+// The nodes of a path by index, each with its last place.
+class PathPlaces {
+ public:
+  [[nodiscard]] int Allocate(const int* path, int length) noexcept {
+    if (const int status = steps_.Allocate(static_cast<std::size_t>(length)); status != 0) return status;
+    for (int place = 0; place < length; ++place) steps_[static_cast<std::size_t>(place)] = {path[place], place};
+    std::sort(steps_.begin(), steps_.end(),
+              [](const Step& a, const Step& b) { return a.node != b.node ? a.node < b.node : a.place > b.place; });
+    end_ = std::unique(steps_.begin(), steps_.end(), [](const Step& a, const Step& b) { return a.node == b.node; });
+    return 0;
+  }
+
+  // The last place of a node that touches, or -1.
+  int LastOf(const TouchingNodes& touching) const noexcept {
+    int last = -1;
+    touching.ForRuns([&](std::int64_t first, std::int64_t end) noexcept {
+      const Step* step = std::lower_bound(steps_.begin(), static_cast<const Step*>(end_), first,
+                                          [](const Step& a, std::int64_t node) { return a.node < node; });
+      for (; step != end_ && step->node <= end; ++step) last = std::max(last, step->place);
+    });
+    return last;
+  }
+
+ private:
+  struct Step {
+    int node, place;
+  };
+  Buffer<Step> steps_;
+  Step* end_ = nullptr;
+};
+
+// The last node of path 1 that touches one of path 2, and the last one of path 2 that it touches.
 int JoinPaths(Connectivity connectivity, const Box& box, const int* path1, const int* path2, int length1, int length2,
               int* index1, int* index2) noexcept {
   *index1 = *index2 = -1;
+  // Nodes are looked up in a sorted path where it is longer than a few, and memory is there for it.
+  constexpr int kFew = 32;
+  PathPlaces places;
+  const bool lookUp = std::min(length1, length2) > kFew && places.Allocate(path2, length2) == 0;
   for (int i = length1 - 1; i >= 0; --i) {
     if (!box.Has(path1[i])) continue;
     const TouchingNodes touching(box, connectivity, box.NodeAt(path1[i]));
+    if (lookUp) {
+      const int j = places.LastOf(touching);
+      if (j < 0) continue;
+      *index1 = i;
+      *index2 = j;
+      return 0;
+    }
     for (int j = length2 - 1; j >= 0; --j) {
       if (touching.Have(path2[j])) {
         *index1 = i;

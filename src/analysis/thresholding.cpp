@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "analysis/percent_printer.hpp"
 #include "core/buffer.hpp"
@@ -207,45 +209,82 @@ class PreClasses {
   }
 
   // Finds the cuts of the best grouping, the first one of several: cut g comes after the last pre-class of group g.
+  // Groupings that mirror each other have one score but for its rounding, which does not decide between them: those to
+  // the rounding as good as the best one are looked through in their order.
   [[nodiscard]] int FindBestCuts(std::size_t ngroup, PercentPrinter& progress, Buffer<std::size_t>* best) noexcept {
-    const std::size_t ncut = ngroup - 1;
-    Buffer<std::size_t> cuts;
-    Buffer<double> scores;  // of the groups before each group, and of all
-    if (const int status = cuts.Allocate(ncut); status != 0) return status;
-    if (const int status = best->Allocate(ncut); status != 0) return status;
-    if (const int status = scores.Allocate(ngroup + 1, 0.0); status != 0) return status;
-    double moveCount = 1.0;
-    for (std::size_t k = 1; k <= ncut; ++k) {
-      moveCount = moveCount * static_cast<double>(size_ - ncut + k) / static_cast<double>(k);
-    }
-    const double moveShare = 1.0 / moveCount;
-
-    for (std::size_t j = 0; j < ncut; ++j) cuts[j] = j;
-    // Groupings that mirror each other have one score but for its rounding, which must not decide between them.
-    const double rounding = 4.0 * static_cast<double>(ngroup) * std::numeric_limits<double>::epsilon();
-    double bestScore = 0.0;
-    std::size_t changed = 0;  // the first group that the last move changed
-    for (double nmove = 0.0;; nmove += 1.0) {
-      progress.Report(static_cast<int>(nmove * moveShare * 100.0));
-      for (std::size_t g = changed; g < ngroup; ++g) {
-        const std::size_t begin = g == 0 ? 0 : cuts[g - 1] + 1;
-        const std::size_t end = g == ncut ? size_ : cuts[g] + 1;
-        scores[g + 1] = scores[g] + Score(begin, end);
+    ReportMoves(ngroup - 1, progress);
+    if (const int status = best->Allocate(ngroup - 1); status != 0) return status;
+    Grouping grouping{ngroup, 4.0 * static_cast<double>(ngroup) * std::numeric_limits<double>::epsilon(), best->data()};
+    if (const int status = grouping.rest.Allocate((ngroup + 1) * (size_ + 1), 0.0); status != 0) return status;
+    if (const int status = grouping.cuts.Allocate(ngroup - 1); status != 0) return status;
+    for (std::size_t g = ngroup; g-- > 0;) {
+      for (std::size_t begin = g; begin + (ngroup - g) <= size_; ++begin) {
+        const auto [first, last] = Ends(ngroup, g, begin);
+        double most = 0.0;
+        for (std::size_t end = first; end <= last; ++end) {
+          most = std::max(most, Score(begin, end) + grouping.Rest(size_, g + 1, end));
+        }
+        grouping.Rest(size_, g, begin) = most;
       }
-      if (nmove == 0.0 || scores[ngroup] - bestScore > rounding * bestScore) {
-        bestScore = scores[ngroup];
-        std::copy(cuts.begin(), cuts.end(), best->begin());
-      }
-      changed = ncut;
-      while (changed > 0 && cuts[changed - 1] == size_ - 2 - (ncut - changed)) --changed;
-      if (changed == 0) return 0;
-      --changed;
-      ++cuts[changed];
-      for (std::size_t j = changed + 1; j < ncut; ++j) cuts[j] = cuts[j - 1] + 1;
     }
+    grouping.most = grouping.Rest(size_, 0, 0);
+    Look(&grouping, 0, 0, 0.0);
+    return 0;
   }
 
  private:
+  struct Grouping {
+    std::size_t ngroup;
+    double rounding;  // relative
+    std::size_t* best;
+    double bestScore = -1.0;
+    double most = 0.0;         // the best score, but for its rounding
+    Buffer<double> rest = {};  // the best score of the groups from each on, from each pre-class on
+    Buffer<std::size_t> cuts = {};
+
+    double& Rest(std::size_t size, std::size_t g, std::size_t begin) noexcept { return rest[g * (size + 1) + begin]; }
+  };
+
+  // Where group g, from `begin` on, may end.
+  std::pair<std::size_t, std::size_t> Ends(std::size_t ngroup, std::size_t g, std::size_t begin) const noexcept {
+    return {g + 1 == ngroup ? size_ : begin + 1, size_ - (ngroup - 1 - g)};
+  }
+
+  // Looks through the groupings whose first g groups, which end before `begin`, have this score, and keeps what is
+  // better than the best one. Returns whether none behind can be better.
+  bool Look(Grouping* grouping, std::size_t g, std::size_t begin, double score) const noexcept {
+    const double rounding = grouping->rounding;
+    if (g == grouping->ngroup) {
+      if (grouping->bestScore < 0.0 || score - grouping->bestScore > rounding * grouping->bestScore) {
+        grouping->bestScore = score;
+        std::copy(grouping->cuts.begin(), grouping->cuts.end(), grouping->best);
+      }
+      return grouping->most * (1.0 + 0.5 * rounding) - grouping->bestScore <= rounding * grouping->bestScore;
+    }
+    const auto [first, last] = Ends(grouping->ngroup, g, begin);
+    for (std::size_t end = first; end <= last; ++end) {
+      const double grown = score + Score(begin, end);
+      if (grown + grouping->Rest(size_, g + 1, end) < grouping->most * (1.0 - 4.0 * rounding)) continue;
+      if (g + 1 < grouping->ngroup) grouping->cuts[g] = end - 1;
+      if (Look(grouping, g + 1, end, grown)) return true;
+    }
+    return false;
+  }
+
+  // Reports what would be done by one move after the other of the cuts.
+  void ReportMoves(std::size_t ncut, PercentPrinter& progress) const noexcept {
+    double moveCount = 1.0;
+    double nmove = 1.0;
+    for (std::size_t k = 1; k <= ncut; ++k) {
+      moveCount = moveCount * static_cast<double>(size_ - ncut + k) / static_cast<double>(k);
+      nmove = nmove * static_cast<double>(size_ - 1 - ncut + k) / static_cast<double>(k);
+    }
+    const double moveShare = 1.0 / moveCount;
+    progress.Report(0, static_cast<std::int64_t>(std::min(nmove, 0x1p53)), [&](std::int64_t move) noexcept {
+      return static_cast<int>(static_cast<double>(move) * moveShare * 100.0);
+    });
+  }
+
   // Sums of whole numbers are exact.
   double Score(std::size_t begin, std::size_t end) const noexcept {
     const double total = count_[size_];

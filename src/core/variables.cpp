@@ -33,6 +33,8 @@ void PrintPairTable(int nvar, const char* prefix, FILE* stream, const Entry& ent
   std::fprintf(stream, "\n");
 }
 
+bool HaveSameName(const char* a, const char* b) noexcept { return std::strncmp(a, b, VORL_VARNAME_LENGTH) == 0; }
+
 }  // namespace
 
 int MallocNames(int nvar, char*** names) noexcept {
@@ -53,12 +55,20 @@ int ValidateNames(int nvar, char** names, int extraLength, int tooLong, int notU
     const std::size_t length = strnlen(names[iv], VORL_VARNAME_LENGTH);
     if (static_cast<long long>(length) + extraLength > VORL_VARNAME_LENGTH - 1) return tooLong;
   }
-  for (int iv = 0; iv < nvar; ++iv) {
-    for (int later = iv + 1; later < nvar; ++later) {
-      if (std::strncmp(names[iv], names[later], VORL_VARNAME_LENGTH) == 0) return notUnique;
+  constexpr int kMany = 64;
+  Buffer<const char*> sorted;
+  if (nvar < kMany || sorted.Allocate(static_cast<std::size_t>(nvar)) != 0) {
+    for (int iv = 0; iv < nvar; ++iv) {
+      for (int later = iv + 1; later < nvar; ++later) {
+        if (HaveSameName(names[iv], names[later])) return notUnique;
+      }
     }
+    return 0;
   }
-  return 0;
+  std::copy_n(names, nvar, sorted.begin());
+  std::sort(sorted.begin(), sorted.end(),
+            [](const char* a, const char* b) { return std::strncmp(a, b, VORL_VARNAME_LENGTH) < 0; });
+  return std::adjacent_find(sorted.begin(), sorted.end(), HaveSameName) == sorted.end() ? 0 : notUnique;
 }
 
 void PrintNames(int nvar, char** names, const char* prefix, FILE* stream) noexcept {
