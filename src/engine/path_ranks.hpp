@@ -1,7 +1,9 @@
 #ifndef KESTRUM_ENGINE_PATH_RANKS_HPP
 #define KESTRUM_ENGINE_PATH_RANKS_HPP
 
+#include <algorithm>
 #include <climits>
+#include <cstddef>
 
 #include "core/buffer.hpp"
 #include "core/constants.h"
@@ -20,7 +22,12 @@ class PathRanks {
   [[nodiscard]] int Prepare(const Problem& problem, bool inequalityNodesSimulated) noexcept {
     const int nxyz = problem.grid.nxyz;
     const auto& [nodes, nnode, firstInequality, firstSimulated] = problem.path;
-    if (const int status = rank_.Allocate(nxyz, kNever); status != 0) return status;
+    if (const int status = rank_.Allocate(nxyz); status != 0) return status;
+    if (const int status = starts_.Allocate(std::max(problem.dealing().nscratch(), 1) + 1); status != 0) return status;
+    // Each thread is the first to touch some of the memory, which then lies near it.
+    problem.dealing().Blocks(nxyz, [&](std::ptrdiff_t from, std::ptrdiff_t to) noexcept {
+      std::fill(&rank_[from], &rank_[from] + (to - from), kNever);
+    });
     const real* datum = problem.data.known;
     for (int i = 0; i < nxyz; ++i) {
       // A datum that is missing once the mean is taken off is seen by none.
@@ -42,12 +49,29 @@ class PathRanks {
   }
 
   // Puts the nodes of a segment into increasing order.
-  void Sort(const Problem& problem, int begin, int end) const noexcept {
-    int* next = problem.path.nodes + begin;
-    int* const stop = problem.path.nodes + end;
-    for (int i = 0; next != stop && i < problem.grid.nxyz; ++i) {
-      if (rank_[i] >= AtPosition(begin) && rank_[i] < AtPosition(end)) *next++ = i;
+  void Sort(const Problem& problem, int begin, int end) noexcept {
+    const int nblock = static_cast<int>(starts_.size()) - 1;
+    const auto isMember = [=](int rank) noexcept { return rank >= AtPosition(begin) && rank < AtPosition(end); };
+    const auto eachBlock = [&](const auto& visit) noexcept {
+      problem.dealing().EachThread([&](int thread, int team) noexcept {
+        for (int b = thread; b < nblock; b += team) visit(b, BlockOf(problem.grid.nxyz, nblock, b));
+      });
+    };
+    starts_[0] = begin;
+    if (nblock > 1) {
+      // Where the members of each block go.
+      eachBlock([&](int b, ItemBlock nodes) noexcept {
+        const int* const rank = rank_.data();
+        starts_[b + 1] = static_cast<int>(std::count_if(rank + nodes.begin, rank + nodes.end, isMember));
+      });
+      for (int b = 0; b < nblock; ++b) starts_[b + 1] += starts_[b];
     }
+    eachBlock([&](int b, ItemBlock nodes) noexcept {
+      int* next = problem.path.nodes + starts_[b];
+      for (std::ptrdiff_t i = nodes.begin; i < nodes.end; ++i) {
+        if (isMember(rank_[i])) *next++ = static_cast<int>(i);
+      }
+    });
   }
 
   // The position of a node in the path, below 0 for a known node.
@@ -56,6 +80,7 @@ class PathRanks {
 
  private:
   Buffer<int> rank_;
+  Buffer<int> starts_;  // of the blocks that threads sort, in the path
 };
 
 }  // namespace kestrum

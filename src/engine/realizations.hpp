@@ -1,6 +1,9 @@
 #ifndef KESTRUM_ENGINE_REALIZATIONS_HPP
 #define KESTRUM_ENGINE_REALIZATIONS_HPP
 
+#include <algorithm>
+
+#include "core/buffer.hpp"
 #include "core/constants.h"
 #include "engine/path_walk.hpp"
 #include "engine/random_source.hpp"
@@ -28,7 +31,12 @@ class Realizations {
     const int nxyz = problem_.grid.nxyz;
     if (const int status = ranks_.Prepare(problem_, inequalityNodesSimulated); status != 0) return status;
     if (const int status = before_.Allocate(nxyz); status != 0) return status;
+    const int* const nodeStatus = problem_.data.nodeStatus;
+    const auto count = static_cast<std::size_t>(std::count(nodeStatus, nodeStatus + nxyz, 0));
+    if (const int status = count > 0 ? known_.Allocate(count) : 0; status != 0) return status;
+    std::size_t nknown = 0;
     for (int i = 0; i < nxyz; ++i) {
+      if (nodeStatus[i] == 0) known_[nknown++] = i;
       if (ranks_.PositionOf(i) < problem_.path.firstSimulated) before_.Set(i);
     }
     return walk_.Allocate();
@@ -53,10 +61,11 @@ class Realizations {
  private:
   // Known nodes take their values, all others none.
   void Reset() noexcept {
-    const real* datum = problem_.data.known;
-    for (int i = 0; i < problem_.grid.nxyz; ++i) {
-      value_[i] = problem_.data.nodeStatus[i] == 0 ? *datum++ : real{VORL_MISSING_VALUE};
-    }
+    const Dealing dealing = problem_.dealing();
+    dealing.Blocks(problem_.grid.nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      std::fill(value_ + begin, value_ + end, real{VORL_MISSING_VALUE});
+    });
+    for (std::size_t k = 0; k < known_.size(); ++k) value_[known_[k]] = problem_.data.known[k];
   }
 
   template <RealizationLaw Law>
@@ -81,7 +90,8 @@ class Realizations {
   const Problem& problem_;
   real* value_;
   PathRanks ranks_;
-  NodeBits before_;  // the known nodes, and the inequality nodes once they have values
+  Buffer<int> known_;  // the known nodes
+  NodeBits before_;    // the known nodes, and the inequality nodes once they have values
   PathWalk walk_;
 };
 
