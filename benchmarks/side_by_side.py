@@ -216,7 +216,6 @@ def variogram_by_transforms(n, lag_max):
 
 
 def clusters(n, features, number):
-    """The work of ours is on a thread of its own: its processor time is that of the process."""
     try:
         from sklearn.cluster import KMeans
         from threadpoolctl import threadpool_limits
@@ -226,14 +225,9 @@ def clusters(n, features, number):
     random = np.random.default_rng(1)
     samples = random.normal(size=(number, features))[random.integers(number, size=n)] + random.normal(size=(n, features))
     start = samples[:number].copy()
-    times = []
     with threadpool_limits(1):
-        for call in (lambda: ks.kmeans(samples, start, threads=1), lambda: KMeans(number, init=start, n_init=1, algorithm="lloyd").fit(samples)) * REPETITIONS:
-            before = time.process_time()
-            call()
-            times.append(time.process_time() - before)
-    mine, other = min(times[::2]), min(times[1::2])
-    print_row([f"ks.kmeans, {n:,} x {features}, {number} clusters", f"{1e3 * mine:.1f}", f"{1e9 * mine / n:.2f}", f"{1e3 * other:.1f}", f"{other / mine:.2f}", "3"])
+        compare(f"ks.kmeans, {n:,} x {features}, {number} clusters", n, lambda: ks.kmeans(samples, start, threads=1),
+                lambda: KMeans(number, init=start, n_init=1, algorithm="lloyd").fit(samples), 3.0)
 
 
 def distance(n, sigma):

@@ -24,7 +24,6 @@ from ._fit import FittedModel, fit_likelihood
 from ._grid import Grid
 from ._image_statistics import connectivity_curve, kmeans, otsu, pyramid, variogram_map
 from ._images import body_sizes, box_mean, dilate, distance, erode, euler_number, label
-from ._images import body_sizes, dilate, distance, erode, euler_number, label
 from ._krige import krige
 from ._models import (CardinalSine, CovModel, Cubic, Exponential, Gamma, Gaussian, Linear, Matern, Nugget, Power, Spherical,
                       Stable, Structure)

@@ -1,0 +1,35 @@
+"""Image tools on realizations: bodies, how connected they are, depth in them, and a variogram map."""
+
+from pathlib import Path
+
+import matplotlib.pyplot as plt
+
+import kestrum as ks
+
+here = Path(__file__).parent
+(here / "output").mkdir(exist_ok=True)
+
+model = ks.Gaussian(1.0, range=(30, 15), azimuth=60) + ks.Nugget(0.01)
+fields = ks.simulate(None, model, ks.Grid(200, 150), n=20, seed=5)
+sand = fields[0] > ks.otsu(fields[0])[0]
+inside = sand.where(sand)  # NaN elsewhere
+bodies, count = ks.label(sand)
+sizes = ks.body_sizes(bodies)["size"]
+print(f"{count} bodies, the largest of {sizes.max():,} of {sizes.sum():,} nodes; Euler number {ks.euler_number(sand)}")
+
+figure, axes = plt.subplots(2, 3, figsize=(16, 9), layout="constrained")
+panels = {"a realization": fields[0], "bodies above Otsu's cut": inside * bodies, "depth in sand": inside * ks.distance(~sand),
+          "a quarter of its size": ks.pyramid(fields[0], levels=2)[1]}
+for ax, (title, values) in zip(axes.flat, panels.items()):
+    ks.plot.map(values, None, ax, label="")
+    ax.set_title(title)
+
+lags = ks.variogram_map(fields[0], max_lag=60, method="fft").gamma
+lags.plot.imshow(ax=axes[1, 1], cbar_kwargs={"label": "semivariance"})
+axes[1, 1].set(title="variogram map", aspect="equal")
+curves = ks.connectivity_curve(fields, thresholds=61)
+axes[1, 2].plot(curves.threshold, curves.T, color="0.7", linewidth=0.8)
+axes[1, 2].plot(curves.threshold, curves.mean("realization"), color="k", label="mean of 20 realizations")
+axes[1, 2].set(title="are two nodes above a threshold in one body?", xlabel="threshold", ylabel="probability")
+axes[1, 2].legend()
+figure.savefig(here / "output/images.png", dpi=120, bbox_inches="tight")
