@@ -2,6 +2,7 @@
 #   make            build library, module, tests and benchmarks (build/release)
 #   make demo       krige and simulate real data from Python and from C; pictures in examples/output
 #   make test       build, then run every test
+#   make test-large run the slow tests: memory of large runs, functions on 10^8 arguments
 #   make bench      run the benchmarks
 #   make wheel      build the Python package as a wheel (build/wheels)
 #   make sanitize   build and run the tests under AddressSanitizer and UBSan (build/asan)
@@ -28,7 +29,7 @@ RUN_PYTHON := PYTHONPATH=$(BUILD)/python PYTHONDONTWRITEBYTECODE=1 $(PYTHON)
 PACKAGES := g++ cmake ninja-build swig python3-dev python3-numpy python3-matplotlib \
             libgtest-dev libbenchmark-dev python3-pytest python3-scipy python3-skimage pkg-config \
             pybind11-dev python3-pandas python3-xarray python3-hypothesis python3-tqdm mypy \
-            python3-venv python3-pip python3-dask python3-distributed
+            python3-venv python3-pip python3-dask python3-distributed python3-zarr
 LINT_PACKAGES := clang-format clang-tidy libomp-dev shellcheck
 CLANG_PACKAGES := clang libclang-rt-dev libomp-dev
 REFERENCE_PACKAGES := doxygen
@@ -46,7 +47,7 @@ if [ -n "$$missing" ]; then \
 fi
 endef
 
-.PHONY: all setup setup-lint setup-clang setup-reference configure demo test bench sanitize fuzz races same-bits compilers \
+.PHONY: all setup setup-lint setup-clang setup-reference configure demo test test-large bench sanitize fuzz races same-bits compilers \
         wheel reference docs format lint clean
 
 all: configure
@@ -81,6 +82,11 @@ demo: configure
 
 test: all
 	ctest --preset release --parallel $(JOBS)
+
+test-large: all
+	$(RUN_PYTHON) -m pytest -s -q -p no:cacheprovider tests/large
+	KESTRUM_ARGUMENTS=100000000 $(BUILD)/bin/numeric_tests --gtest_filter='Elementary.*'
+	$(RUN_PYTHON) benchmarks/large_work.py
 
 bench: all
 	@for program in $(BUILD)/bin/*_benchmark; do echo "== $$program"; $$program || exit 1; done

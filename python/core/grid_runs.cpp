@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <type_traits>
 #include <vector>
 
 #include "arrays.hpp"
@@ -101,7 +102,7 @@ class Run {
     const int n = static_cast<int>(rows.shape(0));
     T* const out = Target(rows, n);
     return Watched(progress, [&](GridRun& run) {
-      return Draw<T>(seed, first, std::numeric_limits<T>::quiet_NaN(), out,
+      return Draw<T>(seed, first, n, std::numeric_limits<T>::quiet_NaN(), out,
                      [&](PhiloxRandom& random, double* value, RealizationSink& sink) {
                        return run.SimulateValues({passes, 10 * passes}, n, random, value, sink);
                      });
@@ -123,9 +124,10 @@ class Run {
     const int n = static_cast<int>(rows.shape(0));
     std::int16_t* const out = Target(rows, n);
     return Watched(progress, [&](GridRun& run) {
-      return Draw<std::int16_t>(seed, first, -1, out, [&](PhiloxRandom& random, double* value, RealizationSink& sink) {
-        return run.SimulateCategoryValues(categories, n, random, value, sink);
-      });
+      return Draw<std::int16_t>(seed, first, n, -1, out,
+                                [&](PhiloxRandom& random, double* value, RealizationSink& sink) {
+                                  return run.SimulateCategoryValues(categories, n, random, value, sink);
+                                });
     });
   }
 
@@ -146,13 +148,22 @@ class Run {
             input_.ordinaryKriging};
   }
 
+  // n realizations, at least 1.
   template <typename T, typename Work>
-  int Draw(std::uint64_t seed, std::uint32_t first, T missing, T* out, const Work& work) const {
-    Buffer<double> value;
-    if (const int status = value.Allocate(static_cast<std::size_t>(input_.grid.nxyz)); status != 0) return status;
-    Rows<T> rows({value.data(), value.size()}, input_.mask, missing, out);
+  int Draw(std::uint64_t seed, std::uint32_t first, int n, T missing, T* out, const Work& work) const {
+    const auto count = static_cast<std::size_t>(input_.grid.nxyz);
+    Buffer<double> buffer;
+    double* value;
+    if constexpr (std::is_same_v<T, double>) {
+      // The last realization is drawn where it stays, and the others there before it.
+      value = out + static_cast<std::size_t>(n - 1) * count;
+    } else {
+      if (const int status = buffer.Allocate(count); status != 0) return status;
+      value = buffer.data();
+    }
+    Rows<T> rows({value, count}, input_.mask, missing, out);
     PhiloxRandom random(seed, first);
-    return work(random, value.data(), rows);
+    return work(random, value, rows);
   }
 
   template <typename Work>

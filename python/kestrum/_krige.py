@@ -280,7 +280,8 @@ def _tile(task: _Task, first: tuple[int, ...], extent: tuple[int, ...], blocks: 
         _where_informed("mean" if task.degree < 0 else f"drift {number + 1}", values, mask)
     at_targets = _at_targets(tuple(fields), task.degree < 0) if fields else None
     result = np.empty((2, math.prod(extent)))
-    task.krige(task.built.get(task.build), (first, extent), mask, at_targets, result[0], result[1], None)
+    kriging = task.built.get(task.build)
+    _lazy.cancellable(lambda report: task.krige(kriging, (first, extent), mask, at_targets, result[0], result[1], report))
     return np.asarray(result.reshape(2, *extent)[(slice(None), *flips)])
 
 

@@ -2,8 +2,10 @@
 
 import hashlib
 import pickle
+import sys
 import threading
 from collections.abc import Callable
+from concurrent.futures import CancelledError
 from typing import Any, Generic, TypeVar
 
 from ._errors import ArgumentError
@@ -51,6 +53,44 @@ class Once(Generic[_Made]):
 
     def __reduce__(self) -> tuple[Any, ...]:
         return Once, ()
+
+
+def cancellable(call: Callable[[Callable[[float], object] | None], _Made]) -> _Made:
+    """What call(progress) gives. In a worker of a cluster progress ends it as soon as its task is cancelled."""
+    cancelled = _cancelled_task()
+    if cancelled is None:
+        return call(None)
+
+    def stop(_: float) -> None:
+        if cancelled():
+            raise CancelledError("the task is cancelled")
+
+    while True:
+        try:
+            return call(stop)
+        except CancelledError:
+            # Unless it has been asked for again.
+            if cancelled():
+                raise
+
+
+def _cancelled_task() -> Callable[[], bool] | None:
+    """Whether the task at hand is cancelled; None where there is no worker of a cluster."""
+    if "distributed" not in sys.modules:
+        return None
+    from distributed import get_worker
+
+    try:
+        worker = get_worker()
+        key = worker.get_current_task()
+    except (KeyError, ValueError):
+        return None
+
+    def cancelled() -> bool:
+        task = worker.state.tasks.get(key)
+        return task is None or task.state == "cancelled"
+
+    return cancelled
 
 
 def token(*parts: Any) -> str:

@@ -1,5 +1,6 @@
 """Realizations, and categories."""
 
+import math
 from collections.abc import Callable, Mapping
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, Literal
@@ -23,6 +24,8 @@ if TYPE_CHECKING:
 # Passes of the Gibbs sampler over cells with bounds.
 PASSES = 20
 MAX_CATEGORIES = 100
+# Values that are transformed at a time.
+_BLOCK = 1 << 18
 
 
 def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray", *, n: int = 1, first: int = 0, seed: int = 1,
@@ -112,7 +115,7 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
     radii = _radii(radius, target.dimension)
     threads = _threads(threads, chunks)
     taken = target.mask(mask)
-    _memory.require(size * target.count * (kind.itemsize if transform is None else 8) + 24 * target.count, f"a result of {size:,} x {target.count:,} values",
+    _memory.require(simulation_bytes(target, [model], radii, size, kind, transform is not None), f"a result of {size:,} x {target.count:,} values",
                     "Ask for fewer realizations at a time (first=, chunks=), or dtype='float32'.")
     nodes, values, moved = _on_nodes(points, target, duplicates)
     honoured = values
@@ -167,7 +170,7 @@ def krige_categories(points: Points, model: CovModel | Mapping[Any, CovModel], g
     >>> chance.category.values.tolist(), float(chance.sel(category="sand", x=2.5, y=2.5).round(3))
     (['clay', 'sand'], 1.0)
     """
-    labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, threads, 8)
+    labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, threads)
     result = np.empty((len(labels), task.target.count))
     with _progress.shown(progress, "indicator kriging") as report:
         _warn_of_systems(*task.run().krige_categories(task.proportions, result, report))
@@ -204,7 +207,7 @@ def simulate_categories(points: Points | None, model: CovModel | Mapping[Any, Co
     (['sand', 'clay'], (2, 20, 30))
     """
     _target, count, size = _begin(points, next(iter(model.values()), None) if isinstance(model, Mapping) else model, grid, n, first, seed, chunks)
-    labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, _threads(threads, chunks), 2 * size, seed)
+    labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, _threads(threads, chunks), size, seed)
     return _realizations(task, first, count, chunks, progress, {
         "long_name": points.name if points is not None else "category", "method": "sequential indicator simulation", "categories": labels,
         "seed": str(seed), "kestrum": _core.version})
@@ -250,15 +253,46 @@ class _Task:
             counts = self.run().simulate(self.seed, first, PASSES, rows, report)
         if self.transform is not None:
             for row in rows:
-                informed = ~np.isnan(row)
-                row[informed] = self.transform.inverse(row[informed])
-                row[self.nodes] = np.where(informed[self.nodes], self.honoured, np.nan)
+                honoured = np.where(np.isnan(row[self.nodes]), np.nan, self.honoured)
+                for begin in range(0, len(row), _BLOCK):
+                    part = row[begin:begin + _BLOCK]
+                    informed = ~np.isnan(part)
+                    part[informed] = self.transform.inverse(part[informed])
+                row[self.nodes] = honoured
             rows = rows.astype(self.kind, copy=False)
         return _layers(self.target, rows), counts
 
 
 def _draw(task: _Task, first: int, count: int) -> NDArray[Any]:
-    return task.draw(first, count)[0]
+    return _lazy.cancellable(lambda report: task.draw(first, count, report))[0]
+
+
+def simulation_bytes(target: Target, models: list[CovModel], radii: tuple[float, float, float] | None, n: int, kind: Any,
+                     transformed: bool = False) -> int:
+    """What n realizations take in memory, result and all."""
+    work = 13  # path, states and ranks of the cells, and what is seen of them
+    rounded = n * kind.itemsize if kind != np.float64 else 0
+    if transformed:
+        cell = 8 * n + max(work, rounded)
+    else:
+        cell = work + (rounded + 8 if rounded else 8 * n)
+    return target.count * cell + sum(_neighborhood_bytes(target, model, radii) for model in {id(model): model for model in models}.values())
+
+
+def _neighborhood_bytes(target: Target, model: CovModel, radii: tuple[float, float, float] | None) -> int:
+    """The list of the neighbours of a cell, and the table of the covariances between them."""
+    assert target.numbers is not None
+    dimension = target.dimension
+    cells, sizes = np.array(target.numbers[:dimension]), np.array(target.numbers[3:3 + dimension])
+    ranges = [[np.max(r) for r in s.range] for s in model.structures if s.range]
+    along, across, *vertical = np.max(ranges, axis=0) if ranges else (0.0, 0.0, 0.0)
+    reach = np.array(((across, along, *vertical) if radii is None else radii)[:dimension], float)
+    volume = (math.pi / 4 if dimension == 2 else math.pi / 6) * float(np.prod(2.0 * reach / sizes + 1.0))
+    turned = np.any(model.azimuth) or np.any(model.dip) or np.any(model.plunge)
+    widths = np.minimum((reach.max() if turned else reach) // sizes, cells - 1)
+    differences = float(np.prod(2.0 * np.minimum(2.0 * widths, cells - 1) + 1.0)) / 2.0
+    table = 0.0 if model._local() or differences > 2**18 + 3 * target.count else 8.0 * differences
+    return int(60.0 * min(volume, float(np.prod(2.0 * widths + 1.0))) + table)
 
 
 def _threads(threads: Any, chunks: Any) -> int:
@@ -390,7 +424,7 @@ def _bounds(bounds: Any, target: Target, nodes: NDArray[np.int32], transform: An
 
 
 def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, radius: Any, proportions: Any, ordinary: Any, mask: Any,
-                threads: Any, bytes_per_cell: int, seed: int = 0) -> tuple[list[Any], _Task]:
+                threads: Any, n: int = 0, seed: int = 0) -> tuple[list[Any], _Task]:
     if points is not None and not isinstance(points, Points):
         _door.wrong_type("points", points, "Points")
     target = Target(grid, places_too=False, name="grid")
@@ -420,13 +454,14 @@ def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, ra
         if not isinstance(one, CovModel):
             _door.wrong_type("model", one, "a CovModel, or {label: CovModel}")
     taken = target.mask(mask)
-    _memory.require(target.count * (bytes_per_cell * (len(labels) if bytes_per_cell == 8 else 1) + 24),
-                    f"a result on {target.count:,} cells", "Take larger cells, or fewer realizations at a time.")
+    kind = np.dtype(np.int16 if n else np.float64)
+    _memory.require(simulation_bytes(target, models, radii, n or len(labels), kind), f"a result on {target.count:,} cells",
+                    "Take larger cells, or fewer realizations at a time.")
     nodes, values, _ = _on_nodes(points, target, "last")
     code = {label: number for number, label in enumerate(labels)}
     codes = np.array([code[value] for value in values.tolist()], np.float64)
     chances = _proportions(proportions, labels, codes, target, taken)
-    return labels, _Task(target, models, bool(ordinary), neighbors, radii, nodes, codes, taken, None, 0.0, threads, seed, np.dtype(np.int16),
+    return labels, _Task(target, models, bool(ordinary), neighbors, radii, nodes, codes, taken, None, 0.0, threads, seed, kind,
                          proportions=chances)
 
 

@@ -1,6 +1,12 @@
 """Lazy results: the same bytes as one call, for any tiles, schedulers and processes."""
 
+import os
+import re
+import signal
+import time
 import warnings
+from contextlib import contextmanager
+from pathlib import Path
 
 import dask
 import dask.array as da
@@ -103,10 +109,91 @@ def test_realizations_in_chunks(size, scheduler):
     xr.testing.assert_identical(ks.simulate_categories(chunks=size, **given).compute(scheduler=scheduler), ks.simulate_categories(**given))
 
 
-def test_other_processes_give_the_same_bytes():
+@contextmanager
+def cluster(workers):
     distributed = pytest.importorskip("distributed")
     with (dask.config.set({"distributed.worker.daemon": False}),
-          distributed.LocalCluster(n_workers=2, threads_per_worker=1, host="127.0.0.1", dashboard_address=None) as cluster, distributed.Client(cluster)):
+          distributed.LocalCluster(n_workers=workers, threads_per_worker=1, host="127.0.0.1", dashboard_address=None) as made, distributed.Client(made) as client):
+        yield client
+
+
+def counted(block, file, most):
+    """A block, with a line in a file for each time that it is asked for; some time nothing goes on."""
+    with open(file, "a") as stream:
+        stream.write("block\n")
+    if lines(file) > most:
+        raise OSError("interrupted")
+    time.sleep(0.05)
+    return block
+
+
+def lines(file):
+    return len(file.read_text().splitlines()) if file.exists() else 0
+
+
+def counting_mask(file, most=1000):
+    return da.ones((120, 100), bool, chunks=(10, 20)).map_blocks(counted, file, most, dtype=bool, meta=np.empty((0, 0), bool))
+
+
+TILED = {"points": POINTS, "model": MODEL, "where": ks.Grid(100, 120, dx=2.0, dy=1.5), "neighbors": 8}
+
+
+def wait_for(happened, seconds=60.0):
+    end = time.monotonic() + seconds
+    while not happened():
+        assert time.monotonic() < end
+        time.sleep(0.02)
+
+
+def test_other_processes_of_a_killed_worker(tmp_path):
+    pytest.importorskip("zarr")
+    asked = tmp_path / "asked"
+    with cluster(2) as client:
+        written = ks.krige(mask=counting_mask(asked), chunks={"y": 10, "x": 20}, **TILED).to_zarr(tmp_path / "map.zarr", compute=False)
+        future = client.compute(written)
+        wait_for(lambda: lines(asked) > 10)
+        os.kill(next(iter(client.run(os.getpid).values())), signal.SIGKILL)
+        future.result()
+    xr.testing.assert_identical(xr.open_zarr(tmp_path / "map.zarr").load(), ks.krige(**TILED))
+    # A worker has a few tiles at hand, and those that are written are not made again.
+    assert 60 <= lines(asked) <= 60 + 15
+
+
+def test_an_interrupted_write_is_resumed(tmp_path):
+    pytest.importorskip("zarr")
+    guide = (Path(__file__).parents[2] / "docs/guide/large.md").read_text()
+    recipe = {}
+    exec("import numpy as np\n" + re.search(r"```python\n(import os.*?def write.*?)\n\n\n", guide, re.DOTALL)[1], recipe)
+    path, asked = str(tmp_path / "map.zarr"), tmp_path / "asked"
+    with pytest.raises(OSError, match="interrupted"), dask.config.set(scheduler="threads", num_workers=2):
+        recipe["write"](ks.krige(mask=counting_mask(asked, 25), chunks={"y": 10, "x": 20}, **TILED), path)
+    first = lines(asked)
+    assert 25 < first < 30
+    recipe["write"](ks.krige(mask=counting_mask(asked), chunks={"y": 10, "x": 20}, **TILED), path)
+    # Some tiles were at hand when the first write was interrupted.
+    assert 60 <= lines(asked) <= 60 + 6
+    xr.testing.assert_identical(xr.open_zarr(path).load(), ks.krige(**TILED))
+    recipe["write"](ks.krige(mask=counting_mask(asked, 0), chunks={"y": 10, "x": 20}, **TILED), path)  # nothing is left
+
+
+def test_other_processes_that_are_cancelled():
+    grid = ks.Grid(20_000, 20_000, dx=0.01, dy=0.009)
+    calls = (ks.krige(POINTS, MODEL, grid, neighbors=50, chunks={"y": 10_000}).estimate,
+             ks.simulate(POINTS, MODEL, ks.Grid(4000, 4000, dx=0.05, dy=0.04), neighbors=60, chunks=1))
+    with cluster(1) as client:
+        def busy():
+            return sum(client.run(lambda dask_worker: len(dask_worker.active_threads)).values())
+
+        for lazy in calls:
+            future = client.compute(lazy)
+            wait_for(lambda: busy() == 1)
+            time.sleep(0.5)
+            future.cancel()
+            wait_for(lambda: busy() == 0, 20.0)  # the call would take minutes
+
+
+def test_other_processes_give_the_same_bytes():
+    with cluster(2):
         for options in (KINDS["template"], KINDS["local"]):
             options = {"points": POINTS, "model": MODEL, "where": PLANE, **options}
             xr.testing.assert_identical(ks.krige(chunks={"y": 5, "x": 9}, **options).compute(), ks.krige(**options))
