@@ -6,7 +6,7 @@ from typing import TYPE_CHECKING, Any, Literal
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door
+from . import _core, _door, _image_blocks
 from ._errors import ArgumentError, ArgumentTypeError, DataError
 
 if TYPE_CHECKING:
@@ -26,7 +26,8 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
     mask : array_like
         Two or three axes, of numbers: a node belongs to a body if it is true or not 0. NaN is not true. Arrays of bool,
         integers of 8 or 32 bits, float32 and float64 are read in place if they are contiguous in C order, others are
-        copied.
+        copied. A Dask array may be larger than memory: it is read once for the number of bodies, and lazily for the labels,
+        which are the same for any blocks.
     connectivity : 4, 8, 6, 18 or 26, optional
         How many neighbours a node has: 4 (by default) or 8 in two dimensions, 6 (by default), 18 or 26 in three.
     threads : int, optional
@@ -55,6 +56,9 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
     >>> ks.label([[1, 0, 1], [0, 1, 1]], 8)[1]
     1
     """
+    if _image_blocks.lazy(mask):
+        labels, count = _image_blocks.label("mask", mask, connectivity, threads)
+        return _like(mask, labels, "label"), count
     image = _image("mask", mask)
     neighbors = _neighbors(connectivity, image.ndim)
     nthreads = _door.threads(threads)
@@ -208,7 +212,7 @@ def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None
     Parameters
     ----------
     mask : array_like
-        As that of `label`; Fortran order is read in place as well. NaN comes out false.
+        As that of `label`; Fortran order is read in place as well. NaN comes out false. A Dask array gives a lazy one.
     element : int or array_like
         The side of a square or cube, or an array of the mask's dimension, true at its nodes. Sides are odd, and the
         centre, about which the element lies, is true.
@@ -232,6 +236,9 @@ def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None
     array([[0, 0, 1, 1],
            [0, 0, 1, 1]])
     """
+    if _image_blocks.lazy(mask):
+        lazily: NDArray[np.bool_] = _like(mask, _image_blocks.around("mask", mask, _reach(element, mask), dilate, np.bool_, element, threads), "dilate")
+        return lazily
     result: NDArray[np.bool_] = _like(mask, _changed(mask, element, True, threads), "dilate")
     return result
 
@@ -260,6 +267,9 @@ def erode(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None 
     array([[1, 1, 0, 0],
            [1, 1, 0, 0]])
     """
+    if _image_blocks.lazy(mask):
+        lazily: NDArray[np.bool_] = _like(mask, _image_blocks.around("mask", mask, _reach(element, mask), erode, np.bool_, element, threads), "erode")
+        return lazily
     result: NDArray[np.bool_] = _like(mask, _changed(mask, element, False, threads), "erode")
     return result
 
@@ -271,7 +281,7 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
     ----------
     image : array_like
         Two or three axes, of numbers; NaN is missing. Arrays of bool, uint8, int32, float32 and float64 are read in place
-        if they are contiguous in C or Fortran order, others are copied.
+        if they are contiguous in C or Fortran order, others are copied. A Dask array gives a lazy one.
     size : int or sequence of int
         The sides of the box in nodes, for all axes or for each, in their order. They are odd.
     threads : int, optional
@@ -297,7 +307,8 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
            [       nan, 3.77777778, 3.66666667,        nan],
            [       nan,        nan,        nan,        nan]])
     """
-    values = _image("image", image)
+    lazy = _image_blocks.lazy(image)
+    values: Any = image if lazy else _image("image", image)
     if np.ndim(size) == 0:
         sides = [_door.whole("size", size, 1)] * values.ndim
     elif np.shape(size) == (values.ndim,):
@@ -306,6 +317,9 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
         raise ArgumentError(f"size is {_door.show(size)}, but must be one number, or {values.ndim}: one for each axis of the image.")
     if any(side % 2 == 0 for side in sides):
         raise ArgumentError(f"size is {_door.show(size)}. Sides must be odd, so that the box has a centre.")
+    if lazy:
+        lazily: NDArray[np.float64] = _like(image, _image_blocks.around("image", image, [side // 2 for side in sides], box_mean, np.float64, sides, threads), "box_mean")
+        return lazily
     nthreads = _door.threads(threads)
     flipped = _flipped(values)
     typed = values.T if flipped else values
@@ -338,6 +352,12 @@ def _changed(mask: ArrayLike, element: Any, dilating: bool, threads: int | None)
     return result.T if flipped else result
 
 
+def _reach(element: Any, mask: Any) -> list[int]:
+    """How far an element goes along each axis."""
+    offsets = _offsets(element, mask.shape)
+    return [max((int(abs(rows[axis]).max(initial=0)) for rows in offsets), default=0) for axis in range(mask.ndim)]
+
+
 def _offsets(element: Any, shape: tuple[int, ...]) -> list[NDArray[np.intp]]:
     """Offsets along the axes, without 0. A box is a list of lines."""
     if np.ndim(element) == 0:
@@ -368,13 +388,18 @@ def _offsets(element: Any, shape: tuple[int, ...]) -> list[NDArray[np.intp]]:
 def _image(name: str, value: Any) -> NDArray[Any]:
     """An array of numbers of two or three axes, not copied."""
     image = _door.array(name, value)
+    _require_image(name, image)
+    if image.size >= 2**31:
+        raise DataError(f"{name} has {image.size:,} nodes, but may have at most {2**31 - 1:,}. Take a part of it, or a Dask array.")
+    return image
+
+
+def _require_image(name: str, image: Any) -> None:
+    """Refuses what has no numbers, or other than two or three axes."""
     if image.dtype.kind not in "biuf":
         raise ArgumentTypeError(f"{name} must be an array of numbers or of True and False, but is of type {image.dtype}. Convert it by astype.")
     if image.ndim not in (2, 3):
         raise DataError(f"{name} has {image.ndim} ax{'i' if image.ndim == 1 else 'e'}s, but must have 2 or 3.")
-    if image.size >= 2**31:
-        raise DataError(f"{name} has {image.size:,} nodes, but may have at most {2**31 - 1:,}. Take a part of it.")
-    return image
 
 
 def _neighbors(connectivity: Any, dimension: int) -> int:

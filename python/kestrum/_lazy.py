@@ -57,9 +57,9 @@ class Once(Generic[_Made]):
 
 def cancellable(call: Callable[[Callable[[float], object] | None], _Made]) -> _Made:
     """What call(progress) gives. In a worker of a cluster progress ends it as soon as its task is cancelled."""
-    cancelled = _cancelled_task()
-    if cancelled is None:
+    if (asked := _cancelled_task()) is None:
         return call(None)
+    cancelled: Callable[[], bool] = asked
 
     def stop(_: float) -> None:
         if cancelled():

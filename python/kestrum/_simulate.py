@@ -276,7 +276,7 @@ def simulation_bytes(target: Target, models: list[CovModel], radii: tuple[float,
         cell = 8 * n + max(work, rounded)
     else:
         cell = work + (rounded + 8 if rounded else 8 * n)
-    return target.count * cell + sum(_neighborhood_bytes(target, model, radii) for model in {id(model): model for model in models}.values())
+    return int(target.count * cell + sum(_neighborhood_bytes(target, model, radii) for model in {id(model): model for model in models}.values()))
 
 
 def _neighborhood_bytes(target: Target, model: CovModel, radii: tuple[float, float, float] | None) -> int:
