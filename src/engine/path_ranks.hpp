@@ -23,9 +23,9 @@ class PathRanks {
     const int nxyz = problem.grid.nxyz;
     const auto& [nodes, nnode, firstInequality, firstSimulated] = problem.path;
     if (const int status = rank_.Allocate(nxyz); status != 0) return status;
-    if (const int status = starts_.Allocate(std::max(problem.dealing().nscratch(), 1) + 1); status != 0) return status;
+    if (const int status = starts_.Allocate(std::max(problem.passes().nscratch(), 1) + 1); status != 0) return status;
     // Each thread is the first to touch some of the memory, which then lies near it.
-    problem.dealing().Blocks(nxyz, [&](std::ptrdiff_t from, std::ptrdiff_t to) noexcept {
+    problem.passes().Blocks(nxyz, [&](std::ptrdiff_t from, std::ptrdiff_t to) noexcept {
       std::fill(&rank_[from], &rank_[from] + (to - from), kNever);
     });
     const real* datum = problem.data.known;
@@ -41,7 +41,7 @@ class PathRanks {
   // Gives the nodes of a segment of the path their ranks.
   void Number(const Problem& problem, int begin, int end) noexcept {
     const int* const nodes = problem.path.nodes;
-    problem.dealing().Blocks(end - begin, [&](std::ptrdiff_t from, std::ptrdiff_t to) noexcept {
+    problem.passes().Blocks(end - begin, [&](std::ptrdiff_t from, std::ptrdiff_t to) noexcept {
       for (std::ptrdiff_t p = begin + from; p < begin + to; ++p) {
         rank_[nodes[p]] = AtPosition(static_cast<int>(p));
       }
@@ -53,7 +53,7 @@ class PathRanks {
     const int nblock = static_cast<int>(starts_.size()) - 1;
     const auto isMember = [=](int rank) noexcept { return rank >= AtPosition(begin) && rank < AtPosition(end); };
     const auto eachBlock = [&](const auto& visit) noexcept {
-      problem.dealing().EachThread([&](int thread, int team) noexcept {
+      problem.passes().EachThread([&](int thread, int team) noexcept {
         for (int b = thread; b < nblock; b += team) visit(b, BlockOf(problem.grid.nxyz, nblock, b));
       });
     };

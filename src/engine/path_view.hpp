@@ -1,6 +1,8 @@
 #ifndef KESTRUM_ENGINE_PATH_VIEW_HPP
 #define KESTRUM_ENGINE_PATH_VIEW_HPP
 
+#include <algorithm>
+
 #include "engine/system_solver.hpp"
 #include "neighborhood/node_bits.hpp"
 
@@ -17,17 +19,19 @@ class PathView {
   void Start(const NodeBits& before, int position) noexcept {
     seen_.Copy(before);
     next_ = position;
+    freshBegin_ = freshEnd_ = 0;
   }
   // Makes the chunk that begins at a position the one at hand.
   void MoveTo(const int* path, int begin) noexcept {
     for (; next_ < begin; ++next_) seen_.Set(path[next_]);
   }
-  // The nodes of a stretch of the path that may have no values yet, as far as this thread knows.
+  // Marks the nodes of a stretch of the path that may have no values yet, as far as this thread knows, and no others.
+  // Neither end moves back within a realization, so that each position is marked and cleared once, however far behind
+  // another thread is. An empty stretch ends the realization.
   void MarkFresh(const int* path, int begin, int end) noexcept {
-    for (int p = begin; p < end; ++p) fresh_.Set(path[p]);
-  }
-  void ClearFresh(const int* path, int begin, int end) noexcept {
-    for (int p = begin; p < end; ++p) fresh_.Clear(path[p]);
+    for (; freshBegin_ < std::min(begin, freshEnd_); ++freshBegin_) fresh_.Clear(path[freshBegin_]);
+    freshBegin_ = std::max(freshBegin_, begin);
+    for (freshEnd_ = std::max(freshEnd_, freshBegin_); freshEnd_ < end; ++freshEnd_) fresh_.Set(path[freshEnd_]);
   }
   bool IsFresh(int node) const noexcept { return fresh_[node] != 0; }
 
@@ -47,6 +51,8 @@ class PathView {
   NodeBits seen_;
   NodeBits fresh_;
   int next_ = 0;
+  int freshBegin_ = 0;
+  int freshEnd_ = 0;
 };
 
 }  // namespace kestrum

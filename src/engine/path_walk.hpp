@@ -64,6 +64,7 @@ class PathWalk {
         if (Stopped() || !DrawChunk(walk, static_cast<int>(begin), law, random, ranks, value)) return;
       }
       progress_.Advance(thread, count_);
+      views_[thread].MarkFresh(path_, count_, count_);
       ReportUpTo(walk, count_ - 1);
     });
     if (const int status = word_.load(); status != 0) return status;
@@ -137,8 +138,7 @@ class PathWalk {
     PathView& view = views_[walk.thread];
     view.MoveTo(problem_.path.nodes, problem_.path.firstSimulated + begin);
     law.Solve(walk.thread, nodes, n, view);
-    const int done = progress_.DoneBefore(walk.thread, begin, walk.team);
-    view.MarkFresh(path_, done, begin);
+    view.MarkFresh(path_, progress_.DoneBefore(walk.thread, begin, walk.team), begin);
     const auto fetchValues = [&](int i) noexcept {
       law.ForEachNeighbor(walk.thread, i, nodes[i],
                           [&](int neighbor) noexcept { __builtin_prefetch(&value[neighbor]); });
@@ -152,7 +152,6 @@ class PathWalk {
       if (threaded_) Stop(status);
       progress_.Advance(walk.thread, begin + i + 1);
     }
-    view.ClearFresh(path_, done, begin);
     return true;
   }
 

@@ -61,8 +61,7 @@ class Realizations {
  private:
   // Known nodes take their values, all others none.
   void Reset() noexcept {
-    const Dealing dealing = problem_.dealing();
-    dealing.Blocks(problem_.grid.nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    problem_.passes().Blocks(problem_.grid.nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       std::fill(value_ + begin, value_ + end, real{VORL_MISSING_VALUE});
     });
     for (std::size_t k = 0; k < known_.size(); ++k) value_[known_[k]] = problem_.data.known[k];

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/problem.hpp"
 #include "support/allocation_failure.hpp"
 #include "support/run_builder.hpp"
 #include "support/text_stream.hpp"
@@ -280,6 +281,27 @@ TEST_F(RunDriver, EveryAllocationMayFail) {
         });
       }
     }
+  }
+}
+
+// A grid so large that threads share the passes over its nodes, with data on it and a mask: the same values.
+TEST_F(RunDriver, ThreadsShareALargeGrid) {
+  const VORL_GRID grid = MakeGrid(411, 333, 1);
+  ASSERT_GE(grid.nxyz, kestrum::Problem::kWorthATeam);
+  std::vector<std::vector<real>> results;
+  for (const int nthreads : {0, 1, 3}) {
+    RunRecords records(grid, kModel, {{0, 0, 0, 1.0}, {200, 100, 0, 4.0}, {410, 332, 0, 2.0}});
+    records.input.computationMode = KESTRUM_SIM_SK;
+    records.input.nneighborMax = 3;
+    records.input.nrealization = 2;
+    std::vector<real> mask(grid.nxyz, 1.0);
+    for (int i = 1; i < grid.nxyz; i += 7) mask[i] = 0.0;
+    records.input.maskImageFlag = TRUE;
+    records.input.maskImage = NewImage(grid, mask);
+    ASSERT_EQ(records.Run(nthreads), 0);
+    const VORL_IMAGE& image = *records.output.outputImage;
+    results.emplace_back(image.var, image.var + 2 * grid.nxyz);
+    EXPECT_TRUE(results.back() == results[0]) << nthreads;
   }
 }
 
