@@ -163,6 +163,13 @@ def arrays(n, sigma):
                     lambda: other(below, structure), target, lambda: tool(below, element, threads=2), 1 if element is ball else REPETITIONS)
 
 
+def label_picture(n):
+    picture = (noise((n, n), 4.0) <= 0.0).astype(np.uint8)
+    assert ks.label(picture)[1] == ndimage.label(picture)[1]
+    compare(f"ks.label, 4 neighbours, {n}^2 uint8", picture.size, lambda: ks.label(picture, threads=1), lambda: ndimage.label(picture), 4.0,
+            lambda: ks.label(picture, threads=2))
+
+
 def distance_of_array(n, sigma):
     """The package on NumPy arrays; a signed map against a plain one."""
     features = noise((n, n, n), sigma) <= 0.0
@@ -477,6 +484,7 @@ def main():
         distance_of_array(256, sigma)
         distance(256, sigma)
         morphology(256, sigma)
+    label_picture(4096)
     mean_of_array(128)
     box_mean(128)
     euler(2000)

@@ -16,20 +16,17 @@ namespace {
 template <typename T>
 py::tuple Label(const Array<T>& values, int neighbors, int nthreads) {
   const VORL_GRID grid = GridOfShape(values);
-  Array<int> labels(py::array::ShapeContainer(values.shape(), values.shape() + values.ndim()));
+  Array<int> labels = ArrayLike<int>(values);
   int* const out = labels.mutable_data();
   int count = 0;
-  int status = 0;
-  {
-    const py::gil_scoped_release released;
+  RunOnArray(values, [&](const Progress& progress) {
+    const Dealing dealing = Dealing::Threads(nthreads);
     GeobodyFinder finder;
-    status = finder.Allocate(grid);
-    if (status == 0) {
-      finder.Mark(values.data(), TrueValues{}, Dealing::Threads(nthreads));
-      count = finder.LabelMarked(ConnectivityOf(neighbors), out);
-    }
-  }
-  RaiseFor(status);
+    if (const int status = finder.AllocateBits(grid); status != 0) return status;
+    finder.Mark(values.data(), TrueValues{}, dealing);
+    count = finder.LabelInPlace(ConnectivityOf(neighbors), out, dealing, progress);
+    return progress.After(0);
+  });
   return py::make_tuple(labels, count);
 }
 

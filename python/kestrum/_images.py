@@ -43,8 +43,9 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
     Notes
     -----
     Runs of nodes are joined in a table of links by the algorithm of Rem (Patwary, Blair and Manne, Experiments on
-    union-find algorithms for the disjoint-set data structure, 2010). Work memory is a quarter byte a node in rows
-    of 64 nodes or more, and up to 2 bytes a node more in a mask of many short runs.
+    union-find algorithms for the disjoint-set data structure, 2010), which lies in the result meanwhile. Work memory is a
+    quarter byte a node in rows of 64 nodes or more, and 16 bytes a row in shorter ones. Threads do slabs, whose borders
+    are joined afterwards.
 
     Examples
     --------

@@ -60,19 +60,23 @@ std::uint64_t FirstPlaces(std::uint64_t places, std::uint64_t starts) noexcept {
 
 }  // namespace
 
-int GeobodyFinder::Allocate(const VORL_GRID& grid) noexcept {
-  int status = NodeBits::Allocate(grid);
-  if (status != 0) return status;
+int GeobodyFinder::AllocateBits(const VORL_GRID& grid) noexcept {
+  if (const int status = NodeBits::Allocate(grid); status != 0) return status;
   runsPerBundle_ = nx_ / 2 + nx_ % 2;
-  status = starts_.Allocate(nrow() * static_cast<std::size_t>(wordsPerRow_));
-  if (status == 0) status = link_.Allocate(nrow() * static_cast<std::size_t>(runsPerBundle_));
+  return starts_.Allocate(nrow() * static_cast<std::size_t>(wordsPerRow_));
+}
+
+int GeobodyFinder::Allocate(const VORL_GRID& grid) noexcept {
+  int status = AllocateBits(grid);
+  if (status == 0) status = links_.Allocate(nrow() * static_cast<std::size_t>(runsPerBundle_));
+  link_ = links_.data();
   return status;
 }
 
 // Makes each run of a bundle a geobody of its own.
 void GeobodyFinder::FindRuns(int bundleY, int bundleZ) noexcept {
-  const int bundle = bundleZ * bundlesPerLayer_ + bundleY;
-  std::uint64_t* starts = starts_.data() + std::ptrdiff_t{bundle} * wordsPerRow_;
+  const int firstRun = FirstRun(bundleY, bundleZ);
+  std::uint64_t* starts = starts_.data() + (std::ptrdiff_t{bundleZ} * bundlesPerLayer_ + bundleY) * wordsPerRow_;
   for (int word = 0; word < wordsPerRow_; ++word) {
     const int x = word * kMarkBlock;
     Bits all = {0, 0};
@@ -84,7 +88,7 @@ void GeobodyFinder::FindRuns(int bundleY, int bundleZ) noexcept {
     }
     *starts = all.here & ~all.before;
     for (std::uint64_t rest = *starts++; rest != 0; rest &= rest - 1) {
-      const int run = bundle * runsPerBundle_ + (x + std::countr_zero(rest)) / 2;
+      const int run = firstRun + ((x + std::countr_zero(rest)) >> runShift_);
       link_[run] = run;
     }
   }
@@ -92,7 +96,7 @@ void GeobodyFinder::FindRuns(int bundleY, int bundleZ) noexcept {
 
 // Joins the geobodies of two runs. The paths to both roots are shortened on the way.
 [[gnu::always_inline]] inline void GeobodyFinder::Join(int a, int b) noexcept {
-  int* const link = link_.data();
+  int* const link = link_;
   while (link[a] != link[b]) {
     if (link[a] < link[b]) std::swap(a, b);
     const int next = link[a];
@@ -142,38 +146,61 @@ void GeobodyFinder::JoinBundles(int bundleY, int bundleZ) noexcept {
   }
 }
 
-template <Connectivity connectivity>
-void GeobodyFinder::JoinBundlesOf() noexcept {
+void GeobodyFinder::SetConnectivity(Connectivity connectivity) noexcept {
   bundleY_ = BundleY(connectivity);
   bundleZ_ = BundleZ(connectivity);
   bundlesPerLayer_ = (ny_ - 1) / bundleY_ + 1;
-  for (int z = 0; z * bundleZ_ < nz_; ++z) {
-    for (int y = 0; y < bundlesPerLayer_; ++y) {
-      FindRuns(y, z);
-      if (y > 0) JoinBundles<connectivity, -1, 0>(y, z);
-      if (z == 0) continue;
-      JoinBundles<connectivity, 0, -1>(y, z);
-      if (connectivity == Connectivity::k6) continue;
-      if (y > 0) JoinBundles<connectivity, -1, -1>(y, z);
-      if (y + 1 < bundlesPerLayer_) JoinBundles<connectivity, 1, -1>(y, z);
+}
+
+template <Connectivity connectivity>
+void GeobodyFinder::JoinToBundlesBefore(int y, int z, int border, bool across) noexcept {
+  const auto wanted = [&](int dy, int dz) { return ((z + dz) * bundlesPerLayer_ + y + dy < border) == across; };
+  if (y > 0 && wanted(-1, 0)) JoinBundles<connectivity, -1, 0>(y, z);
+  if (z == 0) return;
+  if (wanted(0, -1)) JoinBundles<connectivity, 0, -1>(y, z);
+  if (connectivity == Connectivity::k6) return;
+  if (y > 0 && wanted(-1, -1)) JoinBundles<connectivity, -1, -1>(y, z);
+  if (y + 1 < bundlesPerLayer_ && wanted(1, -1)) JoinBundles<connectivity, 1, -1>(y, z);
+}
+
+// Joins the bundles of a slab to each other, or to the slab before.
+template <Connectivity connectivity>
+void GeobodyFinder::JoinSlab(const Slab& slab, bool across) noexcept {
+  const int border = slab.beginZ * bundlesPerLayer_ + slab.beginY;
+  const int endZ = across ? std::min(slab.beginZ + 1, slab.endZ) : slab.endZ;
+  for (int z = slab.beginZ; z < endZ; ++z) {
+    for (int y = slab.beginY; y < slab.endY; ++y) {
+      if (Stopped()) return;
+      if (!across) FindRuns(y, z);
+      JoinToBundlesBefore<connectivity>(y, z, border, across);
     }
   }
 }
 
-void GeobodyFinder::JoinAll(Connectivity connectivity) noexcept {
+void GeobodyFinder::Join(Connectivity connectivity, const Slab& slab, bool across) noexcept {
   switch (connectivity) {
     case Connectivity::k6:
-      return JoinBundlesOf<Connectivity::k6>();
+      return JoinSlab<Connectivity::k6>(slab, across);
     case Connectivity::k18:
-      return JoinBundlesOf<Connectivity::k18>();
+      return JoinSlab<Connectivity::k18>(slab, across);
     case Connectivity::k26:
-      return JoinBundlesOf<Connectivity::k26>();
+      return JoinSlab<Connectivity::k26>(slab, across);
   }
+}
+
+GeobodyFinder::Slab GeobodyFinder::SlabOf(std::ptrdiff_t nslab, std::ptrdiff_t i) const noexcept {
+  const int nlayer = (nz_ - 1) / bundleZ_ + 1;
+  const ItemBlock block = BlockOf(nz_ == 1 ? bundlesPerLayer_ : nlayer, nslab, i);
+  const int begin = static_cast<int>(block.begin);
+  const int end = static_cast<int>(block.end);
+  Slab slab = nz_ == 1 ? Slab{begin, end, 0, 1, 0, 0, 0} : Slab{0, bundlesPerLayer_, begin, end, 0, 0, 0};
+  slab.firstRun = begin < end ? FirstRun(slab.beginY, slab.beginZ) : 0;
+  return slab;
 }
 
 // Called for the pieces in node order: the first one of a geobody numbers it, wherever its root is.
 [[gnu::always_inline]] inline int GeobodyFinder::LabelOf(int run, int* ngeobody) noexcept {
-  int* const link = link_.data();
+  int* const link = link_;
   if (link[run] < 0) return -link[run];
   if (link[link[run]] < 0) return -(link[run] = link[link[run]]);  // so it is for most
   int root = run;
@@ -184,9 +211,10 @@ void GeobodyFinder::JoinAll(Connectivity connectivity) noexcept {
 }
 
 int GeobodyFinder::Connect(Connectivity connectivity) noexcept {
-  JoinAll(connectivity);
+  SetConnectivity(connectivity);
+  Join(connectivity, SlabOf(1, 0), false);
   int ngeobody = 0;
-  ForEachPiece([&](int run, int, int) { LabelOf(run, &ngeobody); });
+  ForEachPiece({0, nz_}, {0, ny_}, [&](int run, int, int) { LabelOf(run, &ngeobody); });
   return ngeobody;
 }
 
@@ -199,16 +227,184 @@ int GeobodyFinder::Label(const real* values, const IntervalSet& set, Connectivit
 
 template <typename T>
 int GeobodyFinder::LabelMarked(Connectivity connectivity, T* labels) noexcept {
-  JoinAll(connectivity);
+  SetConnectivity(connectivity);
+  Join(connectivity, SlabOf(1, 0), false);
   int ngeobody = 0;
   T* next = labels;
   T* const end = labels + nxyz_;
-  ForEachPiece([&](int run, int node, int length) {
+  ForEachPiece({0, nz_}, {0, ny_}, [&](int run, int node, int length) {
     FillRoughly(next, labels + node, end, T{0});
     next = labels + node + length;
     FillRoughly(labels + node, next, end, static_cast<T>(LabelOf(run, &ngeobody)));
   });
   std::fill(next, end, T{0});
+  return ngeobody;
+}
+
+// Calls body(run) in the order of the runs.
+template <typename Body>
+void GeobodyFinder::ForEachRunOf(const Slab& slab, const Body& body) const noexcept {
+  for (int z = slab.beginZ; z < slab.endZ; ++z) {
+    for (int y = slab.beginY; y < slab.endY; ++y) {
+      if (Stopped()) return;
+      const int firstRun = FirstRun(y, z);
+      const std::uint64_t* const starts = starts_.data() + (std::ptrdiff_t{z} * bundlesPerLayer_ + y) * wordsPerRow_;
+      for (int word = 0; word < wordsPerRow_; ++word) {
+        for (std::uint64_t rest = starts[word]; rest != 0; rest &= rest - 1) {
+          body(firstRun + ((word * kMarkBlock + std::countr_zero(rest)) >> runShift_));
+        }
+      }
+    }
+  }
+}
+
+// Gives each run of a slab the number of its geobody among those that begin there, in the order of their first nodes,
+// as LabelOf does; or a link to an earlier slab. A geobody that comes from there has its root, and its first node, there.
+void GeobodyFinder::NumberSlab(Slab& slab) noexcept {
+  int* const link = link_;
+  const int first = slab.firstRun;
+  int ngeobody = 0;
+  const auto number = [&](int run) {
+    if (link[run] < first && link[run] >= 0) return;
+    int root = run;
+    while (link[root] >= first && link[root] != root) root = link[root];
+    const int value = link[root] == root ? -++ngeobody : link[root];
+    while (link[run] >= first) run = std::exchange(link[run], value);
+  };
+  if (runShift_ == 0) {
+    ForEachRunOf(slab, number);
+  } else {
+    ForEachPiece({slab.beginZ * bundleZ_, std::min(slab.endZ * bundleZ_, nz_)},
+                 {slab.beginY * bundleY_, std::min(slab.endY * bundleY_, ny_)},
+                 [&](int run, int, int) { number(run); });
+  }
+  slab.ngeobody = ngeobody;
+}
+
+// Writes the labels where bundles are single rows: those of the runs of some words first, by labelOf(run), since the
+// filling of one may go past the first node of the next.
+template <typename NumberOf>
+void GeobodyFinder::WriteRows(const Slab& slab, const NumberOf& labelOf, int* labels) const noexcept {
+  constexpr int kWords = 16;
+  int ofRuns[kWords * kMarkBlock / 2 + 1] = {};
+  for (int z = slab.beginZ; z < slab.endZ; ++z) {
+    for (int y = slab.beginY; y < slab.endY; ++y) {
+      if (Stopped()) return;
+      const int row = (z * ny_ + y) * nx_;
+      const std::uint64_t* const starts = starts_.data() + (std::ptrdiff_t{z} * ny_ + y) * wordsPerRow_;
+      const std::uint64_t* const bits = Row(y, z);
+      int label = 0;
+      for (int first = 0; first < wordsPerRow_; first += kWords) {
+        const int endWord = std::min(first + kWords, wordsPerRow_);
+        int* known = ofRuns;
+        for (int word = first; word < endWord; ++word) {
+          for (std::uint64_t rest = starts[word]; rest != 0; rest &= rest - 1) {
+            *known++ = labelOf(row + word * kMarkBlock + std::countr_zero(rest));
+          }
+        }
+        known = ofRuns;
+        int* next = labels + row + first * kMarkBlock;
+        int* const end = labels + row + std::min(nx_, endWord * kMarkBlock);
+        for (int word = first; word < endWord; ++word) {
+          for (std::uint64_t nodes = bits[word]; nodes != 0;) {
+            const int begin = std::countr_zero(nodes);
+            const std::uint64_t after = nodes + (nodes & -nodes);  // the carry comes out after the piece
+            const int length = (after == 0 ? kMarkBlock : std::countr_zero(after)) - begin;
+            if ((starts[word] >> begin & 1) != 0) label = *known++;
+            int* const piece = labels + row + word * kMarkBlock + begin;
+            FillRoughly(next, piece, end, 0);
+            next = piece + length;
+            FillRoughly(piece, next, end, label);
+            nodes &= after;
+          }
+        }
+        FillRoughly(next, end, end, 0);
+      }
+    }
+  }
+}
+
+void GeobodyFinder::WriteSlab(const Slab& slab, int* labels) const noexcept {
+  if (runShift_ == 0)
+    return WriteRows(
+        slab, [&](int run) { return -link_[run]; }, labels);
+  const int beginZ = std::min(slab.beginZ * bundleZ_, nz_);
+  const int endZ = std::min(slab.endZ * bundleZ_, nz_);
+  const int beginY = std::min(slab.beginY * bundleY_, ny_);
+  const int endY = std::min(slab.endY * bundleY_, ny_);
+  int* next = labels + (beginZ * ny_ + beginY) * nx_;
+  int* const end = labels + ((endZ - 1) * ny_ + endY) * nx_;
+  int rowEnd = 0;
+  int lastRun = -1;
+  int label = 0;
+  ForEachPiece({beginZ, endZ}, {beginY, endY}, [&](int run, int node, int length) {
+    // Near the end of a row, the links of the runs that are left lie close by.
+    constexpr int kClose = 8;
+    // A link is there until the first piece of its run in the last row of a bundle is written.
+    if (run != lastRun || node >= rowEnd) label = -link_[run];
+    lastRun = run;
+    if (node >= rowEnd) rowEnd = (node / nx_ + 1) * nx_;
+    const int* const limit = labels + rowEnd - kClose;
+    FillRoughly(next, labels + node, limit, 0);
+    next = labels + node + length;
+    FillRoughly(labels + node, next, limit, label);
+  });
+  std::fill(next, end, 0);
+}
+
+int GeobodyFinder::LabelInPlace(Connectivity connectivity, int* labels, const Dealing& dealing,
+                                const Progress& progress) noexcept {
+  progress_ = &progress;
+  inPlace_ = true;
+  link_ = labels;
+  runShift_ = connectivity == Connectivity::k6 ? 0 : 1;
+  SetConnectivity(connectivity);
+  Slab slabs[Dealing::kMaxTeam];
+  int nslab = 0;
+  dealing.EachThread([&](int thread, int team) {
+    if (thread == 0) nslab = team;
+    slabs[thread] = SlabOf(team, thread);
+    Join(connectivity, slabs[thread], false);
+  });
+  for (int i = 1; i < nslab; ++i) Join(connectivity, slabs[i], true);
+  if (progress.Aborted()) return 0;
+  int ngeobody = 0;
+  if (nslab == 1 && runShift_ == 0) {
+    // A link leads to a run that has its label.
+    WriteRows(
+        slabs[0], [&](int run) { return labels[run] = labels[run] == run ? ++ngeobody : labels[labels[run]]; }, labels);
+    return ngeobody;
+  }
+  // The runtime may give another number of threads than before.
+  const auto eachSlab = [&](const auto& body) {
+    dealing.EachThread([&](int thread, int team) {
+      for (int i = thread; i < nslab; i += team) body(slabs[i]);
+    });
+  };
+  eachSlab([&](Slab& slab) { NumberSlab(slab); });
+  if (progress.Aborted()) return 0;  // or some runs may not have their numbers
+  for (int i = 0; i < nslab; ++i) {
+    slabs[i].before = ngeobody;
+    ngeobody += slabs[i].ngeobody;
+  }
+  if (nslab > 1) {
+    eachSlab([&](Slab& slab) {
+      ForEachRunOf(slab, [&](int run) {
+        if (link_[run] < 0) link_[run] -= slab.before;
+      });
+    });
+    eachSlab([&](Slab& slab) {
+      ForEachRunOf(slab, [&](int run) {
+        int value = link_[run];
+        if (value < 0) return;
+        // Other threads put labels in place of links that are read here.
+        while (value >= 0) value = std::atomic_ref<int>(link_[value]).load(std::memory_order_relaxed);
+        std::atomic_ref<int>(link_[run]).store(value, std::memory_order_relaxed);
+      });
+    });
+  }
+  if (progress.Aborted()) return 0;
+  eachSlab([&](Slab& slab) { WriteSlab(slab, labels); });
   return ngeobody;
 }
 

@@ -10,6 +10,8 @@
 #include "core/buffer.hpp"
 #include "core/image.h"
 #include "core/node_coordinates.hpp"
+#include "core/parallel.hpp"
+#include "core/progress.hpp"
 
 namespace kestrum {
 
@@ -39,6 +41,13 @@ class GeobodyFinder : public NodeBits {
   template <typename T>
   int LabelMarked(Connectivity connectivity, T* labels) noexcept;
 
+  // The same by threads, which join and number the runs of slabs and then those across them. The links lie in `labels`
+  // meanwhile: that of a run of a single row at its first node, where its label will be; those of larger bundles at the end
+  // of the last row, where a label is written after they have been read.
+  // AllocateBits comes before, instead of Allocate. Where progress is aborted, the labels are of no use.
+  [[nodiscard]] int AllocateBits(const VORL_GRID& grid) noexcept;
+  int LabelInPlace(Connectivity connectivity, int* labels, const Dealing& dealing, const Progress& progress) noexcept;
+
   // Marks and labels as VORLImageGeobody6 and its relatives do, with labels of int or real.
   template <typename T>
   int Label(const real* values, const IntervalSet& set, Connectivity connectivity, T* labels) noexcept;
@@ -47,7 +56,7 @@ class GeobodyFinder : public NodeBits {
   // being the first one of a piece.
   template <typename Body>
   void ForEachRun(const Body& body) const noexcept {
-    ForEachPiece([&](int run, int node, int length) { body(-link_[run], node, length); });
+    ForEachPiece({0, nz_}, {0, ny_}, [&](int run, int node, int length) { body(-link_[run], node, length); });
   }
 
  private:
@@ -55,29 +64,32 @@ class GeobodyFinder : public NodeBits {
   struct RunCursor {
     const std::uint64_t* word;  // the next one of the starts of runs
     int number;                 // of a run that would start at the first of the 64 nodes
+    int shift;                  // from the places of runs to their numbers
     int open = 0;               // the last run before them
     std::uint64_t starts = 0;
 
     void Advance() noexcept {
       open = RunAt(kMarkBlock - 1);
-      number += kMarkBlock / 2;
+      number += kMarkBlock >> shift;
       starts = *word++;
     }
     // The last run that starts at a node or before it.
     int RunAt(int place) const noexcept {
       const std::uint64_t till = starts << (kMarkBlock - 1 - place);
       // The lowest bit spares countl_zero a branch.
-      const int run = number + ((place - std::countl_zero(till | 1)) >> 1);
+      const int run = number + ((place - std::countl_zero(till | 1)) >> shift);
       return till == 0 ? open : run;
     }
   };
 
-  // Calls body(run, node, length) as ForEachRun its body.
+  // Calls body(run, node, length) as ForEachRun its body, for some layers and the rows of each.
   template <typename Body>
-  void ForEachPiece(const Body& body) const noexcept {
-    for (int iz = 0, row = 0; iz < nz_; ++iz) {
-      for (int iy = 0; iy < ny_; ++iy, ++row) {
+  void ForEachPiece(ItemBlock layers, ItemBlock rows, const Body& body) const noexcept {
+    for (int iz = static_cast<int>(layers.begin); iz < layers.end; ++iz) {
+      for (int iy = static_cast<int>(rows.begin); iy < rows.end; ++iy) {
+        if (Stopped()) return;
         RunCursor cursor = CursorOf(iy / bundleY_, iz / bundleZ_);
+        const int row = iz * ny_ + iy;
         for (int word = 0; word < wordsPerRow_; ++word) {
           const int x = word * kMarkBlock;
           cursor.Advance();
@@ -93,17 +105,45 @@ class GeobodyFinder : public NodeBits {
     }
   }
 
+  // Bundles that one thread does: layers of them, or rows in a single layer of nodes. Their nodes follow each other.
+  struct Slab {
+    int beginY, endY;
+    int beginZ, endZ;
+    int firstRun;
+    int ngeobody;  // that begin in it
+    int before;    // geobodies of the slabs before
+  };
+  Slab SlabOf(std::ptrdiff_t nslab, std::ptrdiff_t i) const noexcept;
+
+  // Where the runs of a bundle are numbered from.
+  int FirstRun(int bundleY, int bundleZ) const noexcept {
+    if (!inPlace_) return (bundleZ * bundlesPerLayer_ + bundleY) * runsPerBundle_;
+    const int lastY = std::min((bundleY + 1) * bundleY_, ny_) - 1;
+    const int lastZ = std::min((bundleZ + 1) * bundleZ_, nz_) - 1;
+    return (lastZ * ny_ + lastY) * nx_ + (runShift_ == 0 ? 0 : nx_ - runsPerBundle_);
+  }
   RunCursor CursorOf(int bundleY, int bundleZ) const noexcept {
     const int bundle = bundleZ * bundlesPerLayer_ + bundleY;
-    return {starts_.data() + std::ptrdiff_t{bundle} * wordsPerRow_, bundle * runsPerBundle_ - kMarkBlock / 2};
+    return {starts_.data() + std::ptrdiff_t{bundle} * wordsPerRow_,
+            FirstRun(bundleY, bundleZ) - (kMarkBlock >> runShift_), runShift_};
   }
   void FindRuns(int bundleY, int bundleZ) noexcept;
   void Join(int a, int b) noexcept;
   template <Connectivity connectivity, int dy, int dz>
   void JoinBundles(int bundleY, int bundleZ) noexcept;
+  void SetConnectivity(Connectivity connectivity) noexcept;
+  // Joins a bundle to those before it, but for those before or from `border` on.
   template <Connectivity connectivity>
-  void JoinBundlesOf() noexcept;
-  void JoinAll(Connectivity connectivity) noexcept;
+  void JoinToBundlesBefore(int bundleY, int bundleZ, int border, bool across) noexcept;
+  template <Connectivity connectivity>
+  void JoinSlab(const Slab& slab, bool across) noexcept;
+  void Join(Connectivity connectivity, const Slab& slab, bool across) noexcept;
+  template <typename Body>
+  void ForEachRunOf(const Slab& slab, const Body& body) const noexcept;
+  void NumberSlab(Slab& slab) noexcept;
+  template <typename NumberOf>
+  void WriteRows(const Slab& slab, const NumberOf& labelOf, int* labels) const noexcept;
+  void WriteSlab(const Slab& slab, int* labels) const noexcept;
   int LabelOf(int run, int* ngeobody) noexcept;
 
   int bundleY_ = 1;  // rows of a bundle along y
@@ -111,7 +151,13 @@ class GeobodyFinder : public NodeBits {
   int bundlesPerLayer_ = 0;
   int runsPerBundle_ = 0;         // at most: ix / 2 differs between the runs that start at ix
   Buffer<std::uint64_t> starts_;  // of runs; each bundle starts a word
-  Buffer<int> link_;              // an earlier run of the same geobody, or the run itself, or -label
+  Buffer<int> links_;
+  int* link_ = nullptr;  // an earlier run of the same geobody, or the run itself, or -label
+  bool Stopped() const noexcept { return progress_ != nullptr && progress_->Aborted(); }
+
+  const Progress* progress_ = nullptr;
+  bool inPlace_ = false;
+  int runShift_ = 1;  // 0 where a run is the number of its first node
 };
 
 // The largest number of geobodies that a grid holds.

@@ -1,5 +1,8 @@
 """Image analysis on arrays of any type and order, against SciPy and scikit-image."""
 
+import subprocess
+import sys
+
 import numpy as np
 import pytest
 import xarray as xr
@@ -83,6 +86,27 @@ def test_dilation_and_erosion(mask, data, threads):
     np.testing.assert_array_equal(grown, ndimage.binary_dilation(true, structure) & known)
     np.testing.assert_array_equal(left, ndimage.binary_erosion(true | ~known, structure, border_value=1) & known)
     assert grown.dtype == left.dtype == bool and grown.flags.f_contiguous >= values.flags.f_contiguous
+
+
+MEMORY = """
+import resource, numpy as np, kestrum as ks
+def peak():
+    return 1024 * resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
+values = np.random.default_rng(1).integers(0, 2, (300, 301, 302), np.uint8)
+{call}(values[:20]{arguments})
+before = peak()
+result = {call}(values{arguments})
+print((peak() - before - (result[0] if {call} is ks.label else result).nbytes) / values.size)
+"""
+
+
+@pytest.mark.parametrize("call, arguments, limit", [("ks.label", "", 0.4), ("ks.label", ", 26", 0.4), ("ks.dilate", ", 5", 0.45),
+                                                    ("ks.distance", ", signed=True, dtype='float32'", 0.4), ("ks.box_mean", ", 7", 0.1)])
+def test_memory(call, arguments, limit):
+    """Bytes a node beyond the result, by the peak of the process."""
+    program = MEMORY.format(call=call, arguments=arguments + ", threads=2")
+    used = float(subprocess.run([sys.executable, "-c", program], check=True, capture_output=True, text=True).stdout)
+    assert used < limit
 
 
 def test_tables_of_any_labels():

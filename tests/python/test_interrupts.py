@@ -46,6 +46,7 @@ CALLS = [
     "ks.variogram(few, lag=50.0).fit(model)",
     "ks.krige(many, model, ks.Grid(900, 900), neighbors=20, chunks={'y': 100, 'x': 100}).compute()",
     "ks.distance(mask, threads=1)",
+    "ks.label(mask, 26, threads=2)",
     "ks.box_mean(mask, 31, threads=1)",
     "ks.erode(mask, np.indices((41, 41, 41)).sum(0) % 3 == 0, threads=1)",
     "ks.variogram_map(random.normal(size=(200, 200, 200)), 60, method='fft')",
