@@ -64,8 +64,8 @@ def main() -> None:
     grid = ks.Grid(side, options.cells // side, dx=1000.0 / side, dy=1000.0 / side)
     given = {"points": POINTS, "model": MODEL, "where": grid, "neighbors": NEIGHBORS}
     lazy = ks.krige(chunks={"y": 1000, "x": 1000}, **given)
-    tiles = 10_000
-    small = ks.krige(POINTS, MODEL, ks.Grid(1000, 1000), neighbors=1, chunks={"y": 10, "x": 10})
+    tiles = 2_500
+    small = ks.krige(POINTS, MODEL, ks.Grid(1000, 1000), neighbors=1, chunks={"y": 20, "x": 20})
     fields = ks.simulate(POINTS, MODEL, ks.Grid(1000, 1000), n=8, neighbors=NEIGHBORS, chunks=1)
     with workers(1) as lone, workers(2) as pair, distributed.Client(lone) as one, distributed.Client(pair) as two:
         def on(client: distributed.Client, work: object) -> Callable[[], object]:
