@@ -1,5 +1,7 @@
 #include "analysis/lag_sums.hpp"
 
+#include <limits>
+
 #include "core/missing_mark.hpp"
 
 #define KESTRUM_KERNEL "analysis/lag_sums_kernel.hpp"

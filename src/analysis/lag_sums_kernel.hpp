@@ -140,7 +140,10 @@ class LagPiece {
       Vector term[kSums + 1];
       ComputeTerms<kStatistic>(a, b, term);
       term[kSums] = Broadcast<Vector>(1.0);
-      const Mask<Vector> counted = kMark == MissingMark::kNaN ? b == b : b != Broadcast<Vector>(MissingOf(kMark));
+      // A comparison with NaN is false.
+      const Mask<Vector> counted = kMark == MissingMark::kNaN
+                                       ? b <= Broadcast<Vector>(std::numeric_limits<double>::infinity())
+                                       : b != Broadcast<Vector>(MissingOf(kMark));
 #pragma GCC unroll 8
       for (int s = 0; s < kTerms; ++s) sum_[k][s] += !kMasked ? term[s] : counted ? term[s] : Vector{};
     }

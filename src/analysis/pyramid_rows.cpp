@@ -1,5 +1,6 @@
 #include "analysis/pyramid_rows.hpp"
 
+#include <limits>
 #include <utility>
 
 #include "core/missing_mark.hpp"

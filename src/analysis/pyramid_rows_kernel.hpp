@@ -8,7 +8,9 @@ constexpr MissingMark kNumber = MissingMark::kNumber;
 
 template <MissingMark kMark, typename V>
 KESTRUM_KERNEL_INLINE Mask<V> MissingIn(V values) {
-  if constexpr (kMark == MissingMark::kNaN) return values != values;
+  // A comparison with NaN is false.
+  if constexpr (kMark == MissingMark::kNaN)
+    return (values <= Broadcast<V>(std::numeric_limits<double>::infinity())) == Mask<V>{};
   return values == Broadcast<V>(MissingOf(kMark));
 }
 
