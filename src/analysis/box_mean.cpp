@@ -59,7 +59,7 @@ class BoxSums {
   }
 
  private:
-  static constexpr T kOutside = std::numeric_limits<T>::quiet_NaN();  // 0 for int
+  static constexpr T kOutside = std::numeric_limits<T>::quiet_NaN();  // 0 of whole numbers
 
   WindowBlock<T> Block(int thread, std::ptrdiff_t n, std::ptrdiff_t lanes, std::ptrdiff_t width) noexcept {
     T* const scratch = scratch_.data() + 3 * thread * size_;
@@ -133,19 +133,20 @@ int BoxMean(const VORL_GRID& grid, const T* values, const BoxSides& sides, const
     return progress.After(0);
   }
 
-  Buffer<int> counts;
+  Buffer<unsigned> counts;
   if (const int status = counts.Allocate(static_cast<std::size_t>(nxyz)); status != 0) return status;
-  BoxSums<int> numbers(grid, sides, dealing, progress);
+  // Unsigned, for lanes that no line fills hold anything.
+  BoxSums<unsigned> numbers(grid, sides, dealing, progress);
   if (const int status = numbers.Allocate(); status != 0) return status;
   numbers.Sum(
-      [&](std::ptrdiff_t first, std::ptrdiff_t n, int* to) {
+      [&](std::ptrdiff_t first, std::ptrdiff_t n, unsigned* to) {
         for (std::ptrdiff_t i = 0; i < n; ++i) to[i] = std::isnan(static_cast<double>(values[first + i])) ? 0 : 1;
       },
       counts.data());
   const std::int64_t enough = (4 * size + 4) / 5;
   dealing.Blocks(nxyz, [&, known = counts.data()](std::ptrdiff_t begin, std::ptrdiff_t end) {
     for (std::ptrdiff_t i = begin; i < end; ++i) {
-      const int count = known[i];
+      const unsigned count = known[i];
       means[i] = count >= enough ? means[i] / count * unit : std::numeric_limits<double>::quiet_NaN();
     }
   });

@@ -13,8 +13,8 @@ void SumWindows(const WindowBlock<double>& block, SimdLevel level) noexcept {
   KESTRUM_KERNEL_AT(level, SumAll<double>)(block);
 }
 
-void SumWindows(const WindowBlock<int>& block, SimdLevel level) noexcept {
-  KESTRUM_KERNEL_AT(level, SumAll<int>)(block);
+void SumWindows(const WindowBlock<unsigned>& block, SimdLevel level) noexcept {
+  KESTRUM_KERNEL_AT(level, SumAll<unsigned>)(block);
 }
 
 }  // namespace kestrum

@@ -20,7 +20,7 @@ struct WindowBlock {
   T* sums;
 };
 void SumWindows(const WindowBlock<double>& block, SimdLevel level) noexcept;
-void SumWindows(const WindowBlock<int>& block, SimdLevel level) noexcept;
+void SumWindows(const WindowBlock<unsigned>& block, SimdLevel level) noexcept;
 
 }  // namespace kestrum
 

@@ -332,8 +332,10 @@ TEST(Pyramid, Refusals) {
     EXPECT_EQ(out.grid, nullptr);
     EXPECT_EQ(form(&longName, &longName, 1, 1, 1, -1, -1, -1, -1), -20);
   }
-  Image sound(Grid(5, 5, 5), {"v"}, {1.0}), none;
-  for (const bool reduces : {true, false}) EXPECT_EQ(ResampleImage(reduces, -1, sound, &none), -3);
+  for (const bool reduces : {true, false}) {
+    Image sound(Grid(5, 5, 5), {"v"}, {1.0}), out;
+    EXPECT_EQ(ResampleImage(reduces, -1, sound, &out), -3);
+  }
   // Along one axis of the kernels, with a filter or without.
   double value[3] = {}, output[5], total[5], weight[2] = {};
   const struct {
