@@ -11,6 +11,7 @@ from typing import Any, NoReturn
 import numpy as np
 from numpy.typing import NDArray
 
+from . import _lazy
 from ._errors import ArgumentError, ArgumentTypeError, DataError, KestrumError
 
 Floats = NDArray[np.float64]
@@ -38,11 +39,13 @@ def wrong_type(name: str, value: object, expected: str) -> NoReturn:
 def number(name: str, value: Any, *, above: float | None = None, at_least: float | None = None,
            below: float | None = None, at_most: float | None = None, error: type[KestrumError] = ArgumentError) -> float:
     """A finite number within bounds."""
-    if isinstance(value, (bool, np.bool_, str, bytes)) or value is None or np.ndim(value) != 0:
+    if isinstance(value, (bool, np.bool_, str, bytes, list, tuple)) or value is None:
         wrong_type(name, value, "a number")
     try:
+        if np.ndim(value) != 0:
+            raise TypeError
         result = float(value)
-    except (TypeError, ValueError):
+    except (TypeError, ValueError, OverflowError):
         wrong_type(name, value, "a number")
     if not math.isfinite(result):
         raise error(f"{name} is {show(value)}, but must be a finite number.")
@@ -103,8 +106,20 @@ def threads(value: Any) -> int:
     return whole("threads", value, 1, MAX_THREADS)
 
 
+def held(name: str, value: Any) -> Any:
+    """The array of a DataArray, or the value itself."""
+    if not is_xarray(value):
+        return value
+    if hasattr(value, "data_vars"):
+        raise ArgumentTypeError(f"{name} must be an array, but is a Dataset. Give one of its variables: {', '.join(map(repr, value.data_vars))}.")
+    return value.data
+
+
 def array(name: str, value: Any) -> NDArray[Any]:
     """Anything like an array, as it is; masked and missing values of tables become NaN."""
+    value = held(name, value)
+    if _lazy.is_lazy(value):
+        value = value.compute()
     if isinstance(value, np.ma.MaskedArray):
         numbers = value.dtype.kind in "biuf"
         unmasked: Any = value.astype(np.float64 if numbers else object)

@@ -15,15 +15,19 @@ Integers = NDArray[np.int64]
 
 def lazy(image: Any) -> bool:
     """Whether an image is a Dask array, or a DataArray of one."""
-    return _lazy.is_lazy(image.data if _door.is_xarray(image) else image)
+    return _lazy.is_lazy(getattr(image, "data", None) if _door.is_xarray(image) else image)
 
 
 def _blocks(name: str, image: Any) -> Any:
     array = image.data if _door.is_xarray(image) else image
     _images._require_image(name, array)
+    require_sizes(name, array)
+    return array
+
+
+def require_sizes(name: str, array: Any) -> None:
     if np.isnan(array.shape).any():
         raise DataError(f"{name} has blocks of unknown sizes. Call compute_chunk_sizes().")
-    return array
 
 
 def around(name: str, image: Any, reach: list[int], function: Any, kind: Any, option: Any, threads: Any) -> Any:
@@ -77,7 +81,7 @@ def label(name: str, image: Any, connectivity: Any, threads: Any) -> tuple[Any, 
 
 
 def _labelled(block: NDArray[Any], neighbors: int, threads: int) -> tuple[NDArray[np.int32], int]:
-    return _core.label(_images._true(np.asarray(block)), neighbors, threads)
+    return _core.label(_images._true(_door.array("mask", block)), neighbors, threads)
 
 
 def _renumbered(block: NDArray[Any], neighbors: int, threads: int, numbers: NDArray[np.int32]) -> NDArray[np.int32]:

@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING, Any, Literal
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door, _lazy
+from . import _core, _door, _image_blocks, _lazy
 from ._errors import ArgumentError, ArgumentTypeError, DataError
 from ._images import Connectivity, _image, _like, _neighbors
 
@@ -81,7 +81,7 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
 
 
 def _lags(max_lag: Any, shape: tuple[int, ...]) -> tuple[int, ...]:
-    given = list(max_lag) if isinstance(max_lag, (Sequence, np.ndarray)) and not isinstance(max_lag, str) and np.ndim(max_lag) == 1 else [max_lag] * len(shape)
+    given = list(max_lag) if isinstance(max_lag, (Sequence, np.ndarray)) and not isinstance(max_lag, str) and _door.array("max_lag", max_lag).ndim == 1 else [max_lag] * len(shape)
     if len(given) != len(shape):
         raise ArgumentError(f"max_lag has {len(given)} numbers, but the image has {len(shape)} axes. Give one for each, or one for all.")
     lags = tuple(_door.whole("max_lag", lag) for lag in given)
@@ -158,7 +158,10 @@ def _centre(image: NDArray[Any], known: NDArray[np.bool_] | None, values: Floats
     if given.size == 0:
         return 1.0
     spread = float(given.max()) / 2 - float(given.min()) / 2
-    unit = 1.0 if spread == 0.0 or 1e-100 < spread < 1e100 else math.ldexp(1.0, math.frexp(spread)[1])
+    if spread == 0.0:
+        values[...] = 0.0  # also where the mean would be rounded, or overflow
+        return 1.0
+    unit = 1.0 if 1e-100 < spread < 1e100 else math.ldexp(1.0, math.frexp(spread)[1] - 1)
     if unit != 1.0:
         image, given = np.divide(image, unit, dtype=np.float64), np.divide(given, unit, dtype=np.float64)
     np.subtract(image, given.mean(dtype=np.float64), out=values, dtype=np.float64)
@@ -269,9 +272,13 @@ def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, conne
     _door.choice("bodies", bodies, ("above", "below"))
     nthreads = _door.threads(threads)
     frame: Any = image if _door.is_xarray(image) else None
-    data: Any = image if frame is None else frame.data
-    lazy = _lazy.is_lazy(data)
-    data = data if lazy else _door.array("image", data)
+    data: Any = _door.held("image", image)
+    if lazy := _lazy.is_lazy(data):
+        _image_blocks.require_sizes("image", data)
+    else:
+        data = _door.array("image", data)
+    if frame is not None and "realization" in frame.dims[1:]:
+        raise DataError(f"image has the dimensions {frame.dims}, but realizations come first. Transpose it: image.transpose('realization', ...).")
     ensemble = data.ndim == 4 or (frame is not None and frame.dims[:1] == ("realization",))
     if not ensemble and not lazy and data.flags.f_contiguous:
         data = data.T
@@ -285,9 +292,9 @@ def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, conne
         """A few images at a time, if all are not there yet."""
         step = nthreads if lazy else len(images)
         for first in range(0, len(images), step):
-            yield np.asarray(images[first:first + step])
+            yield _door.array("image", images[first:first + step])
 
-    if np.ndim(thresholds) == 0:
+    if _door.array("thresholds", thresholds).ndim == 0:
         number = _door.whole("thresholds", thresholds, 1, 65535)
         ends = [(part.min(), part.max()) if part.dtype.kind != "f" else (np.fmin.reduce(part, None), np.fmax.reduce(part, None)) for part in parts()]
         least, greatest = float(np.fmin.reduce([low for low, _ in ends])), float(np.fmax.reduce([high for _, high in ends]))
@@ -453,9 +460,9 @@ def kmeans(samples: ArrayLike, clusters: int | ArrayLike, *, max_iterations: int
     table = _samples("samples", samples)
     if table.shape[0] == 0 or table.shape[1] == 0:
         raise DataError(f"samples has {table.shape[0]:,} rows and {table.shape[1]:,} columns, but must have one of each.")
-    if np.ndim(clusters) == 0:
+    if _door.array("clusters", clusters).ndim == 0:
         count, starts = _door.whole("clusters", clusters, 1), _door.whole("restarts", restarts, 1, 2**31 - 1)
-        centers = np.zeros((count, table.shape[1]))
+        centers = np.zeros((min(count, len(table)), table.shape[1]))
     else:
         if restarts != 1:
             raise ArgumentError(f"restarts is {_door.show(restarts)}, but the first centres are given. Leave one of them out.")
@@ -481,9 +488,10 @@ def _samples(name: str, given: ArrayLike) -> Floats:
     if values.ndim != 2:
         raise DataError(f"{name} has {values.ndim} axes, but must have 2: samples and features.")
     _few(name, values)
-    # Squares of differences must stay finite.
-    if values.size and max(values.max(), -values.min()) > 1e150:
-        raise DataError(f"{name} has values beyond 1e150. Change their unit.")
+    # Squares of differences must neither overflow nor vanish.
+    largest = max(values.max(), -values.min()) if values.size else 0.0
+    if largest > 1e150 or 0.0 < largest < 1e-140:
+        raise DataError(f"{name} has values up to {largest:g}, but the largest must lie between 1e-140 and 1e150. Change their unit.")
     return values
 
 

@@ -157,7 +157,8 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
     mask : array_like
         As that of `label`; Fortran order is read in place as well.
     spacing : float or sequence of float
-        Between nodes, along all axes or along each, in the order of the axes. The coordinates of a DataArray are not used.
+        Between nodes, along all axes or along each, in the order of the axes: the largest is at most 1e100 times the
+        smallest. The coordinates of a DataArray are not used.
     metric : "euclidean" or "manhattan"
         The length of a straight line, or the sum of the lengths along the axes.
     signed : bool
@@ -193,6 +194,10 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
     manhattan = _door.choice("metric", metric, ("euclidean", "manhattan")) == "manhattan"
     is_signed = _door.flag("signed", signed)
     kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))
+    least, most = np.finfo(kind).tiny, np.finfo(kind).max
+    if min(spacings) < least or not sum(side * n for side, n in zip(spacings, image.shape)) <= most or max(spacings) > 1e100 * min(spacings):
+        raise ArgumentError(f"spacing is {_door.show(spacing)}, but distances must lie between {least:.1e} and {most:.1e} in {kind}, and the largest spacing "
+                            "may be at most 1e100 times the smallest. Change the unit" + (", or ask for float64." if kind == np.float32 else "."))
     nthreads = _door.threads(threads)
     flipped = _flipped(image)
     values = _true(image.T if flipped else image)
@@ -310,7 +315,7 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
     """
     lazy = _image_blocks.lazy(image)
     values: Any = image if lazy else _image("image", image)
-    if np.ndim(size) == 0:
+    if _door.array("size", size).ndim == 0:
         sides = [_door.whole("size", size, 1)] * values.ndim
     elif np.shape(size) == (values.ndim,):
         sides = [_door.whole("size", side, 1) for side in size]  # type: ignore[union-attr]
@@ -361,7 +366,7 @@ def _reach(element: Any, mask: Any) -> list[int]:
 
 def _offsets(element: Any, shape: tuple[int, ...]) -> list[NDArray[np.intp]]:
     """Offsets along the axes, without 0. A box is a list of lines."""
-    if np.ndim(element) == 0:
+    if _door.array("element", element).ndim == 0:
         sides, box = (_door.whole("element", element, 1),) * len(shape), None
     else:
         given = _image("element", element)
@@ -422,7 +427,7 @@ def _flipped(image: NDArray[Any]) -> bool:
 
 def _spacings(spacing: Any, dimension: int) -> list[float]:
     """One for each axis."""
-    if np.ndim(spacing) == 0:
+    if _door.array("spacing", spacing).ndim == 0:
         return [_door.number("spacing", spacing, above=0.0)] * dimension
     if np.shape(spacing) != (dimension,):
         raise ArgumentError(f"spacing is {_door.show(spacing)}, but must be one number, or {dimension}: one for each axis of the mask.")

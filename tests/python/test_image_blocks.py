@@ -88,10 +88,19 @@ def test_a_block_at_a_time():
         assert np.array_equal(grown.values, ks.dilate(whole))
 
 
+def test_masked_blocks():
+    masked = np.ma.array(np.random.default_rng(7).uniform(size=(7, 9)).round(1), mask=np.random.default_rng(8).uniform(size=(7, 9)) < 0.3)
+    whole, lazy = masked.filled(np.nan), da.from_array(masked, chunks=3)
+    for tool in (lambda image: ks.label(image)[0], ks.distance, ks.euler_number, ks.dilate, lambda image: ks.box_mean(image, 3), lambda image: ks.pyramid(image)[0], ks.otsu,
+                 lambda image: ks.variogram_map(image, 2).gamma, lambda image: ks.connectivity_curve(image, 5), lambda image: ks.body_sizes((10 * image).round())):
+        for image in (lazy, xr.DataArray(lazy)):
+            np.testing.assert_array_equal(tool(image), tool(whole))
+
+
 def test_refusals():
     image = da.ones((4, 6), chunks=3)
     for call, error, text in ((lambda: ks.label(image.astype(str)), ks.ArgumentTypeError, "numbers"), (lambda: ks.label(image, 6), ks.ArgumentError, "4 or 8"),
                               (lambda: ks.erode(da.ones(5)), ks.DataError, "2 or 3"), (lambda: ks.dilate(image, 4), ks.ArgumentError, "odd"),
-                              (lambda: ks.label(image[image[:, 0] > 0]), ks.DataError, "compute_chunk_sizes")):
+                              *((lambda tool=tool: tool(image[image[:, 0] > 0]), ks.DataError, "compute_chunk_sizes") for tool in (ks.label, ks.connectivity_curve))):
         with pytest.raises(error, match=text):
             call()

@@ -78,6 +78,15 @@ def test_transforms_of_images_far_from_0_and_of_any_unit(shape):
         assert np.array_equal(found.pairs, expected.pairs) and error.max() < 1e-12 * np.nanvar(image / unit) * image.size
 
 
+@pytest.mark.parametrize("value", [0.1, 1e300, -1.7e308])
+def test_transforms_of_constant_and_of_huge_images(value):
+    image = np.full((6, 7), value)
+    assert (ks.variogram_map(image, 3, method="fft").gamma == 0).all()
+    image[2, 3] = -value
+    by_fft, by_pairs = (ks.variogram_map(image, 2, method=method).gamma for method in ("fft", "pairs"))
+    assert np.array_equal(np.isfinite(by_fft), np.isfinite(by_pairs)) and abs(value) > 1 or np.allclose(by_fft, by_pairs, 1e-12, 1e-16)
+
+
 def reduced(image):
     """By filters of SciPy's on values and on weights."""
     known, kernel = image == image, np.array([1, 4, 6, 4, 1]) / 16
@@ -242,7 +251,9 @@ def test_refusals():
         (ks.pyramid, (np.ones((0, 3)),), ks.DataError, "no nodes"), (ks.otsu, (flat, 1), ks.ArgumentError, "at least 2"),
         (ks.otsu, (flat, 7), ks.DataError, "6 distinct numbers, too few for 7"), (ks.otsu, (infinite,), ks.DataError, "infinite"),
         (ks.otsu, ([np.nan],), ks.DataError, "0 distinct"), (ks.otsu, (np.array(["a"]),), ks.ArgumentTypeError, "numbers"),
-        (ks.kmeans, (flat, 3), ks.ArgumentError, "2 rows only"), (ks.kmeans, (flat, 0), ks.ArgumentError, "at least 1"),
+        (ks.kmeans, (flat, 3), ks.ArgumentError, "2 rows only"), (ks.kmeans, (flat, 10**30), ks.ArgumentError, "2 rows only"),
+        (ks.kmeans, (flat * 1e-200, 2), ks.DataError, "unit"), (ks.kmeans, (flat, [[1], [1, 2]]), ks.ArgumentError, "lengths"),
+        (ks.variogram_map, (flat, [[1], [1, 2]]), ks.ArgumentError, "lengths"), (ks.kmeans, (flat, 0), ks.ArgumentError, "at least 1"),
         (ks.kmeans, (np.where(flat == 3, np.nan, flat), 1), ks.DataError, "row 1"), (ks.kmeans, (flat, flat[:, :2]), ks.ArgumentError, "columns"),
         (ks.kmeans, (np.ones((2, 2, 2)), 1), ks.DataError, "3 axes"), (ks.kmeans, (flat * 1e200, 1), ks.DataError, "unit"),
         (ks.kmeans, (np.ones((0, 2)), 1), ks.DataError, "0 rows"))
@@ -309,7 +320,8 @@ def test_connectivity_curves_of_long_rows_and_of_ensembles():
     for threads in (1, 2):
         assert expected.identical(ks.connectivity_curve(frame.chunk({"realization": 2}), 7, 8, threads=threads))
     for arguments, text in (((fields[0], 0), "at least 1"), ((fields[0], [[1.0]]), "list"), ((fields[0], [np.nan]), "finite"), ((fields[0], 3, 8), "6, 18 or 26"),
-                            ((np.full((2, 2), np.nan),), "thresholds"), ((fields[None],), "5 axes|4 axes"), ((np.ones((2, 0)),), "no nodes")):
+                            ((np.full((2, 2), np.nan),), "thresholds"), ((fields[None],), "5 axes|4 axes"), ((np.ones((2, 0)),), "no nodes"),
+                            ((frame.transpose("y", "realization", "x"),), "transpose"), ((frame.to_dataset(name="v"),), "'v'"), ((fields[0], [[1], [1, 2]]), "lengths")):
         with pytest.raises(ks.KestrumError, match=text):
             ks.connectivity_curve(*arguments)
     with pytest.raises(ks.ArgumentError, match="bodies"):

@@ -134,6 +134,9 @@ def test_where_the_data_lie(tmp_path):
     grown = ks.dilate(frame, 10**9 + 1)
     assert isinstance(grown, xr.DataArray) and grown.all() and grown.x.equals(frame.x) and ks.erode(~grown).equals(~ks.dilate(grown).rename("erode"))
     assert np.array_equal(ks.label(np.ma.array([[1, 1, 0]], mask=[[1, 0, 0]]))[0], [[0, 1, 0]])
+    for tool in (ks.label, ks.euler_number, ks.dilate):
+        with pytest.raises(ks.ArgumentTypeError, match="is a Dataset. Give one of its variables: 'facies'"):
+            tool(frame.to_dataset())
     for shape in ((0, 4), (3, 0, 2)):
         labels, count = ks.label(np.ones(shape))
         assert labels.shape == shape and count == 0 and ks.euler_number(np.ones(shape)) == 0 and ks.erode(np.ones(shape)).shape == shape
@@ -155,7 +158,7 @@ def test_refusals():
     with pytest.raises(ks.ArgumentError, match="connectivity is 18"):
         ks.euler_number(solid, 18)
     for element, error, text in ((2, ks.ArgumentError, "2 x 2"), (0, ks.ArgumentError, "at least 1"), (1.5, ks.ArgumentTypeError, "whole"),
-                                 (np.ones((3, 4)), ks.ArgumentError, "3 x 4"), (np.ones((3, 3, 3)), ks.ArgumentError, "3 axes"),
+                                 (np.ones((3, 4)), ks.ArgumentError, "3 x 4"), (np.ones((3, 3, 3)), ks.ArgumentError, "3 axes"), ([[1], [1, 2]], ks.ArgumentError, "lengths"),
                                  ([[1, 1, 1], [1, np.nan, 1], [1, 1, 1]], ks.ArgumentError, "centre"), ([1], ks.DataError, "1 axis"),
                                  (np.array([[None]]), ks.ArgumentTypeError, "object")):
         for tool in (ks.dilate, ks.erode):

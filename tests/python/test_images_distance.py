@@ -77,6 +77,9 @@ def test_kinds_of_input():
     np.testing.assert_allclose(ks.distance([[1, 0], [0, 0]], (1e-30, 1.0), dtype="float32"), [[0, 1], [1e-30, 1]], rtol=1e-6)
     for arguments, error, text in (({"spacing": 0}, ks.ArgumentError, "spacing is 0"), ({"spacing": (1, -2, 1)}, ks.ArgumentError, "above 0"),
                                    ({"spacing": (1, 2)}, ks.ArgumentError, "3: one for each axis"), ({"spacing": np.inf}, ks.ArgumentError, "finite"),
+                                   ({"spacing": (1, 1e150, 1)}, ks.ArgumentError, "1e100 times"), ({"spacing": 1e308}, ks.ArgumentError, "float64"),
+                                   ({"spacing": 1e-40, "dtype": "float32"}, ks.ArgumentError, "ask for float64"), ({"spacing": [[1], [1, 2]]}, ks.ArgumentError, "lengths"),
+                                   ({"spacing": 10**400}, ks.ArgumentTypeError, "number"),
                                    ({"spacing": (1, None, 1)}, ks.ArgumentTypeError, "number"), ({"metric": "chebyshev"}, ks.ArgumentError, "metric"),
                                    ({"dtype": "int32"}, ks.ArgumentError, "dtype"), ({"signed": 1}, ks.ArgumentTypeError, "signed")):
         with pytest.raises(error, match=text):

@@ -71,7 +71,7 @@ def test_long_lines_and_kinds_of_input():
     assert result.name == "box_mean" and result.x.equals(frame.x) and np.array_equal(result, [[1.0, 2.0], [3.0, 4.0]])
     assert np.isnan(ks.box_mean(frame, (1, 10**15 + 1))).all() and ks.box_mean(np.ones((3, 0)), 3).shape == (3, 0)
     for size, error, text in ((2, ks.ArgumentError, "odd"), (0, ks.ArgumentError, "at least 1"), ((3, 3, 3), ks.ArgumentError, "2: one for each axis"),
-                              (1.5, ks.ArgumentTypeError, "whole"), ((3, 4), ks.ArgumentError, "odd"), (None, ks.ArgumentTypeError, "whole")):
+                              (1.5, ks.ArgumentTypeError, "whole"), ((3, 4), ks.ArgumentError, "odd"), ([[3], [3, 3]], ks.ArgumentError, "lengths"), (None, ks.ArgumentTypeError, "whole")):
         with pytest.raises(error, match=text):
             ks.box_mean(frame, size)
     for image, error, text in ((np.array([[None, 1]]), ks.ArgumentTypeError, "object"), ([1, 2], ks.DataError, "1 axis")):
