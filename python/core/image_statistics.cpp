@@ -1,5 +1,6 @@
 // Statistics, thresholds and reductions of images on arrays.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -62,7 +63,7 @@ template <typename T>
 py::tuple Otsu(const Array<T>& values, int nclass, int nthreads) {
   Array<double> cuts(nclass - 1);
   OtsuCuts found{cuts.mutable_data()};
-  Run(10.0 * static_cast<double>(values.size()), [&](const Progress& progress) noexcept {
+  Run(10.0 * static_cast<double>(values.size()) + 1e6 * nclass, [&](const Progress& progress) noexcept {
     return FindOtsuCuts(values.size(), values.data(), nclass, Dealing::Threads(nthreads), progress, &found);
   });
   return py::make_tuple(cuts, found.distinct, found.infinite);
@@ -78,9 +79,11 @@ py::tuple KMeans(const Array<double>& features, Array<double> centers, int maxIt
   double* const to = centers.mutable_data();
   int* const numbers = labels.mutable_data();
   double inertia = 0.0;
-  Run(10.0 * static_cast<double>(features.size()) * options.ncluster, [&](const Progress& progress) noexcept {
-    return RunLloyd(samples, options, Dealing::Threads(nthreads), progress, to, numbers, &inertia);
-  });
+  const double beginnings = std::max(restarts, 1);
+  Run(10.0 * static_cast<double>(features.size()) * options.ncluster * beginnings,
+      [&](const Progress& progress) noexcept {
+        return RunLloyd(samples, options, Dealing::Threads(nthreads), progress, to, numbers, &inertia);
+      });
   return py::make_tuple(labels, inertia);
 }
 

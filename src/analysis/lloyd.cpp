@@ -21,9 +21,9 @@ class Lloyd {
         double* centers, int* labels) noexcept
       : samples_(samples),
         options_(options),
-        dealing_(dealing),
         progress_(progress),
         nblock_(std::clamp<std::ptrdiff_t>(samples.n / kBlock, 1, kMostBlocks)),
+        dealing_(nblock_ > 1 ? dealing : Dealing::Serial()),
         findNearest_(NearestCenterKernelOf(BestSimdLevel())),
         centers_(centers),
         labels_(labels) {}
@@ -229,9 +229,9 @@ class Lloyd {
 
   const LloydSamples samples_;
   const LloydOptions options_;
-  const Dealing dealing_;
   const Progress progress_;
   const std::ptrdiff_t nblock_;
+  const Dealing dealing_;  // threads would take longer than the work of one block
   const NearestCenterKernel findNearest_;
   double* const centers_;
   int* const labels_;

@@ -55,6 +55,7 @@ class WeightedPositions {
   // Finds the first positions of the classes but for the first one.
   [[nodiscard]] int Cut(int nclass, const Progress& progress, std::size_t* begin) noexcept {
     Accumulate();
+    if (progress.Aborted()) return kAborted;
     const std::size_t nlayer = static_cast<std::size_t>(nclass) - 2;  // of which all ends are needed
     Buffer<double> best;
     Buffer<double> next;
@@ -318,10 +319,12 @@ class OtsuSearch {
     Buffer<double> sorted;
     if (const int status = sorted.Allocate(static_cast<std::size_t>(n_)); status != 0) return status;
     double* end = sorted.data();
-    for (std::ptrdiff_t i = 0; i < n_; ++i) {
-      const double value = static_cast<double>(values_[i]);
-      if (value == value) *end++ = value;
-    }
+    ForPieces(0, n_, [&](std::ptrdiff_t begin, std::ptrdiff_t stop) noexcept {
+      for (std::ptrdiff_t i = begin; i < stop; ++i) {
+        const double value = static_cast<double>(values_[i]);
+        if (value == value) *end++ = value;
+      }
+    });
     const std::ptrdiff_t known = end - sorted.data();
     if (const int status = Sort(known, &sorted); status != 0) return status;
     end = sorted.data() + known;
@@ -331,7 +334,7 @@ class OtsuSearch {
       return status;
     const double range = 0.5 * greatest_ - 0.5 * least_;
     double* distinct = sorted.data();
-    for (const double* from = sorted.data(); from < end; ++distinct) {
+    for (const double* from = sorted.data(); from < end && !progress_.Aborted(); ++distinct) {
       const double value = *from;
       const double* const first = from;
       while (from < end && *from == value) ++from;
@@ -339,7 +342,7 @@ class OtsuSearch {
       positions.Add((0.5 * value - 0.5 * least_) / range, static_cast<double>(from - first));
     }
     found_->distinct = static_cast<std::ptrdiff_t>(positions.size());
-    if (found_->distinct < nclass_) return 0;
+    if (found_->distinct < nclass_) return progress_.After(0);
     if (const int status = positions.Cut(nclass_, progress_, begin_.data()); status != 0) return status;
     for (int c = 0; c < nclass_ - 1; ++c) found_->cuts[c] = sorted[begin_[static_cast<std::size_t>(c)]];
     return 0;
