@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING, Any, Literal
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door, _image_blocks, _lazy
+from . import _core, _door, _image_blocks, _lazy, _memory
 from ._errors import ArgumentError, ArgumentTypeError, DataError
 from ._images import Connectivity, _image, _like, _neighbors
 
@@ -402,6 +402,7 @@ def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> 
     """
     given = _numbers("values", values)
     count = _door.whole("classes", classes, 2, 2**16)
+    _memory.require(4 * (count - 2) * min(given.size, 2**16), f"the search for {count:,} classes", "Ask for fewer classes.")
     cuts, distinct, infinite = _core.otsu(_readable(given).ravel("K"), count, _door.threads(threads))
     if infinite:
         raise DataError("values has infinite numbers, but they must be finite or NaN. Leave them out.")
@@ -473,6 +474,8 @@ def kmeans(samples: ArrayLike, clusters: int | ArrayLike, *, max_iterations: int
                                 "like samples.")
     if count > len(table):
         raise ArgumentError(f"clusters is {count:,}, but samples has {len(table):,} rows only. Ask for fewer clusters.")
+    # Each block of samples has sums of its own.
+    _memory.require(8 * centers.size * min(max(len(table) // 4096, 1), 64), f"sums of {count:,} clusters", "Ask for fewer clusters.")
     iterations = _door.whole("max_iterations", max_iterations, 1, 2**31 - 1)
     limit = _door.number("tolerance", tolerance, at_least=0.0)
     number = _door.whole("seed", seed, 0, 2**64 - 1)

@@ -264,6 +264,10 @@ def test_refusals():
         ks.variogram_map(flat, 1, method="FFT")
     with pytest.raises(ks.ArgumentError, match="restarts"):
         ks.kmeans(flat, flat[:1], restarts=2)
+    for call in (lambda: ks.otsu(np.arange(1e5), 2**16), lambda: ks.kmeans(np.arange(2.0**24), 2**24)):
+        with pytest.MonkeyPatch.context() as patch, pytest.raises(MemoryError, match="Ask for fewer"):
+            patch.setattr("kestrum._memory.available", lambda: 2**30)
+            call()
     for option in ({"seed": -1}, {"tolerance": np.nan}, {"max_iterations": 0}, {"threads": 0}):
         with pytest.raises(ks.KestrumError, match=next(iter(option))):
             ks.kmeans(flat, 1, **option)

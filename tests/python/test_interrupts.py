@@ -52,6 +52,8 @@ CALLS = [
     "ks.variogram_map(random.normal(size=(200, 200, 200)), 60, method='fft')",
     "ks.connectivity_curve(mask, 200, 26)",
     "ks.kmeans(random.normal(size=(400_000, 20)), 60)",
+    "ks.kmeans(random.normal(size=(300, 2)), 5, restarts=10**6)",
+    "ks.otsu(random.normal(size=400_000), 2000)",
     "ks.write_gslib(ks.Grid(3000, 3000).to_xarray(random.normal(size=(3000, 3000)), 'v'), '/dev/null')",
 ]
 
