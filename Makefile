@@ -29,7 +29,7 @@ RUN_PYTHON := PYTHONPATH=$(BUILD)/python PYTHONDONTWRITEBYTECODE=1 $(PYTHON)
 PACKAGES := g++ cmake ninja-build swig python3-dev python3-numpy python3-matplotlib \
             libgtest-dev libbenchmark-dev python3-pytest python3-scipy python3-skimage pkg-config \
             pybind11-dev python3-pandas python3-xarray python3-hypothesis python3-tqdm mypy \
-            python3-venv python3-pip python3-dask python3-distributed python3-zarr
+            python3-venv python3-pip python3-dask python3-distributed python3-zarr python3-netcdf4
 LINT_PACKAGES := clang-format clang-tidy libomp-dev shellcheck
 CLANG_PACKAGES := clang libclang-rt-dev libomp-dev
 REFERENCE_PACKAGES := doxygen
