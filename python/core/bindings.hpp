@@ -12,9 +12,8 @@ void BindGridRuns(pybind11::module_& module);
 void BindFiles(pybind11::module_& module);
 void BindVariogram(pybind11::module_& module);
 void BindImages(pybind11::module_& module);
-void BindImageDistance(pybind11::module_& module);
+void BindImageMaps(pybind11::module_& module);
 void BindImageStatistics(pybind11::module_& module);
-void BindImageMean(pybind11::module_& module);
 
 }  // namespace kestrum::python
 

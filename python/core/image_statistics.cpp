@@ -3,34 +3,17 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 
 #include "analysis/connection_curve.hpp"
 #include "analysis/lloyd.hpp"
 #include "analysis/otsu.hpp"
 #include "analysis/pyramid.hpp"
 #include "analysis/two_point_statistics.hpp"
-#include "arrays.hpp"
 #include "bindings.hpp"
-#include "watch.hpp"
+#include "images.hpp"
 
 namespace kestrum::python {
 namespace {
-
-// Runs work(progress), watched if it has many operations: a thread of its own would take longer than what is few.
-void Run(double operations, const std::function<int(const Progress&)>& work) {
-  constexpr double kMany = 1e7;
-  Monitor monitor;
-  const Progress progress(&monitor.record, nullptr, true, true);
-  int status = 0;
-  if (operations < kMany) {
-    const py::gil_scoped_release released;
-    status = work(progress);
-  } else {
-    status = RunWatched(py::none(), monitor, [&] { return work(progress); });
-  }
-  RaiseFor(status);
-}
 
 py::tuple VariogramMap(const Array<double>& image, const py::tuple& maxLag, int nthreads) {
   const VORL_GRID grid = GridOfShape(image);
@@ -40,7 +23,7 @@ py::tuple VariogramMap(const Array<double>& image, const py::tuple& maxLag, int 
   Array<std::int64_t> pairs(shape);
   double* const to = gamma.mutable_data();
   std::int64_t* const counts = pairs.mutable_data();
-  Run(static_cast<double>(gamma.size()) * grid.nxyz, [&](const Progress& progress) noexcept {
+  RunOperations(static_cast<double>(gamma.size()) * grid.nxyz, [&](const Progress& progress) noexcept {
     return ComputeVariogramMap(grid, image.data(), lag, Dealing::Threads(nthreads), progress, to, counts);
   });
   return py::make_tuple(gamma, pairs);
@@ -52,7 +35,7 @@ Array<double> Reduce(const Array<double>& image, int nthreads) {
   for (auto& n : *shape) n = n > 2 ? (n + 1) / 2 : n;
   Array<double> reduced(shape);
   double* const to = reduced.mutable_data();
-  Run(10.0 * grid.nxyz, [&](const Progress&) noexcept {
+  RunOperations(10.0 * grid.nxyz, [&](const Progress&) noexcept {
     return ReduceArray({grid.nx, grid.ny, grid.nz}, image.data(), to, Dealing::Threads(nthreads));
   });
   return reduced;
@@ -63,7 +46,7 @@ template <typename T>
 py::tuple Otsu(const Array<T>& values, int nclass, int nthreads) {
   Array<double> cuts(nclass - 1);
   OtsuCuts found{cuts.mutable_data()};
-  Run(10.0 * static_cast<double>(values.size()) + 1e6 * nclass, [&](const Progress& progress) noexcept {
+  RunOperations(10.0 * static_cast<double>(values.size()) + 1e6 * nclass, [&](const Progress& progress) noexcept {
     return FindOtsuCuts(values.size(), values.data(), nclass, Dealing::Threads(nthreads), progress, &found);
   });
   return py::make_tuple(cuts, found.distinct, found.infinite);
@@ -80,10 +63,10 @@ py::tuple KMeans(const Array<double>& features, Array<double> centers, int maxIt
   int* const numbers = labels.mutable_data();
   double inertia = 0.0;
   const double beginnings = std::max(restarts, 1);
-  Run(10.0 * static_cast<double>(features.size()) * options.ncluster * beginnings,
-      [&](const Progress& progress) noexcept {
-        return RunLloyd(samples, options, Dealing::Threads(nthreads), progress, to, numbers, &inertia);
-      });
+  RunOperations(10.0 * static_cast<double>(features.size()) * options.ncluster * beginnings,
+                [&](const Progress& progress) noexcept {
+                  return RunLloyd(samples, options, Dealing::Threads(nthreads), progress, to, numbers, &inertia);
+                });
   return py::make_tuple(labels, inertia);
 }
 
@@ -98,27 +81,21 @@ Array<double> ConnectivityCurves(const Array<T>& images, const Array<double>& th
   const int n = static_cast<int>(thresholds.size());
   Array<double> probability(py::array::ShapeContainer{nimage, n});
   double* const to = probability.mutable_data();
-  Run(100.0 * static_cast<double>(images.size()), [&](const Progress& progress) noexcept {
+  RunOperations(100.0 * static_cast<double>(images.size()), [&](const Progress& progress) noexcept {
     return ConnectionCurves(grid, nimage, images.data(), ConnectivityOf(neighbors), n, thresholds.data(), above,
                             Dealing::Threads(nthreads), progress, to);
   });
   return probability;
 }
 
-template <typename T>
-void BindForType(py::module_& module) {
-  module.def("otsu", &Otsu<T>, py::arg("values").noconvert(), py::arg("classes"), py::arg("threads"));
-  module.def("connectivity_curves", &ConnectivityCurves<T>, py::arg("images").noconvert(),
-             py::arg("thresholds").noconvert(), py::arg("neighbors"), py::arg("above"), py::arg("threads"));
-}
-
 }  // namespace
 
 void BindImageStatistics(py::module_& module) {
-  BindForType<unsigned char>(module);
-  BindForType<int>(module);
-  BindForType<float>(module);
-  BindForType<double>(module);
+  ForEachType([&module]<typename T>(std::type_identity<T>) {
+    module.def("otsu", &Otsu<T>, py::arg("values").noconvert(), py::arg("classes"), py::arg("threads"));
+    module.def("connectivity_curves", &ConnectivityCurves<T>, py::arg("images").noconvert(),
+               py::arg("thresholds").noconvert(), py::arg("neighbors"), py::arg("above"), py::arg("threads"));
+  });
   module.def("variogram_map", &VariogramMap, py::arg("image").noconvert(), py::arg("max_lag"), py::arg("threads"));
   module.def("reduce", &Reduce, py::arg("image").noconvert(), py::arg("threads"));
   module.def("kmeans", &KMeans, py::arg("features").noconvert(), py::arg("centers").noconvert(),

@@ -19,7 +19,7 @@ py::tuple Label(const Array<T>& values, int neighbors, int nthreads) {
   Array<int> labels = ArrayLike<int>(values);
   int* const out = labels.mutable_data();
   int count = 0;
-  RunOnArray(values, [&](const Progress& progress) {
+  RunOperations(100.0 * static_cast<double>(values.size()), [&](const Progress& progress) {
     const Dealing dealing = Dealing::Threads(nthreads);
     GeobodyFinder finder;
     if (const int status = finder.AllocateBits(grid); status != 0) return status;
@@ -87,28 +87,22 @@ Array<unsigned char> ChangedMask(const Array<T>& mask, bool dilating, const std:
   }
   Array<unsigned char> result = ArrayLike<unsigned char>(mask);
   unsigned char* const out = result.mutable_data();
-  RunOnArray(mask, [&](const Progress& progress) {
+  RunOperations(100.0 * static_cast<double>(mask.size()), [&](const Progress& progress) {
     return ChangeMask(grid, mask.data(), dilating, native, out, Dealing::Threads(nthreads), progress);
   });
   return result;
 }
 
-template <typename T>
-void BindForType(py::module_& module) {
-  module.def("label", &Label<T>, py::arg("values").noconvert(), py::arg("neighbors"), py::arg("threads"));
-  module.def("euler_number", &EulerNumber<T>, py::arg("values").noconvert(), py::arg("closed_cells"),
-             py::arg("threads"));
-  module.def("changed_mask", &ChangedMask<T>, py::arg("mask").noconvert(), py::arg("dilating"), py::arg("elements"),
-             py::arg("threads"));
-}
-
 }  // namespace
 
 void BindImages(py::module_& module) {
-  BindForType<unsigned char>(module);
-  BindForType<int>(module);
-  BindForType<float>(module);
-  BindForType<double>(module);
+  ForEachType([&module]<typename T>(std::type_identity<T>) {
+    module.def("label", &Label<T>, py::arg("values").noconvert(), py::arg("neighbors"), py::arg("threads"));
+    module.def("euler_number", &EulerNumber<T>, py::arg("values").noconvert(), py::arg("closed_cells"),
+               py::arg("threads"));
+    module.def("changed_mask", &ChangedMask<T>, py::arg("mask").noconvert(), py::arg("dilating"), py::arg("elements"),
+               py::arg("threads"));
+  });
   module.def("body_sizes", &BodySizes, py::arg("labels").noconvert(), py::arg("n"));
 }
 

@@ -78,7 +78,6 @@ PYBIND11_MODULE(_core, module) {
   kestrum::python::BindFiles(module);
   kestrum::python::BindVariogram(module);
   kestrum::python::BindImages(module);
-  kestrum::python::BindImageDistance(module);
+  kestrum::python::BindImageMaps(module);
   kestrum::python::BindImageStatistics(module);
-  kestrum::python::BindImageMean(module);
 }

@@ -7,20 +7,16 @@ from typing import Any
 import numpy as np
 from numpy.typing import NDArray
 
-from . import _core, _door, _images, _lazy
+from . import _core, _door, _lazy
 from ._errors import DataError
+from ._image_door import as_neighbors, as_truth, require_image
 
 Integers = NDArray[np.int64]
 
 
-def lazy(image: Any) -> bool:
-    """Whether an image is a Dask array, or a DataArray of one."""
-    return _lazy.is_lazy(getattr(image, "data", None) if _door.is_xarray(image) else image)
-
-
 def _blocks(name: str, image: Any) -> Any:
-    array = image.data if _door.is_xarray(image) else image
-    _images._require_image(name, array)
+    array = _door.held(name, image)
+    require_image(name, array)
     require_sizes(name, array)
     return array
 
@@ -59,7 +55,7 @@ def label(name: str, image: Any, connectivity: Any, threads: Any) -> tuple[Any, 
     import dask
 
     array = _blocks(name, image)
-    neighbors, threads = _images._neighbors(connectivity, array.ndim), _threads(threads)
+    neighbors, threads = as_neighbors(connectivity, array.ndim), _threads(threads)
     if array.size == 0:
         return array.astype(np.int32), 0
     starts = [np.cumsum((0, *sizes)) for sizes in array.chunks]
@@ -81,7 +77,7 @@ def label(name: str, image: Any, connectivity: Any, threads: Any) -> tuple[Any, 
 
 
 def _labelled(block: NDArray[Any], neighbors: int, threads: int) -> tuple[NDArray[np.int32], int]:
-    return _core.label(_images._true(_door.array("mask", block)), neighbors, threads)
+    return _core.label(as_truth(_door.array("mask", block)), neighbors, threads)
 
 
 def _renumbered(block: NDArray[Any], neighbors: int, threads: int, numbers: NDArray[np.int32]) -> NDArray[np.int32]:

@@ -9,8 +9,8 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _lazy, _memory
-from ._errors import ArgumentError, ArgumentTypeError, DataError
-from ._images import Connectivity, _image, _like, _neighbors
+from ._errors import ArgumentError, DataError
+from ._image_door import Connectivity, as_image, as_neighbors, like, per_axis, readable, require_few, require_numbers
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -56,7 +56,7 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
     """
     import xarray as xr
 
-    values = _image("image", image)
+    values = as_image("image", image)
     lags = _lags(max_lag, values.shape)
     _door.choice("method", method, ("pairs", "fft"))
     nthreads = _door.threads(threads)
@@ -81,10 +81,7 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
 
 
 def _lags(max_lag: Any, shape: tuple[int, ...]) -> tuple[int, ...]:
-    given = list(max_lag) if isinstance(max_lag, (Sequence, np.ndarray)) and not isinstance(max_lag, str) and _door.array("max_lag", max_lag).ndim == 1 else [max_lag] * len(shape)
-    if len(given) != len(shape):
-        raise ArgumentError(f"max_lag has {len(given)} numbers, but the image has {len(shape)} axes. Give one for each, or one for all.")
-    lags = tuple(_door.whole("max_lag", lag) for lag in given)
+    lags = tuple(per_axis("max_lag", max_lag, len(shape), _door.whole))
     for lag, n in zip(lags, shape):
         if lag >= n:
             raise ArgumentError(f"max_lag is {lag:,} along an axis of {n:,} nodes, but must be below their number. Give smaller ones, one for each axis.")
@@ -283,8 +280,8 @@ def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, conne
     if not ensemble and not lazy and data.flags.f_contiguous:
         data = data.T
     images = data if ensemble else data[None]
-    _image("image", np.broadcast_to(np.zeros((), images.dtype), images.shape[1:]))
-    neighbors = _neighbors(connectivity, images.ndim - 1)
+    as_image("image", np.broadcast_to(np.zeros((), images.dtype), images.shape[1:]))
+    neighbors = as_neighbors(connectivity, images.ndim - 1)
     if images.size == 0:
         raise DataError("image has no nodes.")
 
@@ -309,8 +306,7 @@ def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, conne
     curves = np.empty((len(images), limits.size))
     done = 0
     for part in parts():
-        readable = np.ascontiguousarray(_readable(part))
-        curves[done:done + len(part), order] = _core.connectivity_curves(readable, limits[order], neighbors, bodies == "above", nthreads)
+        curves[done:done + len(part), order] = _core.connectivity_curves(np.ascontiguousarray(readable(part)), limits[order], neighbors, bodies == "above", nthreads)
         done += len(part)
     coords: dict[str, Any] = {"threshold": limits}
     if not ensemble:
@@ -351,7 +347,7 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
     array([[0., 4., 4.],
            [0., 4., 4.]])
     """
-    values = _image("image", image)
+    values = as_image("image", image)
     count = _door.whole("levels", levels, 1, 64)
     nthreads = _door.threads(threads)
     if values.size == 0:
@@ -366,7 +362,7 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
     frames: list[Any] = []
     for values in results:
         given = given.isel({dim: slice(None, None, 2) for dim, n in given.sizes.items() if n > 2})
-        frames.append(_like(given, values, "pyramid"))
+        frames.append(like(given, values, "pyramid"))
     return frames
 
 
@@ -400,10 +396,12 @@ def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> 
     >>> ks.otsu([1, 1, 2, 8, 9, 30], classes=3)
     array([ 8., 30.])
     """
-    given = _numbers("values", values)
+    given = _door.array("values", values)
+    require_numbers("values", given)
+    require_few("values", given)
     count = _door.whole("classes", classes, 2, 2**16)
     _memory.require(4 * (count - 2) * min(given.size, 2**16), f"the search for {count:,} classes", "Ask for fewer classes.")
-    cuts, distinct, infinite = _core.otsu(_readable(given).ravel("K"), count, _door.threads(threads))
+    cuts, distinct, infinite = _core.otsu(readable(given).ravel("K"), count, _door.threads(threads))
     if infinite:
         raise DataError("values has infinite numbers, but they must be finite or NaN. Leave them out.")
     if distinct < count:
@@ -490,32 +488,9 @@ def _samples(name: str, given: ArrayLike) -> Floats:
         values = values[:, None]
     if values.ndim != 2:
         raise DataError(f"{name} has {values.ndim} axes, but must have 2: samples and features.")
-    _few(name, values)
+    require_few(name, values)
     # Squares of differences must neither overflow nor vanish.
     largest = max(values.max(), -values.min()) if values.size else 0.0
     if largest > 1e150 or 0.0 < largest < 1e-140:
         raise DataError(f"{name} has values up to {largest:g}, but the largest must lie between 1e-140 and 1e150. Change their unit.")
     return values
-
-
-def _numbers(name: str, given: ArrayLike) -> NDArray[Any]:
-    values = _door.array(name, given)
-    if values.dtype.kind not in "biuf":
-        raise ArgumentTypeError(f"{name} must be an array of numbers, but is of type {values.dtype}. Convert it by astype.")
-    _few(name, values)
-    return values
-
-
-def _readable(values: NDArray[Any]) -> NDArray[Any]:
-    """Numbers of a type that the engine reads; not copied if they are."""
-    kind = values.dtype
-    if kind in (np.dtype("?"), np.dtype("u1")):
-        return values.view(np.uint8)
-    if kind in (np.dtype("i4"), np.dtype("f4"), np.dtype("f8")):
-        return values
-    return values.astype(np.int32 if kind.kind in "iu" and kind.itemsize < 4 else np.float64)
-
-
-def _few(name: str, values: NDArray[Any]) -> None:
-    if values.size >= 2**31:
-        raise DataError(f"{name} has {values.size:,} numbers, but may have at most {2**31 - 1:,}. Take a part of it.")

@@ -1,21 +1,18 @@
 """Geobodies, Euler numbers, distances, dilation, erosion and moving means of images."""
 
 from collections.abc import Sequence
+from functools import partial
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door, _image_blocks
-from ._errors import ArgumentError, ArgumentTypeError, DataError
+from . import _core, _door, _image_blocks, _lazy
+from ._errors import ArgumentError, DataError
+from ._image_door import Connectivity, as_image, as_neighbors, as_truth, is_flipped, like, per_axis, readable
 
 if TYPE_CHECKING:
     import pandas as pd
-
-Connectivity = Literal[4, 8, 6, 18, 26]
-# What is true of these is read in place, as the type on the right.
-_IN_PLACE = {np.dtype(kind): np.dtype(read) for kind, read in
-             (("?", "u1"), ("u1", "u1"), ("i1", "u1"), ("i4", "i4"), ("u4", "i4"), ("f4", "f4"), ("f8", "f8"))}
 
 
 def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads: int | None = None) -> tuple[NDArray[np.int32], int]:
@@ -57,14 +54,14 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
     >>> ks.label([[1, 0, 1], [0, 1, 1]], 8)[1]
     1
     """
-    if _image_blocks.lazy(mask):
+    if _lazy.is_lazy(_door.held("mask", mask)):
         labels, count = _image_blocks.label("mask", mask, connectivity, threads)
-        return _like(mask, labels, "label"), count
-    image = _image("mask", mask)
-    neighbors = _neighbors(connectivity, image.ndim)
+        return like(mask, labels, "label"), count
+    image = as_image("mask", mask)
+    neighbors = as_neighbors(connectivity, image.ndim)
     nthreads = _door.threads(threads)
-    labels, count = _core.label(_true(image), neighbors, nthreads) if image.size else (np.zeros(image.shape, np.int32), 0)
-    return _like(mask, labels, "label"), count
+    labels, count = _core.label(as_truth(image), neighbors, nthreads) if image.size else (np.zeros(image.shape, np.int32), 0)
+    return like(mask, labels, "label"), count
 
 
 def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> "pd.DataFrame":
@@ -94,7 +91,7 @@ def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> "pd.DataFram
     """
     import pandas as pd
 
-    image = _image("labels", labels)
+    image = as_image("labels", labels)
     _door.threads(threads)
     if image.dtype.kind == "f":
         unfit = image[(np.trunc(image) != image) & ~np.isnan(image) | (np.abs(image) >= 2**53)]
@@ -138,14 +135,14 @@ def euler_number(mask: ArrayLike, connectivity: Connectivity | None = None, *, t
     >>> ks.euler_number(ring)
     0
     """
-    image = _image("mask", mask)
-    neighbors = _neighbors(connectivity, image.ndim)
+    image = as_image("mask", mask)
+    neighbors = as_neighbors(connectivity, image.ndim)
     if neighbors == 18 and connectivity == 18:
         raise ArgumentError("connectivity is 18, but Euler numbers are defined for 6 and 26.")
     nthreads = _door.threads(threads)
     if image.flags.f_contiguous:
         image = image.T
-    return _core.euler_number(_true(image), neighbors != 6, nthreads) if image.size else 0
+    return _core.euler_number(as_truth(image), neighbors != 6, nthreads) if image.size else 0
 
 
 def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric: Literal["euclidean", "manhattan"] = "euclidean",
@@ -189,8 +186,8 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
     array([[0., 3.],
            [4., 5.]])
     """
-    image = _image("mask", mask)
-    spacings = _spacings(spacing, image.ndim)
+    image = as_image("mask", mask)
+    spacings = per_axis("spacing", spacing, image.ndim, partial(_door.number, above=0.0))
     manhattan = _door.choice("metric", metric, ("euclidean", "manhattan")) == "manhattan"
     is_signed = _door.flag("signed", signed)
     kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))
@@ -199,8 +196,8 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
         raise ArgumentError(f"spacing is {_door.show(spacing)}, but distances must lie between {least:.1e} and {most:.1e} in {kind}, and the largest spacing "
                             "may be at most 1e100 times the smallest. Change the unit" + (", or ask for float64." if kind == np.float32 else "."))
     nthreads = _door.threads(threads)
-    flipped = _flipped(image)
-    values = _true(image.T if flipped else image)
+    flipped = is_flipped(image)
+    values = as_truth(image.T if flipped else image)
     along = spacings if flipped else spacings[::-1]
     # Beyond this ratio, squares leave the range of float32.
     wide = kind == np.float32 and max(spacings) > 1e25 * min(spacings)
@@ -208,7 +205,7 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
     if image.size:
         _core.distance(values, [*along, 1.0][:3], manhattan, is_signed, result, nthreads)
     result = result.astype(kind, copy=False)
-    distances: NDArray[Any] = _like(mask, result.T if flipped else result, "distance")
+    distances: NDArray[Any] = like(mask, result.T if flipped else result, "distance")
     return distances
 
 
@@ -242,10 +239,10 @@ def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None
     array([[0, 0, 1, 1],
            [0, 0, 1, 1]])
     """
-    if _image_blocks.lazy(mask):
-        lazily: NDArray[np.bool_] = _like(mask, _image_blocks.around("mask", mask, _reach(element, mask), dilate, np.bool_, element, threads), "dilate")
+    if _lazy.is_lazy(_door.held("mask", mask)):
+        lazily: NDArray[np.bool_] = like(mask, _image_blocks.around("mask", mask, _reach(element, mask), dilate, np.bool_, element, threads), "dilate")
         return lazily
-    result: NDArray[np.bool_] = _like(mask, _changed(mask, element, True, threads), "dilate")
+    result: NDArray[np.bool_] = like(mask, _changed(mask, element, True, threads), "dilate")
     return result
 
 
@@ -273,10 +270,10 @@ def erode(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None 
     array([[1, 1, 0, 0],
            [1, 1, 0, 0]])
     """
-    if _image_blocks.lazy(mask):
-        lazily: NDArray[np.bool_] = _like(mask, _image_blocks.around("mask", mask, _reach(element, mask), erode, np.bool_, element, threads), "erode")
+    if _lazy.is_lazy(_door.held("mask", mask)):
+        lazily: NDArray[np.bool_] = like(mask, _image_blocks.around("mask", mask, _reach(element, mask), erode, np.bool_, element, threads), "erode")
         return lazily
-    result: NDArray[np.bool_] = _like(mask, _changed(mask, element, False, threads), "erode")
+    result: NDArray[np.bool_] = like(mask, _changed(mask, element, False, threads), "erode")
     return result
 
 
@@ -313,48 +310,41 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
            [       nan, 3.77777778, 3.66666667,        nan],
            [       nan,        nan,        nan,        nan]])
     """
-    lazy = _image_blocks.lazy(image)
-    values: Any = image if lazy else _image("image", image)
-    if _door.array("size", size).ndim == 0:
-        sides = [_door.whole("size", size, 1)] * values.ndim
-    elif np.shape(size) == (values.ndim,):
-        sides = [_door.whole("size", side, 1) for side in size]  # type: ignore[union-attr]
-    else:
-        raise ArgumentError(f"size is {_door.show(size)}, but must be one number, or {values.ndim}: one for each axis of the image.")
+    lazy = _lazy.is_lazy(_door.held("image", image))
+    values: Any = image if lazy else as_image("image", image)
+    sides = per_axis("size", size, values.ndim, partial(_door.whole, at_least=1))
     if any(side % 2 == 0 for side in sides):
         raise ArgumentError(f"size is {_door.show(size)}. Sides must be odd, so that the box has a centre.")
     if lazy:
-        lazily: NDArray[np.float64] = _like(image, _image_blocks.around("image", image, [side // 2 for side in sides], box_mean, np.float64, sides, threads), "box_mean")
+        lazily: NDArray[np.float64] = like(image, _image_blocks.around("image", image, [side // 2 for side in sides], box_mean, np.float64, sides, threads), "box_mean")
         return lazily
     nthreads = _door.threads(threads)
-    flipped = _flipped(values)
-    typed = values.T if flipped else values
-    if typed.dtype not in (np.uint8, np.int32, np.float32, np.float64):
-        typed = typed.view(np.uint8) if typed.dtype == np.bool_ else typed.astype(np.float64)
+    flipped = is_flipped(values)
+    typed = np.ascontiguousarray(readable(values.T if flipped else values))
     # A side beyond the axis is like any other one.
     along = [min(side, n + 1 + n % 2) for side, n in zip(sides, values.shape)]
     if values.size:
-        means = _core.box_mean(np.ascontiguousarray(typed), [*(along if flipped else along[::-1]), 1][:3], nthreads)
+        means = _core.box_mean(typed, [*(along if flipped else along[::-1]), 1][:3], nthreads)
     else:
         means = np.empty(typed.shape)
-    result: NDArray[np.float64] = _like(image, means.T if flipped else means, "box_mean")
+    result: NDArray[np.float64] = like(image, means.T if flipped else means, "box_mean")
     return result
 
 
 def _changed(mask: ArrayLike, element: Any, dilating: bool, threads: int | None) -> NDArray[np.bool_]:
-    image = _image("mask", mask)
+    image = as_image("mask", mask)
     offsets = _offsets(element, image.shape)
     nthreads = _door.threads(threads)
     if image.size == 0:
         return np.zeros(image.shape, np.bool_)
-    flipped = _flipped(image)
+    flipped = is_flipped(image)
     # Along x, y and z, from a node to those that change it: SciPy's orientation.
     native = []
     for rows in offsets:
         along = np.zeros((3, rows.shape[1]), np.int32)
         along[: image.ndim] = rows if flipped else rows[::-1]
         native.append(-along if dilating else along)
-    result = _core.changed_mask(_true(image.T if flipped else image), dilating, native, nthreads).view(np.bool_)
+    result = _core.changed_mask(as_truth(image.T if flipped else image), dilating, native, nthreads).view(np.bool_)
     return result.T if flipped else result
 
 
@@ -369,7 +359,7 @@ def _offsets(element: Any, shape: tuple[int, ...]) -> list[NDArray[np.intp]]:
     if _door.array("element", element).ndim == 0:
         sides, box = (_door.whole("element", element, 1),) * len(shape), None
     else:
-        given = _image("element", element)
+        given = as_image("element", element)
         if given.ndim != len(shape):
             raise ArgumentError(f"element has {given.ndim} axes, but the mask has {len(shape)}.")
         sides, box = given.shape, (given != 0) & (given == given)
@@ -389,64 +379,3 @@ def _offsets(element: Any, shape: tuple[int, ...]) -> list[NDArray[np.intp]]:
         if reach > 0:
             lines.append(rows)
     return lines
-
-
-def _image(name: str, value: Any) -> NDArray[Any]:
-    """An array of numbers of two or three axes, not copied."""
-    image = _door.array(name, value)
-    _require_image(name, image)
-    if image.size >= 2**31:
-        raise DataError(f"{name} has {image.size:,} nodes, but may have at most {2**31 - 1:,}. Take a part of it, or a Dask array.")
-    return image
-
-
-def _require_image(name: str, image: Any) -> None:
-    """Refuses what has no numbers, or other than two or three axes."""
-    if image.dtype.kind not in "biuf":
-        raise ArgumentTypeError(f"{name} must be an array of numbers or of True and False, but is of type {image.dtype}. Convert it by astype.")
-    if image.ndim not in (2, 3):
-        raise DataError(f"{name} has {image.ndim} ax{'i' if image.ndim == 1 else 'e'}s, but must have 2 or 3.")
-
-
-def _neighbors(connectivity: Any, dimension: int) -> int:
-    """6, 18 or 26. In one layer, 18 and 26 are the same."""
-    options = {4: 6, 8: 18} if dimension == 2 else {6: 6, 18: 18, 26: 26}
-    if connectivity is None:
-        return 6
-    neighbors = options.get(_door.whole("connectivity", connectivity))
-    if neighbors is None:
-        listed = " or ".join(map(str, options)) if dimension == 2 else "6, 18 or 26"
-        raise ArgumentError(f"connectivity is {_door.show(connectivity)}, but must be {listed} for an array of {dimension} axes.")
-    return neighbors
-
-
-def _flipped(image: NDArray[Any]) -> bool:
-    """Whether it is the transposed array that lies in C order."""
-    return image.flags.f_contiguous and not image.flags.c_contiguous
-
-
-def _spacings(spacing: Any, dimension: int) -> list[float]:
-    """One for each axis."""
-    if _door.array("spacing", spacing).ndim == 0:
-        return [_door.number("spacing", spacing, above=0.0)] * dimension
-    if np.shape(spacing) != (dimension,):
-        raise ArgumentError(f"spacing is {_door.show(spacing)}, but must be one number, or {dimension}: one for each axis of the mask.")
-    return [_door.number("spacing", value, above=0.0) for value in spacing]
-
-
-def _true(image: NDArray[Any]) -> NDArray[Any]:
-    """An array in C order that is true, and NaN, where the image is, of a type that the engine reads; not copied if it is one."""
-    read = _IN_PLACE.get(image.dtype)
-    if read is None:
-        # Signs keep NaN, and what would round to 0.
-        return np.ascontiguousarray(np.sign(image), np.float32) if image.dtype.kind == "f" else np.ascontiguousarray(image != 0).view(np.uint8)
-    return np.ascontiguousarray(image).view(read)
-
-
-def _like(given: Any, values: NDArray[Any], name: str) -> Any:
-    """Values as a DataArray if that is what was given."""
-    if not _door.is_xarray(given):
-        return values
-    import xarray as xr
-
-    return xr.DataArray(values, given.coords, given.dims, name)

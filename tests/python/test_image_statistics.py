@@ -244,7 +244,7 @@ def test_refusals():
     infinite = np.where(flat == 3, np.inf, flat)
     cases = (
         (ks.variogram_map, (flat, 2), ks.ArgumentError, "max_lag is 2 along an axis of 2"),
-        (ks.variogram_map, (flat, (1, 1, 1)), ks.ArgumentError, "3 numbers"), (ks.variogram_map, (flat, -1), ks.ArgumentError, "at least 0"),
+        (ks.variogram_map, (flat, (1, 1, 1)), ks.ArgumentError, "one for each axis"), (ks.variogram_map, (flat, -1), ks.ArgumentError, "at least 0"),
         (ks.variogram_map, (flat, 0.5), ks.ArgumentTypeError, "whole"), (ks.variogram_map, (infinite, 1), ks.DataError, "infinite"),
         (ks.variogram_map, (flat.astype(object), 1), ks.ArgumentTypeError, "astype"), (ks.variogram_map, (flat[0], 1), ks.DataError, "axis"),
         (ks.pyramid, (flat, 0), ks.ArgumentError, "at least 1"), (ks.pyramid, (flat.astype(complex),), ks.ArgumentTypeError, "complex"),

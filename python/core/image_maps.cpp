@@ -1,0 +1,53 @@
+// Maps of an image: a number for each of its nodes, from those about it.
+
+#include <array>
+
+#include "analysis/box_mean.hpp"
+#include "analysis/mask_distance.hpp"
+#include "bindings.hpp"
+#include "images.hpp"
+
+namespace kestrum::python {
+namespace {
+
+template <typename M, typename T>
+void Distance(const Array<M>& mask, const std::array<double, 3>& spacing, bool manhattan, bool isSigned,
+              Array<T>& distance, int nthreads) {
+  VORL_GRID grid = GridOfShape(mask);
+  grid.sx = spacing[0];
+  grid.sy = spacing[1];
+  grid.sz = spacing[2];
+  const MaskDistanceOptions options{manhattan ? DistanceMetric::kL1 : DistanceMetric::kEuclidean, isSigned,
+                                    Dealing::Threads(nthreads)};
+  T* const out = Sized(distance, mask.size(), "distance").size() > 0 ? distance.mutable_data() : nullptr;
+  RunOperations(100.0 * static_cast<double>(mask.size()),
+                [&](const Progress& progress) { return MaskDistance(grid, mask.data(), options, out, progress); });
+}
+
+template <typename T>
+Array<double> Means(const Array<T>& image, const std::array<int, 3>& sides, int nthreads) {
+  const VORL_GRID grid = GridOfShape(image);
+  Array<double> means = ArrayLike<double>(image);
+  double* const out = means.mutable_data();
+  RunOperations(100.0 * static_cast<double>(image.size()), [&](const Progress& progress) {
+    return BoxMean(grid, image.data(), BoxSides{sides[0], sides[1], sides[2]}, Dealing::Threads(nthreads), out,
+                   progress);
+  });
+  return means;
+}
+
+}  // namespace
+
+void BindImageMaps(py::module_& module) {
+  ForEachType([&module]<typename M>(std::type_identity<M>) {
+    const auto bind = [&module](auto function) {
+      module.def("distance", function, py::arg("mask").noconvert(), py::arg("spacing"), py::arg("manhattan"),
+                 py::arg("is_signed"), py::arg("distance").noconvert(), py::arg("threads"));
+    };
+    bind(&Distance<M, float>);
+    bind(&Distance<M, double>);
+    module.def("box_mean", &Means<M>, py::arg("image").noconvert(), py::arg("sides"), py::arg("threads"));
+  });
+}
+
+}  // namespace kestrum::python

@@ -1,0 +1,96 @@
+"""Images at the door: checks that they share, and the types that the engine reads in place."""
+
+from collections.abc import Callable
+from typing import Any, Literal, TypeVar
+
+import numpy as np
+from numpy.typing import NDArray
+
+from . import _door
+from ._errors import ArgumentError, ArgumentTypeError, DataError
+
+Connectivity = Literal[4, 8, 6, 18, 26]
+# What is true of these is read in place, as the type on the right.
+_IN_PLACE = {np.dtype(kind): np.dtype(read) for kind, read in
+             (("?", "u1"), ("u1", "u1"), ("i1", "u1"), ("i4", "i4"), ("u4", "i4"), ("f4", "f4"), ("f8", "f8"))}
+
+_Checked = TypeVar("_Checked", int, float)
+
+
+def as_image(name: str, value: Any) -> NDArray[Any]:
+    """An array of numbers of two or three axes, not copied."""
+    given = _door.array(name, value)
+    require_image(name, given)
+    require_few(name, given, "a part of it, or a Dask array")
+    return given
+
+
+def require_image(name: str, given: Any) -> None:
+    """Refuses what has no numbers, or other than two or three axes."""
+    require_numbers(name, given)
+    if given.ndim not in (2, 3):
+        raise DataError(f"{name} has {given.ndim} ax{'i' if given.ndim == 1 else 'e'}s, but must have 2 or 3.")
+
+
+def require_numbers(name: str, given: Any) -> None:
+    if given.dtype.kind not in "biuf":
+        raise ArgumentTypeError(f"{name} must be an array of numbers or of True and False, but is of type {given.dtype}. Convert it by astype.")
+
+
+def require_few(name: str, given: Any, remedy: str = "a part of it") -> None:
+    if given.size >= 2**31:
+        raise DataError(f"{name} has {given.size:,} numbers, but may have at most {2**31 - 1:,}. Take {remedy}.")
+
+
+def as_neighbors(connectivity: Any, dimension: int) -> int:
+    """6, 18 or 26. In one layer, 18 and 26 are the same."""
+    options = {4: 6, 8: 18} if dimension == 2 else {6: 6, 18: 18, 26: 26}
+    if connectivity is None:
+        return 6
+    neighbors = options.get(_door.whole("connectivity", connectivity))
+    if neighbors is None:
+        listed = " or ".join(map(str, options)) if dimension == 2 else "6, 18 or 26"
+        raise ArgumentError(f"connectivity is {_door.show(connectivity)}, but must be {listed} for an array of {dimension} axes.")
+    return neighbors
+
+
+def per_axis(name: str, value: Any, dimension: int, check: Callable[[str, Any], _Checked]) -> list[_Checked]:
+    """One number for each axis, from as many or from one for all."""
+    if _door.array(name, value).ndim == 0:
+        return [check(name, value)] * dimension
+    if np.shape(value) != (dimension,):
+        raise ArgumentError(f"{name} is {_door.show(value)}, but must be one number, or {dimension}: one for each axis.")
+    return [check(name, item) for item in value]
+
+
+def is_flipped(given: NDArray[Any]) -> bool:
+    """Whether it is the transposed array that lies in C order."""
+    return given.flags.f_contiguous and not given.flags.c_contiguous
+
+
+def readable(given: NDArray[Any]) -> NDArray[Any]:
+    """Numbers of a type that the engine reads; not copied if they are."""
+    kind = given.dtype
+    if kind in (np.dtype("?"), np.dtype("u1")):
+        return given.view(np.uint8)
+    if kind in (np.dtype("i4"), np.dtype("f4"), np.dtype("f8")):
+        return given
+    return given.astype(np.int32 if kind.kind in "iu" and kind.itemsize < 4 else np.float64)
+
+
+def as_truth(given: NDArray[Any]) -> NDArray[Any]:
+    """An array in C order that is true, and NaN, where the given is, of a type that the engine reads; not copied if it is one."""
+    read = _IN_PLACE.get(given.dtype)
+    if read is None:
+        # Signs keep NaN, and what would round to 0.
+        return np.ascontiguousarray(np.sign(given), np.float32) if given.dtype.kind == "f" else np.ascontiguousarray(given != 0).view(np.uint8)
+    return np.ascontiguousarray(given).view(read)
+
+
+def like(given: Any, values: NDArray[Any], name: str) -> Any:
+    """Values as a DataArray if that is what was given."""
+    if not _door.is_xarray(given):
+        return values
+    import xarray as xr
+
+    return xr.DataArray(values, given.coords, given.dims, name)
