@@ -10,32 +10,29 @@
 
 namespace kestrum {
 
-void MarkBlock(const real* values, const IntervalSet& set, SimdLevel level, unsigned char* marks) noexcept {
-  KESTRUM_KERNEL_AT(level, MarkBlockOfAnyType)(values, set, marks);
+template <typename T, typename Set>
+void MarkBlock(const T* values, const Set& set, SimdLevel level, unsigned char* marks) noexcept {
+  KESTRUM_KERNEL_AT(level, MarkBlockOf<T, Set>)(values, set, marks);
 }
 
-void MarkBlock(const unsigned char* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept {
-  KESTRUM_KERNEL_AT(level, MarkTrue<unsigned char>)(values, marks);
+template <typename T, typename Set>
+int MarkWords(const T* values, std::ptrdiff_t n, const Set& set, std::uint64_t* words, SimdLevel level) noexcept {
+  return KESTRUM_KERNEL_AT(level, MarkWordsOf<T, Set>)(values, n, set, words);
 }
 
-void MarkBlock(const int* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept {
-  KESTRUM_KERNEL_AT(level, MarkTrue<int>)(values, marks);
-}
-
-void MarkBlock(const float* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept {
-  KESTRUM_KERNEL_AT(level, MarkTrue<float>)(values, marks);
-}
-
-void MarkBlock(const double* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept {
-  KESTRUM_KERNEL_AT(level, MarkTrue<double>)(values, marks);
-}
-
-void MarkBlock(const float* values, KnownValues, SimdLevel level, unsigned char* marks) noexcept {
-  KESTRUM_KERNEL_AT(level, MarkKnown<float>)(values, marks);
-}
-
-void MarkBlock(const double* values, KnownValues, SimdLevel level, unsigned char* marks) noexcept {
-  KESTRUM_KERNEL_AT(level, MarkKnown<double>)(values, marks);
-}
+template void MarkBlock(const real*, const IntervalSet&, SimdLevel, unsigned char*) noexcept;
+template void MarkBlock(const unsigned char*, const TrueValues&, SimdLevel, unsigned char*) noexcept;
+template void MarkBlock(const int*, const TrueValues&, SimdLevel, unsigned char*) noexcept;
+template void MarkBlock(const float*, const TrueValues&, SimdLevel, unsigned char*) noexcept;
+template void MarkBlock(const double*, const TrueValues&, SimdLevel, unsigned char*) noexcept;
+template void MarkBlock(const float*, const KnownValues&, SimdLevel, unsigned char*) noexcept;
+template void MarkBlock(const double*, const KnownValues&, SimdLevel, unsigned char*) noexcept;
+template int MarkWords(const real*, std::ptrdiff_t, const IntervalSet&, std::uint64_t*, SimdLevel) noexcept;
+template int MarkWords(const unsigned char*, std::ptrdiff_t, const TrueValues&, std::uint64_t*, SimdLevel) noexcept;
+template int MarkWords(const int*, std::ptrdiff_t, const TrueValues&, std::uint64_t*, SimdLevel) noexcept;
+template int MarkWords(const float*, std::ptrdiff_t, const TrueValues&, std::uint64_t*, SimdLevel) noexcept;
+template int MarkWords(const double*, std::ptrdiff_t, const TrueValues&, std::uint64_t*, SimdLevel) noexcept;
+template int MarkWords(const float*, std::ptrdiff_t, const KnownValues&, std::uint64_t*, SimdLevel) noexcept;
+template int MarkWords(const double*, std::ptrdiff_t, const KnownValues&, std::uint64_t*, SimdLevel) noexcept;
 
 }  // namespace kestrum

@@ -38,26 +38,14 @@ struct KnownValues {
 
 // Sets marks[i] to 1 where values[i] lies in the set and to 0 elsewhere, for kMarkBlock values.
 constexpr int kMarkBlock = 64;
-void MarkBlock(const real* values, const IntervalSet& set, SimdLevel level, unsigned char* marks) noexcept;
-void MarkBlock(const unsigned char* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept;
-void MarkBlock(const int* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept;
-void MarkBlock(const float* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept;
-void MarkBlock(const double* values, TrueValues, SimdLevel level, unsigned char* marks) noexcept;
-void MarkBlock(const float* values, KnownValues, SimdLevel level, unsigned char* marks) noexcept;
-void MarkBlock(const double* values, KnownValues, SimdLevel level, unsigned char* marks) noexcept;
+template <typename T, typename Set>
+void MarkBlock(const T* values, const Set& set, SimdLevel level, unsigned char* marks) noexcept;
 
-// The marks of a block as bits, the first one lowest.
-inline std::uint64_t PackMarks(const unsigned char* marks) noexcept {
-  static_assert(std::endian::native == std::endian::little);
-  std::uint64_t bits = 0;
-  for (int byte = 0; byte < 8; ++byte) {
-    std::uint64_t eight;
-    std::memcpy(&eight, marks + 8 * byte, 8);
-    // Mark j, at bit 8j, is moved to bit 56 + j by the term 2^(56 - 7j); no other sums of places meet there.
-    bits |= (eight * 0x0102040810204080u >> 56) << (8 * byte);
-  }
-  return bits;
-}
+// The marks of n values as bits, the first one lowest, in words whose bits after the last value are 0. Returns how many
+// are set.
+template <typename T, typename Set>
+int MarkWords(const T* values, std::ptrdiff_t n, const Set& set, std::uint64_t* words,
+              SimdLevel level = BestSimdLevel()) noexcept;
 
 // Calls body(first, n, marks) with the marks of the nodes first to first + n - 1, block by block from begin to end.
 // There are always kMarkBlock marks; those after the nodes are 0.

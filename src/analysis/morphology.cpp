@@ -172,15 +172,13 @@ class BitSweeps {
     dealing_.Blocks(Rows(), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       for (std::ptrdiff_t row = begin; row < end; ++row) {
         const T* const values = mask + row * grid_.nx;
-        ForEachBlock(values, 0, grid_.nx, TrueValues{}, [&](std::ptrdiff_t first, int n, const unsigned char* marks) {
-          const Word all = ~Word{0} >> (kWordBits - n);
-          Source(row)[first / kWordBits] = dilating ? PackMarks(marks) : ~PackMarks(marks) & all;
-        });
+        MarkWords(values, grid_.nx, TrueValues{}, Source(row));
+        if (dilating) continue;
+        for (int w = 0; w < RowWords(); ++w) Source(row)[w] = ~Source(row)[w] & ~Word{0} >> (kWordBits - Nodes(w));
         if constexpr (std::is_floating_point_v<T>) {
-          if (dilating) continue;
-          ForEachBlock(values, 0, grid_.nx, KnownValues{}, [&](std::ptrdiff_t first, int, const unsigned char* marks) {
-            Source(row)[first / kWordBits] &= PackMarks(marks);
-          });
+          Word* const known = next_.data() + row * RowWords();
+          MarkWords(values, grid_.nx, KnownValues{}, known);
+          for (int w = 0; w < RowWords(); ++w) Source(row)[w] &= known[w];
         }
       }
     });

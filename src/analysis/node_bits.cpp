@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <bit>
 #include <utility>
 
 namespace kestrum {
@@ -23,14 +22,8 @@ template <typename T, typename Set>
 int NodeBits::Mark(const T* values, const Set& set, Dealing dealing) noexcept {
   std::atomic<int> total{0};
   dealing.Blocks((std::ptrdiff_t{nxyz_} + kMarkBlock - 1) / kMarkBlock, [&](std::ptrdiff_t begin, std::ptrdiff_t end) {
-    int count = 0;
-    std::uint64_t* word = bits_.data() + begin;
-    ForEachBlock(values, begin * kMarkBlock, std::min(end * kMarkBlock, std::ptrdiff_t{nxyz_}), set,
-                 [&](std::ptrdiff_t, int, const unsigned char* marks) {
-                   *word = PackMarks(marks);
-                   count += std::popcount(*word++);
-                 });
-    total += count;
+    const std::ptrdiff_t n = std::min(end * kMarkBlock, std::ptrdiff_t{nxyz_}) - begin * kMarkBlock;
+    total += MarkWords(values + begin * kMarkBlock, n, set, bits_.data() + begin);
   });
   const int inLastWord = nx_ % kMarkBlock;
   if (inLastWord == 0) return total;

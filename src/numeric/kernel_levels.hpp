@@ -14,9 +14,11 @@
 // Functions that belong to a kernel begin with one of these two; KESTRUM_KERNEL_TARGET selects the instruction set.
 #define KESTRUM_KERNEL_INLINE KESTRUM_KERNEL_TARGET __attribute__((always_inline)) inline
 
-// What the text calls `name`, as compiled for `level`.
-#define KESTRUM_KERNEL_AT(level, name) \
-  ((level) == SimdLevel::kAvx512 ? avx512::name : (level) == SimdLevel::kAvx2 ? avx2::name : baseline::name)
+// What the text calls `...`, a name with its template arguments, as compiled for `level`.
+#define KESTRUM_KERNEL_AT(level, ...)                  \
+  ((level) == SimdLevel::kAvx512 ? avx512::__VA_ARGS__ \
+   : (level) == SimdLevel::kAvx2 ? avx2::__VA_ARGS__   \
+                                 : baseline::__VA_ARGS__)
 
 #define KESTRUM_KERNEL_LEVEL baseline
 #define KESTRUM_KERNEL_TARGET

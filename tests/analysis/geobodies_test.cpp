@@ -150,7 +150,7 @@ TEST(Geobodies, FewAndAllNodes) {
       ASSERT_EQ(set.Call(VORLImageIndicatorVector, image, expected.data(), 0, &count), 0);
       const bool isFast = count < 2 || count == 6;
       for (auto* function : kGeobodyVector) {
-        for (long k = 0; isFast && k < 3; ++k) {
+        for (long k = 0; isFast && k < 4; ++k) {
           const FailAllocation fail(k);
           EXPECT_EQ(set.Call(function, image, labels.data(), 0, &ngeobody), 0);
           EXPECT_TRUE(fail.Happened());

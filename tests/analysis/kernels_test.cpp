@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <random>
 #include <string>
 #include <tuple>
@@ -13,6 +14,7 @@
 
 #include "analysis/distance_lines.hpp"
 #include "analysis/euler_number.hpp"
+#include "analysis/geobodies.hpp"
 #include "analysis/mark_block.hpp"
 #include "analysis/moving_average_sums.hpp"
 #include "analysis/nearest_center.hpp"
@@ -53,14 +55,16 @@ Values Marks(SimdLevel level, Draws& draws) {
   Values values = draws.Numbers(kestrum::kMarkBlock, 9);
   values[5] = kNaN;
   unsigned char marks[kestrum::kMarkBlock];
-  kestrum::MarkBlock(values.data(),
-                     {draws.Int(0, 2), lower.data(), upper.data(), draws.Flip(), draws.Flip(), draws.Flip()}, level,
-                     marks);
+  const kestrum::IntervalSet set{draws.Int(0, 2), lower.data(), upper.data(), draws.Flip(), draws.Flip(), draws.Flip()};
+  kestrum::MarkBlock(values.data(), set, level, marks);
   Values all(marks, marks + kestrum::kMarkBlock);
-  const auto add = [&]<typename T, typename Set>(T, Set set) {
+  const auto add = [&]<typename T, typename Set>(T, Set kind) {
     const std::vector<T> typed(values.begin(), values.end());
-    kestrum::MarkBlock(typed.data(), set, level, marks);
+    kestrum::MarkBlock(typed.data(), kind, level, marks);
     all.insert(all.end(), marks, marks + kestrum::kMarkBlock);
+    std::uint64_t words[2];
+    all.push_back(kestrum::MarkWords(typed.data() + 1, draws.Int(1, kestrum::kMarkBlock - 1), kind, words, level));
+    for (int i = 0; i < kestrum::kMarkBlock; ++i) all.push_back(static_cast<double>(words[0] >> i & 1));
   };
   add(1.0, kestrum::TrueValues{});
   add(1.0, kestrum::KnownValues{});
@@ -70,6 +74,26 @@ Values Marks(SimdLevel level, Draws& draws) {
   for (double& value : values) value = std::abs(value) > 2.0 || std::isnan(value) ? 3.0 : std::abs(value);
   add(1, kestrum::TrueValues{});
   add(static_cast<unsigned char>(1), kestrum::TrueValues{});
+  return all;
+}
+
+// All steps: the labels of rows of any length, as whole and as real numbers.
+Values Labels(SimdLevel level, Draws& draws) {
+  VORL_GRID grid = Grid(draws.Int(1, 600), draws.Int(1, 4), draws.Int(1, 4));
+  grid.nxyz = grid.nx * grid.ny * grid.nz;
+  const Values values = draws.Numbers(grid.nxyz);
+  const real lower = 0.5, upper = 3.0;
+  const auto connectivity = static_cast<kestrum::Connectivity>(draws.Int(0, 2));
+  kestrum::LimitSimdLevel(level);
+  kestrum::GeobodyFinder finder;
+  EXPECT_EQ(finder.Allocate(grid), 0);
+  finder.Mark(values.data(), kestrum::IntervalSet{1, &lower, &upper, false, false, false});
+  Values all(values.size());
+  const int count = finder.LabelMarked(connectivity, all.data());
+  std::vector<int> labels(values.size());
+  EXPECT_EQ(finder.LabelMarked(connectivity, labels.data()), count);
+  kestrum::LimitSimdLevel(SimdLevel::kAvx512);
+  all.insert(all.end(), labels.begin(), labels.end());
   return all;
 }
 
@@ -241,10 +265,11 @@ TEST_P(EveryKernel, GivesTheBitsOfTheBaseline) {
 
 INSTANTIATE_TEST_SUITE_P(
     Kernels, EveryKernel,
-    testing::Combine(testing::Values(Kernel{"Marks", Marks}, Kernel{"EulerNumbers", EulerNumbers},
-                                     Kernel{"NearestCenters", NearestCenters}, Kernel{"Lines", Lines},
-                                     Kernel{"LagSums", LagSums}, Kernel{"MovingSums", MovingSums},
-                                     Kernel{"PyramidRows", PyramidRows}, Kernel{"Batches", Batches}),
+    testing::Combine(testing::Values(Kernel{"Marks", Marks}, Kernel{"Labels", Labels},
+                                     Kernel{"EulerNumbers", EulerNumbers}, Kernel{"NearestCenters", NearestCenters},
+                                     Kernel{"Lines", Lines}, Kernel{"LagSums", LagSums},
+                                     Kernel{"MovingSums", MovingSums}, Kernel{"PyramidRows", PyramidRows},
+                                     Kernel{"Batches", Batches}),
                      testing::Values(SimdLevel::kAvx2, SimdLevel::kAvx512)),
     [](const auto& test) {
       return std::get<0>(test.param).name +

@@ -1,0 +1,90 @@
+#include "analysis/geobody_runs.hpp"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+namespace kestrum {
+namespace {
+
+// The first one of the places in each part of a word, where a part goes from one start to the next.
+std::uint64_t FirstPlaces(std::uint64_t places, std::uint64_t starts) noexcept {
+  // In a sum of both terms, each place sends a carry on to the next start.
+  const std::uint64_t through = places | ~starts;
+  const std::uint64_t carries = (places + through) ^ places ^ through;
+  return places & (starts | ~carries);
+}
+
+// Joins the geobodies of two runs. The paths to both roots are shortened on the way.
+[[gnu::always_inline]] inline void Join(int* link, int a, int b) noexcept {
+  while (link[a] != link[b]) {
+    if (link[a] < link[b]) std::swap(a, b);
+    const int next = link[a];
+    link[a] = link[b];
+    if (next == a) break;
+    a = next;
+  }
+}
+
+// For eight nodes: how many runs start among them up to each, by the bits of the starts.
+constexpr auto kStartsUpTo = [] {
+  std::array<std::array<unsigned char, 8>, 256> table{};
+  for (unsigned starts = 0; starts < 256; ++starts) {
+    for (unsigned place = 0; place < 8; ++place) {
+      table[starts][place] = static_cast<unsigned char>(std::popcount(starts & ((2u << place) - 1)));
+    }
+  }
+  return table;
+}();
+
+}  // namespace
+}  // namespace kestrum
+
+#define KESTRUM_KERNEL "analysis/geobody_runs_kernel.hpp"
+#define KESTRUM_KERNEL_WIDEST 32
+#include "numeric/kernel_levels.hpp"
+
+namespace kestrum {
+
+void FindRuns(const BundledRuns& runs, BundleSlab& slab) noexcept {
+  slab.nrun = KESTRUM_KERNEL_AT(BestSimdLevel(), FindStarts)(runs, slab);
+}
+
+void SetFirstRun(const BundledRuns& runs, int firstRun, BundleSlab& slab) noexcept {
+  slab.firstRun = firstRun;
+  for (int z = slab.beginZ; z < slab.endZ; ++z) {
+    for (int y = slab.beginY; y < slab.endY; ++y) runs.first[std::ptrdiff_t{z} * runs.bundlesPerLayer + y] += firstRun;
+  }
+  for (int run = firstRun; run < firstRun + slab.nrun; ++run) runs.link[run] = run;
+}
+
+void JoinRuns(const BundledRuns& runs, Connectivity connectivity, const BundleSlab& slab, bool across) noexcept {
+  switch (connectivity) {
+    case Connectivity::k6:
+      return KESTRUM_KERNEL_AT(BestSimdLevel(), JoinSlab<Connectivity::k6>)(runs, slab, across);
+    case Connectivity::k18:
+      return KESTRUM_KERNEL_AT(BestSimdLevel(), JoinSlab<Connectivity::k18>)(runs, slab, across);
+    case Connectivity::k26:
+      return KESTRUM_KERNEL_AT(BestSimdLevel(), JoinSlab<Connectivity::k26>)(runs, slab, across);
+  }
+}
+
+void NumberRuns(const BundledRuns& runs, BundleSlab& slab) noexcept {
+  slab.ngeobody = KESTRUM_KERNEL_AT(BestSimdLevel(), NumberSlab)(runs, slab);
+}
+
+void WriteLabels(const BundledRuns& runs, const BundleSlab& slab, int* labels) noexcept {
+  KESTRUM_KERNEL_AT(BestSimdLevel(), WriteSlab<int>)(runs, slab, labels);
+}
+
+void WriteLabels(const BundledRuns& runs, const BundleSlab& slab, real* labels) noexcept {
+  KESTRUM_KERNEL_AT(BestSimdLevel(), WriteSlab<real>)(runs, slab, labels);
+}
+
+}  // namespace kestrum
