@@ -12,13 +12,18 @@ namespace {
 
 template <typename M, typename T>
 void Distance(const Array<M>& mask, const std::array<double, 3>& spacing, bool manhattan, bool isSigned,
-              Array<T>& distance, int nthreads) {
+              Array<T>& distance, int nthreads, const MaybeArray<int>& beyond, int rowLength) {
   VORL_GRID grid = GridOfShape(mask);
   grid.sx = spacing[0];
   grid.sy = spacing[1];
   grid.sz = spacing[2];
-  const MaskDistanceOptions options{manhattan ? DistanceMetric::kL1 : DistanceMetric::kEuclidean, isSigned,
-                                    Dealing::Threads(nthreads)};
+  MaskDistanceOptions options{manhattan ? DistanceMetric::kL1 : DistanceMetric::kEuclidean, isSigned,
+                              Dealing::Threads(nthreads)};
+  BeyondRows rows{rowLength, nullptr};
+  if (beyond) {
+    rows.steps = Sized(*beyond, 2 * (mask.size() / grid.nx), "beyond").data();
+    options.beyond = &rows;
+  }
   T* const out = Sized(distance, mask.size(), "distance").size() > 0 ? distance.mutable_data() : nullptr;
   RunOperations(100.0 * static_cast<double>(mask.size()),
                 [&](const Progress& progress) { return MaskDistance(grid, mask.data(), options, out, progress); });
@@ -42,7 +47,8 @@ void BindImageMaps(py::module_& module) {
   ForEachType([&module]<typename M>(std::type_identity<M>) {
     const auto bind = [&module](auto function) {
       module.def("distance", function, py::arg("mask").noconvert(), py::arg("spacing"), py::arg("manhattan"),
-                 py::arg("is_signed"), py::arg("distance").noconvert(), py::arg("threads"));
+                 py::arg("is_signed"), py::arg("distance").noconvert(), py::arg("threads"),
+                 py::arg("beyond") = py::none(), py::arg("row_length") = 0);
     };
     bind(&Distance<M, float>);
     bind(&Distance<M, double>);

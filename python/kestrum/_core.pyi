@@ -79,8 +79,10 @@ def project_out_drift(matrix: _Floats, drift: _Floats, projection: _Floats, thre
 def label(values: NDArray[Any], neighbors: int, threads: int) -> tuple[NDArray[np.int32], int]:
     """values: uint8, int32, float32 or float64. neighbors: 6, 18 or 26, also of one layer."""
 def euler_number(values: NDArray[Any], closed_cells: bool, threads: int) -> int: ...
-def distance(mask: NDArray[Any], spacing: Sequence[float], manhattan: bool, is_signed: bool, distance: NDArray[Any], threads: int) -> None:
-    """mask: as the values of label. spacing: along x, y and z. distance: out; float32 or float64, of the mask's shape."""
+def distance(mask: NDArray[Any], spacing: Sequence[float], manhattan: bool, is_signed: bool, distance: NDArray[Any], threads: int,
+             beyond: NDArray[np.int32] | None = None, row_length: int = 0) -> None:
+    """mask: as the values of label. spacing: along x, y and z. distance: out; float32 or float64, of the mask's shape. beyond: where the mask is a part
+    of rows of row_length nodes, the steps from each row's first node back to the nearest true one before it, and from its last node on; 0 without one."""
 def box_mean(image: NDArray[Any], sides: Sequence[int], threads: int) -> NDArray[np.float64]:
     """image: uint8, int32, float32 or float64. sides: along x, y and z."""
 def body_sizes(labels: NDArray[np.int32], n: int) -> NDArray[np.int32]:

@@ -7,14 +7,15 @@ from typing import Any
 import numpy as np
 from numpy.typing import NDArray
 
-from . import _core, _door, _lazy
+from . import _core, _door, _images, _lazy
 from ._errors import DataError
 from ._image_door import as_neighbors, as_truth, require_image
 
 Integers = NDArray[np.int64]
 
 
-def _blocks(name: str, image: Any) -> Any:
+def blocks(name: str, image: Any) -> Any:
+    """The Dask array of an image."""
     array = _door.held(name, image)
     require_image(name, array)
     require_sizes(name, array)
@@ -28,7 +29,7 @@ def require_sizes(name: str, array: Any) -> None:
 
 def around(name: str, image: Any, reach: list[int], function: Any, kind: Any, option: Any, threads: Any) -> Any:
     """function(block, option, threads=) of each block with the nodes around it, so far along each axis."""
-    array = _blocks(name, image)
+    array = blocks(name, image)
     called = partial(_of_block, function=function, option=option, threads=_threads(threads))
     if array.size == 0:
         return array.map_blocks(called, dtype=kind)
@@ -45,6 +46,160 @@ def _threads(threads: Any) -> int:
     return 1 if threads is None else _door.threads(threads)
 
 
+def variogram(array: Any, lags: tuple[int, ...], function: Any, threads: Any) -> tuple[NDArray[np.float64], Integers]:
+    """Semivariances and numbers of pairs, by function(array, lags, threads), which gives them of an array in memory.
+
+    A pair belongs to the block with the first corner of the box that it spans. Blocks are given as many nodes of those after
+    them as the lags are long. Pairs among these alone are taken away again.
+    """
+    import dask
+    from dask.array.overlap import overlap
+
+    threads = _threads(threads)
+    wide = overlap(array, {axis: (0, lag) for axis, lag in enumerate(lags)}, "none")
+    parts = wide.to_delayed()
+    read, add = dask.delayed(_pair_sums, pure=True), dask.delayed(_added, pure=True)
+    sums = []
+    for at in np.ndindex(wide.numblocks):
+        own = [sizes[i] - (lag if i + 1 < len(sizes) else 0) for sizes, i, lag in zip(wide.chunks, at, lags)]
+        sums.append(read(parts[at], own, lags, function, threads))
+    while len(sums) > 1:
+        sums = [add(*sums[i:i + 16]) for i in range(0, len(sums), 16)]
+    squares, pairs = sums[0].compute()
+    with np.errstate(invalid="ignore", divide="ignore"):
+        return np.where(pairs > 0, np.maximum(squares, 0.0) / (2 * pairs), np.nan), pairs
+
+
+def _pair_sums(block: NDArray[Any], own: list[int], lags: tuple[int, ...], function: Any, threads: int) -> tuple[NDArray[np.float64], Integers]:
+    """The sums of squares of a block of so many nodes of its own, and the numbers of pairs."""
+    block = _door.array("image", block)
+    shape = [2 * lag + 1 for lag in lags]
+    squares, pairs = np.zeros(shape), np.zeros(shape, np.int64)
+    for later in itertools.product((0, 1), repeat=block.ndim):
+        box = block[tuple(slice(n if beyond else 0, None) for n, beyond in zip(own, later))]
+        if box.size == 0:
+            continue
+        sign = -1 if sum(later) % 2 else 1
+        reach = [min(lag, n - 1) for lag, n in zip(lags, box.shape)]
+        at = tuple(slice(lag - most, lag + most + 1) for lag, most in zip(lags, reach))
+        gamma, count = function(box, tuple(reach), threads)
+        squares[at] += sign * np.where(count > 0, 2 * gamma * count, 0.0)
+        pairs[at] += sign * count
+    return squares, pairs
+
+
+def _added(*parts: tuple[NDArray[np.float64], Integers]) -> tuple[NDArray[np.float64], Integers]:
+    squares, pairs = zip(*parts)
+    return sum(squares), sum(pairs)
+
+
+# Slabs begin at multiples of this: the engine's distances are the same to the last bit there.
+_SLAB = 64
+_NONE = -1
+
+
+def distance(name: str, array: Any, spacings: list[float], manhattan: bool, signed: bool, kind: Any, threads: Any) -> Any:
+    """Lazy distances.
+
+    Slabs go through the whole image, so that the engine needs to know of other slabs only where each row has its nearest
+    true nodes before and after. That is found at first, and takes 8 bytes for each row of each slab.
+    """
+    import dask
+    import dask.array as da
+
+    threads = _threads(threads)
+    if array.size == 0:
+        return da.empty(array.shape, kind, chunks=array.chunks)
+    may_miss = array.dtype.kind == "f" or isinstance(array._meta, np.ma.MaskedArray)
+    true = array.map_blocks(_is_true, dtype=bool)
+    sets = [true]
+    if signed:
+        kept = around(name, array, [1] * array.ndim, _images.erode, bool, _cross(array.ndim), threads)
+        sets = [da.map_blocks(np.greater, true, kept, dtype=bool), true][: 1 + may_miss]
+    slabs = [_slabs(name, some) for some in sets]
+    ends = [some.map_blocks(_row_ends, dtype=np.int32, chunks=(*some.chunks[:-1], (2,) * some.numblocks[-1])) for some in slabs]
+    missing = array.map_blocks(_misses, dtype=bool, chunks=tuple((1,) * n for n in array.numblocks)).any() if may_miss else False
+    *found, misses = dask.compute(*ends, missing)
+    # As in one piece: where nothing is missing, the distance to a set is that to its layer.
+    if signed and not misses:
+        slabs, found = slabs[:1], found[:1]
+    called = partial(_images._distances, along=spacings[::-1], manhattan=manhattan, signed=False, kind=kind, threads=threads)
+    maps = [_of_slabs(some, _beyond(places, some.chunks[-1]), called, kind).rechunk(array.chunks) for some, places in zip(slabs, found)]
+    if not (signed or misses):
+        return maps[0]
+    return da.map_blocks(_signed if signed else _at_missing, array, *maps, dtype=kind)
+
+
+def _cross(dimension: int) -> NDArray[np.bool_]:
+    return np.asarray(sum(abs(place - 1) for place in np.indices((3,) * dimension)) < 2)
+
+
+def _is_true(block: NDArray[Any]) -> NDArray[np.bool_]:
+    block = _door.array("mask", block)
+    return np.asarray((block != 0) & (block == block))
+
+
+def _misses(block: NDArray[Any]) -> NDArray[np.bool_]:
+    return np.asarray(np.isnan(_door.array("mask", block)).any(keepdims=True))
+
+
+def _at_missing(block: NDArray[Any], distances: NDArray[Any]) -> NDArray[Any]:
+    return np.where(np.isnan(_door.array("mask", block)), distances.dtype.type(np.nan), distances)
+
+
+def _signed(block: NDArray[Any], to_layer: NDArray[Any], to_set: NDArray[Any] | None = None) -> NDArray[Any]:
+    """Both 0 and -0 become 0."""
+    inside = 0 - to_layer
+    if to_set is None:
+        return np.where(_is_true(block), inside, to_layer)
+    return np.where(_is_true(block), inside, _at_missing(block, to_set))
+
+
+def _slabs(name: str, array: Any) -> Any:
+    """Rechunked along the last axis, to cuts near the array's at which slabs may begin. The engine takes axes of one node last, so no slab is so thin."""
+    n = array.shape[-1]
+    cuts = {_SLAB * round(cut / _SLAB) for cut in np.cumsum(array.chunks[-1][:-1])}
+    thick = np.diff([0, *sorted(cut for cut in cuts if 0 < cut < n - 1), n]).tolist()
+    area = array.size // n
+    if max(thick) * area >= 2**31:
+        raise DataError(f"{name} has blocks of up to {max(array.chunks[-1]):,} nodes along its last axis, which make slabs of {max(thick) * area:,}, but "
+                        f"these may have at most {2**31 - 1:,}. Rechunk it to thinner blocks, or transpose it.")
+    return array.rechunk({array.ndim - 1: tuple(thick)})
+
+
+def _row_ends(block: NDArray[np.bool_]) -> NDArray[np.int32]:
+    """The first and the last true node of each row, or _NONE."""
+    ends = np.stack([block.argmax(-1), block.shape[-1] - 1 - block[..., ::-1].argmax(-1)], -1)
+    return np.where(block.any(-1, keepdims=True), ends, _NONE).astype(np.int32)
+
+
+def _beyond(ends: NDArray[np.int32], slabs: tuple[int, ...]) -> NDArray[np.int32]:
+    """For each slab and row the steps from the row's ends to the nearest true node of the slabs before and after; 0 if none."""
+    starts = np.cumsum((0, *slabs))
+    result = np.zeros((len(slabs), *ends.shape[:-1], 2), np.int32)
+    for side, order in ((0, range(len(slabs))), (1, reversed(range(len(slabs))))):
+        nearest = np.full(ends.shape[:-1], _NONE, np.int64)
+        for slab in order:
+            here = starts[slab] if side == 0 else starts[slab + 1] - 1
+            result[slab, ..., side] = np.where(nearest == _NONE, 0, np.abs(here - nearest))
+            own = ends[..., 2 * slab + 1 - side]
+            nearest = np.where(own == _NONE, nearest, own + starts[slab])
+    return result
+
+
+def _of_slabs(slabs: Any, beyond: NDArray[np.int32], function: Any, kind: Any) -> Any:
+    whole = slabs.rechunk(dict.fromkeys(range(slabs.ndim - 1), -1))
+    called = f"distance-{_lazy.token(slabs.name, function, beyond)}"
+    at = (0,) * (slabs.ndim - 1)
+    tasks = {(called, *at, i): (_of_slab, (whole.name, *at, i), function, beyond[i], slabs.shape[-1]) for i in range(slabs.numblocks[-1])}
+    return _lazy.array(called, tasks, whole.chunks, kind, [whole])
+
+
+def _of_slab(slab: NDArray[np.bool_], function: Any, beyond: NDArray[np.int32], row: int) -> NDArray[Any]:
+    result: NDArray[Any] = function(np.ascontiguousarray(slab).view(np.uint8), beyond=np.ascontiguousarray(beyond), row=row)
+    return result
+
+
 def label(name: str, image: Any, connectivity: Any, threads: Any) -> tuple[Any, int]:
     """Lazy labels, and the number of bodies.
 
@@ -54,7 +209,7 @@ def label(name: str, image: Any, connectivity: Any, threads: Any) -> tuple[Any, 
     """
     import dask
 
-    array = _blocks(name, image)
+    array = blocks(name, image)
     neighbors, threads = as_neighbors(connectivity, array.ndim), _threads(threads)
     if array.size == 0:
         return array.astype(np.int32), 0

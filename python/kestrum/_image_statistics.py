@@ -1,5 +1,6 @@
 """Variogram maps, connectivity curves, pyramids, thresholds and clusters of images and samples."""
 
+import functools
 import math
 import threading
 from collections.abc import Callable, Iterator, Sequence
@@ -25,7 +26,8 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
     Parameters
     ----------
     image : array_like
-        Two or three axes, of numbers; NaN is missing.
+        Two or three axes, of numbers; NaN is missing. A Dask array may be larger than memory: sums and numbers of pairs are
+        made block by block, each with as many nodes around it as the lags are long.
     max_lag : int or sequence of int
         The largest lag in cells, for all axes or along each, in the order of the axes; below the axis' number of nodes.
     method : {"pairs", "fft"}
@@ -56,28 +58,34 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
     """
     import xarray as xr
 
-    values = as_image("image", image)
+    lazy = _lazy.is_lazy(_door.held("image", image))
+    values: Any = _image_blocks.blocks("image", image) if lazy else as_image("image", image)
     lags = _lags(max_lag, values.shape)
-    _door.choice("method", method, ("pairs", "fft"))
-    nthreads = _door.threads(threads)
+    by_transforms = _door.choice("method", method, ("pairs", "fft")) == "fft"
+    if lazy:
+        gamma, pairs = _image_blocks.variogram(values, lags, functools.partial(_variogram_of, by_transforms=by_transforms), threads)
+    else:
+        gamma, pairs = _variogram_of(values, lags, _door.threads(threads), by_transforms)
+    dims = ("lag_z", "lag_y", "lag_x")[-values.ndim:]
+    coords = {dim: np.arange(-lag, lag + 1) for dim, lag in zip(dims, lags)}
+    return xr.Dataset({"gamma": (dims, gamma, {"long_name": "semivariance"}), "pairs": (dims, pairs, {"long_name": "number of pairs"})}, coords)
+
+
+def _variogram_of(values: NDArray[Any], lags: tuple[int, ...], threads: int, by_transforms: bool) -> tuple[Floats, NDArray[np.int64]]:
     with np.errstate(all="ignore"):
         complete = bool(np.isfinite(values.sum(dtype=np.float64)))
     if not complete and np.isinf(values).any():
         raise DataError("image has infinite values, but they must be finite or, where they are missing, NaN. Set them to NaN.")
     known = None if complete or not np.isnan(values).any() else ~np.isnan(values)
-    if method == "fft":
+    if by_transforms:
         def work(stop: threading.Event) -> tuple[Floats, NDArray[np.int64]]:
-            return _by_transforms(values, known, lags, nthreads, stop)
+            return _by_transforms(values, known, lags, threads, stop)
 
-        gamma, pairs = _interruptible(work) if values.size > 10**6 else work(threading.Event())
-    else:
-        doubles = np.ascontiguousarray(values, np.float64)
-        gamma, pairs = _core.variogram_map(doubles, (0, *lags)[-3:], nthreads)
-        shape = [2 * lag + 1 for lag in lags]
-        gamma, pairs = gamma.reshape(shape), pairs.reshape(shape)
-    dims = ("lag_z", "lag_y", "lag_x")[-values.ndim:]
-    coords = {dim: np.arange(-lag, lag + 1) for dim, lag in zip(dims, lags)}
-    return xr.Dataset({"gamma": (dims, gamma, {"long_name": "semivariance"}), "pairs": (dims, pairs, {"long_name": "number of pairs"})}, coords)
+        found: tuple[Floats, NDArray[np.int64]] = _interruptible(work) if values.size > 10**6 else work(threading.Event())
+        return found
+    gamma, pairs = _core.variogram_map(np.ascontiguousarray(values, np.float64), (0, *lags)[-3:], threads)
+    shape = [2 * lag + 1 for lag in lags]
+    return gamma.reshape(shape), pairs.reshape(shape)
 
 
 def _lags(max_lag: Any, shape: tuple[int, ...]) -> tuple[int, ...]:

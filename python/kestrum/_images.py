@@ -152,7 +152,8 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
     Parameters
     ----------
     mask : array_like
-        As that of `label`; Fortran order is read in place as well.
+        As that of `label`; Fortran order is read in place as well. A Dask array may be larger than memory: it is read once
+        or twice for where rows have true nodes, and lazily for the distances, which are the same for any blocks.
     spacing : float or sequence of float
         Between nodes, along all axes or along each, in the order of the axes: the largest is at most 1e100 times the
         smallest. The coordinates of a DataArray are not used.
@@ -177,7 +178,9 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
     Axis by axis, in time linear in the nodes: by trying near nodes first where distances are short, and by the lower
     envelope of parabolas elsewhere (Meijster, Roerdink and Hesselink, A general algorithm for computing distance
     transforms in linear time, 2000). Work memory is an eighth byte a node, or a quarter if signed; a signed map of an
-    image with NaN takes two transforms, three eighths and a second result.
+    image with NaN takes two transforms, three eighths and a second result. Of a Dask array, slabs go through the whole
+    image but for the last axis, along which they are as thick as the blocks, but 64 nodes at least. Each is in memory as
+    a whole, with 10 to 20 bytes a node: blocks that are thin along the last axis take the least.
 
     Examples
     --------
@@ -186,7 +189,8 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
     array([[0., 3.],
            [4., 5.]])
     """
-    image = as_image("mask", mask)
+    lazy = _lazy.is_lazy(_door.held("mask", mask))
+    image: Any = _image_blocks.blocks("mask", mask) if lazy else as_image("mask", mask)
     spacings = per_axis("spacing", spacing, image.ndim, partial(_door.number, above=0.0))
     manhattan = _door.choice("metric", metric, ("euclidean", "manhattan")) == "manhattan"
     is_signed = _door.flag("signed", signed)
@@ -195,18 +199,25 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
     if min(spacings) < least or not sum(side * n for side, n in zip(spacings, image.shape)) <= most or max(spacings) > 1e100 * min(spacings):
         raise ArgumentError(f"spacing is {_door.show(spacing)}, but distances must lie between {least:.1e} and {most:.1e} in {kind}, and the largest spacing "
                             "may be at most 1e100 times the smallest. Change the unit" + (", or ask for float64." if kind == np.float32 else "."))
+    if lazy:
+        lazily: NDArray[Any] = like(mask, _image_blocks.distance("mask", image, spacings, manhattan, is_signed, kind, threads), "distance")
+        return lazily
     nthreads = _door.threads(threads)
     flipped = is_flipped(image)
-    values = as_truth(image.T if flipped else image)
-    along = spacings if flipped else spacings[::-1]
-    # Beyond this ratio, squares leave the range of float32.
-    wide = kind == np.float32 and max(spacings) > 1e25 * min(spacings)
-    result = np.empty(values.shape, np.float64 if wide else kind)
-    if image.size:
-        _core.distance(values, [*along, 1.0][:3], manhattan, is_signed, result, nthreads)
-    result = result.astype(kind, copy=False)
+    result = _distances(as_truth(image.T if flipped else image), spacings if flipped else spacings[::-1], manhattan, is_signed, kind, nthreads)
     distances: NDArray[Any] = like(mask, result.T if flipped else result, "distance")
     return distances
+
+
+def _distances(values: NDArray[Any], along: list[float], manhattan: bool, signed: bool, kind: Any, threads: int,
+               beyond: NDArray[np.int32] | None = None, row: int = 0) -> NDArray[Any]:
+    """Of a mask that the engine reads. along: spacings, of the last axis first. The last two are _core.distance's."""
+    # Beyond this ratio, squares leave the range of float32.
+    wide = kind == np.float32 and max(along) > 1e25 * min(along)
+    result = np.empty(values.shape, np.float64 if wide else kind)
+    if values.size:
+        _core.distance(values, [*along, 1.0][:3], manhattan, signed, result, threads, beyond, row)
+    return result.astype(kind, copy=False)
 
 
 def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None = None) -> NDArray[np.bool_]:

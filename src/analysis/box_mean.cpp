@@ -69,7 +69,7 @@ class BoxSums {
   void Pass(const LinePass& pass, std::ptrdiff_t width, T* values) noexcept {
     if (width == 1) return;
     const std::ptrdiff_t lanes = LanesFor(pass.n);
-    DealLines<kLanes>(pass, lanes, dealing_, [&](int thread, std::ptrdiff_t, const auto& forEachRun) {
+    DealLines<kLanes>(pass, lanes, dealing_, [&](int thread, std::ptrdiff_t, std::ptrdiff_t, const auto& forEachRun) {
       if (progress_.Aborted()) return;
       const WindowBlock<T> block = Block(thread, pass.n, lanes, width);
       forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {

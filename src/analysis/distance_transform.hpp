@@ -61,7 +61,7 @@ void TransformLines(const LinePass& pass, LineScratch& scratch, const Dealing& d
                     real* values) noexcept {
   const std::ptrdiff_t lanes = LineScratch::Lanes(pass.n);
   const LineKernel kernel = lanes == 1 ? EnvelopeOfOneLine : LineKernelOf(BestSimdLevel());
-  DealLines<kLineLanes>(pass, lanes, dealing, [&](int thread, std::ptrdiff_t, const auto& forEachRun) {
+  DealLines<kLineLanes>(pass, lanes, dealing, [&](int thread, std::ptrdiff_t, std::ptrdiff_t, const auto& forEachRun) {
     double* const cost = scratch.cost(thread);
     const LineBlock block{pass.n, pass.weight, cost, scratch.distance(thread), scratch.link(thread)};
     forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {

@@ -16,20 +16,26 @@ struct LinePass {
   std::ptrdiff_t nline;
   std::ptrdiff_t group;
   std::ptrdiff_t groupStep;
-  double weight;  // what the work along the lines needs of the axis
+  double weight;       // what the work along the lines needs of the axis
+  bool apart = false;  // no block of lines goes from one group to the next
 };
 
-// Deals out the lines of a pass in blocks of `lanes`, by body(thread, lines, forEachRun): forEachRun(visit) visits the
-// nodes of a block in runs that follow each other in memory, by visit(index, place, length), of which the first lies at
-// `place` of the block.
-template <int kLanes, typename Body>
+// Deals out the lines of a pass in blocks of `lanes`, by body(thread, lines, width, forEachRun): forEachRun(visit) visits
+// the nodes of a block in runs that follow each other in memory, by visit(index, place, length), of which the first lies
+// at `place` of the block. `width` is `lanes`, or the multiple of kNarrowest that holds the lines if that is less.
+template <int kLanes, int kNarrowest = kLanes, typename Body>
 void DealLines(const LinePass& pass, std::ptrdiff_t lanes, const Dealing& dealing, const Body& body) noexcept {
-  const std::ptrdiff_t nblock = (pass.nline + lanes - 1) / lanes;
+  const std::ptrdiff_t stretch = pass.apart ? pass.group : pass.nline;
+  const std::ptrdiff_t perStretch = (stretch + lanes - 1) / lanes;
+  const std::ptrdiff_t nblock = pass.nline / stretch * perStretch;
   dealing.EachThread([&](int thread, int team) {
-    const std::ptrdiff_t end = nblock * (thread + 1) / team * lanes;
-    for (std::ptrdiff_t first = nblock * thread / team * lanes; first < end; first += lanes) {
-      const std::ptrdiff_t count = std::min(lanes, pass.nline - first);
-      body(thread, count, [&](const auto& visit) {
+    const std::ptrdiff_t end = nblock * (thread + 1) / team;
+    for (std::ptrdiff_t block = nblock * thread / team; block < end; ++block) {
+      const std::ptrdiff_t within = block % perStretch * lanes;
+      const std::ptrdiff_t first = block / perStretch * stretch + within;
+      const std::ptrdiff_t count = std::min(lanes, stretch - within);
+      const std::ptrdiff_t width = std::min(lanes, (count + kNarrowest - 1) / kNarrowest * kNarrowest);
+      body(thread, count, width, [&](const auto& visit) {
         for (std::ptrdiff_t lane = 0, length = 0; lane < count; lane += length) {
           const std::ptrdiff_t place = (first + lane) % pass.group;
           const std::ptrdiff_t start = (first + lane) / pass.group * pass.groupStep + place;
@@ -39,7 +45,7 @@ void DealLines(const LinePass& pass, std::ptrdiff_t lanes, const Dealing& dealin
             if (length == kLanes) {
               visit(start + u * pass.nodeStep, u * kLanes, std::ptrdiff_t{kLanes});
             } else {
-              visit(start + u * pass.nodeStep, u * lanes + lane, length);
+              visit(start + u * pass.nodeStep, u * width + lane, length);
             }
           }
         }

@@ -22,6 +22,7 @@ namespace {
 constexpr std::ptrdiff_t kShortColumn = 4096;
 constexpr std::ptrdiff_t kLongColumn = 65536;
 constexpr int kWideBlock = 4 * kColumnLanes;
+static_assert(64 % kWideBlock == 0);  // parts of images begin at the first line of a block (BeyondRows)
 
 constexpr std::ptrdiff_t LanesFor(std::ptrdiff_t n) noexcept {
   return n <= kShortColumn ? kWideBlock : n <= kLongColumn ? kColumnLanes : 1;
@@ -56,7 +57,11 @@ class Transform {
     // Its halves are numbers of type T. What lies beyond that is 0 or infinite in the unit of the spacing anyway.
     constexpr int kLimit = 2 * (std::numeric_limits<T>::max_exponent - 3);
     exponent_ = std::clamp(exponent_, -kLimit, kLimit);
-    far_ = FarDistance(options.metric, grid_);
+    VORL_GRID whole = grid_;
+    if (options.beyond != nullptr) whole.nx = options.beyond->nx;
+    far_ = FarDistance(options.metric, whole);
+    // Longer rows are cut into blocks apart, so that parts of them have the same blocks.
+    rowsApart_ = whole.nx >= kWideBlock;
   }
 
   [[nodiscard]] int Allocate() noexcept {
@@ -88,16 +93,33 @@ class Transform {
                                 T* const to = distance + row * nx;
                                 NearestInRow(set.Row(static_cast<int>(row % ny), static_cast<int>(row / ny)), nx,
                                              options_.metric, weight(sx), BestSimdLevel(), to);
+                                if (options_.beyond != nullptr) LookBeyond(row, weight(sx), to);
                                 if (ny > 1) continue;
                                 MakeLengths(to, nx);
                                 FinishRow(row * nx, nx, finish, to);
                               }
                             });
-    if (ny > 1) Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, weight(sy)}, nz == 1, finish, distance);
-    if (nz > 1) Pass({nz, nxy, nxy, nxy, nxyz, weight(sz)}, true, finish, distance);
+    if (ny > 1) Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, weight(sy), rowsApart_}, nz == 1, finish, distance);
+    if (nz > 1) Pass({nz, nxy, nxy, nx, nx, weight(sz), rowsApart_}, true, finish, distance);
   }
 
  private:
+  // The nearest true nodes outside the row.
+  void LookBeyond(std::ptrdiff_t row, double weight, T* distance) const noexcept {
+    const int nx = grid_.nx;
+    const auto look = [&](int steps, int first, int direction) {
+      if (steps == 0) return;
+      for (int i = 0; i < nx; ++i) {
+        T& value = distance[first + direction * i];
+        const T count = static_cast<T>(steps + i);
+        value =
+            std::min(value, (options_.metric == DistanceMetric::kL1 ? count : count * count) * static_cast<T>(weight));
+      }
+    };
+    look(options_.beyond->steps[2 * row], 0, 1);
+    look(options_.beyond->steps[2 * row + 1], nx - 1, -1);
+  }
+
   void MakeLengths(T* values, std::ptrdiff_t n) const noexcept {
     Lengths(values, n, options_.metric, static_cast<T>(std::scalbn(1.0, exponent_ / 2)),
             static_cast<T>(std::scalbn(1.0, exponent_ - exponent_ / 2)), BestSimdLevel());
@@ -112,35 +134,37 @@ class Transform {
   template <typename Finish>
   void Pass(const LinePass& pass, bool isLast, const Finish& finish, T* values) noexcept {
     const std::ptrdiff_t n = pass.n;
-    const std::ptrdiff_t lanes = LanesFor(n);
-    DealLines<kWideBlock>(pass, lanes, options_.dealing, [&](int thread, std::ptrdiff_t count, const auto& forEachRun) {
-      if (progress_.Aborted()) return;
-      T* const cost = columns_.data() + 2 * thread * size_;
-      T* const nearest = cost + size_;
-      // What lies in lanes without a line must not decide how the others are done.
-      if (count < lanes) std::fill(cost, cost + n * lanes, T{0});
-      forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
-        std::copy_n(values + index, length, cost + place);
-      });
-      const auto isFar = [](T value) { return value == kFar; };
-      if (isFar(cost[0]) && std::all_of(cost, cost + n * lanes, isFar)) {
-        std::fill(nearest, nearest + n * lanes, kFar);
-      } else if (lanes == 1) {
-        Envelopes(pass, thread, 0, cost, nearest);
-      } else if (const ColumnBlock<T> block{n, lanes, pass.weight, cost, nearest};
-                 options_.metric == DistanceMetric::kL1) {
-        SweepColumns(block, BestSimdLevel());
-      } else if (!TryColumns(block, BestSimdLevel())) {
-        for (std::ptrdiff_t part = 0; part < lanes; part += kLineLanes) {
-          Envelopes(pass, thread, lanes - kLineLanes, cost + part, nearest + part);
-        }
-      }
-      if (isLast) MakeLengths(nearest, n * lanes);
-      forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
-        if (isLast) FinishRow(index, length, finish, nearest + place);
-        std::copy_n(nearest + place, length, values + index);
-      });
-    });
+    const auto& dealing = options_.dealing;
+    DealLines<kWideBlock, kColumnLanes>(
+        pass, LanesFor(n), dealing,
+        [&](int thread, std::ptrdiff_t count, std::ptrdiff_t lanes, const auto& forEachRun) {
+          if (progress_.Aborted()) return;
+          T* const cost = columns_.data() + 2 * thread * size_;
+          T* const nearest = cost + size_;
+          // What lies in lanes without a line must not decide how the others are done.
+          if (count < lanes) std::fill(cost, cost + n * lanes, T{0});
+          forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
+            std::copy_n(values + index, length, cost + place);
+          });
+          const auto isFar = [](T value) { return value == kFar; };
+          if (isFar(cost[0]) && std::all_of(cost, cost + n * lanes, isFar)) {
+            std::fill(nearest, nearest + n * lanes, kFar);
+          } else if (lanes == 1) {
+            Envelopes(pass, thread, 0, cost, nearest);
+          } else if (const ColumnBlock<T> block{n, lanes, pass.weight, cost, nearest};
+                     options_.metric == DistanceMetric::kL1) {
+            SweepColumns(block, BestSimdLevel());
+          } else if (!TryColumns(block, BestSimdLevel())) {
+            for (std::ptrdiff_t part = 0; part < lanes; part += kLineLanes) {
+              Envelopes(pass, thread, lanes - kLineLanes, cost + part, nearest + part);
+            }
+          }
+          if (isLast) MakeLengths(nearest, n * lanes);
+          forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
+            if (isLast) FinishRow(index, length, finish, nearest + place);
+            std::copy_n(nearest + place, length, values + index);
+          });
+        });
   }
 
   // One line, or kLineLanes of a block; `gap`: columns between the last of a row and the first of the next.
@@ -171,6 +195,7 @@ class Transform {
   const Progress& progress_;
   int exponent_;  // of the unit of length
   double far_;    // above any distance
+  bool rowsApart_;
   std::ptrdiff_t size_ = 0;
   std::ptrdiff_t envelopeSize_ = 0;
   Buffer<T> columns_;

@@ -8,11 +8,20 @@
 
 namespace kestrum {
 
+// For an image that is a part of a longer one along x: the same values come out as there if it begins at a multiple of
+// 64 nodes, and ends at one or at the end.
+struct BeyondRows {
+  int nx;            // nodes of the longer rows
+  const int* steps;  // for each row, from its first node back to the nearest true one before it, and from its last node
+                     // on to the nearest one after it; 0 if there is none
+};
+
 struct MaskDistanceOptions {
   DistanceMetric metric = DistanceMetric::kEuclidean;
   // Less, at true nodes, the distance to the nearest one of those that have a face neighbour that is false.
   bool isSigned = false;
   Dealing dealing = Dealing::Serial();
+  const BeyondRows* beyond = nullptr;  // not for signed maps
 };
 
 // The distance from each node to the nearest true one: a value other than 0, and NaN is neither true nor false; infinite

@@ -60,6 +60,25 @@ def test_what_a_run_says_it_takes(model):
     assert 0.95 <= estimated <= 1.15
 
 
+def test_distances_of_1e9_nodes(tmp_path):
+    pytest.importorskip("zarr")
+    (peak,) = child(f"""
+        import dask
+        import dask.array as da
+
+        def block(block_info=None):
+            (first, last), (begin, end) = block_info[None]["array-location"]
+            return (np.arange(first, last)[:, None] * 7919 + np.arange(begin, end) * 104729) % 100_003 == 0
+
+        mask = da.map_blocks(block, chunks=((1000,) * 40, (1000,) * 25), dtype=bool, meta=np.empty((0, 0), bool))
+        with dask.config.set(scheduler="synchronous"):
+            _, peak = peak_of(lambda: ks.distance(mask, dtype="float32").to_zarr({str(tmp_path / "map.zarr")!r}, compressor=None))
+        print(peak)
+    """)
+    # A slab of 1024 columns: the mask, the distances, and the blocks that are written.
+    assert peak < 1e9
+
+
 def test_a_map_of_2e8_nodes_written_by_one_worker(tmp_path):
     pytest.importorskip("zarr")
     (program := tmp_path / "program.py").write_text(HEAD + textwrap.dedent(f"""

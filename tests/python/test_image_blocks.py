@@ -17,9 +17,13 @@ SPIRAL = np.array([[int(c) for c in row] for row in ("1111111", "0000001", "1111
 SPIRAL[SPIRAL == 0] = np.nan
 
 
+# Rows of several slabs of distances, with few nodes or many.
+LONG = [(RANDOM.uniform(size=shape) < share) for shape, share in (((50, 329), 0.0002), ((6, 31, 129), 0.4), ((40, 9, 203), 0.001), ((3, 2, 150), 1.0), ((4, 4, 70), 0.0))]
+
+
 @st.composite
-def blocked(draw):
-    image = draw(st.sampled_from([*IMAGES, SPIRAL]))
+def blocked(draw, images=(*IMAGES, SPIRAL)):
+    image = draw(st.sampled_from(images))
     chunks = []
     for n in image.shape:
         cuts = sorted(draw(st.sets(st.integers(1, n - 1), max_size=3))) if n > 1 else []
@@ -66,6 +70,48 @@ def test_moving_means_are_those_of_the_whole(pair, side):
     assert np.array_equal(result.compute(scheduler="synchronous"), ks.box_mean(values, side), equal_nan=True)
 
 
+@given(blocked((*IMAGES, *LONG, SPIRAL)), st.sampled_from(["euclidean", "manhattan"]), st.booleans(), st.sampled_from(["float32", "float64"]),
+       st.lists(st.sampled_from([0.3, 1.0, 0.7, 1e30]), min_size=3, max_size=3), st.sampled_from([0.0, 0.1]))
+@settings(max_examples=80, deadline=None)
+def test_distances_are_those_of_the_whole(pair, metric, signed, dtype, spacing, share):
+    image, lazy = pair
+    if share:
+        image = np.where(np.random.default_rng(1).uniform(size=image.shape) < share, np.nan, image)
+        lazy = da.from_array(image, lazy.chunks)
+    options = {"spacing": spacing[: image.ndim], "metric": metric, "signed": signed, "dtype": dtype}
+    result = ks.distance(lazy, **options)
+    assert result.chunks == lazy.chunks and result.dtype == dtype
+    assert result.compute(scheduler="threads").tobytes() == ks.distance(image, **options).tobytes()
+
+
+@given(blocked(), st.integers(0, 12), st.sampled_from([0.0, 0.3]), st.sampled_from(["pairs", "fft"]))
+@settings(max_examples=60, deadline=None)
+def test_variogram_maps_are_those_of_the_whole(pair, longest, share, method):
+    image, lazy = pair
+    random = np.random.default_rng(longest)
+    values = np.where(image == 1, 1e3, 1.0) * random.normal(5.0, size=image.shape)
+    values[random.uniform(size=image.shape) < share] = np.nan
+    lags = [min(longest + axis, n - 1) for axis, n in enumerate(image.shape)]
+    found = ks.variogram_map(xr.DataArray(da.from_array(values, lazy.chunks)), lags, method=method)
+    whole = ks.variogram_map(values, lags)
+    assert found.drop_vars("gamma").identical(whole.drop_vars("gamma"))
+    # What transforms promise, once for each of the two maps.
+    slack = 2e-12 * (np.nanstd(values) if image.size > 1 else 0.0) ** 2 * image.size / np.maximum(whole.pairs.values, 1) if method == "fft" else 1e-12 * whole.gamma.values
+    assert np.array_equal(found.gamma.isnull(), whole.gamma.isnull()) and not (np.abs(found.gamma - whole.gamma) > slack).any()
+
+
+def test_from_a_mapped_file_to_zarr(tmp_path):
+    pytest.importorskip("zarr")
+    np.save(tmp_path / "image.npy", np.random.default_rng(3).normal(size=(8, 60, 150)))
+    image = np.load(tmp_path / "image.npy", mmap_mode="r")
+    lazy = da.from_array(image, (3, 25, 40))
+    tools = {"label": lambda image: ks.label(image, 18)[0], "distance": lambda image: ks.distance(image > 2.5, 0.3, signed=True),
+             "dilate": lambda image: ks.dilate(image > 2.0), "box_mean": lambda image: ks.box_mean(image, 3)}
+    for name, tool in tools.items():
+        tool(lazy).to_zarr(str(tmp_path / name))
+        assert np.array_equal(da.from_zarr(str(tmp_path / name)).compute(), tool(np.array(image)), equal_nan=True), name
+
+
 def test_a_block_at_a_time():
     """An image of which no more than a few blocks are ever held; twice it is read for labels, and never before it is asked for."""
     asked = []
@@ -86,13 +132,16 @@ def test_a_block_at_a_time():
         expected, number = ks.label(whole, 26)
         assert count == number and np.array_equal(labels[:, 5:10].compute(), expected[:, 5:10])
         assert np.array_equal(grown.values, ks.dilate(whole))
+        asked.clear()
+        far = ks.distance(lazy)
+        assert len(asked) == 12 and np.array_equal(far.compute(), ks.distance(whole)) and len(asked) == 24
 
 
 def test_masked_blocks():
     masked = np.ma.array(np.random.default_rng(7).uniform(size=(7, 9)).round(1), mask=np.random.default_rng(8).uniform(size=(7, 9)) < 0.3)
     whole, lazy = masked.filled(np.nan), da.from_array(masked, chunks=3)
     for tool in (lambda image: ks.label(image)[0], ks.distance, ks.euler_number, ks.dilate, lambda image: ks.box_mean(image, 3), lambda image: ks.pyramid(image)[0], ks.otsu,
-                 lambda image: ks.variogram_map(image, 2).gamma, lambda image: ks.connectivity_curve(image, 5), lambda image: ks.body_sizes((10 * image).round())):
+                 lambda image: ks.variogram_map(image, 2).gamma.round(12), lambda image: ks.connectivity_curve(image, 5), lambda image: ks.body_sizes((10 * image).round())):
         for image in (lazy, xr.DataArray(lazy)):
             np.testing.assert_array_equal(tool(image), tool(whole))
 
@@ -100,7 +149,9 @@ def test_masked_blocks():
 def test_refusals():
     image = da.ones((4, 6), chunks=3)
     for call, error, text in ((lambda: ks.label(image.astype(str)), ks.ArgumentTypeError, "numbers"), (lambda: ks.label(image, 6), ks.ArgumentError, "4 or 8"),
-                              (lambda: ks.erode(da.ones(5)), ks.DataError, "2 or 3"), (lambda: ks.dilate(image, 4), ks.ArgumentError, "odd"),
-                              *((lambda tool=tool: tool(image[image[:, 0] > 0]), ks.DataError, "compute_chunk_sizes") for tool in (ks.label, ks.connectivity_curve))):
+                              (lambda: ks.erode(da.ones(5)), ks.DataError, "2 or 3"),
+                              (lambda: ks.distance(da.zeros((50_000, 50_000), chunks=(1000, -1))), ks.DataError, "thinner"),
+                              (lambda: ks.variogram_map(image * np.inf, 1), ks.DataError, "infinite"), (lambda: ks.dilate(image, 4), ks.ArgumentError, "odd"),
+                              *((lambda tool=tool: tool(image[image[:, 0] > 0]), ks.DataError, "compute_chunk_sizes") for tool in (ks.label, ks.distance, ks.connectivity_curve))):
         with pytest.raises(error, match=text):
             call()
