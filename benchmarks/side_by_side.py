@@ -222,6 +222,23 @@ def variogram_by_transforms(n, lag_max):
             lambda: ks.variogram_map(values, lag_max, method="fft", threads=2))
 
 
+def transitions(n, lag_max):
+    """Of four categories, beside the correlations of their indicators by transforms."""
+    values = noise((n, n), 3.0)
+    facies = np.digitize(values, np.quantile(values, (0.25, 0.5, 0.75))).astype(np.uint8)
+    padded = [fft.next_fast_len(n + lag_max, True)] * 2
+
+    def theirs():
+        spectra = [fft.rfft2((facies == k).astype(float), padded) for k in range(4)]
+        lags = np.arange(-lag_max, lag_max + 1)
+        return np.rint([[fft.irfft2(a.conj() * b, padded)[np.ix_(lags, lags)] for b in spectra] for a in spectra])
+
+    found = ks.transiogram(facies, lag_max)
+    assert np.array_equal(np.rint(found.probability * found.pairs).transpose("from", "to", ...), theirs())
+    compare(f"ks.transiogram, 4 categories, {n}^2, lags to {lag_max}", facies.size, lambda: ks.transiogram(facies, lag_max, threads=1), theirs, None,
+            lambda: ks.transiogram(facies, lag_max, threads=2))
+
+
 def clusters(n, features, number):
     try:
         from sklearn.cluster import KMeans
@@ -490,6 +507,8 @@ def main():
     euler(2000)
     variogram(500, 50)
     variogram_by_transforms(500, 50)
+    for lag_max in (15, 50):
+        transitions(500, lag_max)
     clusters(200_000, 8, 10)
     point_variogram(100_000)
     leave_one_out(2000)

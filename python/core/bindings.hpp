@@ -13,6 +13,7 @@ void BindFiles(pybind11::module_& module);
 void BindVariogram(pybind11::module_& module);
 void BindImages(pybind11::module_& module);
 void BindImageMaps(pybind11::module_& module);
+void BindImagePairs(pybind11::module_& module);
 void BindImageStatistics(pybind11::module_& module);
 
 }  // namespace kestrum::python

@@ -8,26 +8,11 @@
 #include "analysis/lloyd.hpp"
 #include "analysis/otsu.hpp"
 #include "analysis/pyramid.hpp"
-#include "analysis/two_point_statistics.hpp"
 #include "bindings.hpp"
 #include "images.hpp"
 
 namespace kestrum::python {
 namespace {
-
-py::tuple VariogramMap(const Array<double>& image, const py::tuple& maxLag, int nthreads) {
-  const VORL_GRID grid = GridOfShape(image);
-  const int lag[] = {maxLag[2].cast<int>(), maxLag[1].cast<int>(), maxLag[0].cast<int>()};
-  const py::array::ShapeContainer shape{2 * lag[2] + 1, 2 * lag[1] + 1, 2 * lag[0] + 1};
-  Array<double> gamma(shape);
-  Array<std::int64_t> pairs(shape);
-  double* const to = gamma.mutable_data();
-  std::int64_t* const counts = pairs.mutable_data();
-  RunOperations(static_cast<double>(gamma.size()) * grid.nxyz, [&](const Progress& progress) noexcept {
-    return ComputeVariogramMap(grid, image.data(), lag, Dealing::Threads(nthreads), progress, to, counts);
-  });
-  return py::make_tuple(gamma, pairs);
-}
 
 Array<double> Reduce(const Array<double>& image, int nthreads) {
   const VORL_GRID grid = GridOfShape(image);
@@ -96,7 +81,6 @@ void BindImageStatistics(py::module_& module) {
     module.def("connectivity_curves", &ConnectivityCurves<T>, py::arg("images").noconvert(),
                py::arg("thresholds").noconvert(), py::arg("neighbors"), py::arg("above"), py::arg("threads"));
   });
-  module.def("variogram_map", &VariogramMap, py::arg("image").noconvert(), py::arg("max_lag"), py::arg("threads"));
   module.def("reduce", &Reduce, py::arg("image").noconvert(), py::arg("threads"));
   module.def("kmeans", &KMeans, py::arg("features").noconvert(), py::arg("centers").noconvert(),
              py::arg("max_iterations"), py::arg("tolerance"), py::arg("restarts"), py::arg("seed"), py::arg("threads"));

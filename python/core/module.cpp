@@ -79,5 +79,6 @@ PYBIND11_MODULE(_core, module) {
   kestrum::python::BindVariogram(module);
   kestrum::python::BindImages(module);
   kestrum::python::BindImageMaps(module);
+  kestrum::python::BindImagePairs(module);
   kestrum::python::BindImageStatistics(module);
 }

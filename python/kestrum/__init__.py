@@ -22,6 +22,7 @@ from ._errors import ArgumentError, ArgumentTypeError, DataError, GridError, Kes
 from ._files import read_gslib, read_gslib_points, write_gslib, write_vtk
 from ._fit import FittedModel, fit_likelihood
 from ._grid import Grid
+from ._image_pairs import connectivity_function, covariance_map, indicator_variogram_map, transiogram
 from ._image_statistics import connectivity_curve, kmeans, otsu, pyramid, variogram_map
 from ._images import body_sizes, box_mean, dilate, distance, erode, euler_number, label
 from ._krige import krige
@@ -67,6 +68,8 @@ __all__ = [
     "body_sizes",
     "box_mean",
     "connectivity_curve",
+    "connectivity_function",
+    "covariance_map",
     "cross_validate",
     "declustering_weights",
     "dilate",
@@ -74,6 +77,7 @@ __all__ = [
     "erode",
     "euler_number",
     "fit_likelihood",
+    "indicator_variogram_map",
     "indicator_variograms",
     "kmeans",
     "krige",
@@ -85,6 +89,7 @@ __all__ = [
     "read_gslib_points",
     "simulate",
     "simulate_categories",
+    "transiogram",
     "variogram",
     "variogram_cloud",
     "variogram_map",

@@ -6,7 +6,7 @@ from typing import Any, Literal, TypeVar
 import numpy as np
 from numpy.typing import NDArray
 
-from . import _door
+from . import _core, _door
 from ._errors import ArgumentError, ArgumentTypeError, DataError
 
 Connectivity = Literal[4, 8, 6, 18, 26]
@@ -61,6 +61,52 @@ def per_axis(name: str, value: Any, dimension: int, check: Callable[[str, Any], 
     if np.shape(value) != (dimension,):
         raise ArgumentError(f"{name} is {_door.show(value)}, but must be one number, or {dimension}: one for each axis.")
     return [check(name, item) for item in value]
+
+
+def as_lags(max_lag: Any, shape: tuple[int, ...]) -> tuple[int, ...]:
+    """The largest lag along each axis, below its number of nodes."""
+    lags = tuple(per_axis("max_lag", max_lag, len(shape), _door.whole))
+    for lag, n in zip(lags, shape):
+        if lag >= n:
+            raise ArgumentError(f"max_lag is {lag:,} along an axis of {n:,} nodes, but must be below their number. Give smaller ones, one for each axis.")
+    return lags
+
+
+def lag_coords(lags: tuple[int, ...]) -> dict[str, NDArray[np.int64]]:
+    """The lags along each axis, by the names of the dimensions."""
+    dims = ("lag_z", "lag_y", "lag_x")[-len(lags):]
+    return {dim: np.arange(-lag, lag + 1) for dim, lag in zip(dims, lags)}
+
+
+def is_complete(name: str, values: NDArray[Any]) -> bool:
+    """Whether all are numbers. False may be wrong; infinite ones are refused."""
+    with np.errstate(all="ignore"):
+        complete = bool(np.isfinite(values.sum(dtype=np.float64)))
+    if not complete and np.isinf(values).any():
+        raise DataError(f"{name} has infinite values, but they must be finite or, where they are missing, NaN. Set them to NaN.")
+    return complete
+
+
+def as_categories(name: str, given: NDArray[Any], categories: Any, threads: int) -> tuple[NDArray[np.int16], NDArray[Any]]:
+    """Codes of an image, of its shape and in its order, and the categories that they number."""
+    flipped = is_flipped(given)
+    values = np.ascontiguousarray(readable(given.T if flipped else given))
+    if categories is None:
+        names = _core.find_categories(values)
+        if len(names) > 255:
+            raise DataError(f"{name} has more than 255 distinct values. Make categories of them by categorize().")
+        if len(names) == 0:
+            raise DataError(f"{name} has no values but NaN.")
+        listed = names.astype(given.dtype)
+    else:
+        listed = _door.array("categories", categories)
+        names = _door.finite("categories", _door.reals("categories", categories))
+        if names.ndim != 1 or not 1 <= names.size <= 255:
+            raise ArgumentError(f"categories has {names.ndim} axes and {names.size:,} numbers, but must be a list of 1 to 255.")
+        if len(np.unique(names)) < len(names):
+            raise ArgumentError(f"categories is {_door.show(categories)}, but must have each number once.")
+    codes = _core.code_categories(values, names, threads)
+    return codes.T if flipped else codes, listed
 
 
 def is_flipped(given: NDArray[Any]) -> bool:

@@ -11,7 +11,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _lazy, _memory
 from ._errors import ArgumentError, DataError
-from ._image_door import Connectivity, as_image, as_neighbors, like, per_axis, readable, require_few, require_numbers
+from ._image_door import Connectivity, as_image, as_lags, as_neighbors, is_complete, lag_coords, like, readable, require_few, require_numbers
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -60,22 +60,19 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
 
     lazy = _lazy.is_lazy(_door.held("image", image))
     values: Any = _image_blocks.blocks("image", image) if lazy else as_image("image", image)
-    lags = _lags(max_lag, values.shape)
+    lags = as_lags(max_lag, values.shape)
     by_transforms = _door.choice("method", method, ("pairs", "fft")) == "fft"
     if lazy:
         gamma, pairs = _image_blocks.variogram(values, lags, functools.partial(_variogram_of, by_transforms=by_transforms), threads)
     else:
         gamma, pairs = _variogram_of(values, lags, _door.threads(threads), by_transforms)
-    dims = ("lag_z", "lag_y", "lag_x")[-values.ndim:]
-    coords = {dim: np.arange(-lag, lag + 1) for dim, lag in zip(dims, lags)}
+    coords = lag_coords(lags)
+    dims = tuple(coords)
     return xr.Dataset({"gamma": (dims, gamma, {"long_name": "semivariance"}), "pairs": (dims, pairs, {"long_name": "number of pairs"})}, coords)
 
 
 def _variogram_of(values: NDArray[Any], lags: tuple[int, ...], threads: int, by_transforms: bool) -> tuple[Floats, NDArray[np.int64]]:
-    with np.errstate(all="ignore"):
-        complete = bool(np.isfinite(values.sum(dtype=np.float64)))
-    if not complete and np.isinf(values).any():
-        raise DataError("image has infinite values, but they must be finite or, where they are missing, NaN. Set them to NaN.")
+    complete = is_complete("image", values)
     known = None if complete or not np.isnan(values).any() else ~np.isnan(values)
     if by_transforms:
         def work(stop: threading.Event) -> tuple[Floats, NDArray[np.int64]]:
@@ -83,17 +80,9 @@ def _variogram_of(values: NDArray[Any], lags: tuple[int, ...], threads: int, by_
 
         found: tuple[Floats, NDArray[np.int64]] = _interruptible(work) if values.size > 10**6 else work(threading.Event())
         return found
-    gamma, pairs = _core.variogram_map(np.ascontiguousarray(values, np.float64), (0, *lags)[-3:], threads)
+    gamma, pairs = _core.two_point_map(np.ascontiguousarray(values, np.float64), "variogram", (0, *lags)[-3:], threads)
     shape = [2 * lag + 1 for lag in lags]
     return gamma.reshape(shape), pairs.reshape(shape)
-
-
-def _lags(max_lag: Any, shape: tuple[int, ...]) -> tuple[int, ...]:
-    lags = tuple(per_axis("max_lag", max_lag, len(shape), _door.whole))
-    for lag, n in zip(lags, shape):
-        if lag >= n:
-            raise ArgumentError(f"max_lag is {lag:,} along an axis of {n:,} nodes, but must be below their number. Give smaller ones, one for each axis.")
-    return lags
 
 
 class _Stopped(Exception):

@@ -187,12 +187,19 @@ KESTRUM_KERNEL_TARGET void SumRun(const PairField& field, const int* lag, int co
   }
 }
 
-template <TwoPointStatistic kStatistic, MissingMark kMark = MissingMark::kNumber>
+template <TwoPointStatistic kStatistic>
 KESTRUM_KERNEL_TARGET void SumRunOf(const PairField& field, const int* lag, int count, LagSums* sums) {
-  if constexpr (LeavesMissingOut(kStatistic)) {
-    if (field.hasMissing) return SumRun<kStatistic, kMark, true>(field, lag, count, sums);
+  // Of arrays, categories and bodies are counted otherwise (pair_counts.hpp).
+  if constexpr (kStatistic < TwoPointStatistic::kTransiogram) {
+    if (field.mark == MissingMark::kNaN) {
+      if (field.hasMissing) return SumRun<kStatistic, MissingMark::kNaN, true>(field, lag, count, sums);
+      return SumRun<kStatistic, MissingMark::kNaN, false>(field, lag, count, sums);
+    }
   }
-  SumRun<kStatistic, kMark, false>(field, lag, count, sums);
+  if constexpr (LeavesMissingOut(kStatistic)) {
+    if (field.hasMissing) return SumRun<kStatistic, MissingMark::kNumber, true>(field, lag, count, sums);
+  }
+  SumRun<kStatistic, MissingMark::kNumber, false>(field, lag, count, sums);
 }
 
 KESTRUM_KERNEL_TARGET void SumLags(TwoPointStatistic statistic, const PairField& field, const int* lag, int count,
@@ -200,7 +207,6 @@ KESTRUM_KERNEL_TARGET void SumLags(TwoPointStatistic statistic, const PairField&
   using enum TwoPointStatistic;
   switch (statistic) {
     case kVariogram:
-      if (field.mark == MissingMark::kNaN) return SumRunOf<kVariogram, MissingMark::kNaN>(field, lag, count, sums);
       return SumRunOf<kVariogram>(field, lag, count, sums);
     case kCovariance:
       return SumRunOf<kCovariance>(field, lag, count, sums);

@@ -361,13 +361,13 @@ int ComputeTwoPointStatistic(TwoPointStatistic statistic, const VORL_IMAGE& in, 
                        nullptr, verbose, dealing, level, Progress(nullptr, nullptr));
 }
 
-int ComputeVariogramMap(const VORL_GRID& grid, const double* values, const int (&maxLag)[3], const Dealing& dealing,
-                        const Progress& progress, double* gamma, std::int64_t* pairs) noexcept {
+int ComputeTwoPointMap(TwoPointStatistic statistic, const VORL_GRID& grid, const double* values, const int (&maxLag)[3],
+                       const Dealing& dealing, const Progress& progress, double* map, std::int64_t* pairs) noexcept {
   LagBox box;
   for (int a = 0; a < 3; ++a) box.axis[a] = {-maxLag[a], maxLag[a], 1};
   VORL_GRID lags;
   if (const int status = MakeLagGrid(grid, box, &lags); status != 0) return status;
-  return ComputeLagMap(kVariogram, {grid, values, MissingMark::kNaN}, box, lags, gamma, pairs, false, dealing,
+  return ComputeLagMap(statistic, {grid, values, MissingMark::kNaN}, box, lags, map, pairs, false, dealing,
                        BestSimdLevel(), progress);
 }
 

@@ -27,12 +27,12 @@ struct LagBox {
                                            int varIndex, LagBox box, bool verbose, const Dealing& dealing,
                                            SimdLevel level = BestSimdLevel()) noexcept;
 
-// The variogram map of an array in which NaN is missing, at all lags from -maxLag to maxLag, each below the number of
-// nodes along its axis.
-//   gamma, pairs  out; in the order of the lags, those along x the fastest. Without pairs gamma is NaN.
-[[nodiscard]] int ComputeVariogramMap(const VORL_GRID& grid, const double* values, const int (&maxLag)[3],
-                                      const Dealing& dealing, const Progress& progress, double* gamma,
-                                      std::int64_t* pairs) noexcept;
+// The variogram, covariance (centred or not) or correlogram of an array in which NaN is missing, at all lags from -maxLag
+// to maxLag, each below the number of nodes along its axis.
+//   map, pairs  out; in the order of the lags, those along x the fastest. Without pairs the map is NaN.
+[[nodiscard]] int ComputeTwoPointMap(TwoPointStatistic statistic, const VORL_GRID& grid, const double* values,
+                                     const int (&maxLag)[3], const Dealing& dealing, const Progress& progress,
+                                     double* map, std::int64_t* pairs) noexcept;
 
 }  // namespace kestrum
 

@@ -18,6 +18,7 @@
 #include "analysis/mark_block.hpp"
 #include "analysis/moving_average_sums.hpp"
 #include "analysis/nearest_center.hpp"
+#include "analysis/pair_counts.hpp"
 #include "analysis/pyramid_rows.hpp"
 #include "analysis/two_point_statistics.hpp"
 #include "core/buffer.hpp"
@@ -151,6 +152,28 @@ Values LagSums(SimdLevel level, Draws& draws) {
   return map.Values();
 }
 
+Values PairCounts(SimdLevel level, Draws& draws) {
+  const int nx = draws.Int(1, 140), n = draws.Int(2, 4);
+  const int lag[] = {draws.Int(0, nx - 1), 1, 1};
+  std::vector<std::int16_t> codes(static_cast<std::size_t>(6 * nx));
+  for (std::int16_t& code : codes) code = static_cast<std::int16_t>(draws.Int(-1, n - 1));
+  const std::vector<int> labels(codes.begin(), codes.end());
+  const std::size_t size = static_cast<std::size_t>(9 * (2 * lag[0] + 1)),
+                    tables = static_cast<std::size_t>(n * n + n + 2);
+  std::vector<std::int64_t> counts(tables * size);
+  const VORL_GRID grid = Grid(nx, 3, 2);
+  const kestrum::Dealing serial = kestrum::Dealing::Serial();
+  const kestrum::Progress progress(nullptr, nullptr);
+  std::int64_t* const changes = counts.data() + static_cast<std::size_t>(n * n) * size;
+  std::int64_t* const pairs = changes + static_cast<std::size_t>(n) * size;
+  EXPECT_EQ(kestrum::CountCategoryPairs(grid, codes.data(), n, lag, serial, progress, counts.data(), level), 0);
+  EXPECT_EQ(
+      kestrum::CountCategoryChanges(grid, codes.data(), n, draws.Flip(), lag, serial, progress, changes, pairs, level),
+      0);
+  EXPECT_EQ(kestrum::CountAlikePairs(grid, labels.data(), lag, serial, progress, pairs + size, level), 0);
+  return {counts.begin(), counts.end()};
+}
+
 Values MovingSums(SimdLevel level, Draws& draws) {
   using kestrum::kSumLanes;
   const kestrum::SumKernels& kernels = kestrum::SumKernelsOf(level);
@@ -268,8 +291,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Combine(testing::Values(Kernel{"Marks", Marks}, Kernel{"Labels", Labels},
                                      Kernel{"EulerNumbers", EulerNumbers}, Kernel{"NearestCenters", NearestCenters},
                                      Kernel{"Lines", Lines}, Kernel{"LagSums", LagSums},
-                                     Kernel{"MovingSums", MovingSums}, Kernel{"PyramidRows", PyramidRows},
-                                     Kernel{"Batches", Batches}),
+                                     Kernel{"PairCounts", PairCounts}, Kernel{"MovingSums", MovingSums},
+                                     Kernel{"PyramidRows", PyramidRows}, Kernel{"Batches", Batches}),
                      testing::Values(SimdLevel::kAvx2, SimdLevel::kAvx512)),
     [](const auto& test) {
       return std::get<0>(test.param).name +

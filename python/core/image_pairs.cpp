@@ -1,0 +1,141 @@
+// Two-point statistics of images, and categories, on arrays.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "analysis/category_codes.hpp"
+#include "analysis/pair_counts.hpp"
+#include "analysis/two_point_statistics.hpp"
+#include "bindings.hpp"
+#include "images.hpp"
+
+namespace kestrum::python {
+namespace {
+
+// The largest lags along x, y and z, and the shape of tables of all lags behind other axes.
+struct Lags {
+  int most[3];
+  std::vector<py::ssize_t> shape;
+
+  explicit Lags(const std::vector<int>& maxLag, std::vector<py::ssize_t> before = {}) : shape(std::move(before)) {
+    if (maxLag.size() != 3) throw py::value_error("max_lag must be three numbers");
+    for (int axis = 0; axis < 3; ++axis) most[2 - axis] = maxLag[static_cast<std::size_t>(axis)];
+    for (const int lag : maxLag) shape.push_back(2 * lag + 1);
+  }
+};
+
+py::tuple TwoPointMap(const Array<double>& image, const std::string& name, const std::vector<int>& maxLag,
+                      int nthreads) {
+  const VORL_GRID grid = GridOfShape(image);
+  const Lags lags(maxLag);
+  const auto statistic = name == "variogram"     ? TwoPointStatistic::kVariogram
+                         : name == "covariance"  ? TwoPointStatistic::kCovariance
+                         : name == "noncentered" ? TwoPointStatistic::kCovarianceNotCentred
+                                                 : TwoPointStatistic::kCorrelogram;
+  Array<double> map(lags.shape);
+  Array<std::int64_t> pairs(lags.shape);
+  double* const to = map.mutable_data();
+  std::int64_t* const counts = pairs.mutable_data();
+  RunOperations(static_cast<double>(map.size()) * grid.nxyz, [&](const Progress& progress) noexcept {
+    return ComputeTwoPointMap(statistic, grid, image.data(), lags.most, Dealing::Threads(nthreads), progress, to,
+                              counts);
+  });
+  return py::make_tuple(map, pairs);
+}
+
+template <typename T>
+Array<double> Categories(const Array<T>& values) {
+  double found[kMostCategories + 1] = {};
+  int n = 0;
+  {
+    const py::gil_scoped_release released;
+    n = FindCategories(values.size(), values.data(), found);
+  }
+  return Array<double>(n, found);
+}
+
+// write(codes): without the interpreter.
+template <typename T, typename Write>
+Array<std::int16_t> Codes(const Array<T>& values, const Write& write) {
+  Array<std::int16_t> codes = ArrayLike<std::int16_t>(values);
+  std::int16_t* const to = codes.mutable_data();
+  const py::gil_scoped_release released;
+  write(to);
+  return codes;
+}
+
+template <typename T>
+Array<std::int16_t> CodesOf(const Array<T>& values, const Array<double>& categories, int nthreads) {
+  return Codes(values, [&](std::int16_t* codes) noexcept {
+    CodeCategories(values.size(), values.data(), static_cast<int>(categories.size()), categories.data(),
+                   Dealing::Threads(nthreads), codes);
+  });
+}
+
+template <typename T>
+Array<std::int16_t> CodesByCuts(const Array<T>& values, const Array<double>& cuts, int nthreads) {
+  return Codes(values, [&](std::int16_t* codes) noexcept {
+    CodeByCuts(values.size(), values.data(), static_cast<int>(cuts.size()), cuts.data(), Dealing::Threads(nthreads),
+               codes);
+  });
+}
+
+Array<std::int64_t> CategoryPairs(const Array<std::int16_t>& codes, int n, const std::vector<int>& maxLag,
+                                  int nthreads) {
+  const VORL_GRID grid = GridOfShape(codes);
+  const Lags lags(maxLag, {n, n});
+  Array<std::int64_t> pairs(lags.shape);
+  std::int64_t* const to = pairs.mutable_data();
+  RunOperations(static_cast<double>(pairs.size()) * grid.nxyz / 64.0, [&](const Progress& progress) noexcept {
+    return CountCategoryPairs(grid, codes.data(), n, lags.most, Dealing::Threads(nthreads), progress, to);
+  });
+  return pairs;
+}
+
+py::tuple CategoryChanges(const Array<std::int16_t>& codes, int n, bool nested, const std::vector<int>& maxLag,
+                          int nthreads) {
+  const VORL_GRID grid = GridOfShape(codes);
+  const Lags lags(maxLag, {nested ? n - 1 : n});
+  Array<std::int64_t> changes(lags.shape);
+  Array<std::int64_t> pairs(std::vector<py::ssize_t>(lags.shape.begin() + 1, lags.shape.end()));
+  std::int64_t* const to = changes.mutable_data();
+  std::int64_t* const all = pairs.mutable_data();
+  RunOperations(static_cast<double>(changes.size()) * grid.nxyz / 64.0, [&](const Progress& progress) noexcept {
+    return CountCategoryChanges(grid, codes.data(), n, nested, lags.most, Dealing::Threads(nthreads), progress, to,
+                                all);
+  });
+  return py::make_tuple(changes, pairs);
+}
+
+Array<std::int64_t> AlikePairs(const Array<int>& labels, const std::vector<int>& maxLag, int nthreads) {
+  const VORL_GRID grid = GridOfShape(labels);
+  const Lags lags(maxLag);
+  Array<std::int64_t> pairs(lags.shape);
+  std::int64_t* const to = pairs.mutable_data();
+  RunOperations(static_cast<double>(pairs.size()) * grid.nxyz, [&](const Progress& progress) noexcept {
+    return CountAlikePairs(grid, labels.data(), lags.most, Dealing::Threads(nthreads), progress, to);
+  });
+  return pairs;
+}
+
+}  // namespace
+
+void BindImagePairs(py::module_& module) {
+  ForEachType([&module]<typename T>(std::type_identity<T>) {
+    module.def("find_categories", &Categories<T>, py::arg("values").noconvert());
+    module.def("code_categories", &CodesOf<T>, py::arg("values").noconvert(), py::arg("categories").noconvert(),
+               py::arg("threads"));
+    module.def("code_by_cuts", &CodesByCuts<T>, py::arg("values").noconvert(), py::arg("cuts").noconvert(),
+               py::arg("threads"));
+  });
+  module.def("two_point_map", &TwoPointMap, py::arg("image").noconvert(), py::arg("statistic"), py::arg("max_lag"),
+             py::arg("threads"));
+  module.def("category_pairs", &CategoryPairs, py::arg("codes").noconvert(), py::arg("n"), py::arg("max_lag"),
+             py::arg("threads"));
+  module.def("category_changes", &CategoryChanges, py::arg("codes").noconvert(), py::arg("n"), py::arg("nested"),
+             py::arg("max_lag"), py::arg("threads"));
+  module.def("alike_pairs", &AlikePairs, py::arg("labels").noconvert(), py::arg("max_lag"), py::arg("threads"));
+}
+
+}  // namespace kestrum::python

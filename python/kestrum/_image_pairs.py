@@ -1,0 +1,255 @@
+"""Two-point statistics of images: covariances, indicators, transitions between categories, connectivity by lag."""
+
+from collections.abc import Sequence
+from typing import TYPE_CHECKING, Any, Literal
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+from . import _core, _door, _memory
+from ._errors import ArgumentError
+from ._image_door import Connectivity, as_categories, as_image, as_lags, as_neighbors, as_truth, is_complete, is_flipped, lag_coords, readable
+
+if TYPE_CHECKING:
+    import xarray as xr
+
+
+def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic: Literal["covariance", "noncentered", "correlogram"] = "covariance",
+                   threads: int | None = None) -> "xr.Dataset":
+    """Covariances or correlations of an image at all lags of a box.
+
+    Parameters
+    ----------
+    image : array_like
+        Two or three axes, of numbers; NaN is missing. It is copied to doubles.
+    max_lag : int or sequence of int
+        The largest lag in cells, for all axes or along each, in the order of the axes; below the axis' number of nodes.
+        With 0 along an axis there is no lag along it.
+    statistic : {"covariance", "noncentered", "correlogram"}
+        The covariance of tails and heads about the means of those of each lag; the mean of their products; or the
+        covariance over the product of the standard deviations of tails and heads.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    Dataset
+        `covariance` or `correlogram`, NaN without pairs, a correlogram also where tails or heads are all alike; and
+        `pairs`, their number. Of dimensions `lag_z`, `lag_y`, `lag_x` (in two dimensions without `lag_z`), from
+        -max_lag to max_lag.
+
+    Notes
+    -----
+    Goovaerts, Geostatistics for Natural Resources Evaluation, 1997, chapter 2. Pairs are summed one by one.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.covariance_map([[0, 1, 0, 1], [0, 1, 0, 1]], max_lag=(0, 1)).covariance.to_numpy()[0].round(3)
+    array([-0.222,  0.25 , -0.222])
+    """
+    import xarray as xr
+
+    values = as_image("image", image)
+    lags = as_lags(max_lag, values.shape)
+    _door.choice("statistic", statistic, ("covariance", "noncentered", "correlogram"))
+    nthreads = _door.threads(threads)
+    is_complete("image", values)
+    doubles = np.array(values, np.float64, order="C")
+    if statistic != "noncentered" and doubles.size:
+        # Sums of products of values far from 0 would lose their digits.
+        least, greatest = np.fmin.reduce(doubles, None), np.fmax.reduce(doubles, None)
+        if least == greatest:
+            doubles -= least
+        elif least < greatest:
+            doubles -= np.nanmean(doubles)
+    found, pairs = _core.two_point_map(doubles, statistic, (0, *lags)[-3:], nthreads)
+    coords = lag_coords(lags)
+    shape = [len(lag) for lag in coords.values()]
+    name = "correlogram" if statistic == "correlogram" else "covariance"
+    return xr.Dataset({name: (tuple(coords), found.reshape(shape)), "pairs": (tuple(coords), pairs.reshape(shape), {"long_name": "number of pairs"})}, coords)
+
+
+def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: ArrayLike | None = None, *, threads: int | None = None) -> "xr.Dataset":
+    """Probabilities of the transitions between categories, at all lags of a box.
+
+    Parameters
+    ----------
+    image : array_like
+        Two or three axes, of categories: numbers, at most 255 distinct ones. NaN is missing. Arrays of bool, uint8,
+        int32, float32 and float64 are read in place if they are contiguous in C or Fortran order, others are copied.
+    max_lag : int or sequence of int
+        The largest lag in cells, for all axes or along each, in the order of the axes; below the axis' number of nodes.
+        With 0 along an axis there is no lag along it.
+    categories : array_like, optional
+        Those to count, in their order in the result; other values are missing. By default all, increasing.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    Dataset
+        `probability`, of dimensions `from`, `to`, and `lag_z`, `lag_y`, `lag_x` (in two dimensions without `lag_z`): of the
+        pairs whose tail is in the category `from`, the share whose head, a lag away, is in `to`; NaN without pairs. And
+        `pairs`, the number of these, without `to`. Pairs with a missing end do not count.
+
+    Notes
+    -----
+    Li, Transiograms for characterizing spatial variability of soil classes, 2007. Categories are sets of bits, of which
+    64 pairs are counted at once; work memory is 2 bytes a node, and an eighth byte for each category.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> found = ks.transiogram([[1, 1, 2, 2, 2, 1]], max_lag=(0, 1))
+    >>> found.probability.sel(lag_y=0, lag_x=1).to_numpy().round(3)
+    array([[0.5  , 0.5  ],
+           [0.333, 0.667]])
+    """
+    import xarray as xr
+
+    values = as_image("image", image)
+    lags = as_lags(max_lag, values.shape)
+    nthreads = _door.threads(threads)
+    codes, names = as_categories("image", values, categories, nthreads)
+    coords = lag_coords(lags)
+    n = len(names)
+    _memory.require(24 * n * n * int(np.prod([len(lag) for lag in coords.values()])), f"the transitions between {n:,} categories", "Ask for fewer lags.")
+    pairs = _by_lag(_core.category_pairs, codes, lags, nthreads, n)
+    tails = pairs.sum(1)
+    return xr.Dataset({"probability": (("from", "to", *coords), _share(pairs, tails[:, None]), {"long_name": "probability of transition"}),
+                       "pairs": (("from", *coords), tails, {"long_name": "number of pairs"})}, {"from": names, "to": names, **coords})
+
+
+def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, categories: ArrayLike | None = None,
+                            thresholds: ArrayLike | None = None, threads: int | None = None) -> "xr.Dataset":
+    """Semivariances of the indicators of categories or thresholds, at all lags of a box.
+
+    Parameters
+    ----------
+    image : array_like
+        As that of `transiogram`; with thresholds any numbers.
+    max_lag : int or sequence of int
+        As that of `transiogram`.
+    categories : array_like, optional
+        As those of `transiogram`: the indicator of a category is 1 at its nodes.
+    thresholds : array_like, optional
+        Instead of categories, at most 254 distinct ones: the indicator of a threshold is 1 where a value is at or above it.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    Dataset
+        `gamma`, half the share of the pairs of which one end has the indicator and the other has not, NaN without pairs:
+        of dimensions `category` or `threshold`, and `lag_z`, `lag_y`, `lag_x` (in two dimensions without `lag_z`). And
+        `pairs`, the number of pairs without a missing end, by lag.
+
+    Notes
+    -----
+    Counted as by `transiogram`.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> found = ks.indicator_variogram_map([[1, 1, 2, 3, 3, 1]], max_lag=(0, 1))
+    >>> found.gamma.sel(lag_y=0, lag_x=1).to_numpy()
+    array([0.2, 0.2, 0.2])
+    """
+    import xarray as xr
+
+    values = as_image("image", image)
+    lags = as_lags(max_lag, values.shape)
+    nthreads = _door.threads(threads)
+    if thresholds is None:
+        codes, names = as_categories("image", values, categories, nthreads)
+        n, order, dim = len(names), np.arange(len(names)), "category"
+    else:
+        if categories is not None:
+            raise ArgumentError("categories and thresholds are both given. Leave one of them out.")
+        names = _door.finite("thresholds", _door.reals("thresholds", thresholds))
+        cuts, order = np.unique(names, return_inverse=True)
+        if names.ndim != 1 or not 1 <= cuts.size <= 254:
+            raise ArgumentError(f"thresholds has {names.ndim} axes and {names.size:,} numbers, but must be a list of 1 to 254.")
+        flipped = is_flipped(values)
+        codes = _core.code_by_cuts(np.ascontiguousarray(readable(values.T if flipped else values)), cuts, nthreads)
+        codes = codes.T if flipped else codes
+        n, dim = len(cuts) + 1, "threshold"
+    changes, pairs = _by_lag(_core.category_changes, codes, lags, nthreads, n, thresholds is not None)
+    coords = lag_coords(lags)
+    return xr.Dataset({"gamma": ((dim, *coords), _share(changes, 2 * pairs)[order], {"long_name": "semivariance"}),
+                       "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, {dim: names, **coords})
+
+
+def connectivity_function(mask: ArrayLike, max_lag: int | Sequence[int], connectivity: Connectivity | None = None, *,
+                          given: Literal["both", "tail", "none"] = "both", threads: int | None = None) -> "xr.Dataset":
+    """The probability that two nodes a lag apart are in one body, at all lags of a box.
+
+    Parameters
+    ----------
+    mask : array_like
+        As that of `label`; Fortran order is read in place as well. Labels that `label` gave with the same connectivity
+        serve as well.
+    max_lag : int or sequence of int
+        The largest lag in cells, for all axes or along each, in the order of the axes; below the axis' number of nodes.
+        With 0 along an axis there is no lag along it.
+    connectivity : 4, 8, 6, 18 or 26, optional
+        How many neighbours a node has: 4 (by default) or 8 in two dimensions, 6 (by default), 18 or 26 in three.
+    given : {"both", "tail", "none"}
+        Which pairs the probability is among: those of two true nodes, those from a true node, or all.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    Dataset
+        `probability`, NaN without pairs; and `pairs`, the number of those that it is among. Of dimensions `lag_z`,
+        `lag_y`, `lag_x` (in two dimensions without `lag_z`), from -max_lag to max_lag.
+
+    Notes
+    -----
+    Pardo-Igúzquiza and Dowd, CONNEC3D: a computer program for connectivity analysis of 3D random set models, Computers &
+    Geosciences, 2003. Work memory is 7 bytes a node.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> found = ks.connectivity_function([[1, 1, 0, 0, 1]], max_lag=(0, 3))
+    >>> found.probability.sel(lag_y=0, lag_x=[0, 1, 2, 3]).to_numpy()
+    array([ 1.,  1., nan,  0.])
+    """
+    import xarray as xr
+
+    image = as_image("mask", mask)
+    neighbors = as_neighbors(connectivity, image.ndim)
+    lags = as_lags(max_lag, image.shape)
+    _door.choice("given", given, ("both", "tail", "none"))
+    nthreads = _door.threads(threads)
+    flipped = is_flipped(image)
+    labels, _ = _core.label(as_truth(image.T if flipped else image), neighbors, nthreads)
+    labels = labels.T if flipped else labels
+    connected = _by_lag(_core.alike_pairs, labels, lags, nthreads)
+    counts = _by_lag(_core.category_pairs, (labels > 0).astype(np.int16), lags, nthreads, 2)
+    pairs = counts[1, 1] if given == "both" else counts[1].sum(0) if given == "tail" else counts.sum((0, 1))
+    coords = lag_coords(lags)
+    return xr.Dataset({"probability": (tuple(coords), _share(connected, pairs), {"long_name": "probability of connection"}),
+                       "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, coords)
+
+
+def _by_lag(count: Any, nodes: NDArray[Any], lags: tuple[int, ...], threads: int, *arguments: Any) -> Any:
+    """What count makes of nodes, whose last three axes it has from lags, with as many axes of lags as there are, in their order."""
+    flipped = is_flipped(nodes)
+    tables = count(nodes.T if flipped else nodes, *arguments, (0, *(lags[::-1] if flipped else lags))[-3:], threads)
+
+    def arranged(table: NDArray[np.int64]) -> NDArray[np.int64]:
+        leading = table.ndim - 3
+        table = table.reshape(table.shape[:leading] + table.shape[table.ndim - len(lags):])
+        axes = range(leading, table.ndim)
+        return table.transpose(*range(leading), *(reversed(axes) if flipped else axes))
+
+    return tuple(map(arranged, tables)) if isinstance(tables, tuple) else arranged(tables)
+
+
+def _share(part: NDArray[np.int64], whole: NDArray[np.int64]) -> NDArray[np.float64]:
+    result: NDArray[np.float64] = part / np.where(whole == 0, np.nan, whole)
+    return result

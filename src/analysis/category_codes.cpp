@@ -1,0 +1,115 @@
+#include "analysis/category_codes.hpp"
+
+#include <algorithm>
+#include <bit>
+
+namespace kestrum {
+namespace {
+
+// The codes of few numbers, by a table with open addresses.
+class CodeTable {
+ public:
+  CodeTable() noexcept { std::fill_n(codes_, kPlaces, kNoCategory); }
+
+  int size() const noexcept { return size_; }
+
+  void Add(double number) noexcept {
+    const std::size_t place = PlaceOf(number);
+    if (codes_[place] != kNoCategory) return;
+    numbers_[place] = number;
+    codes_[place] = static_cast<std::int16_t>(size_++);
+  }
+  std::int16_t Find(double number) const noexcept { return codes_[PlaceOf(number)]; }
+
+  // Calls body(number) for each.
+  template <typename Body>
+  void ForEach(const Body& body) const noexcept {
+    for (std::size_t place = 0; place < kPlaces; ++place) {
+      if (codes_[place] != kNoCategory) body(numbers_[place]);
+    }
+  }
+
+ private:
+  static constexpr int kBits = 10;
+  static constexpr std::size_t kPlaces = std::size_t{1} << kBits;
+  static_assert(kMostCategories < kPlaces / 2);
+
+  // Where the number is, or would be.
+  std::size_t PlaceOf(double number) const noexcept {
+    const std::uint64_t bits = std::bit_cast<std::uint64_t>(number + 0.0);  // -0.0 is 0.0
+    std::size_t place = static_cast<std::size_t>(bits * 0x9e3779b97f4a7c15u >> (64 - kBits));
+    while (codes_[place] != kNoCategory && numbers_[place] != number) place = (place + 1) % kPlaces;
+    return place;
+  }
+
+  double numbers_[kPlaces];
+  std::int16_t codes_[kPlaces];
+  int size_ = 0;
+};
+
+// Writes the code of each value; of those alike in a row it is looked up once.
+template <typename T, typename Code>
+void WriteCodes(std::ptrdiff_t n, const T* values, const Dealing& dealing, const Code& codeOf,
+                std::int16_t* codes) noexcept {
+  dealing.Blocks(n, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    T last{};
+    std::int16_t code = codeOf(0.0);
+    for (std::ptrdiff_t i = begin; i < end; ++i) {
+      const T value = values[i];
+      if (value != last) {
+        last = value;
+        code = value == value ? codeOf(static_cast<double>(value)) : kNoCategory;
+      }
+      codes[i] = code;
+    }
+  });
+}
+
+}  // namespace
+
+template <typename T>
+int FindCategories(std::ptrdiff_t n, const T* values, double* categories) noexcept {
+  CodeTable table;
+  for (std::ptrdiff_t i = 0; i < n; ++i) {
+    const T value = values[i];
+    if ((i > 0 && value == values[i - 1]) || value != value) continue;
+    table.Add(static_cast<double>(value));
+    if (table.size() > kMostCategories) return table.size();
+  }
+  double* end = categories;
+  table.ForEach([&end](double number) noexcept { *end++ = number; });
+  std::sort(categories, end);
+  return table.size();
+}
+
+template <typename T>
+void CodeCategories(std::ptrdiff_t n, const T* values, int ncategory, const double* categories, const Dealing& dealing,
+                    std::int16_t* codes) noexcept {
+  CodeTable table;
+  for (int k = 0; k < ncategory; ++k) table.Add(categories[k]);
+  WriteCodes(
+      n, values, dealing, [&table](double value) noexcept { return table.Find(value); }, codes);
+}
+
+template <typename T>
+void CodeByCuts(std::ptrdiff_t n, const T* values, int ncut, const double* cuts, const Dealing& dealing,
+                std::int16_t* codes) noexcept {
+  WriteCodes(
+      n, values, dealing,
+      [=](double value) noexcept {
+        return static_cast<std::int16_t>(std::upper_bound(cuts, cuts + ncut, value) - cuts);
+      },
+      codes);
+}
+
+#define KESTRUM_CODES_OF(T)                                                                                           \
+  template int FindCategories(std::ptrdiff_t, const T*, double*) noexcept;                                            \
+  template void CodeCategories(std::ptrdiff_t, const T*, int, const double*, const Dealing&, std::int16_t*) noexcept; \
+  template void CodeByCuts(std::ptrdiff_t, const T*, int, const double*, const Dealing&, std::int16_t*) noexcept;
+KESTRUM_CODES_OF(unsigned char)
+KESTRUM_CODES_OF(int)
+KESTRUM_CODES_OF(float)
+KESTRUM_CODES_OF(double)
+#undef KESTRUM_CODES_OF
+
+}  // namespace kestrum
