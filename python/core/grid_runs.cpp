@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <type_traits>
 #include <vector>
 
@@ -55,7 +57,7 @@ class Rows final : public RealizationSink {
   T* rows_;
 };
 
-// A run on a grid. The arrays of Python are kept and read in place.
+// Runs on a grid, any number of them at a time. The arrays of Python are kept and read in place.
 class Run {
  public:
   Run(const py::tuple& grid, const std::vector<std::shared_ptr<Model>>& models, bool ordinary, int neighbors,
@@ -89,7 +91,7 @@ class Run {
   py::tuple Krige(Array<double> estimate, Array<double> variance, const py::object& progress) {
     double* const value = Target(estimate, 1);
     double* const squared = Target(variance, 1);
-    return Watched(progress, [&](GridRun& run) {
+    return Watched(progress, false, [&](GridRun& run) {
       const int status = run.Krige(value, squared);
       for (int i = 0; i < input_.grid.nxyz; ++i) squared[i] *= squared[i];
       return status;
@@ -101,7 +103,7 @@ class Run {
   py::tuple Simulate(std::uint64_t seed, std::uint32_t first, int passes, Array<T> rows, const py::object& progress) {
     const int n = static_cast<int>(rows.shape(0));
     T* const out = Target(rows, n);
-    return Watched(progress, [&](GridRun& run) {
+    return Watched(progress, true, [&](GridRun& run) {
       return Draw<T>(seed, first, n, std::numeric_limits<T>::quiet_NaN(), out,
                      [&](PhiloxRandom& random, double* value, RealizationSink& sink) {
                        return run.SimulateValues({passes, 10 * passes}, n, random, value, sink);
@@ -114,7 +116,7 @@ class Run {
     Numbers values;
     const Categories categories = CategoriesOf(proportions, &values);
     double* const out = Target(probabilities, categories.count());
-    return Watched(progress, [&](GridRun& run) { return run.KrigeCategories(categories, out); });
+    return Watched(progress, false, [&](GridRun& run) { return run.KrigeCategories(categories, out); });
   }
 
   py::tuple SimulateCategories(const Array<double>& proportions, std::uint64_t seed, std::uint32_t first,
@@ -123,7 +125,7 @@ class Run {
     const Categories categories = CategoriesOf(proportions, &values);
     const int n = static_cast<int>(rows.shape(0));
     std::int16_t* const out = Target(rows, n);
-    return Watched(progress, [&](GridRun& run) {
+    return Watched(progress, true, [&](GridRun& run) {
       return Draw<std::int16_t>(seed, first, n, -1, out,
                                 [&](PhiloxRandom& random, double* value, RealizationSink& sink) {
                                   return run.SimulateCategoryValues(categories, n, random, value, sink);
@@ -132,6 +134,15 @@ class Run {
   }
 
  private:
+  // Makes what runs share, for the first of them. All are kriging, or all are simulations.
+  int Share(bool simulation, const RunFront& front) const noexcept {
+    const std::lock_guard lock(sharing_);
+    if (shared_) return 0;
+    const int status = shared_.emplace().Prepare(input_, simulation, front);
+    if (status != 0) shared_.reset();
+    return status;
+  }
+
   using Numbers = std::vector<double>;
 
   template <typename T>
@@ -167,11 +178,13 @@ class Run {
   }
 
   template <typename Work>
-  py::tuple Watched(const py::object& progress, const Work& work) const {
+  py::tuple Watched(const py::object& progress, bool simulation, const Work& work) const {
     Monitor monitor;
     const int status = RunWatched(progress, monitor, [&] {
+      const RunFront front(&monitor.record, &Monitor::Update, dealing_, true);
+      int prepared = Share(simulation, front);
       GridRun run;
-      const int prepared = run.Prepare(input_, {&monitor.record, &Monitor::Update, dealing_, true});
+      if (prepared == 0) prepared = run.Prepare(input_, *shared_, front);
       return prepared != 0 ? prepared : work(run);
     });
     RaiseFor(status);
@@ -184,6 +197,8 @@ class Run {
   py::tuple arrays_, bounds_;
   GridRunInput input_;
   Dealing dealing_ = Dealing::Serial();
+  mutable std::mutex sharing_;
+  mutable std::optional<GridModels> shared_;
 };
 
 }  // namespace

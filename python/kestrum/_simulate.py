@@ -2,7 +2,7 @@
 
 import math
 from collections.abc import Callable, Mapping
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
@@ -234,6 +234,7 @@ class _Task:
     transform: Any = None
     honoured: Any = None  # the values before the transform
     proportions: Any = None
+    made: _lazy.Once[_core.GridRun] = field(default_factory=_lazy.Once)
 
     def run(self) -> _core.GridRun:
         made = {id(one): one._native(self.target.dimension, self.target) for one in self.models}
@@ -248,9 +249,9 @@ class _Task:
         # A transform takes float64, so that float32 is rounded once.
         rows: NDArray[Any] = np.empty((count, self.target.count), self.kind if self.transform is None else np.float64)
         if self.proportions is not None:
-            counts = self.run().simulate_categories(self.proportions, self.seed, first, rows, report)
+            counts = self.made.get(self.run).simulate_categories(self.proportions, self.seed, first, rows, report)
         else:
-            counts = self.run().simulate(self.seed, first, PASSES, rows, report)
+            counts = self.made.get(self.run).simulate(self.seed, first, PASSES, rows, report)
         if self.transform is not None:
             for row in rows:
                 honoured = np.where(np.isnan(row[self.nodes]), np.nan, self.honoured)

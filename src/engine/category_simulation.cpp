@@ -1,7 +1,6 @@
-#include <algorithm>
-
 #include "core/object_array.hpp"
 #include "core/statuses.hpp"
+#include "engine/model_systems.hpp"
 #include "engine/realizations.hpp"
 #include "engine/simulation.hpp"
 
@@ -11,23 +10,15 @@ namespace {
 // The law of the nodes of an indicator simulation.
 class IndicatorLaw {
  public:
-  IndicatorLaw(const Problem& problem, const Categories& categories, const real* value) noexcept
-      : problem_(problem), categories_(categories), value_(value) {}
+  IndicatorLaw(const Problem& problem, const Categories& categories, const ModelSystems& systems,
+               const real* value) noexcept
+      : problem_(problem), categories_(categories), value_(value), systems_(systems), groups_(systems.groups()) {}
 
   [[nodiscard]] int Prepare() noexcept {
     const int ncategory = categories_.count();
-    if (const int status = groups_.Find(problem_.setups); status != 0) return status;
-    if (const int status = systems_.Allocate(ncategory); status != 0) return status;
-    int capacity = 1;
-    for (int c = 0; c < ncategory; ++c) {
-      if (!groups_.isFirst(c)) continue;
-      const auto& [model, neighbors] = problem_.setups[c];
-      if (const int status = systems_[c].Prepare(model, neighbors, groups_.count()); status != 0) return status;
-      capacity = std::max(capacity, systems_[c].capacity());
-    }
     if (const int status = scratches_.Allocate(problem_.dealing().nscratch()); status != 0) return status;
     for (auto& [solver, chunks, probability] : scratches_) {
-      int status = solver.Allocate(problem_, capacity);
+      int status = solver.Allocate(problem_, systems_.capacity());
       if (status == 0) status = probability.Allocate(ncategory);
       if (status == 0) status = chunks.Allocate(ncategory);
       for (int c = 0; c < ncategory && status == 0; ++c) {
@@ -87,8 +78,8 @@ class IndicatorLaw {
   const Problem& problem_;
   const Categories& categories_;
   const real* value_;
-  CategoryGroups groups_;
-  ObjectArray<MovingSystems> systems_;  // of the first category of each group
+  const ModelSystems& systems_;
+  const CategoryGroups& groups_;
   ObjectArray<Scratch> scratches_;
 };
 
@@ -99,7 +90,11 @@ int SimulateCategories(const Problem& problem, const Categories& categories, int
   for (const ModelSetup& setup : problem.setups) {
     if (setup.neighbors.limit < 1) return kNeighborLimit;
   }
-  IndicatorLaw law(problem, categories, value);
+  ModelSystems own;
+  if (problem.systems == nullptr) {
+    if (const int status = own.Prepare(problem.setups); status != 0) return status;
+  }
+  IndicatorLaw law(problem, categories, problem.systems != nullptr ? *problem.systems : own, value);
   if (const int status = law.Prepare(); status != 0) return status;
   Realizations realizations(problem, value);
   if (const int status = realizations.Prepare(false); status != 0) return status;

@@ -39,7 +39,33 @@ KrigingModel ModelOf(VORL_COVMODEL& covModel, bool ordinaryKriging, const ExactC
 
 }  // namespace
 
-int GridRun::Prepare(const GridRunInput& input, const RunFront& front) noexcept {
+int GridModels::Prepare(const GridRunInput& input, bool simulation, const RunFront& front) noexcept {
+  simulation_ = simulation;
+  int status = setups_.Allocate(input.models.size(), {});
+  if (status == 0) status = neighbors_.Allocate(static_cast<int>(input.models.size()));
+  if (status == 0) status = exact_.Allocate(static_cast<int>(input.models.size()));
+  if (status != 0) return status;
+  VORL_RANDCONTEXT context;
+  VORLInitRandContext(&context);
+  for (std::size_t c = 0; c < input.models.size(); ++c) {
+    ModelSetup& setup = setups_[c];
+    const bool isExact = input.solver.factorising() && input.neighbors > 0;
+    setup.model = ModelOf(input.models[c], input.ordinaryKriging, isExact ? &exact_[c] : nullptr);
+    if (isExact && setup.model.covModelStationary) {
+      if (status = exact_[c].Allocate(setup.model.covModel->nelem); status != 0) return status;
+      exact_[c].Prepare(*setup.model.covModel, ConstantParameters{});
+    }
+    if (input.neighbors < 1) continue;
+    status = BuildSearchNeighborhood(input.grid, setup.model, nullptr, {1.0, input.radius}, kByEllipsoidalDistance,
+                                     neighbors_[c].offsets(), &context, front.progress);
+    if (status == 0) status = neighbors_[c].Finish(input.grid, input.neighbors, front.dealing, setup.neighbors);
+    if (status != 0) return status;
+  }
+  return simulation ? systems_.Prepare(setups()) : 0;
+}
+
+int GridRun::Prepare(const GridRunInput& input, const GridModels& models, const RunFront& front) noexcept {
+  models_ = &models;
   grid_ = input.grid;
   front_ = front;
   mask_ = input.mask;
@@ -48,10 +74,7 @@ int GridRun::Prepare(const GridRunInput& input, const RunFront& front) noexcept 
   solver_ = input.solver;
   nknown_ = static_cast<int>(input.dataNodes.size());
   const int nnode = grid_.nxyz;
-  int status = setups_.Allocate(input.models.size(), {});
-  if (status == 0) status = neighbors_.Allocate(static_cast<int>(input.models.size()));
-  if (status == 0) status = exact_.Allocate(static_cast<int>(input.models.size()));
-  if (status == 0) status = nodeStatus_.Allocate(nnode, 1);
+  int status = nodeStatus_.Allocate(nnode, 1);
   if (status == 0) status = path_.Allocate(nnode);
   if (status == 0) status = known_.Allocate(std::max(nknown_, 1));
   if (status != 0) return status;
@@ -86,33 +109,17 @@ int GridRun::Prepare(const GridRunInput& input, const RunFront& front) noexcept 
       if (segment(node) == wanted) path_[position++] = node;
     }
   }
-
-  VORL_RANDCONTEXT context;
-  VORLInitRandContext(&context);
-  for (std::size_t c = 0; c < input.models.size(); ++c) {
-    ModelSetup& setup = setups_[c];
-    const bool isExact = solver_.factorising() && input.neighbors > 0;
-    setup.model = ModelOf(input.models[c], input.ordinaryKriging, isExact ? &exact_[c] : nullptr);
-    if (isExact && setup.model.covModelStationary) {
-      if (status = exact_[c].Allocate(setup.model.covModel->nelem); status != 0) return status;
-      exact_[c].Prepare(*setup.model.covModel, ConstantParameters{});
-    }
-    if (input.neighbors < 1) continue;
-    status = BuildSearchNeighborhood(grid_, setup.model, nullptr, {1.0, input.radius}, kByEllipsoidalDistance,
-                                     neighbors_[c].offsets(), &context, front_.progress);
-    if (status == 0) status = neighbors_[c].Finish(grid_, input.neighbors, front_.dealing, setup.neighbors);
-    if (status != 0) return status;
-  }
   return 0;
 }
 
 Problem GridRun::MakeProblem() noexcept {
   Problem problem{grid_,
-                  {setups_.data(), setups_.size()},
+                  models_->setups(),
                   {.nodeStatus = nodeStatus_.data(), .known = known_.data(), .uniqueMax = nknown_},
                   {path_.data(), grid_.nxyz, firstInequality_, firstSimulated_},
                   front_,
-                  solver_};
+                  solver_,
+                  models_->systems()};
   if (lower_) problem.data.SetBounds(lower_.data(), upper_.data());
   return problem;
 }

@@ -5,6 +5,7 @@
 
 #include "core/object_array.hpp"
 #include "engine/estimation.hpp"
+#include "engine/model_systems.hpp"
 #include "engine/problem.hpp"
 #include "engine/simulation.hpp"
 
@@ -40,10 +41,29 @@ struct GridRunInput {
   SolverChoice solver;
 };
 
+// The models of runs on one grid, with their neighbours and the covariances between these. Any number of runs may use them
+// at a time.
+class GridModels {
+ public:
+  // Of the input the grid, what belongs to the models and the solver count. simulation: whether the runs simulate.
+  [[nodiscard]] int Prepare(const GridRunInput& input, bool simulation, const RunFront& front) noexcept;
+
+  std::span<const ModelSetup> setups() const noexcept { return {setups_.data(), setups_.size()}; }
+  const ModelSystems* systems() const noexcept { return simulation_ ? &systems_ : nullptr; }
+
+ private:
+  Buffer<ModelSetup> setups_;
+  ObjectArray<NeighborListOwner> neighbors_;
+  ObjectArray<ExactCovariance> exact_;
+  ModelSystems systems_;
+  bool simulation_ = false;
+};
+
 // A run on a grid. Statuses as in estimation.hpp and simulation.hpp, and those of the search neighbourhood.
 class GridRun {
  public:
-  [[nodiscard]] int Prepare(const GridRunInput& input, const RunFront& front) noexcept;
+  // The models of this input must outlive the run.
+  [[nodiscard]] int Prepare(const GridRunInput& input, const GridModels& models, const RunFront& front) noexcept;
 
   // Kriging. One value per node: estimate, and standard deviation; a datum keeps its value, with a deviation of 0.0.
   [[nodiscard]] int Krige(real* estimate, real* deviation) noexcept;
@@ -65,9 +85,7 @@ class GridRun {
   void FillData(real* value) const noexcept;
 
   VORL_GRID grid_{};
-  Buffer<ModelSetup> setups_;
-  ObjectArray<NeighborListOwner> neighbors_;
-  ObjectArray<ExactCovariance> exact_;
+  const GridModels* models_ = nullptr;
   Buffer<int> nodeStatus_;
   Buffer<int> path_;
   int firstInequality_ = 0;

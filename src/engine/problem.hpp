@@ -72,6 +72,8 @@ struct RunFront {
       : dealing(way), progress(monitor, callback, way.threaded(), prompt) {}
 };
 
+class ModelSystems;
+
 // What is to be estimated or simulated on a grid. Nothing is owned; whoever makes a problem keeps its parts until the
 // work is done.
 struct Problem {
@@ -81,6 +83,7 @@ struct Problem {
   GridPath path;
   RunFront front;
   SolverChoice solver = {};
+  const ModelSystems* systems = nullptr;  // of these setups, if they are there; a simulation makes its own else
 
   const Progress& progress() const noexcept { return front.progress; }
   Dealing dealing() const noexcept { return front.dealing; }

@@ -5,6 +5,7 @@
 #include "core/object_array.hpp"
 #include "core/statuses.hpp"
 #include "engine/gibbs_sampler.hpp"
+#include "engine/model_systems.hpp"
 #include "engine/realizations.hpp"
 
 namespace kestrum {
@@ -14,12 +15,15 @@ namespace {
 class GaussianLaw {
  public:
   GaussianLaw(const Problem& problem, const LocalLaw& law, const GibbsPlan& gibbs, const NormalLaw& normal,
-              real* value) noexcept
-      : problem_(problem), law_(law), normal_(normal), value_(value), gibbs_(problem, law, gibbs, systems_, value) {}
+              const MovingSystems& systems, real* value) noexcept
+      : problem_(problem),
+        law_(law),
+        normal_(normal),
+        value_(value),
+        systems_(systems),
+        gibbs_(problem, law, gibbs, systems, value) {}
 
   [[nodiscard]] int Prepare() noexcept {
-    const auto& [model, neighbors] = problem_.setups[0];
-    if (const int status = systems_.Prepare(model, neighbors); status != 0) return status;
     if (const int status = scratches_.Allocate(problem_.dealing().nscratch()); status != 0) return status;
     for (ChunkSolver& scratch : scratches_) {
       if (const int status = scratch.Allocate(problem_, systems_); status != 0) return status;
@@ -57,7 +61,7 @@ class GaussianLaw {
   const LocalLaw& law_;
   const NormalLaw& normal_;
   real* value_;
-  MovingSystems systems_;
+  const MovingSystems& systems_;
   GibbsSampler gibbs_;
   ObjectArray<ChunkSolver> scratches_;  // per thread
 };
@@ -67,7 +71,12 @@ class GaussianLaw {
 int Simulate(const Problem& problem, const LocalLaw& law, const GibbsPlan& gibbs, int count, RandomSource& random,
              real* value, RealizationSink& sink) noexcept {
   if (problem.setups[0].neighbors.limit < 1) return kNeighborLimit;
-  GaussianLaw gaussian(problem, law, gibbs, random.normal(), value);
+  ModelSystems own;
+  if (problem.systems == nullptr) {
+    if (const int status = own.Prepare(problem.setups); status != 0) return status;
+  }
+  const ModelSystems& systems = problem.systems != nullptr ? *problem.systems : own;
+  GaussianLaw gaussian(problem, law, gibbs, random.normal(), systems[0], value);
   if (const int status = gaussian.Prepare(); status != 0) return status;
   Realizations realizations(problem, value);
   if (const int status = realizations.Prepare(problem.data.bounded && gibbs.passMax > 0); status != 0) return status;

@@ -109,6 +109,19 @@ def test_realizations_in_chunks(size, scheduler):
     xr.testing.assert_identical(ks.simulate_categories(chunks=size, **given).compute(scheduler=scheduler), ks.simulate_categories(**given))
 
 
+def test_what_realizations_share_is_made_once(monkeypatch):
+    from kestrum import _core
+
+    made = []
+    native = _core.GridRun
+    monkeypatch.setattr(_core, "GridRun", lambda *arguments: made.append(1) or native(*arguments))
+    soil = ks.Points(POINTS.coordinates, RANDOM.integers(0, 3, 60).astype(str))
+    for lazy in (ks.simulate(POINTS, MODEL, PLANE, n=12, chunks=1), ks.simulate_categories(soil, MODEL, PLANE, n=12, chunks=1)):
+        made.clear()
+        lazy.compute(scheduler="threads", num_workers=4)
+        assert len(made) == 1
+
+
 @contextmanager
 def cluster(workers):
     distributed = pytest.importorskip("distributed")
