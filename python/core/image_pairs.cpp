@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "analysis/category_codes.hpp"
+#include "analysis/category_order.hpp"
 #include "analysis/pair_counts.hpp"
 #include "analysis/two_point_statistics.hpp"
 #include "bindings.hpp"
@@ -44,41 +45,31 @@ py::tuple TwoPointMap(const Array<double>& image, const std::string& name, const
   return py::make_tuple(map, pairs);
 }
 
+// None where there are more than are numbered.
 template <typename T>
-Array<double> Categories(const Array<T>& values) {
-  double found[kMostCategories + 1] = {};
+py::object Categories(const Array<T>& values) {
+  double found[kMostCategories];
   int n = 0;
-  {
-    const py::gil_scoped_release released;
-    n = FindCategories(values.size(), values.data(), found);
-  }
+  RunOperations(10.0 * static_cast<double>(values.size()), [&](const Progress& progress) noexcept {
+    return FindCategories(values.size(), values.data(), progress, found, &n);
+  });
+  if (n > kMostCategories) return py::none();
   return Array<double>(n, found);
 }
 
-// write(codes): without the interpreter.
-template <typename T, typename Write>
-Array<std::int16_t> Codes(const Array<T>& values, const Write& write) {
+// What writes the code of each value, from numbers that increase or are categories.
+template <typename T>
+using Coder = int (*)(std::ptrdiff_t, const T*, int, const double*, const Dealing&, const Progress&, std::int16_t*);
+
+template <typename T, Coder<T> code>
+Array<std::int16_t> Codes(const Array<T>& values, const Array<double>& numbers, int nthreads) {
   Array<std::int16_t> codes = ArrayLike<std::int16_t>(values);
   std::int16_t* const to = codes.mutable_data();
-  const py::gil_scoped_release released;
-  write(to);
+  RunOperations(10.0 * static_cast<double>(values.size()), [&](const Progress& progress) noexcept {
+    return code(values.size(), values.data(), static_cast<int>(numbers.size()), numbers.data(),
+                Dealing::Threads(nthreads), progress, to);
+  });
   return codes;
-}
-
-template <typename T>
-Array<std::int16_t> CodesOf(const Array<T>& values, const Array<double>& categories, int nthreads) {
-  return Codes(values, [&](std::int16_t* codes) noexcept {
-    CodeCategories(values.size(), values.data(), static_cast<int>(categories.size()), categories.data(),
-                   Dealing::Threads(nthreads), codes);
-  });
-}
-
-template <typename T>
-Array<std::int16_t> CodesByCuts(const Array<T>& values, const Array<double>& cuts, int nthreads) {
-  return Codes(values, [&](std::int16_t* codes) noexcept {
-    CodeByCuts(values.size(), values.data(), static_cast<int>(cuts.size()), cuts.data(), Dealing::Threads(nthreads),
-               codes);
-  });
 }
 
 Array<std::int64_t> CategoryPairs(const Array<std::int16_t>& codes, int n, const std::vector<int>& maxLag,
@@ -119,14 +110,25 @@ Array<std::int64_t> AlikePairs(const Array<int>& labels, const std::vector<int>&
   return pairs;
 }
 
+Array<int> ChainOf(Array<TransitionCount> transitions) {
+  const py::ssize_t n = transitions.shape(0);
+  Sized(transitions, n * n, "transitions");
+  std::vector<TransitionCount*> rows;
+  for (py::ssize_t k = 0; k < n; ++k) rows.push_back(transitions.mutable_data() + k * n);
+  std::vector<int> rank(rows.size());
+  Array<int> sequence(n);
+  ChainCategories(static_cast<int>(n), rows.data(), rank.data(), sequence.mutable_data());
+  return sequence;
+}
+
 }  // namespace
 
 void BindImagePairs(py::module_& module) {
   ForEachType([&module]<typename T>(std::type_identity<T>) {
     module.def("find_categories", &Categories<T>, py::arg("values").noconvert());
-    module.def("code_categories", &CodesOf<T>, py::arg("values").noconvert(), py::arg("categories").noconvert(),
-               py::arg("threads"));
-    module.def("code_by_cuts", &CodesByCuts<T>, py::arg("values").noconvert(), py::arg("cuts").noconvert(),
+    module.def("code_categories", &Codes<T, &CodeCategories<T>>, py::arg("values").noconvert(),
+               py::arg("categories").noconvert(), py::arg("threads"));
+    module.def("code_by_cuts", &Codes<T, &CodeByCuts<T>>, py::arg("values").noconvert(), py::arg("cuts").noconvert(),
                py::arg("threads"));
   });
   module.def("two_point_map", &TwoPointMap, py::arg("image").noconvert(), py::arg("statistic"), py::arg("max_lag"),
@@ -135,6 +137,7 @@ void BindImagePairs(py::module_& module) {
              py::arg("threads"));
   module.def("category_changes", &CategoryChanges, py::arg("codes").noconvert(), py::arg("n"), py::arg("nested"),
              py::arg("max_lag"), py::arg("threads"));
+  module.def("chain_categories", &ChainOf, py::arg("transitions").noconvert());
   module.def("alike_pairs", &AlikePairs, py::arg("labels").noconvert(), py::arg("max_lag"), py::arg("threads"));
 }
 

@@ -22,6 +22,7 @@ from ._errors import ArgumentError, ArgumentTypeError, DataError, GridError, Kes
 from ._files import read_gslib, read_gslib_points, write_gslib, write_vtk
 from ._fit import FittedModel, fit_likelihood
 from ._grid import Grid
+from ._image_categories import categorize, category_order, category_proportions, proportion_cuts, proportion_map
 from ._image_pairs import connectivity_function, covariance_map, indicator_variogram_map, transiogram
 from ._image_statistics import connectivity_curve, kmeans, otsu, pyramid, variogram_map
 from ._images import body_sizes, box_mean, dilate, distance, erode, euler_number, label
@@ -67,6 +68,9 @@ __all__ = [
     "Variogram",
     "body_sizes",
     "box_mean",
+    "categorize",
+    "category_order",
+    "category_proportions",
     "connectivity_curve",
     "connectivity_function",
     "covariance_map",
@@ -84,6 +88,8 @@ __all__ = [
     "krige_categories",
     "label",
     "otsu",
+    "proportion_cuts",
+    "proportion_map",
     "pyramid",
     "read_gslib",
     "read_gslib_points",

@@ -93,8 +93,8 @@ def connectivity_curves(images: NDArray[Any], thresholds: NDArray[np.float64], n
     """A row for each image, of values as those of label, along the first axis. thresholds: not decreasing."""
 def two_point_map(image: NDArray[np.float64], statistic: str, max_lag: Sequence[int], threads: int) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
     """The map and its pairs, of three axes. statistic: variogram, covariance, noncentered or correlogram. max_lag: along z, y and x."""
-def find_categories(values: NDArray[Any]) -> NDArray[np.float64]:
-    """The distinct values of those of label, increasing; 256 zeros if there are more than 255."""
+def find_categories(values: NDArray[Any]) -> NDArray[np.float64] | None:
+    """The distinct values of those of label, increasing; None if there are more than 255."""
 def code_categories(values: NDArray[Any], categories: NDArray[np.float64], threads: int) -> NDArray[np.int16]:
     """The number of each value among the categories, or -1."""
 def code_by_cuts(values: NDArray[Any], cuts: NDArray[np.float64], threads: int) -> NDArray[np.int16]:
@@ -103,6 +103,8 @@ def category_pairs(codes: NDArray[np.int16], n: int, max_lag: Sequence[int], thr
     """Pairs by the categories of tail and head, 0 to n - 1, and by lag: five axes. max_lag: along z, y and x."""
 def category_changes(codes: NDArray[np.int16], n: int, nested: bool, max_lag: Sequence[int], threads: int) -> tuple[NDArray[np.int64], NDArray[np.int64]]:
     """Pairs of which one end is in a set, by set and lag, and all pairs by lag. The sets are the categories or, nested, the codes above each but the last."""
+def chain_categories(transitions: NDArray[np.int64]) -> NDArray[np.int32]:
+    """The categories in an order in which those with many transitions between them are near."""
 def alike_pairs(labels: NDArray[np.int32], max_lag: Sequence[int], threads: int) -> NDArray[np.int64]:
     """Pairs of one label other than 0, by lag."""
 def reduce(image: NDArray[np.float64], threads: int) -> NDArray[np.float64]: ...

@@ -1,6 +1,7 @@
 """Images at the door: checks that they share, and the types that the engine reads in place."""
 
 from collections.abc import Callable
+from functools import partial
 from typing import Any, Literal, TypeVar
 
 import numpy as np
@@ -72,6 +73,14 @@ def as_lags(max_lag: Any, shape: tuple[int, ...]) -> tuple[int, ...]:
     return lags
 
 
+def as_sides(size: Any, shape: tuple[int, ...]) -> list[int]:
+    """The odd sides of a box along each axis. One beyond the axis is like any other."""
+    sides = per_axis("size", size, len(shape), partial(_door.whole, at_least=1))
+    if any(side % 2 == 0 for side in sides):
+        raise ArgumentError(f"size is {_door.show(size)}. Sides must be odd, so that the box has a centre.")
+    return [min(side, n + 1 + n % 2) for side, n in zip(sides, shape)]
+
+
 def lag_coords(lags: tuple[int, ...]) -> dict[str, NDArray[np.int64]]:
     """The lags along each axis, by the names of the dimensions."""
     dims = ("lag_z", "lag_y", "lag_x")[-len(lags):]
@@ -92,12 +101,12 @@ def as_categories(name: str, given: NDArray[Any], categories: Any, threads: int)
     flipped = is_flipped(given)
     values = np.ascontiguousarray(readable(given.T if flipped else given))
     if categories is None:
-        names = _core.find_categories(values)
-        if len(names) > 255:
+        found = _core.find_categories(values)
+        if found is None:
             raise DataError(f"{name} has more than 255 distinct values. Make categories of them by categorize().")
-        if len(names) == 0:
+        if len(found) == 0:
             raise DataError(f"{name} has no values but NaN.")
-        listed = names.astype(given.dtype)
+        names, listed = found, found.astype(given.dtype.newbyteorder("="))
     else:
         listed = _door.array("categories", categories)
         names = _door.finite("categories", _door.reals("categories", categories))

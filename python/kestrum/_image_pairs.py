@@ -8,7 +8,8 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _memory
 from ._errors import ArgumentError
-from ._image_door import Connectivity, as_categories, as_image, as_lags, as_neighbors, as_truth, is_complete, is_flipped, lag_coords, readable
+from ._image_categories import categorize
+from ._image_door import Connectivity, as_categories, as_image, as_lags, as_neighbors, as_truth, is_complete, is_flipped, lag_coords
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -171,9 +172,7 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
         cuts, order = np.unique(names, return_inverse=True)
         if names.ndim != 1 or not 1 <= cuts.size <= 254:
             raise ArgumentError(f"thresholds has {names.ndim} axes and {names.size:,} numbers, but must be a list of 1 to 254.")
-        flipped = is_flipped(values)
-        codes = _core.code_by_cuts(np.ascontiguousarray(readable(values.T if flipped else values)), cuts, nthreads)
-        codes = codes.T if flipped else codes
+        codes = categorize(values, cuts, threads=nthreads)
         n, dim = len(cuts) + 1, "threshold"
     changes, pairs = _by_lag(_core.category_changes, codes, lags, nthreads, n, thresholds is not None)
     coords = lag_coords(lags)

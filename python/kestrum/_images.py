@@ -9,7 +9,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _lazy
 from ._errors import ArgumentError, DataError
-from ._image_door import Connectivity, as_image, as_neighbors, as_truth, is_flipped, like, per_axis, readable
+from ._image_door import Connectivity, as_image, as_neighbors, as_sides, as_truth, is_flipped, like, per_axis, readable
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -323,19 +323,15 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
     """
     lazy = _lazy.is_lazy(_door.held("image", image))
     values: Any = image if lazy else as_image("image", image)
-    sides = per_axis("size", size, values.ndim, partial(_door.whole, at_least=1))
-    if any(side % 2 == 0 for side in sides):
-        raise ArgumentError(f"size is {_door.show(size)}. Sides must be odd, so that the box has a centre.")
+    sides = as_sides(size, values.shape)
     if lazy:
         lazily: NDArray[np.float64] = like(image, _image_blocks.around("image", image, [side // 2 for side in sides], box_mean, np.float64, sides, threads), "box_mean")
         return lazily
     nthreads = _door.threads(threads)
     flipped = is_flipped(values)
     typed = np.ascontiguousarray(readable(values.T if flipped else values))
-    # A side beyond the axis is like any other one.
-    along = [min(side, n + 1 + n % 2) for side, n in zip(sides, values.shape)]
     if values.size:
-        means = _core.box_mean(typed, [*(along if flipped else along[::-1]), 1][:3], nthreads)
+        means = _core.box_mean(typed, [*(sides if flipped else sides[::-1]), 1][:3], nthreads)
     else:
         means = np.empty(typed.shape)
     result: NDArray[np.float64] = like(image, means.T if flipped else means, "box_mean")

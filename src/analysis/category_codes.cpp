@@ -47,14 +47,17 @@ class CodeTable {
   int size_ = 0;
 };
 
+constexpr std::ptrdiff_t kPart = 1 << 16;  // values between looks whether to stop
+
 // Writes the code of each value; of those alike in a row it is looked up once.
 template <typename T, typename Code>
-void WriteCodes(std::ptrdiff_t n, const T* values, const Dealing& dealing, const Code& codeOf,
-                std::int16_t* codes) noexcept {
+int WriteCodes(std::ptrdiff_t n, const T* values, const Dealing& dealing, const Progress& progress, const Code& codeOf,
+               std::int16_t* codes) noexcept {
   dealing.Blocks(n, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
     T last{};
     std::int16_t code = codeOf(0.0);
     for (std::ptrdiff_t i = begin; i < end; ++i) {
+      if (i % kPart == 0 && progress.Aborted()) return;
       const T value = values[i];
       if (value != last) {
         last = value;
@@ -63,49 +66,54 @@ void WriteCodes(std::ptrdiff_t n, const T* values, const Dealing& dealing, const
       codes[i] = code;
     }
   });
+  return progress.After(0);
 }
 
 }  // namespace
 
 template <typename T>
-int FindCategories(std::ptrdiff_t n, const T* values, double* categories) noexcept {
+int FindCategories(std::ptrdiff_t n, const T* values, const Progress& progress, double* categories,
+                   int* ncategory) noexcept {
   CodeTable table;
-  for (std::ptrdiff_t i = 0; i < n; ++i) {
+  for (std::ptrdiff_t i = 0; i < n && table.size() <= kMostCategories; ++i) {
+    if (i % kPart == 0 && progress.Aborted()) return kAborted;
     const T value = values[i];
-    if ((i > 0 && value == values[i - 1]) || value != value) continue;
-    table.Add(static_cast<double>(value));
-    if (table.size() > kMostCategories) return table.size();
+    if ((i == 0 || value != values[i - 1]) && value == value) table.Add(static_cast<double>(value));
   }
+  *ncategory = table.size();
+  if (*ncategory > kMostCategories) return 0;
   double* end = categories;
   table.ForEach([&end](double number) noexcept { *end++ = number; });
   std::sort(categories, end);
-  return table.size();
+  return 0;
 }
 
 template <typename T>
-void CodeCategories(std::ptrdiff_t n, const T* values, int ncategory, const double* categories, const Dealing& dealing,
-                    std::int16_t* codes) noexcept {
+int CodeCategories(std::ptrdiff_t n, const T* values, int ncategory, const double* categories, const Dealing& dealing,
+                   const Progress& progress, std::int16_t* codes) noexcept {
   CodeTable table;
   for (int k = 0; k < ncategory; ++k) table.Add(categories[k]);
-  WriteCodes(
-      n, values, dealing, [&table](double value) noexcept { return table.Find(value); }, codes);
+  return WriteCodes(
+      n, values, dealing, progress, [&table](double value) noexcept { return table.Find(value); }, codes);
 }
 
 template <typename T>
-void CodeByCuts(std::ptrdiff_t n, const T* values, int ncut, const double* cuts, const Dealing& dealing,
-                std::int16_t* codes) noexcept {
-  WriteCodes(
-      n, values, dealing,
+int CodeByCuts(std::ptrdiff_t n, const T* values, int ncut, const double* cuts, const Dealing& dealing,
+               const Progress& progress, std::int16_t* codes) noexcept {
+  return WriteCodes(
+      n, values, dealing, progress,
       [=](double value) noexcept {
         return static_cast<std::int16_t>(std::upper_bound(cuts, cuts + ncut, value) - cuts);
       },
       codes);
 }
 
-#define KESTRUM_CODES_OF(T)                                                                                           \
-  template int FindCategories(std::ptrdiff_t, const T*, double*) noexcept;                                            \
-  template void CodeCategories(std::ptrdiff_t, const T*, int, const double*, const Dealing&, std::int16_t*) noexcept; \
-  template void CodeByCuts(std::ptrdiff_t, const T*, int, const double*, const Dealing&, std::int16_t*) noexcept;
+#define KESTRUM_CODES_OF(T)                                                                                  \
+  template int FindCategories(std::ptrdiff_t, const T*, const Progress&, double*, int*) noexcept;            \
+  template int CodeCategories(std::ptrdiff_t, const T*, int, const double*, const Dealing&, const Progress&, \
+                              std::int16_t*) noexcept;                                                       \
+  template int CodeByCuts(std::ptrdiff_t, const T*, int, const double*, const Dealing&, const Progress&,     \
+                          std::int16_t*) noexcept;
 KESTRUM_CODES_OF(unsigned char)
 KESTRUM_CODES_OF(int)
 KESTRUM_CODES_OF(float)

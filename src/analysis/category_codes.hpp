@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "core/parallel.hpp"
+#include "core/progress.hpp"
 
 namespace kestrum {
 
@@ -12,20 +13,22 @@ namespace kestrum {
 constexpr std::int16_t kNoCategory = -1;
 constexpr int kMostCategories = 255;
 
-// Finds the distinct values, in increasing order. Returns their number, or kMostCategories + 1 if there are more.
-//   categories  out; room for kMostCategories
+// Finds the distinct values, in increasing order.
+//   categories   out; room for kMostCategories
+//   ncategory    out; their number, or kMostCategories + 1 if there are more
 template <typename T>
-int FindCategories(std::ptrdiff_t n, const T* values, double* categories) noexcept;
+[[nodiscard]] int FindCategories(std::ptrdiff_t n, const T* values, const Progress& progress, double* categories,
+                                 int* ncategory) noexcept;
 
 // Writes the number of each value among the categories, at most kMostCategories distinct ones.
 template <typename T>
-void CodeCategories(std::ptrdiff_t n, const T* values, int ncategory, const double* categories, const Dealing& dealing,
-                    std::int16_t* codes) noexcept;
+[[nodiscard]] int CodeCategories(std::ptrdiff_t n, const T* values, int ncategory, const double* categories,
+                                 const Dealing& dealing, const Progress& progress, std::int16_t* codes) noexcept;
 
 // Writes how many of the cuts, which increase, are at or below each value.
 template <typename T>
-void CodeByCuts(std::ptrdiff_t n, const T* values, int ncut, const double* cuts, const Dealing& dealing,
-                std::int16_t* codes) noexcept;
+[[nodiscard]] int CodeByCuts(std::ptrdiff_t n, const T* values, int ncut, const double* cuts, const Dealing& dealing,
+                             const Progress& progress, std::int16_t* codes) noexcept;
 
 }  // namespace kestrum
 

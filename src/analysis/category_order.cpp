@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "analysis/category_order.hpp"
 #include "core/array_2d.hpp"
 #include "core/integers.hpp"
 #include "core/parallel.hpp"
@@ -102,41 +103,6 @@ int CountTransitions(const CategoryGrid& grid, const Axes& axes, int nvalue, Cou
   return 0;
 }
 
-// Holds the transitions of several grids, each of as many nodes as an int counts.
-using TransitionCount = std::int64_t;
-
-// Chains the categories by their transitions; destroys the matrix.
-void ChainCategories(int nvalue, TransitionCount** matrix, int* rank, int* sequence) noexcept {
-  constexpr int kUsed = -1;
-  const auto setUsed = [matrix](int a, int b) { matrix[a][b] = matrix[b][a] = kUsed; };
-  std::pair<int, int> start(0, std::min(1, nvalue - 1));
-  for (int i = 0; i < nvalue; ++i) {
-    matrix[i][i] = kUsed;
-    for (int j = i + 1; j < nvalue; ++j) {
-      matrix[i][j] = matrix[j][i] += matrix[i][j];
-      if (matrix[i][j] > matrix[start.first][start.second]) start = {i, j};
-    }
-  }
-  sequence[0] = start.first;
-  sequence[nvalue > 1 ? 1 : 0] = start.second;
-  setUsed(start.first, start.second);
-  for (int length = 2; length < nvalue; ++length) {
-    const int first = sequence[0];
-    const int last = sequence[length - 1];
-    std::pair<int, int> best(first, last);
-    for (int u = 0; u < nvalue; ++u) {
-      if (matrix[first][u] > matrix[best.first][best.second]) best = {first, u};
-      if (matrix[last][u] > matrix[best.first][best.second]) best = {u, last};
-    }
-    const bool toFront = best.first == first;
-    const int added = toFront ? best.second : best.first;
-    for (int k = 0; k < length; ++k) setUsed(added, sequence[k]);
-    if (toFront) std::copy_backward(sequence, sequence + length, sequence + length + 1);
-    sequence[toFront ? 0 : length] = added;
-  }
-  for (int k = 0; k < nvalue; ++k) rank[sequence[k]] = k;
-}
-
 // `countAll` counts the transitions of all grids into a matrix.
 template <typename CountAll>
 int OrderCategories(int nvalue, int* rank, int* sequence, const CountAll& countAll) noexcept {
@@ -172,6 +138,38 @@ int OrderCategoriesOfGrids(int ngrid, const int* nx, const int* ny, const int* n
 Axes AxesOf(BOOLEAN alongX, BOOLEAN alongY, BOOLEAN alongZ) { return {{alongX != 0, alongY != 0, alongZ != 0}}; }
 
 }  // namespace
+
+void ChainCategories(int nvalue, TransitionCount** matrix, int* rank, int* sequence) noexcept {
+  constexpr int kUsed = -1;
+  const auto setUsed = [matrix](int a, int b) { matrix[a][b] = matrix[b][a] = kUsed; };
+  std::pair<int, int> start(0, std::min(1, nvalue - 1));
+  for (int i = 0; i < nvalue; ++i) {
+    matrix[i][i] = kUsed;
+    for (int j = i + 1; j < nvalue; ++j) {
+      matrix[i][j] = matrix[j][i] += matrix[i][j];
+      if (matrix[i][j] > matrix[start.first][start.second]) start = {i, j};
+    }
+  }
+  sequence[0] = start.first;
+  sequence[nvalue > 1 ? 1 : 0] = start.second;
+  setUsed(start.first, start.second);
+  for (int length = 2; length < nvalue; ++length) {
+    const int first = sequence[0];
+    const int last = sequence[length - 1];
+    std::pair<int, int> best(first, last);
+    for (int u = 0; u < nvalue; ++u) {
+      if (matrix[first][u] > matrix[best.first][best.second]) best = {first, u};
+      if (matrix[last][u] > matrix[best.first][best.second]) best = {u, last};
+    }
+    const bool toFront = best.first == first;
+    const int added = toFront ? best.second : best.first;
+    for (int k = 0; k < length; ++k) setUsed(added, sequence[k]);
+    if (toFront) std::copy_backward(sequence, sequence + length, sequence + length + 1);
+    sequence[toFront ? 0 : length] = added;
+  }
+  for (int k = 0; k < nvalue; ++k) rank[sequence[k]] = k;
+}
+
 }  // namespace kestrum
 
 using namespace kestrum;

@@ -1,0 +1,239 @@
+"""Categories of images: from values by cuts, their proportions, and their order."""
+
+from collections.abc import Sequence
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+from . import _core, _door, _memory
+from ._errors import ArgumentError, DataError
+from ._image_door import as_categories, as_image, as_sides, is_flipped, like, readable, require_few, require_numbers
+
+if TYPE_CHECKING:
+    import pandas as pd
+    import xarray as xr
+
+
+def categorize(image: ArrayLike, cuts: ArrayLike, *, threads: int | None = None) -> NDArray[np.int16]:
+    """Put the values of an image in classes.
+
+    Parameters
+    ----------
+    image : array_like
+        Two or three axes, of numbers. Arrays of bool, uint8, int32, float32 and float64 are read in place if they are
+        contiguous in C or Fortran order, others are copied.
+    cuts : array_like
+        Between the classes, increasing, as `otsu` or `proportion_cuts` gives them; a value at a cut belongs above it.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    ndarray of int16, in the order of the image, or DataArray like the image
+        From 0, the lowest class; -1 at NaN.
+
+    Examples
+    --------
+    >>> import kestrum as ks, numpy as np
+    >>> ks.categorize([[0.1, 0.5, np.nan], [0.9, 0.2, 0.5]], cuts=[0.2, 0.5])
+    array([[ 0,  2, -1],
+           [ 2,  1,  2]], dtype=int16)
+    """
+    values = as_image("image", image)
+    limits = _door.finite("cuts", _door.reals("cuts", cuts))
+    if limits.ndim != 1 or not 1 <= limits.size < 2**15:
+        raise ArgumentError(f"cuts has {limits.ndim} axes and {limits.size:,} numbers, but must be a list of 1 to {2**15 - 1:,}.")
+    if not (np.diff(limits) > 0).all():
+        raise ArgumentError(f"cuts is {_door.show(cuts)}, but must increase. Sort them, and take each once.")
+    flipped = is_flipped(values)
+    codes = _core.code_by_cuts(np.ascontiguousarray(readable(values.T if flipped else values)), limits, _door.threads(threads))
+    result: NDArray[np.int16] = like(image, codes.T if flipped else codes, "category")
+    return result
+
+
+def proportion_cuts(values: ArrayLike, proportions: ArrayLike, *, threads: int | None = None) -> NDArray[np.float64]:
+    """Cuts that give classes the proportions asked for.
+
+    Parameters
+    ----------
+    values : array_like
+        Numbers, of any shape; NaN is left out. They are copied.
+    proportions : array_like
+        Of each class from the lowest, above 0. Their sum is 1.
+    threads : int, optional
+        The result does not depend on it.
+
+    Returns
+    -------
+    ndarray of float64
+        One less than there are classes, for `categorize`: of the values, those with a share below them nearest to the sum
+        of the proportions, the smaller of two.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.proportion_cuts([1, 2, 2, 2, 3, 4, 5, 6, 7, 8], [0.2, 0.5, 0.3])
+    array([2., 6.])
+    """
+    given = _door.array("values", values)
+    require_numbers("values", given)
+    require_few("values", given)
+    shares = _door.finite("proportions", _door.reals("proportions", proportions))
+    _door.threads(threads)
+    if shares.ndim != 1 or shares.size < 2 or not (shares > 0).all() or abs(shares.sum() - 1.0) > 1e-9:
+        raise ArgumentError(f"proportions is {_door.show(proportions)}, but must be a list of numbers above 0, two at least, whose sum is 1.")
+    flat = given.reshape(-1)
+    known = flat[flat == flat]
+    n = known.size
+    if n == 0:
+        raise DataError("values has no numbers but NaN.")
+    below = np.cumsum(shares)[:-1] * n
+    places = np.minimum(below.astype(np.int64), n - 1)
+    known = np.partition(known, np.unique(places))
+    cuts = []
+    for wanted, place in zip(below, places):
+        cut = known[place]
+        under, above = np.count_nonzero(known < cut), known[known > cut]
+        # The next distinct value has all of those at the cut below it.
+        nearer = above.size > 0 and n - above.size - wanted < wanted - under
+        cuts.append(float(above.min() if nearer else cut))
+    if len(set(cuts)) < len(cuts):
+        raise DataError(f"values has too few distinct numbers for {shares.size:,} classes of these proportions. Ask for fewer classes.")
+    return np.array(cuts)
+
+
+def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, *, threads: int | None = None) -> "pd.DataFrame":
+    """How many nodes each category has.
+
+    Parameters
+    ----------
+    image : array_like
+        As that of `transiogram`.
+    categories : array_like, optional
+        As those of `transiogram`.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    DataFrame
+        Indexed by category: `nodes`, and `proportion` among the nodes that are not missing.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> print(ks.category_proportions([[1, 1, 3], [3, 3, 7]]))
+              nodes  proportion
+    category                   
+    1             2    0.333333
+    3             3    0.500000
+    7             1    0.166667
+    """
+    import pandas as pd
+
+    codes, names = _coded(image, categories, _door.threads(threads))
+    nodes = np.array([np.count_nonzero(codes == code) for code in range(len(names))], np.int64)
+    with np.errstate(invalid="ignore"):
+        return pd.DataFrame({"nodes": nodes, "proportion": nodes / nodes.sum()}, pd.Index(names, name="category"))
+
+
+def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: ArrayLike | None = None, *, threads: int | None = None) -> "xr.DataArray":
+    """The proportion of each category in the box about each node.
+
+    Parameters
+    ----------
+    image : array_like
+        As that of `transiogram`.
+    size : int or sequence of int
+        The sides of the box in nodes, for all axes or for each, in their order. They are odd.
+    categories : array_like, optional
+        As those of `transiogram`.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    DataArray
+        Of dimensions `category`, and those of the image, or `z`, `y`, `x`: proportions among the nodes that are not
+        missing. NaN where the box leaves the image, or where less than 80 % of it is known.
+
+    Notes
+    -----
+    The `box_mean` of each category's indicator. Work memory is 3 to 10 bytes a node.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.proportion_map([[1, 1, 2], [2, 2, 2], [1, 1, 2]], 3).to_numpy()[:, 1, 1].round(3)
+    array([0.444, 0.556])
+    """
+    import xarray as xr
+
+    given = as_image("image", image)
+    sides = as_sides(size, given.shape)
+    nthreads = _door.threads(threads)
+    codes, names = _coded(image, categories, nthreads)
+    _memory.require(8 * len(names) * given.size, f"proportions of {len(names):,} categories", "Take a part of the image.")
+    flipped = is_flipped(codes)
+    nodes = codes.T if flipped else codes
+    missing = nodes < 0
+    complete = not missing.any()
+    shares = np.empty((len(names), *codes.shape))
+    for code, share in enumerate(shares):
+        own = nodes == code
+        indicator = own.view(np.uint8) if complete else np.where(missing, np.float32(np.nan), own)
+        means = _core.box_mean(indicator, [*(sides if flipped else sides[::-1]), 1][:3], nthreads)
+        share[...] = means.T if flipped else means
+    frame: Any = image
+    dims = frame.dims if _door.is_xarray(image) else ("z", "y", "x")[-given.ndim:]
+    coords = dict(frame.coords) if _door.is_xarray(image) else {}
+    return xr.DataArray(shares, {**coords, "category": names}, ("category", *dims), "proportion")
+
+
+def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axes: Sequence[int] | None = None, threads: int | None = None) -> NDArray[Any]:
+    """Put categories in an order in which those often next to each other are near.
+
+    Parameters
+    ----------
+    image : array_like
+        As that of `transiogram`.
+    categories : array_like, optional
+        As those of `transiogram`.
+    axes : sequence of int, optional
+        Along which neighbours count. By default all axes of more than one node.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    ndarray
+        The categories in order: a chain that starts with the pair most often next to each other and grows, at either end,
+        by the category most often next to that end.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.category_order([[5, 5, 1, 1, 9, 9], [5, 1, 1, 9, 9, 9]])
+    array([9, 1, 5])
+    """
+    given = as_image("image", image)
+    if axes is None:
+        along = [axis for axis, n in enumerate(given.shape) if n > 1]
+    else:
+        along = sorted({axis % given.ndim for axis in (_door.whole("axes", axis, -given.ndim, given.ndim - 1) for axis in axes)})
+        if not along or any(given.shape[axis] < 2 for axis in along):
+            raise ArgumentError(f"axes is {_door.show(axes)}, but must be axes of more than one node.")
+    nthreads = _door.threads(threads)
+    codes, names = _coded(image, categories, nthreads)
+    codes = np.ascontiguousarray(codes)
+    transitions = np.zeros((len(names), len(names)), np.int64)
+    for axis in along:
+        lags = [0] * (3 - given.ndim) + [int(axis == other) for other in range(given.ndim)]
+        transitions += _core.category_pairs(codes, len(names), lags, nthreads).reshape(*transitions.shape, 3)[..., 2]
+    order: NDArray[Any] = names[_core.chain_categories(transitions)]
+    return order
+
+
+def _coded(image: Any, categories: Any, threads: int) -> tuple[NDArray[np.int16], NDArray[Any]]:
+    return as_categories("image", as_image("image", image), categories, threads)
