@@ -10,6 +10,7 @@
 #include "core/image.h"
 #include "io/exact_files.hpp"
 #include "io/image_files.h"
+#include "io/vtk_files.hpp"
 #include "stream.hpp"
 #include "watch.hpp"
 
@@ -85,6 +86,29 @@ py::tuple ReadTable(int descriptor) {
   return py::make_tuple(0, position, py::make_tuple(names, ArrayOf(std::move(table), shape, values)));
 }
 
+// (fault, where, None) or (0, where, (header, values)); header: points along x, y and z, origin, spacing, whether the
+// arrays are in cells, whether VORLWriteImage wrote the file, (name, components) of each array.
+py::tuple ReadVtk(int descriptor) {
+  auto image = std::make_unique<VtkImage>();
+  Monitor monitor;
+  Stream stream(descriptor, "r", monitor);
+  const int fault =
+      RunWatched(py::none(), monitor, [&] { return static_cast<int>(ReadVtkImage(stream.get(), image.get())); });
+  RaiseForSystem(stream);
+  if (fault == static_cast<int>(VtkFault::kMemory)) throw std::bad_alloc();
+  const long position = fault == static_cast<int>(VtkFault::kNoNumber) ? std::ftell(stream.get()) : image->line;
+  if (fault != 0) return py::make_tuple(fault, position, py::none());
+  const auto three = [](const auto(&numbers)[3]) { return py::make_tuple(numbers[0], numbers[1], numbers[2]); };
+  py::list arrays;
+  for (std::size_t i = 0; i < image->arrays.size(); ++i)
+    arrays.append(py::make_tuple(py::bytes(image->arrays[i].name), image->arrays[i].components));
+  const std::vector<std::ptrdiff_t> shape{static_cast<std::ptrdiff_t>(image->values.size())};
+  const py::tuple header = py::make_tuple(three(image->points), three(image->origin), three(image->spacing),
+                                          image->inCells, image->ofLibrary, arrays);
+  const double* const values = image->values.data();
+  return py::make_tuple(0, position, py::make_tuple(header, ArrayOf(std::move(image), shape, values)));
+}
+
 // Calls write(columns, stream) with the variables, each in an array of its own.
 template <typename Write>
 void WriteFile(int descriptor, const std::vector<std::string>& names, const std::vector<Array<double>>& values,
@@ -123,6 +147,7 @@ void WriteTable(int descriptor, const std::vector<std::string>& names, const std
 void BindFiles(py::module_& module) {
   module.def("read_gslib_grid", &ReadGrid, py::arg("descriptor"));
   module.def("read_gslib_table", &ReadTable, py::arg("descriptor"));
+  module.def("read_vtk", &ReadVtk, py::arg("descriptor"));
   module.def("write_gslib_grid", &WriteGrid<WriteGslibGrid>, py::arg("descriptor"), py::arg("grid"), py::arg("names"),
              py::arg("values"));
   module.def("write_vtk_grid", &WriteGrid<WriteVtkGrid>, py::arg("descriptor"), py::arg("grid"), py::arg("names"),

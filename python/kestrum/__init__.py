@@ -19,7 +19,7 @@ from typing import TYPE_CHECKING, Any
 
 from ._core import version as __version__
 from ._errors import ArgumentError, ArgumentTypeError, DataError, GridError, KestrumError, KestrumWarning, ModelError
-from ._files import read_gslib, read_gslib_points, write_gslib, write_vtk
+from ._files import read_gslib, read_gslib_points, read_vtk, write_gslib, write_vtk
 from ._fit import FittedModel, fit_likelihood
 from ._grid import Grid
 from ._image_categories import categorize, category_order, category_proportions, proportion_cuts, proportion_map
@@ -93,6 +93,7 @@ __all__ = [
     "pyramid",
     "read_gslib",
     "read_gslib_points",
+    "read_vtk",
     "simulate",
     "simulate_categories",
     "transiogram",

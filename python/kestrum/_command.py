@@ -13,7 +13,7 @@ from typing import TYPE_CHECKING, Any, NoReturn
 from . import _door, _models
 from ._core import version
 from ._errors import DataError, KestrumError, KestrumWarning, ModelError
-from ._files import read_gslib_points, write_gslib, write_vtk
+from ._files import read_gslib, read_gslib_points, read_vtk, write_gslib, write_vtk
 from ._grid import Grid
 from ._krige import krige
 from ._models import CovModel
@@ -140,11 +140,17 @@ def _points(options: argparse.Namespace) -> Points:
     return Points.from_dataframe(frame, options.value, options.x, options.y, options.z)
 
 
-def _grid(options: argparse.Namespace, points: Points) -> "Grid | xr.Dataset":
+def _on_grid(path: str) -> "xr.Dataset":
+    """Values on a grid, from a file of any ending that is for these."""
     import xarray as xr
 
+    ending = Path(path).suffix.lower()
+    return read_gslib(path) if ending == ".gslib" else read_vtk(path) if ending == ".vtk" else xr.open_dataset(path)
+
+
+def _grid(options: argparse.Namespace, points: Points) -> "Grid | xr.Dataset":
     if options.like is not None:
-        return xr.open_dataset(options.like)
+        return _on_grid(options.like)
     cell = options.cell[0] if len(options.cell) == 1 else options.cell
     return Grid.covering(points, cell, options.margin)
 
@@ -161,7 +167,7 @@ def _write(result: "xr.Dataset", path: str, picture: Callable[[], Any]) -> None:
         import rioxarray  # noqa: F401
 
         stack = result.to_array("band") if len(result.data_vars) > 1 else next(iter(result.data_vars.values()))
-        stack.isel(y=slice(None, None, -1)).rio.to_raster(path)
+        stack.sortby("y", ascending=False).rio.to_raster(path)
     else:
         drawn = picture()
         getattr(drawn, "figure", drawn).savefig(path, dpi=120)
@@ -218,21 +224,15 @@ def _run_variogram(options: argparse.Namespace) -> None:
 
 
 def _run_info(options: argparse.Namespace) -> None:
-    import xarray as xr
-
-    from ._files import read_gslib
-
-    ending = Path(options.file).suffix.lower()
-    if ending == ".gslib":
-        try:
-            data = read_gslib(options.file)
-        except KestrumError:
-            _describe(read_gslib_points(options.file))
-            return
-    elif ending in (".nc", ".tif"):
-        data = xr.open_dataset(options.file)
-    else:
+    if Path(options.file).suffix.lower() not in (".gslib", ".vtk", ".nc", ".tif"):
         _describe(_read_table(options.file))
+        return
+    try:
+        data = _on_grid(options.file)
+    except KestrumError:
+        if not options.file.lower().endswith(".gslib"):
+            raise
+        _describe(read_gslib_points(options.file))
         return
     with data:
         print(Grid.from_xarray(data))
@@ -308,7 +308,7 @@ def _common(parser: argparse.ArgumentParser) -> None:
     group.add_argument("--model", required=True, type=_checked(parse_model), help='covariance model, such as "0.05 Nug + 0.59 Sph(897)"; see below')
     where = group.add_mutually_exclusive_group(required=True)
     where.add_argument("--cell", type=_numbers, metavar="SIZE", help="size of the cells of a grid that covers the data: 40, or 40,40,1")
-    where.add_argument("--like", metavar="FILE", help="netCDF or GeoTIFF file whose grid is taken")
+    where.add_argument("--like", metavar="FILE", help="file whose grid is taken: .nc, .gslib, .vtk or .tif")
     group.add_argument("--margin", type=float, default=0.0, metavar="DISTANCE", help="what the grid has around the data (default: 0)")
     group = parser.add_argument_group("search and run")
     group.add_argument("--radius", type=_numbers, metavar="DISTANCE", help="how far data serve: one number, or along,across[,vertical]")
@@ -359,7 +359,7 @@ def _parser() -> argparse.ArgumentParser:
     sub.add_argument("--threads", type=int, metavar="N", help="number of threads (default: all cores)")
     sub.add_argument("-o", "--output", type=_ending(".csv", ".png"), metavar="FILE",
                      help="the variogram, .csv or .png (default: a table on the terminal)")
-    sub = command("info", "what is in a file: .csv, .txt, .gslib, .dat, .nc or .tif", _run_info)
+    sub = command("info", "what is in a file: .csv, .txt, .gslib, .dat, .vtk, .nc or .tif", _run_info)
     sub.add_argument("file")
     return parser
 

@@ -9,12 +9,14 @@ from numpy.typing import NDArray
 version: str
 
 def power(x: float, y: Any) -> float: ...
-def normal_quantile(p: Any) -> Any: ...
-def normal_probability(t: Any) -> Any: ...
+def normal_quantile(p: _Floats) -> _Floats: ...
+def normal_probability(t: _Floats) -> _Floats: ...
 def limit_instructions(level: int) -> bool:
     """For tests: 0 takes the least set of instructions, 1 AVX2 at most, 2 what there is. Whether the machine has that one."""
 
 _Grid = tuple[float, ...]  # nx, ny, nz, dx, dy, dz, x0, y0, z0
+_Three = tuple[float, float, float]
+_VtkHeader = tuple[tuple[int, int, int], _Three, _Three, bool, bool, list[tuple[bytes, int]]]
 _Floats = NDArray[np.float64]
 _Mask = NDArray[np.uint8]
 _Progress = Callable[[float], object] | None
@@ -61,6 +63,12 @@ def read_gslib_grid(descriptor: int) -> tuple[int, int, tuple[_Grid, list[bytes]
     """(status, position in the file, (grid, names, values of shape (variables, nz, ny, nx)) or None after a failure)."""
 def read_gslib_table(descriptor: int) -> tuple[int, int, tuple[list[bytes], _Floats] | None]:
     """(fault, position in the file, (names, values of shape (rows, columns)) or None after a failure)."""
+def read_vtk(descriptor: int) -> tuple[int, int, tuple[_VtkHeader, _Floats] | None]:
+    """(fault, position in the file, (header, values of array by array) or None after a failure).
+
+    header: points along x, y and z, origin, spacing, whether the arrays are in cells, whether VORLWriteImage wrote the file,
+    name and number of components of each array. Components lie side by side.
+    """
 def write_gslib_grid(descriptor: int, grid: _Grid, names: Sequence[str], values: Sequence[_Floats]) -> None: ...
 def write_vtk_grid(descriptor: int, grid: _Grid, names: Sequence[str], values: Sequence[_Floats]) -> None: ...
 def write_gslib_table(descriptor: int, names: Sequence[str], values: Sequence[_Floats]) -> None: ...

@@ -1,17 +1,19 @@
 """Files of text for GSLIB and its relatives, and for VTK viewers."""
 
 import itertools
+import math
 import os
 from collections.abc import Callable, Iterator, Sequence
 from contextlib import contextmanager
 from typing import IO, TYPE_CHECKING, Any, Union
+from urllib.parse import unquote
 
 import numpy as np
 
 from . import _core, _door
 from ._door import Floats
 from ._errors import DataError, GridError, KestrumError
-from ._grid import Grid
+from ._grid import AXES, Grid
 from ._targets import Target
 
 if TYPE_CHECKING:
@@ -20,6 +22,7 @@ if TYPE_CHECKING:
 
 Path = Union[str, "os.PathLike[str]"]
 MISSING = -9999999.0
+LONGEST_NAME = 255
 # What a status of a grid's reader, and a fault of a table's, says of the line where it shows. The first of either belong
 # to a whole line: that where the reader is for tables, and line 1 for grids, wherever the reader is by then.
 GRID_FAULTS = {
@@ -40,8 +43,21 @@ TABLE_FAULTS = {
     5: "the last row ends early",
     6: "there is another number of points than the first line has",
 }
+VTK_FAULTS = {
+    1: "there must be '# vtk DataFile Version', as in a legacy file (.vtk). Of XML (.vti, .vtu) save one in a viewer such as ParaView",
+    2: "there must be ASCII or BINARY",
+    3: "there must be DATASET STRUCTURED_POINTS: a grid of another kind has no cells of one size. Resample it in a viewer such as ParaView",
+    4: "there must be three numbers, of points that memory can hold",
+    5: "there must be POINT_DATA or CELL_DATA with the number of points or cells of the grid, and values behind it",
+    6: "there must be a keyword such as SCALARS, LOOKUP_TABLE, VECTORS or FIELD",
+    7: "there must be an array: its name of at most 255 characters, a type of numbers, and how many of them it has",
+    8: "there are values at the points and in the cells, which are two grids. Keep those of one in a viewer such as ParaView",
+    9: "the file ends before the values of this array",
+    10: "there must be a number",
+}
 GRID_FIRST_LINE = (-721, -722, -723)
 TABLE_HEADER = (1, 2, 3)
+VTK_VALUES = 10
 
 
 def read_gslib(path: Path, missing: float | Sequence[float] = (MISSING,)) -> "xr.Dataset":
@@ -229,11 +245,102 @@ def write_vtk(data: "xr.DataArray | xr.Dataset", path: Path, *, grid: Grid | Non
     >>> path.read_text().split()[-4:]
     ['0.1', '0.2', '0.3', '0.4']
     """
-    _write_grid(data, path, grid, _core.write_vtk_grid)
+    _write_grid(data, path, grid, _core.write_vtk_grid, lambda name: name.replace("%", "%25"))
+
+
+def read_vtk(path: Path, missing: float | Sequence[float] = (MISSING,)) -> "xr.Dataset":
+    """Reads variables on a grid from a legacy VTK file of structured points (.vtk), text or binary.
+
+    Points are the cell centres, as `write_vtk` has them; where the file has its values in the cells between the points,
+    these are the grid's cells.
+
+    Parameters
+    ----------
+    path : str or path-like
+        The file.
+    missing : float or sequence of float
+        Numbers that mark a missing value, NaN in the result.
+
+    Returns
+    -------
+    xarray.Dataset
+        A variable for each array of numbers, with the cell centres as coordinates. Of an array with several components
+        each becomes a variable, ``flow_0`` and so on. Numbers of any type become float64.
+
+    Raises
+    ------
+    KestrumError
+        The file is of another kind, such as XML, or has another kind of grid; the text has the line.
+    OSError
+        The file cannot be opened or read.
+
+    Notes
+    -----
+    `VORLWriteImage` of the C interface writes the lower corner of the first cell where others have the first point. Its
+    files are known by their first two lines, and come back in their place.
+
+    Examples
+    --------
+    >>> import tempfile
+    >>> import kestrum as ks
+    >>> path = tempfile.mktemp(".vtk")
+    >>> ks.write_vtk(ks.Grid(3, 2, dx=10, dy=10).to_xarray([[1.0, 2.5, 3.0], [4.0, 5.0, float("nan")]], "clay"), path)
+    >>> found = ks.read_vtk(path)
+    >>> found.clay.values
+    array([[1. , 2.5, 3. ],
+           [4. , 5. , nan]])
+    >>> found.x.values
+    array([ 5., 15., 25.])
+    """
+    import xarray as xr
+
+    marks = _marks(missing)
+    with _opened(path, "rb") as file:
+        fault, position, content = _core.read_vtk(file.fileno())
+        if content is None:
+            raise _fault(path, file, position, fault != VTK_VALUES, VTK_FAULTS[fault])
+    (points, origin, spacing, in_cells, of_library, arrays), values = content
+    arguments: dict[str, Any] = {}
+    for axis, n, first, size in zip(AXES, points, origin, spacing):
+        size = size if n > 1 or size > 0.0 else 1.0
+        if of_library or (in_cells and n > 1):
+            corner = first
+        else:
+            corner = _corner(first, size)
+        arguments |= {"n" + axis: n - (in_cells and n > 1), "d" + axis: size, axis + "0": corner}
+    try:
+        grid = Grid(**arguments)
+    except GridError as error:
+        raise DataError(f"{_name(path)}: the grid of the file cannot be used: {error}") from None
+    values[np.isin(values, marks)] = np.nan
+    variables: dict[str, Any] = {}
+    count, start = math.prod(grid.shape), 0
+    for written, components in arrays:
+        array = values[start:start + count * components].reshape(*grid.shape, components)
+        start += count * components
+        for name, part in zip(_component_names(unquote(written.decode("utf-8", "replace")), components), range(components)):
+            if name in variables:
+                raise DataError(f"{_name(path)}: there are two arrays {name!r}. Rename one in the file.")
+            variables[name] = (grid.dims, array[..., part])
+    return xr.Dataset(variables, grid.coords)
+
+
+def _corner(centre: float, size: float) -> float:
+    """The lower corner of the first cell: the number of the fewest digits whose cell has that very centre, if there is one."""
+    corners = [float(f"{centre - 0.5 * size:.{digits}g}") for digits in (6, 9, 12, 15, 17)]
+    return next((corner for corner in corners if corner + 0.5 * size == centre), corners[-1])
+
+
+def _component_names(name: str, components: int) -> list[str]:
+    names = name.split("/", components - 1)
+    if len(names) == components:  # as VORLWriteImage has them
+        return names
+    return [f"{name}_{k}" for k in range(components)]
 
 
 def _write_grid(data: Any, path: Path, grid: Grid | None,
-                write: Callable[[int, tuple[float, ...], Sequence[str], Sequence[Floats]], None]) -> None:
+                write: Callable[[int, tuple[float, ...], Sequence[str], Sequence[Floats]], None],
+                written: Callable[[str], str] = str) -> None:
     if not _door.is_xarray(data):
         _door.wrong_type("data", data, "an xarray.DataArray or Dataset (of an array: grid.to_xarray(values))")
     if grid is not None and not isinstance(grid, Grid):
@@ -246,9 +353,10 @@ def _write_grid(data: Any, path: Path, grid: Grid | None,
         raise GridError(f"data have {target.count:,} cells, more than such a file can have. Write a part of them.")
     columns = {}
     for name, part in _variables(data, target.grid.dims):
-        label = "_".join(name.split())
+        label = written("_".join(name.split()))
         if not label or label in columns:
             raise DataError(f"data have {'two variables' if label else 'a variable without a name'} {name!r}. Rename: data.rename(...).")
+        _require_short(label)
         columns[label] = _exact(name, target.values(name, part), part)
     if not columns:
         raise DataError("data have no variable.")
@@ -262,6 +370,7 @@ def _write_table(frame: Any, path: Path) -> None:
         raise DataError(f"data must have columns with a name of one line each, all different, but have {_door.show(names)}.")
     columns = []
     for number, name in enumerate(names):
+        _require_short(name)
         values = _door.reals(f"column {name!r}", frame.iloc[:, number])
         columns.append(_exact(name, values, frame.iloc[:, number]))
     with _opened(path, "wb") as file:
@@ -280,6 +389,12 @@ def _variables(data: Any, dims: tuple[str, ...]) -> Iterator[tuple[str, Any]]:
             part = variable.isel(dict(zip(more, index)))
             labels = [part[dim].item() if dim in variable.coords else i for dim, i in zip(more, index)]
             yield "_".join(map(str, [name, *labels])), part
+
+
+def _require_short(name: str) -> None:
+    if len(name.encode()) > LONGEST_NAME:
+        raise DataError(f"data have the name {_door.show(name)} of {len(name.encode())} bytes, but a file keeps {LONGEST_NAME}. "
+                        "Rename: data.rename(...).")
 
 
 def _exact(name: str, values: Floats, given: Any) -> Floats:

@@ -7,6 +7,7 @@
 #include "core/text_reader.hpp"
 #include "core/text_writer.hpp"
 #include "core/types.h"
+#include "io/take_line.hpp"
 
 namespace kestrum {
 namespace {
@@ -53,22 +54,6 @@ void PutNames(TextWriter& writer, const Columns& columns) {
     writer.Put(columns.names[column]);
     writer.Put('\n');
   }
-}
-
-// Takes a line without its end, and without white space around it; what does not fit is left out. False at the end of
-// the stream.
-template <std::size_t size>
-bool TakeLine(std::FILE* stream, char (&line)[size]) {
-  int c = std::getc(stream);
-  if (c == EOF) return false;
-  std::size_t length = 0;
-  for (; c != EOF && c != '\n'; c = std::getc(stream)) {
-    const bool space = std::strchr(" \t\r\v\f", c) != nullptr;
-    if ((length > 0 || !space) && length < size - 1) line[length++] = static_cast<char>(c);
-  }
-  while (length > 0 && std::strchr(" \t\r\v\f", line[length - 1]) != nullptr) --length;
-  line[length] = '\0';
-  return true;
 }
 
 // Whether a line is one whole number and nothing else.

@@ -60,6 +60,12 @@ def test_krige_and_simulate_write_what_the_package_gives(tmp_path, points, capsy
         xr.testing.assert_identical(found.load(), expected)
     assert main([*KRIGE, "-o", str(tmp_path / "a.gslib")]) == 0
     np.testing.assert_array_equal(ks.read_gslib(tmp_path / "a.gslib").variance, expected.variance)
+    for like in ("a.gslib", "a.nc"):
+        assert main([*KRIGE[:6], "--like", str(tmp_path / like), "--neighbors", "12", "-o", str(tmp_path / "b.vtk")]) == 0
+        np.testing.assert_array_equal(ks.read_vtk(tmp_path / "b.vtk").estimate, expected.estimate)
+    capsys.readouterr()
+    assert main(["info", str(tmp_path / "b.vtk")]) == 0
+    assert "estimate (y, x): " in capsys.readouterr().out
     scores = "0.2 Nug + 0.8 Sph(900)"
     fields = ks.simulate(points, parse_model(scores), grid, n=3, first=5, seed=9, neighbors=8, transform="normal-score")
     capsys.readouterr()
