@@ -56,6 +56,19 @@ double NormalQuantile(double p) {
   return p <= 0.0 ? -kInfinity : p >= 1.0 ? kInfinity : kExactNormal.quantile(p);
 }
 
+template <double (*function)(double)>
+Array<double> OfEach(const Array<double>& values) {
+  Array<double> result(py::array::ShapeContainer(values.shape(), values.shape() + values.ndim()));
+  const double* const from = values.data();
+  double* const to = result.mutable_data();
+  const std::ptrdiff_t n = values.size();
+  const py::gil_scoped_release released;
+  for (std::ptrdiff_t i = 0; i < n; ++i) to[i] = function(from[i]);
+  return result;
+}
+
+double NormalProbability(double t) { return kExactNormal.cdf(t); }
+
 bool LimitInstructions(int level) {
   LimitSimdLevel(static_cast<SimdLevel>(level));
   return static_cast<int>(BestSimdLevel()) == level;
@@ -69,8 +82,8 @@ PYBIND11_MODULE(_core, module) {
   module.doc() = "The engine of kestrum, for the package alone: its arguments have been checked.";
   module.attr("version") = KESTRUM_PYTHON_VERSION;
   module.def("power", &kestrum::Pow, pybind11::arg("x"), pybind11::arg("y"));
-  module.def("normal_quantile", pybind11::vectorize(kestrum::python::NormalQuantile));
-  module.def("normal_probability", pybind11::vectorize([](double t) { return kestrum::kExactNormal.cdf(t); }));
+  module.def("normal_quantile", &kestrum::python::OfEach<kestrum::python::NormalQuantile>, pybind11::arg("p"));
+  module.def("normal_probability", &kestrum::python::OfEach<kestrum::python::NormalProbability>, pybind11::arg("t"));
   module.def("limit_instructions", &kestrum::python::LimitInstructions, pybind11::arg("level"));
   kestrum::python::BindModel(module);
   kestrum::python::BindPlaceKriging(module);

@@ -24,12 +24,11 @@ def show(value: object) -> str:
     return text if len(text) <= 60 else text[:57] + "..."
 
 
-def rows(numbers: Iterable[int], noun: str = "row") -> str:
+def rows(numbers: Sequence[int] | NDArray[Any], noun: str = "row") -> str:
     """Row numbers in a message: the first five, and how many more."""
-    found = [int(number) for number in numbers]
-    text = ", ".join(map(str, found[:5]))
-    more = f" and {len(found) - 5:,} more" if len(found) > 5 else ""
-    return f"{noun}{'s' if len(found) > 1 else ''} {text}{more}"
+    text = ", ".join(str(int(number)) for number in numbers[:5])
+    more = f" and {len(numbers) - 5:,} more" if len(numbers) > 5 else ""
+    return f"{noun}{'s' if len(numbers) > 1 else ''} {text}{more}"
 
 
 def wrong_type(name: str, value: object, expected: str) -> NoReturn:
@@ -161,7 +160,7 @@ def finite(name: str, values: Floats, error: type[KestrumError] = DataError, nou
         first = values[tuple(bad[0])]
         if values.ndim > 1 and noun == "row":
             bad = np.unique(bad[:, 0])[:, None]
-        where = rows((int(row[0]) for row in bad), noun) if bad.shape[1] == 1 else f"{noun} {tuple(map(int, bad[0]))}"
+        where = rows(bad[:, 0], noun) if bad.shape[1] == 1 else f"{noun} {tuple(map(int, bad[0]))}"
         count = f" ({len(bad):,} of them)" if bad.shape[1] > 1 and len(bad) > 1 else ""
         raise error(f"{name} is {first} in {where}{count}. It must be finite: leave out or fill in what is missing.")
     return values

@@ -10,6 +10,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _door, _image_blocks, _lazy
 from ._errors import ArgumentError, DataError
 from ._image_door import Connectivity, as_image, as_neighbors, as_sides, as_truth, is_flipped, like, per_axis, readable
+from ._watch import watched
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -89,10 +90,14 @@ def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> "pd.DataFram
     1     1         1         1         1
     2     3         1         2         2
     """
-    import pandas as pd
-
     image = as_image("labels", labels)
     _door.threads(threads)
+    return watched(image.size, _sizes, image)
+
+
+def _sizes(image: NDArray[Any]) -> "pd.DataFrame":
+    import pandas as pd
+
     if image.dtype.kind == "f":
         unfit = image[(np.trunc(image) != image) & ~np.isnan(image) | (np.abs(image) >= 2**53)]
         if unfit.size:
@@ -142,7 +147,7 @@ def euler_number(mask: ArrayLike, connectivity: Connectivity | None = None, *, t
     nthreads = _door.threads(threads)
     if image.flags.f_contiguous:
         image = image.T
-    return _core.euler_number(as_truth(image), neighbors != 6, nthreads) if image.size else 0
+    return watched(image.size, _core.euler_number, as_truth(image), neighbors != 6, nthreads) if image.size else 0
 
 
 def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric: Literal["euclidean", "manhattan"] = "euclidean",

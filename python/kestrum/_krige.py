@@ -15,6 +15,7 @@ from ._errors import ArgumentError, DataError, GridError, ModelError, warn
 from ._models import CovModel, Range, require_model
 from ._points import Points, require_numbers
 from ._targets import Target, Where
+from ._watch import watched
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -295,7 +296,7 @@ def _same_place(points: Points, error: ValueError) -> NoReturn:
     """Raises what the engine refused, or data at one place as an error that says so."""
     if error.args[0] != "same place":
         raise error
-    rows = sorted(points._row(number) for number in error.args[2:])
+    rows = np.sort(points._given_rows(np.array(error.args[2:], np.intp)))
     place = ", ".join(f"{c:.10g}" for c in points.coordinates[error.args[2]])
     raise DataError(f"points have two values at one place, ({place}): {_door.rows(rows)}. Put them together by "
                     "points.merged(), or give error_variance.") from None
@@ -369,7 +370,7 @@ def _drift(points: Points, target: Target, mean: Any, drift: Any, mask: NDArray[
         else:
             at_data = _where_informed("mean", means, mask)[cells]
         if np.isnan(at_data).any():
-            rows = [points._row(i) for i in np.flatnonzero(np.isnan(at_data))]
+            rows = points._given_rows(np.flatnonzero(np.isnan(at_data)))
             raise DataError(f"mean is NaN in the cells of data ({_door.rows(rows)}), where it is needed, masked or not. Fill it in.")
         return _Drift(-1, 0.0, at_data, (means,))
     plain = _without_fields(mean, drift, "(values at the points, values where)")
@@ -442,11 +443,11 @@ def _snapped(points: Points, target: Target, merging: str = "which are averaged"
     if len(outside) == len(points):
         raise DataError(f"all {len(points):,} data lie outside the grid. {_extents(points, target)}")
     inside = len(points) - len(outside)
-    shared = inside - len(np.unique(nodes[nodes >= 0]))
+    shared = inside - watched(len(nodes), lambda: len(np.unique(nodes[nodes >= 0])))
     if len(outside) or shared:
         said = []
         if len(outside):
-            said.append(f"{len(outside):,} data outside the grid are left out ({_door.rows(points._row(i) for i in outside)})")
+            said.append(f"{len(outside):,} data outside the grid are left out ({_door.rows(points._given_rows(outside))})")
         if shared:
             said.append(f"{shared:,} data share a cell with others, {merging}")
         warn("; ".join(said) + ".")

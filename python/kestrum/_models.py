@@ -10,6 +10,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door
 from ._errors import ModelError
+from ._watch import watched
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
@@ -213,7 +214,7 @@ class CovModel:
         _door.finite("lag", lags, ModelError)
         if self._local():
             raise ModelError("the model varies over the grid, so that a lag alone has no covariance.")
-        return self._native(lags.shape[1]).covariance(lags).reshape(shape)
+        return watched(lags.size, self._native(lags.shape[1]).covariance, lags).reshape(shape)
 
     def variogram(self, lag: ArrayLike) -> NDArray[np.float64]:
         """The semivariance of places a lag apart: the sill less the covariance.

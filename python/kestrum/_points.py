@@ -9,6 +9,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _door
 from ._door import Floats
 from ._errors import ArgumentTypeError, DataError, warn
+from ._watch import watched
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -207,12 +208,19 @@ class Points:
         _door.choice("how", how, ("mean", "first", "last"))
         if how == "mean" and self.values.dtype.kind not in "iuf":
             raise DataError("how is 'mean', but the values are labels, which have none. Take how='first' or how='last'.")
-        _, first, group = np.unique(self.coordinates + 0.0, axis=0, return_index=True, return_inverse=True)
-        order = np.argsort(first, kind="stable")
+        return watched(len(self), self._merged, how)
+
+    def _merged(self, how: str) -> "Points":
+        by_place = np.lexsort(self.coordinates.T)
+        begins = np.ones(len(self), bool)
+        begins[1:] = (np.diff(self.coordinates[by_place], axis=0) != 0.0).any(axis=1)
+        first = by_place[begins]  # lexsort is stable: the first row of each place
+        order = np.argsort(first)
         rank = np.empty_like(order)
         rank[order] = np.arange(len(order))
-        group = rank[group.reshape(-1)]
-        kept = first[order]
+        group = np.empty_like(by_place)
+        group[by_place] = rank[np.cumsum(begins) - 1]
+        first = kept = first[order]
         if how == "last":
             kept = np.zeros_like(kept)
             np.maximum.at(kept, group, np.arange(len(self)))
@@ -225,7 +233,7 @@ class Points:
             if self.error_variance is not None:
                 errors = np.bincount(group, self.error_variance) / count**2
         result = copy.copy(self)
-        result._fill(self.coordinates[first[order]], values, self.name, errors,
+        result._fill(self.coordinates[first], values, self.name, errors,
                      kept if self._rows is None else self._rows[kept])
         return result
 
@@ -265,9 +273,9 @@ class Points:
         return (f"Points: {len(self)} values of {self.name!r} at ({', '.join(axes)}){errors}\n  {self.name} {values}\n"
                 f"  {', '.join(extents)} in the coordinates' unit")
 
-    def _row(self, number: int) -> int:
-        """The row of the arguments that a datum was given in."""
-        return int(number if self._rows is None else self._rows[number])
+    def _given_rows(self, numbers: NDArray[np.intp]) -> NDArray[np.intp]:
+        """The rows of the arguments that data were given in."""
+        return numbers if self._rows is None else self._rows[numbers]
 
 
 def require_numbers(name: str, points: Any, lack: str) -> Floats:

@@ -17,6 +17,7 @@ from ._models import CovModel, Range, require_model
 from ._points import Points
 from ._targets import Target
 from ._transforms import NormalScore
+from ._watch import watched
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -332,11 +333,12 @@ def _on_nodes(points: Points | None, target: Target, duplicates: str) -> tuple[N
     inside = np.flatnonzero(nodes >= 0)
     if len(inside) == 0:
         raise DataError(f"all {len(points):,} data lie outside the grid. {_extents(points, target)}")
-    held, position, group, counts = np.unique(nodes[inside], return_index=True, return_inverse=True, return_counts=True)
+    held, position, group, counts = watched(
+        len(inside), lambda: np.unique(nodes[inside], return_index=True, return_inverse=True, return_counts=True))
     shared = len(inside) - len(held)
     if shared and duplicates == "error":
         of = np.flatnonzero(counts[group] > 1)
-        raise DataError(f"{shared:,} data share a cell with others ({_door.rows(points._row(inside[i]) for i in of)}). "
+        raise DataError(f"{shared:,} data share a cell with others ({_door.rows(points._given_rows(inside[of]))}). "
                         "Give smaller cells, or duplicates='mean'.")
     values = points.values[inside]
     if duplicates == "mean":
@@ -350,7 +352,7 @@ def _on_nodes(points: Points | None, target: Target, duplicates: str) -> tuple[N
     said = []
     if len(inside) < len(points):
         outside = np.flatnonzero(nodes < 0)
-        said.append(f"{len(outside):,} data outside the grid are left out ({_door.rows(points._row(i) for i in outside)})")
+        said.append(f"{len(outside):,} data outside the grid are left out ({_door.rows(points._given_rows(outside))})")
     if shared:
         said.append(f"{shared:,} data share a cell with others" + (", which are averaged" if duplicates == "mean" else f", of which the {duplicates} counts"))
     if said:

@@ -13,6 +13,7 @@ from ._grid import Grid
 from ._models import CovModel, require_model
 from ._points import Points
 from ._targets import Target
+from ._watch import watched
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -74,7 +75,7 @@ class NormalScore:
     def __init__(self, values: ArrayLike, weights: ArrayLike | None = None, minimum: float | None = None,
                  maximum: float | None = None) -> None:
         given = _door.finite("values", _door.reals("values", values).reshape(-1))
-        known, group = np.unique(given, return_inverse=True)
+        known, group = watched(given.size, lambda: np.unique(given, return_inverse=True))
         if len(known) < 2:
             what = f"are all {known[0]:g}" if len(known) else "are none"
             raise DataError(f"values {what}: normal scores need at least two different ones.")
@@ -82,8 +83,8 @@ class NormalScore:
         shares = shares / shares.sum()
         # The shares below and above, each summed from its own end: so the upper tail is as exact as the lower one.
         below, above = np.cumsum(shares) - 0.5 * shares, np.cumsum(shares[::-1])[::-1] - 0.5 * shares
-        lower = below < above
-        scores = np.where(lower, _core.normal_quantile(below), 0.0 - _core.normal_quantile(above))
+        below_score, above_score = (watched(share.size, _core.normal_quantile, share) for share in (below, above))
+        scores = np.where(below < above, below_score, 0.0 - above_score)
         least = _door.number("minimum", known[0] if minimum is None else minimum, at_most=float(known[0]))
         most = _door.number("maximum", known[-1] if maximum is None else maximum, at_least=float(known[-1]))
         for slot, value in (("values", _door.frozen(known)), ("scores", _door.frozen(scores)), ("minimum", least),
@@ -110,6 +111,9 @@ class NormalScore:
         array([0.])
         """
         given = _door.reals("values", values)
+        return watched(given.size, self._forward, given)
+
+    def _forward(self, given: Floats) -> Floats:
         scores = np.array(np.interp(given, self.values, self.scores))
         for sign, end, first, chance in ((-1.0, self.minimum, self.values[0], self._chances[0]),
                                          (1.0, self.maximum, self.values[-1], self._chances[1])):
@@ -139,6 +143,9 @@ class NormalScore:
         array([2.])
         """
         given = _door.reals("scores", scores)
+        return watched(given.size, self._inverse, given)
+
+    def _inverse(self, given: Floats) -> Floats:
         values = np.array(np.interp(given, self.scores, self.values))
         for sign, end, first, at, chance in ((-1.0, self.minimum, self.values[0], self.scores[0], self._chances[0]),
                                              (1.0, self.maximum, self.values[-1], self.scores[-1], self._chances[1])):
@@ -228,7 +235,7 @@ def declustering_weights(points: Points, cell: float | Sequence[float] | None = 
     if model is not None:
         if cell is not None:
             raise ArgumentError("cell and model were both given. Give cell for weights by cells, or model and grid for kriging weights.")
-        return _kriging_weights(points, model, grid)
+        return watched(len(points) ** 2, _kriging_weights, points, model, grid)
     offsets = _door.whole("offsets", offsets, 1, 10_000)
     _door.flag("minimize", minimize)
     dimension = points.coordinates.shape[1]
@@ -239,18 +246,22 @@ def declustering_weights(points: Points, cell: float | Sequence[float] | None = 
             raise ArgumentError(f"cell has {len(parts)} numbers, but must be one, or ({', '.join('xyz'[:dimension])}).")
         if (np.array(parts) < 1e-6 * sides).any():
             raise ArgumentError(f"cell is {_door.show(cell)}, less than a millionth of the sides of the data's box, {sides.max():g}.")
-        return _cell_weights(points, np.array(parts), offsets)
+        return watched(len(points), _cell_weights, points, np.array(parts), offsets)
     if points.values.dtype.kind not in "iuf":
         raise DataError(f"values of {points.name!r} are labels, which have no mean to seek a size by. Give cell.")
     if not sides.any():
         return np.ones(len(points))
+    return watched(len(points), _sought_weights, points, sides, offsets, minimize)
+
+
+def _sought_weights(points: Points, sides: Floats, offsets: int, minimize: bool) -> Floats:
     from scipy.spatial import cKDTree
 
     nearest = cKDTree(points.coordinates).query(points.coordinates, k=2)[0][:, 1]
     largest = 0.5 * sides.max()
     smallest = min(max(float(np.median(nearest)), 1e-6 * sides.max()), 0.5 * largest)
     tried = [np.ones(len(points))]
-    tried += [_cell_weights(points, np.full(dimension, size), offsets) for size in np.geomspace(smallest, largest, SIZES)]
+    tried += [_cell_weights(points, np.full(len(sides), size), offsets) for size in np.geomspace(smallest, largest, SIZES)]
     means = [float(weights @ points.values) for weights in tried]
     return tried[int(np.argmin(means) if minimize else np.argmax(means))]
 

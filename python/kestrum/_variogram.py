@@ -14,6 +14,7 @@ from ._errors import ArgumentError, DataError, warn
 from ._fit import FittedModel, fit_variogram
 from ._models import CovModel
 from ._points import Points, require_numbers
+from ._watch import watched
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -335,11 +336,15 @@ def variogram_cloud(points: Points, max_distance: float) -> "pd.DataFrame":
     1  0  2      1.00     0.00    0.5
     2  1  2      4.24    45.00    0.5
     """
+    values = _numbers("points", points)
+    reach = _door.number("max_distance", max_distance, above=0.0)
+    return watched(len(points) ** 2, _cloud, points, values, reach)
+
+
+def _cloud(points: Points, values: Floats, reach: float) -> "pd.DataFrame":
     import pandas as pd
     from scipy.spatial import cKDTree
 
-    values = _numbers("points", points)
-    reach = _door.number("max_distance", max_distance, above=0.0)
     tree = cKDTree(points.coordinates)
     count = (int(tree.count_neighbors(tree, reach)) - len(points)) // 2
     _memory.require(150 * count, f"a cloud of {count:,} pairs", "Give a smaller max_distance, or take variogram(points).")

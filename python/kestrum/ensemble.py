@@ -20,6 +20,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _door, _lazy
 from ._door import Floats
 from ._errors import ArgumentError, ArgumentTypeError, GridError
+from ._watch import watched
 
 __all__ = ["mean", "probability_above", "probability_connected", "quantile", "variance"]
 
@@ -182,7 +183,7 @@ def quantile(realizations: Any, q: float | ArrayLike) -> Any:
         values = values.rechunk({0: -1})
         found = values.map_blocks(_quantiles, levels=levels, dtype=np.float64, chunks=((len(levels),), *values.chunks[1:]))
     else:
-        found = _quantiles(values, levels)
+        found = watched(values.size, _quantiles, values, levels)
     return _result(realizations, found[0]) if one else _result(realizations, found, "quantile", levels)
 
 
@@ -233,7 +234,7 @@ def _over(realizations: Any, add: Callable[..., _State], states: int, *arguments
     `first`; the state before the first one is None.
     """
     values = _values(realizations)
-    result = _lazily(values, add, states, arguments) if _lazy.is_lazy(values) else add(None, values, 0, *arguments)
+    result = _lazily(values, add, states, arguments) if _lazy.is_lazy(values) else watched(values.size, add, None, values, 0, *arguments)
     return result, int(values.shape[0])
 
 

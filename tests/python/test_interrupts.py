@@ -3,9 +3,12 @@
 import signal
 import subprocess
 import sys
+import threading
 import time
 
 import pytest
+
+from kestrum._watch import watched
 
 PROGRAM = """
 import signal, time, numpy as np, pandas as pd, kestrum as ks
@@ -57,8 +60,22 @@ CALLS = [
     "ks.kmeans(random.normal(size=(400_000, 20)), 60)",
     "ks.kmeans(random.normal(size=(300, 2)), 5, restarts=10**6)",
     "ks.otsu(random.normal(size=400_000), 2000)",
+    "ks.NormalScore(random.normal(size=5_000_000))",
+    "scattered(2_000_000).merged()",
+    "ks.declustering_weights(scattered(1_000_000))",
+    "ks.variogram_cloud(scattered(8000), 300.0)",
+    "ks.ensemble.quantile(random.normal(size=(100, 300_000)), 0.5)",
+    "ks._watch.watched(10**6, time.sleep, 30)",  # a call that hears no signal
     "ks.write_gslib(ks.Grid(3000, 3000).to_xarray(random.normal(size=(3000, 3000)), 'v'), '/dev/null')",
 ]
+
+
+def test_watched_work_gives_its_result_or_error():
+    assert watched(10**6, lambda: threading.current_thread() is threading.main_thread()) is False
+    assert watched(10**6, lambda: watched(10**6, threading.current_thread) is threading.current_thread()) is True
+    assert watched(10, threading.current_thread) is threading.main_thread()
+    with pytest.raises(ZeroDivisionError):
+        watched(10**6, lambda: 1 // 0)
 
 
 @pytest.mark.parametrize("call", CALLS)
