@@ -1,11 +1,13 @@
 // Image analysis on arrays, read where they lie.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include "analysis/euler_characteristic.hpp"
 #include "analysis/geobodies.hpp"
+#include "analysis/geobody_paths.hpp"
 #include "analysis/morphology.hpp"
 #include "bindings.hpp"
 #include "images.hpp"
@@ -93,16 +95,40 @@ Array<unsigned char> ChangedMask(const Array<T>& mask, bool dilating, const std:
   return result;
 }
 
+template <typename T>
+Array<int> Steps(const Array<T>& mask, int neighbors, const Array<int>& start) {
+  const VORL_GRID grid = GridOfShape(mask);
+  Array<int> steps = ArrayLike<int>(mask);
+  int* const to = steps.mutable_data();
+  RunOperations(100.0 * static_cast<double>(mask.size()), [&](const Progress& progress) noexcept {
+    return StepsInMask(grid, mask.data(), ConnectivityOf(neighbors), static_cast<int>(start.size()), start.data(),
+                       progress, to);
+  });
+  return steps;
+}
+
+Array<int> Path(const Array<int>& steps, int neighbors, int end, std::uint64_t seed) {
+  const VORL_GRID grid = GridOfShape(steps);
+  if (end < 0 || end >= steps.size()) throw py::value_error("end is no node");
+  Array<int> path(std::max(1, steps.data()[end]));
+  RaiseFor(PathBySteps(grid, steps.data(), ConnectivityOf(neighbors), end, seed, path.mutable_data()));
+  return path;
+}
+
 }  // namespace
 
 void BindImages(py::module_& module) {
   ForEachType([&module]<typename T>(std::type_identity<T>) {
     module.def("label", &Label<T>, py::arg("values").noconvert(), py::arg("neighbors"), py::arg("threads"));
+    module.def("steps_in_mask", &Steps<T>, py::arg("mask").noconvert(), py::arg("neighbors"),
+               py::arg("start").noconvert());
     module.def("euler_number", &EulerNumber<T>, py::arg("values").noconvert(), py::arg("closed_cells"),
                py::arg("threads"));
     module.def("changed_mask", &ChangedMask<T>, py::arg("mask").noconvert(), py::arg("dilating"), py::arg("elements"),
                py::arg("threads"));
   });
+  module.def("path_by_steps", &Path, py::arg("steps").noconvert(), py::arg("neighbors"), py::arg("end"),
+             py::arg("seed"));
   module.def("body_sizes", &BodySizes, py::arg("labels").noconvert(), py::arg("n"));
 }
 

@@ -24,6 +24,7 @@ from ._fit import FittedModel, fit_likelihood
 from ._grid import Grid
 from ._image_categories import categorize, category_order, category_proportions, proportion_cuts, proportion_map
 from ._image_pairs import connectivity_function, covariance_map, indicator_variogram_map, transiogram
+from ._image_paths import geodesic_steps, shortest_path
 from ._image_statistics import connectivity_curve, kmeans, otsu, pyramid, variogram_map
 from ._images import body_sizes, box_mean, dilate, distance, erode, euler_number, label
 from ._krige import krige
@@ -81,6 +82,7 @@ __all__ = [
     "erode",
     "euler_number",
     "fit_likelihood",
+    "geodesic_steps",
     "indicator_variogram_map",
     "indicator_variograms",
     "kmeans",
@@ -94,6 +96,7 @@ __all__ = [
     "read_gslib",
     "read_gslib_points",
     "read_vtk",
+    "shortest_path",
     "simulate",
     "simulate_categories",
     "transiogram",

@@ -86,6 +86,10 @@ def project_out_drift(matrix: _Floats, drift: _Floats, projection: _Floats, thre
     """
 def label(values: NDArray[Any], neighbors: int, threads: int) -> tuple[NDArray[np.int32], int]:
     """values: uint8, int32, float32 or float64. neighbors: 6, 18 or 26, also of one layer."""
+def steps_in_mask(mask: NDArray[Any], neighbors: int, start: NDArray[np.int32]) -> NDArray[np.int32]:
+    """mask: as the values of label. start: nodes by number."""
+def path_by_steps(steps: NDArray[np.int32], neighbors: int, end: int, seed: int) -> NDArray[np.int32]:
+    """The nodes by number, from the end to the last before a start."""
 def euler_number(values: NDArray[Any], closed_cells: bool, threads: int) -> int: ...
 def distance(mask: NDArray[Any], spacing: Sequence[float], manhattan: bool, is_signed: bool, distance: NDArray[Any], threads: int,
              beyond: NDArray[np.int32] | None = None, row_length: int = 0) -> None:

@@ -5,11 +5,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
+#include <type_traits>
 #include <utility>
 
-#include "analysis/geobodies.hpp"
+#include "analysis/geobody_paths.hpp"
 #include "core/buffer.hpp"
 #include "core/statuses.hpp"
+#include "numeric/philox.hpp"
 
 namespace kestrum {
 namespace {
@@ -120,9 +122,9 @@ class Front {
   std::size_t size_ = 0;
 };
 
-template <Connectivity kConnectivity>
-int ComputeDistances(const Box& box, const int* geobody, int frontCapacity, int nstart, const int* start,
-                     int* distance) noexcept {
+template <Connectivity kConnectivity, typename T>
+int ComputeDistances(const Box& box, const T* geobody, int frontCapacity, int nstart, const int* start, int* distance,
+                     const Progress& progress = Progress(nullptr, nullptr)) noexcept {
   for (int i = 0; i < nstart; ++i) {
     if (!box.Has(start[i])) return kPathStartOutside;
   }
@@ -135,13 +137,14 @@ int ComputeDistances(const Box& box, const int* geobody, int frontCapacity, int 
   // During the search the nodes outside are marked in the map itself, so that a neighbour takes one look-up.
   constexpr int kOutside = -2;
   const std::int64_t nnode = box.NodeCount();
-  for (std::int64_t i = 0; i < nnode; ++i) distance[i] = geobody[i] != 0 ? -1 : kOutside;
+  for (std::int64_t i = 0; i < nnode; ++i) distance[i] = geobody[i] != 0 && geobody[i] == geobody[i] ? -1 : kOutside;
   int status = 0;
   for (int i = 0; i < nstart && status == 0; ++i) {
     distance[start[i]] = 0;
     status = current->Append(box.NodeAt(start[i]));
   }
   for (int level = 1; !current->empty() && status == 0; ++level) {
+    if (progress.Aborted()) return kAborted;
     for (const Node& node : *current) {
       box.ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {
         if (distance[neighbor.index] != -1 || status != 0) return;
@@ -156,9 +159,10 @@ int ComputeDistances(const Box& box, const int* geobody, int frontCapacity, int 
   return status;
 }
 
-template <Connectivity kConnectivity>
+// draw(count): one of count neighbours, from 0.
+template <Connectivity kConnectivity, typename Draw>
 int ComputePath(const Box& box, const int* distance, int endNode, int* path, int* pathLength,
-                VORL_RANDCONTEXT* randContext) noexcept {
+                const Draw& draw) noexcept {
   constexpr int kCannotFindPath = kNoGeobodyPath - static_cast<int>(kConnectivity);
   if (!box.Has(endNode)) return kPathEndOutside;
   Node node = box.NodeAt(endNode);
@@ -171,7 +175,7 @@ int ComputePath(const Box& box, const int* distance, int endNode, int* path, int
       if (distance[neighbor.index] == d) candidates[count++] = neighbor;
     });
     if (count == 0) return kCannotFindPath;
-    node = candidates[VORLIntRand(0, count, randContext)];
+    node = candidates[draw(count)];
     path[length++] = node.index;
   }
   *pathLength = length;
@@ -273,7 +277,56 @@ int JoinPaths(Connectivity connectivity, const Box& box, const int* path1, const
   return 0;
 }
 
+// Calls body(std::integral_constant<Connectivity, ...>()).
+template <typename Body>
+int ForConnectivity(Connectivity connectivity, const Body& body) noexcept {
+  switch (connectivity) {
+    case Connectivity::k6:
+      return body(std::integral_constant<Connectivity, Connectivity::k6>());
+    case Connectivity::k18:
+      return body(std::integral_constant<Connectivity, Connectivity::k18>());
+    default:
+      return body(std::integral_constant<Connectivity, Connectivity::k26>());
+  }
+}
+
+// A draw from the sequence of a record.
+auto DrawFrom(VORL_RANDCONTEXT* randContext) noexcept {
+  return [randContext](int count) noexcept { return VORLIntRand(0, count, randContext); };
+}
+
 }  // namespace
+
+template <typename T>
+int StepsInMask(const VORL_GRID& grid, const T* mask, Connectivity connectivity, int nstart, const int* start,
+                const Progress& progress, int* steps) noexcept {
+  return ForConnectivity(
+      connectivity, [&]<Connectivity kConnectivity>(std::integral_constant<Connectivity, kConnectivity>) {
+        return ComputeDistances<kConnectivity>({grid.nx, grid.ny, grid.nz}, mask, std::max(nstart, 1024), nstart, start,
+                                               steps, progress);
+      });
+}
+template int StepsInMask(const VORL_GRID&, const unsigned char*, Connectivity, int, const int*, const Progress&,
+                         int*) noexcept;
+template int StepsInMask(const VORL_GRID&, const int*, Connectivity, int, const int*, const Progress&, int*) noexcept;
+template int StepsInMask(const VORL_GRID&, const float*, Connectivity, int, const int*, const Progress&, int*) noexcept;
+template int StepsInMask(const VORL_GRID&, const double*, Connectivity, int, const int*, const Progress&,
+                         int*) noexcept;
+
+int PathBySteps(const VORL_GRID& grid, const int* steps, Connectivity connectivity, int endNode, std::uint64_t seed,
+                int* path) noexcept {
+  std::uint32_t drawn = 0;
+  int length = 0;
+  return ForConnectivity(connectivity,
+                         [&]<Connectivity kConnectivity>(std::integral_constant<Connectivity, kConnectivity>) {
+                           return ComputePath<kConnectivity>(
+                               {grid.nx, grid.ny, grid.nz}, steps, endNode, path, &length, [&](int count) noexcept {
+                                 const std::uint64_t word = Philox({drawn++, 0, 0, 0}, seed)[0];
+                                 return static_cast<int>(word * static_cast<std::uint64_t>(count) >> 32);
+                               });
+                         });
+}
+
 }  // namespace kestrum
 
 using namespace kestrum;
@@ -295,17 +348,17 @@ int VORLComputeDistanceConnectivity26InGeobody(int nx, int ny, int nz, int* geob
 
 int VORLComputePathInDistanceMapGeobody6(int nx, int ny, int nz, int* distance, int endNode, int* path, int* pathLength,
                                          VORL_RANDCONTEXT* randContext) noexcept {
-  return ComputePath<Connectivity::k6>({nx, ny, nz}, distance, endNode, path, pathLength, randContext);
+  return ComputePath<Connectivity::k6>({nx, ny, nz}, distance, endNode, path, pathLength, DrawFrom(randContext));
 }
 
 int VORLComputePathInDistanceMapGeobody18(int nx, int ny, int nz, int* distance, int endNode, int* path,
                                           int* pathLength, VORL_RANDCONTEXT* randContext) noexcept {
-  return ComputePath<Connectivity::k18>({nx, ny, nz}, distance, endNode, path, pathLength, randContext);
+  return ComputePath<Connectivity::k18>({nx, ny, nz}, distance, endNode, path, pathLength, DrawFrom(randContext));
 }
 
 int VORLComputePathInDistanceMapGeobody26(int nx, int ny, int nz, int* distance, int endNode, int* path,
                                           int* pathLength, VORL_RANDCONTEXT* randContext) noexcept {
-  return ComputePath<Connectivity::k26>({nx, ny, nz}, distance, endNode, path, pathLength, randContext);
+  return ComputePath<Connectivity::k26>({nx, ny, nz}, distance, endNode, path, pathLength, DrawFrom(randContext));
 }
 
 int VORLJoinTwoPathInGeobody6(int nx, int ny, int nz, int* path1, int* path2, int length1, int length2, int* index1,

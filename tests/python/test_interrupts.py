@@ -54,6 +54,7 @@ CALLS = [
     "ks.erode(mask, np.indices((41, 41, 41)).sum(0) % 3 == 0, threads=1)",
     "ks.variogram_map(random.normal(size=(200, 200, 200)), 60, method='fft')",
     "ks.connectivity_curve(mask, 200, 26)",
+    "ks.geodesic_steps(np.ones((500, 400, 400), bool), (0, 0, 0), 26)",
     "ks.connectivity_function(mask, 60, threads=1)",
     "ks.transiogram(np.arange(10**7).reshape(100, 1000, 100) % 10, 30, threads=2)",
     "ks.covariance_map(random.normal(size=(200, 200, 200)), 60)",
