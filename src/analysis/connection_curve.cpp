@@ -1,18 +1,26 @@
 #include "analysis/connection_curve.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <numeric>
+#include <type_traits>
 #include <utility>
 
+#include "analysis/threshold_levels.hpp"
 #include "core/buffer.hpp"
 #include "core/memory.h"
+#include "core/object_array.hpp"
 #include "core/statuses.hpp"
 
 namespace kestrum {
 namespace {
+
+// For up to so many, joining the nodes of each set takes less time than the tree: the one is proportional to their number.
+constexpr int kFewThresholds = 64;
 
 // The number of thresholds below a value, by a table of equal parts of their range.
 class Ranks {
@@ -53,7 +61,7 @@ class Ranks {
   Buffer<int> first_;  // the first threshold of each part or after it
 };
 
-// Levels of nodes: how many of the sets, of which each holds the next, have them. Rows lie between zeros.
+// The levels of nodes: how many of the sets, of which each holds the next, have them. Rows lie between zeros.
 template <typename Level>
 class LevelRows {
  public:
@@ -65,22 +73,15 @@ class LevelRows {
     const std::size_t nrow = static_cast<std::size_t>(n[1]) * static_cast<std::size_t>(n[2]);
     if (const int status = levels_.Allocate((nrow + 1) * static_cast<std::size_t>(pitch_)); status != 0) return status;
     std::fill_n(levels_.data(), pitch_, Level{0});
-    Level small[256];
-    if constexpr (sizeof(T) == 1) {
-      for (int value = 0; value < 256; ++value) small[value] = LevelOf(ranks(value), nthreshold, above);
-    }
     for (std::size_t row = 0; row < nrow; ++row) {
       if (progress.Aborted()) return kAborted;
       Level* const to = levels_.data() + static_cast<std::ptrdiff_t>(row + 1) * pitch_;
       const T* const from = values + static_cast<std::ptrdiff_t>(row) * n[0];
       to[0] = 0;
       for (int x = 0; x < n[0]; ++x) {
-        if constexpr (sizeof(T) == 1) {
-          to[x + 1] = small[from[x]];
-        } else {
-          const double value = static_cast<double>(from[x]);
-          to[x + 1] = value == value ? LevelOf(ranks(value), nthreshold, above) : Level{0};
-        }
+        const double value = static_cast<double>(from[x]);
+        const int rank = ranks(value);
+        to[x + 1] = value == value ? static_cast<Level>(above ? rank : nthreshold - rank) : Level{0};
       }
       std::fill(to + n[0] + 1, to + pitch_, Level{0});
     }
@@ -97,8 +98,6 @@ class LevelRows {
 
  private:
   static constexpr int kLane = 64;
-
-  static Level LevelOf(int rank, int n, bool above) noexcept { return static_cast<Level>(above ? rank : n - rank); }
 
   int n_[3] = {};
   int pitch_ = 0;
@@ -432,12 +431,77 @@ int CurveOf(const int (&n)[3], const T* values, Connectivity connectivity, int n
   return 0;
 }
 
+template <typename T>
+void WriteLevels(const T* values, std::ptrdiff_t n, int nthreshold, const double* thresholds, bool above,
+                 std::uint8_t* levels) noexcept {
+  const SimdLevel simd = BestSimdLevel();
+  double block[kLevelBlock] = {};
+  if constexpr (sizeof(T) == 1) {
+    std::uint8_t ofValue[256];
+    for (int value = 0; value < 256; value += kLevelBlock) {
+      std::iota(block, block + kLevelBlock, value);
+      ThresholdLevels(block, nthreshold, thresholds, above, simd, ofValue + value);
+    }
+    for (std::ptrdiff_t i = 0; i < n; ++i) levels[i] = ofValue[values[i]];
+  } else {
+    for (std::ptrdiff_t i = 0; i < n; i += kLevelBlock) {
+      const std::ptrdiff_t length = std::min(n - i, std::ptrdiff_t{kLevelBlock});
+      const double* doubles = block;
+      if constexpr (std::is_same_v<T, double>) {
+        if (length == kLevelBlock) doubles = values + i;
+      }
+      if (doubles == block) std::copy_n(values + i, length, block);
+      std::uint8_t found[kLevelBlock];
+      ThresholdLevels(doubles, nthreshold, thresholds, above, simd, found);
+      std::copy_n(found, length, levels + i);
+    }
+  }
+}
+
+// The same by joining the nodes of each set anew, as bits. Threads share the sets.
+template <typename T>
+int CurveOfSets(const VORL_GRID& grid, const T* values, Connectivity connectivity, int nthreshold,
+                const double* thresholds, bool above, ObjectArray<GeobodyFinder>& finders, Buffer<std::uint8_t>& levels,
+                const Dealing& dealing, const Progress& progress, double* probability) noexcept {
+  dealing.Blocks(grid.nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    WriteLevels(values + begin, end - begin, nthreshold, thresholds, above, levels.data() + begin);
+  });
+  std::atomic<int> next{0};
+  dealing.EachThread([&](int thread, int) noexcept {
+    GeobodyFinder& finder = finders[static_cast<std::size_t>(thread)];
+    for (int i = next++; i < nthreshold && !progress.Aborted(); i = next++) {
+      const double all = finder.Mark(levels.data(), ValuesFrom{static_cast<std::uint8_t>(i + 1)});
+      const double squares = static_cast<double>(finder.SumOfSquares(connectivity, progress));
+      probability[above ? i : nthreshold - 1 - i] = all == 0.0 ? 1.0 : squares / (all * all);
+    }
+  });
+  return progress.After(0);
+}
+
 }  // namespace
 
 template <typename T>
 int ConnectionCurves(const VORL_GRID& grid, int nimage, const T* values, Connectivity connectivity, int n,
                      const double* thresholds, bool above, const Dealing& dealing, const Progress& progress,
                      double* probability) noexcept {
+  if (n <= kFewThresholds) {
+    ObjectArray<GeobodyFinder> finders;
+    Buffer<std::uint8_t> levels;
+    if (const int status = finders.Allocate(dealing.nscratch()); status != 0) return status;
+    for (GeobodyFinder& finder : finders) {
+      if (const int status = finder.Allocate(grid); status != 0) return status;
+    }
+    if (const int status = levels.Allocate(static_cast<std::size_t>(grid.nxyz)); status != 0) return status;
+    for (int i = 0; i < nimage; ++i) {
+      if (const int status =
+              CurveOfSets(grid, values + std::ptrdiff_t{i} * grid.nxyz, connectivity, n, thresholds, above, finders,
+                          levels, dealing, progress, probability + std::ptrdiff_t{i} * n);
+          status != 0) {
+        return status;
+      }
+    }
+    return 0;
+  }
   // Rows should be long: axes of one node before others are left out.
   int sizes[] = {grid.nx, grid.ny, grid.nz};
   for (int k = 0; k < 2 && sizes[0] == 1; ++k) std::rotate(sizes, sizes + 1, sizes + 3);

@@ -48,13 +48,12 @@ int GeobodyFinder::Allocate(const VORL_GRID& grid) noexcept {
 }
 
 void GeobodyFinder::Prepare(Connectivity connectivity, int* link, const Progress* progress) noexcept {
-  const int rowsY = connectivity == Connectivity::k6 ? 1 : 2;
-  const int rowsZ = connectivity == Connectivity::k26 ? 2 : 1;
-  runs_ = {this, progress, rowsY, rowsZ, (ny_ - 1) / rowsY + 1, starts_.data(), first_.data(), link};
+  const int bundlesPerLayer = (ny_ - 1) / RowsY(connectivity) + 1;
+  runs_ = {this, progress, connectivity, bundlesPerLayer, starts_.data(), first_.data(), link};
 }
 
 BundleSlab GeobodyFinder::SlabOf(std::ptrdiff_t nslab, std::ptrdiff_t i) const noexcept {
-  const int nlayer = (nz_ - 1) / runs_.rowsZ + 1;
+  const int nlayer = (nz_ - 1) / runs_.RowsZ() + 1;
   const ItemBlock block = BlockOf(nz_ == 1 ? runs_.bundlesPerLayer : nlayer, nslab, i);
   const int begin = static_cast<int>(block.begin);
   const int end = static_cast<int>(block.end);
@@ -64,22 +63,29 @@ BundleSlab GeobodyFinder::SlabOf(std::ptrdiff_t nslab, std::ptrdiff_t i) const n
 
 // That after the last one.
 int GeobodyFinder::LastNode(const BundleSlab& slab) const noexcept {
-  const int endZ = std::min(slab.endZ * runs_.rowsZ, nz_);
-  const int endY = std::min(slab.endY * runs_.rowsY, ny_);
+  const int endZ = std::min(slab.endZ * runs_.RowsZ(), nz_);
+  const int endY = std::min(slab.endY * runs_.RowsY(), ny_);
   return ((endZ - 1) * ny_ + endY) * nx_;
 }
 
-BundleSlab GeobodyFinder::ConnectAll(Connectivity connectivity) noexcept {
-  Prepare(connectivity, links_.data(), nullptr);
+BundleSlab GeobodyFinder::JoinAll(Connectivity connectivity, const Progress* progress) noexcept {
+  Prepare(connectivity, links_.data(), progress);
   BundleSlab slab = SlabOf(1, 0);
   FindRuns(runs_, slab);
   SetFirstRun(runs_, 0, slab);
-  JoinRuns(runs_, connectivity, slab, false);
-  NumberRuns(runs_, slab);
+  JoinRuns(runs_, slab, false);
   return slab;
 }
 
-int GeobodyFinder::Connect(Connectivity connectivity) noexcept { return ConnectAll(connectivity).ngeobody; }
+int GeobodyFinder::Connect(Connectivity connectivity) noexcept {
+  BundleSlab slab = JoinAll(connectivity, nullptr);
+  NumberRuns(runs_, slab);
+  return slab.ngeobody;
+}
+
+std::int64_t GeobodyFinder::SumOfSquares(Connectivity connectivity, const Progress& progress) noexcept {
+  return SumOfSquaredSizes(runs_, JoinAll(connectivity, &progress));
+}
 
 template <typename T>
 int GeobodyFinder::Label(const real* values, const IntervalSet& set, Connectivity connectivity, T* labels) noexcept {
@@ -90,7 +96,8 @@ int GeobodyFinder::Label(const real* values, const IntervalSet& set, Connectivit
 
 template <typename T>
 int GeobodyFinder::LabelMarked(Connectivity connectivity, T* labels) noexcept {
-  const BundleSlab slab = ConnectAll(connectivity);
+  BundleSlab slab = JoinAll(connectivity, nullptr);
+  NumberRuns(runs_, slab);
   WriteLabels(runs_, slab, labels);
   return slab.ngeobody;
 }
@@ -106,9 +113,9 @@ int GeobodyFinder::LabelInPlace(Connectivity connectivity, int* labels, const De
     slab = SlabOf(team, thread);
     FindRuns(runs_, slab);
     SetFirstRun(runs_, LastNode(slab) - slab.nrun, slab);
-    JoinRuns(runs_, connectivity, slab, false);
+    JoinRuns(runs_, slab, false);
   });
-  for (int i = 1; i < nslab; ++i) JoinRuns(runs_, connectivity, slabs[i], true);
+  for (int i = 1; i < nslab; ++i) JoinRuns(runs_, slabs[i], true);
   if (progress.Aborted()) return 0;
   // The runtime may give another number of threads than before.
   const auto eachSlab = [&](const auto& body) {

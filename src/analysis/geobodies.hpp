@@ -22,6 +22,10 @@ constexpr Connectivity ConnectivityOf(int neighbors) noexcept {
   return neighbors == 6 ? Connectivity::k6 : neighbors == 18 ? Connectivity::k18 : Connectivity::k26;
 }
 
+// Rows of a bundle along y and z (see BundledRuns).
+constexpr int RowsY(Connectivity connectivity) noexcept { return connectivity == Connectivity::k6 ? 1 : 2; }
+constexpr int RowsZ(Connectivity connectivity) noexcept { return connectivity == Connectivity::k26 ? 2 : 1; }
+
 // Bundles that one thread does: layers of them, or rows in a single layer of nodes. Their nodes follow each other, and so
 // do their runs.
 struct BundleSlab {
@@ -39,12 +43,14 @@ struct BundleSlab {
 struct BundledRuns {
   const NodeBits* nodes;
   const Progress* progress;  // or null
-  int rowsY, rowsZ;          // of a bundle along y and z
+  Connectivity connectivity;
   int bundlesPerLayer;
   std::uint64_t* starts;  // bits of the nodes where runs start; each bundle starts a word
   int* first;             // the number of each bundle's first run
   int* link;              // an earlier run of the same geobody, or the run itself; in the end -label
 
+  int RowsY() const noexcept { return kestrum::RowsY(connectivity); }
+  int RowsZ() const noexcept { return kestrum::RowsZ(connectivity); }
   bool Stopped() const noexcept { return progress != nullptr && progress->Aborted(); }
 
   // Walks along a bundle, 64 nodes at a time.
@@ -72,7 +78,7 @@ struct BundledRuns {
     for (int iz = static_cast<int>(layers.begin); iz < layers.end; ++iz) {
       for (int iy = static_cast<int>(rows.begin); iy < rows.end; ++iy) {
         if (Stopped()) return;
-        Cursor cursor = CursorOf(iy / rowsY, iz / rowsZ);
+        Cursor cursor = CursorOf(iy / RowsY(), iz / RowsZ());
         const int row = (iz * nodes->ny() + iy) * nodes->nx();
         const std::uint64_t* const bits = nodes->Row(iy, iz);
         for (int word = 0; word < nodes->wordsPerRow(); ++word) {
@@ -103,7 +109,10 @@ class GeobodyFinder : public NodeBits {
   // Joins the marked nodes and returns the number of geobodies, which are numbered by their first nodes.
   int Connect(Connectivity connectivity) noexcept;
 
-  // The same, with the labels of all nodes, 0 where there is no mark.
+  // Joins the marked nodes and returns the sum of the squared sizes of the geobodies.
+  std::int64_t SumOfSquares(Connectivity connectivity, const Progress& progress) noexcept;
+
+  // Connect, with the labels of all nodes, 0 where there is no mark.
   template <typename T>
   int LabelMarked(Connectivity connectivity, T* labels) noexcept;
 
@@ -130,7 +139,7 @@ class GeobodyFinder : public NodeBits {
   void Prepare(Connectivity connectivity, int* link, const Progress* progress) noexcept;
   BundleSlab SlabOf(std::ptrdiff_t nslab, std::ptrdiff_t i) const noexcept;
   int LastNode(const BundleSlab& slab) const noexcept;
-  BundleSlab ConnectAll(Connectivity connectivity) noexcept;
+  BundleSlab JoinAll(Connectivity connectivity, const Progress* progress) noexcept;
 
   BundledRuns runs_ = {};
   int runsPerBundle_ = 0;         // at most

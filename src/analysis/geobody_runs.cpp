@@ -32,6 +32,19 @@ std::uint64_t FirstPlaces(std::uint64_t places, std::uint64_t starts) noexcept {
   }
 }
 
+// Adds a run, those before which were added, to the size of its geobody, which lies in place of the root's link with a
+// minus. Returns by how much the square of the size grows.
+[[gnu::always_inline]] inline std::int64_t AddToRoot(int* link, int run, std::int64_t size) noexcept {
+  if (size == 0) return 0;  // no run yet
+  const int to = link[run];
+  const int further = link[to];
+  const int root = to == run || further < 0 ? to : further;
+  const std::int64_t before = to == run ? 0 : -std::int64_t{link[root]};
+  link[run] = root;
+  link[root] = static_cast<int>(-before - size);
+  return size * (size + 2 * before);
+}
+
 // For eight nodes: how many runs start among them up to each, by the bits of the starts.
 constexpr auto kStartsUpTo = [] {
   std::array<std::array<unsigned char, 8>, 256> table{};
@@ -64,19 +77,16 @@ void SetFirstRun(const BundledRuns& runs, int firstRun, BundleSlab& slab) noexce
   for (int run = firstRun; run < firstRun + slab.nrun; ++run) runs.link[run] = run;
 }
 
-void JoinRuns(const BundledRuns& runs, Connectivity connectivity, const BundleSlab& slab, bool across) noexcept {
-  switch (connectivity) {
-    case Connectivity::k6:
-      return KESTRUM_KERNEL_AT(BestSimdLevel(), JoinSlab<Connectivity::k6>)(runs, slab, across);
-    case Connectivity::k18:
-      return KESTRUM_KERNEL_AT(BestSimdLevel(), JoinSlab<Connectivity::k18>)(runs, slab, across);
-    case Connectivity::k26:
-      return KESTRUM_KERNEL_AT(BestSimdLevel(), JoinSlab<Connectivity::k26>)(runs, slab, across);
-  }
+void JoinRuns(const BundledRuns& runs, const BundleSlab& slab, bool across) noexcept {
+  KESTRUM_KERNEL_AT(BestSimdLevel(), JoinSlab)(runs, slab, across);
 }
 
 void NumberRuns(const BundledRuns& runs, BundleSlab& slab) noexcept {
   slab.ngeobody = KESTRUM_KERNEL_AT(BestSimdLevel(), NumberSlab)(runs, slab);
+}
+
+std::int64_t SumOfSquaredSizes(const BundledRuns& runs, const BundleSlab& slab) noexcept {
+  return KESTRUM_KERNEL_AT(BestSimdLevel(), SumSquares)(runs, slab);
 }
 
 void WriteLabels(const BundledRuns& runs, const BundleSlab& slab, int* labels) noexcept {

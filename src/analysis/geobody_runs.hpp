@@ -1,6 +1,8 @@
 #ifndef KESTRUM_ANALYSIS_GEOBODY_RUNS_HPP
 #define KESTRUM_ANALYSIS_GEOBODY_RUNS_HPP
 
+#include <cstdint>
+
 #include "analysis/geobodies.hpp"
 
 namespace kestrum {
@@ -14,11 +16,14 @@ void FindRuns(const BundledRuns& runs, BundleSlab& slab) noexcept;
 void SetFirstRun(const BundledRuns& runs, int firstRun, BundleSlab& slab) noexcept;
 
 // Joins the runs of a slab to each other or, across its border, to those of the slab before.
-void JoinRuns(const BundledRuns& runs, Connectivity connectivity, const BundleSlab& slab, bool across) noexcept;
+void JoinRuns(const BundledRuns& runs, const BundleSlab& slab, bool across) noexcept;
 
 // Gives each run the number of its geobody among those that begin in the slab, in the order of their first nodes, with a
 // minus; or a link to an earlier slab. A geobody that comes from there has its root, and its first node, there.
 void NumberRuns(const BundledRuns& runs, BundleSlab& slab) noexcept;
+
+// The sum of the squared sizes of the geobodies of the only slab. Destroys the links.
+std::int64_t SumOfSquaredSizes(const BundledRuns& runs, const BundleSlab& slab) noexcept;
 
 // Writes the labels of the nodes, 0 where there is no mark.
 void WriteLabels(const BundledRuns& runs, const BundleSlab& slab, int* labels) noexcept;

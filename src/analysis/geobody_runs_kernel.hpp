@@ -1,8 +1,21 @@
 // The runs of geobodies: text for numeric/kernel_levels.hpp. From the second level on, machines count bits in one
 // instruction.
 
+// The words of the rows of a bundle; rows outside the grid have no marks.
+template <Connectivity connectivity>
+struct RowsOfBundle {
+  static constexpr int kY = RowsY(connectivity);
+  static constexpr int kRows = kY * RowsZ(connectivity);
+  const std::uint64_t* row[kRows];
+
+  KESTRUM_KERNEL_INLINE RowsOfBundle(const NodeBits& nodes, int bundleY, int bundleZ) noexcept {
+    for (int k = 0; k < kRows; ++k) row[k] = nodes.RowOrNone(bundleY * kY + k % kY, bundleZ * (kRows / kY) + k / kY);
+  }
+};
+
 // The number of runs of a slab.
-KESTRUM_KERNEL_TARGET int FindStarts(const BundledRuns& runs, const BundleSlab& slab) noexcept {
+template <Connectivity connectivity>
+KESTRUM_KERNEL_INLINE int FindStartsOf(const BundledRuns& runs, const BundleSlab& slab) noexcept {
   const NodeBits& nodes = *runs.nodes;
   const int nword = nodes.wordsPerRow();
   int nrun = 0;
@@ -12,56 +25,80 @@ KESTRUM_KERNEL_TARGET int FindStarts(const BundledRuns& runs, const BundleSlab& 
       const std::ptrdiff_t bundle = std::ptrdiff_t{z} * runs.bundlesPerLayer + y;
       runs.first[bundle] = nrun;
       std::uint64_t* const starts = runs.starts + bundle * nword;
+      const RowsOfBundle<connectivity> rows(nodes, y, z);
+      std::uint64_t last = 0;
       for (int word = 0; word < nword; ++word) {
-        NodeBits::Bits all = {0, 0};
-        for (int k = 0; k < runs.rowsY * runs.rowsZ; ++k) {
-          const NodeBits::Bits row =
-              nodes.RowBits(y * runs.rowsY + k % runs.rowsY, z * runs.rowsZ + k / runs.rowsY, word * kMarkBlock);
-          all = {all.here | row.here, all.before | row.before};
-        }
-        starts[word] = all.here & ~all.before;
+        std::uint64_t all = 0;
+        for (const std::uint64_t* const row : rows.row) all |= row[word];
+        starts[word] = all & ~(all << 1 | last);
         nrun += std::popcount(starts[word]);
+        last = all >> (kMarkBlock - 1);
       }
     }
   }
   return nrun;
 }
 
+KESTRUM_KERNEL_TARGET int FindStarts(const BundledRuns& runs, const BundleSlab& slab) noexcept {
+  switch (runs.connectivity) {
+    case Connectivity::k6:
+      return FindStartsOf<Connectivity::k6>(runs, slab);
+    case Connectivity::k18:
+      return FindStartsOf<Connectivity::k18>(runs, slab);
+    default:
+      return FindStartsOf<Connectivity::k26>(runs, slab);
+  }
+}
+
 // Joins the runs of a bundle to those of the one that lies dy and dz bundles from it.
 template <Connectivity connectivity, int dy, int dz>
 KESTRUM_KERNEL_INLINE void JoinBundles(const BundledRuns& runs, int bundleY, int bundleZ) noexcept {
-  constexpr int kY = connectivity == Connectivity::k6 ? 1 : 2;
-  constexpr int kZ = connectivity == Connectivity::k26 ? 2 : 1;
+  using Rows = RowsOfBundle<connectivity>;
+  constexpr int kY = Rows::kY;
+  constexpr int kZ = Rows::kRows / kY;
   const NodeBits& nodes = *runs.nodes;
   int* const link = runs.link;
+  const Rows rowsA(nodes, bundleY, bundleZ);
+  const Rows rowsB(nodes, bundleY + dy, bundleZ + dz);
+  // In a square of four marked nodes, the other three sides join two.
+  constexpr bool kSquares = connectivity == Connectivity::k6 && dz != 0;
+  const std::uint64_t* const besideA = kSquares ? nodes.RowOrNone(bundleY - 1, bundleZ) : nullptr;
+  const std::uint64_t* const besideB = kSquares ? nodes.RowOrNone(bundleY - 1, bundleZ - 1) : nullptr;
   BundledRuns::Cursor a = runs.CursorOf(bundleY, bundleZ);
   BundledRuns::Cursor b = runs.CursorOf(bundleY + dy, bundleZ + dz);
+  bool joined = false;  // the last runs so far
+  std::uint64_t lastA[Rows::kRows] = {};
+  std::uint64_t lastB[Rows::kRows] = {};
   for (int word = 0; word < nodes.wordsPerRow(); ++word) {
-    const int x = word * kMarkBlock;
     // The runs at or before a contact touch.
     std::uint64_t contacts = 0;
-    for (int i = 0; i < kY * kZ; ++i) {
-      for (int j = 0; j < kY * kZ; ++j) {
+    for (int i = 0; i < Rows::kRows; ++i) {
+      for (int j = 0; j < Rows::kRows; ++j) {
         const int stepY = kY * dy + j % kY - i % kY;
         const int stepZ = kZ * dz + j / kY - i / kY;
         if (std::abs(stepY) > 1 || std::abs(stepZ) > 1) continue;
-        const int iy = kY * bundleY + i % kY;
-        const int iz = kZ * bundleZ + i / kY;
-        const NodeBits::Bits rowA = nodes.RowBits(iy, iz, x);
-        const NodeBits::Bits rowB = nodes.RowBits(iy + stepY, iz + stepZ, x);
-        contacts |= rowA.here & rowB.here;
+        const std::uint64_t hereA = rowsA.row[i][word];
+        const std::uint64_t hereB = rowsB.row[j][word];
+        contacts |= hereA & hereB;
         if (connectivity == Connectivity::k26 || (connectivity == Connectivity::k18 && (stepY == 0 || stepZ == 0))) {
-          contacts |= (rowA.here & rowB.before) | (rowA.before & rowB.here);
+          contacts |= (hereA & (hereB << 1 | lastB[j])) | ((hereA << 1 | lastA[i]) & hereB);
         }
+      }
+    }
+    if (connectivity != Connectivity::k6) {
+      for (int i = 0; i < Rows::kRows; ++i) {
+        lastA[i] = rowsA.row[i][word] >> (kMarkBlock - 1);
+        lastB[i] = rowsB.row[i][word] >> (kMarkBlock - 1);
       }
     }
     a.Advance();
     b.Advance();
-    std::uint64_t rest = FirstPlaces(contacts, a.starts | b.starts);
-    // In a square of four marked nodes, the other three sides join these two.
-    if (connectivity == Connectivity::k6 && dz != 0 && bundleY > 0) {
-      rest &= ~(nodes.RowBits(bundleY - 1, bundleZ, x).here & nodes.RowBits(bundleY - 1, bundleZ - 1, x).here);
-    }
+    const std::uint64_t starts = a.starts | b.starts;
+    if (starts == 0 && (joined || contacts == 0)) continue;
+    std::uint64_t rest = FirstPlaces(contacts, starts);
+    if (joined) rest &= ~((starts & -starts) - 1);
+    joined = contacts >> (kMarkBlock - 1 - std::countl_zero(starts | 1)) != 0;
+    if (kSquares) rest &= ~(besideA[word] & besideB[word]);
     for (; rest != 0; rest &= rest - 1) {
       const int place = std::countr_zero(rest);
       Join(link, a.RunAt(place), b.RunAt(place));
@@ -71,12 +108,15 @@ KESTRUM_KERNEL_INLINE void JoinBundles(const BundledRuns& runs, int bundleY, int
 
 // Joins the bundles of a slab to each other, or to the slab before.
 template <Connectivity connectivity>
-KESTRUM_KERNEL_TARGET void JoinSlab(const BundledRuns& runs, const BundleSlab& slab, bool across) noexcept {
+KESTRUM_KERNEL_INLINE void JoinSlabOf(const BundledRuns& runs, const BundleSlab& slab, bool across) noexcept {
   const int border = slab.beginZ * runs.bundlesPerLayer + slab.beginY;
   const int endZ = across ? std::min(slab.beginZ + 1, slab.endZ) : slab.endZ;
+  const std::ptrdiff_t last = std::ptrdiff_t{slab.endZ - 1} * runs.bundlesPerLayer + slab.endY - 1;
   for (int z = slab.beginZ; z < endZ; ++z) {
     for (int y = slab.beginY; y < slab.endY; ++y) {
       if (runs.Stopped()) return;
+      const std::ptrdiff_t bundle = std::ptrdiff_t{z} * runs.bundlesPerLayer + y;
+      if (bundle != last && runs.first[bundle] == runs.first[bundle + 1]) continue;
       const auto wanted = [&](int dy, int dz) { return ((z + dz) * runs.bundlesPerLayer + y + dy < border) == across; };
       if (y > 0 && wanted(-1, 0)) JoinBundles<connectivity, -1, 0>(runs, y, z);
       if (z == 0) continue;
@@ -88,11 +128,22 @@ KESTRUM_KERNEL_TARGET void JoinSlab(const BundledRuns& runs, const BundleSlab& s
   }
 }
 
+KESTRUM_KERNEL_TARGET void JoinSlab(const BundledRuns& runs, const BundleSlab& slab, bool across) noexcept {
+  switch (runs.connectivity) {
+    case Connectivity::k6:
+      return JoinSlabOf<Connectivity::k6>(runs, slab, across);
+    case Connectivity::k18:
+      return JoinSlabOf<Connectivity::k18>(runs, slab, across);
+    default:
+      return JoinSlabOf<Connectivity::k26>(runs, slab, across);
+  }
+}
+
 KESTRUM_KERNEL_TARGET int NumberSlab(const BundledRuns& runs, const BundleSlab& slab) noexcept {
   int* const link = runs.link;
   const int first = slab.firstRun;
   int ngeobody = 0;
-  if (runs.rowsY == 1) {
+  if (runs.connectivity == Connectivity::k6) {
     // Runs are in the order of their nodes, and a link in the slab leads to a run that has its number.
     for (int run = first; run < first + slab.nrun; ++run) {
       const int to = link[run];
@@ -104,8 +155,8 @@ KESTRUM_KERNEL_TARGET int NumberSlab(const BundledRuns& runs, const BundleSlab& 
   }
   // The first piece of a geobody numbers it, wherever its root is.
   runs.ForEachPiece(
-      {slab.beginZ * runs.rowsZ, std::min(slab.endZ * runs.rowsZ, runs.nodes->nz())},
-      {slab.beginY * runs.rowsY, std::min(slab.endY * runs.rowsY, runs.nodes->ny())},
+      {slab.beginZ * runs.RowsZ(), std::min(slab.endZ * runs.RowsZ(), runs.nodes->nz())},
+      {slab.beginY * runs.RowsY(), std::min(slab.endY * runs.RowsY(), runs.nodes->ny())},
       [&](int run, int, int) __attribute__((always_inline)) {
         if (link[run] < first) return;
         int root = run;
@@ -114,6 +165,50 @@ KESTRUM_KERNEL_TARGET int NumberSlab(const BundledRuns& runs, const BundleSlab& 
         while (link[run] >= first) run = std::exchange(link[run], value);
       });
   return ngeobody;
+}
+
+// The link of each root becomes its size, with a minus.
+template <Connectivity connectivity>
+KESTRUM_KERNEL_INLINE std::int64_t SumSquaresOf(const BundledRuns& runs, const BundleSlab& slab) noexcept {
+  const int nword = runs.nodes->wordsPerRow();
+  int* const link = runs.link;
+  std::int64_t squares = 0;
+  for (int z = slab.beginZ; z < slab.endZ; ++z) {
+    for (int y = slab.beginY; y < slab.endY; ++y) {
+      if (runs.Stopped()) return 0;
+      const std::ptrdiff_t bundle = std::ptrdiff_t{z} * runs.bundlesPerLayer + y;
+      const std::uint64_t* const starts = runs.starts + bundle * nword;
+      const RowsOfBundle<connectivity> rows(*runs.nodes, y, z);
+      int run = runs.first[bundle] - 1;
+      std::int64_t size = 0;  // of that run
+      for (int word = 0; word < nword; ++word) {
+        std::uint64_t rest = starts[word];
+        std::uint64_t part = (rest & -rest) - 1;  // the nodes before the first start
+        for (;;) {
+          for (const std::uint64_t* const row : rows.row) size += std::popcount(row[word] & part);
+          if (rest == 0) break;
+          squares += AddToRoot(link, run, std::exchange(size, 0));
+          ++run;
+          const std::uint64_t start = rest & -rest;
+          rest ^= start;
+          part = (rest & -rest) - start;
+        }
+      }
+      squares += AddToRoot(link, run, size);
+    }
+  }
+  return squares;
+}
+
+KESTRUM_KERNEL_TARGET std::int64_t SumSquares(const BundledRuns& runs, const BundleSlab& slab) noexcept {
+  switch (runs.connectivity) {
+    case Connectivity::k6:
+      return SumSquaresOf<Connectivity::k6>(runs, slab);
+    case Connectivity::k18:
+      return SumSquaresOf<Connectivity::k18>(runs, slab);
+    default:
+      return SumSquaresOf<Connectivity::k26>(runs, slab);
+  }
 }
 
 // Writes the labels of eight nodes, by the numbers of runs that start up to each.
@@ -166,8 +261,8 @@ KESTRUM_KERNEL_TARGET void WriteSlab(const BundledRuns& runs, const BundleSlab& 
       if (runs.Stopped()) return;
       const std::ptrdiff_t bundle = std::ptrdiff_t{z} * runs.bundlesPerLayer + y;
       const std::uint64_t* const starts = runs.starts + bundle * nodes.wordsPerRow();
-      const int endY = std::min((y + 1) * runs.rowsY, nodes.ny());
-      const int endZ = std::min((z + 1) * runs.rowsZ, nodes.nz());
+      const int endY = std::min((y + 1) * runs.RowsY(), nodes.ny());
+      const int endZ = std::min((z + 1) * runs.RowsZ(), nodes.nz());
       const int* link = runs.link + runs.first[bundle];
       for (int word = 0; word < nodes.wordsPerRow(); word += kWords) {
         int nrun = 0;
@@ -175,8 +270,8 @@ KESTRUM_KERNEL_TARGET void WriteSlab(const BundledRuns& runs, const BundleSlab& 
         std::copy_n(link, nrun, links + 1);
         const int x = word * kMarkBlock;
         const int n = std::min(kWords * kMarkBlock, nodes.nx() - x);
-        for (int iz = z * runs.rowsZ; iz < endZ; ++iz) {
-          for (int iy = y * runs.rowsY; iy < endY; ++iy) {
+        for (int iz = z * runs.RowsZ(); iz < endZ; ++iz) {
+          for (int iy = y * runs.RowsY(); iy < endY; ++iy) {
             T* const row = labels + (std::ptrdiff_t{iz} * nodes.ny() + iy) * nodes.nx();
             WriteNodes(starts + word, nodes.Row(iy, iz) + word, n, links, row + x);
           }

@@ -36,6 +36,11 @@ struct KnownValues {
   static constexpr float kNotInAny = std::numeric_limits<float>::quiet_NaN();
 };
 
+// Values not below one.
+struct ValuesFrom {
+  unsigned char least;
+};
+
 // Sets marks[i] to 1 where values[i] lies in the set and to 0 elsewhere, for kMarkBlock values.
 constexpr int kMarkBlock = 64;
 template <typename T, typename Set>

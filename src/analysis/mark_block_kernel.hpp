@@ -39,6 +39,10 @@ KESTRUM_KERNEL_INLINE void SetMarks(const T* values, KnownValues, unsigned char*
   for (int i = 0; i < kMarkBlock; ++i) marks[i] = static_cast<unsigned char>((values[i] <= 0) | (values[i] > 0));
 }
 
+KESTRUM_KERNEL_INLINE void SetMarks(const unsigned char* values, ValuesFrom set, unsigned char* marks) noexcept {
+  for (int i = 0; i < kMarkBlock; ++i) marks[i] = values[i] >= set.least;
+}
+
 template <typename T, typename Set>
 KESTRUM_KERNEL_TARGET void MarkBlockOf(const T* values, const Set& set, unsigned char* marks) noexcept {
   SetMarks(values, set, marks);

@@ -15,7 +15,10 @@ int NodeBits::Allocate(const VORL_GRID& grid) noexcept {
   if (ny_ == 1) std::swap(ny_, nz_);
   nxyz_ = grid.nxyz;
   wordsPerRow_ = (nx_ - 1) / kMarkBlock + 1;
-  return bits_.Allocate(nrow() * static_cast<std::size_t>(wordsPerRow_) + 1);
+  const std::size_t rowWords = static_cast<std::size_t>(wordsPerRow_);
+  const int status = bits_.Allocate((nrow() + 1) * rowWords + 1);
+  if (status == 0) std::fill(bits_.end() - wordsPerRow_, bits_.end(), std::uint64_t{0});
+  return status;
 }
 
 template <typename T, typename Set>
@@ -42,6 +45,7 @@ int NodeBits::Mark(const T* values, const Set& set, Dealing dealing) noexcept {
   return total;
 }
 
+template int NodeBits::Mark(const unsigned char*, const ValuesFrom&, Dealing) noexcept;
 template int NodeBits::Mark(const real*, const IntervalSet&, Dealing) noexcept;
 template int NodeBits::Mark(const unsigned char*, const TrueValues&, Dealing) noexcept;
 template int NodeBits::Mark(const int*, const TrueValues&, Dealing) noexcept;

@@ -29,6 +29,12 @@ class NodeBits {
   std::uint64_t* Row(int iy, int iz) noexcept { return bits_.data() + (std::ptrdiff_t{iz} * ny_ + iy) * wordsPerRow_; }
   const std::uint64_t* Row(int iy, int iz) const noexcept { return const_cast<NodeBits*>(this)->Row(iy, iz); }
 
+  // A row without marks outside the grid.
+  const std::uint64_t* RowOrNone(int iy, int iz) const noexcept {
+    const bool inside = iy >= 0 && iy < ny_ && iz >= 0 && iz < nz_;
+    return inside ? Row(iy, iz) : bits_.data() + bits_.size() - wordsPerRow_;
+  }
+
   // The marks of 64 nodes along x, the first one lowest, and those of the nodes before each.
   struct Bits {
     std::uint64_t here;

@@ -20,6 +20,7 @@
 #include "analysis/nearest_center.hpp"
 #include "analysis/pair_counts.hpp"
 #include "analysis/pyramid_rows.hpp"
+#include "analysis/threshold_levels.hpp"
 #include "analysis/two_point_statistics.hpp"
 #include "core/buffer.hpp"
 #include "numeric/gmres_batch.hpp"
@@ -76,6 +77,16 @@ Values Marks(SimdLevel level, Draws& draws) {
   add(1, kestrum::TrueValues{});
   add(static_cast<unsigned char>(1), kestrum::TrueValues{});
   return all;
+}
+
+Values Levels(SimdLevel level, Draws& draws) {
+  const Values thresholds = draws.Numbers(draws.Int(1, 9));
+  Values values = draws.Numbers(kestrum::kLevelBlock);
+  values[7] = kNaN;
+  unsigned char levels[kestrum::kLevelBlock];
+  kestrum::ThresholdLevels(values.data(), static_cast<int>(thresholds.size()), thresholds.data(), draws.Flip(), level,
+                           levels);
+  return Values(levels, levels + kestrum::kLevelBlock);
 }
 
 // All steps: the labels of rows of any length, as whole and as real numbers.
@@ -288,7 +299,7 @@ TEST_P(EveryKernel, GivesTheBitsOfTheBaseline) {
 
 INSTANTIATE_TEST_SUITE_P(
     Kernels, EveryKernel,
-    testing::Combine(testing::Values(Kernel{"Marks", Marks}, Kernel{"Labels", Labels},
+    testing::Combine(testing::Values(Kernel{"Marks", Marks}, Kernel{"Levels", Levels}, Kernel{"Labels", Labels},
                                      Kernel{"EulerNumbers", EulerNumbers}, Kernel{"NearestCenters", NearestCenters},
                                      Kernel{"Lines", Lines}, Kernel{"LagSums", LagSums},
                                      Kernel{"PairCounts", PairCounts}, Kernel{"MovingSums", MovingSums},

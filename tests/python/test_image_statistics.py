@@ -292,7 +292,7 @@ def test_connectivity_curves(image, data):
     values, doubles = (values, doubles) if np.isnan(smooth).any() else (smooth, smooth)
     known = doubles[doubles == doubles]
     thresholds = random.choice(known, 12) if known.size else np.array([0.0])
-    thresholds = np.append(thresholds, random.normal(size=data.draw(st.sampled_from([3, 300]))) * 40 + 50)
+    thresholds = np.append(thresholds, random.normal(size=data.draw(st.sampled_from([3, 100, 300]))) * 40 + 50)
     for connectivity, rank in ({4: 1, 8: 2} if values.ndim == 2 else {6: 1, 18: 2, 26: 3}).items():
         for bodies in ("above", "below"):
             found = ks.connectivity_curve(values, thresholds, connectivity, bodies=bodies)
@@ -307,8 +307,8 @@ def test_connectivity_curves_of_long_rows_and_of_ensembles():
     random = np.random.default_rng(6)
     row = ndimage.gaussian_filter(random.normal(size=(2, 70_000)), 5.0)
     row[:, 100:68_000] = 9.0
-    thresholds = np.linspace(row.min(), 9.0, 40)
-    for image in (row, np.ascontiguousarray(row.T), row[None]):
+    for image, n in ((row, 40), (row, 80), (np.ascontiguousarray(row.T), 40), (row[None], 80)):
+        thresholds = np.linspace(row.min(), 9.0, n)
         np.testing.assert_allclose(ks.connectivity_curve(image, thresholds), connected(row, thresholds, 1, "above"), 1e-14)
     fields = ndimage.gaussian_filter(random.normal(size=(5, 7, 8, 9)), (0, 1, 1, 1))
     found = ks.connectivity_curve(fields, 7, 18, threads=1)
