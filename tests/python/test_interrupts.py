@@ -11,7 +11,7 @@ import pytest
 from kestrum._watch import watched
 
 PROGRAM = """
-import signal, time, numpy as np, pandas as pd, kestrum as ks
+import signal, time, numpy as np, pandas as pd, xarray, kestrum as ks  # all of it: an import that is broken off is not begun anew
 signal.signal(signal.SIGINT, signal.default_int_handler)  # which a shell without a terminal may have switched off
 random = np.random.default_rng(1)
 def scattered(n):
