@@ -193,6 +193,21 @@ def distance_of_array(n, sigma):
             lambda: ours(2, signed=True))
 
 
+def nearest_label(n):
+    """Sixty labels; theirs finds the place of the nearest node."""
+    random = np.random.default_rng(1)
+    labels = np.zeros((n, n, n), np.int32)
+    labels.flat[random.integers(0, labels.size, 3000)] = random.integers(1, 61, 3000)
+
+    def theirs():
+        distances, places = ndimage.distance_transform_edt(labels == 0, (1.5, 1.0, 0.5), return_indices=True)
+        return distances, labels[tuple(places)]
+
+    assert np.allclose(ks.nearest_label(labels, (1.5, 1.0, 0.5))[0], theirs()[0])
+    compare(f"ks.nearest_label, {n}^3", labels.size, lambda: ks.nearest_label(labels, (1.5, 1.0, 0.5), threads=1), theirs, 3.0,
+            lambda: ks.nearest_label(labels, (1.5, 1.0, 0.5), threads=2))
+
+
 def mean_of_array(n):
     values = noise((n, n, n), 0.0)
     inner = (slice(3, -3),) * 3
@@ -502,6 +517,7 @@ def main():
         distance(256, sigma)
         morphology(256, sigma)
     label_picture(4096)
+    nearest_label(256)
     mean_of_array(128)
     box_mean(128)
     euler(2000)

@@ -4,21 +4,30 @@
 
 #include "analysis/box_mean.hpp"
 #include "analysis/mask_distance.hpp"
+#include "analysis/nearest_label.hpp"
 #include "bindings.hpp"
 #include "images.hpp"
 
 namespace kestrum::python {
 namespace {
 
-template <typename M, typename T>
-void Distance(const Array<M>& mask, const std::array<double, 3>& spacing, bool manhattan, bool isSigned,
-              Array<T>& distance, int nthreads, const MaybeArray<int>& beyond, int rowLength) {
-  VORL_GRID grid = GridOfShape(mask);
+VORL_GRID SpacedGrid(const py::array& array, const std::array<double, 3>& spacing) {
+  VORL_GRID grid = GridOfShape(array);
   grid.sx = spacing[0];
   grid.sy = spacing[1];
   grid.sz = spacing[2];
-  MaskDistanceOptions options{manhattan ? DistanceMetric::kL1 : DistanceMetric::kEuclidean, isSigned,
-                              Dealing::Threads(nthreads)};
+  return grid;
+}
+
+DistanceMetric MetricOf(bool manhattan) noexcept {
+  return manhattan ? DistanceMetric::kL1 : DistanceMetric::kEuclidean;
+}
+
+template <typename M, typename T>
+void Distance(const Array<M>& mask, const std::array<double, 3>& spacing, bool manhattan, bool isSigned,
+              Array<T>& distance, int nthreads, const MaybeArray<int>& beyond, int rowLength) {
+  const VORL_GRID grid = SpacedGrid(mask, spacing);
+  MaskDistanceOptions options{MetricOf(manhattan), isSigned, Dealing::Threads(nthreads)};
   BeyondRows rows{rowLength, nullptr};
   if (beyond) {
     rows.steps = Sized(*beyond, 2 * (mask.size() / grid.nx), "beyond").data();
@@ -27,6 +36,18 @@ void Distance(const Array<M>& mask, const std::array<double, 3>& spacing, bool m
   T* const out = Sized(distance, mask.size(), "distance").size() > 0 ? distance.mutable_data() : nullptr;
   RunOperations(100.0 * static_cast<double>(mask.size()),
                 [&](const Progress& progress) { return MaskDistance(grid, mask.data(), options, out, progress); });
+}
+
+py::tuple LabelDistance(const Array<int>& labels, const std::array<double, 3>& spacing, bool manhattan, int nthreads) {
+  const VORL_GRID grid = SpacedGrid(labels, spacing);
+  Array<double> distance = ArrayLike<double>(labels);
+  Array<int> nearest = ArrayLike<int>(labels);
+  double* const apart = distance.mutable_data();
+  int* const label = nearest.mutable_data();
+  RunOperations(100.0 * static_cast<double>(labels.size()), [&](const Progress& progress) noexcept {
+    return NearestLabels(grid, labels.data(), MetricOf(manhattan), Dealing::Threads(nthreads), progress, apart, label);
+  });
+  return py::make_tuple(distance, nearest);
 }
 
 template <typename T>
@@ -44,6 +65,8 @@ Array<double> Means(const Array<T>& image, const std::array<int, 3>& sides, int 
 }  // namespace
 
 void BindImageMaps(py::module_& module) {
+  module.def("nearest_label", &LabelDistance, py::arg("labels").noconvert(), py::arg("spacing"), py::arg("manhattan"),
+             py::arg("threads"));
   ForEachType([&module]<typename M>(std::type_identity<M>) {
     const auto bind = [&module](auto function) {
       module.def("distance", function, py::arg("mask").noconvert(), py::arg("spacing"), py::arg("manhattan"),

@@ -95,6 +95,8 @@ def distance(mask: NDArray[Any], spacing: Sequence[float], manhattan: bool, is_s
              beyond: NDArray[np.int32] | None = None, row_length: int = 0) -> None:
     """mask: as the values of label. spacing: along x, y and z. distance: out; float32 or float64, of the mask's shape. beyond: where the mask is a part
     of rows of row_length nodes, the steps from each row's first node back to the nearest true one before it, and from its last node on; 0 without one."""
+def nearest_label(labels: NDArray[np.int32], spacing: Sequence[float], manhattan: bool, threads: int) -> tuple[NDArray[np.float64], NDArray[np.int32]]:
+    """The distance to the nearest label other than 0, and that label. spacing: along x, y and z."""
 def box_mean(image: NDArray[Any], sides: Sequence[int], threads: int) -> NDArray[np.float64]:
     """image: uint8, int32, float32 or float64. sides: along x, y and z."""
 def body_sizes(labels: NDArray[np.int32], n: int) -> NDArray[np.int32]:

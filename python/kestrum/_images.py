@@ -1,5 +1,6 @@
 """Geobodies, Euler numbers, distances, dilation, erosion and moving means of images."""
 
+import math
 from collections.abc import Sequence
 from functools import partial
 from typing import TYPE_CHECKING, Any, Literal
@@ -196,14 +197,10 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
     """
     lazy = _lazy.is_lazy(_door.held("mask", mask))
     image: Any = _image_blocks.blocks("mask", mask) if lazy else as_image("mask", mask)
-    spacings = per_axis("spacing", spacing, image.ndim, partial(_door.number, above=0.0))
     manhattan = _door.choice("metric", metric, ("euclidean", "manhattan")) == "manhattan"
     is_signed = _door.flag("signed", signed)
     kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))
-    least, most = np.finfo(kind).tiny, np.finfo(kind).max
-    if min(spacings) < least or not sum(side * n for side, n in zip(spacings, image.shape)) <= most or max(spacings) > 1e100 * min(spacings):
-        raise ArgumentError(f"spacing is {_door.show(spacing)}, but distances must lie between {least:.1e} and {most:.1e} in {kind}, and the largest spacing "
-                            "may be at most 1e100 times the smallest. Change the unit" + (", or ask for float64." if kind == np.float32 else "."))
+    spacings = _spacings(spacing, image.shape, kind)
     if lazy:
         lazily: NDArray[Any] = like(mask, _image_blocks.distance("mask", image, spacings, manhattan, is_signed, kind, threads), "distance")
         return lazily
@@ -223,6 +220,85 @@ def _distances(values: NDArray[Any], along: list[float], manhattan: bool, signed
     if values.size:
         _core.distance(values, [*along, 1.0][:3], manhattan, signed, result, threads, beyond, row)
     return result.astype(kind, copy=False)
+
+
+def nearest_label(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric: Literal["euclidean", "manhattan"] = "euclidean",
+                  threads: int | None = None) -> tuple[NDArray[np.float64], NDArray[np.int32]]:
+    """The label nearest to each node, and its distance: of all labels at once.
+
+    Parameters
+    ----------
+    labels : array_like
+        Two or three axes, of whole numbers of 32 bits; 0 and NaN are no labels. An array of int32 as `label` gives it is
+        read in place, in Fortran order as well; others are copied.
+    spacing : float or sequence of float
+        Between nodes, as that of `distance`.
+    metric : "euclidean" or "manhattan"
+        The length of a straight line, or the sum of the lengths along the axes.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    distances : ndarray of float64, in the order of the labels, or DataArray like them
+        In the unit of the spacing: 0 at labels, infinite if there are none.
+    nearest : ndarray of int32, likewise
+        The label at that distance, one of several; 0 if there are none. Nodes of one label are the part of the space nearer
+        to it than to others, so that labels grow by ``np.where(distances <= reach, nearest, 0)``.
+
+    Notes
+    -----
+    Felzenszwalb and Huttenlocher, Distance transforms of sampled functions, 2012, with the label of each site. One map,
+    however many labels there are; work memory is 40 bytes for each node of 16 lines a thread.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> distances, nearest = ks.nearest_label([[7, 0, 0, 0], [0, 0, 0, 3]])
+    >>> nearest
+    array([[7, 7, 3, 3],
+           [7, 7, 3, 3]], dtype=int32)
+    >>> distances.round(2)
+    array([[0.  , 1.  , 1.41, 1.  ],
+           [1.  , 1.41, 1.  , 0.  ]])
+    """
+    image = as_image("labels", labels)
+    spacings = _spacings(spacing, image.shape, np.dtype(np.float64))
+    manhattan = _door.choice("metric", metric, ("euclidean", "manhattan")) == "manhattan"
+    nthreads = _door.threads(threads)
+    flipped = is_flipped(image)
+    values = _labels(image.T if flipped else image)
+    # In a unit in which squares neither overflow nor vanish.
+    unit = 2.0 ** round(math.log2(max(spacings))) if not 1e-50 < max(spacings) < 1e100 else 1.0
+    along = [side / unit for side in (spacings if flipped else spacings[::-1])]
+    if image.size:
+        distances, nearest = _core.nearest_label(values, [*along, 1.0][:3], manhattan, nthreads)
+    else:
+        distances, nearest = np.empty(values.shape), np.empty(values.shape, np.int32)
+    if unit != 1.0:
+        distances *= unit
+    return like(labels, distances.T if flipped else distances, "distance"), like(labels, nearest.T if flipped else nearest, "label")
+
+
+def _labels(image: NDArray[Any]) -> NDArray[np.int32]:
+    """In C order; not copied if they are of 32 bits."""
+    if image.dtype != np.int32:
+        whole = np.nan_to_num(image, nan=0.0, posinf=0.5) if image.dtype.kind == "f" else image
+        unfit = (np.abs(whole) >= 2.0**31) | (whole != np.trunc(whole))
+        if unfit.any():
+            raise DataError(f"labels has the value {_door.show(image[unfit][0])}, but must be whole numbers of 32 bits. Give what label() returns.")
+        image = whole.astype(np.int32)
+    return np.ascontiguousarray(image)
+
+
+def _spacings(spacing: Any, shape: tuple[int, ...], kind: np.dtype[Any]) -> list[float]:
+    """Between nodes along each axis, such that distances are numbers of the type."""
+    spacings = per_axis("spacing", spacing, len(shape), partial(_door.number, above=0.0))
+    least, most = np.finfo(kind).tiny, np.finfo(kind).max
+    if min(spacings) < least or not sum(side * n for side, n in zip(spacings, shape)) <= most or max(spacings) > 1e100 * min(spacings):
+        raise ArgumentError(f"spacing is {_door.show(spacing)}, but distances must lie between {least:.1e} and {most:.1e} in {kind}, and the largest spacing "
+                            "may be at most 1e100 times the smallest. Change the unit" + (", or ask for float64." if kind == np.float32 else "."))
+    return spacings
 
 
 def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None = None) -> NDArray[np.bool_]:

@@ -66,6 +66,56 @@ def test_far_from_few_nodes(shape, count):
         np.testing.assert_allclose(ks.distance(true, spacing, metric=metric, dtype="float32"), expected, rtol=4 * 2.0**-24)
 
 
+def is_nearest(labels, distances, nearest, spacing, metric):
+    """Whether each label is at its distance."""
+    assert ((nearest == 0) == (not labels.any())).all()
+    for label in np.unique(labels[labels != 0]):
+        own = to_nearest(labels == label, spacing, metric)[nearest == label]
+        np.testing.assert_allclose(distances[nearest == label], own, rtol=1e-14)
+
+
+@given(masks(), st.data())
+@settings(max_examples=150, deadline=None)
+def test_nearest_labels(mask, data):
+    values, true = mask
+    metric = data.draw(st.sampled_from(["euclidean", "manhattan"]))
+    spacing = data.draw(st.lists(st.sampled_from([0.3, 1.0, 2.5, 40.0]), min_size=values.ndim, max_size=values.ndim))
+    unit = data.draw(st.sampled_from([1.0, 1e-290, 1e290]))
+    random = np.random.default_rng(data.draw(st.integers(0, 2**32)))
+    labels = np.asarray(np.where(true, random.choice([-7, 1, 2, 99], true.shape), 0), data.draw(st.sampled_from(["i2", "i4", "i8", "f4", "f8"])), order=data.draw(st.sampled_from("CF")))
+    if labels.dtype.kind == "f":
+        labels[~true & (random.random(true.shape) < 0.3)] = np.nan
+    distances, nearest = ks.nearest_label(labels, [unit * side for side in spacing], metric=metric, threads=1)
+    np.testing.assert_allclose(distances / unit, to_nearest(true, spacing, metric), rtol=1e-14)
+    is_nearest(np.nan_to_num(labels), distances / unit, nearest, spacing, metric)
+    assert distances.flags.f_contiguous >= labels.flags.f_contiguous and nearest.dtype == np.int32
+    again = ks.nearest_label(labels, [unit * side for side in spacing], metric=metric, threads=3)
+    assert np.array_equal(distances, again[0]) and np.array_equal(nearest, again[1])
+
+
+@pytest.mark.parametrize("shape", [(700, 70), (3, 300, 130), (70000, 3)])
+def test_nearest_of_few_labels(shape):
+    labels = np.zeros(shape, np.int32)
+    labels.flat[np.random.default_rng(3).integers(0, labels.size, 5)] = [5, 4, 5, 2, 1]
+    for metric in ("euclidean", "manhattan"):
+        distances, nearest = ks.nearest_label(labels, (1.5, 0.7, 1.1)[:labels.ndim], metric=metric)
+        is_nearest(labels, distances, nearest, (1.5, 0.7, 1.1)[:labels.ndim], metric)
+
+
+def test_kinds_of_labels():
+    frame = xr.DataArray([[1, 0, 2]], {"x": [1.0, 2.0, 3.0]}, ("y", "x"))
+    distances, nearest = ks.nearest_label(frame)
+    assert distances.name == "distance" and nearest.name == "label" and nearest.x.equals(frame.x) and distances.values.tolist() == [[0, 1, 0]]
+    assert [part.shape for part in ks.nearest_label(np.zeros((0, 3)))] == [(0, 3)] * 2
+    for labels, error, text in (([[0.5]], ks.DataError, "0.5"), ([[np.inf]], ks.DataError, "inf"), ([[-np.inf]], ks.DataError, "inf"), ([[2**31]], ks.DataError, "32 bits"),
+                                ([1, 2], ks.DataError, "1 axis"), ([[None]], ks.ArgumentTypeError, "object")):
+        with pytest.raises(error, match=text):
+            ks.nearest_label(labels)
+    for options, text in (({"spacing": 0}, "spacing is 0"), ({"spacing": (1, 2, 3)}, "2: one"), ({"metric": "chebyshev"}, "metric"), ({"threads": 0}, "threads")):
+        with pytest.raises(ks.ArgumentError, match=text):
+            ks.nearest_label([[1, 2]], **options)
+
+
 def test_kinds_of_input():
     true = np.random.default_rng(2).random((5, 6, 7)) < 0.2
     frame = xr.DataArray(true, {"x": 10 * np.arange(7.0)}, ("z", "y", "x"))

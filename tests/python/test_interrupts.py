@@ -49,6 +49,7 @@ CALLS = [
     "ks.variogram(few, lag=50.0).fit(model)",
     "ks.krige(many, model, ks.Grid(900, 900), neighbors=20, chunks={'y': 100, 'x': 100}).compute()",
     "ks.distance(mask, threads=1)",
+    "ks.nearest_label(mask, threads=1)",
     "ks.label(mask, 26, threads=2)",
     "ks.box_mean(mask, 31, threads=1)",
     "ks.erode(mask, np.indices((41, 41, 41)).sum(0) % 3 == 0, threads=1)",

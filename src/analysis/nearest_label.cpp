@@ -1,0 +1,192 @@
+#include "analysis/nearest_label.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+
+#include "analysis/line_pass.hpp"
+#include "core/buffer.hpp"
+
+namespace kestrum {
+namespace {
+
+constexpr double kFar = std::numeric_limits<double>::infinity();
+constexpr int kLanes = 16;
+constexpr std::ptrdiff_t kLongLine = 1 << 16;  // longer ones are done one at a time, which keeps the memory small
+
+constexpr std::ptrdiff_t LanesFor(std::ptrdiff_t n) noexcept { return n > kLongLine ? 1 : kLanes; }
+
+// Lines side by side: what node u of a line has is `lanes` behind what the node before it has.
+struct Lines {
+  std::ptrdiff_t n;
+  std::ptrdiff_t lanes;
+  double weight;  // of a step, or of a squared one
+  double* cost;
+  int* label;
+  int* winner;  // the node of the line that is nearest
+};
+
+// Distances along the axes of a line: the node nearest to each by one before it, then by one behind.
+void SweepLine(const Lines& lines, std::ptrdiff_t lane) noexcept {
+  const auto take = [&](std::ptrdiff_t to, std::ptrdiff_t from) noexcept {
+    if (lines.cost[from] + lines.weight < lines.cost[to]) {
+      lines.cost[to] = lines.cost[from] + lines.weight;
+      lines.label[to] = lines.label[from];
+    }
+  };
+  const std::ptrdiff_t step = lines.lanes;
+  for (std::ptrdiff_t u = 1; u < lines.n; ++u) take(lane + u * step, lane + (u - 1) * step);
+  for (std::ptrdiff_t u = lines.n - 1; u > 0; --u) take(lane + (u - 1) * step, lane + u * step);
+}
+
+// Squared distances: finds the winners. Node `top[k]` wins from place `from[k]` on, up to the next.
+void FindWinners(const Lines& lines, std::ptrdiff_t lane, int* top, double* from) noexcept {
+  const auto costOf = [&](std::ptrdiff_t u) noexcept { return lines.cost[lane + u * lines.lanes]; };
+  int size = 0;
+  for (int u = 0; u < lines.n; ++u) {
+    const double cost = costOf(u);
+    if (cost == kFar) continue;
+    double start = -kFar;
+    while (size > 0) {
+      const int before = top[size - 1];
+      start = 0.5 * (u + before + (cost - costOf(before)) / (lines.weight * (u - before)));
+      if (start > from[size - 1]) break;
+      --size;
+      start = -kFar;
+    }
+    top[size] = u;
+    from[size++] = start;
+  }
+  for (int u = 0, k = 0; u < lines.n; ++u) {
+    while (k + 1 < size && from[k + 1] <= u) ++k;
+    lines.winner[lane + u * lines.lanes] = size == 0 ? u : top[k];
+  }
+}
+
+// Along a row, in steps.
+void NearestInRow(const int* labels, std::ptrdiff_t n, double* steps, int* nearest) noexcept {
+  double apart = kFar;
+  int label = 0;
+  for (std::ptrdiff_t x = 0; x < n; ++x) {
+    apart = labels[x] != 0 ? 0.0 : apart + 1.0;
+    label = labels[x] != 0 ? labels[x] : label;
+    steps[x] = apart;
+    nearest[x] = label;
+  }
+  for (std::ptrdiff_t x = n - 1; x >= 0; --x) {
+    apart = steps[x] == 0.0 ? 0.0 : apart + 1.0;
+    label = steps[x] == 0.0 ? nearest[x] : label;
+    if (apart < steps[x]) {
+      steps[x] = apart;
+      nearest[x] = label;
+    }
+  }
+}
+
+class Transform {
+ public:
+  Transform(DistanceMetric metric, const Dealing& dealing, const Progress& progress, double* distance,
+            int* nearest) noexcept
+      : euclidean_(metric == DistanceMetric::kEuclidean),
+        dealing_(dealing),
+        progress_(progress),
+        distance_(distance),
+        nearest_(nearest) {}
+
+  [[nodiscard]] int Allocate(std::ptrdiff_t ny, std::ptrdiff_t nz) noexcept {
+    longest_ = std::max(ny, nz);
+    size_ = std::max(ny * LanesFor(ny), nz * LanesFor(nz));
+    const std::size_t nthread = static_cast<std::size_t>(dealing_.nscratch());
+    int status = costs_.Allocate(nthread * static_cast<std::size_t>(size_));
+    if (status == 0) status = labels_.Allocate(2 * nthread * static_cast<std::size_t>(size_));
+    if (status == 0) status = tops_.Allocate(nthread * static_cast<std::size_t>(longest_));
+    if (status == 0) status = starts_.Allocate(nthread * static_cast<std::size_t>(longest_));
+    return status;
+  }
+
+  void Rows(const int* labels, std::ptrdiff_t nx, std::ptrdiff_t nrow, double spacing) noexcept {
+    dealing_.Blocks(nrow, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      for (std::ptrdiff_t row = begin; row < end && !progress_.Aborted(); ++row) {
+        double* const to = distance_ + row * nx;
+        NearestInRow(labels + row * nx, nx, to, nearest_ + row * nx);
+        for (std::ptrdiff_t x = 0; x < nx; ++x) {
+          to[x] *= spacing;
+          if (euclidean_) to[x] *= to[x];
+        }
+      }
+    });
+  }
+
+  void Pass(const LinePass& pass) noexcept {
+    DealLines<kLanes>(pass, LanesFor(pass.n), dealing_,
+                      [&](int thread, std::ptrdiff_t count, std::ptrdiff_t lanes, const auto& forEachRun) {
+                        if (progress_.Aborted()) return;
+                        const Lines lines{pass.n,
+                                          lanes,
+                                          euclidean_ ? pass.weight * pass.weight : pass.weight,
+                                          costs_.data() + thread * size_,
+                                          labels_.data() + 2 * thread * size_,
+                                          labels_.data() + (2 * thread + 1) * size_};
+                        forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
+                          std::copy_n(distance_ + index, length, lines.cost + place);
+                          std::copy_n(nearest_ + index, length, lines.label + place);
+                        });
+                        for (std::ptrdiff_t lane = 0; lane < count; ++lane) {
+                          euclidean_ ? FindWinners(lines, lane, tops_.data() + thread * longest_,
+                                                   starts_.data() + thread * longest_)
+                                     : SweepLine(lines, lane);
+                        }
+                        forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
+                          for (std::ptrdiff_t k = 0; k < length; ++k) {
+                            std::ptrdiff_t from = place + k;
+                            double away = 0.0;
+                            if (euclidean_) {
+                              const std::ptrdiff_t u = from / lanes;
+                              const std::ptrdiff_t winner = lines.winner[from];
+                              away = static_cast<double>((u - winner) * (u - winner)) * lines.weight;
+                              from += (winner - u) * lanes;
+                            }
+                            distance_[index + k] = lines.cost[from] + away;
+                            nearest_[index + k] = lines.label[from];
+                          }
+                        });
+                      });
+  }
+
+  void Finish(std::ptrdiff_t n) noexcept {
+    if (!euclidean_) return;
+    dealing_.Blocks(n, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      for (std::ptrdiff_t i = begin; i < end; ++i) distance_[i] = std::sqrt(distance_[i]);
+    });
+  }
+
+ private:
+  bool euclidean_;
+  const Dealing& dealing_;
+  const Progress& progress_;
+  double* distance_;
+  int* nearest_;
+  std::ptrdiff_t longest_ = 0;
+  std::ptrdiff_t size_ = 0;
+  Buffer<double> costs_;
+  Buffer<int> labels_;  // and winners
+  Buffer<int> tops_;
+  Buffer<double> starts_;
+};
+
+}  // namespace
+
+int NearestLabels(const VORL_GRID& grid, const int* labels, DistanceMetric metric, const Dealing& dealing,
+                  const Progress& progress, double* distance, int* nearest) noexcept {
+  Transform transform(metric, dealing, progress, distance, nearest);
+  if (const int status = transform.Allocate(grid.ny, grid.nz); status != 0) return status;
+  const auto& [nx, ny, nz, sx, sy, sz, ox, oy, oz, nxy, nxyz] = grid;
+  transform.Rows(labels, nx, std::ptrdiff_t{ny} * nz, sx);
+  if (ny > 1) transform.Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, sy});
+  if (nz > 1) transform.Pass({nz, nxy, nxy, nxy, nxyz, sz});
+  transform.Finish(nxyz);
+  return progress.After(0);
+}
+
+}  // namespace kestrum
