@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "analysis/body_curves.hpp"
 #include "analysis/connection_curve.hpp"
 #include "analysis/lloyd.hpp"
 #include "analysis/otsu.hpp"
@@ -55,13 +56,18 @@ py::tuple KMeans(const Array<double>& features, Array<double> centers, int maxIt
   return py::make_tuple(labels, inertia);
 }
 
-// images: one or more of two or three axes, one after the other along the first axis. Returns a row for each.
+// The grid of each of some images of two or three axes, which follow each other along the first axis.
+VORL_GRID GridOfEach(const py::array& images) {
+  const py::ssize_t last = images.ndim() - 1;
+  const py::ssize_t nz = images.ndim() == 4 ? images.shape(1) : 1;
+  return GridOf(py::make_tuple(images.shape(last), images.shape(last - 1), nz, 1, 1, 1, 0, 0, 0));
+}
+
+// Returns a row for each image.
 template <typename T>
 Array<double> ConnectivityCurves(const Array<T>& images, const Array<double>& thresholds, int neighbors, bool above,
                                  int nthreads) {
-  const py::ssize_t last = images.ndim() - 1;
-  const py::ssize_t nz = images.ndim() == 4 ? images.shape(1) : 1;
-  const VORL_GRID grid = GridOf(py::make_tuple(images.shape(last), images.shape(last - 1), nz, 1, 1, 1, 0, 0, 0));
+  const VORL_GRID grid = GridOfEach(images);
   const int nimage = static_cast<int>(images.shape(0));
   const int n = static_cast<int>(thresholds.size());
   Array<double> probability(py::array::ShapeContainer{nimage, n});
@@ -73,6 +79,19 @@ Array<double> ConnectivityCurves(const Array<T>& images, const Array<double>& th
   return probability;
 }
 
+// codes: one or more images of two or three axes, as those of ConnectivityCurves. Rows of measures by threshold.
+Array<std::int64_t> MeasureBodies(const Array<std::int16_t>& codes, int n, int neighbors, bool above, int nthreads) {
+  const VORL_GRID grid = GridOfEach(codes);
+  const int nimage = static_cast<int>(codes.shape(0));
+  Array<std::int64_t> measures(py::array::ShapeContainer{nimage, n, kBodyMeasures});
+  std::int64_t* const to = measures.mutable_data();
+  RunOperations(10.0 * static_cast<double>(codes.size()) * n, [&](const Progress& progress) noexcept {
+    return BodyCurves(grid, nimage, codes.data(), n, above, ConnectivityOf(neighbors), Dealing::Threads(nthreads),
+                      progress, to);
+  });
+  return measures;
+}
+
 }  // namespace
 
 void BindImageStatistics(py::module_& module) {
@@ -81,6 +100,8 @@ void BindImageStatistics(py::module_& module) {
     module.def("connectivity_curves", &ConnectivityCurves<T>, py::arg("images").noconvert(),
                py::arg("thresholds").noconvert(), py::arg("neighbors"), py::arg("above"), py::arg("threads"));
   });
+  module.def("measure_bodies", &MeasureBodies, py::arg("codes").noconvert(), py::arg("n"), py::arg("neighbors"),
+             py::arg("above"), py::arg("threads"));
   module.def("reduce", &Reduce, py::arg("image").noconvert(), py::arg("threads"));
   module.def("kmeans", &KMeans, py::arg("features").noconvert(), py::arg("centers").noconvert(),
              py::arg("max_iterations"), py::arg("tolerance"), py::arg("restarts"), py::arg("seed"), py::arg("threads"));

@@ -105,6 +105,9 @@ def otsu(values: NDArray[Any], classes: int, threads: int) -> tuple[NDArray[np.f
     """The cuts, how many values are distinct (or at least `classes`), and whether one is infinite. values: as label."""
 def connectivity_curves(images: NDArray[Any], thresholds: NDArray[np.float64], neighbors: int, above: bool, threads: int) -> NDArray[np.float64]:
     """A row for each image, of values as those of label, along the first axis. thresholds: not decreasing."""
+def measure_bodies(codes: NDArray[np.int16], n: int, neighbors: int, above: bool, threads: int) -> NDArray[np.int64]:
+    """By image, along the first axis, and code from 0 to n - 1: the number of the bodies of the nodes above it or not, the largest size, the largest
+    extents along the last three axes, and the Euler number."""
 def two_point_map(image: NDArray[np.float64], statistic: str, max_lag: Sequence[int], threads: int) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
     """The map and its pairs, of three axes. statistic: variogram, covariance, noncentered or correlogram. max_lag: along z, y and x."""
 def find_categories(values: NDArray[Any]) -> NDArray[np.float64] | None:

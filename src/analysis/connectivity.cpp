@@ -185,19 +185,9 @@ int ComputeMaxSizeCurve(Curve curve, Connectivity connectivity, const MaxSizes& 
       [&](MaxSizeWork& work, int i) {
         curve.thresholds[i] = curve.ThresholdAt(i);
         work.finder.Mark(curve.image->var, IntervalSet{1, &lowest, curve.thresholds + i, false, false, false});
-        const int ngeobody = work.finder.Connect(connectivity);
-        work.boxes.Clear(ngeobody, grid);
-        work.finder.ForEachRun([&](int label, int node, int length) {
-          work.boxes.Add(label, length, CoordinatesOf(grid, node), CoordinatesOf(grid, node + length - 1));
-        });
-        out.size[i] = 0;
-        for (int* extent : out.extent) extent[i] = 0;
-        for (int label = 1; label <= ngeobody; ++label) {
-          out.size[i] = std::max(out.size[i], work.boxes.size[label - 1]);
-          for (int axis = 0; axis < 3; ++axis) {
-            out.extent[axis][i] = std::max(out.extent[axis][i], work.boxes.Extent(label, axis));
-          }
-        }
+        const LargestBodies largest = FindLargest(work.finder, work.finder.Connect(connectivity), grid, work.boxes);
+        out.size[i] = largest.size;
+        for (int axis = 0; axis < 3; ++axis) out.extent[axis][i] = largest.extent[axis];
       });
 }
 

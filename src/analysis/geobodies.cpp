@@ -178,6 +178,22 @@ void GeobodyBoxes::AddAll(const VORL_GRID& grid, const int* labels) noexcept {
   }
 }
 
+LargestBodies FindLargest(const GeobodyFinder& finder, int ngeobody, const VORL_GRID& grid,
+                          GeobodyBoxes& boxes) noexcept {
+  boxes.Clear(ngeobody, grid);
+  finder.ForEachRun([&](int label, int node, int length) noexcept {
+    boxes.Add(label, length, CoordinatesOf(grid, node), CoordinatesOf(grid, node + length - 1));
+  });
+  LargestBodies largest;
+  for (int label = 1; label <= ngeobody; ++label) {
+    largest.size = std::max(largest.size, boxes.size[label - 1]);
+    for (int axis = 0; axis < 3; ++axis) {
+      largest.extent[axis] = std::max(largest.extent[axis], boxes.Extent(label, axis));
+    }
+  }
+  return largest;
+}
+
 }  // namespace kestrum
 
 using kestrum::Buffer;

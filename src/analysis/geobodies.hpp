@@ -173,6 +173,15 @@ struct GeobodyBoxes {
   int Extent(int label, int axis) const noexcept { return max[axis][label - 1] + 1 - min[axis][label - 1]; }
 };
 
+// The largest size and, by axis, the largest extent, which may be of another geobody; 0 without any.
+struct LargestBodies {
+  int size = 0;
+  int extent[3] = {};
+};
+// Of the geobodies that a finder has connected. boxes: work, with room for them.
+LargestBodies FindLargest(const GeobodyFinder& finder, int ngeobody, const VORL_GRID& grid,
+                          GeobodyBoxes& boxes) noexcept;
+
 }  // namespace kestrum
 
 #endif

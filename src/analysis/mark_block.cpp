@@ -20,6 +20,7 @@ int MarkWords(const T* values, std::ptrdiff_t n, const Set& set, std::uint64_t* 
   return KESTRUM_KERNEL_AT(level, MarkWordsOf<T, Set>)(values, n, set, words);
 }
 
+template void MarkBlock(const std::int16_t*, const CodeRange&, SimdLevel, unsigned char*) noexcept;
 template void MarkBlock(const real*, const IntervalSet&, SimdLevel, unsigned char*) noexcept;
 template void MarkBlock(const unsigned char*, const TrueValues&, SimdLevel, unsigned char*) noexcept;
 template void MarkBlock(const int*, const TrueValues&, SimdLevel, unsigned char*) noexcept;
@@ -28,6 +29,7 @@ template void MarkBlock(const double*, const TrueValues&, SimdLevel, unsigned ch
 template void MarkBlock(const float*, const KnownValues&, SimdLevel, unsigned char*) noexcept;
 template void MarkBlock(const double*, const KnownValues&, SimdLevel, unsigned char*) noexcept;
 template int MarkWords(const unsigned char*, std::ptrdiff_t, const ValuesFrom&, std::uint64_t*, SimdLevel) noexcept;
+template int MarkWords(const std::int16_t*, std::ptrdiff_t, const CodeRange&, std::uint64_t*, SimdLevel) noexcept;
 template int MarkWords(const real*, std::ptrdiff_t, const IntervalSet&, std::uint64_t*, SimdLevel) noexcept;
 template int MarkWords(const unsigned char*, std::ptrdiff_t, const TrueValues&, std::uint64_t*, SimdLevel) noexcept;
 template int MarkWords(const int*, std::ptrdiff_t, const TrueValues&, std::uint64_t*, SimdLevel) noexcept;

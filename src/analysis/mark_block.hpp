@@ -41,6 +41,12 @@ struct ValuesFrom {
   unsigned char least;
 };
 
+// Codes of categories from the first to the last; none of them is negative.
+struct CodeRange {
+  std::int16_t first;
+  std::int16_t last;
+};
+
 // Sets marks[i] to 1 where values[i] lies in the set and to 0 elsewhere, for kMarkBlock values.
 constexpr int kMarkBlock = 64;
 template <typename T, typename Set>

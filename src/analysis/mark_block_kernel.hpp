@@ -43,6 +43,12 @@ KESTRUM_KERNEL_INLINE void SetMarks(const unsigned char* values, ValuesFrom set,
   for (int i = 0; i < kMarkBlock; ++i) marks[i] = values[i] >= set.least;
 }
 
+KESTRUM_KERNEL_INLINE void SetMarks(const std::int16_t* values, CodeRange codes, unsigned char* marks) noexcept {
+  for (int i = 0; i < kMarkBlock; ++i) {
+    marks[i] = static_cast<unsigned char>((values[i] >= codes.first) & (values[i] <= codes.last));
+  }
+}
+
 template <typename T, typename Set>
 KESTRUM_KERNEL_TARGET void MarkBlockOf(const T* values, const Set& set, unsigned char* marks) noexcept {
   SetMarks(values, set, marks);

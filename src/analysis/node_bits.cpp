@@ -53,5 +53,6 @@ template int NodeBits::Mark(const float*, const TrueValues&, Dealing) noexcept;
 template int NodeBits::Mark(const double*, const TrueValues&, Dealing) noexcept;
 template int NodeBits::Mark(const float*, const KnownValues&, Dealing) noexcept;
 template int NodeBits::Mark(const double*, const KnownValues&, Dealing) noexcept;
+template int NodeBits::Mark(const std::int16_t*, const CodeRange&, Dealing) noexcept;
 
 }  // namespace kestrum

@@ -76,6 +76,7 @@ Values Marks(SimdLevel level, Draws& draws) {
   for (double& value : values) value = std::abs(value) > 2.0 || std::isnan(value) ? 3.0 : std::abs(value);
   add(1, kestrum::TrueValues{});
   add(static_cast<unsigned char>(1), kestrum::TrueValues{});
+  add(std::int16_t{1}, kestrum::CodeRange{1, 2});
   return all;
 }
 

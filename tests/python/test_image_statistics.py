@@ -303,6 +303,28 @@ def test_connectivity_curves(image, data):
         assert np.array_equal(found.threshold, np.linspace(known.min(), known.max(), 5)) and found[-1] == 1.0
 
 
+@given(images(7), st.data())
+@settings(max_examples=40, deadline=None)
+def test_body_curves(image, data):
+    """Beside the tools for single masks, which are tested against SciPy."""
+    values, doubles = image
+    random = np.random.default_rng(data.draw(st.integers(0, 2**32)))
+    known = doubles[doubles == doubles]
+    thresholds = np.append(random.choice(known, 2) if known.size else [], random.normal() * 40 + 50)
+    connectivity = data.draw(st.sampled_from((4, 8) if values.ndim == 2 else (6, 18, 26)))
+    bodies = data.draw(st.sampled_from(("above", "below")))
+    found = ks.body_curves(values, thresholds, connectivity, bodies=bodies, threads=1)
+    assert found.identical(ks.body_curves(values, thresholds, connectivity, bodies=bodies, threads=2)) and ("euler_number" in found) == (connectivity != 18)
+    for threshold, measures in zip(thresholds, found.to_dataframe().to_dict("records")):
+        mask = doubles > threshold if bodies == "above" else doubles <= threshold
+        labels, count = ks.label(mask, connectivity)
+        table = ks.body_sizes(labels)
+        expected = {"count": count, **(table.max().to_dict() if count else dict.fromkeys(table, 0))}
+        if connectivity != 18:
+            expected["euler_number"] = ks.euler_number(mask, connectivity)
+        assert measures == expected
+
+
 def test_connectivity_curves_of_long_rows_and_of_ensembles():
     random = np.random.default_rng(6)
     row = ndimage.gaussian_filter(random.normal(size=(2, 70_000)), 5.0)
@@ -326,7 +348,14 @@ def test_connectivity_curves_of_long_rows_and_of_ensembles():
     for arguments, text in (((fields[0], 0), "at least 1"), ((fields[0], [[1.0]]), "list"), ((fields[0], [np.nan]), "finite"), ((fields[0], 3, 8), "6, 18 or 26"),
                             ((np.full((2, 2), np.nan),), "thresholds"), ((fields[None],), "5 axes|4 axes"), ((np.ones((2, 0)),), "no nodes"),
                             ((frame.transpose("y", "realization", "x"),), "transpose"), ((frame.to_dataset(name="v"),), "'v'"), ((fields[0], [[1], [1, 2]]), "lengths")):
-        with pytest.raises(ks.KestrumError, match=text):
-            ks.connectivity_curve(*arguments)
+        for tool in (ks.connectivity_curve, ks.body_curves):
+            with pytest.raises(ks.KestrumError, match=text):
+                tool(*arguments)
+    with pytest.raises(ks.ArgumentError, match="at most 32,766"):
+        ks.body_curves(fields[0], 40_000)
+    of_all = ks.body_curves(frame, 7, 8)
+    assert of_all.sizes == {"realization": 5, "threshold": 7} and of_all.identical(ks.body_curves(frame.chunk({"realization": 2}), 7, 8))
+    for index in range(5):
+        assert of_all.isel(realization=index, drop=True).identical(ks.body_curves(fields[index, 0], of_all.threshold.values, 8))
     with pytest.raises(ks.ArgumentError, match="bodies"):
         ks.connectivity_curve(fields[0], bodies="between")
