@@ -21,6 +21,7 @@ from pathlib import Path
 import numpy as np
 from scipy import fft, ndimage
 from skimage.measure import euler_number
+from skimage.transform import downscale_local_mean
 
 import kestrum as ks
 from kestrum import native as k
@@ -214,6 +215,13 @@ def mean_of_array(n):
     assert np.allclose(ks.box_mean(values, 7)[inner], ndimage.uniform_filter(values, 7)[inner], atol=1e-12)
     compare(f"ks.box_mean, 7^3, {n}^3", values.size, lambda: ks.box_mean(values, 7, threads=1),
             lambda: ndimage.uniform_filter(values, 7), 2.0, lambda: ks.box_mean(values, 7, threads=2))
+
+
+def halves(n):
+    values = noise((n, n, n), 0.0)
+    assert np.allclose(ks.resample(values, n // 2), downscale_local_mean(values, 2))
+    compare(f"ks.resample, {n}^3 to half", values.size, lambda: ks.resample(values, n // 2, threads=1), lambda: downscale_local_mean(values, 2), 3.0,
+            lambda: ks.resample(values, n // 2, threads=2))
 
 
 def statistics(n, sigma):
@@ -518,6 +526,7 @@ def main():
         morphology(256, sigma)
     label_picture(4096)
     nearest_label(256)
+    halves(256)
     mean_of_array(128)
     box_mean(128)
     euler(2000)

@@ -1,7 +1,9 @@
 // Maps of an image: a number for each of its nodes, from those about it.
 
 #include <array>
+#include <vector>
 
+#include "analysis/area_means.hpp"
 #include "analysis/box_mean.hpp"
 #include "analysis/mask_distance.hpp"
 #include "analysis/nearest_label.hpp"
@@ -62,6 +64,20 @@ Array<double> Means(const Array<T>& image, const std::array<int, 3>& sides, int 
   return means;
 }
 
+// shape: of the means, in the order of the axes.
+template <typename T>
+Array<double> MeansOfAreas(const Array<T>& image, const std::vector<py::ssize_t>& shape, int nthreads) {
+  const VORL_GRID grid = GridOfShape(image);
+  Array<double> means(shape);
+  const VORL_GRID cells = GridOfShape(means);
+  double* const to = means.mutable_data();
+  RunOperations(10.0 * static_cast<double>(image.size() + means.size()), [&](const Progress& progress) noexcept {
+    return AreaMeans({grid.nx, grid.ny, grid.nz}, image.data(), {cells.nx, cells.ny, cells.nz},
+                     Dealing::Threads(nthreads), progress, to);
+  });
+  return means;
+}
+
 }  // namespace
 
 void BindImageMaps(py::module_& module) {
@@ -75,6 +91,7 @@ void BindImageMaps(py::module_& module) {
     };
     bind(&Distance<M, float>);
     bind(&Distance<M, double>);
+    module.def("area_means", &MeansOfAreas<M>, py::arg("image").noconvert(), py::arg("shape"), py::arg("threads"));
     module.def("box_mean", &Means<M>, py::arg("image").noconvert(), py::arg("sides"), py::arg("threads"));
   });
 }

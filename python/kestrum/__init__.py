@@ -25,6 +25,7 @@ from ._grid import Grid
 from ._image_categories import categorize, category_order, category_proportions, proportion_cuts, proportion_map
 from ._image_pairs import connectivity_function, covariance_map, indicator_variogram_map, transiogram
 from ._image_paths import geodesic_steps, shortest_path
+from ._image_resampling import resample
 from ._image_statistics import body_curves, connectivity_curve, kmeans, otsu, pyramid, variogram_map
 from ._images import body_sizes, box_mean, dilate, distance, erode, euler_number, label, nearest_label
 from ._krige import krige
@@ -98,6 +99,7 @@ __all__ = [
     "read_gslib",
     "read_gslib_points",
     "read_vtk",
+    "resample",
     "shortest_path",
     "simulate",
     "simulate_categories",

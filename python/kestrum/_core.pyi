@@ -97,6 +97,8 @@ def distance(mask: NDArray[Any], spacing: Sequence[float], manhattan: bool, is_s
     of rows of row_length nodes, the steps from each row's first node back to the nearest true one before it, and from its last node on; 0 without one."""
 def nearest_label(labels: NDArray[np.int32], spacing: Sequence[float], manhattan: bool, threads: int) -> tuple[NDArray[np.float64], NDArray[np.int32]]:
     """The distance to the nearest label other than 0, and that label. spacing: along x, y and z."""
+def area_means(image: NDArray[Any], shape: Sequence[int], threads: int) -> NDArray[np.float64]:
+    """Means over the cells of another grid of the same box. image: as that of box_mean."""
 def box_mean(image: NDArray[Any], sides: Sequence[int], threads: int) -> NDArray[np.float64]:
     """image: uint8, int32, float32 or float64. sides: along x, y and z."""
 def body_sizes(labels: NDArray[np.int32], n: int) -> NDArray[np.int32]:
