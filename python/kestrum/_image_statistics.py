@@ -45,7 +45,9 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
 
     Notes
     -----
-    By transforms: Marcotte, Fast variogram computation with FFT, Computers & Geosciences, 1996.
+    By transforms: Marcotte, Fast variogram computation with FFT, Computers & Geosciences, 1996. Where nothing is missing, one
+    there and one back suffice, since pairs and sums of squares need none; else it is three there and two back. Work memory
+    is 8 bytes a node of the image with the lags added to its last axis, or 24.
 
     Examples
     --------
@@ -116,52 +118,53 @@ def _interruptible(work: Callable[[threading.Event], Any]) -> Any:
 def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: tuple[int, ...], threads: int,
                    stop: threading.Event) -> tuple[Floats, NDArray[np.int64]]:
     """gamma and pairs. (a - b)^2 = a^2 + b^2 - 2 a b, of which the last is a correlation, and the first two are one with a
-    mask, or sums over boxes where nothing is missing. Work arrays are used again: fresh memory takes long."""
+    mask, or sums over boxes where nothing is missing."""
     transforms = _Transforms(image.shape, lags, threads, stop)
-    padded, values = transforms.room()
-    unit = _centre(image, known, values)
-    power = _product(transforms.spectrum(padded))
-    power *= -2.0
-    values *= values
+    unit, centred = _centred(image, known)
     if known is None:
-        sums = transforms.correlation(power)
-        boxes = _box_sums(values, lags)
+        sums, = transforms.correlations([centred], lambda spectrum: [_product(spectrum)])
+        sums *= -2.0
+        boxes = _box_sums(transforms.some_rows(), centred, lags)
         sums += (boxes + np.flip(boxes))[lags[0]:]
         pairs: Any = 1
         for axis, (lag, n) in enumerate(zip(lags, image.shape)):
             pairs = np.multiply.outer(pairs, n - np.abs(np.arange(-lag if axis else 0, lag + 1)))
     else:
-        mask, nodes = transforms.room()
-        nodes[...] = known
-        of_mask = transforms.spectrum(mask)
-        products = _product(transforms.spectrum(padded), of_mask)
-        products *= 2.0
-        power += products
-        sums = transforms.correlation(power)
-        pairs = np.rint(transforms.correlation(_product(of_mask))).astype(np.int64)
+        nodes = known
+
+        def powers(*spectra: NDArray[np.complex128]) -> list[Floats]:
+            of_values, of_squares, of_mask = spectra
+            return [_product(of_squares, of_mask) - _product(of_values), _product(of_mask)]
+
+        sums, counts = transforms.correlations([centred, lambda rows: centred(rows) ** 2, lambda rows: nodes[rows].astype(np.float64)], powers)
+        sums *= 2.0
+        pairs = np.rint(counts).astype(np.int64)
     sums[(0, *lags[1:])] = 0.0
     with np.errstate(invalid="ignore", divide="ignore", over="ignore"):
         gamma = np.where(pairs > 0, np.maximum(sums, 0.0) / (2 * pairs), np.nan) * unit * unit
     return np.concatenate((np.flip(gamma[1:]), gamma)), np.concatenate((np.flip(pairs[1:]), pairs))
 
 
-def _centre(image: NDArray[Any], known: NDArray[np.bool_] | None, values: Floats) -> float:
-    """Writes the image less its mean, 0 where missing, in a unit in which it is of order 1, if squares could overflow or
-    vanish; gives the unit."""
+def _centred(image: NDArray[Any], known: NDArray[np.bool_] | None) -> tuple[float, Callable[[slice], Floats]]:
+    """A unit in which the image is of order 1, if squares could overflow or vanish; and what gives rows of the image less its
+    mean, 0 where missing, in that unit."""
     given = image if known is None else image[known]
-    if given.size == 0:
-        return 1.0
-    spread = float(given.max()) / 2 - float(given.min()) / 2
+    spread = float(given.max()) / 2 - float(given.min()) / 2 if given.size else 0.0
     if spread == 0.0:
-        values[...] = 0.0  # also where the mean would be rounded, or overflow
-        return 1.0
+        return 1.0, lambda rows: np.zeros(image[rows].shape)  # the mean might be rounded, or overflow
     unit = 1.0 if 1e-100 < spread < 1e100 else math.ldexp(1.0, math.frexp(spread)[1] - 1)
-    if unit != 1.0:
-        image, given = np.divide(image, unit, dtype=np.float64), np.divide(given, unit, dtype=np.float64)
-    np.subtract(image, given.mean(dtype=np.float64), out=values, dtype=np.float64)
-    if known is not None:
-        values[~known] = 0.0
-    return unit
+    mean = given.mean(dtype=np.float64) if unit == 1.0 else np.divide(given, unit, dtype=np.float64).mean()
+
+    def centred(rows: slice) -> Floats:
+        values = np.array(image[rows], np.float64)
+        if unit != 1.0:
+            values /= unit
+        values -= mean
+        if known is not None:
+            values[~known[rows]] = 0.0
+        return values
+
+    return unit, centred
 
 
 def _product(a: NDArray[np.complex128], b: NDArray[np.complex128] | None = None) -> Floats:
@@ -181,46 +184,57 @@ class _Transforms:
         self.shape, self.lags, self.threads, self.stop = shape, lags, threads, stop
         self.padded = [next_fast_len(n + lag, axis == len(shape) - 1) for axis, (n, lag) in enumerate(zip(shape, lags))]
 
-    def room(self) -> tuple[Floats, Floats]:
-        """Zeros, and what of them belongs to the image."""
-        room = np.zeros(self.padded)
-        return room, room[tuple(slice(n) for n in self.shape)]
+    def some_rows(self) -> Iterator[slice]:
+        """Of the first axis, a few at a time."""
+        step = max(1, 2**15 * self.threads // math.prod(self.shape[1:]))
+        return (slice(first, min(first + step, self.shape[0])) for first in range(0, self.shape[0], step))
+
+    def correlations(self, images: list[Callable[[slice], Floats]], powers: Callable[..., list[Floats]]) -> list[Floats]:
+        """Of the powers that are made of the images' spectra: real ones, symmetric about 0. Transforms of some rows, and
+        then those of some columns there and back along the other axes, stay in the caches: fresh memory takes long. Axes are
+        cut to their lags at once, and the first has real transforms back."""
+        from scipy import fft
+
+        options = {"overwrite_x": True, "workers": self.threads}
+        lines = [np.empty((*self.shape[:-1], self.padded[-1] // 2 + 1), np.complex128) for _ in images]
+        for rows in self.some_rows():
+            self._look()
+            for image, line in zip(images, lines):
+                line[rows] = fft.rfft(image(rows), self.padded[-1], **options)
+        step = max(16, 2**15 * self.threads // math.prod(self.padded[:-1]))
+        blocks = []
+        for first in range(0, lines[0].shape[-1], step):
+            spectra = [line[..., first:first + step] for line in lines]
+            for axis in reversed(range(len(self.shape) - 1)):
+                self._look()
+                spectra = [fft.fft(spectrum, self.padded[axis], axis, **options) for spectrum in spectra]
+            results = [fft.rfft(power, axis=0, **options)[: self.lags[0] + 1].conj() for power in powers(*spectra)]
+            for axis in range(1, len(self.shape) - 1):
+                results = [fft.ifft(result, axis=axis, norm="forward", **options).take(self._places(axis), axis) for result in results]
+            blocks.append(results)
+        size = math.prod(self.padded)
+        return [fft.irfft(np.concatenate(parts, -1), self.padded[-1], norm="forward", **options).take(self._places(-1), -1) / size
+                for parts in zip(*blocks)]
 
     def _look(self) -> None:
         if self.stop.is_set():
             raise _Stopped
 
-    def spectrum(self, padded: Floats) -> NDArray[np.complex128]:
-        from scipy import fft
-
-        result = fft.rfft(padded, axis=-1, workers=self.threads)
-        for axis in reversed(range(padded.ndim - 1)):
-            self._look()
-            result = fft.fft(result, axis=axis, overwrite_x=True, workers=self.threads)
-        return np.asarray(result)
-
-    def correlation(self, power: Floats) -> Floats:
-        """Of real spectra, symmetric about 0: the first axis has real transforms, and each is cut to its lags at once."""
-        from scipy import fft
-
-        result = fft.rfft(power, axis=0, workers=self.threads)[: self.lags[0] + 1].conj()
-        for axis in range(1, power.ndim - 1):
-            self._look()
-            result = fft.ifft(result, axis=axis, norm="forward", overwrite_x=True, workers=self.threads).take(self._places(axis), axis)
-        result = fft.irfft(result, self.padded[-1], norm="forward", workers=self.threads).take(self._places(-1), -1)
-        return np.asarray(result / np.prod(self.padded, dtype=np.float64))
-
     def _places(self, axis: int) -> NDArray[np.intp]:
         return np.arange(-self.lags[axis], self.lags[axis] + 1)
 
 
-def _box_sums(values: Floats, lags: tuple[int, ...]) -> Floats:
-    """The sums over the tails of the pairs of each lag: all but some nodes at one end of each axis."""
+def _box_sums(parts: Iterator[slice], rows: Callable[[slice], Floats], lags: tuple[int, ...]) -> Floats:
+    """The sums of the squares over the tails of the pairs of each lag: all but some nodes at one end of each axis."""
+    sums: Floats = sum(np.einsum("i...,i...->...", part, part)[None] for part in map(rows, parts))
+    total = sums
+    ends = [rows(slice(lags[0])) ** 2, np.flip(rows(slice(-lags[0], None)), 0) ** 2] if lags[0] else [np.zeros((0, *total.shape[1:]))] * 2
     for axis, longest in enumerate(lags):
-        ends = [np.cumsum(values.take(places, axis), axis) for places in (np.arange(longest), np.arange(-1, -longest - 1, -1))]
-        total = values.sum(axis, keepdims=True)
-        values = np.concatenate((total - np.flip(ends[0], axis), total, total - ends[1]), axis)
-    return values
+        if axis > 0:
+            total, ends = sums.sum(axis, keepdims=True), [sums.take(places, axis) for places in (np.arange(longest), np.arange(-1, -longest - 1, -1))]
+        low, high = (np.cumsum(end, axis) for end in ends)
+        sums = np.concatenate((total - np.flip(low, axis), total, total - high), axis)
+    return sums
 
 
 def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity: Connectivity | None = None, *,
