@@ -15,17 +15,24 @@
 namespace kestrum::python {
 namespace {
 
+// transposed: whether the labels' axes are those of the values from the last to the first.
 template <typename T>
-py::tuple Label(const Array<T>& values, int neighbors, int nthreads) {
-  const VORL_GRID grid = GridOfShape(values);
-  Array<int> labels = ArrayLike<int>(values);
+py::tuple Label(const Array<T>& values, int neighbors, bool transposed, int nthreads) {
+  std::vector<py::ssize_t> shape(values.shape(), values.shape() + values.ndim());
+  if (transposed) std::reverse(shape.begin(), shape.end());
+  Array<int> labels(shape);
+  const VORL_GRID grid = GridOfShape(labels);
   int* const out = labels.mutable_data();
   int count = 0;
   RunOperations(100.0 * static_cast<double>(values.size()), [&](const Progress& progress) {
     const Dealing dealing = Dealing::Threads(nthreads);
     GeobodyFinder finder;
     if (const int status = finder.AllocateBits(grid); status != 0) return status;
-    finder.Mark(values.data(), TrueValues{}, dealing);
+    if (transposed) {
+      finder.MarkTransposed(values.data(), dealing);
+    } else {
+      finder.Mark(values.data(), TrueValues{}, dealing);
+    }
     count = finder.LabelInPlace(ConnectivityOf(neighbors), out, dealing, progress);
     return progress.After(0);
   });
@@ -119,7 +126,8 @@ Array<int> Path(const Array<int>& steps, int neighbors, int end, std::uint64_t s
 
 void BindImages(py::module_& module) {
   ForEachType([&module]<typename T>(std::type_identity<T>) {
-    module.def("label", &Label<T>, py::arg("values").noconvert(), py::arg("neighbors"), py::arg("threads"));
+    module.def("label", &Label<T>, py::arg("values").noconvert(), py::arg("neighbors"), py::arg("transposed"),
+               py::arg("threads"));
     module.def("steps_in_mask", &Steps<T>, py::arg("mask").noconvert(), py::arg("neighbors"),
                py::arg("start").noconvert());
     module.def("euler_number", &EulerNumber<T>, py::arg("values").noconvert(), py::arg("closed_cells"),

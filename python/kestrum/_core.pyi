@@ -84,7 +84,7 @@ def project_out_drift(matrix: _Floats, drift: _Floats, projection: _Floats, thre
 
     matrix: A; drift: the columns of F as rows.
     """
-def label(values: NDArray[Any], neighbors: int, threads: int) -> tuple[NDArray[np.int32], int]:
+def label(values: NDArray[Any], neighbors: int, transposed: bool, threads: int) -> tuple[NDArray[np.int32], int]:
     """values: uint8, int32, float32 or float64. neighbors: 6, 18 or 26, also of one layer."""
 def steps_in_mask(mask: NDArray[Any], neighbors: int, start: NDArray[np.int32]) -> NDArray[np.int32]:
     """mask: as the values of label. start: nodes by number."""

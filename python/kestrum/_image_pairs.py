@@ -225,7 +225,7 @@ def connectivity_function(mask: ArrayLike, max_lag: int | Sequence[int], connect
     _door.choice("given", given, ("both", "tail", "none"))
     nthreads = _door.threads(threads)
     flipped = is_flipped(image)
-    labels, _ = _core.label(as_truth(image.T if flipped else image), neighbors, nthreads)
+    labels, _ = _core.label(as_truth(image.T if flipped else image), neighbors, False, nthreads)
     labels = labels.T if flipped else labels
     connected = _by_lag(_core.alike_pairs, labels, lags, nthreads)
     counts = _by_lag(_core.category_pairs, (labels > 0).astype(np.int16), lags, nthreads, 2)

@@ -47,7 +47,7 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
     -----
     By transforms: Marcotte, Fast variogram computation with FFT, Computers & Geosciences, 1996. Where nothing is missing, one
     there and one back suffice, since pairs and sums of squares need none; else it is three there and two back. Work memory
-    is 8 bytes a node of the image with the lags added to its last axis, or 24.
+    is 8 bytes a node of the image with the lags added to its last axis, or 24, and those of sixteen columns, a few times.
 
     Examples
     --------

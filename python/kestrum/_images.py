@@ -24,8 +24,8 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
     ----------
     mask : array_like
         Two or three axes, of numbers: a node belongs to a body if it is true or not 0. NaN is not true. Arrays of bool,
-        integers of 8 or 32 bits, float32 and float64 are read in place if they are contiguous in C order, others are
-        copied. A Dask array may be larger than memory: it is read once for the number of bodies, and lazily for the labels,
+        integers of 8 or 32 bits, float32 and float64 are read in place if they are contiguous in C or Fortran order,
+        others are copied. A Dask array may be larger than memory: it is read once for the number of bodies, and lazily for the labels,
         which are the same for any blocks.
     connectivity : 4, 8, 6, 18 or 26, optional
         How many neighbours a node has: 4 (by default) or 8 in two dimensions, 6 (by default), 18 or 26 in three.
@@ -43,7 +43,7 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
     -----
     Runs of nodes are joined in a table of links by the algorithm of Rem (Patwary, Blair and Manne, Experiments on
     union-find algorithms for the disjoint-set data structure, 2010), which lies in the result meanwhile. Work memory is a
-    quarter byte a node in rows of 64 nodes or more, and 16 bytes a row in shorter ones. Threads do slabs, whose borders
+    quarter byte a node and 4 bytes a row; rows of less than 64 nodes take 20 bytes each. Threads do slabs, whose borders
     are joined afterwards.
 
     Examples
@@ -62,7 +62,11 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
     image = as_image("mask", mask)
     neighbors = as_neighbors(connectivity, image.ndim)
     nthreads = _door.threads(threads)
-    labels, count = _core.label(as_truth(image), neighbors, nthreads) if image.size else (np.zeros(image.shape, np.int32), 0)
+    flipped = is_flipped(image)
+    if image.size:
+        labels, count = _core.label(as_truth(image.T if flipped else image), neighbors, flipped, nthreads)
+    else:
+        labels, count = np.zeros(image.shape, np.int32), 0
     return like(mask, labels, "label"), count
 
 

@@ -5,6 +5,22 @@
 #include <utility>
 
 namespace kestrum {
+namespace {
+
+// Makes bit j of word i bit i of word j, by exchanging halves of halves (H. S. Warren, Hacker's Delight, 2002, 7-3).
+void TransposeBits(std::uint64_t (&words)[kMarkBlock]) noexcept {
+  std::uint64_t low = 0x00000000ffffffffu;
+  for (int half = kMarkBlock / 2; half > 0; half /= 2, low ^= low << half) {
+    for (int i = 0; i < kMarkBlock; i = ((i | half) + 1) & ~half) {
+      const std::uint64_t differ = (words[i] >> half ^ words[i | half]) & low;
+      words[i] ^= differ << half;
+      words[i | half] ^= differ;
+    }
+  }
+}
+
+}  // namespace
+
 int NodeBits::Allocate(const VORL_GRID& grid) noexcept {
   // No neighbour is lost.
   const int sizes[] = {grid.nx, grid.ny, grid.nz, 1, 1};
@@ -45,6 +61,34 @@ int NodeBits::Mark(const T* values, const Set& set, Dealing dealing) noexcept {
   return total;
 }
 
+template <typename T>
+void NodeBits::MarkTransposed(const T* values, Dealing dealing) noexcept {
+  const bool flat = nz_ == 1;
+  const int along = flat ? ny_ : nz_;
+  const int middle = flat ? 1 : ny_;
+  dealing.Blocks(std::ptrdiff_t{middle} * wordsPerRow_, [&](std::ptrdiff_t begin, std::ptrdiff_t end) {
+    for (std::ptrdiff_t i = begin; i < end; ++i) {
+      const int m = static_cast<int>(i / wordsPerRow_);
+      const std::ptrdiff_t word = i % wordsPerRow_;
+      const std::ptrdiff_t x = word * kMarkBlock;
+      const std::ptrdiff_t nx = std::min(nx_ - x, std::ptrdiff_t{kMarkBlock});
+      for (int first = 0; first < along; first += kMarkBlock) {
+        const int n = std::min(along - first, kMarkBlock);
+        std::uint64_t tile[kMarkBlock] = {};
+        for (std::ptrdiff_t k = 0; k < nx; ++k) {
+          MarkWords(values + ((x + k) * middle + m) * along + first, n, TrueValues{}, &tile[k]);
+        }
+        TransposeBits(tile);
+        for (int k = 0; k < n; ++k) (flat ? Row(first + k, 0) : Row(m, first + k))[word] = tile[k];
+      }
+    }
+  });
+}
+
+template void NodeBits::MarkTransposed(const unsigned char*, Dealing) noexcept;
+template void NodeBits::MarkTransposed(const int*, Dealing) noexcept;
+template void NodeBits::MarkTransposed(const float*, Dealing) noexcept;
+template void NodeBits::MarkTransposed(const double*, Dealing) noexcept;
 template int NodeBits::Mark(const unsigned char*, const ValuesFrom&, Dealing) noexcept;
 template int NodeBits::Mark(const real*, const IntervalSet&, Dealing) noexcept;
 template int NodeBits::Mark(const unsigned char*, const TrueValues&, Dealing) noexcept;

@@ -21,6 +21,10 @@ class NodeBits {
   template <typename T, typename Set>
   int Mark(const T* values, const Set& set, Dealing dealing = Dealing::Serial()) noexcept;
 
+  // Sets the nodes whose values are true, of values that lie along the grid's last axis first and x last.
+  template <typename T>
+  void MarkTransposed(const T* values, Dealing dealing) noexcept;
+
   int nx() const noexcept { return nx_; }
   int ny() const noexcept { return ny_; }
   int nz() const noexcept { return nz_; }

@@ -100,8 +100,9 @@ print((peak() - before - (result[0] if {call} is ks.label else result).nbytes) /
 """
 
 
-@pytest.mark.parametrize("call, arguments, limit", [("ks.label", "", 0.4), ("ks.label", ", 26", 0.4), ("ks.dilate", ", 5", 0.45),
-                                                    ("ks.distance", ", signed=True, dtype='float32'", 0.4), ("ks.box_mean", ", 7", 0.1)])
+@pytest.mark.parametrize("call, arguments, limit", [("ks.label", "", 0.4), ("ks.label", ", 26", 0.4), ("ks.label", ".T", 0.4), ("ks.dilate", ", 5", 0.45),
+                                                    ("ks.distance", ", signed=True, dtype='float32'", 0.4), ("ks.box_mean", ", 7", 0.1),
+                                                    ("ks.connectivity_curve", ", 3", 3.5), ("ks.variogram_map", ", 3, method='fft'", 11.0)])
 def test_memory(call, arguments, limit):
     """Bytes a node beyond the result, by the peak of the process."""
     program = MEMORY.format(call=call, arguments=arguments + ", threads=2")
@@ -118,6 +119,16 @@ def test_tables_of_any_labels():
     assert ks.body_sizes([[True, False, True]]).values.tolist() == [[2, 1, 1, 3]]
     assert ks.body_sizes([[5, 0, 5, 3, 0]]).values.tolist() == [[1, 1, 1, 1], [2, 1, 1, 3]]
     assert len(ks.body_sizes(np.zeros((3, 0), np.uint8))) == 0 and len(ks.body_sizes(np.zeros((2, 2)))) == 0
+
+
+@pytest.mark.parametrize("shape", [(70, 3, 130), (129, 66), (1, 65, 64), (64, 1, 65), (200, 2, 1)])
+@pytest.mark.parametrize("dtype", [bool, np.int32, np.float32, np.float64])
+def test_labels_in_fortran_order(shape, dtype):
+    """Larger than the tiles that are transposed."""
+    values = (np.random.default_rng(1).random(shape) < 0.4).astype(dtype)
+    for threads in (1, 3):
+        labels, count = ks.label(np.asfortranarray(values), threads=threads)
+        assert count == labels.max() and labels.flags.c_contiguous and np.array_equal(labels, ks.label(values)[0])
 
 
 def test_where_the_data_lie(tmp_path):
