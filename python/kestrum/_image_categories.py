@@ -47,7 +47,7 @@ def categorize(image: ArrayLike, cuts: ArrayLike, *, threads: int | None = None)
     if not (np.diff(limits) > 0).all():
         raise ArgumentError(f"cuts is {_door.show(cuts)}, but must increase. Sort them, and take each once.")
     flipped = is_flipped(values)
-    codes = _core.code_by_cuts(np.ascontiguousarray(readable(values.T if flipped else values)), limits, _door.threads(threads))
+    codes = _core.code_by_cuts(np.ascontiguousarray(readable("image", values.T if flipped else values)), limits, _door.threads(threads))
     result: NDArray[np.int16] = like(image, codes.T if flipped else codes, "category")
     return result
 

@@ -99,7 +99,7 @@ def is_complete(name: str, values: NDArray[Any]) -> bool:
 def as_categories(name: str, given: NDArray[Any], categories: Any, threads: int) -> tuple[NDArray[np.int16], NDArray[Any]]:
     """Codes of an image, of its shape and in its order, and the categories that they number."""
     flipped = is_flipped(given)
-    values = np.ascontiguousarray(readable(given.T if flipped else given))
+    values = np.ascontiguousarray(readable(name, given.T if flipped else given))
     if categories is None:
         found = _core.find_categories(values)
         if found is None:
@@ -123,13 +123,15 @@ def is_flipped(given: NDArray[Any]) -> bool:
     return given.flags.f_contiguous and not given.flags.c_contiguous
 
 
-def readable(given: NDArray[Any]) -> NDArray[Any]:
-    """Numbers of a type that the engine reads; not copied if they are."""
+def readable(name: str, given: NDArray[Any]) -> NDArray[Any]:
+    """Numbers of a type that the engine reads; not copied if they are. Whole numbers that float64 would round are refused."""
     kind = given.dtype
     if kind in (np.dtype("?"), np.dtype("u1")):
         return given.view(np.uint8)
     if kind in (np.dtype("i4"), np.dtype("f4"), np.dtype("f8")):
         return given
+    if kind.kind in "iu" and kind.itemsize == 8 and given.size and max(int(given.max()), -int(given.min())) > 2**53:
+        raise DataError(f"{name} has whole numbers beyond 2^53, which float64 would round. Subtract one of them from all.")
     return given.astype(np.int32 if kind.kind in "iu" and kind.itemsize < 4 else np.float64)
 
 

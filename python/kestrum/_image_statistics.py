@@ -386,7 +386,7 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
             raise ArgumentError(f"thresholds has {limits.ndim} axes and {limits.size:,} numbers, but must be a list of 1 to 65,535.")
     order = np.argsort(limits, kind="stable")
     above = bodies == "above"
-    values = np.concatenate([curves(np.ascontiguousarray(readable(part)), limits[order], neighbors, above, nthreads) for part in parts()])
+    values = np.concatenate([curves(np.ascontiguousarray(readable("image", part)), limits[order], neighbors, above, nthreads) for part in parts()])
     values[:, order] = values.copy()
     coords: dict[Any, Any] = {"threshold": limits}
     if not ensemble:
@@ -414,7 +414,7 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
     list of ndarray of float64, or of DataArray if the image is one
         Without the image itself. Along each axis of more than two nodes, means by the weights 1, 4, 6, 4, 1, of which
         nodes 0, 2, 4 and so on stay; outside the image its ends are repeated. NaN where less than 0.6 of the weight is
-        on nodes that are not missing.
+        on nodes that are not missing. An infinite value makes the means about it infinite.
 
     Notes
     -----
@@ -428,6 +428,10 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
            [0., 4., 4.]])
     """
     values = as_image("image", image)
+    with np.errstate(all="ignore"):
+        finite = np.isfinite(values.sum(dtype=np.float64))
+    if not finite and (values == np.inf).any() and (values == -np.inf).any():
+        raise DataError("image has both inf and -inf, between which there is no mean. Set one of them to NaN.")
     count = _door.whole("levels", levels, 1, 64)
     nthreads = _door.threads(threads)
     if values.size == 0:
@@ -481,7 +485,7 @@ def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> 
     require_few("values", given)
     count = _door.whole("classes", classes, 2, 2**16)
     _memory.require(4 * (count - 2) * min(given.size, 2**16), f"the search for {count:,} classes", "Ask for fewer classes.")
-    cuts, distinct, infinite = _core.otsu(readable(given).ravel("K"), count, _door.threads(threads))
+    cuts, distinct, infinite = _core.otsu(readable("values", given).ravel("K"), count, _door.threads(threads))
     if infinite:
         raise DataError("values has infinite numbers, but they must be finite or NaN. Leave them out.")
     if distinct < count:

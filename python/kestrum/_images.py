@@ -414,7 +414,7 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
         return lazily
     nthreads = _door.threads(threads)
     flipped = is_flipped(values)
-    typed = np.ascontiguousarray(readable(values.T if flipped else values))
+    typed = np.ascontiguousarray(readable("image", values.T if flipped else values))
     if values.size:
         means = _core.box_mean(typed, [*(sides if flipped else sides[::-1]), 1][:3], nthreads)
     else:

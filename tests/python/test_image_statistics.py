@@ -260,6 +260,13 @@ def test_refusals():
     for tool, arguments, error, text in cases:
         with pytest.raises(error, match=text):
             tool(*arguments)
+    for tool in (ks.otsu, ks.connectivity_curve, ks.category_order, lambda image: ks.box_mean(image, 3)):
+        for big in ([[2**53 + 1, 0]], [[0, -(2**62)]], np.array([[2**64 - 1, 0]], np.uint64)):
+            with pytest.raises(ks.DataError, match="2.53"):
+                tool(big)
+    assert ks.pyramid([[np.inf, 0, 0, 0]])[0].tolist() == [[np.inf, np.inf]]
+    with pytest.raises(ks.DataError, match="both inf and -inf"):
+        ks.pyramid([[np.inf, -np.inf, 0, 0]])
     with pytest.raises(ks.ArgumentError, match="'fft'"):
         ks.variogram_map(flat, 1, method="FFT")
     with pytest.raises(ks.ArgumentError, match="restarts"):
