@@ -6,6 +6,8 @@
 
 #include "analysis/category_order.h"
 #include "analysis/clustering.h"
+#include "analysis/lloyd.hpp"
+#include "analysis/otsu.hpp"
 #include "analysis/thresholding.h"
 
 namespace {
@@ -42,6 +44,32 @@ void KMeans(benchmark::State& state) {
   state.counters["inertia"] = inertia;
 }
 BENCHMARK(KMeans)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same by the package's form. Argument: threads.
+void Lloyd(benchmark::State& state) {
+  constexpr int kPoints = 200000, kFeatures = 8, kClusters = 10;
+  std::mt19937 generator(1);
+  std::normal_distribution<double> normal;
+  std::vector<double> start(kClusters * kFeatures), features(std::size_t{kPoints} * kFeatures);
+  for (double& entry : start) entry = normal(generator);
+  for (std::size_t i = 0; i < kPoints; ++i) {
+    const std::size_t cluster = generator() % kClusters;
+    for (std::size_t f = 0; f < kFeatures; ++f)
+      features[f * kPoints + i] = start[cluster * kFeatures + f] + normal(generator);
+  }
+  std::vector<int> labels(kPoints);
+  double inertia = 0.0;
+  for (auto _ : state) {
+    auto centers = start;
+    if (kestrum::RunLloyd({kPoints, kFeatures, features.data()}, {kClusters, 20, 0.0, 0, 1},
+                          kestrum::Dealing::Threads(static_cast<int>(state.range(0))),
+                          kestrum::Progress(nullptr, nullptr), centers.data(), labels.data(), &inertia) != 0) {
+      state.SkipWithError("failed");
+    }
+  }
+  state.counters["inertia"] = inertia;
+}
+BENCHMARK(Lloyd)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // One million nodes in five categories. Argument: threads.
 void TransitionMatrix(benchmark::State& state) {
@@ -80,6 +108,20 @@ void OtsuByAnnealing(benchmark::State& state) {
   }
 }
 BENCHMARK(OtsuByAnnealing)->Unit(benchmark::kMillisecond);
+
+// Argument: classes.
+void OtsuCuts(benchmark::State& state) {
+  Values v(1000000);
+  const int nclass = static_cast<int>(state.range(0));
+  for (auto _ : state) {
+    kestrum::OtsuCuts found{v.classes.data()};
+    if (kestrum::FindOtsuCuts(v.size(), v.values.data(), nclass, kestrum::Dealing::Serial(),
+                              kestrum::Progress(nullptr, nullptr), &found) != 0) {
+      state.SkipWithError("failed");
+    }
+  }
+}
+BENCHMARK(OtsuCuts)->Arg(2)->Arg(4)->Unit(benchmark::kMillisecond);
 
 void OtsuOverPreClasses(benchmark::State& state) {
   Values v(100000);

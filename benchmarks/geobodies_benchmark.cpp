@@ -5,8 +5,10 @@
 #include <random>
 #include <vector>
 
+#include "analysis/connection_curve.hpp"
 #include "analysis/connectivity.h"
 #include "analysis/geobodies.h"
+#include "analysis/geobodies.hpp"
 #include "support/test_image.hpp"
 
 namespace {
@@ -34,6 +36,12 @@ std::vector<double> Noise(int nx, int ny, int nz, int npass) {
   return noise;
 }
 
+std::vector<unsigned char> Below(const std::vector<double>& noise) {
+  std::vector<unsigned char> mask(noise.size());
+  std::transform(noise.begin(), noise.end(), mask.begin(), [](double value) { return value <= 0.0; });
+  return mask;
+}
+
 TestImage CubeOfNoise(int n, int npass) {
   return TestImage({n, n, n, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, 0, 0}, {"noise"}, Noise(n, n, n, npass));
 }
@@ -57,6 +65,48 @@ void Label(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * image.nxyzv);
 }
 BENCHMARK(Label)->ArgsProduct({{128, 256}, {0, 6}, {6, 18, 26}})->Unit(benchmark::kMillisecond);
+
+// As the package labels masks: a byte a node, the links in the labels. Arguments: as those of Label, and threads.
+void LabelMask(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const std::vector<double> noise = Noise(n, n, n, static_cast<int>(state.range(1)));
+  const std::vector<unsigned char> mask = Below(noise);
+  const VORL_GRID grid{n, n, n, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, n * n, n * n * n};
+  std::vector<int> labels(mask.size());
+  const auto dealing = kestrum::Dealing::Threads(static_cast<int>(state.range(3)));
+  for (auto _ : state) {
+    kestrum::GeobodyFinder finder;
+    if (finder.AllocateBits(grid) != 0) state.SkipWithError("failed");
+    finder.Mark(mask.data(), kestrum::TrueValues{}, dealing);
+    finder.LabelInPlace(kestrum::ConnectivityOf(static_cast<int>(state.range(2))), labels.data(), dealing,
+                        kestrum::Progress(nullptr, nullptr));
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(state.iterations() * grid.nxyz);
+}
+BENCHMARK(LabelMask)->ArgsProduct({{256}, {0, 6}, {6, 26}, {1, 2}})->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Arguments: passes of smoothing, thresholds, threads. Up to 64 thresholds by sets, beyond by the tree.
+void ConnectionCurve(benchmark::State& state) {
+  constexpr int kSize = 128;
+  const std::vector<double> noise = Noise(kSize, kSize, kSize, static_cast<int>(state.range(0)));
+  const VORL_GRID grid{kSize, kSize, kSize, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, kSize * kSize, kSize * kSize * kSize};
+  const auto [low, high] = std::minmax_element(noise.begin(), noise.end());
+  std::vector<double> thresholds(static_cast<std::size_t>(state.range(1)));
+  for (std::size_t k = 0; k < thresholds.size(); ++k) {
+    thresholds[k] = *low + (*high - *low) * static_cast<double>(k) / static_cast<double>(thresholds.size());
+  }
+  std::vector<double> curve(thresholds.size());
+  for (auto _ : state) {
+    if (kestrum::ConnectionCurves(grid, 1, noise.data(), kestrum::Connectivity::k6, static_cast<int>(thresholds.size()),
+                                  thresholds.data(), true, kestrum::Dealing::Threads(static_cast<int>(state.range(2))),
+                                  kestrum::Progress(nullptr, nullptr), curve.data()) != 0) {
+      state.SkipWithError("failed");
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * grid.nxyz);
+}
+BENCHMARK(ConnectionCurve)->ArgsProduct({{0, 6}, {21, 64, 65}, {1, 2}})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void EulerNumberOfLabels(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));

@@ -61,7 +61,7 @@ def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["m
     if method == "nearest":
         result = given[np.ix_(*((2 * np.arange(m) + 1) * n // (2 * m) for m, n in zip(sizes, given.shape)))]
     elif method == "mean":
-        result = _means(readable(given), sizes, nthreads)
+        result = _means(readable("image", given), sizes, nthreads)
     else:
         result = _modes(given, sizes, nthreads)
     framed: NDArray[Any] = _framed(image, result) if _door.is_xarray(image) else result

@@ -181,8 +181,16 @@ void GeobodyBoxes::AddAll(const VORL_GRID& grid, const int* labels) noexcept {
 LargestBodies FindLargest(const GeobodyFinder& finder, int ngeobody, const VORL_GRID& grid,
                           GeobodyBoxes& boxes) noexcept {
   boxes.Clear(ngeobody, grid);
+  NodeCoordinates row = {0, 0, 0};  // of its first node
+  int begin = 0;
   finder.ForEachRun([&](int label, int node, int length) noexcept {
-    boxes.Add(label, length, CoordinatesOf(grid, node), CoordinatesOf(grid, node + length - 1));
+    for (; node - begin >= grid.nx; begin += grid.nx) {
+      if (++row.iy == grid.ny) row = {0, 0, row.iz + 1};
+    }
+    const int ix = node - begin;
+    const NodeCoordinates last = ix + length <= grid.nx ? NodeCoordinates{ix + length - 1, row.iy, row.iz}
+                                                        : CoordinatesOf(grid, node + length - 1);
+    boxes.Add(label, length, {ix, row.iy, row.iz}, last);
   });
   LargestBodies largest;
   for (int label = 1; label <= ngeobody; ++label) {
