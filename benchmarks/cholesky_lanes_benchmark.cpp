@@ -34,7 +34,7 @@ struct Workload {
   }
   void Factorise() {
     std::copy_n(a.data(), a.size(), factor.data());
-    benchmark::DoNotOptimize(kestrum::FactoriseLanes(n, 1, factor.data(), work.data()));
+    benchmark::DoNotOptimize(kestrum::FactoriseLanes(n, 1, nullptr, factor.data(), work.data()));
   }
   void Krige(int nround) {
     std::copy_n(b.data(), nround * (n + 1) * kLanes, right.data());

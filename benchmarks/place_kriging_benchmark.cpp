@@ -53,7 +53,7 @@ void Search(benchmark::State& state) {
   if (index.Build(argument(0), {work.x.data(), work.y.data(), work.z.data()}, scale, Dealing::Serial(), kQuiet) != 0)
     return;
   kestrum::PlaceTiles tiles;
-  if (tiles.Prepare(work.targets, scale, kestrum::PlaceNodes::kMax, Dealing::Serial(), kQuiet) != 0) return;
+  if (tiles.Prepare(work.targets, scale, kestrum::PlaceNodes::kMax, false, Dealing::Serial(), kQuiet) != 0) return;
   kestrum::PlaceNodes nodes;
   kestrum::PlaceSearch search;
   kestrum::PlaceSets sets;
@@ -64,7 +64,7 @@ void Search(benchmark::State& state) {
     nset = ncandidate = ntile = 0;
     for (std::int64_t tile = 0; tile < tiles.count(); ++tile) {
       tiles.Fill(tile, &nodes);
-      if (search.Begin(index, neighborhood, nodes) != 0) return;
+      if (search.Begin(index, neighborhood, nodes, false) != 0) return;
       while (search.Next(&sets) == 0 && sets.nset > 0) {
         nset += sets.nset;
         ncandidate += sets.ncandidate;

@@ -4,9 +4,9 @@
 
 using Element = ExactCovariance::Element;
 
-// Adds what an element contributes at squared reduced distances.
+// Adds what an element contributes at squared reduced distances, to nothing if it is the first.
 template <typename Contribution>
-KESTRUM_KERNEL_INLINE void Add(const Element& element, bool rotated, const LagBlock& lags,
+KESTRUM_KERNEL_INLINE void Add(const Element& element, bool first, bool rotated, const LagBlock& lags,
                                const Contribution& contribution) {
   const auto& a = element.axes;
   for (int k = 0; k < lags.n; k += kWidth) {
@@ -20,15 +20,15 @@ KESTRUM_KERNEL_INLINE void Add(const Element& element, bool rotated, const LagBl
       along[2] = a[2][0] * dx + a[2][1] * dy + along[2];
     }
     const Vector d2 = along[0] * along[0] + along[1] * along[1] + along[2] * along[2];
-    Store(lags.cov + k, Load<Vector>(lags.cov + k) + contribution(d2));
+    Store(lags.cov + k, (first ? Vector{} : Load<Vector>(lags.cov + k)) + contribution(d2));
   }
 }
 
-KESTRUM_KERNEL_INLINE void AddNugget(double w, const LagBlock& lags) {
+KESTRUM_KERNEL_INLINE void AddNugget(double w, bool first, const LagBlock& lags) {
   for (int k = 0; k < lags.n; k += kWidth) {
     const auto zero = (Load<Vector>(lags.x + k) == Vector{}) & (Load<Vector>(lags.y + k) == Vector{}) &
                       (Load<Vector>(lags.z + k) == Vector{});
-    Store(lags.cov + k, Load<Vector>(lags.cov + k) + (zero ? Broadcast<Vector>(w) : Vector{}));
+    Store(lags.cov + k, (first ? Vector{} : Load<Vector>(lags.cov + k)) + (zero ? Broadcast<Vector>(w) : Vector{}));
   }
 }
 
@@ -95,16 +95,15 @@ KESTRUM_KERNEL_INLINE Vector MaternCorrelation(const Matern& matern, Vector d2) 
 
 KESTRUM_KERNEL_TARGET void EvaluateBlock(const Element* elements, int count, bool rotated,
                                          const LagBlock& lags) noexcept {
-  for (int k = 0; k < lags.n; k += kWidth) Store(lags.cov + k, Vector{});
   for (int i = 0; i < count; ++i) {
     const Element& element = elements[i];
     const double w = element.w;
     const auto add = [&](const auto& contribution) KESTRUM_KERNEL_TARGET __attribute__((always_inline)) {
-      Add(element, rotated, lags, contribution);
+      Add(element, i == 0, rotated, lags, contribution);
     };
     switch (element.type) {
       case COV_NUGGET:
-        AddNugget(w, lags);
+        AddNugget(w, i == 0, lags);
         break;
       case COV_SPHERICAL:
         add(KESTRUM_CONTRIBUTION { return d2 < 1.0 ? w * (1.0 - 0.5 * SquareRoot(d2) * (3.0 - d2)) : Vector{}; });
@@ -157,6 +156,19 @@ KESTRUM_KERNEL_TARGET void SubtractPlaces(int n, const real* const* place, int s
       for (int lane = 0; lane < kLanes; lane += kWidth) {
         const Vector own = step > 1 ? Load<Vector>(at + lane) : Broadcast<Vector>(*at);
         Store(to + lane, own - Load<Vector>(from[axis] + lane));
+      }
+    }
+  }
+}
+
+KESTRUM_KERNEL_TARGET void SubtractRows(int axes, int n, const real* const* place, int columns, const real* const* from,
+                                        const int* start, bool triangular, real* const* lag) noexcept {
+  for (int j = 0; j < n; ++j) {
+    const std::ptrdiff_t row = start[j];
+    for (int axis = 0; axis < axes; ++axis) {
+      const Vector own = Broadcast<Vector>(place[axis][j]);
+      for (int i = triangular ? j / kLanes * kLanes : 0; i < columns; i += kWidth) {
+        Store(lag[axis] + row + i, own - Load<Vector>(from[axis] + i));
       }
     }
   }

@@ -8,6 +8,7 @@
 
 #include "core/object_array.hpp"
 #include "core/statuses.hpp"
+#include "engine/place_cells.hpp"
 #include "engine/place_dense.hpp"
 #include "engine/place_lanes.hpp"
 #include "engine/place_run.hpp"
@@ -192,11 +193,25 @@ class Worker {
     run_ = &run;
     index_ = &index;
     if (const int status = covariance_.Allocate(run.covariance, run.level); status != 0) return status;
+    if (const int status = cells_.Allocate(run); status != 0) return status;
     return lanes_.Allocate(run);
   }
 
   PlaceNodes& nodes() noexcept { return nodes_; }
   PlaceKrigingReport& report() noexcept { return lanes_.report(); }
+  const PlaceKrigingReport& reportOfCells() noexcept { return cells_.report(); }
+
+  // Kriges the targets of a tile of cells.
+  [[nodiscard]] int KrigeCells(const PlaceTiles& tiles, std::int64_t tile, const PlaceNeighborhood& neighborhood,
+                               const TargetCovariance& covariance) noexcept {
+    if (const int status = search_.Begin(*index_, neighborhood, nodes_, true, run_->level); status != 0) return status;
+    for (;;) {
+      PlaceCell cell;
+      if (const int status = search_.NextCell(tiles, tile, &cell); status != 0) return status;
+      if (cell.count == 0) return 0;
+      cells_.Krige(nodes_, cell, covariance);
+    }
+  }
 
   // Kriges the targets of a tile, with the data of a neighbourhood. Systems may wait in their lanes.
   [[nodiscard]] int KrigeTile(const PlaceNeighborhood& neighborhood, const TargetCovariance& covariance) noexcept {
@@ -230,7 +245,7 @@ class Worker {
 
   [[nodiscard]] int KrigeNodes(const PlaceNodes& nodes, const PlaceNeighborhood& neighborhood,
                                const TargetCovariance& covariance) noexcept {
-    if (const int status = search_.Begin(*index_, neighborhood, nodes, run_->level); status != 0) return status;
+    if (const int status = search_.Begin(*index_, neighborhood, nodes, false, run_->level); status != 0) return status;
     for (;;) {
       PlaceSets sets;
       if (const int status = search_.Next(&sets); status != 0) return status;
@@ -392,6 +407,7 @@ class Worker {
   PlaceSearch search_;
   TargetCovariance covariance_;  // of a target alone
   PlaceLanes lanes_;
+  PlaceCells cells_;
   PlaceDense dense_;
   PlaceDense::Scratch scratch_;
   PlaceTarget targets_[PlaceNodes::kMax];
@@ -574,7 +590,10 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
   PlaceTiles tiles;
   const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
   const int ofTile = TargetsOfTile(count, all_ ? 1 : data_.n, dealing.nscratch());
-  if (const int status = tiles.Prepare(targets.places, scale, ofTile, dealing, progress); status != 0) return status;
+  const bool inCells = !all_ && PlaceCells::Serve(run, neighborhood);
+  if (const int status = tiles.Prepare(targets.places, scale, ofTile, inCells, dealing, progress); status != 0) {
+    return status;
+  }
   ObjectArray<Worker> workers;
   if (const int status = workers.Allocate(dealing.nscratch()); status != 0) return status;
 
@@ -593,6 +612,7 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
         *held = tiles.Fill(tile, &worker.nodes());
         if (all_) return worker.KrigeTile(system_, everywhere);
         if (worker.nodes().count == 0) return 0;
+        if (inCells) return worker.KrigeCells(tiles, tile, neighborhood, everywhere);
         if (!varies) return worker.KrigeTile(neighborhood, everywhere);
         for (int i = 0; i < worker.nodes().count; ++i) {
           const int node = NodeOf(targets.places, worker.nodes().target[i]);
@@ -603,6 +623,7 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
       [&](int thread) noexcept { workers[static_cast<std::size_t>(thread)].Finish(); });
   for (Worker& worker : workers) {
     Add(worker.report(), report);
+    Add(worker.reportOfCells(), report);
   }
   return status;
 }

@@ -191,14 +191,14 @@ void PlaceLanes::Flush() noexcept {
   }
   const int size = n + q_;
   FillMatrix(n);
-  const LanesOutcome outcome = FactoriseLanes(n, q_, a_.data(), work_.data(), run_->level);
+  const LanesOutcome outcome = FactoriseLanes(n, q_, nullptr, a_.data(), work_.data(), run_->level);
   PrepareLanes(size, a_.data(), values_.data(), run_->level);
   for (int begin = 0; begin < rounds; begin += kRounds) {
     const int count = std::min(kRounds, rounds - begin);
     const auto rightSide = [&](int round) { return b_.data() + round * size * kLanes; };
     for (int r = 0; r < count; ++r) FillRightSide(n, begin + r, rightSide(r));
-    alignas(64) double sum[kRounds * kLanes];
-    alignas(64) double explained[kRounds * kLanes];
+    alignas(64) double sum[kRounds * kLanes] = {};
+    alignas(64) double explained[kRounds * kLanes] = {};
     KrigeLanes(size, a_.data(), values_.data(), count, b_.data(), sum, explained, run_->level);
     for (int r = 0; r < count; ++r) {
       if (run_->results.weights != nullptr) WeightsOfLanes(size, a_.data(), rightSide(r));

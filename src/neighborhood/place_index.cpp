@@ -264,8 +264,8 @@ int PlaceIndex::ForEachLeaf(const PlaceNeighborhood& neighborhood, const PlaceBo
   return 0;
 }
 
-int PlaceIndex::Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& box, const PlaceKernels& kernels,
-                        Scratch* scratch) const noexcept {
+int PlaceIndex::Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& box, bool inOrderOfData,
+                        const PlaceKernels& kernels, Scratch* scratch) const noexcept {
   alignas(64) double lower[kLeaf + kPlacePadding];
   alignas(64) double upper[kLeaf + kPlacePadding];
   alignas(64) double inEllipsoid[kLeaf + kPlacePadding];
@@ -291,13 +291,24 @@ int PlaceIndex::Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& b
     if (status != 0) return status;
   }
 
-  scratch->count = 0;
-  const int status = ForEachLeaf(neighborhood, box, kernels, &bound, [&](std::size_t begin, int count) noexcept {
-    const PlaceVectors leaf{x_.data() + begin, y_.data() + begin, z_.data() + begin};
-    if (scratch->found.size() < scratch->count + kLeaf) {
-      const int failure = scratch->found.Enlarge(2 * (scratch->count + kLeaf));
-      if (failure != 0) return failure;
+  std::size_t nleaf = 0;
+  const int status = ForEachLeaf(neighborhood, box, kernels, &bound, [&](std::size_t begin, int /*count*/) noexcept {
+    if (scratch->leaves.size() == nleaf) {
+      if (const int failure = scratch->leaves.Enlarge(2 * nleaf + 64); failure != 0) return failure;
     }
+    scratch->leaves[nleaf++] = begin;
+    return 0;
+  });
+  if (status != 0) return status;
+  if (scratch->found.size() < nleaf * kLeaf) {
+    if (const int failure = scratch->found.Allocate(2 * nleaf * kLeaf); failure != 0) return failure;
+  }
+  std::sort(scratch->leaves.data(), scratch->leaves.data() + nleaf);
+  scratch->count = 0;
+  for (std::size_t l = 0; l < nleaf; ++l) {
+    const std::size_t begin = scratch->leaves[l];
+    const int count = static_cast<int>(std::min(kLeaf, static_cast<std::size_t>(n_) - begin));
+    const PlaceVectors leaf{x_.data() + begin, y_.data() + begin, z_.data() + begin};
     if (neighborhood.bounded) kernels.bounds(neighborhood.ellipsoid, box, count, leaf, inEllipsoid, upper);
     kernels.bounds(neighborhood.metric, box, count, leaf, lower, upper);
     for (int i = 0; i < count; ++i) {
@@ -305,10 +316,8 @@ int PlaceIndex::Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& b
       const std::size_t position = begin + static_cast<std::size_t>(i);
       scratch->found[scratch->count++] = static_cast<std::uint64_t>(datum_[position]) << 32 | position;
     }
-    return 0;
-  });
-  if (status != 0) return status;
-  std::sort(scratch->found.data(), scratch->found.data() + scratch->count);
+  }
+  if (inOrderOfData) std::sort(scratch->found.data(), scratch->found.data() + scratch->count);
   return 0;
 }
 

@@ -51,13 +51,14 @@ class PlaceIndex {
     Buffer<double> nearest;       // heap of the least upper bounds
     Buffer<std::uint64_t> found;  // datum and position of candidates
     std::size_t count = 0;        // of candidates
+    Buffer<std::size_t> leaves;   // where runs of data begin
   };
 
-  // Collects every datum that may serve a target in the box, and maybe others, in the order of the data: of
-  // entry i of `found` the lower half is the datum's position in the index, the upper half its number. Returns 0 or the status of a failed
-  // allocation.
-  [[nodiscard]] int Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& box, const PlaceKernels& kernels,
-                            Scratch* scratch) const noexcept;
+  // Collects every datum that may serve a target in the box, and maybe others, in the order of the data, or of the index:
+  // of entry i of `found` the lower half is the datum's position in the index, the upper half its number. Returns 0 or the
+  // status of a failed allocation.
+  [[nodiscard]] int Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& box, bool inOrderOfData,
+                            const PlaceKernels& kernels, Scratch* scratch) const noexcept;
 
   // The data by position in the index.
   PlaceVectors places() const noexcept { return {x_.data(), y_.data(), z_.data()}; }

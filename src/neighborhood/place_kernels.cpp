@@ -7,8 +7,11 @@
 namespace kestrum {
 
 const PlaceKernels& PlaceKernelsOf(SimdLevel level) noexcept {
-#define KESTRUM_PLACE_KERNELS(set) \
-  { set::Bounds, set::FindBox, set::LimitOfNoFewer, set::LimitOfNoMore, set::Select, set::Pick }
+#define KESTRUM_PLACE_KERNELS(set)                                                                            \
+  {                                                                                                           \
+    set::Bounds, set::FindBox, set::LimitOfNoFewer, set::LimitOfNoMore, set::Select, set::Pick, set::Nearest, \
+        set::Rank, set::Reorder                                                                               \
+  }
   static constexpr PlaceKernels kBaseline = KESTRUM_PLACE_KERNELS(baseline);
   static constexpr PlaceKernels kAvx2 = KESTRUM_PLACE_KERNELS(avx2);
   static constexpr PlaceKernels kAvx512 = KESTRUM_PLACE_KERNELS(avx512);

@@ -25,6 +25,8 @@ struct PlaceBox {
 constexpr int kDecidedTogether = 8;
 // The most data that SelectNearest can rank.
 constexpr int kMaxRanked = 96;
+// The most targets that `nearest` serves.
+constexpr int kMaxSelected = 16;
 // Vectors that kernels read hold this many more elements than counted, whatever their values.
 constexpr int kPlacePadding = 8;
 
@@ -66,6 +68,22 @@ struct PlaceKernels {
   // Lists which of n data are wanted and not sure, and which are sure, in their order. Both lists have room for
   // n + kPlacePadding numbers.
   PlaceCounts (*pick)(int n, const PlaceBounds& bounds, int* picked, int* sure) noexcept;
+  // Finds for each of ntarget targets, at most kMaxSelected, the `need` nearest of n data, n at least 1, of those inside
+  // the ellipsoid, if any; of data at one distance those with the least number.
+  //   datum     their numbers
+  //   guess     of the square of the distance that so many are within, or 0.0
+  //   squares   room for 64 numbers for each word of a mask, and kPlacePadding
+  //   masks     out: bit i of a target, for datum i, in word i/64 at masks[i/64*kMaxSelected + target]
+  // Returns a guess for targets nearby.
+  double (*nearest)(const PlaceNeighborhood& neighborhood, int ntarget, const PlaceVectors& targets, int n,
+                    const PlaceVectors& data, const int* datum, int need, double guess, double* squares,
+                    std::uint64_t* masks) noexcept;
+  // The ranks of n values, n at most 64; of equal values the earlier ones come first. Overwrites values[n] to
+  // values[n + kPlacePadding - 1].
+  void (*rank)(int n, double* values, int* rank) noexcept;
+  // Bits position[i] of the masks of kMaxSelected targets, as `nearest` leaves them, become bits rank[i] of one word.
+  void (*reorder)(int n, const int* position, const int* rank, const std::uint64_t* masks,
+                  std::uint64_t* reordered) noexcept;
 };
 const PlaceKernels& PlaceKernelsOf(SimdLevel level) noexcept;
 

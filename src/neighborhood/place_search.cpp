@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <functional>
 #include <limits>
 #include <numeric>
 
@@ -37,8 +38,8 @@ std::int64_t PlaceTargets::count() const noexcept {
   return list != nullptr ? nlist : std::int64_t{extent[0]} * extent[1] * extent[2];
 }
 
-int PlaceTiles::Prepare(const PlaceTargets& targets, const double* scale, int most, const Dealing& dealing,
-                        const Progress& progress) noexcept {
+int PlaceTiles::Prepare(const PlaceTargets& targets, const double* scale, int most, bool inCells,
+                        const Dealing& dealing, const Progress& progress) noexcept {
   targets_ = targets;
   const int bits = std::bit_width(static_cast<unsigned>(std::clamp(most, 1, PlaceNodes::kMax))) - 1;
   if (targets.list != nullptr) {
@@ -59,6 +60,8 @@ int PlaceTiles::Prepare(const PlaceTargets& targets, const double* scale, int mo
 
   // The tile doubles along its shortest side.
   const double spacing[3] = {targets.grid.sx, targets.grid.sy, targets.grid.sz};
+  const int whole[3] = {targets.grid.nx, targets.grid.ny, targets.grid.nz};
+  const int* const extent = inCells ? whole : targets.extent;
   std::fill_n(tileExtent_, 3, 1);
   std::fill_n(place_[0], 3, 0);
   for (bits_ = 0; bits_ < bits; ++bits_) {
@@ -66,7 +69,7 @@ int PlaceTiles::Prepare(const PlaceTargets& targets, const double* scale, int mo
     double least = kInfinity;
     for (int a = 0; a < 3; ++a) {
       const double side = tileExtent_[a] * spacing[a] * scale[a];
-      if (tileExtent_[a] < targets.extent[a] && side < least) {
+      if (tileExtent_[a] < extent[a] && side < least) {
         least = side;
         shortest = a;
       }
@@ -83,10 +86,38 @@ int PlaceTiles::Prepare(const PlaceTargets& targets, const double* scale, int mo
   }
   count_ = 1;
   for (int a = 0; a < 3; ++a) {
-    tilesAlong_[a] = (targets.extent[a] - 1) / tileExtent_[a] + 1;
+    begin_[a] = inCells ? -(targets.first[a] % tileExtent_[a]) : 0;
+    tilesAlong_[a] = (targets.extent[a] - begin_[a] - 1) / tileExtent_[a] + 1;
     count_ *= tilesAlong_[a];
   }
   return 0;
+}
+
+// The first node of a tile of a window, counted from the window's.
+void PlaceTiles::FindCorner(std::int64_t tile, int* corner) const noexcept {
+  for (int a = 0; a < 3; ++a) {
+    corner[a] = begin_[a] + static_cast<int>(tile % tilesAlong_[a]) * tileExtent_[a];
+    tile /= tilesAlong_[a];
+  }
+}
+
+// The coordinate of a node, counted from the window's first.
+double PlaceTiles::NodeAlong(int axis, int at) const noexcept {
+  const VORL_GRID& grid = targets_.grid;
+  const double origin[3] = {grid.ox, grid.oy, grid.oz};
+  const double spacing[3] = {grid.sx, grid.sy, grid.sz};
+  if (axis >= targets_.dimension) return 0.0;
+  return origin[axis] + (targets_.first[axis] + at + VORL_SHIFT_FACTOR_FOR_POINT) * spacing[axis];
+}
+
+void PlaceTiles::FindMiddleOfCell(std::int64_t tile, int place, double* middle) const noexcept {
+  int corner[3];
+  FindCorner(tile, corner);
+  const int cell = (1 << std::min(bits_, kCellBits)) - 1;
+  for (int a = 0; a < 3; ++a) {
+    middle[a] = 0.5 * (NodeAlong(a, corner[a] + place_[place & ~cell][a]) +  //
+                       NodeAlong(a, corner[a] + place_[place | cell][a]));
+  }
 }
 
 int PlaceTiles::Fill(std::int64_t tile, PlaceNodes* nodes) const noexcept {
@@ -107,23 +138,22 @@ int PlaceTiles::Fill(std::int64_t tile, PlaceNodes* nodes) const noexcept {
     return nodes->count;
   }
 
-  const VORL_GRID& grid = targets_.grid;
-  const int corner[3] = {static_cast<int>(tile % tilesAlong_[0]) * tileExtent_[0],
-                         static_cast<int>(tile / tilesAlong_[0] % tilesAlong_[1]) * tileExtent_[1],
-                         static_cast<int>(tile / tilesAlong_[0] / tilesAlong_[1]) * tileExtent_[2]};
+  int corner[3];
+  FindCorner(tile, corner);
   int held = 0;
   for (int i = 0; i < 1 << bits_; ++i) {
     int at[3];
-    for (int a = 0; a < 3; ++a) at[a] = corner[a] + place_[i][a];
-    if (at[0] >= targets_.extent[0] || at[1] >= targets_.extent[1] || at[2] >= targets_.extent[2]) continue;
+    bool inside = true;
+    for (int a = 0; a < 3; ++a) {
+      at[a] = corner[a] + place_[i][a];
+      inside = inside && at[a] >= 0 && at[a] < targets_.extent[a];
+    }
+    if (!inside) continue;
     ++held;
     const std::int64_t target = at[0] + targets_.extent[0] * (at[1] + std::int64_t{targets_.extent[1]} * at[2]);
     if (targets_.mask != nullptr && targets_.mask[target] == 0) continue;
-    const auto center = [&](int a, double origin, double spacing) {
-      return origin + (targets_.first[a] + at[a] + VORL_SHIFT_FACTOR_FOR_POINT) * spacing;
-    };
-    add(center(0, grid.ox, grid.sx), center(1, grid.oy, grid.sy),
-        targets_.dimension > 2 ? center(2, grid.oz, grid.sz) : 0.0, target);
+    nodes->place[nodes->count] = i;
+    add(NodeAlong(0, at[0]), NodeAlong(1, at[1]), NodeAlong(2, at[2]), target);
   }
   return held;
 }
@@ -162,15 +192,14 @@ void PlaceSearch::Room::Copy(const Room& from, std::size_t first, const int* pic
 }
 
 int PlaceSearch::Begin(const PlaceIndex& index, const PlaceNeighborhood& neighborhood, const PlaceNodes& nodes,
-                       SimdLevel level) noexcept {
+                       bool inCells, SimdLevel level) noexcept {
   index_ = &index;
   neighborhood_ = &neighborhood;
   nodes_ = &nodes;
   kernels_ = &PlaceKernelsOf(level);
   limit_ = neighborhood.limit == 0 ? index.size() : std::min(neighborhood.limit, index.size());
-  if (const int status = index.Collect(neighborhood, BoxOf(0, nodes.count), *kernels_, &scratch_); status != 0) {
-    return status;
-  }
+  const int collected = index.Collect(neighborhood, BoxOf(0, nodes.count), !inCells, *kernels_, &scratch_);
+  if (collected != 0) return collected;
   if (const int status = candidates_.Reserve(scratch_.count); status != 0) return status;
   const PlaceVectors places = index.places();
   for (std::size_t i = 0; i < scratch_.count; ++i) {
@@ -277,6 +306,107 @@ int PlaceSearch::Next(PlaceSets* sets) noexcept {
     ranges_[nrange_++] = {range.begin, range.begin + half, first, kept};
   }
   return 0;
+}
+
+int PlaceSearch::NextCell(const PlaceTiles& tiles, std::int64_t tile, PlaceCell* cell) noexcept {
+  cell->count = 0;
+  while (nrange_ > 0) {
+    const Range range = ranges_[--nrange_];
+    const int* const place = nodes_->place;
+    const int bits = std::bit_width(static_cast<unsigned>(place[range.begin] ^ place[range.end - 1]));
+    const bool whole = range.begin == 0 && range.end == nodes_->count;
+    Range narrowed = range;
+    if (!whole || bits <= PlaceTiles::kCellBits) {
+      bool few;
+      if (const int status = Narrow(range, &narrowed.count, &few); status != 0) return status;
+      narrowed.first += static_cast<std::size_t>(range.count);
+    }
+    // What many targets need is too much for some; so is what is near many of them.
+    constexpr int kFewOfCell = 256;
+    if (bits <= PlaceTiles::kCellBits && (bits == 0 || narrowed.count <= kFewOfCell)) {
+      int count;
+      if (const int status = SelectOfCell(narrowed, &count); status != 0) return status;
+      if (count <= 64) {
+        double middle[3];
+        tiles.FindMiddleOfCell(tile, place[range.begin], middle);
+        OrderCell(narrowed, middle, cell);
+        return 0;
+      }
+    }
+    // Quarters of a tile, and of these, down to cells; then halves.
+    const int shift = bits > PlaceTiles::kCellBits ? std::max(bits - 2, PlaceTiles::kCellBits) : bits - 1;
+    for (int end = range.end; end > range.begin;) {
+      int begin = end - 1;
+      while (begin > range.begin && place[begin - 1] >> shift == place[end - 1] >> shift) --begin;
+      ranges_[nrange_++] = {begin, end, narrowed.first, narrowed.count};
+      end = begin;
+    }
+  }
+  return 0;
+}
+
+// Finds the masks of the targets of a cell, and of all data that serve one of them, whose number is *count.
+int PlaceSearch::SelectOfCell(const Range& range, int* count) noexcept {
+  words_ = std::max(1, (range.count + 63) / 64);
+  const auto words = static_cast<std::size_t>(words_);
+  int status = Reserve(&mask_, words * PlaceCell::kMaxTargets);
+  if (status == 0) status = Reserve(&setMask_, words);
+  if (status == 0) status = Reserve(&squares_, 64 * words * PlaceCell::kMaxTargets + kPlacePadding);
+  if (status != 0) return status;
+  std::fill_n(mask_.data(), words * PlaceCell::kMaxTargets, 0);
+  if (range.count > 0) {
+    const PlaceVectors targets{nodes_->x + range.begin, nodes_->y + range.begin, nodes_->z + range.begin};
+    guess_ =
+        kernels_->nearest(*neighborhood_, range.end - range.begin, targets, range.count, candidates_.From(range.first),
+                          candidates_.id.data() + range.first, limit_, guess_, squares_.data(), mask_.data());
+  }
+  std::uint64_t* const all = setMask_.data();
+  for (std::size_t w = 0; w < words; ++w) {
+    const std::uint64_t* const own = mask_.data() + w * PlaceCell::kMaxTargets;
+    all[w] = std::accumulate(own, own + PlaceCell::kMaxTargets, std::uint64_t{0}, std::bit_or<>());
+  }
+  *count = std::accumulate(all, all + words, 0, [](int sum, std::uint64_t word) { return sum + std::popcount(word); });
+  return 0;
+}
+
+// Fills a cell with the data that serve one of its targets, ordered by their distance from its middle; of data at one
+// distance the earlier ones come first.
+void PlaceSearch::OrderCell(const Range& range, const double* middle, PlaceCell* cell) noexcept {
+  const auto words = static_cast<std::size_t>(words_);
+  const PlaceVectors places = candidates_.From(range.first);
+  int position[64];
+  double square[64 + kPlacePadding];
+  int n = 0;
+  for (std::size_t w = 0; w < words; ++w) {
+    for (std::uint64_t rest = setMask_[w]; rest != 0; rest &= rest - 1) {
+      const int p = static_cast<int>(64 * w) + std::countr_zero(rest);
+      square[n] =
+          neighborhood_->metric.Square(places.x[p] - middle[0], places.y[p] - middle[1], places.z[p] - middle[2]);
+      position[n++] = p;
+    }
+  }
+  int rank[64];
+  kernels_->rank(n, square, rank);
+  const auto datumAt = [&](int i) { return candidates_.id[range.first + static_cast<std::size_t>(position[i])]; };
+  int order[64];
+  for (int i = 0; i < n; ++i) order[rank[i]] = i;
+  for (int r = 1; r < n; ++r) {
+    for (int k = r; k > 0 && square[order[k]] == square[order[k - 1]] && datumAt(order[k]) < datumAt(order[k - 1]);
+         --k) {
+      std::swap(order[k], order[k - 1]);
+      std::swap(rank[order[k]], rank[order[k - 1]]);
+    }
+  }
+  for (int r = 0; r < n; ++r) {
+    const int p = position[order[r]];
+    cellPlaces_[0][r] = places.x[p];
+    cellPlaces_[1][r] = places.y[p];
+    cellPlaces_[2][r] = places.z[p];
+    cellDatum_[r] = datumAt(order[r]);
+  }
+  kernels_->reorder(n, position, rank, mask_.data(), cellMember_);
+  *cell = {range.begin, range.end - range.begin, n, {cellPlaces_[0], cellPlaces_[1], cellPlaces_[2]}, cellDatum_,
+           cellMember_};
 }
 
 // Finds the masks of the targets of a range.

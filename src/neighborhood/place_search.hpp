@@ -21,6 +21,7 @@ struct PlaceNodes {
   double y[kMax + kPlacePadding];
   double z[kMax + kPlacePadding];
   std::int64_t target[kMax];  // their numbers
+  int place[kMax];            // where they are in their tile
 };
 
 // Where to krige: at the nodes of a window of a grid, or at the places of a list.
@@ -45,19 +46,29 @@ class PlaceTiles {
  public:
   // `targets` must outlive the tiles. `scale` is the length of a unit along each axis, in the metric of the search.
   // No more than `most` targets come in a tile. Returns 0, the status of a failed allocation, or kAborted.
-  [[nodiscard]] int Prepare(const PlaceTargets& targets, const double* scale, int most, const Dealing& dealing,
-                            const Progress& progress) noexcept;
+  //   inCells   whether tiles of a window are made of cells: those targets whose places in the tile agree but for the last
+  //             kCellBits bits. Cells are the same for all windows of a grid, and all sizes of tiles that hold one.
+  [[nodiscard]] int Prepare(const PlaceTargets& targets, const double* scale, int most, bool inCells,
+                            const Dealing& dealing, const Progress& progress) noexcept;
+
+  static constexpr int kCellBits = 4;
 
   std::int64_t count() const noexcept { return count_; }
   // Fills `nodes` with the targets of a tile that are not left out, maybe none. Returns the number of those that are.
   int Fill(std::int64_t tile, PlaceNodes* nodes) const noexcept;
+  // The middle of the cell around a place in a tile, whichever of its targets there are.
+  void FindMiddleOfCell(std::int64_t tile, int place, double* middle) const noexcept;
 
  private:
+  void FindCorner(std::int64_t tile, int* corner) const noexcept;
+  double NodeAlong(int axis, int at) const noexcept;
+
   PlaceTargets targets_;
   int bits_ = 0;                              // of a target's number in a tile
   std::uint16_t place_[PlaceNodes::kMax][3];  // for a window: in a tile
   std::int64_t tilesAlong_[3];                // for a window
   int tileExtent_[3];
+  int begin_[3];  // of the first tile, counted from the window's first node
   std::int64_t count_ = 0;
   Buffer<NumberedPlace> order_;  // for a list
 };
@@ -81,6 +92,19 @@ struct PlaceSets {
   int Members(int set, int* positions) const noexcept;
 };
 
+// A cell of targets, or a part of one, and the data that serve them, those nearest to the middle of the whole cell first.
+struct PlaceCell {
+  // The most data of a target, of which a cell has candidates enough for all its targets.
+  static constexpr int kMaxMembers = 32;
+  static constexpr int kMaxTargets = 1 << PlaceTiles::kCellBits;
+
+  int begin, count;  // targets of the tile
+  int ncandidate;    // each serves at least one of them; no more than 64
+  PlaceVectors candidates;
+  const int* datum;             // their numbers
+  const std::uint64_t* member;  // of each target: bits of the candidates that serve it
+};
+
 // Finds the data that serve each target of a tile; one for each thread.
 //
 // A box of targets has few candidates: with U the k-th least of the data's greatest distances to places in the box, a
@@ -91,12 +115,17 @@ class PlaceSearch {
  public:
   // Sets out to search for the targets of a tile, at least 1. All arguments must outlive the search. Returns 0 or the
   // status of a failed allocation.
+  //   inCells   whether NextCell follows, else Next does
   [[nodiscard]] int Begin(const PlaceIndex& index, const PlaceNeighborhood& neighborhood, const PlaceNodes& nodes,
-                          SimdLevel level = BestSimdLevel()) noexcept;
+                          bool inCells, SimdLevel level = BestSimdLevel()) noexcept;
 
   // The sets of further targets of the tile; they are valid until the next call. *sets has no set once all targets have
   // been served. Returns 0 or the status of a failed allocation.
   [[nodiscard]] int Next(PlaceSets* sets) noexcept;
+
+  // The same by cells, for a tile that has some and a limit of PlaceCell::kMaxMembers at most: the order of a target's
+  // data depends on nothing but the target. cell->count is 0 once all targets have been served.
+  [[nodiscard]] int NextCell(const PlaceTiles& tiles, std::int64_t tile, PlaceCell* cell) noexcept;
 
  private:
   struct Range {
@@ -124,6 +153,8 @@ class PlaceSearch {
   PlaceCounts Pick(int count, double most, double surely) noexcept;
   double GreatestOfNearest(int count, int need) noexcept;
   [[nodiscard]] int Narrow(const Range& range, int* kept, bool* few) noexcept;
+  [[nodiscard]] int SelectOfCell(const Range& range, int* count) noexcept;
+  void OrderCell(const Range& range, const double* middle, PlaceCell* cell) noexcept;
   [[nodiscard]] int DecideAll(const Range& range) noexcept;
   [[nodiscard]] int Decide(int begin, int end, std::size_t first, int count, int need, int depth) noexcept;
   void SelectTogether(int begin, int end, std::size_t first, int count, int need, int depth) noexcept;
@@ -135,7 +166,7 @@ class PlaceSearch {
   const PlaceNodes* nodes_ = nullptr;
   const PlaceKernels* kernels_ = nullptr;
   PlaceIndex::Scratch scratch_;
-  Range ranges_[16];
+  Range ranges_[24];
   int nrange_ = 0;
   int limit_ = 0;                    // the most data of a target
   Room candidates_;                  // of the ranges; their numbers
@@ -157,6 +188,13 @@ class PlaceSearch {
   int setOf_[PlaceNodes::kMax];
   int start_[PlaceNodes::kMax + 1];
   int member_[PlaceNodes::kMax];
+
+  // Of a cell.
+  Buffer<double> squares_;
+  double guess_ = 0.0;  // of the square of a distance that `limit_` data are within
+  std::uint64_t cellMember_[PlaceCell::kMaxTargets];
+  double cellPlaces_[3][64 + kPlacePadding];
+  int cellDatum_[64];
 };
 
 }  // namespace kestrum

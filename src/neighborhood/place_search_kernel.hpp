@@ -257,3 +257,165 @@ KESTRUM_KERNEL_TARGET PlaceCounts Pick(int n, const PlaceBounds& bounds, int* pi
 #endif
   return counts;
 }
+
+// A bit for each element that is at most, or below, a bound.
+KESTRUM_KERNEL_INLINE std::uint64_t BitsAtMost(Vector x, Vector bound) {
+#if KESTRUM_KERNEL_BYTES == 64
+  return _mm512_cmp_pd_mask((__m512d)x, (__m512d)bound, _CMP_LE_OQ);
+#elif KESTRUM_KERNEL_BYTES == 32
+  return static_cast<unsigned>(_mm256_movemask_pd((__m256d)(x <= bound)));
+#else
+  const Integers comparison = x <= bound;
+  return static_cast<std::uint64_t>((comparison[0] & 1) | (comparison[1] & 2));
+#endif
+}
+
+// Marks those of 64 values that are at most a limit.
+KESTRUM_KERNEL_INLINE std::uint64_t MarkAtMost(const double* values, double limit) {
+  const Vector bound = Broadcast<Vector>(limit);
+  std::uint64_t parts[4] = {};
+#pragma GCC unroll 8
+  for (int i = 0; i < 64; i += kWidth) {
+    parts[i / kWidth % 4] |= BitsAtMost(Load<Vector>(values + i), bound) << i;
+  }
+  return (parts[0] | parts[1]) | (parts[2] | parts[3]);
+}
+
+// The words of a target lie kMaxSelected apart.
+KESTRUM_KERNEL_INLINE int MarkWordsAtMost(int words, const double* values, double limit, std::uint64_t* bits) {
+  int count = 0;
+  for (int w = 0; w < words; ++w) {
+    const std::uint64_t word = MarkAtMost(values + 64 * w, limit);
+    bits[w * kMaxSelected] = word;
+    count += __builtin_popcountll(word);
+  }
+  return count;
+}
+
+// Squared distances of n data from a target in whole words; infinite for those outside the ellipsoid, and beyond the last.
+KESTRUM_KERNEL_INLINE void FindSquares(const PlaceNeighborhood& neighborhood, double x, double y, double z, int n,
+                                       const PlaceVectors& data, double* squares) {
+  const PlaceMetric metric = neighborhood.metric;
+  const PlaceMetric ellipsoid = neighborhood.ellipsoid;
+  const Vector infinite = Broadcast<Vector>(__builtin_inf());
+  for (int i = 0; i < n; i += kWidth) {
+    const Vector dx = Load<Vector>(data.x + i) - x;
+    const Vector dy = Load<Vector>(data.y + i) - y;
+    const Vector dz = Load<Vector>(data.z + i) - z;
+    Vector square = Square(metric, dx, dy, dz);
+    if (neighborhood.bounded) {
+      const Vector inEllipsoid = Square(ellipsoid, dx, dy, dz);
+      square = inEllipsoid <= Broadcast<Vector>(neighborhood.squaredRadius) ? square : infinite;
+    }
+    Store(squares + i, square);
+  }
+  for (int i = n; i < (n + 63) / 64 * 64; i += kWidth) Store(squares + i, infinite);
+}
+
+// Marks the `need` nearest of n data, of which those that are marked are some, one by one.
+KESTRUM_KERNEL_TARGET void MarkOneByOne(int n, const double* squares, const int* datum, int need, std::uint64_t* mask) {
+  const auto word = [&](int i) KESTRUM_KERNEL_TARGET -> std::uint64_t& { return mask[i / 64 * kMaxSelected]; };
+  int count = 0;
+  for (int i = 0; i < n; i += 64) count += __builtin_popcountll(word(i));
+  for (; count < need; ++count) {
+    int nearest = -1;
+    for (int i = 0; i < n; ++i) {
+      if ((word(i) >> i % 64 & 1) != 0) continue;
+      const bool earlier = nearest >= 0 && squares[i] == squares[nearest] && datum[i] < datum[nearest];
+      if (nearest < 0 || squares[i] < squares[nearest] || earlier) nearest = i;
+    }
+    word(nearest) |= std::uint64_t{1} << nearest % 64;
+  }
+}
+
+// Finds a limit for each target that `need` of n values are within by guessing, as if values between two limits were spread
+// evenly. All targets guess in turn, so that none waits for its own last count.
+KESTRUM_KERNEL_TARGET double Nearest(const PlaceNeighborhood& neighborhood, int ntarget, const PlaceVectors& targets,
+                                     int n, const PlaceVectors& data, const int* datum, int need, double guess,
+                                     double* squares, std::uint64_t* masks) noexcept {
+  const int words = (n + 63) / 64;
+  const int step = 64 * words;
+  unsigned open = 0;
+  for (int t = 0; t < ntarget; ++t) {
+    double* const own = squares + t * step;
+    FindSquares(neighborhood, targets.x[t], targets.y[t], targets.z[t], n, data, own);
+    const bool few = n <= need || neighborhood.bounded;
+    const bool closed = few && MarkWordsAtMost(words, own, __DBL_MAX__, masks + t) <= need;
+    open |= (closed ? 0U : 1U) << t;
+  }
+  if (!(guess > 0.0)) guess = squares[0] > 0.0 && squares[0] < __DBL_MAX__ ? squares[0] : 1.0;
+  double at[kMaxSelected];
+  double count[kMaxSelected];
+  double low[kMaxSelected];
+  double high[kMaxSelected];
+  double lowCount[kMaxSelected];
+  double highCount[kMaxSelected];
+  for (int t = 0; t < kMaxSelected; ++t) {
+    at[t] = guess;
+    low[t] = -1.0;
+    high[t] = __DBL_MAX__;
+    lowCount[t] = count[t] = 0.0;
+    highCount[t] = n;
+  }
+  constexpr int kMaxGuesses = 8;
+  for (int guesses = 0; guesses < kMaxGuesses && open != 0; ++guesses) {
+    for (unsigned rest = open; rest != 0; rest &= rest - 1) {
+      const int t = __builtin_ctz(rest);
+      const int found = MarkWordsAtMost(words, squares + t * step, at[t], masks + t);
+      count[t] = found;
+      open &= ~((found == need ? 1U : 0U) << t);
+    }
+    for (int t = 0; t < ntarget; t += kWidth) {
+      const Vector own = Load<Vector>(at + t);
+      const Vector counted = Load<Vector>(count + t);
+      const auto below = counted < Broadcast<Vector>(need);
+      const Vector from = below ? own : Load<Vector>(low + t);
+      const Vector to = below ? Load<Vector>(high + t) : own;
+      const Vector fromCount = below ? counted : Load<Vector>(lowCount + t);
+      const Vector toCount = below ? Load<Vector>(highCount + t) : counted;
+      Store(low + t, from);
+      Store(high + t, to);
+      Store(lowCount + t, fromCount);
+      Store(highCount + t, toCount);
+      const Vector least = Larger(from, Vector{});
+      const Vector between = least + (need + 0.5 - fromCount) / (toCount + 1.0 - fromCount) * (to - least);
+      const Vector beyond = own * ((need + 0.5) / (counted + 0.5));
+      Store(at + t, to == Broadcast<Vector>(__DBL_MAX__) ? beyond : between);
+    }
+  }
+  // What is left lies close together, or at one distance.
+  for (; open != 0; open &= open - 1) {
+    const int t = __builtin_ctz(open);
+    MarkWordsAtMost(words, squares + t * step, low[t], masks + t);
+    MarkOneByOne(n, squares + t * step, datum, need, masks + t);
+  }
+  return at[0];
+}
+
+KESTRUM_KERNEL_TARGET void Rank(int n, double* values, int* rank) noexcept {
+  Store(values + n, Broadcast<Vector>(__builtin_inf()));
+  for (int i = 0; i < n; ++i) {
+    const Vector own = Broadcast<Vector>(values[i]);
+    std::uint64_t before = 0;
+    for (int j = 0; j < n; j += kWidth) {
+      const Vector other = Load<Vector>(values + j);
+      // Of equal values the earlier ones; none is before itself.
+      const std::uint64_t later = BitsAtMost(own, other) << j;
+      before |= BitsAtMost(other, own) << j & ~(later & ~std::uint64_t{0} << i);
+    }
+    rank[i] = __builtin_popcountll(before);
+  }
+}
+
+KESTRUM_KERNEL_TARGET void Reorder(int n, const int* position, const int* rank, const std::uint64_t* masks,
+                                   std::uint64_t* reordered) noexcept {
+  for (int t = 0; t < kMaxSelected; t += kWidth) {
+    Integers sum = Integers{};
+    for (int i = 0; i < n; ++i) {
+      const Integers bit = Integers{} + static_cast<long long>(std::uint64_t{1} << position[i] % 64);
+      const Integers own = *(const IntegersInMemory*)(masks + position[i] / 64 * kMaxSelected + t);
+      sum |= ((own & bit) != 0) & (Integers{} + static_cast<long long>(std::uint64_t{1} << rank[i]));
+    }
+    *(IntegersInMemory*)(reordered + t) = sum;
+  }
+}

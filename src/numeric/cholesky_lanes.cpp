@@ -17,8 +17,8 @@ const double* InversePivot(const double* factor, int i) { return factor + RowSta
 
 namespace kestrum {
 
-LanesOutcome FactoriseLanes(int n, int q, double* a, double* work, SimdLevel level) noexcept {
-  return KESTRUM_KERNEL_AT(level, Factorise)(n, q, a, work);
+LanesOutcome FactoriseLanes(int n, int q, const double* diagonal, double* a, double* work, SimdLevel level) noexcept {
+  return KESTRUM_KERNEL_AT(level, Factorise)(n, q, diagonal, a, work);
 }
 
 void PrepareLanes(int size, const double* factor, double* x, SimdLevel level) noexcept {

@@ -29,20 +29,23 @@ struct LanesOutcome {
 };
 
 // Factorises systems of n data, 0 or more, and q drift columns.
-//   a      in: the matrices, of n + q rows; the q x q corner of the drift is not read. out: the factors, with the inverse
-//          pivots on the diagonal
-//   work   4 * (n + q) * kLanes numbers
-LanesOutcome FactoriseLanes(int n, int q, double* a, double* work, SimdLevel level = BestSimdLevel()) noexcept;
+//   diagonal   null for whole systems. For what is left of systems once some data have been eliminated
+//              (numeric/cholesky_head.hpp): the variances of the n data that are left, as before
+//   a          in: the matrices, of n + q rows; the q x q corner of the drift is read only of what is left. out: the factors,
+//              with the inverse pivots on the diagonal
+//   work       4 * (n + q) * kLanes numbers
+LanesOutcome FactoriseLanes(int n, int q, const double* diagonal, double* a, double* work,
+                            SimdLevel level = BestSimdLevel()) noexcept;
 
 // x = D^-1 L^-1 x, for x of n + q elements, interleaved: with the data's values, and zeros for the drift, what
 // KrigeLanes needs of them.
 void PrepareLanes(int size, const double* factor, double* x, SimdLevel level = BestSimdLevel()) noexcept;
 
-// Estimates and explained parts of nround targets for each system of `size` = n + q rows.
+// Adds to the estimates and explained parts of nround targets for each system of `size` = n + q rows.
 //   values      as from PrepareLanes; null if no estimates are wanted
 //   b           in: the right sides, element i of round r at b[(r*size + i)*kLanes + lane]; out: L^-1 b
-//   estimate    out: nround*kLanes numbers; not written if values is null
-//   explained   out: nround*kLanes numbers
+//   estimate    in/out: nround*kLanes numbers; not read if values is null
+//   explained   in/out: nround*kLanes numbers
 void KrigeLanes(int size, const double* factor, const double* values, int nround, double* b, double* estimate,
                 double* explained, SimdLevel level = BestSimdLevel()) noexcept;
 

@@ -8,10 +8,6 @@ constexpr int kParts = kLanes / kWidth;
 // Columns that are summed side by side, for up to four rows: as many as the registers hold.
 constexpr int kTileColumns = kVectorBytes == 64 ? 4 : 2;
 
-// A pivot this small, relative to its diagonal element, may be nothing but rounding. The same for every size: a system
-// fares alike whatever the sizes of the others.
-constexpr double kRounding = 128 * 2.220446049250313e-16;
-
 // Elements [column, column + kColumns) of kRows rows, of which those before are done.
 template <int kRows, int kColumns>
 KESTRUM_KERNEL_INLINE void SolveTile(const double* factor, int column, double* v, std::ptrdiff_t step) {
@@ -67,8 +63,8 @@ KESTRUM_KERNEL_INLINE void SolveRows(const double* factor, int columns, double* 
 
 // The tile of rows [first, first + kRows) on the diagonal, from v, those rows before their division by the pivots.
 template <int kRows>
-KESTRUM_KERNEL_INLINE void FactoriseDiagonal(int n, int first, const double* v, std::ptrdiff_t step, double* a,
-                                             LanesOutcome* outcome) {
+KESTRUM_KERNEL_INLINE void FactoriseDiagonal(int n, int first, const double* v, std::ptrdiff_t step,
+                                             const double* diagonal, double* a, LanesOutcome* outcome) {
   double* rows[kRows];
 #pragma GCC unroll 4
   for (int r = 0; r < kRows; ++r) rows[r] = a + RowStart(first + r);
@@ -80,9 +76,11 @@ KESTRUM_KERNEL_INLINE void FactoriseDiagonal(int n, int first, const double* v, 
     for (int r = 0; r < kRows; ++r) {
 #pragma GCC unroll 4
       for (int c = 0; c <= r; ++c) {
-        sums[r][c] = first + c < n ? Load<Vector>(rows[r] + (first + c) * kLanes + offset) : Vector{};
+        const bool given = first + c < n || diagonal != nullptr;
+        sums[r][c] = given ? Load<Vector>(rows[r] + (first + c) * kLanes + offset) : Vector{};
       }
-      whole[r] = sums[r][r];
+      const bool begun = first + r < n && diagonal != nullptr;
+      whole[r] = begun ? Load<Vector>(diagonal + (first + r) * kLanes + offset) : sums[r][r];
     }
     const auto completeDriftRows = [&]() KESTRUM_KERNEL_TARGET __attribute__((always_inline)) {
 #pragma GCC unroll 4
@@ -111,7 +109,7 @@ KESTRUM_KERNEL_INLINE void FactoriseDiagonal(int n, int first, const double* v, 
       const bool drift = first + c >= n;
       const Vector pivot = sums[c][c];
       const Vector extent = drift ? -pivot : pivot;
-      const Vector rounding = kRounding * (drift ? -whole[c] : whole[c]);
+      const Vector rounding = kLanesRounding * (drift ? -whole[c] : whole[c]);
       const Integers sound = extent > rounding;
       const Integers slight = extent >= kIndefinitePivot * whole[c];
       const Vector inverse = sound ? Broadcast<Vector>(1.0) / pivot : Vector{};
@@ -135,7 +133,8 @@ KESTRUM_KERNEL_INLINE void FactoriseDiagonal(int n, int first, const double* v, 
 
 // Rows [first, first + kRows) of the factor.
 template <int kRows>
-KESTRUM_KERNEL_TARGET void FactoriseRows(int n, int size, int first, double* a, double* work, LanesOutcome* outcome) {
+KESTRUM_KERNEL_TARGET void FactoriseRows(int n, int size, int first, const double* diagonal, double* a, double* work,
+                                         LanesOutcome* outcome) {
   const std::ptrdiff_t step = std::ptrdiff_t{size} * kLanes;
   for (int r = 0; r < kRows; ++r) {
     const double* const row = a + RowStart(first + r);
@@ -144,17 +143,17 @@ KESTRUM_KERNEL_TARGET void FactoriseRows(int n, int size, int first, double* a, 
     }
   }
   SolveRows<kRows>(a, first, work, step);
-  FactoriseDiagonal<kRows>(n, first, work, step, a, outcome);
+  FactoriseDiagonal<kRows>(n, first, work, step, diagonal, a, outcome);
 }
 
-KESTRUM_KERNEL_TARGET LanesOutcome Factorise(int n, int q, double* a, double* work) noexcept {
+KESTRUM_KERNEL_TARGET LanesOutcome Factorise(int n, int q, const double* diagonal, double* a, double* work) noexcept {
   const int size = n + q;
   LanesOutcome outcome;
   int first = 0;
-  for (; first + 4 <= size; first += 4) FactoriseRows<4>(n, size, first, a, work, &outcome);
-  if (size - first == 3) FactoriseRows<3>(n, size, first, a, work, &outcome);
-  if (size - first == 2) FactoriseRows<2>(n, size, first, a, work, &outcome);
-  if (size - first == 1) FactoriseRows<1>(n, size, first, a, work, &outcome);
+  for (; first + 4 <= size; first += 4) FactoriseRows<4>(n, size, first, diagonal, a, work, &outcome);
+  if (size - first == 3) FactoriseRows<3>(n, size, first, diagonal, a, work, &outcome);
+  if (size - first == 2) FactoriseRows<2>(n, size, first, diagonal, a, work, &outcome);
+  if (size - first == 1) FactoriseRows<1>(n, size, first, diagonal, a, work, &outcome);
   return outcome;
 }
 
@@ -168,20 +167,21 @@ KESTRUM_KERNEL_TARGET void SolveForward(int size, const double* factor, int nrou
   if (nround - r == 1) SolveRows<1>(factor, size, x + r * step, step);
 }
 
-// For each right side y: the sum of y times values, if there are values, and of y squared times the inverse pivots.
+// Adds for each right side y the sum of y times values, if there are values, and of y squared times the inverse pivots.
 KESTRUM_KERNEL_TARGET void SumProducts(int size, const double* factor, const double* values, int nround,
                                        const double* y, double* estimate, double* explained) noexcept {
   for (int round = 0; round < nround; ++round) {
     for (int offset = 0; offset < kLanes; offset += kWidth) {
-      Vector sum = Vector{};
-      Vector square = Vector{};
+      const std::ptrdiff_t at = round * kLanes + offset;
+      Vector sum = values != nullptr ? Load<Vector>(estimate + at) : Vector{};
+      Vector square = Load<Vector>(explained + at);
       for (int i = 0; i < size; ++i) {
         const Vector element = Load<Vector>(y + i * kLanes + offset);
         if (values != nullptr) sum = sum + element * Load<Vector>(values + i * kLanes + offset);
         square = square + element * Load<Vector>(factor + RowStart(i) + i * kLanes + offset) * element;
       }
-      if (values != nullptr) Store(estimate + round * kLanes + offset, sum);
-      Store(explained + round * kLanes + offset, square);
+      if (values != nullptr) Store(estimate + at, sum);
+      Store(explained + at, square);
     }
     y += size * kLanes;
   }

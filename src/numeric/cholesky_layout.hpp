@@ -23,6 +23,9 @@ constexpr std::ptrdiff_t InversePivotsStart(std::ptrdiff_t size) noexcept { retu
 
 // A pivot this small, relative to its diagonal element, may be nothing but rounding.
 constexpr double PivotRounding(int size) noexcept { return 4.0 * size * std::numeric_limits<double>::epsilon(); }
+// The same of systems that are solved side by side, or begin alike: whatever their sizes, so that one fares alike beside any
+// others.
+constexpr double kLanesRounding = 128 * std::numeric_limits<double>::epsilon();
 // A pivot this far below zero, relative to its diagonal element, is more than rounding. Each pivot p near PivotRounding that
 // was eliminated before it may have put an error of rounding / sqrt(p) into it, some 1e-9, and there can be hundreds.
 constexpr double kIndefinitePivot = -1e-6;

@@ -21,7 +21,7 @@ double Pow(double x, double y) noexcept;
 double SinPi(double x) noexcept;
 double CosPi(double x) noexcept;
 
-enum class Elementary { kExp, kExpMinusOne, kLog, kPow, kSinPi, kCosPi };
+enum class Elementary { kExp, kExpMinusOne, kLog, kPow, kSinPi, kCosPi, kSquareRoot };
 
 // Replaces n numbers by their values; y is the exponent of kPow.
 void Evaluate(Elementary function, int n, double* x, double y = 0.0, SimdLevel level = BestSimdLevel()) noexcept;

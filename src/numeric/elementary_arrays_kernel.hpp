@@ -17,6 +17,8 @@ KESTRUM_KERNEL_INLINE Vector ValueOf(Vector x, double y) {
       return SinPi(x);
     case Elementary::kCosPi:
       return SinPi(x, 1);
+    case Elementary::kSquareRoot:
+      return SquareRoot(x);
   }
 }
 
@@ -45,5 +47,7 @@ KESTRUM_KERNEL_TARGET void ReplaceAll(Elementary function, int n, double* x, dou
       return Replace<Elementary::kSinPi>(n, x, y);
     case Elementary::kCosPi:
       return Replace<Elementary::kCosPi>(n, x, y);
+    case Elementary::kSquareRoot:
+      return Replace<Elementary::kSquareRoot>(n, x, y);
   }
 }

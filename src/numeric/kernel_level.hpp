@@ -53,10 +53,31 @@ KESTRUM_KERNEL_INLINE V Shuffle(V a, V b) {
 #endif
 }
 
+// The square root, rounded once. With AVX-512 an estimate to 14 bits is made better twice, which takes a third of the
+// time of the instruction, and corrected by its residual, which is exact (P. Markstein, Computation of elementary functions on
+// the IBM RISC System/6000 processor, IBM J. Res. Dev. 34, 1990). The correction errs by 2^-51 of a last place at most; a
+// root is that near to a midpoint of two numbers only if the midpoint's square differs from x by fewer than 64 units of
+// its last place, and the test covers all such x.
 KESTRUM_KERNEL_INLINE Vector SquareRoot(Vector x) {
 #if KESTRUM_KERNEL_BYTES == 64
-  // Unmasked, this intrinsic reads a variable that is not set.
-  return (Vector)_mm512_maskz_sqrt_pd(0xff, (__m512d)x);
+  constexpr double kLeast = 0x1p-900;
+  constexpr double kMost = 0x1p1000;
+  const __mmask8 other = _mm512_cmp_pd_mask((__m512d)x, _mm512_setzero_pd(), _CMP_NEQ_UQ);
+  const unsigned outside = (other & _mm512_cmp_pd_mask((__m512d)x, _mm512_set1_pd(kLeast), _CMP_NGE_UQ)) |
+                           _mm512_cmp_pd_mask((__m512d)x, _mm512_set1_pd(kMost), _CMP_NLE_UQ);
+  // Unmasked, these intrinsics read a variable that is not set.
+  if (__builtin_expect(outside != 0, 0)) return (Vector)_mm512_maskz_sqrt_pd(0xff, (__m512d)x);
+  const __m512d half = _mm512_set1_pd(0.5);
+  const __m512d inverse = _mm512_maskz_rsqrt14_pd(0xff, (__m512d)x);
+  __m512d root = _mm512_mul_pd((__m512d)x, inverse);
+  __m512d halfInverse = _mm512_mul_pd(half, inverse);
+  for (int step = 0; step < 2; ++step) {
+    const __m512d error = _mm512_fnmadd_pd(root, halfInverse, half);
+    root = _mm512_fmadd_pd(root, error, root);
+    halfInverse = _mm512_fmadd_pd(halfInverse, error, halfInverse);
+  }
+  const __m512d residual = _mm512_fnmadd_pd(root, root, (__m512d)x);
+  return (Vector)_mm512_mask_mov_pd((__m512d)x, other, _mm512_fmadd_pd(residual, halfInverse, root));
 #elif KESTRUM_KERNEL_BYTES == 32
   return (Vector)_mm256_sqrt_pd((__m256d)x);
 #elif KESTRUM_KERNEL_BYTES == 16 && defined(__x86_64__)

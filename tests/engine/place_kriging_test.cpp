@@ -45,12 +45,13 @@ PlaceProblem MakeProblem(int dimension, bool turned, int n = 60) {
   return problem;
 }
 
-void ExpectSolved(const PlaceProblem& problem, const PlaceOutcome& outcome, double tolerance = 1e-11) {
+// Checks each `step`th target.
+void ExpectSolved(const PlaceProblem& problem, const PlaceOutcome& outcome, double tolerance = 1e-11, int step = 1) {
   ASSERT_EQ(outcome.status, 0);
   ASSERT_EQ(outcome.problem.refusal, PlaceRefusal::kNone);
   const PlaceOracle oracle(problem);
   const std::size_t nweight = outcome.weights.size() / problem.ntarget();
-  for (int t = 0; t < problem.ntarget(); ++t) {
+  for (int t = 0; t < problem.ntarget(); t += step) {
     SCOPED_TRACE("target " + std::to_string(t));
     const auto solution = oracle.Solve(t);
     EXPECT_NEAR(outcome.estimate[t], static_cast<double>(solution.estimate), 40.0 * tolerance);
@@ -228,6 +229,41 @@ INSTANTIATE_TEST_SUITE_P(All, PlaceKrigingKinds,
                                   (std::get<1>(tested.param) == 2 ? "Plane" : "Space") +
                                   (std::get<2>(tested.param) ? "Turned" : "");
                          });
+
+// Where data are dense, targets come in cells that begin their systems together. Which of them there are makes no
+// difference, nor where tiles and threads part them.
+TEST_P(PlaceKrigingKinds, SolvesCellsOfTargets) {
+  const auto& [kind, dimension, turned] = GetParam();
+  PlaceProblem problem = MakeProblem(dimension, turned, 10000);
+  problem.options.neighbors = 20;
+  problem.SetGrid(19, 14, dimension > 2 ? 3 : 1, {0.1, 0.08, 0.4}, {14.0, 9.0, 4.0});
+  kind.change(problem);
+  problem.wantWeights = false;
+  const kestrum::PlaceKrigingOptions& options = problem.options;
+  if (options.degree > 0 || options.ncovariate > 0 || options.neighbors == 0 || options.neighbors > 32) return;
+  if (!problem.targetMeans.empty()) problem.targetMeans.resize(problem.ntarget(), 7.0);
+  if (!problem.means.empty()) problem.means.resize(problem.n(), 7.0);
+  const PlaceOutcome whole = problem.Krige();
+  ExpectSolved(problem, whole, 1e-11, 13);
+  EXPECT_TRUE(SameBits(problem.Krige(Dealing::Threads(3)), whole));
+  for (const SimdLevel level : {SimdLevel::kBaseline, SimdLevel::kAvx2}) {
+    if (level > kestrum::BestSimdLevel()) continue;
+    EXPECT_TRUE(SameBits(problem.Krige(Dealing::Serial(), true, nullptr, nullptr, nullptr, level), whole));
+  }
+  const int window[6] = {3, 2, 0, 11, 7, 1};
+  PlaceProblem masked = problem;
+  if (!problem.targetMeans.empty()) return;
+  for (int t = 0; t < 77; ++t) masked.mask.push_back(t % 3 != 1);
+  const PlaceOutcome part =
+      masked.Krige(Dealing::Serial(), true, nullptr, nullptr, nullptr, kestrum::BestSimdLevel(), window);
+  for (int t = 0; t < 77; ++t) {
+    if (t % 3 == 1) continue;
+    const int node = 3 + t % 11 + 19 * (2 + t / 11);
+    EXPECT_EQ(part.estimate[t], whole.estimate[node]);
+    EXPECT_EQ(part.variance[t], whole.variance[node]);
+    EXPECT_EQ(part.ndata[t], whole.ndata[node]);
+  }
+}
 
 // More data of a target than the systems that are solved side by side take.
 TEST(PlaceKriging, SolvesLargeSystems) {

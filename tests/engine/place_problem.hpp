@@ -39,6 +39,7 @@ struct PlaceProblem {
   std::vector<Triple> list;  // if there is no grid
   std::vector<unsigned char> mask;
   std::vector<double> targetMeans, targetCovariates;
+  bool wantWeights = true;  // where variances are
 
   int n() const { return static_cast<int>(places.size()); }
 
@@ -113,13 +114,13 @@ struct PlaceProblem {
     outcome.estimate.assign(count, -1.0);
     outcome.variance.assign(count, -1.0);
     outcome.ndata.assign(count, -1);
-    outcome.weights.assign(wantVariance ? count * nweight : 0, -1.0);
+    outcome.weights.assign(wantVariance && wantWeights ? count * nweight : 0, -1.0);
     outcome.weightData.assign(outcome.weights.size(), -2);
-    const bool wantWeights = !outcome.weights.empty();
+    const bool weighed = !outcome.weights.empty();
     outcome.status = kriging.Krige(
         targets,
         {outcome.estimate.data(), wantVariance ? outcome.variance.data() : nullptr, outcome.ndata.data(), nweight,
-         wantWeights ? outcome.weights.data() : nullptr, wantWeights ? outcome.weightData.data() : nullptr},
+         weighed ? outcome.weights.data() : nullptr, weighed ? outcome.weightData.data() : nullptr},
         dealing, progress, &outcome.report, &outcome.problem, level);
     return outcome;
   }

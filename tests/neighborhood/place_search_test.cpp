@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <map>
 #include <random>
@@ -19,6 +20,7 @@ using kestrum::PlaceMetric;
 using kestrum::PlaceNeighborhood;
 using kestrum::PlaceNodes;
 using kestrum::PlaceTargets;
+using kestrum::PlaceTiles;
 using kestrum::SimdLevel;
 
 struct Places {
@@ -84,7 +86,7 @@ std::map<std::int64_t, Served> Search(const Places& data, const PlaceNeighborhoo
   kestrum::PlaceIndex index;
   EXPECT_EQ(index.Build(data.size(), data.vectors(), scale, kestrum::Dealing::Threads(2), kQuiet), 0);
   kestrum::PlaceTiles tiles;
-  EXPECT_EQ(tiles.Prepare(targets, scale, most, kestrum::Dealing::Serial(), kQuiet), 0);
+  EXPECT_EQ(tiles.Prepare(targets, scale, most, false, kestrum::Dealing::Serial(), kQuiet), 0);
   std::map<std::int64_t, Served> all;
   PlaceNodes nodes;
   kestrum::PlaceSearch search;
@@ -92,7 +94,7 @@ std::map<std::int64_t, Served> Search(const Places& data, const PlaceNeighborhoo
     tiles.Fill(tile, &nodes);
     if (nodes.count == 0) continue;
     EXPECT_LE(nodes.count, most);
-    EXPECT_EQ(search.Begin(index, neighborhood, nodes, level), 0);
+    EXPECT_EQ(search.Begin(index, neighborhood, nodes, false, level), 0);
     std::set<std::vector<int>> sets;
     for (;;) {
       kestrum::PlaceSets found;
@@ -115,6 +117,55 @@ std::map<std::int64_t, Served> Search(const Places& data, const PlaceNeighborhoo
               all.emplace(nodes.target[node], Served{nodes.x[node], nodes.y[node], nodes.z[node], numbers}).second);
         }
       }
+    }
+  }
+  return all;
+}
+
+// The same by cells, whose data must come in the order of their distance from the middle of the cell.
+std::map<std::int64_t, Served> SearchCells(const Places& data, const PlaceNeighborhood& neighborhood,
+                                           const PlaceTargets& targets, int most, SimdLevel level) {
+  const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
+  kestrum::PlaceIndex index;
+  EXPECT_EQ(index.Build(data.size(), data.vectors(), scale, kestrum::Dealing::Threads(2), kQuiet), 0);
+  kestrum::PlaceTiles tiles;
+  EXPECT_EQ(tiles.Prepare(targets, scale, most, true, kestrum::Dealing::Serial(), kQuiet), 0);
+  std::map<std::int64_t, Served> all;
+  PlaceNodes nodes;
+  kestrum::PlaceSearch search;
+  for (std::int64_t tile = 0; tile < tiles.count(); ++tile) {
+    tiles.Fill(tile, &nodes);
+    if (nodes.count == 0) continue;
+    EXPECT_EQ(search.Begin(index, neighborhood, nodes, true, level), 0);
+    for (;;) {
+      kestrum::PlaceCell cell;
+      EXPECT_EQ(search.NextCell(tiles, tile, &cell), 0);
+      if (cell.count == 0) break;
+      double middle[3];
+      tiles.FindMiddleOfCell(tile, nodes.place[cell.begin], middle);
+      std::vector<std::pair<double, int>> order;
+      std::uint64_t served = 0;
+      for (int c = 0; c < cell.ncandidate; ++c) {
+        const auto at = static_cast<std::size_t>(cell.datum[c]);
+        EXPECT_EQ(cell.candidates.x[c], data.x[at]);
+        order.emplace_back(
+            neighborhood.metric.Square(data.x[at] - middle[0], data.y[at] - middle[1], data.z[at] - middle[2]),
+            cell.datum[c]);
+      }
+      EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+      for (int i = 0; i < cell.count; ++i) {
+        const int node = cell.begin + i;
+        EXPECT_EQ(nodes.place[node] >> PlaceTiles::kCellBits, nodes.place[cell.begin] >> PlaceTiles::kCellBits);
+        std::vector<int> numbers;
+        for (int c = 0; c < cell.ncandidate; ++c) {
+          if ((cell.member[i] >> c & 1) != 0) numbers.push_back(cell.datum[c]);
+        }
+        served |= cell.member[i];
+        std::sort(numbers.begin(), numbers.end());
+        EXPECT_TRUE(
+            all.emplace(nodes.target[node], Served{nodes.x[node], nodes.y[node], nodes.z[node], numbers}).second);
+      }
+      EXPECT_EQ(std::popcount(served), cell.ncandidate) << "a candidate that serves none";
     }
   }
   return all;
@@ -158,6 +209,7 @@ TEST_P(PlaceSearchTable, FindsTheNearestOfAll) {
   window.grid.sx = window.grid.sy = 1.0;
   window.grid.sz = 3.0;
   window.grid.ox = window.grid.oy = window.grid.oz = -2.5;
+  std::tie(window.grid.nx, window.grid.ny, window.grid.nz) = std::tuple(40, 24, 4);
   window.dimension = row.dimension;
   std::copy_n(std::array{2, 1, 0}.data(), 3, window.first);
   std::copy_n(std::array{37, 21, row.dimension > 2 ? 3 : 1}.data(), 3, window.extent);
@@ -188,16 +240,18 @@ TEST_P(PlaceSearchTable, FindsTheNearestOfAll) {
     const PlaceTargets& targets;
     int most;
     SimdLevel level;
-  } others[] = {{window, 1024, SimdLevel::kBaseline},
-                {window, 256, SimdLevel::kAvx2},
-                {window, 1, SimdLevel::kAvx2},
-                {places, 1024, SimdLevel::kAvx512},
-                {places, 5, SimdLevel::kAvx512}};
+  } others[] = {{window, 1024, SimdLevel::kBaseline}, {window, 256, SimdLevel::kAvx2},
+                {window, 1, SimdLevel::kAvx2},        {window, 64, SimdLevel::kAvx512},
+                {places, 1024, SimdLevel::kAvx512},   {places, 5, SimdLevel::kAvx512}};
   for (const auto& other : others) {
     if (other.level > kestrum::BestSimdLevel()) continue;
     const auto again = Search(data, neighborhood, other.targets, other.most, other.level);
     EXPECT_EQ(again.size(), served.size());
     for (const auto& [target, own] : again) ASSERT_EQ(own.data, served.at(target).data) << "target " << target;
+    if (other.targets.list != nullptr || row.limit == 0 || row.limit > kestrum::PlaceCell::kMaxMembers) continue;
+    const auto inCells = SearchCells(data, neighborhood, window, std::max(16, other.most), other.level);
+    EXPECT_EQ(inCells.size(), served.size());
+    for (const auto& [target, own] : inCells) ASSERT_EQ(own.data, served.at(target).data) << "target " << target;
   }
 }
 
@@ -280,7 +334,7 @@ TEST(PlaceIndex, AsksWhetherToStop) {
   targets.nlist = 500;
   for (const auto& dealing : {kestrum::Dealing::Serial(), kestrum::Dealing::Threads(2)}) {
     EXPECT_EQ(index.Build(1000, data, scale, dealing, stopped), kestrum::kAborted);
-    EXPECT_EQ(tiles.Prepare(targets, scale, 64, dealing, stopped), kestrum::kAborted);
+    EXPECT_EQ(tiles.Prepare(targets, scale, 64, false, dealing, stopped), kestrum::kAborted);
   }
   EXPECT_EQ(kestrum::FindCoincidentData(1000, data, nullptr, &found, stopped), kestrum::kAborted);
 }

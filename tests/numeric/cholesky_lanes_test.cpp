@@ -58,8 +58,8 @@ struct Batch {
     EXPECT_EQ(values.Allocate(static_cast<std::size_t>(size * kLanes), 0.0), 0);
     EXPECT_EQ(b.Allocate(static_cast<std::size_t>(nround * size * kLanes), 0.0), 0);
     EXPECT_EQ(x.Allocate(b.size()), 0);
-    EXPECT_EQ(estimate.Allocate(static_cast<std::size_t>(nround * kLanes)), 0);
-    EXPECT_EQ(explained.Allocate(estimate.size()), 0);
+    EXPECT_EQ(estimate.Allocate(static_cast<std::size_t>(nround * kLanes), 0.0), 0);
+    EXPECT_EQ(explained.Allocate(estimate.size(), 0.0), 0);
     for (int lane = 0; lane < kLanes; ++lane) {
       const System& system = systems[lane];
       const auto element = [&](int i, int j) -> double& { return factor[(i * (i + 1) / 2 + j) * kLanes + lane]; };
@@ -79,7 +79,7 @@ struct Batch {
         for (int k = 0; k < q; ++k) right[(n + k) * kLanes] = System::Drift(k, tx, ty);
       }
     }
-    outcome = kestrum::FactoriseLanes(n, q, factor.data(), work.data(), level);
+    outcome = kestrum::FactoriseLanes(n, q, nullptr, factor.data(), work.data(), level);
     kestrum::PrepareLanes(size, factor.data(), values.data(), level);
     kestrum::KrigeLanes(size, factor.data(), values.data(), nround, b.data(), estimate.data(), explained.data(), level);
     std::copy_n(b.data(), b.size(), x.data());

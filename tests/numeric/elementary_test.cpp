@@ -43,6 +43,8 @@ long double Reference(Elementary function, long double x, long double y) {
       return SineOfPi(x, 0);
     case Elementary::kCosPi:
       return SineOfPi(x, 1);
+    case Elementary::kSquareRoot:
+      return std::sqrt(x);
   }
   return 0.0L;
 }
@@ -193,6 +195,50 @@ TEST(Elementary, Extremes) {
   EXPECT_DOUBLE_EQ(kestrum::Pow(2.0, 0.5), std::numbers::sqrt2);
   EXPECT_DOUBLE_EQ(kestrum::SinPi(0.25), std::numbers::sqrt2 / 2.0);
   EXPECT_DOUBLE_EQ(kestrum::CosPi(-0.25), std::numbers::sqrt2 / 2.0);
+}
+
+// Square roots of numbers of all sizes, and of all those whose root lies next to a midpoint of two numbers: with x = X 2^s,
+// odd squares M^2 = X 2^(54 + s) + r for small r.
+TEST(Elementary, RoundsSquareRoots) {
+  __extension__ typedef unsigned __int128 Wide;
+  Arguments arguments;
+  std::vector<double> x = {
+      0.0,         -0.0, 1.0, -1.0, std::numeric_limits<double>::denorm_min(), std::numeric_limits<double>::infinity(),
+      std::nan("")};
+  for (int i = 0; i < 50000; ++i) {
+    const double base = arguments.Between(1.0, 4.0);
+    x.push_back(base);
+    x.push_back(std::ldexp(base, i % 2040 - 1060));
+  }
+  const auto plain = x.size();
+  for (const int bits : {54, 55}) {
+    const std::uint64_t mask = (std::uint64_t{1} << bits) - 1;
+    for (long r = -1023; r < 1024; r += 8) {
+      const std::uint64_t remainder = static_cast<std::uint64_t>(r) & mask;
+      std::uint64_t root = 1;
+      for (int bit = 3; bit < bits; ++bit)
+        root += (root * root - remainder) >> bit & 1 ? std::uint64_t{1} << (bit - 1) : 0;
+      for (const std::uint64_t other : {root, 0 - root, root + (mask + 1) / 2, (mask + 1) / 2 - root}) {
+        const std::uint64_t m = other & mask;
+        if (m < std::uint64_t{1} << 53 || m >= std::uint64_t{1} << 54) continue;
+        const auto square = static_cast<Wide>(m) * m - static_cast<Wide>(r);
+        ASSERT_EQ(static_cast<std::uint64_t>(square) & mask, 0);
+        const auto high = static_cast<std::uint64_t>(square >> bits);
+        if (high >> 53 == 0) x.push_back(std::ldexp(static_cast<double>(high), bits - 106));
+      }
+    }
+  }
+  EXPECT_GT(x.size(), plain + 200);
+  for (const kestrum::SimdLevel level : kestrum_test::Levels()) {
+    std::vector<double> roots = x;
+    kestrum::Evaluate(Elementary::kSquareRoot, static_cast<int>(x.size()), roots.data(), 0.0, level);
+    for (std::size_t i = 0; i < x.size(); ++i) {
+      const double expected = std::sqrt(x[i]);
+      ASSERT_TRUE(std::isnan(expected) ? std::isnan(roots[i])
+                                       : roots[i] == expected && std::signbit(roots[i]) == std::signbit(expected))
+          << x[i];
+    }
+  }
 }
 
 }  // namespace
