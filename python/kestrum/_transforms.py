@@ -70,25 +70,16 @@ class NormalScore:
     scores: Floats
     minimum: float
     maximum: float
-    _chances: tuple[float, float]  # probabilities of the least score, and above the greatest one
+    _chances: tuple[float, float]
 
     def __init__(self, values: ArrayLike, weights: ArrayLike | None = None, minimum: float | None = None,
                  maximum: float | None = None) -> None:
         given = _door.finite("values", _door.reals("values", values).reshape(-1))
-        known, group = watched(given.size, lambda: np.unique(given, return_inverse=True))
-        if len(known) < 2:
-            what = f"are all {known[0]:g}" if len(known) else "are none"
-            raise DataError(f"values {what}: normal scores need at least two different ones.")
-        shares = np.bincount(group) if weights is None else np.bincount(group, _weights(weights, given.shape))
-        shares = shares / shares.sum()
-        # The shares below and above, each summed from its own end: so the upper tail is as exact as the lower one.
-        below, above = np.cumsum(shares) - 0.5 * shares, np.cumsum(shares[::-1])[::-1] - 0.5 * shares
-        below_score, above_score = (watched(share.size, _core.normal_quantile, share) for share in (below, above))
-        scores = np.where(below < above, below_score, 0.0 - above_score)
+        known, scores, chances = watched(given.size, _fitted, given, weights)
         least = _door.number("minimum", known[0] if minimum is None else minimum, at_most=float(known[0]))
         most = _door.number("maximum", known[-1] if maximum is None else maximum, at_least=float(known[-1]))
         for slot, value in (("values", _door.frozen(known)), ("scores", _door.frozen(scores)), ("minimum", least),
-                            ("maximum", most), ("_chances", (float(below[0]), float(above[-1])))):
+                            ("maximum", most), ("_chances", chances)):
             object.__setattr__(self, slot, value)
 
     def forward(self, values: ArrayLike) -> Floats:
@@ -164,6 +155,20 @@ class NormalScore:
         return (f"NormalScore: {len(self.values):,} different values from {self.values[0]:.6g} to {self.values[-1]:.6g} "
                 f"to scores from {self.scores[0]:.3f} to {self.scores[-1]:.3f}\n"
                 f"  tails to minimum {self.minimum:.6g} and maximum {self.maximum:.6g}")
+
+
+def _fitted(given: Floats, weights: ArrayLike | None) -> tuple[Floats, Floats, tuple[float, float]]:
+    """The different values, their scores, and the probabilities of the least score and above the greatest one."""
+    known, group = np.unique(given, return_inverse=True)
+    if len(known) < 2:
+        what = f"are all {known[0]:g}" if len(known) else "are none"
+        raise DataError(f"values {what}: normal scores need at least two different ones.")
+    shares = np.bincount(group) if weights is None else np.bincount(group, _weights(weights, given.shape))
+    shares = shares / shares.sum()
+    # The shares below and above, each summed from its own end: so the upper tail is as exact as the lower one.
+    below, above = np.cumsum(shares) - 0.5 * shares, np.cumsum(shares[::-1])[::-1] - 0.5 * shares
+    scores = np.where(below < above, _core.normal_quantile(below), 0.0 - _core.normal_quantile(above))
+    return known, scores, (float(below[0]), float(above[-1]))
 
 
 def _rebuild(*parts: object) -> NormalScore:
