@@ -160,7 +160,7 @@ def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: Arra
 
     Notes
     -----
-    The `box_mean` of each category's indicator. Work memory is 3 to 10 bytes a node.
+    The `box_mean` of each category's indicator. Work memory is 12 bytes a node, 16 if some are missing.
 
     Examples
     --------

@@ -22,7 +22,7 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
     Parameters
     ----------
     image : array_like
-        Two or three axes, of numbers; NaN is missing. It is copied to doubles.
+        Two or three axes, of numbers; NaN is missing. It is copied.
     max_lag : int or sequence of int
         The largest lag in cells, for all axes or along each, in the order of the axes; below the axis' number of nodes.
         With 0 along an axis there is no lag along it.
@@ -41,7 +41,8 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
 
     Notes
     -----
-    Goovaerts, Geostatistics for Natural Resources Evaluation, 1997, chapter 2. Pairs are summed one by one.
+    Goovaerts, Geostatistics for Natural Resources Evaluation, 1997, chapter 2. Pairs are summed one by one, from two copies
+    of the image, 16 bytes a node.
 
     Examples
     --------

@@ -102,7 +102,9 @@ print((peak() - before - (result[0] if {call} is ks.label else result).nbytes) /
 
 @pytest.mark.parametrize("call, arguments, limit", [("ks.label", "", 0.4), ("ks.label", ", 26", 0.4), ("ks.label", ".T", 0.4), ("ks.dilate", ", 5", 0.45),
                                                     ("ks.distance", ", signed=True, dtype='float32'", 0.4), ("ks.box_mean", ", 7", 0.1),
-                                                    ("ks.connectivity_curve", ", 3", 3.5), ("ks.variogram_map", ", 3, method='fft'", 11.0)])
+                                                    ("ks.connectivity_curve", ", 3", 3.5), ("ks.variogram_map", ", 3, method='fft'", 11.0),
+                                                    ("ks.transiogram", ", 1", 2.4), ("ks.connectivity_function", ", 1", 7.2), ("ks.covariance_map", ", 1", 17.0),
+                                                    ("ks.body_curves", ", [0.5]", 6.5), ("ks.categorize", ", [0.5]", 0.1), ("ks.proportion_map", ", 3", 12.1), ("ks.resample", ", 150", 0.1)])
 def test_memory(call, arguments, limit):
     """Bytes a node beyond the result, by the peak of the process."""
     program = MEMORY.format(call=call, arguments=arguments + ", threads=2")
