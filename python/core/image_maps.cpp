@@ -65,6 +65,16 @@ Array<double> Means(const Array<T>& image, const std::array<int, 3>& sides, int 
 }
 
 // shape: of the means, in the order of the axes.
+Array<double> Depths(const Array<int>& labels, const std::array<double, 3>& spacing, bool manhattan, int nthreads) {
+  const VORL_GRID grid = SpacedGrid(labels, spacing);
+  Array<double> depth = ArrayLike<double>(labels);
+  double* const to = depth.mutable_data();
+  RunOperations(100.0 * static_cast<double>(labels.size()), [&](const Progress& progress) noexcept {
+    return LabelDepths(grid, labels.data(), MetricOf(manhattan), Dealing::Threads(nthreads), progress, to);
+  });
+  return depth;
+}
+
 template <typename T>
 Array<double> MeansOfAreas(const Array<T>& image, const std::vector<py::ssize_t>& shape, int nthreads) {
   const VORL_GRID grid = GridOfShape(image);
@@ -81,6 +91,8 @@ Array<double> MeansOfAreas(const Array<T>& image, const std::vector<py::ssize_t>
 }  // namespace
 
 void BindImageMaps(py::module_& module) {
+  module.def("label_depth", &Depths, py::arg("labels").noconvert(), py::arg("spacing"), py::arg("manhattan"),
+             py::arg("threads"));
   module.def("nearest_label", &LabelDistance, py::arg("labels").noconvert(), py::arg("spacing"), py::arg("manhattan"),
              py::arg("threads"));
   ForEachType([&module]<typename M>(std::type_identity<M>) {

@@ -27,7 +27,7 @@ from ._image_pairs import connectivity_function, covariance_map, indicator_vario
 from ._image_paths import geodesic_steps, shortest_path
 from ._image_resampling import resample
 from ._image_statistics import body_curves, connectivity_curve, kmeans, otsu, pyramid, variogram_map
-from ._images import body_sizes, box_mean, dilate, distance, erode, euler_number, label, nearest_label
+from ._images import body_sizes, box_mean, dilate, distance, erode, euler_number, label, label_depth, nearest_label
 from ._krige import krige
 from ._models import (CardinalSine, CovModel, Cubic, Exponential, Gamma, Gaussian, Linear, Matern, Nugget, Power, Spherical,
                       Stable, Structure)
@@ -91,6 +91,7 @@ __all__ = [
     "krige",
     "krige_categories",
     "label",
+    "label_depth",
     "nearest_label",
     "otsu",
     "proportion_cuts",

@@ -95,6 +95,8 @@ def distance(mask: NDArray[Any], spacing: Sequence[float], manhattan: bool, is_s
              beyond: NDArray[np.int32] | None = None, row_length: int = 0) -> None:
     """mask: as the values of label. spacing: along x, y and z. distance: out; float32 or float64, of the mask's shape. beyond: where the mask is a part
     of rows of row_length nodes, the steps from each row's first node back to the nearest true one before it, and from its last node on; 0 without one."""
+def label_depth(labels: NDArray[np.int32], spacing: Sequence[float], manhattan: bool, threads: int) -> NDArray[np.float64]:
+    """The distance from each label other than 0 to the nearest node of another or none. spacing: along x, y and z."""
 def nearest_label(labels: NDArray[np.int32], spacing: Sequence[float], manhattan: bool, threads: int) -> tuple[NDArray[np.float64], NDArray[np.int32]]:
     """The distance to the nearest label other than 0, and that label. spacing: along x, y and z."""
 def area_means(image: NDArray[Any], shape: Sequence[int], threads: int) -> NDArray[np.float64]:

@@ -1,7 +1,7 @@
 """Geobodies, Euler numbers, distances, dilation, erosion and moving means of images."""
 
 import math
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 from functools import partial
 from typing import TYPE_CHECKING, Any, Literal
 
@@ -266,6 +266,48 @@ def nearest_label(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, 
     array([[0.  , 1.  , 1.41, 1.  ],
            [1.  , 1.41, 1.  , 0.  ]])
     """
+    def work(*arguments: Any) -> tuple[NDArray[Any], ...]:
+        return _core.nearest_label(*arguments)
+
+    distances, nearest = _of_labels(labels, spacing, metric, threads, work, ("distance", "label"))
+    return distances, nearest
+
+
+def label_depth(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric: Literal["euclidean", "manhattan"] = "euclidean",
+                threads: int | None = None) -> NDArray[np.float64]:
+    """The distance from each labelled node to the nearest one that has another label or none: of all labels at once.
+
+    Parameters
+    ----------
+    labels, spacing, metric, threads
+        As those of `nearest_label`.
+
+    Returns
+    -------
+    ndarray of float64, in the order of the labels, or DataArray like them
+        In the unit of the spacing: 0 at nodes without a label, infinite where all nodes have one label. What lies beyond
+        the image does not count.
+
+    Notes
+    -----
+    As `nearest_label`, by the runs of one label along each line.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.label_depth([[1, 1, 1, 2, 2, 0, 3]])
+    array([[3., 2., 1., 1., 1., 0., 1.]])
+    """
+    def work(*arguments: Any) -> tuple[NDArray[Any], ...]:
+        return (_core.label_depth(*arguments),)
+
+    depth: NDArray[np.float64] = _of_labels(labels, spacing, metric, threads, work, ("depth",))[0]
+    return depth
+
+
+def _of_labels(labels: Any, spacing: Any, metric: Any, threads: Any, work: Callable[..., tuple[NDArray[Any], ...]],
+               names: tuple[str, ...]) -> list[Any]:
+    """What work gives of labels in C order, spacings along x, y and z, whether distances are along the axes, and threads: distances, and perhaps labels."""
     image = as_image("labels", labels)
     spacings = _spacings(spacing, image.shape, np.dtype(np.float64))
     manhattan = _door.choice("metric", metric, ("euclidean", "manhattan")) == "manhattan"
@@ -275,13 +317,10 @@ def nearest_label(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, 
     # In a unit in which squares neither overflow nor vanish.
     unit = 2.0 ** round(math.log2(max(spacings))) if not 1e-50 < max(spacings) < 1e100 else 1.0
     along = [side / unit for side in (spacings if flipped else spacings[::-1])]
-    if image.size:
-        distances, nearest = _core.nearest_label(values, [*along, 1.0][:3], manhattan, nthreads)
-    else:
-        distances, nearest = np.empty(values.shape), np.empty(values.shape, np.int32)
+    results = list(work(values, [*along, 1.0][:3], manhattan, nthreads) if image.size else (np.empty(values.shape), values)[:len(names)])
     if unit != 1.0:
-        distances *= unit
-    return like(labels, distances.T if flipped else distances, "distance"), like(labels, nearest.T if flipped else nearest, "label")
+        results[0] *= unit
+    return [like(labels, result.T if flipped else result, name) for result, name in zip(results, names)]
 
 
 def _labels(image: NDArray[Any]) -> NDArray[np.int32]:

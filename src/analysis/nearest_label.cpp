@@ -40,11 +40,13 @@ void SweepLine(const Lines& lines, std::ptrdiff_t lane) noexcept {
   for (std::ptrdiff_t u = lines.n - 1; u > 0; --u) take(lane + (u - 1) * step, lane + u * step);
 }
 
-// Squared distances: finds the winners. Node `top[k]` wins from place `from[k]` on, up to the next.
-void FindWinners(const Lines& lines, std::ptrdiff_t lane, int* top, double* from) noexcept {
-  const auto costOf = [&](std::ptrdiff_t u) noexcept { return lines.cost[lane + u * lines.lanes]; };
+// Squared distances: finds the winners of the nodes from `begin` to `end`, by the costs costOf(u). Node `top[k]` wins from
+// place `from[k]` on, up to the next.
+template <typename Cost>
+void FindWinners(const Lines& lines, std::ptrdiff_t lane, int begin, int end, const Cost& costOf, int* top,
+                 double* from) noexcept {
   int size = 0;
-  for (int u = 0; u < lines.n; ++u) {
+  for (int u = begin; u < end; ++u) {
     const double cost = costOf(u);
     if (cost == kFar) continue;
     double start = -kFar;
@@ -58,10 +60,60 @@ void FindWinners(const Lines& lines, std::ptrdiff_t lane, int* top, double* from
     top[size] = u;
     from[size++] = start;
   }
-  for (int u = 0, k = 0; u < lines.n; ++u) {
+  for (int u = begin, k = 0; u < end; ++u) {
     while (k + 1 < size && from[k + 1] <= u) ++k;
     lines.winner[lane + u * lines.lanes] = size == 0 ? u : top[k];
   }
+}
+
+// Calls body(begin, end) for the longest runs of one label other than 0.
+template <typename LabelOf, typename Body>
+void ForRuns(std::ptrdiff_t n, const LabelOf& labelOf, const Body& body) noexcept {
+  for (std::ptrdiff_t begin = 0, end = 0; begin < n; begin = end) {
+    for (end = begin + 1; end < n && labelOf(end) == labelOf(begin);) ++end;
+    if (labelOf(begin) != 0) body(begin, end);
+  }
+}
+
+// Depths in each label from those along other axes: nodes beside a run have others.
+void FindDepths(const Lines& lines, std::ptrdiff_t lane, bool euclidean, int* top, double* from) noexcept {
+  const auto placeOf = [&](std::ptrdiff_t u) noexcept { return lane + u * lines.lanes; };
+  const auto labelOf = [&](std::ptrdiff_t u) noexcept { return lines.label[placeOf(u)]; };
+  ForRuns(lines.n, labelOf, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    const auto costOf = [&](std::ptrdiff_t u) noexcept { return u >= begin && u < end ? lines.cost[placeOf(u)] : 0.0; };
+    if (euclidean) {
+      const std::ptrdiff_t first = std::max<std::ptrdiff_t>(begin - 1, 0);
+      const std::ptrdiff_t last = std::min(end + 1, lines.n);
+      FindWinners(lines, lane, static_cast<int>(first), static_cast<int>(last), costOf, top, from);
+      // The places where winners begin are not needed any more.
+      for (std::ptrdiff_t u = begin; u < end; ++u) {
+        const std::ptrdiff_t winner = lines.winner[placeOf(u)];
+        from[u] = costOf(winner) + static_cast<double>((u - winner) * (u - winner)) * lines.weight;
+      }
+      for (std::ptrdiff_t u = begin; u < end; ++u) lines.cost[placeOf(u)] = from[u];
+      return;
+    }
+    double before = begin > 0 ? 0.0 : kFar;
+    for (std::ptrdiff_t u = begin; u < end; ++u) {
+      before = lines.cost[placeOf(u)] = std::min(before + lines.weight, lines.cost[placeOf(u)]);
+    }
+    before = end < lines.n ? 0.0 : kFar;
+    for (std::ptrdiff_t u = end - 1; u >= begin; --u) {
+      before = lines.cost[placeOf(u)] = std::min(before + lines.weight, lines.cost[placeOf(u)]);
+    }
+  });
+}
+
+// Depths along a row, in steps.
+void DepthsInRow(const int* labels, std::ptrdiff_t n, double* steps) noexcept {
+  std::fill_n(steps, n, 0.0);
+  const auto labelOf = [labels](std::ptrdiff_t x) noexcept { return labels[x]; };
+  ForRuns(n, labelOf, [=](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    for (std::ptrdiff_t x = begin; x < end; ++x) {
+      const double before = begin > 0 ? static_cast<double>(x - begin + 1) : kFar;
+      steps[x] = std::min(before, end < n ? static_cast<double>(end - x) : kFar);
+    }
+  });
 }
 
 // Along a row, in steps.
@@ -84,11 +136,13 @@ void NearestInRow(const int* labels, std::ptrdiff_t n, double* steps, int* neare
   }
 }
 
+// Distances to labels or, without a map of the nearest ones, depths in them.
 class Transform {
  public:
-  Transform(DistanceMetric metric, const Dealing& dealing, const Progress& progress, double* distance,
-            int* nearest) noexcept
-      : euclidean_(metric == DistanceMetric::kEuclidean),
+  Transform(const int* labels, DistanceMetric metric, const Dealing& dealing, const Progress& progress,
+            double* distance, int* nearest) noexcept
+      : labels_(labels),
+        euclidean_(metric == DistanceMetric::kEuclidean),
         dealing_(dealing),
         progress_(progress),
         distance_(distance),
@@ -99,17 +153,21 @@ class Transform {
     size_ = std::max(ny * LanesFor(ny), nz * LanesFor(nz));
     const std::size_t nthread = static_cast<std::size_t>(dealing_.nscratch());
     int status = costs_.Allocate(nthread * static_cast<std::size_t>(size_));
-    if (status == 0) status = labels_.Allocate(2 * nthread * static_cast<std::size_t>(size_));
+    if (status == 0) status = lineLabels_.Allocate(2 * nthread * static_cast<std::size_t>(size_));
     if (status == 0) status = tops_.Allocate(nthread * static_cast<std::size_t>(longest_));
     if (status == 0) status = starts_.Allocate(nthread * static_cast<std::size_t>(longest_));
     return status;
   }
 
-  void Rows(const int* labels, std::ptrdiff_t nx, std::ptrdiff_t nrow, double spacing) noexcept {
+  void Rows(std::ptrdiff_t nx, std::ptrdiff_t nrow, double spacing) noexcept {
     dealing_.Blocks(nrow, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       for (std::ptrdiff_t row = begin; row < end && !progress_.Aborted(); ++row) {
         double* const to = distance_ + row * nx;
-        NearestInRow(labels + row * nx, nx, to, nearest_ + row * nx);
+        if (nearest_ != nullptr) {
+          NearestInRow(labels_ + row * nx, nx, to, nearest_ + row * nx);
+        } else {
+          DepthsInRow(labels_ + row * nx, nx, to);
+        }
         for (std::ptrdiff_t x = 0; x < nx; ++x) {
           to[x] *= spacing;
           if (euclidean_) to[x] *= to[x];
@@ -119,39 +177,10 @@ class Transform {
   }
 
   void Pass(const LinePass& pass) noexcept {
-    DealLines<kLanes>(pass, LanesFor(pass.n), dealing_,
-                      [&](int thread, std::ptrdiff_t count, std::ptrdiff_t lanes, const auto& forEachRun) {
-                        if (progress_.Aborted()) return;
-                        const Lines lines{pass.n,
-                                          lanes,
-                                          euclidean_ ? pass.weight * pass.weight : pass.weight,
-                                          costs_.data() + thread * size_,
-                                          labels_.data() + 2 * thread * size_,
-                                          labels_.data() + (2 * thread + 1) * size_};
-                        forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
-                          std::copy_n(distance_ + index, length, lines.cost + place);
-                          std::copy_n(nearest_ + index, length, lines.label + place);
-                        });
-                        for (std::ptrdiff_t lane = 0; lane < count; ++lane) {
-                          euclidean_ ? FindWinners(lines, lane, tops_.data() + thread * longest_,
-                                                   starts_.data() + thread * longest_)
-                                     : SweepLine(lines, lane);
-                        }
-                        forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
-                          for (std::ptrdiff_t k = 0; k < length; ++k) {
-                            std::ptrdiff_t from = place + k;
-                            double away = 0.0;
-                            if (euclidean_) {
-                              const std::ptrdiff_t u = from / lanes;
-                              const std::ptrdiff_t winner = lines.winner[from];
-                              away = static_cast<double>((u - winner) * (u - winner)) * lines.weight;
-                              from += (winner - u) * lanes;
-                            }
-                            distance_[index + k] = lines.cost[from] + away;
-                            nearest_[index + k] = lines.label[from];
-                          }
-                        });
-                      });
+    const auto doBlock = [&](int thread, std::ptrdiff_t count, std::ptrdiff_t lanes, const auto& forEachRun) {
+      if (!progress_.Aborted()) DoBlock(pass, thread, count, lanes, forEachRun);
+    };
+    DealLines<kLanes>(pass, LanesFor(pass.n), dealing_, doBlock);
   }
 
   void Finish(std::ptrdiff_t n) noexcept {
@@ -162,6 +191,51 @@ class Transform {
   }
 
  private:
+  template <typename ForEachRun>
+  void DoBlock(const LinePass& pass, int thread, std::ptrdiff_t count, std::ptrdiff_t lanes,
+               const ForEachRun& forEachRun) noexcept {
+    int* const label = lineLabels_.data() + 2 * thread * size_;
+    const Lines lines{
+        pass.n, lanes,        euclidean_ ? pass.weight * pass.weight : pass.weight, costs_.data() + thread * size_,
+        label,  label + size_};
+    int* const top = tops_.data() + thread * longest_;
+    double* const start = starts_.data() + thread * longest_;
+    forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
+      std::copy_n(distance_ + index, length, lines.cost + place);
+      std::copy_n((nearest_ != nullptr ? nearest_ : labels_) + index, length, lines.label + place);
+    });
+    for (std::ptrdiff_t lane = 0; lane < count; ++lane) {
+      if (nearest_ == nullptr) {
+        FindDepths(lines, lane, euclidean_, top, start);
+      } else if (euclidean_) {
+        FindWinners(
+            lines, lane, 0, pass.n, [&](std::ptrdiff_t u) noexcept { return lines.cost[lane + u * lanes]; }, top,
+            start);
+      } else {
+        SweepLine(lines, lane);
+      }
+    }
+    forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
+      if (nearest_ == nullptr) {
+        std::copy_n(lines.cost + place, length, distance_ + index);
+        return;
+      }
+      for (std::ptrdiff_t k = 0; k < length; ++k) {
+        std::ptrdiff_t from = place + k;
+        double away = 0.0;
+        if (euclidean_) {
+          const std::ptrdiff_t u = from / lanes;
+          const std::ptrdiff_t winner = lines.winner[from];
+          away = static_cast<double>((u - winner) * (u - winner)) * lines.weight;
+          from += (winner - u) * lanes;
+        }
+        distance_[index + k] = lines.cost[from] + away;
+        nearest_[index + k] = lines.label[from];
+      }
+    });
+  }
+
+  const int* labels_;
   bool euclidean_;
   const Dealing& dealing_;
   const Progress& progress_;
@@ -170,23 +244,33 @@ class Transform {
   std::ptrdiff_t longest_ = 0;
   std::ptrdiff_t size_ = 0;
   Buffer<double> costs_;
-  Buffer<int> labels_;  // and winners
+  Buffer<int> lineLabels_;  // and winners
   Buffer<int> tops_;
   Buffer<double> starts_;
 };
+
+int Run(const VORL_GRID& grid, const int* labels, DistanceMetric metric, const Dealing& dealing,
+        const Progress& progress, double* distance, int* nearest) noexcept {
+  Transform transform(labels, metric, dealing, progress, distance, nearest);
+  if (const int status = transform.Allocate(grid.ny, grid.nz); status != 0) return status;
+  const auto& [nx, ny, nz, sx, sy, sz, ox, oy, oz, nxy, nxyz] = grid;
+  transform.Rows(nx, std::ptrdiff_t{ny} * nz, sx);
+  if (ny > 1) transform.Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, sy});
+  if (nz > 1) transform.Pass({nz, nxy, nxy, nxy, nxyz, sz});
+  transform.Finish(nxyz);
+  return progress.After(0);
+}
 
 }  // namespace
 
 int NearestLabels(const VORL_GRID& grid, const int* labels, DistanceMetric metric, const Dealing& dealing,
                   const Progress& progress, double* distance, int* nearest) noexcept {
-  Transform transform(metric, dealing, progress, distance, nearest);
-  if (const int status = transform.Allocate(grid.ny, grid.nz); status != 0) return status;
-  const auto& [nx, ny, nz, sx, sy, sz, ox, oy, oz, nxy, nxyz] = grid;
-  transform.Rows(labels, nx, std::ptrdiff_t{ny} * nz, sx);
-  if (ny > 1) transform.Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, sy});
-  if (nz > 1) transform.Pass({nz, nxy, nxy, nxy, nxyz, sz});
-  transform.Finish(nxyz);
-  return progress.After(0);
+  return Run(grid, labels, metric, dealing, progress, distance, nearest);
+}
+
+int LabelDepths(const VORL_GRID& grid, const int* labels, DistanceMetric metric, const Dealing& dealing,
+                const Progress& progress, double* depth) noexcept {
+  return Run(grid, labels, metric, dealing, progress, depth, nullptr);
 }
 
 }  // namespace kestrum

@@ -17,6 +17,12 @@ namespace kestrum {
 [[nodiscard]] int NearestLabels(const VORL_GRID& grid, const int* labels, DistanceMetric metric, const Dealing& dealing,
                                 const Progress& progress, double* distance, int* nearest) noexcept;
 
+// The distance from each labelled node to the nearest one that has another label or none: of all labels by one transform of
+// the same kind, in which the lines of a pass fall into runs of one label. What lies beyond the grid does not count.
+//   depth  out; 0 at nodes without a label, infinite where no node has another
+[[nodiscard]] int LabelDepths(const VORL_GRID& grid, const int* labels, DistanceMetric metric, const Dealing& dealing,
+                              const Progress& progress, double* depth) noexcept;
+
 }  // namespace kestrum
 
 #endif

@@ -89,6 +89,13 @@ def test_nearest_labels(mask, data):
     np.testing.assert_allclose(distances / unit, to_nearest(true, spacing, metric), rtol=1e-14)
     is_nearest(np.nan_to_num(labels), distances / unit, nearest, spacing, metric)
     assert distances.flags.f_contiguous >= labels.flags.f_contiguous and nearest.dtype == np.int32
+    depth = ks.label_depth(labels, [unit * side for side in spacing], metric=metric, threads=1)
+    own = np.nan_to_num(labels)
+    expected = np.zeros(own.shape)
+    for label in np.unique(own[own != 0]):
+        expected[own == label] = to_nearest(own != label, spacing, metric)[own == label]
+    np.testing.assert_allclose(depth / unit, expected, rtol=1e-14)
+    assert np.array_equal(depth, ks.label_depth(labels, [unit * side for side in spacing], metric=metric, threads=3))
     again = ks.nearest_label(labels, [unit * side for side in spacing], metric=metric, threads=3)
     assert np.array_equal(distances, again[0]) and np.array_equal(nearest, again[1])
 
@@ -106,11 +113,13 @@ def test_kinds_of_labels():
     frame = xr.DataArray([[1, 0, 2]], {"x": [1.0, 2.0, 3.0]}, ("y", "x"))
     distances, nearest = ks.nearest_label(frame)
     assert distances.name == "distance" and nearest.name == "label" and nearest.x.equals(frame.x) and distances.values.tolist() == [[0, 1, 0]]
-    assert [part.shape for part in ks.nearest_label(np.zeros((0, 3)))] == [(0, 3)] * 2
+    assert [part.shape for part in ks.nearest_label(np.zeros((0, 3)))] == [(0, 3)] * 2 and ks.label_depth(np.zeros((0, 3))).shape == (0, 3)
+    assert ks.label_depth(frame).values.tolist() == [[1, 0, 1]] and ks.label_depth([[5, 5], [5, 5]]).tolist() == [[np.inf] * 2] * 2
     for labels, error, text in (([[0.5]], ks.DataError, "0.5"), ([[np.inf]], ks.DataError, "inf"), ([[-np.inf]], ks.DataError, "inf"), ([[2**31]], ks.DataError, "32 bits"),
                                 ([1, 2], ks.DataError, "1 axis"), ([[None]], ks.ArgumentTypeError, "object")):
-        with pytest.raises(error, match=text):
-            ks.nearest_label(labels)
+        for tool in (ks.nearest_label, ks.label_depth):
+            with pytest.raises(error, match=text):
+                tool(labels)
     for options, text in (({"spacing": 0}, "spacing is 0"), ({"spacing": (1, 2, 3)}, "2: one"), ({"metric": "chebyshev"}, "metric"), ({"threads": 0}, "threads")):
         with pytest.raises(ks.ArgumentError, match=text):
             ks.nearest_label([[1, 2]], **options)
