@@ -40,7 +40,7 @@ py::tuple Label(const Array<T>& values, int neighbors, bool transposed, int nthr
 }
 
 // Rows: size and extents along z, y and x of the bodies 1 to n.
-Array<int> BodySizes(const Array<int>& labels, int n) {
+Array<int> BodySizes(const Array<int>& labels, int n, int nthreads) {
   const VORL_GRID grid = GridOfShape(labels);
   Array<int> table(py::array::ShapeContainer{4, n});
   int* const row = table.mutable_data();
@@ -53,9 +53,8 @@ Array<int> BodySizes(const Array<int>& labels, int n) {
       int* const low = minima.data();
       const std::ptrdiff_t step = n;
       GeobodyBoxes boxes{row, {low, low + step, low + 2 * step}, {row + 3 * step, row + 2 * step, row + step}};
-      boxes.Clear(n, grid);
-      boxes.AddAll(grid, labels.data());
-      for (int axis = 0; axis < 3; ++axis) {
+      status = boxes.SetAll(grid, labels.data(), n, Dealing::Threads(nthreads));
+      for (int axis = 0; axis < 3 && status == 0; ++axis) {
         for (int label = 1; label <= n; ++label) boxes.max[axis][label - 1] = boxes.Extent(label, axis);
       }
     }
@@ -137,7 +136,7 @@ void BindImages(py::module_& module) {
   });
   module.def("path_by_steps", &Path, py::arg("steps").noconvert(), py::arg("neighbors"), py::arg("end"),
              py::arg("seed"));
-  module.def("body_sizes", &BodySizes, py::arg("labels").noconvert(), py::arg("n"));
+  module.def("body_sizes", &BodySizes, py::arg("labels").noconvert(), py::arg("n"), py::arg("threads"));
 }
 
 }  // namespace kestrum::python

@@ -103,7 +103,7 @@ def area_means(image: NDArray[Any], shape: Sequence[int], threads: int) -> NDArr
     """Means over the cells of another grid of the same box. image: as that of box_mean."""
 def box_mean(image: NDArray[Any], sides: Sequence[int], threads: int) -> NDArray[np.float64]:
     """image: uint8, int32, float32 or float64. sides: along x, y and z."""
-def body_sizes(labels: NDArray[np.int32], n: int) -> NDArray[np.int32]:
+def body_sizes(labels: NDArray[np.int32], n: int, threads: int) -> NDArray[np.int32]:
     """Rows of size and of extents along z, y and x, of the labels 1 to n. None is larger than n."""
 def otsu(values: NDArray[Any], classes: int, threads: int) -> tuple[NDArray[np.float64], int, bool]:
     """The cuts, how many values are distinct (or at least `classes`), and whether one is infinite. values: as label."""

@@ -79,7 +79,7 @@ def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> "pd.DataFram
         Two or three axes, of whole numbers; 0 and NaN are outside the bodies. An array of int32 as `label` gives it is
         read in place.
     threads : int, optional
-        The result does not depend on it.
+        By default all cores. The result does not depend on it.
 
     Returns
     -------
@@ -96,11 +96,10 @@ def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> "pd.DataFram
     2     3         1         2         2
     """
     image = as_image("labels", labels)
-    _door.threads(threads)
-    return watched(image.size, _sizes, image)
+    return watched(image.size, _sizes, image, _door.threads(threads))
 
 
-def _sizes(image: NDArray[Any]) -> "pd.DataFrame":
+def _sizes(image: NDArray[Any], nthreads: int) -> "pd.DataFrame":
     import pandas as pd
 
     if image.dtype.kind == "f":
@@ -109,15 +108,15 @@ def _sizes(image: NDArray[Any]) -> "pd.DataFrame":
             raise DataError(f"labels has the value {_door.show(unfit[0])}, but must be whole numbers. Give what label() returns.")
         image = np.nan_to_num(image).astype(np.int64)
     # The engine's table has a row for each label to the largest. Labels that would make it long are renumbered, 0 with them.
-    if image.size and (image.min() < 0 or image.max() > image.size):
+    least, count = (int(image.min()), int(image.max())) if image.size else (0, 0)
+    if least < 0 or count > image.size:
         names, places = np.unique(image, return_inverse=True)
         numbers = np.ascontiguousarray(places.reshape(image.shape) + 1, np.int32)
         count = len(names)
     else:
         numbers = np.ascontiguousarray(image, np.int32)
-        count = int(numbers.max(initial=0))
         names = np.arange(1, count + 1)
-    table = _core.body_sizes(numbers, count) if count else np.empty((4, 0), np.int32)
+    table = _core.body_sizes(numbers, count, nthreads) if count else np.empty((4, 0), np.int32)
     there = (table[0] > 0) & (names != 0)
     index = pd.Index(names[there], name="label")
     columns = ("size", "extent_z", "extent_y", "extent_x")

@@ -164,8 +164,7 @@ struct MaxSizeWork {
     if (const int status = finder.Allocate(grid); status != 0) return status;
     const std::size_t n = MaxGeobodies(grid);
     if (const int status = tables.Allocate(7 * n); status != 0) return status;
-    int* const table = tables.data();
-    boxes = {table, {table + n, table + 2 * n, table + 3 * n}, {table + 4 * n, table + 5 * n, table + 6 * n}};
+    boxes = GeobodyBoxes::In(tables.data(), static_cast<std::ptrdiff_t>(n));
     return 0;
   }
 };

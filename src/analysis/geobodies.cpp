@@ -165,17 +165,49 @@ void GeobodyBoxes::Clear(int ngeobody, const VORL_GRID& grid) noexcept {
   }
 }
 
-void GeobodyBoxes::AddAll(const VORL_GRID& grid, const int* labels) noexcept {
-  for (int iz = 0; iz < grid.nz; ++iz) {
-    for (int iy = 0; iy < grid.ny; ++iy, labels += grid.nx) {
-      for (int ix = 0; ix < grid.nx;) {
-        const int label = labels[ix];
-        const int first = ix++;
-        while (ix < grid.nx && labels[ix] == label) ++ix;
-        if (label > 0) Add(label, ix - first, {first, iy, iz}, {ix - 1, iy, iz});
+void GeobodyBoxes::AddRows(const VORL_GRID& grid, const int* labels, ItemBlock rows) noexcept {
+  for (std::ptrdiff_t row = rows.begin; row < rows.end; ++row) {
+    const int iy = static_cast<int>(row % grid.ny);
+    const int iz = static_cast<int>(row / grid.ny);
+    const int* const label = labels + row * grid.nx;
+    for (int ix = 0; ix < grid.nx;) {
+      const int first = ix++;
+      while (ix < grid.nx && label[ix] == label[first]) ++ix;
+      if (label[first] > 0) Add(label[first], ix - first, {first, iy, iz}, {ix - 1, iy, iz});
+    }
+  }
+}
+
+int GeobodyBoxes::SetAll(const VORL_GRID& grid, const int* labels, int ngeobody, const Dealing& dealing) noexcept {
+  const std::size_t tableSize = 7 * static_cast<std::size_t>(ngeobody);
+  const std::size_t most = static_cast<std::size_t>(grid.nxyz) / (sizeof(int) * tableSize) + 1;
+  const int nblock = static_cast<int>(std::min(most, static_cast<std::size_t>(dealing.nscratch())));
+  Buffer<int> tables;
+  if (nblock > 1) {
+    if (const int status = tables.Allocate(tableSize * static_cast<std::size_t>(nblock - 1)); status != 0)
+      return status;
+  }
+  const auto boxesOf = [&](int block) noexcept {
+    return block == 0 ? *this : In(tables.data() + static_cast<std::size_t>(block - 1) * tableSize, ngeobody);
+  };
+  dealing.EachThread([&](int thread, int team) noexcept {
+    for (int block = thread; block < nblock; block += team) {
+      GeobodyBoxes boxes = boxesOf(block);
+      boxes.Clear(ngeobody, grid);
+      boxes.AddRows(grid, labels, BlockOf(std::ptrdiff_t{grid.ny} * grid.nz, nblock, block));
+    }
+  });
+  for (int block = 1; block < nblock; ++block) {
+    const GeobodyBoxes boxes = boxesOf(block);
+    for (int i = 0; i < ngeobody; ++i) {
+      size[i] += boxes.size[i];
+      for (int axis = 0; axis < 3; ++axis) {
+        min[axis][i] = std::min(min[axis][i], boxes.min[axis][i]);
+        max[axis][i] = std::max(max[axis][i], boxes.max[axis][i]);
       }
     }
   }
+  return 0;
 }
 
 LargestBodies FindLargest(const GeobodyFinder& finder, int ngeobody, const VORL_GRID& grid,

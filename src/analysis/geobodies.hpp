@@ -157,6 +157,11 @@ struct GeobodyBoxes {
   int* min[3];
   int* max[3];
 
+  // The tables in memory for 7 n numbers.
+  static GeobodyBoxes In(int* memory, std::ptrdiff_t n) noexcept {
+    return {memory, {memory + n, memory + 2 * n, memory + 3 * n}, {memory + 4 * n, memory + 5 * n, memory + 6 * n}};
+  }
+
   void Clear(int ngeobody, const VORL_GRID& grid) noexcept;
   // Adds nodes that lie in a box whose corners they hold.
   void Add(int label, int nodes, const NodeCoordinates& first, const NodeCoordinates& last) noexcept {
@@ -168,9 +173,12 @@ struct GeobodyBoxes {
       max[axis][label - 1] = std::max(max[axis][label - 1], high[axis]);
     }
   }
-  // Adds all nodes whose label is above 0.
-  void AddAll(const VORL_GRID& grid, const int* labels) noexcept;
+  // Clears them and adds all nodes whose label is above 0. Threads have tables of their own, in at most a byte a node.
+  [[nodiscard]] int SetAll(const VORL_GRID& grid, const int* labels, int ngeobody, const Dealing& dealing) noexcept;
   int Extent(int label, int axis) const noexcept { return max[axis][label - 1] + 1 - min[axis][label - 1]; }
+
+ private:
+  void AddRows(const VORL_GRID& grid, const int* labels, ItemBlock rows) noexcept;
 };
 
 // The largest size and, by axis, the largest extent, which may be of another geobody; 0 without any.
