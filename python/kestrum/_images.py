@@ -87,6 +87,11 @@ def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> "pd.DataFram
         Indexed by the labels that occur, in increasing order: `size` in nodes, and `extent_z`, `extent_y`, `extent_x`,
         the sides of the body's box in cells (`extent_z` is 1 in two dimensions).
 
+    Notes
+    -----
+    Work memory is 44 bytes a body, up to the largest label, and at most a byte a node for threads; other types than int32 are
+    copied.
+
     Examples
     --------
     >>> import kestrum as ks
@@ -136,6 +141,10 @@ def euler_number(mask: ArrayLike, connectivity: Connectivity | None = None, *, t
         neighbours that are all true.
     threads : int, optional
         By default all cores. The result does not depend on it.
+
+    Notes
+    -----
+    Work memory is an eighth byte a node.
 
     Examples
     --------
@@ -396,6 +405,10 @@ def erode(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None 
     -------
     ndarray of bool, in the order of the mask, or DataArray like the mask
         The outside erodes nothing.
+
+    Notes
+    -----
+    Work memory is three bits a node.
 
     Examples
     --------
