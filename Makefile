@@ -86,7 +86,7 @@ test: all
 test-large: all
 	$(RUN_PYTHON) -m pytest -s -q -p no:cacheprovider tests/large
 	KESTRUM_ARGUMENTS=100000000 $(BUILD)/bin/numeric_tests --gtest_filter='Elementary.*'
-	$(RUN_PYTHON) benchmarks/large_work.py
+	$(RUN_PYTHON) benchmarks/large_work.py graph tiles realizations tasks functions
 
 bench: all
 	@for program in $(BUILD)/bin/*_benchmark; do echo "== $$program"; $$program || exit 1; done

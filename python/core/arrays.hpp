@@ -16,9 +16,9 @@ namespace kestrum::python {
 namespace py = pybind11;
 
 // NumPy memory that is read or written in place. The Python layer makes arrays contiguous, and of the right type;
-// others are refused, never converted.
+// others are refused, never converted. Those at odd addresses, as they come from other processes, are copied.
 template <typename T>
-using Array = py::array_t<T, py::array::c_style>;
+using Array = py::array_t<T, static_cast<int>(py::array::c_style) | py::detail::npy_api::NPY_ARRAY_ALIGNED_>;
 template <typename T>
 using MaybeArray = std::optional<Array<T>>;
 
