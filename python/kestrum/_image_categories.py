@@ -9,6 +9,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _door, _memory
 from ._errors import ArgumentError, DataError
 from ._image_door import as_categories, as_image, as_sides, is_flipped, like, readable, require_few, require_numbers
+from ._watch import watched
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -83,8 +84,11 @@ def proportion_cuts(values: ArrayLike, proportions: ArrayLike, *, threads: int |
     _door.threads(threads)
     if shares.ndim != 1 or shares.size < 2 or not (shares > 0).all() or abs(shares.sum() - 1.0) > 1e-9:
         raise ArgumentError(f"proportions is {_door.show(proportions)}, but must be a list of numbers above 0, two at least, whose sum is 1.")
-    flat = given.reshape(-1)
-    known = flat[flat == flat]
+    return watched(given.size, _cuts, given.reshape(-1), shares)
+
+
+def _cuts(values: NDArray[Any], shares: NDArray[np.float64]) -> NDArray[np.float64]:
+    known = values[values == values]
     n = known.size
     if n == 0:
         raise DataError("values has no numbers but NaN.")
@@ -133,7 +137,7 @@ def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, 
     import pandas as pd
 
     codes, names = _coded(image, categories, _door.threads(threads))
-    nodes = np.array([np.count_nonzero(codes == code) for code in range(len(names))], np.int64)
+    nodes = watched(codes.size, lambda: np.array([np.count_nonzero(codes == code) for code in range(len(names))], np.int64))
     with np.errstate(invalid="ignore"):
         return pd.DataFrame({"nodes": nodes, "proportion": nodes / nodes.sum()}, pd.Index(names, name="category"))
 

@@ -321,7 +321,7 @@ def _of_labels(labels: Any, spacing: Any, metric: Any, threads: Any, work: Calla
     manhattan = _door.choice("metric", metric, ("euclidean", "manhattan")) == "manhattan"
     nthreads = _door.threads(threads)
     flipped = is_flipped(image)
-    values = _labels(image.T if flipped else image)
+    values = watched(image.size, _labels, image.T if flipped else image)
     # In a unit in which squares neither overflow nor vanish.
     unit = 2.0 ** round(math.log2(max(spacings))) if not 1e-50 < max(spacings) < 1e100 else 1.0
     along = [side / unit for side in (spacings if flipped else spacings[::-1])]

@@ -60,6 +60,7 @@ CALLS = [
     "ks.transiogram(np.arange(10**7).reshape(100, 1000, 100) % 10, 30, threads=2)",
     "ks.covariance_map(random.normal(size=(200, 200, 200)), 60)",
     "ks.body_curves(mask, 200, 26, threads=1)",
+    "ks.proportion_cuts(random.normal(size=3 * 10**7), [0.2, 0.3, 0.5])",
     "ks.resample(np.ones((10, 10)), (10_000, 10_000), threads=1)",
     "ks.kmeans(random.normal(size=(400_000, 20)), 60)",
     "ks.kmeans(random.normal(size=(300, 2)), 5, restarts=10**6)",
