@@ -152,10 +152,15 @@ def reals(name: str, value: Any, error: type[KestrumError] = DataError) -> Float
     raise ArgumentTypeError(f"{name} must be numbers, but is of type {given.dtype}.")
 
 
+PIECE = 1 << 18
+
+
 def finite(name: str, values: Floats, error: type[KestrumError] = DataError, noun: str = "row") -> Floats:
     """Refuses NaN and infinity, naming the rows (or, of an array on a grid, the cells)."""
-    good = np.isfinite(values)
-    if not good.all():
+    # Piece by piece: the memory of a piece stays in the cache, and Ctrl-C does not wait for all.
+    flat = values.reshape(-1)
+    if not all(np.isfinite(flat[at:at + PIECE]).all() for at in range(0, flat.size, PIECE)):
+        good = np.isfinite(values)
         bad = np.argwhere(~good)
         first = values[tuple(bad[0])]
         if values.ndim > 1 and noun == "row":

@@ -6,6 +6,8 @@
 #include <limits>
 #include <numeric>
 
+#include "core/statuses.hpp"
+
 namespace kestrum {
 namespace {
 
@@ -49,8 +51,10 @@ int PlaceTiles::Prepare(const PlaceTargets& targets, const double* scale, int mo
     count_ = ((n - 1) >> bits) + 1;
     if (n == 0) return 0;
     if (const int status = order_.Allocate(static_cast<std::size_t>(n)); status != 0) return status;
+    constexpr std::int64_t kPlacesPerQuestion = 1 << 18;
     NumberedPlace* place = order_.data();
     for (std::int64_t i = 0; i < targets.nlist; ++i) {
+      if (i % kPlacesPerQuestion == 0 && progress.Aborted()) return kAborted;
       if (targets.mask != nullptr && targets.mask[i] == 0) continue;
       const double* const at = targets.list + i * targets.dimension;
       *place++ = {{at[0], at[1], targets.dimension > 2 ? at[2] : 0.0}, i};
