@@ -2,18 +2,37 @@
 #define KESTRUM_ENGINE_PATH_VIEW_HPP
 
 #include <algorithm>
+#include <cstddef>
 
+#include "core/buffer.hpp"
 #include "engine/system_solver.hpp"
 #include "neighborhood/node_bits.hpp"
 
 namespace kestrum {
+
+// Some nodes, in memory that does not grow with the grid: where they are many, others may pass for them.
+class NodeFilter {
+ public:
+  [[nodiscard]] int Allocate() noexcept { return count_.Allocate(kSlots, 0); }
+  void Add(int node) noexcept { ++count_[SlotOf(node)]; }
+  void Remove(int node) noexcept { --count_[SlotOf(node)]; }
+  bool MayHold(int node) const noexcept { return count_[SlotOf(node)] != 0; }
+
+ private:
+  // 128 KB. A few thousand nodes are held by 64 threads.
+  static constexpr int kBits = 15;
+  static constexpr std::size_t kSlots = std::size_t{1} << kBits;
+  static std::size_t SlotOf(int node) noexcept { return static_cast<unsigned>(node) * 0x9e3779b9U >> (32 - kBits); }
+
+  Buffer<int> count_;  // of the nodes that share a slot
+};
 
 // What one thread sees from the nodes of a chunk of the path: a bit for each node that comes before.
 class PathView {
  public:
   [[nodiscard]] int Allocate(int nnode) noexcept {
     const int status = seen_.Allocate(nnode);
-    return status != 0 ? status : fresh_.Allocate(nnode);
+    return status != 0 ? status : fresh_.Allocate();
   }
   // Begins a realization at a position of the path; `before` marks what is seen before it.
   void Start(const NodeBits& before, int position) noexcept {
@@ -29,11 +48,12 @@ class PathView {
   // Neither end moves back within a realization, so that each position is marked and cleared once, however far behind
   // another thread is. An empty stretch ends the realization.
   void MarkFresh(const int* path, int begin, int end) noexcept {
-    for (; freshBegin_ < std::min(begin, freshEnd_); ++freshBegin_) fresh_.Clear(path[freshBegin_]);
+    for (; freshBegin_ < std::min(begin, freshEnd_); ++freshBegin_) fresh_.Remove(path[freshBegin_]);
     freshBegin_ = std::max(freshBegin_, begin);
-    for (freshEnd_ = std::max(freshEnd_, freshBegin_); freshEnd_ < end; ++freshEnd_) fresh_.Set(path[freshEnd_]);
+    for (freshEnd_ = std::max(freshEnd_, freshBegin_); freshEnd_ < end; ++freshEnd_) fresh_.Add(path[freshEnd_]);
   }
-  bool IsFresh(int node) const noexcept { return fresh_[node] != 0; }
+  // Whether a node may be one of them; some others seem to be.
+  bool MayBeFresh(int node) const noexcept { return fresh_.MayHold(node); }
 
   // Finds the neighbours of the nodes of the chunk at hand and solves for them.
   void Solve(const MovingSystems& systems, const int* nodes, int count, SystemSolver& solver,
@@ -49,7 +69,7 @@ class PathView {
 
  private:
   NodeBits seen_;
-  NodeBits fresh_;
+  NodeFilter fresh_;
   int next_ = 0;
   int freshBegin_ = 0;
   int freshEnd_ = 0;

@@ -102,8 +102,10 @@ class PathWalk {
     return !Stopped();
   }
 
-  // Waits until a position has its value. Gives false if the run is stopped meanwhile.
+  // Waits until a position has its value; those before the first to simulate have. Gives false if the run is stopped
+  // meanwhile.
   bool WaitFor(const Walk& walk, int position) noexcept {
+    if (position < 0) return true;
     const int owner = static_cast<int>(position / walk.chunk % walk.team);
     if (owner == walk.thread) return true;
     for (int spin = 0; progress_.Next(owner) <= position;) {
@@ -122,7 +124,7 @@ class PathWalk {
   bool WaitForNeighbors(const Walk& walk, int i, int node, Law& law, const PathRanks& ranks) noexcept {
     bool ready = true;
     law.ForEachNeighbor(walk.thread, i, node, [&](int neighbor) noexcept {
-      if (views_[walk.thread].IsFresh(neighbor)) {
+      if (views_[walk.thread].MayBeFresh(neighbor)) {
         ready = ready && WaitFor(walk, ranks.PositionOf(neighbor) - problem_.path.firstSimulated);
       }
     });

@@ -10,8 +10,8 @@ int RunEstimation(const VORL_KESTRUMINPUT& input, const Problem& problem, VORL_I
                   const RunOutput& output) noexcept {
   int status = Estimate(problem, LawOf(input), image->var, stdImage->var);
   if (status != 0) return status;
-  output.Collect(*image, 0);
-  output.Collect(*stdImage, 1);
+  output.Collect(*image, 0, problem.passes());
+  output.Collect(*stdImage, 1, problem.passes());
   status = output.WriteSeparately(image, VORL_KESTRUM_SUFFIX_FOR_ESTIMATE VORL_EXTENSION_FOR_IMAGE_FILE);
   if (status != 0) return status;
   status = output.WriteSeparately(stdImage, VORL_KESTRUM_SUFFIX_FOR_ST_DEV VORL_EXTENSION_FOR_IMAGE_FILE);

@@ -7,7 +7,7 @@ namespace kestrum {
 
 int RunCategorySimulation(const VORL_KESTRUMINDICATORINPUT& input, const Problem& problem, VORL_IMAGE* image,
                           const RunOutput& output) noexcept {
-  RealizationOutput sink(output, *image);
+  RealizationOutput sink(output, *image, problem.passes());
   const Categories categories = CategoriesOf(input, problem.setups[0].model.ordinaryKriging);
   SeededRandom random(input.seed, input.seedIncrement);
   return SimulateCategories(problem, categories, input.nrealization, random, image->var, sink);

@@ -35,11 +35,13 @@ void WriteCpuTime(const char* what, std::clock_t duration, FILE* stream) noexcep
   std::fprintf(stream, "%-68s: %10.4E\n", what, static_cast<double>(duration) / static_cast<double>(CLOCKS_PER_SEC));
 }
 
-void RunOutput::Collect(const VORL_IMAGE& image, int iv) const noexcept {
+void RunOutput::Collect(const VORL_IMAGE& image, int iv, const Dealing& dealing) const noexcept {
   if (outputImage == nullptr) return;
   const std::ptrdiff_t nxyz = image.grid->nxyz;
   std::copy_n(image.varName[0], VORL_VARNAME_LENGTH, outputImage->varName[iv]);
-  std::copy_n(image.var, nxyz, outputImage->var + iv * nxyz);
+  dealing.Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    std::copy(image.var + begin, image.var + end, outputImage->var + iv * nxyz + begin);
+  });
 }
 
 int RunOutput::WriteSeparately(VORL_IMAGE* image, const char* suffix) const noexcept {
@@ -64,7 +66,7 @@ int RealizationOutput::End(int r) noexcept {
     WriteCpuTime(what, std::clock() - start_, output_.report);
     std::fputs(VORL_SEPARATION_LINE_STAR, output_.report);
   }
-  output_.Collect(image_, r);
+  output_.Collect(image_, r, dealing_);
   char suffix[sizeof ending_ + sizeof VORL_EXTENSION_FOR_IMAGE_FILE];
   std::snprintf(suffix, sizeof suffix, "%s%s", ending_, VORL_EXTENSION_FOR_IMAGE_FILE);
   return output_.WriteSeparately(&image_, suffix);

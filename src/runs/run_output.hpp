@@ -40,7 +40,7 @@ struct RunOutput {
         formatString(input.formatString) {}
 
   // Copies the only variable of an image, with its name, to a variable of the result, if there is one.
-  void Collect(const VORL_IMAGE& image, int iv) const noexcept;
+  void Collect(const VORL_IMAGE& image, int iv, const Dealing& dealing) const noexcept;
   // Writes an image to a file of its own, if the run has such files.
   [[nodiscard]] int WriteSeparately(VORL_IMAGE* image, const char* suffix) const noexcept;
 };
@@ -49,13 +49,15 @@ struct RunOutput {
 class RealizationOutput final : public RealizationSink {
  public:
   // image: receives the values of the current realization.
-  RealizationOutput(const RunOutput& output, VORL_IMAGE& image) noexcept : output_(output), image_(image) {}
+  RealizationOutput(const RunOutput& output, VORL_IMAGE& image, const Dealing& dealing) noexcept
+      : output_(output), image_(image), dealing_(dealing) {}
   void Begin(int r) noexcept override;
   [[nodiscard]] int End(int r) noexcept override;
 
  private:
   const RunOutput& output_;
   VORL_IMAGE& image_;
+  Dealing dealing_;
   std::clock_t start_ = 0;
   char ending_[32] = "";  // of the names of this realization
 };

@@ -7,7 +7,7 @@ namespace kestrum {
 
 int RunSimulation(const VORL_KESTRUMINPUT& input, const Problem& problem, VORL_IMAGE* image,
                   const RunOutput& output) noexcept {
-  RealizationOutput sink(output, *image);
+  RealizationOutput sink(output, *image, problem.passes());
   SeededRandom random(input.seed, input.seedIncrement);
   const GibbsPlan gibbs{input.nGibbsSamplerPathMin, input.nGibbsSamplerPathMax};
   return Simulate(problem, LawOf(input), gibbs, input.nrealization, random, image->var, sink);
