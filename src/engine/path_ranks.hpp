@@ -74,6 +74,13 @@ class PathRanks {
     });
   }
 
+  // Writes the nodes of a segment in increasing order, by one thread.
+  void CopySorted(const Problem& problem, int begin, int end, int* sorted) const noexcept {
+    for (int i = 0; i < problem.grid.nxyz; ++i) {
+      if (rank_[i] >= AtPosition(begin) && rank_[i] < AtPosition(end)) *sorted++ = i;
+    }
+  }
+
   // The position of a node in the path, below 0 for a known node.
   int PositionOf(int node) const noexcept { return rank_[node] - 1; }
   int operator[](int node) const noexcept { return rank_[node]; }

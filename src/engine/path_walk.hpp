@@ -47,19 +47,35 @@ class PathWalk {
     for (PathView& view : views_) {
       if (const int status = view.Allocate(problem_.grid.nxyz); status != 0) return status;
     }
+    const auto chunks = static_cast<std::size_t>(count_ / ChunkSize(std::max(1, nscratch)) + 1);
+    if (const int status = owner_.Allocate(chunks); status != 0) return status;
     return progress_.Allocate(nscratch);
   }
 
   // One realization. ranks, before: who is seen by whom, and what is seen before the first node. value: one per node.
-  template <NodeLaw Law>
+  // Chunks go to threads as they come for them. Of several threads one does what is to be done beside first: beside().
+  template <NodeLaw Law, typename Beside>
   [[nodiscard]] int Run(Law& law, const RandomSource& random, const PathRanks& ranks, const NodeBits& before,
-                        real* value) noexcept {
+                        real* value, const Beside& beside) noexcept {
     word_.store(0, std::memory_order_relaxed);
+    next_.store(0, std::memory_order_relaxed);
     progress_.Start(problem_.dealing().nscratch());
+    std::fill(owner_.begin(), owner_.end(), kNobody);
     problem_.dealing().EachThread([&](int thread, int team) noexcept {
       Walk walk{thread, team, ChunkSize(team), 0};
+      if (team > 1 && thread == team - 1) {
+        // Nobody waits for this thread until it takes a chunk.
+        progress_.Advance(thread, count_);
+        beside();
+      }
       views_[thread].Start(before, problem_.path.firstSimulated);
-      for (std::int64_t begin = thread * walk.chunk; begin < count_; begin += team * walk.chunk) {
+      for (;;) {
+        // What is left is no earlier than this; whoever takes a later chunk knows.
+        progress_.Advance(thread, static_cast<int>(std::min<std::int64_t>(count_, next_.load())));
+        const std::int64_t begin = next_.fetch_add(walk.chunk);
+        if (begin >= count_) break;
+        std::atomic_ref<int>(owner_[static_cast<std::size_t>(begin / walk.chunk)])
+            .store(thread, std::memory_order_release);
         Stop(problem_.progress().Interruption());
         if (Stopped() || !DrawChunk(walk, static_cast<int>(begin), law, random, ranks, value)) return;
       }
@@ -104,12 +120,14 @@ class PathWalk {
 
   // Waits until a position has its value; those before the first to simulate have. Gives false if the run is stopped
   // meanwhile.
-  bool WaitFor(const Walk& walk, int position) noexcept {
+  [[gnu::noinline]] bool WaitFor(const Walk& walk, int position) noexcept {
     if (position < 0) return true;
-    const int owner = static_cast<int>(position / walk.chunk % walk.team);
+    const std::atomic_ref<int> ownerOfChunk(owner_[static_cast<std::size_t>(position / walk.chunk)]);
+    int owner = ownerOfChunk.load(std::memory_order_acquire);
     if (owner == walk.thread) return true;
-    for (int spin = 0; progress_.Next(owner) <= position;) {
+    for (int spin = 0; owner == kNobody || progress_.Next(owner) <= position;) {
       if (Stopped()) return false;
+      if (owner == kNobody) owner = ownerOfChunk.load(std::memory_order_acquire);
       if (spin < 1000) {
         ++spin;
       } else {
@@ -162,7 +180,10 @@ class PathWalk {
   int count_;
   double unit_;
   bool threaded_;
-  std::atomic<int> word_{0};  // the first failure stops the threads, the last one is the result
+  static constexpr int kNobody = -1;
+  std::atomic<std::int64_t> next_{0};  // of the chunks that nobody has taken
+  Buffer<int> owner_;                  // of each chunk that is taken
+  std::atomic<int> word_{0};           // the first failure stops the threads, the last one is the result
   ObjectArray<PathView> views_;
   PathProgress progress_;
 };

@@ -20,14 +20,16 @@ class PhiloxRandom final : public RandomSource {
   }
 
   [[nodiscard]] int Shuffle(int* nodes, int n) noexcept override {
-    PhiloxBlock block{};
-    std::uint32_t step = 0;
-    kestrum::Shuffle(n, nodes, [&](int left) {
-      if (step % 2 == 0) block = Philox({step, realization_, nshuffle_, kShuffle}, seed_);
-      return Below(PhiloxWord(block, static_cast<int>(step++ % 2)), left);
-    });
-    ++nshuffle_;
+    ShuffleOf(realization_, nshuffle_++, nodes, n);
     return 0;
+  }
+  bool ShuffleAhead(int r, int* nodes, int n) noexcept override {
+    ShuffleOf(first_ + static_cast<std::uint32_t>(r), 0, nodes, n);
+    return true;
+  }
+  void TakeAhead(int r) noexcept override {
+    StartRealization(r);
+    nshuffle_ = 1;
   }
 
   void StartStretch(int, int, int pass) noexcept override { stretch_ = static_cast<std::uint32_t>(pass + 1); }
@@ -41,6 +43,15 @@ class PhiloxRandom final : public RandomSource {
  private:
   static constexpr std::uint32_t kDraw = 0;
   static constexpr std::uint32_t kShuffle = 1;
+
+  void ShuffleOf(std::uint32_t realization, std::uint32_t number, int* nodes, int n) const noexcept {
+    PhiloxBlock block{};
+    std::uint32_t step = 0;
+    kestrum::Shuffle(n, nodes, [&](int left) {
+      if (step % 2 == 0) block = Philox({step, realization, number, kShuffle}, seed_);
+      return Below(PhiloxWord(block, static_cast<int>(step++ % 2)), left);
+    });
+  }
 
   // A number from 0 to n - 1, each as likely as the others to one part in 2^33.
   static int Below(std::uint64_t word, int n) noexcept {

@@ -17,6 +17,10 @@ class RandomSource {
   virtual void StartRealization(int r) noexcept = 0;
   // Puts nodes into random order. A status ends the run.
   [[nodiscard]] virtual int Shuffle(int* nodes, int n) noexcept = 0;
+  // Does what StartRealization(r) and Shuffle would, while another realization is drawn, by one thread; false if it can
+  // not. TakeAhead then stands for both calls.
+  [[nodiscard]] virtual bool ShuffleAhead(int r, int* nodes, int n) noexcept = 0;
+  virtual void TakeAhead(int r) noexcept = 0;
   // Before the draws of a stretch of n nodes at position `first` of the path; pass: of the Gibbs sampler, -1 otherwise.
   virtual void StartStretch(int first, int n, int pass) noexcept = 0;
   // The uniform number of the i-th node of the stretch.
@@ -38,11 +42,21 @@ class SeededRandom final : public RandomSource {
   }
 
   void StartRealization(int r) noexcept override {
-    realizationSeed_ =
-        WrappingSum(seed_, static_cast<int>(static_cast<unsigned>(r) * static_cast<unsigned>(increment_)));
+    realizationSeed_ = SeedOf(r);
     VORLDoubleRand(realizationSeed_, &context_);
   }
   [[nodiscard]] int Shuffle(int* nodes, int n) noexcept override { return VORLPathRandom(n, nodes, &context_); }
+  bool ShuffleAhead(int r, int* nodes, int n) noexcept override {
+    // A seed of 0 goes on where the realization before stops.
+    if (SeedOf(r) == 0) return false;
+    VORLInitRandContext(&ahead_);
+    VORLDoubleRand(SeedOf(r), &ahead_);
+    return VORLPathRandom(n, nodes, &ahead_) == 0;
+  }
+  void TakeAhead(int r) noexcept override {
+    realizationSeed_ = SeedOf(r);
+    context_ = ahead_;
+  }
   void StartStretch(int first, int n, int pass) noexcept override {
     const unsigned offset = static_cast<unsigned>(pass < 0 ? 0 : pass) * static_cast<unsigned>(n);
     const int firstSeed = WrappingSum(realizationSeed_, first);
@@ -55,11 +69,16 @@ class SeededRandom final : public RandomSource {
   const NormalLaw& normal() const noexcept override { return kTabulatedNormal; }
 
  private:
+  int SeedOf(int r) const noexcept {
+    return WrappingSum(seed_, static_cast<int>(static_cast<unsigned>(r) * static_cast<unsigned>(increment_)));
+  }
+
   int seed_;
   int increment_;
   int realizationSeed_ = 0;
   int n_ = 0;
   VORL_RANDCONTEXT context_;
+  VORL_RANDCONTEXT ahead_;  // after the shuffle of the next realization
   NodeDraws draws_{0, {}};
 };
 

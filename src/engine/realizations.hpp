@@ -42,15 +42,24 @@ class Realizations {
     return walk_.Allocate();
   }
 
+  // Whether the path of the next realization is made while one is drawn: it takes memory for another path, or is made
+  // after it if there is none.
+  void PrepareAhead(int count) noexcept {
+    const int n = problem_.path.nnode - problem_.path.firstSimulated;
+    ahead_ = count > 1 && problem_.passes().threaded() && !problem_.data.bounded && n > 0 &&
+             nextPath_.Allocate(static_cast<std::size_t>(n)) == 0;
+  }
+
   template <RealizationLaw Law>
   [[nodiscard]] int Run(int count, RandomSource& random, Law& law, RealizationSink& sink) noexcept {
     const Progress& progress = problem_.progress();
     if (const int status = progress.After(0); status != 0) return status;
     progress.StartRealizations(count);
+    PrepareAhead(count);
     for (int r = 0; r < count; ++r) {
       sink.Begin(r);
-      random.StartRealization(r);
-      if (const int status = Draw(random, law); status != 0) return status;
+      if (!made_) random.StartRealization(r);
+      if (const int status = Draw(r, r + 1 < count, random, law); status != 0) return status;
       if (const int status = sink.End(r); status != 0) return status;
       progress.FinishRealization();
       if (const int status = progress.Publish(0.0); status != 0) return status;
@@ -68,19 +77,33 @@ class Realizations {
   }
 
   template <RealizationLaw Law>
-  [[nodiscard]] int Draw(RandomSource& random, Law& law) noexcept {
+  [[nodiscard]] int Draw(int r, bool more, RandomSource& random, Law& law) noexcept {
     const auto& [nodes, nnode, firstInequality, first] = problem_.path;
     const Progress& progress = problem_.progress();
     Reset();
     if (const int status = law.BeforePath(random, ranks_, before_); status != 0) return status;
     if (const int status = progress.Interruption(); status != 0) return status;
-    // Sorted first, so that the path depends on the seed and on nothing that the realization before has left.
-    ranks_.Sort(problem_, first, nnode);
-    if (const int status = random.Shuffle(nodes + first, nnode - first); status != 0) return status;
+    if (made_) {
+      random.TakeAhead(r);
+      problem_.passes().Blocks(nnode - first, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+        std::copy(nextPath_.data() + begin, nextPath_.data() + end, nodes + first + begin);
+      });
+    } else {
+      // Sorted first, so that the path depends on the seed and on nothing that the realization before has left.
+      ranks_.Sort(problem_, first, nnode);
+      if (const int status = random.Shuffle(nodes + first, nnode - first); status != 0) return status;
+    }
     if (const int status = progress.Interruption(); status != 0) return status;
     ranks_.Number(problem_, first, nnode);
     random.StartStretch(first, nnode - first, -1);
-    if (const int status = walk_.Run(law, random, ranks_, before_, value_); status != 0) return status;
+    made_ = false;
+    const auto makeNextPath = [&]() noexcept {
+      if (!ahead_ || !more) return;
+      ranks_.CopySorted(problem_, first, nnode, nextPath_.data());
+      made_ = random.ShuffleAhead(r + 1, nextPath_.data(), nnode - first);
+    };
+    const int status = walk_.Run(law, random, ranks_, before_, value_, makeNextPath);
+    if (status != 0) return status;
     random.EndStretch();
     law.AfterPath();
     return 0;
@@ -92,6 +115,9 @@ class Realizations {
   Buffer<int> known_;  // the known nodes
   NodeBits before_;    // the known nodes, and the inequality nodes once they have values
   PathWalk walk_;
+  bool ahead_ = false;
+  bool made_ = false;  // whether the next path is
+  Buffer<int> nextPath_;
 };
 
 }  // namespace kestrum
