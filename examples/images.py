@@ -18,7 +18,8 @@ sizes = ks.body_sizes(bodies)["size"]
 print(f"{count} bodies, the largest of {sizes.max():,} of {sizes.sum():,} nodes; Euler number {ks.euler_number(sand)}")
 
 figure, axes = plt.subplots(2, 3, figsize=(16, 9), layout="constrained")
-panels = {"a realization": fields[0], "bodies above Otsu's cut": inside * bodies, "depth in sand": inside * ks.distance(~sand),
+size = inside * sizes.reindex(range(count + 1)).to_numpy()[bodies]  # of the body that a node belongs to
+panels = {"a realization": fields[0], "nodes of each body above Otsu's cut": size, "depth in sand": inside * ks.distance(~sand),
           "a quarter of its size": ks.pyramid(fields[0], levels=2)[1]}
 for ax, (title, values) in zip(axes.flat, panels.items()):
     ks.plot.map(values, None, ax, label="")

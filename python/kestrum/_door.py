@@ -134,6 +134,8 @@ def array(name: str, value: Any) -> NDArray[Any]:
 def reals(name: str, value: Any, error: type[KestrumError] = DataError) -> Floats:
     """An array of numbers: float64, contiguous, of this machine's byte order. Not copied if it is that already."""
     given = array(name, value)
+    if value is None:
+        wrong_type(name, value, "numbers")
     if given.dtype.kind in "biuf":
         if given.dtype.kind == "f" and given.dtype.itemsize > 8:
             given = given.astype(np.float64)

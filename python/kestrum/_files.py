@@ -411,6 +411,8 @@ def _exact(name: str, values: Floats, given: Any) -> Floats:
 @contextmanager
 def _opened(path: Path, mode: str) -> Iterator[IO[bytes]]:
     """A file whose name is in what the system says of it."""
+    if not isinstance(path, (str, os.PathLike)):
+        _door.wrong_type("path", path, "the name of a file")
     with open(path, mode, buffering=0) as file:
         try:
             yield file

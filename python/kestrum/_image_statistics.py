@@ -2,7 +2,6 @@
 
 import functools
 import math
-import threading
 from collections.abc import Callable, Iterator, Sequence
 from typing import TYPE_CHECKING, Any, Literal
 
@@ -10,8 +9,9 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _lazy, _memory
-from ._errors import ArgumentError, DataError
+from ._errors import ArgumentError, DataError, warn
 from ._image_door import Connectivity, as_image, as_lags, as_neighbors, is_complete, is_flipped, lag_coords, like, readable, require_few, require_numbers
+from ._watch import watched
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -68,6 +68,8 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
         gamma, pairs = _image_blocks.variogram(values, lags, functools.partial(_variogram_of, by_transforms=by_transforms), threads)
     else:
         gamma, pairs = _variogram_of(values, lags, _door.threads(threads), by_transforms)
+        if not pairs.any():
+            warn("image is NaN everywhere: there is no pair of nodes, and gamma is NaN.")
     coords = lag_coords(lags)
     dims = tuple(coords)
     return xr.Dataset({"gamma": (dims, gamma, {"long_name": "semivariance"}), "pairs": (dims, pairs, {"long_name": "number of pairs"})}, coords)
@@ -77,49 +79,17 @@ def _variogram_of(values: NDArray[Any], lags: tuple[int, ...], threads: int, by_
     complete = is_complete("image", values)
     known = None if complete or not np.isnan(values).any() else ~np.isnan(values)
     if by_transforms:
-        def work(stop: threading.Event) -> tuple[Floats, NDArray[np.int64]]:
-            return _by_transforms(values, known, lags, threads, stop)
-
-        found: tuple[Floats, NDArray[np.int64]] = _interruptible(work) if values.size > 10**6 else work(threading.Event())
-        return found
+        return watched(values.size, _by_transforms, values, known, lags, threads)
     gamma, pairs = _core.two_point_map(np.ascontiguousarray(values, np.float64), "variogram", (0, *lags)[-3:], threads)
     shape = [2 * lag + 1 for lag in lags]
     return gamma.reshape(shape), pairs.reshape(shape)
 
 
-class _Stopped(Exception):
-    """Raised in work that nobody waits for any more."""
-
-
-def _interruptible(work: Callable[[threading.Event], Any]) -> Any:
-    """What work gives, done on a thread of its own: Ctrl-C ends the wait at once, and the work after its present step."""
-    stop = threading.Event()
-    outcome: list[tuple[Any, BaseException | None]] = []
-
-    def run() -> None:
-        try:
-            outcome.append((work(stop), None))
-        except BaseException as error:
-            outcome.append((None, error))
-
-    thread = threading.Thread(target=run, daemon=True)
-    thread.start()
-    try:
-        thread.join()
-    except BaseException:
-        stop.set()
-        raise
-    result, error = outcome[0]
-    if error is not None:
-        raise error
-    return result
-
-
-def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: tuple[int, ...], threads: int,
-                   stop: threading.Event) -> tuple[Floats, NDArray[np.int64]]:
+def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: tuple[int, ...],
+                   threads: int) -> tuple[Floats, NDArray[np.int64]]:
     """gamma and pairs. (a - b)^2 = a^2 + b^2 - 2 a b, of which the last is a correlation, and the first two are one with a
     mask, or sums over boxes where nothing is missing."""
-    transforms = _Transforms(image.shape, lags, threads, stop)
+    transforms = _Transforms(image.shape, lags, threads)
     unit, centred = _centred(image, known)
     if known is None:
         sums, = transforms.correlations([centred], lambda spectrum: [_product(spectrum)])
@@ -178,10 +148,10 @@ def _product(a: NDArray[np.complex128], b: NDArray[np.complex128] | None = None)
 class _Transforms:
     """Correlations at some lags, those along the first axis not negative."""
 
-    def __init__(self, shape: tuple[int, ...], lags: tuple[int, ...], threads: int, stop: threading.Event) -> None:
+    def __init__(self, shape: tuple[int, ...], lags: tuple[int, ...], threads: int) -> None:
         from scipy.fft import next_fast_len
 
-        self.shape, self.lags, self.threads, self.stop = shape, lags, threads, stop
+        self.shape, self.lags, self.threads = shape, lags, threads
         self.padded = [next_fast_len(n + lag, axis == len(shape) - 1) for axis, (n, lag) in enumerate(zip(shape, lags))]
 
     def some_rows(self) -> Iterator[slice]:
@@ -198,7 +168,6 @@ class _Transforms:
         options = {"overwrite_x": True, "workers": self.threads}
         lines = [np.empty((*self.shape[:-1], self.padded[-1] // 2 + 1), np.complex128) for _ in images]
         for rows in self.some_rows():
-            self._look()
             for image, line in zip(images, lines):
                 line[rows] = fft.rfft(image(rows), self.padded[-1], **options)
         step = max(16, 2**15 * self.threads // math.prod(self.padded[:-1]))
@@ -206,8 +175,7 @@ class _Transforms:
         for first in range(0, lines[0].shape[-1], step):
             spectra = [line[..., first:first + step] for line in lines]
             for axis in reversed(range(len(self.shape) - 1)):
-                self._look()
-                spectra = [fft.fft(spectrum, self.padded[axis], axis, **options) for spectrum in spectra]
+                    spectra = [fft.fft(spectrum, self.padded[axis], axis, **options) for spectrum in spectra]
             results = [fft.rfft(power, axis=0, **options)[: self.lags[0] + 1].conj() for power in powers(*spectra)]
             for axis in range(1, len(self.shape) - 1):
                 results = [fft.ifft(result, axis=axis, norm="forward", **options).take(self._places(axis), axis) for result in results]
@@ -215,10 +183,6 @@ class _Transforms:
         size = math.prod(self.padded)
         return [fft.irfft(np.concatenate(parts, -1), self.padded[-1], norm="forward", **options).take(self._places(-1), -1) / size
                 for parts in zip(*blocks)]
-
-    def _look(self) -> None:
-        if self.stop.is_set():
-            raise _Stopped
 
     def _places(self, axis: int) -> NDArray[np.intp]:
         return np.arange(-self.lags[axis], self.lags[axis] + 1)

@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _lazy
-from ._errors import ArgumentError, DataError
+from ._errors import ArgumentError, DataError, warn
 from ._image_door import Connectivity, as_image, as_neighbors, as_sides, as_truth, is_flipped, like, per_axis, readable
 from ._watch import watched
 
@@ -460,9 +460,19 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
     lazy = _lazy.is_lazy(_door.held("image", image))
     values: Any = image if lazy else as_image("image", image)
     sides = as_sides(size, values.shape)
+    if values.size and any(side > n for side, n in zip(np.broadcast_to(size, values.ndim), values.shape)):
+        warn(f"size is {_door.show(size)}, but the image has {' x '.join(map(str, values.shape))} nodes: every box leaves it, and all "
+             "values are NaN. Give a smaller size.")
     if lazy:
-        lazily: NDArray[np.float64] = like(image, _image_blocks.around("image", image, [side // 2 for side in sides], box_mean, np.float64, sides, threads), "box_mean")
+        lazily: NDArray[np.float64] = like(image, _image_blocks.around("image", image, [side // 2 for side in sides], _means, np.float64, sides, threads), "box_mean")
         return lazily
+    result: NDArray[np.float64] = like(image, _means(values, size, threads), "box_mean")
+    return result
+
+
+def _means(image: NDArray[Any], size: Any, threads: int | None) -> NDArray[np.float64]:
+    values = as_image("image", image)  # a block may be masked
+    sides = as_sides(size, values.shape)
     nthreads = _door.threads(threads)
     flipped = is_flipped(values)
     typed = np.ascontiguousarray(readable("image", values.T if flipped else values))
@@ -470,8 +480,7 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
         means = _core.box_mean(typed, [*(sides if flipped else sides[::-1]), 1][:3], nthreads)
     else:
         means = np.empty(typed.shape)
-    result: NDArray[np.float64] = like(image, means.T if flipped else means, "box_mean")
-    return result
+    return means.T if flipped else means
 
 
 def _changed(mask: ArrayLike, element: Any, dilating: bool, threads: int | None) -> NDArray[np.bool_]:

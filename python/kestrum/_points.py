@@ -288,6 +288,13 @@ def require_numbers(name: str, points: Any, lack: str) -> Floats:
     return values
 
 
+def warn_if_numbers(points: Points, categories: int) -> None:
+    """Says so where values that are taken for categories are likely measurements."""
+    if points.values.dtype.kind == "f" and 2 * categories > len(points):
+        warn(f"values of {points.name!r} are {categories:,} different numbers in {len(points):,} rows, each taken for a category. If they are "
+             "measurements, cut them first: points.with_values(points.values > limit).")
+
+
 def _rebuild(cls: type[Points], *parts: Any) -> Points:
     points = cls.__new__(cls)
     points._fill(*parts)

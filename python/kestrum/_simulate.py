@@ -14,7 +14,7 @@ from ._errors import ArgumentError, DataError, GridError, warn
 from ._grid import Grid
 from ._krige import _drift, _extents, _radii
 from ._models import CovModel, Range, require_model
-from ._points import Points
+from ._points import Points, warn_if_numbers
 from ._targets import Target
 from ._transforms import NormalScore
 from ._watch import watched
@@ -105,8 +105,8 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
         _door.choice("transform", transform, ("normal-score",))
         if points is None:
             raise ArgumentError("transform 'normal-score' is fitted to data, but there are no points. Give a NormalScore.")
-    elif transform is not None and not (hasattr(transform, "forward") and hasattr(transform, "inverse")):
-        _door.wrong_type("transform", transform, "a NormalScore, 'normal-score', or an object with forward and inverse")
+    elif transform is not None and (isinstance(transform, type) or not (hasattr(transform, "forward") and hasattr(transform, "inverse"))):
+        _door.wrong_type("transform", transform, "a NormalScore, made of values, 'normal-score', or an object with forward and inverse")
     if points is not None:
         if points.values.dtype.kind not in "iuf":
             raise DataError(f"values of {points.name!r} are labels. Simulation of categories: simulate_categories.")
@@ -452,6 +452,8 @@ def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, ra
     if strange:
         raise DataError(f"points have the label {strange[0]!r}, which {'model' if isinstance(model, Mapping) else 'proportions'} "
                         f"lacks.{_door.nearest(strange[0], labels)} It has {', '.join(map(repr, labels))}.")
+    if points is not None:
+        warn_if_numbers(points, len(found))
     models = [model[label] for label in labels] if isinstance(model, Mapping) else [model] * len(labels)
     for one in models:
         if not isinstance(one, CovModel):

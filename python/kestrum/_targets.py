@@ -66,7 +66,7 @@ class Target:
             there = "the grid has one layer (nz is 1)" if self.grid is not None else "the places are (x, y)"
             raise DataError(f"points have coordinates (x, y, z), but {there}. If z is no place (say, an elevation), leave it out: "
                             "Points(coordinates[:, :2], values).")
-        there = f"the grid has {self.grid.nz} layers" if self.grid is not None else "the places are (x, y, z)"
+        there = f"the grid has {self.grid.nz} layers" if self.grid is not None else "the places have three columns, (x, y, z)"
         raise DataError(f"points have coordinates (x, y), but {there}. Give the points a z, or work in two dimensions.")
 
     def values(self, name: str, value: Any, error: type[KestrumError] = GridError) -> Floats:

@@ -13,7 +13,7 @@ from ._door import Floats
 from ._errors import ArgumentError, DataError, warn
 from ._fit import FittedModel, fit_variogram
 from ._models import CovModel
-from ._points import Points, require_numbers
+from ._points import Points, require_numbers, warn_if_numbers
 from ._watch import watched
 
 if TYPE_CHECKING:
@@ -302,6 +302,7 @@ def indicator_variograms(points: Points, **options: Any) -> dict[object, Variogr
     categories = sorted(set(points.values.tolist()))
     if not 2 <= len(categories) <= 100:
         raise DataError(f"values of {points.name!r} are {len(categories):,} categories, but there must be 2 to 100 of them.")
+    warn_if_numbers(points, len(categories))
     result: dict[object, Variogram] = {}
     for category in categories:
         indicator = points.with_values([float(value == category) for value in points.values.tolist()], f"{points.name} = {category}")
@@ -348,6 +349,8 @@ def _cloud(points: Points, values: Floats, reach: float) -> "pd.DataFrame":
     tree = cKDTree(points.coordinates)
     count = (int(tree.count_neighbors(tree, reach)) - len(points)) // 2
     _memory.require(150 * count, f"a cloud of {count:,} pairs", "Give a smaller max_distance, or take variogram(points).")
+    if count == 0:
+        raise DataError(f"no two points are within max_distance, which is {reach:g}. Give a larger one.")
     pairs = tree.query_pairs(reach, output_type="ndarray")
     i, j = pairs[np.lexsort(pairs.T[::-1])].T
     difference = points.coordinates[j] - points.coordinates[i]

@@ -140,7 +140,7 @@ def probability_connected(realizations: Any, place: int | tuple[int, ...] | dict
         cells = [dim for dim in realizations.dims if dim != "realization"]
         if sorted(map(str, place)) != sorted(map(str, cells)):
             raise ArgumentError(f"place has {', '.join(map(str, place))}, but needs {', '.join(map(str, cells))}.")
-        place = tuple(int(abs(realizations[dim].values - _door.number(f"place {dim}", place[dim])).argmin()) for dim in cells)
+        place = tuple(_nearest_cell(str(dim), realizations[dim].values, place[dim]) for dim in cells)
     at = tuple(_door.whole("place", index, 0, size - 1) for index, size in zip(np.atleast_1d(place), shape))
     if len(at) != len(shape) or np.size(place) != len(shape):
         raise ArgumentError(f"place has {np.size(place)} indices, but cells have {len(shape)}.")
@@ -185,6 +185,14 @@ def quantile(realizations: Any, q: float | ArrayLike) -> Any:
     else:
         found = watched(values.size, _quantiles, values, levels)
     return _result(realizations, found[0]) if one else _result(realizations, found, "quantile", levels)
+
+
+def _nearest_cell(dim: str, centres: Floats, place: Any) -> int:
+    distances = np.abs(centres - _door.number(f"place {dim}", place))
+    index = int(distances.argmin())
+    if len(centres) > 1 and distances[index] > np.abs(np.diff(centres)).max():
+        raise ArgumentError(f"place {dim} is {_door.show(place)}, but cells have {dim} from {centres.min():g} to {centres.max():g}.")
+    return index
 
 
 def _quantiles(block: NDArray[Any], levels: Floats) -> Floats:

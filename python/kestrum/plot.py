@@ -12,8 +12,9 @@ from matplotlib.figure import Figure
 
 from . import _door
 from ._errors import ArgumentError, GridError
-from ._models import CovModel
+from ._models import CovModel, require_model
 from ._points import Points
+from ._variogram import Variogram
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -56,6 +57,8 @@ def map(values: "xr.DataArray", points: Points | None = None, ax: Axes | None = 
     'x'
     """
     _require_map(values)
+    if points is not None and not isinstance(points, Points):
+        _door.wrong_type("points", points, "Points")
     image = values.transpose("y", "x")
     wide, tall = (abs(float(image[axis][-1] - image[axis][0])) + 1e-30 for axis in ("x", "y"))
     ax = _axes(ax, (min(10.0, max(3.5, 6.0 * wide / tall)) + 1.6, 6.0))
@@ -114,9 +117,11 @@ def realizations(simulations: "xr.DataArray", n: int = 4, figure: Figure | None 
     n = min(_door.whole("n", n, 1), simulations.sizes["realization"])
     columns = int(np.ceil(np.sqrt(n)))
     rows = -(-n // columns)
+    finite = simulations.values[np.isfinite(simulations.values)]
+    if finite.size == 0:
+        raise ArgumentError("simulations are all missing: there is nothing to draw.")
     figure = figure if figure is not None else plt.figure(figsize=(4.0 * columns + 1.0, 4.0 * rows), layout="constrained")
     grid = figure.subplots(rows, columns, sharex=True, sharey=True, squeeze=False)
-    finite = simulations.values[np.isfinite(simulations.values)]
     for k, ax in enumerate(grid.flat):
         if k >= n:
             ax.set_visible(False)
@@ -159,6 +164,10 @@ def variogram(variogram: Any, model: CovModel | None = None, ax: Axes | None = N
     >>> axes.get_ylabel()
     'semivariance'
     """
+    if not isinstance(variogram, Variogram):
+        _door.wrong_type("variogram", variogram, "a Variogram (of points: kestrum.variogram(points))")
+    if model is not None:
+        require_model(model, "A curve needs")
     ax = _axes(ax)
     colors = plt.get_cmap("viridis")(np.linspace(0.1, 0.8, len(variogram.azimuth)))
     pairs = variogram.pairs / max(1, variogram.pairs.max())
@@ -199,6 +208,7 @@ def model(model: CovModel, ax: Axes | None = None, max_distance: float | None = 
     >>> [line.get_label() for line in axes.lines]
     ['along azimuth 30°', 'across']
     """
+    require_model(model, "A curve needs")
     ax = _axes(ax)
     reach = max((r for s in model.structures for r in s.range), default=1.0)
     end = 1.3 * reach if max_distance is None else _door.number("max_distance", max_distance, above=0.0)
@@ -246,6 +256,8 @@ def histogram(values: Any, transform: Any = None, ax: Any = None, *, label: str 
         raise ArgumentError("values are all missing: there is nothing to draw.")
     if transform is None:
         return _bars(_axes(ax), numbers, name)
+    if isinstance(transform, type) or not hasattr(transform, "forward"):
+        _door.wrong_type("transform", transform, "a NormalScore, made of values: NormalScore(values)")
     axes = ax if ax is not None else plt.figure(figsize=(9.0, 3.6), layout="constrained").subplots(1, 2)
     _bars(axes[0], numbers, name)
     _bars(axes[1], transform.forward(numbers), f"normal score of {name}")
@@ -281,6 +293,8 @@ def validation(table: Any, figure: Figure | None = None) -> Figure:
     figure = figure if figure is not None else plt.figure(figsize=(14.0, 4.4), layout="constrained")
     scatter, errors, scores = figure.subplots(1, 3)
     known = table[np.isfinite(table["error"].to_numpy())]
+    if len(known) == 0:
+        raise ArgumentError("errors of the table are all missing: there is nothing to draw.")
     low, high = (float(getattr(known[["value", "estimate"]].to_numpy(), side)()) for side in ("min", "max"))
     scatter.plot([low, high], [low, high], color="0.6", linewidth=1.0, zorder=1)
     scatter.scatter(known["value"], known["estimate"], s=16, color=LINE, alpha=0.8, edgecolors="white", linewidths=0.4)
@@ -304,6 +318,8 @@ def validation(table: Any, figure: Figure | None = None) -> Figure:
 
 
 def _axes(ax: Axes | None, size: tuple[float, float] | None = None) -> Axes:
+    if ax is not None and not isinstance(ax, Axes):
+        _door.wrong_type("ax", ax, "the axes of a figure, as pyplot.subplots() gives them")
     return ax if ax is not None else plt.figure(figsize=size, layout="constrained").add_subplot()
 
 
@@ -330,6 +346,9 @@ def _as_map(ax: Axes, x: bool = True, y: bool = True) -> None:
         spine.set_color("0.7")
     ax.set_xlabel("x" if x else "")
     ax.set_ylabel("y" if y else "")
+    # Of panels that share an axis, the outer ones alone have its labels.
+    if len(ax.get_shared_x_axes().get_siblings(ax)) > 1 and len(ax.get_shared_y_axes().get_siblings(ax)) > 1:
+        ax.label_outer()
 
 
 def _as_variogram(ax: Axes, end: float) -> None:

@@ -32,6 +32,7 @@ def images(draw, largest=9):
     return values, values.astype(np.float64)
 
 
+@pytest.mark.filterwarnings("ignore:image is NaN everywhere")
 @given(images(), st.data())
 @settings(max_examples=100, deadline=None)
 def test_variogram_maps(image, data):
