@@ -68,8 +68,7 @@ def map(values: "xr.DataArray", points: Points | None = None, ax: Axes | None = 
     everything = np.concatenate(shown)
     low = float(everything.min()) if vmin is None and everything.size else vmin
     high = float(everything.max()) if vmax is None and everything.size else vmax
-    mesh = ax.pcolormesh(image.x.values, image.y.values, _blank(image.values), cmap=cmap, vmin=low, vmax=high,
-                         shading="nearest", rasterized=True)
+    mesh = _draw(ax, image, cmap, low, high)
     if points is not None:
         style: dict[str, Any] = dict(s=18, edgecolors="white", linewidths=0.6)
         numbers = points.values.dtype.kind in "iuf"
@@ -129,8 +128,7 @@ def realizations(simulations: "xr.DataArray", n: int = 4, figure: Figure | None 
         field = simulations.isel(realization=k)
         _require_map(field)
         field = field.transpose("y", "x")
-        mesh = ax.pcolormesh(field.x.values, field.y.values, _blank(field.values), cmap=cmap, vmin=finite.min(),
-                             vmax=finite.max(), shading="nearest", rasterized=True)
+        mesh = _draw(ax, field, cmap, float(finite.min()), float(finite.max()))
         number = int(field.realization) if "realization" in field.coords else k
         ax.set_title(f"realization {number}", fontsize=10, color=INK)
         _as_map(ax, bool(k // columns == rows - 1), k % columns == 0)
@@ -174,7 +172,7 @@ def variogram(variogram: Any, model: CovModel | None = None, ax: Axes | None = N
     end = float(np.nanmax(variogram.lag)) * 1.05
     for row, color in enumerate(colors):
         azimuth, dip = variogram.azimuth[row], variogram.dip[row]
-        name = "all directions" if np.isnan(azimuth) else f"azimuth {azimuth:g}°" + f", dip {dip:g}°" * (dip != 0.0)
+        name = "all directions" if np.isnan(azimuth) else f"azimuth {azimuth:g}°" + f", dip {dip:g}°" * bool(dip != 0.0)
         ax.scatter(variogram.lag[row], variogram.gamma[row], s=12 + 60 * pairs[row], color=color, label=name, zorder=3,
                    edgecolors="white", linewidths=0.5)
         if model is not None:
@@ -323,9 +321,20 @@ def _axes(ax: Axes | None, size: tuple[float, float] | None = None) -> Axes:
     return ax if ax is not None else plt.figure(figsize=size, layout="constrained").add_subplot()
 
 
-def _blank(values: Any) -> Any:
-    """Missing values are not drawn."""
-    return np.ma.array(values, mask=~np.isfinite(values))  # type: ignore[no-untyped-call]
+def _draw(ax: Axes, image: Any, cmap: str, low: float | None, high: float | None) -> Any:
+    """Values on (y, x) as cells about their coordinates. Missing ones are not drawn."""
+    values: Any = np.ma.array(image.values, mask=~np.isfinite(image.values))  # type: ignore[no-untyped-call]
+    style: dict[str, Any] = dict(cmap=cmap, vmin=low, vmax=high)
+    edges: list[float] = []
+    for axis in ("x", "y"):
+        centres = image[axis].values
+        steps = np.diff(centres)
+        if len(steps) == 0 or not np.allclose(steps, steps[0]):
+            return ax.pcolormesh(image.x.values, image.y.values, values, shading="nearest", rasterized=True, **style)
+        edges += [float(centres[0] - 0.5 * steps[0]), float(centres[-1] + 0.5 * steps[0])]
+    drawn = ax.imshow(values, extent=edges, origin="lower", interpolation="nearest", **style)
+    ax.set(xlim=sorted(edges[:2]), ylim=sorted(edges[2:]))  # north is up, also where y descends
+    return drawn
 
 
 def _require_map(values: Any) -> None:

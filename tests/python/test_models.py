@@ -2,8 +2,10 @@
 
 import copy
 import pickle
+from pathlib import Path
 
 import numpy as np
+import pandas as pd
 import pytest
 import xarray as xr
 from hypothesis import given, settings
@@ -97,3 +99,13 @@ def test_local_parameters_are_kept_as_they_were():
         model.structures[0].sill[0, 0] = 1.0
     raster = xr.DataArray([[1.0, 2.0], [3.0, 4.0]], {"y": [1.5, 0.5], "x": [0.5, 1.5]}, ("y", "x"))
     assert ks.Spherical(raster, range=5.0) == ks.Spherical(raster.copy(), range=5.0) != ks.Spherical(raster.values, range=5.0)
+
+
+def test_models_are_gstat_s_with_the_parameters_of_the_conventions():
+    models = {"Spherical": ks.Spherical(1, 900), "Exponential": ks.Exponential(1, 900), "Gaussian": ks.Gaussian(1, 900), "Linear": ks.Linear(1, 900),
+              "CardinalSine": ks.CardinalSine(1, 900), "Stable": ks.Stable(1, 900, power=1.3), "Matern": ks.Matern(1, 900, smoothness=0.7),
+              "anisotropic": ks.Nugget(0.05) + ks.Exponential(0.59, (900, 500), azimuth=45)}
+    table = pd.read_csv(Path(__file__).parent / "gstat/models.csv")
+    assert set(table.model) == set(models)
+    for name, rows in table.groupby("model"):
+        np.testing.assert_allclose(models[name].covariance(rows[["x", "y"]]), rows.covariance, rtol=0, atol=2e-13, err_msg=name)
