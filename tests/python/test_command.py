@@ -104,6 +104,10 @@ def test_other_endings(ending, tmp_path, points, capsys):
         with xr.open_dataarray(path, engine="rasterio") as found:
             np.testing.assert_array_equal(found[0, ::-1], expected.estimate)
             np.testing.assert_allclose(found.x, expected.x)
+        assert main([*KRIGE[:6], "--like", str(path), "--neighbors", "12", "-o", str(tmp_path / "again.tif")]) == 0
+        with xr.open_dataarray(tmp_path / "again.tif", engine="rasterio") as found:
+            np.testing.assert_array_equal(found[0, ::-1], expected.estimate)
+            assert found.y[0] > found.y[-1]  # from north to south, as the template and others have it
 
 
 @pytest.mark.parametrize("change, words", [
