@@ -25,10 +25,7 @@ class BodyMeter {
     if (tables_.size() < 7 * room) {
       if (const int status = tables_.Allocate(7 * room); status != 0) return status;
     }
-    int* const table = tables_.data();
-    GeobodyBoxes boxes{table,
-                       {table + room, table + 2 * room, table + 3 * room},
-                       {table + 4 * room, table + 5 * room, table + 6 * room}};
+    GeobodyBoxes boxes = GeobodyBoxes::In(tables_.data(), static_cast<std::ptrdiff_t>(room));
     const LargestBodies largest = FindLargest(finder_, count, *grid_, boxes);
     measures[0] = count;
     measures[1] = largest.size;
