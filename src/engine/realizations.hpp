@@ -78,7 +78,9 @@ class Realizations {
 
   template <RealizationLaw Law>
   [[nodiscard]] int Draw(int r, bool more, RandomSource& random, Law& law) noexcept {
-    const auto& [nodes, nnode, firstInequality, first] = problem_.path;
+    const int first = problem_.path.firstSimulated;
+    const int nnode = problem_.path.nnode;
+    int* const path = problem_.path.nodes + first;
     const Progress& progress = problem_.progress();
     Reset();
     if (const int status = law.BeforePath(random, ranks_, before_); status != 0) return status;
@@ -86,12 +88,12 @@ class Realizations {
     if (made_) {
       random.TakeAhead(r);
       problem_.passes().Blocks(nnode - first, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-        std::copy(nextPath_.data() + begin, nextPath_.data() + end, nodes + first + begin);
+        std::copy(nextPath_.data() + begin, nextPath_.data() + end, path + begin);
       });
     } else {
       // Sorted first, so that the path depends on the seed and on nothing that the realization before has left.
       ranks_.Sort(problem_, first, nnode);
-      if (const int status = random.Shuffle(nodes + first, nnode - first); status != 0) return status;
+      if (const int status = random.Shuffle(path, nnode - first); status != 0) return status;
     }
     if (const int status = progress.Interruption(); status != 0) return status;
     ranks_.Number(problem_, first, nnode);
