@@ -31,7 +31,7 @@ colors = plt.get_cmap("viridis", len(models))
 codes = points.with_values([list(models).index(name) for name in points.values])
 for ax, values, title in zip(axes[1], [likeliest, *fields], ["the likeliest", "realization 0", "realization 1"]):
     ks.plot.map(values.where(inside), codes, ax, label="flooded", cmap=colors, vmin=-0.5, vmax=2.5)
-    ax.collections[0].colorbar.set_ticks(range(3), labels=list(models))
+    ax.images[0].colorbar.set_ticks(range(3), labels=list(models))
     ax.set_title(title)
 figure.savefig(here / "output/categories.png", dpi=120, bbox_inches="tight")
 print("share of each class:", dict(zip(models, np.round(chances.mean(["x", "y"]).values, 2))))

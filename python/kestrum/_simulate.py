@@ -105,7 +105,7 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
         _door.choice("transform", transform, ("normal-score",))
         if points is None:
             raise ArgumentError("transform 'normal-score' is fitted to data, but there are no points. Give a NormalScore.")
-    elif transform is not None and (isinstance(transform, type) or not (hasattr(transform, "forward") and hasattr(transform, "inverse"))):
+    elif transform is not None and ((isinstance(transform, type) and issubclass(transform, NormalScore)) or not (hasattr(transform, "forward") and hasattr(transform, "inverse"))):
         _door.wrong_type("transform", transform, "a NormalScore, made of values, 'normal-score', or an object with forward and inverse")
     if points is not None:
         if points.values.dtype.kind not in "iuf":
