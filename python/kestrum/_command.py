@@ -1,5 +1,7 @@
 """The command line: a thin layer over the package."""
 
+from __future__ import annotations
+
 import argparse
 import importlib.util
 import os
@@ -121,7 +123,7 @@ class _Parser(argparse.ArgumentParser):
         self.exit(2, f"{self.prog}: {message} (try {self.prog} --help)\n")
 
 
-def _read_table(path: str) -> "pd.DataFrame":
+def _read_table(path: str) -> pd.DataFrame:
     import pandas as pd
 
     ending = Path(path).suffix.lower()
@@ -140,7 +142,7 @@ def _points(options: argparse.Namespace) -> Points:
     return Points.from_dataframe(frame, options.value, options.x, options.y, options.z)
 
 
-def _on_grid(path: str) -> "xr.Dataset":
+def _on_grid(path: str) -> xr.Dataset:
     """Values on a grid, from a file of any ending that is for these."""
     import xarray as xr
 
@@ -148,14 +150,14 @@ def _on_grid(path: str) -> "xr.Dataset":
     return read_gslib(path) if ending == ".gslib" else read_vtk(path) if ending == ".vtk" else xr.open_dataset(path)
 
 
-def _grid(options: argparse.Namespace, points: Points) -> "Grid | xr.Dataset":
+def _grid(options: argparse.Namespace, points: Points) -> Grid | xr.Dataset:
     if options.like is not None:
         return _on_grid(options.like)
     cell = options.cell[0] if len(options.cell) == 1 else options.cell
     return Grid.covering(points, cell, options.margin)
 
 
-def _write(result: "xr.Dataset", path: str, picture: Callable[[], Any]) -> None:
+def _write(result: xr.Dataset, path: str, picture: Callable[[], Any]) -> None:
     ending = Path(path).suffix.lower()
     if ending == ".nc":
         result.to_netcdf(path)
@@ -243,7 +245,7 @@ def _run_info(options: argparse.Namespace) -> None:
                       + (f", {float(variable.min()):.6g} to {float(variable.max()):.6g}, mean {float(variable.mean()):.6g}" if known else ""))
 
 
-def _describe(frame: "pd.DataFrame") -> None:
+def _describe(frame: pd.DataFrame) -> None:
     print(f"{len(frame):,} rows")
     for name, column in frame.items():
         known = column.dropna()

@@ -1,5 +1,7 @@
 """Checks of arguments, one for each kind. Behind the door all is of one type, contiguous, and sound."""
 
+from __future__ import annotations
+
 import difflib
 import math
 import operator

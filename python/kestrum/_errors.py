@@ -1,5 +1,7 @@
 """What the package raises, and what it warns of."""
 
+from __future__ import annotations
+
 import warnings
 
 

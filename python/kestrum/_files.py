@@ -1,5 +1,7 @@
 """Files of text for GSLIB and its relatives, and for VTK viewers."""
 
+from __future__ import annotations
+
 import itertools
 import math
 import os
@@ -60,7 +62,7 @@ TABLE_HEADER = (1, 2, 3)
 VTK_VALUES = 10
 
 
-def read_gslib(path: Path, missing: float | Sequence[float] = (MISSING,)) -> "xr.Dataset":
+def read_gslib(path: Path, missing: float | Sequence[float] = (MISSING,)) -> xr.Dataset:
     """Reads variables on a grid from a text file in the manner of GSLIB.
 
     The first line has the grid: ``nx ny nz``, and maybe ``dx dy dz`` and ``x0 y0 z0`` (the lower corner of the first
@@ -119,7 +121,7 @@ def read_gslib(path: Path, missing: float | Sequence[float] = (MISSING,)) -> "xr
     return xr.Dataset({label: (grid.dims, part.reshape(grid.shape)) for label, part in zip(labels, values)}, grid.coords)
 
 
-def read_gslib_points(path: Path, missing: float | Sequence[float] = (MISSING,)) -> "pd.DataFrame":
+def read_gslib_points(path: Path, missing: float | Sequence[float] = (MISSING,)) -> pd.DataFrame:
     """Reads a table in the manner of GSLIB.
 
     The first line is a title, or the number of rows. The second has the number of columns. Their names follow, one a
@@ -167,7 +169,7 @@ def read_gslib_points(path: Path, missing: float | Sequence[float] = (MISSING,))
     return pd.DataFrame(values, columns=_distinct(path, names))
 
 
-def write_gslib(data: "xr.DataArray | xr.Dataset | pd.DataFrame", path: Path, *, grid: Grid | None = None) -> None:
+def write_gslib(data: xr.DataArray | xr.Dataset | pd.DataFrame, path: Path, *, grid: Grid | None = None) -> None:
     """Writes values on a grid, or a table, as text in the manner of GSLIB.
 
     Numbers are written so that they come back bit for bit. NaN becomes -9999999.
@@ -212,7 +214,7 @@ def write_gslib(data: "xr.DataArray | xr.Dataset | pd.DataFrame", path: Path, *,
         _write_grid(data, path, grid, _core.write_gslib_grid)
 
 
-def write_vtk(data: "xr.DataArray | xr.Dataset", path: Path, *, grid: Grid | None = None) -> None:
+def write_vtk(data: xr.DataArray | xr.Dataset, path: Path, *, grid: Grid | None = None) -> None:
     """Writes values on a grid as a legacy VTK file (text, structured points), which ParaView and others open.
 
     The points are the cell centres. Each variable is an array of doubles, written so that they come back bit for bit. NaN
@@ -248,7 +250,7 @@ def write_vtk(data: "xr.DataArray | xr.Dataset", path: Path, *, grid: Grid | Non
     _write_grid(data, path, grid, _core.write_vtk_grid, lambda name: name.replace("%", "%25"))
 
 
-def read_vtk(path: Path, missing: float | Sequence[float] = (MISSING,)) -> "xr.Dataset":
+def read_vtk(path: Path, missing: float | Sequence[float] = (MISSING,)) -> xr.Dataset:
     """Reads variables on a grid from a legacy VTK file of structured points (.vtk), text or binary.
 
     Points are the cell centres, as `write_vtk` has them; where the file has its values in the cells between the points,

@@ -1,5 +1,7 @@
 """Models fitted to variograms and to data."""
 
+from __future__ import annotations
+
 import itertools
 import math
 from collections.abc import Iterable, Mapping, Sequence
@@ -59,11 +61,11 @@ class FittedModel(CovModel):
     residual: float
     log_likelihood: float
     at_bounds: tuple[str, ...]
-    parameter_covariance: "pd.DataFrame"
-    ranking: "pd.DataFrame"
+    parameter_covariance: pd.DataFrame
+    ranking: pd.DataFrame
 
     @classmethod
-    def _fitted(cls, structures: tuple[Structure, ...], angles: Sequence[float], **report: Any) -> "FittedModel":
+    def _fitted(cls, structures: tuple[Structure, ...], angles: Sequence[float], **report: Any) -> FittedModel:
         model = super()._of(structures, angles)
         assert isinstance(model, FittedModel)
         for slot, value in report.items():
@@ -166,7 +168,7 @@ class Form:
         structures, angles = self.structures(p, np.ones(len(self.sills)))
         return np.stack([CovModel._of((s,), angles)._native(self.dimension).covariance(lags) for s in structures])
 
-    def settled(self, p: Floats, sills: Floats) -> "Form":
+    def settled(self, p: Floats, sills: Floats) -> Form:
         """The form of a result, its azimuth from 0 to 180 and the first range of its chief structure the longer one."""
         structures, (azimuth, dip, plunge) = self.structures(p, sills)
         if any(free.structure < 0 for free in self.free) and dip == plunge == 0.0:
@@ -248,7 +250,7 @@ def fixed_names(fixed: Any) -> frozenset[str]:
     return frozenset(names)
 
 
-def fit_variogram(variogram: "Variogram", model: Any, weights: Any, fixed: Any) -> FittedModel:
+def fit_variogram(variogram: Variogram, model: Any, weights: Any, fixed: Any) -> FittedModel:
     """See Variogram.fit."""
     import pandas as pd
 
@@ -295,7 +297,7 @@ def _plain(model: CovModel) -> FittedModel:
     return FittedModel._fitted(model.structures, model._angles)
 
 
-def _require_told(form: Form, variogram: "Variogram", informed: int, count: int) -> None:
+def _require_told(form: Form, variogram: Variogram, informed: int, count: int) -> None:
     """Refuses to seek what the variogram does not determine."""
     model = form.model
     if not model.isotropic and np.isnan(variogram.azimuth).any():

@@ -1,5 +1,7 @@
 """Grids."""
 
+from __future__ import annotations
+
 import math
 from collections.abc import Sequence
 from dataclasses import dataclass, field
@@ -73,7 +75,7 @@ class Grid:
                 object.__setattr__(self, name, value)
 
     @classmethod
-    def covering(cls, points: "Points", cell: float | Sequence[float], margin: float = 0.0) -> Self:
+    def covering(cls, points: Points, cell: float | Sequence[float], margin: float = 0.0) -> Self:
         """The grid of cells of a size that covers points.
 
         Parameters
@@ -121,7 +123,7 @@ class Grid:
         return cls(**arguments)
 
     @classmethod
-    def from_xarray(cls, template: "xr.DataArray | xr.Dataset") -> Self:
+    def from_xarray(cls, template: xr.DataArray | xr.Dataset) -> Self:
         """The grid whose cell centres are the coordinates of an xarray object.
 
         Parameters
@@ -196,7 +198,7 @@ class Grid:
         return {axis: getattr(self, axis + "0") + (np.arange(getattr(self, "n" + axis)) + 0.5) * getattr(self, "d" + axis)
                 for axis in self.dims}
 
-    def to_xarray(self, values: ArrayLike, name: str | None = None) -> "xr.DataArray":
+    def to_xarray(self, values: ArrayLike, name: str | None = None) -> xr.DataArray:
         """Values on the grid with their coordinates.
 
         Parameters

@@ -1,5 +1,7 @@
 """Images that are Dask arrays, block by block: they may be larger than memory, and so may the results, which are lazy."""
 
+from __future__ import annotations
+
 import itertools
 from functools import partial
 from typing import Any

@@ -1,5 +1,7 @@
 """Categories of images: from values by cuts, their proportions, and their order."""
 
+from __future__ import annotations
+
 from collections.abc import Sequence
 from typing import TYPE_CHECKING, Any
 
@@ -107,7 +109,7 @@ def _cuts(values: NDArray[Any], shares: NDArray[np.float64]) -> NDArray[np.float
     return np.array(cuts)
 
 
-def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, *, threads: int | None = None) -> "pd.DataFrame":
+def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, *, threads: int | None = None) -> pd.DataFrame:
     """How many nodes each category has.
 
     Parameters
@@ -142,7 +144,7 @@ def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, 
         return pd.DataFrame({"nodes": nodes, "proportion": nodes / nodes.sum()}, pd.Index(names, name="category"))
 
 
-def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: ArrayLike | None = None, *, threads: int | None = None) -> "xr.DataArray":
+def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: ArrayLike | None = None, *, threads: int | None = None) -> xr.DataArray:
     """The proportion of each category in the box about each node.
 
     Parameters

@@ -1,5 +1,7 @@
 """Images at the door: checks that they share, and the types that the engine reads in place."""
 
+from __future__ import annotations
+
 from collections.abc import Callable
 from functools import partial
 from typing import Any, Literal, TypeVar

@@ -1,5 +1,7 @@
 """Two-point statistics of images: covariances, indicators, transitions between categories, connectivity by lag."""
 
+from __future__ import annotations
+
 from collections.abc import Sequence
 from typing import TYPE_CHECKING, Any, Literal
 
@@ -16,7 +18,7 @@ if TYPE_CHECKING:
 
 
 def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic: Literal["covariance", "noncentered", "correlogram"] = "covariance",
-                   threads: int | None = None) -> "xr.Dataset":
+                   threads: int | None = None) -> xr.Dataset:
     """Covariances or correlations of an image at all lags of a box.
 
     Parameters
@@ -72,7 +74,7 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
     return xr.Dataset({name: (tuple(coords), found.reshape(shape)), "pairs": (tuple(coords), pairs.reshape(shape), {"long_name": "number of pairs"})}, coords)
 
 
-def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: ArrayLike | None = None, *, threads: int | None = None) -> "xr.Dataset":
+def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: ArrayLike | None = None, *, threads: int | None = None) -> xr.Dataset:
     """Probabilities of the transitions between categories, at all lags of a box.
 
     Parameters
@@ -124,7 +126,7 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
 
 
 def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, categories: ArrayLike | None = None,
-                            thresholds: ArrayLike | None = None, threads: int | None = None) -> "xr.Dataset":
+                            thresholds: ArrayLike | None = None, threads: int | None = None) -> xr.Dataset:
     """Semivariances of the indicators of categories or thresholds, at all lags of a box.
 
     Parameters
@@ -182,7 +184,7 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
 
 
 def connectivity_function(mask: ArrayLike, max_lag: int | Sequence[int], connectivity: Connectivity | None = None, *,
-                          given: Literal["both", "tail", "none"] = "both", threads: int | None = None) -> "xr.Dataset":
+                          given: Literal["both", "tail", "none"] = "both", threads: int | None = None) -> xr.Dataset:
     """The probability that two nodes a lag apart are in one body, at all lags of a box.
 
     Parameters

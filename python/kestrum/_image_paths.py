@@ -1,5 +1,7 @@
 """Ways inside the bodies of images."""
 
+from __future__ import annotations
+
 from typing import Any
 
 import numpy as np

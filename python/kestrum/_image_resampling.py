@@ -1,5 +1,7 @@
 """Images on other grids of the same box."""
 
+from __future__ import annotations
+
 import math
 from collections.abc import Sequence
 from functools import partial

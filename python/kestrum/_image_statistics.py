@@ -1,5 +1,7 @@
 """Variogram maps, connectivity curves, pyramids, thresholds and clusters of images and samples."""
 
+from __future__ import annotations
+
 import functools
 import math
 from collections.abc import Callable, Iterator, Sequence
@@ -20,7 +22,7 @@ Floats = NDArray[np.float64]
 
 
 def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Literal["pairs", "fft"] = "pairs",
-                  threads: int | None = None) -> "xr.Dataset":
+                  threads: int | None = None) -> xr.Dataset:
     """Semivariances of an image at all lags of a box.
 
     Parameters
@@ -202,7 +204,7 @@ def _box_sums(parts: Iterator[slice], rows: Callable[[slice], Floats], lags: tup
 
 
 def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity: Connectivity | None = None, *,
-                       bodies: Literal["above", "below"] = "above", threads: int | None = None) -> "xr.DataArray":
+                       bodies: Literal["above", "below"] = "above", threads: int | None = None) -> xr.DataArray:
     """The probability that two nodes are connected, by thresholds of an image.
 
     Parameters
@@ -251,7 +253,7 @@ def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, conne
 
 
 def body_curves(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity: Connectivity | None = None, *,
-                bodies: Literal["above", "below"] = "above", threads: int | None = None) -> "xr.Dataset":
+                bodies: Literal["above", "below"] = "above", threads: int | None = None) -> xr.Dataset:
     """Number, largest size and largest extents of the bodies of an image, and their Euler number, by thresholds.
 
     Parameters

@@ -1,5 +1,7 @@
 """Geobodies, Euler numbers, distances, dilation, erosion and moving means of images."""
 
+from __future__ import annotations
+
 import math
 from collections.abc import Callable, Sequence
 from functools import partial
@@ -70,7 +72,7 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
     return like(mask, labels, "label"), count
 
 
-def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> "pd.DataFrame":
+def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> pd.DataFrame:
     """Sizes and extents of labelled bodies.
 
     Parameters
@@ -104,7 +106,7 @@ def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> "pd.DataFram
     return watched(image.size, _sizes, image, _door.threads(threads))
 
 
-def _sizes(image: NDArray[Any], nthreads: int) -> "pd.DataFrame":
+def _sizes(image: NDArray[Any], nthreads: int) -> pd.DataFrame:
     import pandas as pd
 
     if image.dtype.kind == "f":

@@ -1,5 +1,7 @@
 """Kriging."""
 
+from __future__ import annotations
+
 import itertools
 import math
 from collections.abc import Callable, Mapping, Sequence
@@ -55,7 +57,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
           drift: Literal["linear", "quadratic"] | Mapping[str, tuple[ArrayLike, ArrayLike]] | None = None,
           block: int | Sequence[int] | None = None, mask: ArrayLike | None = None, snap: bool = False,
           solver: Literal["cholesky", "gmres"] = "cholesky", threads: int | None = None,
-          progress: bool | Callable[[float], object] = False, chunks: Mapping[str, int] | None = None) -> "xr.Dataset":
+          progress: bool | Callable[[float], object] = False, chunks: Mapping[str, int] | None = None) -> xr.Dataset:
     """Kriging: the best linear unbiased estimate from data, and the variance of its error.
 
     Parameters

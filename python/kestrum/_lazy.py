@@ -1,5 +1,7 @@
 """Lazy results: Dask arrays of tasks. Dask is an extra of the package, imported here alone, when it is asked for."""
 
+from __future__ import annotations
+
 import hashlib
 import pickle
 import sys

@@ -1,5 +1,7 @@
 """Whether there is memory for a result, asked before the work begins."""
 
+from __future__ import annotations
+
 import os
 
 from ._grid import Grid

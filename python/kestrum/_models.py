@@ -1,5 +1,7 @@
 """Covariance models."""
 
+from __future__ import annotations
+
 import math
 from collections.abc import Sequence
 from dataclasses import dataclass
@@ -133,7 +135,7 @@ class CovModel:
         raise TypeError("A CovModel is made by Nugget, Spherical, Exponential, ... and by adding such models.")
 
     @classmethod
-    def _of(cls, structures: tuple[Structure, ...], angles: Sequence[Parameter]) -> "CovModel":
+    def _of(cls, structures: tuple[Structure, ...], angles: Sequence[Parameter]) -> CovModel:
         model = cls.__new__(cls)
         for slot, value in zip(CovModel.__slots__, (structures, *angles)):
             object.__setattr__(model, slot, value)
@@ -155,7 +157,7 @@ class CovModel:
             raise ModelError("the sills of the model vary over the grid: there is no one sill.")
         return math.fsum(structure.sill for structure in self.structures)
 
-    def __add__(self, other: "CovModel") -> "CovModel":
+    def __add__(self, other: CovModel) -> CovModel:
         if not isinstance(other, CovModel):
             return NotImplemented
         if not self.isotropic and not other.isotropic and _key(self._angles) != _key(other._angles):
@@ -165,13 +167,13 @@ class CovModel:
         leads = not self.isotropic or (other.isotropic and any(s.range for s in self.structures))
         return CovModel._of(self.structures + other.structures, (self if leads else other)._angles)
 
-    def __radd__(self, other: object) -> "CovModel":
+    def __radd__(self, other: object) -> CovModel:
         # sum() begins with 0.
         if isinstance(other, int) and other == 0:
             return self
         return NotImplemented
 
-    def __mul__(self, factor: float) -> "CovModel":
+    def __mul__(self, factor: float) -> CovModel:
         if isinstance(factor, CovModel):
             raise ModelError("models can be added, but not multiplied by one another.")
         value = _door.number("factor", factor, at_least=0.0, error=ModelError)
@@ -236,7 +238,7 @@ class CovModel:
         """
         return self.sill - self.covariance(lag)
 
-    def plot(self, ax: "Axes | None" = None, max_distance: float | None = None) -> "Axes":
+    def plot(self, ax: Axes | None = None, max_distance: float | None = None) -> Axes:
         """Draws the variogram, along the azimuth and across it if they differ.
 
         Parameters
@@ -259,7 +261,7 @@ class CovModel:
 
         return plot.model(self, ax, max_distance)
 
-    def _lifted(self, places: NDArray[np.float64]) -> "CovModel":
+    def _lifted(self, places: NDArray[np.float64]) -> CovModel:
         """For kriging with an unknown mean from data at some places: a model of the same variogram and the same search, with power
         structures of longer ranges and larger sills, so that their covariances are positive definite."""
         if self._local() or all(s.type != "Power" or s.sill == 0.0 for s in self.structures):
@@ -285,7 +287,7 @@ class CovModel:
         parameters = [p for s in self.structures for p in (s.sill, *s.range, s.shape)] + list(self._angles)
         return any(_door.is_local(p) for p in parameters)
 
-    def _native(self, dimension: int, target: "Target | None" = None) -> _core.Model:
+    def _native(self, dimension: int, target: Target | None = None) -> _core.Model:
         """The engine's form; parameters that vary do so on the grid of the target."""
         if dimension == 2 and any(_door.is_local(a) or a != 0.0 for a in (self.dip, self.plunge)):
             raise ModelError("dip and plunge turn a model out of the plane: leave them out in two dimensions.")

@@ -1,5 +1,7 @@
 """Scattered values."""
 
+from __future__ import annotations
+
 import copy
 from typing import TYPE_CHECKING, Any, Literal, Self
 
@@ -107,7 +109,7 @@ class Points:
         object.__setattr__(self, "name", name)
 
     @classmethod
-    def from_dataframe(cls, frame: "pd.DataFrame", value: str, x: str = "x", y: str = "y", z: str | None = None) -> Self:
+    def from_dataframe(cls, frame: pd.DataFrame, value: str, x: str = "x", y: str = "y", z: str | None = None) -> Self:
         """Points from columns of a table.
 
         Parameters
@@ -160,7 +162,7 @@ class Points:
         stacked = np.column_stack([_door.reals(f"column {part.name!r}", part) for part in places])
         return cls(stacked, column("value", value), value)
 
-    def with_values(self, values: ArrayLike, name: str | None = None) -> "Points":
+    def with_values(self, values: ArrayLike, name: str | None = None) -> Points:
         """The same places with other values.
 
         Parameters
@@ -185,7 +187,7 @@ class Points:
         """
         return Points(self.coordinates, values, self.name if name is None else name)
 
-    def merged(self, how: Literal["mean", "first", "last"] = "mean") -> "Points":
+    def merged(self, how: Literal["mean", "first", "last"] = "mean") -> Points:
         """One row for each place.
 
         Parameters
@@ -210,7 +212,7 @@ class Points:
             raise DataError("how is 'mean', but the values are labels, which have none. Take how='first' or how='last'.")
         return watched(len(self), self._merged, how)
 
-    def _merged(self, how: str) -> "Points":
+    def _merged(self, how: str) -> Points:
         by_place = np.lexsort(self.coordinates.T)
         begins = np.ones(len(self), bool)
         begins[1:] = (np.diff(self.coordinates[by_place], axis=0) != 0.0).any(axis=1)

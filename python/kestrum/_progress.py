@@ -1,5 +1,7 @@
 """Showing how far a call is."""
 
+from __future__ import annotations
+
 import sys
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager

@@ -1,5 +1,7 @@
 """Realizations, and categories."""
 
+from __future__ import annotations
+
 import math
 from collections.abc import Callable, Mapping
 from dataclasses import dataclass, field
@@ -29,12 +31,12 @@ MAX_CATEGORIES = 100
 _BLOCK = 1 << 18
 
 
-def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray", *, n: int = 1, first: int = 0, seed: int = 1,
+def simulate(points: Points | None, model: CovModel, grid: Grid | xr.DataArray, *, n: int = 1, first: int = 0, seed: int = 1,
              neighbors: int = 20, radius: Range | None = None, mean: float | ArrayLike | None = None, ordinary: bool = False,
-             transform: "NormalScore | Literal['normal-score'] | None" = None, bounds: tuple[ArrayLike, ArrayLike, ArrayLike] | None = None, mask: ArrayLike | None = None,
+             transform: NormalScore | Literal['normal-score'] | None = None, bounds: tuple[ArrayLike, ArrayLike, ArrayLike] | None = None, mask: ArrayLike | None = None,
              duplicates: Literal["mean", "first", "last", "error"] = "mean", threads: int | None = None,
              progress: bool | Callable[[float], object] = False, chunks: int | None = None,
-             dtype: Literal["float64", "float32"] = "float64") -> "xr.DataArray":
+             dtype: Literal["float64", "float32"] = "float64") -> xr.DataArray:
     """Sequential Gaussian simulation: realizations that honour the data and the model.
 
     Parameters
@@ -136,10 +138,10 @@ def simulate(points: Points | None, model: CovModel, grid: "Grid | xr.DataArray"
         **moved, "kestrum": _core.version})
 
 
-def krige_categories(points: Points, model: CovModel | Mapping[Any, CovModel], grid: "Grid | xr.DataArray", *, neighbors: int = 20,
+def krige_categories(points: Points, model: CovModel | Mapping[Any, CovModel], grid: Grid | xr.DataArray, *, neighbors: int = 20,
                      radius: Range | None = None, proportions: Mapping[Any, float | ArrayLike] | None = None,
                      ordinary: bool = False, mask: ArrayLike | None = None, threads: int | None = None,
-                     progress: bool | Callable[[float], object] = False) -> "xr.DataArray":
+                     progress: bool | Callable[[float], object] = False) -> xr.DataArray:
     """Indicator kriging: the probability of each category.
 
     Parameters
@@ -179,11 +181,11 @@ def krige_categories(points: Points, model: CovModel | Mapping[Any, CovModel], g
                                                        "kestrum": _core.version})
 
 
-def simulate_categories(points: Points | None, model: CovModel | Mapping[Any, CovModel], grid: "Grid | xr.DataArray", *, n: int = 1,
+def simulate_categories(points: Points | None, model: CovModel | Mapping[Any, CovModel], grid: Grid | xr.DataArray, *, n: int = 1,
                         first: int = 0, seed: int = 1, neighbors: int = 20, radius: Range | None = None,
                         proportions: Mapping[Any, float | ArrayLike] | None = None, ordinary: bool = False,
                         mask: ArrayLike | None = None, threads: int | None = None,
-                        progress: bool | Callable[[float], object] = False, chunks: int | None = None) -> "xr.DataArray":
+                        progress: bool | Callable[[float], object] = False, chunks: int | None = None) -> xr.DataArray:
     """Sequential indicator simulation: realizations of categories.
 
     Parameters
@@ -519,7 +521,7 @@ def _layers(target: Target, rows: NDArray[Any]) -> NDArray[Any]:
     return rows.reshape(len(rows), *target.shape)[(slice(None), *target._flips())]
 
 
-def _stack(target: Target, layers: Any, dim: str, index: list[Any], attributes: dict[str, Any]) -> "xr.DataArray":
+def _stack(target: Target, layers: Any, dim: str, index: list[Any], attributes: dict[str, Any]) -> xr.DataArray:
     """Layers on the grid along a first dimension."""
     import xarray as xr
 
@@ -528,7 +530,7 @@ def _stack(target: Target, layers: Any, dim: str, index: list[Any], attributes: 
     return xr.DataArray(layers, {dim: index, **like.coords}, (dim, *like.dims), attrs=attributes).rename(None)
 
 
-def _realizations(task: _Task, first: int, count: int, chunks: int | None, progress: Any, attributes: dict[str, Any]) -> "xr.DataArray":
+def _realizations(task: _Task, first: int, count: int, chunks: int | None, progress: Any, attributes: dict[str, Any]) -> xr.DataArray:
     layers: Any
     if chunks is None:
         with _progress.shown(progress, "simulation") as report:

@@ -1,5 +1,7 @@
 """Where to compute: a grid, a template whose coordinates are a grid, or places."""
 
+from __future__ import annotations
+
 from typing import TYPE_CHECKING, Any, Union
 
 import numpy as np
@@ -24,7 +26,7 @@ class Target:
         self.lazy = lazy  # whether Dask arrays on the grid stay lazy
         self.grid: Grid | None = None
         self.places: Floats | None = None
-        self.template: "xr.DataArray | xr.Dataset | None" = None
+        self.template: xr.DataArray | xr.Dataset | None = None
         if isinstance(where, Grid):
             self.grid = where
         elif _door.is_xarray(where):
@@ -135,13 +137,13 @@ class Target:
         return np.asarray(taken, np.uint8)
 
     def dataset(self, variables: dict[str, Floats], attributes: dict[str, dict[str, str]],
-                general: dict[str, str | int | float]) -> "xr.Dataset":
+                general: dict[str, str | int | float]) -> xr.Dataset:
         """The result, with the coordinates of the grid, of the template, or along "point"."""
         flips = self._flips() if self.grid is not None else (slice(None),)
         return self.labelled({name: values.reshape(self.shape)[flips] for name, values in variables.items()}, attributes, general)
 
     def labelled(self, variables: dict[str, Any], attributes: dict[str, dict[str, str]],
-                 general: dict[str, str | int | float]) -> "xr.Dataset":
+                 general: dict[str, str | int | float]) -> xr.Dataset:
         """The same of arrays that have the result's shape and order."""
         import xarray as xr
 

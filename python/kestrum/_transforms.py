@@ -1,5 +1,7 @@
 """Normal scores, and weights of data that lie in clusters."""
 
+from __future__ import annotations
+
 from collections.abc import Sequence
 from typing import TYPE_CHECKING
 
@@ -191,7 +193,7 @@ def _weights(weights: ArrayLike, shape: tuple[int, ...]) -> Floats:
 
 
 def declustering_weights(points: Points, cell: float | Sequence[float] | None = None, offsets: int = 8, minimize: bool = True, *,
-                         model: CovModel | None = None, grid: "Grid | xr.DataArray | None" = None) -> Floats:
+                         model: CovModel | None = None, grid: Grid | xr.DataArray | None = None) -> Floats:
     """Weights of data that lie denser in some parts than in others, so that weighted statistics are those of the area.
 
     By cells, a datum weighs one over the number of data in its cell, averaged over several origins of the cells. By
@@ -284,7 +286,7 @@ def _cell_weights(points: Points, sides: Floats, offsets: int) -> Floats:
     return np.asarray(sums * (len(points) / sums.sum()))
 
 
-def _kriging_weights(points: Points, model: CovModel, grid: "Grid | xr.DataArray | None") -> Floats:
+def _kriging_weights(points: Points, model: CovModel, grid: Grid | xr.DataArray | None) -> Floats:
     from scipy.linalg import LinAlgError, cho_factor, cho_solve
 
     require_model(model, "Kriging weights need")

@@ -1,5 +1,7 @@
 """Cross-validation."""
 
+from __future__ import annotations
+
 from collections.abc import Callable, Iterator, Mapping
 from typing import TYPE_CHECKING, Any, Literal
 
@@ -25,7 +27,7 @@ LARGE_FOLD = 256
 def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = None, radius: Range | None = None,
                    mean: float | None = None, drift: Literal["linear", "quadratic"] | Mapping[str, ArrayLike] | None = None,
                    folds: int | ArrayLike | None = None, seed: int = 1, threads: int | None = None,
-                   progress: bool | Callable[[float], object] = False) -> "pd.DataFrame":
+                   progress: bool | Callable[[float], object] = False) -> pd.DataFrame:
     """Kriging of each datum from others, which shows how well data and model would have predicted it.
 
     Parameters

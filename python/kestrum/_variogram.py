@@ -1,5 +1,7 @@
 """Experimental variograms of scattered points."""
 
+from __future__ import annotations
+
 import math
 from collections.abc import Iterable, Sequence
 from dataclasses import dataclass
@@ -119,7 +121,7 @@ class Variogram:
         """
         return fit_variogram(self, model, weights, fixed)
 
-    def plot(self, model: CovModel | None = None, ax: "Axes | None" = None) -> "Axes":
+    def plot(self, model: CovModel | None = None, ax: Axes | None = None) -> Axes:
         """Draws the variogram direction by direction, with a model if one is given.
 
         Parameters
@@ -143,7 +145,7 @@ class Variogram:
 
         return plot.variogram(self, model, ax)
 
-    def to_dataframe(self) -> "pd.DataFrame":
+    def to_dataframe(self) -> pd.DataFrame:
         """A row for each direction and lag.
 
         Returns
@@ -311,7 +313,7 @@ def indicator_variograms(points: Points, **options: Any) -> dict[object, Variogr
     return result
 
 
-def variogram_cloud(points: Points, max_distance: float) -> "pd.DataFrame":
+def variogram_cloud(points: Points, max_distance: float) -> pd.DataFrame:
     """Every pair of points within a distance, for small sets.
 
     Parameters
@@ -342,7 +344,7 @@ def variogram_cloud(points: Points, max_distance: float) -> "pd.DataFrame":
     return watched(len(points) ** 2, _cloud, points, values, reach)
 
 
-def _cloud(points: Points, values: Floats, reach: float) -> "pd.DataFrame":
+def _cloud(points: Points, values: Floats, reach: float) -> pd.DataFrame:
     import pandas as pd
     from scipy.spatial import cKDTree
 

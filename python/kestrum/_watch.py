@@ -1,5 +1,7 @@
 """Ctrl-C during work that does not hear it: NumPy and SciPy look for signals only between two calls."""
 
+from __future__ import annotations
+
 import threading
 from collections.abc import Callable
 from queue import SimpleQueue

@@ -10,6 +10,8 @@ same to the last bit for any chunks.
     ('y', 'x')
 """
 
+from __future__ import annotations
+
 import itertools
 from collections.abc import Callable
 from typing import Any

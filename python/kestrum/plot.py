@@ -3,6 +3,8 @@
 Each function draws on given axes, or makes a figure of its own, and returns the axes or the figure.
 """
 
+from __future__ import annotations
+
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -27,7 +29,7 @@ POINT = "#d1495b"
 LINE = "#00798c"
 
 
-def map(values: "xr.DataArray", points: Points | None = None, ax: Axes | None = None, *, cmap: str = COLORS,
+def map(values: xr.DataArray, points: Points | None = None, ax: Axes | None = None, *, cmap: str = COLORS,
         vmin: float | None = None, vmax: float | None = None, label: str | None = None) -> Axes:
     """A map, with the data in the same colours.
 
@@ -84,7 +86,7 @@ def map(values: "xr.DataArray", points: Points | None = None, ax: Axes | None = 
     return ax
 
 
-def realizations(simulations: "xr.DataArray", n: int = 4, figure: Figure | None = None, *, cmap: str = COLORS) -> Figure:
+def realizations(simulations: xr.DataArray, n: int = 4, figure: Figure | None = None, *, cmap: str = COLORS) -> Figure:
     """The first few realizations beside each other, in one scale of colours.
 
     Parameters

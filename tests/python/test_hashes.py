@@ -26,6 +26,7 @@ def field(grid, step, low, high):
 
 
 PLANE = ks.Grid(31, 23, dx=8.0, dy=7.0, x0=-20.0, y0=5.0)
+BLOCK = ks.Grid(66, 13, 12)
 SOLID = ks.Grid(13, 11, 5, dx=20.0, dy=16.0, dz=30.0)
 AT = np.column_stack([spread(70, 389, 0.0, 210.0), spread(70, 617, 0.0, 160.0), spread(70, 211, 0.0, 140.0)])
 POINTS = ks.Points(AT[:, :2], spread(70, 733, 1.0, 30.0), "zinc")
@@ -64,13 +65,26 @@ def runs():
         name = "one model" if model is MODEL else "three models"
         yield f"categories {name}", ks.simulate_categories, {"points": SOIL, "model": model, "grid": PLANE, "n": 3}, [1, 2]
         yield f"probabilities {name}", ks.krige_categories, {"points": SOIL, "model": model, "grid": PLANE}, []
+    image, gaps = field(BLOCK, 733, 1.0, 30.0), np.where(field(BLOCK, 59, 0.0, 1.0) < 0.9, field(BLOCK, 733, 1.0, 30.0), np.nan)
+    mask, classes = ks.box_mean(np.pad(image, 1), 3)[1:-1, 1:-1, 1:-1] > 15.5, field(BLOCK, 211, 0.0, 3.99).astype(np.uint8)
+    labels, inside = ks.label(mask)[0], np.argwhere(mask)
+    for call, *options in (
+            (ks.label, {"mask": mask, "connectivity": 18}), (ks.distance, {"mask": mask, "spacing": (3.0, 2.0, 1.1), "signed": True}), (ks.erode, {"mask": mask, "element": 5}),
+            (ks.box_mean, {"image": gaps, "size": (3, 5, 7)}), (ks.variogram_map, {"image": gaps, "max_lag": (3, 5, 20)}), (ks.covariance_map, {"image": gaps, "max_lag": 3}),
+            (ks.transiogram, {"image": classes, "max_lag": 4}), (ks.connectivity_function, {"mask": mask, "max_lag": 4}), (ks.proportion_map, {"image": classes, "size": 5}),
+            (ks.shortest_path, {"mask": mask, "start": tuple(inside[0]), "end": tuple(np.argwhere(labels == labels[tuple(inside[0])])[-1])}), (ks.nearest_label, {"labels": labels, "spacing": (3.0, 2.0, 1.1)}),
+            (ks.label_depth, {"labels": classes}), (ks.body_curves, {"image": gaps}), (ks.connectivity_curve, {"image": gaps}, {"image": gaps, "thresholds": 99}),
+            (ks.pyramid, {"image": gaps, "levels": 2}), (ks.otsu, {"values": gaps, "classes": 5}), (ks.kmeans, {"samples": image.reshape(-1, 3), "clusters": 7}),
+            (ks.resample, {"image": gaps, "shape": (9, 4, 100)})):
+        for number, arguments in enumerate(options):
+            yield f"{call.__name__} {number}", call, arguments, []
 
 
 def hashed(result):
-    parts = (result[name] for name in sorted(result)) if hasattr(result, "data_vars") else (result,)
+    parts = (result[name] for name in sorted(result)) if hasattr(result, "data_vars") else result if isinstance(result, (tuple, list)) else (result,)
     digest = hashlib.sha256()
     for part in parts:
-        values = np.array(part.values)
+        values = np.array(part)
         # A NaN is a NaN, whatever its bits.
         if values.dtype.kind == "f":
             values[np.isnan(values)] = np.nan
