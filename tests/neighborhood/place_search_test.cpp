@@ -79,22 +79,31 @@ struct Served {
   std::vector<int> data;
 };
 
-// The data of every target that is not left out.
-std::map<std::int64_t, Served> Search(const Places& data, const PlaceNeighborhood& neighborhood,
-                                      const PlaceTargets& targets, int most, SimdLevel level) {
+// Calls visit(search, tiles, tile, nodes) for every tile that has targets.
+template <typename Visit>
+void ForEachTile(const Places& data, const PlaceNeighborhood& neighborhood, const PlaceTargets& targets, int most,
+                 bool cells, SimdLevel level, const Visit& visit) {
   const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
   kestrum::PlaceIndex index;
   EXPECT_EQ(index.Build(data.size(), data.vectors(), scale, kestrum::Dealing::Threads(2), kQuiet), 0);
-  kestrum::PlaceTiles tiles;
-  EXPECT_EQ(tiles.Prepare(targets, scale, most, false, kestrum::Dealing::Serial(), kQuiet), 0);
-  std::map<std::int64_t, Served> all;
+  PlaceTiles tiles;
+  EXPECT_EQ(tiles.Prepare(targets, scale, most, cells, kestrum::Dealing::Serial(), kQuiet), 0);
   PlaceNodes nodes;
   kestrum::PlaceSearch search;
   for (std::int64_t tile = 0; tile < tiles.count(); ++tile) {
     tiles.Fill(tile, &nodes);
     if (nodes.count == 0) continue;
     EXPECT_LE(nodes.count, most);
-    EXPECT_EQ(search.Begin(index, neighborhood, nodes, false, level), 0);
+    EXPECT_EQ(search.Begin(index, neighborhood, nodes, cells, level), 0);
+    visit(search, tiles, tile, nodes);
+  }
+}
+
+// The data of every target that is not left out.
+std::map<std::int64_t, Served> Search(const Places& data, const PlaceNeighborhood& neighborhood,
+                                      const PlaceTargets& targets, int most, SimdLevel level) {
+  std::map<std::int64_t, Served> all;
+  ForEachTile(data, neighborhood, targets, most, false, level, [&](auto& search, auto&, auto, const auto& nodes) {
     std::set<std::vector<int>> sets;
     for (;;) {
       kestrum::PlaceSets found;
@@ -118,56 +127,47 @@ std::map<std::int64_t, Served> Search(const Places& data, const PlaceNeighborhoo
         }
       }
     }
-  }
+  });
   return all;
 }
 
 // The same by cells, whose data must come in the order of their distance from the middle of the cell.
 std::map<std::int64_t, Served> SearchCells(const Places& data, const PlaceNeighborhood& neighborhood,
                                            const PlaceTargets& targets, int most, SimdLevel level) {
-  const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
-  kestrum::PlaceIndex index;
-  EXPECT_EQ(index.Build(data.size(), data.vectors(), scale, kestrum::Dealing::Threads(2), kQuiet), 0);
-  kestrum::PlaceTiles tiles;
-  EXPECT_EQ(tiles.Prepare(targets, scale, most, true, kestrum::Dealing::Serial(), kQuiet), 0);
   std::map<std::int64_t, Served> all;
-  PlaceNodes nodes;
-  kestrum::PlaceSearch search;
-  for (std::int64_t tile = 0; tile < tiles.count(); ++tile) {
-    tiles.Fill(tile, &nodes);
-    if (nodes.count == 0) continue;
-    EXPECT_EQ(search.Begin(index, neighborhood, nodes, true, level), 0);
-    for (;;) {
-      kestrum::PlaceCell cell;
-      EXPECT_EQ(search.NextCell(tiles, tile, &cell), 0);
-      if (cell.count == 0) break;
-      double middle[3];
-      tiles.FindMiddleOfCell(tile, nodes.place[cell.begin], middle);
-      std::vector<std::pair<double, int>> order;
-      std::uint64_t served = 0;
-      for (int c = 0; c < cell.ncandidate; ++c) {
-        const auto at = static_cast<std::size_t>(cell.datum[c]);
-        EXPECT_EQ(cell.candidates.x[c], data.x[at]);
-        order.emplace_back(
-            neighborhood.metric.Square(data.x[at] - middle[0], data.y[at] - middle[1], data.z[at] - middle[2]),
-            cell.datum[c]);
-      }
-      EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
-      for (int i = 0; i < cell.count; ++i) {
-        const int node = cell.begin + i;
-        EXPECT_EQ(nodes.place[node] >> PlaceTiles::kCellBits, nodes.place[cell.begin] >> PlaceTiles::kCellBits);
-        std::vector<int> numbers;
-        for (int c = 0; c < cell.ncandidate; ++c) {
-          if ((cell.member[i] >> c & 1) != 0) numbers.push_back(cell.datum[c]);
+  ForEachTile(
+      data, neighborhood, targets, most, true, level, [&](auto& search, auto& tiles, auto tile, const auto& nodes) {
+        for (;;) {
+          kestrum::PlaceCell cell;
+          EXPECT_EQ(search.NextCell(tiles, tile, &cell), 0);
+          if (cell.count == 0) break;
+          double middle[3];
+          tiles.FindMiddleOfCell(tile, nodes.place[cell.begin], middle);
+          std::vector<std::pair<double, int>> order;
+          std::uint64_t served = 0;
+          for (int c = 0; c < cell.ncandidate; ++c) {
+            const auto at = static_cast<std::size_t>(cell.datum[c]);
+            EXPECT_EQ(cell.candidates.x[c], data.x[at]);
+            order.emplace_back(
+                neighborhood.metric.Square(data.x[at] - middle[0], data.y[at] - middle[1], data.z[at] - middle[2]),
+                cell.datum[c]);
+          }
+          EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+          for (int i = 0; i < cell.count; ++i) {
+            const int node = cell.begin + i;
+            EXPECT_EQ(nodes.place[node] >> PlaceTiles::kCellBits, nodes.place[cell.begin] >> PlaceTiles::kCellBits);
+            std::vector<int> numbers;
+            for (int c = 0; c < cell.ncandidate; ++c) {
+              if ((cell.member[i] >> c & 1) != 0) numbers.push_back(cell.datum[c]);
+            }
+            served |= cell.member[i];
+            std::sort(numbers.begin(), numbers.end());
+            EXPECT_TRUE(
+                all.emplace(nodes.target[node], Served{nodes.x[node], nodes.y[node], nodes.z[node], numbers}).second);
+          }
+          EXPECT_EQ(std::popcount(served), cell.ncandidate) << "a candidate that serves none";
         }
-        served |= cell.member[i];
-        std::sort(numbers.begin(), numbers.end());
-        EXPECT_TRUE(
-            all.emplace(nodes.target[node], Served{nodes.x[node], nodes.y[node], nodes.z[node], numbers}).second);
-      }
-      EXPECT_EQ(std::popcount(served), cell.ncandidate) << "a candidate that serves none";
-    }
-  }
+      });
   return all;
 }
 
