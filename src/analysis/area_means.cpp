@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -55,7 +56,7 @@ int AreaMeans(const int (&n)[3], const T* values, const int (&m)[3], const Deali
           const T* const from = values + (k * n[1] + j) * n[0];
           const double weight = z.WeightOf(k) * y.WeightOf(j);
           for (int i = 0; i < n[0]; ++i) {
-            const bool isKnown = from[i] == from[i];
+            const bool isKnown = !std::isnan(static_cast<double>(from[i]));
             sum[i] += isKnown ? weight * static_cast<double>(from[i]) : 0.0;
             known[i] += isKnown ? weight : 0.0;
           }

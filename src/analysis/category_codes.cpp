@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 
 namespace kestrum {
 namespace {
@@ -61,7 +62,7 @@ int WriteCodes(std::ptrdiff_t n, const T* values, const Dealing& dealing, const 
       const T value = values[i];
       if (value != last) {
         last = value;
-        code = value == value ? codeOf(static_cast<double>(value)) : kNoCategory;
+        code = !std::isnan(static_cast<double>(value)) ? codeOf(static_cast<double>(value)) : kNoCategory;
       }
       codes[i] = code;
     }
@@ -78,7 +79,8 @@ int FindCategories(std::ptrdiff_t n, const T* values, const Progress& progress, 
   for (std::ptrdiff_t i = 0; i < n && table.size() <= kMostCategories; ++i) {
     if (i % kPart == 0 && progress.Aborted()) return kAborted;
     const T value = values[i];
-    if ((i == 0 || value != values[i - 1]) && value == value) table.Add(static_cast<double>(value));
+    if ((i == 0 || value != values[i - 1]) && !std::isnan(static_cast<double>(value)))
+      table.Add(static_cast<double>(value));
   }
   *ncategory = table.size();
   if (*ncategory > kMostCategories) return 0;

@@ -1,6 +1,7 @@
 #include "analysis/geobody_paths.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -137,7 +138,8 @@ int ComputeDistances(const Box& box, const T* geobody, int frontCapacity, int ns
   // During the search the nodes outside are marked in the map itself, so that a neighbour takes one look-up.
   constexpr int kOutside = -2;
   const std::int64_t nnode = box.NodeCount();
-  for (std::int64_t i = 0; i < nnode; ++i) distance[i] = geobody[i] != 0 && geobody[i] == geobody[i] ? -1 : kOutside;
+  for (std::int64_t i = 0; i < nnode; ++i)
+    distance[i] = geobody[i] != 0 && !std::isnan(static_cast<double>(geobody[i])) ? -1 : kOutside;
   int status = 0;
   for (int i = 0; i < nstart && status == 0; ++i) {
     distance[start[i]] = 0;

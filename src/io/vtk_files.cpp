@@ -55,8 +55,16 @@ double NumberOf(const unsigned char* bytes, const NumberType& type) noexcept {
     return type.size == 4 ? std::bit_cast<float>(static_cast<std::uint32_t>(bits)) : std::bit_cast<double>(bits);
   }
   if (type.kind == Kind::kUnsigned) return static_cast<double>(bits);
-  const int unused = 64 - 8 * static_cast<int>(type.size);
-  return static_cast<double>(static_cast<std::int64_t>(bits << unused) >> unused);
+  switch (type.size) {
+    case 1:
+      return static_cast<std::int8_t>(bits);
+    case 2:
+      return static_cast<std::int16_t>(bits);
+    case 4:
+      return static_cast<std::int32_t>(bits);
+    default:
+      return static_cast<double>(static_cast<std::int64_t>(bits));
+  }
 }
 
 // What a line announces.

@@ -66,7 +66,7 @@ void ExpectSolved(const PlaceProblem& problem, const PlaceOutcome& outcome, doub
 }
 
 bool SameBits(const std::vector<double>& a, const std::vector<double>& b) {
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
+  return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
 }
 bool SameBits(const PlaceOutcome& a, const PlaceOutcome& b) {
   return SameBits(a.estimate, b.estimate) && SameBits(a.variance, b.variance) && a.ndata == b.ndata &&
