@@ -38,8 +38,8 @@ const T* DataOrNull(const MaybeArray<T>& array, std::ptrdiff_t size, const char*
 // numbers are left 0 then.
 VORL_GRID GridOf(const py::tuple& numbers, bool windows = false);
 
-// The grid of an array of two or three axes, the last one along x.
-VORL_GRID GridOfShape(const py::array& array);
+// The grid of an array of two or three axes, the last one along x, behind `leading` others.
+VORL_GRID GridOfShape(const py::array& array, py::ssize_t leading = 0);
 
 // Raises the exception that belongs to a status of the library.
 void RaiseFor(int status);

@@ -65,15 +65,21 @@ py::tuple ReadGrid(int descriptor) {
                      names, ArrayOf(std::move(image), shape, values)));
 }
 
+// Reads a record, by a function that gives a fault, 0 for none.
+template <typename Record, typename Fault>
+int ReadRecord(Stream& stream, Monitor& monitor, Fault (*read)(std::FILE*, Record*), Record* record) {
+  const int fault = RunWatched(py::none(), monitor, [&] { return static_cast<int>(read(stream.get(), record)); });
+  RaiseForSystem(stream);
+  if (fault == static_cast<int>(Fault::kMemory)) throw std::bad_alloc();
+  return fault;
+}
+
 // (fault, where the stream is, None) or (0, where, (names, values)).
 py::tuple ReadTable(int descriptor) {
   auto table = std::make_unique<GslibTable>();
   Monitor monitor;
   Stream stream(descriptor, "r", monitor);
-  const int fault =
-      RunWatched(py::none(), monitor, [&] { return static_cast<int>(ReadGslibTable(stream.get(), table.get())); });
-  RaiseForSystem(stream);
-  if (fault == static_cast<int>(TableFault::kMemory)) throw std::bad_alloc();
+  const int fault = ReadRecord(stream, monitor, &ReadGslibTable, table.get());
   const bool inHeader = fault > 0 && fault <= static_cast<int>(TableFault::kNoName);
   const long position = inHeader ? table->line : std::ftell(stream.get());
   if (fault != 0) return py::make_tuple(fault, position, py::none());
@@ -92,10 +98,7 @@ py::tuple ReadVtk(int descriptor) {
   auto image = std::make_unique<VtkImage>();
   Monitor monitor;
   Stream stream(descriptor, "r", monitor);
-  const int fault =
-      RunWatched(py::none(), monitor, [&] { return static_cast<int>(ReadVtkImage(stream.get(), image.get())); });
-  RaiseForSystem(stream);
-  if (fault == static_cast<int>(VtkFault::kMemory)) throw std::bad_alloc();
+  const int fault = ReadRecord(stream, monitor, &ReadVtkImage, image.get());
   const long position = fault == static_cast<int>(VtkFault::kNoNumber) ? std::ftell(stream.get()) : image->line;
   if (fault != 0) return py::make_tuple(fault, position, py::none());
   const auto three = [](const auto(&numbers)[3]) { return py::make_tuple(numbers[0], numbers[1], numbers[2]); };

@@ -64,7 +64,6 @@ Array<double> Means(const Array<T>& image, const std::array<int, 3>& sides, int 
   return means;
 }
 
-// shape: of the means, in the order of the axes.
 Array<double> Depths(const Array<int>& labels, const std::array<double, 3>& spacing, bool manhattan, int nthreads) {
   const VORL_GRID grid = SpacedGrid(labels, spacing);
   Array<double> depth = ArrayLike<double>(labels);
@@ -75,6 +74,7 @@ Array<double> Depths(const Array<int>& labels, const std::array<double, 3>& spac
   return depth;
 }
 
+// shape: of the means, in the order of the axes.
 template <typename T>
 Array<double> MeansOfAreas(const Array<T>& image, const std::vector<py::ssize_t>& shape, int nthreads) {
   const VORL_GRID grid = GridOfShape(image);

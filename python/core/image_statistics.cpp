@@ -56,18 +56,11 @@ py::tuple KMeans(const Array<double>& features, Array<double> centers, int maxIt
   return py::make_tuple(labels, inertia);
 }
 
-// The grid of each of some images of two or three axes, which follow each other along the first axis.
-VORL_GRID GridOfEach(const py::array& images) {
-  const py::ssize_t last = images.ndim() - 1;
-  const py::ssize_t nz = images.ndim() == 4 ? images.shape(1) : 1;
-  return GridOf(py::make_tuple(images.shape(last), images.shape(last - 1), nz, 1, 1, 1, 0, 0, 0));
-}
-
-// Returns a row for each image.
+// images: of two or three axes, which follow each other along the first axis. Returns a row for each.
 template <typename T>
 Array<double> ConnectivityCurves(const Array<T>& images, const Array<double>& thresholds, int neighbors, bool above,
                                  int nthreads) {
-  const VORL_GRID grid = GridOfEach(images);
+  const VORL_GRID grid = GridOfShape(images, 1);
   const int nimage = static_cast<int>(images.shape(0));
   const int n = static_cast<int>(thresholds.size());
   Array<double> probability(py::array::ShapeContainer{nimage, n});
@@ -81,7 +74,7 @@ Array<double> ConnectivityCurves(const Array<T>& images, const Array<double>& th
 
 // codes: one or more images of two or three axes, as those of ConnectivityCurves. Rows of measures by threshold.
 Array<std::int64_t> MeasureBodies(const Array<std::int16_t>& codes, int n, int neighbors, bool above, int nthreads) {
-  const VORL_GRID grid = GridOfEach(codes);
+  const VORL_GRID grid = GridOfShape(codes, 1);
   const int nimage = static_cast<int>(codes.shape(0));
   Array<std::int64_t> measures(py::array::ShapeContainer{nimage, n, kBodyMeasures});
   std::int64_t* const to = measures.mutable_data();

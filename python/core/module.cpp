@@ -37,10 +37,10 @@ VORL_GRID GridOf(const py::tuple& numbers, bool windows) {
   return grid;
 }
 
-VORL_GRID GridOfShape(const py::array& array) {
-  const py::ssize_t dimension = array.ndim();
-  const py::ssize_t nz = dimension == 3 ? array.shape(0) : 1;
-  return GridOf(py::make_tuple(array.shape(dimension - 1), array.shape(dimension - 2), nz, 1, 1, 1, 0, 0, 0));
+VORL_GRID GridOfShape(const py::array& array, py::ssize_t leading) {
+  const py::ssize_t naxis = array.ndim();
+  const py::ssize_t nz = naxis - leading == 3 ? array.shape(leading) : 1;
+  return GridOf(py::make_tuple(array.shape(naxis - 1), array.shape(naxis - 2), nz, 1, 1, 1, 0, 0, 0));
 }
 
 void RaiseFor(int status) {

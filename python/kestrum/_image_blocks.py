@@ -11,7 +11,7 @@ from numpy.typing import NDArray
 
 from . import _core, _door, _images, _lazy
 from ._errors import DataError
-from ._image_door import as_neighbors, as_truth, require_image
+from ._image_door import as_neighbors, as_truth, is_true, require_image
 
 Integers = NDArray[np.int64]
 
@@ -137,8 +137,7 @@ def _cross(dimension: int) -> NDArray[np.bool_]:
 
 
 def _is_true(block: NDArray[Any]) -> NDArray[np.bool_]:
-    block = _door.array("mask", block)
-    return np.asarray((block != 0) & (block == block))
+    return is_true(_door.array("mask", block))
 
 
 def _misses(block: NDArray[Any]) -> NDArray[np.bool_]:

@@ -10,7 +10,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _memory
 from ._errors import ArgumentError, DataError
-from ._image_door import as_categories, as_image, as_sides, is_flipped, like, readable, require_few, require_numbers
+from ._image_door import as_categories, as_image, as_sides, in_order, is_flipped, like, require_few, require_numbers
 from ._watch import watched
 
 if TYPE_CHECKING:
@@ -49,8 +49,8 @@ def categorize(image: ArrayLike, cuts: ArrayLike, *, threads: int | None = None)
         raise ArgumentError(f"cuts has {limits.ndim} axes and {limits.size:,} numbers, but must be a list of 1 to {2**15 - 1:,}.")
     if not (np.diff(limits) > 0).all():
         raise ArgumentError(f"cuts is {_door.show(cuts)}, but must increase. Sort them, and take each once.")
-    flipped = is_flipped(values)
-    codes = _core.code_by_cuts(np.ascontiguousarray(readable("image", values.T if flipped else values)), limits, _door.threads(threads))
+    ordered, flipped = in_order("image", values)
+    codes = _core.code_by_cuts(ordered, limits, _door.threads(threads))
     result: NDArray[np.int16] = like(image, codes.T if flipped else codes, "category")
     return result
 
@@ -138,7 +138,7 @@ def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, 
     """
     import pandas as pd
 
-    codes, names = _coded(image, categories, _door.threads(threads))
+    codes, names = as_categories("image", as_image("image", image), categories, _door.threads(threads))
     nodes = watched(codes.size, lambda: np.array([np.count_nonzero(codes == code) for code in range(len(names))], np.int64))
     with np.errstate(invalid="ignore"):
         return pd.DataFrame({"nodes": nodes, "proportion": nodes / nodes.sum()}, pd.Index(names, name="category"))
@@ -179,7 +179,7 @@ def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: Arra
     given = as_image("image", image)
     sides = as_sides(size, given.shape)
     nthreads = _door.threads(threads)
-    codes, names = _coded(image, categories, nthreads)
+    codes, names = as_categories("image", given, categories, nthreads)
     _memory.require(8 * len(names) * given.size, f"proportions of {len(names):,} categories", "Take a part of the image.")
     flipped = is_flipped(codes)
     nodes = codes.T if flipped else codes
@@ -231,7 +231,7 @@ def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axe
         if not along or any(given.shape[axis] < 2 for axis in along):
             raise ArgumentError(f"axes is {_door.show(axes)}, but must be axes of more than one node.")
     nthreads = _door.threads(threads)
-    codes, names = _coded(image, categories, nthreads)
+    codes, names = as_categories("image", given, categories, nthreads)
     codes = np.ascontiguousarray(codes)
     transitions = np.zeros((len(names), len(names)), np.int64)
     for axis in along:
@@ -239,7 +239,3 @@ def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axe
         transitions += _core.category_pairs(codes, len(names), lags, nthreads).reshape(*transitions.shape, 3)[..., 2]
     order: NDArray[Any] = names[_core.chain_categories(transitions)]
     return order
-
-
-def _coded(image: Any, categories: Any, threads: int) -> tuple[NDArray[np.int16], NDArray[Any]]:
-    return as_categories("image", as_image("image", image), categories, threads)

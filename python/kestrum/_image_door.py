@@ -89,10 +89,15 @@ def lag_coords(lags: tuple[int, ...]) -> dict[str, NDArray[np.int64]]:
     return {dim: np.arange(-lag, lag + 1) for dim, lag in zip(dims, lags)}
 
 
+def has_finite_sum(values: NDArray[Any]) -> bool:
+    """True only if all values are finite: found in one pass without other memory."""
+    with np.errstate(all="ignore"):
+        return bool(np.isfinite(values.sum(dtype=np.float64)))
+
+
 def is_complete(name: str, values: NDArray[Any]) -> bool:
     """Whether all are numbers. False may be wrong; infinite ones are refused."""
-    with np.errstate(all="ignore"):
-        complete = bool(np.isfinite(values.sum(dtype=np.float64)))
+    complete = has_finite_sum(values)
     if not complete and np.isinf(values).any():
         raise DataError(f"{name} has infinite values, but they must be finite or, where they are missing, NaN. Set them to NaN.")
     return complete
@@ -100,8 +105,7 @@ def is_complete(name: str, values: NDArray[Any]) -> bool:
 
 def as_categories(name: str, given: NDArray[Any], categories: Any, threads: int) -> tuple[NDArray[np.int16], NDArray[Any]]:
     """Codes of an image, of its shape and in its order, and the categories that they number."""
-    flipped = is_flipped(given)
-    values = np.ascontiguousarray(readable(name, given.T if flipped else given))
+    values, flipped = in_order(name, given)
     if categories is None:
         found = _core.find_categories(values)
         if found is None:
@@ -135,6 +139,17 @@ def readable(name: str, given: NDArray[Any]) -> NDArray[Any]:
     if kind.kind in "iu" and kind.itemsize == 8 and given.size and max(int(given.max()), -int(given.min())) > 2**53:
         raise DataError(f"{name} has whole numbers beyond 2^53, which float64 would round. Subtract one of them from all.")
     return given.astype(np.int32 if kind.kind in "iu" and kind.itemsize < 4 else np.float64)
+
+
+def in_order(name: str, given: NDArray[Any]) -> tuple[NDArray[Any], bool]:
+    """Numbers of a type that the engine reads, in C order, and whether they are those of the transposed array."""
+    flipped = is_flipped(given)
+    return np.ascontiguousarray(readable(name, given.T if flipped else given)), flipped
+
+
+def is_true(values: NDArray[Any]) -> NDArray[np.bool_]:
+    """Where values are true: NaN is not."""
+    return np.asarray((values != 0) & (values == values))
 
 
 def as_truth(given: NDArray[Any]) -> NDArray[Any]:

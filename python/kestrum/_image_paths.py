@@ -9,7 +9,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door
 from ._errors import ArgumentError, DataError
-from ._image_door import Connectivity, as_image, as_neighbors, as_truth, is_flipped, like
+from ._image_door import Connectivity, as_image, as_neighbors, as_truth, is_flipped, is_true, like
 
 
 def geodesic_steps(mask: ArrayLike, start: ArrayLike, connectivity: Connectivity | None = None, *, threads: int | None = None) -> NDArray[np.int32]:
@@ -127,8 +127,7 @@ def _places(name: str, value: Any, image: NDArray[Any]) -> NDArray[np.int64]:
     outside = ((rows < 0) | (rows >= image.shape)).any(1)
     if outside.any():
         raise ArgumentError(f"{name} has {_door.show(rows[outside][0].tolist())}, but the mask has {' x '.join(f'{n:,}' for n in image.shape)} nodes.")
-    values = image[tuple(rows.T)]
-    false = (values == 0) | (values != values)
+    false = ~is_true(image[tuple(rows.T)])
     if name == "start" and false.any():
         raise DataError(f"start has {_door.show(rows[false][0].tolist())}, where the mask is not true. Give a node of a body.")
     return rows.astype(np.int64)

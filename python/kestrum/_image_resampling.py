@@ -12,7 +12,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door
 from ._errors import ArgumentError, DataError
-from ._image_door import as_categories, as_image, is_flipped, per_axis, readable
+from ._image_door import as_categories, as_image, in_order, per_axis
 
 
 def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["mean", "nearest", "mode"] = "mean", threads: int | None = None) -> NDArray[Any]:
@@ -63,7 +63,7 @@ def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["m
     if method == "nearest":
         result = given[np.ix_(*((2 * np.arange(m) + 1) * n // (2 * m) for m, n in zip(sizes, given.shape)))]
     elif method == "mean":
-        result = _means(readable("image", given), sizes, nthreads)
+        result = _means(given, sizes, nthreads)
     else:
         result = _modes(given, sizes, nthreads)
     framed: NDArray[Any] = _framed(image, result) if _door.is_xarray(image) else result
@@ -71,8 +71,8 @@ def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["m
 
 
 def _means(values: NDArray[Any], sizes: list[int], threads: int) -> NDArray[np.float64]:
-    flipped = is_flipped(values)
-    means = _core.area_means(np.ascontiguousarray(values.T if flipped else values), sizes[::-1] if flipped else sizes, threads)
+    ordered, flipped = in_order("image", values)
+    means = _core.area_means(ordered, sizes[::-1] if flipped else sizes, threads)
     return means.T if flipped else means
 
 

@@ -12,7 +12,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _lazy, _memory
 from ._errors import ArgumentError, DataError, warn
-from ._image_door import Connectivity, as_image, as_lags, as_neighbors, is_complete, is_flipped, lag_coords, like, readable, require_few, require_numbers
+from ._image_door import Connectivity, as_image, as_lags, as_neighbors, has_finite_sum, is_complete, is_flipped, lag_coords, like, readable, require_few, require_numbers
 from ._watch import watched
 
 if TYPE_CHECKING:
@@ -177,7 +177,7 @@ class _Transforms:
         for first in range(0, lines[0].shape[-1], step):
             spectra = [line[..., first:first + step] for line in lines]
             for axis in reversed(range(len(self.shape) - 1)):
-                    spectra = [fft.fft(spectrum, self.padded[axis], axis, **options) for spectrum in spectra]
+                spectra = [fft.fft(spectrum, self.padded[axis], axis, **options) for spectrum in spectra]
             results = [fft.rfft(power, axis=0, **options)[: self.lags[0] + 1].conj() for power in powers(*spectra)]
             for axis in range(1, len(self.shape) - 1):
                 results = [fft.ifft(result, axis=axis, norm="forward", **options).take(self._places(axis), axis) for result in results]
@@ -245,10 +245,7 @@ def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, conne
     """
     import xarray as xr
 
-    def curves(part: NDArray[Any], limits: Floats, neighbors: int, above: bool, nthreads: int) -> Floats:
-        return _core.connectivity_curves(part, limits, neighbors, above, nthreads)
-
-    values, dims, coords, _ = _by_threshold(image, thresholds, connectivity, bodies, threads, curves)
+    values, dims, coords, _ = _by_threshold(image, thresholds, connectivity, bodies, threads, _core.connectivity_curves)
     return xr.DataArray(values, coords, dims, "connectivity")
 
 
@@ -395,9 +392,7 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
            [0., 4., 4.]])
     """
     values = as_image("image", image)
-    with np.errstate(all="ignore"):
-        finite = np.isfinite(values.sum(dtype=np.float64))
-    if not finite and (values == np.inf).any() and (values == -np.inf).any():
+    if not has_finite_sum(values) and (values == np.inf).any() and (values == -np.inf).any():
         raise DataError("image has both inf and -inf, between which there is no mean. Set one of them to NaN.")
     count = _door.whole("levels", levels, 1, 64)
     nthreads = _door.threads(threads)

@@ -12,7 +12,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _lazy
 from ._errors import ArgumentError, DataError, warn
-from ._image_door import Connectivity, as_image, as_neighbors, as_sides, as_truth, is_flipped, like, per_axis, readable
+from ._image_door import Connectivity, as_image, as_neighbors, as_sides, as_truth, in_order, is_flipped, is_true, like, per_axis
 from ._watch import watched
 
 if TYPE_CHECKING:
@@ -276,10 +276,7 @@ def nearest_label(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, 
     array([[0.  , 1.  , 1.41, 1.  ],
            [1.  , 1.41, 1.  , 0.  ]])
     """
-    def work(*arguments: Any) -> tuple[NDArray[Any], ...]:
-        return _core.nearest_label(*arguments)
-
-    distances, nearest = _of_labels(labels, spacing, metric, threads, work, ("distance", "label"))
+    distances, nearest = _of_labels(labels, spacing, metric, threads, _core.nearest_label, ("distance", "label"))
     return distances, nearest
 
 
@@ -476,8 +473,7 @@ def _means(image: NDArray[Any], size: Any, threads: int | None) -> NDArray[np.fl
     values = as_image("image", image)  # a block may be masked
     sides = as_sides(size, values.shape)
     nthreads = _door.threads(threads)
-    flipped = is_flipped(values)
-    typed = np.ascontiguousarray(readable("image", values.T if flipped else values))
+    typed, flipped = in_order("image", values)
     if values.size:
         means = _core.box_mean(typed, [*(sides if flipped else sides[::-1]), 1][:3], nthreads)
     else:
@@ -516,7 +512,7 @@ def _offsets(element: Any, shape: tuple[int, ...]) -> list[NDArray[np.intp]]:
         given = as_image("element", element)
         if given.ndim != len(shape):
             raise ArgumentError(f"element has {given.ndim} axes, but the mask has {len(shape)}.")
-        sides, box = given.shape, (given != 0) & (given == given)
+        sides, box = given.shape, is_true(given)
     if any(side % 2 == 0 for side in sides):
         raise ArgumentError(f"element has sides of {' x '.join(f'{side:,}' for side in sides)}. They must be odd, so that it has a centre.")
     half = [side // 2 for side in sides]
