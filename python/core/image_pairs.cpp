@@ -26,23 +26,23 @@ struct Lags {
   }
 };
 
-py::tuple TwoPointMap(const Array<double>& image, const std::string& name, const std::vector<int>& maxLag,
-                      int nthreads) {
+py::tuple TwoPointSums(const Array<double>& image, const std::string& name, const std::vector<int>& maxLag,
+                       int nthreads) {
   const VORL_GRID grid = GridOfShape(image);
-  const Lags lags(maxLag);
   const auto statistic = name == "variogram"     ? TwoPointStatistic::kVariogram
                          : name == "covariance"  ? TwoPointStatistic::kCovariance
                          : name == "noncentered" ? TwoPointStatistic::kCovarianceNotCentred
                                                  : TwoPointStatistic::kCorrelogram;
-  Array<double> map(lags.shape);
-  Array<std::int64_t> pairs(lags.shape);
-  double* const to = map.mutable_data();
+  const Lags lags(maxLag, {SumCount(statistic)});
+  Array<double> sums(lags.shape);
+  Array<std::int64_t> pairs(std::vector<py::ssize_t>(lags.shape.begin() + 1, lags.shape.end()));
+  double* const to = sums.mutable_data();
   std::int64_t* const counts = pairs.mutable_data();
-  RunOperations(static_cast<double>(map.size()) * grid.nxyz, [&](const Progress& progress) noexcept {
-    return ComputeTwoPointMap(statistic, grid, image.data(), lags.most, Dealing::Threads(nthreads), progress, to,
-                              counts);
+  RunOperations(static_cast<double>(pairs.size()) * grid.nxyz, [&](const Progress& progress) noexcept {
+    return ComputeTwoPointSums(statistic, grid, image.data(), lags.most, Dealing::Threads(nthreads), progress, to,
+                               counts);
   });
-  return py::make_tuple(map, pairs);
+  return py::make_tuple(sums, pairs);
 }
 
 // None where there are more than are numbered.
@@ -131,7 +131,7 @@ void BindImagePairs(py::module_& module) {
     module.def("code_by_cuts", &Codes<T, &CodeByCuts<T>>, py::arg("values").noconvert(), py::arg("cuts").noconvert(),
                py::arg("threads"));
   });
-  module.def("two_point_map", &TwoPointMap, py::arg("image").noconvert(), py::arg("statistic"), py::arg("max_lag"),
+  module.def("two_point_sums", &TwoPointSums, py::arg("image").noconvert(), py::arg("statistic"), py::arg("max_lag"),
              py::arg("threads"));
   module.def("category_pairs", &CategoryPairs, py::arg("codes").noconvert(), py::arg("n"), py::arg("max_lag"),
              py::arg("threads"));

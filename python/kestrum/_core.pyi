@@ -112,7 +112,7 @@ def connectivity_curves(images: NDArray[Any], thresholds: NDArray[np.float64], n
 def measure_bodies(codes: NDArray[np.int16], n: int, neighbors: int, above: bool, threads: int) -> NDArray[np.int64]:
     """By image, along the first axis, and code from 0 to n - 1: the number of the bodies of the nodes above it or not, the largest size, the largest
     extents along the last three axes, and the Euler number."""
-def two_point_map(image: NDArray[np.float64], statistic: str, max_lag: Sequence[int], threads: int) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
+def two_point_sums(image: NDArray[np.float64], statistic: str, max_lag: Sequence[int], threads: int) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
     """The map and its pairs, of three axes. statistic: variogram, covariance, noncentered or correlogram. max_lag: along z, y and x."""
 def find_categories(values: NDArray[Any]) -> NDArray[np.float64] | None:
     """The distinct values of those of label, increasing; None if there are more than 255."""

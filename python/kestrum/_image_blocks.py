@@ -11,9 +11,14 @@ from numpy.typing import NDArray
 
 from . import _core, _door, _images, _lazy
 from ._errors import DataError
-from ._image_door import as_neighbors, as_truth, is_true, require_image
+from ._image_door import as_image, as_neighbors, as_truth, is_true, require_image
 
 Integers = NDArray[np.int64]
+
+
+def image(name: str, value: Any) -> Any:
+    """The array of an image, in memory or of Dask."""
+    return blocks(name, value) if _lazy.is_lazy(_door.held(name, value)) else as_image(name, value)
 
 
 def blocks(name: str, image: Any) -> Any:
@@ -48,12 +53,29 @@ def _threads(threads: Any) -> int:
     return 1 if threads is None else _door.threads(threads)
 
 
-def variogram(array: Any, lags: tuple[int, ...], function: Any, threads: Any) -> tuple[NDArray[np.float64], Integers]:
-    """Semivariances and numbers of pairs, by function(array, lags, threads), which gives them of an array in memory.
+def each(array: Any, function: Any, threads: int = 1) -> list[Any]:
+    """What function(block, threads) gives of each block; of an array in memory, which is one."""
+    if not _lazy.is_lazy(array):
+        return [function(array, threads)]
+    import dask
+
+    read = dask.delayed(_of_plain, pure=True)
+    return list(dask.compute(*(read(part, function, threads) for part in array.to_delayed().ravel())))
+
+
+def _of_plain(block: NDArray[Any], function: Any, threads: int) -> Any:
+    return function(_door.array("image", block), threads)  # a block may be masked
+
+
+def pair_tables(array: Any, lags: tuple[int, ...], function: Any, threads: Any) -> tuple[NDArray[Any], ...]:
+    """The tables of function(array, lags, threads): sums over the pairs of each lag, their last axes; of a Dask array block by block.
 
     A pair belongs to the block with the first corner of the box that it spans. Blocks are given as many nodes of those after
     them as the lags are long. Pairs among these alone are taken away again.
     """
+    if not _lazy.is_lazy(array):
+        tables: tuple[NDArray[Any], ...] = function(array, lags, _door.threads(threads))
+        return tables
     import dask
     from dask.array.overlap import overlap
 
@@ -67,32 +89,29 @@ def variogram(array: Any, lags: tuple[int, ...], function: Any, threads: Any) ->
         sums.append(read(parts[at], own, lags, function, threads))
     while len(sums) > 1:
         sums = [add(*sums[i:i + 16]) for i in range(0, len(sums), 16)]
-    squares, pairs = sums[0].compute()
-    with np.errstate(invalid="ignore", divide="ignore"):
-        return np.where(pairs > 0, np.maximum(squares, 0.0) / (2 * pairs), np.nan), pairs
+    return tuple(sums[0].compute())
 
 
-def _pair_sums(block: NDArray[Any], own: list[int], lags: tuple[int, ...], function: Any, threads: int) -> tuple[NDArray[np.float64], Integers]:
-    """The sums of squares of a block of so many nodes of its own, and the numbers of pairs."""
+def _pair_sums(block: NDArray[Any], own: list[int], lags: tuple[int, ...], function: Any, threads: int) -> list[NDArray[Any]]:
+    """The tables of a block of so many nodes of its own."""
     block = _door.array("image", block)
-    shape = [2 * lag + 1 for lag in lags]
-    squares, pairs = np.zeros(shape), np.zeros(shape, np.int64)
+    sums: list[NDArray[Any]] = []
     for later in itertools.product((0, 1), repeat=block.ndim):
         box = block[tuple(slice(n if beyond else 0, None) for n, beyond in zip(own, later))]
         if box.size == 0:
             continue
         sign = -1 if sum(later) % 2 else 1
         reach = [min(lag, n - 1) for lag, n in zip(lags, box.shape)]
-        at = tuple(slice(lag - most, lag + most + 1) for lag, most in zip(lags, reach))
-        gamma, count = function(box, tuple(reach), threads)
-        squares[at] += sign * np.where(count > 0, 2 * gamma * count, 0.0)
-        pairs[at] += sign * count
-    return squares, pairs
+        at: Any = (..., *(slice(lag - most, lag + most + 1) for lag, most in zip(lags, reach)))
+        tables = function(box, tuple(reach), threads)
+        sums = sums or [np.zeros((*table.shape[: table.ndim - len(lags)], *(2 * lag + 1 for lag in lags)), table.dtype) for table in tables]
+        for total, table in zip(sums, tables):
+            total[at] += sign * table
+    return sums
 
 
-def _added(*parts: tuple[NDArray[np.float64], Integers]) -> tuple[NDArray[np.float64], Integers]:
-    squares, pairs = zip(*parts)
-    return sum(squares), sum(pairs)
+def _added(*parts: list[NDArray[Any]]) -> list[NDArray[Any]]:
+    return [np.sum(tables, axis=0) for tables in zip(*parts)]
 
 
 # Slabs begin at multiples of this: the engine's distances are the same to the last bit there.

@@ -105,23 +105,39 @@ def is_complete(name: str, values: NDArray[Any]) -> bool:
 
 def as_categories(name: str, given: NDArray[Any], categories: Any, threads: int) -> tuple[NDArray[np.int16], NDArray[Any]]:
     """Codes of an image, of its shape and in its order, and the categories that they number."""
-    values, flipped = in_order(name, given)
     if categories is None:
-        found = _core.find_categories(values)
-        if found is None:
-            raise DataError(f"{name} has more than 255 distinct values. Make categories of them by categorize().")
-        if len(found) == 0:
-            raise DataError(f"{name} has no values but NaN.")
-        names, listed = found, found.astype(given.dtype.newbyteorder("="))
+        numbers, names = distinct_values(name, [_core.find_categories(in_order(name, given)[0])], given.dtype)
     else:
-        listed = _door.array("categories", categories)
-        names = _door.finite("categories", _door.reals("categories", categories))
-        if names.ndim != 1 or not 1 <= names.size <= 255:
-            raise ArgumentError(f"categories has {names.ndim} axes and {names.size:,} numbers, but must be a list of 1 to 255.")
-        if len(np.unique(names)) < len(names):
-            raise ArgumentError(f"categories is {_door.show(categories)}, but must have each number once.")
-    codes = _core.code_categories(values, names, threads)
-    return codes.T if flipped else codes, listed
+        numbers, names = listed_categories(categories)
+    return category_codes(name, given, numbers, threads), names
+
+
+def distinct_values(name: str, parts: list[NDArray[np.float64] | None], kind: np.dtype[Any]) -> tuple[NDArray[np.float64], NDArray[Any]]:
+    """The categories that an image has, by those of its parts, None for too many; and the same of the image's type."""
+    found = [part for part in parts if part is not None]
+    numbers = np.unique(np.concatenate(found)) if len(found) == len(parts) else np.arange(256.0)
+    if len(numbers) > 255:
+        raise DataError(f"{name} has more than 255 distinct values. Make categories of them by categorize().")
+    if len(numbers) == 0:
+        raise DataError(f"{name} has no values but NaN.")
+    return numbers, numbers.astype(kind.newbyteorder("="))
+
+
+def listed_categories(categories: Any) -> tuple[NDArray[np.float64], NDArray[Any]]:
+    """Categories that the caller lists, as numbers and as they are."""
+    numbers = _door.finite("categories", _door.reals("categories", categories))
+    if numbers.ndim != 1 or not 1 <= numbers.size <= 255:
+        raise ArgumentError(f"categories has {numbers.ndim} axes and {numbers.size:,} numbers, but must be a list of 1 to 255.")
+    if len(np.unique(numbers)) < len(numbers):
+        raise ArgumentError(f"categories is {_door.show(categories)}, but must have each number once.")
+    return numbers, _door.array("categories", categories)
+
+
+def category_codes(name: str, given: NDArray[Any], numbers: NDArray[np.float64], threads: int) -> NDArray[np.int16]:
+    """Of an image's shape and in its order."""
+    values, flipped = in_order(name, given)
+    codes = _core.code_categories(values, numbers, threads)
+    return codes.T if flipped else codes
 
 
 def is_flipped(given: NDArray[Any]) -> bool:

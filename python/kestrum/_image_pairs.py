@@ -3,15 +3,17 @@
 from __future__ import annotations
 
 from collections.abc import Sequence
+from functools import partial
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door, _memory
+from . import _core, _door, _image_blocks, _memory
 from ._errors import ArgumentError
 from ._image_categories import categorize
-from ._image_door import Connectivity, as_categories, as_image, as_lags, as_neighbors, as_truth, is_complete, is_flipped, lag_coords
+from ._image_door import Connectivity, as_lags, as_neighbors, category_codes, distinct_values, in_order, is_complete, is_flipped, lag_coords, listed_categories
+from ._images import label
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -24,7 +26,8 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
     Parameters
     ----------
     image : array_like
-        Two or three axes, of numbers; NaN is missing. It is copied.
+        Two or three axes, of numbers; NaN is missing. It is copied. A Dask array may be larger than memory, as that of
+        `variogram_map`; it is read twice, and sums are those of the whole to rounding.
     max_lag : int or sequence of int
         The largest lag in cells, for all axes or along each, in the order of the axes; below the axis' number of nodes.
         With 0 along an axis there is no lag along it.
@@ -37,8 +40,8 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
     Returns
     -------
     Dataset
-        `covariance` or `correlogram`, NaN without pairs, a correlogram also where tails or heads are all alike; and
-        `pairs`, their number. Of dimensions `lag_z`, `lag_y`, `lag_x` (in two dimensions without `lag_z`), from
+        `covariance` or `correlogram`, NaN without pairs, a correlogram also where tails or heads are all alike, to
+        rounding; and `pairs`, their number. Of dimensions `lag_z`, `lag_y`, `lag_x` (in two dimensions without `lag_z`), from
         -max_lag to max_lag.
 
     Notes
@@ -54,24 +57,55 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
     """
     import xarray as xr
 
-    values = as_image("image", image)
+    values = _image_blocks.image("image", image)
     lags = as_lags(max_lag, values.shape)
     _door.choice("statistic", statistic, ("covariance", "noncentered", "correlogram"))
-    nthreads = _door.threads(threads)
+    _door.threads(threads)
+    # Sums of products of values far from 0 would lose their digits.
+    middle = _middle(_image_blocks.each(values, _extent)) if statistic != "noncentered" else 0.0
+    sums, pairs = _image_blocks.pair_tables(values, lags, partial(_products, statistic=statistic, middle=middle), threads)
+    n = np.where(pairs == 0, np.nan, pairs)
+    with np.errstate(invalid="ignore", divide="ignore"):
+        if statistic == "noncentered":
+            found = sums[0] / n
+        else:
+            products, tails, heads = sums[:3]
+            found = products - tails / n * heads
+            if statistic == "covariance":
+                found /= n
+            else:
+                spreads = [squares - some / n * some for some, squares in zip(sums[1:3], sums[3:])]
+                alike = [spread <= np.finfo(np.float64).eps * n * squares for spread, squares in zip(spreads, sums[3:])]
+                found = np.where(alike[0] | alike[1], np.nan, found / np.sqrt(spreads[0] * spreads[1]))
+    coords = lag_coords(lags)
+    name = "correlogram" if statistic == "correlogram" else "covariance"
+    return xr.Dataset({name: (tuple(coords), found), "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, coords)
+
+
+def _extent(values: NDArray[Any], _: int) -> tuple[int, float, float, float]:
+    """How many numbers there are, the least and the greatest, and their sum."""
+    is_complete("image", values)
+    count = values.size - int(np.isnan(values).sum())
+    if count == 0:
+        return 0, np.nan, np.nan, 0.0
+    return count, float(np.fmin.reduce(values, None)), float(np.fmax.reduce(values, None)), float(np.nansum(values, dtype=np.float64))
+
+
+def _middle(parts: list[tuple[int, float, float, float]]) -> float:
+    """The mean; the value itself where all are alike."""
+    counts, least, greatest, sums = zip(*parts)
+    low, high = np.fmin.reduce(least), np.fmax.reduce(greatest)
+    return float(low if low == high else sum(sums) / sum(counts)) if low <= high else 0.0
+
+
+def _products(values: NDArray[Any], lags: tuple[int, ...], threads: int, statistic: str, middle: float) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
+    """Sums of products, of tails, of heads, and of their squares, and the numbers of pairs, by lag."""
     is_complete("image", values)
     doubles = np.array(values, np.float64, order="C")
-    if statistic != "noncentered" and doubles.size:
-        # Sums of products of values far from 0 would lose their digits.
-        least, greatest = np.fmin.reduce(doubles, None), np.fmax.reduce(doubles, None)
-        if least == greatest:
-            doubles -= least
-        elif least < greatest:
-            doubles -= np.nanmean(doubles)
-    found, pairs = _core.two_point_map(doubles, statistic, (0, *lags)[-3:], nthreads)
-    coords = lag_coords(lags)
-    shape = [len(lag) for lag in coords.values()]
-    name = "correlogram" if statistic == "correlogram" else "covariance"
-    return xr.Dataset({name: (tuple(coords), found.reshape(shape)), "pairs": (tuple(coords), pairs.reshape(shape), {"long_name": "number of pairs"})}, coords)
+    doubles -= middle
+    sums, pairs = _core.two_point_sums(doubles, statistic, (0, *lags)[-3:], threads)
+    shape = [2 * lag + 1 for lag in lags]
+    return sums.reshape(len(sums), *shape), pairs.reshape(shape)
 
 
 def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: ArrayLike | None = None, *, threads: int | None = None) -> xr.Dataset:
@@ -81,7 +115,8 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
     ----------
     image : array_like
         Two or three axes, of categories: numbers, at most 255 distinct ones. NaN is missing. Arrays of bool, uint8,
-        int32, float32 and float64 are read in place if they are contiguous in C or Fortran order, others are copied.
+        int32, float32 and float64 are read in place if they are contiguous in C or Fortran order, others are copied. A Dask
+        array may be larger than memory, as that of `variogram_map`; it is read twice without `categories`.
     max_lag : int or sequence of int
         The largest lag in cells, for all axes or along each, in the order of the axes; below the axis' number of nodes.
         With 0 along an axis there is no lag along it.
@@ -112,14 +147,14 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
     """
     import xarray as xr
 
-    values = as_image("image", image)
+    values = _image_blocks.image("image", image)
     lags = as_lags(max_lag, values.shape)
-    nthreads = _door.threads(threads)
-    codes, names = as_categories("image", values, categories, nthreads)
+    _door.threads(threads)
+    numbers, names = _categories(values, categories)
     coords = lag_coords(lags)
     n = len(names)
     _memory.require(24 * n * n * int(np.prod([len(lag) for lag in coords.values()])), f"the transitions between {n:,} categories", "Ask for fewer lags.")
-    pairs = _by_lag(_core.category_pairs, codes, lags, nthreads, n)
+    pairs, = _image_blocks.pair_tables(values, lags, partial(_transitions, numbers=numbers), threads)
     tails = pairs.sum(1)
     return xr.Dataset({"probability": (("from", "to", *coords), _share(pairs, tails[:, None]), {"long_name": "probability of transition"}),
                        "pairs": (("from", *coords), tails, {"long_name": "number of pairs"})}, {"from": names, "to": names, **coords})
@@ -162,25 +197,44 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
     """
     import xarray as xr
 
-    values = as_image("image", image)
+    values = _image_blocks.image("image", image)
     lags = as_lags(max_lag, values.shape)
-    nthreads = _door.threads(threads)
+    _door.threads(threads)
     if thresholds is None:
-        codes, names = as_categories("image", values, categories, nthreads)
-        n, order, dim = len(names), np.arange(len(names)), "category"
+        numbers, names = _categories(values, categories)
+        order, dim = np.arange(len(names)), "category"
     else:
         if categories is not None:
             raise ArgumentError("categories and thresholds are both given. Leave one of them out.")
         names = _door.finite("thresholds", _door.reals("thresholds", thresholds))
-        cuts, order = np.unique(names, return_inverse=True)
-        if names.ndim != 1 or not 1 <= cuts.size <= 254:
+        numbers, order = np.unique(names, return_inverse=True)
+        if names.ndim != 1 or not 1 <= numbers.size <= 254:
             raise ArgumentError(f"thresholds has {names.ndim} axes and {names.size:,} numbers, but must be a list of 1 to 254.")
-        codes = categorize(values, cuts, threads=nthreads)
-        n, dim = len(cuts) + 1, "threshold"
-    changes, pairs = _by_lag(_core.category_changes, codes, lags, nthreads, n, thresholds is not None)
+        dim = "threshold"
+    changes, pairs = _image_blocks.pair_tables(values, lags, partial(_changes, numbers=numbers, nested=thresholds is not None), threads)
     coords = lag_coords(lags)
     return xr.Dataset({"gamma": ((dim, *coords), _share(changes, 2 * pairs)[order], {"long_name": "semivariance"}),
                        "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, {dim: names, **coords})
+
+
+def _categories(values: Any, categories: Any) -> tuple[NDArray[np.float64], NDArray[Any]]:
+    if categories is not None:
+        return listed_categories(categories)
+    return distinct_values("image", _image_blocks.each(values, _distinct), values.dtype)
+
+
+def _distinct(values: NDArray[Any], _: int) -> NDArray[np.float64] | None:
+    return _core.find_categories(in_order("image", values)[0])
+
+
+def _transitions(values: NDArray[Any], lags: tuple[int, ...], threads: int, numbers: NDArray[np.float64]) -> tuple[NDArray[np.int64]]:
+    return _by_lag(_core.category_pairs, category_codes("image", values, numbers, threads), lags, threads, len(numbers)),
+
+
+def _changes(values: NDArray[Any], lags: tuple[int, ...], threads: int, numbers: NDArray[np.float64], nested: bool) -> tuple[NDArray[np.int64], ...]:
+    codes = categorize(values, numbers, threads=threads) if nested else category_codes("image", values, numbers, threads)
+    tables: tuple[NDArray[np.int64], ...] = _by_lag(_core.category_changes, codes, lags, threads, len(numbers) + nested, nested)
+    return tables
 
 
 def connectivity_function(mask: ArrayLike, max_lag: int | Sequence[int], connectivity: Connectivity | None = None, *,
@@ -191,7 +245,7 @@ def connectivity_function(mask: ArrayLike, max_lag: int | Sequence[int], connect
     ----------
     mask : array_like
         As that of `label`; Fortran order is read in place as well. Labels that `label` gave with the same connectivity
-        serve as well.
+        serve as well. A Dask array may be larger than memory: it is read twice.
     max_lag : int or sequence of int
         The largest lag in cells, for all axes or along each, in the order of the axes; below the axis' number of nodes.
         With 0 along an axis there is no lag along it.
@@ -222,26 +276,27 @@ def connectivity_function(mask: ArrayLike, max_lag: int | Sequence[int], connect
     """
     import xarray as xr
 
-    image = as_image("mask", mask)
-    neighbors = as_neighbors(connectivity, image.ndim)
+    image = _image_blocks.image("mask", mask)
+    as_neighbors(connectivity, image.ndim)
     lags = as_lags(max_lag, image.shape)
     _door.choice("given", given, ("both", "tail", "none"))
-    nthreads = _door.threads(threads)
-    flipped = is_flipped(image)
-    labels, _ = _core.label(as_truth(image.T if flipped else image), neighbors, False, nthreads)
-    labels = labels.T if flipped else labels
-    connected = _by_lag(_core.alike_pairs, labels, lags, nthreads)
-    counts = _by_lag(_core.category_pairs, (labels > 0).astype(np.int16), lags, nthreads, 2)
+    labels, _ = label(image, connectivity, threads=threads)
+    connected, counts = _image_blocks.pair_tables(labels, lags, _connections, threads)
     pairs = counts[1, 1] if given == "both" else counts[1].sum(0) if given == "tail" else counts.sum((0, 1))
     coords = lag_coords(lags)
     return xr.Dataset({"probability": (tuple(coords), _share(connected, pairs), {"long_name": "probability of connection"}),
                        "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, coords)
 
 
+def _connections(labels: NDArray[np.int32], lags: tuple[int, ...], threads: int) -> tuple[NDArray[np.int64], NDArray[np.int64]]:
+    """How many pairs are in one body, and how many are false or true at the tail and at the head."""
+    return _by_lag(_core.alike_pairs, labels, lags, threads), _by_lag(_core.category_pairs, (labels > 0).astype(np.int16), lags, threads, 2)
+
+
 def _by_lag(count: Any, nodes: NDArray[Any], lags: tuple[int, ...], threads: int, *arguments: Any) -> Any:
     """What count makes of nodes, whose last three axes it has from lags, with as many axes of lags as there are, in their order."""
     flipped = is_flipped(nodes)
-    tables = count(nodes.T if flipped else nodes, *arguments, (0, *(lags[::-1] if flipped else lags))[-3:], threads)
+    tables = count(np.ascontiguousarray(nodes.T if flipped else nodes), *arguments, (0, *(lags[::-1] if flipped else lags))[-3:], threads)
 
     def arranged(table: NDArray[np.int64]) -> NDArray[np.int64]:
         leading = table.ndim - 3

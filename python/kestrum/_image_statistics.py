@@ -62,34 +62,33 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
     """
     import xarray as xr
 
-    lazy = _lazy.is_lazy(_door.held("image", image))
-    values: Any = _image_blocks.blocks("image", image) if lazy else as_image("image", image)
+    values = _image_blocks.image("image", image)
     lags = as_lags(max_lag, values.shape)
     by_transforms = _door.choice("method", method, ("pairs", "fft")) == "fft"
-    if lazy:
-        gamma, pairs = _image_blocks.variogram(values, lags, functools.partial(_variogram_of, by_transforms=by_transforms), threads)
-    else:
-        gamma, pairs = _variogram_of(values, lags, _door.threads(threads), by_transforms)
-        if not pairs.any():
-            warn("image is NaN everywhere: there is no pair of nodes, and gamma is NaN.")
+    squares, pairs = _image_blocks.pair_tables(values, lags, functools.partial(_squares, by_transforms=by_transforms), threads)
+    if not pairs.any():
+        warn("image is NaN everywhere: there is no pair of nodes, and gamma is NaN.")
+    with np.errstate(invalid="ignore", divide="ignore"):
+        gamma = np.where(pairs > 0, 0.5 / pairs * np.maximum(squares, 0.0), np.nan)
     coords = lag_coords(lags)
     dims = tuple(coords)
     return xr.Dataset({"gamma": (dims, gamma, {"long_name": "semivariance"}), "pairs": (dims, pairs, {"long_name": "number of pairs"})}, coords)
 
 
-def _variogram_of(values: NDArray[Any], lags: tuple[int, ...], threads: int, by_transforms: bool) -> tuple[Floats, NDArray[np.int64]]:
+def _squares(values: NDArray[Any], lags: tuple[int, ...], threads: int, by_transforms: bool) -> tuple[Floats, NDArray[np.int64]]:
+    """The sums of the squared differences of each lag, and the numbers of pairs."""
     complete = is_complete("image", values)
     known = None if complete or not np.isnan(values).any() else ~np.isnan(values)
     if by_transforms:
         return watched(values.size, _by_transforms, values, known, lags, threads)
-    gamma, pairs = _core.two_point_map(np.ascontiguousarray(values, np.float64), "variogram", (0, *lags)[-3:], threads)
+    squares, pairs = _core.two_point_sums(np.ascontiguousarray(values, np.float64), "variogram", (0, *lags)[-3:], threads)
     shape = [2 * lag + 1 for lag in lags]
-    return gamma.reshape(shape), pairs.reshape(shape)
+    return squares.reshape(shape), pairs.reshape(shape)
 
 
 def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: tuple[int, ...],
                    threads: int) -> tuple[Floats, NDArray[np.int64]]:
-    """gamma and pairs. (a - b)^2 = a^2 + b^2 - 2 a b, of which the last is a correlation, and the first two are one with a
+    """Those of _squares. (a - b)^2 = a^2 + b^2 - 2 a b, of which the last is a correlation, and the first two are one with a
     mask, or sums over boxes where nothing is missing."""
     transforms = _Transforms(image.shape, lags, threads)
     unit, centred = _centred(image, known)
@@ -112,9 +111,10 @@ def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: t
         sums *= 2.0
         pairs = np.rint(counts).astype(np.int64)
     sums[(0, *lags[1:])] = 0.0
-    with np.errstate(invalid="ignore", divide="ignore", over="ignore"):
-        gamma = np.where(pairs > 0, np.maximum(sums, 0.0) / (2 * pairs), np.nan) * unit * unit
-    return np.concatenate((np.flip(gamma[1:]), gamma)), np.concatenate((np.flip(pairs[1:]), pairs))
+    with np.errstate(over="ignore"):
+        for _ in range(2):  # one by one: their product may overflow
+            sums *= unit
+    return np.concatenate((np.flip(sums[1:]), sums)), np.concatenate((np.flip(pairs[1:]), pairs))
 
 
 def _centred(image: NDArray[Any], known: NDArray[np.bool_] | None) -> tuple[float, Callable[[slice], Floats]]:

@@ -149,6 +149,13 @@ int ArrangeHeads(int nlags, const Dealing& dealing, PairField& field, Buffer<dou
   return 0;
 }
 
+// Where the results of all lags go: either their values, or their sums, table by table, and numbers of pairs.
+struct LagTables {
+  double* values;
+  double* sums;
+  std::int64_t* pairs;
+};
+
 // The map of lags. The tails of the opposite of lag h are the heads of h, in the same order, since all are moved by h.
 // So both lags have the same pairs in the same order, tails and heads exchanged, and if both are in the box one is
 // summed and gives both values: the sums of (a-b)^2 and of ab and the counts of both ends are the same to the bit, and
@@ -156,15 +163,15 @@ int ArrangeHeads(int nlags, const Dealing& dealing, PairField& field, Buffer<dou
 class LagMap {
  public:
   LagMap(TwoPointStatistic statistic, const LagBox& box, const VORL_GRID& grid, const PairField& field,
-         LagSumsKernel kernel, double* values, std::int64_t* pairs) noexcept
+         LagSumsKernel kernel, const LagTables& to) noexcept
       : statistic_(statistic),
         box_(box),
         count_{grid.nx, grid.ny, grid.nz},
         nodeStride_{1, grid.nx, grid.nxy},
         field_(field),
         kernel_(kernel),
-        values_(values),
-        pairs_(pairs) {
+        to_(to),
+        nlag_(grid.nxyz) {
     const bool opposite = std::all_of(box.axis, box.axis + 3,
                                       [](const LagAxis& axis) { return std::int64_t{2} * axis.min % axis.step == 0; });
     for (int a = 0; a < 3; ++a) indexSum_[a] = opposite ? std::int64_t{-2} * box.axis[a].min / box.axis[a].step : -1;
@@ -245,8 +252,12 @@ class LagMap {
   }
 
   void Set(std::ptrdiff_t node, const PairSums& sums) const noexcept {
-    values_[node] = ComputeValue(statistic_, sums, field_.mark);
-    if (pairs_ != nullptr) pairs_[node] = static_cast<std::int64_t>(sums.pairs);
+    if (to_.values != nullptr) {
+      to_.values[node] = ComputeValue(statistic_, sums, field_.mark);
+      return;
+    }
+    to_.pairs[node] = static_cast<std::int64_t>(sums.pairs);
+    for (int s = 0; s < SumCount(statistic_); ++s) to_.sums[s * nlag_ + node] = sums.sum[s];
   }
 
   double CountPairs(const int* index) const noexcept {
@@ -262,8 +273,8 @@ class LagMap {
   std::int64_t indexSum_[3];  // of a lag and its opposite; -1 if no lag has one
   const PairField& field_;
   const LagSumsKernel kernel_;
-  double* values_;
-  std::int64_t* pairs_;  // may be null
+  const LagTables& to_;
+  const std::ptrdiff_t nlag_;
 };
 
 // The progress lines, which follow the nodes of the output in their order: all of them, or in the threaded form, where
@@ -305,9 +316,9 @@ struct Variable {
   MissingMark mark;
 };
 
-// The map of a box of lags that are the nodes of `lags`. pairs may be null.
+// The map of a box of lags that are the nodes of `lags`.
 int ComputeLagMap(TwoPointStatistic statistic, const Variable& in, const LagBox& box, const VORL_GRID& lags,
-                  double* values, std::int64_t* pairs, bool verbose, const Dealing& dealing, SimdLevel level,
+                  const LagTables& to, bool verbose, const Dealing& dealing, SimdLevel level,
                   const Progress& job) noexcept {
   PairField field{};
   field.tails = in.values;
@@ -326,7 +337,7 @@ int ComputeLagMap(TwoPointStatistic statistic, const Variable& in, const LagBox&
   field.step = nlags > 1 ? box.axis[field.laneAxis].step : 1;
   if (const int status = ArrangeHeads(nlags, dealing, field, heads); status != 0) return status;
 
-  const LagMap map(statistic, box, lags, field, LagSumsKernelOf(level), values, pairs);
+  const LagMap map(statistic, box, lags, field, LagSumsKernelOf(level), to);
   dealing.EachThread([&](int thread, int team) noexcept {
     // Short runs where long ones would leave a thread without work.
     const int longest = team > 1 && lags.nxyz / team < 4 * kLagRun ? kLagRun / 2 : kLagRun;
@@ -357,17 +368,18 @@ int ComputeTwoPointStatistic(TwoPointStatistic statistic, const VORL_IMAGE& in, 
     return status;
   }
 
-  return ComputeLagMap(statistic, {*in.grid, VariableOf(in, varIndex), MissingMark::kNumber}, box, grid, out->var,
-                       nullptr, verbose, dealing, level, Progress(nullptr, nullptr));
+  return ComputeLagMap(statistic, {*in.grid, VariableOf(in, varIndex), MissingMark::kNumber}, box, grid,
+                       {out->var, nullptr, nullptr}, verbose, dealing, level, Progress(nullptr, nullptr));
 }
 
-int ComputeTwoPointMap(TwoPointStatistic statistic, const VORL_GRID& grid, const double* values, const int (&maxLag)[3],
-                       const Dealing& dealing, const Progress& progress, double* map, std::int64_t* pairs) noexcept {
+int ComputeTwoPointSums(TwoPointStatistic statistic, const VORL_GRID& grid, const double* values,
+                        const int (&maxLag)[3], const Dealing& dealing, const Progress& progress, double* sums,
+                        std::int64_t* pairs) noexcept {
   LagBox box;
   for (int a = 0; a < 3; ++a) box.axis[a] = {-maxLag[a], maxLag[a], 1};
   VORL_GRID lags;
   if (const int status = MakeLagGrid(grid, box, &lags); status != 0) return status;
-  return ComputeLagMap(statistic, {grid, values, MissingMark::kNaN}, box, lags, map, pairs, false, dealing,
+  return ComputeLagMap(statistic, {grid, values, MissingMark::kNaN}, box, lags, {nullptr, sums, pairs}, false, dealing,
                        BestSimdLevel(), progress);
 }
 

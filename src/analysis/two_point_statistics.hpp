@@ -27,12 +27,14 @@ struct LagBox {
                                            int varIndex, LagBox box, bool verbose, const Dealing& dealing,
                                            SimdLevel level = BestSimdLevel()) noexcept;
 
-// The variogram, covariance (centred or not) or correlogram of an array in which NaN is missing, at all lags from -maxLag
-// to maxLag, each below the number of nodes along its axis.
-//   map, pairs  out; in the order of the lags, those along x the fastest. Without pairs the map is NaN.
-[[nodiscard]] int ComputeTwoPointMap(TwoPointStatistic statistic, const VORL_GRID& grid, const double* values,
-                                     const int (&maxLag)[3], const Dealing& dealing, const Progress& progress,
-                                     double* map, std::int64_t* pairs) noexcept;
+// What the variogram, covariance (centred or not) or correlogram of an array in which NaN is missing is made of, at all
+// lags from -maxLag to maxLag, each below the number of nodes along its axis.
+//   sums   out; SumCount(statistic) tables one after the other, each in the order of the lags, those along x the fastest:
+//          of squared differences for the variogram; else of products, and then of tails, heads, and their squares
+//   pairs  out; their numbers, in the order of the lags
+[[nodiscard]] int ComputeTwoPointSums(TwoPointStatistic statistic, const VORL_GRID& grid, const double* values,
+                                      const int (&maxLag)[3], const Dealing& dealing, const Progress& progress,
+                                      double* sums, std::int64_t* pairs) noexcept;
 
 }  // namespace kestrum
 

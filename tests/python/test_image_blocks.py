@@ -100,6 +100,37 @@ def test_variogram_maps_are_those_of_the_whole(pair, longest, share, method):
     assert np.array_equal(found.gamma.isnull(), whole.gamma.isnull()) and not (np.abs(found.gamma - whole.gamma) > slack).any()
 
 
+@given(blocked(), st.integers(0, 12), st.sampled_from([0.0, 0.3]))
+@settings(max_examples=40, deadline=None)
+def test_counts_of_pairs_are_those_of_the_whole(pair, longest, share):
+    image, lazy = pair
+    random = np.random.default_rng(longest)
+    facies = np.where(image == 1, 4, random.integers(0, 3, image.shape)).astype(np.float32)
+    facies[random.uniform(size=image.shape) < share] = np.nan
+    blocks = da.from_array(facies, lazy.chunks)
+    lags = [min(longest + axis, n - 1) for axis, n in enumerate(image.shape)]
+    some = np.nanmax(facies, initial=-1) >= 0
+    for tool, options in (*(((ks.transiogram, {}), (ks.indicator_variogram_map, {})) if some else ()), (ks.transiogram, {"categories": [4, 1]}),
+                          (ks.indicator_variogram_map, {"thresholds": [2, 0.5]}), (ks.connectivity_function, {"connectivity": {2: 8, 3: 18}[image.ndim]}),
+                          (ks.connectivity_function, {"given": "tail"})):
+        assert tool(blocks, lags, **options).identical(tool(facies, lags, **options))
+    values = da.from_array(facies + 1e6, lazy.chunks)
+    for statistic in ("covariance", "noncentered", "correlogram"):
+        found, whole = (ks.covariance_map(given, lags, statistic=statistic) for given in (values, values.compute()))
+        xr.testing.assert_allclose(found, whole, 1e-9, 1e-9)
+
+
+def test_counts_of_pairs_of_blocks_refuse():
+    many = da.arange(600.0, chunks=100).reshape(6, 100)
+    for image, options, text in ((many, {}, "more than 255"), (many.rechunk(-1), {}, "more than 255"), (many * np.nan, {}, "no values"), (many, {"threads": 0}, "threads")):
+        with pytest.raises((ks.DataError, ks.ArgumentError), match=text):
+            ks.transiogram(image, 1, **options)
+    with pytest.raises(ks.DataError, match="infinite"):
+        ks.covariance_map(many + np.inf, 1)
+    with pytest.raises(ks.DataError, match="compute_chunk_sizes"):
+        ks.connectivity_function(many[many[:, 0] > 1], 1)
+
+
 def test_from_a_mapped_file_to_zarr(tmp_path):
     pytest.importorskip("zarr")
     np.save(tmp_path / "image.npy", np.random.default_rng(3).normal(size=(8, 60, 150)))

@@ -123,6 +123,8 @@ def test_covariances(image):
         np.testing.assert_allclose(found[name].values[known], expected[known], 1e-9, 1e-11)
     # Far from 0.
     np.testing.assert_allclose(ks.covariance_map(doubles + 1e7, lags).covariance, covariance, 0, 1e-8)
+    tails = ks.covariance_map([[5.1] * 9 + [7.3]], (0, 2), statistic="correlogram").correlogram.values[0]
+    assert np.isnan(tails[[0, 1, 3, 4]]).all() and abs(tails[2] - 1.0) < 1e-12
     np.testing.assert_array_equal(ks.covariance_map(values, lags, statistic="noncentered").pairs, by_pairs(lags, lambda a, b: np.sum(a + b == a + b), values.astype(float)))
 
 
