@@ -274,7 +274,8 @@ def _draw(task: _Task, first: int, count: int) -> NDArray[Any]:
 def simulation_bytes(target: Target, models: list[CovModel], radii: tuple[float, float, float] | None, n: int, kind: Any,
                      transformed: bool = False) -> int:
     """What n realizations take in memory, result and all."""
-    work = 13  # path, states and ranks of the cells, and what is seen of them
+    # Path, states and ranks of the cells, what is seen of them, and the path of the next realization.
+    work = 13 + 4 * (n > 1)
     rounded = n * kind.itemsize if kind != np.float64 else 0
     if transformed:
         cell = 8 * n + max(work, rounded)
