@@ -44,11 +44,11 @@ void RaiseForSystem(const Stream& stream) {
 }
 
 // (status, where the stream is, None) or (0, where, (grid, names, values)).
-py::tuple ReadGrid(int descriptor) {
+py::tuple ReadGrid(int descriptor, const py::object& report) {
   auto image = std::make_unique<Image>();
   Monitor monitor;
   Stream stream(descriptor, "r", monitor);
-  const int status = RunWatched(py::none(), monitor, [&] { return VORLReadImage(&image->record, 0, stream.get()); });
+  const int status = RunWatched(report, monitor, [&] { return VORLReadImage(&image->record, 0, stream.get()); });
   RaiseForSystem(stream);
   if (status == -1 || status == -2) RaiseFor(status);
   const long position = std::ftell(stream.get());
@@ -67,19 +67,20 @@ py::tuple ReadGrid(int descriptor) {
 
 // Reads a record, by a function that gives a fault, 0 for none.
 template <typename Record, typename Fault>
-int ReadRecord(Stream& stream, Monitor& monitor, Fault (*read)(std::FILE*, Record*), Record* record) {
-  const int fault = RunWatched(py::none(), monitor, [&] { return static_cast<int>(read(stream.get(), record)); });
+int ReadRecord(Stream& stream, Monitor& monitor, const py::object& report, Fault (*read)(std::FILE*, Record*),
+               Record* record) {
+  const int fault = RunWatched(report, monitor, [&] { return static_cast<int>(read(stream.get(), record)); });
   RaiseForSystem(stream);
   if (fault == static_cast<int>(Fault::kMemory)) throw std::bad_alloc();
   return fault;
 }
 
 // (fault, where the stream is, None) or (0, where, (names, values)).
-py::tuple ReadTable(int descriptor) {
+py::tuple ReadTable(int descriptor, const py::object& report) {
   auto table = std::make_unique<GslibTable>();
   Monitor monitor;
   Stream stream(descriptor, "r", monitor);
-  const int fault = ReadRecord(stream, monitor, &ReadGslibTable, table.get());
+  const int fault = ReadRecord(stream, monitor, report, &ReadGslibTable, table.get());
   const bool inHeader = fault > 0 && fault <= static_cast<int>(TableFault::kNoName);
   const long position = inHeader ? table->line : std::ftell(stream.get());
   if (fault != 0) return py::make_tuple(fault, position, py::none());
@@ -94,11 +95,11 @@ py::tuple ReadTable(int descriptor) {
 
 // (fault, where, None) or (0, where, (header, values)); header: points along x, y and z, origin, spacing, whether the
 // arrays are in cells, whether VORLWriteImage wrote the file, (name, components) of each array.
-py::tuple ReadVtk(int descriptor) {
+py::tuple ReadVtk(int descriptor, const py::object& report) {
   auto image = std::make_unique<VtkImage>();
   Monitor monitor;
   Stream stream(descriptor, "r", monitor);
-  const int fault = ReadRecord(stream, monitor, &ReadVtkImage, image.get());
+  const int fault = ReadRecord(stream, monitor, report, &ReadVtkImage, image.get());
   const long position = fault == static_cast<int>(VtkFault::kNoNumber) ? std::ftell(stream.get()) : image->line;
   if (fault != 0) return py::make_tuple(fault, position, py::none());
   const auto three = [](const auto(&numbers)[3]) { return py::make_tuple(numbers[0], numbers[1], numbers[2]); };
@@ -112,10 +113,10 @@ py::tuple ReadVtk(int descriptor) {
   return py::make_tuple(0, position, py::make_tuple(header, ArrayOf(std::move(image), shape, values)));
 }
 
-// Calls write(columns, stream) with the variables, each in an array of its own.
+// Calls write(columns, stream, progress) with the variables, each in an array of its own.
 template <typename Write>
 void WriteFile(int descriptor, const std::vector<std::string>& names, const std::vector<Array<double>>& values,
-               const Write& write) {
+               const py::object& report, const Write& write) {
   std::vector<const char*> texts;
   std::vector<const double*> data;
   for (const std::string& name : names) texts.push_back(name.c_str());
@@ -125,37 +126,43 @@ void WriteFile(int descriptor, const std::vector<std::string>& names, const std:
                         data.data()};
   Monitor monitor;
   Stream stream(descriptor, "w", monitor);
-  const int status = RunWatched(py::none(), monitor, [&] { return write(columns, stream.get()); });
+  const Progress progress(&monitor.record, &Monitor::Update, true, true);
+  progress.StartRealizations(1);
+  const int status = RunWatched(report, monitor, [&] { return write(columns, stream.get(), &progress); });
   RaiseForSystem(stream);
   RaiseFor(status);
 }
 
-using WriteGridFunction = int (*)(const VORL_GRID&, const Columns&, std::FILE*) noexcept;
+using WriteGridFunction = int (*)(const VORL_GRID&, const Columns&, std::FILE*, const Progress*) noexcept;
 
 template <WriteGridFunction write>
 void WriteGrid(int descriptor, const py::tuple& numbers, const std::vector<std::string>& names,
-               const std::vector<Array<double>>& values) {
+               const std::vector<Array<double>>& values, const py::object& report) {
   const VORL_GRID grid = GridOf(numbers);
   if (!values.empty()) Sized(values[0], grid.nxyz, "values");
-  WriteFile(descriptor, names, values,
-            [&grid](const Columns& columns, std::FILE* stream) { return write(grid, columns, stream); });
+  WriteFile(descriptor, names, values, report,
+            [&grid](const Columns& columns, std::FILE* stream, const Progress* progress) {
+              return write(grid, columns, stream, progress);
+            });
 }
 
-void WriteTable(int descriptor, const std::vector<std::string>& names, const std::vector<Array<double>>& values) {
-  WriteFile(descriptor, names, values, &WriteGslibTable);
+void WriteTable(int descriptor, const std::vector<std::string>& names, const std::vector<Array<double>>& values,
+                const py::object& report) {
+  WriteFile(descriptor, names, values, report, &WriteGslibTable);
 }
 
 }  // namespace
 
 void BindFiles(py::module_& module) {
-  module.def("read_gslib_grid", &ReadGrid, py::arg("descriptor"));
-  module.def("read_gslib_table", &ReadTable, py::arg("descriptor"));
-  module.def("read_vtk", &ReadVtk, py::arg("descriptor"));
+  module.def("read_gslib_grid", &ReadGrid, py::arg("descriptor"), py::arg("progress"));
+  module.def("read_gslib_table", &ReadTable, py::arg("descriptor"), py::arg("progress"));
+  module.def("read_vtk", &ReadVtk, py::arg("descriptor"), py::arg("progress"));
   module.def("write_gslib_grid", &WriteGrid<WriteGslibGrid>, py::arg("descriptor"), py::arg("grid"), py::arg("names"),
-             py::arg("values"));
+             py::arg("values"), py::arg("progress"));
   module.def("write_vtk_grid", &WriteGrid<WriteVtkGrid>, py::arg("descriptor"), py::arg("grid"), py::arg("names"),
-             py::arg("values"));
-  module.def("write_gslib_table", &WriteTable, py::arg("descriptor"), py::arg("names"), py::arg("values"));
+             py::arg("values"), py::arg("progress"));
+  module.def("write_gslib_table", &WriteTable, py::arg("descriptor"), py::arg("names"), py::arg("values"),
+             py::arg("progress"));
 }
 
 }  // namespace kestrum::python

@@ -27,7 +27,7 @@ struct Lags {
 };
 
 py::tuple TwoPointSums(const Array<double>& image, const std::string& name, const std::vector<int>& maxLag,
-                       int nthreads) {
+                       int nthreads, const py::object& report) {
   const VORL_GRID grid = GridOfShape(image);
   const auto statistic = name == "variogram"     ? TwoPointStatistic::kVariogram
                          : name == "covariance"  ? TwoPointStatistic::kCovariance
@@ -38,10 +38,13 @@ py::tuple TwoPointSums(const Array<double>& image, const std::string& name, cons
   Array<std::int64_t> pairs(std::vector<py::ssize_t>(lags.shape.begin() + 1, lags.shape.end()));
   double* const to = sums.mutable_data();
   std::int64_t* const counts = pairs.mutable_data();
-  RunOperations(static_cast<double>(pairs.size()) * grid.nxyz, [&](const Progress& progress) noexcept {
-    return ComputeTwoPointSums(statistic, grid, image.data(), lags.most, Dealing::Threads(nthreads), progress, to,
-                               counts);
-  });
+  RunOperations(
+      static_cast<double>(pairs.size()) * grid.nxyz,
+      [&](const Progress& progress) noexcept {
+        return ComputeTwoPointSums(statistic, grid, image.data(), lags.most, Dealing::Threads(nthreads), progress, to,
+                                   counts);
+      },
+      report);
   return py::make_tuple(sums, pairs);
 }
 
@@ -72,41 +75,51 @@ Array<std::int16_t> Codes(const Array<T>& values, const Array<double>& numbers, 
   return codes;
 }
 
-Array<std::int64_t> CategoryPairs(const Array<std::int16_t>& codes, int n, const std::vector<int>& maxLag,
-                                  int nthreads) {
+Array<std::int64_t> CategoryPairs(const Array<std::int16_t>& codes, int n, const std::vector<int>& maxLag, int nthreads,
+                                  const py::object& report) {
   const VORL_GRID grid = GridOfShape(codes);
   const Lags lags(maxLag, {n, n});
   Array<std::int64_t> pairs(lags.shape);
   std::int64_t* const to = pairs.mutable_data();
-  RunOperations(static_cast<double>(pairs.size()) * grid.nxyz / 64.0, [&](const Progress& progress) noexcept {
-    return CountCategoryPairs(grid, codes.data(), n, lags.most, Dealing::Threads(nthreads), progress, to);
-  });
+  RunOperations(
+      static_cast<double>(pairs.size()) * grid.nxyz / 64.0,
+      [&](const Progress& progress) noexcept {
+        return CountCategoryPairs(grid, codes.data(), n, lags.most, Dealing::Threads(nthreads), progress, to);
+      },
+      report);
   return pairs;
 }
 
 py::tuple CategoryChanges(const Array<std::int16_t>& codes, int n, bool nested, const std::vector<int>& maxLag,
-                          int nthreads) {
+                          int nthreads, const py::object& report) {
   const VORL_GRID grid = GridOfShape(codes);
   const Lags lags(maxLag, {nested ? n - 1 : n});
   Array<std::int64_t> changes(lags.shape);
   Array<std::int64_t> pairs(std::vector<py::ssize_t>(lags.shape.begin() + 1, lags.shape.end()));
   std::int64_t* const to = changes.mutable_data();
   std::int64_t* const all = pairs.mutable_data();
-  RunOperations(static_cast<double>(changes.size()) * grid.nxyz / 64.0, [&](const Progress& progress) noexcept {
-    return CountCategoryChanges(grid, codes.data(), n, nested, lags.most, Dealing::Threads(nthreads), progress, to,
-                                all);
-  });
+  RunOperations(
+      static_cast<double>(changes.size()) * grid.nxyz / 64.0,
+      [&](const Progress& progress) noexcept {
+        return CountCategoryChanges(grid, codes.data(), n, nested, lags.most, Dealing::Threads(nthreads), progress, to,
+                                    all);
+      },
+      report);
   return py::make_tuple(changes, pairs);
 }
 
-Array<std::int64_t> AlikePairs(const Array<int>& labels, const std::vector<int>& maxLag, int nthreads) {
+Array<std::int64_t> AlikePairs(const Array<int>& labels, const std::vector<int>& maxLag, int nthreads,
+                               const py::object& report) {
   const VORL_GRID grid = GridOfShape(labels);
   const Lags lags(maxLag);
   Array<std::int64_t> pairs(lags.shape);
   std::int64_t* const to = pairs.mutable_data();
-  RunOperations(static_cast<double>(pairs.size()) * grid.nxyz, [&](const Progress& progress) noexcept {
-    return CountAlikePairs(grid, labels.data(), lags.most, Dealing::Threads(nthreads), progress, to);
-  });
+  RunOperations(
+      static_cast<double>(pairs.size()) * grid.nxyz,
+      [&](const Progress& progress) noexcept {
+        return CountAlikePairs(grid, labels.data(), lags.most, Dealing::Threads(nthreads), progress, to);
+      },
+      report);
   return pairs;
 }
 
@@ -132,13 +145,14 @@ void BindImagePairs(py::module_& module) {
                py::arg("threads"));
   });
   module.def("two_point_sums", &TwoPointSums, py::arg("image").noconvert(), py::arg("statistic"), py::arg("max_lag"),
-             py::arg("threads"));
+             py::arg("threads"), py::arg("progress"));
   module.def("category_pairs", &CategoryPairs, py::arg("codes").noconvert(), py::arg("n"), py::arg("max_lag"),
-             py::arg("threads"));
+             py::arg("threads"), py::arg("progress"));
   module.def("category_changes", &CategoryChanges, py::arg("codes").noconvert(), py::arg("n"), py::arg("nested"),
-             py::arg("max_lag"), py::arg("threads"));
+             py::arg("max_lag"), py::arg("threads"), py::arg("progress"));
   module.def("chain_categories", &ChainOf, py::arg("transitions").noconvert());
-  module.def("alike_pairs", &AlikePairs, py::arg("labels").noconvert(), py::arg("max_lag"), py::arg("threads"));
+  module.def("alike_pairs", &AlikePairs, py::arg("labels").noconvert(), py::arg("max_lag"), py::arg("threads"),
+             py::arg("progress"));
 }
 
 }  // namespace kestrum::python

@@ -40,7 +40,7 @@ py::tuple Otsu(const Array<T>& values, int nclass, int nthreads) {
 
 // centers: in and out. Returns the labels and the inertia.
 py::tuple KMeans(const Array<double>& features, Array<double> centers, int maxIterations, double tolerance,
-                 int restarts, std::uint64_t seed, int nthreads) {
+                 int restarts, std::uint64_t seed, int nthreads, const py::object& report) {
   const LloydSamples samples{features.shape(1), static_cast<int>(features.shape(0)), features.data()};
   const LloydOptions options{static_cast<int>(centers.shape(0)), maxIterations, tolerance, restarts, seed};
   Sized(centers, std::ptrdiff_t{options.ncluster} * samples.nfeature, "centers");
@@ -49,39 +49,48 @@ py::tuple KMeans(const Array<double>& features, Array<double> centers, int maxIt
   int* const numbers = labels.mutable_data();
   double inertia = 0.0;
   const double beginnings = std::max(restarts, 1);
-  RunOperations(10.0 * static_cast<double>(features.size()) * options.ncluster * beginnings,
-                [&](const Progress& progress) noexcept {
-                  return RunLloyd(samples, options, Dealing::Threads(nthreads), progress, to, numbers, &inertia);
-                });
+  RunOperations(
+      10.0 * static_cast<double>(features.size()) * options.ncluster * beginnings,
+      [&](const Progress& progress) noexcept {
+        return RunLloyd(samples, options, Dealing::Threads(nthreads), progress, to, numbers, &inertia);
+      },
+      report);
   return py::make_tuple(labels, inertia);
 }
 
 // images: of two or three axes, which follow each other along the first axis. Returns a row for each.
 template <typename T>
 Array<double> ConnectivityCurves(const Array<T>& images, const Array<double>& thresholds, int neighbors, bool above,
-                                 int nthreads) {
+                                 int nthreads, const py::object& report) {
   const VORL_GRID grid = GridOfShape(images, 1);
   const int nimage = static_cast<int>(images.shape(0));
   const int n = static_cast<int>(thresholds.size());
   Array<double> probability(py::array::ShapeContainer{nimage, n});
   double* const to = probability.mutable_data();
-  RunOperations(100.0 * static_cast<double>(images.size()), [&](const Progress& progress) noexcept {
-    return ConnectionCurves(grid, nimage, images.data(), ConnectivityOf(neighbors), n, thresholds.data(), above,
-                            Dealing::Threads(nthreads), progress, to);
-  });
+  RunOperations(
+      100.0 * static_cast<double>(images.size()),
+      [&](const Progress& progress) noexcept {
+        return ConnectionCurves(grid, nimage, images.data(), ConnectivityOf(neighbors), n, thresholds.data(), above,
+                                Dealing::Threads(nthreads), progress, to);
+      },
+      report);
   return probability;
 }
 
 // codes: one or more images of two or three axes, as those of ConnectivityCurves. Rows of measures by threshold.
-Array<std::int64_t> MeasureBodies(const Array<std::int16_t>& codes, int n, int neighbors, bool above, int nthreads) {
+Array<std::int64_t> MeasureBodies(const Array<std::int16_t>& codes, int n, int neighbors, bool above, int nthreads,
+                                  const py::object& report) {
   const VORL_GRID grid = GridOfShape(codes, 1);
   const int nimage = static_cast<int>(codes.shape(0));
   Array<std::int64_t> measures(py::array::ShapeContainer{nimage, n, kBodyMeasures});
   std::int64_t* const to = measures.mutable_data();
-  RunOperations(10.0 * static_cast<double>(codes.size()) * n, [&](const Progress& progress) noexcept {
-    return BodyCurves(grid, nimage, codes.data(), n, above, ConnectivityOf(neighbors), Dealing::Threads(nthreads),
-                      progress, to);
-  });
+  RunOperations(
+      10.0 * static_cast<double>(codes.size()) * n,
+      [&](const Progress& progress) noexcept {
+        return BodyCurves(grid, nimage, codes.data(), n, above, ConnectivityOf(neighbors), Dealing::Threads(nthreads),
+                          progress, to);
+      },
+      report);
   return measures;
 }
 
@@ -91,13 +100,15 @@ void BindImageStatistics(py::module_& module) {
   ForEachType([&module]<typename T>(std::type_identity<T>) {
     module.def("otsu", &Otsu<T>, py::arg("values").noconvert(), py::arg("classes"), py::arg("threads"));
     module.def("connectivity_curves", &ConnectivityCurves<T>, py::arg("images").noconvert(),
-               py::arg("thresholds").noconvert(), py::arg("neighbors"), py::arg("above"), py::arg("threads"));
+               py::arg("thresholds").noconvert(), py::arg("neighbors"), py::arg("above"), py::arg("threads"),
+               py::arg("progress"));
   });
   module.def("measure_bodies", &MeasureBodies, py::arg("codes").noconvert(), py::arg("n"), py::arg("neighbors"),
-             py::arg("above"), py::arg("threads"));
+             py::arg("above"), py::arg("threads"), py::arg("progress"));
   module.def("reduce", &Reduce, py::arg("image").noconvert(), py::arg("threads"));
   module.def("kmeans", &KMeans, py::arg("features").noconvert(), py::arg("centers").noconvert(),
-             py::arg("max_iterations"), py::arg("tolerance"), py::arg("restarts"), py::arg("seed"), py::arg("threads"));
+             py::arg("max_iterations"), py::arg("tolerance"), py::arg("restarts"), py::arg("seed"), py::arg("threads"),
+             py::arg("progress"));
 }
 
 }  // namespace kestrum::python

@@ -25,18 +25,19 @@ void ForEachType(const Bind& bind) {
 }
 
 // Runs work(progress), which gives a status, without the interpreter. Ctrl-C ends it, unless it has few operations: a
-// thread to watch from would take longer than these.
+// thread to watch from would take longer than these. report: None, or a callable that gets the fraction done.
 template <typename Work>
-void RunOperations(double operations, const Work& work) {
+void RunOperations(double operations, const Work& work, const py::object& report = py::none()) {
   constexpr double kMany = 1e7;
   Monitor monitor;
-  const Progress progress(&monitor.record, nullptr, true, true);
+  const Progress progress(&monitor.record, &Monitor::Update, true, true);
+  progress.StartRealizations(1);
   int status = 0;
   if (operations < kMany) {
     const py::gil_scoped_release released;
     status = work(progress);
   } else {
-    status = RunWatched(py::none(), monitor, [&] { return work(progress); });
+    status = RunWatched(report, monitor, [&] { return work(progress); });
   }
   RaiseFor(status);
 }

@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 
@@ -16,6 +18,8 @@ constexpr int kWaitMilliseconds = 40;
 }  // namespace
 
 Stream::Stream(int descriptor, const char* mode, Monitor& monitor) : descriptor_(descriptor), monitor_(monitor) {
+  struct stat about {};
+  if (fstat(descriptor, &about) == 0 && S_ISREG(about.st_mode)) size_ = about.st_size;
   const bool seekable = lseek(descriptor, 0, SEEK_CUR) >= 0;
   stream_ = fopencookie(this, mode, {&Read, &Write, seekable ? &Seek : nullptr, nullptr});
   if (stream_ == nullptr) throw std::bad_alloc();
@@ -35,6 +39,12 @@ ssize_t Stream::Read(void* self, char* bytes, std::size_t size) noexcept {
   if (!stream.Ready(POLLIN)) return 0;
   const ssize_t count = read(stream.descriptor_, bytes, size);
   if (count < 0 && stream.error_ == 0) stream.error_ = errno;
+  if (count > 0) stream.position_ += count;
+  if (stream.size_ > 0 && stream.position_ <= stream.size_) {
+    const int percent =
+        static_cast<int>(100.0 * static_cast<double>(stream.position_) / static_cast<double>(stream.size_));
+    stream.monitor_.percent = std::max(percent, stream.monitor_.percent.load());
+  }
   return count;
 }
 
@@ -55,7 +65,7 @@ ssize_t Stream::Write(void* self, const char* bytes, std::size_t size) noexcept 
 
 int Stream::Seek(void* self, off64_t* offset, int whence) noexcept {
   const off64_t place = lseek64(static_cast<Stream*>(self)->descriptor_, *offset, whence);
-  if (place >= 0) *offset = place;
+  if (place >= 0) static_cast<Stream*>(self)->position_ = *offset = place;
   return place >= 0 ? 0 : -1;
 }
 

@@ -11,7 +11,7 @@
 namespace kestrum::python {
 
 // A stream of the library on an open file of Python's, whose position it moves. It fails once the monitor stops the
-// work, which makes readers and writers return early.
+// work, which makes readers and writers return early. What it reads of a file is the monitor's percentage.
 class Stream {
  public:
   // mode "r" or "w". The descriptor stays open.
@@ -31,6 +31,8 @@ class Stream {
   static int Seek(void* self, off64_t* offset, int whence) noexcept;
 
   int descriptor_;
+  off_t size_ = 0;  // of a file; 0 where there is no telling
+  off_t position_ = 0;
   Monitor& monitor_;
   int error_ = 0;
   std::FILE* stream_;

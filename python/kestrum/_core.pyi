@@ -59,19 +59,19 @@ class GridRun:
     def simulate_categories(self, proportions: _Floats, seed: int, first: int, rows: NDArray[np.int16],
                             progress: _Progress) -> tuple[int, int, int]: ...
 
-def read_gslib_grid(descriptor: int) -> tuple[int, int, tuple[_Grid, list[bytes], _Floats] | None]:
+def read_gslib_grid(descriptor: int, progress: _Progress) -> tuple[int, int, tuple[_Grid, list[bytes], _Floats] | None]:
     """(status, position in the file, (grid, names, values of shape (variables, nz, ny, nx)) or None after a failure)."""
-def read_gslib_table(descriptor: int) -> tuple[int, int, tuple[list[bytes], _Floats] | None]:
+def read_gslib_table(descriptor: int, progress: _Progress) -> tuple[int, int, tuple[list[bytes], _Floats] | None]:
     """(fault, position in the file, (names, values of shape (rows, columns)) or None after a failure)."""
-def read_vtk(descriptor: int) -> tuple[int, int, tuple[_VtkHeader, _Floats] | None]:
+def read_vtk(descriptor: int, progress: _Progress) -> tuple[int, int, tuple[_VtkHeader, _Floats] | None]:
     """(fault, position in the file, (header, values of array by array) or None after a failure).
 
     header: points along x, y and z, origin, spacing, whether the arrays are in cells, whether VORLWriteImage wrote the file,
     name and number of components of each array. Components lie side by side.
     """
-def write_gslib_grid(descriptor: int, grid: _Grid, names: Sequence[str], values: Sequence[_Floats]) -> None: ...
-def write_vtk_grid(descriptor: int, grid: _Grid, names: Sequence[str], values: Sequence[_Floats]) -> None: ...
-def write_gslib_table(descriptor: int, names: Sequence[str], values: Sequence[_Floats]) -> None: ...
+def write_gslib_grid(descriptor: int, grid: _Grid, names: Sequence[str], values: Sequence[_Floats], progress: _Progress) -> None: ...
+def write_vtk_grid(descriptor: int, grid: _Grid, names: Sequence[str], values: Sequence[_Floats], progress: _Progress) -> None: ...
+def write_gslib_table(descriptor: int, names: Sequence[str], values: Sequence[_Floats], progress: _Progress) -> None: ...
 def point_variogram(coordinates: _Floats, values: _Floats, other: _Floats | None, lag: float, n_lags: int, estimator: int,
                     cones: _Floats, threads: int, progress: _Progress) -> tuple[_Floats, _Floats, NDArray[np.int64], int]:
     """Mean distance, semivariance and number of the pairs by direction and lag, and the number of pairs at distance 0.
@@ -107,30 +107,31 @@ def body_sizes(labels: NDArray[np.int32], n: int, threads: int) -> NDArray[np.in
     """Rows of size and of extents along z, y and x, of the labels 1 to n. None is larger than n."""
 def otsu(values: NDArray[Any], classes: int, threads: int) -> tuple[NDArray[np.float64], int, bool]:
     """The cuts, how many values are distinct (or at least `classes`), and whether one is infinite. values: as label."""
-def connectivity_curves(images: NDArray[Any], thresholds: NDArray[np.float64], neighbors: int, above: bool, threads: int) -> NDArray[np.float64]:
+def connectivity_curves(images: NDArray[Any], thresholds: NDArray[np.float64], neighbors: int, above: bool, threads: int, progress: _Progress) -> NDArray[np.float64]:
     """A row for each image, of values as those of label, along the first axis. thresholds: not decreasing."""
-def measure_bodies(codes: NDArray[np.int16], n: int, neighbors: int, above: bool, threads: int) -> NDArray[np.int64]:
+def measure_bodies(codes: NDArray[np.int16], n: int, neighbors: int, above: bool, threads: int, progress: _Progress) -> NDArray[np.int64]:
     """By image, along the first axis, and code from 0 to n - 1: the number of the bodies of the nodes above it or not, the largest size, the largest
     extents along the last three axes, and the Euler number."""
-def two_point_sums(image: NDArray[np.float64], statistic: str, max_lag: Sequence[int], threads: int) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
-    """The map and its pairs, of three axes. statistic: variogram, covariance, noncentered or correlogram. max_lag: along z, y and x."""
+def two_point_sums(image: NDArray[np.float64], statistic: str, max_lag: Sequence[int], threads: int, progress: _Progress) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
+    """The sums over the pairs of each lag, of four axes, and the numbers of pairs: of squared differences for a variogram; else of products, then of tails, heads
+    and their squares. statistic: variogram, covariance, noncentered or correlogram. max_lag: along z, y and x."""
 def find_categories(values: NDArray[Any]) -> NDArray[np.float64] | None:
     """The distinct values of those of label, increasing; None if there are more than 255."""
 def code_categories(values: NDArray[Any], categories: NDArray[np.float64], threads: int) -> NDArray[np.int16]:
     """The number of each value among the categories, or -1."""
 def code_by_cuts(values: NDArray[Any], cuts: NDArray[np.float64], threads: int) -> NDArray[np.int16]:
     """How many of the cuts, which increase, are at or below each value; -1 at NaN."""
-def category_pairs(codes: NDArray[np.int16], n: int, max_lag: Sequence[int], threads: int) -> NDArray[np.int64]:
+def category_pairs(codes: NDArray[np.int16], n: int, max_lag: Sequence[int], threads: int, progress: _Progress) -> NDArray[np.int64]:
     """Pairs by the categories of tail and head, 0 to n - 1, and by lag: five axes. max_lag: along z, y and x."""
-def category_changes(codes: NDArray[np.int16], n: int, nested: bool, max_lag: Sequence[int], threads: int) -> tuple[NDArray[np.int64], NDArray[np.int64]]:
+def category_changes(codes: NDArray[np.int16], n: int, nested: bool, max_lag: Sequence[int], threads: int, progress: _Progress) -> tuple[NDArray[np.int64], NDArray[np.int64]]:
     """Pairs of which one end is in a set, by set and lag, and all pairs by lag. The sets are the categories or, nested, the codes above each but the last."""
 def chain_categories(transitions: NDArray[np.int64]) -> NDArray[np.int32]:
     """The categories in an order in which those with many transitions between them are near."""
-def alike_pairs(labels: NDArray[np.int32], max_lag: Sequence[int], threads: int) -> NDArray[np.int64]:
+def alike_pairs(labels: NDArray[np.int32], max_lag: Sequence[int], threads: int, progress: _Progress) -> NDArray[np.int64]:
     """Pairs of one label other than 0, by lag."""
 def reduce(image: NDArray[np.float64], threads: int) -> NDArray[np.float64]: ...
 def kmeans(features: NDArray[np.float64], centers: NDArray[np.float64], max_iterations: int, tolerance: float, restarts: int, seed: int,
-           threads: int) -> tuple[NDArray[np.int32], float]:
+           threads: int, progress: _Progress) -> tuple[NDArray[np.int32], float]:
     """Labels and inertia; centers is in and out. restarts: 0 begins with the centres that are there."""
 def changed_mask(mask: NDArray[Any], dilating: bool, elements: Sequence[NDArray[np.int32]], threads: int) -> NDArray[np.uint8]:
     """mask: as the values of label. elements: rows of offsets along x, y and z, one element after the other."""

@@ -12,7 +12,7 @@ from urllib.parse import unquote
 
 import numpy as np
 
-from . import _core, _door
+from . import _core, _door, _progress
 from ._door import Floats
 from ._errors import DataError, GridError, KestrumError
 from ._grid import AXES, Grid
@@ -62,7 +62,8 @@ TABLE_HEADER = (1, 2, 3)
 VTK_VALUES = 10
 
 
-def read_gslib(path: Path, missing: float | Sequence[float] = (MISSING,)) -> xr.Dataset:
+def read_gslib(path: Path, missing: float | Sequence[float] = (MISSING,), *,
+               progress: bool | Callable[[float], object] = False) -> xr.Dataset:
     """Reads variables on a grid from a text file in the manner of GSLIB.
 
     The first line has the grid: ``nx ny nz``, and maybe ``dx dy dz`` and ``x0 y0 z0`` (the lower corner of the first
@@ -75,6 +76,9 @@ def read_gslib(path: Path, missing: float | Sequence[float] = (MISSING,)) -> xr.
         The file.
     missing : float or sequence of float
         Numbers that mark a missing value, NaN in the result.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction of the file read, and what it raises ends the call. Of a pipe only the
+        end is known.
 
     Returns
     -------
@@ -105,8 +109,8 @@ def read_gslib(path: Path, missing: float | Sequence[float] = (MISSING,)) -> xr.
     import xarray as xr
 
     marks = _marks(missing)
-    with _opened(path, "rb") as file:
-        status, position, content = _core.read_gslib_grid(file.fileno())
+    with _progress.shown(progress, "reading") as report, _opened(path, "rb") as file:
+        status, position, content = _core.read_gslib_grid(file.fileno(), report)
         if content is None:
             first = status in GRID_FIRST_LINE
             raise _fault(path, file, 0 if first else position, first, GRID_FAULTS[status])
@@ -121,7 +125,8 @@ def read_gslib(path: Path, missing: float | Sequence[float] = (MISSING,)) -> xr.
     return xr.Dataset({label: (grid.dims, part.reshape(grid.shape)) for label, part in zip(labels, values)}, grid.coords)
 
 
-def read_gslib_points(path: Path, missing: float | Sequence[float] = (MISSING,)) -> pd.DataFrame:
+def read_gslib_points(path: Path, missing: float | Sequence[float] = (MISSING,), *,
+                      progress: bool | Callable[[float], object] = False) -> pd.DataFrame:
     """Reads a table in the manner of GSLIB.
 
     The first line is a title, or the number of rows. The second has the number of columns. Their names follow, one a
@@ -133,6 +138,9 @@ def read_gslib_points(path: Path, missing: float | Sequence[float] = (MISSING,))
         The file.
     missing : float or sequence of float
         Numbers that mark a missing value, NaN in the result.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction of the file read, and what it raises ends the call. Of a pipe only the
+        end is known.
 
     Returns
     -------
@@ -160,8 +168,8 @@ def read_gslib_points(path: Path, missing: float | Sequence[float] = (MISSING,))
     import pandas as pd
 
     marks = _marks(missing)
-    with _opened(path, "rb") as file:
-        fault, position, content = _core.read_gslib_table(file.fileno())
+    with _progress.shown(progress, "reading") as report, _opened(path, "rb") as file:
+        fault, position, content = _core.read_gslib_table(file.fileno(), report)
         if content is None:
             raise _fault(path, file, position, fault in TABLE_HEADER, TABLE_FAULTS[fault])
     names, values = content
@@ -169,7 +177,8 @@ def read_gslib_points(path: Path, missing: float | Sequence[float] = (MISSING,))
     return pd.DataFrame(values, columns=_distinct(path, names))
 
 
-def write_gslib(data: xr.DataArray | xr.Dataset | pd.DataFrame, path: Path, *, grid: Grid | None = None) -> None:
+def write_gslib(data: xr.DataArray | xr.Dataset | pd.DataFrame, path: Path, *, grid: Grid | None = None,
+                progress: bool | Callable[[float], object] = False) -> None:
     """Writes values on a grid, or a table, as text in the manner of GSLIB.
 
     Numbers are written so that they come back bit for bit. NaN becomes -9999999.
@@ -185,6 +194,8 @@ def write_gslib(data: xr.DataArray | xr.Dataset | pd.DataFrame, path: Path, *, g
     grid : Grid, optional
         The grid of the values. By default their coordinates are its cell centres, which do not give the size of a cell
         along an axis that has one.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Raises
     ------
@@ -209,12 +220,13 @@ def write_gslib(data: xr.DataArray | xr.Dataset | pd.DataFrame, path: Path, *, g
     0.4
     """
     if hasattr(data, "columns"):
-        _write_table(data, path)
+        _write_table(data, path, progress)
     else:
-        _write_grid(data, path, grid, _core.write_gslib_grid)
+        _write_grid(data, path, grid, progress, _core.write_gslib_grid)
 
 
-def write_vtk(data: xr.DataArray | xr.Dataset, path: Path, *, grid: Grid | None = None) -> None:
+def write_vtk(data: xr.DataArray | xr.Dataset, path: Path, *, grid: Grid | None = None,
+              progress: bool | Callable[[float], object] = False) -> None:
     """Writes values on a grid as a legacy VTK file (text, structured points), which ParaView and others open.
 
     The points are the cell centres. Each variable is an array of doubles, written so that they come back bit for bit. NaN
@@ -230,6 +242,8 @@ def write_vtk(data: xr.DataArray | xr.Dataset, path: Path, *, grid: Grid | None 
     grid : Grid, optional
         The grid of the values. By default their coordinates are its cell centres, which do not give the size of a cell
         along an axis that has one.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Raises
     ------
@@ -247,10 +261,11 @@ def write_vtk(data: xr.DataArray | xr.Dataset, path: Path, *, grid: Grid | None 
     >>> path.read_text().split()[-4:]
     ['0.1', '0.2', '0.3', '0.4']
     """
-    _write_grid(data, path, grid, _core.write_vtk_grid, lambda name: name.replace("%", "%25"))
+    _write_grid(data, path, grid, progress, _core.write_vtk_grid, lambda name: name.replace("%", "%25"))
 
 
-def read_vtk(path: Path, missing: float | Sequence[float] = (MISSING,)) -> xr.Dataset:
+def read_vtk(path: Path, missing: float | Sequence[float] = (MISSING,), *,
+             progress: bool | Callable[[float], object] = False) -> xr.Dataset:
     """Reads variables on a grid from a legacy VTK file of structured points (.vtk), text or binary.
 
     Points are the cell centres, as `write_vtk` has them; where the file has its values in the cells between the points,
@@ -262,6 +277,9 @@ def read_vtk(path: Path, missing: float | Sequence[float] = (MISSING,)) -> xr.Da
         The file.
     missing : float or sequence of float
         Numbers that mark a missing value, NaN in the result.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction of the file read, and what it raises ends the call. Of a pipe only the
+        end is known.
 
     Returns
     -------
@@ -297,8 +315,8 @@ def read_vtk(path: Path, missing: float | Sequence[float] = (MISSING,)) -> xr.Da
     import xarray as xr
 
     marks = _marks(missing)
-    with _opened(path, "rb") as file:
-        fault, position, content = _core.read_vtk(file.fileno())
+    with _progress.shown(progress, "reading") as report, _opened(path, "rb") as file:
+        fault, position, content = _core.read_vtk(file.fileno(), report)
         if content is None:
             raise _fault(path, file, position, fault != VTK_VALUES, VTK_FAULTS[fault])
     (points, origin, spacing, in_cells, of_library, arrays), values = content
@@ -340,8 +358,8 @@ def _component_names(name: str, components: int) -> list[str]:
     return [f"{name}_{k}" for k in range(components)]
 
 
-def _write_grid(data: Any, path: Path, grid: Grid | None,
-                write: Callable[[int, tuple[float, ...], Sequence[str], Sequence[Floats]], None],
+def _write_grid(data: Any, path: Path, grid: Grid | None, progress: _progress.Progress,
+                write: Callable[[int, tuple[float, ...], Sequence[str], Sequence[Floats], Any], None],
                 written: Callable[[str], str] = str) -> None:
     if not _door.is_xarray(data):
         _door.wrong_type("data", data, "an xarray.DataArray or Dataset (of an array: grid.to_xarray(values))")
@@ -362,11 +380,11 @@ def _write_grid(data: Any, path: Path, grid: Grid | None,
         columns[label] = _exact(name, target.values(name, part), part)
     if not columns:
         raise DataError("data have no variable.")
-    with _opened(path, "wb") as file:
-        write(file.fileno(), target.numbers, list(columns), list(columns.values()))
+    with _progress.shown(progress, "writing") as report, _opened(path, "wb") as file:
+        write(file.fileno(), target.numbers, list(columns), list(columns.values()), report)
 
 
-def _write_table(frame: Any, path: Path) -> None:
+def _write_table(frame: Any, path: Path, progress: _progress.Progress) -> None:
     names = [str(column).strip() for column in frame.columns]
     if not names or "" in names or any("\n" in name for name in names) or len(set(names)) < len(names):
         raise DataError(f"data must have columns with a name of one line each, all different, but have {_door.show(names)}.")
@@ -375,8 +393,8 @@ def _write_table(frame: Any, path: Path) -> None:
         _require_short(name)
         values = _door.reals(f"column {name!r}", frame.iloc[:, number])
         columns.append(_exact(name, values, frame.iloc[:, number]))
-    with _opened(path, "wb") as file:
-        _core.write_gslib_table(file.fileno(), names, columns)
+    with _progress.shown(progress, "writing") as report, _opened(path, "wb") as file:
+        _core.write_gslib_table(file.fileno(), names, columns, report)
 
 
 def _variables(data: Any, dims: tuple[str, ...]) -> Iterator[tuple[str, Any]]:

@@ -4,13 +4,13 @@ from __future__ import annotations
 
 import itertools
 import math
-from collections.abc import Iterable, Mapping, Sequence
+from collections.abc import Callable, Iterable, Mapping, Sequence
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
-from . import _core, _door, _memory
+from . import _core, _door, _memory, _progress
 from ._door import Floats
 from ._errors import ArgumentError, DataError, ModelError, warn
 from ._models import CovModel, Structure
@@ -22,6 +22,8 @@ if TYPE_CHECKING:
     from ._variogram import Variogram
 
 FIXED = ("nugget", "sill", "range", "anisotropy", "azimuth", "shape")
+# Of a likelihood, at the end of a search: what progress is measured by, no more.
+LAST_SLOPE = 1e-6
 WEIGHTS = ("pairs", "pairs/lag2", "equal")
 # Between which a shape is sought.
 SHAPE_BOUNDS = {"Gamma": (0.05, 20.0), "Power": (0.02, 1.98), "Stable": (0.1, 2.0), "Matern": (0.1, 10.0)}
@@ -388,7 +390,8 @@ def _starts(form: Form, solve: Any) -> list[Floats]:
     return [form.start] + [p for _, _, p in sorted(tried)[:5]]
 
 
-def fit_likelihood(points: Points, model: CovModel, *, drift: Any = None, fixed: Iterable[str] = ()) -> FittedModel:
+def fit_likelihood(points: Points, model: CovModel, *, drift: Any = None, fixed: Iterable[str] = (),
+                   progress: bool | Callable[[float], object] = False) -> FittedModel:
     """A model fitted to the data themselves by restricted maximum likelihood.
 
     Parameters
@@ -403,6 +406,9 @@ def fit_likelihood(points: Points, model: CovModel, *, drift: Any = None, fixed:
         (or of the first of a pair, as `krige` takes them). A constant by default.
     fixed : iterable of str
         What stays as it is: see `Variogram.fit`.
+    progress : bool or callable
+        True shows a bar; a callable gets the share done of the orders of magnitude by which the slopes of the likelihood fall
+        until a search ends, which is no measure of time, and what it raises ends the call.
 
     Returns
     -------
@@ -455,8 +461,9 @@ def fit_likelihood(points: Points, model: CovModel, *, drift: Any = None, fixed:
     form.sills = form.sills / unit
     errors = np.zeros(n) if points.error_variance is None else points.error_variance / unit
     likelihood = _Likelihood(form, lags, (i, j), rest / math.sqrt(unit), terms, errors, _door.threads(None))
-    settled = likelihood.maximum()
-    loss, information = likelihood.information(settled)
+    with _progress.shown(progress, "likelihood") as show:
+        settled = likelihood.maximum(show)
+        loss, information = likelihood.information(settled)
     labels = settled.names()
     units = np.array([unit if name.endswith(".sill") else 1.0 for name in labels])
     covariance = settled.inverse(information) * np.outer(units, units)
@@ -504,7 +511,7 @@ class _Likelihood:
         self.form, self.lags, self.pairs, self.rest, self.terms, self.errors = form, lags, pairs, rest, terms, errors
         self.threads = threads
 
-    def maximum(self) -> Form:
+    def maximum(self, report: Callable[[float], object] | None = None) -> Form:
         """The form that is most likely."""
         from scipy.optimize import minimize
 
@@ -517,16 +524,23 @@ class _Likelihood:
             # The best factor of all sills is known.
             form.sills = form.sills * float(self.rest @ solved[1] @ self.rest) / (len(self.rest) - self.terms.shape[1])
 
+        bounds = [(0.0, np.inf)] * nsill + list(zip(form.low, form.high))
         ceiling = 1e30
+        seen: list[float] = []  # the greatest slopes
 
         def loss(x: Floats) -> tuple[float, Floats]:
             sills = form.sills.copy()
             sills[free] = x[:nsill]
             found = self.loss(sills, x[nsill:])
-            return (ceiling, np.zeros(len(x))) if found is None else found
+            if found is None:
+                return ceiling, np.zeros(len(x))
+            if report is not None:
+                inside = [low < value < high for value, (low, high) in zip(x, bounds)]
+                seen.append(max(float(np.abs(found[1][inside]).max(initial=0.0)), LAST_SLOPE))
+                report(0.99 * math.log(seen[0] / min(seen)) / max(math.log(seen[0] / LAST_SLOPE), 1.0))
+            return found
 
         x = np.concatenate((form.sills[free], form.start))
-        bounds = [(0.0, np.inf)] * nsill + list(zip(form.low, form.high))
         # Again from where the search ended while that helps, for it learns its scales on the way.
         before = math.inf
         for _ in range(20 if len(x) else 0):

@@ -67,14 +67,15 @@ def _of_plain(block: NDArray[Any], function: Any, threads: int) -> Any:
     return function(_door.array("image", block), threads)  # a block may be masked
 
 
-def pair_tables(array: Any, lags: tuple[int, ...], function: Any, threads: Any) -> tuple[NDArray[Any], ...]:
-    """The tables of function(array, lags, threads): sums over the pairs of each lag, their last axes; of a Dask array block by block.
+def pair_tables(array: Any, lags: tuple[int, ...], function: Any, threads: Any, report: Any) -> tuple[NDArray[Any], ...]:
+    """The tables of function(array, lags, threads, report): sums over the pairs of each lag, their last axes; of a Dask array block by
+    block, without reports.
 
     A pair belongs to the block with the first corner of the box that it spans. Blocks are given as many nodes of those after
     them as the lags are long. Pairs among these alone are taken away again.
     """
     if not _lazy.is_lazy(array):
-        tables: tuple[NDArray[Any], ...] = function(array, lags, _door.threads(threads))
+        tables: tuple[NDArray[Any], ...] = function(array, lags, _door.threads(threads), report)
         return tables
     import dask
     from dask.array.overlap import overlap
@@ -103,7 +104,7 @@ def _pair_sums(block: NDArray[Any], own: list[int], lags: tuple[int, ...], funct
         sign = -1 if sum(later) % 2 else 1
         reach = [min(lag, n - 1) for lag, n in zip(lags, box.shape)]
         at: Any = (..., *(slice(lag - most, lag + most + 1) for lag, most in zip(lags, reach)))
-        tables = function(box, tuple(reach), threads)
+        tables = function(box, tuple(reach), threads, None)
         sums = sums or [np.zeros((*table.shape[: table.ndim - len(lags)], *(2 * lag + 1 for lag in lags)), table.dtype) for table in tables]
         for total, table in zip(sums, tables):
             total[at] += sign * table

@@ -236,6 +236,6 @@ def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axe
     transitions = np.zeros((len(names), len(names)), np.int64)
     for axis in along:
         lags = [0] * (3 - given.ndim) + [int(axis == other) for other in range(given.ndim)]
-        transitions += _core.category_pairs(codes, len(names), lags, nthreads).reshape(*transitions.shape, 3)[..., 2]
+        transitions += _core.category_pairs(codes, len(names), lags, nthreads, None).reshape(*transitions.shape, 3)[..., 2]
     order: NDArray[Any] = names[_core.chain_categories(transitions)]
     return order

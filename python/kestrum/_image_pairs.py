@@ -2,14 +2,14 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 from functools import partial
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door, _image_blocks, _memory
+from . import _core, _door, _image_blocks, _memory, _progress
 from ._errors import ArgumentError
 from ._image_categories import categorize
 from ._image_door import Connectivity, as_lags, as_neighbors, category_codes, distinct_values, in_order, is_complete, is_flipped, lag_coords, listed_categories
@@ -20,7 +20,8 @@ if TYPE_CHECKING:
 
 
 def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic: Literal["covariance", "noncentered", "correlogram"] = "covariance",
-                   threads: int | None = None) -> xr.Dataset:
+                   threads: int | None = None,
+                   progress: bool | Callable[[float], object] = False) -> xr.Dataset:
     """Covariances or correlations of an image at all lags of a box.
 
     Parameters
@@ -36,6 +37,8 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
         covariance over the product of the standard deviations of tails and heads.
     threads : int, optional
         By default all cores. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -63,7 +66,8 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
     _door.threads(threads)
     # Sums of products of values far from 0 would lose their digits.
     middle = _middle(_image_blocks.each(values, _extent)) if statistic != "noncentered" else 0.0
-    sums, pairs = _image_blocks.pair_tables(values, lags, partial(_products, statistic=statistic, middle=middle), threads)
+    with _progress.shown(progress, "covariance map") as report:
+        sums, pairs = _image_blocks.pair_tables(values, lags, partial(_products, statistic=statistic, middle=middle), threads, report)
     n = np.where(pairs == 0, np.nan, pairs)
     with np.errstate(invalid="ignore", divide="ignore"):
         if statistic == "noncentered":
@@ -98,17 +102,19 @@ def _middle(parts: list[tuple[int, float, float, float]]) -> float:
     return float(low if low == high else sum(sums) / sum(counts)) if low <= high else 0.0
 
 
-def _products(values: NDArray[Any], lags: tuple[int, ...], threads: int, statistic: str, middle: float) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
+def _products(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, statistic: str,
+              middle: float) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
     """Sums of products, of tails, of heads, and of their squares, and the numbers of pairs, by lag."""
     is_complete("image", values)
     doubles = np.array(values, np.float64, order="C")
     doubles -= middle
-    sums, pairs = _core.two_point_sums(doubles, statistic, (0, *lags)[-3:], threads)
+    sums, pairs = _core.two_point_sums(doubles, statistic, (0, *lags)[-3:], threads, report)
     shape = [2 * lag + 1 for lag in lags]
     return sums.reshape(len(sums), *shape), pairs.reshape(shape)
 
 
-def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: ArrayLike | None = None, *, threads: int | None = None) -> xr.Dataset:
+def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: ArrayLike | None = None, *, threads: int | None = None,
+                progress: bool | Callable[[float], object] = False) -> xr.Dataset:
     """Probabilities of the transitions between categories, at all lags of a box.
 
     Parameters
@@ -124,6 +130,8 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
         Those to count, in their order in the result; other values are missing. By default all, increasing.
     threads : int, optional
         By default all cores. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -154,14 +162,16 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
     coords = lag_coords(lags)
     n = len(names)
     _memory.require(24 * n * n * int(np.prod([len(lag) for lag in coords.values()])), f"the transitions between {n:,} categories", "Ask for fewer lags.")
-    pairs, = _image_blocks.pair_tables(values, lags, partial(_transitions, numbers=numbers), threads)
+    with _progress.shown(progress, "transiogram") as report:
+        pairs, = _image_blocks.pair_tables(values, lags, partial(_transitions, numbers=numbers), threads, report)
     tails = pairs.sum(1)
     return xr.Dataset({"probability": (("from", "to", *coords), _share(pairs, tails[:, None]), {"long_name": "probability of transition"}),
                        "pairs": (("from", *coords), tails, {"long_name": "number of pairs"})}, {"from": names, "to": names, **coords})
 
 
 def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, categories: ArrayLike | None = None,
-                            thresholds: ArrayLike | None = None, threads: int | None = None) -> xr.Dataset:
+                            thresholds: ArrayLike | None = None, threads: int | None = None,
+                            progress: bool | Callable[[float], object] = False) -> xr.Dataset:
     """Semivariances of the indicators of categories or thresholds, at all lags of a box.
 
     Parameters
@@ -176,6 +186,8 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
         Instead of categories, at most 254 distinct ones: the indicator of a threshold is 1 where a value is at or above it.
     threads : int, optional
         By default all cores. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -211,7 +223,8 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
         if names.ndim != 1 or not 1 <= numbers.size <= 254:
             raise ArgumentError(f"thresholds has {names.ndim} axes and {names.size:,} numbers, but must be a list of 1 to 254.")
         dim = "threshold"
-    changes, pairs = _image_blocks.pair_tables(values, lags, partial(_changes, numbers=numbers, nested=thresholds is not None), threads)
+    with _progress.shown(progress, "variogram map") as report:
+        changes, pairs = _image_blocks.pair_tables(values, lags, partial(_changes, numbers=numbers, nested=thresholds is not None), threads, report)
     coords = lag_coords(lags)
     return xr.Dataset({"gamma": ((dim, *coords), _share(changes, 2 * pairs)[order], {"long_name": "semivariance"}),
                        "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, {dim: names, **coords})
@@ -227,18 +240,20 @@ def _distinct(values: NDArray[Any], _: int) -> NDArray[np.float64] | None:
     return _core.find_categories(in_order("image", values)[0])
 
 
-def _transitions(values: NDArray[Any], lags: tuple[int, ...], threads: int, numbers: NDArray[np.float64]) -> tuple[NDArray[np.int64]]:
-    return _by_lag(_core.category_pairs, category_codes("image", values, numbers, threads), lags, threads, len(numbers)),
+def _transitions(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, numbers: NDArray[np.float64]) -> tuple[NDArray[np.int64]]:
+    return _by_lag(_core.category_pairs, category_codes("image", values, numbers, threads), lags, threads, report, len(numbers)),
 
 
-def _changes(values: NDArray[Any], lags: tuple[int, ...], threads: int, numbers: NDArray[np.float64], nested: bool) -> tuple[NDArray[np.int64], ...]:
+def _changes(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, numbers: NDArray[np.float64],
+             nested: bool) -> tuple[NDArray[np.int64], ...]:
     codes = categorize(values, numbers, threads=threads) if nested else category_codes("image", values, numbers, threads)
-    tables: tuple[NDArray[np.int64], ...] = _by_lag(_core.category_changes, codes, lags, threads, len(numbers) + nested, nested)
+    tables: tuple[NDArray[np.int64], ...] = _by_lag(_core.category_changes, codes, lags, threads, report, len(numbers) + nested, nested)
     return tables
 
 
 def connectivity_function(mask: ArrayLike, max_lag: int | Sequence[int], connectivity: Connectivity | None = None, *,
-                          given: Literal["both", "tail", "none"] = "both", threads: int | None = None) -> xr.Dataset:
+                          given: Literal["both", "tail", "none"] = "both", threads: int | None = None,
+                          progress: bool | Callable[[float], object] = False) -> xr.Dataset:
     """The probability that two nodes a lag apart are in one body, at all lags of a box.
 
     Parameters
@@ -255,6 +270,8 @@ def connectivity_function(mask: ArrayLike, max_lag: int | Sequence[int], connect
         Which pairs the probability is among: those of two true nodes, those from a true node, or all.
     threads : int, optional
         By default all cores. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -281,22 +298,24 @@ def connectivity_function(mask: ArrayLike, max_lag: int | Sequence[int], connect
     lags = as_lags(max_lag, image.shape)
     _door.choice("given", given, ("both", "tail", "none"))
     labels, _ = label(image, connectivity, threads=threads)
-    connected, counts = _image_blocks.pair_tables(labels, lags, _connections, threads)
+    with _progress.shown(progress, "connectivity function") as report:
+        connected, counts = _image_blocks.pair_tables(labels, lags, _connections, threads, report)
     pairs = counts[1, 1] if given == "both" else counts[1].sum(0) if given == "tail" else counts.sum((0, 1))
     coords = lag_coords(lags)
     return xr.Dataset({"probability": (tuple(coords), _share(connected, pairs), {"long_name": "probability of connection"}),
                        "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, coords)
 
 
-def _connections(labels: NDArray[np.int32], lags: tuple[int, ...], threads: int) -> tuple[NDArray[np.int64], NDArray[np.int64]]:
+def _connections(labels: NDArray[np.int32], lags: tuple[int, ...], threads: int, report: Any) -> tuple[NDArray[np.int64], NDArray[np.int64]]:
     """How many pairs are in one body, and how many are false or true at the tail and at the head."""
-    return _by_lag(_core.alike_pairs, labels, lags, threads), _by_lag(_core.category_pairs, (labels > 0).astype(np.int16), lags, threads, 2)
+    alike = _by_lag(_core.alike_pairs, labels, lags, threads, _progress.part(report, 0.0, 0.5))
+    return alike, _by_lag(_core.category_pairs, (labels > 0).astype(np.int16), lags, threads, _progress.part(report, 0.5, 1.0), 2)
 
 
-def _by_lag(count: Any, nodes: NDArray[Any], lags: tuple[int, ...], threads: int, *arguments: Any) -> Any:
+def _by_lag(count: Any, nodes: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, *arguments: Any) -> Any:
     """What count makes of nodes, whose last three axes it has from lags, with as many axes of lags as there are, in their order."""
     flipped = is_flipped(nodes)
-    tables = count(np.ascontiguousarray(nodes.T if flipped else nodes), *arguments, (0, *(lags[::-1] if flipped else lags))[-3:], threads)
+    tables = count(np.ascontiguousarray(nodes.T if flipped else nodes), *arguments, (0, *(lags[::-1] if flipped else lags))[-3:], threads, report)
 
     def arranged(table: NDArray[np.int64]) -> NDArray[np.int64]:
         leading = table.ndim - 3

@@ -10,7 +10,7 @@ from typing import TYPE_CHECKING, Any, Literal
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door, _image_blocks, _lazy, _memory
+from . import _core, _door, _image_blocks, _lazy, _memory, _progress
 from ._errors import ArgumentError, DataError, warn
 from ._image_door import Connectivity, as_image, as_lags, as_neighbors, has_finite_sum, is_complete, is_flipped, lag_coords, like, readable, require_few, require_numbers
 from ._watch import watched
@@ -22,7 +22,7 @@ Floats = NDArray[np.float64]
 
 
 def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Literal["pairs", "fft"] = "pairs",
-                  threads: int | None = None) -> xr.Dataset:
+                  threads: int | None = None, progress: bool | Callable[[float], object] = False) -> xr.Dataset:
     """Semivariances of an image at all lags of a box.
 
     Parameters
@@ -38,6 +38,9 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
         that of pairs.
     threads : int, optional
         By default all cores. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of transforms, and of a Dask array,
+        only the end is shown.
 
     Returns
     -------
@@ -65,7 +68,8 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
     values = _image_blocks.image("image", image)
     lags = as_lags(max_lag, values.shape)
     by_transforms = _door.choice("method", method, ("pairs", "fft")) == "fft"
-    squares, pairs = _image_blocks.pair_tables(values, lags, functools.partial(_squares, by_transforms=by_transforms), threads)
+    with _progress.shown(progress, "variogram map") as report:
+        squares, pairs = _image_blocks.pair_tables(values, lags, functools.partial(_squares, by_transforms=by_transforms), threads, report)
     if not pairs.any():
         warn("image is NaN everywhere: there is no pair of nodes, and gamma is NaN.")
     with np.errstate(invalid="ignore", divide="ignore"):
@@ -75,13 +79,13 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
     return xr.Dataset({"gamma": (dims, gamma, {"long_name": "semivariance"}), "pairs": (dims, pairs, {"long_name": "number of pairs"})}, coords)
 
 
-def _squares(values: NDArray[Any], lags: tuple[int, ...], threads: int, by_transforms: bool) -> tuple[Floats, NDArray[np.int64]]:
+def _squares(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, by_transforms: bool) -> tuple[Floats, NDArray[np.int64]]:
     """The sums of the squared differences of each lag, and the numbers of pairs."""
     complete = is_complete("image", values)
     known = None if complete or not np.isnan(values).any() else ~np.isnan(values)
     if by_transforms:
         return watched(values.size, _by_transforms, values, known, lags, threads)
-    squares, pairs = _core.two_point_sums(np.ascontiguousarray(values, np.float64), "variogram", (0, *lags)[-3:], threads)
+    squares, pairs = _core.two_point_sums(np.ascontiguousarray(values, np.float64), "variogram", (0, *lags)[-3:], threads, report)
     shape = [2 * lag + 1 for lag in lags]
     return squares.reshape(shape), pairs.reshape(shape)
 
@@ -204,7 +208,8 @@ def _box_sums(parts: Iterator[slice], rows: Callable[[slice], Floats], lags: tup
 
 
 def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity: Connectivity | None = None, *,
-                       bodies: Literal["above", "below"] = "above", threads: int | None = None) -> xr.DataArray:
+                       bodies: Literal["above", "below"] = "above", threads: int | None = None,
+                       progress: bool | Callable[[float], object] = False) -> xr.DataArray:
     """The probability that two nodes are connected, by thresholds of an image.
 
     Parameters
@@ -222,6 +227,8 @@ def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, conne
     threads : int, optional
         By default all cores, which share the thresholds or, beyond 64 of these, the realizations. The result does not
         depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction of the realizations done, and what it raises ends the call.
 
     Returns
     -------
@@ -245,12 +252,13 @@ def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, conne
     """
     import xarray as xr
 
-    values, dims, coords, _ = _by_threshold(image, thresholds, connectivity, bodies, threads, _core.connectivity_curves)
+    values, dims, coords, _ = _by_threshold(image, thresholds, connectivity, bodies, threads, progress, _core.connectivity_curves)
     return xr.DataArray(values, coords, dims, "connectivity")
 
 
 def body_curves(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity: Connectivity | None = None, *,
-                bodies: Literal["above", "below"] = "above", threads: int | None = None) -> xr.Dataset:
+                bodies: Literal["above", "below"] = "above", threads: int | None = None,
+                progress: bool | Callable[[float], object] = False) -> xr.Dataset:
     """Number, largest size and largest extents of the bodies of an image, and their Euler number, by thresholds.
 
     Parameters
@@ -265,6 +273,8 @@ def body_curves(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity
         The set of each threshold: the values above it, or those at or below it.
     threads : int, optional
         By default all cores, which share realizations and thresholds. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -291,14 +301,14 @@ def body_curves(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity
     """
     import xarray as xr
 
-    def curves(part: NDArray[Any], limits: Floats, neighbors: int, above: bool, nthreads: int) -> NDArray[np.int64]:
+    def curves(part: NDArray[Any], limits: Floats, neighbors: int, above: bool, nthreads: int, report: Any) -> NDArray[np.int64]:
         if limits.size > 32766:
             raise ArgumentError(f"thresholds has {limits.size:,} numbers, but may have at most 32,766.")
         # A value above a threshold is at or above the next number.
         codes = _core.code_by_cuts(part, np.nextafter(limits, np.inf), nthreads)
-        return _core.measure_bodies(codes, limits.size, neighbors, above, nthreads)
+        return _core.measure_bodies(codes, limits.size, neighbors, above, nthreads, report)
 
-    values, dims, coords, flipped = _by_threshold(image, thresholds, connectivity, bodies, threads, curves)
+    values, dims, coords, flipped = _by_threshold(image, thresholds, connectivity, bodies, threads, progress, curves)
     columns = [0, 1, 2, 3, 4] + [5] * (connectivity != 18)
     if flipped:
         columns[2:5] = (4, 3, 2) if np.ndim(image) == 3 else (2, 4, 3)
@@ -306,8 +316,8 @@ def body_curves(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity
     return xr.Dataset({name: (dims, values[..., column]) for name, column in zip(names, columns)}, coords)
 
 
-def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, threads: Any,
-                  curves: Callable[[NDArray[Any], Floats, int, bool, int], NDArray[Any]]) -> tuple[NDArray[Any], tuple[Any, ...], dict[Any, Any], bool]:
+def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, threads: Any, progress: Any,
+                  curves: Callable[[NDArray[Any], Floats, int, bool, int, Any], NDArray[Any]]) -> tuple[NDArray[Any], tuple[Any, ...], dict[Any, Any], bool]:
     """What curves gives of images, along the first axis, and increasing thresholds: in the order of the thresholds, without the axis of a single image;
     its dimensions and their coordinates; and whether the axes of the image were reversed."""
     _door.choice("bodies", bodies, ("above", "below"))
@@ -330,15 +340,16 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
     if images.size == 0:
         raise DataError("image has no nodes.")
 
-    def parts() -> Iterator[NDArray[Any]]:
-        """A few images at a time, if all are not there yet."""
-        step = nthreads if lazy else len(images)
-        for first in range(0, len(images), step):
-            yield _door.array("image", images[first:first + step])
+    # A few images at a time, if all are not there yet.
+    step = nthreads if lazy else len(images)
+    firsts = range(0, len(images), step)
+
+    def part(first: int) -> NDArray[Any]:
+        return _door.array("image", images[first:first + step])
 
     if _door.array("thresholds", thresholds).ndim == 0:
         number = _door.whole("thresholds", thresholds, 1, 65535)
-        ends = [(part.min(), part.max()) if part.dtype.kind != "f" else (np.fmin.reduce(part, None), np.fmax.reduce(part, None)) for part in parts()]
+        ends = [(own.min(), own.max()) if own.dtype.kind != "f" else (np.fmin.reduce(own, None), np.fmax.reduce(own, None)) for own in map(part, firsts)]
         least, greatest = float(np.fmin.reduce([low for low, _ in ends])), float(np.fmax.reduce([high for _, high in ends]))
         if not math.isfinite(greatest - least):
             raise DataError(f"image has values from {least:g} to {greatest:g}, between which there are no even thresholds. Give the thresholds themselves.")
@@ -349,7 +360,10 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
             raise ArgumentError(f"thresholds has {limits.ndim} axes and {limits.size:,} numbers, but must be a list of 1 to 65,535.")
     order = np.argsort(limits, kind="stable")
     above = bodies == "above"
-    values = np.concatenate([curves(np.ascontiguousarray(readable("image", part)), limits[order], neighbors, above, nthreads) for part in parts()])
+    with _progress.shown(progress, "curves") as report:
+        values = np.concatenate([curves(np.ascontiguousarray(readable("image", part(first))), limits[order], neighbors, above, nthreads,
+                                        _progress.part(report, first / len(images), min(first + step, len(images)) / len(images)))
+                                 for first in firsts])
     values[:, order] = values.copy()
     coords: dict[Any, Any] = {"threshold": limits}
     if not ensemble:
@@ -457,7 +471,8 @@ def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> 
 
 
 def kmeans(samples: ArrayLike, clusters: int | ArrayLike, *, max_iterations: int = 300, tolerance: float = 1e-4, restarts: int = 1,
-           seed: int = 1, threads: int | None = None) -> tuple[NDArray[np.float64], NDArray[np.int32], float]:
+           seed: int = 1, threads: int | None = None,
+           progress: bool | Callable[[float], object] = False) -> tuple[NDArray[np.float64], NDArray[np.int32], float]:
     """Cluster samples around centres by Lloyd's algorithm.
 
     Parameters
@@ -477,6 +492,9 @@ def kmeans(samples: ArrayLike, clusters: int | ArrayLike, *, max_iterations: int
         Of the draws, from 0 to 2^64 - 1.
     threads : int, optional
         By default all cores. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done of the most iterations there can be, and what it raises ends the
+        call.
 
     Returns
     -------
@@ -524,7 +542,8 @@ def kmeans(samples: ArrayLike, clusters: int | ArrayLike, *, max_iterations: int
     iterations = _door.whole("max_iterations", max_iterations, 1, 2**31 - 1)
     limit = _door.number("tolerance", tolerance, at_least=0.0)
     number = _door.whole("seed", seed, 0, 2**64 - 1)
-    labels, inertia = _core.kmeans(np.ascontiguousarray(table.T), centers, iterations, limit, starts, number, _door.threads(threads))
+    with _progress.shown(progress, "clusters") as report:
+        labels, inertia = _core.kmeans(np.ascontiguousarray(table.T), centers, iterations, limit, starts, number, _door.threads(threads), report)
     return centers, labels, inertia
 
 

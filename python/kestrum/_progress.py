@@ -33,6 +33,14 @@ def shown(progress: Progress, label: str) -> Iterator[Callable[[float], object] 
         bar.close()
 
 
+def part(report: Callable[[float], object] | None, begin: float, end: float) -> Callable[[float], object] | None:
+    """What a step calls that takes the work from one fraction to another."""
+    if report is None:
+        return None
+    whole = report
+    return lambda fraction: whole(begin + fraction * (end - begin))
+
+
 def _bar(label: str) -> Any:
     try:
         from tqdm.auto import tqdm

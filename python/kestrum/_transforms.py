@@ -2,13 +2,13 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
-from typing import TYPE_CHECKING
+from collections.abc import Callable, Sequence
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door, _memory
+from . import _core, _door, _memory, _progress
 from ._door import Floats
 from ._errors import ArgumentError, DataError
 from ._grid import Grid
@@ -193,7 +193,8 @@ def _weights(weights: ArrayLike, shape: tuple[int, ...]) -> Floats:
 
 
 def declustering_weights(points: Points, cell: float | Sequence[float] | None = None, offsets: int = 8, minimize: bool = True, *,
-                         model: CovModel | None = None, grid: Grid | xr.DataArray | None = None) -> Floats:
+                         model: CovModel | None = None, grid: Grid | xr.DataArray | None = None,
+                         progress: bool | Callable[[float], object] = False) -> Floats:
     """Weights of data that lie denser in some parts than in others, so that weighted statistics are those of the area.
 
     By cells, a datum weighs one over the number of data in its cell, averaged over several origins of the cells. By
@@ -216,6 +217,8 @@ def declustering_weights(points: Points, cell: float | Sequence[float] | None = 
         Covariances of the values, for kriging weights.
     grid : Grid or xarray.DataArray, optional
         The area, for kriging weights.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -242,7 +245,8 @@ def declustering_weights(points: Points, cell: float | Sequence[float] | None = 
     if model is not None:
         if cell is not None:
             raise ArgumentError("cell and model were both given. Give cell for weights by cells, or model and grid for kriging weights.")
-        return watched(len(points) ** 2, _kriging_weights, points, model, grid)
+        with _progress.shown(progress, "kriging weights") as report:
+            return _kriging_weights(points, model, grid, report)
     offsets = _door.whole("offsets", offsets, 1, 10_000)
     _door.flag("minimize", minimize)
     dimension = points.coordinates.shape[1]
@@ -253,40 +257,49 @@ def declustering_weights(points: Points, cell: float | Sequence[float] | None = 
             raise ArgumentError(f"cell has {len(parts)} numbers, but must be one, or ({', '.join('xyz'[:dimension])}).")
         if (np.array(parts) < 1e-6 * sides).any():
             raise ArgumentError(f"cell is {_door.show(cell)}, less than a millionth of the sides of the data's box, {sides.max():g}.")
-        return watched(len(points), _cell_weights, points, np.array(parts), offsets)
+        with _progress.shown(progress, "declustering") as report:
+            return _cell_weights(points, np.array(parts), offsets, report)
     if points.values.dtype.kind not in "iuf":
         raise DataError(f"values of {points.name!r} are labels, which have no mean to seek a size by. Give cell.")
     if not sides.any():
         return np.ones(len(points))
-    return watched(len(points), _sought_weights, points, sides, offsets, minimize)
+    with _progress.shown(progress, "declustering") as report:
+        return _sought_weights(points, sides, offsets, minimize, report)
 
 
-def _sought_weights(points: Points, sides: Floats, offsets: int, minimize: bool) -> Floats:
+def _sought_weights(points: Points, sides: Floats, offsets: int, minimize: bool, report: Any) -> Floats:
     from scipy.spatial import cKDTree
 
-    nearest = cKDTree(points.coordinates).query(points.coordinates, k=2)[0][:, 1]
+    nearest = watched(len(points), lambda: np.asarray(cKDTree(points.coordinates).query(points.coordinates, k=2)[0][:, 1]))
     largest = 0.5 * sides.max()
     smallest = min(max(float(np.median(nearest)), 1e-6 * sides.max()), 0.5 * largest)
     tried = [np.ones(len(points))]
-    tried += [_cell_weights(points, np.full(len(sides), size), offsets) for size in np.geomspace(smallest, largest, SIZES)]
+    tried += [_cell_weights(points, np.full(len(sides), size), offsets, _progress.part(report, k / SIZES, (k + 1) / SIZES))
+              for k, size in enumerate(np.geomspace(smallest, largest, SIZES))]
     means = [float(weights @ points.values) for weights in tried]
     return tried[int(np.argmin(means) if minimize else np.argmax(means))]
 
 
-def _cell_weights(points: Points, sides: Floats, offsets: int) -> Floats:
+def _cell_weights(points: Points, sides: Floats, offsets: int, report: Any) -> Floats:
     low = points.coordinates.min(axis=0)
-    sums = np.zeros(len(points))
-    for k in range(offsets):
+
+    def shares(shift: float) -> Floats:
         # The origin moves along the diagonal of a cell; no index is negative.
-        index = np.floor((points.coordinates - low) / sides + k / offsets).astype(np.int64)
+        index = np.floor((points.coordinates - low) / sides + shift).astype(np.int64)
         key = np.ravel_multi_index(tuple(index.T), tuple(index.max(axis=0) + 1))
         _, group, count = np.unique(key, return_inverse=True, return_counts=True)
         # Every origin gives each occupied cell the same share.
-        sums += 1.0 / (count[group] * len(count))
+        return np.asarray(1.0 / (count[group] * len(count)))
+
+    sums = np.zeros(len(points))
+    for k in range(offsets):
+        sums += watched(len(points), shares, k / offsets)
+        if report is not None:
+            report((k + 1) / offsets)
     return np.asarray(sums * (len(points) / sums.sum()))
 
 
-def _kriging_weights(points: Points, model: CovModel, grid: Grid | xr.DataArray | None) -> Floats:
+def _kriging_weights(points: Points, model: CovModel, grid: Grid | xr.DataArray | None, report: Any) -> Floats:
     from scipy.linalg import LinAlgError, cho_factor, cho_solve
 
     require_model(model, "Kriging weights need")
@@ -300,22 +313,28 @@ def _kriging_weights(points: Points, model: CovModel, grid: Grid | xr.DataArray 
         lags = (points.coordinates[:, None] - places[None]).reshape(-1, dimension)
         return model.covariance(lags).reshape(n, len(places))
 
-    matrix = covariances(points.coordinates)
-    if points.error_variance is not None:
-        matrix[np.diag_indices(n)] += points.error_variance
     axes = np.meshgrid(*target.grid.coords.values(), indexing="ij", sparse=True)
     right = np.zeros(n)
     step = max(1, 1_000_000 // n)
     for begin in range(0, target.count, step):
         index = np.unravel_index(np.arange(begin, min(begin + step, target.count)), target.grid.shape)
         centres = np.column_stack([axis.reshape(-1)[i] for axis, i in zip(axes[::-1], index[::-1])])
-        right += covariances(centres).sum(axis=1)
-    try:
+        right += watched(n * len(centres), lambda: np.asarray(covariances(centres).sum(axis=1)))
+        if report is not None:
+            report(begin / target.count)
+
+    def solved() -> Floats:
+        matrix = covariances(points.coordinates)
+        if points.error_variance is not None:
+            matrix[np.diag_indices(n)] += points.error_variance
         factor = cho_factor(matrix, lower=True, overwrite_a=True)
+        return np.asarray(cho_solve(factor, np.column_stack([right / target.count, np.ones(n)])))
+
+    try:
+        terms = watched(n * n, solved)
     except LinAlgError:
         raise DataError("kriging weights cannot be found: data share a place, or the model is not positive definite there. "
                         "Take points.merged(), or add a nugget.") from None
-    solved = cho_solve(factor, np.column_stack([right / target.count, np.ones(n)]))
-    weights = solved[:, 0] + (1.0 - solved[:, 0].sum()) / solved[:, 1].sum() * solved[:, 1]
+    weights = terms[:, 0] + (1.0 - terms[:, 0].sum()) / terms[:, 1].sum() * terms[:, 1]
     weights = np.maximum(weights, 0.0)
     return np.asarray(weights * (n / weights.sum()))

@@ -3,14 +3,14 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Iterable, Sequence
+from collections.abc import Callable, Iterable, Sequence
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
 from numpy.typing import NDArray
 
-from . import _core, _door, _memory
+from . import _core, _door, _memory, _progress
 from ._door import Floats
 from ._errors import ArgumentError, DataError, warn
 from ._fit import FittedModel, fit_variogram
@@ -24,7 +24,7 @@ if TYPE_CHECKING:
 
 ESTIMATORS = ("matheron", "cressie", "madogram")
 # Of a variogram of one variable.
-OPTIONS = ("lag", "n_lags", "azimuth", "tolerance", "dip", "bandwidth", "estimator", "threads")
+OPTIONS = ("lag", "n_lags", "azimuth", "tolerance", "dip", "bandwidth", "estimator", "threads", "progress")
 
 
 @dataclass(frozen=True, eq=False, repr=False)
@@ -191,7 +191,7 @@ class Variogram:
 def variogram(points: Points, *, other: Points | None = None, lag: float | None = None, n_lags: int = 15,
               azimuth: float | Sequence[float] | None = None, tolerance: float = 22.5, dip: float | Sequence[float] = 0.0,
               bandwidth: float | None = None, estimator: Literal["matheron", "cressie", "madogram"] = "matheron",
-              threads: int | None = None) -> Variogram:
+              threads: int | None = None, progress: bool | Callable[[float], object] = False) -> Variogram:
     """An experimental variogram. Only pairs within the largest lag are visited.
 
     Parameters
@@ -218,6 +218,8 @@ def variogram(points: Points, *, other: Points | None = None, lag: float | None 
         outliers harm less (Cressie and Hawkins, 1980); mean abs(d) / 2.
     threads : int, optional
         Number of threads; all cores by default. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -246,10 +248,11 @@ def variogram(points: Points, *, other: Points | None = None, lag: float | None 
                             "Leave out the rows in which one of them is missing.")
         if estimator != "matheron":
             raise ArgumentError(f"estimator is {_door.show(estimator)}, but a cross-variogram knows 'matheron' only.")
-    return _variogram(points, other, True, lag, n_lags, azimuth, tolerance, dip, bandwidth, estimator, threads)
+    with _progress.shown(progress, "variogram") as report:
+        return _variogram(points, other, True, report, lag, n_lags, azimuth, tolerance, dip, bandwidth, estimator, threads)
 
 
-def _variogram(points: Points, other: Points | None, warning: bool, lag: Any = None, n_lags: Any = 15, azimuth: Any = None,
+def _variogram(points: Points, other: Points | None, warning: bool, report: Any, lag: Any = None, n_lags: Any = 15, azimuth: Any = None,
                tolerance: Any = 22.5, dip: Any = 0.0, bandwidth: Any = None, estimator: Any = "matheron",
                threads: Any = None) -> Variogram:
     dimension = points.coordinates.shape[1]
@@ -265,7 +268,7 @@ def _variogram(points: Points, other: Points | None, warning: bool, lag: Any = N
         points.coordinates, points.values.astype(np.float64, copy=False),
         None if other is None else other.values.astype(np.float64, copy=False),
         min(width, 2.0 * diagonal),  # a longer one holds all pairs just so, but its square can overflow
-        n_lags, kind, cones, threads, None)
+        n_lags, kind, cones, threads, report)
     name = points.name if other is None else f"{points.name}, {other.name}"
     result = Variogram(azimuths, dips, distance, gamma, pairs, dimension, name, estimator if other is None else "cross")
     if warning:
@@ -306,10 +309,12 @@ def indicator_variograms(points: Points, **options: Any) -> dict[object, Variogr
         raise DataError(f"values of {points.name!r} are {len(categories):,} categories, but there must be 2 to 100 of them.")
     warn_if_numbers(points, len(categories))
     result: dict[object, Variogram] = {}
-    for category in categories:
-        indicator = points.with_values([float(value == category) for value in points.values.tolist()], f"{points.name} = {category}")
-        # The pairs, and what there is to warn of, are those of the first one.
-        result[category] = _variogram(indicator, None, not result, **options)
+    with _progress.shown(options.pop("progress", False), "variograms") as report:
+        for k, category in enumerate(categories):
+            indicator = points.with_values([float(value == category) for value in points.values.tolist()], f"{points.name} = {category}")
+            # The pairs, and what there is to warn of, are those of the first one.
+            step = _progress.part(report, k / len(categories), (k + 1) / len(categories))
+            result[category] = _variogram(indicator, None, not result, step, **options)
     return result
 
 

@@ -46,11 +46,14 @@ int BodyCurves(const VORL_GRID& grid, int nimage, const std::int16_t* codes, int
                Connectivity connectivity, const Dealing& dealing, const Progress& progress,
                std::int64_t* measures) noexcept {
   std::atomic<int> failure{0};
-  dealing.EachThread([&](int thread, int team) noexcept {
+  const std::ptrdiff_t nset = std::ptrdiff_t{nimage} * n;
+  std::atomic<std::ptrdiff_t> next{0};
+  dealing.EachThread([&](int thread, int) noexcept {
     BodyMeter meter;
     int status = meter.Allocate(grid);
-    for (std::ptrdiff_t set = thread; status == 0 && set < std::ptrdiff_t{nimage} * n; set += team) {
+    for (std::ptrdiff_t set; status == 0 && (set = next.fetch_add(1)) < nset;) {
       if (progress.Aborted()) return;
+      if (thread == 0 && progress.Publish(static_cast<double>(set) / static_cast<double>(nset)) != 0) return;
       const std::int16_t k = static_cast<std::int16_t>(set % n);
       const CodeRange range =
           above ? CodeRange{static_cast<std::int16_t>(k + 1), std::numeric_limits<std::int16_t>::max()}

@@ -499,6 +499,7 @@ int ConnectionCurves(const VORL_GRID& grid, int nimage, const T* values, Connect
           status != 0) {
         return status;
       }
+      if (const int status = progress.Publish((i + 1.0) / nimage); status != 0) return status;
     }
     return 0;
   }
@@ -512,6 +513,7 @@ int ConnectionCurves(const VORL_GRID& grid, int nimage, const T* values, Connect
     for (std::ptrdiff_t i = thread; i < nimage; i += team) {
       statuses[static_cast<std::size_t>(i)] =
           curve(sizes, values + i * grid.nxyz, connectivity, n, thresholds, above, progress, probability + i * n);
+      if (thread == 0 && progress.Publish((static_cast<double>(i) + 1.0) / nimage) != 0) return;
     }
   });
   int status = 0;

@@ -78,12 +78,15 @@ class Lloyd {
     return progress_.After(0);
   }
 
-  // The inertia of the centres and labels after the iterations.
-  double Iterate(double tolerance) noexcept {
+  // The inertia of the centres and labels after the iterations. Calls report(part) with the part done of the most
+  // iterations there can be.
+  template <typename Report>
+  double Iterate(double tolerance, const Report& report) noexcept {
     std::fill_n(labels_, samples_.n, -1);
     double inertia = 0.0;
     bool settled = false;
     for (int it = 0; it < options_.maxIterations && !settled && !progress_.Aborted(); ++it) {
+      report(static_cast<double>(it) / options_.maxIterations);
       inertia = Assign(true, &settled);
       if (!settled && Move() <= tolerance) break;
     }
@@ -257,7 +260,8 @@ int RunLloyd(const LloydSamples& samples, const LloydOptions& options, const Dea
     if (const int status = trialLabels.Allocate(static_cast<std::size_t>(samples.n)); status != 0) return status;
   }
   double tolerance = 0.0;
-  for (int restart = 0; restart < std::max(options.restarts, 1); ++restart) {
+  const int nbeginning = std::max(options.restarts, 1);
+  for (int restart = 0; restart < nbeginning; ++restart) {
     const bool isTrial = restart > 0;
     Lloyd lloyd(samples, options, dealing, progress, isTrial ? trialCenters.data() : centers,
                 isTrial ? trialLabels.data() : labels);
@@ -266,7 +270,10 @@ int RunLloyd(const LloydSamples& samples, const LloydOptions& options, const Dea
     if (options.restarts > 0) {
       if (const int status = lloyd.DrawCenters(restart); status != 0) return status;
     }
-    const double reached = lloyd.Iterate(tolerance);
+    const double reached = lloyd.Iterate(tolerance, [&](double part) noexcept {
+      // What a callback answers is found by Aborted.
+      static_cast<void>(progress.Report((restart + part) / nbeginning));
+    });
     if (progress.Aborted()) return kAborted;
     if (isTrial && !(reached < *inertia)) continue;
     *inertia = reached;

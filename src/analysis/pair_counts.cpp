@@ -40,7 +40,8 @@ class LagTable {
     std::atomic<int> failed{0};
     const std::ptrdiff_t nrun = max_[0] / kLagsAtOnce + 1;
     const std::ptrdiff_t nitem = nrun * (2 * max_[1] + 1) * (2 * max_[2] + 1);
-    dealing.EachThread([&](int thread, int team) noexcept {
+    std::atomic<std::ptrdiff_t> next{0};
+    dealing.EachThread([&](int thread, int) noexcept {
       Buffer<std::int64_t> sums;
       Buffer<std::uint64_t> words;
       int status = sums.Allocate(width * kLagsAtOnce);
@@ -49,7 +50,8 @@ class LagTable {
         failed = status;
         return;
       }
-      for (std::ptrdiff_t item = thread; item < nitem && !progress.Aborted(); item += team) {
+      for (std::ptrdiff_t item; (item = next.fetch_add(1)) < nitem && !progress.Aborted();) {
+        if (thread == 0 && progress.Publish(static_cast<double>(item) / static_cast<double>(nitem)) != 0) return;
         const int first = static_cast<int>(item % nrun) * kLagsAtOnce;
         const int hy = static_cast<int>(item / nrun % (2 * max_[1] + 1)) - max_[1];
         const int hz = static_cast<int>(item / nrun / (2 * max_[1] + 1)) - max_[2];

@@ -1,6 +1,7 @@
 #include "analysis/two_point_statistics.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -338,6 +339,7 @@ int ComputeLagMap(TwoPointStatistic statistic, const Variable& in, const LagBox&
   if (const int status = ArrangeHeads(nlags, dealing, field, heads); status != 0) return status;
 
   const LagMap map(statistic, box, lags, field, LagSumsKernelOf(level), to);
+  std::atomic<int> done{0};
   dealing.EachThread([&](int thread, int team) noexcept {
     // Short runs where long ones would leave a thread without work.
     const int longest = team > 1 && lags.nxyz / team < 4 * kLagRun ? kLagRun / 2 : kLagRun;
@@ -346,7 +348,11 @@ int ComputeLagMap(TwoPointStatistic statistic, const Variable& in, const LagBox&
     map.ForEachRun(longest, [&](const int* index, int length) {
       if (run++ % team != thread || job.Aborted()) return;
       const int nvalues = map.ComputeRun(index, length);
-      if (thread == 0) progress.Advance(nvalues);
+      const int all = done += nvalues;
+      if (thread != 0) return;
+      progress.Advance(nvalues);
+      // What a callback answers is found by Aborted.
+      static_cast<void>(job.Report(static_cast<double>(all) / lags.nxyz));
     });
     if (thread == 0) progress.Finish();
   });

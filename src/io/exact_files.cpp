@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/progress.hpp"
 #include "core/text_reader.hpp"
 #include "core/text_writer.hpp"
 #include "core/types.h"
@@ -35,16 +36,25 @@ void PutSizes(TextWriter& writer, const VORL_GRID& grid) {
   }
 }
 
-// The columns from `first` to before `last` side by side. Stops where the stream fails.
-void PutRows(TextWriter& writer, const Columns& columns, int first, int last, std::FILE* stream) {
+// The columns from `first` to before `last` side by side. Stops where the stream fails. Returns 0 or the status of a
+// report.
+int PutRows(TextWriter& writer, const Columns& columns, int first, int last, std::FILE* stream,
+            const Progress* progress) {
   for (std::size_t row = 0; row < columns.rows; ++row) {
-    if (row % kRowsAtOnce == 0 && std::ferror(stream) != 0) return;
+    if (row % kRowsAtOnce == 0 && std::ferror(stream) != 0) return 0;
+    if (row % kRowsAtOnce == 0 && progress != nullptr) {
+      const double part = static_cast<double>(row) / static_cast<double>(columns.rows);
+      if (const int status = progress->Publish((first + part * (last - first)) / columns.count); status != 0) {
+        return status;
+      }
+    }
     for (int column = first; column < last; ++column) {
       if (column > first) writer.Put(' ');
       PutValue(writer, columns.values[column][row]);
     }
     writer.Put('\n');
   }
+  return 0;
 }
 
 void PutNames(TextWriter& writer, const Columns& columns) {
@@ -65,18 +75,19 @@ bool IsWholeNumber(const char* line, std::int64_t* number) {
 
 }  // namespace
 
-int WriteGslibGrid(const VORL_GRID& grid, const Columns& columns, std::FILE* stream) noexcept {
+int WriteGslibGrid(const VORL_GRID& grid, const Columns& columns, std::FILE* stream,
+                   const Progress* progress) noexcept {
   TextWriter writer(stream);
   PutSizes(writer, grid);
   PutThree(writer, grid.sx, grid.sy, grid.sz);
   PutThree(writer, grid.ox, grid.oy, grid.oz);
   writer.Put('\n');
   PutNames(writer, columns);
-  PutRows(writer, columns, 0, columns.count, stream);
-  return writer.Finish();
+  const int status = PutRows(writer, columns, 0, columns.count, stream, progress);
+  return status != 0 ? status : writer.Finish();
 }
 
-int WriteVtkGrid(const VORL_GRID& grid, const Columns& columns, std::FILE* stream) noexcept {
+int WriteVtkGrid(const VORL_GRID& grid, const Columns& columns, std::FILE* stream, const Progress* progress) noexcept {
   TextWriter writer(stream);
   writer.Put(
       "# vtk DataFile Version 3.0\nValues at the centres of cells\nASCII\nDATASET STRUCTURED_POINTS\nDIMENSIONS ");
@@ -92,18 +103,18 @@ int WriteVtkGrid(const VORL_GRID& grid, const Columns& columns, std::FILE* strea
     writer.Put("SCALARS ");
     writer.Put(columns.names[column]);
     writer.Put(" double 1\nLOOKUP_TABLE default\n");
-    PutRows(writer, columns, column, column + 1, stream);
+    if (const int status = PutRows(writer, columns, column, column + 1, stream, progress); status != 0) return status;
   }
   return writer.Finish();
 }
 
-int WriteGslibTable(const Columns& columns, std::FILE* stream) noexcept {
+int WriteGslibTable(const Columns& columns, std::FILE* stream, const Progress* progress) noexcept {
   TextWriter writer(stream);
   writer.PutInt(static_cast<int>(columns.rows));
   writer.Put('\n');
   PutNames(writer, columns);
-  PutRows(writer, columns, 0, columns.count, stream);
-  return writer.Finish();
+  const int status = PutRows(writer, columns, 0, columns.count, stream, progress);
+  return status != 0 ? status : writer.Finish();
 }
 
 TableFault ReadGslibTable(std::FILE* stream, GslibTable* table) noexcept {

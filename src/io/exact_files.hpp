@@ -12,6 +12,8 @@
 // written as VORL_MISSING_VALUE. The stream belongs to the caller.
 namespace kestrum {
 
+class Progress;
+
 // Values of variables, as text files have them: one row for each node or point.
 struct Columns {
   int count;
@@ -20,15 +22,19 @@ struct Columns {
   const double* const* values;  // count, each of `rows` numbers
 };
 
-// These return 0 or kOutputFailed, soon after the stream fails, and flush it at the end.
+// These return 0, kOutputFailed, soon after the stream fails, or the status of a report to `progress`, that
+// of one realization, which may be null. They flush the stream at the end.
 
 // A grid as VORLReadImage takes it (format 0): the values are in node order.
-[[nodiscard]] int WriteGslibGrid(const VORL_GRID& grid, const Columns& columns, std::FILE* stream) noexcept;
+[[nodiscard]] int WriteGslibGrid(const VORL_GRID& grid, const Columns& columns, std::FILE* stream,
+                                 const Progress* progress = nullptr) noexcept;
 // A legacy file of structured points at the cells' centres, with an array of doubles for each variable.
-[[nodiscard]] int WriteVtkGrid(const VORL_GRID& grid, const Columns& columns, std::FILE* stream) noexcept;
+[[nodiscard]] int WriteVtkGrid(const VORL_GRID& grid, const Columns& columns, std::FILE* stream,
+                               const Progress* progress = nullptr) noexcept;
 // A table: the number of rows, that of columns, their names, the rows. Other programs take the first line for a title.
 // It is a point set (VORLReadPointSet) if the names of the first three columns begin with x, y and z.
-[[nodiscard]] int WriteGslibTable(const Columns& columns, std::FILE* stream) noexcept;
+[[nodiscard]] int WriteGslibTable(const Columns& columns, std::FILE* stream,
+                                  const Progress* progress = nullptr) noexcept;
 
 // A table as WriteGslibTable writes it, or with a title of any words in the first line.
 struct GslibTable {

@@ -242,24 +242,6 @@ def test_arrays_at_odd_addresses():
         assert tool(other, odd(at), odd(field)).identical(tool(points, at, field))
 
 
-@pytest.mark.parametrize("cells, options", [(1500, dict(neighbors=20)), (90, dict(snap=True, solver="gmres"))], ids=str)
-def test_progress(cells, options, capsys):
-    points, model, heard = scattered(60), model_of(), []
-    grid = ks.Grid(cells, cells, dx=100.0 / cells, dy=100.0 / cells)
-    with warnings.catch_warnings():
-        warnings.simplefilter("ignore")
-        ks.krige(points, model, grid, progress=heard.append, **options)
-        assert heard == sorted(heard) and heard[-1] == 1.0 and 0.0 <= heard[0]
-        ks.krige(points, model, grid, progress=True, **options)
-        assert "100%" in capsys.readouterr().err
-
-        def fail(fraction):
-            raise LookupError("enough")
-
-        with pytest.raises(LookupError, match="enough"):
-            ks.krige(points, model, grid, progress=fail, **options)
-
-
 @pytest.mark.parametrize("ranges", [(1.0, 1.0), (1.0, 0.4), (1.0, 0.4, 0.2), (900.0, 700.0)], ids=str)
 @pytest.mark.parametrize("power, sill", [(0.5, 0.0), (0.5, 0.7), (1.0, 0.0), (1.5, 0.7), (1.9, 0.0)])
 def test_power_models_are_their_variograms(power, sill, ranges):

@@ -1,0 +1,88 @@
+"""Every call with progress= says how far it is."""
+
+import inspect
+
+import numpy as np
+import pytest
+
+import kestrum as ks
+
+RANDOM = np.random.default_rng(1)
+IMAGE = RANDOM.normal(size=(50, 50, 50))
+ENSEMBLE = RANDOM.normal(size=(12, 50, 50, 50))
+MODEL = ks.Nugget(0.1) + ks.Exponential(1.0, range=300)
+GRID = ks.Grid(700, 700, dx=2, dy=2)
+LARGE = ks.Grid(1500, 1500).to_xarray(np.pi * np.arange(1500 * 1500.0).reshape(1500, 1500), "v")
+
+
+def scattered(n):
+    return ks.Points(RANDOM.uniform(0, 1000, (n, 2)), RANDOM.normal(size=n))
+
+
+FEW, SOME, MANY = scattered(300), scattered(1000), scattered(20_000)
+LABELS = FEW.with_values(np.where(FEW.values > 0, "sand", "clay"))
+CALLS = {
+    "krige": lambda p, _: ks.krige(FEW, MODEL, GRID, neighbors=30, progress=p),
+    "krige by the other solver": lambda p, _: ks.krige(FEW, MODEL, ks.Grid(90, 90, dx=12, dy=12), snap=True, solver="gmres", progress=p),
+    "simulate": lambda p, _: ks.simulate(FEW, MODEL, GRID, progress=p),
+    "krige_categories": lambda p, _: ks.krige_categories(LABELS, MODEL, GRID, progress=p),
+    "simulate_categories": lambda p, _: ks.simulate_categories(LABELS, MODEL, GRID, progress=p),
+    "cross_validate": lambda p, _: ks.cross_validate(MANY, MODEL, neighbors=30, progress=p),
+    "variogram": lambda p, _: ks.variogram(MANY, progress=p),
+    "indicator_variograms": lambda p, _: ks.indicator_variograms(MANY.with_values(np.where(MANY.values > 0, "sand", "clay")), progress=p),
+    "fit_likelihood": lambda p, _: ks.fit_likelihood(FEW, MODEL, progress=p),
+    "declustering_weights": lambda p, _: ks.declustering_weights(MANY, offsets=2, progress=p),
+    "declustering_weights by one size": lambda p, _: ks.declustering_weights(MANY, cell=20.0, progress=p),
+    "declustering_weights by kriging": lambda p, _: ks.declustering_weights(SOME, model=MODEL, grid=ks.Grid(80, 80, dx=12.5, dy=12.5), progress=p),
+    "kmeans": lambda p, _: ks.kmeans(IMAGE.reshape(-1, 2), 9, restarts=5, progress=p),
+    "variogram_map": lambda p, _: ks.variogram_map(IMAGE, 16, progress=p),
+    "covariance_map": lambda p, _: ks.covariance_map(IMAGE, 16, progress=p),
+    "transiogram": lambda p, _: ks.transiogram((IMAGE > 0).astype(int), 12, progress=p),
+    "indicator_variogram_map": lambda p, _: ks.indicator_variogram_map(IMAGE, 12, thresholds=[-1, 0, 1], progress=p),
+    "connectivity_function": lambda p, _: ks.connectivity_function(IMAGE > 0, 12, progress=p),
+    "connectivity_curve": lambda p, _: ks.connectivity_curve(ENSEMBLE, 30, progress=p),
+    "connectivity_curve of many": lambda p, _: ks.connectivity_curve(ENSEMBLE, 100, progress=p),
+    "body_curves": lambda p, _: ks.body_curves(ENSEMBLE, 8, progress=p),
+    "write_gslib": lambda p, path: ks.write_gslib(LARGE, path / "x", progress=p),
+    "write_gslib of a table": lambda p, path: ks.write_gslib(LARGE.to_dataframe().reset_index(), path / "x", progress=p),
+    "write_vtk": lambda p, path: ks.write_vtk(LARGE, path / "x", progress=p),
+    "read_gslib": lambda p, path: ks.read_gslib(path / "grid.gslib", progress=p),
+    "read_gslib_points": lambda p, path: ks.read_gslib_points(path / "table.dat", progress=p),
+    "read_vtk": lambda p, path: ks.read_vtk(path / "grid.vtk", progress=p),
+}
+
+
+@pytest.fixture(scope="module")
+def path(tmp_path_factory):
+    path = tmp_path_factory.mktemp("files")
+    ks.write_gslib(LARGE, path / "grid.gslib")
+    ks.write_vtk(LARGE, path / "grid.vtk")
+    ks.write_gslib(LARGE.to_dataframe().reset_index(), path / "table.dat")
+    return path
+
+
+def test_all_are_here():
+    functions = [name for name in ks.__all__ if inspect.isfunction(getattr(ks, name))]
+    taking = {name for name in functions if "progress" in inspect.signature(getattr(ks, name)).parameters}
+    assert taking | {"indicator_variograms"} == {name.split(" ")[0] for name in CALLS}
+
+
+@pytest.mark.filterwarnings("ignore")
+@pytest.mark.parametrize("name", CALLS)
+def test_progress(name, path, capsys):
+    heard = []
+    CALLS[name](heard.append, path)
+    assert heard == sorted(heard) and heard[0] >= 0.0 and heard[-1] == 1.0
+    if len(heard) > 4:  # where there is time to look
+        assert len(set(heard)) > 2 and heard[1] < 1.0
+
+    class Enough(Exception):
+        pass
+
+    def stop(fraction):
+        raise Enough
+
+    with pytest.raises(Enough):
+        CALLS[name](stop, path)
+    CALLS[name](True, path)
+    assert capsys.readouterr().err
