@@ -33,6 +33,7 @@ struct Frame {
 
 struct NoKriging {
   void Solve(int, const int* nodes, int, kestrum::PathView&) noexcept { benchmark::DoNotOptimize(nodes); }
+  void Discard(int) noexcept {}
   template <typename Visit>
   void ForEachNeighbor(int, int, int, const Visit&) noexcept {}
   int Value(int, int, int, double number, double* value) noexcept {

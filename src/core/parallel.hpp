@@ -32,12 +32,20 @@ class Dealing {
   // cannot serve.
   static constexpr int kMaxTeam = 1024;
 
+  // Whether a team has more threads than there are cores for it.
+  static bool Crowded(int team) noexcept { return team > omp_get_num_procs(); }
+
   // As the caller gave it.
   constexpr int nthreads() const noexcept { return nthreads_; }
   // Number of blocks of per-thread scratch that a body needs: as many as asked for, but no more than there can be
   // threads. None if fewer than one was asked for: then the allocation fails.
   constexpr int nscratch() const noexcept { return nthreads_ < 0 ? 0 : nthreads_ < kMaxTeam ? nthreads_ : kMaxTeam; }
   constexpr bool threaded() const noexcept { return threaded_; }
+
+  // For a pass over n items that takes some nanoseconds an item: below this many, waking other threads takes longer, and
+  // on busy cores they begin after some milliseconds.
+  static constexpr std::ptrdiff_t kWorthATeam = 1 << 17;
+  constexpr Dealing ForPass(std::ptrdiff_t n) const noexcept { return n < kWorthATeam ? Serial() : *this; }
 
   // Runs body(begin, end) on the blocks of [0, n), as many as there are threads, in thread order.
   template <typename Body>

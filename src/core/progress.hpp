@@ -22,6 +22,14 @@ class Progress {
            bool prompt = false) noexcept
       : monitor_(monitor), callback_(callback), threaded_(threaded), prompt_(prompt) {}
 
+  // For a thread of a team, of which one reports progress; all raise warnings. They stop at once where halt is not 0.
+  Progress OfTeam(bool reports, const std::atomic<int>& halt) const noexcept {
+    Progress progress = *this;
+    progress.reports_ = reports;
+    progress.halt_ = &halt;
+    return progress;
+  }
+
   void StartRealizations(int nrealization) const noexcept {
     if (monitor_ != nullptr) monitor_->nrealization = nrealization;
   }
@@ -37,7 +45,10 @@ class Progress {
   }
 
   // 0, or kAborted if the job is to stop at once.
-  [[nodiscard]] int Interruption() const noexcept { return prompt_ && Aborted() ? kAborted : 0; }
+  [[nodiscard]] int Interruption() const noexcept {
+    const bool halted = halt_ != nullptr && halt_->load(std::memory_order_relaxed) != 0;
+    return halted || (prompt_ && Aborted()) ? kAborted : 0;
+  }
 
   // A step's status, or kAborted if the job has been asked to stop meanwhile.
   [[nodiscard]] int After(int status) const noexcept {
@@ -83,7 +94,7 @@ class Progress {
 
   int Report(double part, bool& grown) const noexcept {
     grown = false;
-    if (monitor_ == nullptr) return 0;
+    if (monitor_ == nullptr || !reports_) return 0;
     const double percentage = (monitor_->currentRealization + part) * 100.0 / monitor_->nrealization;
     // A caller may have set the counters so that this is not a number.
     if (!(percentage >= 0.0)) return 0;
@@ -100,6 +111,8 @@ class Progress {
   ProgressCallback callback_;
   bool threaded_;
   bool prompt_;
+  bool reports_ = true;
+  const std::atomic<int>* halt_ = nullptr;
 };
 
 // Keeps a failure: a later success does not hide it.

@@ -1,7 +1,9 @@
+#include <optional>
+
 #include "core/object_array.hpp"
 #include "core/statuses.hpp"
 #include "engine/model_systems.hpp"
-#include "engine/realizations.hpp"
+#include "engine/realization_team.hpp"
 #include "engine/simulation.hpp"
 
 namespace kestrum {
@@ -36,6 +38,10 @@ class IndicatorLaw {
     for (int c = 0; c < categories_.count(); ++c) {
       if (groups_.isFirst(c)) view.Solve(systems_[c], nodes, count, solver, chunks[c]);
     }
+  }
+
+  void Discard(int thread) noexcept {
+    for (ChunkSystems& chunk : scratches_[thread].chunks) chunk.Discard(problem_.solver);
   }
 
   template <typename Visit>
@@ -94,11 +100,11 @@ int SimulateCategories(const Problem& problem, const Categories& categories, int
   if (problem.systems == nullptr) {
     if (const int status = own.Prepare(problem.setups); status != 0) return status;
   }
-  IndicatorLaw law(problem, categories, problem.systems != nullptr ? *problem.systems : own, value);
-  if (const int status = law.Prepare(); status != 0) return status;
-  Realizations realizations(problem, value);
-  if (const int status = realizations.Prepare(false); status != 0) return status;
-  return realizations.Run(count, random, law, sink);
+  const ModelSystems& systems = problem.systems != nullptr ? *problem.systems : own;
+  const auto makeLaw = [&](const Problem& part, real* values, std::optional<IndicatorLaw>& law) noexcept {
+    return law.emplace(part, categories, systems, values).Prepare();
+  };
+  return DrawRealizations<IndicatorLaw>(problem, count, false, random, value, sink, makeLaw);
 }
 
 }  // namespace kestrum

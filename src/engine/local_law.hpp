@@ -20,7 +20,7 @@ class LocalLaw {
 
   // Adds the mean to the residuals of all nodes that have one.
   void AddMean(std::ptrdiff_t nnode, Dealing dealing, real* residual) const noexcept {
-    dealing.Blocks(nnode, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    dealing.ForPass(nnode).Blocks(nnode, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       for (std::ptrdiff_t i = begin; i < end; ++i) {
         if (residual[i] != VORL_MISSING_VALUE) residual[i] += means_ != nullptr ? means_[i] : mean_;
       }

@@ -9,8 +9,8 @@
 
 namespace kestrum {
 
-// How far each thread has come: all positions of its own below `next` have their values. Each count has a cache line
-// of its own.
+// How far each thread has come: all positions below `next` of the chunk that it draws have their values. Each count has
+// a cache line of its own.
 class PathProgress {
  public:
   [[nodiscard]] int Allocate(int nthreads) noexcept {
@@ -21,14 +21,6 @@ class PathProgress {
   }
   void Advance(int thread, int next) noexcept { Place(thread).store(next, std::memory_order_release); }
   int Next(int thread) noexcept { return Place(thread).load(std::memory_order_acquire); }
-  // All positions below this one have their values, whoever owns them; `thread` asks, and has done its own below `own`.
-  int DoneBefore(int thread, int own, int team) noexcept {
-    int done = own;
-    for (int t = 0; t < team; ++t) {
-      if (t != thread) done = std::min(done, Next(t));
-    }
-    return done;
-  }
 
  private:
   static constexpr std::size_t kLine = 64 / sizeof(int);

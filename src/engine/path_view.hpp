@@ -44,6 +44,11 @@ class PathView {
   void MoveTo(const int* path, int begin) noexcept {
     for (; next_ < begin; ++next_) seen_.Set(path[next_]);
   }
+  // Makes an earlier position the one at hand: the nodes from it up to `end` are not seen.
+  void MoveBack(const int* path, int begin, int end) noexcept {
+    for (int p = begin; p < end; ++p) seen_.Clear(path[p]);
+    next_ = begin;
+  }
   // Marks the nodes of a stretch of the path that may have no values yet, as far as this thread knows, and no others.
   // Neither end moves back within a realization, so that each position is marked and cleared once, however far behind
   // another thread is. An empty stretch ends the realization.

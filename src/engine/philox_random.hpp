@@ -39,6 +39,8 @@ class PhiloxRandom final : public RandomSource {
   }
   void EndStretch() noexcept override {}
   const NormalLaw& normal() const noexcept override { return kExactNormal; }
+  bool Independent(int) const noexcept override { return true; }
+  RandomSource* CopyTo(void* place) const noexcept override { return Copy(*this, place); }
 
  private:
   static constexpr std::uint32_t kDraw = 0;

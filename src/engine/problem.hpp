@@ -87,9 +87,7 @@ struct Problem {
 
   const Progress& progress() const noexcept { return front.progress; }
   Dealing dealing() const noexcept { return front.dealing; }
-  // For passes over the nodes that take some nanoseconds a node: below this many, waking other threads takes longer.
-  static constexpr int kWorthATeam = 1 << 17;
-  Dealing passes() const noexcept { return grid.nxyz < kWorthATeam ? Dealing::Serial() : front.dealing; }
+  Dealing passes() const noexcept { return front.dealing.ForPass(grid.nxyz); }  // over the nodes
 };
 
 }  // namespace kestrum

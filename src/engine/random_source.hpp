@@ -1,7 +1,10 @@
 #ifndef KESTRUM_ENGINE_RANDOM_SOURCE_HPP
 #define KESTRUM_ENGINE_RANDOM_SOURCE_HPP
 
+#include <cstddef>
 #include <cstdint>
+#include <new>
+#include <type_traits>
 
 #include "engine/node_draws.hpp"
 #include "numeric/normal_law.hpp"
@@ -28,9 +31,20 @@ class RandomSource {
   // After them.
   virtual void EndStretch() noexcept = 0;
   virtual const NormalLaw& normal() const noexcept = 0;
+  // Whether the first `count` realizations do not depend on one another: copies may draw them then, each any of them.
+  virtual bool Independent(int count) const noexcept = 0;
+  // A copy in kCopySize bytes, aligned for anything, that needs no destruction.
+  static constexpr std::size_t kCopySize = 4096;
+  virtual RandomSource* CopyTo(void* place) const noexcept = 0;
 
  protected:
   ~RandomSource() = default;
+
+  template <typename Source>
+  static RandomSource* Copy(const Source& source, void* place) noexcept {
+    static_assert(sizeof(Source) <= kCopySize && std::is_trivially_destructible_v<Source>);
+    return new (place) Source(source);
+  }
 };
 
 // The generator of the C interface, reseeded for each realization and node.
@@ -67,6 +81,13 @@ class SeededRandom final : public RandomSource {
   // For a next seed of 0, which does not reseed.
   void EndStretch() noexcept override { context_ = draws_.After(n_); }
   const NormalLaw& normal() const noexcept override { return kTabulatedNormal; }
+  bool Independent(int count) const noexcept override {
+    for (int r = 1; r < count; ++r) {
+      if (SeedOf(r) == 0) return false;
+    }
+    return true;
+  }
+  RandomSource* CopyTo(void* place) const noexcept override { return Copy(*this, place); }
 
  private:
   int SeedOf(int r) const noexcept {

@@ -50,6 +50,13 @@ class Realizations {
              nextPath_.Allocate(static_cast<std::size_t>(n)) == 0;
   }
 
+  // Draws realization r alone. It is complete then, but not handed over.
+  template <RealizationLaw Law>
+  [[nodiscard]] int DrawAlone(int r, RandomSource& random, Law& law) noexcept {
+    random.StartRealization(r);
+    return Draw(r, false, random, law);
+  }
+
   template <RealizationLaw Law>
   [[nodiscard]] int Run(int count, RandomSource& random, Law& law, RealizationSink& sink) noexcept {
     const Progress& progress = problem_.progress();

@@ -1,12 +1,13 @@
 #include "engine/simulation.hpp"
 
 #include <cmath>
+#include <optional>
 
 #include "core/object_array.hpp"
 #include "core/statuses.hpp"
 #include "engine/gibbs_sampler.hpp"
 #include "engine/model_systems.hpp"
-#include "engine/realizations.hpp"
+#include "engine/realization_team.hpp"
 
 namespace kestrum {
 namespace {
@@ -39,6 +40,8 @@ class GaussianLaw {
     auto& [solver, chunk] = scratches_[thread];
     view.Solve(systems_, nodes, count, solver, chunk);
   }
+
+  void Discard(int thread) noexcept { scratches_[thread].chunk.Discard(problem_.solver); }
 
   template <typename Visit>
   void ForEachNeighbor(int thread, int i, int node, const Visit& visit) noexcept {
@@ -76,11 +79,11 @@ int Simulate(const Problem& problem, const LocalLaw& law, const GibbsPlan& gibbs
     if (const int status = own.Prepare(problem.setups); status != 0) return status;
   }
   const ModelSystems& systems = problem.systems != nullptr ? *problem.systems : own;
-  GaussianLaw gaussian(problem, law, gibbs, random.normal(), systems[0], value);
-  if (const int status = gaussian.Prepare(); status != 0) return status;
-  Realizations realizations(problem, value);
-  if (const int status = realizations.Prepare(problem.data.bounded && gibbs.passMax > 0); status != 0) return status;
-  return realizations.Run(count, random, gaussian, sink);
+  const auto makeLaw = [&](const Problem& part, real* values, std::optional<GaussianLaw>& place) noexcept {
+    return place.emplace(part, law, gibbs, random.normal(), systems[0], values).Prepare();
+  };
+  return DrawRealizations<GaussianLaw>(problem, count, problem.data.bounded && gibbs.passMax > 0, random, value, sink,
+                                       makeLaw);
 }
 
 }  // namespace kestrum

@@ -185,7 +185,7 @@ void SystemSolver::SolveSideBySide(ChunkSystems& chunk, const int* which, int co
     if ((solved >> lane & 1u) != 0) {
       chunk.system(i).Keep(model, m, &batchWeight_[lane], &batchRhs_[lane], lanes, chunk.weight(i));
     } else if (choice_.factorising()) {
-      choice_.CountFallbacks(1);
+      chunk.CountFallback(choice_);
       SolveAlone(chunk, i, 1);
     } else {
       SolveAlone(chunk, i, 2);
@@ -222,7 +222,7 @@ bool SystemSolver::SolveByFactor(ChunkSystems& chunk, int i) noexcept {
   if (solved) {
     system.Keep(model, m, weight_.data(), rhs_.data(), 1, chunk.weight(i));
   } else {
-    choice_.CountFallbacks(1);
+    chunk.CountFallback(choice_);
   }
   return solved;
 }

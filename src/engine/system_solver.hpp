@@ -74,6 +74,7 @@ class ChunkSystems : public SystemStore {
   void Start(const int* nodes, int count) noexcept {
     nodes_ = nodes;
     count_ = count;
+    nfallback_ = 0;
   }
   // The number of neighbours of the i-th node, whose list entries have been written.
   void SetNeighbors(int i, int m) noexcept {
@@ -88,12 +89,23 @@ class ChunkSystems : public SystemStore {
     for (int i = 0; i < count; ++i) SetNeighbors(i, search.Find(nodes, i, count, scratch, entries(i)));
   }
 
+  // Counts a system that went to the iterative solver, until the chunk is discarded.
+  void CountFallback(const SolverChoice& choice) noexcept {
+    ++nfallback_;
+    choice.CountFallbacks(1);
+  }
+  void Discard(const SolverChoice& choice) noexcept {
+    if (nfallback_ > 0) choice.CountFallbacks(-nfallback_);
+    nfallback_ = 0;
+  }
+
   int count() const noexcept { return count_; }
   int node(int i) const noexcept { return nodes_[i]; }
 
  private:
   const int* nodes_ = nullptr;
   int count_ = 0;
+  int nfallback_ = 0;
 };
 
 // Restart length and cycles for a system of a size.

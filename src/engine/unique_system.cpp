@@ -45,7 +45,7 @@ int UniqueData::Gather(const VORL_GRID& grid, const real* values, int limit) noe
 }
 
 void UniqueData::Rotate(const Rotation& rotation, Dealing dealing) noexcept {
-  dealing.Blocks(n, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+  dealing.ForPass(n).Blocks(n, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
     for (std::ptrdiff_t i = begin; i < end; ++i) {
       const Rotation::Lag at = rotation.ToModelAxes(x[i], y[i], z[i]);
       x[i] = at.x;

@@ -36,7 +36,7 @@ class NeighborListOwner {
   // The list on a grid. nneighborMax: negative for no limit.
   [[nodiscard]] int Finish(const VORL_GRID& grid, int nneighborMax, Dealing dealing, NeighborList& list) noexcept {
     if (const int status = shift_.Allocate(offsets_.size); status != 0) return status;
-    dealing.Blocks(offsets_.size, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    dealing.ForPass(offsets_.size).Blocks(offsets_.size, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       for (std::ptrdiff_t e = begin; e < end; ++e) {
         shift_[e] = offsets_.iy[e] * grid.nx + offsets_.ix[e] + offsets_.iz[e] * grid.nxy;
       }

@@ -148,9 +148,10 @@ class Run {
 
   template <typename Value>
   void FillVariable(VORL_IMAGE* image, const Value& value) const noexcept {
-    front_.dealing.Blocks(image->grid->nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-      for (std::ptrdiff_t i = begin; i < end; ++i) image->var[i] = value(i);
-    });
+    front_.dealing.ForPass(image->grid->nxyz)
+        .Blocks(image->grid->nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+          for (std::ptrdiff_t i = begin; i < end; ++i) image->var[i] = value(i);
+        });
   }
 
   // The data are in the working image now.
@@ -449,7 +450,7 @@ class IndicatorRun : public Run<VORL_KESTRUMINDICATORINPUT> {
       std::snprintf(outputImage_->varName[c], VORL_VARNAME_LENGTH, "%s%s%0*d", input_->varName,
                     VORL_KESTRUM_SUFFIX_FOR_PROBABILITY, VORL_KESTRUM_NB_DIGIT_FOR_CATEGORY_INDEX, c);
       real* const probability = outputImage_->var + c * nxyz;
-      front_.dealing.Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      front_.dealing.ForPass(nxyz).Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
         for (std::ptrdiff_t i = begin; i < end; ++i) {
           const real certain = workingImage_->var[i] == input_->categoryValue[c] ? 1.0 : 0.0;
           probability[i] = Masked(i) ? real{VORL_MISSING_VALUE} : certain;

@@ -39,7 +39,7 @@ void RunOutput::Collect(const VORL_IMAGE& image, int iv, const Dealing& dealing)
   if (outputImage == nullptr) return;
   const std::ptrdiff_t nxyz = image.grid->nxyz;
   std::copy_n(image.varName[0], VORL_VARNAME_LENGTH, outputImage->varName[iv]);
-  dealing.Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+  dealing.ForPass(nxyz).Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
     std::copy(image.var + begin, image.var + end, outputImage->var + iv * nxyz + begin);
   });
 }

@@ -287,7 +287,7 @@ TEST_F(RunDriver, EveryAllocationMayFail) {
 // A grid so large that threads share the passes over its nodes, with data on it and a mask: the same values.
 TEST_F(RunDriver, ThreadsShareALargeGrid) {
   const VORL_GRID grid = MakeGrid(411, 333, 1);
-  ASSERT_GE(grid.nxyz, kestrum::Problem::kWorthATeam);
+  ASSERT_GE(grid.nxyz, kestrum::Dealing::kWorthATeam);
   std::vector<std::vector<real>> results;
   for (const int nthreads : {0, 1, 3}) {
     RunRecords records(grid, kModel, {{0, 0, 0, 1.0}, {200, 100, 0, 4.0}, {410, 332, 0, 2.0}});
