@@ -70,7 +70,7 @@ class PathWalk {
     std::fill(drawer_.begin(), drawer_.end(), kNobody);
     std::fill(ndrawnOf_.begin(), ndrawnOf_.end(), 0);
     problem_.dealing().EachThread([&](int thread, int team) noexcept {
-      Walk walk{law, random, ranks, value, thread, team, Dealing::Crowded(team), ChunkSize(team)};
+      Walk<Law> walk{law, random, ranks, value, thread, team, Dealing::Crowded(team), ChunkSize(team)};
       if (team > 1 && thread == team - 1) beside();
       views_[thread].Start(before, problem_.path.firstSimulated);
       for (;;) {
