@@ -46,7 +46,7 @@ class Kriging {
   Kriging(const std::shared_ptr<Model>& model, const Array<double>& coordinates, const Array<double>& values,
           const MaybeArray<double>& errorVariances, const MaybeArray<double>& means,
           const MaybeArray<double>& covariates, int neighbors, const std::array<double, 3>& radius, bool euclidean,
-          int degree, double mean, const std::array<int, 3>& block, int nthreads)
+          int degree, double mean, const std::array<int, 3>& block, int nthreads, const py::object& progress)
       : model_(model), dimension_(static_cast<int>(coordinates.shape(1))) {
     const std::ptrdiff_t n = values.size();
     PlaceData data;
@@ -70,7 +70,7 @@ class Kriging {
     std::copy(block.begin(), block.end(), options.block);
     PlaceProblem problem;
     Monitor monitor;
-    const int status = RunWatched(py::none(), monitor, [&] {
+    const int status = RunWatched(progress, monitor, [&] {
       return kriging_.Prepare(data, *model_->record(), options, Dealing::Threads(nthreads),
                               {&monitor.record, &Monitor::Update}, &problem);
     });
@@ -156,13 +156,14 @@ class Kriging {
 
 void BindPlaceKriging(py::module_& module) {
   py::class_<Kriging>(module, "PlaceKriging", "Data and a model, ready to krige any number of places.")
-      .def(py::init<const std::shared_ptr<Model>&, const Array<double>&, const Array<double>&,
-                    const MaybeArray<double>&, const MaybeArray<double>&, const MaybeArray<double>&, int,
-                    const std::array<double, 3>&, bool, int, double, const std::array<int, 3>&, int>(),
-           py::arg("model"), py::arg("coordinates").noconvert(), py::arg("values").noconvert(),
-           py::arg("error_variance").noconvert(), py::arg("means").noconvert(), py::arg("covariates").noconvert(),
-           py::arg("neighbors"), py::arg("radius"), py::arg("euclidean"), py::arg("degree"), py::arg("mean"),
-           py::arg("block"), py::arg("threads"))
+      .def(
+          py::init<const std::shared_ptr<Model>&, const Array<double>&, const Array<double>&, const MaybeArray<double>&,
+                   const MaybeArray<double>&, const MaybeArray<double>&, int, const std::array<double, 3>&, bool, int,
+                   double, const std::array<int, 3>&, int, const py::object&>(),
+          py::arg("model"), py::arg("coordinates").noconvert(), py::arg("values").noconvert(),
+          py::arg("error_variance").noconvert(), py::arg("means").noconvert(), py::arg("covariates").noconvert(),
+          py::arg("neighbors"), py::arg("radius"), py::arg("euclidean"), py::arg("degree"), py::arg("mean"),
+          py::arg("block"), py::arg("threads"), py::arg("progress") = py::none())
       .def("on_grid", &Kriging::OnGrid, py::arg("grid"), py::arg("first"), py::arg("extent"),
            py::arg("mask").noconvert(), py::arg("means").noconvert(), py::arg("covariates").noconvert(),
            py::arg("estimate").noconvert(), py::arg("variance").noconvert(), py::arg("threads"), py::arg("progress"))

@@ -31,7 +31,8 @@ class PlaceKriging:
     """Data and a model. Methods give counts: places without data, undetermined, indefinite, with redundant data."""
     def __init__(self, model: Model, coordinates: _Floats, values: _Floats, error_variance: _Floats | None,
                  means: _Floats | None, covariates: _Floats | None, neighbors: int, radius: tuple[float, float, float],
-                 euclidean: bool, degree: int, mean: float, block: tuple[int, int, int], threads: int) -> None: ...
+                 euclidean: bool, degree: int, mean: float, block: tuple[int, int, int], threads: int,
+                 progress: _Progress = ...) -> None: ...
     def on_grid(self, grid: _Grid, first: tuple[int, int, int], extent: tuple[int, int, int], mask: _Mask | None,
                 means: _Floats | None, covariates: _Floats | None, estimate: _Floats, variance: _Floats, threads: int,
                 progress: _Progress) -> tuple[int, int, int, int]: ...

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import itertools
+import math
 from functools import partial
 from typing import Any
 
@@ -25,13 +26,12 @@ def blocks(name: str, image: Any) -> Any:
     """The Dask array of an image."""
     array = _door.held(name, image)
     require_image(name, array)
-    require_sizes(name, array)
+    _lazy.require_sizes(name, array)
+    if any(0 in sizes for sizes in array.chunks) and array.size > 0:
+        array = array.rechunk(tuple(tuple(n for n in sizes if n > 0) for sizes in array.chunks))
+    if (largest := math.prod(map(max, array.chunks))) >= 2**31:
+        raise DataError(f"{name} has blocks of {largest:,} nodes, but they may have at most {2**31 - 1:,}. Rechunk it.")
     return array
-
-
-def require_sizes(name: str, array: Any) -> None:
-    if np.isnan(array.shape).any():
-        raise DataError(f"{name} has blocks of unknown sizes. Call compute_chunk_sizes().")
 
 
 def around(name: str, image: Any, reach: list[int], function: Any, kind: Any, option: Any, threads: Any) -> Any:
@@ -104,7 +104,7 @@ def _pair_sums(block: NDArray[Any], own: list[int], lags: tuple[int, ...], funct
         sign = -1 if sum(later) % 2 else 1
         reach = [min(lag, n - 1) for lag, n in zip(lags, box.shape)]
         at: Any = (..., *(slice(lag - most, lag + most + 1) for lag, most in zip(lags, reach)))
-        tables = function(box, tuple(reach), threads, None)
+        tables: tuple[NDArray[Any], ...] = _lazy.cancellable(partial(function, box, tuple(reach), threads))
         sums = sums or [np.zeros((*table.shape[: table.ndim - len(lags)], *(2 * lag + 1 for lag in lags)), table.dtype) for table in tables]
         for total, table in zip(sums, tables):
             total[at] += sign * table

@@ -9,7 +9,7 @@ from typing import Any, Literal, TypeVar
 import numpy as np
 from numpy.typing import NDArray
 
-from . import _core, _door
+from . import _core, _door, _lazy
 from ._errors import ArgumentError, ArgumentTypeError, DataError
 
 Connectivity = Literal[4, 8, 6, 18, 26]
@@ -22,9 +22,13 @@ _Checked = TypeVar("_Checked", int, float)
 
 def as_image(name: str, value: Any) -> NDArray[Any]:
     """An array of numbers of two or three axes, not copied."""
-    given = _door.array(name, value)
+    held = _door.held(name, value)
+    remedy = "a part of it" if _lazy.is_lazy(held) else "a part of it, or a Dask array"
+    if _lazy.is_lazy(held):
+        require_few(name, held, remedy)  # before it is computed
+    given = _door.array(name, held)
     require_image(name, given)
-    require_few(name, given, "a part of it, or a Dask array")
+    require_few(name, given, remedy)
     return given
 
 

@@ -325,7 +325,7 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
     frame: Any = image if _door.is_xarray(image) else None
     data: Any = _door.held("image", image)
     if lazy := _lazy.is_lazy(data):
-        _image_blocks.require_sizes("image", data)
+        _lazy.require_sizes("image", data)
     else:
         data = _door.array("image", data)
     if frame is not None and "realization" in frame.dims[1:]:

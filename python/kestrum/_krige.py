@@ -33,6 +33,7 @@ class _Drift:
     mean: float = 0.0
     at_data: Floats | None = None
     fields: tuple[Any, ...] = ()  # the mean or the covariates at the targets; of the grid's shape, or lazy
+    names: tuple[str, ...] = ()  # of these, in messages
 
     @property
     def covariates(self) -> int:
@@ -143,7 +144,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     known = _drift(points, target, mean, drift, taken)
     known.require_neighbors(neighbors, target.dimension)
     if neighbors is None or neighbors >= len(points):
-        _memory.require(8 * len(points) ** 2 * (radii is None), f"a system of all {len(points):,} data",
+        _memory.require(4 * len(points) * (len(points) + 200) * (radii is None), f"a system of all {len(points):,} data",
                         "Give neighbors=, for instance 20.")
     if target.grid is not None:
         _warn_if_apart(points, target)
@@ -186,14 +187,15 @@ class _Task:
     mean: float
     cells: tuple[int, int, int]
     threads: int
+    fields: tuple[str, ...]
     built: _lazy.Once[_core.PlaceKriging] = field(default_factory=_lazy.Once)
 
-    def build(self, neighbors: int | None = None) -> _core.PlaceKriging:
+    def build(self, neighbors: int | None = None, report: Any = None) -> _core.PlaceKriging:
         simple = self.degree < 0
         return _core.PlaceKriging(self.model._native(self.target.dimension, self.target), self.places, self.values, self.errors,
                                   self.at_data if simple else None, None if simple else self.at_data,
                                   self.neighbors if neighbors is None else neighbors, self.radii, self.model.isotropic, self.degree,
-                                  self.mean, self.cells, self.threads)
+                                  self.mean, self.cells, self.threads, report)
 
     def krige(self, kriging: _core.PlaceKriging, window: tuple[tuple[int, ...], tuple[int, ...]] | None,
               mask: NDArray[np.uint8] | None, at_targets: Floats | None, estimate: Floats, variance: Floats,
@@ -231,7 +233,7 @@ def _prepared(points: Points, model: CovModel, target: Target, neighbors: int | 
     if known.degree >= 0:
         model = model._lifted(places)
     return _Task(model, target, places, values, errors, at_data, neighbors or 0, radii or (0.0, 0.0, 0.0), known.degree, known.mean,
-                 cells, threads)
+                 cells, threads, known.names)
 
 
 def _chunks(chunks: Any, target: Target, solver: str) -> tuple[tuple[int, ...], ...]:
@@ -250,8 +252,10 @@ def _chunks(chunks: Any, target: Target, solver: str) -> tuple[tuple[int, ...], 
 
 def _tiles(task: _Task, points: Points, sizes: tuple[tuple[int, ...], ...], mask: Any, fields: tuple[Any, ...]) -> dict[str, Any]:
     """The result in lazy tiles. The task goes to each worker once, arrays on the grid by their chunks."""
-    if max(math.prod(part) for part in itertools.product(*(set(axis) for axis in sizes))) >= 2**31:
+    largest = math.prod(max(axis) for axis in sizes)
+    if largest >= 2**31:
         raise ArgumentError("chunks have more than 2,147,483,647 cells. Give smaller ones.")
+    _memory.require((17 + 8 * len(fields)) * largest, f"a chunk of {largest:,} cells", "Give smaller chunks.")
     try:
         task.build(neighbors=1)  # which refuses what cannot be kriged, without a large system
     except ValueError as error:
@@ -279,18 +283,18 @@ def _tile(task: _Task, first: tuple[int, ...], extent: tuple[int, ...], blocks: 
     mask, *fields = given
     if mask is not None and not mask.any():
         return np.full((2, *extent), np.nan)
-    for number, values in enumerate(fields):
-        _where_informed("mean" if task.degree < 0 else f"drift {number + 1}", values, mask)
+    for name, values in zip(task.fields, fields):
+        _where_informed(name, values, mask, first)
     at_targets = _at_targets(tuple(fields), task.degree < 0) if fields else None
     result = np.empty((2, math.prod(extent)))
-    kriging = task.built.get(task.build)
+    kriging = _lazy.cancellable(lambda report: task.built.get(lambda: task.build(report=report)))
     _lazy.cancellable(lambda report: task.krige(kriging, (first, extent), mask, at_targets, result[0], result[1], report))
     return np.asarray(result.reshape(2, *extent)[(slice(None), *flips)])
 
 
 def _at_targets(fields: tuple[Floats, ...], simple: bool) -> Floats:
     """As the engine takes them. Cells left out are never read."""
-    rows: Floats = np.nan_to_num(np.stack([field.reshape(-1) for field in fields]))
+    rows: Floats = np.nan_to_num(np.stack([field.reshape(-1) for field in fields]), copy=False)
     return np.asarray(rows[0]) if simple else rows
 
 
@@ -374,7 +378,7 @@ def _drift(points: Points, target: Target, mean: Any, drift: Any, mask: NDArray[
         if np.isnan(at_data).any():
             rows = points._given_rows(np.flatnonzero(np.isnan(at_data)))
             raise DataError(f"mean is NaN in the cells of data ({_door.rows(rows)}), where it is needed, masked or not. Fill it in.")
-        return _Drift(-1, 0.0, at_data, (means,))
+        return _Drift(-1, 0.0, at_data, (means,), ("mean",))
     plain = _without_fields(mean, drift, "(values at the points, values where)")
     if plain is not None:
         return plain
@@ -385,7 +389,7 @@ def _drift(points: Points, target: Target, mean: Any, drift: Any, mask: NDArray[
         columns.append(_at_points(name, pair[0], points))
         field = target.values(f"drift {name!r}", pair[1])
         fields.append(field if _lazy.is_lazy(field) else _where_informed(f"drift {name!r}", field, mask))
-    return _Drift(0, 0.0, np.stack(columns), tuple(fields))
+    return _Drift(0, 0.0, np.stack(columns), tuple(fields), tuple(f"drift {name!r}" for name in drift))
 
 
 def _without_fields(mean: Any, drift: Any, external: str) -> _Drift | None:
@@ -411,14 +415,14 @@ def _at_points(name: str, given: Any, points: Points) -> Floats:
     return _door.finite(f"drift {name!r} at the points", values)
 
 
-def _where_informed(name: str, values: Floats, mask: NDArray[np.uint8] | None) -> Floats:
-    """Refuses what is not finite at targets that are computed."""
+def _where_informed(name: str, values: Floats, mask: NDArray[np.uint8] | None, first: tuple[int, ...] | None = None) -> Floats:
+    """Refuses what is not finite at targets that are computed. first: the place of the values, if they are a part."""
     bad = ~np.isfinite(values)
     if mask is not None and not _lazy.is_lazy(mask):
         bad &= mask.reshape(values.shape) != 0
     if bad.any():
         remedy = " Leave those cells out by a mask, or fill them in." if values.ndim > 1 else " Fill them in."
-        place = tuple(map(int, np.argwhere(bad)[0]))
+        place = tuple(int(index) + start for index, start in zip(np.argwhere(bad)[0], first or (0,) * bad.ndim))
         raise GridError(f"{name} is not finite at {int(bad.sum()):,} of {values.size:,} places to compute "
                         f"(the first is at index {place if len(place) > 1 else place[0]}).{remedy}")
     return values

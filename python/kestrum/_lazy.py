@@ -10,7 +10,7 @@ from collections.abc import Callable
 from concurrent.futures import CancelledError
 from typing import Any, Generic, TypeVar
 
-from ._errors import ArgumentError
+from ._errors import ArgumentError, DataError
 
 
 def require() -> None:
@@ -28,6 +28,11 @@ def is_lazy(value: Any) -> bool:
 def sizes(n: int, size: int) -> tuple[int, ...]:
     """The sizes of chunks along one dimension."""
     return (size,) * (n // size) + ((n % size,) if n % size else ())
+
+
+def require_sizes(name: str, array: Any) -> None:
+    if any(n != n for n in array.shape):
+        raise DataError(f"{name} has blocks of unknown sizes. Call compute_chunk_sizes().")
 
 
 def blocks(values: Any, chunks: tuple[tuple[int, ...], ...]) -> Any:

@@ -42,4 +42,4 @@ def require(size: int, what: str, remedy: str) -> None:
 def require_for_grid(grid: Grid, arrays: int) -> None:
     """Raises MemoryError if some arrays of numbers on a grid cannot be had."""
     cells = grid.nx * grid.ny * grid.nz
-    require(cells * 8 * arrays, f"a result on {grid.nx:,} x {grid.ny:,} x {grid.nz:,} cells", "Take larger cells, or a part of the grid.")
+    require(cells * 8 * arrays, f"a result on {grid.nx:,} x {grid.ny:,} x {grid.nz:,} cells", "Take larger cells, or a part of the grid, or make it in tiles by chunks=.")

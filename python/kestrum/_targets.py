@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from functools import partial
 from typing import TYPE_CHECKING, Any, Union
 
 import numpy as np
@@ -80,7 +81,7 @@ class Target:
             return flat
         if _door.is_xarray(value) and any(axis in value.coords for axis in self.grid.dims):
             return self._by_coordinates(name, value, error)
-        array = value.astype(np.float64) if self._stays_lazy(value) else _door.reals(name, value, error)
+        array = _lazy_reals(name, value, error) if self._stays_lazy(value) else _door.reals(name, value, error)
         if array.shape != self.shape:
             swapped = " Transpose it." if array.shape == self.shape[::-1] else ""
             raise error(f"{name} is of shape {array.shape}, but the grid's shape is {self.shape}, ordered "
@@ -109,7 +110,7 @@ class Target:
             if not same:
                 raise error(f"{name} has other coordinates {axis} than the grid. Bring it onto the grid first: "
                             f"{name}.interp({axis}=grid.coords[{axis!r}]).")
-        return value.data.astype(np.float64) if self._stays_lazy(value.data) else _door.reals(name, value, error)  # type: ignore[no-any-return]
+        return _lazy_reals(name, value.data, error) if self._stays_lazy(value.data) else _door.reals(name, value, error)  # type: ignore[no-any-return]
 
     def _flips(self) -> tuple[slice, ...]:
         """Between the order of a template and ascending order, either way."""
@@ -159,3 +160,13 @@ class Target:
             dims = ("point",)
             coords = {axis: ("point", self.places[:, i]) for i, axis in enumerate(AXES[:self.dimension])}
         return xr.Dataset({name: (dims, values, attributes[name]) for name, values in variables.items()}, coords, general)
+
+
+def _lazy_reals(name: str, array: Any, error: type[KestrumError]) -> Any:
+    """What reals makes of the blocks of a Dask array, which may be masked."""
+    _door.reals(name, np.zeros(1, array.dtype), error)
+    return array.map_blocks(partial(_reals_of, name, error), dtype=np.float64, meta=np.empty((0,) * array.ndim))
+
+
+def _reals_of(name: str, error: type[KestrumError], block: Any) -> Floats:
+    return _door.reals(name, block, error)

@@ -2,7 +2,8 @@
 
 Realizations come one after another, so that an ensemble larger than memory can be taken from a lazy array (`simulate`
 with chunks=, or one opened from zarr): results are lazy then, and realizations are let go as they are used. Results are the
-same to the last bit for any chunks.
+same to the last bit for any chunks. Ask Dask for one of them at a time: of several together it makes one first, and holds the
+realizations for the others; mean and variance share one pass.
 
     >>> import kestrum as ks
     >>> fields = ks.simulate(None, ks.Spherical(1.0, range=8), ks.Grid(20, 15), n=50)
@@ -198,7 +199,7 @@ def _nearest_cell(dim: str, centres: Floats, place: Any) -> int:
 
 
 def _quantiles(block: NDArray[Any], levels: Floats) -> Floats:
-    return np.asarray(np.quantile(block.astype(np.float64, copy=False), levels, axis=0))
+    return np.asarray(np.quantile(_door.array("realizations", block).astype(np.float64, copy=False), levels, axis=0))
 
 
 def _several(name: str, given: Any) -> tuple[Floats, bool]:
@@ -215,7 +216,11 @@ def _values(realizations: Any) -> Any:
             raise ArgumentError("realizations have no dimension 'realization'. Give the DataArray that simulate returns.")
         values = realizations.transpose("realization", ...).data
     else:
-        values = realizations if _lazy.is_lazy(realizations) else _door.array("realizations", realizations)
+        values = realizations
+    if _lazy.is_lazy(values):
+        _lazy.require_sizes("realizations", values)
+    else:
+        values = _door.array("realizations", values)
     if values.dtype.kind not in "biuf":
         raise ArgumentTypeError(f"realizations must be numbers, but are of type {values.dtype}.")
     if values.ndim == 0 or values.shape[0] == 0:
@@ -258,9 +263,13 @@ def _lazily(values: Any, add: Callable[..., _State], states: int, arguments: tup
         before = None
         for k in range(final + 1):
             key = (f"ensemble-{token}", 0, *block) if k == final else (f"ensemble-{k}-{token}", *block)
-            tasks[key] = (add, before, (values.name, k, *block), int(starts[k]), *arguments)
+            tasks[key] = (_added, add, before, (values.name, k, *block), int(starts[k]), *arguments)
             before = key
     return _lazy.array(f"ensemble-{token}", tasks, ((states,), *values.chunks[1:]), np.float64, [values])
+
+
+def _added(add: Callable[..., _State], state: _State | None, block: Any, *arguments: Any) -> _State:
+    return add(state, _door.array("realizations", block), *arguments)  # a block may be masked
 
 
 # These change nothing that they are given: a task may be run again.

@@ -95,6 +95,12 @@ def test_realizations_are_let_go(statistic):
     assert len(most) == 40 and max(most) <= 3
 
 
+def test_masked_chunks():
+    values = np.ma.array(fields_of(), mask=np.random.default_rng(1).uniform(size=fields_of().shape) < 0.05)
+    for statistic in (ks.ensemble.mean, ks.ensemble.variance, lambda given: ks.ensemble.quantile(given, 0.3), lambda given: ks.ensemble.probability_above(given, 0.1)):
+        np.testing.assert_array_equal(statistic(da.from_array(values, 2)), statistic(values))
+
+
 def test_refusals():
     values = fields_of()
     array = xr.DataArray(values, dims=("k", "y", "x"))
@@ -107,6 +113,7 @@ def test_refusals():
                        (lambda: ks.ensemble.probability_connected(values, (0, 0, 0)), "3 indices"),
                        (lambda: ks.ensemble.probability_connected(values, {"x": 1.0}), "no.*|none"),
                        (lambda: ks.ensemble.probability_connected(array.rename(k="realization"), {"x": 1.0}), "needs y, x"),
-                       (lambda: ks.ensemble.probability_connected(values, (0, 0), connectivity=6), "one of 4, 8")):
+                       (lambda: ks.ensemble.probability_connected(values, (0, 0), connectivity=6), "one of 4, 8"),
+                       (lambda: ks.ensemble.mean(da.from_array(values, 1)[da.arange(len(values), chunks=1) > 0]), "compute_chunk_sizes")):
         with pytest.raises(ks.KestrumError, match=text):
             call()

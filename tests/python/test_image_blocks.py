@@ -120,6 +120,14 @@ def test_counts_of_pairs_are_those_of_the_whole(pair, longest, share):
         xr.testing.assert_allclose(found, whole, 1e-9, 1e-9)
 
 
+def test_blocks_without_nodes():
+    image = IMAGES[0]
+    lazy = da.from_array(image, ((0, 11, 0, 12), (31,)))
+    assert np.array_equal(ks.label(lazy)[0], ks.label(image)[0]) and np.array_equal(ks.distance(lazy, signed=True), ks.distance(image, signed=True))
+    with pytest.raises(ks.DataError, match="Rechunk"):
+        ks.label(da.zeros((50_000, 50_000), chunks=-1, dtype=np.uint8))
+
+
 def test_counts_of_pairs_of_blocks_refuse():
     many = da.arange(600.0, chunks=100).reshape(6, 100)
     for image, options, text in ((many, {}, "more than 255"), (many.rechunk(-1), {}, "more than 255"), (many * np.nan, {}, "no values"), (many, {"threads": 0}, "threads")):

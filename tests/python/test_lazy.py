@@ -78,8 +78,18 @@ def test_lazy_arrays_on_the_grid_stay_lazy():
     down = xr.DataArray(lazily(DOWN.values), DOWN.coords, DOWN.dims)
     lazy = ks.krige(POINTS, MODEL, DOWN, neighbors=9, mask=down.notnull(), drift={"height": (AT, down.transpose("x", "y"))}, chunks={"x": 6, "y": 5})
     xr.testing.assert_identical(lazy.compute(), ks.krige(POINTS, MODEL, DOWN, neighbors=9, mask=DOWN.notnull(), drift={"height": (AT, DOWN)}))
-    with pytest.raises(ks.GridError, match="drift 1 is not finite"):
-        ks.krige(POINTS, MODEL, PLANE, neighbors=9, drift={"height": (AT, lazily(FIELD))}, chunks={"y": 5, "x": 6}).compute()
+    # What is masked is missing.
+    some = np.ma.array(np.full(PLANE.shape, 20.0), mask=np.asarray(HOLES) == 0)
+    heights = np.ma.array(np.nan_to_num(FIELD), mask=some.mask)
+    lazy = ks.krige(POINTS, MODEL, PLANE, neighbors=9, mask=da.from_array(some > 0, (5, 6)), drift={"height": (AT, da.from_array(heights, (5, 6)))}, chunks={"y": 5, "x": 6})
+    xr.testing.assert_identical(lazy.compute(), ks.krige(POINTS, MODEL, PLANE, neighbors=9, mask=some > 0, drift={"height": (AT, heights)}))
+    holes = np.argwhere(~np.isfinite(FIELD))
+    for options, error, text in (({"drift": {"height": (AT, lazily(FIELD))}}, ks.GridError, r"drift 'height' is not finite at .*index \("),
+                                 ({"mask": da.from_array(np.full(PLANE.shape, "a"), (5, 6))}, ks.ArgumentTypeError, "mask must be numbers")):
+        with pytest.raises(error, match=text) as said:
+            ks.krige(POINTS, MODEL, PLANE, neighbors=9, chunks={"y": 5, "x": 6}, **options).compute()
+        if "index" in text:
+            assert any(str(tuple(hole)) in str(said.value) for hole in holes.tolist())
 
 
 def test_maps_larger_than_memory():
