@@ -68,7 +68,8 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     model : CovModel
         Their covariances.
     where : Grid, xarray.DataArray, xarray.Dataset or array_like
-        A grid; a template whose coordinates are a grid; or places, (m, 2) or (m, 3).
+        A grid; a template whose coordinates are a grid; or places, (m, 2) or (m, 3). With 1,000 data or more and few
+        neighbors a grid and a list of its cells agree to rounding, not to the last bit.
     neighbors : int, optional
         How many data serve a place, the nearest; all by default. Nearest is by distance in units of the model's longest
         range along each of its axes. Ties go to the earlier datum.

@@ -23,14 +23,15 @@ constexpr std::ptrdiff_t Row(std::ptrdiff_t i) noexcept { return i * (i + 1) / 2
 }  // namespace
 
 bool PlaceCells::Serve(const PlaceRun& run, const PlaceNeighborhood& neighborhood) noexcept {
-  // With fewer data, many targets have the same ones, or there is little to gain.
-  constexpr std::int64_t kNodesOfDatum = 24;
-  constexpr int kLeastData = 10000;
+  // With fewer data, many targets have the same ones: there are about twice as many sets of k data in the plane as k times
+  // the data, and far more in space. For the fewest there is little to gain.
+  constexpr int kLeastData = 1000;
+  const std::int64_t nodesOfDatum = std::int64_t{neighborhood.limit} * (run.data.dimension > 2 ? 10 : 3);
   const VORL_GRID& grid = run.targets.places.grid;
   return run.targets.places.list == nullptr && run.fold == nullptr && !run.covariance.varies() &&
          run.data.terms.variables() == 0 && run.results.weights == nullptr && neighborhood.limit > 0 &&
          neighborhood.limit <= kMaxMembers && run.data.n >= kLeastData &&
-         std::int64_t{grid.nx} * grid.ny * grid.nz <= kNodesOfDatum * std::int64_t{run.data.n};
+         std::int64_t{grid.nx} * grid.ny * grid.nz <= nodesOfDatum * run.data.n;
 }
 
 int PlaceCells::Allocate(const PlaceRun& run) noexcept {

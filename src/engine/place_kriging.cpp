@@ -540,6 +540,7 @@ int PlaceKriging::Prepare(const PlaceData& data, const VORL_COVMODEL& model, con
 
 PlaceNeighborhood PlaceKriging::NeighborhoodAt(const PlaceCovariance& covariance, int node) const noexcept {
   PlaceNeighborhood neighborhood;
+  neighborhood.metric.planar = data_.dimension < 3;
   if (!options_.euclidean) neighborhood.metric = covariance.MetricAt(node, data_.dimension);
   neighborhood.limit = options_.neighbors;
   neighborhood.bounded = options_.radius[0] > 0.0;

@@ -14,6 +14,7 @@ struct PlaceMetric {
   bool rotated = false;                                   // else the axes are those of the coordinates
   double axis[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};  // by rows
   double weight[3] = {1, 1, 1};
+  bool planar = false;  // no lag has a component along z
 
   // The metric in units of a range along each axis of the model; of lags in the plane if `dimension` is 2.
   //   ranges     above 0.0; one along an axis that no lag has a component of is not read
@@ -22,6 +23,7 @@ struct PlaceMetric {
   static PlaceMetric FromRanges(const double* ranges, const Rotation* rotation, int dimension,
                                 double* longest = nullptr) noexcept {
     PlaceMetric metric;
+    metric.planar = dimension < 3;
     for (int a = 0; a < 3; ++a) {
       for (int b = 0; b < 3 && rotation != nullptr; ++b) metric.axis[a][b] = rotation->m[b][a];
     }

@@ -50,8 +50,10 @@ KESTRUM_KERNEL_INLINE void BoundsOfVector(const PlaceMetric& metric, const Place
   }
   Vector low = Vector{};
   Vector high = Vector{};
+  const bool plain = metric.planar && !metric.rotated;
 #pragma GCC unroll 3
   for (int a = 0; a < 3; ++a) {
+    if (a == 2 && plain) break;
     Vector u = middle[a];
     Vector reach = half[a];
     if (metric.rotated) {
@@ -169,7 +171,8 @@ KESTRUM_KERNEL_TARGET double LimitOfNoMore(int n, double* values, int k) noexcep
 
 KESTRUM_KERNEL_INLINE Vector Square(const PlaceMetric& metric, Vector dx, Vector dy, Vector dz) {
   if (!metric.rotated) {
-    return metric.weight[0] * (dx * dx) + metric.weight[1] * (dy * dy) + metric.weight[2] * (dz * dz);
+    const Vector inPlane = metric.weight[0] * (dx * dx) + metric.weight[1] * (dy * dy);
+    return metric.planar ? inPlane : inPlane + metric.weight[2] * (dz * dz);
   }
   Vector sum = Vector{};
 #pragma GCC unroll 3
@@ -298,7 +301,13 @@ KESTRUM_KERNEL_INLINE void FindSquares(const PlaceNeighborhood& neighborhood, do
   const PlaceMetric metric = neighborhood.metric;
   const PlaceMetric ellipsoid = neighborhood.ellipsoid;
   const Vector infinite = Broadcast<Vector>(__builtin_inf());
-  for (int i = 0; i < n; i += kWidth) {
+  const bool plain = metric.planar && !metric.rotated && !neighborhood.bounded;
+  for (int i = 0; plain && i < n; i += kWidth) {
+    const Vector dx = Load<Vector>(data.x + i) - x;
+    const Vector dy = Load<Vector>(data.y + i) - y;
+    Store(squares + i, metric.weight[0] * (dx * dx) + metric.weight[1] * (dy * dy));
+  }
+  for (int i = plain ? n : 0; i < n; i += kWidth) {
     const Vector dx = Load<Vector>(data.x + i) - x;
     const Vector dy = Load<Vector>(data.y + i) - y;
     const Vector dz = Load<Vector>(data.z + i) - z;
