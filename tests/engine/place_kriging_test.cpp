@@ -702,6 +702,12 @@ TEST(PlaceKriging, SurvivesFailingAllocations) {
       kestrum_test::ForEachFailingAllocation([&] { return problem.Krige().status; });
     }
   }
+  // By cells.
+  PlaceProblem dense = MakeProblem(2, true, 1000);
+  dense.SetGrid(5, 4, 1, {0.3, 0.2, 1.0}, {4.0, 5.0, 0.0});
+  dense.options.neighbors = 20;
+  dense.wantWeights = false;
+  kestrum_test::ForEachFailingAllocation([&] { return dense.Krige().status; });
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "engine/philox_random.hpp"
 #include "engine/realization_team.hpp"
+#include "support/allocation_failure.hpp"
 
 namespace {
 
@@ -132,6 +133,16 @@ TEST(Realizations, EndWhereTheSinkFails) {
     const Drawn drawn = Draw(40, 12, dealing, random, 4);
     EXPECT_EQ(drawn.status, -7);
     EXPECT_EQ(drawn.all.size(), 5u * 40 * 40);
+  }
+}
+
+// Nothing but the path that is made ahead can be done without.
+TEST(Realizations, SurviveFailingAllocations) {
+  for (const int count : {1, 6}) {
+    kestrum_test::ForEachFailingAllocation([&] {
+      kestrum::PhiloxRandom random(5, 2);
+      return Draw(40, count, Dealing::Threads(2), random).status;
+    });
   }
 }
 
