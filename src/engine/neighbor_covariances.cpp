@@ -84,24 +84,31 @@ void NeighborCovariances::Fill(const LocalModel& local, const int* entries, int 
     }
     return;
   }
-  // Row by row. A model that is not stationary has the parameters of the target node for every pair of neighbours.
+  // Some rows at a time. A model that is not stationary has the parameters of the target node for every pair of neighbours.
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list_->offsets;
   const VORL_GRID& grid = list_->grid;
-  real* lagX = lag;
-  real* lagY = lag + m;
-  real* lagZ = lag + 2 * m;
-  real* row = lag + 3 * m;
-  for (int i = 0; i < m - 1; ++i) {
-    const int first = entries[i];
-    const int count = m - 1 - i;
-    for (int k = 0; k < count; ++k) {
-      const int other = entries[i + 1 + k];
-      lagX[k] = (offsets.ix[other] - offsets.ix[first]) * grid.sx;
-      lagY[k] = (offsets.iy[other] - offsets.iy[first]) * grid.sy;
-      lagZ[k] = (offsets.iz[other] - offsets.iz[first]) * grid.sz;
+  const int room = m + kLagsTogether;
+  real* const lagX = lag;
+  real* const lagY = lag + room;
+  real* const lagZ = lag + 2 * room;
+  real* const covariance = lag + 3 * room;
+  for (int begin = 0; begin < m - 1;) {
+    int end = begin;
+    int count = 0;
+    for (; end < m - 1 && count < kLagsTogether; ++end) {
+      const int first = entries[end];
+      for (int j = end + 1; j < m; ++j, ++count) {
+        const int other = entries[j];
+        lagX[count] = (offsets.ix[other] - offsets.ix[first]) * grid.sx;
+        lagY[count] = (offsets.iy[other] - offsets.iy[first]) * grid.sy;
+        lagZ[count] = (offsets.iz[other] - offsets.iz[first]) * grid.sz;
+      }
     }
-    local.Evaluate(count, lagX, lagY, lagZ, row);
-    for (int k = 0; k < count; ++k) store(i, i + 1 + k, row[k]);
+    local.Evaluate(count, lagX, lagY, lagZ, covariance);
+    const real* next = covariance;
+    for (; begin < end; ++begin) {
+      for (int j = begin + 1; j < m; ++j) store(begin, j, *next++);
+    }
   }
 }
 

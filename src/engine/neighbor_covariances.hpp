@@ -2,6 +2,7 @@
 #define KESTRUM_ENGINE_NEIGHBOR_COVARIANCES_HPP
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 #include "core/buffer.hpp"
@@ -20,11 +21,15 @@ class NeighborCovariances {
   // Model and list must outlive the covariances. share: number of tables that share the memory of a run.
   [[nodiscard]] int Prepare(const KrigingModel& model, const NeighborList& list, int share) noexcept;
 
+  // So many lags are evaluated at once, and those of one more row.
+  static constexpr int kLagsTogether = 256;
+  static constexpr std::size_t LagSize(int m) noexcept { return 4 * (static_cast<std::size_t>(m) + kLagsTogether); }
+
   // Whether FillSideBySide can be used.
   bool tabulated() const noexcept { return static_cast<bool>(table_); }
 
   // Writes the covariances of a system's neighbours, both triangles, without the diagonal: element (i, j) goes to
-  // matrix[(i*size + j)*stride]. `lag` is scratch for 4*m values.
+  // matrix[(i*size + j)*stride]. `lag` is scratch for LagSize(m) values.
   void Fill(const LocalModel& local, const int* entries, int m, int size, real* matrix, int stride,
             real* lag) const noexcept;
 

@@ -117,7 +117,7 @@ int SystemSolver::Allocate(const Problem& problem, int capacity) noexcept {
       {&rhs_, size},
       {&weight_, size},
       {&work_, GmresWorkSize(static_cast<int>(size), std::min(static_cast<int>(size), kMaxRestart))},
-      {&lag_, 4 * static_cast<std::size_t>(capacity)},
+      {&lag_, NeighborCovariances::LagSize(capacity)},
   };
   for (const auto& [buffer, count] : wanted) {
     if (const int status = buffer->Allocate(count); status != 0) return status;
