@@ -239,7 +239,7 @@ def connectivity_curve(image: ArrayLike, thresholds: int | ArrayLike = 21, conne
     Notes
     -----
     Hovadik and Larue, Static characterizations of reservoirs: refining the concepts of connectivity and continuity,
-    Petroleum Geoscience, 2007. Up to 64 thresholds, the nodes of each set are joined anew, as bits; work memory is 1 byte a
+    Petroleum Geoscience, 2007. Up to 64 thresholds, the nodes of each set are joined anew, as bits; work memory is at most 7 bits a
     node and for each thread another 0.3 to 2.3. Beyond, one pass over the nodes makes the curve, however many thresholds it
     has; work memory is 3 to 15 bytes a node, for each thread if there are realizations.
 

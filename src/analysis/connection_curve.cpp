@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <numeric>
 #include <type_traits>
 #include <utility>
 
@@ -431,48 +430,72 @@ int CurveOf(const int (&n)[3], const T* values, Connectivity connectivity, int n
   return 0;
 }
 
-template <typename T>
-void WriteLevels(const T* values, std::ptrdiff_t n, int nthreshold, const double* thresholds, bool above,
-                 std::uint8_t* levels) noexcept {
-  const SimdLevel simd = BestSimdLevel();
-  double block[kLevelBlock] = {};
-  if constexpr (sizeof(T) == 1) {
-    std::uint8_t ofValue[256];
-    for (int value = 0; value < 256; value += kLevelBlock) {
-      std::iota(block, block + kLevelBlock, value);
-      ThresholdLevels(block, nthreshold, thresholds, above, simd, ofValue + value);
-    }
-    for (std::ptrdiff_t i = 0; i < n; ++i) levels[i] = ofValue[values[i]];
-  } else {
-    for (std::ptrdiff_t i = 0; i < n; i += kLevelBlock) {
-      const std::ptrdiff_t length = std::min(n - i, std::ptrdiff_t{kLevelBlock});
-      const double* doubles = block;
-      if constexpr (std::is_same_v<T, double>) {
-        if (length == kLevelBlock) doubles = values + i;
-      }
-      if (doubles == block) std::copy_n(values + i, length, block);
-      std::uint8_t found[kLevelBlock];
-      ThresholdLevels(doubles, nthreshold, thresholds, above, simd, found);
-      std::copy_n(found, length, levels + i);
-    }
+// The levels of the nodes of an image, as bits.
+class NodeLevels {
+ public:
+  NodeLevels(int n, const double* thresholds, bool above) noexcept : above_(above) {
+    std::fill(thresholds_, thresholds_ + kFewThresholds, std::numeric_limits<double>::quiet_NaN());
+    std::copy_n(thresholds, n, thresholds_);
+    if (!above) std::reverse(thresholds_, thresholds_ + n);
+    n_ = (n + 7) / 8 * 8;
+    bits_.nbit = std::bit_width(static_cast<unsigned>(n));
   }
-}
+
+  [[nodiscard]] int Allocate(std::ptrdiff_t nnode) noexcept {
+    // An odd number of cache lines, so that the caches hold those of all bits at once.
+    bits_.stride = ((nnode / kLevelBlock + 8) / 8 | 1) * 8;
+    if (const int status = words_.Allocate(static_cast<std::size_t>(bits_.stride * bits_.nbit)); status != 0)
+      return status;
+    bits_.words = words_.data();
+    return 0;
+  }
+
+  template <typename T>
+  void Write(std::ptrdiff_t nnode, const T* values, const Dealing& dealing, const Progress& progress) noexcept {
+    dealing.Blocks((nnode - 1) / kLevelBlock + 1, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      const SimdLevel simd = BestSimdLevel();
+      double block[kLevelBlock];
+      for (std::ptrdiff_t i = begin; i < end && !progress.Aborted(); ++i) {
+        const T* const from = values + i * kLevelBlock;
+        const std::ptrdiff_t length = std::min(nnode - i * kLevelBlock, std::ptrdiff_t{kLevelBlock});
+        const double* doubles = block;
+        if constexpr (std::is_same_v<T, double>) {
+          if (length == kLevelBlock) doubles = from;
+        }
+        if (doubles == block) {
+          std::fill(std::copy_n(from, length, block), block + kLevelBlock, std::numeric_limits<double>::quiet_NaN());
+        }
+        WriteLevels(doubles, n_, thresholds_, above_, simd, {bits_.words + i, bits_.stride, bits_.nbit});
+      }
+    });
+  }
+
+  const LevelBits& bits() const noexcept { return bits_; }
+
+ private:
+  const bool above_;
+  int n_;
+  double thresholds_[kFewThresholds];
+  LevelBits bits_ = {};
+  Buffer<std::uint64_t> words_;
+};
 
 // The same by joining the nodes of each set anew, as bits. Threads share the sets.
 template <typename T>
-int CurveOfSets(const VORL_GRID& grid, const T* values, Connectivity connectivity, int nthreshold,
-                const double* thresholds, bool above, ObjectArray<GeobodyFinder>& finders, Buffer<std::uint8_t>& levels,
-                const Dealing& dealing, const Progress& progress, double* probability) noexcept {
-  dealing.Blocks(grid.nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-    WriteLevels(values + begin, end - begin, nthreshold, thresholds, above, levels.data() + begin);
-  });
+int CurveOfSets(const VORL_GRID& grid, const T* values, Connectivity connectivity, int nthreshold, bool above,
+                ObjectArray<GeobodyFinder>& finders, NodeLevels& levels, const Dealing& dealing,
+                const Progress& progress, double* probability) noexcept {
+  levels.Write(grid.nxyz, values, dealing, progress);
   std::atomic<int> next{0};
   dealing.EachThread([&](int thread, int) noexcept {
     GeobodyFinder& finder = finders[static_cast<std::size_t>(thread)];
     for (int i = next++; i < nthreshold && !progress.Aborted(); i = next++) {
-      const double all = finder.Mark(levels.data(), ValuesFrom{static_cast<std::uint8_t>(i + 1)});
-      const double squares = static_cast<double>(finder.SumOfSquares(connectivity, progress));
-      probability[above ? i : nthreshold - 1 - i] = all == 0.0 ? 1.0 : squares / (all * all);
+      const int count = finder.MarkFrom(levels.bits(), i + 1);
+      double& to = probability[above ? i : nthreshold - 1 - i];
+      to = 1.0;
+      if (count <= 1 || count == grid.nxyz) continue;
+      const double all = count;
+      to = static_cast<double>(finder.SumOfSquares(connectivity, progress)) / (all * all);
     }
   });
   return progress.After(0);
@@ -486,16 +509,15 @@ int ConnectionCurves(const VORL_GRID& grid, int nimage, const T* values, Connect
                      double* probability) noexcept {
   if (n <= kFewThresholds) {
     ObjectArray<GeobodyFinder> finders;
-    Buffer<std::uint8_t> levels;
+    NodeLevels levels(n, thresholds, above);
     if (const int status = finders.Allocate(dealing.nscratch()); status != 0) return status;
     for (GeobodyFinder& finder : finders) {
       if (const int status = finder.Allocate(grid); status != 0) return status;
     }
-    if (const int status = levels.Allocate(static_cast<std::size_t>(grid.nxyz)); status != 0) return status;
+    if (const int status = levels.Allocate(grid.nxyz); status != 0) return status;
     for (int i = 0; i < nimage; ++i) {
-      if (const int status =
-              CurveOfSets(grid, values + std::ptrdiff_t{i} * grid.nxyz, connectivity, n, thresholds, above, finders,
-                          levels, dealing, progress, probability + std::ptrdiff_t{i} * n);
+      if (const int status = CurveOfSets(grid, values + std::ptrdiff_t{i} * grid.nxyz, connectivity, n, above, finders,
+                                         levels, dealing, progress, probability + std::ptrdiff_t{i} * n);
           status != 0) {
         return status;
       }

@@ -16,8 +16,8 @@ constexpr int kMaxConnectionThresholds = 65535;
 //   thresholds   not decreasing
 //   probability  out; n for each image
 //
-// Up to 64 thresholds, which threads share: the nodes of each set are joined anew, as bits. Work memory is a byte a node
-// and, for each thread, a quarter of one and 4 bytes for each run.
+// Up to 64 thresholds, which threads share: the nodes of each set are joined anew, as bits. Work memory is at most 7 bits
+// a node and, for each thread, a quarter of a byte and 4 bytes for each run.
 //
 // Beyond, threads share the images, and one pass makes the tree of connections of all thresholds. Along x, nodes are taken together from one least value to
 // the next: whatever the threshold, the nodes of such a peak above it lie side by side. A link of a peak leads to an

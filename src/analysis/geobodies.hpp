@@ -60,9 +60,11 @@ struct BundledRuns {
     std::uint64_t starts = 0;
 
     void Advance() noexcept {
-      before += std::popcount(starts);
+      before = Last();
       starts = *word++;
     }
+    // The last run that starts among the 64 nodes or before them.
+    int Last() const noexcept { return before + std::popcount(starts); }
     // The last run that starts at a node or before it.
     int RunAt(int place) const noexcept { return before + std::popcount(starts << (kMarkBlock - 1 - place)); }
   };

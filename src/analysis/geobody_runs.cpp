@@ -13,13 +13,26 @@
 namespace kestrum {
 namespace {
 
-// The first one of the places in each part of a word, where a part goes from one start to the next.
-std::uint64_t FirstPlaces(std::uint64_t places, std::uint64_t starts) noexcept {
-  // In a sum of both terms, each place sends a carry on to the next start.
-  const std::uint64_t through = places | ~starts;
-  const std::uint64_t carries = (places + through) ^ places ^ through;
-  return places & (starts | ~carries);
-}
+// Whether a place was passed since the last start, along words: in a sum, each place sends a carry on to the next start.
+class PlacesSinceStart {
+ public:
+  // Before each bit of the word.
+  [[gnu::always_inline]] std::uint64_t Before(std::uint64_t starts, std::uint64_t places) noexcept {
+    const std::uint64_t through = places | ~starts;
+    const std::uint64_t partial = places + through;
+    const std::uint64_t sum = partial + carry_;
+    carry_ = static_cast<std::uint64_t>(partial < places) | static_cast<std::uint64_t>(sum < partial);
+    return sum ^ places ^ through;
+  }
+
+  // The same for a word without starts.
+  [[gnu::always_inline]] void Pass(std::uint64_t places) noexcept { carry_ |= static_cast<std::uint64_t>(places != 0); }
+
+  bool last() const noexcept { return carry_ != 0; }
+
+ private:
+  std::uint64_t carry_ = 0;
+};
 
 // Joins the geobodies of two runs. The paths to both roots are shortened on the way.
 [[gnu::always_inline]] inline void Join(int* link, int a, int b) noexcept {
@@ -32,17 +45,13 @@ std::uint64_t FirstPlaces(std::uint64_t places, std::uint64_t starts) noexcept {
   }
 }
 
-// Adds a run, those before which were added, to the size of its geobody, which lies in place of the root's link with a
-// minus. Returns by how much the square of the size grows.
-[[gnu::always_inline]] inline std::int64_t AddToRoot(int* link, int run, std::int64_t size) noexcept {
-  if (size == 0) return 0;  // no run yet
-  const int to = link[run];
-  const int further = link[to];
-  const int root = to == run || further < 0 ? to : further;
-  const std::int64_t before = to == run ? 0 : -std::int64_t{link[root]};
-  link[run] = root;
-  link[root] = static_cast<int>(-before - size);
-  return size * (size + 2 * before);
+// Adds a run, those before which were added, to the size of its geobody, which lies in place of its first run's link with
+// a minus. Returns by how much the square of the size grows.
+[[gnu::always_inline]] inline std::int64_t AddToFirst(int* link, int run, std::int64_t size) noexcept {
+  int& first = link[link[run]];
+  const std::int64_t before = first & first >> 31;  // it is its own link before it has a size
+  first = static_cast<int>(before - size);
+  return size * (size - 2 * before);
 }
 
 // For eight nodes: how many runs start among them up to each, by the bits of the starts.

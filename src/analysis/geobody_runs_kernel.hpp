@@ -50,60 +50,115 @@ KESTRUM_KERNEL_TARGET int FindStarts(const BundledRuns& runs, const BundleSlab& 
   }
 }
 
-// Joins the runs of a bundle to those of the one that lies dy and dz bundles from it.
+// The words of a bundle, one after the other.
+template <Connectivity connectivity>
+struct BundleWalk {
+  RowsOfBundle<connectivity> rows;
+  BundledRuns::Cursor cursor;
+  static constexpr int kRows = RowsOfBundle<connectivity>::kRows;
+  std::uint64_t here[kRows] = {};
+  std::uint64_t before[kRows];  // of each node, that before it
+
+  KESTRUM_KERNEL_INLINE BundleWalk(const BundledRuns& runs, int bundleY, int bundleZ) noexcept
+      : rows(*runs.nodes, bundleY, bundleZ), cursor(runs.CursorOf(bundleY, bundleZ)) {}
+  // Of an empty one.
+  KESTRUM_KERNEL_INLINE explicit BundleWalk(const BundledRuns& runs) noexcept
+      : rows(*runs.nodes, -1, 0), cursor{rows.row[0], 0} {}
+
+  KESTRUM_KERNEL_INLINE void Advance(int word) noexcept {
+    for (int i = 0; i < kRows; ++i) {
+      const std::uint64_t last = here[i] >> (kMarkBlock - 1);
+      here[i] = rows.row[i][word];
+      before[i] = here[i] << 1 | last;
+    }
+    cursor.Advance();
+  }
+};
+
+// The runs of a bundle that touch those of the one that lies dy and dz bundles from it.
 template <Connectivity connectivity, int dy, int dz>
-KESTRUM_KERNEL_INLINE void JoinBundles(const BundledRuns& runs, int bundleY, int bundleZ) noexcept {
-  using Rows = RowsOfBundle<connectivity>;
-  constexpr int kY = Rows::kY;
-  constexpr int kZ = Rows::kRows / kY;
-  const NodeBits& nodes = *runs.nodes;
-  int* const link = runs.link;
-  const Rows rowsA(nodes, bundleY, bundleZ);
-  const Rows rowsB(nodes, bundleY + dy, bundleZ + dz);
-  // In a square of four marked nodes, the other three sides join two.
-  constexpr bool kSquares = connectivity == Connectivity::k6 && dz != 0;
-  const std::uint64_t* const besideA = kSquares ? nodes.RowOrNone(bundleY - 1, bundleZ) : nullptr;
-  const std::uint64_t* const besideB = kSquares ? nodes.RowOrNone(bundleY - 1, bundleZ - 1) : nullptr;
-  BundledRuns::Cursor a = runs.CursorOf(bundleY, bundleZ);
-  BundledRuns::Cursor b = runs.CursorOf(bundleY + dy, bundleZ + dz);
-  bool joined = false;  // the last runs so far
-  std::uint64_t lastA[Rows::kRows] = {};
-  std::uint64_t lastB[Rows::kRows] = {};
-  for (int word = 0; word < nodes.wordsPerRow(); ++word) {
-    // The runs at or before a contact touch.
+class BundleContacts {
+ public:
+  KESTRUM_KERNEL_INLINE BundleContacts(const BundledRuns& runs, int bundleY, int bundleZ, bool wanted) noexcept
+      : link_(runs.link), b_(wanted ? Walk(runs, bundleY + dy, bundleZ + dz) : Walk(runs)) {}
+
+  // joined: where nodes are joined through others.
+  KESTRUM_KERNEL_INLINE void Join(const BundleWalk<connectivity>& a, int word, std::uint64_t joined) noexcept {
+    b_.Advance(word);
+    constexpr int kY = RowsY(connectivity);
     std::uint64_t contacts = 0;
-    for (int i = 0; i < Rows::kRows; ++i) {
-      for (int j = 0; j < Rows::kRows; ++j) {
+    for (int i = 0; i < Walk::kRows; ++i) {
+      for (int j = 0; j < Walk::kRows; ++j) {
         const int stepY = kY * dy + j % kY - i % kY;
-        const int stepZ = kZ * dz + j / kY - i / kY;
+        const int stepZ = Walk::kRows / kY * dz + j / kY - i / kY;
         if (std::abs(stepY) > 1 || std::abs(stepZ) > 1) continue;
-        const std::uint64_t hereA = rowsA.row[i][word];
-        const std::uint64_t hereB = rowsB.row[j][word];
-        contacts |= hereA & hereB;
+        contacts |= a.here[i] & b_.here[j];
         if (connectivity == Connectivity::k26 || (connectivity == Connectivity::k18 && (stepY == 0 || stepZ == 0))) {
-          contacts |= (hereA & (hereB << 1 | lastB[j])) | ((hereA << 1 | lastA[i]) & hereB);
+          contacts |= (a.here[i] & b_.before[j]) | (a.before[i] & b_.here[j]);
         }
       }
     }
-    if (connectivity != Connectivity::k6) {
-      for (int i = 0; i < Rows::kRows; ++i) {
-        lastA[i] = rowsA.row[i][word] >> (kMarkBlock - 1);
-        lastB[i] = rowsB.row[i][word] >> (kMarkBlock - 1);
-      }
+    // The last runs before each start touch if there was a contact since the start before it.
+    const std::uint64_t starts = a.cursor.starts | b_.cursor.starts;
+    if (starts == 0) {
+      touching_.Pass(contacts);
+      if (connectivity == Connectivity::k6) joined_.Pass(contacts & joined);
+      return;
     }
-    a.Advance();
-    b.Advance();
-    const std::uint64_t starts = a.starts | b.starts;
-    if (starts == 0 && (joined || contacts == 0)) continue;
-    std::uint64_t rest = FirstPlaces(contacts, starts);
-    if (joined) rest &= ~((starts & -starts) - 1);
-    joined = contacts >> (kMarkBlock - 1 - std::countl_zero(starts | 1)) != 0;
-    if (kSquares) rest &= ~(besideA[word] & besideB[word]);
-    for (; rest != 0; rest &= rest - 1) {
-      const int place = std::countr_zero(rest);
-      Join(link, a.RunAt(place), b.RunAt(place));
+    std::uint64_t pairs = starts & touching_.Before(starts, contacts);
+    if (connectivity == Connectivity::k6) pairs &= ~joined_.Before(starts, contacts & joined);
+    for (; pairs != 0; pairs &= pairs - 1) {
+      const std::uint64_t before = (pairs & -pairs) - 1;
+      kestrum::Join(link_, a.cursor.before + std::popcount(a.cursor.starts & before),
+                    b_.cursor.before + std::popcount(b_.cursor.starts & before));
     }
   }
+
+  KESTRUM_KERNEL_INLINE void Finish(const BundleWalk<connectivity>& a) noexcept {
+    if (touching_.last() && !joined_.last()) kestrum::Join(link_, a.cursor.Last(), b_.cursor.Last());
+  }
+
+  std::uint64_t marks(int row) const noexcept { return b_.here[row]; }
+
+ private:
+  using Walk = BundleWalk<connectivity>;
+  int* link_;
+  Walk b_;
+  PlacesSinceStart touching_;
+  PlacesSinceStart joined_;
+};
+
+// Joins the runs of a bundle to those of the wanted ones before it, by their dy and dz.
+template <Connectivity connectivity, typename Wanted>
+KESTRUM_KERNEL_INLINE void JoinBundle(const BundledRuns& runs, int y, int z, const Wanted& wanted) noexcept {
+  BundleWalk<connectivity> a(runs, y, z);
+  BundleContacts<connectivity, -1, 0> inLayer(runs, y, z, wanted(-1, 0));
+  BundleContacts<connectivity, 0, -1> inColumn(runs, y, z, wanted(0, -1));
+  const int nword = runs.nodes->wordsPerRow();
+  if constexpr (connectivity == Connectivity::k6) {
+    // In a square of four marked nodes, three sides join the nodes of the fourth.
+    const std::uint64_t* const beside = runs.nodes->RowOrNone(y - 1, z);
+    const std::uint64_t* const before = runs.nodes->RowOrNone(y - 1, z - 1);
+    for (int word = 0; word < nword; ++word) {
+      a.Advance(word);
+      inLayer.Join(a, word, 0);
+      inColumn.Join(a, word, beside[word] & before[word]);
+    }
+  } else {
+    BundleContacts<connectivity, -1, -1> across(runs, y, z, wanted(-1, -1));
+    BundleContacts<connectivity, 1, -1> other(runs, y, z, wanted(1, -1));
+    for (int word = 0; word < nword; ++word) {
+      a.Advance(word);
+      inLayer.Join(a, word, 0);
+      inColumn.Join(a, word, 0);
+      across.Join(a, word, 0);
+      other.Join(a, word, 0);
+    }
+    across.Finish(a);
+    other.Finish(a);
+  }
+  inLayer.Finish(a);
+  inColumn.Finish(a);
 }
 
 // Joins the bundles of a slab to each other, or to the slab before.
@@ -117,13 +172,10 @@ KESTRUM_KERNEL_INLINE void JoinSlabOf(const BundledRuns& runs, const BundleSlab&
       if (runs.Stopped()) return;
       const std::ptrdiff_t bundle = std::ptrdiff_t{z} * runs.bundlesPerLayer + y;
       if (bundle != last && runs.first[bundle] == runs.first[bundle + 1]) continue;
-      const auto wanted = [&](int dy, int dz) { return ((z + dz) * runs.bundlesPerLayer + y + dy < border) == across; };
-      if (y > 0 && wanted(-1, 0)) JoinBundles<connectivity, -1, 0>(runs, y, z);
-      if (z == 0) continue;
-      if (wanted(0, -1)) JoinBundles<connectivity, 0, -1>(runs, y, z);
-      if (connectivity == Connectivity::k6) continue;
-      if (y > 0 && wanted(-1, -1)) JoinBundles<connectivity, -1, -1>(runs, y, z);
-      if (y + 1 < runs.bundlesPerLayer && wanted(1, -1)) JoinBundles<connectivity, 1, -1>(runs, y, z);
+      JoinBundle<connectivity>(runs, y, z, [&](int dy, int dz) {
+        return y + dy >= 0 && y + dy < runs.bundlesPerLayer && z + dz >= 0 &&
+               ((z + dz) * runs.bundlesPerLayer + y + dy < border) == across;
+      });
     }
   }
 }
@@ -167,11 +219,13 @@ KESTRUM_KERNEL_TARGET int NumberSlab(const BundledRuns& runs, const BundleSlab& 
   return ngeobody;
 }
 
-// The link of each root becomes its size, with a minus.
+// Links are made to lead to the first runs in a pass of their own: one that also changed those of the first runs would
+// wait for each before the next.
 template <Connectivity connectivity>
 KESTRUM_KERNEL_INLINE std::int64_t SumSquaresOf(const BundledRuns& runs, const BundleSlab& slab) noexcept {
   const int nword = runs.nodes->wordsPerRow();
   int* const link = runs.link;
+  for (int run = 0; run < slab.nrun; ++run) link[run] = link[link[run]];
   std::int64_t squares = 0;
   for (int z = slab.beginZ; z < slab.endZ; ++z) {
     for (int y = slab.beginY; y < slab.endY; ++y) {
@@ -187,14 +241,14 @@ KESTRUM_KERNEL_INLINE std::int64_t SumSquaresOf(const BundledRuns& runs, const B
         for (;;) {
           for (const std::uint64_t* const row : rows.row) size += std::popcount(row[word] & part);
           if (rest == 0) break;
-          squares += AddToRoot(link, run, std::exchange(size, 0));
+          if (size != 0) squares += AddToFirst(link, run, std::exchange(size, 0));
           ++run;
           const std::uint64_t start = rest & -rest;
           rest ^= start;
           part = (rest & -rest) - start;
         }
       }
-      squares += AddToRoot(link, run, size);
+      if (size != 0) squares += AddToFirst(link, run, size);
     }
   }
   return squares;

@@ -28,7 +28,6 @@ template void MarkBlock(const float*, const TrueValues&, SimdLevel, unsigned cha
 template void MarkBlock(const double*, const TrueValues&, SimdLevel, unsigned char*) noexcept;
 template void MarkBlock(const float*, const KnownValues&, SimdLevel, unsigned char*) noexcept;
 template void MarkBlock(const double*, const KnownValues&, SimdLevel, unsigned char*) noexcept;
-template int MarkWords(const unsigned char*, std::ptrdiff_t, const ValuesFrom&, std::uint64_t*, SimdLevel) noexcept;
 template int MarkWords(const std::int16_t*, std::ptrdiff_t, const CodeRange&, std::uint64_t*, SimdLevel) noexcept;
 template int MarkWords(const real*, std::ptrdiff_t, const IntervalSet&, std::uint64_t*, SimdLevel) noexcept;
 template int MarkWords(const unsigned char*, std::ptrdiff_t, const TrueValues&, std::uint64_t*, SimdLevel) noexcept;

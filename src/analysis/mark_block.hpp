@@ -36,11 +36,6 @@ struct KnownValues {
   static constexpr float kNotInAny = std::numeric_limits<float>::quiet_NaN();
 };
 
-// Values not below one.
-struct ValuesFrom {
-  unsigned char least;
-};
-
 // Codes of categories from the first to the last; none of them is negative.
 struct CodeRange {
   std::int16_t first;

@@ -39,10 +39,6 @@ KESTRUM_KERNEL_INLINE void SetMarks(const T* values, KnownValues, unsigned char*
   for (int i = 0; i < kMarkBlock; ++i) marks[i] = static_cast<unsigned char>((values[i] <= 0) | (values[i] > 0));
 }
 
-KESTRUM_KERNEL_INLINE void SetMarks(const unsigned char* values, ValuesFrom set, unsigned char* marks) noexcept {
-  for (int i = 0; i < kMarkBlock; ++i) marks[i] = values[i] >= set.least;
-}
-
 KESTRUM_KERNEL_INLINE void SetMarks(const std::int16_t* values, CodeRange codes, unsigned char* marks) noexcept {
   for (int i = 0; i < kMarkBlock; ++i) {
     marks[i] = static_cast<unsigned char>((values[i] >= codes.first) & (values[i] <= codes.last));

@@ -44,9 +44,20 @@ int NodeBits::Mark(const T* values, const Set& set, Dealing dealing) noexcept {
     const std::ptrdiff_t n = std::min(end * kMarkBlock, std::ptrdiff_t{nxyz_}) - begin * kMarkBlock;
     total += MarkWords(values + begin * kMarkBlock, n, set, bits_.data() + begin);
   });
+  SpreadRows();
+  return total;
+}
+
+int NodeBits::MarkFrom(const LevelBits& levels, int least) noexcept {
+  const int count = MarkFromLevel(levels, least, (nxyz_ - 1) / kMarkBlock + 1, BestSimdLevel(), bits_.data());
+  SpreadRows();
+  return count;
+}
+
+// The rows are end to end. From the last to the first, each is moved up to words of its own.
+void NodeBits::SpreadRows() noexcept {
   const int inLastWord = nx_ % kMarkBlock;
-  if (inLastWord == 0) return total;
-  // The rows are end to end. From the last to the first, each is moved up to words of its own.
+  if (inLastWord == 0) return;
   bits_[static_cast<std::size_t>((nxyz_ - 1) / kMarkBlock) + 1] = 0;
   for (std::ptrdiff_t row = nxyz_ / nx_ - 1; row >= 0; --row) {
     std::uint64_t* const to = bits_.data() + row * wordsPerRow_;
@@ -58,7 +69,6 @@ int NodeBits::Mark(const T* values, const Set& set, Dealing dealing) noexcept {
     }
     to[wordsPerRow_ - 1] &= (std::uint64_t{1} << inLastWord) - 1;
   }
-  return total;
 }
 
 template <typename T>
@@ -89,7 +99,6 @@ template void NodeBits::MarkTransposed(const unsigned char*, Dealing) noexcept;
 template void NodeBits::MarkTransposed(const int*, Dealing) noexcept;
 template void NodeBits::MarkTransposed(const float*, Dealing) noexcept;
 template void NodeBits::MarkTransposed(const double*, Dealing) noexcept;
-template int NodeBits::Mark(const unsigned char*, const ValuesFrom&, Dealing) noexcept;
 template int NodeBits::Mark(const real*, const IntervalSet&, Dealing) noexcept;
 template int NodeBits::Mark(const unsigned char*, const TrueValues&, Dealing) noexcept;
 template int NodeBits::Mark(const int*, const TrueValues&, Dealing) noexcept;

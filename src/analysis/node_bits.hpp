@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "analysis/mark_block.hpp"
+#include "analysis/threshold_levels.hpp"
 #include "core/buffer.hpp"
 #include "core/grid.h"
 #include "core/parallel.hpp"
@@ -20,6 +21,9 @@ class NodeBits {
   // Sets the nodes whose values lie in the set; returns their number.
   template <typename T, typename Set>
   int Mark(const T* values, const Set& set, Dealing dealing = Dealing::Serial()) noexcept;
+
+  // Sets the nodes whose levels are at least `least`; returns their number.
+  int MarkFrom(const LevelBits& levels, int least) noexcept;
 
   // Sets the nodes whose values are true, of values that lie along the grid's last axis first and x last.
   template <typename T>
@@ -61,6 +65,8 @@ class NodeBits {
   int wordsPerRow_ = 0;
 
  private:
+  void SpreadRows() noexcept;
+
   Buffer<std::uint64_t> bits_;
 };
 

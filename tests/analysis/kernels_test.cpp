@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -80,14 +81,33 @@ Values Marks(SimdLevel level, Draws& draws) {
   return all;
 }
 
+// Levels as bits, and the marks of each set, some of values with NaN.
 Values Levels(SimdLevel level, Draws& draws) {
-  const Values thresholds = draws.Numbers(draws.Int(1, 9));
+  constexpr int kThresholds = 16;
+  const bool above = draws.Flip();
+  const int n = draws.Int(1, kThresholds);
+  Values thresholds = draws.Numbers(n);
+  std::sort(thresholds.begin(), thresholds.end());
+  if (!above) std::reverse(thresholds.begin(), thresholds.end());
+  thresholds.resize(kThresholds, kNaN);
   Values values = draws.Numbers(kestrum::kLevelBlock);
   values[7] = kNaN;
-  unsigned char levels[kestrum::kLevelBlock];
-  kestrum::ThresholdLevels(values.data(), static_cast<int>(thresholds.size()), thresholds.data(), draws.Flip(), level,
-                           levels);
-  return Values(levels, levels + kestrum::kLevelBlock);
+  std::uint64_t words[5];
+  const kestrum::LevelBits levels{words, 1, 5};
+  kestrum::WriteLevels(values.data(), kThresholds, thresholds.data(), above, level, levels);
+  Values all;
+  for (int k = 0; k < n; ++k) {
+    std::uint64_t marks;
+    const int count = kestrum::MarkFromLevel(levels, k + 1, 1, level, &marks);
+    EXPECT_EQ(count, std::popcount(marks));
+    for (int i = 0; i < kestrum::kLevelBlock; ++i) {
+      const double value = values[static_cast<std::size_t>(i)];
+      const double threshold = thresholds[static_cast<std::size_t>(k)];
+      EXPECT_EQ(marks >> i & 1, static_cast<unsigned>(above ? value > threshold : value <= threshold));
+    }
+    all.push_back(std::bit_cast<double>(marks));
+  }
+  return all;
 }
 
 // All steps: the labels of rows of any length, as whole and as real numbers.
