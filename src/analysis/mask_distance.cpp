@@ -80,7 +80,7 @@ class Transform {
     return status;
   }
 
-  // finish(node, distance): what is written in the end.
+  // finish(first, n, distances): makes what is written in the end of those of n nodes that follow each other.
   template <typename Finish>
   void Run(const NodeBits& set, const Finish& finish, T* distance) noexcept {
     const auto& [nx, ny, nz, sx, sy, sz, ox, oy, oz, nxy, nxyz] = grid_;
@@ -96,7 +96,7 @@ class Transform {
                                 if (options_.beyond != nullptr) LookBeyond(row, weight(sx), to);
                                 if (ny > 1) continue;
                                 MakeLengths(to, nx);
-                                FinishRow(row * nx, nx, finish, to);
+                                finish(row * nx, nx, to);
                               }
                             });
     if (ny > 1) Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, weight(sy), rowsApart_}, nz == 1, finish, distance);
@@ -123,11 +123,6 @@ class Transform {
   void MakeLengths(T* values, std::ptrdiff_t n) const noexcept {
     Lengths(values, n, options_.metric, static_cast<T>(std::scalbn(1.0, exponent_ / 2)),
             static_cast<T>(std::scalbn(1.0, exponent_ - exponent_ / 2)), BestSimdLevel());
-  }
-
-  template <typename Finish>
-  static void FinishRow(std::ptrdiff_t first, std::ptrdiff_t n, const Finish& finish, T* row) noexcept {
-    for (std::ptrdiff_t k = 0; k < n; ++k) row[k] = finish(first + k, row[k]);
   }
 
   // The lines of a pass; in the last one, squares and units become distances.
@@ -161,7 +156,7 @@ class Transform {
           }
           if (isLast) MakeLengths(nearest, n * lanes);
           forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
-            if (isLast) FinishRow(index, length, finish, nearest + place);
+            if (isLast) finish(index, length, nearest + place);
             std::copy_n(nearest + place, length, values + index);
           });
         });
@@ -250,12 +245,6 @@ bool IsTrue(M value) noexcept {
   return value < 0 || value > 0;
 }
 
-template <typename M>
-bool IsNaN(M value) noexcept {
-  if constexpr (std::is_floating_point_v<M>) return std::isnan(value);
-  return false;
-}
-
 }  // namespace
 
 template <typename M, typename T>
@@ -271,8 +260,12 @@ int MaskDistance(const VORL_GRID& grid, const M* mask, const MaskDistanceOptions
   if (options.isSigned) {
     if (const int status = layer.Allocate(grid); status != 0) return status;
   }
-  const auto atNaN = [mask](std::ptrdiff_t node, T value) {
-    return IsNaN(mask[node]) ? std::numeric_limits<T>::quiet_NaN() : value;
+  const auto markNaN = [mask](std::ptrdiff_t first, std::ptrdiff_t n, T* row) {
+    if constexpr (std::is_floating_point_v<M>) {
+      for (std::ptrdiff_t i = 0; i < n; ++i) {
+        if (std::isnan(mask[first + i])) row[i] = std::numeric_limits<T>::quiet_NaN();
+      }
+    }
   };
   if constexpr (std::is_floating_point_v<M>) {
     NodeBits known;
@@ -284,22 +277,36 @@ int MaskDistance(const VORL_GRID& grid, const M* mask, const MaskDistanceOptions
       if (const int status = inner.Allocate(static_cast<std::size_t>(grid.nxyz)); status != 0) return status;
       FindLayer(set, &known, dealing, &layer);
       transform.Run(
-          layer, [](std::ptrdiff_t, T value) { return value; }, inner.data());
+          layer, [](std::ptrdiff_t, std::ptrdiff_t, T*) {}, inner.data());
       const T* const depth = inner.data();
       transform.Run(
           set,
-          [=](std::ptrdiff_t node, T value) { return IsTrue(mask[node]) ? T{0} - depth[node] : atNaN(node, value); },
+          [=](std::ptrdiff_t first, std::ptrdiff_t n, T* row) {
+            for (std::ptrdiff_t i = 0; i < n; ++i) {
+              if (IsTrue(mask[first + i])) row[i] = T{0} - depth[first + i];
+            }
+            markNaN(first, n, row);
+          },
           distance);
       return progress.After(0);
     }
   }
   if (options.isSigned) {
     FindLayer(set, nullptr, dealing, &layer);
-    // The sum makes 0 of -0.
-    transform.Run(
-        layer, [mask](std::ptrdiff_t node, T value) { return (IsTrue(mask[node]) ? -value : value) + T{0}; }, distance);
+    // The bits lie in the caches, which the mask does not where lines are planes apart.
+    const auto negate = [&set, nx = std::ptrdiff_t{set.nx()}](std::ptrdiff_t first, std::ptrdiff_t n, T* row) {
+      const SimdLevel simd = BestSimdLevel();
+      for (std::ptrdiff_t done = 0; done < n;) {
+        const std::ptrdiff_t x = (first + done) % nx;
+        const std::ptrdiff_t length = std::min({n - done, nx - x, kMarkBlock - x % kMarkBlock});
+        const std::uint64_t word = set.Row(static_cast<int>((first + done) / nx), 0)[x / kMarkBlock];
+        Negate(row + done, static_cast<int>(length), word >> x % kMarkBlock, simd);
+        done += length;
+      }
+    };
+    transform.Run(layer, negate, distance);
   } else {
-    transform.Run(set, atNaN, distance);
+    transform.Run(set, markNaN, distance);
   }
   return progress.After(0);
 }

@@ -4,9 +4,14 @@
 #include <array>
 #include <bit>
 #include <limits>
+#include <type_traits>
 
 namespace kestrum {
 namespace {
+
+// Whole numbers of the size of T.
+template <typename T>
+using Word = std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>;
 
 // Steps from each of 8 nodes to the nearest one in a set of them; the set of byte 0 has none.
 constexpr auto kStepsInByte = [] {
@@ -56,6 +61,14 @@ void Lengths(float* values, std::ptrdiff_t n, DistanceMetric metric, float unit1
 void Lengths(double* values, std::ptrdiff_t n, DistanceMetric metric, double unit1, double unit2,
              SimdLevel level) noexcept {
   KESTRUM_KERNEL_AT(level, ToLengths<double>)(values, n, metric, unit1, unit2);
+}
+
+void Negate(float* values, int n, std::uint64_t bits, SimdLevel level) noexcept {
+  KESTRUM_KERNEL_AT(level, NegateMarked<float>)(values, n, bits);
+}
+
+void Negate(double* values, int n, std::uint64_t bits, SimdLevel level) noexcept {
+  KESTRUM_KERNEL_AT(level, NegateMarked<double>)(values, n, bits);
 }
 
 void NearestInRow(const std::uint64_t* bits, std::ptrdiff_t n, DistanceMetric metric, double weight, SimdLevel level,

@@ -39,6 +39,10 @@ void Lengths(float* values, std::ptrdiff_t n, DistanceMetric metric, float unit1
 void Lengths(double* values, std::ptrdiff_t n, DistanceMetric metric, double unit1, double unit2,
              SimdLevel level) noexcept;
 
+// Makes negative what is not, of n <= 64 values, where bits are set, the lowest first; 0 stays 0.
+void Negate(float* values, int n, std::uint64_t bits, SimdLevel level) noexcept;
+void Negate(double* values, int n, std::uint64_t bits, SimdLevel level) noexcept;
+
 // A row of a set of nodes as bits: writes the distance (`weight` as above) from each of its n nodes to the nearest one
 // in the set, infinite if there is none.
 void NearestInRow(const std::uint64_t* bits, std::ptrdiff_t n, DistanceMetric metric, double weight, SimdLevel level,

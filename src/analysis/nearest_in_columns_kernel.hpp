@@ -175,6 +175,22 @@ KESTRUM_KERNEL_TARGET void SweepAll(const ColumnBlock<T>& block) noexcept {
 }
 
 template <typename T>
+KESTRUM_KERNEL_INLINE T WithSign(T value, Word<T> sign) noexcept {
+  return std::bit_cast<T>(std::bit_cast<Word<T>>(value) ^ sign) + T{0};
+}
+
+template <typename T>
+KESTRUM_KERNEL_TARGET void NegateMarked(T* values, int n, std::uint64_t bits) noexcept {
+  constexpr int kBits = 8 * static_cast<int>(sizeof(T));
+  constexpr Word<T> kSign = Word<T>{1} << (kBits - 1);
+  for (; n >= kBits; n -= kBits, values += kBits, bits = kBits == 64 ? 0 : bits >> (kBits % 64)) {
+    const Word<T> part = static_cast<Word<T>>(bits);
+    for (int i = 0; i < kBits; ++i) values[i] = WithSign(values[i], (part << (kBits - 1 - i)) & kSign);
+  }
+  for (int i = 0; i < n; ++i) values[i] = WithSign(values[i], static_cast<Word<T>>(bits >> i << (kBits - 1)));
+}
+
+template <typename T>
 KESTRUM_KERNEL_TARGET void StepsInRow(const std::uint64_t* bits, std::ptrdiff_t n, DistanceMetric metric, double weight,
                                       T* distance) noexcept {
   constexpr std::ptrdiff_t kNone = std::numeric_limits<std::ptrdiff_t>::max();

@@ -19,6 +19,7 @@
 #include "analysis/mark_block.hpp"
 #include "analysis/moving_average_sums.hpp"
 #include "analysis/nearest_center.hpp"
+#include "analysis/nearest_in_columns.hpp"
 #include "analysis/pair_counts.hpp"
 #include "analysis/pyramid_rows.hpp"
 #include "analysis/threshold_levels.hpp"
@@ -107,6 +108,27 @@ Values Levels(SimdLevel level, Draws& draws) {
     }
     all.push_back(std::bit_cast<double>(marks));
   }
+  return all;
+}
+
+// Signs by bits, of rows of any length up to 64; 0 has none.
+Values Negations(SimdLevel level, Draws& draws) {
+  const Values values = draws.Numbers(draws.Int(0, 64));
+  const std::uint64_t bits = static_cast<std::uint64_t>(draws.Int(0, 0x7fffffff)) * 0x200000001;
+  Values all;
+  const auto add = [&]<typename T>(T) {
+    std::vector<T> typed(values.begin(), values.end());
+    for (T& value : typed) value = std::abs(value);
+    const std::vector<T> before = typed;
+    kestrum::Negate(typed.data(), static_cast<int>(typed.size()), bits, level);
+    for (std::size_t i = 0; i < typed.size(); ++i) {
+      EXPECT_EQ(typed[i], (bits >> i & 1) != 0 ? -before[i] : before[i]);
+      EXPECT_FALSE(typed[i] == 0 && std::signbit(typed[i]));
+    }
+    all.insert(all.end(), typed.begin(), typed.end());
+  };
+  add(1.0);
+  add(1.0f);
   return all;
 }
 
@@ -320,11 +342,12 @@ TEST_P(EveryKernel, GivesTheBitsOfTheBaseline) {
 
 INSTANTIATE_TEST_SUITE_P(
     Kernels, EveryKernel,
-    testing::Combine(testing::Values(Kernel{"Marks", Marks}, Kernel{"Levels", Levels}, Kernel{"Labels", Labels},
-                                     Kernel{"EulerNumbers", EulerNumbers}, Kernel{"NearestCenters", NearestCenters},
-                                     Kernel{"Lines", Lines}, Kernel{"LagSums", LagSums},
-                                     Kernel{"PairCounts", PairCounts}, Kernel{"MovingSums", MovingSums},
-                                     Kernel{"PyramidRows", PyramidRows}, Kernel{"Batches", Batches}),
+    testing::Combine(testing::Values(Kernel{"Marks", Marks}, Kernel{"Levels", Levels}, Kernel{"Negations", Negations},
+                                     Kernel{"Labels", Labels}, Kernel{"EulerNumbers", EulerNumbers},
+                                     Kernel{"NearestCenters", NearestCenters}, Kernel{"Lines", Lines},
+                                     Kernel{"LagSums", LagSums}, Kernel{"PairCounts", PairCounts},
+                                     Kernel{"MovingSums", MovingSums}, Kernel{"PyramidRows", PyramidRows},
+                                     Kernel{"Batches", Batches}),
                      testing::Values(SimdLevel::kAvx2, SimdLevel::kAvx512)),
     [](const auto& test) {
       return std::get<0>(test.param).name +
