@@ -258,8 +258,10 @@ def transitions(n, lag_max):
 
     found = ks.transiogram(facies, lag_max)
     assert np.array_equal(np.rint(found.probability * found.pairs).transpose("from", "to", ...), theirs())
-    compare(f"ks.transiogram, 4 categories, {n}^2, lags to {lag_max}", facies.size, lambda: ks.transiogram(facies, lag_max, threads=1), theirs, None,
-            lambda: ks.transiogram(facies, lag_max, threads=2))
+    for method in ("pairs", "fft"):
+        compare(f"ks.transiogram, 4 categories, {n}^2, lags to {lag_max}, {method}", facies.size,
+                lambda: ks.transiogram(facies, lag_max, method=method, threads=1), theirs, None,
+                lambda: ks.transiogram(facies, lag_max, method=method, threads=2))
 
 
 def clusters(n, features, number):

@@ -13,7 +13,9 @@ from . import _core, _door, _image_blocks, _memory, _progress
 from ._errors import ArgumentError
 from ._image_categories import categorize
 from ._image_door import Connectivity, as_lags, as_neighbors, category_codes, distinct_values, in_order, is_complete, is_flipped, lag_coords, listed_categories
+from ._image_statistics import Transforms, product_of
 from ._images import label
+from ._watch import watched
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -113,8 +115,8 @@ def _products(values: NDArray[Any], lags: tuple[int, ...], threads: int, report:
     return sums.reshape(len(sums), *shape), pairs.reshape(shape)
 
 
-def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: ArrayLike | None = None, *, threads: int | None = None,
-                progress: bool | Callable[[float], object] = False) -> xr.Dataset:
+def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: ArrayLike | None = None, *, method: Literal["pairs", "fft"] = "pairs",
+                threads: int | None = None, progress: bool | Callable[[float], object] = False) -> xr.Dataset:
     """Probabilities of the transitions between categories, at all lags of a box.
 
     Parameters
@@ -128,10 +130,13 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
         With 0 along an axis there is no lag along it.
     categories : array_like, optional
         Those to count, in their order in the result; other values are missing. By default all, increasing.
+    method : {"pairs", "fft"}
+        How pairs are counted: one by one, or by Fourier transforms of the indicators, which takes less time for few categories and
+        many lags (four categories of 500 x 500 nodes: from lags of 25 on). The counts are the same.
     threads : int, optional
         By default all cores. The result does not depend on it.
     progress : bool or callable
-        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of transforms, only the end is shown.
 
     Returns
     -------
@@ -142,8 +147,9 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
 
     Notes
     -----
-    Li, Transiograms for characterizing spatial variability of soil classes, 2007. Categories are sets of bits, of which
-    64 pairs are counted at once; work memory is 2 bytes a node, and an eighth byte for each category.
+    Li, Transiograms for characterizing spatial variability of soil classes, 2007. Up to 11 categories are sets of bits, of which
+    64 pairs are counted at once; pairs of more are counted one by one. Work memory is 2 bytes a node, and for up to 11 categories an
+    eighth byte for each. By transforms, it is 2 bytes a node, and for each category 8 a node of the image with the lags added to its last axis.
 
     Examples
     --------
@@ -157,20 +163,21 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
 
     values = _image_blocks.image("image", image)
     lags = as_lags(max_lag, values.shape)
+    by_transforms = _door.choice("method", method, ("pairs", "fft")) == "fft"
     _door.threads(threads)
     numbers, names = _categories(values, categories)
     coords = lag_coords(lags)
     n = len(names)
     _memory.require(24 * n * n * int(np.prod([len(lag) for lag in coords.values()])), f"the transitions between {n:,} categories", "Ask for fewer lags.")
     with _progress.shown(progress, "transiogram") as report:
-        pairs, = _image_blocks.pair_tables(values, lags, partial(_transitions, numbers=numbers), threads, report)
+        pairs, = _image_blocks.pair_tables(values, lags, partial(_transitions, numbers=numbers, by_transforms=by_transforms), threads, report)
     tails = pairs.sum(1)
     return xr.Dataset({"probability": (("from", "to", *coords), _share(pairs, tails[:, None]), {"long_name": "probability of transition"}),
                        "pairs": (("from", *coords), tails, {"long_name": "number of pairs"})}, {"from": names, "to": names, **coords})
 
 
 def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, categories: ArrayLike | None = None,
-                            thresholds: ArrayLike | None = None, threads: int | None = None,
+                            thresholds: ArrayLike | None = None, method: Literal["pairs", "fft"] = "pairs", threads: int | None = None,
                             progress: bool | Callable[[float], object] = False) -> xr.Dataset:
     """Semivariances of the indicators of categories or thresholds, at all lags of a box.
 
@@ -184,10 +191,12 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
         As those of `transiogram`: the indicator of a category is 1 at its nodes.
     thresholds : array_like, optional
         Instead of categories, at most 254 distinct ones: the indicator of a threshold is 1 where a value is at or above it.
+    method : {"pairs", "fft"}
+        As that of `transiogram`.
     threads : int, optional
         By default all cores. The result does not depend on it.
     progress : bool or callable
-        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of transforms, only the end is shown.
 
     Returns
     -------
@@ -198,7 +207,8 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
 
     Notes
     -----
-    Counted as by `transiogram`.
+    Categories and sets of thresholds are bits, of which 64 pairs are counted at once. Work memory is 2 bytes a node, and an eighth byte
+    for each; by transforms, as that of `transiogram`.
 
     Examples
     --------
@@ -211,6 +221,7 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
 
     values = _image_blocks.image("image", image)
     lags = as_lags(max_lag, values.shape)
+    by_transforms = _door.choice("method", method, ("pairs", "fft")) == "fft"
     _door.threads(threads)
     if thresholds is None:
         numbers, names = _categories(values, categories)
@@ -224,7 +235,8 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
             raise ArgumentError(f"thresholds has {names.ndim} axes and {names.size:,} numbers, but must be a list of 1 to 254.")
         dim = "threshold"
     with _progress.shown(progress, "variogram map") as report:
-        changes, pairs = _image_blocks.pair_tables(values, lags, partial(_changes, numbers=numbers, nested=thresholds is not None), threads, report)
+        changes, pairs = _image_blocks.pair_tables(values, lags, partial(_changes, numbers=numbers, nested=thresholds is not None, by_transforms=by_transforms),
+                                                   threads, report)
     coords = lag_coords(lags)
     return xr.Dataset({"gamma": ((dim, *coords), _share(changes, 2 * pairs)[order], {"long_name": "semivariance"}),
                        "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, {dim: names, **coords})
@@ -240,15 +252,62 @@ def _distinct(values: NDArray[Any], _: int) -> NDArray[np.float64] | None:
     return _core.find_categories(in_order("image", values)[0])
 
 
-def _transitions(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, numbers: NDArray[np.float64]) -> tuple[NDArray[np.int64]]:
-    return _by_lag(_core.category_pairs, category_codes("image", values, numbers, threads), lags, threads, report, len(numbers)),
+def _transitions(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, numbers: NDArray[np.float64],
+                 by_transforms: bool) -> tuple[NDArray[np.int64]]:
+    codes = category_codes("image", values, numbers, threads)
+    if by_transforms:
+        return watched(codes.size, _transitions_by_transforms, codes, len(numbers), lags, threads),
+    return _by_lag(_core.category_pairs, codes, lags, threads, report, len(numbers)),
+
+
+def _transitions_by_transforms(codes: NDArray[np.int16], n: int, lags: tuple[int, ...], threads: int) -> NDArray[np.int64]:
+    """The pairs of two categories are the correlation of their indicators: those of the opposite lags are the pairs of the two exchanged."""
+    couples = [(a, b) for a in range(n) for b in range(a, n)]
+
+    def powers(*spectra: NDArray[np.complex128]) -> list[NDArray[np.float64]]:
+        products = [spectra[a].conj() * spectra[b] for a, b in couples]
+        return [product.real for product in products] + [product.imag for (a, b), product in zip(couples, products) if a < b]
+
+    found = Transforms(codes.shape, lags, threads).correlations([partial(_indicator, codes, k) for k in range(n)], powers, n * (n - 1) // 2)
+    pairs = np.empty((n, n, *(2 * lag + 1 for lag in lags)), np.int64)
+    odds = iter(found[len(couples):])
+    for (a, b), even in zip(couples, found):
+        odd = next(odds) if a < b else 0.0
+        there, back = np.rint(even + odd), np.rint(even - odd)
+        pairs[a, b] = np.concatenate((np.flip(back[1:]), there))
+        pairs[b, a] = np.concatenate((np.flip(there[1:]), back))
+    return pairs
+
+
+def _indicator(codes: NDArray[np.int16], code: int, rows: slice) -> NDArray[np.float64]:
+    return (codes[rows] == code).astype(np.float64)
 
 
 def _changes(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, numbers: NDArray[np.float64],
-             nested: bool) -> tuple[NDArray[np.int64], ...]:
+             nested: bool, by_transforms: bool) -> tuple[NDArray[np.int64], ...]:
     codes = categorize(values, numbers, threads=threads) if nested else category_codes("image", values, numbers, threads)
+    if by_transforms:
+        return watched(codes.size, _changes_by_transforms, codes, len(numbers), nested, lags, threads)
     tables: tuple[NDArray[np.int64], ...] = _by_lag(_core.category_changes, codes, lags, threads, report, len(numbers) + nested, nested)
     return tables
+
+
+def _changes_by_transforms(codes: NDArray[np.int16], n: int, nested: bool, lags: tuple[int, ...], threads: int) -> tuple[NDArray[np.int64], NDArray[np.int64]]:
+    """Of a set and of the known nodes that are not in it, the correlation is symmetric if both ends count."""
+    def powers(*spectra: NDArray[np.complex128]) -> list[NDArray[np.float64]]:
+        known = spectra[-1]
+        return [product_of(one, known - one) for one in spectra[:-1]] + [product_of(known)]
+
+    sets = [partial(_from_code, codes, k + 1) if nested else partial(_indicator, codes, k) for k in range(n)]
+    found = np.stack(Transforms(codes.shape, lags, threads).correlations([*sets, partial(_from_code, codes, 0)], powers))
+    found[:-1] *= 2.0
+    halves = np.rint(found).astype(np.int64)
+    tables = np.concatenate((np.flip(halves[:, 1:], axis=tuple(range(1, halves.ndim))), halves), 1)
+    return tables[:-1], tables[-1]
+
+
+def _from_code(codes: NDArray[np.int16], least: int, rows: slice) -> NDArray[np.float64]:
+    return (codes[rows] >= least).astype(np.float64)
 
 
 def connectivity_function(mask: ArrayLike, max_lag: int | Sequence[int], connectivity: Connectivity | None = None, *,

@@ -94,10 +94,10 @@ def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: t
                    threads: int) -> tuple[Floats, NDArray[np.int64]]:
     """Those of _squares. (a - b)^2 = a^2 + b^2 - 2 a b, of which the last is a correlation, and the first two are one with a
     mask, or sums over boxes where nothing is missing."""
-    transforms = _Transforms(image.shape, lags, threads)
+    transforms = Transforms(image.shape, lags, threads)
     unit, centred = _centred(image, known)
     if known is None:
-        sums, = transforms.correlations([centred], lambda spectrum: [_product(spectrum)])
+        sums, = transforms.correlations([centred], lambda spectrum: [product_of(spectrum)])
         sums *= -2.0
         boxes = _box_sums(transforms.some_rows(), centred, lags)
         sums += (boxes + np.flip(boxes))[lags[0]:]
@@ -109,7 +109,7 @@ def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: t
 
         def powers(*spectra: NDArray[np.complex128]) -> list[Floats]:
             of_values, of_squares, of_mask = spectra
-            return [_product(of_squares, of_mask) - _product(of_values), _product(of_mask)]
+            return [product_of(of_squares, of_mask) - product_of(of_values), product_of(of_mask)]
 
         sums, counts = transforms.correlations([centred, lambda rows: centred(rows) ** 2, lambda rows: nodes[rows].astype(np.float64)], powers)
         sums *= 2.0
@@ -143,7 +143,7 @@ def _centred(image: NDArray[Any], known: NDArray[np.bool_] | None) -> tuple[floa
     return unit, centred
 
 
-def _product(a: NDArray[np.complex128], b: NDArray[np.complex128] | None = None) -> Floats:
+def product_of(a: NDArray[np.complex128], b: NDArray[np.complex128] | None = None) -> Floats:
     """The real part of conj(a) b, in the memory of a."""
     parts, others = (part.view(np.float64).reshape(*part.shape, 2) for part in (a, a if b is None else b))
     parts *= others
@@ -151,7 +151,7 @@ def _product(a: NDArray[np.complex128], b: NDArray[np.complex128] | None = None)
     return parts[..., 0]
 
 
-class _Transforms:
+class Transforms:
     """Correlations at some lags, those along the first axis not negative."""
 
     def __init__(self, shape: tuple[int, ...], lags: tuple[int, ...], threads: int) -> None:
@@ -165,10 +165,10 @@ class _Transforms:
         step = max(1, 2**15 * self.threads // math.prod(self.shape[1:]))
         return (slice(first, min(first + step, self.shape[0])) for first in range(0, self.shape[0], step))
 
-    def correlations(self, images: list[Callable[[slice], Floats]], powers: Callable[..., list[Floats]]) -> list[Floats]:
-        """Of the powers that are made of the images' spectra: real ones, symmetric about 0. Transforms of some rows, and
-        then those of some columns there and back along the other axes, stay in the caches: fresh memory takes long. Axes are
-        cut to their lags at once, and the first has real transforms back."""
+    def correlations(self, images: list[Callable[[slice], Floats]], powers: Callable[..., list[Floats]], odd: int = 0) -> list[Floats]:
+        """Of the powers that are made of the images' spectra: real ones, symmetric about 0, but for the last `odd` of them, which are imaginary
+        and antisymmetric. Transforms of some rows, and then those of some columns there and back along the other axes, stay in the
+        caches: fresh memory takes long. Axes are cut to their lags at once, and the first has real transforms back."""
         from scipy import fft
 
         options = {"overwrite_x": True, "workers": self.threads}
@@ -183,6 +183,8 @@ class _Transforms:
             for axis in reversed(range(len(self.shape) - 1)):
                 spectra = [fft.fft(spectrum, self.padded[axis], axis, **options) for spectrum in spectra]
             results = [fft.rfft(power, axis=0, **options)[: self.lags[0] + 1].conj() for power in powers(*spectra)]
+            for result in results[len(results) - odd:]:
+                result *= 1j
             for axis in range(1, len(self.shape) - 1):
                 results = [fft.ifft(result, axis=axis, norm="forward", **options).take(self._places(axis), axis) for result in results]
             blocks.append(results)

@@ -84,6 +84,9 @@ class LagTable {
   int max_[3];
 };
 
+// For fewer, counting the pairs of two sets as bits takes less time than adding pairs one by one.
+constexpr int kManyCategories = 12;
+
 // Sets of nodes as bits. Each row begins a word, and ends with a word of zeros.
 class SetRows {
  public:
@@ -124,12 +127,37 @@ class SetRows {
 int CountCategoryPairs(const VORL_GRID& grid, const std::int16_t* codes, int ncategory, const int (&maxLag)[3],
                        const Dealing& dealing, const Progress& progress, std::int64_t* pairs,
                        SimdLevel level) noexcept {
+  const LagTable lags(grid, maxLag);
+  // Each pair of categories has a place in the sums, whose rows are `width` long.
+  const auto writePairs = [&](const std::int64_t* sums, std::ptrdiff_t width, std::ptrdiff_t place,
+                              std::ptrdiff_t opposite) noexcept {
+    for (std::ptrdiff_t a = 0; a < ncategory; ++a) {
+      for (std::ptrdiff_t b = 0; b < ncategory; ++b) {
+        pairs[(a * ncategory + b) * lags.size() + place] = sums[a * width + b];
+        pairs[(b * ncategory + a) * lags.size() + opposite] = sums[a * width + b];
+      }
+    }
+  };
+  if (ncategory >= kManyCategories) {
+    const std::ptrdiff_t width = std::ptrdiff_t{ncategory} + 1;
+    static_assert(kNoCategory == -1);
+    return lags.Fill(
+        static_cast<std::size_t>(width * width), 0, dealing, progress,
+        [&](std::ptrdiff_t tails, std::ptrdiff_t heads, int hx, std::int64_t* sums, std::uint64_t*) noexcept {
+          std::int64_t* const known = sums + width + 1;
+          const std::int16_t* const tail = codes + tails * grid.nx;
+          const std::int16_t* const head = codes + heads * grid.nx + hx;
+          for (std::ptrdiff_t i = 0; i < grid.nx - hx; ++i) ++known[tail[i] * width + head[i]];
+        },
+        [&](const std::int64_t* sums, std::ptrdiff_t place, std::ptrdiff_t opposite) noexcept {
+          writePairs(sums + width + 1, width, place, opposite);
+        });
+  }
   SetRows sets;
   if (const int status = sets.Allocate(grid, ncategory); status != 0) return status;
   const std::ptrdiff_t stride = sets.stride();
   sets.Mark(codes, dealing,
             [stride](int code, std::uint64_t* word, std::uint64_t bit) noexcept { word[code * stride] |= bit; });
-  const LagTable lags(grid, maxLag);
   const auto addPairs = KESTRUM_KERNEL_AT(level, AddPairsOfSets);
   return lags.Fill(
       static_cast<std::size_t>(ncategory) * static_cast<std::size_t>(ncategory),
@@ -138,12 +166,7 @@ int CountCategoryPairs(const VORL_GRID& grid, const std::int16_t* codes, int nca
         addPairs(sets.Row(tails), sets.Row(heads), stride, ncategory, sets.WordsAfter(hx), hx, room, sums);
       },
       [&](const std::int64_t* sums, std::ptrdiff_t place, std::ptrdiff_t opposite) noexcept {
-        for (std::ptrdiff_t a = 0; a < ncategory; ++a) {
-          for (std::ptrdiff_t b = 0; b < ncategory; ++b) {
-            pairs[(a * ncategory + b) * lags.size() + place] = sums[a * ncategory + b];
-            pairs[(b * ncategory + a) * lags.size() + opposite] = sums[a * ncategory + b];
-          }
-        }
+        writePairs(sums, ncategory, place, opposite);
       });
 }
 

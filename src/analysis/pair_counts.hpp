@@ -18,7 +18,8 @@ namespace kestrum {
 // The pairs by the categories of tail and head.
 //   pairs  out; ncategory x ncategory tables, those of one tail category together. Pairs with an end in no category are not
 //          counted
-// Each category is a set of bits, an eighth byte a node: the time is 1/64 step a node for two categories and a lag.
+// Up to 11 categories are sets of bits, an eighth byte a node: the time is 1/64 step a node for two categories and a lag.
+// Pairs of more are added one by one.
 [[nodiscard]] int CountCategoryPairs(const VORL_GRID& grid, const std::int16_t* codes, int ncategory,
                                      const int (&maxLag)[3], const Dealing& dealing, const Progress& progress,
                                      std::int64_t* pairs, SimdLevel level = BestSimdLevel()) noexcept;

@@ -20,7 +20,7 @@ def images(draw):
         shape = shape[::-1]
     random = np.random.default_rng(draw(st.integers(0, 2**32)))
     dtype = np.dtype(draw(st.sampled_from(DTYPES)))
-    values = random.integers(0, draw(st.sampled_from([1, 2, 5])), shape).astype(dtype)
+    values = random.integers(0, draw(st.sampled_from([1, 2, 5, 14])), shape).astype(dtype)
     if dtype.kind == "f":
         values = values * dtype.type(-1.5)  # with -0.0
         values[random.random(shape) < draw(st.sampled_from([0.0, 0.3, 1.0]))] = np.nan
@@ -68,7 +68,9 @@ def test_transitions_and_indicators(image):
         assert found["from"].dtype == values.dtype.newbyteorder("=") and found["to"].values.tolist() == names.tolist()
         np.testing.assert_array_equal(found.pairs, pairs.sum(1))
         np.testing.assert_array_equal(found.probability, share(pairs, pairs.sum(1)[:, None]))
+        assert same(ks.transiogram, values, lags, method="fft").identical(found)
         variograms = same(ks.indicator_variogram_map, values, lags)
+        assert same(ks.indicator_variogram_map, values, lags, method="fft").identical(variograms)
         np.testing.assert_array_equal(variograms.pairs, pairs.sum((0, 1)))
         for k, name in enumerate(names):
             # The package's other way to the same.
@@ -80,6 +82,7 @@ def test_transitions_and_indicators(image):
         np.testing.assert_array_equal(of_few.probability, of_only.probability)
     cuts = [0.5, -1.5, 3.0, 0.5, 0.0]
     found = same(ks.indicator_variogram_map, values, lags, thresholds=cuts)
+    assert same(ks.indicator_variogram_map, values, lags, thresholds=cuts, method="fft").identical(found)
     assert found.threshold.values.tolist() == cuts
     for k, cut in enumerate(cuts):
         indicator = np.where(np.isnan(doubles), np.nan, doubles >= cut)
@@ -156,6 +159,8 @@ def test_refusals_of_all(arguments, options, error, text):
     (lambda: ks.transiogram(np.arange(256.0).reshape(16, 16), 1), ks.DataError, "more than 255"),
     (lambda: ks.transiogram(np.full((3, 3), np.nan), 1), ks.DataError, "no values"),
     (lambda: ks.transiogram(np.eye(3), 1, [1, 1]), ks.ArgumentError, "once"),
+    (lambda: ks.transiogram(np.eye(3), 1, method="FFT"), ks.ArgumentError, "FFT"),
+    (lambda: ks.indicator_variogram_map(np.eye(3), 1, method="dft"), ks.ArgumentError, "dft"),
     (lambda: ks.transiogram(np.eye(3), 1, []), ks.ArgumentError, "1 to 255"),
     (lambda: ks.indicator_variogram_map(np.eye(3), 1, thresholds=[np.nan]), ks.DataError, "thresholds"),
     (lambda: ks.indicator_variogram_map(np.eye(3), 1, thresholds=np.arange(255)), ks.ArgumentError, "1 to 254"),
