@@ -15,6 +15,7 @@ from numpy.typing import NDArray
 
 from . import _lazy
 from ._errors import ArgumentError, ArgumentTypeError, DataError, KestrumError
+from ._watch import in_c_order, watched
 
 Floats = NDArray[np.float64]
 MAX_THREADS = 1024
@@ -141,7 +142,7 @@ def reals(name: str, value: Any, error: type[KestrumError] = DataError) -> Float
     if given.dtype.kind in "biuf":
         if given.dtype.kind == "f" and given.dtype.itemsize > 8:
             given = given.astype(np.float64)
-        return np.ascontiguousarray(given, np.float64).reshape(given.shape)
+        return in_c_order(given, np.float64).reshape(given.shape)
     if given.dtype.kind in "OUS":
         if given.dtype.kind == "O":
             try:
@@ -177,7 +178,7 @@ def finite(name: str, values: Floats, error: type[KestrumError] = DataError, nou
 
 def frozen(values: NDArray[Any]) -> NDArray[Any]:
     """A copy that nobody can change."""
-    copy = np.array(values, copy=True, order="C")
+    copy = watched(values.size, lambda: np.array(values, copy=True, order="C"))
     copy.flags.writeable = False
     return copy
 

@@ -11,6 +11,7 @@ from numpy.typing import NDArray
 
 from . import _core, _door, _lazy
 from ._errors import ArgumentError, ArgumentTypeError, DataError
+from ._watch import in_c_order, watched
 
 Connectivity = Literal[4, 8, 6, 18, 26]
 # What is true of these is read in place, as the type on the right.
@@ -158,13 +159,14 @@ def readable(name: str, given: NDArray[Any]) -> NDArray[Any]:
         return given
     if kind.kind in "iu" and kind.itemsize == 8 and given.size and max(int(given.max()), -int(given.min())) > 2**53:
         raise DataError(f"{name} has whole numbers beyond 2^53, which float64 would round. Subtract one of them from all.")
-    return given.astype(np.int32 if kind.kind in "iu" and kind.itemsize < 4 else np.float64)
+    target: Any = np.int32 if kind.kind in "iu" and kind.itemsize < 4 else np.float64
+    return watched(given.size, given.astype, target)
 
 
 def in_order(name: str, given: NDArray[Any]) -> tuple[NDArray[Any], bool]:
     """Numbers of a type that the engine reads, in C order, and whether they are those of the transposed array."""
     flipped = is_flipped(given)
-    return np.ascontiguousarray(readable(name, given.T if flipped else given)), flipped
+    return in_c_order(readable(name, given.T if flipped else given)), flipped
 
 
 def is_true(values: NDArray[Any]) -> NDArray[np.bool_]:
@@ -177,8 +179,10 @@ def as_truth(given: NDArray[Any]) -> NDArray[Any]:
     read = _IN_PLACE.get(given.dtype)
     if read is None:
         # Signs keep NaN, and what would round to 0.
-        return np.ascontiguousarray(np.sign(given), np.float32) if given.dtype.kind == "f" else np.ascontiguousarray(given != 0).view(np.uint8)
-    return np.ascontiguousarray(given).view(read)
+        if given.dtype.kind == "f":
+            return watched(given.size, lambda: np.ascontiguousarray(np.sign(given), np.float32))
+        return watched(given.size, lambda: np.ascontiguousarray(given != 0)).view(np.uint8)
+    return in_c_order(given).view(read)
 
 
 def like(given: Any, values: NDArray[Any], name: str) -> Any:

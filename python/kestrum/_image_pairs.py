@@ -108,7 +108,7 @@ def _products(values: NDArray[Any], lags: tuple[int, ...], threads: int, report:
               middle: float) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
     """Sums of products, of tails, of heads, and of their squares, and the numbers of pairs, by lag."""
     is_complete("image", values)
-    doubles = np.array(values, np.float64, order="C")
+    doubles = watched(values.size, lambda: np.array(values, np.float64, order="C"))
     doubles -= middle
     sums, pairs = _core.two_point_sums(doubles, statistic, (0, *lags)[-3:], threads, report)
     shape = [2 * lag + 1 for lag in lags]

@@ -13,7 +13,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _door, _image_blocks, _lazy, _memory, _progress
 from ._errors import ArgumentError, DataError, warn
 from ._image_door import Connectivity, as_image, as_lags, as_neighbors, has_finite_sum, is_complete, is_flipped, lag_coords, like, readable, require_few, require_numbers
-from ._watch import watched
+from ._watch import in_c_order, watched
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -85,7 +85,7 @@ def _squares(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: 
     known = None if complete or not np.isnan(values).any() else ~np.isnan(values)
     if by_transforms:
         return watched(values.size, _by_transforms, values, known, lags, threads)
-    squares, pairs = _core.two_point_sums(np.ascontiguousarray(values, np.float64), "variogram", (0, *lags)[-3:], threads, report)
+    squares, pairs = _core.two_point_sums(in_c_order(values, np.float64), "variogram", (0, *lags)[-3:], threads, report)
     shape = [2 * lag + 1 for lag in lags]
     return squares.reshape(shape), pairs.reshape(shape)
 
@@ -363,7 +363,7 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
     order = np.argsort(limits, kind="stable")
     above = bodies == "above"
     with _progress.shown(progress, "curves") as report:
-        values = np.concatenate([curves(np.ascontiguousarray(readable("image", part(first))), limits[order], neighbors, above, nthreads,
+        values = np.concatenate([curves(in_c_order(readable("image", part(first))), limits[order], neighbors, above, nthreads,
                                         _progress.part(report, first / len(images), min(first + step, len(images)) / len(images)))
                                  for first in firsts])
     values[:, order] = values.copy()
@@ -414,7 +414,7 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
     nthreads = _door.threads(threads)
     if values.size == 0:
         raise DataError("image has no nodes.")
-    reduced, results = np.ascontiguousarray(values, np.float64), []
+    reduced, results = in_c_order(values, np.float64), []
     for _ in range(count):
         reduced = _core.reduce(reduced, nthreads)
         results.append(reduced)
@@ -545,7 +545,7 @@ def kmeans(samples: ArrayLike, clusters: int | ArrayLike, *, max_iterations: int
     limit = _door.number("tolerance", tolerance, at_least=0.0)
     number = _door.whole("seed", seed, 0, 2**64 - 1)
     with _progress.shown(progress, "clusters") as report:
-        labels, inertia = _core.kmeans(np.ascontiguousarray(table.T), centers, iterations, limit, starts, number, _door.threads(threads), report)
+        labels, inertia = _core.kmeans(in_c_order(table.T), centers, iterations, limit, starts, number, _door.threads(threads), report)
     return centers, labels, inertia
 
 

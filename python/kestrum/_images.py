@@ -13,7 +13,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _door, _image_blocks, _lazy
 from ._errors import ArgumentError, DataError, warn
 from ._image_door import Connectivity, as_image, as_neighbors, as_sides, as_truth, in_order, is_flipped, is_true, like, per_axis
-from ._watch import watched
+from ._watch import in_c_order, watched
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -113,7 +113,7 @@ def _sizes(image: NDArray[Any], nthreads: int) -> pd.DataFrame:
         unfit = image[(np.trunc(image) != image) & ~np.isnan(image) | (np.abs(image) >= 2**53)]
         if unfit.size:
             raise DataError(f"labels has the value {_door.show(unfit[0])}, but must be whole numbers. Give what label() returns.")
-        image = np.nan_to_num(image).astype(np.int64)
+        image = watched(image.size, lambda: np.nan_to_num(image).astype(np.int64))
     # The engine's table has a row for each label to the largest. Labels that would make it long are renumbered, 0 with them.
     least, count = (int(image.min()), int(image.max())) if image.size else (0, 0)
     if least < 0 or count > image.size:
@@ -121,9 +121,9 @@ def _sizes(image: NDArray[Any], nthreads: int) -> pd.DataFrame:
         numbers = np.ascontiguousarray(places.reshape(image.shape) + 1, np.int32)
         count = len(names)
     else:
-        numbers = np.ascontiguousarray(image, np.int32)
+        numbers = in_c_order(image, np.int32)
         names = np.arange(1, count + 1)
-    table = _core.body_sizes(numbers, count, nthreads) if count else np.empty((4, 0), np.int32)
+    table = watched(image.size, _core.body_sizes, numbers, count, nthreads) if count else np.empty((4, 0), np.int32)
     there = (table[0] > 0) & (names != 0)
     index = pd.Index(names[there], name="label")
     columns = ("size", "extent_z", "extent_y", "extent_x")
@@ -338,7 +338,7 @@ def _labels(image: NDArray[Any]) -> NDArray[np.int32]:
         if unfit.any():
             raise DataError(f"labels has the value {_door.show(image[unfit][0])}, but must be whole numbers of 32 bits. Give what label() returns.")
         image = whole.astype(np.int32)
-    return np.ascontiguousarray(image)
+    return in_c_order(image)
 
 
 def _spacings(spacing: Any, shape: tuple[int, ...], kind: np.dtype[Any]) -> list[float]:

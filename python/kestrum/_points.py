@@ -87,7 +87,7 @@ class Points:
                 raise DataError(f"values of {name!r} are all missing ({n} rows).")
             warn(f"{n - len(rows):,} of {n:,} rows have no value of {name!r} and are left out "
                  f"({_door.rows(np.flatnonzero(~known))}).")
-            places, given = places[rows], given[rows]
+            places, given = watched(places.size, lambda: (places[rows], given[rows]))
             errors = None if errors is None else errors[rows]
         if len(places) == 0:
             raise DataError("there are no points: at least one is needed.")

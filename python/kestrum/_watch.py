@@ -7,6 +7,9 @@ from collections.abc import Callable
 from queue import SimpleQueue
 from typing import Any, ParamSpec, TypeVar
 
+import numpy as np
+from numpy.typing import NDArray
+
 Arguments = ParamSpec("Arguments")
 Result = TypeVar("Result")
 # Below so many numbers work ends before anybody notices, and a thread would cost more than it.
@@ -40,3 +43,8 @@ def watched(size: int, work: Callable[Arguments, Result], *arguments: Arguments.
     if error is not None:
         raise error
     return result  # type: ignore[no-any-return]
+
+
+def in_c_order(values: NDArray[Any], kind: Any = None) -> NDArray[Any]:
+    """An array in C order, of a type: the same array if it is one."""
+    return watched(values.size, lambda: np.ascontiguousarray(values, kind))

@@ -17,6 +17,7 @@ from ._errors import ArgumentError, GridError
 from ._models import CovModel, require_model
 from ._points import Points
 from ._variogram import Variogram
+from ._watch import watched
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -64,10 +65,10 @@ def map(values: xr.DataArray, points: Points | None = None, ax: Axes | None = No
     image = values.transpose("y", "x")
     wide, tall = (abs(float(image[axis][-1] - image[axis][0])) + 1e-30 for axis in ("x", "y"))
     ax = _axes(ax, (min(10.0, max(3.5, 6.0 * wide / tall)) + 1.6, 6.0))
-    shown = [image.values[np.isfinite(image.values)]]
+    shown = [_finite(image)]
     if points is not None and points.values.dtype.kind in "iuf":
         shown.append(points.values)
-    everything = np.concatenate(shown)
+    everything = shown[0] if len(shown) == 1 else np.concatenate(shown)
     low = float(everything.min()) if vmin is None and everything.size else vmin
     high = float(everything.max()) if vmax is None and everything.size else vmax
     mesh = _draw(ax, image, cmap, low, high)
@@ -118,7 +119,7 @@ def realizations(simulations: xr.DataArray, n: int = 4, figure: Figure | None = 
     n = min(_door.whole("n", n, 1), simulations.sizes["realization"])
     columns = int(np.ceil(np.sqrt(n)))
     rows = -(-n // columns)
-    finite = simulations.values[np.isfinite(simulations.values)]
+    finite = _finite(simulations)
     if finite.size == 0:
         raise ArgumentError("simulations are all missing: there is nothing to draw.")
     figure = figure if figure is not None else plt.figure(figsize=(4.0 * columns + 1.0, 4.0 * rows), layout="constrained")
@@ -325,7 +326,8 @@ def _axes(ax: Axes | None, size: tuple[float, float] | None = None) -> Axes:
 
 def _draw(ax: Axes, image: Any, cmap: str, low: float | None, high: float | None) -> Any:
     """Values on (y, x) as cells about their coordinates. Missing ones are not drawn."""
-    values: Any = np.ma.array(image.values, mask=~np.isfinite(image.values))  # type: ignore[no-untyped-call]
+    numbers = image.values
+    values: Any = watched(image.size, np.ma.array, numbers, mask=~np.isfinite(numbers))
     style: dict[str, Any] = dict(cmap=cmap, vmin=low, vmax=high)
     edges: list[float] = []
     for axis in ("x", "y"):
@@ -334,9 +336,16 @@ def _draw(ax: Axes, image: Any, cmap: str, low: float | None, high: float | None
         if len(steps) == 0 or not np.allclose(steps, steps[0]):
             return ax.pcolormesh(image.x.values, image.y.values, values, shading="nearest", rasterized=True, **style)
         edges += [float(centres[0] - 0.5 * steps[0]), float(centres[-1] + 0.5 * steps[0])]
-    drawn = ax.imshow(values, extent=edges, origin="lower", interpolation="nearest", **style)
+    # Where the figure follows each change, windows may want it in their own thread.
+    size = 0 if plt.isinteractive() else values.size
+    drawn = watched(size, ax.imshow, values, extent=edges, origin="lower", interpolation="nearest", **style)
     ax.set(xlim=sorted(edges[:2]), ylim=sorted(edges[2:]))  # north is up, also where y descends
     return drawn
+
+
+def _finite(values: Any) -> Any:
+    numbers = values.values
+    return watched(values.size, lambda: np.asarray(numbers[np.isfinite(numbers)]))
 
 
 def _require_map(values: Any) -> None:

@@ -18,9 +18,10 @@ class BodyMeter {
   }
 
   [[nodiscard]] int Measure(const std::int16_t* codes, const CodeRange& range, Connectivity connectivity,
-                            std::int64_t* measures) noexcept {
+                            const Progress& progress, std::int64_t* measures) noexcept {
     finder_.Mark(codes, range);
-    const int count = finder_.Connect(connectivity);
+    const int count = finder_.Connect(connectivity, &progress);
+    if (progress.Aborted()) return kAborted;
     const std::size_t room = static_cast<std::size_t>(count) + 1;
     if (tables_.size() < 7 * room) {
       if (const int status = tables_.Allocate(7 * room); status != 0) return status;
@@ -58,7 +59,8 @@ int BodyCurves(const VORL_GRID& grid, int nimage, const std::int16_t* codes, int
       const CodeRange range =
           above ? CodeRange{static_cast<std::int16_t>(k + 1), std::numeric_limits<std::int16_t>::max()}
                 : CodeRange{0, k};
-      status = meter.Measure(codes + set / n * grid.nxyz, range, connectivity, measures + set * kBodyMeasures);
+      status =
+          meter.Measure(codes + set / n * grid.nxyz, range, connectivity, progress, measures + set * kBodyMeasures);
     }
     if (status != 0) failure = status;
   });

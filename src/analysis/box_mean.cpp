@@ -126,8 +126,14 @@ int BoxMean(const VORL_GRID& grid, const T* values, const BoxSides& sides, const
         if (!known) complete.store(false, std::memory_order_relaxed);
       },
       means);
+  // body(begin, end): of a row.
+  const auto forEachRow = [&, nx = std::ptrdiff_t{grid.nx}](const auto& body) {
+    dealing.Blocks(nxyz / nx, [&, nx](std::ptrdiff_t begin, std::ptrdiff_t end) {
+      for (std::ptrdiff_t row = begin; row < end && !progress.Aborted(); ++row) body(row * nx, (row + 1) * nx);
+    });
+  };
   if (complete) {
-    dealing.Blocks(nxyz, [&](std::ptrdiff_t begin, std::ptrdiff_t end) {
+    forEachRow([&](std::ptrdiff_t begin, std::ptrdiff_t end) {
       for (std::ptrdiff_t i = begin; i < end; ++i) means[i] = means[i] / static_cast<double>(size) * unit;
     });
     return progress.After(0);
@@ -144,7 +150,7 @@ int BoxMean(const VORL_GRID& grid, const T* values, const BoxSides& sides, const
       },
       counts.data());
   const std::int64_t enough = (4 * size + 4) / 5;
-  dealing.Blocks(nxyz, [&, known = counts.data()](std::ptrdiff_t begin, std::ptrdiff_t end) {
+  forEachRow([&, known = counts.data()](std::ptrdiff_t begin, std::ptrdiff_t end) {
     for (std::ptrdiff_t i = begin; i < end; ++i) {
       const unsigned count = known[i];
       means[i] = count >= enough ? means[i] / count * unit : std::numeric_limits<double>::quiet_NaN();

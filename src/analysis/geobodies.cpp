@@ -77,8 +77,9 @@ BundleSlab GeobodyFinder::JoinAll(Connectivity connectivity, const Progress* pro
   return slab;
 }
 
-int GeobodyFinder::Connect(Connectivity connectivity) noexcept {
-  BundleSlab slab = JoinAll(connectivity, nullptr);
+int GeobodyFinder::Connect(Connectivity connectivity, const Progress* progress) noexcept {
+  BundleSlab slab = JoinAll(connectivity, progress);
+  if (progress != nullptr && progress->Aborted()) return 0;  // or some runs may not have their numbers
   NumberRuns(runs_, slab);
   return slab.ngeobody;
 }

@@ -108,8 +108,9 @@ class GeobodyFinder : public NodeBits {
  public:
   [[nodiscard]] int Allocate(const VORL_GRID& grid) noexcept;
 
-  // Joins the marked nodes and returns the number of geobodies, which are numbered by their first nodes.
-  int Connect(Connectivity connectivity) noexcept;
+  // Joins the marked nodes and returns the number of geobodies, which are numbered by their first nodes; 0 if
+  // progress is aborted.
+  int Connect(Connectivity connectivity, const Progress* progress = nullptr) noexcept;
 
   // Joins the marked nodes and returns the sum of the squared sizes of the geobodies.
   std::int64_t SumOfSquares(Connectivity connectivity, const Progress& progress) noexcept;

@@ -168,9 +168,9 @@ class BitSweeps {
 
   // The same of a mask, which may grow anywhere.
   template <typename T>
-  void LoadMask(const T* mask, bool dilating) noexcept {
+  void LoadMask(const T* mask, bool dilating, const Progress& progress) noexcept {
     dealing_.Blocks(Rows(), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-      for (std::ptrdiff_t row = begin; row < end; ++row) {
+      for (std::ptrdiff_t row = begin; row < end && !progress.Aborted(); ++row) {
         const T* const values = mask + row * grid_.nx;
         MarkWords(values, grid_.nx, TrueValues{}, Source(row));
         if (dilating) continue;
@@ -223,9 +223,9 @@ class BitSweeps {
 
   // Writes what has grown, or what is left, but for NaN.
   template <typename T>
-  void StoreMask(const T* mask, bool dilating, unsigned char* out) noexcept {
+  void StoreMask(const T* mask, bool dilating, const Progress& progress, unsigned char* out) noexcept {
     dealing_.Blocks(Rows(), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-      for (std::ptrdiff_t row = begin; row < end; ++row) {
+      for (std::ptrdiff_t row = begin; row < end && !progress.Aborted(); ++row) {
         const auto write = [&](std::ptrdiff_t first, int n, const unsigned char* known) {
           const Word grown = Source(row)[first / kWordBits];
           unsigned char bytes[kWordBits];
@@ -399,12 +399,12 @@ int ChangeMask(const VORL_GRID& grid, const T* mask, bool dilating, std::span<co
                unsigned char* out, const Dealing& dealing, const Progress& progress) noexcept {
   BitSweeps sweeps(grid, dealing);
   if (const int status = sweeps.Allocate(true); status != 0) return status;
-  sweeps.LoadMask(mask, dilating);
+  sweeps.LoadMask(mask, dilating, progress);
   for (const StructuringElement& element : elements) {
     if (const int status = sweeps.SetElement(element); status != 0) return status;
     sweeps.SweepAnywhere(progress);
   }
-  sweeps.StoreMask(mask, dilating, out);
+  sweeps.StoreMask(mask, dilating, progress, out);
   return progress.After(0);
 }
 

@@ -103,9 +103,9 @@ class SetRows {
 
   // mark(code, row, word, bit): sets what belongs to a node.
   template <typename Body>
-  void Mark(const std::int16_t* codes, const Dealing& dealing, const Body& mark) noexcept {
+  void Mark(const std::int16_t* codes, const Dealing& dealing, const Progress& progress, const Body& mark) noexcept {
     dealing.Blocks(nrow_, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-      for (std::ptrdiff_t row = begin; row < end; ++row) {
+      for (std::ptrdiff_t row = begin; row < end && !progress.Aborted(); ++row) {
         std::uint64_t* const to = bits_.data() + row * words_;
         for (int x = 0; x < nx_; ++x) {
           const int code = codes[row * nx_ + x];
@@ -156,7 +156,7 @@ int CountCategoryPairs(const VORL_GRID& grid, const std::int16_t* codes, int nca
   SetRows sets;
   if (const int status = sets.Allocate(grid, ncategory); status != 0) return status;
   const std::ptrdiff_t stride = sets.stride();
-  sets.Mark(codes, dealing,
+  sets.Mark(codes, dealing, progress,
             [stride](int code, std::uint64_t* word, std::uint64_t bit) noexcept { word[code * stride] |= bit; });
   const auto addPairs = KESTRUM_KERNEL_AT(level, AddPairsOfSets);
   return lags.Fill(
@@ -177,7 +177,7 @@ int CountCategoryChanges(const VORL_GRID& grid, const std::int16_t* codes, int n
   SetRows sets;
   if (const int status = sets.Allocate(grid, nset + 1); status != 0) return status;
   const std::ptrdiff_t stride = sets.stride();
-  sets.Mark(codes, dealing, [=](int code, std::uint64_t* word, std::uint64_t bit) noexcept {
+  sets.Mark(codes, dealing, progress, [=](int code, std::uint64_t* word, std::uint64_t bit) noexcept {
     word[nset * stride] |= bit;
     for (int k = nested ? 0 : code; k < (nested ? code : code + 1); ++k) word[k * stride] |= bit;
   });
