@@ -272,7 +272,7 @@ def _transitions_by_transforms(codes: NDArray[np.int16], n: int, lags: tuple[int
     pairs = np.empty((n, n, *(2 * lag + 1 for lag in lags)), np.int64)
     odds = iter(found[len(couples):])
     for (a, b), even in zip(couples, found):
-        odd = next(odds) if a < b else 0.0
+        odd: Any = next(odds) if a < b else 0.0
         there, back = np.rint(even + odd), np.rint(even - odd)
         pairs[a, b] = np.concatenate((np.flip(back[1:]), there))
         pairs[b, a] = np.concatenate((np.flip(there[1:]), back))
@@ -280,7 +280,7 @@ def _transitions_by_transforms(codes: NDArray[np.int16], n: int, lags: tuple[int
 
 
 def _indicator(codes: NDArray[np.int16], code: int, rows: slice) -> NDArray[np.float64]:
-    return (codes[rows] == code).astype(np.float64)
+    return np.asarray(codes[rows] == code, np.float64)
 
 
 def _changes(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, numbers: NDArray[np.float64],
