@@ -15,6 +15,7 @@
 #include "engine/path_view.hpp"
 #include "engine/problem.hpp"
 #include "engine/random_source.hpp"
+#include "engine/team_end.hpp"
 
 namespace kestrum {
 
@@ -66,6 +67,7 @@ class PathWalk {
     word_.store(0, std::memory_order_relaxed);
     next_.store(0, std::memory_order_relaxed);
     ndrawn_.store(0, std::memory_order_relaxed);
+    end_.Start();
     progress_.Start(problem_.dealing().nscratch());
     std::fill(drawer_.begin(), drawer_.end(), kNobody);
     std::fill(ndrawnOf_.begin(), ndrawnOf_.end(), 0);
@@ -73,14 +75,11 @@ class PathWalk {
       Walk<Law> walk{law, random, ranks, value, thread, team, Dealing::Crowded(team), ChunkSize(team)};
       if (team > 1 && thread == team - 1) beside();
       views_[thread].Start(before, problem_.path.firstSimulated);
-      for (;;) {
-        const std::int64_t begin = next_.fetch_add(walk.chunk);
-        if (begin >= count_) break;
-        Stop(problem_.progress().Interruption());
-        if (Stopped() || !DrawOwnChunk(walk, static_cast<int>(begin))) return;
+      if (DrawOwnChunks(walk)) {
+        views_[thread].MarkFresh(path_, count_, count_);
+        ReportUpTo(walk, count_ - 1);
       }
-      views_[thread].MarkFresh(path_, count_, count_);
-      ReportUpTo(walk, count_ - 1);
+      end_.Await(team);
     });
     if (const int status = word_.load(); status != 0) return status;
     return threaded_ ? problem_.progress().After(0) : 0;
@@ -233,6 +232,17 @@ class PathWalk {
     return ready;
   }
 
+  // Draws chunks as long as there are any. Gives false if the run is stopped meanwhile.
+  template <typename Law>
+  bool DrawOwnChunks(Walk<Law>& walk) noexcept {
+    for (;;) {
+      const std::int64_t begin = next_.fetch_add(walk.chunk);
+      if (begin >= count_) return true;
+      Stop(problem_.progress().Interruption());
+      if (Stopped() || !DrawOwnChunk(walk, static_cast<int>(begin))) return false;
+    }
+  }
+
   // Gives false if the run is stopped meanwhile.
   template <typename Law>
   bool DrawOwnChunk(Walk<Law>& walk, int begin) noexcept {
@@ -282,6 +292,7 @@ class PathWalk {
   std::atomic<int> word_{0};             // the first failure stops the threads, the last one is the result
   ObjectArray<PathView> views_;
   PathProgress progress_;
+  TeamEnd end_;
 };
 
 }  // namespace kestrum

@@ -12,6 +12,7 @@
 #include "core/buffer.hpp"
 #include "core/object_array.hpp"
 #include "engine/realizations.hpp"
+#include "engine/team_end.hpp"
 
 namespace kestrum {
 
@@ -59,20 +60,21 @@ class RealizationTeam {
     if (const int status = progress.After(0); status != 0) return status;
     progress.StartRealizations(count_);
     sink.Begin(0);
-    Dealing::Threads(team_).EachThread([&](int thread, int) noexcept {
+    Dealing::Threads(team_).EachThread([&](int thread, int team) noexcept {
       const bool delivers = thread == 0;
-      for (;;) {
+      while (!halted()) {
         const int r = next_.fetch_add(1, std::memory_order_relaxed);
         if (r >= count_) break;
         Halt(drawers_[thread].Draw(r));
         while (!halted() && r - ndelivered_.load(std::memory_order_acquire) >= nslot_) Wait(delivers, sink);
-        if (halted()) return;
+        if (halted()) break;
         const Buffer<real>& drawn = drawers_[thread].value;
         std::copy(drawn.begin(), drawn.end(), Slot(r));
         Filled(r).store(r + 1, std::memory_order_release);
         if (delivers) Deliver(sink);
       }
       while (delivers && !halted() && ndelivered_.load(std::memory_order_relaxed) < count_) Wait(true, sink);
+      end_.Await(team);
     });
     return halt_.load();
   }
@@ -156,6 +158,7 @@ class RealizationTeam {
   std::atomic<int> next_{0};
   std::atomic<int> ndelivered_{0};
   std::atomic<int> halt_{0};
+  TeamEnd end_;
 };
 
 // About how long a simulation takes one thread, in ns.
@@ -163,12 +166,12 @@ inline double WorkOf(const Problem& problem, int count) noexcept {
   double node = 0.0;
   for (const ModelSetup& setup : problem.setups) {
     const double m = std::min(setup.neighbors.limit, problem.grid.nxyz);
-    node += 150.0 + 3.0 * m * m;
+    node += 150.0 + (problem.solver.factorising() ? 1.5 : 3.0) * m * m;
   }
   return node * count * (problem.path.nnode - problem.path.firstInequality);
 }
 // What takes less is drawn by one thread: on busy cores another one begins after some milliseconds.
-inline constexpr double kWorthWaking = 2e6;
+inline constexpr double kWorthWaking = 8e6;
 
 // All realizations of a simulation. makeLaw(problem, value, law) makes a law for a problem and the values that it draws.
 template <RealizationLaw Law, typename MakeLaw>
