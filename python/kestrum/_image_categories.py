@@ -36,6 +36,10 @@ def categorize(image: ArrayLike, cuts: ArrayLike, *, threads: int | None = None)
     ndarray of int16, in the order of the image, or DataArray like the image
         From 0, the lowest class; -1 at NaN.
 
+    Notes
+    -----
+    There is no work memory, but for types that are copied.
+
     Examples
     --------
     >>> import kestrum as ks, numpy as np
@@ -72,6 +76,10 @@ def proportion_cuts(values: ArrayLike, proportions: ArrayLike, *, threads: int |
     ndarray of float64
         One less than there are classes, for `categorize`: of the values, those with a share below them nearest to the sum
         of the proportions, the smaller of two.
+
+    Notes
+    -----
+    Work memory is two copies of the values, and a byte a value.
 
     Examples
     --------
@@ -125,6 +133,10 @@ def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, 
     -------
     DataFrame
         Indexed by category: `nodes`, and `proportion` among the nodes that are not missing.
+
+    Notes
+    -----
+    Work memory is 3 bytes a node.
 
     Examples
     --------
@@ -216,6 +228,10 @@ def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axe
     ndarray
         The categories in order: a chain that starts with the pair most often next to each other and grows, at either end,
         by the category most often next to that end.
+
+    Notes
+    -----
+    Transitions are counted as by `transiogram`, in the same work memory.
 
     Examples
     --------

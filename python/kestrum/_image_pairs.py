@@ -149,7 +149,8 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
     -----
     Li, Transiograms for characterizing spatial variability of soil classes, 2007. Up to 11 categories are sets of bits, of which
     64 pairs are counted at once; pairs of more are counted one by one. Work memory is 2 bytes a node, and for up to 11 categories an
-    eighth byte for each. By transforms, it is 2 bytes a node, and for each category 8 a node of the image with the lags added to its last axis.
+    eighth byte for each. By transforms, it is 2 bytes a node, and for each category 8 a node of the image with the lags added to its last axis,
+    and those of sixteen columns of each couple.
 
     Examples
     --------
@@ -208,7 +209,7 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
     Notes
     -----
     Categories and sets of thresholds are bits, of which 64 pairs are counted at once. Work memory is 2 bytes a node, and an eighth byte
-    for each; by transforms, as that of `transiogram`.
+    for each; by transforms, as that of `transiogram` with one category more.
 
     Examples
     --------

@@ -297,7 +297,7 @@ def label_depth(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, me
 
     Notes
     -----
-    As `nearest_label`, by the runs of one label along each line.
+    As `nearest_label`, by the runs of one label along each line, in the same work memory.
 
     Examples
     --------
