@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "analysis/body_curves.hpp"
 #include "analysis/connection_curve.hpp"
@@ -25,6 +26,24 @@ Array<double> Reduce(const Array<double>& image, int nthreads) {
     return ReduceArray({grid.nx, grid.ny, grid.nz}, image.data(), to, Dealing::Threads(nthreads));
   });
   return reduced;
+}
+
+// The axes that `finer` names have 2 n - 1 nodes.
+Array<double> Expand(const Array<double>& image, const std::vector<bool>& finer, int nthreads) {
+  const VORL_GRID grid = GridOfShape(image);
+  py::array::ShapeContainer shape(image.shape(), image.shape() + image.ndim());
+  bool changes[3] = {};
+  for (std::size_t axis = 0; axis < shape->size(); ++axis) {
+    if (!finer.at(axis)) continue;
+    (*shape)[axis] = 2 * (*shape)[axis] - 1;
+    changes[shape->size() - 1 - axis] = true;
+  }
+  Array<double> expanded(shape);
+  double* const to = expanded.mutable_data();
+  RunOperations(10.0 * static_cast<double>(expanded.size()), [&](const Progress&) noexcept {
+    return ExpandArray({grid.nx, grid.ny, grid.nz}, changes, image.data(), to, Dealing::Threads(nthreads));
+  });
+  return expanded;
 }
 
 // The cuts, how many values are distinct, and whether one is infinite.
@@ -106,6 +125,7 @@ void BindImageStatistics(py::module_& module) {
   module.def("measure_bodies", &MeasureBodies, py::arg("codes").noconvert(), py::arg("n"), py::arg("neighbors"),
              py::arg("above"), py::arg("threads"), py::arg("progress"));
   module.def("reduce", &Reduce, py::arg("image").noconvert(), py::arg("threads"));
+  module.def("expand", &Expand, py::arg("image").noconvert(), py::arg("finer"), py::arg("threads"));
   module.def("kmeans", &KMeans, py::arg("features").noconvert(), py::arg("centers").noconvert(),
              py::arg("max_iterations"), py::arg("tolerance"), py::arg("restarts"), py::arg("seed"), py::arg("threads"),
              py::arg("progress"));

@@ -26,7 +26,7 @@ from ._image_categories import categorize, category_order, category_proportions,
 from ._image_pairs import connectivity_function, covariance_map, indicator_variogram_map, transiogram
 from ._image_paths import geodesic_steps, shortest_path
 from ._image_resampling import resample
-from ._image_statistics import body_curves, connectivity_curve, kmeans, otsu, pyramid, variogram_map
+from ._image_statistics import body_curves, connectivity_curve, expand, kmeans, otsu, pyramid, variogram_map
 from ._images import body_sizes, box_mean, dilate, distance, erode, euler_number, label, label_depth, nearest_label
 from ._krige import krige
 from ._models import (CardinalSine, CovModel, Cubic, Exponential, Gamma, Gaussian, Linear, Matern, Nugget, Power, Spherical,
@@ -83,6 +83,7 @@ __all__ = [
     "distance",
     "erode",
     "euler_number",
+    "expand",
     "fit_likelihood",
     "geodesic_steps",
     "indicator_variogram_map",

@@ -131,6 +131,7 @@ def chain_categories(transitions: NDArray[np.int64]) -> NDArray[np.int32]:
 def alike_pairs(labels: NDArray[np.int32], max_lag: Sequence[int], threads: int, progress: _Progress) -> NDArray[np.int64]:
     """Pairs of one label other than 0, by lag."""
 def reduce(image: NDArray[np.float64], threads: int) -> NDArray[np.float64]: ...
+def expand(image: NDArray[np.float64], finer: list[bool], threads: int) -> NDArray[np.float64]: ...
 def kmeans(features: NDArray[np.float64], centers: NDArray[np.float64], max_iterations: int, tolerance: float, restarts: int, seed: int,
            threads: int, progress: _Progress) -> tuple[NDArray[np.int32], float]:
     """Labels and inertia; centers is in and out. restarts: 0 begins with the centres that are there."""

@@ -428,6 +428,54 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
     return frames
 
 
+def expand(image: ArrayLike, shape: Sequence[int], *, threads: int | None = None) -> NDArray[np.float64]:
+    """The way back along a pyramid: an image of the shape of the level before.
+
+    Parameters
+    ----------
+    image : array_like
+        Two or three axes, of numbers; NaN is missing.
+    shape : sequence of int
+        Of the result: along each axis as many nodes as the image has, n, or 2 n - 1 or 2 n.
+    threads : int, optional
+        By default all cores. The result does not depend on it.
+
+    Returns
+    -------
+    ndarray of float64
+        The nodes of the image become nodes 0, 2, 4 and so on. All are means by the weights 1, 4, 6, 4, 1, those in between of
+        two and the others of three along an axis; outside the image its ends are repeated. NaN where less than 0.6 of the weight is on
+        nodes that are not missing.
+
+    Notes
+    -----
+    Burt and Adelson, The Laplacian pyramid as a compact image code, 1983: the differences of an image and what is expanded of
+    its next level are a level of the Laplacian pyramid. Work memory is a copy of the image, and a few rows for each thread.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> ks.expand([[0, 8, 0], [0, 8, 0]], (2, 5))
+    array([[1., 4., 6., 4., 1.],
+           [1., 4., 6., 4., 1.]])
+    """
+    values = as_image("image", image)
+    sides = tuple(_door.whole("shape", side) for side in shape)
+    fits = len(sides) == values.ndim and all(side == n or n > 1 and 2 * n - 1 <= side <= 2 * n for side, n in zip(sides, values.shape))
+    if not fits:
+        raise ArgumentError(f"shape is {_door.show(shape)}, but each side n of the image, which has {' x '.join(map(str, values.shape))} nodes, may only stay, or "
+                            "become 2 n - 1 or 2 n. Expand step by step.")
+    if not has_finite_sum(values) and np.isinf(values).any():
+        raise DataError("image has infinite values. Set them to NaN.")
+    nthreads = _door.threads(threads)
+    if values.size == 0:
+        return np.empty(sides)
+    # An even side ends between two nodes, the second of which repeats the end.
+    repeated = np.pad(values, [(0, int(side == 2 * n > n)) for side, n in zip(sides, values.shape)], "edge")
+    finer: Floats = _core.expand(repeated.astype(np.float64, "C", copy=False), [side != n for side, n in zip(sides, values.shape)], nthreads)
+    return finer[tuple(map(slice, sides))]
+
+
 def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> NDArray[np.float64]:
     """Thresholds that cut values into classes as different as can be.
 

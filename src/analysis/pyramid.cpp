@@ -543,18 +543,29 @@ int ResampleImage(const VORL_IMAGE& in, VORL_IMAGE* out, const int (&steps)[3], 
   return 0;
 }
 
-}  // namespace
-
-int ReduceArray(const int (&n)[3], const double* values, double* reduced, const Dealing& dealing) noexcept {
+template <typename Filter>
+int ResampleArray(const int (&n)[3], const bool (&changes)[3], const double* values, double* output,
+                  const Dealing& dealing) noexcept {
   constexpr int kStep = 2;
   double weight[kStep + 1];
   VORLPyramidWeight(kStep, weight, -1.0);
   Axis axes[3];
   for (int a = 0; a < 3; ++a) {
-    axes[a] = {n[a], n[a] > kStep ? kStep : 0, weight, 0, 0};
-    if (const int status = Reduction::SetDimension(&axes[a]); status != 0) return status;
+    axes[a] = {n[a], changes[a] ? kStep : 0, weight, 0, 0};
+    if (const int status = Filter::SetDimension(&axes[a]); status != 0) return status;
   }
-  return Resample<Reduction>(values, axes, reduced, nullptr, Reduction::kMinWeightDefault, dealing, MissingMark::kNaN);
+  return Resample<Filter>(values, axes, output, nullptr, Filter::kMinWeightDefault, dealing, MissingMark::kNaN);
+}
+
+}  // namespace
+
+int ReduceArray(const int (&n)[3], const double* values, double* reduced, const Dealing& dealing) noexcept {
+  return ResampleArray<Reduction>(n, {n[0] > 2, n[1] > 2, n[2] > 2}, values, reduced, dealing);
+}
+
+int ExpandArray(const int (&n)[3], const bool (&changes)[3], const double* values, double* expanded,
+                const Dealing& dealing) noexcept {
+  return ResampleArray<Expansion>(n, changes, values, expanded, dealing);
 }
 
 }  // namespace kestrum

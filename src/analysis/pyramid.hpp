@@ -11,6 +11,13 @@ namespace kestrum {
 [[nodiscard]] int ReduceArray(const int (&n)[3], const double* values, double* reduced,
                               const Dealing& dealing) noexcept;
 
+// Back: the nodes of the array become nodes 0, 2, 4 and so on, and all are filtered by the same weights. NaN is
+// missing as there.
+//   changes   the axes, of two nodes at least, that are expanded
+//   expanded  out; these axes have 2 n - 1 nodes
+[[nodiscard]] int ExpandArray(const int (&n)[3], const bool (&changes)[3], const double* values, double* expanded,
+                              const Dealing& dealing) noexcept;
+
 }  // namespace kestrum
 
 #endif

@@ -4,8 +4,6 @@
 // A body is written once for V, a vector or one number, and called for groups of vectors, for vectors, and for the
 // nodes that are left.
 
-constexpr MissingMark kNumber = MissingMark::kNumber;
-
 template <MissingMark kMark, typename V>
 KESTRUM_KERNEL_INLINE Mask<V> MissingIn(V values) {
   // A comparison with NaN is false.
@@ -101,30 +99,31 @@ KESTRUM_KERNEL_TARGET void AddInformedTaps(const PyramidTap* taps, std::size_t n
   for (; i < n; ++i) AddInformedTapsAt<kMark, double, 1>(taps, ntap, i, to);
 }
 
-template <typename V, bool kHasC>
+template <MissingMark kMark, typename V, bool kHasC>
 KESTRUM_KERNEL_INLINE Mask<V> BlendAt(const PyramidBlend& blend, const double* a, const double* b, const double* c,
                                       std::size_t i, double* to) {
   V far = Load<V>(b + i);
   if constexpr (kHasC) far = Load<V>(c + i) + far;
   const V sum = Broadcast<V>(blend.near) * Load<V>(a + i) + Broadcast<V>(blend.far) * far;
   Store(to + i, sum);
-  return MissingIn<kNumber>(sum);
+  return MissingIn<kMark>(sum);
 }
 
-template <bool kHasC>
+template <MissingMark kMark, bool kHasC>
 KESTRUM_KERNEL_INLINE bool BlendRow(const PyramidBlend& blend, const double* a, const double* b, const double* c,
                                     std::size_t n, double* to) {
   Mask<Vector> found = {};
   bool rest = false;
   std::size_t i = 0;
-  for (; i + kWidth <= n; i += kWidth) found |= BlendAt<Vector, kHasC>(blend, a, b, c, i, to);
-  for (; i < n; ++i) rest |= BlendAt<double, kHasC>(blend, a, b, c, i, to);
+  for (; i + kWidth <= n; i += kWidth) found |= BlendAt<kMark, Vector, kHasC>(blend, a, b, c, i, to);
+  for (; i < n; ++i) rest |= BlendAt<kMark, double, kHasC>(blend, a, b, c, i, to);
   return rest || Any(found);
 }
 
+template <MissingMark kMark>
 KESTRUM_KERNEL_TARGET bool Blend(const PyramidBlend& blend, const double* a, const double* b, const double* c,
                                  std::size_t n, double* to) {
-  return c != nullptr ? BlendRow<true>(blend, a, b, c, n, to) : BlendRow<false>(blend, a, b, c, n, to);
+  return c != nullptr ? BlendRow<kMark, true>(blend, a, b, c, n, to) : BlendRow<kMark, false>(blend, a, b, c, n, to);
 }
 
 // The sum of the terms there are. Adding -0.0 changes no number, not even the sign of a zero.
@@ -136,28 +135,29 @@ KESTRUM_KERNEL_INLINE V SumOfTerms(const PyramidBlend& blend, V a, V b, V c, Mas
   return (noA ? nothing : near) + ((noB & noC) ? nothing : far);
 }
 
-template <typename V>
+template <MissingMark kMark, typename V>
 KESTRUM_KERNEL_INLINE void BlendInformedAt(const PyramidBlend& blend, const PyramidRow& a, const PyramidRow& b,
                                            const PyramidRow* c, std::size_t i, const PyramidRowStorage& to) {
   const V valueA = Load<V>(a.values + i);
   const V valueB = Load<V>(b.values + i);
-  const V valueC = c != nullptr ? Load<V>(c->values + i) : Broadcast<V>(VORL_MISSING_VALUE);
+  const V valueC = c != nullptr ? Load<V>(c->values + i) : Broadcast<V>(MissingOf(kMark));
   const V weightC = c != nullptr ? Load<V>(c->weights + i) : V{};
-  const Mask<V> noA = MissingIn<kNumber>(valueA);
-  const Mask<V> noB = MissingIn<kNumber>(valueB);
-  const Mask<V> noC = MissingIn<kNumber>(valueC);
+  const Mask<V> noA = MissingIn<kMark>(valueA);
+  const Mask<V> noB = MissingIn<kMark>(valueB);
+  const Mask<V> noC = MissingIn<kMark>(valueC);
   const Mask<V> nothing = noA & noB & noC;
   const V value = SumOfTerms(blend, valueA, valueB, valueC, noA, noB, noC);
   const V weight = SumOfTerms(blend, Load<V>(a.weights + i), Load<V>(b.weights + i), weightC, noA, noB, noC);
-  Store(to.values + i, nothing ? Broadcast<V>(VORL_MISSING_VALUE) : value);
+  Store(to.values + i, nothing ? Broadcast<V>(MissingOf(kMark)) : value);
   Store(to.weights + i, nothing ? V{} : weight);
 }
 
+template <MissingMark kMark>
 KESTRUM_KERNEL_TARGET void BlendInformed(const PyramidBlend& blend, const PyramidRow& a, const PyramidRow& b,
                                          const PyramidRow* c, std::size_t n, const PyramidRowStorage& to) {
   std::size_t i = 0;
-  for (; i + kWidth <= n; i += kWidth) BlendInformedAt<Vector>(blend, a, b, c, i, to);
-  for (; i < n; ++i) BlendInformedAt<double>(blend, a, b, c, i, to);
+  for (; i + kWidth <= n; i += kWidth) BlendInformedAt<kMark, Vector>(blend, a, b, c, i, to);
+  for (; i < n; ++i) BlendInformedAt<kMark, double>(blend, a, b, c, i, to);
 }
 
 template <MissingMark kMark, typename V>
@@ -221,5 +221,11 @@ KESTRUM_KERNEL_TARGET void Join(const double* first, const double* second, std::
 }
 
 template <MissingMark kMark>
-constexpr PyramidKernels kPyramidKernels = {
-    HasMissing<kMark>, AddTaps<kMark>, AddInformedTaps<kMark>, Blend, BlendInformed, Divide<kMark>, TakeApart, Join};
+constexpr PyramidKernels kPyramidKernels = {HasMissing<kMark>,
+                                            AddTaps<kMark>,
+                                            AddInformedTaps<kMark>,
+                                            Blend<kMark>,
+                                            BlendInformed<kMark>,
+                                            Divide<kMark>,
+                                            TakeApart,
+                                            Join};

@@ -116,6 +116,33 @@ def test_pyramids(image):
         np.testing.assert_allclose(level[there], expected[there], 1e-12, 1e-8)
 
 
+@given(images(40), st.integers(0, 7))
+@settings(max_examples=80, deadline=None)
+def test_expansion(image, choice):
+    """Beside zeros put between the nodes, and the same filter."""
+    values, doubles = image
+    sides = [n if n < 2 else (2 * n - 1, 2 * n)[choice >> axis & 1] for axis, n in enumerate(values.shape)]
+    sums, known = np.nan_to_num(doubles), (doubles == doubles).astype(float)
+    for axis, (side, n) in enumerate(zip(sides, values.shape)):
+        if side == n:
+            continue
+
+        def filtered(values):
+            ends = np.take(values, np.clip(np.arange(-1, n + 1), 0, n - 1), axis)
+            spread = np.zeros([2 * (n + 2) if k == axis else m for k, m in enumerate(ends.shape)])
+            spread[(slice(None),) * axis + (slice(0, None, 2),)] = ends
+            result = ndimage.correlate1d(spread, np.array([1, 4, 6, 4, 1]) / 8, axis)
+            return np.take(result, np.arange(2, side + 2), axis)
+
+        sums, known = filtered(sums), filtered(known)
+    found = ks.expand(values, sides, threads=2)
+    assert found.shape == tuple(sides) and np.array_equal(found, ks.expand(values, sides, threads=1), equal_nan=True)
+    surely = np.abs(known - 0.6) > 1e-9
+    there = surely & (known > 0.6)
+    np.testing.assert_array_equal(np.isnan(found[surely]), known[surely] < 0.6)
+    np.testing.assert_allclose(found[there], sums[there] / known[there], 1e-12, 1e-8)
+
+
 def between(values, cuts):
     """The sum of squares between classes."""
     values = values[values == values]
@@ -249,7 +276,8 @@ def test_refusals():
         (ks.variogram_map, (flat, 0.5), ks.ArgumentTypeError, "whole"), (ks.variogram_map, (infinite, 1), ks.DataError, "infinite"),
         (ks.variogram_map, (flat.astype(object), 1), ks.ArgumentTypeError, "astype"), (ks.variogram_map, (flat[0], 1), ks.DataError, "axis"),
         (ks.pyramid, (flat, 0), ks.ArgumentError, "at least 1"), (ks.pyramid, (flat.astype(complex),), ks.ArgumentTypeError, "complex"),
-        (ks.pyramid, (np.ones((0, 3)),), ks.DataError, "no nodes"), (ks.otsu, (flat, 1), ks.ArgumentError, "at least 2"),
+        (ks.pyramid, (np.ones((0, 3)),), ks.DataError, "no nodes"), (ks.expand, (flat, (3,)), ks.ArgumentError, "2 n - 1"),
+        (ks.expand, ([[1.0, 2.0]], (1, 5)), ks.ArgumentError, "step by step"), (ks.expand, ([[np.inf, 2.0]], (1, 3)), ks.DataError, "infinite"), (ks.otsu, (flat, 1), ks.ArgumentError, "at least 2"),
         (ks.otsu, (flat, 7), ks.DataError, "6 distinct numbers, too few for 7"), (ks.otsu, (infinite,), ks.DataError, "infinite"),
         (ks.otsu, ([np.nan],), ks.DataError, "0 distinct"), (ks.otsu, (np.array(["a"]),), ks.ArgumentTypeError, "numbers"),
         (ks.kmeans, (flat, 3), ks.ArgumentError, "2 rows only"), (ks.kmeans, (flat, 10**30), ks.ArgumentError, "2 rows only"),
