@@ -32,7 +32,8 @@ struct Axes {
 template <typename Count>
 class PairCounter {
  public:
-  explicit PairCounter(Count** matrix) noexcept : matrix_(matrix) {}
+  // isShared: other threads add to the matrix, too.
+  PairCounter(Count** matrix, bool isShared) noexcept : matrix_(matrix), isShared_(isShared) {}
   PairCounter(const PairCounter&) = delete;
   PairCounter& operator=(const PairCounter&) = delete;
   ~PairCounter() {
@@ -53,6 +54,11 @@ class PairCounter {
 
  private:
   void AddToMatrix(int a, int b, int count) noexcept {
+    if (!isShared_) {
+      Count& sum = matrix_[a][b];
+      if (__builtin_add_overflow(sum, count, &sum)) sum = std::numeric_limits<Count>::max();
+      return;
+    }
     const std::atomic_ref<Count> entry(matrix_[a][b]);
     Count before = entry.load(std::memory_order_relaxed);
     Count after;
@@ -63,6 +69,7 @@ class PairCounter {
 
   static constexpr int kTableSize = 64;
   Count** matrix_;
+  const bool isShared_;
   int table_[kTableSize][kTableSize] = {};
 };
 
@@ -86,7 +93,7 @@ int CountTransitions(const CategoryGrid& grid, const Axes& axes, int nvalue, Cou
     const std::ptrdiff_t run = slab - step;
     if (axes.wanted[axis]) {
       dealing.Blocks(nnode / slab * run, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-        PairCounter<Count> counter(matrix);
+        PairCounter<Count> counter(matrix, dealing.threaded());
         while (begin < end) {
           const std::ptrdiff_t offset = begin % run;
           const int* const lower = grid.index + begin / run * slab + offset;
