@@ -30,7 +30,7 @@ def make_gallery(_app):
     """Runs the examples, and writes a page for each with its picture."""
     gallery = HERE / "gallery"
     gallery.mkdir(exist_ok=True)
-    names = ("map", "model", "uncertainty", "categories", "drift_and_blocks", "ore_body", "images", "facies")
+    names = ("map", "model", "uncertainty", "categories", "drift_and_blocks", "ore_body", "images", "facies", "shapes")
     for name in names:
         program = ROOT / "examples" / f"{name}.py"
         done = subprocess.run([sys.executable, program], check=True, capture_output=True, text=True)

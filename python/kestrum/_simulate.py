@@ -289,7 +289,8 @@ def _neighborhood_bytes(target: Target, model: CovModel, radii: tuple[float, flo
     assert target.numbers is not None
     dimension = target.dimension
     cells, sizes = np.array(target.numbers[:dimension]), np.array(target.numbers[3:3 + dimension])
-    ranges = [[np.max(r) for r in s.range] for s in model.structures if s.range]
+    # One range holds along all axes.
+    ranges = [([np.max(r) for r in s.range] * (3 if len(s.range) == 1 else 1))[:dimension] for s in model.structures if s.range]
     along, across, *vertical = np.max(ranges, axis=0) if ranges else (0.0, 0.0, 0.0)
     reach = np.array(((across, along, *vertical) if radii is None else radii)[:dimension], float)
     volume = (math.pi / 4 if dimension == 2 else math.pi / 6) * float(np.prod(2.0 * reach / sizes + 1.0))

@@ -30,6 +30,12 @@ def test_realization_k_is_the_same_however_it_is_asked_for():
     assert not np.array_equal(ks.simulate(DATA, MODEL, GRID, seed=0, mean=0.3).values, fields.values[:1])
 
 
+def test_structures_with_one_range_and_with_several():
+    grid = ks.Grid(12, 9)
+    mixed, full = (ks.Gaussian(0.9, range=(6, 3)) + ks.Spherical(0.1, range=few) for few in (4, (4, 4)))
+    assert ks.simulate(None, mixed, grid, seed=1).equals(ks.simulate(None, full, grid, seed=1))
+
+
 def test_law_of_the_ensemble():
     n = 1500
     model = ks.Exponential(2.0, range=(18.0, 10.0), azimuth=60.0)
