@@ -17,6 +17,7 @@ from ._door import Floats
 from ._errors import DataError, GridError, KestrumError
 from ._grid import AXES, Grid
 from ._targets import Target
+from ._watch import watched
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -121,7 +122,7 @@ def read_gslib(path: Path, missing: float | Sequence[float] = (MISSING,), *,
     except GridError as error:
         raise DataError(f"{_name(path)}, line 1: {error}") from None
     labels = _distinct(path, names)
-    values[np.isin(values, marks)] = np.nan
+    watched(values.size, _blank, values, marks)
     return xr.Dataset({label: (grid.dims, part.reshape(grid.shape)) for label, part in zip(labels, values)}, grid.coords)
 
 
@@ -173,7 +174,7 @@ def read_gslib_points(path: Path, missing: float | Sequence[float] = (MISSING,),
         if content is None:
             raise _fault(path, file, position, fault in TABLE_HEADER, TABLE_FAULTS[fault])
     names, values = content
-    values[np.isin(values, marks)] = np.nan
+    watched(values.size, _blank, values, marks)
     return pd.DataFrame(values, columns=_distinct(path, names))
 
 
@@ -332,7 +333,7 @@ def read_vtk(path: Path, missing: float | Sequence[float] = (MISSING,), *,
         grid = Grid(**arguments)
     except GridError as error:
         raise DataError(f"{_name(path)}: the grid of the file cannot be used: {error}") from None
-    values[np.isin(values, marks)] = np.nan
+    watched(values.size, _blank, values, marks)
     variables: dict[str, Any] = {}
     count, start = math.prod(grid.shape), 0
     for written, components in arrays:
@@ -439,6 +440,10 @@ def _opened(path: Path, mode: str) -> Iterator[IO[bytes]]:
         except OSError as error:
             error.filename = path
             raise
+
+
+def _blank(values: Floats, marks: Floats) -> None:
+    values[np.isin(values, marks)] = np.nan
 
 
 def _marks(missing: Any) -> Floats:

@@ -206,8 +206,7 @@ class CovModel:
         if given.ndim < 2:
             if not self.isotropic:
                 raise ModelError("lag is distances, but the model is anisotropic. Give vectors of shape (n, 2) or (n, 3).")
-            lags = np.zeros((given.size, 2))
-            lags[:, 1] = given.reshape(-1)
+            lags = watched(given.size, lambda: np.column_stack((np.zeros(given.size), given.reshape(-1))))
             shape: tuple[int, ...] = given.shape
         elif given.ndim == 2 and given.shape[1] in (2, 3):
             lags, shape = given, given.shape[:1]
@@ -236,7 +235,8 @@ class CovModel:
         >>> ks.Spherical(2.0, range=10).variogram([0, 5, 10])
         array([0.   , 1.375, 2.   ])
         """
-        return self.sill - self.covariance(lag)
+        covariance = self.covariance(lag)
+        return watched(covariance.size, np.subtract, self.sill, covariance)
 
     def plot(self, ax: Axes | None = None, max_distance: float | None = None) -> Axes:
         """Draws the variogram, along the azimuth and across it if they differ.
