@@ -236,7 +236,7 @@ class CovModel:
         array([0.   , 1.375, 2.   ])
         """
         covariance = self.covariance(lag)
-        return watched(covariance.size, np.subtract, self.sill, covariance)
+        return watched(covariance.size, covariance.__rsub__, self.sill)
 
     def plot(self, ax: Axes | None = None, max_distance: float | None = None) -> Axes:
         """Draws the variogram, along the azimuth and across it if they differ.
