@@ -3,6 +3,7 @@
 They are in hashes.txt. Where results change on purpose, `python test_hashes.py` prints the new ones."""
 
 import hashlib
+import inspect
 import warnings
 from pathlib import Path
 
@@ -34,6 +35,7 @@ POINTS = ks.Points(AT[:, :2], spread(70, 733, 1.0, 30.0), "zinc")
 NOISY = ks.Points(AT[:, :2], POINTS.values, "zinc", error_variance=spread(70, 97, 0.0, 3.0))
 DEEP = ks.Points(AT, POINTS.values, "zinc")
 SOIL = ks.Points(AT[:, :2], np.array(["clay", "peat", "sand"])[np.arange(70) * 389 % 1009 % 3])
+MANY = ks.Points(np.column_stack([spread(1000, 389, 0.0, 210.0), spread(1000, 617, 0.0, 160.0)]), spread(1000, 733, 1.0, 30.0))
 MODEL = ks.Nugget(0.2) + ks.Exponential(1.0, range=(90.0, 50.0), azimuth=33.0)
 LOCAL = ks.Nugget(0.1) + ks.Matern(field(PLANE, 53, 0.5, 2.0), range=70.0, smoothness=field(PLANE, 31, 0.4, 1.6), azimuth=field(PLANE, 17, 0.0, 80.0))
 MASK = field(PLANE, 271, 0.0, 1.0) > 0.2
@@ -77,7 +79,11 @@ def runs():
             (ks.shortest_path, {"mask": mask, "start": tuple(inside[0]), "end": tuple(np.argwhere(labels == labels[tuple(inside[0])])[-1])}), (ks.nearest_label, {"labels": labels, "spacing": (3.0, 2.0, 1.1)}),
             (ks.label_depth, {"labels": classes}), (ks.body_curves, {"image": gaps}), (ks.connectivity_curve, {"image": gaps}, {"image": gaps, "thresholds": 99}),
             (ks.pyramid, {"image": gaps, "levels": 2}), (ks.otsu, {"values": gaps, "classes": 5}), (ks.kmeans, {"samples": image.reshape(-1, 3), "clusters": 7}),
-            (ks.resample, {"image": gaps, "shape": (9, 4, 100)})):
+            (ks.resample, {"image": gaps, "shape": (9, 4, 100)}), (ks.body_sizes, {"labels": labels}), (ks.categorize, {"image": gaps, "cuts": [9.0, 20.0]}),
+            (ks.category_order, {"image": classes}), (ks.category_proportions, {"image": classes}), (ks.dilate, {"mask": gaps > 29.0, "element": 5}), (ks.euler_number, {"mask": mask}),
+            (ks.geodesic_steps, {"mask": mask, "start": tuple(inside[0])}), (ks.indicator_variogram_map, {"image": gaps, "max_lag": 4, "thresholds": [9.0, 20.0]}),
+            (ks.proportion_cuts, {"values": image, "proportions": [0.2, 0.5, 0.3]}), (ks.variogram, {"points": MANY}, {"points": MANY, "azimuth": [0.0, 60.0], "estimator": "cressie"}),
+            (ks.cross_validate, {"points": POINTS, "model": MODEL}, {"points": MANY, "model": MODEL, "neighbors": 9}, {"points": POINTS, "model": MODEL, "folds": 4})):
         for number, arguments in enumerate(options):
             yield f"{call.__name__} {number}", call, arguments, [(2, 5, 40), (99, 3, 7)] if call in blocks else []
 
@@ -91,6 +97,8 @@ def in_chunks(call, options, chunks):
 
 
 def hashed(result):
+    if isinstance(result, ks.Variogram):
+        result = result.lag, result.gamma, result.pairs
     parts = (result[name] for name in sorted(result)) if hasattr(result, "data_vars") else result if isinstance(result, (tuple, list)) else (result,)
     digest = hashlib.sha256()
     for part in parts:
@@ -142,8 +150,10 @@ def test_other_processes(expected):
     assert {name: hashed(result) for name, result in made.items()} == {name: expected[name] for name in lazy}
 
 
-def test_the_table_has_no_other_rows(expected):
+def test_the_table_has_all_that_takes_threads_and_no_other_rows(expected):
     assert list(expected) == list(RUNS)
+    functions = [value for module in (ks, ks.ensemble) for value in vars(module).values() if inspect.isfunction(value) and value.__module__.startswith("kestrum")]
+    assert {value for value in functions if "threads" in inspect.signature(value).parameters} == {call for call, _, _ in RUNS.values()}
 
 
 if __name__ == "__main__":
