@@ -184,17 +184,38 @@ class Grid:
 
     @property
     def shape(self) -> tuple[int, ...]:
-        """(ny, nx) or (nz, ny, nx)."""
+        """(ny, nx) or (nz, ny, nx).
+
+        Examples
+        --------
+        >>> import kestrum as ks
+        >>> ks.Grid(4, 3).shape, ks.Grid(4, 3, 2).shape
+        ((3, 4), (2, 3, 4))
+        """
         return (self.ny, self.nx) if self.nz == 1 else (self.nz, self.ny, self.nx)
 
     @property
     def dims(self) -> tuple[str, ...]:
-        """("y", "x") or ("z", "y", "x")."""
+        """("y", "x") or ("z", "y", "x").
+
+        Examples
+        --------
+        >>> import kestrum as ks
+        >>> ks.Grid(4, 3).dims
+        ('y', 'x')
+        """
         return ("y", "x") if self.nz == 1 else ("z", "y", "x")
 
     @property
     def coords(self) -> dict[str, NDArray[np.float64]]:
-        """The cell centres along each axis, by its name."""
+        """The cell centres along each axis, by its name.
+
+        Examples
+        --------
+        >>> import kestrum as ks
+        >>> ks.Grid(3, 1, dx=10).coords["x"]
+        array([ 5., 15., 25.])
+        """
         return {axis: getattr(self, axis + "0") + (np.arange(getattr(self, "n" + axis)) + 0.5) * getattr(self, "d" + axis)
                 for axis in self.dims}
 

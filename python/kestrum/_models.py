@@ -65,7 +65,14 @@ class Structure:
 
     @property
     def isotropic(self) -> bool:
-        """Whether all its ranges are the same."""
+        """Whether all its ranges are the same.
+
+        Examples
+        --------
+        >>> import kestrum as ks
+        >>> ks.Spherical(range=(5, 3)).structures[0].isotropic
+        False
+        """
         return all(_same(self.range[0], r) for r in self.range[1:])
 
     def __eq__(self, other: object) -> bool:
@@ -147,12 +154,26 @@ class CovModel:
 
     @property
     def isotropic(self) -> bool:
-        """Whether direction plays no part."""
+        """Whether direction plays no part.
+
+        Examples
+        --------
+        >>> import kestrum as ks
+        >>> (ks.Nugget(0.1) + ks.Spherical(range=5)).isotropic
+        True
+        """
         return all(structure.isotropic for structure in self.structures)
 
     @property
     def sill(self) -> float:
-        """The sum of the sills: the covariance at distance 0."""
+        """The sum of the sills: the covariance at distance 0.
+
+        Examples
+        --------
+        >>> import kestrum as ks
+        >>> (ks.Nugget(0.5) + ks.Spherical(2.0, range=5)).sill
+        2.5
+        """
         if any(_door.is_local(structure.sill) for structure in self.structures):
             raise ModelError("the sills of the model vary over the grid: there is no one sill.")
         return math.fsum(structure.sill for structure in self.structures)
