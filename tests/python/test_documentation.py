@@ -9,8 +9,7 @@ from pathlib import Path
 import pytest
 
 import _kestrum
-import kestrum as ks
-from kestrum import ensemble, native, plot
+from kestrum import native
 
 RECORDS = {name: value for name, value in vars(native).items() if isinstance(value, type) and not name.startswith("_")}
 
@@ -46,14 +45,3 @@ def test_docstrings_give_arguments_and_statuses():
     for record in RECORDS.values():
         fields = [field for field in vars(record).values() if isinstance(field, property)]
         assert record.__doc__ and all(field.__doc__ for field in fields)
-
-
-def test_every_docstring_of_the_package_has_an_example():
-    told = {name: getattr(ks, name) for name in ks.__all__}
-    told |= {value.__name__: value for module in (ensemble, plot) for name, value in vars(module).items()
-             if not name.startswith("_") and inspect.isfunction(value) and value.__module__ == module.__name__}
-    for name, value in list(told.items()):
-        parts = vars(value) if inspect.isclass(value) else {}
-        told |= {f"{name}.{part}": getattr(method, "__func__", method) for part, method in parts.items()
-                 if not part.startswith("_") and (isinstance(method, (property, classmethod, staticmethod)) or inspect.isfunction(method))}
-    assert len(told) > 80 and [name for name, value in told.items() if ">>> " not in (value.__doc__ or "")] == []

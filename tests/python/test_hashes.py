@@ -5,6 +5,7 @@ They are in hashes.txt. Where results change on purpose, `python test_hashes.py`
 import hashlib
 import inspect
 import warnings
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import dask
@@ -148,6 +149,13 @@ def test_other_processes(expected):
     lazy = {name: in_chunks(call, options, sizes[0]) for name, (call, options, sizes) in RUNS.items() if sizes}
     made = dask.compute(lazy, scheduler="processes", num_workers=2)[0]
     assert {name: hashed(result) for name, result in made.items()} == {name: expected[name] for name in lazy}
+
+
+@pytest.mark.filterwarnings("ignore::kestrum.KestrumWarning")
+def test_callers_at_once(expected):
+    with ThreadPoolExecutor(6) as pool:
+        made = dict(zip(RUNS, pool.map(lambda run: hashed(run[0](threads=2, **run[1])), RUNS.values())))
+    assert made == expected
 
 
 def test_the_table_has_all_that_takes_threads_and_no_other_rows(expected):
