@@ -260,7 +260,7 @@ int MaskDistance(const VORL_GRID& grid, const M* mask, const MaskDistanceOptions
   if (options.isSigned) {
     if (const int status = layer.Allocate(grid); status != 0) return status;
   }
-  const auto markNaN = [mask](std::ptrdiff_t first, std::ptrdiff_t n, T* row) {
+  const auto markNaN = [=](std::ptrdiff_t first, std::ptrdiff_t n, T* row) {
     if constexpr (std::is_floating_point_v<M>) {
       for (std::ptrdiff_t i = 0; i < n; ++i) {
         if (std::isnan(mask[first + i])) row[i] = std::numeric_limits<T>::quiet_NaN();
