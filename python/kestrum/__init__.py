@@ -121,7 +121,10 @@ def __getattr__(name: str) -> Any:
         import importlib
 
         return importlib.import_module("." + name, __name__)
-    raise AttributeError(f"module 'kestrum' has no attribute {name!r}; the names of the C interface are in kestrum.native")
+    from ._door import nearest
+
+    remedy = "; the names of the C interface are in kestrum.native" if name.lower().startswith("vorl") else f".{nearest(name, __all__)}"
+    raise AttributeError(f"module 'kestrum' has no attribute {name!r}{remedy}")
 
 
 def __dir__() -> list[str]:

@@ -23,7 +23,7 @@ MAX_THREADS = 1024
 
 def show(value: object) -> str:
     """A value in a message, cut short."""
-    text = repr(value.item() if isinstance(value, np.generic) else value)
+    text = " ".join(repr(value.item() if isinstance(value, np.generic) else value).split())
     return text if len(text) <= 60 else text[:57] + "..."
 
 
@@ -96,9 +96,10 @@ def choice(name: str, value: Any, options: Sequence[Any]) -> Any:
 
 
 def nearest(value: object, options: Iterable[object]) -> str:
-    """The remedy for a misspelt name, if one is near."""
-    close = difflib.get_close_matches(str(value), [str(option) for option in options], 1, 0.5)
-    return f" Did you mean {close[0]!r}?" if close else ""
+    """The remedy for a misspelt name, if one is near, large and small letters aside."""
+    names = {str(option).lower(): str(option) for option in options}
+    close = difflib.get_close_matches(str(value).lower(), names, 1, 0.5)
+    return f" Did you mean {names[close[0]]!r}?" if close else ""
 
 
 def threads(value: Any) -> int:
@@ -154,6 +155,8 @@ def reals(name: str, value: Any, error: type[KestrumError] = DataError) -> Float
                 place = f" (row {row[0]})" if row else ""
                 raise ArgumentTypeError(f"{name} must be numbers, but has the text {show(item)}{place}. "
                                         "Convert texts by astype(float), or leave them out.")
+    if given.ndim == 0:
+        wrong_type(name, value, "numbers")
     raise ArgumentTypeError(f"{name} must be numbers, but is of type {given.dtype}.")
 
 

@@ -22,7 +22,9 @@ def shown(progress: Progress, label: str) -> Iterator[Callable[[float], object] 
         yield progress
         progress(1.0)
         return
-    if not _door.flag("progress", progress):
+    if not isinstance(progress, bool):
+        _door.wrong_type("progress", progress, "True, False, or a function of the fraction done")
+    if not progress:
         yield None
         return
     bar = _bar(label)

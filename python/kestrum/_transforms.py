@@ -239,7 +239,7 @@ def declustering_weights(points: Points, cell: float | Sequence[float] | None = 
     array([2.  , 0.67, 0.67, 0.67])
     """
     if not isinstance(points, Points):
-        _door.wrong_type("points", points, "Points")
+        _door.wrong_type("points", points, "Points (of a table: Points.from_dataframe(table, 'column'))")
     if (model is None) != (grid is None):
         raise ArgumentError("kriging weights need both model and grid. Give both, or none.")
     if model is not None:

@@ -61,7 +61,7 @@ def map(values: xr.DataArray, points: Points | None = None, ax: Axes | None = No
     """
     _require_map(values)
     if points is not None and not isinstance(points, Points):
-        _door.wrong_type("points", points, "Points")
+        _door.wrong_type("points", points, "Points (of a table: Points.from_dataframe(table, 'column'))")
     image = values.transpose("y", "x")
     wide, tall = (abs(float(image[axis][-1] - image[axis][0])) + 1e-30 for axis in ("x", "y"))
     ax = _axes(ax, (min(10.0, max(3.5, 6.0 * wide / tall)) + 1.6, 6.0))

@@ -216,7 +216,7 @@ KestrumWarning | NaN everywhere | ks.variogram_map(half * nan, 3)
 ArgumentError | 4 or 8 | ks.label(half, 26)
 ArgumentError | place x is 1000000000.*from 2.5 to 97.5 | ks.ensemble.probability_connected(simulate(), {"x": 1e9, "y": 3.0})
 ArgumentError | from 0 to 1 | ks.ensemble.quantile(simulate(), 50)
-ArgumentTypeError | points must be Points | ks.plot.map(template, points=frame)
+ArgumentTypeError | from_dataframe | ks.plot.map(template, points=frame)
 ArgumentTypeError | axes of a figure | ks.plot.map(template, ax=3)
 ArgumentError | all missing | ks.plot.realizations(simulate() * nan)
 ArgumentTypeError | variogram must be a Variogram | ks.plot.variogram(points)
@@ -225,6 +225,10 @@ ArgumentTypeError | made of values | ks.plot.histogram(z, "normal-score")
 ArgumentError | all missing | ks.plot.validation(ks.cross_validate(points, model).assign(error=nan))
 ArgumentTypeError | path must be the name of a file | ks.read_gslib(0)
 ArgumentTypeError | data must be | ks.write_vtk(frame, "map.vtk")
+DataError | Did you mean 'X' | ks.Points.from_dataframe(frame.rename(columns=str.upper), "ZINC", y="Y")
+AttributeError | Did you mean 'variogram' | ks.variograms
+ArgumentTypeError | a function of the fraction | ks.variogram(points, progress="bar")
+ArgumentTypeError | must be numbers.*a Points | ks.NormalScore(points)
 """.strip().splitlines()]
 
 
