@@ -44,5 +44,6 @@ print(held() - several)
 def test_a_million_nodes_leave_their_result_alone(call):
     options = dict(capture_output=True, text=True, timeout=120, check=True)
     first, later = map(float, subprocess.run([sys.executable, "-c", PROGRAM.replace("{call}", call)], **options).stdout.split())
-    # In MB. The C library keeps some of what is released for the next call, but not more with every call.
-    assert first < 6.0 and later < 8.0
+    # In MB. The C library keeps some of what is released for the next call, but not more with every call: seven results that
+    # stay are 28 MB at least.
+    assert first < 6.0 and later < 20.0
