@@ -13,17 +13,17 @@ here = Path(__file__).parent
 model = ks.Gaussian(1.0, range=(24, 12), azimuth=60) + ks.Nugget(0.02)
 field = ks.simulate(None, model, ks.Grid(200, 150), seed=2)[0]
 sand = field > 0.3
-opened = ks.dilate(ks.erode(sand, 5), 5) & sand  # without what is thinner than 5 nodes
+opened = sand & ks.dilate(ks.erode(sand, 5), 5)  # without what is thinner than 5 nodes
 bodies, count = ks.label(opened)
 print(f"{count} bodies of opened sand, {ks.label(sand)[1]} before")
 
 slope = np.hypot(*np.gradient(field.to_numpy()))
-samples = np.column_stack([ks.box_mean(field, 9).fillna(0).to_numpy().ravel(), slope.ravel()])
-_, kinds, _ = ks.kmeans(samples / samples.std(0), clusters=4, restarts=3)
+samples = np.column_stack([np.nan_to_num(ks.box_mean(field, 9)).ravel(), slope.ravel()])
+kinds = ks.kmeans(samples / samples.std(0), clusters=4, restarts=3)[1]
 steps = ks.geodesic_steps(opened, tuple(np.argwhere(opened.to_numpy())[0]))
 half = ks.pyramid(field)[0]
 
-panels = {"opened: 1, lost: 0": opened.where(sand), "distance to other bodies or none": ks.label_depth(bodies).where(opened),
+panels = {"opened: 1, lost: 0": opened.where(sand), "distance to other bodies or none": field.copy(data=ks.label_depth(bodies)).where(opened),
           "the nearest body": ks.nearest_label(bodies)[1], "steps within a body": field.copy(data=steps).where(steps >= 0),
           "clusters of means and slopes": field.copy(data=kinds.reshape(field.shape)),
           "detail that half the size loses": field - ks.expand(half, field.shape),

@@ -109,8 +109,8 @@ def _cuts(values: NDArray[Any], shares: NDArray[np.float64]) -> NDArray[np.float
     for wanted, place in zip(below, places):
         cut = known[place]
         under, above = np.count_nonzero(known < cut), known[known > cut]
-        # The next distinct value has all of those at the cut below it.
-        nearer = above.size > 0 and n - above.size - wanted < wanted - under
+        # The next distinct value has all of those at the cut below it. Of two alike to rounding the first is taken.
+        nearer = above.size > 0 and n - above.size - wanted < wanted - under - 1e-12 * n
         cuts.append(float(above.min() if nearer else cut))
     if len(set(cuts)) < len(cuts):
         raise DataError(f"values has too few distinct numbers for {shares.size:,} classes of these proportions. Ask for fewer classes.")

@@ -79,7 +79,7 @@ def runs():
             (ks.transiogram, {"image": classes, "max_lag": 4}), (ks.connectivity_function, {"mask": mask, "max_lag": 4}), (ks.proportion_map, {"image": classes, "size": 5}),
             (ks.shortest_path, {"mask": mask, "start": tuple(inside[0]), "end": tuple(np.argwhere(labels == labels[tuple(inside[0])])[-1])}), (ks.nearest_label, {"labels": labels, "spacing": (3.0, 2.0, 1.1)}),
             (ks.label_depth, {"labels": classes}), (ks.body_curves, {"image": gaps}), (ks.connectivity_curve, {"image": gaps}, {"image": gaps, "thresholds": 99}),
-            (ks.pyramid, {"image": gaps, "levels": 2}), (ks.otsu, {"values": gaps, "classes": 5}), (ks.kmeans, {"samples": image.reshape(-1, 3), "clusters": 7}),
+            (ks.pyramid, {"image": gaps, "levels": 2}), (ks.expand, {"image": ks.pyramid(gaps)[0], "shape": gaps.shape}), (ks.otsu, {"values": gaps, "classes": 5}), (ks.kmeans, {"samples": image.reshape(-1, 3), "clusters": 7}),
             (ks.resample, {"image": gaps, "shape": (9, 4, 100)}), (ks.body_sizes, {"labels": labels}), (ks.categorize, {"image": gaps, "cuts": [9.0, 20.0]}),
             (ks.category_order, {"image": classes}), (ks.category_proportions, {"image": classes}), (ks.dilate, {"mask": gaps > 29.0, "element": 5}), (ks.euler_number, {"mask": mask}),
             (ks.geodesic_steps, {"mask": mask, "start": tuple(inside[0])}), (ks.indicator_variogram_map, {"image": gaps, "max_lag": 4, "thresholds": [9.0, 20.0]}),
