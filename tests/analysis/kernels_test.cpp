@@ -114,7 +114,7 @@ Values Levels(SimdLevel level, Draws& draws) {
 // Signs by bits, of rows of any length up to 64; 0 has none.
 Values Negations(SimdLevel level, Draws& draws) {
   const Values values = draws.Numbers(draws.Int(0, 64));
-  const std::uint64_t bits = static_cast<std::uint64_t>(draws.Int(0, 0x7fffffff)) * 0x200000001;
+  const std::uint64_t bits = static_cast<std::uint64_t>(draws.Int(0, 0x7ffffffe)) * 0x200000001;
   Values all;
   const auto add = [&]<typename T>(T) {
     std::vector<T> typed(values.begin(), values.end());
