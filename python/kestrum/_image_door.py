@@ -24,13 +24,11 @@ _Checked = TypeVar("_Checked", int, float)
 def as_image(name: str, value: Any) -> NDArray[Any]:
     """An array of numbers of two or three axes, not copied."""
     held = _door.held(name, value)
-    remedy = "a part of it" if _lazy.is_lazy(held) else "a part of it, or a Dask array"
-    if _lazy.is_lazy(held):
-        require_few(name, held, remedy)  # before it is computed
-    given = _door.array(name, held)
+    lazy = _lazy.is_lazy(held)
+    given = held if lazy else _door.array(name, held)
     require_image(name, given)
-    require_few(name, given, remedy)
-    return given
+    require_few(name, given, "a part of it" if lazy else "a part of it, or a Dask array")
+    return _door.array(name, given)
 
 
 def require_image(name: str, given: Any) -> None:
@@ -110,11 +108,12 @@ def is_complete(name: str, values: NDArray[Any]) -> bool:
 
 def as_categories(name: str, given: NDArray[Any], categories: Any, threads: int) -> tuple[NDArray[np.int16], NDArray[Any]]:
     """Codes of an image, of its shape and in its order, and the categories that they number."""
+    values, flipped = in_order(name, given)
     if categories is None:
-        numbers, names = distinct_values(name, [_core.find_categories(in_order(name, given)[0])], given.dtype)
+        numbers, names = distinct_values(name, [_core.find_categories(values)], given.dtype)
     else:
         numbers, names = listed_categories(categories)
-    return category_codes(name, given, numbers, threads), names
+    return _coded(values, flipped, numbers, threads), names
 
 
 def distinct_values(name: str, parts: list[NDArray[np.float64] | None], kind: np.dtype[Any]) -> tuple[NDArray[np.float64], NDArray[Any]]:
@@ -140,7 +139,10 @@ def listed_categories(categories: Any) -> tuple[NDArray[np.float64], NDArray[Any
 
 def category_codes(name: str, given: NDArray[Any], numbers: NDArray[np.float64], threads: int) -> NDArray[np.int16]:
     """Of an image's shape and in its order."""
-    values, flipped = in_order(name, given)
+    return _coded(*in_order(name, given), numbers, threads)
+
+
+def _coded(values: NDArray[Any], flipped: bool, numbers: NDArray[np.float64], threads: int) -> NDArray[np.int16]:
     codes = _core.code_categories(values, numbers, threads)
     return codes.T if flipped else codes
 

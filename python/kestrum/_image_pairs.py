@@ -107,7 +107,8 @@ def _middle(parts: list[tuple[int, float, float, float]]) -> float:
 def _products(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, statistic: str,
               middle: float) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
     """Sums of products, of tails, of heads, and of their squares, and the numbers of pairs, by lag."""
-    is_complete("image", values)
+    if statistic == "noncentered":
+        is_complete("image", values)  # else _extent has looked
     doubles = watched(values.size, lambda: np.array(values, np.float64, order="C"))
     doubles -= middle
     sums, pairs = _core.two_point_sums(doubles, statistic, (0, *lags)[-3:], threads, report)

@@ -210,7 +210,7 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
            [4., 5.]])
     """
     lazy = _lazy.is_lazy(_door.held("mask", mask))
-    image: Any = _image_blocks.blocks("mask", mask) if lazy else as_image("mask", mask)
+    image: Any = _image_blocks.image("mask", mask)
     manhattan = _door.choice("metric", metric, ("euclidean", "manhattan")) == "manhattan"
     is_signed = _door.flag("signed", signed)
     kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))

@@ -288,8 +288,7 @@ def _tile(task: _Task, first: tuple[int, ...], extent: tuple[int, ...], blocks: 
         _where_informed(name, values, mask, first)
     at_targets = _at_targets(tuple(fields), task.degree < 0) if fields else None
     result = np.empty((2, math.prod(extent)))
-    kriging = _lazy.cancellable(lambda report: task.built.get(lambda: task.build(report=report)))
-    _lazy.cancellable(lambda report: task.krige(kriging, (first, extent), mask, at_targets, result[0], result[1], report))
+    _lazy.cancellable(lambda report: task.krige(task.built.get(lambda: task.build(report=report)), (first, extent), mask, at_targets, result[0], result[1], report))
     return np.asarray(result.reshape(2, *extent)[(slice(None), *flips)])
 
 
