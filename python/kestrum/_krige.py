@@ -58,7 +58,8 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
           drift: Literal["linear", "quadratic"] | Mapping[str, tuple[ArrayLike, ArrayLike]] | None = None,
           block: int | Sequence[int] | None = None, mask: ArrayLike | None = None, snap: bool = False,
           solver: Literal["cholesky", "gmres"] = "cholesky", threads: int | None = None,
-          progress: bool | Callable[[float], object] = False, chunks: Mapping[str, int] | None = None) -> xr.Dataset:
+          progress: bool | Callable[[float], object] = False, chunks: Mapping[str, int] | None = None,
+          dtype: Literal["float64", "float32"] = "float64") -> xr.Dataset:
     """Kriging: the best linear unbiased estimate from data, and the variance of its error.
 
     Parameters
@@ -100,6 +101,8 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
         arrays, and the same bits as without. Arrays on the grid (mean, drift, mask) may be Dask arrays then. Each chunk
         takes one thread by default; places without data are NaN without a warning, and `progress` shows nothing: Dask has
         bars of its own.
+    dtype : {"float64", "float32"}
+        Type of the result; float32 is the rounded float64 result.
 
     Returns
     -------
@@ -136,8 +139,10 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     radii = _radii(radius, target.dimension)
     cells = _block(block, target)
     _door.flag("snap", snap)
-    if target.grid is not None and chunks is None:
-        _memory.require_for_grid(target.grid, 2)
+    kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))
+    if chunks is None:
+        _memory.require(kriging_bytes(target, kind, mask is not None, mean, drift, solver), f"a result at {target.count:,} places",
+                        "Take larger cells, or a part of the grid, or dtype='float32', or make it in tiles by chunks=.")
     sizes = None if chunks is None else _chunks(chunks, target, solver)
     taken = target.mask(mask)
     if target.count >= 2**31 and (chunks is None or snap or model._local()):
@@ -149,27 +154,49 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
                         "Give neighbors=, for instance 20.")
     if target.grid is not None:
         _warn_if_apart(points, target)
-    kind = "simple" if known.degree < 0 else "universal" if known.terms(2) > 1 else "ordinary"
+    method = "simple" if known.degree < 0 else "universal" if known.terms(2) > 1 else "ordinary"
     attributes = {"estimate": {"long_name": points.name}, "variance": {"long_name": f"kriging variance of {points.name}"}}
-    general: dict[str, str | int | float] = {"method": f"{kind} kriging", "model": str(model), "data": len(points), "kestrum": _core.version,
+    general: dict[str, str | int | float] = {"method": f"{method} kriging", "model": str(model), "data": len(points), "kestrum": _core.version,
                **({} if neighbors is None else {"neighbors": neighbors})}
     if sizes is not None:
-        task = _prepared(points, model, target, neighbors, radii, cells, known, snap, threads)
+        task = _prepared(points, model, target, neighbors, radii, cells, known, snap, threads, kind)
         return target.labelled(_tiles(task, points, sizes, taken, known.fields), attributes, general)
-    estimate, variance = np.empty(target.count), np.empty(target.count)
+    estimate, variance = np.empty(target.count, kind), np.empty(target.count, kind)
     with _progress.shown(progress, "kriging") as report:
         if solver == "gmres":
-            _gmres(points, model, model._native(target.dimension, target), target, neighbors, radii, cells, taken, known, drift, snap, threads, report, estimate,
-                   variance)
+            doubles = np.empty((2, target.count))
+            _gmres(points, model, model._native(target.dimension, target), target, neighbors, radii, cells, taken, known, drift, snap, threads, report, *doubles)
+            far = _count_far(model, doubles[1])
+            estimate[:], variance[:] = doubles
         else:
-            task = _prepared(points, model, target, neighbors, radii, cells, known, snap, threads)
+            task = _prepared(points, model, target, neighbors, radii, cells, known, snap, threads, kind)
             try:
-                counts = task.krige(task.build(), None, taken, known.at_targets, estimate, variance, report)
+                counts, far = task.krige_all(task.build(), taken, known.fields, estimate, variance, report)
             except ValueError as error:
                 _same_place(points, error)
             _warn_of(counts, int(np.count_nonzero(taken)) if taken is not None else target.count, known.degree < 0)
-    _warn_if_uncorrelated(model, variance, taken, known, cells)
+    _warn_if_uncorrelated(model, far, int(np.count_nonzero(taken)) if taken is not None else target.count, known, cells)
     return target.dataset({"estimate": estimate, "variance": variance}, attributes, general)
+
+
+# Cells that are kriged at a time.
+_WINDOW = 1 << 20
+
+
+def _rows_at_a_time(shape: tuple[int, ...]) -> int:
+    """How many are kriged at a time of the first dimension."""
+    return max(1, _WINDOW // max(1, math.prod(shape[1:])))
+
+
+def kriging_bytes(target: Target, kind: Any, masked: bool, mean: Any, drift: Any, solver: str) -> int:
+    """What a map takes in memory, result and all, beyond its arguments."""
+    fields = [pair[1] for pair in drift.values()] if isinstance(drift, Mapping) else [mean] if np.ndim(mean) > 0 else []
+    raw = [field.data if _door.is_xarray(field) else field for field in fields]
+    copied = sum(not isinstance(field, np.ndarray) or field.dtype != np.float64 for field in raw)
+    window = target.count if solver == "gmres" else min(target.count, _rows_at_a_time(target.shape) * math.prod(target.shape[1:]))
+    rounded = 16 if kind != np.float64 or solver == "gmres" else 0
+    result = target.count * (2 * kind.itemsize + masked + 8 * copied) + window * (rounded + 8 * len(fields) + 3)
+    return int(max(result, 11 * target.count * masked))  # a mask is numbers at first
 
 
 @dataclass(frozen=True)
@@ -189,6 +216,7 @@ class _Task:
     cells: tuple[int, int, int]
     threads: int
     fields: tuple[str, ...]
+    kind: Any  # type of the result
     built: _lazy.Once[_core.PlaceKriging] = field(default_factory=_lazy.Once)
 
     def build(self, neighbors: int | None = None, report: Any = None) -> _core.PlaceKriging:
@@ -198,23 +226,43 @@ class _Task:
                                   self.neighbors if neighbors is None else neighbors, self.radii, self.model.isotropic, self.degree,
                                   self.mean, self.cells, self.threads, report)
 
-    def krige(self, kriging: _core.PlaceKriging, window: tuple[tuple[int, ...], tuple[int, ...]] | None,
+    def krige_all(self, kriging: _core.PlaceKriging, mask: NDArray[np.uint8] | None, fields: tuple[Floats, ...], estimate: NDArray[Any],
+                  variance: NDArray[Any], report: Any) -> tuple[list[int], int]:
+        """Kriges all targets, window by window. Gives counts of what went wrong, and how many are far from all data."""
+        length, *rest = self.target.shape
+        width, step = math.prod(rest), _rows_at_a_time(self.target.shape)
+        counts, far = np.zeros(4, np.int64), 0
+        rounded = estimate.dtype != np.float64
+        doubles = np.empty((2, min(step, length) * width if rounded else 0))
+        for first in range(0, length, step):
+            extent = min(step, length - first)
+            part = slice(first * width, (first + extent) * width)
+            found = (doubles[0, :extent * width], doubles[1, :extent * width]) if rounded else (estimate[part], variance[part])
+            at_targets = _at_targets(tuple(field.reshape(-1)[part] for field in fields), self.degree < 0) if fields else None
+            counts += self.krige(kriging, ((first, *(0,) * len(rest)), (extent, *rest)), None if mask is None else mask.reshape(-1)[part], at_targets,
+                                 found[0], found[1], _progress.part(report, first / length, (first + extent) / length))
+            far += _count_far(self.model, found[1])
+            if rounded:
+                estimate[part], variance[part] = found
+        return counts.tolist(), far
+
+    def krige(self, kriging: _core.PlaceKriging, window: tuple[tuple[int, ...], tuple[int, ...]],
               mask: NDArray[np.uint8] | None, at_targets: Floats | None, estimate: Floats, variance: Floats,
               report: Any) -> tuple[int, int, int, int]:
-        """Kriges a window, (first, extent) along z, y, x or of the places; all without."""
+        """Kriges a window, (first, extent) along z, y, x or of the places."""
         means, covariates = (at_targets, None) if self.degree < 0 else (None, at_targets)
+        begin, shape = window
         if self.target.places is not None:
-            first, extent = (0, len(self.target.places)) if window is None else (window[0][0], window[1][0])
+            first, extent = begin[0], shape[0]
             return kriging.at_places(self.target.places[first:first + extent], means, covariates, estimate, variance, self.threads, report)
         assert self.target.grid is not None and self.target.numbers is not None
-        begin, shape = window or ((0,) * self.target.dimension, self.target.grid.shape)
         x, y, z = (*begin[::-1], 0)[:3]
         nx, ny, nz = (*shape[::-1], 1)[:3]
         return kriging.on_grid(self.target.numbers, (x, y, z), (nx, ny, nz), mask, means, covariates, estimate, variance, self.threads, report)
 
 
 def _prepared(points: Points, model: CovModel, target: Target, neighbors: int | None, radii: tuple[float, float, float] | None,
-              cells: tuple[int, int, int], known: _Drift, snap: bool, threads: int) -> _Task:
+              cells: tuple[int, int, int], known: _Drift, snap: bool, threads: int, kind: Any) -> _Task:
     places, values, errors = points.coordinates, points.values.astype(np.float64, copy=False), points.error_variance
     at_data = known.at_data
     if snap:
@@ -234,7 +282,7 @@ def _prepared(points: Points, model: CovModel, target: Target, neighbors: int | 
     if known.degree >= 0:
         model = model._lifted(places)
     return _Task(model, target, places, values, errors, at_data, neighbors or 0, radii or (0.0, 0.0, 0.0), known.degree, known.mean,
-                 cells, threads, known.names)
+                 cells, threads, known.names, kind)
 
 
 def _chunks(chunks: Any, target: Target, solver: str) -> tuple[tuple[int, ...], ...]:
@@ -273,23 +321,23 @@ def _tiles(task: _Task, points: Points, sizes: tuple[tuple[int, ...], ...], mask
         first = tuple(starts[-1] - starts[i + 1] if flip.step else starts[i] for starts, i, flip in zip(firsts, at, flips))
         keys = [None if block is None else (block.name, *at) for block in blocks]
         tasks[(f"kriging-{token}", 0, *at)] = (_tile, shared, first, extent, keys)
-    tiles = _lazy.array(f"kriging-{token}", tasks, ((2,), *sizes), np.float64, [block for block in blocks if block is not None])
+    tiles = _lazy.array(f"kriging-{token}", tasks, ((2,), *sizes), task.kind, [block for block in blocks if block is not None])
     return {"estimate": tiles[0], "variance": tiles[1]}
 
 
-def _tile(task: _Task, first: tuple[int, ...], extent: tuple[int, ...], blocks: list[Any]) -> Floats:
+def _tile(task: _Task, first: tuple[int, ...], extent: tuple[int, ...], blocks: list[Any]) -> NDArray[Any]:
     """Estimate and variance of a window, in the order of the result."""
     flips = task.target._flips() if task.target.grid is not None else (slice(None),)
     given: list[Any] = [None if block is None else np.ascontiguousarray(block[flips]) for block in blocks]
     mask, *fields = given
     if mask is not None and not mask.any():
-        return np.full((2, *extent), np.nan)
+        return np.full((2, *extent), np.nan, task.kind)
     for name, values in zip(task.fields, fields):
         _where_informed(name, values, mask, first)
     at_targets = _at_targets(tuple(fields), task.degree < 0) if fields else None
     result = np.empty((2, math.prod(extent)))
     _lazy.cancellable(lambda report: task.krige(task.built.get(lambda: task.build(report=report)), (first, extent), mask, at_targets, result[0], result[1], report))
-    return np.asarray(result.reshape(2, *extent)[(slice(None), *flips)])
+    return result.astype(task.kind, copy=False).reshape(2, *extent)[(slice(None), *flips)]
 
 
 def _at_targets(fields: tuple[Floats, ...], simple: bool) -> Floats:
@@ -475,19 +523,21 @@ def _warn_if_apart(points: Points, target: Target) -> None:
         warn(f"all {len(points):,} data lie outside the grid. {_extents(points, target)}")
 
 
-def _warn_if_uncorrelated(model: CovModel, variance: Floats, mask: NDArray[np.uint8] | None, known: _Drift,
-                          cells: tuple[int, int, int]) -> None:
+def _count_far(model: CovModel, variance: Floats) -> int:
+    """Places that data tell next to nothing of."""
+    return 0 if model._local() else int(np.count_nonzero(variance >= model.sill * (1.0 - 1e-9)))
+
+
+def _warn_if_uncorrelated(model: CovModel, far: int, total: int, known: _Drift, cells: tuple[int, int, int]) -> None:
     """A range in another unit than the coordinates gives a map that knows nothing of the data."""
     if model._local() or cells != (1, 1, 1) or known.terms(2) > 1 or any(s.type == "Power" for s in model.structures):
         return
-    unknown = int(np.count_nonzero(variance >= model.sill * (1.0 - 1e-9)))
-    total = int(np.count_nonzero(mask)) if mask is not None else variance.size
-    if unknown > 0.5 * total:
-        warn(f"{unknown:,} of {total:,} places are as far as the range from all data or farther: the estimate there is hardly more "
+    if far > 0.5 * total:
+        warn(f"{far:,} of {total:,} places are as far as the range from all data or farther: the estimate there is hardly more "
              "than a mean. Are the ranges in the unit of the coordinates?")
 
 
-def _warn_of(counts: tuple[int, int, int, int], total: int, simple: bool, noun: str = "places", other: str = "datum") -> None:
+def _warn_of(counts: Sequence[int], total: int, simple: bool, noun: str = "places", other: str = "datum") -> None:
     lonely, undetermined, indefinite, redundant = counts
     if lonely:
         fate = "have the mean and the sill" if simple else "are NaN"

@@ -4,8 +4,6 @@ from __future__ import annotations
 
 import os
 
-from ._grid import Grid
-
 
 def available() -> int | None:
     """Bytes that this process may still take, as far as the system says."""
@@ -37,9 +35,3 @@ def require(size: int, what: str, remedy: str) -> None:
     left = available()
     if left is not None and size > left:
         raise MemoryError(f"{what} would take {size / 2**30:,.1f} GiB of memory, but {max(left, 0) / 2**30:,.1f} GiB are left. {remedy}")
-
-
-def require_for_grid(grid: Grid, arrays: int) -> None:
-    """Raises MemoryError if some arrays of numbers on a grid cannot be had."""
-    cells = grid.nx * grid.ny * grid.nz
-    require(cells * 8 * arrays, f"a result on {grid.nx:,} x {grid.ny:,} x {grid.nz:,} cells", "Take larger cells, or a part of the grid, or make it in tiles by chunks=.")

@@ -11,7 +11,7 @@ HEAD = """
 import sys
 import numpy as np
 import kestrum as ks
-from kestrum import _simulate
+from kestrum import _krige, _simulate
 from kestrum._targets import Target
 
 def status(name):
@@ -47,6 +47,19 @@ def test_a_realization_of_1e8_nodes(options):
         print((peak - result.nbytes) / result.size, said / peak)
     """)
     assert beyond <= 24.0
+    assert 0.95 <= estimated <= 1.1
+
+
+@pytest.mark.parametrize("options", ["dtype='float32'", "mask=np.ones((10_000, 10_000), bool)",
+                                     "dtype='float32', drift={'height': (points.values, np.arange(1e8).reshape(10_000, 10_000) % 97.0)}"])
+def test_a_map_of_1e8_nodes(options):
+    (estimated,) = child(f"""
+        random = np.random.default_rng(1)
+        grid, points = ks.Grid(10_000, 10_000), ks.Points(random.uniform(0, 10_000, (5000, 2)), random.normal(size=5000))
+        options = dict({options})
+        result, peak = peak_of(lambda: ks.krige(points, MODEL, grid, neighbors=4, **options))
+        print(_krige.kriging_bytes(Target(grid), result.estimate.dtype, "mask" in options, None, options.get("drift"), "cholesky") / peak)
+    """)
     assert 0.95 <= estimated <= 1.1
 
 

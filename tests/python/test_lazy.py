@@ -60,6 +60,21 @@ def test_tiles_are_the_bits_of_the_whole(kind, along_x, along_y, along_z, schedu
     xr.testing.assert_identical(lazy.compute(scheduler=scheduler), whole)
 
 
+@pytest.mark.parametrize("kind", [*KINDS, "gmres"])
+@pytest.mark.filterwarnings("ignore::kestrum.KestrumWarning")
+def test_windows_and_float32(kind, monkeypatch):
+    options = {"points": POINTS, "model": MODEL, "where": PLANE, **KINDS.get(kind, {"solver": "gmres", "snap": True, "radius": 40.0})}
+    whole = ks.krige(**options)
+    monkeypatch.setattr("kestrum._krige._WINDOW", 50)
+    xr.testing.assert_identical(ks.krige(**options), whole)
+    single = whole.astype(np.float32)
+    xr.testing.assert_identical(ks.krige(dtype="float32", **options), single)
+    if kind != "gmres":
+        lazy = ks.krige(dtype="float32", chunks=dict.fromkeys(whole.sizes, 4), **options)
+        assert lazy.estimate.dtype == np.float32
+        xr.testing.assert_identical(lazy.compute(), single)
+
+
 @pytest.mark.filterwarnings("ignore::kestrum.KestrumWarning")
 def test_lazy_arrays_on_the_grid_stay_lazy():
     def forbidden(block):
