@@ -2,8 +2,8 @@
 
 Realizations come one after another, so that an ensemble larger than memory can be taken from a lazy array (`simulate`
 with chunks=, or one opened from zarr): results are lazy then, and realizations are let go as they are used. Results are the
-same to the last bit for any chunks. Ask Dask for one of them at a time: of several together it makes one first, and holds the
-realizations for the others; mean and variance share one pass.
+same to the last bit for any chunks. Several statistics of one lazy ensemble are `summary`'s, which makes them in one pass: of
+several that are computed together Dask makes one first, and holds the realizations for the others.
 
     >>> import kestrum as ks
     >>> fields = ks.simulate(None, ks.Spherical(1.0, range=8), ks.Grid(20, 15), n=50)
@@ -14,18 +14,19 @@ realizations for the others; mean and variance share one pass.
 from __future__ import annotations
 
 import itertools
-from collections.abc import Callable
-from typing import Any
+import math
+from collections.abc import Callable, Mapping
+from typing import Any, Literal
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _door, _lazy
+from . import _door, _lazy, _memory
 from ._door import Floats
 from ._errors import ArgumentError, ArgumentTypeError, GridError
 from ._watch import watched
 
-__all__ = ["mean", "probability_above", "probability_connected", "quantile", "variance"]
+__all__ = ["mean", "probability_above", "probability_connected", "quantile", "summary", "variance"]
 
 _State = NDArray[np.float64]
 
@@ -132,26 +133,9 @@ def probability_connected(realizations: Any, place: int | tuple[int, ...] | dict
     >>> ks.ensemble.probability_connected([[[1, 1, 0, 1]], [[1, 0, 0, 0]]], (0, 0))
     array([[1. , 0.5, 0. , 0. ]])
     """
-    limit = _door.number("limit", limit)
     values = _values(realizations)
-    shape = values.shape[1:]
-    if len(shape) not in (2, 3):
-        raise GridError(f"realizations have cells along {len(shape)} axes, but connectivity needs 2 or 3.")
-    if isinstance(place, dict):
-        if not _door.is_xarray(realizations):
-            raise ArgumentError("place has coordinates, but realizations have none. Give the indices of a cell.")
-        cells = [dim for dim in realizations.dims if dim != "realization"]
-        if sorted(map(str, place)) != sorted(map(str, cells)):
-            raise ArgumentError(f"place has {', '.join(map(str, place))}, but needs {', '.join(map(str, cells))}.")
-        place = tuple(_nearest_cell(str(dim), realizations[dim].values, place[dim]) for dim in cells)
-    at = tuple(_door.whole("place", index, 0, size - 1) for index, size in zip(np.atleast_1d(place), shape))
-    if len(at) != len(shape) or np.size(place) != len(shape):
-        raise ArgumentError(f"place has {np.size(place)} indices, but cells have {len(shape)}.")
-    options = {2: {4: 1, 8: 2}, 3: {6: 1, 18: 2, 26: 3}}[len(shape)]
-    reach = options[_door.choice("connectivity", min(options) if connectivity is None else connectivity, tuple(options))]
-    if _lazy.is_lazy(values):
-        values = values.rechunk(dict.fromkeys(range(1, values.ndim), -1))
-    counts, n = _over(values, _add_connected, 1, at, limit, reach)
+    connection = _connection(realizations, values, place, limit, connectivity)
+    counts, n = _over(_whole_grids(values), _add_connected, 1, *connection)
     return _result(realizations, counts[0] / n)
 
 
@@ -178,16 +162,113 @@ def quantile(realizations: Any, q: float | ArrayLike) -> Any:
     array([[3., 6.],
            [4., 7.]])
     """
-    levels, one = _several("q", q)
-    if levels.min() < 0.0 or levels.max() > 1.0:
-        raise ArgumentError(f"q is {_door.show(q)}, but quantiles are from 0 to 1.")
+    levels, one = _levels("q", q)
     values = _values(realizations)
     if _lazy.is_lazy(values):
-        values = values.rechunk({0: -1})
+        values = _whole_cells(values)
         found = values.map_blocks(_quantiles, levels=levels, dtype=np.float64, chunks=((len(levels),), *values.chunks[1:]))
     else:
         found = watched(values.size, _quantiles, values, levels)
     return _result(realizations, found[0]) if one else _result(realizations, found, "quantile", levels)
+
+
+def summary(realizations: Any, *, above: float | ArrayLike | None = None, quantiles: float | ArrayLike | None = None,
+            connected: Mapping[str, Any] | None = None, dtype: Literal["float64", "float32"] = "float64") -> Any:
+    """Several statistics in one pass over the realizations, each the bits of the function for it alone.
+
+    Parameters
+    ----------
+    realizations
+        As for `mean`; at least two. A lazy ensemble is not held, but with quantiles as much as for `quantile`.
+    above : float or array_like, optional
+        Limits, as for `probability_above`.
+    quantiles : float or array_like, optional
+        From 0 to 1, as for `quantile`.
+    connected : mapping, optional
+        Arguments of `probability_connected`: {"place": (20, 30), "limit": 1.5}.
+    dtype : {"float64", "float32"}
+        Type of the result; float32 is the rounded float64 result.
+
+    Returns
+    -------
+    xarray.Dataset or dict
+        ``mean`` and ``variance``, and what is asked for of ``probability_above``, ``quantiles`` and ``probability_connected``; a
+        dict of arrays for an array.
+
+    Examples
+    --------
+    >>> import kestrum as ks
+    >>> fields = ks.simulate(None, ks.Spherical(1.0, range=8), ks.Grid(20, 15), n=50, chunks=10)
+    >>> ks.ensemble.summary(fields, above=[1.0, 1.5], quantiles=0.9).compute().sizes
+    Frozen({'y': 15, 'x': 20, 'limit': 2})
+    """
+    kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))
+    values = _values(realizations)
+    if values.shape[0] < 2:
+        raise ArgumentError("there is one realization: a variance needs at least two.")
+    limits, one_limit = (np.zeros(0), False) if above is None else _several("above", above)
+    levels, one_level = (np.zeros(0), False) if quantiles is None else _levels("quantiles", quantiles)
+    connection = None
+    if connected is not None:
+        if not isinstance(connected, Mapping) or "place" not in connected or not {*connected} <= {"place", "limit", "connectivity"}:
+            _door.wrong_type("connected", connected, "a mapping with a place, and maybe limit and connectivity: {'place': (20, 30), 'limit': 1.5}")
+        connection = _connection(realizations, values, connected["place"], connected.get("limit", 0.0), connected.get("connectivity"))
+        values = _whole_grids(values)
+    if len(levels):
+        values = _whole_cells(values)
+    rows, n = _over(values, _add_all, 2 + len(limits) + len(levels) + (connection is not None), limits, levels, connection)
+    found = {"mean": _result(realizations, rows[0]), "variance": _result(realizations, rows[1] / (n - 1))}
+    if len(limits):
+        chances = rows[2:2 + len(limits)] / n
+        found["probability_above"] = _result(realizations, chances[0]) if one_limit else _result(realizations, chances, "limit", limits)
+    if len(levels):
+        ranked = rows[2 + len(limits):2 + len(limits) + len(levels)]
+        found["quantiles"] = _result(realizations, ranked[0]) if one_level else _result(realizations, ranked, "quantile", levels)
+    if connection is not None:
+        found["probability_connected"] = _result(realizations, rows[-1] / n)
+    found = {name: values.astype(kind, copy=False) for name, values in found.items()}
+    if not _door.is_xarray(realizations):
+        return found
+    import xarray as xr
+
+    return xr.Dataset(found)
+
+
+def _connection(realizations: Any, values: Any, place: Any, limit: Any, connectivity: Any) -> tuple[tuple[int, ...], float, int]:
+    """The indices of the cell, the limit, and how far neighbours reach."""
+    limit = _door.number("limit", limit)
+    shape = values.shape[1:]
+    if len(shape) not in (2, 3):
+        raise GridError(f"realizations have cells along {len(shape)} axes, but connectivity needs 2 or 3.")
+    if isinstance(place, dict):
+        if not _door.is_xarray(realizations):
+            raise ArgumentError("place has coordinates, but realizations have none. Give the indices of a cell.")
+        cells = [dim for dim in realizations.dims if dim != "realization"]
+        if sorted(map(str, place)) != sorted(map(str, cells)):
+            raise ArgumentError(f"place has {', '.join(map(str, place))}, but needs {', '.join(map(str, cells))}.")
+        place = tuple(_nearest_cell(str(dim), realizations[dim].values, place[dim]) for dim in cells)
+    at = tuple(_door.whole("place", index, 0, size - 1) for index, size in zip(np.atleast_1d(place), shape))
+    if len(at) != len(shape) or np.size(place) != len(shape):
+        raise ArgumentError(f"place has {np.size(place)} indices, but cells have {len(shape)}.")
+    options = {2: {4: 1, 8: 2}, 3: {6: 1, 18: 2, 26: 3}}[len(shape)]
+    reach = options[_door.choice("connectivity", min(options) if connectivity is None else connectivity, tuple(options))]
+    return at, limit, reach
+
+
+def _whole_grids(values: Any) -> Any:
+    """The values in chunks along realizations alone."""
+    return values.rechunk(dict.fromkeys(range(1, values.ndim), -1)) if _lazy.is_lazy(values) else values
+
+
+def _whole_cells(values: Any) -> Any:
+    """The values in chunks of all realizations, which have to fit into memory."""
+    if not _lazy.is_lazy(values):
+        return values
+    values = values.rechunk({0: -1})
+    # Dask puts each together from its parts.
+    _memory.require(2 * values.itemsize * math.prod(values.chunksize), f"quantiles of {values.shape[0]:,} realizations of {math.prod(values.chunksize[1:]):,} cells",
+                    "Write the realizations to zarr with smaller chunks along the cells, and open that.")
+    return values
 
 
 def _nearest_cell(dim: str, centres: Floats, place: Any) -> int:
@@ -199,7 +280,12 @@ def _nearest_cell(dim: str, centres: Floats, place: Any) -> int:
 
 
 def _quantiles(block: NDArray[Any], levels: Floats) -> Floats:
-    return np.asarray(np.quantile(_door.array("realizations", block).astype(np.float64, copy=False), levels, axis=0))
+    """In parts, of which NumPy takes copies."""
+    cells = _door.array("realizations", block).reshape(len(block), -1)
+    result, step = np.empty((len(levels), cells.shape[1])), max(1, (1 << 20) // len(block))
+    for begin in range(0, cells.shape[1], step):
+        result[:, begin:begin + step] = np.quantile(cells[:, begin:begin + step].astype(np.float64), levels, axis=0, overwrite_input=True)
+    return result.reshape(-1, *block.shape[1:])
 
 
 def _several(name: str, given: Any) -> tuple[Floats, bool]:
@@ -207,6 +293,13 @@ def _several(name: str, given: Any) -> tuple[Floats, bool]:
     if values.ndim != 1 or values.size == 0:
         raise ArgumentError(f"{name} must be a number or a list of numbers.")
     return values, np.ndim(given) == 0
+
+
+def _levels(name: str, given: Any) -> tuple[Floats, bool]:
+    levels, one = _several(name, given)
+    if levels.min() < 0.0 or levels.max() > 1.0:
+        raise ArgumentError(f"{name} is {_door.show(given)}, but quantiles are from 0 to 1.")
+    return levels, one
 
 
 def _values(realizations: Any) -> Any:
@@ -293,6 +386,21 @@ def _add_above(state: _State | None, block: NDArray[Any], first: int, limits: Fl
             count += row > limit
             count += missing
     return counts
+
+
+def _add_all(state: _State | None, block: NDArray[Any], first: int, limits: Floats, levels: Floats,
+             connection: tuple[tuple[int, ...], float, int] | None) -> _State:
+    """Rows of moments, counts above limits, quantiles, and counts of the connected. With levels a block has all realizations."""
+    end = 2 + len(limits)
+    before = (None, None, None) if state is None else (state[:2], state[2:end], state[-1:])
+    rows = [_add_moments(before[0], block, first)]
+    if len(limits):
+        rows.append(_add_above(before[1], block, first, limits))
+    if len(levels):
+        rows.append(_quantiles(block, levels))
+    if connection is not None:
+        rows.append(_add_connected(before[2], block, first, *connection))
+    return np.concatenate(rows)
 
 
 def _add_connected(state: _State | None, block: NDArray[Any], first: int, at: tuple[int, ...], limit: float, reach: int) -> _State:

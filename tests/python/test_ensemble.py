@@ -55,6 +55,22 @@ def test_any_chunks_give_the_same_bits(name, along, rows, columns, dtype, solid)
     assert np.array_equal(lazy.compute(scheduler="synchronous"), at_once, equal_nan=True)
 
 
+@given(st.integers(1, 13), st.integers(1, 9), st.sampled_from(["float64", "float32"]), st.booleans())
+@settings(max_examples=12, deadline=None)
+def test_a_summary_is_each_statistic(along, rows, dtype, ranked):
+    values = xr.DataArray(fields_of(), dims=("realization", "y", "x"), coords={"y": np.arange(9.0), "x": np.arange(7.0)})
+    e, at = ks.ensemble, {"place": (4, 4), "limit": -0.1, "connectivity": 8}
+    expected = {"mean": e.mean(values), "variance": e.variance(values), "probability_above": e.probability_above(values, [0.0, 0.3]),
+                "probability_connected": e.probability_connected(values, **at)}
+    options = {"above": [0.0, 0.3], "connected": at, "dtype": dtype}
+    if ranked:
+        expected["quantiles"], options["quantiles"] = e.quantile(values, 0.8), 0.8
+    for given_values in (values, values.chunk(realization=along, y=rows)):
+        found = e.summary(given_values, **options)
+        xr.testing.assert_identical(found.compute(), xr.Dataset(expected).astype(dtype))
+        assert (found.chunks != {}) == (given_values is not values)
+
+
 def test_coordinates_stay():
     grid = ks.Grid(8, 6, dx=10.0, dy=5.0)
     fields = ks.simulate(ks.Points([[25.0, 12.5]], [1.5]), ks.Spherical(range=30.0), grid, n=5, mean=0.0)
@@ -71,7 +87,8 @@ def test_coordinates_stay():
 
 
 @pytest.mark.parametrize("statistic", [ks.ensemble.mean, ks.ensemble.variance, lambda v: ks.ensemble.probability_above(v, 0.0),
-                                       lambda v: ks.ensemble.probability_connected(v, (0, 0))])
+                                       lambda v: ks.ensemble.probability_connected(v, (0, 0)),
+                                       lambda v: da.concatenate([one.ravel() for one in ks.ensemble.summary(v, above=[0.0, 1.0], connected={"place": (0, 0)}).values()])])
 def test_realizations_are_let_go(statistic):
     alive, most = weakref.WeakSet(), []
 
@@ -107,7 +124,8 @@ def test_refusals():
     for call, text in ((lambda: ks.ensemble.mean(array), "no dimension 'realization'"), (lambda: ks.ensemble.mean(3.0), "no realizations"),
                        (lambda: ks.ensemble.mean(["a"]), "numbers"), (lambda: ks.ensemble.variance(values[:1]), "one realization"),
                        (lambda: ks.ensemble.quantile(values, 1.5), "0 to 1"), (lambda: ks.ensemble.quantile(values, []), "list of numbers"),
-                       (lambda: ks.ensemble.probability_above(values, np.nan), "finite"),
+                       (lambda: ks.ensemble.probability_above(values, np.nan), "finite"), (lambda: ks.ensemble.summary(values[:1]), "one realization"),
+                       (lambda: ks.ensemble.summary(values, connected=(4, 4)), "a mapping with a place"),
                        (lambda: ks.ensemble.probability_connected(values[..., 0], (0,)), "1 axes"),
                        (lambda: ks.ensemble.probability_connected(values, (0, 7)), "at most 6"),
                        (lambda: ks.ensemble.probability_connected(values, (0, 0, 0)), "3 indices"),
@@ -117,3 +135,5 @@ def test_refusals():
                        (lambda: ks.ensemble.mean(da.from_array(values, 1)[da.arange(len(values), chunks=1) > 0]), "compute_chunk_sizes")):
         with pytest.raises(ks.KestrumError, match=text):
             call()
+    with pytest.raises(MemoryError, match="zarr with smaller chunks"):
+        ks.ensemble.quantile(da.zeros((1000, 10**5, 10**5), chunks=(1, 10**5, 10**5)), 0.5)
