@@ -18,6 +18,7 @@ from pathlib import Path
 # Threads of a call that has ended shall leave the cores to the next variant.
 os.environ.setdefault("OMP_WAIT_POLICY", "passive")
 
+import dask
 import dask.array as da
 import distributed
 import numpy as np
@@ -106,16 +107,19 @@ def tasks(options: argparse.Namespace) -> None:
     places = list(itertools.product(range(50), range(50)))
     graph = {"shared": None} | {("empty", 0, *at): (empty_tile, "shared", (20, 20)) for at in places}
     empty = da.Array(graph, "empty", ((2,), (20,) * 50, (20,) * 50), dtype=np.float64)
-    with workers(1) as cluster, distributed.Client(cluster) as client:
-        times = in_turn(options.repeat, {"2,500 small tiles, one worker": on(client, small), "tiles that do nothing, one worker": on(client, [empty[0], empty[1]]),
-                                         "small tiles without a cluster": lambda: small.persist(scheduler="synchronous"),
-                                         "the same in one call": lambda: ks.krige(POINTS, MODEL, grid, neighbors=1, threads=1)}, [client])
     count = len(small.__dask_graph__())
-    for what, wanted, name, least in (("a task of a cluster", " (below 2)", "2,500 small tiles, one worker", "the same in one call"),
-                                      ("a task of a cluster that does nothing", "", "tiles that do nothing, one worker", None),
-                                      ("a task without a cluster", "", "small tiles without a cluster", "the same in one call")):
-        clock, used = (1e3 * (of - base) / count for of, base in zip(times[name], times[least] if least else (0.0, 0.0)))
-        print(f"{what}: {clock:.2f} ms on the clock{wanted}, {used:.2f} ms of processors")
+    for setting, saturation in (("as Dask comes", None), ("worker-saturation 10", 10)):
+        with (dask.config.set({} if saturation is None else {"distributed.scheduler.worker-saturation": saturation}),
+              workers(1) as cluster, distributed.Client(cluster) as client):
+            times = in_turn(options.repeat, {"2,500 small tiles, one worker": on(client, small), "tiles that do nothing, one worker": on(client, [empty[0], empty[1]]),
+                                             "small tiles without a cluster": lambda: small.persist(scheduler="synchronous"),
+                                             "the same in one call": lambda: ks.krige(POINTS, MODEL, grid, neighbors=1, threads=1)}, [client])
+        wanted = "" if saturation is None else " (below 2)"
+        for what, name, least in ((f"a task of a cluster, {setting}{wanted}", "2,500 small tiles, one worker", "the same in one call"),
+                                  (f"a task of a cluster that does nothing, {setting}", "tiles that do nothing, one worker", None),
+                                  ("a task without a cluster", "small tiles without a cluster", "the same in one call")):
+            clock, used = (1e3 * (of - base) / count for of, base in zip(times[name], times[least] if least else (0.0, 0.0)))
+            print(f"{what}: {clock:.2f} ms on the clock, {used:.2f} ms of processors")
 
 
 def functions(options: argparse.Namespace) -> None:

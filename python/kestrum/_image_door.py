@@ -9,7 +9,7 @@ from typing import Any, Literal, TypeVar
 import numpy as np
 from numpy.typing import NDArray
 
-from . import _core, _door, _lazy
+from . import _core, _door, _lazy, _memory
 from ._errors import ArgumentError, ArgumentTypeError, DataError
 from ._watch import in_c_order, watched
 
@@ -28,6 +28,8 @@ def as_image(name: str, value: Any) -> NDArray[Any]:
     given = held if lazy else _door.array(name, held)
     require_image(name, given)
     require_few(name, given, "a part of it" if lazy else "a part of it, or a Dask array")
+    if lazy:
+        _memory.require(given.nbytes, f"{name}, which is needed whole,", "Take a part of it, or coarser nodes.")
     return _door.array(name, given)
 
 
