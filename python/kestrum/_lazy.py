@@ -10,7 +10,8 @@ from collections.abc import Callable
 from concurrent.futures import CancelledError
 from typing import Any, Generic, TypeVar
 
-from ._errors import ArgumentError, DataError
+from . import _memory
+from ._errors import ArgumentError, DataError, warn
 
 
 def require() -> None:
@@ -33,6 +34,27 @@ def sizes(n: int, size: int) -> tuple[int, ...]:
 def require_sizes(name: str, array: Any) -> None:
     if any(n != n for n in array.shape):
         raise DataError(f"{name} has blocks of unknown sizes. Call compute_chunk_sizes().")
+
+
+def at_a_time() -> int:
+    """How many chunks are computed at a time on this machine, as Dask is set up now. Of a cluster it is 1: workers may be elsewhere."""
+    import dask
+    from dask.base import get_scheduler
+    from dask.system import CPU_COUNT
+
+    get = get_scheduler()
+    if get is not None and get.__module__ not in ("dask.threaded", "dask.multiprocessing"):
+        return 1
+    pool = dask.config.get("pool", None)
+    return int(dask.config.get("num_workers", None) or getattr(pool, "_max_workers", None) or getattr(pool, "_processes", None) or CPU_COUNT)
+
+
+def warn_of_memory(chunk: int, shared: int, count: int) -> None:
+    """Warns if so many chunks, each of which fits into memory beside what they share, do not fit together."""
+    left, together = _memory.available(), min(count, at_a_time())
+    if left is not None and shared + together * chunk > left:
+        warn(f"{together} chunks at a time would take {(shared + together * chunk) / 2**30:,.1f} GiB of memory, but {left / 2**30:,.1f} GiB are left. "
+             f"Give smaller chunks, or compute fewer at a time: dask.config.set(num_workers={max(1, (left - shared) // chunk)}).")
 
 
 def blocks(values: Any, chunks: tuple[tuple[int, ...], ...]) -> Any:

@@ -118,8 +118,8 @@ def simulate(points: Points | None, model: CovModel, grid: Grid | xr.DataArray, 
     radii = _radii(radius, target.dimension)
     threads = _threads(threads, chunks)
     taken = target.mask(mask)
-    _memory.require(simulation_bytes(target, [model], radii, size, kind, transform is not None), f"a result of {size:,} x {target.count:,} values",
-                    "Ask for fewer realizations at a time (first=, chunks=), or dtype='float32'.")
+    _require_memory(target, [model], radii, size, kind, transform is not None, f"a result of {size:,} x {target.count:,} values",
+                    "Ask for fewer realizations at a time (first=, chunks=), or dtype='float32'.", -(-count // size))
     nodes, values, moved = _on_nodes(points, target, duplicates)
     honoured = values
     if transform is not None:
@@ -210,7 +210,7 @@ def simulate_categories(points: Points | None, model: CovModel | Mapping[Any, Co
     (['sand', 'clay'], (2, 20, 30))
     """
     _target, count, size = _begin(points, next(iter(model.values()), None) if isinstance(model, Mapping) else model, grid, n, first, seed, chunks)
-    labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, _threads(threads, chunks), size, seed)
+    labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, _threads(threads, chunks), size, seed, -(-count // size))
     return _realizations(task, first, count, chunks, progress, {
         "long_name": points.name if points is not None else "category", "method": "sequential indicator simulation", "categories": labels,
         "seed": str(seed), "kestrum": _core.version})
@@ -271,6 +271,16 @@ def _draw(task: _Task, first: int, count: int) -> NDArray[Any]:
     return _lazy.cancellable(lambda report: task.draw(first, count, report))[0]
 
 
+def _require_memory(target: Target, models: list[CovModel], radii: tuple[float, float, float] | None, n: int, kind: Any, transformed: bool,
+                    what: str, remedy: str, chunks: int) -> None:
+    """Refuses n realizations that memory cannot hold, and warns of chunks that it cannot hold together."""
+    size = simulation_bytes(target, models, radii, n, kind, transformed)
+    _memory.require(size, what, remedy)
+    if chunks > 1:
+        shared = _shared_bytes(target, models, radii)
+        _lazy.warn_of_memory(size - shared, shared, chunks)
+
+
 def simulation_bytes(target: Target, models: list[CovModel], radii: tuple[float, float, float] | None, n: int, kind: Any,
                      transformed: bool = False) -> int:
     """What n realizations take in memory, result and all."""
@@ -281,7 +291,12 @@ def simulation_bytes(target: Target, models: list[CovModel], radii: tuple[float,
         cell = 8 * n + max(work, rounded)
     else:
         cell = work + (rounded + 8 if rounded else 8 * n)
-    return int(target.count * cell + sum(_neighborhood_bytes(target, model, radii) for model in {id(model): model for model in models}.values()))
+    return int(target.count * cell) + _shared_bytes(target, models, radii)
+
+
+def _shared_bytes(target: Target, models: list[CovModel], radii: tuple[float, float, float] | None) -> int:
+    """What realizations share."""
+    return sum(_neighborhood_bytes(target, model, radii) for model in {id(model): model for model in models}.values())
 
 
 def _neighborhood_bytes(target: Target, model: CovModel, radii: tuple[float, float, float] | None) -> int:
@@ -431,7 +446,7 @@ def _bounds(bounds: Any, target: Target, nodes: NDArray[np.int32], transform: An
 
 
 def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, radius: Any, proportions: Any, ordinary: Any, mask: Any,
-                threads: Any, n: int = 0, seed: int = 0) -> tuple[list[Any], _Task]:
+                threads: Any, n: int = 0, seed: int = 0, chunks: int = 1) -> tuple[list[Any], _Task]:
     if points is not None and not isinstance(points, Points):
         _door.wrong_type("points", points, "Points")
     target = Target(grid, places_too=False, name="grid")
@@ -464,8 +479,8 @@ def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, ra
             _door.wrong_type("model", one, "a CovModel, or {label: CovModel}")
     taken = target.mask(mask)
     kind = np.dtype(np.int16 if n else np.float64)
-    _memory.require(simulation_bytes(target, models, radii, n or len(labels), kind), f"a result on {target.count:,} cells",
-                    "Take larger cells, or fewer realizations at a time.")
+    _require_memory(target, models, radii, n or len(labels), kind, False, f"a result on {target.count:,} cells",
+                    "Take larger cells, or fewer realizations at a time.", chunks)
     nodes, values, _ = _on_nodes(points, target, "last")
     code = {label: number for number, label in enumerate(labels)}
     codes = np.array([code[value] for value in values.tolist()], np.float64)

@@ -15,7 +15,7 @@ from __future__ import annotations
 
 import itertools
 import math
-from collections.abc import Callable, Mapping
+from collections.abc import Callable, Iterator, Mapping
 from typing import Any, Literal
 
 import numpy as np
@@ -29,6 +29,8 @@ from ._watch import watched
 __all__ = ["mean", "probability_above", "probability_connected", "quantile", "summary", "variance"]
 
 _State = NDArray[np.float64]
+# Cells that are worked on at a time: a few rows of them stay in a processor's cache.
+_CELLS = 1 << 16
 
 
 def mean(realizations: Any) -> Any:
@@ -280,12 +282,11 @@ def _nearest_cell(dim: str, centres: Floats, place: Any) -> int:
 
 
 def _quantiles(block: NDArray[Any], levels: Floats) -> Floats:
-    """In parts, of which NumPy takes copies."""
-    cells = _door.array("realizations", block).reshape(len(block), -1)
-    result, step = np.empty((len(levels), cells.shape[1])), max(1, (1 << 20) // len(block))
-    for begin in range(0, cells.shape[1], step):
-        result[:, begin:begin + step] = np.quantile(cells[:, begin:begin + step].astype(np.float64), levels, axis=0, overwrite_input=True)
-    return result.reshape(-1, *block.shape[1:])
+    block = _door.array("realizations", block)
+    result = np.empty((len(levels), *block.shape[1:]))
+    for ranked, values in _parts(result, block, max(1, (1 << 20) // len(block))):  # of which NumPy takes copies
+        ranked[:] = np.quantile(values.astype(np.float64), levels, axis=0, overwrite_input=True)
+    return result
 
 
 def _several(name: str, given: Any) -> tuple[Floats, bool]:
@@ -335,18 +336,18 @@ def _result(realizations: Any, values: Any, name: str | None = None, labels: Flo
     return xr.DataArray(values, coords, dims).rename(None)
 
 
-def _over(realizations: Any, add: Callable[..., _State], states: int, *arguments: Any) -> tuple[Any, int]:
-    """Goes over realizations in their order with some numbers for each cell; gives those, and how many realizations there are.
+def _over(realizations: Any, add: Callable[..., None], states: int, *arguments: Any) -> tuple[Any, int]:
+    """Goes over realizations in their order with some numbers for each cell, 0 at first; gives those, (states, ...), and how many
+    realizations there are.
 
-    add(state, block, first, *arguments) gives the numbers, (states, ...), after a block of realizations that starts with number
-    `first`; the state before the first one is None.
+    add(state, block, first, *arguments) changes the numbers by a block of realizations that starts with number `first`.
     """
     values = _values(realizations)
-    result = _lazily(values, add, states, arguments) if _lazy.is_lazy(values) else watched(values.size, add, None, values, 0, *arguments)
+    result = _lazily(values, add, states, arguments) if _lazy.is_lazy(values) else watched(values.size, _added, add, states, None, values, 0, *arguments)
     return result, int(values.shape[0])
 
 
-def _lazily(values: Any, add: Callable[..., _State], states: int, arguments: tuple[Any, ...]) -> Any:
+def _lazily(values: Any, add: Callable[..., None], states: int, arguments: tuple[Any, ...]) -> Any:
     """One task for each chunk, which waits for that of the realizations before."""
     token = _lazy.token(values.name, add, arguments)
     starts = np.cumsum((0, *values.chunks[0]))
@@ -356,60 +357,63 @@ def _lazily(values: Any, add: Callable[..., _State], states: int, arguments: tup
         before = None
         for k in range(final + 1):
             key = (f"ensemble-{token}", 0, *block) if k == final else (f"ensemble-{k}-{token}", *block)
-            tasks[key] = (_added, add, before, (values.name, k, *block), int(starts[k]), *arguments)
+            tasks[key] = (_added, add, states, before, (values.name, k, *block), int(starts[k]), *arguments)
             before = key
     return _lazy.array(f"ensemble-{token}", tasks, ((states,), *values.chunks[1:]), np.float64, [values])
 
 
-def _added(add: Callable[..., _State], state: _State | None, block: Any, *arguments: Any) -> _State:
-    return add(state, _door.array("realizations", block), *arguments)  # a block may be masked
+def _added(add: Callable[..., None], states: int, before: _State | None, block: Any, *arguments: Any) -> _State:
+    block = _door.array("realizations", block)  # a block may be masked
+    # What comes before stays as it is: a task may be run again.
+    state = np.zeros((states, *block.shape[1:])) if before is None else before.copy()
+    add(state, block, *arguments)
+    return state
 
 
-# These change nothing that they are given: a task may be run again.
+def _parts(state: _State, block: NDArray[Any], cells: int = _CELLS) -> Iterator[tuple[_State, NDArray[Any]]]:
+    """Both cell by cell, some cells at a time."""
+    numbers, values = state.reshape(len(state), -1), block.reshape(len(block), -1)
+    for begin in range(0, values.shape[1], cells):
+        yield numbers[:, begin:begin + cells], values[:, begin:begin + cells]
 
-def _add_moments(state: _State | None, block: NDArray[Any], first: int) -> _State:
+
+def _add_moments(state: _State, block: NDArray[Any], first: int) -> None:
     """The mean, and the sum of squared differences from it (B. P. Welford, Technometrics 4, 1962)."""
-    average, squares = np.zeros((2, *block.shape[1:])) if state is None else state.copy()
-    for k, row in enumerate(block, first + 1):
-        difference = row - average
-        average += difference / k
-        squares += difference * (row - average)
-    return np.stack([average, squares])
+    for (average, squares), rows in _parts(state, block):
+        for k, row in enumerate(rows, first + 1):
+            difference = row - average
+            average += difference / k
+            squares += difference * (row - average)
 
 
-def _add_above(state: _State | None, block: NDArray[Any], first: int, limits: Floats) -> _State:
-    counts = np.zeros((len(limits), *block.shape[1:])) if state is None else state.copy()
-    for row in block:
-        row = row.astype(np.float64)
-        missing = np.where(np.isnan(row), np.nan, 0.0)
-        for count, limit in zip(counts, limits):
-            count += row > limit
-            count += missing
-    return counts
+def _add_above(state: _State, block: NDArray[Any], first: int, limits: Floats) -> None:
+    for counts, rows in _parts(state, block):
+        for row in rows:
+            row = row.astype(np.float64)
+            missing = np.where(np.isnan(row), np.nan, 0.0)
+            for count, limit in zip(counts, limits):
+                count += row > limit
+                count += missing
 
 
-def _add_all(state: _State | None, block: NDArray[Any], first: int, limits: Floats, levels: Floats,
-             connection: tuple[tuple[int, ...], float, int] | None) -> _State:
+def _add_all(state: _State, block: NDArray[Any], first: int, limits: Floats, levels: Floats,
+             connection: tuple[tuple[int, ...], float, int] | None) -> None:
     """Rows of moments, counts above limits, quantiles, and counts of the connected. With levels a block has all realizations."""
     end = 2 + len(limits)
-    before = (None, None, None) if state is None else (state[:2], state[2:end], state[-1:])
-    rows = [_add_moments(before[0], block, first)]
+    _add_moments(state[:2], block, first)
     if len(limits):
-        rows.append(_add_above(before[1], block, first, limits))
+        _add_above(state[2:end], block, first, limits)
     if len(levels):
-        rows.append(_quantiles(block, levels))
+        state[end:end + len(levels)] = _quantiles(block, levels)
     if connection is not None:
-        rows.append(_add_connected(before[2], block, first, *connection))
-    return np.concatenate(rows)
+        _add_connected(state[-1:], block, first, *connection)
 
 
-def _add_connected(state: _State | None, block: NDArray[Any], first: int, at: tuple[int, ...], limit: float, reach: int) -> _State:
+def _add_connected(state: _State, block: NDArray[Any], first: int, at: tuple[int, ...], limit: float, reach: int) -> None:
     from scipy.ndimage import generate_binary_structure, label
 
-    counts = np.zeros((1, *block.shape[1:])) if state is None else state.copy()
     structure = generate_binary_structure(len(at), reach)
     for row in block:
         bodies, _ = label(row.astype(np.float64) > limit, structure)
         if bodies[at]:
-            counts[0] += bodies == bodies[at]
-    return counts
+            state[0] += bodies == bodies[at]

@@ -255,6 +255,24 @@ def test_refusals():
             call()
 
 
+def test_chunks_that_memory_does_not_hold_together(monkeypatch):
+    monkeypatch.setattr("kestrum._memory.available", lambda: 3_000_000)
+    grid = ks.Grid(200, 200)
+    calls = (lambda: ks.krige(POINTS, MODEL, grid, neighbors=8, chunks={"y": 100, "x": 200}), lambda: ks.krige(POINTS, MODEL, ks.Grid(1000, 1000), neighbors=8, chunks={"y": 100}),
+             lambda: ks.simulate(None, MODEL, grid, n=9, chunks=3),
+             lambda: ks.simulate_categories(None, MODEL, grid, n=30, chunks=10, proportions={"a": 0.5, "b": 0.5}))
+    for number, call in enumerate(calls):
+        # Of the first there are two chunks, which fit.
+        for settings, fits in (({"num_workers": 16}, number == 0), ({"num_workers": 1}, True), ({"scheduler": "synchronous"}, True)):
+            with dask.config.set(**settings), warnings.catch_warnings(record=True) as caught:
+                warnings.simplefilter("always")
+                call()
+            said = " ".join(str(one.message) for one in caught)
+            assert ("chunks at a time" in said) != fits and (fits or re.search(r"\b\d+ chunks .* dask.config.set\(num_workers=[12]\)", said)), (number, settings, said)
+    with pytest.raises(MemoryError, match="smaller chunks"):
+        ks.krige(POINTS, MODEL, ks.Grid(500, 500), chunks={"y": 500})
+
+
 class Unpicklable:
     forward = inverse = staticmethod(np.exp)
 
