@@ -9,15 +9,6 @@
 namespace kestrum {
 namespace {
 
-// Some lags, and where their covariances go. Lags that are left are filled up to kLanes.
-struct LagBlock {
-  int n;  // a multiple of kLanes
-  const double* x;
-  const double* y;
-  const double* z;
-  double* cov;
-};
-
 // As measured on AVX-512 by covariance_benchmark.
 double CostOf(const ExactCovariance::Element& element) noexcept {
   switch (element.type) {
@@ -82,19 +73,26 @@ real ExactCovariance::Sill() const noexcept {
   return sill;
 }
 
+void ExactCovariance::EvaluateRows(const LagRows& lags, SimdLevel level) const noexcept {
+  KESTRUM_KERNEL_AT(level, EvaluateRows)(elements_.data(), count_, rotated_, lags);
+}
+
 void ExactCovariance::Evaluate(int n, const real* dx, const real* dy, const real* dz, real* cov,
                                SimdLevel level) const noexcept {
-  const auto evaluate = level == SimdLevel::kAvx512 ? avx512::EvaluateBlock
-                        : level == SimdLevel::kAvx2 ? avx2::EvaluateBlock
-                                                    : baseline::EvaluateBlock;
+  static constexpr real kOrigin = 0.0;
+  static constexpr int kStart = 0;
+  const auto evaluate = [&](int count, const real* x, const real* y, const real* z, real* to) {
+    EvaluateRows({3, 1, {&kOrigin, &kOrigin, &kOrigin}, count, {x, y, z}, &kStart, false, to}, level);
+  };
+  // Lags that are left are filled up to kLanes.
   const int rest = n % kLanes;
   const int whole = n - rest;
-  if (whole > 0) evaluate(elements_.data(), count_, rotated_, {whole, dx, dy, dz, cov});
+  if (whole > 0) evaluate(whole, dx, dy, dz, cov);
   if (rest == 0) return;
   alignas(64) double filled[4][kLanes] = {};
   const real* const lags[3] = {dx, dy, dz};
   for (int axis = 0; axis < 3; ++axis) std::copy_n(lags[axis] + whole, rest, filled[axis]);
-  evaluate(elements_.data(), count_, rotated_, {kLanes, filled[0], filled[1], filled[2], filled[3]});
+  evaluate(kLanes, filled[0], filled[1], filled[2], filled[3]);
   std::copy_n(filled[3], rest, cov + whole);
 }
 

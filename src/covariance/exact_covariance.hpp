@@ -14,6 +14,20 @@
 
 namespace kestrum {
 
+// Lags of n places from `columns` others, a multiple of kLanes, and where their covariances go: that of place j from place
+// i to cov[start[j] + i]; if `triangular`, only those from the multiple of kLanes at or below j on. Coordinate a of place j
+// is place[a][j], of another from[a][i].
+struct LagRows {
+  int axes;  // 2 if z is 0 for all places
+  int n;
+  const real* place[3];
+  int columns;
+  const real* from[3];
+  const int* start;
+  bool triangular;
+  real* cov;
+};
+
 // A model ready for evaluation: parameters and rotation read, and all computed that does not depend on the lag. It keeps
 // no reference to the model. Any number of threads may evaluate it at a time; for parameters that change from node to
 // node, each thread prepares one of its own.
@@ -44,6 +58,9 @@ class ExactCovariance {
   // lags. No array overlaps another.
   void Evaluate(int n, const real* dx, const real* dy, const real* dz, real* cov,
                 SimdLevel level = BestSimdLevel()) const noexcept;
+
+  // The covariances of lags that are formed as they are needed. The places are not those of `cov`.
+  void EvaluateRows(const LagRows& lags, SimdLevel level = BestSimdLevel()) const noexcept;
 
   // An element, ready.
   struct Element {

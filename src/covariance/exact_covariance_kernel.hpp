@@ -4,32 +4,55 @@
 
 using Element = ExactCovariance::Element;
 
-// Adds what an element contributes at squared reduced distances, to nothing if it is the first.
-template <typename Contribution>
-KESTRUM_KERNEL_INLINE void Add(const Element& element, bool first, bool rotated, const LagBlock& lags,
-                               const Contribution& contribution) {
-  const auto& a = element.axes;
-  for (int k = 0; k < lags.n; k += kWidth) {
-    const Vector dx = Load<Vector>(lags.x + k);
-    const Vector dy = Load<Vector>(lags.y + k);
-    const Vector dz = Load<Vector>(lags.z + k);
-    Vector along[3] = {a[0][0] * dx, a[1][1] * dy, a[2][2] * dz};
-    if (rotated) {
-      along[0] = along[0] + a[0][1] * dy + a[0][2] * dz;
-      along[1] = a[1][0] * dx + along[1] + a[1][2] * dz;
-      along[2] = a[2][0] * dx + a[2][1] * dy + along[2];
+// Calls visit(dx, dy, dz, to) for kWidth lags at a time, whose covariances go to `to`.
+template <bool kPlanar, typename Visit>
+KESTRUM_KERNEL_INLINE void ForEachLag(const LagRows& lags, const Visit& visit) {
+  for (int j = 0; j < lags.n; ++j) {
+    const double x = lags.place[0][j];
+    const double y = lags.place[1][j];
+    const double z = kPlanar ? 0.0 : lags.place[2][j];
+    double* const row = lags.cov + lags.start[j];
+    for (int i = lags.triangular ? j / kLanes * kLanes : 0; i < lags.columns; i += kWidth) {
+      visit(Load<Vector>(lags.from[0] + i) - x, Load<Vector>(lags.from[1] + i) - y,
+            kPlanar ? Vector{} : Load<Vector>(lags.from[2] + i) - z, row + i);
     }
-    const Vector d2 = along[0] * along[0] + along[1] * along[1] + along[2] * along[2];
-    Store(lags.cov + k, (first ? Vector{} : Load<Vector>(lags.cov + k)) + contribution(d2));
   }
 }
 
-KESTRUM_KERNEL_INLINE void AddNugget(double w, bool first, const LagBlock& lags) {
-  for (int k = 0; k < lags.n; k += kWidth) {
-    const auto zero = (Load<Vector>(lags.x + k) == Vector{}) & (Load<Vector>(lags.y + k) == Vector{}) &
-                      (Load<Vector>(lags.z + k) == Vector{});
-    Store(lags.cov + k, (first ? Vector{} : Load<Vector>(lags.cov + k)) + (zero ? Broadcast<Vector>(w) : Vector{}));
+// Adds what an element contributes at squared reduced distances, to nothing if it is the first.
+template <typename Contribution>
+KESTRUM_KERNEL_INLINE void Add(const Element& element, bool first, bool rotated, const LagRows& lags,
+                               const Contribution& contribution) {
+  const auto& a = element.axes;
+  const auto add = [&]<bool kPlanar, bool kRotated>() KESTRUM_KERNEL_TARGET __attribute__((always_inline)) {
+    ForEachLag<kPlanar>(
+        lags, [&](Vector dx, Vector dy, Vector dz, double* to) KESTRUM_KERNEL_TARGET __attribute__((always_inline)) {
+          Vector along[3] = {a[0][0] * dx, a[1][1] * dy, a[2][2] * dz};
+          if constexpr (kRotated) {
+            along[0] = along[0] + a[0][1] * dy + a[0][2] * dz;
+            along[1] = a[1][0] * dx + along[1] + a[1][2] * dz;
+            along[2] = a[2][0] * dx + a[2][1] * dy + along[2];
+          }
+          Vector d2 = along[0] * along[0] + along[1] * along[1];
+          if constexpr (!kPlanar || kRotated) d2 = d2 + along[2] * along[2];
+          Store(to, (first ? Vector{} : Load<Vector>(to)) + contribution(d2));
+        });
+  };
+  if (rotated) {
+    add.template operator()<false, true>();
+  } else if (lags.axes < 3) {
+    add.template operator()<true, false>();
+  } else {
+    add.template operator()<false, false>();
   }
+}
+
+KESTRUM_KERNEL_INLINE void AddNugget(double w, bool first, const LagRows& lags) {
+  ForEachLag<false>(
+      lags, [&](Vector dx, Vector dy, Vector dz, double* to) KESTRUM_KERNEL_TARGET __attribute__((always_inline)) {
+        const auto zero = (dx == Vector{}) & (dy == Vector{}) & (dz == Vector{});
+        Store(to, (first ? Vector{} : Load<Vector>(to)) + (zero ? Broadcast<Vector>(w) : Vector{}));
+      });
 }
 
 // sin(pi h) / (pi h).
@@ -93,8 +116,8 @@ KESTRUM_KERNEL_INLINE Vector MaternCorrelation(const Matern& matern, Vector d2) 
 // A contribution, for Add.
 #define KESTRUM_CONTRIBUTION [&](Vector d2) KESTRUM_KERNEL_TARGET __attribute__((always_inline))
 
-KESTRUM_KERNEL_TARGET void EvaluateBlock(const Element* elements, int count, bool rotated,
-                                         const LagBlock& lags) noexcept {
+KESTRUM_KERNEL_TARGET void EvaluateRows(const Element* elements, int count, bool rotated,
+                                        const LagRows& lags) noexcept {
   for (int i = 0; i < count; ++i) {
     const Element& element = elements[i];
     const double w = element.w;

@@ -15,9 +15,6 @@ namespace {
 constexpr int kTargets = HeadTable::kTargets;
 static_assert(kTargets == PlaceCell::kMaxTargets);
 
-// Of a cell: of all candidates with each other, or with the targets.
-constexpr int kMostLags = 64 * (64 + kLanes);
-
 constexpr std::ptrdiff_t Row(std::ptrdiff_t i) noexcept { return i * (i + 1) / 2 * kLanes; }
 
 }  // namespace
@@ -46,7 +43,7 @@ int PlaceCells::Allocate(const PlaceRun& run) noexcept {
   const auto allocate = [&](Buffer<double>* buffer, std::size_t size) {
     if (status == 0) status = buffer->Allocate(size, 0.0);
   };
-  allocate(&lags_, 3 * kMostLags);
+  allocate(&lags_, 3 * kMaxCandidates * kTargets);
   allocate(&covariances_, kMaxRows * kColumns);
   allocate(&right_, kMaxRows * kTargets);
   allocate(&factor_, kMaxMembers * kColumns);
@@ -75,12 +72,16 @@ void PlaceCells::FillTable(const PlaceNodes& nodes, const PlaceCell& cell,
     start_[j] = total - j / kLanes * kLanes;
     total += columns - j / kLanes * kLanes;
   }
-  const int lags = start_[n - 1] + columns;
-  const int withTargets = n * kTargets;
-  double* const lag[3] = {lags_.data(), lags_.data() + kMostLags, lags_.data() + 2 * kMostLags};
-  LagsOfRows(run_->data.dimension, n, places, columns, places, start_, true, lag, run_->level);
+  const int dimension = run_->data.dimension;
   table_.table = covariances_.data();
-  covariance.BetweenData(lags, lag[0], lag[1], lag[2], table_.table);
+  covariance.BetweenData({dimension,
+                          n,
+                          {places[0], places[1], places[2]},
+                          columns,
+                          {places[0], places[1], places[2]},
+                          start_,
+                          true,
+                          table_.table});
 
   double target[3][kTargets];
   for (int t = 0; t < kTargets; ++t) {
@@ -89,10 +90,16 @@ void PlaceCells::FillTable(const PlaceNodes& nodes, const PlaceCell& cell,
     target[1][t] = nodes.y[node];
     target[2][t] = nodes.z[node];
   }
-  const double* const targets[3] = {target[0], target[1], target[2]};
-  LagsOfRows(run_->data.dimension, n, places, kTargets, targets, rightStart_, false, lag, run_->level);
   table_.right = right_.data();
-  covariance.WithTarget(withTargets, lag[0], lag[1], lag[2], table_.right);
+  covariance.WithTargets({dimension,
+                          n,
+                          {places[0], places[1], places[2]},
+                          kTargets,
+                          {target[0], target[1], target[2]},
+                          rightStart_,
+                          false,
+                          table_.right},
+                         lags_.data());
 
   for (int j = 0; j < n; ++j) {
     double* const row = table_.table + start_[j];

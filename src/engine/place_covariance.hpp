@@ -54,8 +54,11 @@ class TargetCovariance {
   void BetweenData(int n, const double* dx, const double* dy, const double* dz, double* cov) const noexcept {
     data_.Evaluate(n, dx, dy, dz, cov, level_);
   }
+  void BetweenData(const LagRows& lags) const noexcept { data_.EvaluateRows(lags, level_); }
   // Lags are data minus target.
   void WithTarget(int n, const double* dx, const double* dy, const double* dz, double* cov) const noexcept;
+  // The same of targets that lags are formed from. `room` holds three times as many numbers as there are lags.
+  void WithTargets(const LagRows& lags, double* room) const noexcept;
   double cost() const noexcept { return data_.cost(); }
   double dataVariance() const noexcept { return dataVariance_; }
   double targetVariance() const noexcept { return targetVariance_; }

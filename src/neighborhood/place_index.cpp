@@ -116,6 +116,15 @@ class LeastValues {
 
 }  // namespace
 
+double FindMiddle(const PlaceMetric& metric, const PlaceBox& box, double* middle) noexcept {
+  double half[3];
+  for (int a = 0; a < 3; ++a) {
+    middle[a] = 0.5 * (box.low[a] + box.high[a]);
+    half[a] = std::max(middle[a] - box.low[a], box.high[a] - middle[a]);
+  }
+  return std::sqrt(metric.Square(half[0], half[1], half[2]));
+}
+
 int OrderPlaces(std::int64_t n, NumberedPlace* places, const double* scale, const Dealing& dealing,
                 const Progress& progress) noexcept {
   std::int64_t size = kRun;
@@ -276,12 +285,21 @@ int PlaceIndex::Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& b
     if (scratch->nearest.size() < limit) {
       if (const int status = scratch->nearest.Allocate(limit); status != 0) return status;
     }
-    // The bound is the greatest of the least upper bounds of as many data, which are surely inside.
+    // The bound is the greatest of the least upper bounds of as many data, which are surely inside. Where it can be, it is
+    // found for the middle of the box, and holds for the box if it is longer by what reaches to the corners: the
+    // greatest distances of a large box are as long as the box.
+    const bool byMiddle = !neighborhood.bounded && !neighborhood.metric.rotated;
+    PlaceBox from = box;
+    double reach = 0.0;
+    if (byMiddle) {
+      reach = FindMiddle(neighborhood.metric, box, from.low);
+      std::copy_n(from.low, 3, from.high);
+    }
     LeastValues least(scratch->nearest.data(), neighborhood.limit);
-    const int status = ForEachLeaf(neighborhood, box, kernels, &bound, [&](std::size_t begin, int count) noexcept {
+    const int status = ForEachLeaf(neighborhood, from, kernels, &bound, [&](std::size_t begin, int count) noexcept {
       const PlaceVectors leaf{x_.data() + begin, y_.data() + begin, z_.data() + begin};
-      if (neighborhood.bounded) kernels.bounds(neighborhood.ellipsoid, box, count, leaf, lower, inEllipsoid);
-      kernels.bounds(neighborhood.metric, box, count, leaf, lower, upper);
+      if (neighborhood.bounded) kernels.bounds(neighborhood.ellipsoid, from, count, leaf, lower, inEllipsoid);
+      kernels.bounds(neighborhood.metric, from, count, leaf, lower, upper);
       for (int i = 0; i < count; ++i) {
         if (!neighborhood.bounded || inEllipsoid[i] <= neighborhood.squaredRadius) least.Add(upper[i]);
       }
@@ -289,6 +307,7 @@ int PlaceIndex::Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& b
       return 0;
     });
     if (status != 0) return status;
+    if (byMiddle) bound = WithinReach(bound, reach);
   }
 
   std::size_t nleaf = 0;

@@ -25,6 +25,10 @@ struct NumberedPlace {
 [[nodiscard]] int OrderPlaces(std::int64_t n, NumberedPlace* places, const double* scale, const Dealing& dealing,
                               const Progress& progress) noexcept;
 
+// Finds the middle of a box and returns the distance from it to the corners, by a metric whose axes are those of the
+// coordinates.
+double FindMiddle(const PlaceMetric& metric, const PlaceBox& box, double* middle) noexcept;
+
 // Two data at one place. `first` is below 0 if there are none.
 struct CoincidentData {
   std::int64_t first = -1;

@@ -10,7 +10,7 @@ const PlaceKernels& PlaceKernelsOf(SimdLevel level) noexcept {
 #define KESTRUM_PLACE_KERNELS(set)                                                                            \
   {                                                                                                           \
     set::Bounds, set::FindBox, set::LimitOfNoFewer, set::LimitOfNoMore, set::Select, set::Pick, set::Nearest, \
-        set::Rank, set::Reorder                                                                               \
+        set::KeepNear, set::Rank, set::Reorder                                                                \
   }
   static constexpr PlaceKernels kBaseline = KESTRUM_PLACE_KERNELS(baseline);
   static constexpr PlaceKernels kAvx2 = KESTRUM_PLACE_KERNELS(avx2);

@@ -15,6 +15,13 @@ struct PlaceVectors {
   const double* z;
 };
 
+struct PlacesToKeep {
+  double* x;
+  double* y;
+  double* z;
+  int* number;
+};
+
 // The box that holds some places.
 struct PlaceBox {
   double low[3];
@@ -78,6 +85,14 @@ struct PlaceKernels {
   double (*nearest)(const PlaceNeighborhood& neighborhood, int ntarget, const PlaceVectors& targets, int n,
                     const PlaceVectors& data, const int* datum, int need, double guess, double* squares,
                     std::uint64_t* masks) noexcept;
+  // Copies those of n data, in their order, that may be among the `need` nearest of a place no farther than `reach` from a
+  // middle, 1 <= need < n; by a metric whose axes are those of the coordinates. Returns how many there are.
+  //   squares   room for n + kPlacePadding numbers
+  //   kept      out: their places and numbers, with room for n + kPlacePadding
+  //   limit     out: of the square of a distance from the middle that `need` data are within, nearly the least
+  int (*keepNear)(const PlaceMetric& metric, const double* middle, double reach, int need, int n,
+                  const PlaceVectors& data, const int* number, double* squares, const PlacesToKeep& kept,
+                  double* limit) noexcept;
   // The ranks of n values, n at most 64; of equal values the earlier ones come first. Overwrites values[n] to
   // values[n + kPlacePadding - 1].
   void (*rank)(int n, double* values, int* rank) noexcept;

@@ -57,6 +57,13 @@ struct PlaceMetric {
   double Scale(int b) const noexcept { return std::sqrt(Square(b == 0, b == 1, b == 2)); }
 };
 
+// The square of a distance that is longer by `reach` than one whose square is given, and longer still by more than the
+// rounding of squares, of which there is none along turned axes, and of what underflows.
+inline double WithinReach(double square, double reach) noexcept {
+  const double distance = std::sqrt(square) + reach;
+  return distance * distance * (1.0 + 0x1p-40) + 1e-290;
+}
+
 // Which data serve a target: the `limit` nearest, of data at one distance the earlier ones, or all; of those within an
 // ellipsoid, if there is one.
 struct PlaceNeighborhood {

@@ -180,7 +180,7 @@ int PlaceSearch::Room::Reserve(std::size_t size) noexcept {
   for (Buffer<double>* vector : {&x, &y, &z}) {
     if (const int status = kestrum::Reserve(vector, size + kPlacePadding); status != 0) return status;
   }
-  return kestrum::Reserve(&id, size);
+  return kestrum::Reserve(&id, size + kPlacePadding);
 }
 
 // Copies `count` entries, picked from entry `first` on, to entry `to` and on.
@@ -287,6 +287,37 @@ int PlaceSearch::Narrow(const Range& range, int* kept, bool* few) noexcept {
   return 0;
 }
 
+// The same for targets of cells.
+int PlaceSearch::NarrowForCells(const Range& range, Range* narrowed) noexcept {
+  narrowed->first = range.first + static_cast<std::size_t>(range.count);
+  bool few;
+  if (neighborhood_->bounded || neighborhood_->metric.rotated) return Narrow(range, &narrowed->count, &few);
+  if (range.count <= limit_) {
+    *narrowed = range;
+    return 0;
+  }
+  const std::size_t end = narrowed->first + static_cast<std::size_t>(range.count);
+  int status = candidates_.Reserve(end);
+  if (status == 0) status = Reserve(&upper_, static_cast<std::size_t>(range.count) + kPlacePadding);
+  if (status != 0) return status;
+  // The first and the last target of a whole box are at its corners.
+  const int last = range.end - 1;
+  const bool whole = std::has_single_bit(static_cast<unsigned>(range.end - range.begin)) &&
+                     nodes_->place[last] - nodes_->place[range.begin] == last - range.begin;
+  const PlaceBox box = whole ? PlaceBox{{nodes_->x[range.begin], nodes_->y[range.begin], nodes_->z[range.begin]},
+                                        {nodes_->x[last], nodes_->y[last], nodes_->z[last]}}
+                             : BoxOf(range.begin, range.end);
+  double middle[3];
+  const double reach = FindMiddle(neighborhood_->metric, box, middle);
+  const std::size_t to = narrowed->first;
+  narrowed->count = kernels_->keepNear(
+      neighborhood_->metric, middle, reach, limit_, range.count, candidates_.From(range.first),
+      candidates_.id.data() + range.first, upper_.data(),
+      {candidates_.x.data() + to, candidates_.y.data() + to, candidates_.z.data() + to, candidates_.id.data() + to},
+      &guess_);
+  return 0;
+}
+
 int PlaceSearch::Next(PlaceSets* sets) noexcept {
   sets->nset = 0;
   while (nrange_ > 0) {
@@ -321,9 +352,7 @@ int PlaceSearch::NextCell(const PlaceTiles& tiles, std::int64_t tile, PlaceCell*
     const bool whole = range.begin == 0 && range.end == nodes_->count;
     Range narrowed = range;
     if (!whole || bits <= PlaceTiles::kCellBits) {
-      bool few;
-      if (const int status = Narrow(range, &narrowed.count, &few); status != 0) return status;
-      narrowed.first += static_cast<std::size_t>(range.count);
+      if (const int status = NarrowForCells(range, &narrowed); status != 0) return status;
     }
     // What many targets need is too much for some; so is what is near many of them.
     constexpr int kFewOfCell = 256;

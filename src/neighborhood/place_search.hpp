@@ -153,6 +153,7 @@ class PlaceSearch {
   PlaceCounts Pick(int count, double most, double surely) noexcept;
   double GreatestOfNearest(int count, int need) noexcept;
   [[nodiscard]] int Narrow(const Range& range, int* kept, bool* few) noexcept;
+  [[nodiscard]] int NarrowForCells(const Range& range, Range* narrowed) noexcept;
   [[nodiscard]] int SelectOfCell(const Range& range, int* count) noexcept;
   void OrderCell(const Range& range, const double* middle, PlaceCell* cell) noexcept;
   [[nodiscard]] int DecideAll(const Range& range) noexcept;

@@ -261,6 +261,48 @@ KESTRUM_KERNEL_TARGET PlaceCounts Pick(int n, const PlaceBounds& bounds, int* pi
   return counts;
 }
 
+// A place within `reach` has as many data within the distance that `need` are from the middle, and `reach`.
+KESTRUM_KERNEL_TARGET int KeepNear(const PlaceMetric& metric, const double* middle, double reach, int need, int n,
+                                   const PlaceVectors& data, const int* number, double* squares,
+                                   const PlacesToKeep& kept, double* limit) noexcept {
+  const double weight[3] = {metric.weight[0], metric.weight[1], metric.planar ? 0.0 : metric.weight[2]};
+  for (int i = 0; i < n; i += kWidth) {
+    const Vector dx = Load<Vector>(data.x + i) - middle[0];
+    const Vector dy = Load<Vector>(data.y + i) - middle[1];
+    const Vector dz = Load<Vector>(data.z + i) - middle[2];
+    Store(squares + i, weight[0] * (dx * dx) + weight[1] * (dy * dy) + weight[2] * (dz * dz));
+  }
+  *limit = FindLimit<true>(n, squares, need);
+  const double most = WithinReach(*limit, 2.0 * reach);
+  int count = 0;
+#if KESTRUM_KERNEL_BYTES == 64
+  for (int i = 0; i < n; i += kWidth) {
+    const unsigned counted = n - i < kWidth ? (1U << (n - i)) - 1 : 0xff;
+    const auto chosen = static_cast<__mmask8>(
+        counted & _mm512_cmp_pd_mask(_mm512_loadu_pd(squares + i), _mm512_set1_pd(most), _CMP_LE_OQ));
+    const auto append = [&](const double* from, double* to) KESTRUM_KERNEL_TARGET {
+      _mm512_storeu_pd(to + count, _mm512_maskz_compress_pd(chosen, _mm512_loadu_pd(from + i)));
+    };
+    append(data.x, kept.x);
+    append(data.y, kept.y);
+    append(data.z, kept.z);
+    const __m512i numbers = _mm512_maskz_cvtepi32_epi64(chosen, _mm256_loadu_si256((const __m256i*)(number + i)));
+    const __m512i own = _mm512_maskz_compress_epi64(chosen, numbers);
+    _mm256_storeu_si256((__m256i*)(kept.number + count), _mm512_maskz_cvtepi64_epi32(0xff, own));
+    count += __builtin_popcount(chosen);
+  }
+#else
+  for (int i = 0; i < n; ++i) {
+    kept.x[count] = data.x[i];
+    kept.y[count] = data.y[i];
+    kept.z[count] = data.z[i];
+    kept.number[count] = number[i];
+    count += squares[i] <= most;
+  }
+#endif
+  return count;
+}
+
 // A bit for each element that is at most, or below, a bound.
 KESTRUM_KERNEL_INLINE std::uint64_t BitsAtMost(Vector x, Vector bound) {
 #if KESTRUM_KERNEL_BYTES == 64

@@ -68,7 +68,7 @@ KESTRUM_KERNEL_INLINE Vector SquareRoot(Vector x) {
   // Unmasked, these intrinsics read a variable that is not set.
   if (__builtin_expect(outside != 0, 0)) return (Vector)_mm512_maskz_sqrt_pd(0xff, (__m512d)x);
   const __m512d half = _mm512_set1_pd(0.5);
-  const __m512d inverse = _mm512_maskz_rsqrt14_pd(0xff, (__m512d)x);
+  const __m512d inverse = _mm512_maskz_rsqrt14_pd(other, (__m512d)x);
   __m512d root = _mm512_mul_pd((__m512d)x, inverse);
   __m512d halfInverse = _mm512_mul_pd(half, inverse);
   for (int step = 0; step < 2; ++step) {
@@ -77,7 +77,7 @@ KESTRUM_KERNEL_INLINE Vector SquareRoot(Vector x) {
     halfInverse = _mm512_fmadd_pd(halfInverse, error, halfInverse);
   }
   const __m512d residual = _mm512_fnmadd_pd(root, root, (__m512d)x);
-  return (Vector)_mm512_mask_mov_pd((__m512d)x, other, _mm512_fmadd_pd(residual, halfInverse, root));
+  return (Vector)_mm512_fmadd_pd(residual, halfInverse, root);
 #elif KESTRUM_KERNEL_BYTES == 32
   return (Vector)_mm256_sqrt_pd((__m256d)x);
 #elif KESTRUM_KERNEL_BYTES == 16 && defined(__x86_64__)
