@@ -82,6 +82,7 @@ BENCHMARK(Search)
     ->Args({200, 20, 200, 200, 25})
     ->Args({2000, 64, 1000, 1000, 1})
     ->Args({1000000, 20, 3000, 3000, 1})
+    ->Args({1000000, 20, 100, 100, 100})
     ->Unit(benchmark::kMillisecond);
 
 // Ordinary kriging, estimate and variance, of a grid or, if there is none (nx is 0), of each datum from the others.
@@ -134,6 +135,7 @@ BENCHMARK(Krige)
     ->ArgsProduct({{2000}, {20, 64}, {1000}, {1000}, {1}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
     ->ArgsProduct({{200}, {20}, {200}, {200}, {25}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
     ->ArgsProduct({{1000000}, {20}, {3000}, {3000}, {1}, {1, 2}, {COV_SPHERICAL}})
+    ->ArgsProduct({{100000, 1000000}, {20}, {100}, {100}, {100}, {1, 2}, {COV_SPHERICAL}})
     ->ArgsProduct({{200, 2000}, {0}, {300}, {300}, {1}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
     ->ArgsProduct({{2000}, {0}, {0}, {0}, {1}, {1, 2}, {COV_SPHERICAL}})
     ->ArgsProduct({{100000}, {20}, {0}, {0}, {1}, {1, 2}, {COV_SPHERICAL}})

@@ -418,14 +418,15 @@ class Worker {
   Buffer<double> lags_, packed_;
 };
 
-// Targets come in tiles small enough for every thread to have some, and for few data to lie in each.
-int TargetsOfTile(std::int64_t ntarget, int ndata, int nthreads) noexcept {
+// Targets come in tiles small enough for every thread to have some, and for few data to lie in each: fewer if tiles are
+// made of cells, whose data are sought among all those near the tile, which are many in space.
+int TargetsOfTile(std::int64_t ntarget, int ndata, bool inCells, int nthreads) noexcept {
   constexpr int kLeast = 16;
   constexpr int kTilesOfThread = 16;
-  constexpr int kDataOfTile = 512;
+  const int dataOfTile = inCells ? 128 : 512;
   int most = PlaceNodes::kMax;
   while (most > kLeast && (ntarget / most < std::int64_t{kTilesOfThread} * nthreads ||
-                           std::int64_t{most} * ndata / ntarget > kDataOfTile)) {
+                           std::int64_t{most} * ndata / ntarget > dataOfTile)) {
     most /= 2;
   }
   return most;
@@ -590,8 +591,8 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
   }
   PlaceTiles tiles;
   const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
-  const int ofTile = TargetsOfTile(count, all_ ? 1 : data_.n, dealing.nscratch());
   const bool inCells = !all_ && PlaceCells::Serve(run, neighborhood);
+  const int ofTile = TargetsOfTile(count, all_ ? 1 : data_.n, inCells, dealing.nscratch());
   if (const int status = tiles.Prepare(targets.places, scale, ofTile, inCells, dealing, progress); status != 0) {
     return status;
   }
