@@ -53,6 +53,16 @@ struct BundledRuns {
   int RowsZ() const noexcept { return kestrum::RowsZ(connectivity); }
   bool Stopped() const noexcept { return progress != nullptr && progress->Aborted(); }
 
+  std::ptrdiff_t BundleAt(int bundleY, int bundleZ) const noexcept {
+    return std::ptrdiff_t{bundleZ} * bundlesPerLayer + bundleY;
+  }
+  // The number of runs of a bundle of the slab.
+  int CountOf(int bundleY, int bundleZ, const BundleSlab& slab) const noexcept {
+    const std::ptrdiff_t bundle = BundleAt(bundleY, bundleZ);
+    const bool last = bundle == BundleAt(slab.endY - 1, slab.endZ - 1);
+    return (last ? slab.firstRun + slab.nrun : first[bundle + 1]) - first[bundle];
+  }
+
   // Walks along a bundle, 64 nodes at a time.
   struct Cursor {
     const std::uint64_t* word;  // the next one of the starts of runs
@@ -69,7 +79,7 @@ struct BundledRuns {
     int RunAt(int place) const noexcept { return before + std::popcount(starts << (kMarkBlock - 1 - place)); }
   };
   Cursor CursorOf(int bundleY, int bundleZ) const noexcept {
-    const std::ptrdiff_t bundle = std::ptrdiff_t{bundleZ} * bundlesPerLayer + bundleY;
+    const std::ptrdiff_t bundle = BundleAt(bundleY, bundleZ);
     return {starts + bundle * nodes->wordsPerRow(), first[bundle] - 1};
   }
 

@@ -81,7 +81,7 @@ void FindRuns(const BundledRuns& runs, BundleSlab& slab) noexcept {
 void SetFirstRun(const BundledRuns& runs, int firstRun, BundleSlab& slab) noexcept {
   slab.firstRun = firstRun;
   for (int z = slab.beginZ; z < slab.endZ; ++z) {
-    for (int y = slab.beginY; y < slab.endY; ++y) runs.first[std::ptrdiff_t{z} * runs.bundlesPerLayer + y] += firstRun;
+    for (int y = slab.beginY; y < slab.endY; ++y) runs.first[runs.BundleAt(y, z)] += firstRun;
   }
   for (int run = firstRun; run < firstRun + slab.nrun; ++run) runs.link[run] = run;
 }

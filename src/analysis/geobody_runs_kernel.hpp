@@ -22,7 +22,7 @@ KESTRUM_KERNEL_INLINE int FindStartsOf(const BundledRuns& runs, const BundleSlab
   for (int z = slab.beginZ; z < slab.endZ; ++z) {
     for (int y = slab.beginY; y < slab.endY; ++y) {
       if (runs.Stopped()) return 0;
-      const std::ptrdiff_t bundle = std::ptrdiff_t{z} * runs.bundlesPerLayer + y;
+      const std::ptrdiff_t bundle = runs.BundleAt(y, z);
       runs.first[bundle] = nrun;
       std::uint64_t* const starts = runs.starts + bundle * nword;
       const RowsOfBundle<connectivity> rows(nodes, y, z);
@@ -78,12 +78,14 @@ struct BundleWalk {
 // The runs of a bundle that touch those of the one that lies dy and dz bundles from it.
 template <Connectivity connectivity, int dy, int dz>
 class BundleContacts {
+  using Walk = BundleWalk<connectivity>;
+
  public:
   KESTRUM_KERNEL_INLINE BundleContacts(const BundledRuns& runs, int bundleY, int bundleZ, bool wanted) noexcept
       : link_(runs.link), b_(wanted ? Walk(runs, bundleY + dy, bundleZ + dz) : Walk(runs)) {}
 
-  // joined: where nodes are joined through others.
-  KESTRUM_KERNEL_INLINE void Join(const BundleWalk<connectivity>& a, int word, std::uint64_t joined) noexcept {
+  // The contacts of 64 nodes.
+  KESTRUM_KERNEL_INLINE std::uint64_t Advance(const Walk& a, int word) noexcept {
     b_.Advance(word);
     constexpr int kY = RowsY(connectivity);
     std::uint64_t contacts = 0;
@@ -98,97 +100,185 @@ class BundleContacts {
         }
       }
     }
+    return contacts;
+  }
+
+  KESTRUM_KERNEL_INLINE void Join(const Walk& a, int word) noexcept {
+    const std::uint64_t contacts = Advance(a, word);
     // The last runs before each start touch if there was a contact since the start before it.
     const std::uint64_t starts = a.cursor.starts | b_.cursor.starts;
     if (starts == 0) {
       touching_.Pass(contacts);
-      if (connectivity == Connectivity::k6) joined_.Pass(contacts & joined);
       return;
     }
-    std::uint64_t pairs = starts & touching_.Before(starts, contacts);
-    if (connectivity == Connectivity::k6) pairs &= ~joined_.Before(starts, contacts & joined);
-    for (; pairs != 0; pairs &= pairs - 1) {
+    for (std::uint64_t pairs = starts & touching_.Before(starts, contacts); pairs != 0; pairs &= pairs - 1) {
       const std::uint64_t before = (pairs & -pairs) - 1;
       kestrum::Join(link_, a.cursor.before + std::popcount(a.cursor.starts & before),
                     b_.cursor.before + std::popcount(b_.cursor.starts & before));
     }
   }
 
-  KESTRUM_KERNEL_INLINE void Finish(const BundleWalk<connectivity>& a) noexcept {
-    if (touching_.last() && !joined_.last()) kestrum::Join(link_, a.cursor.Last(), b_.cursor.Last());
+  KESTRUM_KERNEL_INLINE void Finish(const Walk& a) noexcept {
+    if (touching_.last()) kestrum::Join(link_, a.cursor.Last(), b_.cursor.Last());
   }
 
-  std::uint64_t marks(int row) const noexcept { return b_.here[row]; }
+  // Joins the only runs of both.
+  KESTRUM_KERNEL_INLINE void JoinOnly(Walk a, int nword) noexcept {
+    for (int word = 0; word < nword; ++word) {
+      a.Advance(word);
+      if (Advance(a, word) == 0) continue;
+      kestrum::Join(link_, a.cursor.Last(), b_.cursor.Last());
+      return;
+    }
+  }
 
  private:
-  using Walk = BundleWalk<connectivity>;
   int* link_;
   Walk b_;
   PlacesSinceStart touching_;
-  PlacesSinceStart joined_;
 };
 
-// Joins the runs of a bundle to those of the wanted ones before it, by their dy and dz.
-template <Connectivity connectivity, typename Wanted>
-KESTRUM_KERNEL_INLINE void JoinBundle(const BundledRuns& runs, int y, int z, const Wanted& wanted) noexcept {
-  BundleWalk<connectivity> a(runs, y, z);
-  BundleContacts<connectivity, -1, 0> inLayer(runs, y, z, wanted(-1, 0));
-  BundleContacts<connectivity, 0, -1> inColumn(runs, y, z, wanted(0, -1));
-  const int nword = runs.nodes->wordsPerRow();
-  if constexpr (connectivity == Connectivity::k6) {
-    // In a square of four marked nodes, three sides join the nodes of the fourth.
-    const std::uint64_t* const beside = runs.nodes->RowOrNone(y - 1, z);
-    const std::uint64_t* const before = runs.nodes->RowOrNone(y - 1, z - 1);
-    for (int word = 0; word < nword; ++word) {
-      a.Advance(word);
-      inLayer.Join(a, word, 0);
-      inColumn.Join(a, word, beside[word] & before[word]);
+// Joins the runs of a row to those of another. A run of each has at most one stretch of nodes beside the other.
+//   row, other    their marks
+//   joined        words; where two nodes of the stretch are joined through others
+//   fresh         the runs of the row are not joined to any yet
+template <bool fresh, typename Joined>
+KESTRUM_KERNEL_INLINE void JoinRows(int* link, int nword, const std::uint64_t* row, BundledRuns::Cursor a,
+                                    const std::uint64_t* other, BundledRuns::Cursor b, const Joined& joined) noexcept {
+  PlacesSinceStart joinedBefore;
+  PlacesSinceStart linked;
+  std::uint64_t last = 0;
+  std::uint64_t contacts = row[0] & other[0];
+  for (int word = 0; word < nword; ++word) {
+    a.Advance();
+    b.Advance();
+    const std::uint64_t next = word + 1 < nword ? row[word + 1] & other[word + 1] : 0;
+    std::uint64_t ends = contacts & ~(contacts >> 1 | next << (kMarkBlock - 1));
+    if constexpr (fresh) {
+      // The first link of a run needs no look at others.
+      std::uint64_t firsts = ends & (a.starts | ~linked.Before(a.starts, ends));
+      ends ^= firsts;
+      for (; firsts != 0; firsts &= firsts - 1) {
+        const std::uint64_t upTo = firsts ^ (firsts - 1);
+        link[a.before + std::popcount(a.starts & upTo)] = link[b.before + std::popcount(b.starts & upTo)];
+      }
+    } else {
+      const std::uint64_t starts = contacts & ~(contacts << 1 | last);
+      const std::uint64_t places = contacts & joined(word);
+      ends &= ~(places | (joinedBefore.Before(starts, places) & ~starts));
     }
-  } else {
-    BundleContacts<connectivity, -1, -1> across(runs, y, z, wanted(-1, -1));
-    BundleContacts<connectivity, 1, -1> other(runs, y, z, wanted(1, -1));
-    for (int word = 0; word < nword; ++word) {
-      a.Advance(word);
-      inLayer.Join(a, word, 0);
-      inColumn.Join(a, word, 0);
-      across.Join(a, word, 0);
-      other.Join(a, word, 0);
+    for (; ends != 0; ends &= ends - 1) {
+      const std::uint64_t upTo = ends ^ (ends - 1);
+      kestrum::Join(link, a.before + std::popcount(a.starts & upTo), b.before + std::popcount(b.starts & upTo));
     }
-    across.Finish(a);
-    other.Finish(a);
+    last = contacts >> (kMarkBlock - 1);
+    contacts = next;
   }
-  inLayer.Finish(a);
-  inColumn.Finish(a);
 }
 
 // Joins the bundles of a slab to each other, or to the slab before.
-template <Connectivity connectivity>
-KESTRUM_KERNEL_INLINE void JoinSlabOf(const BundledRuns& runs, const BundleSlab& slab, bool across) noexcept {
-  const int border = slab.beginZ * runs.bundlesPerLayer + slab.beginY;
-  const int endZ = across ? std::min(slab.beginZ + 1, slab.endZ) : slab.endZ;
-  const std::ptrdiff_t last = std::ptrdiff_t{slab.endZ - 1} * runs.bundlesPerLayer + slab.endY - 1;
-  for (int z = slab.beginZ; z < endZ; ++z) {
-    for (int y = slab.beginY; y < slab.endY; ++y) {
-      if (runs.Stopped()) return;
-      const std::ptrdiff_t bundle = std::ptrdiff_t{z} * runs.bundlesPerLayer + y;
-      if (bundle != last && runs.first[bundle] == runs.first[bundle + 1]) continue;
-      JoinBundle<connectivity>(runs, y, z, [&](int dy, int dz) {
-        return y + dy >= 0 && y + dy < runs.bundlesPerLayer && z + dz >= 0 &&
-               ((z + dz) * runs.bundlesPerLayer + y + dy < border) == across;
-      });
+template <Connectivity connectivity, bool across>
+class SlabJoiner {
+ public:
+  KESTRUM_KERNEL_INLINE SlabJoiner(const BundledRuns& runs, const BundleSlab& slab) noexcept
+      : runs_(runs), slab_(slab), nword_(runs.nodes->wordsPerRow()) {}
+
+  KESTRUM_KERNEL_INLINE void Run() noexcept {
+    const int endZ = across ? std::min(slab_.beginZ + 1, slab_.endZ) : slab_.endZ;
+    for (z_ = slab_.beginZ; z_ < endZ; ++z_) {
+      for (y_ = slab_.beginY; y_ < slab_.endY; ++y_) {
+        if (runs_.Stopped()) return;
+        nrun_ = runs_.CountOf(y_, z_, slab_);
+        if (nrun_ == 0) continue;
+        if constexpr (connectivity == Connectivity::k6) {
+          JoinRow();
+        } else {
+          JoinBundle();
+        }
+      }
     }
+  }
+
+ private:
+  using Walk = BundleWalk<connectivity>;
+
+  // Whether the bundle has runs to join to those of the one that lies dy and dz bundles from it. If each has one run
+  // only, they are joined here.
+  template <int dy, int dz>
+  KESTRUM_KERNEL_INLINE bool LeftToJoin() const noexcept {
+    if (y_ + dy < 0 || y_ + dy >= runs_.bundlesPerLayer || z_ + dz < 0) return false;
+    const bool inside = runs_.BundleAt(y_ + dy, z_ + dz) >= runs_.BundleAt(slab_.beginY, slab_.beginZ);
+    if (inside == across) return false;
+    if (across) return true;
+    const int nother = runs_.CountOf(y_ + dy, z_ + dz, slab_);
+    if (nother > 1 || nrun_ > 1) return nother != 0;
+    if (nother == 1) {
+      BundleContacts<connectivity, dy, dz>(runs_, y_, z_, true).JoinOnly(Walk(runs_, y_, z_), nword_);
+    }
+    return false;
+  }
+
+  KESTRUM_KERNEL_INLINE void JoinBundle() const noexcept {
+    const bool wanted[] = {LeftToJoin<-1, 0>(), LeftToJoin<0, -1>(), LeftToJoin<-1, -1>(), LeftToJoin<1, -1>()};
+    if (!(wanted[0] || wanted[1] || wanted[2] || wanted[3])) return;
+    Walk a(runs_, y_, z_);
+    BundleContacts<connectivity, -1, 0> inLayer(runs_, y_, z_, wanted[0]);
+    BundleContacts<connectivity, 0, -1> inColumn(runs_, y_, z_, wanted[1]);
+    BundleContacts<connectivity, -1, -1> acrossUp(runs_, y_, z_, wanted[2]);
+    BundleContacts<connectivity, 1, -1> acrossDown(runs_, y_, z_, wanted[3]);
+    for (int word = 0; word < nword_; ++word) {
+      a.Advance(word);
+      inLayer.Join(a, word);
+      inColumn.Join(a, word);
+      acrossUp.Join(a, word);
+      acrossDown.Join(a, word);
+    }
+    acrossUp.Finish(a);
+    acrossDown.Finish(a);
+    inLayer.Finish(a);
+    inColumn.Finish(a);
+  }
+
+  // The same for bundles of one row.
+  KESTRUM_KERNEL_INLINE void JoinRow() const noexcept {
+    const NodeBits& nodes = *runs_.nodes;
+    const std::uint64_t* const row = nodes.Row(y_, z_);
+    const BundledRuns::Cursor a = runs_.CursorOf(y_, z_);
+    const std::uint64_t* const beside = nodes.RowOrNone(y_ - 1, z_);
+    if (LeftToJoin<-1, 0>()) {
+      JoinRows<!across>(runs_.link, nword_, row, a, beside, runs_.CursorOf(y_ - 1, z_),
+                        [](int) { return std::uint64_t{0}; });
+    }
+    if (LeftToJoin<0, -1>()) {
+      // In a square of four marked nodes, three sides join the nodes of the fourth.
+      const std::uint64_t* const before = nodes.RowOrNone(y_ - 1, z_ - 1);
+      JoinRows<false>(runs_.link, nword_, row, a, nodes.Row(y_, z_ - 1), runs_.CursorOf(y_, z_ - 1),
+                      [&](int word) { return beside[word] & before[word]; });
+    }
+  }
+
+  const BundledRuns& runs_;
+  const BundleSlab& slab_;
+  const int nword_;
+  int y_ = 0;  // of the bundle
+  int z_ = 0;
+  int nrun_ = 0;
+};
+
+template <bool across>
+KESTRUM_KERNEL_INLINE void JoinSlabTo(const BundledRuns& runs, const BundleSlab& slab) noexcept {
+  switch (runs.connectivity) {
+    case Connectivity::k6:
+      return SlabJoiner<Connectivity::k6, across>(runs, slab).Run();
+    case Connectivity::k18:
+      return SlabJoiner<Connectivity::k18, across>(runs, slab).Run();
+    default:
+      return SlabJoiner<Connectivity::k26, across>(runs, slab).Run();
   }
 }
 
 KESTRUM_KERNEL_TARGET void JoinSlab(const BundledRuns& runs, const BundleSlab& slab, bool across) noexcept {
-  switch (runs.connectivity) {
-    case Connectivity::k6:
-      return JoinSlabOf<Connectivity::k6>(runs, slab, across);
-    case Connectivity::k18:
-      return JoinSlabOf<Connectivity::k18>(runs, slab, across);
-    default:
-      return JoinSlabOf<Connectivity::k26>(runs, slab, across);
-  }
+  across ? JoinSlabTo<true>(runs, slab) : JoinSlabTo<false>(runs, slab);
 }
 
 KESTRUM_KERNEL_TARGET int NumberSlab(const BundledRuns& runs, const BundleSlab& slab) noexcept {
@@ -230,9 +320,19 @@ KESTRUM_KERNEL_INLINE std::int64_t SumSquaresOf(const BundledRuns& runs, const B
   for (int z = slab.beginZ; z < slab.endZ; ++z) {
     for (int y = slab.beginY; y < slab.endY; ++y) {
       if (runs.Stopped()) return 0;
-      const std::ptrdiff_t bundle = std::ptrdiff_t{z} * runs.bundlesPerLayer + y;
+      const int nrun = runs.CountOf(y, z, slab);
+      if (nrun == 0) continue;
+      const std::ptrdiff_t bundle = runs.BundleAt(y, z);
       const std::uint64_t* const starts = runs.starts + bundle * nword;
       const RowsOfBundle<connectivity> rows(*runs.nodes, y, z);
+      if (nrun == 1) {
+        std::int64_t size = 0;
+        for (const std::uint64_t* const row : rows.row) {
+          for (int word = 0; word < nword; ++word) size += std::popcount(row[word]);
+        }
+        squares += AddToFirst(link, runs.first[bundle], size);
+        continue;
+      }
       int run = runs.first[bundle] - 1;
       std::int64_t size = 0;  // of that run
       for (int word = 0; word < nword; ++word) {
@@ -313,7 +413,7 @@ KESTRUM_KERNEL_TARGET void WriteSlab(const BundledRuns& runs, const BundleSlab& 
   for (int z = slab.beginZ; z < slab.endZ; ++z) {
     for (int y = slab.beginY; y < slab.endY; ++y) {
       if (runs.Stopped()) return;
-      const std::ptrdiff_t bundle = std::ptrdiff_t{z} * runs.bundlesPerLayer + y;
+      const std::ptrdiff_t bundle = runs.BundleAt(y, z);
       const std::uint64_t* const starts = runs.starts + bundle * nodes.wordsPerRow();
       const int endY = std::min((y + 1) * runs.RowsY(), nodes.ny());
       const int endZ = std::min((z + 1) * runs.RowsZ(), nodes.nz());

@@ -59,14 +59,21 @@ KESTRUM_KERNEL_INLINE void WriteLevelBitsOf(const double* values, int n, const d
   const int any = LevelOf<above>(above ? last : first, n, thresholds);
   const std::uint64_t known = PassingBlock<false>(values, kInfinity);
   constexpr int kBits = 8;
-  std::uint64_t bits[kBits];
-  for (int b = 0; b < kBits; ++b) bits[b] = (all >> b & 1) != 0 ? known : 0;
+  Integers bits[kBits / kWidth];
+  Integers lower[kBits / kWidth];  // than each bit
+  for (int b = 0; b < kBits; ++b) {
+    bits[b / kWidth][b % kWidth] = (all >> b & 1) != 0 ? static_cast<long long>(known) : 0;
+    lower[b / kWidth][b % kWidth] = (1 << b) - 1;
+  }
   for (int level = all + 1; level <= any; ++level) {
     // A bit changes wherever levels pass a multiple of its value.
-    const std::uint64_t passing = PassingBlock<above>(values, thresholds[level - 1]);
-    for (int b = 0; b < kBits; ++b) bits[b] ^= (level & ((1 << b) - 1)) == 0 ? passing : 0;
+    const auto passing = static_cast<long long>(PassingBlock<above>(values, thresholds[level - 1]));
+    for (int i = 0; i < kBits / kWidth; ++i)
+      bits[i] ^= (Integers)((lower[i] & static_cast<long long>(level)) == 0) & passing;
   }
-  for (int b = 0; b < levels.nbit; ++b) levels.words[b * levels.stride] = bits[b];
+  for (int b = 0; b < levels.nbit; ++b) {
+    levels.words[b * levels.stride] = static_cast<std::uint64_t>(bits[b / kWidth][b % kWidth]);
+  }
 }
 
 KESTRUM_KERNEL_TARGET void WriteLevelBits(const double* values, int n, const double* thresholds, bool above,
@@ -81,9 +88,9 @@ KESTRUM_KERNEL_TARGET int MarkByLevelBits(const LevelBits& levels, int least, st
   int count = 0;
   for (std::ptrdiff_t first = 0; first < nword; first += kWords) {
     const std::ptrdiff_t n = std::min(nword - first, kWords);
-    // Numbers above least - 1, by their bits from the lowest on.
+    // Numbers above least - 1, by their bits from the lowest on. Before the first clear one, none is.
     std::uint64_t above[kWords] = {};
-    for (int b = 0; b < levels.nbit; ++b) {
+    for (int b = std::countr_one(static_cast<unsigned>(least - 1)); b < levels.nbit; ++b) {
       const std::uint64_t* const bits = levels.words + b * levels.stride + first;
       const std::uint64_t clear = ((least - 1) >> b & 1) != 0 ? 0 : ~std::uint64_t{0};
       for (std::ptrdiff_t i = 0; i < n; ++i) above[i] = (bits[i] & above[i]) | (clear & (bits[i] | above[i]));
