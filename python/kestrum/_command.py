@@ -212,8 +212,8 @@ def _run_variogram(options: argparse.Namespace) -> None:
         points = points.with_values(NormalScore(points.values).forward(points.values))
     experimental = variogram(points, lag=options.lag, n_lags=options.n_lags, azimuth=options.azimuth,
                              tolerance=options.tolerance, bandwidth=options.bandwidth, estimator=options.estimator,
-                             threads=options.threads)
-    model = experimental.fit(options.fit) if options.fit else None
+                             threads=options.threads, progress=options.progress)
+    model = experimental.fit(options.fit, progress=options.progress) if options.fit else None
     table = experimental.to_dataframe()
     if options.output is None:
         print(table.to_string(index=False))
@@ -304,6 +304,11 @@ def _samples(parser: argparse.ArgumentParser) -> None:
                            help=f"column of {axis} (default: {default})" if default else "column of z, for three dimensions")
 
 
+def _running(parser: argparse._ActionsContainer) -> None:
+    parser.add_argument("--threads", type=int, metavar="N", help="number of threads (default: all cores)")
+    parser.add_argument("--progress", action="store_true", help="show a bar")
+
+
 def _common(parser: argparse.ArgumentParser) -> None:
     _samples(parser)
     group = parser.add_argument_group("model and grid")
@@ -315,8 +320,7 @@ def _common(parser: argparse.ArgumentParser) -> None:
     group = parser.add_argument_group("search and run")
     group.add_argument("--radius", type=_numbers, metavar="DISTANCE", help="how far data serve: one number, or along,across[,vertical]")
     group.add_argument("--mean", type=float, help="the known mean, for simple kriging")
-    group.add_argument("--threads", type=int, metavar="N", help="number of threads (default: all cores)")
-    group.add_argument("--progress", action="store_true", help="show a bar")
+    _running(group)
     parser.add_argument("-o", "--output", required=True, type=_ending(*ENDINGS), metavar="FILE",
                         help=f"the result, by ending: {', '.join(ENDINGS)}")
 
@@ -358,7 +362,7 @@ def _parser() -> argparse.ArgumentParser:
     sub.add_argument("--normal-score", action="store_true", help="of the normal scores")
     sub.add_argument("--fit", action="append", type=_checked(parse_model), metavar="MODEL",
                      help="fit this model, a first guess; of several such options the best. Prints the model as --model takes it")
-    sub.add_argument("--threads", type=int, metavar="N", help="number of threads (default: all cores)")
+    _running(sub)
     sub.add_argument("-o", "--output", type=_ending(".csv", ".png"), metavar="FILE",
                      help="the variogram, .csv or .png (default: a table on the terminal)")
     sub = command("info", "what is in a file: .csv, .txt, .gslib, .dat, .vtk, .nc or .tif", _run_info)

@@ -252,7 +252,7 @@ def fixed_names(fixed: Any) -> frozenset[str]:
     return frozenset(names)
 
 
-def fit_variogram(variogram: Variogram, model: Any, weights: Any, fixed: Any) -> FittedModel:
+def fit_variogram(variogram: Variogram, model: Any, weights: Any, fixed: Any, progress: _progress.Progress) -> FittedModel:
     """See Variogram.fit."""
     import pandas as pd
 
@@ -268,15 +268,17 @@ def fit_variogram(variogram: Variogram, model: Any, weights: Any, fixed: Any) ->
     weight = {"pairs": pairs, "pairs/lag2": pairs / lag**2, "equal": np.ones_like(lag)}[weights]
     lags = lag[:, None] * np.repeat(variogram._axes(), found.sum(axis=1), axis=0)
     fits, counts, refused = [], [], []
-    for candidate in candidates:
-        try:
-            form = Form(candidate, names, variogram.dimension, 0.1 * lag.min(), 3.0 * lag.max())
-            count = len(form.free) + int(form.sill_free.sum())
-            _require_told(form, variogram, int(found.sum()), count)
-            fits.append(_least_squares(form, lags, gamma, weight))
-            counts.append(count)
-        except (DataError, ModelError) as error:
-            refused.append((candidate, error))
+    with _progress.shown(progress, "fit") as report:
+        for k, candidate in enumerate(candidates):
+            try:
+                form = Form(candidate, names, variogram.dimension, 0.1 * lag.min(), 3.0 * lag.max())
+                count = len(form.free) + int(form.sill_free.sum())
+                _require_told(form, variogram, int(found.sum()), count)
+                step = _progress.part(report, k / len(candidates), (k + 1) / len(candidates))
+                fits.append(_least_squares(form, lags, gamma, weight, step))
+                counts.append(count)
+            except (DataError, ModelError) as error:
+                refused.append((candidate, error))
     if not fits:
         raise refused[0][1]
     if refused:
@@ -320,7 +322,8 @@ def _require_told(form: Form, variogram: Variogram, informed: int, count: int) -
         raise DataError(f"the variogram has {informed} lags with pairs, but {count} parameters are free. Give more lags, or a simpler model.")
 
 
-def _least_squares(form: Form, lags: Floats, gamma: Floats, weight: Floats) -> tuple[Form, float]:
+def _least_squares(form: Form, lags: Floats, gamma: Floats, weight: Floats,
+                   report: Callable[[float], object] | None) -> tuple[Form, float]:
     """The best form, and its sum of squares.
 
     For given ranges the best sills are those of linear least squares that are not negative, so that a search is needed
@@ -345,7 +348,10 @@ def _least_squares(form: Form, lags: Floats, gamma: Floats, weight: Floats) -> t
     best = form.start
     if form.free:
         least = math.inf
-        for start in _starts(form, solve):
+        starts = _starts(form, solve)
+        for k, start in enumerate(starts):
+            if report is not None:
+                report(k / len(starts))
             found = least_squares(lambda p: solve(p)[1], start, "3-point", (form.low, form.high), xtol=1e-12, ftol=1e-15, gtol=1e-13,
                                   max_nfev=200)
             # What differs by rounding alone leaves the earlier start's result.

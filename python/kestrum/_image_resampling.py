@@ -13,6 +13,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _door
 from ._errors import ArgumentError, DataError
 from ._image_door import as_categories, as_image, in_order, per_axis
+from ._watch import MANY, watched
 
 
 def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["mean", "nearest", "mode"] = "mean", threads: int | None = None) -> NDArray[Any]:
@@ -61,13 +62,22 @@ def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["m
         raise DataError("image has no nodes.")
     result: NDArray[Any]
     if method == "nearest":
-        result = given[np.ix_(*((2 * np.arange(m) + 1) * n // (2 * m) for m, n in zip(sizes, given.shape)))]
+        result = watched(math.prod(sizes), _nearest, given, sizes)
     elif method == "mean":
         result = _means(given, sizes, nthreads)
     else:
         result = _modes(given, sizes, nthreads)
     framed: NDArray[Any] = _framed(image, result) if _door.is_xarray(image) else result
     return framed
+
+
+def _nearest(given: NDArray[Any], sizes: list[int]) -> NDArray[Any]:
+    first, *others = ((2 * np.arange(m) + 1) * n // (2 * m) for m, n in zip(sizes, given.shape))
+    result = np.empty(sizes, given.dtype)
+    step = max(1, MANY // math.prod(sizes[1:]))
+    for begin in range(0, sizes[0], step):
+        result[begin:begin + step] = given[np.ix_(first[begin:begin + step], *others)]
+    return result
 
 
 def _means(values: NDArray[Any], sizes: list[int], threads: int) -> NDArray[np.float64]:

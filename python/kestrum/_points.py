@@ -3,12 +3,13 @@
 from __future__ import annotations
 
 import copy
+from collections.abc import Callable
 from typing import TYPE_CHECKING, Any, Literal, Self
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _door
+from . import _door, _progress
 from ._door import Floats
 from ._errors import ArgumentTypeError, DataError, warn
 from ._watch import watched
@@ -187,13 +188,15 @@ class Points:
         """
         return Points(self.coordinates, values, self.name if name is None else name)
 
-    def merged(self, how: Literal["mean", "first", "last"] = "mean") -> Points:
+    def merged(self, how: Literal["mean", "first", "last"] = "mean", *, progress: bool | Callable[[float], object] = False) -> Points:
         """One row for each place.
 
         Parameters
         ----------
         how : {"mean", "first", "last"}
             Which value a place gets. With "mean", an error variance becomes that of the mean.
+        progress : bool or callable
+            True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
         Returns
         -------
@@ -210,10 +213,15 @@ class Points:
         _door.choice("how", how, ("mean", "first", "last"))
         if how == "mean" and self.values.dtype.kind not in "iuf":
             raise DataError("how is 'mean', but the values are labels, which have none. Take how='first' or how='last'.")
-        return watched(len(self), self._merged, how)
+        with _progress.shown(progress, "merging") as report:
+            if report is not None:
+                report(0.0)
+            by_place = watched(len(self), np.lexsort, self.coordinates.T)
+            if report is not None:
+                report(0.6)
+            return watched(len(self), self._merged, how, by_place)
 
-    def _merged(self, how: str) -> Points:
-        by_place = np.lexsort(self.coordinates.T)
+    def _merged(self, how: str, by_place: NDArray[np.intp]) -> Points:
         begins = np.ones(len(self), bool)
         begins[1:] = (np.diff(self.coordinates[by_place], axis=0) != 0.0).any(axis=1)
         first = by_place[begins]  # lexsort is stable: the first row of each place

@@ -15,7 +15,7 @@ from ._grid import Grid
 from ._models import CovModel, require_model
 from ._points import Points
 from ._targets import Target
-from ._watch import watched
+from ._watch import MANY, watched
 
 if TYPE_CHECKING:
     import xarray as xr
@@ -38,6 +38,8 @@ class NormalScore:
         the mean weight counts as that, so that each value has a finite score of its own.
     minimum, maximum : float, optional
         The least and the greatest value there can be; by default those of `values`.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Attributes
     ----------
@@ -75,22 +77,25 @@ class NormalScore:
     _chances: tuple[float, float]
 
     def __init__(self, values: ArrayLike, weights: ArrayLike | None = None, minimum: float | None = None,
-                 maximum: float | None = None) -> None:
+                 maximum: float | None = None, *, progress: bool | Callable[[float], object] = False) -> None:
         given = _door.finite("values", _door.reals("values", values).reshape(-1))
-        known, scores, chances = watched(given.size, _fitted, given, weights)
+        with _progress.shown(progress, "normal scores") as report:
+            known, scores, chances = _fitted(given, weights, report)
         least = _door.number("minimum", known[0] if minimum is None else minimum, at_most=float(known[0]))
         most = _door.number("maximum", known[-1] if maximum is None else maximum, at_least=float(known[-1]))
         for slot, value in (("values", _door.frozen(known)), ("scores", _door.frozen(scores)), ("minimum", least),
                             ("maximum", most), ("_chances", chances)):
             object.__setattr__(self, slot, value)
 
-    def forward(self, values: ArrayLike) -> Floats:
+    def forward(self, values: ArrayLike, *, progress: bool | Callable[[float], object] = False) -> Floats:
         """The scores of values.
 
         Parameters
         ----------
         values : array_like
             Of any shape. NaN stays NaN.
+        progress : bool or callable
+            True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
         Returns
         -------
@@ -103,8 +108,7 @@ class NormalScore:
         >>> ks.NormalScore([1.0, 2.0, 50.0]).forward([2.0])
         array([0.])
         """
-        given = _door.reals("values", values)
-        return watched(given.size, self._forward, given)
+        return _in_blocks(self._forward, _door.reals("values", values), progress)
 
     def _forward(self, given: Floats) -> Floats:
         scores = np.array(np.interp(given, self.values, self.scores))
@@ -116,13 +120,15 @@ class NormalScore:
                 scores[beyond] = -sign * _core.normal_quantile(chance * share)
         return scores
 
-    def inverse(self, scores: ArrayLike) -> Floats:
+    def inverse(self, scores: ArrayLike, *, progress: bool | Callable[[float], object] = False) -> Floats:
         """The values of scores.
 
         Parameters
         ----------
         scores : array_like
             Of any shape. NaN stays NaN.
+        progress : bool or callable
+            True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
         Returns
         -------
@@ -135,8 +141,7 @@ class NormalScore:
         >>> ks.NormalScore([1.0, 2.0, 50.0]).inverse([0.0])
         array([2.])
         """
-        given = _door.reals("scores", scores)
-        return watched(given.size, self._inverse, given)
+        return _in_blocks(self._inverse, _door.reals("scores", scores), progress)
 
     def _inverse(self, given: Floats) -> Floats:
         values = np.array(np.interp(given, self.scores, self.values))
@@ -159,17 +164,37 @@ class NormalScore:
                 f"  tails to minimum {self.minimum:.6g} and maximum {self.maximum:.6g}")
 
 
-def _fitted(given: Floats, weights: ArrayLike | None) -> tuple[Floats, Floats, tuple[float, float]]:
+def _in_blocks(work: Callable[[Floats], Floats], given: Floats, progress: _progress.Progress) -> Floats:
+    """work of each number, in blocks that end before anybody waits."""
+    result, numbers = np.empty(given.size), given.reshape(-1)
+    with _progress.shown(progress, "normal scores") as report:
+        for begin in range(0, given.size, MANY):
+            block = slice(begin, begin + MANY)
+            result[block] = work(numbers[block])
+            if report is not None:
+                report(min(begin + MANY, given.size) / given.size)
+    return result.reshape(given.shape)
+
+
+def _fitted(given: Floats, weights: ArrayLike | None,
+            report: Callable[[float], object] | None) -> tuple[Floats, Floats, tuple[float, float]]:
     """The different values, their scores, and the probabilities of the least score and above the greatest one."""
-    known, group = np.unique(given, return_inverse=True)
+    report = report or (lambda fraction: None)
+    report(0.0)
+    known, group = watched(given.size, np.unique, given, return_inverse=True)
+    report(0.5)
     if len(known) < 2:
         what = f"are all {known[0]:g}" if len(known) else "are none"
         raise DataError(f"values {what}: normal scores need at least two different ones.")
-    shares = np.bincount(group) if weights is None else np.bincount(group, _weights(weights, given.shape))
+    shares = watched(given.size, np.bincount, group, None if weights is None else _weights(weights, given.shape))
+    report(0.6)
     shares = shares / shares.sum()
     # The shares below and above, each summed from its own end: so the upper tail is as exact as the lower one.
     below, above = np.cumsum(shares) - 0.5 * shares, np.cumsum(shares[::-1])[::-1] - 0.5 * shares
-    scores = np.where(below < above, _core.normal_quantile(below), 0.0 - _core.normal_quantile(above))
+    quantiles = [watched(len(known), _core.normal_quantile, below)]
+    report(0.8)
+    quantiles.append(watched(len(known), _core.normal_quantile, above))
+    scores = np.where(below < above, quantiles[0], 0.0 - quantiles[1])
     return known, scores, (float(below[0]), float(above[-1]))
 
 

@@ -23,6 +23,8 @@ if TYPE_CHECKING:
     from matplotlib.axes import Axes
 
 ESTIMATORS = ("matheron", "cressie", "madogram")
+# Pairs that are worth a block of their own.
+CLOUD_BLOCK = 200_000
 # Of a variogram of one variable.
 OPTIONS = ("lag", "n_lags", "azimuth", "tolerance", "dip", "bandwidth", "estimator", "threads", "progress")
 
@@ -68,7 +70,7 @@ class Variogram:
     estimator: str
 
     def fit(self, model: CovModel | Sequence[CovModel], *, weights: Literal["pairs", "pairs/lag2", "equal"] = "pairs/lag2",
-            fixed: Iterable[str] = ()) -> FittedModel:
+            fixed: Iterable[str] = (), progress: bool | Callable[[float], object] = False) -> FittedModel:
         """A model fitted by weighted least squares, to all directions at once.
 
         Parameters
@@ -81,6 +83,8 @@ class Variogram:
             Of a lag: its number of pairs, that over its squared distance, or 1.
         fixed : iterable of str
             What stays as it is, in every structure: "nugget", "sill", "range" (the first one), "anisotropy", "azimuth", "shape".
+        progress : bool or callable
+            True shows a bar; a callable gets the share of the searches done, and what it raises ends the call.
 
         Returns
         -------
@@ -119,7 +123,7 @@ class Variogram:
         >>> model.ranking.residual.is_monotonic_increasing
         True
         """
-        return fit_variogram(self, model, weights, fixed)
+        return fit_variogram(self, model, weights, fixed, progress)
 
     def plot(self, model: CovModel | None = None, ax: Axes | None = None) -> Axes:
         """Draws the variogram direction by direction, with a model if one is given.
@@ -318,7 +322,7 @@ def indicator_variograms(points: Points, **options: Any) -> dict[object, Variogr
     return result
 
 
-def variogram_cloud(points: Points, max_distance: float) -> pd.DataFrame:
+def variogram_cloud(points: Points, max_distance: float, *, progress: bool | Callable[[float], object] = False) -> pd.DataFrame:
     """Every pair of points within a distance, for small sets.
 
     Parameters
@@ -327,6 +331,8 @@ def variogram_cloud(points: Points, max_distance: float) -> pd.DataFrame:
         Values at places.
     max_distance : float
         The largest distance, in the coordinates' unit.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -346,21 +352,38 @@ def variogram_cloud(points: Points, max_distance: float) -> pd.DataFrame:
     """
     values = _numbers("points", points)
     reach = _door.number("max_distance", max_distance, above=0.0)
-    return watched(len(points) ** 2, _cloud, points, values, reach)
+    with _progress.shown(progress, "variogram cloud") as report:
+        return _cloud(points, values, reach, report)
 
 
-def _cloud(points: Points, values: Floats, reach: float) -> pd.DataFrame:
+def _cloud(points: Points, values: Floats, reach: float, report: Callable[[float], object] | None) -> pd.DataFrame:
     import pandas as pd
     from scipy.spatial import cKDTree
 
-    tree = cKDTree(points.coordinates)
-    count = (int(tree.count_neighbors(tree, reach)) - len(points)) // 2
+    n = len(points)
+    tree = watched(n, cKDTree, points.coordinates)
+    count = (int(watched(n**2, tree.count_neighbors, tree, reach)) - n) // 2
     _memory.require(150 * count, f"a cloud of {count:,} pairs", "Give a smaller max_distance, or take variogram(points).")
     if count == 0:
         raise DataError(f"no two points are within max_distance, which is {reach:g}. Give a larger one.")
-    pairs = tree.query_pairs(reach, output_type="ndarray")
-    i, j = pairs[np.lexsort(pairs.T[::-1])].T
-    difference = points.coordinates[j] - points.coordinates[i]
+    step = -(-n // max(20, min(n, count // CLOUD_BLOCK)))
+    parts = []
+    for begin in range(0, n, step):
+        if report is not None:
+            report(begin / n)
+        parts.append(watched(n * step, _cloud_rows, points.coordinates, values, reach, tree, begin, step))
+    return pd.DataFrame({name: np.concatenate([part[name] for part in parts]) for name in parts[0]})
+
+
+def _cloud_rows(coordinates: Floats, values: Floats, reach: float, tree: Any, begin: int, step: int) -> dict[str, NDArray[Any]]:
+    """The columns of a cloud for the pairs whose first points are `step` rows."""
+    rows = coordinates[begin:begin + step]
+    found = type(tree)(rows).sparse_distance_matrix(tree, reach, output_type="ndarray")
+    i, j = found["i"] + begin, found["j"]
+    i, j = i[i < j], j[i < j]
+    order = np.argsort(i * len(coordinates) + j)
+    i, j = i[order], j[order]
+    difference = coordinates[j] - coordinates[i]
     x, y = difference[:, 0], difference[:, 1]
     distance = np.sqrt(np.sum(difference**2, axis=1))
     turned = (x < 0.0) | ((x == 0.0) & (y < 0.0))
@@ -370,7 +393,7 @@ def _cloud(points: Points, values: Floats, reach: float) -> pd.DataFrame:
     if difference.shape[1] == 3:
         upright = np.where((x == 0.0) & (y == 0.0), -np.abs(difference[:, 2]), level * difference[:, 2])
         columns["dip"] = np.where(distance > 0.0, np.rad2deg(np.arctan2(-upright, np.hypot(x, y))), np.nan)
-    return pd.DataFrame(columns | {"gamma": 0.5 * (values[i] - values[j]) ** 2})
+    return columns | {"gamma": 0.5 * (values[i] - values[j]) ** 2}
 
 
 def _warn_of(result: Variogram, variables: list[Points], width: float, diagonal: float, coincident: int) -> None:

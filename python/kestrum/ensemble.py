@@ -21,7 +21,7 @@ from typing import Any, Literal
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _door, _lazy, _memory
+from . import _door, _lazy, _memory, _progress
 from ._door import Floats
 from ._errors import ArgumentError, ArgumentTypeError, GridError
 from ._watch import watched
@@ -33,13 +33,16 @@ _State = NDArray[np.float64]
 _CELLS = 1 << 16
 
 
-def mean(realizations: Any) -> Any:
+def mean(realizations: Any, *, progress: bool | Callable[[float], object] = False) -> Any:
     """The mean of realizations: with data, close to the kriging estimate.
 
     Parameters
     ----------
     realizations : xarray.DataArray or array_like
         With a dimension "realization"; of an array, the first axis. May be a Dask array.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of a Dask array nothing is
+        shown: Dask has its own bars.
 
     Returns
     -------
@@ -52,16 +55,16 @@ def mean(realizations: Any) -> Any:
     >>> ks.ensemble.mean([[1.0, 5.0], [3.0, 5.0]])
     array([2., 5.])
     """
-    state, _ = _over(realizations, _add_moments, 2)
+    state, _ = _over(realizations, progress, _add_moments, 2)
     return _result(realizations, state[0])
 
 
-def variance(realizations: Any) -> Any:
+def variance(realizations: Any, *, progress: bool | Callable[[float], object] = False) -> Any:
     """The variance of realizations, over their number less one.
 
     Parameters
     ----------
-    realizations
+    realizations, progress
         As for `mean`; at least two.
 
     Returns
@@ -75,18 +78,18 @@ def variance(realizations: Any) -> Any:
     >>> ks.ensemble.variance([[1.0, 5.0], [3.0, 5.0]])
     array([2., 0.])
     """
-    state, n = _over(realizations, _add_moments, 2)
+    state, n = _over(realizations, progress, _add_moments, 2)
     if n < 2:
         raise ArgumentError("there is one realization: a variance needs at least two.")
     return _result(realizations, state[1] / (n - 1))
 
 
-def probability_above(realizations: Any, limit: float | ArrayLike) -> Any:
+def probability_above(realizations: Any, limit: float | ArrayLike, *, progress: bool | Callable[[float], object] = False) -> Any:
     """The share of realizations above a limit.
 
     Parameters
     ----------
-    realizations
+    realizations, progress
         As for `mean`.
     limit : float or array_like
         One number, or several; several give a dimension "limit", the first.
@@ -103,17 +106,17 @@ def probability_above(realizations: Any, limit: float | ArrayLike) -> Any:
     array([0.5, 1. ])
     """
     limits, one = _several("limit", limit)
-    counts, n = _over(realizations, _add_above, len(limits), limits)
+    counts, n = _over(realizations, progress, _add_above, len(limits), limits)
     return _result(realizations, counts[0] / n) if one else _result(realizations, counts / n, "limit", limits)
 
 
 def probability_connected(realizations: Any, place: int | tuple[int, ...] | dict[str, float], limit: float = 0.0,
-                          connectivity: int | None = None) -> Any:
+                          connectivity: int | None = None, *, progress: bool | Callable[[float], object] = False) -> Any:
     """The share of realizations in which each cell is connected to a place by cells above a limit.
 
     Parameters
     ----------
-    realizations
+    realizations, progress
         As for `mean`; of the whole grid, which may be cut into chunks along realizations alone. Of categories give a
         condition, say ``rock == 2``.
     place : tuple of int, or dict
@@ -137,16 +140,16 @@ def probability_connected(realizations: Any, place: int | tuple[int, ...] | dict
     """
     values = _values(realizations)
     connection = _connection(realizations, values, place, limit, connectivity)
-    counts, n = _over(_whole_grids(values), _add_connected, 1, *connection)
+    counts, n = _over(_whole_grids(values), progress, _add_connected, 1, *connection)
     return _result(realizations, counts[0] / n)
 
 
-def quantile(realizations: Any, q: float | ArrayLike) -> Any:
+def quantile(realizations: Any, q: float | ArrayLike, *, progress: bool | Callable[[float], object] = False) -> Any:
     """Quantiles of realizations, interpolated linearly between them.
 
     Parameters
     ----------
-    realizations
+    realizations, progress
         As for `mean`. A quantile needs all of a cell: of a lazy array so much is held as its chunks in space have cells,
         for all realizations. Write a large ensemble to zarr with chunks in space first.
     q : float or array_like
@@ -170,17 +173,18 @@ def quantile(realizations: Any, q: float | ArrayLike) -> Any:
         values = _whole_cells(values)
         found = values.map_blocks(_quantiles, levels=levels, dtype=np.float64, chunks=((len(levels),), *values.chunks[1:]))
     else:
-        found = watched(values.size, _quantiles, values, levels)
+        found = _ranked(values, levels, progress)
     return _result(realizations, found[0]) if one else _result(realizations, found, "quantile", levels)
 
 
 def summary(realizations: Any, *, above: float | ArrayLike | None = None, quantiles: float | ArrayLike | None = None,
-            connected: Mapping[str, Any] | None = None, dtype: Literal["float64", "float32"] = "float64") -> Any:
+            connected: Mapping[str, Any] | None = None, dtype: Literal["float64", "float32"] = "float64",
+            progress: bool | Callable[[float], object] = False) -> Any:
     """Several statistics in one pass over the realizations, each the bits of the function for it alone.
 
     Parameters
     ----------
-    realizations
+    realizations, progress
         As for `mean`; at least two. A lazy ensemble is not held, but with quantiles as much as for `quantile`.
     above : float or array_like, optional
         Limits, as for `probability_above`.
@@ -218,16 +222,21 @@ def summary(realizations: Any, *, above: float | ArrayLike | None = None, quanti
         values = _whole_grids(values)
     if len(levels):
         values = _whole_cells(values)
-    rows, n = _over(values, _add_all, 2 + len(limits) + len(levels) + (connection is not None), limits, levels, connection)
+    single = 2 + len(limits) + (connection is not None)
+    if _lazy.is_lazy(values) or not len(levels):
+        rows, n = _over(values, progress, _add_all, single + len(levels), limits, connection, levels)
+    else:
+        with _progress.shown(progress, "summary") as report:
+            rows, n = _over(values, _progress.part(report, 0.0, 0.5) or False, _add_all, single, limits, connection, np.zeros(0))
+            rows = np.concatenate([rows, _ranked(values, levels, _progress.part(report, 0.5, 1.0) or False)])
     found = {"mean": _result(realizations, rows[0]), "variance": _result(realizations, rows[1] / (n - 1))}
     if len(limits):
         chances = rows[2:2 + len(limits)] / n
         found["probability_above"] = _result(realizations, chances[0]) if one_limit else _result(realizations, chances, "limit", limits)
     if len(levels):
-        ranked = rows[2 + len(limits):2 + len(limits) + len(levels)]
-        found["quantiles"] = _result(realizations, ranked[0]) if one_level else _result(realizations, ranked, "quantile", levels)
+        found["quantiles"] = _result(realizations, rows[single]) if one_level else _result(realizations, rows[single:], "quantile", levels)
     if connection is not None:
-        found["probability_connected"] = _result(realizations, rows[-1] / n)
+        found["probability_connected"] = _result(realizations, rows[single - 1] / n)
     found = {name: values.astype(kind, copy=False) for name, values in found.items()}
     if not _door.is_xarray(realizations):
         return found
@@ -279,6 +288,18 @@ def _nearest_cell(dim: str, centres: Floats, place: Any) -> int:
     if len(centres) > 1 and distances[index] > np.abs(np.diff(centres)).max():
         raise ArgumentError(f"place {dim} is {_door.show(place)}, but cells have {dim} from {centres.min():g} to {centres.max():g}.")
     return index
+
+
+def _ranked(values: NDArray[Any], levels: Floats, progress: _progress.Progress) -> Floats:
+    """Quantiles of what is in memory."""
+    columns = values.reshape(len(values), -1)
+    found = np.empty((len(levels), columns.shape[1]))
+    with _progress.shown(progress, "quantiles") as report:
+        for part, done in _shares(columns.shape[1]):
+            found[:, part] = watched(values.size, _quantiles, columns[:, part], levels)
+            if report is not None:
+                report(done)
+    return found.reshape(len(levels), *values.shape[1:])
 
 
 def _quantiles(block: NDArray[Any], levels: Floats) -> Floats:
@@ -336,15 +357,30 @@ def _result(realizations: Any, values: Any, name: str | None = None, labels: Flo
     return xr.DataArray(values, coords, dims).rename(None)
 
 
-def _over(realizations: Any, add: Callable[..., None], states: int, *arguments: Any) -> tuple[Any, int]:
+def _shares(n: int) -> Iterator[tuple[slice, float]]:
+    """At most twenty parts of what there is, with the fraction done after each."""
+    step = max(1, -(-n // 20))
+    for begin in range(0, n, step):
+        yield slice(begin, begin + step), min(begin + step, n) / n
+
+
+def _over(realizations: Any, progress: _progress.Progress, add: Callable[..., None], states: int, *arguments: Any) -> tuple[Any, int]:
     """Goes over realizations in their order with some numbers for each cell, 0 at first; gives those, (states, ...), and how many
     realizations there are.
 
     add(state, block, first, *arguments) changes the numbers by a block of realizations that starts with number `first`.
     """
     values = _values(realizations)
-    result = _lazily(values, add, states, arguments) if _lazy.is_lazy(values) else watched(values.size, _added, add, states, None, values, 0, *arguments)
-    return result, int(values.shape[0])
+    n = int(values.shape[0])
+    if _lazy.is_lazy(values):
+        return _lazily(values, add, states, arguments), n
+    state = np.zeros((states, *values.shape[1:]))
+    with _progress.shown(progress, "ensemble") as report:
+        for part, done in [(slice(0, n), 1.0)] if report is None else _shares(n):
+            watched(values.size, add, state, values[part], part.start, *arguments)
+            if report is not None:
+                report(done)
+    return state, n
 
 
 def _lazily(values: Any, add: Callable[..., None], states: int, arguments: tuple[Any, ...]) -> Any:
@@ -396,17 +432,17 @@ def _add_above(state: _State, block: NDArray[Any], first: int, limits: Floats) -
                 count += missing
 
 
-def _add_all(state: _State, block: NDArray[Any], first: int, limits: Floats, levels: Floats,
-             connection: tuple[tuple[int, ...], float, int] | None) -> None:
-    """Rows of moments, counts above limits, quantiles, and counts of the connected. With levels a block has all realizations."""
+def _add_all(state: _State, block: NDArray[Any], first: int, limits: Floats, connection: tuple[tuple[int, ...], float, int] | None,
+             levels: Floats) -> None:
+    """Rows of moments, counts above limits, counts of the connected, and quantiles. With levels a block has all realizations."""
     end = 2 + len(limits)
     _add_moments(state[:2], block, first)
     if len(limits):
         _add_above(state[2:end], block, first, limits)
-    if len(levels):
-        state[end:end + len(levels)] = _quantiles(block, levels)
     if connection is not None:
-        _add_connected(state[-1:], block, first, *connection)
+        _add_connected(state[end:end + 1], block, first, *connection)
+    if len(levels):
+        state[-len(levels):] = _quantiles(block, levels)
 
 
 def _add_connected(state: _State, block: NDArray[Any], first: int, at: tuple[int, ...], limit: float, reach: int) -> None:

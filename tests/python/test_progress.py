@@ -1,6 +1,7 @@
 """Every call with progress= says how far it is."""
 
 import inspect
+import pickle
 
 import numpy as np
 import pytest
@@ -20,6 +21,7 @@ def scattered(n):
 
 
 FEW, SOME, MANY = scattered(300), scattered(1000), scattered(20_000)
+DIRECTED, SCORES = ks.variogram(SOME, azimuth=[0, 45, 90, 135]), ks.NormalScore(FEW.values)
 LABELS = FEW.with_values(np.where(FEW.values > 0, "sand", "clay"))
 CALLS = {
     "krige": lambda p, _: ks.krige(FEW, MODEL, GRID, neighbors=30, progress=p),
@@ -34,6 +36,18 @@ CALLS = {
     "declustering_weights": lambda p, _: ks.declustering_weights(MANY, offsets=2, progress=p),
     "declustering_weights by one size": lambda p, _: ks.declustering_weights(MANY, cell=20.0, progress=p),
     "declustering_weights by kriging": lambda p, _: ks.declustering_weights(SOME, model=MODEL, grid=ks.Grid(80, 80, dx=12.5, dy=12.5), progress=p),
+    "variogram_cloud": lambda p, _: ks.variogram_cloud(SOME, 300.0, progress=p),
+    "Variogram.fit": lambda p, _: DIRECTED.fit([MODEL, ks.Spherical(1.0, range=(300, 200))], progress=p),
+    "Points.merged": lambda p, _: MANY.merged(progress=p),
+    "NormalScore": lambda p, _: ks.NormalScore(MANY.values, progress=p),
+    "NormalScore.forward": lambda p, _: SCORES.forward(ENSEMBLE, progress=p),
+    "NormalScore.inverse": lambda p, _: SCORES.inverse(ENSEMBLE, progress=p),
+    "ensemble.mean": lambda p, _: ks.ensemble.mean(ENSEMBLE, progress=p),
+    "ensemble.variance": lambda p, _: ks.ensemble.variance(ENSEMBLE, progress=p),
+    "ensemble.probability_above": lambda p, _: ks.ensemble.probability_above(ENSEMBLE, [0.0, 1.0], progress=p),
+    "ensemble.probability_connected": lambda p, _: ks.ensemble.probability_connected(ENSEMBLE, (0, 0, 0), progress=p),
+    "ensemble.summary": lambda p, _: ks.ensemble.summary(ENSEMBLE, quantiles=0.5, progress=p),
+    "ensemble.quantile": lambda p, _: ks.ensemble.quantile(ENSEMBLE, 0.5, progress=p),
     "kmeans": lambda p, _: ks.kmeans(IMAGE.reshape(-1, 2), 9, restarts=5, progress=p),
     "variogram_map": lambda p, _: ks.variogram_map(IMAGE, 16, progress=p),
     "covariance_map": lambda p, _: ks.covariance_map(IMAGE, 16, progress=p),
@@ -62,8 +76,11 @@ def path(tmp_path_factory):
 
 
 def test_all_are_here():
-    functions = [name for name in ks.__all__ if inspect.isfunction(getattr(ks, name))]
-    taking = {name for name in functions if "progress" in inspect.signature(getattr(ks, name)).parameters}
+    things = {name: getattr(ks, name) for name in ks.__all__} | {f"ensemble.{name}": getattr(ks.ensemble, name) for name in ks.ensemble.__all__}
+    things |= {f"{kind}.{name}": method for kind in (*ks.__all__,) if inspect.isclass(things[kind])
+               for name, method in vars(things[kind]).items() if inspect.isfunction(method) and not name.startswith("_")}
+    taking = {name for name, thing in things.items() if callable(thing) and not (inspect.isclass(thing) and issubclass(thing, Exception | Warning))
+              and "progress" in inspect.signature(thing).parameters}
     assert taking | {"indicator_variograms"} == {name.split(" ")[0] for name in CALLS}
 
 
@@ -71,7 +88,7 @@ def test_all_are_here():
 @pytest.mark.parametrize("name", CALLS)
 def test_progress(name, path, capsys):
     heard = []
-    CALLS[name](heard.append, path)
+    spoken = CALLS[name](heard.append, path)
     assert heard == sorted(heard) and heard[0] >= 0.0 and heard[-1] == 1.0
     if len(heard) > 4:  # where there is time to look
         assert len(set(heard)) > 2 and heard[1] < 1.0
@@ -84,5 +101,6 @@ def test_progress(name, path, capsys):
 
     with pytest.raises(Enough):
         CALLS[name](stop, path)
-    CALLS[name](True, path)
+    silent, barred = CALLS[name](False, path), CALLS[name](True, path)
     assert capsys.readouterr().err
+    assert pickle.dumps(spoken) == pickle.dumps(silent) == pickle.dumps(barred)  # to the last bit
