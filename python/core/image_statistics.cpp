@@ -22,8 +22,8 @@ Array<double> Reduce(const Array<double>& image, int nthreads) {
   for (auto& n : *shape) n = n > 2 ? (n + 1) / 2 : n;
   Array<double> reduced(shape);
   double* const to = reduced.mutable_data();
-  RunOperations(10.0 * grid.nxyz, [&](const Progress&) noexcept {
-    return ReduceArray({grid.nx, grid.ny, grid.nz}, image.data(), to, Dealing::Threads(nthreads));
+  RunOperations(10.0 * grid.nxyz, [&](const Progress& progress) noexcept {
+    return ReduceArray({grid.nx, grid.ny, grid.nz}, image.data(), to, Dealing::Threads(nthreads), progress);
   });
   return reduced;
 }
@@ -40,8 +40,8 @@ Array<double> Expand(const Array<double>& image, const std::vector<bool>& finer,
   }
   Array<double> expanded(shape);
   double* const to = expanded.mutable_data();
-  RunOperations(10.0 * static_cast<double>(expanded.size()), [&](const Progress&) noexcept {
-    return ExpandArray({grid.nx, grid.ny, grid.nz}, changes, image.data(), to, Dealing::Threads(nthreads));
+  RunOperations(10.0 * static_cast<double>(expanded.size()), [&](const Progress& progress) noexcept {
+    return ExpandArray({grid.nx, grid.ny, grid.nz}, changes, image.data(), to, Dealing::Threads(nthreads), progress);
   });
   return expanded;
 }

@@ -471,8 +471,8 @@ def expand(image: ArrayLike, shape: Sequence[int], *, threads: int | None = None
     if values.size == 0:
         return np.empty(sides)
     # An even side ends between two nodes, the second of which repeats the end.
-    repeated = np.pad(values, [(0, int(side == 2 * n > n)) for side, n in zip(sides, values.shape)], "edge")
-    finer: Floats = _core.expand(repeated.astype(np.float64, "C", copy=False), [side != n for side, n in zip(sides, values.shape)], nthreads)
+    repeated = watched(values.size, np.pad, values, [(0, int(side == 2 * n > n)) for side, n in zip(sides, values.shape)], "edge")
+    finer: Floats = _core.expand(in_c_order(repeated, np.float64), [side != n for side, n in zip(sides, values.shape)], nthreads)
     return finer[tuple(map(slice, sides))]
 
 

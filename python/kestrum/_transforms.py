@@ -181,7 +181,7 @@ def _fitted(given: Floats, weights: ArrayLike | None,
     """The different values, their scores, and the probabilities of the least score and above the greatest one."""
     report = report or (lambda fraction: None)
     report(0.0)
-    known, group = watched(given.size, np.unique, given, return_inverse=True)
+    known, group = watched(given.size, lambda: np.unique(given, return_inverse=True))
     report(0.5)
     if len(known) < 2:
         what = f"are all {known[0]:g}" if len(known) else "are none"

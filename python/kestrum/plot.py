@@ -13,7 +13,7 @@ from matplotlib.axes import Axes
 from matplotlib.figure import Figure
 
 from . import _door
-from ._errors import ArgumentError, GridError
+from ._errors import ArgumentError, GridError, warn
 from ._models import CovModel, require_model
 from ._points import Points
 from ._variogram import Variogram
@@ -243,6 +243,11 @@ def histogram(values: Any, transform: Any = None, ax: Any = None, *, label: str 
     matplotlib.axes.Axes
         Or an array of two, with a transform.
 
+    Warns
+    -----
+    KestrumWarning
+        Values have infinite scores, which are not drawn.
+
     Examples
     --------
     >>> import kestrum as ks
@@ -251,17 +256,24 @@ def histogram(values: Any, transform: Any = None, ax: Any = None, *, label: str 
     'zinc'
     """
     name = label if label is not None else str(getattr(values, "name", None) or "value")
-    numbers = _door.reals("values", values.values if isinstance(values, Points) else values).reshape(-1)
-    numbers = numbers[np.isfinite(numbers)]
+    given = _door.reals("values", values.values if isinstance(values, Points) else values).reshape(-1)
+    numbers: Any = watched(given.size, lambda: given[np.isfinite(given)])
     if numbers.size == 0:
         raise ArgumentError("values are all missing: there is nothing to draw.")
     if transform is None:
         return _bars(_axes(ax), numbers, name)
     if isinstance(transform, type) or not hasattr(transform, "forward"):
         _door.wrong_type("transform", transform, "a NormalScore, made of values: NormalScore(values)")
+    scores = transform.forward(numbers)
+    finite = scores[np.isfinite(scores)]
+    if finite.size == 0:
+        raise ArgumentError("values lie all beyond what the transform was fitted to: there is no score to draw.")
+    if finite.size < scores.size:
+        warn(f"{scores.size - finite.size:,} of {scores.size:,} values have an infinite score, which is not drawn: they lie at or beyond "
+             "the minimum or the maximum of the transform.")
     axes = ax if ax is not None else plt.figure(figsize=(9.0, 3.6), layout="constrained").subplots(1, 2)
     _bars(axes[0], numbers, name)
-    _bars(axes[1], transform.forward(numbers), f"normal score of {name}")
+    _bars(axes[1], finite, f"normal score of {name}")
     return axes
 
 
@@ -389,8 +401,8 @@ def _curve(ax: Axes, model: CovModel, end: float, azimuth: float, dip: float, **
 
 
 def _bars(ax: Axes, numbers: Any, label: str, density: bool = False) -> Axes:
-    ax.hist(numbers, bins=min(40, max(5, int(2 * len(numbers) ** (1 / 3)))), color=LINE, alpha=0.85, edgecolor="white",
-            linewidth=0.6, density=density)
+    counts, edges = watched(len(numbers), np.histogram, numbers, min(40, max(5, int(2 * len(numbers) ** (1 / 3)))))
+    ax.hist(edges[:-1], edges, weights=counts, color=LINE, alpha=0.85, edgecolor="white", linewidth=0.6, density=density)
     ax.set(xlabel=label, ylabel="density" if density else "count")
     ax.spines[["top", "right"]].set_visible(False)
     return ax

@@ -184,7 +184,7 @@ class Transform {
   }
 
   void Finish(std::ptrdiff_t n) noexcept {
-    if (!euclidean_) return;
+    if (!euclidean_ || progress_.Aborted()) return;
     dealing_.Blocks(n, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       for (std::ptrdiff_t i = begin; i < end; ++i) distance_[i] = std::sqrt(distance_[i]);
     });

@@ -339,7 +339,7 @@ class Resampling {
         output_(output),
         totalWeight_(totalWeight) {}
 
-  int Run(const Axis (&axes)[3], const Dealing& dealing) noexcept {
+  int Run(const Axis (&axes)[3], const Dealing& dealing, const Progress& progress) noexcept {
     if (const int status = Prepare(axes); status != 0) return status;
     ObjectArray<Scratch> scratch;
     if (const int status = scratch.Allocate(dealing.nscratch()); status != 0) return status;
@@ -349,14 +349,14 @@ class Resampling {
     const int nacross = (y_.nOut() - 1) / kTileRows + 1;
     const std::int64_t ntile = std::int64_t{nacross} * ((z_.nOut() - 1) / kTileSections + 1);
     dealing.EachThread([&](int thread, int team) noexcept {
-      for (std::int64_t tile = thread; tile < ntile; tile += team) {
+      for (std::int64_t tile = thread; tile < ntile && !progress.Aborted(); tile += team) {
         const int oy = static_cast<int>(tile % nacross) * kTileRows;
         const int oz = static_cast<int>(tile / nacross) * kTileSections;
         MakeTile(oy, std::min(kTileRows, y_.nOut() - oy), oz, std::min(kTileSections, z_.nOut() - oz),
                  scratch[static_cast<std::size_t>(thread)]);
       }
     });
-    return 0;
+    return progress.After(0);
   }
 
  private:
@@ -476,7 +476,8 @@ class Resampling {
 // Filters one variable; totalWeight may be null.
 template <typename Filter>
 int Resample(const double* input, const Axis (&gridAxes)[3], double* output, double* totalWeight, double minWeight,
-             const Dealing& dealing, MissingMark mark = MissingMark::kNumber) noexcept {
+             const Dealing& dealing, MissingMark mark = MissingMark::kNumber,
+             const Progress& progress = Progress(nullptr, nullptr)) noexcept {
   Axis axes[] = {gridAxes[0], gridAxes[1], gridAxes[2]};
   for (const Axis& axis : axes) {
     if (axis.n < 1 || axis.nOut < 1) return Filter::kTooSmall;
@@ -501,7 +502,7 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
   }
   // Rows should be long: an axis of one node may change places without a change of the node order.
   while (axes[0].n == 1 && axes[0].step == 0) std::rotate(axes, axes + 1, axes + 3);
-  return Resampling<Filter>(input, minWeight, output, totalWeight, mark).Run(axes, dealing);
+  return Resampling<Filter>(input, minWeight, output, totalWeight, mark).Run(axes, dealing, progress);
 }
 
 // Filters all variables of an image; `out` is made.
@@ -545,7 +546,7 @@ int ResampleImage(const VORL_IMAGE& in, VORL_IMAGE* out, const int (&steps)[3], 
 
 template <typename Filter>
 int ResampleArray(const int (&n)[3], const bool (&changes)[3], const double* values, double* output,
-                  const Dealing& dealing) noexcept {
+                  const Dealing& dealing, const Progress& progress) noexcept {
   constexpr int kStep = 2;
   double weight[kStep + 1];
   VORLPyramidWeight(kStep, weight, -1.0);
@@ -554,18 +555,20 @@ int ResampleArray(const int (&n)[3], const bool (&changes)[3], const double* val
     axes[a] = {n[a], changes[a] ? kStep : 0, weight, 0, 0};
     if (const int status = Filter::SetDimension(&axes[a]); status != 0) return status;
   }
-  return Resample<Filter>(values, axes, output, nullptr, Filter::kMinWeightDefault, dealing, MissingMark::kNaN);
+  return Resample<Filter>(values, axes, output, nullptr, Filter::kMinWeightDefault, dealing, MissingMark::kNaN,
+                          progress);
 }
 
 }  // namespace
 
-int ReduceArray(const int (&n)[3], const double* values, double* reduced, const Dealing& dealing) noexcept {
-  return ResampleArray<Reduction>(n, {n[0] > 2, n[1] > 2, n[2] > 2}, values, reduced, dealing);
+int ReduceArray(const int (&n)[3], const double* values, double* reduced, const Dealing& dealing,
+                const Progress& progress) noexcept {
+  return ResampleArray<Reduction>(n, {n[0] > 2, n[1] > 2, n[2] > 2}, values, reduced, dealing, progress);
 }
 
 int ExpandArray(const int (&n)[3], const bool (&changes)[3], const double* values, double* expanded,
-                const Dealing& dealing) noexcept {
-  return ResampleArray<Expansion>(n, changes, values, expanded, dealing);
+                const Dealing& dealing, const Progress& progress) noexcept {
+  return ResampleArray<Expansion>(n, changes, values, expanded, dealing, progress);
 }
 
 }  // namespace kestrum

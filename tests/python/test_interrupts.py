@@ -54,6 +54,8 @@ CALLS = [
     "ks.box_mean(mask, 31, threads=1)",
     "ks.box_mean(np.ones((400, 400, 400)), 9)",
     "ks.body_curves(mask.astype('f4'), 3)",
+    "ks.expand(np.ones((200, 200, 200)), (400, 400, 400), threads=1)",
+    "ks.resample(mask, 800, method='nearest')",
     "ks.pyramid(np.ones((300, 300, 300), 'f4'))",
     "ks.plot.map(ks.Grid(4000, 4000).to_xarray(np.ones((4000, 4000)), 'v')); ks.plot.plt.close()",
     "ks.erode(mask, np.indices((41, 41, 41)).sum(0) % 3 == 0, threads=1)",
