@@ -257,7 +257,7 @@ def histogram(values: Any, transform: Any = None, ax: Any = None, *, label: str 
     """
     name = label if label is not None else str(getattr(values, "name", None) or "value")
     given = _door.reals("values", values.values if isinstance(values, Points) else values).reshape(-1)
-    numbers: Any = watched(given.size, lambda: given[np.isfinite(given)])
+    numbers = watched(given.size, lambda: np.asarray(given[np.isfinite(given)]))
     if numbers.size == 0:
         raise ArgumentError("values are all missing: there is nothing to draw.")
     if transform is None:
