@@ -179,13 +179,15 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     return target.dataset({"estimate": estimate, "variance": variance}, attributes, general)
 
 
-# Cells that are kriged at a time.
+# Cells that are kriged at a time where results are rounded, or fields are copied.
 _WINDOW = 1 << 20
 
 
-def _rows_at_a_time(shape: tuple[int, ...]) -> int:
-    """How many are kriged at a time of the first dimension."""
-    return max(1, _WINDOW // max(1, math.prod(shape[1:])))
+def _axis_and_rows(shape: tuple[int, ...]) -> tuple[int, int]:
+    """The axis that windows cut, and how much of it one has: in space y, as places near one another in z share their data."""
+    axis = max(0, len(shape) - 2)
+    others = math.prod(shape[:axis]) * math.prod(shape[axis + 1:])
+    return axis, min(shape[axis], max(1, _WINDOW // max(1, others)))
 
 
 def kriging_bytes(target: Target, kind: Any, masked: bool, mean: Any, drift: Any, solver: str) -> int:
@@ -193,9 +195,10 @@ def kriging_bytes(target: Target, kind: Any, masked: bool, mean: Any, drift: Any
     fields = [pair[1] for pair in drift.values()] if isinstance(drift, Mapping) else [mean] if np.ndim(mean) > 0 else []
     raw = [field.data if _door.is_xarray(field) else field for field in fields]
     copied = sum(not isinstance(field, np.ndarray) or field.dtype != np.float64 for field in raw)
-    window = target.count if solver == "gmres" else min(target.count, _rows_at_a_time(target.shape) * math.prod(target.shape[1:]))
-    rounded = 16 if kind != np.float64 or solver == "gmres" else 0
-    result = target.count * (2 * kind.itemsize + masked + 8 * copied) + window * (rounded + 8 * len(fields) + 3)
+    axis, rows = _axis_and_rows(target.shape)
+    window = target.count if solver == "gmres" else target.count // max(1, target.shape[axis]) * rows
+    doubles = 16 if kind != np.float64 or fields or solver == "gmres" else 0
+    result = target.count * (2 * kind.itemsize + masked + 8 * copied) + window * (doubles + 8 * len(fields) + 3)
     return int(max(result, 11 * target.count * masked))  # a mask is numbers at first
 
 
@@ -228,22 +231,27 @@ class _Task:
 
     def krige_all(self, kriging: _core.PlaceKriging, mask: NDArray[np.uint8] | None, fields: tuple[Floats, ...], estimate: NDArray[Any],
                   variance: NDArray[Any], report: Any) -> tuple[list[int], int]:
-        """Kriges all targets, window by window. Gives counts of what went wrong, and how many are far from all data."""
-        length, *rest = self.target.shape
-        width, step = math.prod(rest), _rows_at_a_time(self.target.shape)
+        """Kriges all targets. Gives counts of what went wrong, and how many are far from all data."""
+        shape = self.target.shape
+        if estimate.dtype == np.float64 and not fields:
+            whole = self.krige(kriging, ((0,) * len(shape), shape), mask, None, estimate, variance, report)
+            return list(whole), _count_far(self.model, variance)
+        axis, rows = _axis_and_rows(shape)
         counts, far = np.zeros(4, np.int64), 0
-        rounded = estimate.dtype != np.float64
-        doubles = np.empty((2, min(step, length) * width if rounded else 0))
-        for first in range(0, length, step):
-            extent = min(step, length - first)
-            part = slice(first * width, (first + extent) * width)
-            found = (doubles[0, :extent * width], doubles[1, :extent * width]) if rounded else (estimate[part], variance[part])
-            at_targets = _at_targets(tuple(field.reshape(-1)[part] for field in fields), self.degree < 0) if fields else None
-            counts += self.krige(kriging, ((first, *(0,) * len(rest)), (extent, *rest)), None if mask is None else mask.reshape(-1)[part], at_targets,
-                                 found[0], found[1], _progress.part(report, first / length, (first + extent) / length))
+        doubles = np.empty((2, math.prod(shape[:axis]) * rows * math.prod(shape[axis + 1:])))
+        for first in range(0, shape[axis], rows):
+            end = min(first + rows, shape[axis])
+            window = (slice(None),) * axis + (slice(first, end),)
+            begin = tuple(first if i == axis else 0 for i in range(len(shape)))
+            extent = (*shape[:axis], end - first, *shape[axis + 1:])
+            found = doubles[:, :math.prod(extent)]
+            at_targets = _at_targets(tuple(field.reshape(shape)[window] for field in fields), self.degree < 0) if fields else None
+            taken = None if mask is None else np.ascontiguousarray(mask.reshape(shape)[window])
+            counts += self.krige(kriging, (begin, extent), taken, at_targets, found[0], found[1],
+                                 _progress.part(report, first / shape[axis], end / shape[axis]))
             far += _count_far(self.model, found[1])
-            if rounded:
-                estimate[part], variance[part] = found
+            for result, values in zip((estimate, variance), found):
+                result.reshape(shape)[window] = values.reshape(extent)
         return counts.tolist(), far
 
     def krige(self, kriging: _core.PlaceKriging, window: tuple[tuple[int, ...], tuple[int, ...]],
@@ -527,7 +535,10 @@ def _warn_if_apart(points: Points, target: Target) -> None:
 
 def _count_far(model: CovModel, variance: Floats) -> int:
     """Places that data tell next to nothing of."""
-    return 0 if model._local() else int(np.count_nonzero(variance >= model.sill * (1.0 - 1e-9)))
+    if model._local():
+        return 0
+    limit = model.sill * (1.0 - 1e-9)
+    return sum(int(np.count_nonzero(variance[first:first + _WINDOW] >= limit)) for first in range(0, len(variance), _WINDOW))
 
 
 def _warn_if_uncorrelated(model: CovModel, far: int, total: int, known: _Drift, cells: tuple[int, int, int]) -> None:
