@@ -58,7 +58,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
           drift: Literal["linear", "quadratic"] | Mapping[str, tuple[ArrayLike, ArrayLike]] | None = None,
           block: int | Sequence[int] | None = None, mask: ArrayLike | None = None, snap: bool = False,
           solver: Literal["cholesky", "gmres"] = "cholesky", threads: int | None = None,
-          progress: bool | Callable[[float], object] = False, chunks: Mapping[str, int] | None = None,
+          progress: bool | Callable[[float], object] = False, chunks: Mapping[str, int | Literal["auto"]] | int | Literal["auto"] | None = None,
           dtype: Literal["float64", "float32"] = "float64") -> xr.Dataset:
     """Kriging: the best linear unbiased estimate from data, and the variance of its error.
 
@@ -96,8 +96,9 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
         How many threads; by default the cores that the process may use. Results do not depend on it.
     progress : bool or callable
         Whether to show a bar; or a function that gets the fraction done. What it raises ends the call.
-    chunks : mapping, optional
-        Cells along each dimension in a chunk of a lazy result, {"y": 2000, "x": 2000}, or {"point": 100_000}. It is on Dask
+    chunks : mapping, int or "auto", optional
+        Cells along each dimension in a chunk of a lazy result, {"y": 2000, "x": 2000}, or {"point": 100_000}; one number is
+        for all dimensions, -1 and a dimension left out are its whole length, "auto" makes a million cells of it. It is on Dask
         arrays, and the same bits as without. Arrays on the grid (mean, drift, mask) may be Dask arrays then. Each chunk
         takes one thread by default; places without data are NaN without a warning, and `progress` shows nothing: Dask has
         bars of its own.
@@ -300,11 +301,20 @@ def _chunks(chunks: Any, target: Target, solver: str) -> tuple[tuple[int, ...], 
         raise ArgumentError("solver 'gmres' works on the whole grid at once. Leave chunks or solver out.")
     dims = target.grid.dims if target.grid is not None else ("point",)
     if not isinstance(chunks, Mapping):
-        _door.wrong_type("chunks", chunks, f"a mapping, say {dict.fromkeys(dims, 1000)}")
+        if np.ndim(chunks) != 0 or isinstance(chunks, str) and chunks != "auto":
+            _door.wrong_type("chunks", chunks, f"a mapping, say {dict.fromkeys(dims, 1000)}, a number of cells, or 'auto'")
+        chunks = dict.fromkeys(dims, chunks)
     for dim in chunks:
         if dim not in dims:
             raise ArgumentError(f"chunks has {dim!r}, but the result has the dimensions {', '.join(dims)}.")
-    return tuple(_lazy.sizes(n, _door.whole(f"chunks[{dim!r}]", chunks.get(dim, n), 1)) for dim, n in zip(dims, target.shape))
+    given = [chunks.get(dim, -1) for dim in dims]
+    asked: tuple[Any, ...] = tuple(size if isinstance(size, str) and size == "auto" else n if size is None or isinstance(size, int) and size == -1
+                  else _door.whole(f"chunks[{dim!r}]", size, 1) for dim, n, size in zip(dims, target.shape, given))
+    if "auto" not in asked:
+        return tuple(_lazy.sizes(n, size) for n, size in zip(target.shape, asked))
+    from dask.array.core import normalize_chunks
+
+    return tuple(normalize_chunks(asked, target.shape, limit=8 * _WINDOW, dtype=np.float64))
 
 
 def _tiles(task: _Task, points: Points, sizes: tuple[tuple[int, ...], ...], mask: Any, fields: tuple[Any, ...]) -> dict[str, Any]:

@@ -60,6 +60,15 @@ def test_tiles_are_the_bits_of_the_whole(kind, along_x, along_y, along_z, schedu
     xr.testing.assert_identical(lazy.compute(scheduler=scheduler), whole)
 
 
+def test_ways_to_give_chunks():
+    grid = ks.Grid(3000, 1700, dx=0.05, dy=0.08)
+    for chunks, sizes in ((500, ((500,) * 3 + (200,), (500,) * 6)), ({"y": -1, "x": 2500}, ((1700,), (2500, 500))), ({}, ((1700,), (3000,))),
+                          ({"y": np.int64(1000)}, ((1000, 700), (3000,))), ({"x": 3000, "y": "auto"}, ((349,) * 4 + (304,), (3000,)))):
+        assert ks.krige(POINTS, MODEL, grid, neighbors=3, chunks=chunks).estimate.chunks == sizes
+    sizes = ks.krige(POINTS, MODEL, grid, neighbors=3, chunks="auto").estimate.chunks
+    assert 0.5e6 < max(sizes[0]) * max(sizes[1]) <= 2**20
+
+
 @pytest.mark.parametrize("kind", [*KINDS, "gmres"])
 @pytest.mark.filterwarnings("ignore::kestrum.KestrumWarning")
 def test_windows_and_float32(kind, monkeypatch):
@@ -243,7 +252,7 @@ def test_other_processes_give_the_same_bytes():
 
 def test_refusals():
     same = ks.Points([[1.0, 1.0], [1.0, 1.0]], [1.0, 2.0])
-    for call, text in ((lambda: ks.krige(POINTS, MODEL, PLANE, chunks=100), "a mapping"), (lambda: ks.krige(POINTS, MODEL, PLANE, chunks={"z": 2}), "'z'.*y, x"),
+    for call, text in ((lambda: ks.krige(POINTS, MODEL, PLANE, chunks=[100]), "a mapping"), (lambda: ks.krige(POINTS, MODEL, PLANE, chunks="all"), "'auto'"), (lambda: ks.krige(POINTS, MODEL, PLANE, chunks={"z": 2}), "'z'.*y, x"),
                        (lambda: ks.krige(POINTS, MODEL, PLANE, chunks={"x": 0}), "at least 1"),
                        (lambda: ks.krige(POINTS, MODEL, ks.Grid(10**6, 10**6), chunks={"x": 10**5}), "smaller"),
                        (lambda: ks.krige(POINTS, MODEL, ks.Grid(10**6, 10**6), chunks={"x": 10**3, "y": 10**3}, snap=True), "2,147,483,647"),
