@@ -134,7 +134,7 @@ void Krige(benchmark::State& state) {
 BENCHMARK(Krige)
     ->ArgsProduct({{2000}, {20, 64}, {1000}, {1000}, {1}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
     ->ArgsProduct({{200}, {20}, {200}, {200}, {25}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
-    ->ArgsProduct({{1000000}, {20}, {3000}, {3000}, {1}, {1, 2}, {COV_SPHERICAL}})
+    ->ArgsProduct({{1000000}, {20}, {3000}, {3000}, {1}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
     ->ArgsProduct({{100000, 1000000}, {20}, {100}, {100}, {100}, {1, 2}, {COV_SPHERICAL}})
     ->ArgsProduct({{200, 2000}, {0}, {300}, {300}, {1}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
     ->ArgsProduct({{2000}, {0}, {0}, {0}, {1}, {1, 2}, {COV_SPHERICAL}})

@@ -54,6 +54,18 @@ KESTRUM_KERNEL_INLINE Pair Product(Vector a, Vector b) {
 // 2^k, where shifted = k + kRounder and -1022 <= k <= 1023.
 KESTRUM_KERNEL_INLINE Vector PowerOfTwo(Vector shifted) { return (Vector)(((Bits)shifted << 52) + (1023ULL << 52)); }
 
+// x 2^k, rounded once, for x about 1 and a whole number k from -2044 to 2046.
+KESTRUM_KERNEL_INLINE Vector TimesPowerOfTwo(Vector x, Vector k) {
+#if KESTRUM_KERNEL_BYTES == 64
+  return (Vector)_mm512_maskz_scalef_pd(0xff, (__m512d)x, (__m512d)k);
+#else
+  // In two steps, since 2^k itself may be out of range.
+  const Vector half = 0.5 * k + kRounder;
+  const Vector other = (k - (half - kRounder)) + kRounder;
+  return x * PowerOfTwo(half) * PowerOfTwo(other);
+#endif
+}
+
 // x = k ln 2 + r + tail, |r| up to half of ln 2 and tail beyond its last place.
 struct ReducedExponent {
   Vector k;
@@ -80,17 +92,20 @@ KESTRUM_KERNEL_INLINE Vector ExponentialBeyondLinear(Vector r) {
 // exp(x), or exp(x + tail) for a tail beyond the last place of x. To 0.8 units.
 template <bool kHasTail = false>
 KESTRUM_KERNEL_INLINE Vector Exp(Vector x, Vector tail = Vector{}) {
+#if KESTRUM_KERNEL_BYTES == 64
+  // One instruction each, where GCC makes two of what follows. They give their second operand if one is no number.
+  x = (Vector)_mm512_maskz_min_pd(0xff, _mm512_set1_pd(710.0), (__m512d)x);
+  x = (Vector)_mm512_maskz_max_pd(0xff, _mm512_set1_pd(-746.0), (__m512d)x);
+#else
   x = x > 710.0 ? Broadcast<Vector>(710.0) : x;
   x = x < -746.0 ? Broadcast<Vector>(-746.0) : x;
+#endif
   const ReducedExponent reduced = ReduceExponent(x);
   const Pair linear = FastSum(Broadcast<Vector>(1.0), reduced.r);
   const Vector curved = ExponentialBeyondLinear(reduced.r);
   Vector rest = curved + reduced.tail;
   if (kHasTail) rest = rest + tail * (linear.high + curved);
-  // In two steps, since 2^k itself may be out of range.
-  const Vector half = 0.5 * reduced.k + kRounder;
-  const Vector other = (reduced.k - (half - kRounder)) + kRounder;
-  return (linear.high + (linear.low + rest)) * PowerOfTwo(half) * PowerOfTwo(other);
+  return TimesPowerOfTwo(linear.high + (linear.low + rest), reduced.k);
 }
 
 // exp(x) - 1, for x below 700. To 2 units.

@@ -189,6 +189,17 @@ TEST(Elementary, Extremes) {
           << static_cast<int>(function) << " of " << x << ", " << y << ": " << result;
     }
   }
+  // Results that have few bits are rounded once: to half a unit of the least number, and what the rest errs.
+  for (double x = -746.0; x < -708.0; x += 1.0 / 64) {
+    const long double exact = std::exp(static_cast<long double>(x));
+    for (const kestrum::SimdLevel level : kestrum_test::Levels()) {
+      double result = x;
+      kestrum::Evaluate(Elementary::kExp, 1, &result, 0.0, level);
+      const long double error = std::abs(result - exact);
+      EXPECT_LE(error, 0.5L * least + 3e-16L * exact) << x << " level " << static_cast<int>(level);
+      EXPECT_EQ(result, kestrum::Exp(x));
+    }
+  }
   EXPECT_DOUBLE_EQ(kestrum::Exp(1.0), std::numbers::e);
   EXPECT_DOUBLE_EQ(kestrum::ExpMinusOne(1.0), std::numbers::e - 1.0);
   EXPECT_DOUBLE_EQ(kestrum::Log(2.0), std::numbers::ln2);
