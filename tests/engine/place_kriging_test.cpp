@@ -710,4 +710,57 @@ TEST(PlaceKriging, SurvivesFailingAllocations) {
   kestrum_test::ForEachFailingAllocation([&] { return dense.Krige().status; });
 }
 
+// Kriging takes memory for the data that serve its targets, not for those elsewhere: as dense, and a hundred times as many.
+TEST(PlaceKriging, TakesMemoryForWhatItMeets) {
+  struct Taken {
+    long long toPrepare, toKrige;
+  };
+  const auto take = [](int side, int neighbors, double radius) {
+    PlaceProblem problem;
+    std::mt19937 generator(3);
+    std::uniform_real_distribution<double> uniform(-0.5 * side, 0.5 * side);
+    std::vector<double> coordinates;
+    for (int i = 0; i < side * side; ++i) {
+      coordinates.insert(coordinates.end(), {uniform(generator), uniform(generator)});
+      problem.values.push_back(std::sin(i));
+    }
+    problem.AddElement(COV_SPHERICAL, 1.0, {30.0, 30.0, 30.0});
+    problem.SetGrid(40, 40, 1, {0.25, 0.25, 1.0}, {-5.0, -5.0, 0.0});
+    problem.options.neighbors = neighbors;
+    std::fill_n(problem.options.radius, 3, radius);
+    const VORL_COVMODEL model = problem.Model();
+    const kestrum::Progress quiet(nullptr, nullptr);
+    kestrum::PlaceKriging kriging;
+    kestrum::PlaceKrigingReport report;
+    kestrum::PlaceProblem refused;
+    std::vector<double> estimate(1600), variance(1600);
+    kestrum::PlaceKrigingTargets targets;
+    targets.places.grid = problem.grid;
+    targets.places.dimension = 2;
+    std::copy_n(std::array{0, 0, 0, 40, 40, 1}.data(), 3, targets.places.first);
+    std::copy_n(std::array{40, 40, 1}.data(), 3, targets.places.extent);
+    const long long toPrepare = kestrum_test::BytesAllocatedBy([&] {
+      ASSERT_EQ(kriging.Prepare({side * side, 2, coordinates.data(), problem.values.data()}, model, problem.options,
+                                Dealing::Serial(), quiet, &refused),
+                0);
+    });
+    const long long toKrige = kestrum_test::BytesAllocatedBy([&] {
+      ASSERT_EQ(kriging.Krige(targets, {estimate.data(), variance.data()}, Dealing::Serial(), quiet, &report, &refused),
+                0);
+    });
+    EXPECT_EQ(refused.refusal, kestrum::PlaceRefusal::kNone);
+    return Taken{toPrepare, toKrige};
+  };
+  // By cells, by sets, and in a circle.
+  const struct {
+    int neighbors;
+    double radius;
+  } cases[] = {{20, 0.0}, {40, 0.0}, {0, 3.0}};
+  for (const auto& [neighbors, radius] : cases) {
+    const Taken few = take(40, neighbors, radius), many = take(400, neighbors, radius);
+    EXPECT_GT(many.toPrepare, 50 * few.toPrepare);
+    EXPECT_LT(many.toKrige, 1.1 * few.toKrige) << neighbors;
+  }
+}
+
 }  // namespace

@@ -305,6 +305,25 @@ TEST_F(RunDriver, ThreadsShareALargeGrid) {
   }
 }
 
+// What a further thread takes grows with the grid by a bit a node alone.
+TEST_F(RunDriver, ThreadsTakeABitANode) {
+  const auto bytesOfTwoThreads = [](int side) {
+    const auto bytes = [side](int nthreads) {
+      RunRecords records(MakeGrid(side, side, 1), kModel, {{0, 0, 0, 1.0}});
+      records.input.computationMode = KESTRUM_SIM_SK;
+      records.input.nneighborMax = 2;
+      records.input.nrealization = 1;
+      return BytesAllocatedBy([&] { ASSERT_EQ(records.Factorise(nthreads), 0); });
+    };
+    return bytes(4) - bytes(2);
+  };
+  constexpr int kSmall = 400, kLarge = 800;
+  constexpr long long kMoreNodes = kLarge * kLarge - kSmall * kSmall;
+  const long long small = bytesOfTwoThreads(kSmall), large = bytesOfTwoThreads(kLarge);
+  EXPECT_GT(small, 2 * kSmall * kSmall / 8);
+  EXPECT_NEAR(static_cast<double>(large - small), 2 * kMoreNodes / 8, 1e4);
+}
+
 // Data that are no category are refused, and the proportions of the others stay in the record.
 TEST_F(RunDriver, IndicatorProportions) {
   const real m = VORL_MISSING_VALUE;

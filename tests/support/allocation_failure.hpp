@@ -20,6 +20,9 @@ class FailAllocation {
   bool Happened() const;
 };
 
+// The bytes that a call has asked for, whether it has given them back or not.
+long long BytesAllocatedBy(const std::function<void()>& call);
+
 // Calls call() with its first allocation failing, then with its second, and so on until none fails: it must give -1
 // each time, and 0 in the end. A call that allocates nothing is a mistake of the test, unless it may.
 template <typename Call>
