@@ -200,10 +200,11 @@ def test_other_processes_of_a_killed_worker(tmp_path):
         future = client.compute(written)
         wait_for(lambda: lines(asked) > 10)
         os.kill(next(iter(client.run(os.getpid).values())), signal.SIGKILL)
+        begun = lines(asked)
         future.result()
     xr.testing.assert_identical(xr.open_zarr(tmp_path / "map.zarr").load(), ks.krige(**TILED))
-    # A worker has a few tiles at hand, and those that are written are not made again.
-    assert 60 <= lines(asked) <= 60 + 15
+    # What the killed one made is made again, written or not: Dask remembers by its workers which tiles are.
+    assert 60 <= lines(asked) <= 60 + begun
 
 
 def test_an_interrupted_write_is_resumed(tmp_path):
