@@ -420,13 +420,17 @@ class Worker {
 
 // Targets come in tiles small enough for every thread to have some, and for few data to lie in each: fewer if tiles are
 // made of cells, whose data are sought among all those near the tile, which are many in space.
-int TargetsOfTile(std::int64_t ntarget, int ndata, bool inCells, int nthreads) noexcept {
+int TargetsOfTile(const PlaceTargets& targets, int ndata, bool inCells, int nthreads) noexcept {
   constexpr int kLeast = 16;
   constexpr int kTilesOfThread = 16;
   const int dataOfTile = inCells ? 128 : 512;
+  const std::int64_t ntarget = targets.count();
+  // The data are about a window, too.
+  const VORL_GRID& grid = targets.grid;
+  const std::int64_t nplace = targets.list != nullptr ? ntarget : std::int64_t{grid.nx} * grid.ny * grid.nz;
   int most = PlaceNodes::kMax;
   while (most > kLeast && (ntarget / most < std::int64_t{kTilesOfThread} * nthreads ||
-                           std::int64_t{most} * ndata / ntarget > dataOfTile)) {
+                           std::int64_t{most} * ndata / nplace > dataOfTile)) {
     most /= 2;
   }
   return most;
@@ -592,7 +596,7 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
   PlaceTiles tiles;
   const double scale[3] = {neighborhood.metric.Scale(0), neighborhood.metric.Scale(1), neighborhood.metric.Scale(2)};
   const bool inCells = !all_ && PlaceCells::Serve(run, neighborhood);
-  const int ofTile = TargetsOfTile(count, all_ ? 1 : data_.n, inCells, dealing.nscratch());
+  const int ofTile = TargetsOfTile(targets.places, all_ ? 1 : data_.n, inCells, dealing.nscratch());
   if (const int status = tiles.Prepare(targets.places, scale, ofTile, inCells, dealing, progress); status != 0) {
     return status;
   }
