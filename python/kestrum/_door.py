@@ -19,6 +19,8 @@ from ._watch import in_c_order, watched
 
 Floats = NDArray[np.float64]
 MAX_THREADS = 1024
+# To wake another thread takes longer than fewer steps; on busy cores it begins after some milliseconds.
+WORTH_A_TEAM = 2**17
 
 
 def show(value: object) -> str:
@@ -102,9 +104,11 @@ def nearest(value: object, options: Iterable[object]) -> str:
     return f" Did you mean {names[close[0]]!r}?" if close else ""
 
 
-def threads(value: Any) -> int:
-    """The number of threads: by default the cores that the process may use."""
+def threads(value: Any, steps: float = math.inf) -> int:
+    """The number of threads: by default the cores that the process may use, but one for little work. steps: of some nanoseconds each."""
     if value is None:
+        if steps < WORTH_A_TEAM:
+            return 1
         return min(len(os.sched_getaffinity(0)) if hasattr(os, "sched_getaffinity") else os.cpu_count() or 1, MAX_THREADS)
     return whole("threads", value, 1, MAX_THREADS)
 

@@ -75,7 +75,9 @@ def pair_tables(array: Any, lags: tuple[int, ...], function: Any, threads: Any, 
     them as the lags are long. Pairs among these alone are taken away again.
     """
     if not _lazy.is_lazy(array):
-        tables: tuple[NDArray[Any], ...] = function(array, lags, _door.threads(threads), report)
+        # Many pairs are counted or added at a time.
+        steps = array.size * math.prod(lag + 1 for lag in lags) / 16
+        tables: tuple[NDArray[Any], ...] = function(array, lags, _door.threads(threads, steps), report)
         return tables
     import dask
     from dask.array.overlap import overlap

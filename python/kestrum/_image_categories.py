@@ -29,7 +29,7 @@ def categorize(image: ArrayLike, cuts: ArrayLike, *, threads: int | None = None)
     cuts : array_like
         Between the classes, increasing, as `otsu` or `proportion_cuts` gives them; a value at a cut belongs above it.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -54,7 +54,7 @@ def categorize(image: ArrayLike, cuts: ArrayLike, *, threads: int | None = None)
     if not (np.diff(limits) > 0).all():
         raise ArgumentError(f"cuts is {_door.show(cuts)}, but must increase. Sort them, and take each once.")
     ordered, flipped = in_order("image", values)
-    codes = _core.code_by_cuts(ordered, limits, _door.threads(threads))
+    codes = _core.code_by_cuts(ordered, limits, _door.threads(threads, ordered.size))
     result: NDArray[np.int16] = like(image, codes.T if flipped else codes, "category")
     return result
 
@@ -127,7 +127,7 @@ def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, 
     categories : array_like, optional
         As those of `transiogram`.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -150,7 +150,8 @@ def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, 
     """
     import pandas as pd
 
-    codes, names = as_categories("image", as_image("image", image), categories, _door.threads(threads))
+    given = as_image("image", image)
+    codes, names = as_categories("image", given, categories, _door.threads(threads, given.size))
     nodes = watched(codes.size, lambda: np.array([np.count_nonzero(codes == code) for code in range(len(names))], np.int64))
     with np.errstate(invalid="ignore"):
         return pd.DataFrame({"nodes": nodes, "proportion": nodes / nodes.sum()}, pd.Index(names, name="category"))
@@ -168,7 +169,7 @@ def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: Arra
     categories : array_like, optional
         As those of `transiogram`.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -190,7 +191,7 @@ def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: Arra
 
     given = as_image("image", image)
     sides = as_sides(size, given.shape)
-    nthreads = _door.threads(threads)
+    nthreads = _door.threads(threads, given.size)
     codes, names = as_categories("image", given, categories, nthreads)
     _memory.require(8 * len(names) * given.size, f"proportions of {len(names):,} categories", "Take a part of the image.")
     flipped = is_flipped(codes)
@@ -221,7 +222,7 @@ def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axe
     axes : sequence of int, optional
         Along which neighbours count. By default all axes of more than one node.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -246,7 +247,7 @@ def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axe
         along = sorted({axis % given.ndim for axis in (_door.whole("axes", axis, -given.ndim, given.ndim - 1) for axis in axes)})
         if not along or any(given.shape[axis] < 2 for axis in along):
             raise ArgumentError(f"axes is {_door.show(axes)}, but must be axes of more than one node.")
-    nthreads = _door.threads(threads)
+    nthreads = _door.threads(threads, given.size)
     codes, names = as_categories("image", given, categories, nthreads)
     codes = np.ascontiguousarray(codes)
     transitions = np.zeros((len(names), len(names)), np.int64)

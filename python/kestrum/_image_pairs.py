@@ -38,7 +38,7 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
         The covariance of tails and heads about the means of those of each lag; the mean of their products; or the
         covariance over the product of the standard deviations of tails and heads.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
     progress : bool or callable
         True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
@@ -135,7 +135,7 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
         How pairs are counted: one by one, or by Fourier transforms of the indicators, which takes less time for few categories and
         many lags (four categories of 500 x 500 nodes: from lags of 25 on). The counts are the same.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
     progress : bool or callable
         True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of transforms, only the end is shown.
 
@@ -196,7 +196,7 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
     method : {"pairs", "fft"}
         As that of `transiogram`.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
     progress : bool or callable
         True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of transforms, only the end is shown.
 
@@ -330,7 +330,7 @@ def connectivity_function(mask: ArrayLike, max_lag: int | Sequence[int], connect
     given : {"both", "tail", "none"}
         Which pairs the probability is among: those of two true nodes, those from a true node, or all.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
     progress : bool or callable
         True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 

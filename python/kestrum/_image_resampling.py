@@ -30,7 +30,7 @@ def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["m
         The mean over each new cell, in which old cells count by the part of them that lies in it; the value at its centre,
         as of the type of the image; or the category that has the most of it, the smallest of several, of 255 at most.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -55,7 +55,7 @@ def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["m
     given = as_image("image", image)
     sizes = per_axis("shape", shape, given.ndim, partial(_door.whole, at_least=1))
     _door.choice("method", method, ("mean", "nearest", "mode"))
-    nthreads = _door.threads(threads)
+    nthreads = _door.threads(threads, given.size)
     if math.prod(sizes) >= 2**31:
         raise ArgumentError(f"shape asks for {math.prod(sizes):,} cells, but there may be at most {2**31 - 1:,}.")
     if given.size == 0:

@@ -37,7 +37,7 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
         takes less time for many lags. Its gamma is right to 1e-12 times the variance, times the number of nodes over
         that of pairs.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
     progress : bool or callable
         True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of transforms, and of a Dask array,
         only the end is shown.
@@ -323,7 +323,6 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
     """What curves gives of images, along the first axis, and increasing thresholds: in the order of the thresholds, without the axis of a single image;
     its dimensions and their coordinates; and whether the axes of the image were reversed."""
     _door.choice("bodies", bodies, ("above", "below"))
-    nthreads = _door.threads(threads)
     frame: Any = image if _door.is_xarray(image) else None
     data: Any = _door.held("image", image)
     if lazy := _lazy.is_lazy(data):
@@ -337,6 +336,7 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
     if flipped:
         data = data.T
     images = data if ensemble else data[None]
+    nthreads = _door.threads(threads, 4 * images.size)
     as_image("image", np.broadcast_to(np.zeros((), images.dtype), images.shape[1:]))
     neighbors = as_neighbors(connectivity, images.ndim - 1)
     if images.size == 0:
@@ -386,7 +386,7 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
     levels : int
         How many images to make, each of the one before.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -411,7 +411,7 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
     if not has_finite_sum(values) and (values == np.inf).any() and (values == -np.inf).any():
         raise DataError("image has both inf and -inf, between which there is no mean. Set one of them to NaN.")
     count = _door.whole("levels", levels, 1, 64)
-    nthreads = _door.threads(threads)
+    nthreads = _door.threads(threads, values.size)
     if values.size == 0:
         raise DataError("image has no nodes.")
     reduced, results = in_c_order(values, np.float64), []
@@ -438,7 +438,7 @@ def expand(image: ArrayLike, shape: Sequence[int], *, threads: int | None = None
     shape : sequence of int
         Of the result: along each axis as many nodes as the image has, n, or 2 n - 1 or 2 n.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -467,11 +467,12 @@ def expand(image: ArrayLike, shape: Sequence[int], *, threads: int | None = None
                             "become 2 n - 1 or 2 n. Expand step by step.")
     if not has_finite_sum(values) and np.isinf(values).any():
         raise DataError("image has infinite values. Set them to NaN.")
-    nthreads = _door.threads(threads)
+    nthreads = _door.threads(threads, values.size)
     if values.size == 0:
         return np.empty(sides)
     # An even side ends between two nodes, the second of which repeats the end.
-    repeated = watched(values.size, np.pad, values, [(0, int(side == 2 * n > n)) for side, n in zip(sides, values.shape)], "edge")
+    repeats = [int(side == 2 * n > n) for side, n in zip(sides, values.shape)]
+    repeated = watched(values.size, np.pad, values, [(0, ends) for ends in repeats], "edge") if any(repeats) else values
     finer: Floats = _core.expand(in_c_order(repeated, np.float64), [side != n for side, n in zip(sides, values.shape)], nthreads)
     return finer[tuple(map(slice, sides))]
 
@@ -487,7 +488,7 @@ def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> 
     classes : int
         At least 2, and at most as many as there are distinct values.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -497,8 +498,8 @@ def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> 
 
     Notes
     -----
-    Otsu, A threshold selection method from gray-level histograms, 1979, by dynamic programming: on a histogram of
-    65,536 bins where a bound on its error allows that, else on all distinct values. Work memory is 2 MB, or 36 bytes a value,
+    Otsu, A threshold selection method from gray-level histograms, 1979, by dynamic programming: on a histogram of up to
+    65,536 bins where a bound on its error allows that, else, and up to 4,096 numbers, on all distinct values. Work memory is 2 MB, or 36 bytes a value,
     and a quarter of a megabyte or 4 bytes a distinct value for each class beyond two.
 
     Examples
@@ -512,7 +513,7 @@ def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> 
     require_few("values", given)
     count = _door.whole("classes", classes, 2, 2**16)
     _memory.require(4 * (count - 2) * min(given.size, 2**16), f"the search for {count:,} classes", "Ask for fewer classes.")
-    cuts, distinct, infinite = _core.otsu(readable("values", given).ravel("K"), count, _door.threads(threads))
+    cuts, distinct, infinite = _core.otsu(readable("values", given).ravel("K"), count, _door.threads(threads, given.size * count))
     if infinite:
         raise DataError("values has infinite numbers, but they must be finite or NaN. Leave them out.")
     if distinct < count:
@@ -541,7 +542,7 @@ def kmeans(samples: ArrayLike, clusters: int | ArrayLike, *, max_iterations: int
     seed : int
         Of the draws, from 0 to 2^64 - 1.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
     progress : bool or callable
         True shows a bar; a callable gets the fraction done of the most iterations there can be, and what it raises ends the
         call.
@@ -593,7 +594,7 @@ def kmeans(samples: ArrayLike, clusters: int | ArrayLike, *, max_iterations: int
     limit = _door.number("tolerance", tolerance, at_least=0.0)
     number = _door.whole("seed", seed, 0, 2**64 - 1)
     with _progress.shown(progress, "clusters") as report:
-        labels, inertia = _core.kmeans(in_c_order(table.T), centers, iterations, limit, starts, number, _door.threads(threads), report)
+        labels, inertia = _core.kmeans(in_c_order(table.T), centers, iterations, limit, starts, number, _door.threads(threads, table.size * count), report)
     return centers, labels, inertia
 
 

@@ -32,7 +32,7 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
     connectivity : 4, 8, 6, 18 or 26, optional
         How many neighbours a node has: 4 (by default) or 8 in two dimensions, 6 (by default), 18 or 26 in three.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -63,7 +63,7 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
         return like(mask, labels, "label"), count
     image = as_image("mask", mask)
     neighbors = as_neighbors(connectivity, image.ndim)
-    nthreads = _door.threads(threads)
+    nthreads = _door.threads(threads, image.size)
     flipped = is_flipped(image)
     if image.size:
         labels, count = _core.label(as_truth(image.T if flipped else image), neighbors, flipped, nthreads)
@@ -81,7 +81,7 @@ def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> pd.DataFrame
         Two or three axes, of whole numbers; 0 and NaN are outside the bodies. An array of int32 as `label` gives it is
         read in place.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -103,7 +103,7 @@ def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> pd.DataFrame
     2     3         1         2         2
     """
     image = as_image("labels", labels)
-    return watched(image.size, _sizes, image, _door.threads(threads))
+    return watched(image.size, _sizes, image, _door.threads(threads, image.size))
 
 
 def _sizes(image: NDArray[Any], nthreads: int) -> pd.DataFrame:
@@ -142,7 +142,7 @@ def euler_number(mask: ArrayLike, connectivity: Connectivity | None = None, *, t
         default in two dimensions) and 6 (in three): of the true nodes with the lines, squares and cubes between
         neighbours that are all true.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Notes
     -----
@@ -159,7 +159,7 @@ def euler_number(mask: ArrayLike, connectivity: Connectivity | None = None, *, t
     neighbors = as_neighbors(connectivity, image.ndim)
     if neighbors == 18 and connectivity == 18:
         raise ArgumentError("connectivity is 18, but Euler numbers are defined for 6 and 26.")
-    nthreads = _door.threads(threads)
+    nthreads = _door.threads(threads, image.size)
     if image.flags.f_contiguous:
         image = image.T
     return watched(image.size, _core.euler_number, as_truth(image), neighbors != 6, nthreads) if image.size else 0
@@ -185,7 +185,7 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
     dtype : "float64" or "float32"
         Of the result. The latter is twice as fast, and right to 2 units in its last place.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -218,7 +218,7 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
     if lazy:
         lazily: NDArray[Any] = like(mask, _image_blocks.distance("mask", image, spacings, manhattan, is_signed, kind, threads), "distance")
         return lazily
-    nthreads = _door.threads(threads)
+    nthreads = _door.threads(threads, image.size)
     flipped = is_flipped(image)
     result = _distances(as_truth(image.T if flipped else image), spacings if flipped else spacings[::-1], manhattan, is_signed, kind, nthreads)
     distances: NDArray[Any] = like(mask, result.T if flipped else result, "distance")
@@ -250,7 +250,7 @@ def nearest_label(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, 
     metric : "euclidean" or "manhattan"
         The length of a straight line, or the sum of the lengths along the axes.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -318,7 +318,7 @@ def _of_labels(labels: Any, spacing: Any, metric: Any, threads: Any, work: Calla
     image = as_image("labels", labels)
     spacings = _spacings(spacing, image.shape, np.dtype(np.float64))
     manhattan = _door.choice("metric", metric, ("euclidean", "manhattan")) == "manhattan"
-    nthreads = _door.threads(threads)
+    nthreads = _door.threads(threads, image.size)
     flipped = is_flipped(image)
     values = watched(image.size, _labels, image.T if flipped else image)
     # In a unit in which squares neither overflow nor vanish.
@@ -362,7 +362,7 @@ def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None
         The side of a square or cube, or an array of the mask's dimension, true at its nodes. Sides are odd, and the
         centre, about which the element lies, is true.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -398,7 +398,7 @@ def erode(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None 
     element : int or array_like
         As that of `dilate`.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -434,7 +434,7 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
     size : int or sequence of int
         The sides of the box in nodes, for all axes or for each, in their order. They are odd.
     threads : int, optional
-        By default all cores. The result does not depend on it.
+        By default all cores, one for small arrays. The result does not depend on it.
 
     Returns
     -------
@@ -472,7 +472,7 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
 def _means(image: NDArray[Any], size: Any, threads: int | None) -> NDArray[np.float64]:
     values = as_image("image", image)  # a block may be masked
     sides = as_sides(size, values.shape)
-    nthreads = _door.threads(threads)
+    nthreads = _door.threads(threads, values.size)
     typed, flipped = in_order("image", values)
     if values.size:
         means = _core.box_mean(typed, [*(sides if flipped else sides[::-1]), 1][:3], nthreads)
@@ -484,7 +484,7 @@ def _means(image: NDArray[Any], size: Any, threads: int | None) -> NDArray[np.fl
 def _changed(mask: ArrayLike, element: Any, dilating: bool, threads: int | None) -> NDArray[np.bool_]:
     image = as_image("mask", mask)
     offsets = _offsets(element, image.shape)
-    nthreads = _door.threads(threads)
+    nthreads = _door.threads(threads, image.size)
     if image.size == 0:
         return np.zeros(image.shape, np.bool_)
     flipped = is_flipped(image)

@@ -14,7 +14,8 @@ namespace kestrum {
 namespace {
 
 constexpr int kBins = 65536;
-constexpr double kTolerance = 1e-3;  // of the variance between classes
+constexpr std::ptrdiff_t kFewValues = 4096;  // take less time than bins
+constexpr double kTolerance = 1e-3;          // of the variance between classes
 
 // Values, from `least` on, in bins of one width. The halves keep differences of any numbers finite.
 class Bins {
@@ -22,17 +23,20 @@ class Bins {
   Bins(double least, double greatest, bool whole) noexcept
       : start_(0.5 * least),
         exact_(whole && greatest - least < kBins),
+        size_(exact_ ? static_cast<int>(greatest - least) + 1 : kBins),
         perUnit_(exact_ ? 2.0 : kBins / (0.5 * greatest - start_)) {}
 
   bool exact() const noexcept { return exact_; }  // a bin is one whole number
   bool usable() const noexcept { return std::isfinite(perUnit_); }
+  std::size_t size() const noexcept { return static_cast<std::size_t>(size_); }
   int operator()(double value) const noexcept {
-    return static_cast<int>(std::min<double>((0.5 * value - start_) * perUnit_, kBins - 1));
+    return static_cast<int>(std::min<double>((0.5 * value - start_) * perUnit_, size_ - 1));
   }
 
  private:
   double start_;
   bool exact_;
+  int size_;
   double perUnit_;
 };
 
@@ -165,7 +169,7 @@ class OtsuSearch {
     if (found_->infinite || least_ == greatest_) return 0;
     const Bins bins(least_, greatest_, std::is_integral_v<T>);
     bool enough = false;
-    if (bins.usable()) {
+    if (bins.exact() || (bins.usable() && n_ > kFewValues)) {
       if (const int status = CutBins(bins, &enough); status != 0) return status;
     }
     return enough ? 0 : CutValues();
@@ -217,10 +221,10 @@ class OtsuSearch {
   int CutBins(const Bins& bins, bool* enough) noexcept {
     const std::size_t nthread = static_cast<std::size_t>(dealing_.nscratch());
     Buffer<std::int32_t> counts;
-    if (const int status = counts.Allocate(nthread * kBins, 0); status != 0) return status;
+    if (const int status = counts.Allocate(nthread * bins.size(), 0); status != 0) return status;
     dealing_.EachThread([&](int thread, int team) noexcept {
       const ItemBlock block = BlockOf(n_, team, thread);
-      std::int32_t* const own = counts.data() + static_cast<std::ptrdiff_t>(thread) * kBins;
+      std::int32_t* const own = counts.data() + static_cast<std::size_t>(thread) * bins.size();
       ForPieces(block.begin, block.end, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
         for (std::ptrdiff_t i = begin; i < end; ++i) {
           const double value = static_cast<double>(values_[i]);
@@ -232,12 +236,12 @@ class OtsuSearch {
 
     WeightedPositions positions;
     Buffer<int> binOf;
-    if (const int status = positions.Allocate(kBins); status != 0) return status;
-    if (const int status = binOf.Allocate(kBins); status != 0) return status;
+    if (const int status = positions.Allocate(bins.size()); status != 0) return status;
+    if (const int status = binOf.Allocate(bins.size()); status != 0) return status;
     double weight = 0.0;
-    for (std::size_t bin = 0; bin < kBins; ++bin) {
+    for (std::size_t bin = 0; bin < bins.size(); ++bin) {
       std::int64_t count = 0;
-      for (std::size_t t = 0; t < nthread; ++t) count += counts[t * kBins + bin];
+      for (std::size_t t = 0; t < nthread; ++t) count += counts[t * bins.size() + bin];
       if (count == 0) continue;
       binOf[positions.size()] = static_cast<int>(bin);
       positions.Add(static_cast<double>(bin), static_cast<double>(count));
@@ -271,7 +275,7 @@ class OtsuSearch {
     const std::size_t nthread = static_cast<std::size_t>(dealing_.nscratch());
     Buffer<int> cutOf;  // by bin: the number of the cut, or none
     Buffer<double> least;
-    if (const int status = cutOf.Allocate(kBins, -1); status != 0) return status;
+    if (const int status = cutOf.Allocate(bins.size(), -1); status != 0) return status;
     if (const int status = least.Allocate(nthread * ncut, std::numeric_limits<double>::infinity()); status != 0) {
       return status;
     }

@@ -16,8 +16,8 @@ struct OtsuCuts {
 };
 
 // Cuts values into classes of the greatest variance between them (Otsu, A threshold selection method from gray-level
-// histograms, 1979), to within 0.1 % of it. NaN is left out. The work is done on a histogram of 65,536 bins, where a
-// bound on what that costs is small enough, and on all distinct values elsewhere.
+// histograms, 1979), to within 0.1 % of it. NaN is left out. The work is done on a histogram of up to 65,536 bins, where a
+// bound on what that costs is small enough, and on all distinct values elsewhere and of 4,096 numbers or fewer.
 template <typename T>
 [[nodiscard]] int FindOtsuCuts(std::ptrdiff_t n, const T* values, int nclass, const Dealing& dealing,
                                const Progress& progress, OtsuCuts* found) noexcept;
