@@ -1,7 +1,9 @@
 """Image analysis on arrays of any type and order, against SciPy and scikit-image."""
 
+import os
 import subprocess
 import sys
+from pathlib import Path
 
 import numpy as np
 import pytest
@@ -199,3 +201,19 @@ def test_refusals():
             ks.body_sizes(labels)
     with pytest.raises(ks.DataError, match="at most 2,147,483,647"):
         ks.label(np.broadcast_to(np.True_, (2, 2**15, 2**15)))
+
+
+@pytest.mark.skipif(not Path("/proc/self/task").exists(), reason="threads are counted where Linux lists them")
+def test_small_arrays_wake_no_thread():
+    code = """if True:
+        import os, numpy as np, pandas, xarray, kestrum as ks
+        values = np.arange(64.0).reshape(8, 8) % 5
+        before = len(os.listdir("/proc/self/task"))
+        for tool in (ks.label, ks.distance, ks.euler_number, ks.otsu, ks.category_order, ks.connectivity_curve, ks.body_curves):
+            tool(values)
+        ks.variogram_map(values, 1), ks.kmeans(values, 2), ks.box_mean(values, 3), ks.body_sizes(ks.label(values)[0])
+        print(len(os.listdir("/proc/self/task")) - before)
+        ks.label(values, threads=2)
+        print(len(os.listdir("/proc/self/task")) - before)"""
+    said = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True, env={**os.environ, "OMP_DYNAMIC": "false"}).stdout
+    assert said.split() == ["0", "1"]
