@@ -177,9 +177,9 @@ def finite(name: str, values: Floats, error: type[KestrumError] = DataError, nou
         first = values[tuple(bad[0])]
         if values.ndim > 1 and noun == "row":
             bad = np.unique(bad[:, 0])[:, None]
-        where = rows(bad[:, 0], noun) if bad.shape[1] == 1 else f"{noun} {tuple(map(int, bad[0]))}"
+        where = "" if values.ndim == 0 else " in " + rows(bad[:, 0], noun) if bad.shape[1] == 1 else f" in {noun} {tuple(map(int, bad[0]))}"
         count = f" ({len(bad):,} of them)" if bad.shape[1] > 1 and len(bad) > 1 else ""
-        raise error(f"{name} is {first} in {where}{count}. It must be finite: leave out or fill in what is missing.")
+        raise error(f"{name} is {first}{where}{count}. It must be finite: leave out or fill in what is missing.")
     return values
 
 

@@ -155,6 +155,8 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
                         "Give neighbors=, for instance 20.")
     if target.grid is not None:
         _warn_if_apart(points, target)
+    if known.degree >= 0 and len(points) > 1 and (points.values == points.values[0]).all():
+        warn(f"all values of {points.name!r} are {points.values[0]:g}, and so is the whole map. Look at the data.")
     method = "simple" if known.degree < 0 else "universal" if known.terms(2) > 1 else "ordinary"
     attributes = {"estimate": {"long_name": points.name}, "variance": {"long_name": f"kriging variance of {points.name}"}}
     general: dict[str, str | int | float] = {"method": f"{method} kriging", "model": str(model), "data": len(points), "kestrum": _core.version,

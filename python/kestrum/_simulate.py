@@ -117,6 +117,7 @@ def simulate(points: Points | None, model: CovModel, grid: Grid | xr.DataArray, 
     neighbors = _door.whole("neighbors", neighbors, 1, 10_000)
     radii = _radii(radius, target.dimension)
     threads = _threads(threads, chunks)
+    _warn_if_noise(target, [model], radii)
     taken = target.mask(mask)
     _require_memory(target, [model], radii, size, kind, transform is not None, f"a result of {size:,} x {target.count:,} values",
                     "Ask for fewer realizations at a time (first=, chunks=), or dtype='float32'.", -(-count // size))
@@ -398,6 +399,20 @@ def _warn_of_scores(transform: Any, model: CovModel) -> None:
              "points.with_values(transform.forward(points.values)).")
 
 
+def _warn_if_noise(target: Target, models: list[CovModel], radii: tuple[float, float, float] | None) -> None:
+    """Says so where no cell has to do with another."""
+    grid = target.grid
+    assert grid is not None
+    smallest = min([size for size, n in ((grid.dx, grid.nx), (grid.dy, grid.ny), (grid.dz, grid.nz)) if n > 1], default=0.0)
+    if radii is not None and max(radii) < smallest:
+        warn(f"radius is {max(radii):g}, but cells are at least {smallest:g} apart: none has another in reach, and they are independent of "
+             "each other. Give a larger radius.")
+    ranges = [np.max(part.range) for model in models for part in model.structures if part.range]
+    if ranges and max(ranges) < smallest:
+        warn(f"ranges of the model are at most {max(ranges):g}, but cells are at least {smallest:g} apart: they are hardly correlated. Are the "
+             "ranges in the unit of the coordinates?")
+
+
 def _mean_without_points(target: Target, mean: Any, mask: NDArray[np.uint8] | None) -> Any:
     from ._krige import _Drift, _where_informed
 
@@ -434,6 +449,9 @@ def _bounds(bounds: Any, target: Target, nodes: NDArray[np.int32], transform: An
         raise DataError(f"lower bounds are above upper ones in {_door.rows(crossed)}.")
     assert target.numbers is not None
     at = _core.nodes_of(target.numbers, places.coordinates)
+    outside = np.flatnonzero(at < 0)
+    if len(outside):
+        warn(f"{len(outside):,} bounds outside the grid are left out ({_door.rows(outside)}).")
     use = (at >= 0) & ~np.isin(at, nodes) & ~(np.isnan(ends[0]) & np.isnan(ends[1]))
     held, group = np.unique(at[use], return_inverse=True)
     # Of several in a cell the tighter ones hold.
@@ -465,18 +483,19 @@ def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, ra
         labels = found
     if points is None and proportions is None:
         raise ArgumentError("proportions are needed without points: {label: proportion}.")
-    if not 2 <= len(labels) <= MAX_CATEGORIES:
-        raise DataError(f"there {'is 1 category' if len(labels) == 1 else f'are {len(labels)} categories'}, but from 2 to {MAX_CATEGORIES} are needed.")
     strange = [label for label in found if label not in labels]
-    if strange:
+    if strange and labels:
         raise DataError(f"points have the label {strange[0]!r}, which {'model' if isinstance(model, Mapping) else 'proportions'} "
                         f"lacks.{_door.nearest(strange[0], labels)} It has {', '.join(map(repr, labels))}.")
+    if not 2 <= len(labels) <= MAX_CATEGORIES:
+        raise DataError(f"there {'is 1 category' if len(labels) == 1 else f'are {len(labels)} categories'}, but from 2 to {MAX_CATEGORIES} are needed.")
     if points is not None:
         warn_if_numbers(points, len(found))
     models = [model[label] for label in labels] if isinstance(model, Mapping) else [model] * len(labels)
     for one in models:
         if not isinstance(one, CovModel):
             _door.wrong_type("model", one, "a CovModel, or {label: CovModel}")
+    _warn_if_noise(target, models, radii)
     taken = target.mask(mask)
     kind = np.dtype(np.int16 if n else np.float64)
     _require_memory(target, models, radii, n or len(labels), kind, False, f"a result on {target.count:,} cells",

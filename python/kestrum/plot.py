@@ -62,15 +62,19 @@ def map(values: xr.DataArray, points: Points | None = None, ax: Axes | None = No
     _require_map(values)
     if points is not None and not isinstance(points, Points):
         _door.wrong_type("points", points, "Points (of a table: Points.from_dataframe(table, 'column'))")
+    vmin, vmax = (None if limit is None else _door.number(name, limit) for name, limit in (("vmin", vmin), ("vmax", vmax)))
+    _require_colors(cmap)
     image = values.transpose("y", "x")
     wide, tall = (abs(float(image[axis][-1] - image[axis][0])) + 1e-30 for axis in ("x", "y"))
     ax = _axes(ax, (min(10.0, max(3.5, 6.0 * wide / tall)) + 1.6, 6.0))
     shown = [_finite(image)]
+    if shown[0].size == 0:
+        raise ArgumentError("values are all missing: there is nothing to draw.")
     if points is not None and points.values.dtype.kind in "iuf":
         shown.append(points.values)
     everything = shown[0] if len(shown) == 1 else np.concatenate(shown)
-    low = float(everything.min()) if vmin is None and everything.size else vmin
-    high = float(everything.max()) if vmax is None and everything.size else vmax
+    low = float(everything.min()) if vmin is None else vmin
+    high = float(everything.max()) if vmax is None else vmax
     mesh = _draw(ax, image, cmap, low, high)
     if points is not None:
         style: dict[str, Any] = dict(s=18, edgecolors="white", linewidths=0.6)
@@ -78,8 +82,7 @@ def map(values: xr.DataArray, points: Points | None = None, ax: Axes | None = No
         colors = dict(c=points.values, cmap=cmap, vmin=low, vmax=high) if numbers else dict(c=INK)
         ax.scatter(points.coordinates[:, 0], points.coordinates[:, 1], **colors, **style)
     beyond = {(False, False): "neither", (True, False): "min", (False, True): "max", (True, True): "both"}[
-        bool(everything.size and low is not None and everything.min() < low),
-        bool(everything.size and high is not None and everything.max() > high)]
+        bool(everything.min() < low), bool(everything.max() > high)]
     bar = ax.figure.colorbar(mesh, ax=ax, shrink=0.85, pad=0.02, extend=beyond)
     bar.set_label(label if label is not None else str(values.attrs.get("long_name", values.name or "")))
     bar.outline.set_visible(False)
@@ -134,7 +137,9 @@ def realizations(simulations: xr.DataArray, n: int = 4, figure: Figure | None = 
         mesh = _draw(ax, field, cmap, float(finite.min()), float(finite.max()))
         number = int(field.realization) if "realization" in field.coords else k
         ax.set_title(f"realization {number}", fontsize=10, color=INK)
-        _as_map(ax, bool(k // columns == rows - 1), k % columns == 0)
+        lowest = k + columns >= n
+        ax.tick_params(labelbottom=lowest)
+        _as_map(ax, lowest, k % columns == 0)
     bar = figure.colorbar(mesh, ax=grid, shrink=0.85, pad=0.02)
     bar.set_label(str(simulations.attrs.get("long_name", simulations.name or "")))
     bar.outline.set_visible(False)
@@ -358,6 +363,11 @@ def _draw(ax: Axes, image: Any, cmap: str, low: float | None, high: float | None
 def _finite(values: Any) -> Any:
     numbers = values.values
     return watched(values.size, lambda: np.asarray(numbers[np.isfinite(numbers)]))
+
+
+def _require_colors(cmap: Any) -> None:
+    if isinstance(cmap, str) and cmap not in plt.colormaps():
+        raise ArgumentError(f"cmap is {cmap!r}, which is no map of colours.{_door.nearest(cmap, plt.colormaps())}")
 
 
 def _require_map(values: Any) -> None:
