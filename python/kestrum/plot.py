@@ -137,9 +137,10 @@ def realizations(simulations: xr.DataArray, n: int = 4, figure: Figure | None = 
         mesh = _draw(ax, field, cmap, float(finite.min()), float(finite.max()))
         number = int(field.realization) if "realization" in field.coords else k
         ax.set_title(f"realization {number}", fontsize=10, color=INK)
-        lowest = k + columns >= n
-        ax.tick_params(labelbottom=lowest)
-        _as_map(ax, lowest, k % columns == 0)
+        _as_map(ax, k + columns >= n, k % columns == 0)
+        if k // columns < rows - 1 and k + columns >= n:  # over a place without a panel
+            ax.tick_params(labelbottom=True)
+            ax.set_xlabel("x")
     bar = figure.colorbar(mesh, ax=grid, shrink=0.85, pad=0.02)
     bar.set_label(str(simulations.attrs.get("long_name", simulations.name or "")))
     bar.outline.set_visible(False)
