@@ -152,6 +152,13 @@ class NormalScore:
                 values[beyond] = end + (first - end) * np.minimum(_core.normal_probability(-sign * given[beyond]) / chance, 1.0)
         return values
 
+    def __eq__(self, other: object) -> bool:
+        if not isinstance(other, NormalScore):
+            return NotImplemented
+        return all(np.array_equal(getattr(self, slot), getattr(other, slot)) for slot in self.__slots__)
+
+    __hash__ = None  # type: ignore[assignment]
+
     def __setattr__(self, name: str, value: object) -> None:
         raise AttributeError(f"a NormalScore is immutable: make a new one instead of setting {name}.")
 

@@ -180,6 +180,14 @@ class Variogram:
         """The unit vectors of the directions; north for all directions."""
         return _axes(np.nan_to_num(self.azimuth), np.nan_to_num(self.dip))[:, :self.dimension]
 
+    def __eq__(self, other: object) -> bool:
+        if not isinstance(other, Variogram):
+            return NotImplemented
+        mine, others = vars(self), vars(other)
+        return all(np.array_equal(mine[name], others[name], equal_nan=isinstance(mine[name], np.ndarray)) for name in mine)
+
+    __hash__ = None  # type: ignore[assignment]
+
     def __repr__(self) -> str:
         lines = [f"Variogram of {self.name!r} ({self.estimator}): {self.pairs.sum():,} pairs in {self.lag.shape[1]} lags"]
         for row in range(len(self.azimuth)):
