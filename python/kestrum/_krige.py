@@ -325,7 +325,7 @@ def _tiles(task: _Task, points: Points, sizes: tuple[tuple[int, ...], ...], mask
     if largest >= 2**31:
         raise ArgumentError("chunks have more than 2,147,483,647 cells. Give smaller ones.")
     taken = largest * (17 + 8 * len(fields) + (8 if task.kind != np.float64 else 0))
-    _memory.require(taken, f"a chunk of {largest:,} cells", "Give smaller chunks.")
+    _lazy.require_memory(taken, f"a chunk of {largest:,} cells", "Give smaller chunks.")
     _lazy.warn_of_memory(taken, 0, math.prod(map(len, sizes)))
     try:
         task.build(neighbors=1)  # which refuses what cannot be kriged, without a large system

@@ -49,6 +49,19 @@ def at_a_time() -> int:
     return int(dask.config.get("num_workers", None) or getattr(pool, "_max_workers", None) or getattr(pool, "_processes", None) or CPU_COUNT)
 
 
+def require_memory(size: int, what: str, remedy: str) -> None:
+    """Raises MemoryError if a chunk cannot be had: where there is a cluster, by any of its workers."""
+    from dask.base import get_scheduler
+
+    client = getattr(get_scheduler(), "__self__", None)
+    workers = client.scheduler_info()["workers"].values() if hasattr(client, "scheduler_info") else ()
+    limits = [worker["memory_limit"] for worker in workers]
+    if limits:
+        _memory.require_of(max(limits) if all(limits) else None, size, what, remedy)
+    else:
+        _memory.require(size, what, remedy)
+
+
 def warn_of_memory(chunk: int, shared: int, count: int) -> None:
     """Warns if so many chunks, each of which fits into memory beside what they share, do not fit together."""
     left, together = _memory.available(), min(count, at_a_time())

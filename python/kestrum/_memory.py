@@ -32,8 +32,11 @@ def available() -> int | None:
 
 def require(size: int, what: str, remedy: str) -> None:
     """Raises MemoryError if `size` bytes cannot be had. A megabyte is not asked for."""
-    if size <= 2**20:
-        return
-    left = available()
+    if size > 2**20:
+        require_of(available(), size, what, remedy)
+
+
+def require_of(left: int | None, size: int, what: str, remedy: str) -> None:
+    """Raises MemoryError if `size` bytes are more than what is left, which may be unknown."""
     if left is not None and size > left:
         raise MemoryError(f"{what} would take {size / 2**30:,.1f} GiB of memory, but {max(left, 0) / 2**30:,.1f} GiB are left. {remedy}")

@@ -120,7 +120,7 @@ def simulate(points: Points | None, model: CovModel, grid: Grid | xr.DataArray, 
     _warn_if_noise(target, [model], radii)
     taken = target.mask(mask)
     _require_memory(target, [model], radii, size, kind, transform is not None, f"a result of {size:,} x {target.count:,} values",
-                    "Ask for fewer realizations at a time (first=, chunks=), or dtype='float32'.", -(-count // size))
+                    "Ask for fewer realizations at a time (first=, chunks=), or dtype='float32'.", _nchunk(count, size, chunks))
     nodes, values, moved = _on_nodes(points, target, duplicates)
     honoured = values
     if transform is not None:
@@ -211,7 +211,7 @@ def simulate_categories(points: Points | None, model: CovModel | Mapping[Any, Co
     (['sand', 'clay'], (2, 20, 30))
     """
     _target, count, size = _begin(points, next(iter(model.values()), None) if isinstance(model, Mapping) else model, grid, n, first, seed, chunks)
-    labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, _threads(threads, chunks), size, seed, -(-count // size))
+    labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, _threads(threads, chunks), size, seed, _nchunk(count, size, chunks))
     return _realizations(task, first, count, chunks, progress, {
         "long_name": points.name if points is not None else "category", "method": "sequential indicator simulation", "categories": labels,
         "seed": str(seed), "kestrum": _core.version})
@@ -274,9 +274,10 @@ def _draw(task: _Task, first: int, count: int) -> NDArray[Any]:
 
 def _require_memory(target: Target, models: list[CovModel], radii: tuple[float, float, float] | None, n: int, kind: Any, transformed: bool,
                     what: str, remedy: str, chunks: int) -> None:
-    """Refuses n realizations that memory cannot hold, and warns of chunks that it cannot hold together."""
+    """Refuses n realizations that memory cannot hold, and warns of so many chunks of them that it cannot hold together; 0 is a call
+    at once."""
     size = simulation_bytes(target, models, radii, n, kind, transformed)
-    _memory.require(size, what, remedy)
+    (_lazy.require_memory if chunks else _memory.require)(size, what, remedy)
     if chunks > 1:
         shared = _shared_bytes(target, models, radii)
         _lazy.warn_of_memory(size - shared, shared, chunks)
@@ -319,6 +320,10 @@ def _neighborhood_bytes(target: Target, model: CovModel, radii: tuple[float, flo
 
 def _threads(threads: Any, chunks: Any) -> int:
     return 1 if threads is None and chunks is not None else _door.threads(threads)
+
+
+def _nchunk(count: int, size: int, chunks: Any) -> int:
+    return 0 if chunks is None else -(-count // size)
 
 
 def _begin(points: Any, model: Any, grid: Any, n: Any, first: Any, seed: Any, chunks: Any) -> tuple[Target, int, int]:
@@ -464,7 +469,7 @@ def _bounds(bounds: Any, target: Target, nodes: NDArray[np.int32], transform: An
 
 
 def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, radius: Any, proportions: Any, ordinary: Any, mask: Any,
-                threads: Any, n: int = 0, seed: int = 0, chunks: int = 1) -> tuple[list[Any], _Task]:
+                threads: Any, n: int = 0, seed: int = 0, chunks: int = 0) -> tuple[list[Any], _Task]:
     if points is not None and not isinstance(points, Points):
         _door.wrong_type("points", points, "Points")
     target = Target(grid, places_too=False, name="grid")

@@ -21,7 +21,7 @@ from typing import Any, Literal
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _door, _lazy, _memory, _progress
+from . import _door, _lazy, _progress
 from ._door import Floats
 from ._errors import ArgumentError, ArgumentTypeError, GridError
 from ._watch import watched
@@ -277,8 +277,8 @@ def _whole_cells(values: Any) -> Any:
         return values
     values = values.rechunk({0: -1})
     # Dask puts each together from its parts.
-    _memory.require(2 * values.itemsize * math.prod(values.chunksize), f"quantiles of {values.shape[0]:,} realizations of {math.prod(values.chunksize[1:]):,} cells",
-                    "Write the realizations to zarr with smaller chunks along the cells, and open that.")
+    _lazy.require_memory(2 * values.itemsize * math.prod(values.chunksize), f"quantiles of {values.shape[0]:,} realizations of {math.prod(values.chunksize[1:]):,} cells",
+                         "Write the realizations to zarr with smaller chunks along the cells, and open that.")
     return values
 
 

@@ -157,10 +157,10 @@ def test_what_realizations_share_is_made_once(monkeypatch):
 
 
 @contextmanager
-def cluster(workers):
+def cluster(workers, **options):
     distributed = pytest.importorskip("distributed")
     with (dask.config.set({"distributed.worker.daemon": False}),
-          distributed.LocalCluster(n_workers=workers, threads_per_worker=1, host="127.0.0.1", dashboard_address=None) as made, distributed.Client(made) as client):
+          distributed.LocalCluster(n_workers=workers, threads_per_worker=1, host="127.0.0.1", dashboard_address=None, **options) as made, distributed.Client(made) as client):
         yield client
 
 
@@ -279,8 +279,30 @@ def test_chunks_that_memory_does_not_hold_together(monkeypatch):
                 call()
             said = " ".join(str(one.message) for one in caught)
             assert ("chunks at a time" in said) != fits and (fits or re.search(r"\b\d+ chunks .* dask.config.set\(num_workers=[12]\)", said)), (number, settings, said)
-    with pytest.raises(MemoryError, match="smaller chunks"):
-        ks.krige(POINTS, MODEL, ks.Grid(500, 500), chunks={"y": 500})
+
+
+def large_chunks(side):
+    grid = ks.Grid(side, side)
+    return ((lambda: ks.krige(POINTS, MODEL, grid, chunks={"y": side}, neighbors=8), "smaller chunks"),
+            (lambda: ks.simulate(None, MODEL, grid, n=2, chunks=2), "at a time"),
+            (lambda: ks.ensemble.quantile(da.zeros((9, side, side), chunks=(3, side, side)), 0.5), "smaller chunks"))
+
+
+def test_chunks_that_memory_does_not_hold(monkeypatch):
+    monkeypatch.setattr("kestrum._memory.available", lambda: 3_000_000)
+    for call, remedy in large_chunks(500):
+        with pytest.raises(MemoryError, match=remedy):
+            call()
+
+
+def test_other_processes_have_memory_of_their_own(monkeypatch):
+    monkeypatch.setattr("kestrum._memory.available", lambda: 3_000_000)
+    with cluster(1, memory_limit="1GB"):
+        for call, _ in large_chunks(500):
+            call()
+        for call, remedy in large_chunks(10_000):
+            with pytest.raises(MemoryError, match=remedy):
+                call()
 
 
 class Unpicklable:
