@@ -53,7 +53,7 @@ def require_memory(size: int, what: str, remedy: str) -> None:
     """Raises MemoryError if a chunk cannot be had: where there is a cluster, by any of its workers."""
     from dask.base import get_scheduler
 
-    client = getattr(get_scheduler(), "__self__", None)
+    client: Any = getattr(get_scheduler(), "__self__", None)
     workers = client.scheduler_info()["workers"].values() if hasattr(client, "scheduler_info") else ()
     limits = [worker["memory_limit"] for worker in workers]
     if limits:
