@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Callable
 from functools import partial
-from typing import Any, Literal, TypeVar
+from typing import Any, Literal, TypeVar, cast
 
 import numpy as np
 from numpy.typing import NDArray
@@ -28,8 +28,9 @@ def as_image(name: str, value: Any) -> NDArray[Any]:
     given = held if lazy else _door.array(name, held)
     require_image(name, given)
     require_few(name, given, "a part of it" if lazy else "a part of it, or a Dask array")
-    if lazy:
-        _memory.require(given.nbytes, f"{name}, which is needed whole,", "Take a part of it, or coarser nodes.")
+    if not lazy:
+        return cast("NDArray[Any]", given)
+    _memory.require(given.nbytes, f"{name}, which is needed whole,", "Take a part of it, or coarser nodes.")
     return _door.array(name, given)
 
 

@@ -164,6 +164,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     if sizes is not None:
         task = _prepared(points, model, target, neighbors, radii, cells, known, snap, threads, kind)
         return target.labelled(_tiles(task, points, sizes, taken, known.fields), attributes, general)
+    total = target.count if taken is None else int(np.count_nonzero(taken))
     estimate, variance = np.empty(target.count, kind), np.empty(target.count, kind)
     with _progress.shown(progress, "kriging") as report:
         if solver == "gmres":
@@ -177,8 +178,8 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
                 counts, far = task.krige_all(task.build(), taken, known.fields, estimate, variance, report)
             except ValueError as error:
                 _same_place(points, error)
-            _warn_of(counts, int(np.count_nonzero(taken)) if taken is not None else target.count, known.degree < 0)
-    _warn_if_uncorrelated(model, far, int(np.count_nonzero(taken)) if taken is not None else target.count, known, cells)
+            _warn_of(counts, total, known.degree < 0)
+    _warn_if_uncorrelated(model, far, total, known, cells)
     return target.dataset({"estimate": estimate, "variance": variance}, attributes, general)
 
 

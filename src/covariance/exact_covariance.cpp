@@ -101,9 +101,8 @@ void LagsOfLanes(int n, const real* const* place, int step, const real* const* f
   KESTRUM_KERNEL_AT(level, SubtractPlaces)(n, place, step, from, lag);
 }
 
-void LagsOfRows(int axes, int n, const real* const* place, int columns, const real* const* from, const int* start,
-                bool triangular, real* const* lag, SimdLevel level) noexcept {
-  KESTRUM_KERNEL_AT(level, SubtractRows)(axes, n, place, columns, from, start, triangular, lag);
+void LagsOfRows(const LagRows& lags, real* const* lag, SimdLevel level) noexcept {
+  KESTRUM_KERNEL_AT(level, WriteLags)(lags, lag);
 }
 
 }  // namespace kestrum

@@ -89,10 +89,8 @@ class ExactCovariance {
 void LagsOfLanes(int n, const real* const* place, int step, const real* const* from, real* const* lag,
                  SimdLevel level = BestSimdLevel()) noexcept;
 
-// Lags along the first axes of n places from `columns` others, a multiple of kLanes: along axis a, that of place j from place i at
-// lag[a][start[j] + i]; if `triangular`, only those from the multiple of kLanes at or below j on.
-void LagsOfRows(int axes, int n, const real* const* place, int columns, const real* const* from, const int* start,
-                bool triangular, real* const* lag, SimdLevel level = BestSimdLevel()) noexcept;
+// The lags themselves: along axis a, that of place j from place i at lag[a][start[j] + i].
+void LagsOfRows(const LagRows& lags, real* const* lag, SimdLevel level = BestSimdLevel()) noexcept;
 
 }  // namespace kestrum
 

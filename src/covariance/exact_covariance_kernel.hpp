@@ -184,15 +184,12 @@ KESTRUM_KERNEL_TARGET void SubtractPlaces(int n, const real* const* place, int s
   }
 }
 
-KESTRUM_KERNEL_TARGET void SubtractRows(int axes, int n, const real* const* place, int columns, const real* const* from,
-                                        const int* start, bool triangular, real* const* lag) noexcept {
-  for (int j = 0; j < n; ++j) {
-    const std::ptrdiff_t row = start[j];
-    for (int axis = 0; axis < axes; ++axis) {
-      const Vector own = Broadcast<Vector>(place[axis][j]);
-      for (int i = triangular ? j / kLanes * kLanes : 0; i < columns; i += kWidth) {
-        Store(lag[axis] + row + i, own - Load<Vector>(from[axis] + i));
-      }
-    }
-  }
+KESTRUM_KERNEL_TARGET void WriteLags(const LagRows& lags, real* const* lag) noexcept {
+  ForEachLag<false>(
+      lags, [&](Vector dx, Vector dy, Vector dz, double* to) KESTRUM_KERNEL_TARGET __attribute__((always_inline)) {
+        const std::ptrdiff_t at = to - lags.cov;
+        Store(lag[0] + at, -dx);
+        Store(lag[1] + at, -dy);
+        Store(lag[2] + at, -dz);
+      });
 }

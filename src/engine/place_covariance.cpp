@@ -141,8 +141,7 @@ void TargetCovariance::WithTargets(const LagRows& lags, double* room) const noex
   if (all_->points_ == 1) return data_.EvaluateRows(lags, level_);
   const std::ptrdiff_t count = std::ptrdiff_t{lags.n} * lags.columns;
   double* const lag[3] = {room, room + count, room + 2 * count};
-  std::fill_n(lag[2], count, 0.0);
-  LagsOfRows(lags.axes, lags.n, lags.place, lags.columns, lags.from, lags.start, lags.triangular, lag, level_);
+  LagsOfRows(lags, lag, level_);
   WithTarget(static_cast<int>(count), lag[0], lag[1], lag[2], lags.cov);
 }
 
