@@ -1,12 +1,10 @@
 #include "watch.hpp"
 
 #include <chrono>
-#include <condition_variable>
 #include <exception>
-#include <mutex>
-#include <thread>
 
 #include "core/statuses.hpp"
+#include "worker.hpp"
 
 namespace kestrum::python {
 namespace {
@@ -33,19 +31,10 @@ int RunWatched(const py::object& progress, Monitor& monitor, const std::function
   std::exception_ptr raised;
   {
     const py::gil_scoped_release free;
-    std::mutex mutex;
-    std::condition_variable ended;
-    bool done = false;
-    std::thread worker([&] {
-      status = work();
-      const std::lock_guard lock(mutex);
-      done = true;
-      ended.notify_one();
-    });
-    std::unique_lock lock(mutex);
-    while (!ended.wait_for(lock, kPeriod, [&] { return done; })) {
+    Worker* const worker = Worker::Take();
+    worker->Start(work);
+    while (!worker->EndsWithin(kPeriod)) {
       if (raised) continue;
-      lock.unlock();
       try {
         const py::gil_scoped_acquire held;
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
@@ -54,10 +43,9 @@ int RunWatched(const py::object& progress, Monitor& monitor, const std::function
         raised = std::current_exception();
         monitor.Stop();
       }
-      lock.lock();
     }
-    lock.unlock();
-    worker.join();
+    status = worker->status();
+    Worker::Return(worker);
   }
   if (raised) std::rethrow_exception(raised);
   return status;

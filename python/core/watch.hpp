@@ -27,7 +27,7 @@ struct Monitor {
   void Stop() noexcept { std::atomic_ref<BOOLEAN>(record.abortedJobFlag).store(TRUE, std::memory_order_relaxed); }
 };
 
-// Runs `work`, which must not touch Python, on a thread of its own and returns its status. Meanwhile the calling thread
+// Runs `work`, which must not touch Python, on another thread and returns its status. Meanwhile the calling thread
 // releases the interpreter, and takes it now and then to look at signals and to call `progress` (None, or a callable)
 // with the fraction done. What these raise makes it stop the work, wait until that ends, and pass the exception on.
 int RunWatched(const pybind11::object& progress, Monitor& monitor, const std::function<int()>& work);
