@@ -101,14 +101,12 @@ int GridRun::Prepare(const GridRunInput& input, const GridModels& models, const 
     const bool computed = nodeStatus_[node] != 0 && (input.mask == nullptr || input.mask[node] != 0);
     return !computed ? 0 : nodeStatus_[node] < 0 ? 1 : 2;
   };
-  int position = 0;
-  for (const int wanted : {0, 1, 2}) {
-    if (wanted == 1) firstInequality_ = position;
-    if (wanted == 2) firstSimulated_ = position;
-    for (int node = 0; node < nnode; ++node) {
-      if (segment(node) == wanted) path_[position++] = node;
-    }
-  }
+  int count[3] = {};
+  for (int node = 0; node < nnode; ++node) ++count[segment(node)];
+  firstInequality_ = count[0];
+  firstSimulated_ = count[0] + count[1];
+  int next[3] = {0, firstInequality_, firstSimulated_};
+  for (int node = 0; node < nnode; ++node) path_[next[segment(node)]++] = node;
   return 0;
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 
 #include "core/buffer.hpp"
 #include "engine/system_solver.hpp"
@@ -14,17 +15,22 @@ namespace kestrum {
 class NodeFilter {
  public:
   [[nodiscard]] int Allocate() noexcept { return count_.Allocate(kSlots, 0); }
-  void Add(int node) noexcept { ++count_[SlotOf(node)]; }
-  void Remove(int node) noexcept { --count_[SlotOf(node)]; }
+  void Add(int node) noexcept {
+    if (std::uint8_t& count = count_[SlotOf(node)]; count < kFull) ++count;
+  }
+  void Remove(int node) noexcept {
+    if (std::uint8_t& count = count_[SlotOf(node)]; count < kFull) --count;
+  }
   bool MayHold(int node) const noexcept { return count_[SlotOf(node)] != 0; }
 
  private:
-  // 128 KB. A few thousand nodes are held by 64 threads.
+  // 32 KB, which the nearest cache holds. 64 threads hold a few thousand nodes.
   static constexpr int kBits = 15;
   static constexpr std::size_t kSlots = std::size_t{1} << kBits;
   static std::size_t SlotOf(int node) noexcept { return static_cast<unsigned>(node) * 0x9e3779b9U >> (32 - kBits); }
 
-  Buffer<int> count_;  // of the nodes that share a slot
+  static constexpr std::uint8_t kFull = 255;  // not counted any more: the slot seems to hold nodes for ever
+  Buffer<std::uint8_t> count_;                // of the nodes that share a slot
 };
 
 // What one thread sees from the nodes of a chunk of the path: a bit for each node that comes before.

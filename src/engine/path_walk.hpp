@@ -261,15 +261,21 @@ class PathWalk {
                                     begin);
     }
     const int* const nodes = path_ + begin;
+    const PathView& view = views_[walk.thread];
+    bool waits[kMaxChunk];
     const auto fetchValues = [&](int i) noexcept {
-      walk.law.ForEachNeighbor(walk.thread, i, nodes[i],
-                               [&](int neighbor) noexcept { __builtin_prefetch(&walk.value[neighbor]); });
+      bool fresh = false;
+      walk.law.ForEachNeighbor(walk.thread, i, nodes[i], [&](int neighbor) noexcept {
+        __builtin_prefetch(&walk.value[neighbor]);
+        if (!alone) fresh |= view.MayBeFresh(neighbor);
+      });
+      waits[i] = fresh;
     };
     for (int i = 0; i < std::min(kFetchedAhead, n); ++i) fetchValues(i);
     for (int i = 0; i < n; ++i) {
       if (i + kFetchedAhead < n) fetchValues(i + kFetchedAhead);
       if (!ReportUpTo(walk, begin + i)) return false;
-      if (!alone && !WaitForNeighbors(walk, i, nodes[i])) {
+      if (waits[i] && !WaitForNeighbors(walk, i, nodes[i])) {
         walk.law.Discard(walk.thread);
         return !Stopped();
       }

@@ -1,8 +1,11 @@
 #include "neighborhood/search_neighborhood.h"
 
 #include <algorithm>
+#include <bit>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <numeric>
 #include <type_traits>
 
 #include "core/buffer.hpp"
@@ -61,28 +64,41 @@ int HalfWidth(real radius, real spacing, int n) {
   return cells < n - 1 ? static_cast<int>(cells) : n - 1;
 }
 
-// Sorts as qsort does where it keeps the order of equal values, and asks now and then whether to go on. Returns 0, the
-// status of a failed allocation, or kAborted.
+real KeyOf(real value) { return value; }
+real KeyOf(const VORL_INFOREAVALUE& value) { return value.value; }
+
+// Sorts by digits of the keys' bits, from the last digit on: equal keys stay in their order. Asks now and then whether
+// to go on. A NaN compares equal to everything, so that the C library's qsort sets where it goes. Returns 0, the status
+// of a failed allocation, or kAborted.
 template <typename T>
 int Sort(Buffer<T>& values, int (*compare)(const void*, const void*), const Progress& progress) {
-  constexpr std::size_t kRun = 1 << 18;
-  const std::size_t n = values.size();
-  for (std::size_t begin = 0; begin < n; begin += kRun) {
-    if (const int status = progress.After(0); status != 0) return status;
-    qsort(values.data() + begin, std::min(kRun, n - begin), sizeof(T), compare);
+  constexpr int kDigitBits = 11, kDigits = 6;
+  constexpr std::size_t kRadix = std::size_t{1} << kDigitBits;
+  // Unsigned numbers in the order of the keys; the two zeros are equal.
+  const auto digit = [](const T& value, int d) {
+    const auto bits = std::bit_cast<std::uint64_t>(KeyOf(value) + 0.0);
+    const std::uint64_t ordered = bits ^ (bits >> 63 != 0 ? ~std::uint64_t{0} : std::uint64_t{1} << 63);
+    return static_cast<std::size_t>(ordered >> d * kDigitBits & (kRadix - 1));
+  };
+  if (std::any_of(values.begin(), values.end(), [](const T& value) { return std::isnan(KeyOf(value)); })) {
+    qsort(values.data(), values.size(), sizeof(T), compare);
+    return 0;
   }
-  if (n <= kRun) return 0;
-  Buffer<T> merged;
-  if (const int status = merged.Allocate(n); status != 0) return status;
-  const auto less = [compare](const T& a, const T& b) { return compare(&a, &b) < 0; };
-  for (std::size_t width = kRun; width < n; width *= 2) {
-    for (std::size_t begin = 0; begin < n; begin += 2 * width) {
-      if (const int status = progress.After(0); status != 0) return status;
-      T* const middle = values.data() + std::min(n, begin + width);
-      T* const end = values.data() + std::min(n, begin + 2 * width);
-      std::merge(values.data() + begin, middle, middle, end, merged.data() + begin, less);
-    }
-    std::swap(values, merged);
+  Buffer<std::size_t> next;  // where the next key with a digit goes
+  Buffer<T> sorted;
+  int status = next.Allocate(kDigits * kRadix, 0);
+  if (status == 0) status = sorted.Allocate(values.size());
+  if (status != 0) return status;
+  for (const T& value : values) {
+    for (int d = 0; d < kDigits; ++d) ++next[d * kRadix + digit(value, d)];
+  }
+  for (int d = 0; d < kDigits; ++d) {
+    if (status = progress.After(0); status != 0) return status;
+    std::size_t* const place = next.data() + d * kRadix;
+    if (place[digit(values[0], d)] == values.size()) continue;  // all have the same digit
+    std::exclusive_scan(place, place + kRadix, place, std::size_t{0});
+    for (const T& value : values) sorted[place[digit(value, d)]++] = value;
+    std::swap(values, sorted);
   }
   return 0;
 }
