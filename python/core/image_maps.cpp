@@ -27,7 +27,8 @@ DistanceMetric MetricOf(bool manhattan) noexcept {
 
 template <typename M, typename T>
 void Distance(const Array<M>& mask, const std::array<double, 3>& spacing, bool manhattan, bool isSigned,
-              Array<T>& distance, int nthreads, const MaybeArray<int>& beyond, int rowLength) {
+              Array<T>& distance, int nthreads, const py::object& report, const MaybeArray<int>& beyond,
+              int rowLength) {
   const VORL_GRID grid = SpacedGrid(mask, spacing);
   MaskDistanceOptions options{MetricOf(manhattan), isSigned, Dealing::Threads(nthreads)};
   BeyondRows rows{rowLength, nullptr};
@@ -36,39 +37,41 @@ void Distance(const Array<M>& mask, const std::array<double, 3>& spacing, bool m
     options.beyond = &rows;
   }
   T* const out = Sized(distance, mask.size(), "distance").size() > 0 ? distance.mutable_data() : nullptr;
-  RunOperations(100.0 * static_cast<double>(mask.size()),
+  RunOperations(100.0 * static_cast<double>(mask.size()), report,
                 [&](const Progress& progress) { return MaskDistance(grid, mask.data(), options, out, progress); });
 }
 
-py::tuple LabelDistance(const Array<int>& labels, const std::array<double, 3>& spacing, bool manhattan, int nthreads) {
+py::tuple LabelDistance(const Array<int>& labels, const std::array<double, 3>& spacing, bool manhattan, int nthreads,
+                        const py::object& report) {
   const VORL_GRID grid = SpacedGrid(labels, spacing);
   Array<double> distance = ArrayLike<double>(labels);
   Array<int> nearest = ArrayLike<int>(labels);
   double* const apart = distance.mutable_data();
   int* const label = nearest.mutable_data();
-  RunOperations(100.0 * static_cast<double>(labels.size()), [&](const Progress& progress) noexcept {
+  RunOperations(100.0 * static_cast<double>(labels.size()), report, [&](const Progress& progress) noexcept {
     return NearestLabels(grid, labels.data(), MetricOf(manhattan), Dealing::Threads(nthreads), progress, apart, label);
   });
   return py::make_tuple(distance, nearest);
 }
 
 template <typename T>
-Array<double> Means(const Array<T>& image, const std::array<int, 3>& sides, int nthreads) {
+Array<double> Means(const Array<T>& image, const std::array<int, 3>& sides, int nthreads, const py::object& report) {
   const VORL_GRID grid = GridOfShape(image);
   Array<double> means = ArrayLike<double>(image);
   double* const out = means.mutable_data();
-  RunOperations(100.0 * static_cast<double>(image.size()), [&](const Progress& progress) {
+  RunOperations(100.0 * static_cast<double>(image.size()), report, [&](const Progress& progress) {
     return BoxMean(grid, image.data(), BoxSides{sides[0], sides[1], sides[2]}, Dealing::Threads(nthreads), out,
                    progress);
   });
   return means;
 }
 
-Array<double> Depths(const Array<int>& labels, const std::array<double, 3>& spacing, bool manhattan, int nthreads) {
+Array<double> Depths(const Array<int>& labels, const std::array<double, 3>& spacing, bool manhattan, int nthreads,
+                     const py::object& report) {
   const VORL_GRID grid = SpacedGrid(labels, spacing);
   Array<double> depth = ArrayLike<double>(labels);
   double* const to = depth.mutable_data();
-  RunOperations(100.0 * static_cast<double>(labels.size()), [&](const Progress& progress) noexcept {
+  RunOperations(100.0 * static_cast<double>(labels.size()), report, [&](const Progress& progress) noexcept {
     return LabelDepths(grid, labels.data(), MetricOf(manhattan), Dealing::Threads(nthreads), progress, to);
   });
   return depth;
@@ -76,15 +79,17 @@ Array<double> Depths(const Array<int>& labels, const std::array<double, 3>& spac
 
 // shape: of the means, in the order of the axes.
 template <typename T>
-Array<double> MeansOfAreas(const Array<T>& image, const std::vector<py::ssize_t>& shape, int nthreads) {
+Array<double> MeansOfAreas(const Array<T>& image, const std::vector<py::ssize_t>& shape, int nthreads,
+                           const py::object& report) {
   const VORL_GRID grid = GridOfShape(image);
   Array<double> means(shape);
   const VORL_GRID cells = GridOfShape(means);
   double* const to = means.mutable_data();
-  RunOperations(10.0 * static_cast<double>(image.size() + means.size()), [&](const Progress& progress) noexcept {
-    return AreaMeans({grid.nx, grid.ny, grid.nz}, image.data(), {cells.nx, cells.ny, cells.nz},
-                     Dealing::Threads(nthreads), progress, to);
-  });
+  RunOperations(10.0 * static_cast<double>(image.size() + means.size()), report,
+                [&](const Progress& progress) noexcept {
+                  return AreaMeans({grid.nx, grid.ny, grid.nz}, image.data(), {cells.nx, cells.ny, cells.nz},
+                                   Dealing::Threads(nthreads), progress, to);
+                });
   return means;
 }
 
@@ -92,19 +97,21 @@ Array<double> MeansOfAreas(const Array<T>& image, const std::vector<py::ssize_t>
 
 void BindImageMaps(py::module_& module) {
   module.def("label_depth", &Depths, py::arg("labels").noconvert(), py::arg("spacing"), py::arg("manhattan"),
-             py::arg("threads"));
+             py::arg("threads"), py::arg("progress"));
   module.def("nearest_label", &LabelDistance, py::arg("labels").noconvert(), py::arg("spacing"), py::arg("manhattan"),
-             py::arg("threads"));
+             py::arg("threads"), py::arg("progress"));
   ForEachType([&module]<typename M>(std::type_identity<M>) {
     const auto bind = [&module](auto function) {
       module.def("distance", function, py::arg("mask").noconvert(), py::arg("spacing"), py::arg("manhattan"),
-                 py::arg("is_signed"), py::arg("distance").noconvert(), py::arg("threads"),
+                 py::arg("is_signed"), py::arg("distance").noconvert(), py::arg("threads"), py::arg("progress"),
                  py::arg("beyond") = py::none(), py::arg("row_length") = 0);
     };
     bind(&Distance<M, float>);
     bind(&Distance<M, double>);
-    module.def("area_means", &MeansOfAreas<M>, py::arg("image").noconvert(), py::arg("shape"), py::arg("threads"));
-    module.def("box_mean", &Means<M>, py::arg("image").noconvert(), py::arg("sides"), py::arg("threads"));
+    module.def("area_means", &MeansOfAreas<M>, py::arg("image").noconvert(), py::arg("shape"), py::arg("threads"),
+               py::arg("progress"));
+    module.def("box_mean", &Means<M>, py::arg("image").noconvert(), py::arg("sides"), py::arg("threads"),
+               py::arg("progress"));
   });
 }
 

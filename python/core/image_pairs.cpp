@@ -38,22 +38,19 @@ py::tuple TwoPointSums(const Array<double>& image, const std::string& name, cons
   Array<std::int64_t> pairs(std::vector<py::ssize_t>(lags.shape.begin() + 1, lags.shape.end()));
   double* const to = sums.mutable_data();
   std::int64_t* const counts = pairs.mutable_data();
-  RunOperations(
-      static_cast<double>(pairs.size()) * grid.nxyz,
-      [&](const Progress& progress) noexcept {
-        return ComputeTwoPointSums(statistic, grid, image.data(), lags.most, Dealing::Threads(nthreads), progress, to,
-                                   counts);
-      },
-      report);
+  RunOperations(static_cast<double>(pairs.size()) * grid.nxyz, report, [&](const Progress& progress) noexcept {
+    return ComputeTwoPointSums(statistic, grid, image.data(), lags.most, Dealing::Threads(nthreads), progress, to,
+                               counts);
+  });
   return py::make_tuple(sums, pairs);
 }
 
 // None where there are more than are numbered.
 template <typename T>
-py::object Categories(const Array<T>& values) {
+py::object Categories(const Array<T>& values, const py::object& report) {
   double found[kMostCategories];
   int n = 0;
-  RunOperations(10.0 * static_cast<double>(values.size()), [&](const Progress& progress) noexcept {
+  RunOperations(10.0 * static_cast<double>(values.size()), report, [&](const Progress& progress) noexcept {
     return FindCategories(values.size(), values.data(), progress, found, &n);
   });
   if (n > kMostCategories) return py::none();
@@ -65,10 +62,11 @@ template <typename T>
 using Coder = int (*)(std::ptrdiff_t, const T*, int, const double*, const Dealing&, const Progress&, std::int16_t*);
 
 template <typename T, Coder<T> code>
-Array<std::int16_t> Codes(const Array<T>& values, const Array<double>& numbers, int nthreads) {
+Array<std::int16_t> Codes(const Array<T>& values, const Array<double>& numbers, int nthreads,
+                          const py::object& report) {
   Array<std::int16_t> codes = ArrayLike<std::int16_t>(values);
   std::int16_t* const to = codes.mutable_data();
-  RunOperations(10.0 * static_cast<double>(values.size()), [&](const Progress& progress) noexcept {
+  RunOperations(10.0 * static_cast<double>(values.size()), report, [&](const Progress& progress) noexcept {
     return code(values.size(), values.data(), static_cast<int>(numbers.size()), numbers.data(),
                 Dealing::Threads(nthreads), progress, to);
   });
@@ -81,12 +79,9 @@ Array<std::int64_t> CategoryPairs(const Array<std::int16_t>& codes, int n, const
   const Lags lags(maxLag, {n, n});
   Array<std::int64_t> pairs(lags.shape);
   std::int64_t* const to = pairs.mutable_data();
-  RunOperations(
-      static_cast<double>(pairs.size()) * grid.nxyz / 64.0,
-      [&](const Progress& progress) noexcept {
-        return CountCategoryPairs(grid, codes.data(), n, lags.most, Dealing::Threads(nthreads), progress, to);
-      },
-      report);
+  RunOperations(static_cast<double>(pairs.size()) * grid.nxyz / 64.0, report, [&](const Progress& progress) noexcept {
+    return CountCategoryPairs(grid, codes.data(), n, lags.most, Dealing::Threads(nthreads), progress, to);
+  });
   return pairs;
 }
 
@@ -98,13 +93,10 @@ py::tuple CategoryChanges(const Array<std::int16_t>& codes, int n, bool nested, 
   Array<std::int64_t> pairs(std::vector<py::ssize_t>(lags.shape.begin() + 1, lags.shape.end()));
   std::int64_t* const to = changes.mutable_data();
   std::int64_t* const all = pairs.mutable_data();
-  RunOperations(
-      static_cast<double>(changes.size()) * grid.nxyz / 64.0,
-      [&](const Progress& progress) noexcept {
-        return CountCategoryChanges(grid, codes.data(), n, nested, lags.most, Dealing::Threads(nthreads), progress, to,
-                                    all);
-      },
-      report);
+  RunOperations(static_cast<double>(changes.size()) * grid.nxyz / 64.0, report, [&](const Progress& progress) noexcept {
+    return CountCategoryChanges(grid, codes.data(), n, nested, lags.most, Dealing::Threads(nthreads), progress, to,
+                                all);
+  });
   return py::make_tuple(changes, pairs);
 }
 
@@ -114,12 +106,9 @@ Array<std::int64_t> AlikePairs(const Array<int>& labels, const std::vector<int>&
   const Lags lags(maxLag);
   Array<std::int64_t> pairs(lags.shape);
   std::int64_t* const to = pairs.mutable_data();
-  RunOperations(
-      static_cast<double>(pairs.size()) * grid.nxyz,
-      [&](const Progress& progress) noexcept {
-        return CountAlikePairs(grid, labels.data(), lags.most, Dealing::Threads(nthreads), progress, to);
-      },
-      report);
+  RunOperations(static_cast<double>(pairs.size()) * grid.nxyz, report, [&](const Progress& progress) noexcept {
+    return CountAlikePairs(grid, labels.data(), lags.most, Dealing::Threads(nthreads), progress, to);
+  });
   return pairs;
 }
 
@@ -138,11 +127,11 @@ Array<int> ChainOf(Array<TransitionCount> transitions) {
 
 void BindImagePairs(py::module_& module) {
   ForEachType([&module]<typename T>(std::type_identity<T>) {
-    module.def("find_categories", &Categories<T>, py::arg("values").noconvert());
+    module.def("find_categories", &Categories<T>, py::arg("values").noconvert(), py::arg("progress"));
     module.def("code_categories", &Codes<T, &CodeCategories<T>>, py::arg("values").noconvert(),
-               py::arg("categories").noconvert(), py::arg("threads"));
+               py::arg("categories").noconvert(), py::arg("threads"), py::arg("progress"));
     module.def("code_by_cuts", &Codes<T, &CodeByCuts<T>>, py::arg("values").noconvert(), py::arg("cuts").noconvert(),
-               py::arg("threads"));
+               py::arg("threads"), py::arg("progress"));
   });
   module.def("two_point_sums", &TwoPointSums, py::arg("image").noconvert(), py::arg("statistic"), py::arg("max_lag"),
              py::arg("threads"), py::arg("progress"));

@@ -16,20 +16,21 @@
 namespace kestrum::python {
 namespace {
 
-Array<double> Reduce(const Array<double>& image, int nthreads) {
+Array<double> Reduce(const Array<double>& image, int nthreads, const py::object& report) {
   const VORL_GRID grid = GridOfShape(image);
   py::array::ShapeContainer shape(image.shape(), image.shape() + image.ndim());
   for (auto& n : *shape) n = n > 2 ? (n + 1) / 2 : n;
   Array<double> reduced(shape);
   double* const to = reduced.mutable_data();
-  RunOperations(10.0 * grid.nxyz, [&](const Progress& progress) noexcept {
+  RunOperations(10.0 * grid.nxyz, report, [&](const Progress& progress) noexcept {
     return ReduceArray({grid.nx, grid.ny, grid.nz}, image.data(), to, Dealing::Threads(nthreads), progress);
   });
   return reduced;
 }
 
 // The axes that `finer` names have 2 n - 1 nodes.
-Array<double> Expand(const Array<double>& image, const std::vector<bool>& finer, int nthreads) {
+Array<double> Expand(const Array<double>& image, const std::vector<bool>& finer, int nthreads,
+                     const py::object& report) {
   const VORL_GRID grid = GridOfShape(image);
   py::array::ShapeContainer shape(image.shape(), image.shape() + image.ndim());
   bool changes[3] = {};
@@ -40,7 +41,7 @@ Array<double> Expand(const Array<double>& image, const std::vector<bool>& finer,
   }
   Array<double> expanded(shape);
   double* const to = expanded.mutable_data();
-  RunOperations(10.0 * static_cast<double>(expanded.size()), [&](const Progress& progress) noexcept {
+  RunOperations(10.0 * static_cast<double>(expanded.size()), report, [&](const Progress& progress) noexcept {
     return ExpandArray({grid.nx, grid.ny, grid.nz}, changes, image.data(), to, Dealing::Threads(nthreads), progress);
   });
   return expanded;
@@ -48,12 +49,13 @@ Array<double> Expand(const Array<double>& image, const std::vector<bool>& finer,
 
 // The cuts, how many values are distinct, and whether one is infinite.
 template <typename T>
-py::tuple Otsu(const Array<T>& values, int nclass, int nthreads) {
+py::tuple Otsu(const Array<T>& values, int nclass, int nthreads, const py::object& report) {
   Array<double> cuts(nclass - 1);
   OtsuCuts found{cuts.mutable_data()};
-  RunOperations(10.0 * static_cast<double>(values.size()) + 1e6 * nclass, [&](const Progress& progress) noexcept {
-    return FindOtsuCuts(values.size(), values.data(), nclass, Dealing::Threads(nthreads), progress, &found);
-  });
+  RunOperations(
+      10.0 * static_cast<double>(values.size()) + 1e6 * nclass, report, [&](const Progress& progress) noexcept {
+        return FindOtsuCuts(values.size(), values.data(), nclass, Dealing::Threads(nthreads), progress, &found);
+      });
   return py::make_tuple(cuts, found.distinct, found.infinite);
 }
 
@@ -68,12 +70,10 @@ py::tuple KMeans(const Array<double>& features, Array<double> centers, int maxIt
   int* const numbers = labels.mutable_data();
   double inertia = 0.0;
   const double beginnings = std::max(restarts, 1);
-  RunOperations(
-      10.0 * static_cast<double>(features.size()) * options.ncluster * beginnings,
-      [&](const Progress& progress) noexcept {
-        return RunLloyd(samples, options, Dealing::Threads(nthreads), progress, to, numbers, &inertia);
-      },
-      report);
+  RunOperations(10.0 * static_cast<double>(features.size()) * options.ncluster * beginnings, report,
+                [&](const Progress& progress) noexcept {
+                  return RunLloyd(samples, options, Dealing::Threads(nthreads), progress, to, numbers, &inertia);
+                });
   return py::make_tuple(labels, inertia);
 }
 
@@ -86,13 +86,10 @@ Array<double> ConnectivityCurves(const Array<T>& images, const Array<double>& th
   const int n = static_cast<int>(thresholds.size());
   Array<double> probability(py::array::ShapeContainer{nimage, n});
   double* const to = probability.mutable_data();
-  RunOperations(
-      100.0 * static_cast<double>(images.size()),
-      [&](const Progress& progress) noexcept {
-        return ConnectionCurves(grid, nimage, images.data(), ConnectivityOf(neighbors), n, thresholds.data(), above,
-                                Dealing::Threads(nthreads), progress, to);
-      },
-      report);
+  RunOperations(100.0 * static_cast<double>(images.size()), report, [&](const Progress& progress) noexcept {
+    return ConnectionCurves(grid, nimage, images.data(), ConnectivityOf(neighbors), n, thresholds.data(), above,
+                            Dealing::Threads(nthreads), progress, to);
+  });
   return probability;
 }
 
@@ -103,13 +100,10 @@ Array<std::int64_t> MeasureBodies(const Array<std::int16_t>& codes, int n, int n
   const int nimage = static_cast<int>(codes.shape(0));
   Array<std::int64_t> measures(py::array::ShapeContainer{nimage, n, kBodyMeasures});
   std::int64_t* const to = measures.mutable_data();
-  RunOperations(
-      10.0 * static_cast<double>(codes.size()) * n,
-      [&](const Progress& progress) noexcept {
-        return BodyCurves(grid, nimage, codes.data(), n, above, ConnectivityOf(neighbors), Dealing::Threads(nthreads),
-                          progress, to);
-      },
-      report);
+  RunOperations(10.0 * static_cast<double>(codes.size()) * n, report, [&](const Progress& progress) noexcept {
+    return BodyCurves(grid, nimage, codes.data(), n, above, ConnectivityOf(neighbors), Dealing::Threads(nthreads),
+                      progress, to);
+  });
   return measures;
 }
 
@@ -117,15 +111,17 @@ Array<std::int64_t> MeasureBodies(const Array<std::int16_t>& codes, int n, int n
 
 void BindImageStatistics(py::module_& module) {
   ForEachType([&module]<typename T>(std::type_identity<T>) {
-    module.def("otsu", &Otsu<T>, py::arg("values").noconvert(), py::arg("classes"), py::arg("threads"));
+    module.def("otsu", &Otsu<T>, py::arg("values").noconvert(), py::arg("classes"), py::arg("threads"),
+               py::arg("progress"));
     module.def("connectivity_curves", &ConnectivityCurves<T>, py::arg("images").noconvert(),
                py::arg("thresholds").noconvert(), py::arg("neighbors"), py::arg("above"), py::arg("threads"),
                py::arg("progress"));
   });
   module.def("measure_bodies", &MeasureBodies, py::arg("codes").noconvert(), py::arg("n"), py::arg("neighbors"),
              py::arg("above"), py::arg("threads"), py::arg("progress"));
-  module.def("reduce", &Reduce, py::arg("image").noconvert(), py::arg("threads"));
-  module.def("expand", &Expand, py::arg("image").noconvert(), py::arg("finer"), py::arg("threads"));
+  module.def("reduce", &Reduce, py::arg("image").noconvert(), py::arg("threads"), py::arg("progress"));
+  module.def("expand", &Expand, py::arg("image").noconvert(), py::arg("finer"), py::arg("threads"),
+             py::arg("progress"));
   module.def("kmeans", &KMeans, py::arg("features").noconvert(), py::arg("centers").noconvert(),
              py::arg("max_iterations"), py::arg("tolerance"), py::arg("restarts"), py::arg("seed"), py::arg("threads"),
              py::arg("progress"));

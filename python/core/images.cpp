@@ -17,14 +17,14 @@ namespace {
 
 // transposed: whether the labels' axes are those of the values from the last to the first.
 template <typename T>
-py::tuple Label(const Array<T>& values, int neighbors, bool transposed, int nthreads) {
+py::tuple Label(const Array<T>& values, int neighbors, bool transposed, int nthreads, const py::object& report) {
   std::vector<py::ssize_t> shape(values.shape(), values.shape() + values.ndim());
   if (transposed) std::reverse(shape.begin(), shape.end());
   Array<int> labels(shape);
   const VORL_GRID grid = GridOfShape(labels);
   int* const out = labels.mutable_data();
   int count = 0;
-  RunOperations(100.0 * static_cast<double>(values.size()), [&](const Progress& progress) {
+  RunOperations(100.0 * static_cast<double>(values.size()), report, [&](const Progress& progress) {
     const Dealing dealing = Dealing::Threads(nthreads);
     GeobodyFinder finder;
     if (const int status = finder.AllocateBits(grid); status != 0) return status;
@@ -40,26 +40,24 @@ py::tuple Label(const Array<T>& values, int neighbors, bool transposed, int nthr
 }
 
 // Rows: size and extents along z, y and x of the bodies 1 to n.
-Array<int> BodySizes(const Array<int>& labels, int n, int nthreads) {
+Array<int> BodySizes(const Array<int>& labels, int n, int nthreads, const py::object& report) {
   const VORL_GRID grid = GridOfShape(labels);
   Array<int> table(py::array::ShapeContainer{4, n});
   int* const row = table.mutable_data();
-  int status = 0;
-  {
-    const py::gil_scoped_release released;
+  RunOperations(10.0 * static_cast<double>(labels.size()), report, [&](const Progress& progress) noexcept {
     Buffer<int> minima;
-    status = minima.Allocate(3 * static_cast<std::size_t>(n));
-    if (status == 0) {
-      int* const low = minima.data();
-      const std::ptrdiff_t step = n;
-      GeobodyBoxes boxes{row, {low, low + step, low + 2 * step}, {row + 3 * step, row + 2 * step, row + step}};
-      status = boxes.SetAll(grid, labels.data(), n, Dealing::Threads(nthreads));
-      for (int axis = 0; axis < 3 && status == 0; ++axis) {
-        for (int label = 1; label <= n; ++label) boxes.max[axis][label - 1] = boxes.Extent(label, axis);
-      }
+    if (const int status = minima.Allocate(3 * static_cast<std::size_t>(n)); status != 0) return status;
+    int* const low = minima.data();
+    const std::ptrdiff_t step = n;
+    GeobodyBoxes boxes{row, {low, low + step, low + 2 * step}, {row + 3 * step, row + 2 * step, row + step}};
+    if (const int status = boxes.SetAll(grid, labels.data(), n, Dealing::Threads(nthreads), progress); status != 0) {
+      return status;
     }
-  }
-  RaiseFor(status);
+    for (int axis = 0; axis < 3; ++axis) {
+      for (int label = 1; label <= n; ++label) boxes.max[axis][label - 1] = boxes.Extent(label, axis);
+    }
+    return 0;
+  });
   return table;
 }
 
@@ -85,7 +83,7 @@ std::int64_t EulerNumber(const Array<T>& values, bool closedCells, int nthreads)
 // elements: rows of offsets along x, y and z.
 template <typename T>
 Array<unsigned char> ChangedMask(const Array<T>& mask, bool dilating, const std::vector<Array<int>>& elements,
-                                 int nthreads) {
+                                 int nthreads, const py::object& report) {
   const VORL_GRID grid = GridOfShape(mask);
   std::vector<StructuringElement> native;
   for (const Array<int>& element : elements) {
@@ -95,18 +93,18 @@ Array<unsigned char> ChangedMask(const Array<T>& mask, bool dilating, const std:
   }
   Array<unsigned char> result = ArrayLike<unsigned char>(mask);
   unsigned char* const out = result.mutable_data();
-  RunOperations(100.0 * static_cast<double>(mask.size()), [&](const Progress& progress) {
+  RunOperations(100.0 * static_cast<double>(mask.size()), report, [&](const Progress& progress) {
     return ChangeMask(grid, mask.data(), dilating, native, out, Dealing::Threads(nthreads), progress);
   });
   return result;
 }
 
 template <typename T>
-Array<int> Steps(const Array<T>& mask, int neighbors, const Array<int>& start) {
+Array<int> Steps(const Array<T>& mask, int neighbors, const Array<int>& start, const py::object& report) {
   const VORL_GRID grid = GridOfShape(mask);
   Array<int> steps = ArrayLike<int>(mask);
   int* const to = steps.mutable_data();
-  RunOperations(100.0 * static_cast<double>(mask.size()), [&](const Progress& progress) noexcept {
+  RunOperations(100.0 * static_cast<double>(mask.size()), report, [&](const Progress& progress) noexcept {
     return StepsInMask(grid, mask.data(), ConnectivityOf(neighbors), static_cast<int>(start.size()), start.data(),
                        progress, to);
   });
@@ -126,17 +124,18 @@ Array<int> Path(const Array<int>& steps, int neighbors, int end, std::uint64_t s
 void BindImages(py::module_& module) {
   ForEachType([&module]<typename T>(std::type_identity<T>) {
     module.def("label", &Label<T>, py::arg("values").noconvert(), py::arg("neighbors"), py::arg("transposed"),
-               py::arg("threads"));
+               py::arg("threads"), py::arg("progress"));
     module.def("steps_in_mask", &Steps<T>, py::arg("mask").noconvert(), py::arg("neighbors"),
-               py::arg("start").noconvert());
+               py::arg("start").noconvert(), py::arg("progress"));
     module.def("euler_number", &EulerNumber<T>, py::arg("values").noconvert(), py::arg("closed_cells"),
                py::arg("threads"));
     module.def("changed_mask", &ChangedMask<T>, py::arg("mask").noconvert(), py::arg("dilating"), py::arg("elements"),
-               py::arg("threads"));
+               py::arg("threads"), py::arg("progress"));
   });
   module.def("path_by_steps", &Path, py::arg("steps").noconvert(), py::arg("neighbors"), py::arg("end"),
              py::arg("seed"));
-  module.def("body_sizes", &BodySizes, py::arg("labels").noconvert(), py::arg("n"), py::arg("threads"));
+  module.def("body_sizes", &BodySizes, py::arg("labels").noconvert(), py::arg("n"), py::arg("threads"),
+             py::arg("progress"));
 }
 
 }  // namespace kestrum::python

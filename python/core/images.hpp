@@ -27,7 +27,7 @@ void ForEachType(const Bind& bind) {
 // Runs work(progress), which gives a status, without the interpreter. Ctrl-C ends it, unless it has few operations: a
 // thread to watch from would take longer than these. report: None, or a callable that gets the fraction done.
 template <typename Work>
-void RunOperations(double operations, const Work& work, const py::object& report = py::none()) {
+void RunOperations(double operations, const py::object& report, const Work& work) {
   constexpr double kMany = 1e7;
   Monitor monitor;
   const Progress progress(&monitor.record, &Monitor::Update, true, true);

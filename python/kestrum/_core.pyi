@@ -85,28 +85,28 @@ def project_out_drift(matrix: _Floats, drift: _Floats, projection: _Floats, thre
 
     matrix: A; drift: the columns of F as rows.
     """
-def label(values: NDArray[Any], neighbors: int, transposed: bool, threads: int) -> tuple[NDArray[np.int32], int]:
+def label(values: NDArray[Any], neighbors: int, transposed: bool, threads: int, progress: _Progress) -> tuple[NDArray[np.int32], int]:
     """values: uint8, int32, float32 or float64. neighbors: 6, 18 or 26, also of one layer."""
-def steps_in_mask(mask: NDArray[Any], neighbors: int, start: NDArray[np.int32]) -> NDArray[np.int32]:
+def steps_in_mask(mask: NDArray[Any], neighbors: int, start: NDArray[np.int32], progress: _Progress) -> NDArray[np.int32]:
     """mask: as the values of label. start: nodes by number."""
 def path_by_steps(steps: NDArray[np.int32], neighbors: int, end: int, seed: int) -> NDArray[np.int32]:
     """The nodes by number, from the end to the last before a start."""
 def euler_number(values: NDArray[Any], closed_cells: bool, threads: int) -> int: ...
 def distance(mask: NDArray[Any], spacing: Sequence[float], manhattan: bool, is_signed: bool, distance: NDArray[Any], threads: int,
-             beyond: NDArray[np.int32] | None = None, row_length: int = 0) -> None:
+             progress: _Progress, beyond: NDArray[np.int32] | None = None, row_length: int = 0) -> None:
     """mask: as the values of label. spacing: along x, y and z. distance: out; float32 or float64, of the mask's shape. beyond: where the mask is a part
     of rows of row_length nodes, the steps from each row's first node back to the nearest true one before it, and from its last node on; 0 without one."""
-def label_depth(labels: NDArray[np.int32], spacing: Sequence[float], manhattan: bool, threads: int) -> NDArray[np.float64]:
+def label_depth(labels: NDArray[np.int32], spacing: Sequence[float], manhattan: bool, threads: int, progress: _Progress) -> NDArray[np.float64]:
     """The distance from each label other than 0 to the nearest node of another or none. spacing: along x, y and z."""
-def nearest_label(labels: NDArray[np.int32], spacing: Sequence[float], manhattan: bool, threads: int) -> tuple[NDArray[np.float64], NDArray[np.int32]]:
+def nearest_label(labels: NDArray[np.int32], spacing: Sequence[float], manhattan: bool, threads: int, progress: _Progress) -> tuple[NDArray[np.float64], NDArray[np.int32]]:
     """The distance to the nearest label other than 0, and that label. spacing: along x, y and z."""
-def area_means(image: NDArray[Any], shape: Sequence[int], threads: int) -> NDArray[np.float64]:
+def area_means(image: NDArray[Any], shape: Sequence[int], threads: int, progress: _Progress) -> NDArray[np.float64]:
     """Means over the cells of another grid of the same box. image: as that of box_mean."""
-def box_mean(image: NDArray[Any], sides: Sequence[int], threads: int) -> NDArray[np.float64]:
+def box_mean(image: NDArray[Any], sides: Sequence[int], threads: int, progress: _Progress) -> NDArray[np.float64]:
     """image: uint8, int32, float32 or float64. sides: along x, y and z."""
-def body_sizes(labels: NDArray[np.int32], n: int, threads: int) -> NDArray[np.int32]:
+def body_sizes(labels: NDArray[np.int32], n: int, threads: int, progress: _Progress) -> NDArray[np.int32]:
     """Rows of size and of extents along z, y and x, of the labels 1 to n. None is larger than n."""
-def otsu(values: NDArray[Any], classes: int, threads: int) -> tuple[NDArray[np.float64], int, bool]:
+def otsu(values: NDArray[Any], classes: int, threads: int, progress: _Progress) -> tuple[NDArray[np.float64], int, bool]:
     """The cuts, how many values are distinct (or at least `classes`), and whether one is infinite. values: as label."""
 def connectivity_curves(images: NDArray[Any], thresholds: NDArray[np.float64], neighbors: int, above: bool, threads: int, progress: _Progress) -> NDArray[np.float64]:
     """A row for each image, of values as those of label, along the first axis. thresholds: not decreasing."""
@@ -116,11 +116,11 @@ def measure_bodies(codes: NDArray[np.int16], n: int, neighbors: int, above: bool
 def two_point_sums(image: NDArray[np.float64], statistic: str, max_lag: Sequence[int], threads: int, progress: _Progress) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
     """The sums over the pairs of each lag, of four axes, and the numbers of pairs: of squared differences for a variogram; else of products, then of tails, heads
     and their squares. statistic: variogram, covariance, noncentered or correlogram. max_lag: along z, y and x."""
-def find_categories(values: NDArray[Any]) -> NDArray[np.float64] | None:
+def find_categories(values: NDArray[Any], progress: _Progress) -> NDArray[np.float64] | None:
     """The distinct values of those of label, increasing; None if there are more than 255."""
-def code_categories(values: NDArray[Any], categories: NDArray[np.float64], threads: int) -> NDArray[np.int16]:
+def code_categories(values: NDArray[Any], categories: NDArray[np.float64], threads: int, progress: _Progress) -> NDArray[np.int16]:
     """The number of each value among the categories, or -1."""
-def code_by_cuts(values: NDArray[Any], cuts: NDArray[np.float64], threads: int) -> NDArray[np.int16]:
+def code_by_cuts(values: NDArray[Any], cuts: NDArray[np.float64], threads: int, progress: _Progress) -> NDArray[np.int16]:
     """How many of the cuts, which increase, are at or below each value; -1 at NaN."""
 def category_pairs(codes: NDArray[np.int16], n: int, max_lag: Sequence[int], threads: int, progress: _Progress) -> NDArray[np.int64]:
     """Pairs by the categories of tail and head, 0 to n - 1, and by lag: five axes. max_lag: along z, y and x."""
@@ -130,10 +130,10 @@ def chain_categories(transitions: NDArray[np.int64]) -> NDArray[np.int32]:
     """The categories in an order in which those with many transitions between them are near."""
 def alike_pairs(labels: NDArray[np.int32], max_lag: Sequence[int], threads: int, progress: _Progress) -> NDArray[np.int64]:
     """Pairs of one label other than 0, by lag."""
-def reduce(image: NDArray[np.float64], threads: int) -> NDArray[np.float64]: ...
-def expand(image: NDArray[np.float64], finer: list[bool], threads: int) -> NDArray[np.float64]: ...
+def reduce(image: NDArray[np.float64], threads: int, progress: _Progress) -> NDArray[np.float64]: ...
+def expand(image: NDArray[np.float64], finer: list[bool], threads: int, progress: _Progress) -> NDArray[np.float64]: ...
 def kmeans(features: NDArray[np.float64], centers: NDArray[np.float64], max_iterations: int, tolerance: float, restarts: int, seed: int,
            threads: int, progress: _Progress) -> tuple[NDArray[np.int32], float]:
     """Labels and inertia; centers is in and out. restarts: 0 begins with the centres that are there."""
-def changed_mask(mask: NDArray[Any], dilating: bool, elements: Sequence[NDArray[np.int32]], threads: int) -> NDArray[np.uint8]:
+def changed_mask(mask: NDArray[Any], dilating: bool, elements: Sequence[NDArray[np.int32]], threads: int, progress: _Progress) -> NDArray[np.uint8]:
     """mask: as the values of label. elements: rows of offsets along x, y and z, one element after the other."""

@@ -271,12 +271,11 @@ def fit_variogram(variogram: Variogram, model: Any, weights: Any, fixed: Any, pr
     lags = lag[:, None] * np.repeat(variogram._axes(), found.sum(axis=1), axis=0)
     fits, counts, refused = [], [], []
     with _progress.shown(progress, "fit") as report:
-        for k, candidate in enumerate(candidates):
+        for candidate, step in zip(candidates, _progress.steps(report, len(candidates))):
             try:
                 form = Form(candidate, names, variogram.dimension, 0.1 * lag.min(), 3.0 * lag.max())
                 count = len(form.free) + int(form.sill_free.sum())
                 _require_told(form, variogram, int(found.sum()), count)
-                step = _progress.part(report, k / len(candidates), (k + 1) / len(candidates))
                 fits.append(_least_squares(form, lags, gamma, weight, step))
                 counts.append(count)
             except (DataError, ModelError) as error:

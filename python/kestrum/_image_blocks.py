@@ -255,7 +255,7 @@ def label(name: str, image: Any, connectivity: Any, threads: Any) -> tuple[Any, 
 
 
 def _labelled(block: NDArray[Any], neighbors: int, threads: int) -> tuple[NDArray[np.int32], int]:
-    return _core.label(as_truth(_door.array("mask", block)), neighbors, False, threads)
+    return _core.label(as_truth(_door.array("mask", block)), neighbors, False, threads, None)
 
 
 def _renumbered(block: NDArray[Any], neighbors: int, threads: int, numbers: NDArray[np.int32]) -> NDArray[np.int32]:

@@ -2,23 +2,24 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door, _memory
+from . import _core, _door, _memory, _progress
 from ._errors import ArgumentError, DataError
 from ._image_door import as_categories, as_image, as_sides, in_order, is_flipped, like, require_few, require_numbers
-from ._watch import watched
+from ._watch import in_c_order, watched
 
 if TYPE_CHECKING:
     import pandas as pd
     import xarray as xr
 
 
-def categorize(image: ArrayLike, cuts: ArrayLike, *, threads: int | None = None) -> NDArray[np.int16]:
+def categorize(image: ArrayLike, cuts: ArrayLike, *,
+               threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[np.int16]:
     """Put the values of an image in classes.
 
     Parameters
@@ -30,6 +31,8 @@ def categorize(image: ArrayLike, cuts: ArrayLike, *, threads: int | None = None)
         Between the classes, increasing, as `otsu` or `proportion_cuts` gives them; a value at a cut belongs above it.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -54,12 +57,14 @@ def categorize(image: ArrayLike, cuts: ArrayLike, *, threads: int | None = None)
     if not (np.diff(limits) > 0).all():
         raise ArgumentError(f"cuts is {_door.show(cuts)}, but must increase. Sort them, and take each once.")
     ordered, flipped = in_order("image", values)
-    codes = _core.code_by_cuts(ordered, limits, _door.threads(threads, ordered.size))
+    with _progress.shown(progress, "classes") as report:
+        codes = _core.code_by_cuts(ordered, limits, _door.threads(threads, ordered.size), report)
     result: NDArray[np.int16] = like(image, codes.T if flipped else codes, "category")
     return result
 
 
-def proportion_cuts(values: ArrayLike, proportions: ArrayLike, *, threads: int | None = None) -> NDArray[np.float64]:
+def proportion_cuts(values: ArrayLike, proportions: ArrayLike, *,
+                    threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[np.float64]:
     """Cuts that give classes the proportions asked for.
 
     Parameters
@@ -70,6 +75,8 @@ def proportion_cuts(values: ArrayLike, proportions: ArrayLike, *, threads: int |
         Of each class from the lowest, above 0. Their sum is 1.
     threads : int, optional
         The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -94,30 +101,44 @@ def proportion_cuts(values: ArrayLike, proportions: ArrayLike, *, threads: int |
     _door.threads(threads)
     if shares.ndim != 1 or shares.size < 2 or not (shares > 0).all() or abs(shares.sum() - 1.0) > 1e-9:
         raise ArgumentError(f"proportions is {_door.show(proportions)}, but must be a list of numbers above 0, two at least, whose sum is 1.")
-    return watched(given.size, _cuts, given.reshape(-1), shares)
+    with _progress.shown(progress, "cuts") as report:
+        return _cuts(given.reshape(-1), shares, report)
 
 
-def _cuts(values: NDArray[Any], shares: NDArray[np.float64]) -> NDArray[np.float64]:
-    known = values[values == values]
+def _cuts(values: NDArray[Any], shares: NDArray[np.float64], report: _progress.Report) -> NDArray[np.float64]:
+    known = watched(values.size, _known, values)
     n = known.size
     if n == 0:
         raise DataError("values has no numbers but NaN.")
     below = np.cumsum(shares)[:-1] * n
     places = np.minimum(below.astype(np.int64), n - 1)
-    known = np.partition(known, np.unique(places))
-    cuts = []
+    known = watched(n, lambda: np.partition(known, np.unique(places)))
+    cuts: list[float] = []
     for wanted, place in zip(below, places):
-        cut = known[place]
-        under, above = np.count_nonzero(known < cut), known[known > cut]
-        # The next distinct value has all of those at the cut below it. Of two alike to rounding the first is taken.
-        nearer = above.size > 0 and n - above.size - wanted < wanted - under - 1e-12 * n
-        cuts.append(float(above.min() if nearer else cut))
+        if report is not None:
+            report(0.5 + 0.5 * len(cuts) / len(below))
+        cuts.append(watched(n, _nearest, known, known[place], wanted))
     if len(set(cuts)) < len(cuts):
         raise DataError(f"values has too few distinct numbers for {shares.size:,} classes of these proportions. Ask for fewer classes.")
     return np.array(cuts)
 
 
-def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, *, threads: int | None = None) -> pd.DataFrame:
+def _known(values: NDArray[Any]) -> NDArray[Any]:
+    known: NDArray[Any] = values[values == values]
+    return known
+
+
+def _nearest(known: NDArray[Any], cut: Any, wanted: float) -> float:
+    """A value, or the next distinct one, whichever has a number of values below it nearer to that wanted."""
+    n = known.size
+    under, above = np.count_nonzero(known < cut), known[known > cut]
+    # The next one has all of those at the cut below it. Of two alike to rounding the first is taken.
+    nearer = above.size > 0 and n - above.size - wanted < wanted - under - 1e-12 * n
+    return float(above.min() if nearer else cut)
+
+
+def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, *,
+                         threads: int | None = None, progress: bool | Callable[[float], object] = False) -> pd.DataFrame:
     """How many nodes each category has.
 
     Parameters
@@ -128,6 +149,8 @@ def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, 
         As those of `transiogram`.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -151,13 +174,23 @@ def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, 
     import pandas as pd
 
     given = as_image("image", image)
-    codes, names = as_categories("image", given, categories, _door.threads(threads, given.size))
-    nodes = watched(codes.size, lambda: np.array([np.count_nonzero(codes == code) for code in range(len(names))], np.int64))
+    with _progress.shown(progress, "proportions") as report:
+        codes, names = as_categories("image", given, categories, _door.threads(threads, given.size), _progress.part(report, 0.0, 0.5))
+        nodes = np.zeros(len(names), np.int64)
+        for code in range(len(names)):
+            nodes[code] = watched(codes.size, _count, codes, code)
+            if report is not None:
+                report(0.5 + 0.5 * (code + 1) / len(names))
     with np.errstate(invalid="ignore"):
         return pd.DataFrame({"nodes": nodes, "proportion": nodes / nodes.sum()}, pd.Index(names, name="category"))
 
 
-def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: ArrayLike | None = None, *, threads: int | None = None) -> xr.DataArray:
+def _count(codes: NDArray[np.int16], code: int) -> int:
+    return np.count_nonzero(codes == code)
+
+
+def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: ArrayLike | None = None, *,
+                   threads: int | None = None, progress: bool | Callable[[float], object] = False) -> xr.DataArray:
     """The proportion of each category in the box about each node.
 
     Parameters
@@ -170,6 +203,8 @@ def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: Arra
         As those of `transiogram`.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -192,25 +227,32 @@ def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: Arra
     given = as_image("image", image)
     sides = as_sides(size, given.shape)
     nthreads = _door.threads(threads, given.size)
-    codes, names = as_categories("image", given, categories, nthreads)
+    with _progress.shown(progress, "proportions") as report:
+        return _proportions(image, given, sides, categories, nthreads, report)
+
+
+def _proportions(image: Any, given: NDArray[Any], sides: list[int], categories: Any, nthreads: int, report: _progress.Report) -> xr.DataArray:
+    import xarray as xr
+
+    codes, names = as_categories("image", given, categories, nthreads, _progress.part(report, 0.0, 0.1))
     _memory.require(8 * len(names) * given.size, f"proportions of {len(names):,} categories", "Take a part of the image.")
     flipped = is_flipped(codes)
     nodes = codes.T if flipped else codes
     missing = nodes < 0
     complete = not missing.any()
     shares = np.empty((len(names), *codes.shape))
-    for code, share in enumerate(shares):
+    for code, (share, step) in enumerate(zip(shares, _progress.steps(_progress.part(report, 0.1, 1.0), len(names)))):
         own = nodes == code
         indicator = own.view(np.uint8) if complete else np.where(missing, np.float32(np.nan), own)
-        means = _core.box_mean(indicator, [*(sides if flipped else sides[::-1]), 1][:3], nthreads)
+        means = _core.box_mean(indicator, [*(sides if flipped else sides[::-1]), 1][:3], nthreads, step)
         share[...] = means.T if flipped else means
-    frame: Any = image
-    dims = frame.dims if _door.is_xarray(image) else ("z", "y", "x")[-given.ndim:]
-    coords = dict(frame.coords) if _door.is_xarray(image) else {}
+    dims = image.dims if _door.is_xarray(image) else ("z", "y", "x")[-given.ndim:]
+    coords = dict(image.coords) if _door.is_xarray(image) else {}
     return xr.DataArray(shares, {**coords, "category": names}, ("category", *dims), "proportion")
 
 
-def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axes: Sequence[int] | None = None, threads: int | None = None) -> NDArray[Any]:
+def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axes: Sequence[int] | None = None,
+                   threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[Any]:
     """Put categories in an order in which those often next to each other are near.
 
     Parameters
@@ -223,6 +265,8 @@ def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axe
         Along which neighbours count. By default all axes of more than one node.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -248,11 +292,12 @@ def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axe
         if not along or any(given.shape[axis] < 2 for axis in along):
             raise ArgumentError(f"axes is {_door.show(axes)}, but must be axes of more than one node.")
     nthreads = _door.threads(threads, given.size)
-    codes, names = as_categories("image", given, categories, nthreads)
-    codes = np.ascontiguousarray(codes)
-    transitions = np.zeros((len(names), len(names)), np.int64)
-    for axis in along:
-        lags = [0] * (3 - given.ndim) + [int(axis == other) for other in range(given.ndim)]
-        transitions += _core.category_pairs(codes, len(names), lags, nthreads, None).reshape(*transitions.shape, 3)[..., 2]
+    with _progress.shown(progress, "order") as report:
+        codes, names = as_categories("image", given, categories, nthreads, _progress.part(report, 0.0, 0.3))
+        codes = in_c_order(codes)
+        transitions = np.zeros((len(names), len(names)), np.int64)
+        for axis, step in zip(along, _progress.steps(_progress.part(report, 0.3, 1.0), len(along))):
+            lags = [0] * (3 - given.ndim) + [int(axis == other) for other in range(given.ndim)]
+            transitions += _core.category_pairs(codes, len(names), lags, nthreads, step).reshape(*transitions.shape, 3)[..., 2]
     order: NDArray[Any] = names[_core.chain_categories(transitions)]
     return order

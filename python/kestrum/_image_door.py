@@ -9,7 +9,7 @@ from typing import Any, Literal, TypeVar, cast
 import numpy as np
 from numpy.typing import NDArray
 
-from . import _core, _door, _lazy, _memory
+from . import _core, _door, _lazy, _memory, _progress
 from ._errors import ArgumentError, ArgumentTypeError, DataError
 from ._watch import in_c_order, watched
 
@@ -109,14 +109,15 @@ def is_complete(name: str, values: NDArray[Any]) -> bool:
     return complete
 
 
-def as_categories(name: str, given: NDArray[Any], categories: Any, threads: int) -> tuple[NDArray[np.int16], NDArray[Any]]:
+def as_categories(name: str, given: NDArray[Any], categories: Any, threads: int,
+                  report: _progress.Report = None) -> tuple[NDArray[np.int16], NDArray[Any]]:
     """Codes of an image, of its shape and in its order, and the categories that they number."""
     values, flipped = in_order(name, given)
     if categories is None:
-        numbers, names = distinct_values(name, [_core.find_categories(values)], given.dtype)
+        numbers, names = distinct_values(name, [_core.find_categories(values, _progress.part(report, 0.0, 0.5))], given.dtype)
     else:
         numbers, names = listed_categories(categories)
-    return _coded(values, flipped, numbers, threads), names
+    return _coded(values, flipped, numbers, threads, _progress.part(report, 0.5, 1.0)), names
 
 
 def distinct_values(name: str, parts: list[NDArray[np.float64] | None], kind: np.dtype[Any]) -> tuple[NDArray[np.float64], NDArray[Any]]:
@@ -145,8 +146,9 @@ def category_codes(name: str, given: NDArray[Any], numbers: NDArray[np.float64],
     return _coded(*in_order(name, given), numbers, threads)
 
 
-def _coded(values: NDArray[Any], flipped: bool, numbers: NDArray[np.float64], threads: int) -> NDArray[np.int16]:
-    codes = _core.code_categories(values, numbers, threads)
+def _coded(values: NDArray[Any], flipped: bool, numbers: NDArray[np.float64], threads: int,
+           report: _progress.Report = None) -> NDArray[np.int16]:
+    codes = _core.code_categories(values, numbers, threads, report)
     return codes.T if flipped else codes
 
 

@@ -251,7 +251,7 @@ def _categories(values: Any, categories: Any) -> tuple[NDArray[np.float64], NDAr
 
 
 def _distinct(values: NDArray[Any], _: int) -> NDArray[np.float64] | None:
-    return _core.find_categories(in_order("image", values)[0])
+    return _core.find_categories(in_order("image", values)[0], None)
 
 
 def _transitions(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, numbers: NDArray[np.float64],

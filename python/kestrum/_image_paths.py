@@ -2,17 +2,19 @@
 
 from __future__ import annotations
 
+from collections.abc import Callable
 from typing import Any
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door
+from . import _core, _door, _progress
 from ._errors import ArgumentError, DataError
 from ._image_door import Connectivity, as_image, as_neighbors, as_truth, is_flipped, is_true, like
 
 
-def geodesic_steps(mask: ArrayLike, start: ArrayLike, connectivity: Connectivity | None = None, *, threads: int | None = None) -> NDArray[np.int32]:
+def geodesic_steps(mask: ArrayLike, start: ArrayLike, connectivity: Connectivity | None = None, *,
+                   threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[np.int32]:
     """The least number of steps to each node from some nodes, by true nodes alone.
 
     Parameters
@@ -25,6 +27,8 @@ def geodesic_steps(mask: ArrayLike, start: ArrayLike, connectivity: Connectivity
         To how many neighbours a step may lead: 4 (by default) or 8 in two dimensions, 6 (by default), 18 or 26 in three.
     threads : int, optional
         The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -44,12 +48,12 @@ def geodesic_steps(mask: ArrayLike, start: ArrayLike, connectivity: Connectivity
            [ 1, -1,  5],
            [ 0, -1,  6]], dtype=int32)
     """
-    steps: NDArray[np.int32] = like(mask, _steps(mask, start, connectivity, threads)[0], "steps")
+    steps: NDArray[np.int32] = like(mask, _steps(mask, start, connectivity, threads, progress)[0], "steps")
     return steps
 
 
 def shortest_path(mask: ArrayLike, start: ArrayLike, end: ArrayLike, connectivity: Connectivity | None = None, *, seed: int = 1,
-                  threads: int | None = None) -> NDArray[np.int64]:
+                  threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[np.int64]:
     """A path of the fewest steps between nodes, by true nodes alone.
 
     Parameters
@@ -66,6 +70,8 @@ def shortest_path(mask: ArrayLike, start: ArrayLike, end: ArrayLike, connectivit
         likely as the others.
     threads : int, optional
         The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -85,7 +91,7 @@ def shortest_path(mask: ArrayLike, start: ArrayLike, end: ArrayLike, connectivit
            [1, 2]])
     """
     number = _door.whole("seed", seed, 0, 2**64 - 1)
-    steps, starts, neighbors = _steps(mask, start, connectivity, threads)
+    steps, starts, neighbors = _steps(mask, start, connectivity, threads, progress)
     ends = _places("end", end, steps)
     apart = steps[tuple(ends.T)]
     reached = np.flatnonzero(apart >= 0)
@@ -103,7 +109,7 @@ def shortest_path(mask: ArrayLike, start: ArrayLike, end: ArrayLike, connectivit
     return path[::-1].astype(np.int64)
 
 
-def _steps(mask: ArrayLike, start: Any, connectivity: Any, threads: Any) -> tuple[NDArray[np.int32], NDArray[np.int64], int]:
+def _steps(mask: ArrayLike, start: Any, connectivity: Any, threads: Any, progress: _progress.Progress) -> tuple[NDArray[np.int32], NDArray[np.int64], int]:
     """The numbers of steps, in the order of the mask, the starts, and the number of neighbours."""
     image = as_image("mask", mask)
     neighbors = as_neighbors(connectivity, image.ndim)
@@ -112,7 +118,8 @@ def _steps(mask: ArrayLike, start: Any, connectivity: Any, threads: Any) -> tupl
     flipped = is_flipped(image)
     values = as_truth(image.T if flipped else image)
     along = starts[:, ::-1] if flipped else starts
-    steps = _core.steps_in_mask(values, neighbors, np.ravel_multi_index(tuple(along.T), values.shape).astype(np.int32))
+    with _progress.shown(progress, "steps") as report:
+        steps = _core.steps_in_mask(values, neighbors, np.ravel_multi_index(tuple(along.T), values.shape).astype(np.int32), report)
     return steps.T if flipped else steps, starts, neighbors
 
 

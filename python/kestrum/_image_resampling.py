@@ -3,20 +3,21 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 from functools import partial
 from typing import Any, Literal
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door
+from . import _core, _door, _progress
 from ._errors import ArgumentError, DataError
 from ._image_door import as_categories, as_image, in_order, per_axis
 from ._watch import MANY, watched
 
 
-def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["mean", "nearest", "mode"] = "mean", threads: int | None = None) -> NDArray[Any]:
+def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["mean", "nearest", "mode"] = "mean",
+             threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[Any]:
     """The same box in more or fewer cells.
 
     Parameters
@@ -31,6 +32,8 @@ def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["m
         as of the type of the image; or the category that has the most of it, the smallest of several, of 255 at most.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -61,12 +64,13 @@ def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["m
     if given.size == 0:
         raise DataError("image has no nodes.")
     result: NDArray[Any]
-    if method == "nearest":
-        result = watched(math.prod(sizes), _nearest, given, sizes)
-    elif method == "mean":
-        result = _means(given, sizes, nthreads)
-    else:
-        result = _modes(given, sizes, nthreads)
+    with _progress.shown(progress, "resampling") as report:
+        if method == "nearest":
+            result = watched(math.prod(sizes), _nearest, given, sizes)
+        elif method == "mean":
+            result = _means(given, sizes, nthreads, report)
+        else:
+            result = _modes(given, sizes, nthreads, report)
     framed: NDArray[Any] = _framed(image, result) if _door.is_xarray(image) else result
     return framed
 
@@ -80,19 +84,20 @@ def _nearest(given: NDArray[Any], sizes: list[int]) -> NDArray[Any]:
     return result
 
 
-def _means(values: NDArray[Any], sizes: list[int], threads: int) -> NDArray[np.float64]:
+def _means(values: NDArray[Any], sizes: list[int], threads: int, report: _progress.Report) -> NDArray[np.float64]:
     ordered, flipped = in_order("image", values)
-    means = _core.area_means(ordered, sizes[::-1] if flipped else sizes, threads)
+    means = _core.area_means(ordered, sizes[::-1] if flipped else sizes, threads, report)
     return means.T if flipped else means
 
 
-def _modes(given: NDArray[Any], sizes: list[int], threads: int) -> NDArray[Any]:
-    codes, names = as_categories("image", given, None, threads)
+def _modes(given: NDArray[Any], sizes: list[int], threads: int, report: _progress.Report) -> NDArray[Any]:
+    codes, names = as_categories("image", given, None, threads, _progress.part(report, 0.0, 0.2))
+    steps = _progress.steps(_progress.part(report, 0.2, 1.0), len(names))
     best = np.zeros(sizes)
     result = np.full(sizes, np.nan if given.dtype.kind == "f" else 0, names.dtype)
     known = np.zeros(sizes)
-    for code, name in enumerate(names):
-        share = _means((codes == code).view(np.uint8), sizes, threads)
+    for code, (name, step) in enumerate(zip(names, steps)):
+        share = _means((codes == code).view(np.uint8), sizes, threads, step)
         more = share > best + 1e-12
         result[more] = name
         best[more] = share[more]

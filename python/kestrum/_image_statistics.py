@@ -307,7 +307,7 @@ def body_curves(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity
         if limits.size > 32766:
             raise ArgumentError(f"thresholds has {limits.size:,} numbers, but may have at most 32,766.")
         # A value above a threshold is at or above the next number.
-        codes = _core.code_by_cuts(part, np.nextafter(limits, np.inf), nthreads)
+        codes = _core.code_by_cuts(part, np.nextafter(limits, np.inf), nthreads, None)
         return _core.measure_bodies(codes, limits.size, neighbors, above, nthreads, report)
 
     values, dims, coords, flipped = _by_threshold(image, thresholds, connectivity, bodies, threads, progress, curves)
@@ -376,7 +376,8 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
     return values, (dim, "threshold"), coords, False
 
 
-def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) -> list[NDArray[np.float64]]:
+def pyramid(image: ArrayLike, levels: int = 1, *,
+            threads: int | None = None, progress: bool | Callable[[float], object] = False) -> list[NDArray[np.float64]]:
     """Smaller and smaller images: the Gaussian pyramid.
 
     Parameters
@@ -387,6 +388,8 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
         How many images to make, each of the one before.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -415,9 +418,10 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
     if values.size == 0:
         raise DataError("image has no nodes.")
     reduced, results = in_c_order(values, np.float64), []
-    for _ in range(count):
-        reduced = _core.reduce(reduced, nthreads)
-        results.append(reduced)
+    with _progress.shown(progress, "pyramid") as report:
+        for step in _progress.steps(report, count, 0.5 ** values.ndim):
+            reduced = _core.reduce(reduced, nthreads, step)
+            results.append(reduced)
     if not _door.is_xarray(image):
         return results
     given: Any = image
@@ -428,7 +432,8 @@ def pyramid(image: ArrayLike, levels: int = 1, *, threads: int | None = None) ->
     return frames
 
 
-def expand(image: ArrayLike, shape: Sequence[int], *, threads: int | None = None) -> NDArray[np.float64]:
+def expand(image: ArrayLike, shape: Sequence[int], *,
+           threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[np.float64]:
     """The way back along a pyramid: an image of the shape of the level before.
 
     Parameters
@@ -439,6 +444,8 @@ def expand(image: ArrayLike, shape: Sequence[int], *, threads: int | None = None
         Of the result: along each axis as many nodes as the image has, n, or 2 n - 1 or 2 n.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -473,11 +480,13 @@ def expand(image: ArrayLike, shape: Sequence[int], *, threads: int | None = None
     # An even side ends between two nodes, the second of which repeats the end.
     repeats = [int(side == 2 * n > n) for side, n in zip(sides, values.shape)]
     repeated = watched(values.size, np.pad, values, [(0, ends) for ends in repeats], "edge") if any(repeats) else values
-    finer: Floats = _core.expand(in_c_order(repeated, np.float64), [side != n for side, n in zip(sides, values.shape)], nthreads)
+    with _progress.shown(progress, "expansion") as report:
+        finer: Floats = _core.expand(in_c_order(repeated, np.float64), [side != n for side, n in zip(sides, values.shape)], nthreads, report)
     return finer[tuple(map(slice, sides))]
 
 
-def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> NDArray[np.float64]:
+def otsu(values: ArrayLike, classes: int = 2, *,
+         threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[np.float64]:
     """Thresholds that cut values into classes as different as can be.
 
     Parameters
@@ -489,6 +498,8 @@ def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> 
         At least 2, and at most as many as there are distinct values.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -513,7 +524,8 @@ def otsu(values: ArrayLike, classes: int = 2, *, threads: int | None = None) -> 
     require_few("values", given)
     count = _door.whole("classes", classes, 2, 2**16)
     _memory.require(4 * (count - 2) * min(given.size, 2**16), f"the search for {count:,} classes", "Ask for fewer classes.")
-    cuts, distinct, infinite = _core.otsu(readable("values", given).ravel("K"), count, _door.threads(threads, given.size * count))
+    with _progress.shown(progress, "thresholds") as report:
+        cuts, distinct, infinite = _core.otsu(readable("values", given).ravel("K"), count, _door.threads(threads, given.size * count), report)
     if infinite:
         raise DataError("values has infinite numbers, but they must be finite or NaN. Leave them out.")
     if distinct < count:

@@ -10,7 +10,7 @@ from typing import TYPE_CHECKING, Any, Literal
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _door, _image_blocks, _lazy
+from . import _core, _door, _image_blocks, _lazy, _progress
 from ._errors import ArgumentError, DataError, warn
 from ._image_door import Connectivity, as_image, as_neighbors, as_sides, as_truth, in_order, is_flipped, is_true, like, per_axis
 from ._watch import in_c_order, watched
@@ -19,7 +19,8 @@ if TYPE_CHECKING:
     import pandas as pd
 
 
-def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads: int | None = None) -> tuple[NDArray[np.int32], int]:
+def label(mask: ArrayLike, connectivity: Connectivity | None = None, *,
+          threads: int | None = None, progress: bool | Callable[[float], object] = False) -> tuple[NDArray[np.int32], int]:
     """Number the geobodies of a mask: its connected sets of nodes.
 
     Parameters
@@ -33,6 +34,9 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
         How many neighbours a node has: 4 (by default) or 8 in two dimensions, 6 (by default), 18 or 26 in three.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of a Dask array it
+        shows nothing: Dask has bars of its own.
 
     Returns
     -------
@@ -65,14 +69,15 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads:
     neighbors = as_neighbors(connectivity, image.ndim)
     nthreads = _door.threads(threads, image.size)
     flipped = is_flipped(image)
-    if image.size:
-        labels, count = _core.label(as_truth(image.T if flipped else image), neighbors, flipped, nthreads)
-    else:
-        labels, count = np.zeros(image.shape, np.int32), 0
+    with _progress.shown(progress, "labels") as report:
+        if image.size:
+            labels, count = _core.label(as_truth(image.T if flipped else image), neighbors, flipped, nthreads, report)
+        else:
+            labels, count = np.zeros(image.shape, np.int32), 0
     return like(mask, labels, "label"), count
 
 
-def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> pd.DataFrame:
+def body_sizes(labels: ArrayLike, *, threads: int | None = None, progress: bool | Callable[[float], object] = False) -> pd.DataFrame:
     """Sizes and extents of labelled bodies.
 
     Parameters
@@ -82,6 +87,8 @@ def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> pd.DataFrame
         read in place.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -103,31 +110,37 @@ def body_sizes(labels: ArrayLike, *, threads: int | None = None) -> pd.DataFrame
     2     3         1         2         2
     """
     image = as_image("labels", labels)
-    return watched(image.size, _sizes, image, _door.threads(threads, image.size))
+    with _progress.shown(progress, "sizes") as report:
+        return _sizes(image, _door.threads(threads, image.size), report)
 
 
-def _sizes(image: NDArray[Any], nthreads: int) -> pd.DataFrame:
+def _sizes(image: NDArray[Any], nthreads: int, report: _progress.Report) -> pd.DataFrame:
     import pandas as pd
 
     if image.dtype.kind == "f":
-        unfit = image[(np.trunc(image) != image) & ~np.isnan(image) | (np.abs(image) >= 2**53)]
+        unfit = image[watched(image.size, _unfit, image)]
         if unfit.size:
             raise DataError(f"labels has the value {_door.show(unfit[0])}, but must be whole numbers. Give what label() returns.")
         image = watched(image.size, lambda: np.nan_to_num(image).astype(np.int64))
     # The engine's table has a row for each label to the largest. Labels that would make it long are renumbered, 0 with them.
-    least, count = (int(image.min()), int(image.max())) if image.size else (0, 0)
+    least, count = watched(image.size, lambda: (int(image.min()), int(image.max()))) if image.size else (0, 0)
     if least < 0 or count > image.size:
-        names, places = np.unique(image, return_inverse=True)
-        numbers = np.ascontiguousarray(places.reshape(image.shape) + 1, np.int32)
+        names, places = watched(image.size, lambda: np.unique(image, return_inverse=True))
+        numbers = watched(image.size, lambda: np.ascontiguousarray(places.reshape(image.shape) + 1, np.int32))
         count = len(names)
     else:
         numbers = in_c_order(image, np.int32)
         names = np.arange(1, count + 1)
-    table = watched(image.size, _core.body_sizes, numbers, count, nthreads) if count else np.empty((4, 0), np.int32)
+    table = _core.body_sizes(numbers, count, nthreads, report) if count else np.empty((4, 0), np.int32)
     there = (table[0] > 0) & (names != 0)
     index = pd.Index(names[there], name="label")
     columns = ("size", "extent_z", "extent_y", "extent_x")
     return pd.DataFrame({name: row[there].astype(np.int64) for name, row in zip(columns, table)}, index)
+
+
+def _unfit(values: NDArray[Any]) -> NDArray[np.bool_]:
+    unfit: NDArray[np.bool_] = (np.trunc(values) != values) & ~np.isnan(values) | (np.abs(values) >= 2**53)
+    return unfit
 
 
 def euler_number(mask: ArrayLike, connectivity: Connectivity | None = None, *, threads: int | None = None) -> int:
@@ -166,7 +179,8 @@ def euler_number(mask: ArrayLike, connectivity: Connectivity | None = None, *, t
 
 
 def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric: Literal["euclidean", "manhattan"] = "euclidean",
-             signed: bool = False, dtype: Literal["float64", "float32"] = "float64", threads: int | None = None) -> NDArray[Any]:
+             signed: bool = False, dtype: Literal["float64", "float32"] = "float64",
+             threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[Any]:
     """The distance from each node to the nearest true node.
 
     Parameters
@@ -186,6 +200,9 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
         Of the result. The latter is twice as fast, and right to 2 units in its last place.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of a Dask array it
+        shows nothing: Dask has bars of its own.
 
     Returns
     -------
@@ -220,24 +237,25 @@ def distance(mask: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric:
         return lazily
     nthreads = _door.threads(threads, image.size)
     flipped = is_flipped(image)
-    result = _distances(as_truth(image.T if flipped else image), spacings if flipped else spacings[::-1], manhattan, is_signed, kind, nthreads)
+    with _progress.shown(progress, "distances") as report:
+        result = _distances(as_truth(image.T if flipped else image), spacings if flipped else spacings[::-1], manhattan, is_signed, kind, nthreads, report)
     distances: NDArray[Any] = like(mask, result.T if flipped else result, "distance")
     return distances
 
 
 def _distances(values: NDArray[Any], along: list[float], manhattan: bool, signed: bool, kind: Any, threads: int,
-               beyond: NDArray[np.int32] | None = None, row: int = 0) -> NDArray[Any]:
+               report: _progress.Report = None, beyond: NDArray[np.int32] | None = None, row: int = 0) -> NDArray[Any]:
     """Of a mask that the engine reads. along: spacings, of the last axis first. The last two are _core.distance's."""
     # Beyond this ratio, squares leave the range of float32.
     wide = kind == np.float32 and max(along) > 1e25 * min(along)
     result = np.empty(values.shape, np.float64 if wide else kind)
     if values.size:
-        _core.distance(values, [*along, 1.0][:3], manhattan, signed, result, threads, beyond, row)
+        _core.distance(values, [*along, 1.0][:3], manhattan, signed, result, threads, report, beyond, row)
     return result.astype(kind, copy=False)
 
 
 def nearest_label(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric: Literal["euclidean", "manhattan"] = "euclidean",
-                  threads: int | None = None) -> tuple[NDArray[np.float64], NDArray[np.int32]]:
+                  threads: int | None = None, progress: bool | Callable[[float], object] = False) -> tuple[NDArray[np.float64], NDArray[np.int32]]:
     """The label nearest to each node, and its distance: of all labels at once.
 
     Parameters
@@ -251,6 +269,8 @@ def nearest_label(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, 
         The length of a straight line, or the sum of the lengths along the axes.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
     Returns
     -------
@@ -276,17 +296,17 @@ def nearest_label(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, 
     array([[0.  , 1.  , 1.41, 1.  ],
            [1.  , 1.41, 1.  , 0.  ]])
     """
-    distances, nearest = _of_labels(labels, spacing, metric, threads, _core.nearest_label, ("distance", "label"))
+    distances, nearest = _of_labels(labels, spacing, metric, threads, progress, _core.nearest_label, ("distance", "label"))
     return distances, nearest
 
 
 def label_depth(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, metric: Literal["euclidean", "manhattan"] = "euclidean",
-                threads: int | None = None) -> NDArray[np.float64]:
+                threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[np.float64]:
     """The distance from each labelled node to the nearest one that has another label or none: of all labels at once.
 
     Parameters
     ----------
-    labels, spacing, metric, threads
+    labels, spacing, metric, threads, progress
         As those of `nearest_label`.
 
     Returns
@@ -308,13 +328,13 @@ def label_depth(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, me
     def work(*arguments: Any) -> tuple[NDArray[Any], ...]:
         return (_core.label_depth(*arguments),)
 
-    depth: NDArray[np.float64] = _of_labels(labels, spacing, metric, threads, work, ("depth",))[0]
+    depth: NDArray[np.float64] = _of_labels(labels, spacing, metric, threads, progress, work, ("depth",))[0]
     return depth
 
 
-def _of_labels(labels: Any, spacing: Any, metric: Any, threads: Any, work: Callable[..., tuple[NDArray[Any], ...]],
+def _of_labels(labels: Any, spacing: Any, metric: Any, threads: Any, progress: _progress.Progress, work: Callable[..., tuple[NDArray[Any], ...]],
                names: tuple[str, ...]) -> list[Any]:
-    """What work gives of labels in C order, spacings along x, y and z, whether distances are along the axes, and threads: distances, and perhaps labels."""
+    """What work gives of labels in C order, spacings along x, y and z, whether distances are along the axes, threads, and a report: distances, and perhaps labels."""
     image = as_image("labels", labels)
     spacings = _spacings(spacing, image.shape, np.dtype(np.float64))
     manhattan = _door.choice("metric", metric, ("euclidean", "manhattan")) == "manhattan"
@@ -324,7 +344,8 @@ def _of_labels(labels: Any, spacing: Any, metric: Any, threads: Any, work: Calla
     # In a unit in which squares neither overflow nor vanish.
     unit = 2.0 ** round(math.log2(max(spacings))) if not 1e-50 < max(spacings) < 1e100 else 1.0
     along = [side / unit for side in (spacings if flipped else spacings[::-1])]
-    results = list(work(values, [*along, 1.0][:3], manhattan, nthreads) if image.size else (np.empty(values.shape), values)[:len(names)])
+    with _progress.shown(progress, f"{names[-1]}s") as report:
+        results = list(work(values, [*along, 1.0][:3], manhattan, nthreads, report) if image.size else (np.empty(values.shape), values)[:len(names)])
     if unit != 1.0:
         results[0] *= unit
     return [like(labels, result.T if flipped else result, name) for result, name in zip(results, names)]
@@ -351,7 +372,8 @@ def _spacings(spacing: Any, shape: tuple[int, ...], kind: np.dtype[Any]) -> list
     return spacings
 
 
-def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None = None) -> NDArray[np.bool_]:
+def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *,
+           threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[np.bool_]:
     """Dilate a mask: a node becomes true where the element, moved to some true node, covers it.
 
     Parameters
@@ -363,6 +385,9 @@ def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None
         centre, about which the element lies, is true.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of a Dask array it
+        shows nothing: Dask has bars of its own.
 
     Returns
     -------
@@ -384,11 +409,12 @@ def dilate(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None
     if _lazy.is_lazy(_door.held("mask", mask)):
         lazily: NDArray[np.bool_] = like(mask, _image_blocks.around("mask", mask, _reach(element, mask), dilate, np.bool_, element, threads), "dilate")
         return lazily
-    result: NDArray[np.bool_] = like(mask, _changed(mask, element, True, threads), "dilate")
+    result: NDArray[np.bool_] = like(mask, _changed(mask, element, True, threads, progress), "dilate")
     return result
 
 
-def erode(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None = None) -> NDArray[np.bool_]:
+def erode(mask: ArrayLike, element: ArrayLike | int = 3, *,
+          threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[np.bool_]:
     """Erode a mask: a node stays true where the element, moved to it, covers no false node.
 
     Parameters
@@ -399,6 +425,9 @@ def erode(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None 
         As that of `dilate`.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of a Dask array it
+        shows nothing: Dask has bars of its own.
 
     Returns
     -------
@@ -419,11 +448,12 @@ def erode(mask: ArrayLike, element: ArrayLike | int = 3, *, threads: int | None 
     if _lazy.is_lazy(_door.held("mask", mask)):
         lazily: NDArray[np.bool_] = like(mask, _image_blocks.around("mask", mask, _reach(element, mask), erode, np.bool_, element, threads), "erode")
         return lazily
-    result: NDArray[np.bool_] = like(mask, _changed(mask, element, False, threads), "erode")
+    result: NDArray[np.bool_] = like(mask, _changed(mask, element, False, threads, progress), "erode")
     return result
 
 
-def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None = None) -> NDArray[np.float64]:
+def box_mean(image: ArrayLike, size: int | Sequence[int], *,
+             threads: int | None = None, progress: bool | Callable[[float], object] = False) -> NDArray[np.float64]:
     """The mean of the box about each node.
 
     Parameters
@@ -435,6 +465,9 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
         The sides of the box in nodes, for all axes or for each, in their order. They are odd.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
+    progress : bool or callable
+        True shows a bar; a callable gets the fraction done, and what it raises ends the call. Of a Dask array it
+        shows nothing: Dask has bars of its own.
 
     Returns
     -------
@@ -465,23 +498,21 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *, threads: int | None
     if lazy:
         lazily: NDArray[np.float64] = like(image, _image_blocks.around("image", image, [side // 2 for side in sides], _means, np.float64, sides, threads), "box_mean")
         return lazily
-    result: NDArray[np.float64] = like(image, _means(values, size, threads), "box_mean")
+    result: NDArray[np.float64] = like(image, _means(values, size, threads=threads, progress=progress), "box_mean")
     return result
 
 
-def _means(image: NDArray[Any], size: Any, threads: int | None) -> NDArray[np.float64]:
+def _means(image: NDArray[Any], size: Any, *, threads: int | None, progress: _progress.Progress = False) -> NDArray[np.float64]:
     values = as_image("image", image)  # a block may be masked
     sides = as_sides(size, values.shape)
     nthreads = _door.threads(threads, values.size)
     typed, flipped = in_order("image", values)
-    if values.size:
-        means = _core.box_mean(typed, [*(sides if flipped else sides[::-1]), 1][:3], nthreads)
-    else:
-        means = np.empty(typed.shape)
+    with _progress.shown(progress, "means") as report:
+        means = _core.box_mean(typed, [*(sides if flipped else sides[::-1]), 1][:3], nthreads, report) if values.size else np.empty(typed.shape)
     return means.T if flipped else means
 
 
-def _changed(mask: ArrayLike, element: Any, dilating: bool, threads: int | None) -> NDArray[np.bool_]:
+def _changed(mask: ArrayLike, element: Any, dilating: bool, threads: int | None, progress: _progress.Progress) -> NDArray[np.bool_]:
     image = as_image("mask", mask)
     offsets = _offsets(element, image.shape)
     nthreads = _door.threads(threads, image.size)
@@ -494,7 +525,8 @@ def _changed(mask: ArrayLike, element: Any, dilating: bool, threads: int | None)
         along = np.zeros((3, rows.shape[1]), np.int32)
         along[: image.ndim] = rows if flipped else rows[::-1]
         native.append(-along if dilating else along)
-    result = _core.changed_mask(as_truth(image.T if flipped else image), dilating, native, nthreads).view(np.bool_)
+    with _progress.shown(progress, "dilation" if dilating else "erosion") as report:
+        result = _core.changed_mask(as_truth(image.T if flipped else image), dilating, native, nthreads, report).view(np.bool_)
     return result.T if flipped else result
 
 

@@ -10,10 +10,12 @@ from typing import Any
 from . import _door
 
 Progress = bool | Callable[[float], object]
+# What work calls with the fraction done.
+Report = Callable[[float], object] | None
 
 
 @contextmanager
-def shown(progress: Progress, label: str) -> Iterator[Callable[[float], object] | None]:
+def shown(progress: Progress, label: str) -> Iterator[Report]:
     """What the engine calls with the fraction done: None, the caller's own callable, or a bar.
 
     The callable gets 1.0 at the end of a call that ends well.
@@ -35,12 +37,19 @@ def shown(progress: Progress, label: str) -> Iterator[Callable[[float], object] 
         bar.close()
 
 
-def part(report: Callable[[float], object] | None, begin: float, end: float) -> Callable[[float], object] | None:
+def part(report: Report, begin: float, end: float) -> Report:
     """What a step calls that takes the work from one fraction to another."""
     if report is None:
         return None
     whole = report
-    return lambda fraction: whole(begin + fraction * (end - begin))
+    return lambda fraction: whole(min(begin + fraction * (end - begin), end))
+
+
+def steps(report: Report, count: int, ratio: float = 1.0) -> list[Report]:
+    """What each of several steps calls, which take the work from 0 to 1. Each takes `ratio` as long as the one before."""
+    lengths = [ratio**k for k in range(count)]
+    ends = [sum(lengths[:k]) / (sum(lengths) or 1.0) for k in range(count + 1)]
+    return [part(report, begin, end) for begin, end in zip(ends, ends[1:])]
 
 
 def _bar(label: str) -> Any:

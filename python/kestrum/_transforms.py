@@ -306,8 +306,8 @@ def _sought_weights(points: Points, sides: Floats, offsets: int, minimize: bool,
     largest = 0.5 * sides.max()
     smallest = min(max(float(np.median(nearest)), 1e-6 * sides.max()), 0.5 * largest)
     tried = [np.ones(len(points))]
-    tried += [_cell_weights(points, np.full(len(sides), size), offsets, _progress.part(report, k / SIZES, (k + 1) / SIZES))
-              for k, size in enumerate(np.geomspace(smallest, largest, SIZES))]
+    tried += [_cell_weights(points, np.full(len(sides), size), offsets, step)
+              for size, step in zip(np.geomspace(smallest, largest, SIZES), _progress.steps(report, SIZES))]
     means = [float(weights @ points.values) for weights in tried]
     return tried[int(np.argmin(means) if minimize else np.argmax(means))]
 

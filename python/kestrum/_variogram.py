@@ -322,10 +322,9 @@ def indicator_variograms(points: Points, **options: Any) -> dict[object, Variogr
     warn_if_numbers(points, len(categories))
     result: dict[object, Variogram] = {}
     with _progress.shown(options.pop("progress", False), "variograms") as report:
-        for k, category in enumerate(categories):
+        for category, step in zip(categories, _progress.steps(report, len(categories))):
             indicator = points.with_values([float(value == category) for value in points.values.tolist()], f"{points.name} = {category}")
             # The pairs, and what there is to warn of, are those of the first one.
-            step = _progress.part(report, k / len(categories), (k + 1) / len(categories))
             result[category] = _variogram(indicator, None, not result, step, **options)
     return result
 

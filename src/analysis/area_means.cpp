@@ -46,8 +46,7 @@ int AreaMeans(const int (&n)[3], const T* values, const int (&m)[3], const Deali
     }
     double* const sum = sums.data();
     double* const known = sum + n[0];
-    for (std::ptrdiff_t row = begin; row < end; ++row) {
-      if (progress.Aborted()) return;
+    for (std::ptrdiff_t row = begin; row < end && progress.GoesOn(begin == 0, row, end); ++row) {
       std::fill(sums.begin(), sums.end(), 0.0);
       const Cover y(row % m[1], n[1], m[1]);
       const Cover z(row / m[1], n[2], m[2]);

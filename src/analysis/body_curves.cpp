@@ -20,7 +20,7 @@ class BodyMeter {
   [[nodiscard]] int Measure(const std::int16_t* codes, const CodeRange& range, Connectivity connectivity,
                             const Progress& progress, std::int64_t* measures) noexcept {
     finder_.Mark(codes, range);
-    const int count = finder_.Connect(connectivity, &progress);
+    const int count = finder_.Connect(connectivity, progress.Silent());
     if (progress.Aborted()) return kAborted;
     const std::size_t room = static_cast<std::size_t>(count) + 1;
     if (tables_.size() < 7 * room) {
@@ -53,8 +53,7 @@ int BodyCurves(const VORL_GRID& grid, int nimage, const std::int16_t* codes, int
     BodyMeter meter;
     int status = meter.Allocate(grid);
     for (std::ptrdiff_t set; status == 0 && (set = next.fetch_add(1)) < nset;) {
-      if (progress.Aborted()) return;
-      if (thread == 0 && progress.Publish(static_cast<double>(set) / static_cast<double>(nset)) != 0) return;
+      if (!progress.GoesOn(thread == 0, set, nset)) return;
       const std::int16_t k = static_cast<std::int16_t>(set % n);
       const CodeRange range =
           above ? CodeRange{static_cast<std::int16_t>(k + 1), std::numeric_limits<std::int16_t>::max()}

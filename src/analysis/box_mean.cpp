@@ -24,8 +24,8 @@ constexpr std::ptrdiff_t LanesFor(std::ptrdiff_t n) noexcept { return n <= 4096 
 template <typename T>
 class BoxSums {
  public:
-  BoxSums(const VORL_GRID& grid, const BoxSides& sides, const Dealing& dealing, const Progress& progress) noexcept
-      : grid_(grid), sides_(sides), dealing_(dealing), progress_(progress) {}
+  BoxSums(const VORL_GRID& grid, const BoxSides& sides, const Dealing& dealing) noexcept
+      : grid_(grid), sides_(sides), dealing_(dealing) {}
 
   [[nodiscard]] int Allocate() noexcept {
     const std::ptrdiff_t nx = grid_.nx;
@@ -38,13 +38,14 @@ class BoxSums {
 
   // read(first, n, to): the values of nodes in a row.
   template <typename Read>
-  void Sum(const Read& read, T* sums) noexcept {
+  void Sum(const Read& read, const Progress& progress, T* sums) noexcept {
     const auto& [nx, ny, nz, sx, sy, sz, ox, oy, oz, nxy, nxyz] = grid_;
     const std::ptrdiff_t nrow = std::ptrdiff_t{ny} * nz;
+    const Progress ofRows = progress.Step(0.0, 1.0 / 3);
     dealing_.EachThread([&, nx = nx](int thread, int team) {
       const ItemBlock rows = BlockOf(nrow, team, thread);
       const WindowBlock<T> block = Block(thread, nx, 1, sides_.x);
-      for (std::ptrdiff_t row = rows.begin; row < rows.end && !progress_.Aborted(); ++row) {
+      for (std::ptrdiff_t row = rows.begin; row < rows.end && ofRows.GoesOn(thread == 0, row, rows.end); ++row) {
         T* const to = sums + row * nx;
         read(row * nx, nx, sides_.x == 1 ? to : block.values);
         if (sides_.x == 1) continue;
@@ -54,8 +55,8 @@ class BoxSums {
         std::fill_n(to + nx - sides_.x / 2, sides_.x / 2, kOutside);
       }
     });
-    Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, 0.0}, sides_.y, sums);
-    Pass({nz, nxy, nxy, nxy, nxyz, 0.0}, sides_.z, sums);
+    Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, 0.0}, sides_.y, progress.Step(1.0 / 3, 2.0 / 3), sums);
+    Pass({nz, nxy, nxy, nxy, nxyz, 0.0}, sides_.z, progress.Step(2.0 / 3, 1.0), sums);
   }
 
  private:
@@ -66,11 +67,10 @@ class BoxSums {
     return {n, lanes, width, scratch, scratch + size_, scratch + 2 * size_};
   }
 
-  void Pass(const LinePass& pass, std::ptrdiff_t width, T* values) noexcept {
+  void Pass(const LinePass& pass, std::ptrdiff_t width, const Progress& progress, T* values) noexcept {
     if (width == 1) return;
     const std::ptrdiff_t lanes = LanesFor(pass.n);
-    DealLines<kLanes>(pass, lanes, dealing_, [&](int thread, std::ptrdiff_t, std::ptrdiff_t, const auto& forEachRun) {
-      if (progress_.Aborted()) return;
+    const auto sumLines = [&](int thread, std::ptrdiff_t, std::ptrdiff_t, const auto& forEachRun) {
       const WindowBlock<T> block = Block(thread, pass.n, lanes, width);
       forEachRun([&](std::ptrdiff_t index, std::ptrdiff_t place, std::ptrdiff_t length) {
         std::copy_n(values + index, length, block.values + place);
@@ -85,13 +85,13 @@ class BoxSums {
           std::fill_n(values + index, length, kOutside);
         }
       });
-    });
+    };
+    DealLines<kLanes>(pass, lanes, dealing_, sumLines, progress);
   }
 
   const VORL_GRID& grid_;
   const BoxSides& sides_;
   const Dealing& dealing_;
-  const Progress& progress_;
   std::ptrdiff_t size_ = 0;
   Buffer<T> scratch_;
 };
@@ -112,7 +112,7 @@ int BoxMean(const VORL_GRID& grid, const T* values, const BoxSides& sides, const
   const double unit = std::ldexp(1.0, exponent);
   const double inverse = 1.0 / unit;
 
-  BoxSums<double> sums(grid, sides, dealing, progress);
+  BoxSums<double> sums(grid, sides, dealing);
   if (const int status = sums.Allocate(); status != 0) return status;
   std::atomic<bool> complete = true;
   sums.Sum(
@@ -125,11 +125,14 @@ int BoxMean(const VORL_GRID& grid, const T* values, const BoxSides& sides, const
         }
         if (!known) complete.store(false, std::memory_order_relaxed);
       },
-      means);
+      progress.Step(0.0, 0.5), means);
+  const Progress last = progress.Step(complete ? 0.5 : 0.9, 1.0);
   // body(begin, end): of a row.
   const auto forEachRow = [&, nx = std::ptrdiff_t{grid.nx}](const auto& body) {
     dealing.Blocks(nxyz / nx, [&, nx](std::ptrdiff_t begin, std::ptrdiff_t end) {
-      for (std::ptrdiff_t row = begin; row < end && !progress.Aborted(); ++row) body(row * nx, (row + 1) * nx);
+      for (std::ptrdiff_t row = begin; row < end && last.GoesOn(begin == 0, row, end); ++row) {
+        body(row * nx, (row + 1) * nx);
+      }
     });
   };
   if (complete) {
@@ -142,13 +145,13 @@ int BoxMean(const VORL_GRID& grid, const T* values, const BoxSides& sides, const
   Buffer<unsigned> counts;
   if (const int status = counts.Allocate(static_cast<std::size_t>(nxyz)); status != 0) return status;
   // Unsigned, for lanes that no line fills hold anything.
-  BoxSums<unsigned> numbers(grid, sides, dealing, progress);
+  BoxSums<unsigned> numbers(grid, sides, dealing);
   if (const int status = numbers.Allocate(); status != 0) return status;
   numbers.Sum(
       [&](std::ptrdiff_t first, std::ptrdiff_t n, unsigned* to) {
         for (std::ptrdiff_t i = 0; i < n; ++i) to[i] = std::isnan(static_cast<double>(values[first + i])) ? 0 : 1;
       },
-      counts.data());
+      progress.Step(0.5, 0.9), counts.data());
   const std::int64_t enough = (4 * size + 4) / 5;
   forEachRow([&, known = counts.data()](std::ptrdiff_t begin, std::ptrdiff_t end) {
     for (std::ptrdiff_t i = begin; i < end; ++i) {

@@ -58,7 +58,7 @@ int WriteCodes(std::ptrdiff_t n, const T* values, const Dealing& dealing, const 
     T last{};
     std::int16_t code = codeOf(0.0);
     for (std::ptrdiff_t i = begin; i < end; ++i) {
-      if (i % kPart == 0 && progress.Aborted()) return;
+      if (i % kPart == 0 && !progress.GoesOn(begin == 0, i, end)) return;
       const T value = values[i];
       if (value != last) {
         last = value;
@@ -77,7 +77,7 @@ int FindCategories(std::ptrdiff_t n, const T* values, const Progress& progress, 
                    int* ncategory) noexcept {
   CodeTable table;
   for (std::ptrdiff_t i = 0; i < n && table.size() <= kMostCategories; ++i) {
-    if (i % kPart == 0 && progress.Aborted()) return kAborted;
+    if (i % kPart == 0 && !progress.GoesOn(true, i, n)) return kAborted;
     const T value = values[i];
     if ((i == 0 || value != values[i - 1]) && !std::isnan(static_cast<double>(value)))
       table.Add(static_cast<double>(value));

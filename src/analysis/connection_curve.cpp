@@ -72,8 +72,9 @@ class LevelRows {
     const std::size_t nrow = static_cast<std::size_t>(n[1]) * static_cast<std::size_t>(n[2]);
     if (const int status = levels_.Allocate((nrow + 1) * static_cast<std::size_t>(pitch_)); status != 0) return status;
     std::fill_n(levels_.data(), pitch_, Level{0});
+    const Progress ofRows = progress.Step(0.0, 0.3);
     for (std::size_t row = 0; row < nrow; ++row) {
-      if (progress.Aborted()) return kAborted;
+      if (!ofRows.GoesOn(true, static_cast<std::ptrdiff_t>(row), static_cast<std::ptrdiff_t>(nrow))) return kAborted;
       Level* const to = levels_.data() + static_cast<std::ptrdiff_t>(row + 1) * pitch_;
       const T* const from = values + static_cast<std::ptrdiff_t>(row) * n[0];
       to[0] = 0;
@@ -216,9 +217,11 @@ class Builder {
     if (const int status = least_.Allocate(pitch, Level{0}); status != 0) return status;
     if (const int status = peaks_.Allocate(2 * static_cast<std::size_t>(rows_.n(1)) * pitch); status != 0)
       return status;
+    const Progress ofRows = progress.Step(0.3, 0.9);
     for (int z = 0; z < rows_.n(2); ++z) {
       for (int y = 0; y < rows_.n(1); ++y) {
-        if (progress.Aborted()) return kAborted;
+        if (!ofRows.GoesOn(true, std::ptrdiff_t{z} * rows_.n(1) + y, std::ptrdiff_t{rows_.n(1)} * rows_.n(2)))
+          return kAborted;
         if (const int status = FindPeaks(y, z); status != 0) return status;
         ConnectRow(y, z);
       }
@@ -489,13 +492,13 @@ int CurveOfSets(const VORL_GRID& grid, const T* values, Connectivity connectivit
   std::atomic<int> next{0};
   dealing.EachThread([&](int thread, int) noexcept {
     GeobodyFinder& finder = finders[static_cast<std::size_t>(thread)];
-    for (int i = next++; i < nthreshold && !progress.Aborted(); i = next++) {
+    for (int i = next++; i < nthreshold && progress.GoesOn(thread == 0, i, nthreshold); i = next++) {
       const int count = finder.MarkFrom(levels.bits(), i + 1);
       double& to = probability[above ? i : nthreshold - 1 - i];
       to = 1.0;
       if (count <= 1 || count == grid.nxyz) continue;
       const double all = count;
-      to = static_cast<double>(finder.SumOfSquares(connectivity, progress)) / (all * all);
+      to = static_cast<double>(finder.SumOfSquares(connectivity, progress.Silent())) / (all * all);
     }
   });
   return progress.After(0);
@@ -507,6 +510,7 @@ template <typename T>
 int ConnectionCurves(const VORL_GRID& grid, int nimage, const T* values, Connectivity connectivity, int n,
                      const double* thresholds, bool above, const Dealing& dealing, const Progress& progress,
                      double* probability) noexcept {
+  const double share = 1.0 / nimage;
   if (n <= kFewThresholds) {
     ObjectArray<GeobodyFinder> finders;
     NodeLevels levels(n, thresholds, above);
@@ -516,12 +520,12 @@ int ConnectionCurves(const VORL_GRID& grid, int nimage, const T* values, Connect
     }
     if (const int status = levels.Allocate(grid.nxyz); status != 0) return status;
     for (int i = 0; i < nimage; ++i) {
-      if (const int status = CurveOfSets(grid, values + std::ptrdiff_t{i} * grid.nxyz, connectivity, n, above, finders,
-                                         levels, dealing, progress, probability + std::ptrdiff_t{i} * n);
+      if (const int status =
+              CurveOfSets(grid, values + std::ptrdiff_t{i} * grid.nxyz, connectivity, n, above, finders, levels,
+                          dealing, progress.Step(i * share, (i + 1) * share), probability + std::ptrdiff_t{i} * n);
           status != 0) {
         return status;
       }
-      if (const int status = progress.Publish((i + 1.0) / nimage); status != 0) return status;
     }
     return 0;
   }
@@ -533,9 +537,10 @@ int ConnectionCurves(const VORL_GRID& grid, int nimage, const T* values, Connect
   if (const int status = statuses.Allocate(static_cast<std::size_t>(nimage), 0); status != 0) return status;
   dealing.EachThread([&](int thread, int team) noexcept {
     for (std::ptrdiff_t i = thread; i < nimage; i += team) {
+      const double part = static_cast<double>(i);
+      const Progress own = thread == 0 ? progress.Step(part * share, (part + 1.0) * share) : progress.Silent();
       statuses[static_cast<std::size_t>(i)] =
-          curve(sizes, values + i * grid.nxyz, connectivity, n, thresholds, above, progress, probability + i * n);
-      if (thread == 0 && progress.Publish((static_cast<double>(i) + 1.0) / nimage) != 0) return;
+          curve(sizes, values + i * grid.nxyz, connectivity, n, thresholds, above, own, probability + i * n);
     }
   });
   int status = 0;

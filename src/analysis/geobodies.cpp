@@ -47,7 +47,7 @@ int GeobodyFinder::Allocate(const VORL_GRID& grid) noexcept {
   return links_.Allocate(nrow() * static_cast<std::size_t>(runsPerBundle_));
 }
 
-void GeobodyFinder::Prepare(Connectivity connectivity, int* link, const Progress* progress) noexcept {
+void GeobodyFinder::Prepare(Connectivity connectivity, int* link, const Progress& progress) noexcept {
   const int bundlesPerLayer = (ny_ - 1) / RowsY(connectivity) + 1;
   runs_ = {this, progress, connectivity, bundlesPerLayer, starts_.data(), first_.data(), link};
 }
@@ -68,7 +68,7 @@ int GeobodyFinder::LastNode(const BundleSlab& slab) const noexcept {
   return ((endZ - 1) * ny_ + endY) * nx_;
 }
 
-BundleSlab GeobodyFinder::JoinAll(Connectivity connectivity, const Progress* progress) noexcept {
+BundleSlab GeobodyFinder::JoinAll(Connectivity connectivity, const Progress& progress) noexcept {
   Prepare(connectivity, links_.data(), progress);
   BundleSlab slab = SlabOf(1, 0);
   FindRuns(runs_, slab);
@@ -77,15 +77,15 @@ BundleSlab GeobodyFinder::JoinAll(Connectivity connectivity, const Progress* pro
   return slab;
 }
 
-int GeobodyFinder::Connect(Connectivity connectivity, const Progress* progress) noexcept {
+int GeobodyFinder::Connect(Connectivity connectivity, const Progress& progress) noexcept {
   BundleSlab slab = JoinAll(connectivity, progress);
-  if (progress != nullptr && progress->Aborted()) return 0;  // or some runs may not have their numbers
+  if (progress.Aborted()) return 0;  // or some runs may not have their numbers
   NumberRuns(runs_, slab);
   return slab.ngeobody;
 }
 
 std::int64_t GeobodyFinder::SumOfSquares(Connectivity connectivity, const Progress& progress) noexcept {
-  return SumOfSquaredSizes(runs_, JoinAll(connectivity, &progress));
+  return SumOfSquaredSizes(runs_, JoinAll(connectivity, progress));
 }
 
 template <typename T>
@@ -97,7 +97,7 @@ int GeobodyFinder::Label(const real* values, const IntervalSet& set, Connectivit
 
 template <typename T>
 int GeobodyFinder::LabelMarked(Connectivity connectivity, T* labels) noexcept {
-  BundleSlab slab = JoinAll(connectivity, nullptr);
+  BundleSlab slab = JoinAll(connectivity, Progress(nullptr, nullptr));
   NumberRuns(runs_, slab);
   WriteLabels(runs_, slab, labels);
   return slab.ngeobody;
@@ -105,18 +105,22 @@ int GeobodyFinder::LabelMarked(Connectivity connectivity, T* labels) noexcept {
 
 int GeobodyFinder::LabelInPlace(Connectivity connectivity, int* labels, const Dealing& dealing,
                                 const Progress& progress) noexcept {
-  Prepare(connectivity, labels, &progress);
+  Prepare(connectivity, labels, progress);
+  // A pass each for the runs, their links and the labels; numbers take little.
+  const BundledRuns found = runs_.Step(0.0, 0.3);
+  const BundledRuns joined = runs_.Step(0.3, 0.7);
+  const BundledRuns written = runs_.Step(0.7, 1.0);
   BundleSlab slabs[Dealing::kMaxTeam];
   int nslab = 0;
   dealing.EachThread([&](int thread, int team) {
     if (thread == 0) nslab = team;
     BundleSlab& slab = slabs[thread];
     slab = SlabOf(team, thread);
-    FindRuns(runs_, slab);
-    SetFirstRun(runs_, LastNode(slab) - slab.nrun, slab);
-    JoinRuns(runs_, slab, false);
+    FindRuns(found, slab);
+    SetFirstRun(found, LastNode(slab) - slab.nrun, slab);
+    JoinRuns(joined, slab, false);
   });
-  for (int i = 1; i < nslab; ++i) JoinRuns(runs_, slabs[i], true);
+  for (int i = 1; i < nslab; ++i) JoinRuns(joined, slabs[i], true);
   if (progress.Aborted()) return 0;
   // The runtime may give another number of threads than before.
   const auto eachSlab = [&](const auto& body) {
@@ -148,7 +152,7 @@ int GeobodyFinder::LabelInPlace(Connectivity connectivity, int* labels, const De
       std::atomic_ref<int>(*link).store(value, std::memory_order_relaxed);
     });
   }
-  eachSlab([&](const BundleSlab& slab) { WriteLabels(runs_, slab, labels); });
+  eachSlab([&](const BundleSlab& slab) { WriteLabels(written, slab, labels); });
   return ngeobody;
 }
 
@@ -166,8 +170,9 @@ void GeobodyBoxes::Clear(int ngeobody, const VORL_GRID& grid) noexcept {
   }
 }
 
-void GeobodyBoxes::AddRows(const VORL_GRID& grid, const int* labels, ItemBlock rows) noexcept {
-  for (std::ptrdiff_t row = rows.begin; row < rows.end; ++row) {
+void GeobodyBoxes::AddRows(const VORL_GRID& grid, const int* labels, ItemBlock rows,
+                           const Progress& progress) noexcept {
+  for (std::ptrdiff_t row = rows.begin; row < rows.end && progress.GoesOn(rows.begin == 0, row, rows.end); ++row) {
     const int iy = static_cast<int>(row % grid.ny);
     const int iz = static_cast<int>(row / grid.ny);
     const int* const label = labels + row * grid.nx;
@@ -179,7 +184,8 @@ void GeobodyBoxes::AddRows(const VORL_GRID& grid, const int* labels, ItemBlock r
   }
 }
 
-int GeobodyBoxes::SetAll(const VORL_GRID& grid, const int* labels, int ngeobody, const Dealing& dealing) noexcept {
+int GeobodyBoxes::SetAll(const VORL_GRID& grid, const int* labels, int ngeobody, const Dealing& dealing,
+                         const Progress& progress) noexcept {
   const std::size_t tableSize = 7 * static_cast<std::size_t>(ngeobody);
   const std::size_t most = static_cast<std::size_t>(grid.nxyz) / (sizeof(int) * tableSize) + 1;
   const int nblock = static_cast<int>(std::min(most, static_cast<std::size_t>(dealing.nscratch())));
@@ -195,7 +201,7 @@ int GeobodyBoxes::SetAll(const VORL_GRID& grid, const int* labels, int ngeobody,
     for (int block = thread; block < nblock; block += team) {
       GeobodyBoxes boxes = boxesOf(block);
       boxes.Clear(ngeobody, grid);
-      boxes.AddRows(grid, labels, BlockOf(std::ptrdiff_t{grid.ny} * grid.nz, nblock, block));
+      boxes.AddRows(grid, labels, BlockOf(std::ptrdiff_t{grid.ny} * grid.nz, nblock, block), progress);
     }
   });
   for (int block = 1; block < nblock; ++block) {
@@ -208,7 +214,7 @@ int GeobodyBoxes::SetAll(const VORL_GRID& grid, const int* labels, int ngeobody,
       }
     }
   }
-  return 0;
+  return progress.After(0);
 }
 
 LargestBodies FindLargest(const GeobodyFinder& finder, int ngeobody, const VORL_GRID& grid,

@@ -42,7 +42,7 @@ struct BundleSlab {
 // line of ix with marked nodes in a bundle. They are numbered along bundles, and from bundle to bundle in a slab.
 struct BundledRuns {
   const NodeBits* nodes;
-  const Progress* progress;  // or null
+  Progress progress{nullptr, nullptr};
   Connectivity connectivity;
   int bundlesPerLayer;
   std::uint64_t* starts;  // bits of the nodes where runs start; each bundle starts a word
@@ -51,7 +51,17 @@ struct BundledRuns {
 
   int RowsY() const noexcept { return kestrum::RowsY(connectivity); }
   int RowsZ() const noexcept { return kestrum::RowsZ(connectivity); }
-  bool Stopped() const noexcept { return progress != nullptr && progress->Aborted(); }
+  // Whether the pass over a slab goes on with a bundle. The first slab reports.
+  bool GoesOn(const BundleSlab& slab, int bundleY, int bundleZ) const noexcept {
+    return progress.GoesOn(slab.beginY == 0 && slab.beginZ == 0, BundleAt(bundleY, bundleZ),
+                           BundleAt(slab.endY - 1, slab.endZ - 1) + 1);
+  }
+  // The same runs, in a step of the work.
+  BundledRuns Step(double begin, double end) const noexcept {
+    BundledRuns runs = *this;
+    runs.progress = progress.Step(begin, end);
+    return runs;
+  }
 
   std::ptrdiff_t BundleAt(int bundleY, int bundleZ) const noexcept {
     return std::ptrdiff_t{bundleZ} * bundlesPerLayer + bundleY;
@@ -89,7 +99,7 @@ struct BundledRuns {
   [[gnu::always_inline]] void ForEachPiece(ItemBlock layers, ItemBlock rows, const Body& body) const noexcept {
     for (int iz = static_cast<int>(layers.begin); iz < layers.end; ++iz) {
       for (int iy = static_cast<int>(rows.begin); iy < rows.end; ++iy) {
-        if (Stopped()) return;
+        if (progress.Aborted()) return;
         Cursor cursor = CursorOf(iy / RowsY(), iz / RowsZ());
         const int row = (iz * nodes->ny() + iy) * nodes->nx();
         const std::uint64_t* const bits = nodes->Row(iy, iz);
@@ -120,7 +130,7 @@ class GeobodyFinder : public NodeBits {
 
   // Joins the marked nodes and returns the number of geobodies, which are numbered by their first nodes; 0 if
   // progress is aborted.
-  int Connect(Connectivity connectivity, const Progress* progress = nullptr) noexcept;
+  int Connect(Connectivity connectivity, const Progress& progress = Progress(nullptr, nullptr)) noexcept;
 
   // Joins the marked nodes and returns the sum of the squared sizes of the geobodies.
   std::int64_t SumOfSquares(Connectivity connectivity, const Progress& progress) noexcept;
@@ -149,10 +159,10 @@ class GeobodyFinder : public NodeBits {
   }
 
  private:
-  void Prepare(Connectivity connectivity, int* link, const Progress* progress) noexcept;
+  void Prepare(Connectivity connectivity, int* link, const Progress& progress) noexcept;
   BundleSlab SlabOf(std::ptrdiff_t nslab, std::ptrdiff_t i) const noexcept;
   int LastNode(const BundleSlab& slab) const noexcept;
-  BundleSlab JoinAll(Connectivity connectivity, const Progress* progress) noexcept;
+  BundleSlab JoinAll(Connectivity connectivity, const Progress& progress) noexcept;
 
   BundledRuns runs_ = {};
   int runsPerBundle_ = 0;         // at most
@@ -187,11 +197,12 @@ struct GeobodyBoxes {
     }
   }
   // Clears them and adds all nodes whose label is above 0. Threads have tables of their own, in at most a byte a node.
-  [[nodiscard]] int SetAll(const VORL_GRID& grid, const int* labels, int ngeobody, const Dealing& dealing) noexcept;
+  [[nodiscard]] int SetAll(const VORL_GRID& grid, const int* labels, int ngeobody, const Dealing& dealing,
+                           const Progress& progress = Progress(nullptr, nullptr)) noexcept;
   int Extent(int label, int axis) const noexcept { return max[axis][label - 1] + 1 - min[axis][label - 1]; }
 
  private:
-  void AddRows(const VORL_GRID& grid, const int* labels, ItemBlock rows) noexcept;
+  void AddRows(const VORL_GRID& grid, const int* labels, ItemBlock rows, const Progress& progress) noexcept;
 };
 
 // The largest size and, by axis, the largest extent, which may be of another geobody; 0 without any.

@@ -138,15 +138,21 @@ int ComputeDistances(const Box& box, const T* geobody, int frontCapacity, int ns
   // During the search the nodes outside are marked in the map itself, so that a neighbour takes one look-up.
   constexpr int kOutside = -2;
   const std::int64_t nnode = box.NodeCount();
-  for (std::int64_t i = 0; i < nnode; ++i)
-    distance[i] = geobody[i] != 0 && !std::isnan(static_cast<double>(geobody[i])) ? -1 : kOutside;
+  std::int64_t ninside = 0;
+  for (std::int64_t i = 0; i < nnode; ++i) {
+    const bool inside = geobody[i] != 0 && !std::isnan(static_cast<double>(geobody[i]));
+    distance[i] = inside ? -1 : kOutside;
+    ninside += inside;
+  }
+  std::int64_t ndone = 0;
   int status = 0;
   for (int i = 0; i < nstart && status == 0; ++i) {
     distance[start[i]] = 0;
     status = current->Append(box.NodeAt(start[i]));
   }
   for (int level = 1; !current->empty() && status == 0; ++level) {
-    if (progress.Aborted()) return kAborted;
+    if (!progress.GoesOn(true, ndone, ninside)) return kAborted;
+    ndone += current->end() - current->begin();
     for (const Node& node : *current) {
       box.ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {
         if (distance[neighbor.index] != -1 || status != 0) return;

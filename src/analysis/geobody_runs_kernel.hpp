@@ -21,7 +21,7 @@ KESTRUM_KERNEL_INLINE int FindStartsOf(const BundledRuns& runs, const BundleSlab
   int nrun = 0;
   for (int z = slab.beginZ; z < slab.endZ; ++z) {
     for (int y = slab.beginY; y < slab.endY; ++y) {
-      if (runs.Stopped()) return 0;
+      if (!runs.GoesOn(slab, y, z)) return 0;
       const std::ptrdiff_t bundle = runs.BundleAt(y, z);
       runs.first[bundle] = nrun;
       std::uint64_t* const starts = runs.starts + bundle * nword;
@@ -187,7 +187,7 @@ class SlabJoiner {
     const int endZ = across ? std::min(slab_.beginZ + 1, slab_.endZ) : slab_.endZ;
     for (z_ = slab_.beginZ; z_ < endZ; ++z_) {
       for (y_ = slab_.beginY; y_ < slab_.endY; ++y_) {
-        if (runs_.Stopped()) return;
+        if (!runs_.GoesOn(slab_, y_, z_)) return;
         nrun_ = runs_.CountOf(y_, z_, slab_);
         if (nrun_ == 0) continue;
         if constexpr (connectivity == Connectivity::k6) {
@@ -319,7 +319,7 @@ KESTRUM_KERNEL_INLINE std::int64_t SumSquaresOf(const BundledRuns& runs, const B
   std::int64_t squares = 0;
   for (int z = slab.beginZ; z < slab.endZ; ++z) {
     for (int y = slab.beginY; y < slab.endY; ++y) {
-      if (runs.Stopped()) return 0;
+      if (!runs.GoesOn(slab, y, z)) return 0;
       const int nrun = runs.CountOf(y, z, slab);
       if (nrun == 0) continue;
       const std::ptrdiff_t bundle = runs.BundleAt(y, z);
@@ -412,7 +412,7 @@ KESTRUM_KERNEL_TARGET void WriteSlab(const BundledRuns& runs, const BundleSlab& 
   int links[1 + kWords * kMarkBlock / 2 + 8] = {};
   for (int z = slab.beginZ; z < slab.endZ; ++z) {
     for (int y = slab.beginY; y < slab.endY; ++y) {
-      if (runs.Stopped()) return;
+      if (!runs.GoesOn(slab, y, z)) return;
       const std::ptrdiff_t bundle = runs.BundleAt(y, z);
       const std::uint64_t* const starts = runs.starts + bundle * nodes.wordsPerRow();
       const int endY = std::min((y + 1) * runs.RowsY(), nodes.ny());

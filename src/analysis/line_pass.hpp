@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "core/parallel.hpp"
+#include "core/progress.hpp"
 
 namespace kestrum {
 
@@ -24,13 +25,15 @@ struct LinePass {
 // the nodes of a block in runs that follow each other in memory, by visit(index, place, length), of which the first lies
 // at `place` of the block. `width` is `lanes`, or the multiple of kNarrowest that holds the lines if that is less.
 template <int kLanes, int kNarrowest = kLanes, typename Body>
-void DealLines(const LinePass& pass, std::ptrdiff_t lanes, const Dealing& dealing, const Body& body) noexcept {
+void DealLines(const LinePass& pass, std::ptrdiff_t lanes, const Dealing& dealing, const Body& body,
+               const Progress& progress = Progress(nullptr, nullptr)) noexcept {
   const std::ptrdiff_t stretch = pass.apart ? pass.group : pass.nline;
   const std::ptrdiff_t perStretch = (stretch + lanes - 1) / lanes;
   const std::ptrdiff_t nblock = pass.nline / stretch * perStretch;
   dealing.EachThread([&](int thread, int team) {
     const std::ptrdiff_t end = nblock * (thread + 1) / team;
-    for (std::ptrdiff_t block = nblock * thread / team; block < end; ++block) {
+    for (std::ptrdiff_t block = nblock * thread / team; block < end && progress.GoesOn(thread == 0, block, end);
+         ++block) {
       const std::ptrdiff_t within = block % perStretch * lanes;
       const std::ptrdiff_t first = block / perStretch * stretch + within;
       const std::ptrdiff_t count = std::min(lanes, stretch - within);

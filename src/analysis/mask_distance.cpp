@@ -48,8 +48,8 @@ VORL_GRID WithLongAxesFirst(VORL_GRID grid) noexcept {
 template <typename T>
 class Transform {
  public:
-  Transform(const VORL_GRID& grid, const MaskDistanceOptions& options, const Progress& progress) noexcept
-      : grid_(WithLongAxesFirst(grid)), options_(options), progress_(progress) {
+  Transform(const VORL_GRID& grid, const MaskDistanceOptions& options) noexcept
+      : grid_(WithLongAxesFirst(grid)), options_(options) {
     // Squares stay within the range of T: spacings are in units of a power of two.
     const double longest = std::max({grid_.sx, grid_.ny > 1 ? grid_.sy : 0.0, grid_.nz > 1 ? grid_.sz : 0.0});
     exponent_ = std::ilogb(longest) - (std::is_same_v<T, float> ? 28 : 400);
@@ -82,25 +82,28 @@ class Transform {
 
   // finish(first, n, distances): makes what is written in the end of those of n nodes that follow each other.
   template <typename Finish>
-  void Run(const NodeBits& set, const Finish& finish, T* distance) noexcept {
+  void Run(const NodeBits& set, const Finish& finish, const Progress& progress, T* distance) noexcept {
     const auto& [nx, ny, nz, sx, sy, sz, ox, oy, oz, nxy, nxyz] = grid_;
     const auto weight = [this](double spacing) {
       return options_.metric == DistanceMetric::kL1 ? spacing : spacing * spacing;
     };
-    options_.dealing.Blocks(std::ptrdiff_t{ny} * nz,
-                            [&, nx = nx, ny = ny, sx = sx](std::ptrdiff_t begin, std::ptrdiff_t end) {
-                              for (std::ptrdiff_t row = begin; row < end && !progress_.Aborted(); ++row) {
-                                T* const to = distance + row * nx;
-                                NearestInRow(set.Row(static_cast<int>(row % ny), static_cast<int>(row / ny)), nx,
-                                             options_.metric, weight(sx), BestSimdLevel(), to);
-                                if (options_.beyond != nullptr) LookBeyond(row, weight(sx), to);
-                                if (ny > 1) continue;
-                                MakeLengths(to, nx);
-                                finish(row * nx, nx, to);
-                              }
-                            });
-    if (ny > 1) Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, weight(sy), rowsApart_}, nz == 1, finish, distance);
-    if (nz > 1) Pass({nz, nxy, nxy, nx, nx, weight(sz), rowsApart_}, true, finish, distance);
+    const Progress ofRows = progress.Step(0.0, 0.4);
+    options_.dealing.Blocks(
+        std::ptrdiff_t{ny} * nz, [&, nx = nx, ny = ny, sx = sx](std::ptrdiff_t begin, std::ptrdiff_t end) {
+          for (std::ptrdiff_t row = begin; row < end && ofRows.GoesOn(begin == 0, row, end); ++row) {
+            T* const to = distance + row * nx;
+            NearestInRow(set.Row(static_cast<int>(row % ny), static_cast<int>(row / ny)), nx, options_.metric,
+                         weight(sx), BestSimdLevel(), to);
+            if (options_.beyond != nullptr) LookBeyond(row, weight(sx), to);
+            if (ny > 1) continue;
+            MakeLengths(to, nx);
+            finish(row * nx, nx, to);
+          }
+        });
+    if (ny > 1)
+      Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, weight(sy), rowsApart_}, nz == 1, finish,
+           progress.Step(0.4, nz > 1 ? 0.7 : 1.0), distance);
+    if (nz > 1) Pass({nz, nxy, nxy, nx, nx, weight(sz), rowsApart_}, true, finish, progress.Step(0.7, 1.0), distance);
   }
 
  private:
@@ -127,13 +130,12 @@ class Transform {
 
   // The lines of a pass; in the last one, squares and units become distances.
   template <typename Finish>
-  void Pass(const LinePass& pass, bool isLast, const Finish& finish, T* values) noexcept {
+  void Pass(const LinePass& pass, bool isLast, const Finish& finish, const Progress& progress, T* values) noexcept {
     const std::ptrdiff_t n = pass.n;
     const auto& dealing = options_.dealing;
     DealLines<kWideBlock, kColumnLanes>(
         pass, LanesFor(n), dealing,
         [&](int thread, std::ptrdiff_t count, std::ptrdiff_t lanes, const auto& forEachRun) {
-          if (progress_.Aborted()) return;
           T* const cost = columns_.data() + 2 * thread * size_;
           T* const nearest = cost + size_;
           // What lies in lanes without a line must not decide how the others are done.
@@ -159,7 +161,8 @@ class Transform {
             if (isLast) finish(index, length, nearest + place);
             std::copy_n(nearest + place, length, values + index);
           });
-        });
+        },
+        progress);
   }
 
   // One line, or kLineLanes of a block; `gap`: columns between the last of a row and the first of the next.
@@ -187,7 +190,6 @@ class Transform {
 
   VORL_GRID grid_;
   MaskDistanceOptions options_;
-  const Progress& progress_;
   int exponent_;  // of the unit of length
   double far_;    // above any distance
   bool rowsApart_;
@@ -251,7 +253,7 @@ template <typename M, typename T>
 int MaskDistance(const VORL_GRID& grid, const M* mask, const MaskDistanceOptions& options, T* distance,
                  const Progress& progress) noexcept {
   const Dealing& dealing = options.dealing;
-  Transform<T> transform(grid, options, progress);
+  Transform<T> transform(grid, options);
   if (const int status = transform.Allocate(); status != 0) return status;
   NodeBits set;
   if (const int status = set.Allocate(grid); status != 0) return status;
@@ -277,7 +279,7 @@ int MaskDistance(const VORL_GRID& grid, const M* mask, const MaskDistanceOptions
       if (const int status = inner.Allocate(static_cast<std::size_t>(grid.nxyz)); status != 0) return status;
       FindLayer(set, &known, dealing, &layer);
       transform.Run(
-          layer, [](std::ptrdiff_t, std::ptrdiff_t, T*) {}, inner.data());
+          layer, [](std::ptrdiff_t, std::ptrdiff_t, T*) {}, progress.Step(0.0, 0.5), inner.data());
       const T* const depth = inner.data();
       transform.Run(
           set,
@@ -287,7 +289,7 @@ int MaskDistance(const VORL_GRID& grid, const M* mask, const MaskDistanceOptions
             }
             markNaN(first, n, row);
           },
-          distance);
+          progress.Step(0.5, 1.0), distance);
       return progress.After(0);
     }
   }
@@ -304,9 +306,9 @@ int MaskDistance(const VORL_GRID& grid, const M* mask, const MaskDistanceOptions
         done += length;
       }
     };
-    transform.Run(layer, negate, distance);
+    transform.Run(layer, negate, progress, distance);
   } else {
-    transform.Run(set, markNaN, distance);
+    transform.Run(set, markNaN, progress, distance);
   }
   return progress.After(0);
 }

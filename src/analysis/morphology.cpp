@@ -170,7 +170,7 @@ class BitSweeps {
   template <typename T>
   void LoadMask(const T* mask, bool dilating, const Progress& progress) noexcept {
     dealing_.Blocks(Rows(), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-      for (std::ptrdiff_t row = begin; row < end && !progress.Aborted(); ++row) {
+      for (std::ptrdiff_t row = begin; row < end && progress.GoesOn(begin == 0, row, end); ++row) {
         const T* const values = mask + row * grid_.nx;
         MarkWords(values, grid_.nx, TrueValues{}, Source(row));
         if (dilating) continue;
@@ -225,7 +225,7 @@ class BitSweeps {
   template <typename T>
   void StoreMask(const T* mask, bool dilating, const Progress& progress, unsigned char* out) noexcept {
     dealing_.Blocks(Rows(), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-      for (std::ptrdiff_t row = begin; row < end && !progress.Aborted(); ++row) {
+      for (std::ptrdiff_t row = begin; row < end && progress.GoesOn(begin == 0, row, end); ++row) {
         const auto write = [&](std::ptrdiff_t first, int n, const unsigned char* known) {
           const Word grown = Source(row)[first / kWordBits];
           unsigned char bytes[kWordBits];
@@ -273,9 +273,12 @@ class BitSweeps {
       const bool alongX = runs[first].low != 0 || runs[first].high != 0;
       if (alongX) GrowAlongX(runs[first]);
       room = false;
+      const Progress step = progress.Step(static_cast<double>(first) / static_cast<double>(nrun_),
+                                          static_cast<double>(last) / static_cast<double>(nrun_));
       const Word* const from = alongX ? grown_.data() : source_.data();
       dealing_.Blocks(Rows(), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-        for (std::ptrdiff_t z = begin / grid_.ny; z * grid_.ny < end && !progress.Aborted(); ++z) {
+        for (std::ptrdiff_t z = begin / grid_.ny; z * grid_.ny < end && step.GoesOn(begin == 0, z * grid_.ny, end);
+             ++z) {
           const std::ptrdiff_t firstY = std::max(begin - z * grid_.ny, std::ptrdiff_t{0});
           const std::ptrdiff_t endY = std::min(end - z * grid_.ny, std::ptrdiff_t{grid_.ny});
           for (const Run* run = runs + first; run < runs + last; ++run) {
@@ -399,12 +402,15 @@ int ChangeMask(const VORL_GRID& grid, const T* mask, bool dilating, std::span<co
                unsigned char* out, const Dealing& dealing, const Progress& progress) noexcept {
   BitSweeps sweeps(grid, dealing);
   if (const int status = sweeps.Allocate(true); status != 0) return status;
-  sweeps.LoadMask(mask, dilating, progress);
+  sweeps.LoadMask(mask, dilating, progress.Step(0.0, 0.2));
+  const double share = 0.6 / static_cast<double>(elements.size());
+  double begin = 0.2;
   for (const StructuringElement& element : elements) {
     if (const int status = sweeps.SetElement(element); status != 0) return status;
-    sweeps.SweepAnywhere(progress);
+    sweeps.SweepAnywhere(progress.Step(begin, begin + share));
+    begin += share;
   }
-  sweeps.StoreMask(mask, dilating, progress, out);
+  sweeps.StoreMask(mask, dilating, progress.Step(0.8, 1.0), out);
   return progress.After(0);
 }
 

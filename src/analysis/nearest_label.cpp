@@ -139,12 +139,10 @@ void NearestInRow(const int* labels, std::ptrdiff_t n, double* steps, int* neare
 // Distances to labels or, without a map of the nearest ones, depths in them.
 class Transform {
  public:
-  Transform(const int* labels, DistanceMetric metric, const Dealing& dealing, const Progress& progress,
-            double* distance, int* nearest) noexcept
+  Transform(const int* labels, DistanceMetric metric, const Dealing& dealing, double* distance, int* nearest) noexcept
       : labels_(labels),
         euclidean_(metric == DistanceMetric::kEuclidean),
         dealing_(dealing),
-        progress_(progress),
         distance_(distance),
         nearest_(nearest) {}
 
@@ -159,9 +157,9 @@ class Transform {
     return status;
   }
 
-  void Rows(std::ptrdiff_t nx, std::ptrdiff_t nrow, double spacing) noexcept {
+  void Rows(std::ptrdiff_t nx, std::ptrdiff_t nrow, double spacing, const Progress& progress) noexcept {
     dealing_.Blocks(nrow, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-      for (std::ptrdiff_t row = begin; row < end && !progress_.Aborted(); ++row) {
+      for (std::ptrdiff_t row = begin; row < end && progress.GoesOn(begin == 0, row, end); ++row) {
         double* const to = distance_ + row * nx;
         if (nearest_ != nullptr) {
           NearestInRow(labels_ + row * nx, nx, to, nearest_ + row * nx);
@@ -176,15 +174,15 @@ class Transform {
     });
   }
 
-  void Pass(const LinePass& pass) noexcept {
+  void Pass(const LinePass& pass, const Progress& progress) noexcept {
     const auto doBlock = [&](int thread, std::ptrdiff_t count, std::ptrdiff_t lanes, const auto& forEachRun) {
-      if (!progress_.Aborted()) DoBlock(pass, thread, count, lanes, forEachRun);
+      DoBlock(pass, thread, count, lanes, forEachRun);
     };
-    DealLines<kLanes>(pass, LanesFor(pass.n), dealing_, doBlock);
+    DealLines<kLanes>(pass, LanesFor(pass.n), dealing_, doBlock, progress);
   }
 
   void Finish(std::ptrdiff_t n) noexcept {
-    if (!euclidean_ || progress_.Aborted()) return;
+    if (!euclidean_) return;
     dealing_.Blocks(n, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       for (std::ptrdiff_t i = begin; i < end; ++i) distance_[i] = std::sqrt(distance_[i]);
     });
@@ -238,7 +236,6 @@ class Transform {
   const int* labels_;
   bool euclidean_;
   const Dealing& dealing_;
-  const Progress& progress_;
   double* distance_;
   int* nearest_;
   std::ptrdiff_t longest_ = 0;
@@ -251,14 +248,15 @@ class Transform {
 
 int Run(const VORL_GRID& grid, const int* labels, DistanceMetric metric, const Dealing& dealing,
         const Progress& progress, double* distance, int* nearest) noexcept {
-  Transform transform(labels, metric, dealing, progress, distance, nearest);
+  Transform transform(labels, metric, dealing, distance, nearest);
   if (const int status = transform.Allocate(grid.ny, grid.nz); status != 0) return status;
   const auto& [nx, ny, nz, sx, sy, sz, ox, oy, oz, nxy, nxyz] = grid;
-  transform.Rows(nx, std::ptrdiff_t{ny} * nz, sx);
-  if (ny > 1) transform.Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, sy});
-  if (nz > 1) transform.Pass({nz, nxy, nxy, nxy, nxyz, sz});
+  transform.Rows(nx, std::ptrdiff_t{ny} * nz, sx, progress.Step(0.0, 0.2));
+  if (ny > 1) transform.Pass({ny, nx, std::ptrdiff_t{nx} * nz, nx, nxy, sy}, progress.Step(0.2, 0.6));
+  if (nz > 1) transform.Pass({nz, nxy, nxy, nxy, nxyz, sz}, progress.Step(0.6, 1.0));
+  if (const int status = progress.After(0); status != 0) return status;
   transform.Finish(nxyz);
-  return progress.After(0);
+  return 0;
 }
 
 }  // namespace

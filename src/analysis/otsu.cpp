@@ -1,7 +1,9 @@
 #include "analysis/otsu.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <type_traits>
@@ -68,8 +70,10 @@ class WeightedPositions {
     if (const int status = next.Allocate(size_ + 1); status != 0) return status;
     if (const int status = from.Allocate(nlayer * (size_ + 1) + 1); status != 0) return status;
     for (std::size_t end = 1; end <= size_; ++end) best[end] = Score(0, end);
+    const double share = 1.0 / static_cast<double>(nlayer);
     for (std::size_t layer = 0; layer < nlayer; ++layer) {
-      Search search{best.data(), next.data(), from.data() + layer * (size_ + 1), progress};
+      Search search{best.data(), next.data(), from.data() + layer * (size_ + 1),
+                    progress.Step(static_cast<double>(layer) * share, static_cast<double>(layer + 1) * share)};
       ExtendRange(search, layer + 2, size_, layer + 1, size_ - 1);
       if (progress.Aborted()) return kAborted;
       std::swap(best, next);
@@ -93,7 +97,7 @@ class WeightedPositions {
     const double* best;
     double* next;
     int* from;
-    const Progress& progress;
+    const Progress progress;
   };
 
   // Sums over what lies before each position, positions counted from their mean.
@@ -136,7 +140,9 @@ class WeightedPositions {
 
   void ExtendRange(const Search& search, std::size_t first, std::size_t last, std::size_t low,
                    std::size_t high) const noexcept {
-    while (first <= last && !search.progress.Aborted()) {
+    // Ends are done in order, but for those in the middle. Short ranges would report too often.
+    while (first <= last && search.progress.GoesOn(last - first > 1000, static_cast<std::ptrdiff_t>(first),
+                                                   static_cast<std::ptrdiff_t>(size_))) {
       const std::size_t middle = first + (last - first) / 2;
       const std::size_t found = BestBegin(search.best, middle, low, std::min(high, middle - 1), search.next + middle);
       search.from[middle] = static_cast<int>(found);
@@ -162,17 +168,19 @@ class OtsuSearch {
 
   int Run() noexcept {
     if (const int status = begin_.Allocate(static_cast<std::size_t>(nclass_)); status != 0) return status;
-    if (const int status = FindRange(); status != 0) return status;
+    if (const int status = FindRange(progress_.Step(0.0, 0.2)); status != 0) return status;
     if (least_ > greatest_) return 0;  // all are NaN
     found_->infinite = std::isinf(least_) || std::isinf(greatest_);
     found_->distinct = 1;
     if (found_->infinite || least_ == greatest_) return 0;
     const Bins bins(least_, greatest_, std::is_integral_v<T>);
     bool enough = false;
+    double begin = 0.2;
     if (bins.exact() || (bins.usable() && n_ > kFewValues)) {
       if (const int status = CutBins(bins, &enough); status != 0) return status;
+      begin = 0.7;
     }
-    return enough ? 0 : CutValues();
+    return enough ? 0 : CutValues(progress_.Step(begin, 1.0));
   }
 
  private:
@@ -180,11 +188,14 @@ class OtsuSearch {
   static constexpr std::ptrdiff_t kPiece = 1 << 20;
 
   template <typename Body>
-  void ForPieces(std::ptrdiff_t begin, std::ptrdiff_t end, const Body& body) const noexcept {
-    for (; begin < end && !progress_.Aborted(); begin += kPiece) body(begin, std::min(end, begin + kPiece));
+  static void ForPieces(const ItemBlock& block, const Progress& progress, const Body& body) noexcept {
+    for (std::ptrdiff_t begin = block.begin; begin < block.end && progress.GoesOn(block.begin == 0, begin, block.end);
+         begin += kPiece) {
+      body(begin, std::min(block.end, begin + kPiece));
+    }
   }
 
-  int FindRange() noexcept {
+  int FindRange(const Progress& progress) noexcept {
     Buffer<double> ends;
     const std::size_t nthread = static_cast<std::size_t>(dealing_.nscratch());
     if (const int status = ends.Allocate(2 * nthread); status != 0) return status;
@@ -196,7 +207,7 @@ class OtsuSearch {
       const ItemBlock block = BlockOf(n_, team, thread);
       double& least = ends[2 * static_cast<std::size_t>(thread)];
       double& greatest = ends[2 * static_cast<std::size_t>(thread) + 1];
-      ForPieces(block.begin, block.end, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      ForPieces(block, progress, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
         double low = least;
         double high = greatest;
         for (std::ptrdiff_t i = begin; i < end; ++i) {
@@ -222,10 +233,11 @@ class OtsuSearch {
     const std::size_t nthread = static_cast<std::size_t>(dealing_.nscratch());
     Buffer<std::int32_t> counts;
     if (const int status = counts.Allocate(nthread * bins.size(), 0); status != 0) return status;
+    const Progress ofCounts = progress_.Step(0.2, 0.5);
     dealing_.EachThread([&](int thread, int team) noexcept {
       const ItemBlock block = BlockOf(n_, team, thread);
       std::int32_t* const own = counts.data() + static_cast<std::size_t>(thread) * bins.size();
-      ForPieces(block.begin, block.end, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      ForPieces(block, ofCounts, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
         for (std::ptrdiff_t i = begin; i < end; ++i) {
           const double value = static_cast<double>(values_[i]);
           if (std::is_integral_v<T> || value == value) ++own[bins(value)];
@@ -252,7 +264,7 @@ class OtsuSearch {
       *enough = bins.exact();
       return 0;
     }
-    if (const int status = positions.Cut(nclass_, progress_, begin_.data()); status != 0) return status;
+    if (const int status = positions.Cut(nclass_, progress_.Step(0.5, 0.7), begin_.data()); status != 0) return status;
     *enough = bins.exact() || LosesLittle(positions.between(), positions.total(), weight);
     if (!*enough) return 0;
     return TakeLeastOf(bins, binOf);
@@ -279,11 +291,12 @@ class OtsuSearch {
     if (const int status = least.Allocate(nthread * ncut, std::numeric_limits<double>::infinity()); status != 0) {
       return status;
     }
+    const Progress last = progress_.Step(0.7, 1.0);
     for (std::size_t c = 0; c < ncut; ++c) cutOf[static_cast<std::size_t>(binOf[begin_[c]])] = static_cast<int>(c);
     dealing_.EachThread([&](int thread, int team) noexcept {
       const ItemBlock block = BlockOf(n_, team, thread);
       double* const own = least.data() + static_cast<std::size_t>(thread) * ncut;
-      ForPieces(block.begin, block.end, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+      ForPieces(block, last, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
         for (std::ptrdiff_t i = begin; i < end; ++i) {
           const double value = static_cast<double>(values_[i]);
           if (!std::is_integral_v<T> && value != value) continue;
@@ -300,14 +313,18 @@ class OtsuSearch {
   }
 
   // Piece by piece, which are then merged.
-  [[nodiscard]] int Sort(std::ptrdiff_t size, Buffer<double>* values) noexcept {
+  [[nodiscard]] static int Sort(std::ptrdiff_t size, const Progress& progress, Buffer<double>* values) noexcept {
     Buffer<double> merged;
     if (const int status = merged.Allocate(values->size()); status != 0) return status;
-    ForPieces(0, size, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    ForPieces({0, size}, progress.Step(0.0, 0.6), [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       std::sort(values->data() + begin, values->data() + end);
     });
+    const double share = 0.4 / std::bit_width(static_cast<std::size_t>(size / kPiece));
+    double done = 0.6;
     for (std::ptrdiff_t length = kPiece; length < size; length *= 2) {
-      for (std::ptrdiff_t begin = 0; begin < size && !progress_.Aborted(); begin += 2 * length) {
+      const Progress merging = progress.Step(done, done + share);
+      done += share;
+      for (std::ptrdiff_t begin = 0; begin < size && merging.GoesOn(true, begin, size); begin += 2 * length) {
         double* const first = values->data() + begin;
         double* const middle = values->data() + std::min(size, begin + length);
         double* const last = values->data() + std::min(size, begin + 2 * length);
@@ -315,22 +332,22 @@ class OtsuSearch {
       }
       std::swap(*values, merged);
     }
-    return progress_.After(0);
+    return progress.After(0);
   }
 
   // The exact way, on all distinct values.
-  int CutValues() noexcept {
+  int CutValues(const Progress& progress) noexcept {
     Buffer<double> sorted;
     if (const int status = sorted.Allocate(static_cast<std::size_t>(n_)); status != 0) return status;
     double* end = sorted.data();
-    ForPieces(0, n_, [&](std::ptrdiff_t begin, std::ptrdiff_t stop) noexcept {
+    ForPieces({0, n_}, progress.Step(0.0, 0.1), [&](std::ptrdiff_t begin, std::ptrdiff_t stop) noexcept {
       for (std::ptrdiff_t i = begin; i < stop; ++i) {
         const double value = static_cast<double>(values_[i]);
         if (value == value) *end++ = value;
       }
     });
     const std::ptrdiff_t known = end - sorted.data();
-    if (const int status = Sort(known, &sorted); status != 0) return status;
+    if (const int status = Sort(known, progress.Step(0.1, 0.4), &sorted); status != 0) return status;
     end = sorted.data() + known;
 
     WeightedPositions positions;
@@ -338,7 +355,7 @@ class OtsuSearch {
       return status;
     const double range = 0.5 * greatest_ - 0.5 * least_;
     double* distinct = sorted.data();
-    for (const double* from = sorted.data(); from < end && !progress_.Aborted(); ++distinct) {
+    for (const double* from = sorted.data(); from < end && !progress.Aborted(); ++distinct) {
       const double value = *from;
       const double* const first = from;
       while (from < end && *from == value) ++from;
@@ -346,8 +363,8 @@ class OtsuSearch {
       positions.Add((0.5 * value - 0.5 * least_) / range, static_cast<double>(from - first));
     }
     found_->distinct = static_cast<std::ptrdiff_t>(positions.size());
-    if (found_->distinct < nclass_) return progress_.After(0);
-    if (const int status = positions.Cut(nclass_, progress_, begin_.data()); status != 0) return status;
+    if (found_->distinct < nclass_) return progress.After(0);
+    if (const int status = positions.Cut(nclass_, progress.Step(0.4, 1.0), begin_.data()); status != 0) return status;
     for (int c = 0; c < nclass_ - 1; ++c) found_->cuts[c] = sorted[begin_[static_cast<std::size_t>(c)]];
     return 0;
   }

@@ -50,8 +50,7 @@ class LagTable {
         failed = status;
         return;
       }
-      for (std::ptrdiff_t item; (item = next.fetch_add(1)) < nitem && !progress.Aborted();) {
-        if (thread == 0 && progress.Publish(static_cast<double>(item) / static_cast<double>(nitem)) != 0) return;
+      for (std::ptrdiff_t item; (item = next.fetch_add(1)) < nitem && progress.GoesOn(thread == 0, item, nitem);) {
         const int first = static_cast<int>(item % nrun) * kLagsAtOnce;
         const int hy = static_cast<int>(item / nrun % (2 * max_[1] + 1)) - max_[1];
         const int hz = static_cast<int>(item / nrun / (2 * max_[1] + 1)) - max_[2];

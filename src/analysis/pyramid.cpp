@@ -349,7 +349,7 @@ class Resampling {
     const int nacross = (y_.nOut() - 1) / kTileRows + 1;
     const std::int64_t ntile = std::int64_t{nacross} * ((z_.nOut() - 1) / kTileSections + 1);
     dealing.EachThread([&](int thread, int team) noexcept {
-      for (std::int64_t tile = thread; tile < ntile && !progress.Aborted(); tile += team) {
+      for (std::int64_t tile = thread; tile < ntile && progress.GoesOn(thread == 0, tile, ntile); tile += team) {
         const int oy = static_cast<int>(tile % nacross) * kTileRows;
         const int oz = static_cast<int>(tile / nacross) * kTileSections;
         MakeTile(oy, std::min(kTileRows, y_.nOut() - oy), oz, std::min(kTileSections, z_.nOut() - oz),

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <climits>
+#include <cstddef>
 
 #include "core/progress_monitor.h"
 #include "core/statuses.hpp"
@@ -27,6 +28,21 @@ class Progress {
     Progress progress = *this;
     progress.reports_ = reports;
     progress.halt_ = &halt;
+    return progress;
+  }
+
+  // For a step of a realization, which takes it from one part (0 to 1) to another.
+  Progress Step(double begin, double end) const noexcept {
+    Progress progress = *this;
+    progress.begin_ = begin_ + begin * length_;
+    progress.length_ = (end - begin) * length_;
+    return progress;
+  }
+
+  // For work that says nothing of how far it is, since others do.
+  Progress Silent() const noexcept {
+    Progress progress = *this;
+    progress.reports_ = false;
     return progress;
   }
 
@@ -70,6 +86,13 @@ class Progress {
     return grown ? After(status) : status;
   }
 
+  // Whether a thread goes on with item `i` of n. One thread of a region reports that the items before it are done; the
+  // callback's result does not count.
+  [[nodiscard]] bool GoesOn(bool reports, std::ptrdiff_t i, std::ptrdiff_t n) const noexcept {
+    if (reports) static_cast<void>(Report(static_cast<double>(i) / static_cast<double>(n)));
+    return !Aborted();
+  }
+
   // Raises a warning and gives the callback's result. A set abort flag is found at the next test.
   int Warn(int number) const noexcept {
     if (monitor_ == nullptr) return 0;
@@ -95,7 +118,8 @@ class Progress {
   int Report(double part, bool& grown) const noexcept {
     grown = false;
     if (monitor_ == nullptr || !reports_) return 0;
-    const double percentage = (monitor_->currentRealization + part) * 100.0 / monitor_->nrealization;
+    const double percentage =
+        (monitor_->currentRealization + (begin_ + part * length_)) * 100.0 / monitor_->nrealization;
     // A caller may have set the counters so that this is not a number.
     if (!(percentage >= 0.0)) return 0;
     const int whole = percentage < INT_MAX ? static_cast<int>(percentage) : INT_MAX;
@@ -112,6 +136,8 @@ class Progress {
   bool threaded_;
   bool prompt_;
   bool reports_ = true;
+  double begin_ = 0.0;  // of a step, in the realization
+  double length_ = 1.0;
   const std::atomic<int>* halt_ = nullptr;
 };
 

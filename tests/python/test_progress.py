@@ -10,9 +10,11 @@ import kestrum as ks
 
 RANDOM = np.random.default_rng(1)
 IMAGE = RANDOM.normal(size=(50, 50, 50))
+WIDE = np.repeat(np.repeat(RANDOM.normal(size=(20, 30, 20)), 8, 0), 8, 2) + RANDOM.normal(size=(160, 30, 160))
 ENSEMBLE = RANDOM.normal(size=(12, 50, 50, 50))
 MODEL = ks.Nugget(0.1) + ks.Exponential(1.0, range=300)
 GRID = ks.Grid(700, 700, dx=2, dy=2)
+BODIES, LONG = ks.label(WIDE > 0)[0], WIDE[:, :, None].repeat(3, 2).reshape(160, -1)
 LARGE = ks.Grid(1500, 1500).to_xarray(np.pi * np.arange(1500 * 1500.0).reshape(1500, 1500), "v")
 
 
@@ -48,6 +50,29 @@ CALLS = {
     "ensemble.probability_connected": lambda p, _: ks.ensemble.probability_connected(ENSEMBLE, (0, 0, 0), progress=p),
     "ensemble.summary": lambda p, _: ks.ensemble.summary(ENSEMBLE, quantiles=0.5, progress=p),
     "ensemble.quantile": lambda p, _: ks.ensemble.quantile(ENSEMBLE, 0.5, progress=p),
+    "label": lambda p, _: ks.label(WIDE > 0, progress=p),
+    "body_sizes": lambda p, _: ks.body_sizes(BODIES, progress=p),
+    "distance": lambda p, _: ks.distance(WIDE > 3, progress=p),
+    "distance with signs": lambda p, _: ks.distance(np.where(WIDE < -3, np.nan, WIDE > 2), signed=True, metric="manhattan", progress=p),
+    "nearest_label": lambda p, _: ks.nearest_label(BODIES, progress=p),
+    "label_depth": lambda p, _: ks.label_depth(BODIES, progress=p),
+    "dilate": lambda p, _: ks.dilate(WIDE > 3, np.hypot(*np.indices((31, 31)) - 15)[None] < 15, progress=p),
+    "erode": lambda p, _: ks.erode(WIDE, 9, progress=p),
+    "box_mean": lambda p, _: ks.box_mean(WIDE, 9, progress=p),
+    "box_mean with NaN": lambda p, _: ks.box_mean(np.where(WIDE > 2, np.nan, WIDE), 9, progress=p),
+    "resample": lambda p, _: ks.resample(WIDE, (100, 20, 90), progress=p),
+    "resample to modes": lambda p, _: ks.resample(WIDE > 0, (100, 20, 90), method="mode", progress=p),
+    "pyramid": lambda p, _: ks.pyramid(WIDE, 3, progress=p),
+    "expand": lambda p, _: ks.expand(WIDE, (319, 60, 320), progress=p),
+    "geodesic_steps": lambda p, _: ks.geodesic_steps(WIDE > -9, (0, 0, 0), progress=p),
+    "shortest_path": lambda p, _: ks.shortest_path(WIDE > -9, (0, 0, 0), (159, 29, 159), progress=p),
+    "otsu": lambda p, _: ks.otsu(WIDE, 4, progress=p),
+    "otsu of distinct values": lambda p, _: ks.otsu(WIDE**9, 3, progress=p),
+    "categorize": lambda p, _: ks.categorize(LONG, [0, 1], progress=p),
+    "proportion_cuts": lambda p, _: ks.proportion_cuts(WIDE, np.full(20, 0.05), progress=p),
+    "category_proportions": lambda p, _: ks.category_proportions(LONG > 0, progress=p),
+    "proportion_map": lambda p, _: ks.proportion_map(WIDE > 0, 9, progress=p),
+    "category_order": lambda p, _: ks.category_order(LONG > 0, progress=p),
     "kmeans": lambda p, _: ks.kmeans(IMAGE.reshape(-1, 2), 9, restarts=5, progress=p),
     "variogram_map": lambda p, _: ks.variogram_map(IMAGE, 16, progress=p),
     "covariance_map": lambda p, _: ks.covariance_map(IMAGE, 16, progress=p),
