@@ -94,10 +94,11 @@ void AddElement(const ElementParameters& p, const Block& lags, real* __restrict 
     case COV_MATERN: {
       const real scale = std::sqrt(2.0 * s);
       const real factor = w * (2.0 / std::exp(VORLgammln(s)));
+      const BesselK besselK(s);
       return Add(n, cov, [&](int k) {
         if (d2[k] < VORL_EPSILON_HARD) return w;
         const real u = std::sqrt(d2[k]) * scale;
-        return factor * std::pow(u / 2.0, s) * BesselK(u, s);
+        return factor * std::pow(u / 2.0, s) * besselK(u);
       });
     }
     default:

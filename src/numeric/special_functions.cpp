@@ -20,34 +20,18 @@ constexpr double kTiny = 1e-30;
 constexpr int kMaxRounds = 10000;
 constexpr double kSeriesLimit = 2.0;  // Temme's series below, Steed's continued fraction from here on
 
-// An order nu split into mu in [-1/2, 1/2], where K is computed, and the number of recurrence steps from mu to nu.
-struct SplitOrder {
-  int steps;
-  double mu;
-};
-
-SplitOrder Split(double nu) noexcept {
-  const double rounded = nu + 0.5;
-  const int steps = rounded > 0.0 && rounded < 2147483648.0 ? static_cast<int>(rounded) : 0;
-  return {steps, nu - steps};
-}
-
 // K at one order and at that order plus one.
 struct KPair {
   double k;
   double kNext;
 };
 
-// The series of Temme (1975).
-KPair TemmeSeries(double x, double mu) noexcept {
+KPair TemmeSeries(double x, const TemmeOrder& order) noexcept {
+  const auto& [mu, fact, gam1, gam2, gampl, gammi] = order;
   const double halfX = 0.5 * x;
-  const double piMu = std::numbers::pi * mu;
-  const double fact = std::fabs(piMu) < kAccuracy ? 1.0 : piMu / std::sin(piMu);
   double d = -std::log(halfX);
   double e = mu * d;
   const double fact2 = std::fabs(e) < kAccuracy ? 1.0 : std::sinh(e) / e;
-  double gam1, gam2, gampl, gammi;
-  VORLbeschb(mu, &gam1, &gam2, &gampl, &gammi);
   double ff = fact * (gam1 * std::cosh(e) + gam2 * fact2 * d);
   double sum = ff;
   e = std::exp(e);
@@ -74,8 +58,6 @@ KPair SteedPair(double x, double mu) noexcept {
   const double k = std::sqrt(std::numbers::pi / (2.0 * x)) * std::exp(-x) / sums.s;
   return {k, k * sums.next * (1.0 / x)};
 }
-
-KPair KAtMu(double x, double mu) noexcept { return x < kSeriesLimit ? TemmeSeries(x, mu) : SteedPair(x, mu); }
 
 // Upward recurrence, stable for K.
 KPair RaiseK(KPair pair, double x, SplitOrder order) noexcept {
@@ -166,16 +148,27 @@ SteedSums SteedFraction(double x, double mu) noexcept {
   return {s, mu + x + 0.5 - a1 * h};
 }
 
-double BesselK(double x, double nu) noexcept {
-  const SplitOrder order = Split(nu);
-  return RaiseK(KAtMu(x, order.mu), x, order).k;
+SplitOrder::SplitOrder(double nu) noexcept {
+  const double rounded = nu + 0.5;
+  steps = rounded > 0.0 && rounded < 2147483648.0 ? static_cast<int>(rounded) : 0;
+  mu = nu - steps;
+}
+
+TemmeOrder::TemmeOrder(double order) noexcept : mu(order) {
+  const double piMu = std::numbers::pi * mu;
+  fact = std::fabs(piMu) < kAccuracy ? 1.0 : piMu / std::sin(piMu);
+  VORLbeschb(mu, &gam1, &gam2, &gampl, &gammi);
+}
+
+double BesselK::operator()(double x) const noexcept {
+  return RaiseK(x < kSeriesLimit ? TemmeSeries(x, temme_) : SteedPair(x, order_.mu), x, order_).k;
 }
 
 }  // namespace kestrum
 
 void VORLbessik(double x, double nu, double* ri, double* rk, double* rip, double* rkp) noexcept {
   using namespace kestrum;
-  const SplitOrder order = Split(nu);
+  const SplitOrder order(nu);
   const double xi = 1.0 / x;
 
   // I at an arbitrary scale, from order nu down to mu.
@@ -193,7 +186,7 @@ void VORLbessik(double x, double nu, double* ri, double* rk, double* rip, double
   }
   const double f = ripl / ril;
 
-  const KPair atMu = KAtMu(x, order.mu);
+  const KPair atMu = x < kSeriesLimit ? TemmeSeries(x, TemmeOrder(order.mu)) : SteedPair(x, order.mu);
   const double rkmup = order.mu * xi * atMu.k - atMu.kNext;
   const double rimu = xi / (f * atMu.k - rkmup);  // the Wronskian gives the scale of I
   *ri = rimu * ril1 / ril;

@@ -45,10 +45,11 @@ TEST(Bessel, AgreesWithReference) {
 
 TEST(Bessel, KAloneHasTheSameBits) {
   for (const double nu : {0.0, 0.3, 0.5, 1.0, 1.5, 2.5, 7.2, 50.0}) {
+    const kestrum::BesselK besselK(nu);
     for (double x = 0.01; x < 30.0; x *= 1.1) {
       double i, k, iPrime, kPrime;
       VORLbessik(x, nu, &i, &k, &iPrime, &kPrime);
-      EXPECT_EQ(kestrum::BesselK(x, nu), k) << nu << ", " << x;
+      EXPECT_EQ(besselK(x), k) << nu << ", " << x;
     }
   }
 }
