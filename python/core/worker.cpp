@@ -7,8 +7,10 @@
 namespace kestrum::python {
 
 struct Worker::Idle {
+  static constexpr int kMost = 4;  // each keeps the threads of its largest call
   std::mutex mutex;
   Worker* first = nullptr;
+  int count = 0;
 };
 
 namespace {
@@ -27,10 +29,9 @@ Worker* Worker::Take() {
     const std::lock_guard lock(idle->mutex);
     while (Worker* const worker = idle->first) {
       idle->first = worker->next_;
+      --idle->count;
       if (CPU_EQUAL(&worker->cores_, &cores)) return worker;
-      const std::lock_guard own(worker->mutex_);
-      worker->leaves_ = true;
-      worker->changed_.notify_all();
+      worker->Leave();
     }
   }
   return new Worker(cores);
@@ -38,11 +39,19 @@ Worker* Worker::Take() {
 
 void Worker::Return(Worker* worker) {
   const std::lock_guard lock(idle->mutex);
+  if (idle->count == Idle::kMost) return worker->Leave();
   worker->next_ = idle->first;
   idle->first = worker;
+  ++idle->count;
 }
 
 Worker::Worker(const cpu_set_t& cores) : cores_(cores) { std::thread(&Worker::Run, this).detach(); }
+
+void Worker::Leave() {
+  const std::lock_guard lock(mutex_);
+  leaves_ = true;
+  changed_.notify_all();
+}
 
 void Worker::Start(const std::function<int()>& work) {
   const std::lock_guard lock(mutex_);

@@ -18,7 +18,7 @@ class Worker {
 
   // Takes a worker that is idle, or makes one: std::system_error if there can be no further thread.
   static Worker* Take();
-  // Gives back a worker whose work has ended.
+  // Gives back a worker whose work has ended. Few stay.
   static void Return(Worker* worker);
 
   // Begins the work, which must stay until it has ended.
@@ -32,6 +32,7 @@ class Worker {
   // The threads of a worker may use the cores of the thread that made it.
   explicit Worker(const cpu_set_t& cores);
   void Run();
+  void Leave();
 
   cpu_set_t cores_;
   Worker* next_ = nullptr;  // idle

@@ -24,6 +24,15 @@ for _ in range(20):
     assert label(2) == expected
 assert threads() == kept
 """,
+    "few threads stay of many callers": """
+from concurrent.futures import ThreadPoolExecutor
+with ThreadPoolExecutor(16) as pool:
+    assert set(pool.map(label, [2] * 32)) == {expected}
+deadline = time.time() + 20
+while len(threads() - before) > 8:
+    assert time.time() < deadline
+    time.sleep(0.01)
+""",
     "a process that is forked makes its own": """
 label(2)
 child = os.fork()
