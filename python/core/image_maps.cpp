@@ -55,15 +55,14 @@ py::tuple LabelDistance(const Array<int>& labels, const std::array<double, 3>& s
 }
 
 template <typename T>
-Array<double> Means(const Array<T>& image, const std::array<int, 3>& sides, int nthreads, const py::object& report) {
+void Means(const Array<T>& image, const std::array<int, 3>& sides, Array<double>& means, int nthreads,
+           const py::object& report) {
   const VORL_GRID grid = GridOfShape(image);
-  Array<double> means = ArrayLike<double>(image);
-  double* const out = means.mutable_data();
+  double* const out = Sized(means, image.size(), "means").size() > 0 ? means.mutable_data() : nullptr;
   RunOperations(100.0 * static_cast<double>(image.size()), report, [&](const Progress& progress) {
     return BoxMean(grid, image.data(), BoxSides{sides[0], sides[1], sides[2]}, Dealing::Threads(nthreads), out,
                    progress);
   });
-  return means;
 }
 
 Array<double> Depths(const Array<int>& labels, const std::array<double, 3>& spacing, bool manhattan, int nthreads,
@@ -110,8 +109,8 @@ void BindImageMaps(py::module_& module) {
     bind(&Distance<M, double>);
     module.def("area_means", &MeansOfAreas<M>, py::arg("image").noconvert(), py::arg("shape"), py::arg("threads"),
                py::arg("progress"));
-    module.def("box_mean", &Means<M>, py::arg("image").noconvert(), py::arg("sides"), py::arg("threads"),
-               py::arg("progress"));
+    module.def("box_mean", &Means<M>, py::arg("image").noconvert(), py::arg("sides"), py::arg("means").noconvert(),
+               py::arg("threads"), py::arg("progress"));
   });
 }
 

@@ -102,8 +102,8 @@ def nearest_label(labels: NDArray[np.int32], spacing: Sequence[float], manhattan
     """The distance to the nearest label other than 0, and that label. spacing: along x, y and z."""
 def area_means(image: NDArray[Any], shape: Sequence[int], threads: int, progress: _Progress) -> NDArray[np.float64]:
     """Means over the cells of another grid of the same box. image: as that of box_mean."""
-def box_mean(image: NDArray[Any], sides: Sequence[int], threads: int, progress: _Progress) -> NDArray[np.float64]:
-    """image: uint8, int32, float32 or float64. sides: along x, y and z."""
+def box_mean(image: NDArray[Any], sides: Sequence[int], means: NDArray[np.float64], threads: int, progress: _Progress) -> None:
+    """image: uint8, int32, float32 or float64. sides: along x, y and z. means: out."""
 def body_sizes(labels: NDArray[np.int32], n: int, threads: int, progress: _Progress) -> NDArray[np.int32]:
     """Rows of size and of extents along z, y and x, of the labels 1 to n. None is larger than n."""
 def otsu(values: NDArray[Any], classes: int, threads: int, progress: _Progress) -> tuple[NDArray[np.float64], int, bool]:

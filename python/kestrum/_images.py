@@ -507,8 +507,10 @@ def _means(image: NDArray[Any], size: Any, *, threads: int | None, progress: _pr
     sides = as_sides(size, values.shape)
     nthreads = _door.threads(threads, values.size)
     typed, flipped = in_order("image", values)
+    means = np.empty(typed.shape)
     with _progress.shown(progress, "means") as report:
-        means = _core.box_mean(typed, [*(sides if flipped else sides[::-1]), 1][:3], nthreads, report) if values.size else np.empty(typed.shape)
+        if values.size:
+            _core.box_mean(typed, [*(sides if flipped else sides[::-1]), 1][:3], means, nthreads, report)
     return means.T if flipped else means
 
 

@@ -119,7 +119,7 @@ print((peak() - before - sum(getattr(part, "nbytes", 0) for part in parts)) / va
     ("transiogram(values, 1, method='fft', threads=2)", "u1", 25.0), ("indicator_variogram_map(values, 1, threads=2)", "u1", 2.6),
     ("indicator_variogram_map(values, 1, method='fft', threads=2)", "u1", 33.0), ("connectivity_function(values, 1, threads=2)", "u1", 7.2),
     ("categorize(values, [0.5], threads=2)", "u1", 0.1), ("proportion_cuts(values, [0.5, 0.5])", "f8", 17.1),
-    ("category_proportions(values, threads=2)", "u1", 3.1), ("proportion_map(values, 3, threads=2)", "u1", 12.1),
+    ("category_proportions(values, threads=2)", "u1", 3.1), ("proportion_map(values, 3, threads=2)", "u1", 4.1),
     ("category_order(values, threads=2)", "u1", 2.4), ("geodesic_steps(values, (0, 0, 0))", "u1", 0.2),
     ("shortest_path(values, (0, 0, 0), (19, 300, 301), 26)", "u1", 4.2), ("pyramid(values, 1, threads=2)[0]", "f8", 0.1),
     ("resample(values, 150, threads=2)", "u1", 0.1), ("resample(values, 150, method='mode', threads=2)", "u1", 6.1),
