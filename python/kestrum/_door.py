@@ -152,6 +152,8 @@ def reals(name: str, value: Any, error: type[KestrumError] = DataError) -> Float
         if given.dtype.kind == "O":
             try:
                 return np.ascontiguousarray(given.astype(np.float64)).reshape(given.shape)
+            except OverflowError:
+                raise ArgumentError(f"{name} has a number beyond the range of float64, which ends at 1.8e308.") from None
             except (TypeError, ValueError):
                 pass
         for row, item in np.ndenumerate(given):
@@ -198,4 +200,4 @@ def is_xarray(value: object) -> bool:
 
 def is_local(value: object) -> bool:
     """Whether a parameter is given cell by cell: an array of two or three axes. Sequences are numbers per axis."""
-    return not isinstance(value, (tuple, list)) and np.ndim(value) >= 2  # type: ignore[arg-type]
+    return getattr(value, "ndim", 0) >= 2

@@ -293,6 +293,8 @@ def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axe
     if axes is None:
         along = [axis for axis, n in enumerate(given.shape) if n > 1]
     else:
+        if _door.array("axes", axes).ndim != 1:
+            _door.wrong_type("axes", axes, "whole numbers: axes of the image")
         along = sorted({axis % given.ndim for axis in (_door.whole("axes", axis, -given.ndim, given.ndim - 1) for axis in axes)})
         if not along or any(given.shape[axis] < 2 for axis in along):
             raise ArgumentError(f"axes is {_door.show(axes)}, but must be axes of more than one node.")

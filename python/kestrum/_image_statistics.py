@@ -467,6 +467,8 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
            [1., 4., 6., 4., 1.]])
     """
     values = as_image("image", image)
+    if _door.array("shape", shape).ndim != 1:
+        _door.wrong_type("shape", shape, "whole numbers, one for each axis")
     sides = tuple(_door.whole("shape", side) for side in shape)
     fits = len(sides) == values.ndim and all(side == n or n > 1 and 2 * n - 1 <= side <= 2 * n for side, n in zip(sides, values.shape))
     if not fits:

@@ -359,7 +359,7 @@ class CovModel:
 
     def __repr__(self) -> str:
         varies = any(_door.is_local(s.sill) for s in self.structures)
-        lines = [str(self), f"  sill {'varies' if varies else _text(self.sill)} in the variable's unit squared"]
+        lines = [str(self), f"  sill {'varies' if varies else f'{self.sill:g}'} in the variable's unit squared"]
         if any(s.range for s in self.structures):
             flat = all(len(s.range) != 3 for s in self.structures)
             axes = "" if self.isotropic else " (along the azimuth, across)" if flat else " (along the azimuth, across, vertical)"

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import sys
+import warnings
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager
 from typing import Any
@@ -54,7 +55,9 @@ def steps(report: Report, count: int, ratio: float = 1.0) -> list[Report]:
 
 def _bar(label: str) -> Any:
     try:
-        from tqdm.auto import tqdm
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore")  # a notebook without widgets gets a bar of text
+            from tqdm.auto import tqdm
     except ImportError:
         return _Lines(label) if not sys.stderr.isatty() else _Line(label)
     return _Tqdm(tqdm, label) if sys.stderr.isatty() or "ipykernel" in sys.modules else _Lines(label)

@@ -258,7 +258,7 @@ def _connection(realizations: Any, values: Any, place: Any, limit: Any, connecti
         if sorted(map(str, place)) != sorted(map(str, cells)):
             raise ArgumentError(f"place has {', '.join(map(str, place))}, but needs {', '.join(map(str, cells))}.")
         place = tuple(_nearest_cell(str(dim), realizations[dim].values, place[dim]) for dim in cells)
-    at = tuple(_door.whole("place", index, 0, size - 1) for index, size in zip(np.atleast_1d(place), shape))
+    at = tuple(_door.whole("place", index, 0, size - 1) for index, size in zip(np.atleast_1d(_door.array("place", place)), shape))
     if len(at) != len(shape) or np.size(place) != len(shape):
         raise ArgumentError(f"place has {np.size(place)} indices, but cells have {len(shape)}.")
     options = {2: {4: 1, 8: 2}, 3: {6: 1, 18: 2, 26: 3}}[len(shape)]
