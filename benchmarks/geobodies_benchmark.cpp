@@ -67,11 +67,10 @@ void Label(benchmark::State& state) {
 BENCHMARK(Label)->ArgsProduct({{128, 256}, {0, 6}, {6, 18, 26}})->Unit(benchmark::kMillisecond);
 
 // As the package labels masks: a byte a node, the links in the labels. Arguments: as those of Label, and threads.
-void LabelMask(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
-  const std::vector<double> noise = Noise(n, n, n, static_cast<int>(state.range(1)));
+void LabelRows(benchmark::State& state, int nx, int ny, int nz) {
+  const std::vector<double> noise = Noise(nx, ny, nz, static_cast<int>(state.range(1)));
   const std::vector<unsigned char> mask = Below(noise);
-  const VORL_GRID grid{n, n, n, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, n * n, n * n * n};
+  const VORL_GRID grid{nx, ny, nz, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, nx * ny, nx * ny * nz};
   std::vector<int> labels(mask.size());
   const auto dealing = kestrum::Dealing::Threads(static_cast<int>(state.range(3)));
   for (auto _ : state) {
@@ -84,7 +83,19 @@ void LabelMask(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * grid.nxyz);
 }
+
+void LabelMask(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  LabelRows(state, n, n, n);
+}
 BENCHMARK(LabelMask)->ArgsProduct({{256}, {0, 6}, {6, 26}, {1, 2}})->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same with 1024 x 1024 short rows, of the nodes of the first argument.
+void LabelShortRows(benchmark::State& state) { LabelRows(state, static_cast<int>(state.range(0)), 1024, 1024); }
+BENCHMARK(LabelShortRows)
+    ->ArgsProduct({{3, 12}, {0, 6}, {6, 26}, {1, 2}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // Arguments: passes of smoothing, thresholds, threads. Up to 64 thresholds by sets, beyond by the tree.
 void ConnectionCurve(benchmark::State& state) {

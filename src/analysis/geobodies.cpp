@@ -35,21 +35,35 @@ int WriteIndicator(const real* values, int nxyz, const IntervalSet& set, T* out,
 
 }  // namespace
 
-int GeobodyFinder::AllocateBits(const VORL_GRID& grid) noexcept {
-  if (const int status = NodeBits::Allocate(grid); status != 0) return status;
-  runsPerBundle_ = nx_ / 2 + nx_ % 2;
+int GeobodyFinder::AllocateBits(const VORL_GRID& grid, bool packShortRows) noexcept {
+  if (const int status = NodeBits::Allocate(grid, packShortRows); status != 0) return status;
+  const int rowLength = packed_.nx != 0 ? packed_.nx : nx_;
+  runsPerBundle_ = nx_ / rowLength * (rowLength / 2 + rowLength % 2);
+  for (int word = 0; word < packed_.nx; ++word) rowStarts_[word] = 0;
+  for (int node = 0; node < packed_.nx * kMarkBlock; node += rowLength) {
+    rowStarts_[node / kMarkBlock] |= std::uint64_t{1} << (node % kMarkBlock);
+  }
   if (const int status = first_.Allocate(nrow()); status != 0) return status;
   return starts_.Allocate(nrow() * static_cast<std::size_t>(wordsPerRow_));
 }
 
-int GeobodyFinder::Allocate(const VORL_GRID& grid) noexcept {
-  if (const int status = AllocateBits(grid); status != 0) return status;
+int GeobodyFinder::Allocate(const VORL_GRID& grid, bool packShortRows) noexcept {
+  if (const int status = AllocateBits(grid, packShortRows); status != 0) return status;
   return links_.Allocate(nrow() * static_cast<std::size_t>(runsPerBundle_));
 }
 
 void GeobodyFinder::Prepare(Connectivity connectivity, int* link, const Progress& progress) noexcept {
-  const int bundlesPerLayer = (ny_ - 1) / RowsY(connectivity) + 1;
-  runs_ = {this, progress, connectivity, bundlesPerLayer, starts_.data(), first_.data(), link};
+  const Connectivity bundled = packed_.nx != 0 ? Connectivity::k6 : connectivity;
+  const int bundlesPerLayer = (ny_ - 1) / RowsY(bundled) + 1;
+  runs_ = {this,
+           progress,
+           bundled,
+           connectivity,
+           bundlesPerLayer,
+           starts_.data(),
+           first_.data(),
+           link,
+           packed_.nx != 0 ? rowStarts_ : nullptr};
 }
 
 BundleSlab GeobodyFinder::SlabOf(std::ptrdiff_t nslab, std::ptrdiff_t i) const noexcept {
@@ -61,11 +75,19 @@ BundleSlab GeobodyFinder::SlabOf(std::ptrdiff_t nslab, std::ptrdiff_t i) const n
   return {0, runs_.bundlesPerLayer, begin, end, 0, 0, 0, 0};
 }
 
+// The largest number of slabs. Where rows are packed, all neighbours before a slab must lie in the slab before it.
+int GeobodyFinder::MostSlabs() const noexcept {
+  if (packed_.nx == 0) return Dealing::kMaxTeam;
+  const std::int64_t rows = packed_.nz > 1 ? packed_.ny + 1 : 1;
+  const std::int64_t farthest = packed_.nx * rows + 1;
+  return static_cast<int>(std::max(nxyz_ / (farthest + nx_), std::int64_t{1}));
+}
+
 // That after the last one.
 int GeobodyFinder::LastNode(const BundleSlab& slab) const noexcept {
   const int endZ = std::min(slab.endZ * runs_.RowsZ(), nz_);
   const int endY = std::min(slab.endY * runs_.RowsY(), ny_);
-  return ((endZ - 1) * ny_ + endY) * nx_;
+  return static_cast<int>(std::min(((endZ - 1) * std::int64_t{ny_} + endY) * nx_, std::int64_t{nxyz_}));
 }
 
 BundleSlab GeobodyFinder::JoinAll(Connectivity connectivity, const Progress& progress) noexcept {
@@ -113,9 +135,11 @@ int GeobodyFinder::LabelInPlace(Connectivity connectivity, int* labels, const De
   BundleSlab slabs[Dealing::kMaxTeam];
   int nslab = 0;
   dealing.EachThread([&](int thread, int team) {
-    if (thread == 0) nslab = team;
+    const int n = std::min(team, MostSlabs());
+    if (thread == 0) nslab = n;
+    if (thread >= n) return;
     BundleSlab& slab = slabs[thread];
-    slab = SlabOf(team, thread);
+    slab = SlabOf(n, thread);
     FindRuns(found, slab);
     SetFirstRun(found, LastNode(slab) - slab.nrun, slab);
     JoinRuns(joined, slab, false);

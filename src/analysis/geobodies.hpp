@@ -43,11 +43,13 @@ struct BundleSlab {
 struct BundledRuns {
   const NodeBits* nodes;
   Progress progress{nullptr, nullptr};
-  Connectivity connectivity;
+  Connectivity connectivity;  // if rows are packed, that across faces: each is a bundle
+  Connectivity packed;        // that of the grid's nodes
   int bundlesPerLayer;
-  std::uint64_t* starts;  // bits of the nodes where runs start; each bundle starts a word
-  int* first;             // the number of each bundle's first run
-  int* link;              // an earlier run of the same geobody, or the run itself; in the end -label
+  std::uint64_t* starts;           // bits of the nodes where runs start; each bundle starts a word
+  int* first;                      // the number of each bundle's first run
+  int* link;                       // an earlier run of the same geobody, or the run itself; in the end -label
+  const std::uint64_t* rowStarts;  // if rows are packed, the bits of their first nodes; after nx words they recur
 
   int RowsY() const noexcept { return kestrum::RowsY(connectivity); }
   int RowsZ() const noexcept { return kestrum::RowsZ(connectivity); }
@@ -107,10 +109,13 @@ struct BundledRuns {
           cursor.Advance();
           for (std::uint64_t rest = bits[word]; rest != 0;) {
             const int begin = std::countr_zero(rest);
-            const std::uint64_t after = rest + (rest & -rest);  // the carry comes out after the piece
+            const std::uint64_t lowest = rest & -rest;
+            // What is after the piece: no mark, or in packed rows another run.
+            const std::uint64_t after = (~rest | cursor.starts) & ~(lowest | (lowest - 1));
             const int end = after == 0 ? kMarkBlock : std::countr_zero(after);
             body(cursor.RunAt(begin), row + word * kMarkBlock + begin, end - begin);
-            rest &= after;
+            if (after == 0) break;
+            rest &= -(after & -after);
           }
         }
       }
@@ -122,11 +127,12 @@ struct BundledRuns {
 //
 // Rows of the set are read 64 nodes at a time. Runs that touch are joined in a table of links, in which a link never
 // points to a later run (the algorithm of Rem: Patwary, Blair and Manne, Experiments on union-find algorithms for the
-// disjoint-set data structure, 2010). The time is nearly linear in the nodes, but for rows of a few nodes, each of which
-// costs as much as one of 64.
+// disjoint-set data structure, 2010). The time is nearly linear in the nodes. Short rows are packed, so that 64 nodes are
+// read at a time there too.
 class GeobodyFinder : public NodeBits {
  public:
-  [[nodiscard]] int Allocate(const VORL_GRID& grid) noexcept;
+  // packShortRows: false if the caller reads the rows as well
+  [[nodiscard]] int Allocate(const VORL_GRID& grid, bool packShortRows = true) noexcept;
 
   // Joins the marked nodes and returns the number of geobodies, which are numbered by their first nodes; 0 if
   // progress is aborted.
@@ -143,7 +149,7 @@ class GeobodyFinder : public NodeBits {
   // the end of its labels meanwhile: no row has more runs from any node on than nodes, so that labels in their order are
   // written after the links that lay there have been read.
   // AllocateBits comes before, instead of Allocate. Where progress is aborted, the labels are of no use.
-  [[nodiscard]] int AllocateBits(const VORL_GRID& grid) noexcept;
+  [[nodiscard]] int AllocateBits(const VORL_GRID& grid, bool packShortRows = true) noexcept;
   int LabelInPlace(Connectivity connectivity, int* labels, const Dealing& dealing, const Progress& progress) noexcept;
 
   // Marks and labels as VORLImageGeobody6 and its relatives do, with labels of int or real.
@@ -161,11 +167,13 @@ class GeobodyFinder : public NodeBits {
  private:
   void Prepare(Connectivity connectivity, int* link, const Progress& progress) noexcept;
   BundleSlab SlabOf(std::ptrdiff_t nslab, std::ptrdiff_t i) const noexcept;
+  int MostSlabs() const noexcept;
   int LastNode(const BundleSlab& slab) const noexcept;
   BundleSlab JoinAll(Connectivity connectivity, const Progress& progress) noexcept;
 
   BundledRuns runs_ = {};
-  int runsPerBundle_ = 0;         // at most
+  int runsPerBundle_ = 0;  // at most
+  std::uint64_t rowStarts_[PackedRows::kLongest] = {};
   Buffer<std::uint64_t> starts_;  // of the runs
   Buffer<int> first_;
   Buffer<int> links_;

@@ -39,7 +39,28 @@ KESTRUM_KERNEL_INLINE int FindStartsOf(const BundledRuns& runs, const BundleSlab
   return nrun;
 }
 
+KESTRUM_KERNEL_INLINE int FindPackedStarts(const BundledRuns& runs, const BundleSlab& slab) noexcept {
+  const NodeBits& nodes = *runs.nodes;
+  const int nword = nodes.wordsPerRow();
+  const int period = nodes.packed().nx;
+  int nrun = 0;
+  for (int y = slab.beginY; y < slab.endY; ++y) {
+    if (!runs.GoesOn(slab, y, 0)) return 0;
+    runs.first[y] = nrun;
+    const std::uint64_t* const row = nodes.Row(y, 0);
+    std::uint64_t* const starts = runs.starts + std::ptrdiff_t{y} * nword;
+    std::uint64_t last = 0;
+    for (int word = 0; word < nword; ++word) {
+      starts[word] = row[word] & (~(row[word] << 1 | last) | runs.rowStarts[word % period]);
+      nrun += std::popcount(starts[word]);
+      last = row[word] >> (kMarkBlock - 1);
+    }
+  }
+  return nrun;
+}
+
 KESTRUM_KERNEL_TARGET int FindStarts(const BundledRuns& runs, const BundleSlab& slab) noexcept {
+  if (runs.rowStarts != nullptr) return FindPackedStarts(runs, slab);
   switch (runs.connectivity) {
     case Connectivity::k6:
       return FindStartsOf<Connectivity::k6>(runs, slab);
@@ -265,8 +286,169 @@ class SlabJoiner {
   int nrun_ = 0;
 };
 
+// Bits of nodes end to end, in words from one on and before another; elsewhere they are 0.
+struct BitsWithin {
+  const std::uint64_t* words;
+  std::ptrdiff_t begin, end;
+
+  KESTRUM_KERNEL_INLINE std::uint64_t Word(std::ptrdiff_t i) const noexcept {
+    return i >= begin && i < end ? words[i] : 0;
+  }
+  // Of 64 nodes from one on.
+  KESTRUM_KERNEL_INLINE std::uint64_t From(std::ptrdiff_t node) const noexcept {
+    const std::ptrdiff_t word = node >> 6;
+    const int place = static_cast<int>(node & 63);
+    return Word(word) >> place | Word(word + 1) << 1 << (kMarkBlock - 1 - place);
+  }
+};
+
+// Joins the packed rows of a slab to each other, or to the slab before. The nodes of a neighbouring row lie some places
+// before, so that 64 of them are read at once, whatever rows they are of. The last runs up to a node of two rows touch
+// there if it is a contact; the pair is joined at the last contact before one of them ends, and at the end of a word.
+template <Connectivity connectivity, bool across>
+class PackedJoiner {
+ public:
+  KESTRUM_KERNEL_INLINE PackedJoiner(const BundledRuns& runs, const BundleSlab& slab) noexcept
+      : runs_(runs),
+        grid_(runs.nodes->packed()),
+        nword_(runs.nodes->wordsPerRow()),
+        layer_(std::ptrdiff_t{grid_.nx} * grid_.ny),
+        slab_(slab),
+        border_(std::ptrdiff_t{slab.beginY} * nword_) {
+    const std::ptrdiff_t end = std::ptrdiff_t{runs.nodes->ny()} * nword_;
+    marks_ = {runs.nodes->Row(0, 0), 0, end};
+    const std::ptrdiff_t from = across ? 0 : border_;
+    const std::ptrdiff_t to = across ? border_ : end;
+    others_ = {marks_.words, from, to};
+    otherStarts_ = {runs.starts, from, to};
+  }
+
+  KESTRUM_KERNEL_INLINE void Run() noexcept {
+    const std::ptrdiff_t farthest = (grid_.nz > 1 ? layer_ : 0) + grid_.nx + 1;
+    for (y_ = slab_.beginY; y_ < slab_.endY; ++y_) {
+      if (!runs_.GoesOn(slab_, y_, 0)) return;
+      begin_ = std::ptrdiff_t{y_} * nword_;
+      if (across && (begin_ - border_) * kMarkBlock > farthest) return;
+      if (runs_.CountOf(y_, 0, slab_) == 0) continue;
+      JoinTo<-1, 0>();
+      if (grid_.nz == 1) continue;
+      JoinTo<0, -1>();
+      if constexpr (connectivity == Connectivity::k6) continue;
+      JoinTo<-1, -1>();
+      JoinTo<1, -1>();
+    }
+  }
+
+ private:
+  // The last run that starts before a node, which may lie before the slabs that are joined to.
+  KESTRUM_KERNEL_INLINE int LastBefore(std::ptrdiff_t node) const noexcept {
+    const std::ptrdiff_t first = std::max(node, otherStarts_.begin * kMarkBlock);
+    std::ptrdiff_t word = first / kMarkBlock;
+    const std::uint64_t part = otherStarts_.Word(word) & ((std::uint64_t{1} << (first % kMarkBlock)) - 1);
+    int run = runs_.first[word / nword_] - 1 + std::popcount(part);
+    while (word % nword_ != 0) run += std::popcount(otherStarts_.words[--word]);
+    return run;
+  }
+
+  // Those of 64 nodes from one on that lie in the first rows of layers.
+  KESTRUM_KERNEL_INLINE std::uint64_t FirstRows(std::ptrdiff_t node) const noexcept {
+    std::uint64_t rows = 0;
+    const auto onLayer =
+        static_cast<std::ptrdiff_t>(static_cast<std::uint32_t>(node) % static_cast<std::uint32_t>(layer_));
+    for (std::ptrdiff_t begin = -onLayer; begin < kMarkBlock; begin += layer_) {
+      const std::uint64_t row = (std::uint64_t{1} << grid_.nx) - 1;
+      if (begin >= 0) {
+        rows |= row << begin;
+      } else if (begin > -grid_.nx) {
+        rows |= row >> -begin;
+      }
+    }
+    return rows;
+  }
+
+  // Joins the runs to those of the rows that lie dy and dz rows from each.
+  template <int dy, int dz>
+  KESTRUM_KERNEL_INLINE void JoinTo() const noexcept {
+    constexpr bool kFresh = dz == 0 && !across;  // no run is joined to another yet
+    constexpr bool kDiagonal =
+        connectivity == Connectivity::k26 || (connectivity == Connectivity::k18 && (dy == 0 || dz == 0));
+    int* const link = runs_.link;
+    const std::ptrdiff_t back = -(dy * grid_.nx + dz * layer_);
+    BundledRuns::Cursor a = runs_.CursorOf(y_, 0);
+    int otherBefore = LastBefore(begin_ * kMarkBlock - back);
+    PlacesSinceStart joinedBefore;
+    PlacesSinceStart linked;
+    std::uint64_t last = 0;
+    std::uint64_t lastContacts = 0;
+    for (int word = 0; word < nword_; ++word) {
+      a.Advance();
+      const std::ptrdiff_t node = (begin_ + word) * kMarkBlock;
+      const std::uint64_t here = marks_.words[begin_ + word];
+      const std::uint64_t other = others_.From(node - back);
+      const std::uint64_t otherStarts = otherStarts_.From(node - back);
+      std::uint64_t contacts = here & other;
+      if constexpr (kDiagonal) {
+        const std::uint64_t before = here << 1 | last;
+        contacts |= ((here & others_.From(node - back - 1)) | (before & other)) & ~runs_.rowStarts[word % grid_.nx];
+        last = here >> (kMarkBlock - 1);
+      }
+      if (dy != 0 && grid_.nz > 1) contacts &= ~FirstRows(dy < 0 ? node : node + grid_.nx);
+      const std::uint64_t starts = a.starts | otherStarts;
+      std::uint64_t ends = contacts & (~(contacts >> 1) | starts >> 1);
+      if constexpr (kFresh) {
+        // The first link of a run needs no look at others.
+        std::uint64_t firsts = ends & (a.starts | ~linked.Before(a.starts, ends));
+        ends ^= firsts;
+        for (; firsts != 0; firsts &= firsts - 1) {
+          const std::uint64_t upTo = firsts ^ (firsts - 1);
+          link[a.before + std::popcount(a.starts & upTo)] = link[otherBefore + std::popcount(otherStarts & upTo)];
+        }
+      } else if constexpr (dz != 0) {
+        // Nodes that others beside them join: three sides of a square do, or two.
+        std::uint64_t joined;
+        if constexpr (dy == 0) {
+          joined = marks_.From(node - grid_.nx) & marks_.From(node - grid_.nx - back) & ~FirstRows(node);
+        } else {
+          joined = marks_.From(node + dy * grid_.nx) | marks_.From(node - layer_);
+        }
+        const std::uint64_t places = contacts & joined;
+        const std::uint64_t begins = contacts & (~(contacts << 1 | lastContacts) | starts);
+        ends &= ~(places | (joinedBefore.Before(begins, places) & ~begins));
+        lastContacts = contacts >> (kMarkBlock - 1);
+      }
+      for (; ends != 0; ends &= ends - 1) {
+        const std::uint64_t upTo = ends ^ (ends - 1);
+        kestrum::Join(link, a.before + std::popcount(a.starts & upTo), otherBefore + std::popcount(otherStarts & upTo));
+      }
+      otherBefore += std::popcount(otherStarts);
+    }
+  }
+
+  const BundledRuns& runs_;
+  const PackedRows grid_;
+  const int nword_;
+  const std::ptrdiff_t layer_;
+  const BundleSlab& slab_;
+  const std::ptrdiff_t border_;  // the slab's first word
+  BitsWithin marks_;
+  BitsWithin others_;  // of the nodes that are joined to
+  BitsWithin otherStarts_;
+  int y_ = 0;
+  std::ptrdiff_t begin_ = 0;  // the row's first word
+};
+
 template <bool across>
 KESTRUM_KERNEL_INLINE void JoinSlabTo(const BundledRuns& runs, const BundleSlab& slab) noexcept {
+  if (runs.rowStarts != nullptr) {
+    switch (runs.packed) {
+      case Connectivity::k6:
+        return PackedJoiner<Connectivity::k6, across>(runs, slab).Run();
+      case Connectivity::k18:
+        return PackedJoiner<Connectivity::k18, across>(runs, slab).Run();
+      default:
+        return PackedJoiner<Connectivity::k26, across>(runs, slab).Run();
+    }
+  }
   switch (runs.connectivity) {
     case Connectivity::k6:
       return SlabJoiner<Connectivity::k6, across>(runs, slab).Run();
@@ -409,7 +591,7 @@ KESTRUM_KERNEL_TARGET void WriteSlab(const BundledRuns& runs, const BundleSlab& 
   const NodeBits& nodes = *runs.nodes;
   constexpr int kWords = 8;
   // The links of some words, from that of the run before them: labels may be written where they lie.
-  int links[1 + kWords * kMarkBlock / 2 + 8] = {};
+  int links[1 + kWords * kMarkBlock + 8] = {};
   for (int z = slab.beginZ; z < slab.endZ; ++z) {
     for (int y = slab.beginY; y < slab.endY; ++y) {
       if (!runs.GoesOn(slab, y, z)) return;
@@ -423,11 +605,12 @@ KESTRUM_KERNEL_TARGET void WriteSlab(const BundledRuns& runs, const BundleSlab& 
         for (int i = word; i < std::min(word + kWords, nodes.wordsPerRow()); ++i) nrun += std::popcount(starts[i]);
         std::copy_n(link, nrun, links + 1);
         const int x = word * kMarkBlock;
-        const int n = std::min(kWords * kMarkBlock, nodes.nx() - x);
         for (int iz = z * runs.RowsZ(); iz < endZ; ++iz) {
           for (int iy = y * runs.RowsY(); iy < endY; ++iy) {
-            T* const row = labels + (std::ptrdiff_t{iz} * nodes.ny() + iy) * nodes.nx();
-            WriteNodes(starts + word, nodes.Row(iy, iz) + word, n, links, row + x);
+            const std::ptrdiff_t first = (std::ptrdiff_t{iz} * nodes.ny() + iy) * nodes.nx() + x;
+            if (first >= nodes.nxyz()) continue;  // the last row may end before
+            const int n = std::min({kWords * kMarkBlock, nodes.nx() - x, nodes.nxyz() - static_cast<int>(first)});
+            WriteNodes(starts + word, nodes.Row(iy, iz) + word, n, links, labels + first);
           }
         }
         links[0] = links[nrun];

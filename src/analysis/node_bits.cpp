@@ -21,7 +21,7 @@ void TransposeBits(std::uint64_t (&words)[kMarkBlock]) noexcept {
 
 }  // namespace
 
-int NodeBits::Allocate(const VORL_GRID& grid) noexcept {
+int NodeBits::Allocate(const VORL_GRID& grid, bool packShortRows) noexcept {
   // No neighbour is lost.
   const int sizes[] = {grid.nx, grid.ny, grid.nz, 1, 1};
   const int first = grid.nx > 1 ? 0 : grid.ny > 1 ? 1 : 2;
@@ -30,10 +30,19 @@ int NodeBits::Allocate(const VORL_GRID& grid) noexcept {
   nz_ = sizes[first + 2];
   if (ny_ == 1) std::swap(ny_, nz_);
   nxyz_ = grid.nxyz;
+  packed_ = {};
+  if (packShortRows && nx_ <= PackedRows::kLongest && ny_ > 1) {
+    packed_ = {nx_, ny_, nz_};
+    // The least number of rows that fill whole words, some times.
+    constexpr int kWords = 16;
+    nx_ *= kMarkBlock * ((kWords - 1) / nx_ + 1);
+    ny_ = (nxyz_ - 1) / nx_ + 1;
+    nz_ = 1;
+  }
   wordsPerRow_ = (nx_ - 1) / kMarkBlock + 1;
   const std::size_t rowWords = static_cast<std::size_t>(wordsPerRow_);
   const int status = bits_.Allocate((nrow() + 1) * rowWords + 1);
-  if (status == 0) std::fill(bits_.end() - wordsPerRow_, bits_.end(), std::uint64_t{0});
+  if (status == 0) std::fill(bits_.end() - (packed_.nx == 0 ? 1 : 2) * wordsPerRow_ - 1, bits_.end(), std::uint64_t{0});
   return status;
 }
 
@@ -59,7 +68,7 @@ void NodeBits::SpreadRows() noexcept {
   const int inLastWord = nx_ % kMarkBlock;
   if (inLastWord == 0) return;
   bits_[static_cast<std::size_t>((nxyz_ - 1) / kMarkBlock) + 1] = 0;
-  for (std::ptrdiff_t row = nxyz_ / nx_ - 1; row >= 0; --row) {
+  for (std::ptrdiff_t row = static_cast<std::ptrdiff_t>(nrow()) - 1; row >= 0; --row) {
     std::uint64_t* const to = bits_.data() + row * wordsPerRow_;
     for (std::ptrdiff_t i = wordsPerRow_ - 1; i >= 0; --i) {
       const std::ptrdiff_t node = row * nx_ + i * kMarkBlock;
@@ -73,23 +82,58 @@ void NodeBits::SpreadRows() noexcept {
 
 template <typename T>
 void NodeBits::MarkTransposed(const T* values, Dealing dealing) noexcept {
-  const bool flat = nz_ == 1;
-  const int along = flat ? ny_ : nz_;
-  const int middle = flat ? 1 : ny_;
+  const bool packs = packed_.nx != 0;
+  const PackedRows sizes = packs ? packed_ : PackedRows{nx_, ny_, nz_};
+  const bool flat = sizes.nz == 1;
+  const int along = flat ? sizes.ny : sizes.nz;
+  const int middle = flat ? 1 : sizes.ny;
+  // Calls put(k, bits) with the bits of up to 64 nodes from x on, for rows from `first` on that are one row of values.
+  const auto eachRow = [&](std::ptrdiff_t x, int m, int first, const auto& put) {
+    const std::ptrdiff_t nx = std::min(sizes.nx - x, std::ptrdiff_t{kMarkBlock});
+    const int n = std::min(along - first, kMarkBlock);
+    std::uint64_t tile[kMarkBlock] = {};
+    for (std::ptrdiff_t k = 0; k < nx; ++k) {
+      MarkWords(values + ((x + k) * middle + m) * along + first, n, TrueValues{}, &tile[k]);
+    }
+    if (sizes.nx > 4) {
+      TransposeBits(tile);
+      for (int k = 0; k < n; ++k) put(first + k, tile[k]);
+      return;
+    }
+    for (int k = 0; k < n; ++k) {
+      std::uint64_t row = 0;
+      for (int i = 0; i < sizes.nx; ++i) row |= (tile[i] >> k & 1) << i;
+      put(first + k, row);
+    }
+  };
+  if (packs) {
+    const std::ptrdiff_t perLayer = std::ptrdiff_t{middle} * sizes.nx;
+    dealing.Blocks((along - 1) / kMarkBlock + 1, [&](std::ptrdiff_t begin, std::ptrdiff_t end) {
+      // 64 layers fill whole words.
+      const std::ptrdiff_t endLayer = std::min(end * kMarkBlock, std::ptrdiff_t{along});
+      std::fill(bits_.data() + begin * perLayer, bits_.data() + (endLayer * perLayer - 1) / kMarkBlock + 1,
+                std::uint64_t{0});
+      for (std::ptrdiff_t first = begin * kMarkBlock; first < endLayer; first += kMarkBlock) {
+        for (int m = 0; m < middle; ++m) {
+          eachRow(0, m, static_cast<int>(first), [&](int k, std::uint64_t row) {
+            const std::ptrdiff_t node = k * perLayer + std::ptrdiff_t{m} * sizes.nx;
+            const int shift = static_cast<int>(node % kMarkBlock);
+            std::uint64_t* const to = bits_.data() + node / kMarkBlock;
+            to[0] |= row << shift;
+            if (shift + sizes.nx > kMarkBlock) to[1] |= row >> (kMarkBlock - shift);
+          });
+        }
+      }
+    });
+    return;
+  }
   dealing.Blocks(std::ptrdiff_t{middle} * wordsPerRow_, [&](std::ptrdiff_t begin, std::ptrdiff_t end) {
     for (std::ptrdiff_t i = begin; i < end; ++i) {
       const int m = static_cast<int>(i / wordsPerRow_);
       const std::ptrdiff_t word = i % wordsPerRow_;
-      const std::ptrdiff_t x = word * kMarkBlock;
-      const std::ptrdiff_t nx = std::min(nx_ - x, std::ptrdiff_t{kMarkBlock});
       for (int first = 0; first < along; first += kMarkBlock) {
-        const int n = std::min(along - first, kMarkBlock);
-        std::uint64_t tile[kMarkBlock] = {};
-        for (std::ptrdiff_t k = 0; k < nx; ++k) {
-          MarkWords(values + ((x + k) * middle + m) * along + first, n, TrueValues{}, &tile[k]);
-        }
-        TransposeBits(tile);
-        for (int k = 0; k < n; ++k) (flat ? Row(first + k, 0) : Row(m, first + k))[word] = tile[k];
+        eachRow(word * kMarkBlock, m, first,
+                [&](int k, std::uint64_t row) { (flat ? Row(k, 0) : Row(m, k))[word] = row; });
       }
     }
   });

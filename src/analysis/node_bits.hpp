@@ -12,11 +12,23 @@
 
 namespace kestrum {
 
+// The sizes of a grid whose rows are packed, or 0 where they are not.
+struct PackedRows {
+  static constexpr int kLongest = 31;
+
+  int nx = 0;
+  int ny = 0;
+  int nz = 0;
+};
+
 // A set of nodes of a grid: one bit per node, in rows along x that each start a word. Axes of one node before others
 // are left out, so that rows are as long as can be.
+//
+// Short rows may be packed: they lie end to end, a fixed number of them in the words of each row of the set, which has
+// one layer then.
 class NodeBits {
  public:
-  [[nodiscard]] int Allocate(const VORL_GRID& grid) noexcept;
+  [[nodiscard]] int Allocate(const VORL_GRID& grid, bool packShortRows = false) noexcept;
 
   // Sets the nodes whose values lie in the set; returns their number.
   template <typename T, typename Set>
@@ -32,7 +44,9 @@ class NodeBits {
   int nx() const noexcept { return nx_; }
   int ny() const noexcept { return ny_; }
   int nz() const noexcept { return nz_; }
+  int nxyz() const noexcept { return nxyz_; }
   int wordsPerRow() const noexcept { return wordsPerRow_; }
+  const PackedRows& packed() const noexcept { return packed_; }
 
   std::uint64_t* Row(int iy, int iz) noexcept { return bits_.data() + (std::ptrdiff_t{iz} * ny_ + iy) * wordsPerRow_; }
   const std::uint64_t* Row(int iy, int iz) const noexcept { return const_cast<NodeBits*>(this)->Row(iy, iz); }
@@ -56,13 +70,14 @@ class NodeBits {
   }
 
  protected:
-  std::size_t nrow() const noexcept { return static_cast<std::size_t>(nxyz_ / nx_); }
+  std::size_t nrow() const noexcept { return static_cast<std::size_t>(ny_) * static_cast<std::size_t>(nz_); }
 
   int nx_ = 0;
   int ny_ = 0;
   int nz_ = 0;
   int nxyz_ = 0;
   int wordsPerRow_ = 0;
+  PackedRows packed_;
 
  private:
   void SpreadRows() noexcept;

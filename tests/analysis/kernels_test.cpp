@@ -134,7 +134,7 @@ Values Negations(SimdLevel level, Draws& draws) {
 
 // All steps: the labels of rows of any length, as whole and as real numbers.
 Values Labels(SimdLevel level, Draws& draws) {
-  VORL_GRID grid = Grid(draws.Int(1, 600), draws.Int(1, 4), draws.Int(1, 4));
+  VORL_GRID grid = Grid(draws.Int(1, draws.Flip() ? 600 : 31), draws.Int(1, 4), draws.Int(1, 4));
   grid.nxyz = grid.nx * grid.ny * grid.nz;
   const Values values = draws.Numbers(grid.nxyz);
   const real lower = 0.5, upper = 3.0;

@@ -152,6 +152,19 @@ def test_labels_in_fortran_order(shape, dtype):
         assert count == labels.max() and labels.flags.c_contiguous and np.array_equal(labels, ks.label(values)[0])
 
 
+@pytest.mark.parametrize("shape", [(3000, 2), (700, 3, 3), (60, 70, 5), (3, 900, 4), (40, 50, 17), (30, 45, 31), (30, 45, 32)])
+@pytest.mark.parametrize("share", [0.3, 0.6, 0.9])
+def test_labels_of_short_rows(shape, share):
+    """Many rows that share words, over several threads and layers."""
+    true = np.random.default_rng(2).random(shape) < share
+    for connectivity, rank in RANKS[true.ndim].items():
+        expected, n = ndimage.label(true, ndimage.generate_binary_structure(true.ndim, rank))
+        for threads in (1, 2, 5):
+            for order in "CF":
+                labels, count = ks.label(np.asarray(true, order=order), connectivity, threads=threads)
+                assert count == n and np.array_equal(labels, expected), (connectivity, threads, order)
+
+
 def test_where_the_data_lie(tmp_path):
     true = np.random.default_rng(3).random((9, 10, 70)) < 0.4
     expected = ks.label(true)[0]
