@@ -40,12 +40,10 @@ class Buffer {
   [[nodiscard]] int Allocate(std::size_t size) noexcept {
     Release();
     int status = 0;
-    if (size > (std::numeric_limits<std::size_t>::max() - kAlignment) / sizeof(T)) return kNoMemory;
-    const std::size_t bytes = size == 0 ? 0 : size * sizeof(T) + kAlignment;
-    block_ = VORLMalloc(bytes, 1, &status);
+    if (size > kMost) return kNoMemory;
+    block_ = VORLMalloc(size == 0 ? 0 : BytesFor(size), 1, &status);
     if (status != 0) return status;
-    const auto address = reinterpret_cast<std::uintptr_t>(block_);
-    data_ = reinterpret_cast<T*>((address + kAlignment - 1) / kAlignment * kAlignment);
+    data_ = Aligned(block_);
     size_ = size;
     return 0;
   }
@@ -57,13 +55,21 @@ class Buffer {
     return status;
   }
 
-  // Makes room for `size` elements, no fewer than there are, which stay. Never inlined: where elements are appended it
-  // would keep a search from being one short loop.
+  // Makes room for `size` elements, no fewer than there are, which stay; fails as Allocate does. Large memory is not
+  // copied, but mapped anew. Never inlined: where elements are appended it would keep a search from being one short loop.
   [[nodiscard, gnu::noinline]] int Enlarge(std::size_t size) noexcept {
-    Buffer larger;
-    if (const int status = larger.Allocate(size); status != 0) return status;
-    if (size_ > 0) std::memcpy(larger.data_, data_, size_ * sizeof(T));
-    *this = std::move(larger);
+    if (size_ == 0) return Allocate(size);
+    if (size > kMost) return kNoMemory;
+    const std::ptrdiff_t offset = reinterpret_cast<char*>(data_) - static_cast<char*>(block_);
+    int status = 0;
+    void* const block = VORLRealloc(block_, BytesFor(size), 1, &status);
+    if (status != 0) return kNoMemory;
+    block_ = block;
+    data_ = Aligned(block);
+    // Between multiples of the alignment the block may begin elsewhere.
+    const char* const from = static_cast<char*>(block) + offset;
+    if (from != reinterpret_cast<char*>(data_)) std::memmove(data_, from, size_ * sizeof(T));
+    size_ = size;
     return 0;
   }
 
@@ -87,6 +93,14 @@ class Buffer {
 
  private:
   static constexpr std::size_t kAlignment = 64;
+  static constexpr std::size_t kMost = (std::numeric_limits<std::size_t>::max() - kAlignment) / sizeof(T);
+
+  static std::size_t BytesFor(std::size_t size) noexcept { return size * sizeof(T) + kAlignment; }
+  static T* Aligned(void* block) noexcept {
+    const auto address = reinterpret_cast<std::uintptr_t>(block);
+    return reinterpret_cast<T*>((address + kAlignment - 1) / kAlignment * kAlignment);
+  }
+
   void* block_ = nullptr;
   T* data_ = nullptr;
   std::size_t size_ = 0;
