@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <vector>
 
 #include "analysis/euler_characteristic.hpp"
@@ -10,6 +11,7 @@
 #include "analysis/geobody_paths.hpp"
 #include "analysis/morphology.hpp"
 #include "bindings.hpp"
+#include "core/node_coordinates.hpp"
 #include "images.hpp"
 
 namespace kestrum::python {
@@ -99,6 +101,12 @@ Array<unsigned char> ChangedMask(const Array<T>& mask, bool dilating, const std:
   return result;
 }
 
+bool AreNeighbors(const NodeCoordinates& a, const NodeCoordinates& b, int neighbors) {
+  const int apart[] = {std::abs(a.ix - b.ix), std::abs(a.iy - b.iy), std::abs(a.iz - b.iz)};
+  const int most = neighbors == 6 ? 1 : neighbors == 18 ? 2 : 3;
+  return *std::max_element(apart, apart + 3) <= 1 && apart[0] + apart[1] + apart[2] <= most;
+}
+
 template <typename T>
 Array<int> Steps(const Array<T>& mask, int neighbors, const Array<int>& start, const py::object& report) {
   const VORL_GRID grid = GridOfShape(mask);
@@ -111,12 +119,34 @@ Array<int> Steps(const Array<T>& mask, int neighbors, const Array<int>& start, c
   return steps;
 }
 
-Array<int> Path(const Array<int>& steps, int neighbors, int end, std::uint64_t seed) {
+// Of the ends, the nearest counts. transposed: whether places are on the axes of the steps from the last to the first.
+Array<std::int64_t> Path(const Array<int>& steps, int neighbors, const Array<int>& starts, const Array<int>& ends,
+                         bool transposed, std::uint64_t seed) {
   const VORL_GRID grid = GridOfShape(steps);
-  if (end < 0 || end >= steps.size()) throw py::value_error("end is no node");
-  Array<int> path(std::max(1, steps.data()[end]));
-  RaiseFor(PathBySteps(grid, steps.data(), ConnectivityOf(neighbors), end, seed, path.mutable_data()));
-  return path;
+  const int* const at = steps.data();
+  // The path from its end on. -1, no way, is beyond all numbers of steps.
+  std::vector<int> path(1);
+  const auto apart = [at](int node) { return static_cast<unsigned>(at[node]); };
+  path[0] =
+      *std::min_element(ends.data(), ends.data() + ends.size(), [&](int a, int b) { return apart(a) < apart(b); });
+  const int length = at[path[0]];
+  if (length > 0) {
+    path.resize(static_cast<std::size_t>(length) + 1);
+    RaiseFor(PathBySteps(grid, at, ConnectivityOf(neighbors), path[0], seed, path.data()));
+    path.back() = *std::find_if(starts.data(), starts.data() + starts.size(), [&](int start) {
+      return AreNeighbors(CoordinatesOf(grid, start), CoordinatesOf(grid, path.end()[-2]), neighbors);
+    });
+  }
+  const py::ssize_t naxis = steps.ndim();
+  Array<std::int64_t> rows({py::ssize_t{length + 1}, naxis});
+  std::int64_t* row = rows.mutable_data();
+  for (auto node = path.rbegin(); row != rows.data() + rows.size(); ++node, row += naxis) {
+    const auto [ix, iy, iz] = CoordinatesOf(grid, *node);
+    const int places[] = {iz, iy, ix};
+    std::copy(places + 3 - naxis, places + 3, row);
+    if (transposed) std::reverse(row, row + naxis);
+  }
+  return rows;
 }
 
 }  // namespace
@@ -132,8 +162,8 @@ void BindImages(py::module_& module) {
     module.def("changed_mask", &ChangedMask<T>, py::arg("mask").noconvert(), py::arg("dilating"), py::arg("elements"),
                py::arg("threads"), py::arg("progress"));
   });
-  module.def("path_by_steps", &Path, py::arg("steps").noconvert(), py::arg("neighbors"), py::arg("end"),
-             py::arg("seed"));
+  module.def("path_by_steps", &Path, py::arg("steps").noconvert(), py::arg("neighbors"), py::arg("starts").noconvert(),
+             py::arg("ends").noconvert(), py::arg("transposed"), py::arg("seed"));
   module.def("body_sizes", &BodySizes, py::arg("labels").noconvert(), py::arg("n"), py::arg("threads"),
              py::arg("progress"));
 }

@@ -166,7 +166,7 @@ def reals(name: str, value: Any, error: type[KestrumError] = DataError) -> Float
     raise ArgumentTypeError(f"{name} must be numbers, but is of type {given.dtype}.")
 
 
-PIECE = 1 << 18
+PIECE = 1 << 16
 
 
 def finite(name: str, values: Floats, error: type[KestrumError] = DataError, noun: str = "row") -> Floats:

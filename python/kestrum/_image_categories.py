@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
+import math
 from collections.abc import Callable, Sequence
+from itertools import accumulate
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -97,29 +99,30 @@ def proportion_cuts(values: ArrayLike, proportions: ArrayLike, *,
     given = _door.array("values", values)
     require_numbers("values", given)
     require_few("values", given)
-    shares = _door.finite("proportions", _door.reals("proportions", proportions))
+    numbers = _door.finite("proportions", _door.reals("proportions", proportions))
     _door.threads(threads)
-    if shares.ndim != 1 or shares.size < 2 or not (shares > 0).all() or abs(shares.sum() - 1.0) > 1e-9:
+    shares: list[float] = numbers.tolist()
+    if numbers.ndim != 1 or numbers.size < 2 or min(shares) <= 0 or abs(math.fsum(shares) - 1.0) > 1e-9:
         raise ArgumentError(f"proportions is {_door.show(proportions)}, but must be a list of numbers above 0, two at least, whose sum is 1.")
     with _progress.shown(progress, "cuts") as report:
         return _cuts(given.reshape(-1), shares, report)
 
 
-def _cuts(values: NDArray[Any], shares: NDArray[np.float64], report: _progress.Report) -> NDArray[np.float64]:
+def _cuts(values: NDArray[Any], shares: list[float], report: _progress.Report) -> NDArray[np.float64]:
     known = watched(values.size, _known, values)
     n = known.size
     if n == 0:
         raise DataError("values has no numbers but NaN.")
-    below = np.cumsum(shares)[:-1] * n
-    places = np.minimum(below.astype(np.int64), n - 1)
-    known = watched(n, lambda: np.partition(known, np.unique(places)))
+    below = [share * n for share in accumulate(shares[:-1])]
+    places = [min(int(wanted), n - 1) for wanted in below]
+    known = watched(n, lambda: np.partition(known, sorted(set(places))))
     cuts: list[float] = []
     for wanted, place in zip(below, places):
         if report is not None:
             report(0.5 + 0.5 * len(cuts) / len(below))
         cuts.append(watched(n, _nearest, known, known[place], wanted))
     if len(set(cuts)) < len(cuts):
-        raise DataError(f"values has too few distinct numbers for {shares.size:,} classes of these proportions. Ask for fewer classes.")
+        raise DataError(f"values has too few distinct numbers for {len(shares):,} classes of these proportions. Ask for fewer classes.")
     return np.array(cuts)
 
 

@@ -123,7 +123,7 @@ def as_categories(name: str, given: NDArray[Any], categories: Any, threads: int,
 def distinct_values(name: str, parts: list[NDArray[np.float64] | None], kind: np.dtype[Any]) -> tuple[NDArray[np.float64], NDArray[Any]]:
     """The categories that an image has, by those of its parts, None for too many; and the same of the image's type."""
     found = [part for part in parts if part is not None]
-    numbers = np.unique(np.concatenate(found)) if len(found) == len(parts) else np.arange(256.0)
+    numbers = (found[0] if len(parts) == 1 else np.unique(np.concatenate(found))) if len(found) == len(parts) else np.arange(256.0)
     if len(numbers) > 255:
         raise DataError(f"{name} has more than 255 distinct values. Make categories of them by categorize().")
     if len(numbers) == 0:
@@ -136,7 +136,7 @@ def listed_categories(categories: Any) -> tuple[NDArray[np.float64], NDArray[Any
     numbers = _door.finite("categories", _door.reals("categories", categories))
     if numbers.ndim != 1 or not 1 <= numbers.size <= 255:
         raise ArgumentError(f"categories has {numbers.ndim} axes and {numbers.size:,} numbers, but must be a list of 1 to 255.")
-    if len(np.unique(numbers)) < len(numbers):
+    if len(set(numbers.tolist())) < len(numbers):
         raise ArgumentError(f"categories is {_door.show(categories)}, but must have each number once.")
     return numbers, _door.array("categories", categories)
 

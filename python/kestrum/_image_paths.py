@@ -92,49 +92,37 @@ def shortest_path(mask: ArrayLike, start: ArrayLike, end: ArrayLike, connectivit
     """
     number = _door.whole("seed", seed, 0, 2**64 - 1)
     steps, starts, neighbors = _steps(mask, start, connectivity, threads, progress)
-    ends = _places("end", end, steps)
-    apart = steps[tuple(ends.T)]
-    reached = np.flatnonzero(apart >= 0)
-    if reached.size == 0:
-        return np.empty((0, steps.ndim), np.int64)
-    place = ends[reached[np.argmin(apart[reached])]]
     flipped = is_flipped(steps)
-    node = np.ravel_multi_index(tuple(place[::-1] if flipped else place), steps.T.shape if flipped else steps.shape)
-    nodes = _core.path_by_steps(steps.T if flipped else steps, neighbors, int(node), number)
-    path = np.stack(np.unravel_index(nodes, steps.T.shape if flipped else steps.shape)[::-1 if flipped else 1], 1)
-    if steps[tuple(place)] > 0:
-        away = np.abs(starts - path[-1])
-        near = (away.max(1) <= 1) & (away.sum(1) <= {6: 1, 18: 2, 26: 3}[neighbors])
-        path = np.concatenate((path, starts[near][:1]))
-    return path[::-1].astype(np.int64)
+    return _core.path_by_steps(steps.T if flipped else steps, neighbors, starts, _nodes("end", end, steps), flipped, number)
 
 
-def _steps(mask: ArrayLike, start: Any, connectivity: Any, threads: Any, progress: _progress.Progress) -> tuple[NDArray[np.int32], NDArray[np.int64], int]:
-    """The numbers of steps, in the order of the mask, the starts, and the number of neighbours."""
+def _steps(mask: ArrayLike, start: Any, connectivity: Any, threads: Any, progress: _progress.Progress) -> tuple[NDArray[np.int32], NDArray[np.int32], int]:
+    """The numbers of steps, in the order of the mask, the numbers of the starts, and that of neighbours."""
     image = as_image("mask", mask)
     neighbors = as_neighbors(connectivity, image.ndim)
     _door.threads(threads)
-    starts = _places("start", start, image)
+    starts = _nodes("start", start, image)
     flipped = is_flipped(image)
     values = as_truth(image.T if flipped else image)
-    along = starts[:, ::-1] if flipped else starts
+    false = ~is_true(values.reshape(-1)[starts])
+    if false.any():
+        place = np.argwhere(false)[0, 0]
+        raise DataError(f"start has {_door.show(np.atleast_2d(start)[place].tolist())}, where the mask is not true. Give a node of a body.")
     with _progress.shown(progress, "steps") as report:
-        steps = _core.steps_in_mask(values, neighbors, np.ravel_multi_index(tuple(along.T), values.shape).astype(np.int32), report)
+        steps = _core.steps_in_mask(values, neighbors, starts, report)
     return steps.T if flipped else steps, starts, neighbors
 
 
-def _places(name: str, value: Any, image: NDArray[Any]) -> NDArray[np.int64]:
-    """Rows of places; those of starts are true."""
+def _nodes(name: str, value: Any, image: NDArray[Any]) -> NDArray[np.int32]:
+    """The numbers, in the order of the image, of places."""
     given = _door.array(name, value)
     if given.dtype.kind not in "iu":
         _door.wrong_type(name, value, "whole numbers: the place of a node on each axis")
     rows = given[None] if given.ndim == 1 else given
     if rows.ndim != 2 or rows.shape[1] != image.ndim or len(rows) == 0:
         raise ArgumentError(f"{name} has the shape {given.shape}, but must be ({image.ndim},), or (n, {image.ndim}): the place of a node on each axis.")
-    outside = ((rows < 0) | (rows >= image.shape)).any(1)
-    if outside.any():
-        raise ArgumentError(f"{name} has {_door.show(rows[outside][0].tolist())}, but the mask has {' x '.join(f'{n:,}' for n in image.shape)} nodes.")
-    false = ~is_true(image[tuple(rows.T)])
-    if name == "start" and false.any():
-        raise DataError(f"start has {_door.show(rows[false][0].tolist())}, where the mask is not true. Give a node of a body.")
-    return rows.astype(np.int64)
+    try:
+        return np.ravel_multi_index(tuple(rows.T), image.shape, order="F" if is_flipped(image) else "C").astype(np.int32)
+    except ValueError:
+        outside = rows[((rows < 0) | (rows >= image.shape)).any(1)][0]
+        raise ArgumentError(f"{name} has {_door.show(outside.tolist())}, but the mask has {' x '.join(f'{n:,}' for n in image.shape)} nodes.") from None

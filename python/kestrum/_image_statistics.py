@@ -351,8 +351,10 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
 
     if _door.array("thresholds", thresholds).ndim == 0:
         number = _door.whole("thresholds", thresholds, 1, 65535)
-        ends = [(own.min(), own.max()) if own.dtype.kind != "f" else (np.fmin.reduce(own, None), np.fmax.reduce(own, None)) for own in map(part, firsts)]
-        least, greatest = float(np.fmin.reduce([low for low, _ in ends])), float(np.fmax.reduce([high for _, high in ends]))
+        # Pieces that the cache holds are read once from memory for both.
+        pieces = (flat[at:at + _door.PIECE] for flat in (part(first).reshape(-1) for first in firsts) for at in range(0, flat.size, _door.PIECE))
+        ends = np.array([(np.fmin.reduce(piece), np.fmax.reduce(piece)) for piece in pieces], np.float64)
+        least, greatest = float(np.fmin.reduce(ends[:, 0])), float(np.fmax.reduce(ends[:, 1]))
         if not math.isfinite(greatest - least):
             raise DataError(f"image has values from {least:g} to {greatest:g}, between which there are no even thresholds. Give the thresholds themselves.")
         limits = np.linspace(least, greatest, number)

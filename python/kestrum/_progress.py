@@ -48,6 +48,8 @@ def part(report: Report, begin: float, end: float) -> Report:
 
 def steps(report: Report, count: int, ratio: float = 1.0) -> list[Report]:
     """What each of several steps calls, which take the work from 0 to 1. Each takes `ratio` as long as the one before."""
+    if report is None:
+        return [None] * count
     lengths = [ratio**k for k in range(count)]
     ends = [sum(lengths[:k]) / (sum(lengths) or 1.0) for k in range(count + 1)]
     return [part(report, begin, end) for begin, end in zip(ends, ends[1:])]
