@@ -152,32 +152,28 @@ int GeobodyFinder::LabelInPlace(Connectivity connectivity, int* labels, const De
       for (int i = thread; i < nslab; i += team) body(slabs[i]);
     });
   };
+  if (nslab > 1) {
+    eachSlab([&](BundleSlab& slab) { slab.ngeobody = CountGeobodies(runs_, slab); });
+    for (int i = 1; i < nslab; ++i) slabs[i].before = slabs[i - 1].before + slabs[i - 1].ngeobody;
+  }
   eachSlab([&](BundleSlab& slab) { NumberRuns(runs_, slab); });
   if (progress.Aborted()) return 0;  // or some runs may not have their numbers
-  int ngeobody = 0;
-  for (int i = 0; i < nslab; ++i) {
-    slabs[i].before = ngeobody;
-    ngeobody += slabs[i].ngeobody;
-  }
-  if (nslab > 1) {
-    const auto eachLink = [&](const auto& body) {
-      eachSlab([&](const BundleSlab& slab) {
-        for (int run = slab.firstRun; run < slab.firstRun + slab.nrun; ++run) body(slab, &labels[run]);
-      });
-    };
-    eachLink([](const BundleSlab& slab, int* link) {
-      if (*link < 0) *link -= slab.before;
-    });
-    eachLink([&](const BundleSlab&, int* link) {
-      int value = *link;
-      if (value < 0) return;
-      // Other threads put labels in place of links that are read here.
-      while (value >= 0) value = std::atomic_ref<int>(labels[value]).load(std::memory_order_relaxed);
-      std::atomic_ref<int>(*link).store(value, std::memory_order_relaxed);
-    });
-  }
+  // Links to slabs before, most of them to the same few geobodies of the first one: threads share those of each slab.
+  dealing.EachThread([&](int thread, int team) {
+    for (int i = 1; i < nslab; ++i) {
+      const ItemBlock block = BlockOf(slabs[i].nrun, team, thread);
+      int* const link = labels + slabs[i].firstRun;
+      for (std::ptrdiff_t run = block.begin; run < block.end; ++run) {
+        int value = link[run];
+        if (value < 0) continue;
+        // Other threads put labels in place of links that are read here.
+        while (value >= 0) value = std::atomic_ref<int>(labels[value]).load(std::memory_order_relaxed);
+        std::atomic_ref<int>(link[run]).store(value, std::memory_order_relaxed);
+      }
+    }
+  });
   eachSlab([&](const BundleSlab& slab) { WriteLabels(written, slab, labels); });
-  return ngeobody;
+  return slabs[nslab - 1].before + slabs[nslab - 1].ngeobody;
 }
 
 template int GeobodyFinder::LabelMarked(Connectivity, int*) noexcept;

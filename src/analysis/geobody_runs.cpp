@@ -90,6 +90,12 @@ void JoinRuns(const BundledRuns& runs, const BundleSlab& slab, bool across) noex
   KESTRUM_KERNEL_AT(BestSimdLevel(), JoinSlab)(runs, slab, across);
 }
 
+int CountGeobodies(const BundledRuns& runs, const BundleSlab& slab) noexcept {
+  int count = 0;
+  for (int run = slab.firstRun; run < slab.firstRun + slab.nrun; ++run) count += runs.link[run] == run;
+  return count;
+}
+
 void NumberRuns(const BundledRuns& runs, BundleSlab& slab) noexcept {
   slab.ngeobody = KESTRUM_KERNEL_AT(BestSimdLevel(), NumberSlab)(runs, slab);
 }

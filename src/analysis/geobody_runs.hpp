@@ -18,8 +18,11 @@ void SetFirstRun(const BundledRuns& runs, int firstRun, BundleSlab& slab) noexce
 // Joins the runs of a slab to each other or, across its border, to those of the slab before.
 void JoinRuns(const BundledRuns& runs, const BundleSlab& slab, bool across) noexcept;
 
-// Gives each run the number of its geobody among those that begin in the slab, in the order of their first nodes, with a
-// minus; or a link to an earlier slab. A geobody that comes from there has its root, and its first node, there.
+// The number of geobodies that begin in the slab, whose runs are joined, also to the slab before.
+int CountGeobodies(const BundledRuns& runs, const BundleSlab& slab) noexcept;
+
+// Gives each run the number of its geobody, from slab.before + 1 on in the order of their first nodes, with a minus; or
+// a link to an earlier slab. A geobody that comes from there has its root, and its first node, there.
 void NumberRuns(const BundledRuns& runs, BundleSlab& slab) noexcept;
 
 // The sum of the squared sizes of the geobodies of the only slab. Destroys the links.

@@ -466,16 +466,16 @@ KESTRUM_KERNEL_TARGET void JoinSlab(const BundledRuns& runs, const BundleSlab& s
 KESTRUM_KERNEL_TARGET int NumberSlab(const BundledRuns& runs, const BundleSlab& slab) noexcept {
   int* const link = runs.link;
   const int first = slab.firstRun;
-  int ngeobody = 0;
+  int number = slab.before;
   if (runs.connectivity == Connectivity::k6) {
     // Runs are in the order of their nodes, and a link in the slab leads to a run that has its number.
     for (int run = first; run < first + slab.nrun; ++run) {
       const int to = link[run];
       const int further = link[to];
-      ngeobody += to == run;
-      link[run] = to == run ? -ngeobody : to < first ? to : further;
+      number += to == run;
+      link[run] = to == run ? -number : to < first ? to : further;
     }
-    return ngeobody;
+    return number - slab.before;
   }
   // The first piece of a geobody numbers it, wherever its root is.
   runs.ForEachPiece(
@@ -485,10 +485,10 @@ KESTRUM_KERNEL_TARGET int NumberSlab(const BundledRuns& runs, const BundleSlab& 
         if (link[run] < first) return;
         int root = run;
         while (link[root] >= first && link[root] != root) root = link[root];
-        const int value = link[root] == root ? -++ngeobody : link[root];
+        const int value = link[root] == root ? -++number : link[root];
         while (link[run] >= first) run = std::exchange(link[run], value);
       });
-  return ngeobody;
+  return number - slab.before;
 }
 
 // Links are made to lead to the first runs in a pass of their own: one that also changed those of the first runs would
