@@ -450,6 +450,10 @@ class NodeLevels {
     if (const int status = words_.Allocate(static_cast<std::size_t>(bits_.stride * bits_.nbit)); status != 0)
       return status;
     bits_.words = words_.data();
+    const std::ptrdiff_t nblock = nnode / kLevelBlock + 1;
+    if (const int status = extremes_.Allocate(static_cast<std::size_t>(2 * nblock)); status != 0) return status;
+    bits_.smallest = extremes_.data();
+    bits_.largest = extremes_.data() + nblock;
     return 0;
   }
 
@@ -457,7 +461,7 @@ class NodeLevels {
   void Write(std::ptrdiff_t nnode, const T* values, const Dealing& dealing, const Progress& progress) noexcept {
     dealing.Blocks((nnode - 1) / kLevelBlock + 1, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
       const SimdLevel simd = BestSimdLevel();
-      double block[kLevelBlock];
+      alignas(64) double block[kLevelBlock];
       for (std::ptrdiff_t i = begin; i < end && !progress.Aborted(); ++i) {
         const T* const from = values + i * kLevelBlock;
         const std::ptrdiff_t length = std::min(nnode - i * kLevelBlock, std::ptrdiff_t{kLevelBlock});
@@ -468,7 +472,8 @@ class NodeLevels {
         if (doubles == block) {
           std::fill(std::copy_n(from, length, block), block + kLevelBlock, std::numeric_limits<double>::quiet_NaN());
         }
-        WriteLevels(doubles, n_, thresholds_, above_, simd, {bits_.words + i, bits_.stride, bits_.nbit});
+        WriteLevels(doubles, n_, thresholds_, above_, simd,
+                    {bits_.words + i, bits_.stride, bits_.nbit, bits_.smallest + i, bits_.largest + i});
       }
     });
   }
@@ -481,6 +486,7 @@ class NodeLevels {
   double thresholds_[kFewThresholds];
   LevelBits bits_ = {};
   Buffer<std::uint64_t> words_;
+  Buffer<unsigned char> extremes_;
 };
 
 // The same by joining the nodes of each set anew, as bits. Threads share the sets.

@@ -15,6 +15,8 @@ struct LevelBits {
   std::uint64_t* words;
   std::ptrdiff_t stride;
   int nbit;
+  unsigned char* smallest;  // at most the smallest level of each 64 values
+  unsigned char* largest;
 };
 
 // Writes those of kLevelBlock values.

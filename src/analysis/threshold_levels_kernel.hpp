@@ -58,12 +58,14 @@ KESTRUM_KERNEL_INLINE void WriteLevelBitsOf(const double* values, int n, const d
   const int all = LevelOf<above>(above ? first : last, n, thresholds);
   const int any = LevelOf<above>(above ? last : first, n, thresholds);
   const std::uint64_t known = PassingBlock<false>(values, kInfinity);
+  *levels.smallest = static_cast<unsigned char>(~known == 0 ? all : 0);
+  *levels.largest = static_cast<unsigned char>(any);
   constexpr int kBits = 8;
   Integers bits[kBits / kWidth];
   Integers lower[kBits / kWidth];  // than each bit
-  for (int b = 0; b < kBits; ++b) {
-    bits[b / kWidth][b % kWidth] = (all >> b & 1) != 0 ? static_cast<long long>(known) : 0;
-    lower[b / kWidth][b % kWidth] = (1 << b) - 1;
+  for (int i = 0; i < kBits / kWidth; ++i) {
+    for (int k = 0; k < kWidth; ++k) lower[i][k] = (1 << (i * kWidth + k)) - 1;
+    bits[i] = (Integers)((all & (lower[i] + 1)) != 0) & static_cast<long long>(known);
   }
   for (int level = all + 1; level <= any; ++level) {
     // A bit changes wherever levels pass a multiple of its value.
@@ -84,21 +86,49 @@ KESTRUM_KERNEL_TARGET void WriteLevelBits(const double* values, int n, const dou
 
 KESTRUM_KERNEL_TARGET int MarkByLevelBits(const LevelBits& levels, int least, std::ptrdiff_t nword,
                                           std::uint64_t* marks) noexcept {
-  constexpr std::ptrdiff_t kWords = 64;
+  // Numbers above `below`, by their bits from the lowest on. Before the first clear one, none is.
+  const int below = least - 1;
+  const int first = std::countr_one(static_cast<unsigned>(below));
+  typedef unsigned char Bytes __attribute__((vector_size(8)));
+  const auto reach = [least](const unsigned char* extremes) {
+    Bytes bytes;
+    __builtin_memcpy(&bytes, extremes, sizeof bytes);
+    return (std::uint64_t)(bytes >= static_cast<unsigned char>(least));
+  };
+  constexpr std::ptrdiff_t kWords = sizeof(Bytes);
+  constexpr int kRegisters = kWords / kWidth;
   int count = 0;
-  for (std::ptrdiff_t first = 0; first < nword; first += kWords) {
-    const std::ptrdiff_t n = std::min(nword - first, kWords);
-    // Numbers above least - 1, by their bits from the lowest on. Before the first clear one, none is.
-    std::uint64_t above[kWords] = {};
-    for (int b = std::countr_one(static_cast<unsigned>(least - 1)); b < levels.nbit; ++b) {
-      const std::uint64_t* const bits = levels.words + b * levels.stride + first;
-      const std::uint64_t clear = ((least - 1) >> b & 1) != 0 ? 0 : ~std::uint64_t{0};
-      for (std::ptrdiff_t i = 0; i < n; ++i) above[i] = (bits[i] & above[i]) | (clear & (bits[i] | above[i]));
+  std::ptrdiff_t i = 0;
+  for (; i + kWords <= nword; i += kWords) {
+    if (reach(levels.largest + i) == 0) {
+      std::fill_n(marks + i, kWords, std::uint64_t{0});
+      continue;
     }
-    for (std::ptrdiff_t i = 0; i < n; ++i) {
-      marks[first + i] = above[i];
-      count += std::popcount(above[i]);
+    if (~reach(levels.smallest + i) == 0) {
+      std::fill_n(marks + i, kWords, ~std::uint64_t{0});
+      count += kWords * kLevelBlock;
+      continue;
     }
+    Integers above[kRegisters] = {};
+    for (int b = first; b < levels.nbit; ++b) {
+      const Integers set = Integers{} - (below >> b & 1);
+#pragma GCC unroll 16
+      for (int k = 0; k < kRegisters; ++k) {
+        const auto bits = (Integers)Load<Vector>((const double*)(levels.words + b * levels.stride + i + k * kWidth));
+        above[k] = (bits & above[k]) | ((bits | above[k]) & ~set);
+      }
+    }
+#pragma GCC unroll 16
+    for (int k = 0; k < kRegisters; ++k) __builtin_memcpy(marks + i + k * kWidth, &above[k], sizeof(Integers));
+    for (std::ptrdiff_t k = 0; k < kWords; ++k) count += std::popcount(marks[i + k]);
+  }
+  for (; i < nword; ++i) {
+    marks[i] = 0;
+    for (int b = first; b < levels.nbit; ++b) {
+      const std::uint64_t bits = levels.words[b * levels.stride + i];
+      marks[i] = (below >> b & 1) != 0 ? bits & marks[i] : bits | marks[i];
+    }
+    count += std::popcount(marks[i]);
   }
   return count;
 }

@@ -91,22 +91,32 @@ Values Levels(SimdLevel level, Draws& draws) {
   std::sort(thresholds.begin(), thresholds.end());
   if (!above) std::reverse(thresholds.begin(), thresholds.end());
   thresholds.resize(kThresholds, kNaN);
-  Values values = draws.Numbers(kestrum::kLevelBlock);
-  values[7] = kNaN;
-  std::uint64_t words[5];
-  const kestrum::LevelBits levels{words, 1, 5};
-  kestrum::WriteLevels(values.data(), kThresholds, thresholds.data(), above, level, levels);
+  // Eight blocks are marked at once; the first eight may be alike, and the last value is NaN.
+  const int nblock = draws.Int(1, 20);
+  Values values = draws.Numbers(nblock * kestrum::kLevelBlock);
+  if (draws.Flip()) std::fill_n(values.begin(), std::min(nblock, 8) * kestrum::kLevelBlock, values[0]);
+  values.back() = kNaN;
+  std::vector<std::uint64_t> words(5 * static_cast<std::size_t>(nblock)), marks(static_cast<std::size_t>(nblock));
+  std::vector<unsigned char> smallest(marks.size()), largest(marks.size());
+  const auto levelsFrom = [&](int i) {
+    return kestrum::LevelBits{words.data() + i, nblock, 5, smallest.data() + i, largest.data() + i};
+  };
+  for (int i = 0; i < nblock; ++i) {
+    kestrum::WriteLevels(values.data() + i * kestrum::kLevelBlock, kThresholds, thresholds.data(), above, level,
+                         levelsFrom(i));
+  }
   Values all;
   for (int k = 0; k < n; ++k) {
-    std::uint64_t marks;
-    const int count = kestrum::MarkFromLevel(levels, k + 1, 1, level, &marks);
-    EXPECT_EQ(count, std::popcount(marks));
-    for (int i = 0; i < kestrum::kLevelBlock; ++i) {
-      const double value = values[static_cast<std::size_t>(i)];
+    const int count = kestrum::MarkFromLevel(levelsFrom(0), k + 1, nblock, level, marks.data());
+    int expected = 0;
+    for (std::size_t i = 0; i < values.size(); ++i) {
       const double threshold = thresholds[static_cast<std::size_t>(k)];
-      EXPECT_EQ(marks >> i & 1, static_cast<unsigned>(above ? value > threshold : value <= threshold));
+      const bool marked = above ? values[i] > threshold : values[i] <= threshold;
+      EXPECT_EQ(marks[i / kestrum::kLevelBlock] >> i % kestrum::kLevelBlock & 1, static_cast<unsigned>(marked));
+      expected += marked;
     }
-    all.push_back(std::bit_cast<double>(marks));
+    EXPECT_EQ(count, expected);
+    for (const std::uint64_t word : marks) all.push_back(std::bit_cast<double>(word));
   }
   return all;
 }
