@@ -246,9 +246,10 @@ def _require_fittable(model: Any, dimension: int) -> None:
 def fixed_names(fixed: Any) -> frozenset[str]:
     if isinstance(fixed, str):
         fixed = (fixed,)
-    if not isinstance(fixed, Iterable):
+    try:
+        names = list(fixed)
+    except TypeError:
         _door.wrong_type("fixed", fixed, f"some of {', '.join(map(repr, FIXED))}")
-    names = list(fixed)
     for name in names:
         _door.choice("fixed", name, FIXED)
     return frozenset(names)

@@ -226,7 +226,7 @@ KestrumWarning | 15 of 30 values have an infinite score | ks.plot.histogram(z, k
 ArgumentTypeError | vmin must be a number | ks.plot.map(template, vmin="a")
 ArgumentError | cmap is 'rainbo'.*Did you mean 'rainbow' | ks.plot.map(template, cmap="rainbo")
 ArgumentError | all missing | ks.plot.map(template * nan)
-ArgumentTypeError | fixed must be some of 'nugget' | ks.variogram(points).fit(model, fixed=3)
+ArgumentTypeError | fixed must be some of 'nugget' | ks.variogram(points).fit(model, fixed=np.array(3))
 DataError | cuts is nan. It must be finite | ks.categorize(half, nan)
 ArgumentError | cuts has a number beyond the range of float64 | ks.categorize(half, [10**400])
 ArgumentTypeError | shape must be whole numbers, one for each axis, but is 20 | ks.expand(half, 20)
