@@ -46,7 +46,7 @@ def number(name: str, value: Any, *, above: float | None = None, at_least: float
     if isinstance(value, (bool, np.bool_, str, bytes, list, tuple)) or value is None:
         wrong_type(name, value, "a number")
     try:
-        if np.ndim(value) != 0:
+        if naxes(name, value) != 0:
             raise TypeError
         result = float(value)
     except (TypeError, ValueError, OverflowError):
@@ -137,6 +137,12 @@ def array(name: str, value: Any) -> NDArray[Any]:
         return np.asarray(value)
     except ValueError:
         raise ArgumentError(f"{name} has rows of different lengths; it must be a rectangular array.") from None
+
+
+def naxes(name: str, value: Any) -> int:
+    """How many axes an argument has that may be a number, a list or an array."""
+    axes = getattr(value, "ndim", None)
+    return axes if isinstance(axes, int) else array(name, value).ndim
 
 
 def reals(name: str, value: Any, error: type[KestrumError] = DataError) -> Floats:

@@ -177,7 +177,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
             try:
                 counts, far = task.krige_all(task.build(), taken, known.fields, estimate, variance, report)
             except ValueError as error:
-                _same_place(points, error)
+                _refused(points, error)
             _warn_of(counts, total, known.degree < 0)
     _warn_if_uncorrelated(model, far, total, known, cells)
     return target.dataset({"estimate": estimate, "variance": variance}, attributes, general)
@@ -196,7 +196,7 @@ def _axis_and_rows(shape: tuple[int, ...]) -> tuple[int, int]:
 
 def kriging_bytes(target: Target, kind: Any, masked: bool, mean: Any, drift: Any, solver: str) -> int:
     """What a map takes in memory, result and all, beyond its arguments."""
-    fields = [pair[1] for pair in drift.values()] if isinstance(drift, Mapping) else [mean] if np.ndim(mean) > 0 else []
+    fields = [pair[1] for pair in drift.values() if isinstance(pair, (tuple, list)) and len(pair) == 2] if isinstance(drift, Mapping) else [mean] if _door.naxes("mean", mean) > 0 else []
     raw = [field.data if _door.is_xarray(field) else field for field in fields]
     copied = sum(not isinstance(field, np.ndarray) or field.dtype != np.float64 for field in raw)
     axis, rows = _axis_and_rows(target.shape)
@@ -304,7 +304,7 @@ def _chunks(chunks: Any, target: Target, solver: str) -> tuple[tuple[int, ...], 
         raise ArgumentError("solver 'gmres' works on the whole grid at once. Leave chunks or solver out.")
     dims = target.grid.dims if target.grid is not None else ("point",)
     if not isinstance(chunks, Mapping):
-        if np.ndim(chunks) != 0 or isinstance(chunks, str) and chunks != "auto":
+        if _door.naxes("chunks", chunks) != 0 or isinstance(chunks, str) and chunks != "auto":
             _door.wrong_type("chunks", chunks, f"a mapping, say {dict.fromkeys(dims, 1000)}, a number of cells, or 'auto'")
         chunks = dict.fromkeys(dims, chunks)
     for dim in chunks:
@@ -331,7 +331,7 @@ def _tiles(task: _Task, points: Points, sizes: tuple[tuple[int, ...], ...], mask
     try:
         task.build(neighbors=1)  # which refuses what cannot be kriged, without a large system
     except ValueError as error:
-        _same_place(points, error)
+        _refused(points, error)
     flips = task.target._flips() if task.target.grid is not None else (slice(None),)
     blocks = [None if field is None else _lazy.blocks(field.reshape(task.target.shape)[flips], sizes) for field in (mask, *fields)]
     token = _lazy.token(task, sizes, [None if block is None else block.name for block in blocks])
@@ -369,8 +369,12 @@ def _at_targets(fields: tuple[Floats, ...], simple: bool) -> Floats:
     return np.asarray(rows[0]) if simple else rows
 
 
-def _same_place(points: Points, error: ValueError) -> NoReturn:
-    """Raises what the engine refused, or data at one place as an error that says so."""
+def _refused(points: Points, error: ValueError) -> NoReturn:
+    """Raises what the engine refused as an error that says so: data at one place, or numbers that cannot be added up."""
+    if error.args[0] == "model":
+        raise ModelError("the model has sills or ranges whose sums are beyond the range of float64, which ends at 1.8e308. Take another unit.") from None
+    if error.args[0] == "argument":
+        raise DataError(f"values of {points.name!r} have sums beyond the range of float64, which ends at 1.8e308. Take another unit.") from None
     if error.args[0] != "same place":
         raise error
     rows = np.sort(points._given_rows(np.array(error.args[2:], np.intp)))
@@ -413,7 +417,7 @@ def _radii(radius: Any, dimension: int) -> tuple[float, float, float] | None:
     """Half axes across, along, and vertical, as the model's axes are ordered."""
     if radius is None:
         return None
-    if np.ndim(radius) == 0:
+    if _door.naxes("radius", radius) == 0:
         value = _door.number("radius", radius, above=0.0)
         return value, value, value
     parts = [_door.number("radius", part, above=0.0) for part in np.asarray(radius, dtype=object).reshape(-1)]
@@ -426,7 +430,7 @@ def _radii(radius: Any, dimension: int) -> tuple[float, float, float] | None:
 def _block(block: Any, target: Target) -> tuple[int, int, int]:
     if block is None:
         return 1, 1, 1
-    parts = [block] * target.dimension if np.ndim(block) == 0 else list(block)
+    parts = [block] * target.dimension if _door.naxes("block", block) == 0 else list(block)
     counts = [_door.whole("block", part, 1, 1000) for part in parts]
     if len(counts) != target.dimension:
         raise ArgumentError(f"block has {len(counts)} numbers, but must be one, or ({', '.join(('x', 'y', 'z')[:target.dimension])}).")
@@ -437,7 +441,7 @@ def _block(block: Any, target: Target) -> tuple[int, int, int]:
 
 
 def _drift(points: Points, target: Target, mean: Any, drift: Any, mask: NDArray[np.uint8] | None) -> _Drift:
-    if drift is None and np.ndim(mean) != 0:
+    if drift is None and _door.naxes("mean", mean) != 0:
         if target.grid is None:
             raise ArgumentError("mean varies, but without a grid it is not known at the data. Give a Grid, or one number.")
         means: Any = target.values("mean", mean)

@@ -415,7 +415,7 @@ def _parameter(name: str, value: Any, **bounds: Any) -> Parameter:
 
 
 def _ranges(value: Any) -> tuple[Parameter, ...]:
-    if not isinstance(value, (tuple, list)) and np.ndim(value) != 1:
+    if not isinstance(value, (tuple, list)) and _door.naxes("range", value) != 1:
         return (_parameter("range", value, above=0.0),) * 3
     parts = list(value)
     if len(parts) not in (2, 3):

@@ -144,6 +144,8 @@ class Points:
         columns = list(frame.columns)
 
         def column(argument: str, name: str) -> Any:
+            if np.ndim(name) != 0 and not isinstance(name, tuple):
+                _door.wrong_type(argument, name, "the name of a column")
             if name not in columns:
                 raise DataError(f"{argument} is {name!r}, which is no column of the table.{_door.nearest(name, columns)} "
                                 f"The columns are {', '.join(map(str, columns))}.")
@@ -319,7 +321,7 @@ def _labels_or_numbers(values: Any) -> tuple[NDArray[Any], NDArray[np.bool_]]:
         parts = given[known]
         if all(isinstance(item, (int, float, np.number)) and not isinstance(item, bool) for item in parts):
             numbers = np.full(given.shape, np.nan)
-            numbers[known] = parts.astype(np.float64)
+            numbers[known] = _door.reals("values", parts)
             return numbers, known
         return given, known
     if given.dtype.kind == "f":

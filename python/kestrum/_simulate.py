@@ -99,7 +99,7 @@ def simulate(points: Points | None, model: CovModel, grid: Grid | xr.DataArray, 
     >>> bool((again[0] == fields[2]).all())
     True
     """
-    target, count, size = _begin(points, model, grid, n, first, seed, chunks)
+    target, count, size, first, seed = _begin(points, model, grid, n, first, seed, chunks)
     _door.choice("duplicates", duplicates, ("mean", "first", "last", "error"))
     kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))
     _door.flag("ordinary", ordinary)
@@ -210,7 +210,7 @@ def simulate_categories(points: Points | None, model: CovModel | Mapping[Any, Co
     >>> rock.attrs["categories"], rock.shape
     (['sand', 'clay'], (2, 20, 30))
     """
-    _target, count, size = _begin(points, next(iter(model.values()), None) if isinstance(model, Mapping) else model, grid, n, first, seed, chunks)
+    _target, count, size, first, seed = _begin(points, next(iter(model.values()), None) if isinstance(model, Mapping) else model, grid, n, first, seed, chunks)
     labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, _threads(threads, chunks), size, seed, _nchunk(count, size, chunks))
     return _realizations(task, first, count, chunks, progress, {
         "long_name": points.name if points is not None else "category", "method": "sequential indicator simulation", "categories": labels,
@@ -326,8 +326,8 @@ def _nchunk(count: int, size: int, chunks: Any) -> int:
     return 0 if chunks is None else -(-count // size)
 
 
-def _begin(points: Any, model: Any, grid: Any, n: Any, first: Any, seed: Any, chunks: Any) -> tuple[Target, int, int]:
-    """The target, and how many realizations there are in all and at a time."""
+def _begin(points: Any, model: Any, grid: Any, n: Any, first: Any, seed: Any, chunks: Any) -> tuple[Target, int, int, int, int]:
+    """The target, how many realizations there are in all and at a time, the first of them, and the seed."""
     if points is not None and not isinstance(points, Points):
         _door.wrong_type("points", points, "Points, or None")
     require_model(model)
@@ -335,12 +335,12 @@ def _begin(points: Any, model: Any, grid: Any, n: Any, first: Any, seed: Any, ch
     if points is not None:
         target.require_dimension(points)
     count = _door.whole("n", n, 1, 2**31 - 1)
-    _door.whole("first", first, 0, 2**32 - count)
-    _door.whole("seed", seed, 0, 2**64 - 1)
+    begin = _door.whole("first", first, 0, 2**32 - count)
+    number = _door.whole("seed", seed, 0, 2**64 - 1)
     if chunks is None:
-        return target, count, count
+        return target, count, count, begin, number
     _lazy.require()
-    return target, count, min(count, _door.whole("chunks", chunks, 1))
+    return target, count, min(count, _door.whole("chunks", chunks, 1)), begin, number
 
 
 def _require_cells(target: Target) -> None:
@@ -421,7 +421,7 @@ def _warn_if_noise(target: Target, models: list[CovModel], radii: tuple[float, f
 def _mean_without_points(target: Target, mean: Any, mask: NDArray[np.uint8] | None) -> Any:
     from ._krige import _Drift, _where_informed
 
-    if np.ndim(mean) == 0:
+    if _door.naxes("mean", mean) == 0:
         return _Drift(-1, _door.number("mean", mean))
     return _Drift(-1, 0.0, None, (_where_informed("mean", target.values("mean", mean), mask),))
 
@@ -432,7 +432,10 @@ def _bounds(bounds: Any, target: Target, nodes: NDArray[np.int32], transform: An
         return None
     if not isinstance(bounds, (tuple, list)) or len(bounds) != 3:
         raise ArgumentError("bounds must be (coordinates, lower, upper).")
-    places = Points(bounds[0], np.zeros(len(bounds[0])), "bounds")
+    rows = _door.array("bounds", bounds[0])
+    if rows.ndim != 2:
+        raise ArgumentError("bounds must be (coordinates, lower, upper), with a row of coordinates for each place.")
+    places = Points(rows, np.zeros(len(rows)), "bounds")
     target.require_dimension(places)
     ends = []
     for name, given in (("lower", bounds[1]), ("upper", bounds[2])):
@@ -534,7 +537,7 @@ def _proportions(proportions: Any, labels: list[Any], codes: Floats, target: Tar
     parts: list[Any] = []
     for label in labels:
         name, given = f"proportion of {label!r}", proportions[label]
-        part: Any = _door.number(name, given) if np.ndim(given) == 0 else _where_informed(name, target.values(name, given), mask).reshape(-1)
+        part: Any = _door.number(name, given) if _door.naxes(name, given) == 0 else _where_informed(name, target.values(name, given), mask).reshape(-1)
         least = float(np.min(part, initial=np.inf, where=~np.isnan(part)))
         if least < 0.0:
             raise ArgumentError(f"{name} is {least:g}, but must be at least 0.")

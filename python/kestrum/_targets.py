@@ -36,7 +36,7 @@ class Target:
             self.grid = Grid.from_xarray(given)
         elif isinstance(where, Points):
             raise ArgumentTypeError(f"{name} is Points. Give their places: {name}=points.coordinates.")
-        elif where is None or isinstance(where, (str, bytes)) or np.ndim(where) == 0 or not places_too:
+        elif where is None or isinstance(where, (str, bytes)) or _door.naxes(name, where) == 0 or not places_too:
             _door.wrong_type(name, where, "a Grid, an xarray template" + " or places of shape (m, 2) or (m, 3)" * places_too)
         else:
             self.places = _door.reals(name, where)

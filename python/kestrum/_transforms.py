@@ -284,7 +284,7 @@ def declustering_weights(points: Points, cell: float | Sequence[float] | None = 
     dimension = points.coordinates.shape[1]
     sides = np.ptp(points.coordinates, axis=0)
     if cell is not None:
-        parts = [_door.number("cell", part, above=0.0) for part in ([cell] * dimension if np.ndim(cell) == 0 else list(cell))]  # type: ignore[arg-type]
+        parts = [_door.number("cell", part, above=0.0) for part in ([cell] * dimension if _door.naxes("cell", cell) == 0 else list(cell))]  # type: ignore[arg-type]
         if len(parts) != dimension:
             raise ArgumentError(f"cell has {len(parts)} numbers, but must be one, or ({', '.join('xyz'[:dimension])}).")
         if (np.array(parts) < 1e-6 * sides).any():

@@ -12,7 +12,7 @@ from . import _core, _door, _memory, _progress
 from ._door import Floats
 from ._errors import DataError, warn
 from ._grid import AXES
-from ._krige import _at_points, _Drift, _radii, _same_place, _warn_of, _without_fields
+from ._krige import _at_points, _Drift, _radii, _refused, _warn_of, _without_fields
 from ._models import CovModel, Range, require_model
 from ._points import Points, require_numbers
 
@@ -100,7 +100,7 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
                                       neighbors or 0, radii or (0.0, 0.0, 0.0), model.isotropic, known.degree, known.mean, (1, 1, 1),
                                       nthreads)
         except ValueError as error:
-            _same_place(points, error)
+            _refused(points, error)
 
     estimate, variance = np.empty(n), np.empty(n)
     counts = np.zeros(4, np.int64)
@@ -145,7 +145,7 @@ def _folds(folds: Any, n: int, seed: Any) -> tuple[NDArray[Any], NDArray[np.intp
     seed = _door.whole("seed", seed, 0, 2**64 - 1)
     if folds is None:
         labels = group = np.arange(n)
-    elif np.ndim(folds) == 0:
+    elif _door.naxes("folds", folds) == 0:
         count = _door.whole("folds", folds, 2, n)
         labels, group = np.arange(count), np.random.default_rng(seed).permutation(n) % count
     else:

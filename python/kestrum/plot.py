@@ -125,7 +125,7 @@ def realizations(simulations: xr.DataArray, n: int = 4, figure: Figure | None = 
     finite = _finite(simulations)
     if finite.size == 0:
         raise ArgumentError("simulations are all missing: there is nothing to draw.")
-    figure = figure if figure is not None else plt.figure(figsize=(4.0 * columns + 1.0, 4.0 * rows), layout="constrained")
+    figure = _figure(figure, (4.0 * columns + 1.0, 4.0 * rows))
     grid = figure.subplots(rows, columns, sharex=True, sharey=True, squeeze=False)
     for k, ax in enumerate(grid.flat):
         if k >= n:
@@ -278,6 +278,8 @@ def histogram(values: Any, transform: Any = None, ax: Any = None, *, label: str 
         warn(f"{scores.size - finite.size:,} of {scores.size:,} values have an infinite score, which is not drawn: they lie at or beyond "
              "the minimum or the maximum of the transform.")
     axes = ax if ax is not None else plt.figure(figsize=(9.0, 3.6), layout="constrained").subplots(1, 2)
+    if np.shape(axes) != (2,):
+        _door.wrong_type("ax", ax, "two axes, for the values and for their scores, as pyplot.subplots(1, 2) gives them")
     _bars(axes[0], numbers, name)
     _bars(axes[1], finite, f"normal score of {name}")
     return axes
@@ -309,7 +311,7 @@ def validation(table: Any, figure: Figure | None = None) -> Figure:
     missing = [name for name in ("x", "y", "value", "estimate", "error", "zscore") if name not in getattr(table, "columns", ())]
     if missing:
         raise ArgumentError(f"table has no column {missing[0]!r}. Give a table of cross_validate.")
-    figure = figure if figure is not None else plt.figure(figsize=(14.0, 4.4), layout="constrained")
+    figure = _figure(figure, (14.0, 4.4))
     scatter, errors, scores = figure.subplots(1, 3)
     known = table[np.isfinite(table["error"].to_numpy())]
     if len(known) == 0:
@@ -340,6 +342,12 @@ def _axes(ax: Axes | None, size: tuple[float, float] | None = None) -> Axes:
     if ax is not None and not isinstance(ax, Axes):
         _door.wrong_type("ax", ax, "the axes of a figure, as pyplot.subplots() gives them")
     return ax if ax is not None else plt.figure(figsize=size, layout="constrained").add_subplot()
+
+
+def _figure(figure: Figure | None, size: tuple[float, float]) -> Figure:
+    if figure is not None and not hasattr(figure, "subplots"):
+        _door.wrong_type("figure", figure, "a Figure of matplotlib")
+    return figure if figure is not None else plt.figure(figsize=size, layout="constrained")
 
 
 def _draw(ax: Axes, image: Any, cmap: str, low: float | None, high: float | None) -> Any:
