@@ -1,9 +1,11 @@
 #include <benchmark/benchmark.h>
 
 #include <random>
+#include <string>
 #include <vector>
 
 #include "analysis/moving_average.h"
+#include "core/image_statistics.h"
 #include "support/test_image.hpp"
 
 namespace {
@@ -69,5 +71,21 @@ void Neighborhood(benchmark::State& state) {
   }
 }
 BENCHMARK(Neighborhood)->Args({5, 0})->Args({10, 0})->Args({10, 10})->Unit(benchmark::kMillisecond);
+
+// Proportions of four categories at each of 512^2 nodes, over 50 variables.
+void Proportions(benchmark::State& state) {
+  constexpr int kVariables = 50;
+  std::mt19937 generator(1);
+  std::vector<double> values(kVariables * 512 * 512);
+  for (double& value : values) value = static_cast<double>(generator() % 4);
+  TestImage in({512, 512, 1, 1, 1, 1, 0, 0, 0, 0, 0}, std::vector<std::string>(kVariables, "v"), values);
+  double category[] = {0.0, 1.0, 2.0, 3.0};
+  for (auto _ : state) {
+    TestImage out;
+    VORLGetImageVarStatsLocal(&in, &out, 4, category);
+    benchmark::DoNotOptimize(out.var);
+  }
+}
+BENCHMARK(Proportions)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -99,7 +99,7 @@ def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: t
     if known is None:
         sums, = transforms.correlations([centred], lambda spectrum: [product_of(spectrum)])
         sums *= -2.0
-        boxes = _box_sums(transforms.some_rows(), centred, lags)
+        boxes = _box_sums(image.shape, centred, lags)
         sums += (boxes + np.flip(boxes))[lags[0]:]
         pairs: Any = 1
         for axis, (lag, n) in enumerate(zip(lags, image.shape)):
@@ -151,6 +151,12 @@ def product_of(a: NDArray[np.complex128], b: NDArray[np.complex128] | None = Non
     return parts[..., 0]
 
 
+def _some_rows(shape: tuple[int, ...], nodes: int) -> Iterator[slice]:
+    """Of the first axis, about so many nodes at a time."""
+    step = max(1, nodes // math.prod(shape[1:]))
+    return (slice(first, min(first + step, shape[0])) for first in range(0, shape[0], step))
+
+
 class Transforms:
     """Correlations at some lags, those along the first axis not negative."""
 
@@ -160,11 +166,6 @@ class Transforms:
         self.shape, self.lags, self.threads = shape, lags, threads
         self.padded = [next_fast_len(n + lag, axis == len(shape) - 1) for axis, (n, lag) in enumerate(zip(shape, lags))]
 
-    def some_rows(self) -> Iterator[slice]:
-        """Of the first axis, a few at a time."""
-        step = max(1, 2**15 * self.threads // math.prod(self.shape[1:]))
-        return (slice(first, min(first + step, self.shape[0])) for first in range(0, self.shape[0], step))
-
     def correlations(self, images: list[Callable[[slice], Floats]], powers: Callable[..., list[Floats]], odd: int = 0) -> list[Floats]:
         """Of the powers that are made of the images' spectra: real ones, symmetric about 0, but for the last `odd` of them, which are imaginary
         and antisymmetric. Transforms of some rows, and then those of some columns there and back along the other axes, stay in the
@@ -173,7 +174,7 @@ class Transforms:
 
         options = {"overwrite_x": True, "workers": self.threads}
         lines = [np.empty((*self.shape[:-1], self.padded[-1] // 2 + 1), np.complex128) for _ in images]
-        for rows in self.some_rows():
+        for rows in _some_rows(self.shape, 2**15 * self.threads):
             for image, line in zip(images, lines):
                 line[rows] = fft.rfft(image(rows), self.padded[-1], **options)
         step = max(16, 2**15 * self.threads // math.prod(self.padded[:-1]))
@@ -196,9 +197,10 @@ class Transforms:
         return np.arange(-self.lags[axis], self.lags[axis] + 1)
 
 
-def _box_sums(parts: Iterator[slice], rows: Callable[[slice], Floats], lags: tuple[int, ...]) -> Floats:
+def _box_sums(shape: tuple[int, ...], rows: Callable[[slice], Floats], lags: tuple[int, ...]) -> Floats:
     """The sums of the squares over the tails of the pairs of each lag: all but some nodes at one end of each axis."""
-    sums: Floats = sum(np.einsum("i...,i...->...", part, part)[None] for part in map(rows, parts))
+    # Of the same rows for any number of threads, so that the bits are the same.
+    sums: Floats = sum(np.einsum("i...,i...->...", part, part)[None] for part in map(rows, _some_rows(shape, 2**15)))
     total = sums
     ends = [rows(slice(lags[0])) ** 2, np.flip(rows(slice(-lags[0], None)), 0) ** 2] if lags[0] else [np.zeros((0, *total.shape[1:]))] * 2
     for axis, longest in enumerate(lags):
@@ -311,7 +313,7 @@ def body_curves(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity
         return _core.measure_bodies(codes, limits.size, neighbors, above, nthreads, report)
 
     values, dims, coords, flipped = _by_threshold(image, thresholds, connectivity, bodies, threads, progress, curves)
-    columns = [0, 1, 2, 3, 4] + [5] * (connectivity != 18)
+    columns = [0, 1, 2, 3, 4] + ([5] if connectivity != 18 else [])
     if flipped:
         columns[2:5] = (4, 3, 2) if np.ndim(image) == 3 else (2, 4, 3)
     names = ("count", "size", "extent_z", "extent_y", "extent_x", "euler_number")

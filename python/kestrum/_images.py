@@ -49,8 +49,8 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *,
     -----
     Runs of nodes are joined in a table of links by the algorithm of Rem (Patwary, Blair and Manne, Experiments on
     union-find algorithms for the disjoint-set data structure, 2010), which lies in the result meanwhile. Work memory is a
-    quarter byte a node and 4 bytes a row; rows of 32 to 63 nodes take 20 bytes each. Threads do slabs, whose borders
-    are joined afterwards.
+    quarter byte a node and 4 bytes a row; rows of 32 (40 with 4 or 6 neighbours) to 63 nodes take 20 bytes each. Threads do
+    slabs, whose borders are joined afterwards.
 
     Examples
     --------

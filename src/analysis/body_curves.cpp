@@ -14,7 +14,7 @@ class BodyMeter {
  public:
   [[nodiscard]] int Allocate(const VORL_GRID& grid) noexcept {
     grid_ = &grid;
-    return finder_.Allocate(grid, false);  // its rows are read for the Euler characteristic
+    return finder_.Allocate(grid, 0);  // its rows are read for the Euler characteristic
   }
 
   [[nodiscard]] int Measure(const std::int16_t* codes, const CodeRange& range, Connectivity connectivity,

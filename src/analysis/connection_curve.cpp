@@ -522,7 +522,7 @@ int ConnectionCurves(const VORL_GRID& grid, int nimage, const T* values, Connect
     NodeLevels levels(n, thresholds, above);
     if (const int status = finders.Allocate(dealing.nscratch()); status != 0) return status;
     for (GeobodyFinder& finder : finders) {
-      if (const int status = finder.Allocate(grid); status != 0) return status;
+      if (const int status = finder.Allocate(grid, LongestPacked(connectivity)); status != 0) return status;
     }
     if (const int status = levels.Allocate(grid.nxyz); status != 0) return status;
     for (int i = 0; i < nimage; ++i) {

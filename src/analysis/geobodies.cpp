@@ -35,8 +35,8 @@ int WriteIndicator(const real* values, int nxyz, const IntervalSet& set, T* out,
 
 }  // namespace
 
-int GeobodyFinder::AllocateBits(const VORL_GRID& grid, bool packShortRows) noexcept {
-  if (const int status = NodeBits::Allocate(grid, packShortRows); status != 0) return status;
+int GeobodyFinder::AllocateBits(const VORL_GRID& grid, int longestPacked) noexcept {
+  if (const int status = NodeBits::Allocate(grid, longestPacked); status != 0) return status;
   const int rowLength = packed_.nx != 0 ? packed_.nx : nx_;
   runsPerBundle_ = nx_ / rowLength * (rowLength / 2 + rowLength % 2);
   for (int word = 0; word < packed_.nx; ++word) rowStarts_[word] = 0;
@@ -47,8 +47,8 @@ int GeobodyFinder::AllocateBits(const VORL_GRID& grid, bool packShortRows) noexc
   return starts_.Allocate(nrow() * static_cast<std::size_t>(wordsPerRow_));
 }
 
-int GeobodyFinder::Allocate(const VORL_GRID& grid, bool packShortRows) noexcept {
-  if (const int status = AllocateBits(grid, packShortRows); status != 0) return status;
+int GeobodyFinder::Allocate(const VORL_GRID& grid, int longestPacked) noexcept {
+  if (const int status = AllocateBits(grid, longestPacked); status != 0) return status;
   return links_.Allocate(nrow() * static_cast<std::size_t>(runsPerBundle_));
 }
 
@@ -307,7 +307,7 @@ template <typename T>
 int LabelVariable(const VORL_GRID& grid, const real* values, const IntervalSet& set, Connectivity connectivity,
                   T* labels, int* ngeobody) noexcept {
   kestrum::GeobodyFinder finder;
-  if (const int status = finder.Allocate(grid); status != 0) {
+  if (const int status = finder.Allocate(grid, kestrum::LongestPacked(connectivity)); status != 0) {
     // No node, one or all of them: the indicator is the labels, and no work memory is needed.
     const int count = kestrum::WriteIndicator(values, grid.nxyz, set, labels, Dealing::Serial());
     if (count >= 2 && count != grid.nxyz) return status;

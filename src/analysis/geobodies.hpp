@@ -26,6 +26,13 @@ constexpr Connectivity ConnectivityOf(int neighbors) noexcept {
 constexpr int RowsY(Connectivity connectivity) noexcept { return connectivity == Connectivity::k6 ? 1 : 2; }
 constexpr int RowsZ(Connectivity connectivity) noexcept { return connectivity == Connectivity::k26 ? 2 : 1; }
 
+// The longest rows that are packed whatever the connectivity. Across faces all that can be are: words of their own take
+// more time there, and more than half a byte a node with the tables of their runs.
+constexpr int kShortRow = 31;
+constexpr int LongestPacked(Connectivity connectivity) noexcept {
+  return connectivity == Connectivity::k6 ? PackedRows::kLongest : kShortRow;
+}
+
 // Bundles that one thread does: layers of them, or rows in a single layer of nodes. Their nodes follow each other, and so
 // do their runs.
 struct BundleSlab {
@@ -131,8 +138,8 @@ struct BundledRuns {
 // read at a time there too.
 class GeobodyFinder : public NodeBits {
  public:
-  // packShortRows: false if the caller reads the rows as well
-  [[nodiscard]] int Allocate(const VORL_GRID& grid, bool packShortRows = true) noexcept;
+  // longestPacked: 0 if the caller reads the rows as well
+  [[nodiscard]] int Allocate(const VORL_GRID& grid, int longestPacked = kShortRow) noexcept;
 
   // Joins the marked nodes and returns the number of geobodies, which are numbered by their first nodes; 0 if
   // progress is aborted.
@@ -149,7 +156,7 @@ class GeobodyFinder : public NodeBits {
   // the end of its labels meanwhile: no row has more runs from any node on than nodes, so that labels in their order are
   // written after the links that lay there have been read.
   // AllocateBits comes before, instead of Allocate. Where progress is aborted, the labels are of no use.
-  [[nodiscard]] int AllocateBits(const VORL_GRID& grid, bool packShortRows = true) noexcept;
+  [[nodiscard]] int AllocateBits(const VORL_GRID& grid, int longestPacked = kShortRow) noexcept;
   int LabelInPlace(Connectivity connectivity, int* labels, const Dealing& dealing, const Progress& progress) noexcept;
 
   // Marks and labels as VORLImageGeobody6 and its relatives do, with labels of int or real.

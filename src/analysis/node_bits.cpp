@@ -21,7 +21,7 @@ void TransposeBits(std::uint64_t (&words)[kMarkBlock]) noexcept {
 
 }  // namespace
 
-int NodeBits::Allocate(const VORL_GRID& grid, bool packShortRows) noexcept {
+int NodeBits::Allocate(const VORL_GRID& grid, int longestPacked) noexcept {
   // No neighbour is lost.
   const int sizes[] = {grid.nx, grid.ny, grid.nz, 1, 1};
   const int first = grid.nx > 1 ? 0 : grid.ny > 1 ? 1 : 2;
@@ -31,7 +31,7 @@ int NodeBits::Allocate(const VORL_GRID& grid, bool packShortRows) noexcept {
   if (ny_ == 1) std::swap(ny_, nz_);
   nxyz_ = grid.nxyz;
   packed_ = {};
-  if (packShortRows && nx_ <= PackedRows::kLongest && ny_ > 1) {
+  if (nx_ <= longestPacked && ny_ > 1) {
     packed_ = {nx_, ny_, nz_};
     // The least number of rows that fill whole words, some times.
     constexpr int kWords = 16;

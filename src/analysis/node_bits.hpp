@@ -14,7 +14,7 @@ namespace kestrum {
 
 // The sizes of a grid whose rows are packed, or 0 where they are not.
 struct PackedRows {
-  static constexpr int kLongest = 31;
+  static constexpr int kLongest = 39;
 
   int nx = 0;
   int ny = 0;
@@ -28,7 +28,8 @@ struct PackedRows {
 // one layer then.
 class NodeBits {
  public:
-  [[nodiscard]] int Allocate(const VORL_GRID& grid, bool packShortRows = false) noexcept;
+  // longestPacked: rows of up to so many nodes, at most PackedRows::kLongest, are packed
+  [[nodiscard]] int Allocate(const VORL_GRID& grid, int longestPacked = 0) noexcept;
 
   // Sets the nodes whose values lie in the set; returns their number.
   template <typename T, typename Set>

@@ -196,16 +196,28 @@ void ComputeEnsembleStatistics(const VORL_IMAGE* image, const VORL_IMAGE* out) n
   for (int k = 0; k < nxyz; ++k) deviation[k] = std::sqrt(deviation[k] * weight);
 }
 
-// Proportion of the variables of `image` that have the given value.
-void ComputeProportion(const VORL_IMAGE* image, real category, real* proportion) noexcept {
+// Proportions of the variables of `image` that have each of the values, in the variables of `out`. Some nodes at a time,
+// so that their values are read, and their counts are kept, in the nearest cache.
+void ComputeProportions(const VORL_IMAGE* image, int ncategory, const real* category, VORL_IMAGE* out) noexcept {
+  constexpr int kTile = 1024;
   const int nxyz = image->grid->nxyz;
   const double weight = 1.0 / image->nvar;
-  std::fill_n(proportion, nxyz, 0.0);
-  for (int iv = 0; iv < image->nvar; ++iv) {
-    const real* const values = VariableOf(*image, iv);
-    for (int k = 0; k < nxyz; ++k) proportion[k] += values[k] == category ? 1.0 : 0.0;
+  for (int first = 0; first < nxyz; first += kTile) {
+    const int n = std::min(kTile, nxyz - first);
+    for (int c = 0; c < ncategory; ++c) std::fill_n(VariableOf(*out, c) + first, n, 0.0);
+    for (int iv = 0; iv < image->nvar; ++iv) {
+      const real* const values = VariableOf(*image, iv) + first;
+      for (int c = 0; c < ncategory; ++c) {
+        real* const proportion = VariableOf(*out, c) + first;
+        const real value = category[c];
+        for (int k = 0; k < n; ++k) proportion[k] += values[k] == value ? 1.0 : 0.0;
+      }
+    }
+    for (int c = 0; c < ncategory; ++c) {
+      real* const proportion = VariableOf(*out, c) + first;
+      for (int k = 0; k < n; ++k) proportion[k] *= weight;
+    }
   }
-  for (int k = 0; k < nxyz; ++k) proportion[k] *= weight;
 }
 
 int TransformLinear(real* vector, int nvalue, real a, real b, Dealing dealing) noexcept {
@@ -368,8 +380,8 @@ int VORLGetImageVarStatsLocal(VORL_IMAGE* image, VORL_IMAGE* out, int ncategory,
   for (int iv = 0; iv < nvar; ++iv) {
     std::snprintf(out->varName[iv], VORL_VARNAME_LENGTH, "%s%0*g", VORL_PREFIX_FOR_OCCURRENCE_PROPORTION,
                   VORL_NB_DIGIT_FOR_VALUE_NAME, category[iv]);
-    kestrum::ComputeProportion(image, category[iv], kestrum::VariableOf(*out, iv));
   }
+  kestrum::ComputeProportions(image, nvar, category, out);
   return 0;
 }
 

@@ -246,6 +246,23 @@ TEST(ImageStatistics, StatisticsAcrossVariablesDivideByAllOfThem) {
   VORLFreeImage(&out);
 }
 
+TEST(ImageStatistics, ProportionsOfManyNodesCountTheVariables) {
+  constexpr int kNodes = 2500;  // more than are counted at a time, and a rest
+  const std::vector<std::vector<real>> variables = RandomVariables(5, kNodes, 1);
+  OwnedImage image(variables);
+  VORL_IMAGE out;
+  real category[] = {2.0, 0.0, 2.0};
+  ASSERT_EQ(VORLGetImageVarStatsLocal(&image, &out, 3, category), 0);
+  for (std::size_t c = 0; c < 3; ++c) {
+    for (std::size_t k = 0; k < kNodes; ++k) {
+      const auto count = std::count_if(variables.begin(), variables.end(),
+                                       [&](const auto& variable) { return variable[k] == category[c]; });
+      ASSERT_EQ(out.var[c * kNodes + k], static_cast<real>(count) * (1.0 / 5.0));
+    }
+  }
+  VORLFreeImage(&out);
+}
+
 TEST(ImageStatistics, TransformsLeaveMissingValues) {
   real x[] = {0.0, 10.0, 40.0}, y[] = {0.0, 100.0, 70.0};
   const std::vector<real> values = {5.0, -1.0, 11.0, 10.0, kMissing, 40.0, 41.0, 0.0, 25.0, -1e300};

@@ -60,6 +60,12 @@ def test_variogram_maps(image, data):
     assert not (np.abs(by_fft.gamma - gamma) > bound).any()
 
 
+def test_transforms_of_many_nodes_do_not_depend_on_threads():
+    image = np.random.default_rng(6).normal(size=(300, 331))
+    found = [ks.variogram_map(image, (4, 5), method="fft", threads=threads) for threads in (1, 2, 7)]
+    assert found[0].identical(found[1]) and found[0].identical(found[2])
+
+
 @pytest.mark.parametrize("shape", [(40, 33), (13, 12, 50)])
 def test_transforms_of_images_far_from_0_and_of_any_unit(shape):
     values = ndimage.gaussian_filter(np.random.default_rng(5).normal(size=shape), 2.0)

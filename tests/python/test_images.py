@@ -111,6 +111,7 @@ print((peak() - before - sum(getattr(part, "nbytes", 0) for part in parts)) / va
 
 @pytest.mark.parametrize("call, kind, limit", [
     ("label(values, threads=2)", "u1", 0.4), ("label(values, 26, threads=2)", "u1", 0.4), ("label(values.T, threads=2)", "u1", 0.4), ("label(values.reshape(-1, 2), threads=2)", "u1", 0.4),
+    ("label(values.reshape(-1)[:values.size // 34 * 34].reshape(-1, 34), threads=2)", "u1", 0.4), ("label(values.reshape(-1)[:values.size // 40 * 40].reshape(-1, 40), threads=2)", "u1", 0.5),
     ("body_sizes(values, threads=2)", "i4", 0.1), ("euler_number(values, threads=2)", "u1", 0.2),
     ("distance(values, signed=True, dtype='float32', threads=2)", "u1", 0.4), ("nearest_label(values, threads=2)", "i4", 0.1),
     ("label_depth(values, threads=2)", "i4", 0.1), ("dilate(values, 5, threads=2)", "u1", 0.45), ("erode(values, 5, threads=2)", "u1", 0.45),
@@ -153,7 +154,7 @@ def test_labels_in_fortran_order(shape, dtype):
         assert count == labels.max() and labels.flags.c_contiguous and np.array_equal(labels, ks.label(values)[0])
 
 
-@pytest.mark.parametrize("shape", [(3000, 2), (700, 3, 3), (60, 70, 5), (3, 900, 4), (40, 50, 17), (30, 45, 31), (30, 45, 32)])
+@pytest.mark.parametrize("shape", [(3000, 2), (700, 3, 3), (60, 70, 5), (3, 900, 4), (40, 50, 17), (30, 45, 31), (30, 45, 33), (30, 45, 39), (30, 45, 40)])
 @pytest.mark.parametrize("share", [0.3, 0.6, 0.9])
 def test_labels_of_short_rows(shape, share):
     """Many rows that share words, over several threads and layers."""
