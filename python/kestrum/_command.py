@@ -113,6 +113,8 @@ def _term(sill: float, name: str, arguments: str | None) -> CovModel:
         return make(sill, ranges[0] if len(ranges) == 1 else tuple(ranges), **options)
     except TypeError as error:
         detail = re.sub(r".*?\(\) ", "", str(error))
+        if missing := re.search(r"missing .*: '(\w+)'", detail):
+            raise ModelError(f"{found[0]} needs {missing[1]}=. Write {name}({arguments}, {missing[1]}=1.5).") from None
         raise ModelError(f"{found[0]} {detail}.") from None
 
 
@@ -128,7 +130,7 @@ def _read_table(path: str) -> pd.DataFrame:
 
     ending = Path(path).suffix.lower()
     if ending in (".vtk", ".png"):
-        raise DataError(f"{path} is no table.")
+        raise DataError(f"{path} is no table, but a{' grid' if ending == '.vtk' else ' picture'}.")
     if ending in (".gslib", ".dat", ".out", ".eas"):
         return read_gslib_points(path)
     try:

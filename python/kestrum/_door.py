@@ -43,7 +43,7 @@ def wrong_type(name: str, value: object, expected: str) -> NoReturn:
 def number(name: str, value: Any, *, above: float | None = None, at_least: float | None = None,
            below: float | None = None, at_most: float | None = None, error: type[KestrumError] = ArgumentError) -> float:
     """A finite number within bounds."""
-    if isinstance(value, (bool, np.bool_, str, bytes, list, tuple)) or value is None:
+    if isinstance(value, (bool, np.bool_, str, bytes, list, tuple, complex, np.complexfloating)) or value is None:
         wrong_type(name, value, "a number")
     try:
         if naxes(name, value) != 0:
@@ -143,6 +143,11 @@ def naxes(name: str, value: Any) -> int:
     """How many axes an argument has that may be a number, a list or an array."""
     axes = getattr(value, "ndim", None)
     return axes if isinstance(axes, int) else array(name, value).ndim
+
+
+def parts(name: str, value: Any) -> list[Any]:
+    """What an argument holds that is one number or several."""
+    return list(value) if isinstance(value, (list, tuple)) else list(array(name, value).reshape(-1))
 
 
 def reals(name: str, value: Any, error: type[KestrumError] = DataError) -> Floats:

@@ -106,7 +106,7 @@ class Grid:
         if not isinstance(points, Points):
             _door.wrong_type("points", points, "Points")
         dimension = points.coordinates.shape[1]
-        sizes = [cell] * dimension if _door.naxes("cell", cell) == 0 else list(cell)  # type: ignore[arg-type]
+        sizes = [cell] * dimension if _door.naxes("cell", cell) == 0 else _door.parts("cell", cell)
         if len(sizes) != dimension:
             raise GridError(f"cell has {len(sizes)} sizes, but the points have {dimension} coordinates. "
                             "Give one number, or one for each coordinate.")

@@ -485,10 +485,21 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
         return np.empty(sides)
     # An even side ends between two nodes, the second of which repeats the end.
     repeats = [int(side == 2 * n > n) for side, n in zip(sides, values.shape)]
-    repeated = watched(values.size, np.pad, values, [(0, ends) for ends in repeats], "edge") if any(repeats) else values
+    repeated = watched(values.size, _with_ends, values, repeats) if any(repeats) else values
     with _progress.shown(progress, "expansion") as report:
         finer: Floats = _core.expand(in_c_order(repeated, np.float64), [side != n for side, n in zip(sides, values.shape)], nthreads, report)
     return finer[tuple(map(slice, sides))]
+
+
+def _with_ends(values: NDArray[Any], repeats: list[int]) -> NDArray[Any]:
+    """The image with its last layer along some axes once more."""
+    repeated = np.empty([n + more for n, more in zip(values.shape, repeats)], values.dtype)
+    repeated[tuple(map(slice, values.shape))] = values
+    for axis, more in enumerate(repeats):
+        if more:
+            layers = np.swapaxes(repeated, 0, axis)
+            layers[-1] = layers[-2]
+    return repeated
 
 
 def otsu(values: ArrayLike, classes: int = 2, *,

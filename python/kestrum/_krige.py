@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import itertools
 import math
-from collections.abc import Callable, Mapping, Sequence
+from collections.abc import Callable, Iterable, Mapping, Sequence
 from dataclasses import dataclass, field
 from typing import TYPE_CHECKING, Any, Literal, NoReturn
 
@@ -155,6 +155,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
                         "Give neighbors=, for instance 20.")
     if target.grid is not None:
         _warn_if_apart(points, target)
+    warn_if_flat([model], points)
     if known.degree >= 0 and len(points) > 1 and (points.values == points.values[0]).all():
         warn(f"all values of {points.name!r} are {points.values[0]:g}, and so is the whole map. Look at the data.")
     method = "simple" if known.degree < 0 else "universal" if known.terms(2) > 1 else "ordinary"
@@ -420,7 +421,7 @@ def _radii(radius: Any, dimension: int) -> tuple[float, float, float] | None:
     if _door.naxes("radius", radius) == 0:
         value = _door.number("radius", radius, above=0.0)
         return value, value, value
-    parts = [_door.number("radius", part, above=0.0) for part in np.asarray(radius, dtype=object).reshape(-1)]
+    parts = [_door.number("radius", part, above=0.0) for part in _door.parts("radius", radius)]
     if len(parts) != dimension and not (dimension == 2 and len(parts) == 3):
         raise ArgumentError(f"radius has {len(parts)} numbers, but must be one, or "
                             f"{'(along, across)' if dimension == 2 else '(along, across, vertical)'}.")
@@ -430,7 +431,7 @@ def _radii(radius: Any, dimension: int) -> tuple[float, float, float] | None:
 def _block(block: Any, target: Target) -> tuple[int, int, int]:
     if block is None:
         return 1, 1, 1
-    parts = [block] * target.dimension if _door.naxes("block", block) == 0 else list(block)
+    parts = [block] * target.dimension if _door.naxes("block", block) == 0 else _door.parts("block", block)
     counts = [_door.whole("block", part, 1, 1000) for part in parts]
     if len(counts) != target.dimension:
         raise ArgumentError(f"block has {len(counts)} numbers, but must be one, or ({', '.join(('x', 'y', 'z')[:target.dimension])}).")
@@ -565,6 +566,18 @@ def _warn_if_uncorrelated(model: CovModel, far: int, total: int, known: _Drift, 
     if far > 0.5 * total:
         warn(f"{far:,} of {total:,} places are as far as the range from all data or farther: the estimate there is hardly more "
              "than a mean. Are the ranges in the unit of the coordinates?")
+
+
+def warn_if_flat(models: Iterable[CovModel], points: Points | None) -> None:
+    """Says so where the data are one place to the model: the map knows hardly more than their mean."""
+    if points is None or len(points) < 10:
+        return
+    shortest = min((min(part.range) for model in models if not model._local() for part in model.structures if part.range and part.type != "Power"),
+                   default=0.0)
+    apart = float(np.linalg.norm(np.ptp(points.coordinates, axis=0)))
+    if shortest > 100.0 * apart > 0.0:
+        warn(f"ranges of the model are at least {shortest:g}, but all data lie within {apart:g}: they are hardly different places. Are the ranges in the "
+             "unit of the coordinates?")
 
 
 def _warn_of(counts: Sequence[int], total: int, simple: bool, noun: str = "places", other: str = "datum") -> None:

@@ -64,6 +64,8 @@ class Points:
                  error_variance: ArrayLike | None = None) -> None:
         if not isinstance(name, str):
             _door.wrong_type("name", name, "a text")
+        if hasattr(coordinates, "columns") and isinstance(values, str):
+            raise ArgumentTypeError(f"values is the text {values!r}. Columns of a table are points by Points.from_dataframe(table, {values!r}).")
         places = _door.reals("coordinates", coordinates)
         if places.ndim != 2 or places.shape[1] not in (2, 3):
             remedy = "Give one row for each place, with columns x, y or x, y, z."
@@ -75,6 +77,8 @@ class Points:
         if given.shape != (n,):
             raise DataError(f"values are of shape {given.shape}, but there are {n} coordinates: one value is needed for each.")
         _door.finite("coordinates", places)
+        if places.shape[1] == 3 and given.dtype.kind in "iuf" and n > 1 and np.array_equal(places[:, 2], given):
+            warn(f"the third coordinates are the values of {name!r}, as heights. If they are no heights, leave them out: coordinates[:, :2].")
         errors = None
         if error_variance is not None:
             errors = _door.reals("error_variance", error_variance)

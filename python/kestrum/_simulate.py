@@ -14,7 +14,7 @@ from . import _core, _door, _lazy, _memory, _progress
 from ._door import Floats
 from ._errors import ArgumentError, DataError, GridError, warn
 from ._grid import Grid
-from ._krige import _drift, _extents, _radii
+from ._krige import _drift, _extents, _radii, warn_if_flat
 from ._models import CovModel, Range, require_model
 from ._points import Points, warn_if_numbers
 from ._targets import Target
@@ -118,6 +118,7 @@ def simulate(points: Points | None, model: CovModel, grid: Grid | xr.DataArray, 
     radii = _radii(radius, target.dimension)
     threads = _threads(threads, chunks)
     _warn_if_noise(target, [model], radii)
+    warn_if_flat([model], points)
     taken = target.mask(mask)
     _require_memory(target, [model], radii, size, kind, transform is not None, f"a result of {size:,} x {target.count:,} values",
                     "Ask for fewer realizations at a time (first=, chunks=), or dtype='float32'.", _nchunk(count, size, chunks))
@@ -504,6 +505,7 @@ def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, ra
         if not isinstance(one, CovModel):
             _door.wrong_type("model", one, "a CovModel, or {label: CovModel}")
     _warn_if_noise(target, models, radii)
+    warn_if_flat(models, points)
     taken = target.mask(mask)
     kind = np.dtype(np.int16 if n else np.float64)
     _require_memory(target, models, radii, n or len(labels), kind, False, f"a result on {target.count:,} cells",

@@ -10,7 +10,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _memory, _progress
 from ._door import Floats
-from ._errors import ArgumentError, DataError
+from ._errors import ArgumentError, DataError, warn
 from ._grid import Grid
 from ._models import CovModel, require_model
 from ._points import Points
@@ -284,13 +284,17 @@ def declustering_weights(points: Points, cell: float | Sequence[float] | None = 
     dimension = points.coordinates.shape[1]
     sides = np.ptp(points.coordinates, axis=0)
     if cell is not None:
-        parts = [_door.number("cell", part, above=0.0) for part in ([cell] * dimension if _door.naxes("cell", cell) == 0 else list(cell))]  # type: ignore[arg-type]
+        parts = [_door.number("cell", part, above=0.0) for part in ([cell] * dimension if _door.naxes("cell", cell) == 0 else _door.parts("cell", cell))]
         if len(parts) != dimension:
             raise ArgumentError(f"cell has {len(parts)} numbers, but must be one, or ({', '.join('xyz'[:dimension])}).")
         if (np.array(parts) < 1e-6 * sides).any():
             raise ArgumentError(f"cell is {_door.show(cell)}, less than a millionth of the sides of the data's box, {sides.max():g}.")
         with _progress.shown(progress, "declustering") as report:
-            return _cell_weights(points, np.array(parts), offsets, report)
+            weights = _cell_weights(points, np.array(parts), offsets, report)
+        if sides.any() and (weights == 1.0).all():
+            warn(f"cell is {_door.show(cell)}, so that each cell holds as many data, or one holds all of them: all weights are 1. Give another size, or "
+                 "leave it out.")
+        return weights
     if points.values.dtype.kind not in "iuf":
         raise DataError(f"values of {points.name!r} are labels, which have no mean to seek a size by. Give cell.")
     if not sides.any():

@@ -460,7 +460,7 @@ def _cones(azimuth: Any, tolerance: Any, dip: Any, bandwidth: Any, dimension: in
 
 
 def _angles(name: str, value: Any) -> Floats:
-    parts = [value] if _door.naxes(name, value) == 0 else list(np.asarray(value, dtype=object).reshape(-1))
+    parts = _door.parts(name, value)
     if not parts:
         raise ArgumentError(f"{name} is empty. Leave it out, or give one direction at least.")
     return np.array([_door.number(name, part) for part in parts])

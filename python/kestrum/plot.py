@@ -10,6 +10,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 from matplotlib import pyplot as plt
 from matplotlib.axes import Axes
+from matplotlib.colors import Colormap
 from matplotlib.figure import Figure
 
 from . import _door
@@ -37,7 +38,7 @@ def map(values: xr.DataArray, points: Points | None = None, ax: Axes | None = No
     Parameters
     ----------
     values : xarray.DataArray
-        Of dimensions y and x. Missing values stay blank.
+        Of dimensions y and x. Missing values stay blank. Those of `simulate_categories` have a colour for each category.
     points : Points, optional
         Data to draw, coloured by their values.
     ax : matplotlib.axes.Axes, optional
@@ -62,8 +63,12 @@ def map(values: xr.DataArray, points: Points | None = None, ax: Axes | None = No
     _require_map(values)
     if points is not None and not isinstance(points, Points):
         _door.wrong_type("points", points, "Points (of a table: Points.from_dataframe(table, 'column'))")
+    values, cmap, labels = _by_category(values, cmap)
+    if labels:
+        vmin, vmax = -0.5, len(labels) - 0.5
+        if points is not None and set(points.values.tolist()) <= set(labels):
+            points = points.with_values([labels.index(value) for value in points.values.tolist()])
     vmin, vmax = (None if limit is None else _door.number(name, limit) for name, limit in (("vmin", vmin), ("vmax", vmax)))
-    _require_colors(cmap)
     image = values.transpose("y", "x")
     wide, tall = (abs(float(image[axis][-1] - image[axis][0])) + 1e-30 for axis in ("x", "y"))
     ax = _axes(ax, (min(10.0, max(3.5, 6.0 * wide / tall)) + 1.6, 6.0))
@@ -83,9 +88,7 @@ def map(values: xr.DataArray, points: Points | None = None, ax: Axes | None = No
         ax.scatter(points.coordinates[:, 0], points.coordinates[:, 1], **colors, **style)
     beyond = {(False, False): "neither", (True, False): "min", (False, True): "max", (True, True): "both"}[
         bool(everything.min() < low), bool(everything.max() > high)]
-    bar = ax.figure.colorbar(mesh, ax=ax, shrink=0.85, pad=0.02, extend=beyond)
-    bar.set_label(label if label is not None else str(values.attrs.get("long_name", values.name or "")))
-    bar.outline.set_visible(False)
+    _bar(mesh, ax, label if label is not None else str(values.attrs.get("long_name", values.name or "")), labels, extend=beyond)
     _as_map(ax)
     return ax
 
@@ -120,11 +123,13 @@ def realizations(simulations: xr.DataArray, n: int = 4, figure: Figure | None = 
     if not _door.is_xarray(simulations) or "realization" not in simulations.dims:
         _door.wrong_type("simulations", simulations, "a DataArray with the dimension 'realization'")
     n = min(_door.whole("n", n, 1), simulations.sizes["realization"])
+    simulations, cmap, labels = _by_category(simulations, cmap)
     columns = int(np.ceil(np.sqrt(n)))
     rows = -(-n // columns)
     finite = _finite(simulations)
     if finite.size == 0:
         raise ArgumentError("simulations are all missing: there is nothing to draw.")
+    limits = (-0.5, len(labels) - 0.5) if labels else (float(finite.min()), float(finite.max()))
     figure = _figure(figure, (4.0 * columns + 1.0, 4.0 * rows))
     grid = figure.subplots(rows, columns, sharex=True, sharey=True, squeeze=False)
     for k, ax in enumerate(grid.flat):
@@ -134,16 +139,14 @@ def realizations(simulations: xr.DataArray, n: int = 4, figure: Figure | None = 
         field = simulations.isel(realization=k)
         _require_map(field)
         field = field.transpose("y", "x")
-        mesh = _draw(ax, field, cmap, float(finite.min()), float(finite.max()))
+        mesh = _draw(ax, field, cmap, *limits)
         number = int(field.realization) if "realization" in field.coords else k
         ax.set_title(f"realization {number}", fontsize=10, color=INK)
         _as_map(ax, k + columns >= n, k % columns == 0)
         if k // columns < rows - 1 and k + columns >= n:  # over a place without a panel
             ax.tick_params(labelbottom=True)
             ax.set_xlabel("x")
-    bar = figure.colorbar(mesh, ax=grid, shrink=0.85, pad=0.02)
-    bar.set_label(str(simulations.attrs.get("long_name", simulations.name or "")))
-    bar.outline.set_visible(False)
+    _bar(mesh, grid, str(simulations.attrs.get("long_name", simulations.name or "")), labels)
     return figure
 
 
@@ -369,22 +372,37 @@ def _draw(ax: Axes, image: Any, cmap: str, low: float | None, high: float | None
     return drawn
 
 
+def _by_category(values: Any, cmap: Any) -> tuple[Any, Any, list[Any]]:
+    """What is to be drawn of codes: NaN where there is no category, a colour for each, and their labels. No labels for others."""
+    if isinstance(cmap, str) and cmap not in plt.colormaps():
+        raise ArgumentError(f"cmap is {cmap!r}, which is no map of colours.{_door.nearest(cmap, plt.colormaps())}")
+    if not isinstance(cmap, (str, Colormap)):
+        _door.wrong_type("cmap", cmap, "the name of a map of colours, or a Colormap of matplotlib")
+    labels = list(values.attrs.get("categories", ()))
+    return (values.where(values >= 0), plt.get_cmap(cmap).resampled(len(labels)), labels) if labels else (values, cmap, labels)
+
+
+def _bar(mesh: Any, ax: Any, label: str, categories: list[Any], **style: Any) -> None:
+    bar = mesh.figure.colorbar(mesh, ax=ax, shrink=0.85, pad=0.02, **style)
+    if categories:
+        bar.set_ticks(range(len(categories)), labels=[str(category) for category in categories])
+        bar.minorticks_off()
+    bar.set_label(label)
+    bar.outline.set_visible(False)
+
+
 def _finite(values: Any) -> Any:
     numbers = values.values
     return watched(values.size, lambda: np.asarray(numbers[np.isfinite(numbers)]))
-
-
-def _require_colors(cmap: Any) -> None:
-    if isinstance(cmap, str) and cmap not in plt.colormaps():
-        raise ArgumentError(f"cmap is {cmap!r}, which is no map of colours.{_door.nearest(cmap, plt.colormaps())}")
 
 
 def _require_map(values: Any) -> None:
     if not _door.is_xarray(values) or hasattr(values, "data_vars"):
         _door.wrong_type("values", values, "a DataArray, such as result.estimate")
     if set(values.dims) != {"x", "y"}:
+        other = next((dim for dim in values.dims if dim not in ("x", "y")), "z")
         raise GridError(f"values have the dimensions {tuple(values.dims)}, but a map has y and x. "
-                        "Choose one of the others: values.isel(z=0).")
+                        f"Choose one of the others: values.isel({other}=0).")
 
 
 def _as_map(ax: Axes, x: bool = True, y: bool = True) -> None:

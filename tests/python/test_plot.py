@@ -49,6 +49,21 @@ def test_realizations_share_their_colours():
         np.testing.assert_array_equal(image.get_array(), fields[k])
 
 
+def test_categories_have_a_colour_each():
+    grid = ks.Grid(15, 15, dx=2.0, dy=2.0)
+    labelled = points.with_values(np.where(points.values > np.median(points.values), "sand", "clay"))
+    mask = np.ones(grid.shape, bool)
+    mask[:, 0] = False
+    rock = ks.simulate_categories(labelled, model, grid, n=2, mask=mask)
+    for figure in (ks.plot.map(rock[0], labelled).figure, ks.plot.realizations(rock)):
+        panel, bar = figure.axes[0], figure.axes[-1]
+        shown = panel.images[0].get_array()
+        assert np.array_equal(shown.mask, ~mask) and set(shown.compressed()) <= {0.0, 1.0}
+        assert [text.get_text() for text in bar.get_yticklabels()] == ["clay", "sand"] and panel.images[0].cmap.N == 2
+    drawn = ks.plot.map(rock[0], labelled).collections[0].get_array()
+    assert np.array_equal(drawn, labelled.values == "sand")
+
+
 def test_variogram_and_model():
     found = ks.variogram(points, lag=3.0, n_lags=5, azimuth=[30, 120], tolerance=45)
     ax = ks.plot.variogram(found, model)

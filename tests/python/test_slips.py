@@ -247,6 +247,25 @@ DataError | Did you mean 'X' | ks.Points.from_dataframe(frame.rename(columns=str
 AttributeError | Did you mean 'variogram' | ks.variograms
 ArgumentTypeError | a function of the fraction | ks.variogram(points, progress="bar")
 ArgumentTypeError | must be numbers.*a Points | ks.NormalScore(points)
+DataError | float64 | krige(ks.Points(xy, z * 1e307))
+ModelError | float64 | krige(model=model * 1e308)
+KestrumWarning | all data lie within | krige(model=ks.Spherical(1.0, range=1e6))
+KestrumWarning | all data lie within | simulate(model=ks.Spherical(1.0, range=1e6))
+ArgumentTypeError | value must be the name of a column | ks.Points.from_dataframe(frame, frame.zinc)
+ArgumentTypeError | Points.from_dataframe | ks.Points(frame, "zinc")
+KestrumWarning | third coordinates are the values | ks.Points(np.column_stack((xy, z)), z)
+ArgumentError | beyond the range of float64 | ks.Points(xy, [10**400] * 30)
+ArgumentError | must be a pair | krige(drift={"d": 3})
+ArgumentError | a row of coordinates | simulate(bounds=[1, 2, 3])
+ArgumentError | rows of different lengths | krige(radius=[[1], [1, 2]])
+ArgumentTypeError | is a Dataset | krige(mean=grid.to_xarray(np.ones(grid.shape), "a").to_dataset())
+ArgumentError | radius is nan | krige(radius=np.ma.masked_all(2))
+ArgumentTypeError | must be a number | ks.Spherical(1.0, range=np.array([3.0, 4.0j]))
+ArgumentTypeError | figure must be a Figure | ks.plot.validation(ks.cross_validate(points, model), figure=3)
+ArgumentTypeError | two axes | ks.plot.histogram(z, ks.NormalScore(z), ax=ks.plot.histogram(z))
+ArgumentError | Did you mean 'rainbow' | ks.plot.realizations(simulate(n=2), cmap="rainbo")
+GridError | realization=0 | ks.plot.map(simulate(n=2))
+KestrumWarning | all weights are 1 | ks.declustering_weights(points, cell=1e5)
 """.strip().splitlines()]
 
 
