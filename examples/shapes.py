@@ -21,23 +21,18 @@ slope = np.hypot(*np.gradient(field.to_numpy()))
 samples = np.column_stack([np.nan_to_num(ks.box_mean(field, 9)).ravel(), slope.ravel()])
 kinds = ks.kmeans(samples / samples.std(0), clusters=4, restarts=3)[1]
 steps = ks.geodesic_steps(opened, tuple(np.argwhere(opened.to_numpy())[0]))
-half = ks.pyramid(field)[0]
 
 panels = {"opened: 1, lost: 0": opened.where(sand), "distance to other bodies or none": field.copy(data=ks.label_depth(bodies)).where(opened),
           "the nearest body": ks.nearest_label(bodies)[1], "steps within a body": field.copy(data=steps).where(steps >= 0),
           "clusters of means and slopes": field.copy(data=kinds.reshape(field.shape)),
-          "detail that half the size loses": field - ks.expand(half, field.shape),
+          "detail that half the size loses": field - ks.expand(ks.pyramid(field)[0], field.shape),
           "sand about each node": ks.proportion_map(sand, 31).sel(category=True), "most frequent, 50 x 40 cells": ks.resample(sand, (40, 50), method="mode")}
 figure, axes = plt.subplots(2, 5, figsize=(26, 9), layout="constrained")
 for ax, (title, values) in zip(axes.flat, panels.items()):
     ks.plot.map(values, None, ax, label="")
     ax.set_title(title)
-covariance = ks.covariance_map(field, max_lag=50).covariance
-covariance.plot.imshow(ax=axes[1, 3], cbar_kwargs={"label": "covariance"})
+ks.covariance_map(field, max_lag=50).covariance.plot.imshow(ax=axes[1, 3], cbar_kwargs={"label": "covariance"})
 axes[1, 3].set(title="covariance map", aspect="equal")
 curves = ks.body_curves(field, thresholds=41)
-axes[1, 4].plot(curves.threshold, curves["count"], label="bodies")
-axes[1, 4].plot(curves.threshold, curves.euler_number, label="Euler number")
-axes[1, 4].set(title="bodies above a threshold", xlabel="threshold")
-axes[1, 4].legend()
+curves.to_dataframe()[["count", "euler_number"]].plot(ax=axes[1, 4], title="bodies above a threshold")
 figure.savefig(here / "output/shapes.png", dpi=120, bbox_inches="tight")

@@ -105,7 +105,7 @@ def proportion_cuts(values: ArrayLike, proportions: ArrayLike, *,
     if numbers.ndim != 1 or numbers.size < 2 or min(shares) <= 0 or abs(math.fsum(shares) - 1.0) > 1e-9:
         raise ArgumentError(f"proportions is {_door.show(proportions)}, but must be a list of numbers above 0, two at least, whose sum is 1.")
     with _progress.shown(progress, "cuts") as report:
-        return _cuts(given.reshape(-1), shares, report)
+        return _cuts(given.ravel("K"), shares, report)
 
 
 def _cuts(values: NDArray[Any], shares: list[float], report: _progress.Report) -> NDArray[np.float64]:
@@ -304,10 +304,12 @@ def category_order(image: ArrayLike, categories: ArrayLike | None = None, *, axe
     nthreads = _door.threads(threads, given.size)
     with _progress.shown(progress, "order") as report:
         codes, names = as_categories("image", given, categories, nthreads, _progress.part(report, 0.0, 0.3))
-        codes = in_c_order(codes)
+        flipped = is_flipped(codes)
+        codes = in_c_order(codes.T if flipped else codes)
         transitions = np.zeros((len(names), len(names)), np.int64)
         for axis, step in zip(along, _progress.steps(_progress.part(report, 0.3, 1.0), len(along))):
-            lags = [0] * (3 - given.ndim) + [int(axis == other) for other in range(given.ndim)]
+            place = given.ndim - 1 - axis if flipped else axis
+            lags = [0] * (3 - given.ndim) + [int(place == other) for other in range(given.ndim)]
             transitions += _core.category_pairs(codes, len(names), lags, nthreads, step).reshape(*transitions.shape, 3)[..., 2]
     order: NDArray[Any] = names[_core.chain_categories(transitions)]
     return order

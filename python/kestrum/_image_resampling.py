@@ -45,7 +45,7 @@ def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["m
     Notes
     -----
     Means of any ratio of the sizes keep the mean of a complete image. Work memory is 16 bytes for each node of a row and
-    thread; of modes, 3 bytes a node and 24 bytes a new one.
+    thread; of modes, 3 bytes a node and 24 bytes a new one; of the nearest values none.
 
     Examples
     --------

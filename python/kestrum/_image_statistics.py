@@ -52,7 +52,8 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
     -----
     By transforms: Marcotte, Fast variogram computation with FFT, Computers & Geosciences, 1996. Where nothing is missing, one
     there and one back suffice, since pairs and sums of squares need none; else it is three there and two back. Work memory
-    is 8 bytes a node of the image with the lags added to its last axis, or 24, and those of sixteen columns, a few times.
+    is 8 bytes a node of the image with the lags added to its last axis, or 24, and those of sixteen columns, a few times; by
+    pairs it is 8 bytes a node, or 16 for what is not of float64 in C order, and so copied.
 
     Examples
     --------
@@ -404,8 +405,8 @@ def pyramid(image: ArrayLike, levels: int = 1, *,
 
     Notes
     -----
-    Burt and Adelson, The Laplacian pyramid as a compact image code, 1983. Work memory is a few rows for each thread; other
-    types than float64 are copied.
+    Burt and Adelson, The Laplacian pyramid as a compact image code, 1983. Work memory is a few rows for each thread;
+    what is not of float64 in C order is copied.
 
     Examples
     --------

@@ -117,6 +117,8 @@ def body_sizes(labels: ArrayLike, *, threads: int | None = None, progress: bool 
 def _sizes(image: NDArray[Any], nthreads: int, report: _progress.Report) -> pd.DataFrame:
     import pandas as pd
 
+    flipped = is_flipped(image)
+    image = image.T if flipped else image
     if image.dtype.kind == "f":
         unfit = image[watched(image.size, _unfit, image)]
         if unfit.size:
@@ -135,6 +137,8 @@ def _sizes(image: NDArray[Any], nthreads: int, report: _progress.Report) -> pd.D
     there = (table[0] > 0) & (names != 0)
     index = pd.Index(names[there], name="label")
     columns = ("size", "extent_z", "extent_y", "extent_x")
+    if flipped:
+        table = table[[0, 3, 2, 1] if image.ndim == 3 else [0, 1, 3, 2]]
     return pd.DataFrame({name: row[there].astype(np.int64) for name, row in zip(columns, table)}, index)
 
 

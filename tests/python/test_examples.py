@@ -22,7 +22,7 @@ def test_runs_as_it_is(name, tmp_path):
     (tmp_path / "examples").mkdir()
     (tmp_path / "examples/data").symlink_to(ROOT / "examples/data")
     text = FIRST_PAGE if name == "README.md" else PROGRAMS[name]
-    assert len([line for line in text.splitlines() if line]) <= (10 if name == "README.md" else 40)
+    assert len([line for line in text.splitlines() if line]) <= 10 if name == "README.md" else len(text.splitlines()) < 40
     program = tmp_path / ("first_page.py" if name == "README.md" else f"examples/{name}")
     program.write_text(text)
     subprocess.run([sys.executable, "-W", "error::UserWarning", program], cwd=tmp_path, check=True, env={**os.environ, "MPLBACKEND": "agg"})
@@ -40,7 +40,7 @@ def test_a_guide_runs_from_top_to_bottom(page, tmp_path):
     text = page.read_text()
     program = "\n".join(re.findall(r"```python\n(.*?)```", text, re.DOTALL))
     commands = re.findall(r"^    kestrum (.*samples.csv.*)$", text, re.MULTILINE)
-    assert program or commands or page.stem == "files"
+    assert program or commands
     environment = {**os.environ, "MPLBACKEND": "agg"}
     subprocess.run([sys.executable, "-c", program], cwd=tmp_path, check=True, env=environment)
     (tmp_path / "samples.csv").symlink_to(ROOT / "examples/data/meuse/meuse.csv")
