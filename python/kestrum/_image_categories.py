@@ -55,7 +55,7 @@ def categorize(image: ArrayLike, cuts: ArrayLike, *,
     values = as_image("image", image)
     limits = _door.finite("cuts", _door.reals("cuts", cuts))
     if limits.ndim != 1 or not 1 <= limits.size < 2**15:
-        raise ArgumentError(f"cuts has {limits.ndim} axes and {limits.size:,} numbers, but must be a list of 1 to {2**15 - 1:,}.")
+        raise ArgumentError(f"cuts is of shape {limits.shape}, but must be a list of 1 to {2**15 - 1:,} numbers.")
     if not (np.diff(limits) > 0).all():
         raise ArgumentError(f"cuts is {_door.show(cuts)}, but must increase. Sort them, and take each once.")
     ordered, flipped = in_order("image", values)

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 from collections.abc import Callable
 from functools import partial
 from typing import Any, Literal, TypeVar, cast
@@ -10,7 +11,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from . import _core, _door, _lazy, _memory, _progress
-from ._errors import ArgumentError, ArgumentTypeError, DataError
+from ._errors import ArgumentError, ArgumentTypeError, DataError, warn
 from ._watch import in_c_order, watched
 
 Connectivity = Literal[4, 8, 6, 18, 26]
@@ -86,6 +87,9 @@ def as_sides(size: Any, shape: tuple[int, ...]) -> list[int]:
     sides = per_axis("size", size, len(shape), partial(_door.whole, at_least=1))
     if any(side % 2 == 0 for side in sides):
         raise ArgumentError(f"size is {_door.show(size)}. Sides must be odd, so that the box has a centre.")
+    if math.prod(shape) > 0 and any(side > n for side, n in zip(sides, shape)):
+        warn(f"size is {_door.show(size)}, but the image has {' x '.join(map(str, shape))} nodes: every box leaves it, and all values are NaN. "
+             "Give a smaller size.")
     return [min(side, n + 1 + n % 2) for side, n in zip(sides, shape)]
 
 
@@ -135,7 +139,7 @@ def listed_categories(categories: Any) -> tuple[NDArray[np.float64], NDArray[Any
     """Categories that the caller lists, as numbers and as they are."""
     numbers = _door.finite("categories", _door.reals("categories", categories))
     if numbers.ndim != 1 or not 1 <= numbers.size <= 255:
-        raise ArgumentError(f"categories has {numbers.ndim} axes and {numbers.size:,} numbers, but must be a list of 1 to 255.")
+        raise ArgumentError(f"categories is of shape {numbers.shape}, but must be a list of 1 to 255 numbers.")
     if len(set(numbers.tolist())) < len(numbers):
         raise ArgumentError(f"categories is {_door.show(categories)}, but must have each number once.")
     return numbers, _door.array("categories", categories)

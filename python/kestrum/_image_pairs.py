@@ -10,7 +10,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _memory, _progress
-from ._errors import ArgumentError
+from ._errors import ArgumentError, warn
 from ._image_categories import categorize
 from ._image_door import Connectivity, as_lags, as_neighbors, category_codes, distinct_values, in_order, is_complete, is_flipped, lag_coords, listed_categories
 from ._image_statistics import Transforms, product_of
@@ -83,6 +83,8 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
                 spreads = [squares - some / n * some for some, squares in zip(sums[1:3], sums[3:])]
                 alike = [spread <= np.finfo(np.float64).eps * n * squares for spread, squares in zip(spreads, sums[3:])]
                 found = np.where(alike[0] | alike[1], np.nan, found / np.sqrt(spreads[0] * spreads[1]))
+    if not pairs.any():
+        warn("image is NaN everywhere: there is no pair of nodes, and all values are NaN.")
     coords = lag_coords(lags)
     name = "correlogram" if statistic == "correlogram" else "covariance"
     return xr.Dataset({name: (tuple(coords), found), "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, coords)
@@ -174,6 +176,8 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
     with _progress.shown(progress, "transiogram") as report:
         pairs, = _image_blocks.pair_tables(values, lags, partial(_transitions, numbers=numbers, by_transforms=by_transforms), threads, report)
     tails = pairs.sum(1)
+    if not tails.any():
+        warn("image has no pair of nodes of these categories: all probabilities are NaN.")
     return xr.Dataset({"probability": (("from", "to", *coords), _share(pairs, tails[:, None]), {"long_name": "probability of transition"}),
                        "pairs": (("from", *coords), tails, {"long_name": "number of pairs"})}, {"from": names, "to": names, **coords})
 
@@ -234,7 +238,7 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
         names = _door.finite("thresholds", _door.reals("thresholds", thresholds))
         numbers, order = np.unique(names, return_inverse=True)
         if names.ndim != 1 or not 1 <= numbers.size <= 254:
-            raise ArgumentError(f"thresholds has {names.ndim} axes and {names.size:,} numbers, but must be a list of 1 to 254.")
+            raise ArgumentError(f"thresholds is of shape {names.shape}, but must be a list of 1 to 254 numbers.")
         dim = "threshold"
     with _progress.shown(progress, "variogram map") as report:
         changes, pairs = _image_blocks.pair_tables(values, lags, partial(_changes, numbers=numbers, nested=thresholds is not None, by_transforms=by_transforms),

@@ -122,7 +122,8 @@ def _nodes(name: str, value: Any, image: NDArray[Any]) -> NDArray[np.int32]:
     if rows.ndim != 2 or rows.shape[1] != image.ndim or len(rows) == 0:
         raise ArgumentError(f"{name} has the shape {given.shape}, but must be ({image.ndim},), or (n, {image.ndim}): the place of a node on each axis.")
     try:
-        return np.ravel_multi_index(tuple(rows.T), image.shape, order="F" if is_flipped(image) else "C").astype(np.int32)
+        nodes: NDArray[np.int32] = np.ravel_multi_index(tuple(rows.T), image.shape, order="F" if is_flipped(image) else "C").astype(np.int32)
+        return nodes
     except ValueError:
         outside = rows[((rows < 0) | (rows >= image.shape)).any(1)][0]
         raise ArgumentError(f"{name} has {_door.show(outside.tolist())}, but the mask has {' x '.join(f'{n:,}' for n in image.shape)} nodes.") from None

@@ -358,13 +358,15 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
         pieces = (flat[at:at + _door.PIECE] for flat in (part(first).reshape(-1) for first in firsts) for at in range(0, flat.size, _door.PIECE))
         ends = np.array([(np.fmin.reduce(piece), np.fmax.reduce(piece)) for piece in pieces], np.float64)
         least, greatest = float(np.fmin.reduce(ends[:, 0])), float(np.fmax.reduce(ends[:, 1]))
+        if math.isnan(least):
+            raise DataError("image has no values but NaN.")
         if not math.isfinite(greatest - least):
             raise DataError(f"image has values from {least:g} to {greatest:g}, between which there are no even thresholds. Give the thresholds themselves.")
         limits = np.linspace(least, greatest, number)
     else:
         limits = _door.finite("thresholds", _door.reals("thresholds", thresholds))
         if limits.ndim != 1 or not 1 <= limits.size <= 65535:
-            raise ArgumentError(f"thresholds has {limits.ndim} axes and {limits.size:,} numbers, but must be a list of 1 to 65,535.")
+            raise ArgumentError(f"thresholds is of shape {limits.shape}, but must be a list of 1 to 65,535 numbers.")
     order = np.argsort(limits, kind="stable")
     above = bodies == "above"
     with _progress.shown(progress, "curves") as report:

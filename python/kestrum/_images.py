@@ -11,8 +11,8 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _lazy, _progress
-from ._errors import ArgumentError, DataError, warn
-from ._image_door import Connectivity, as_image, as_neighbors, as_sides, as_truth, in_order, is_flipped, is_true, like, per_axis
+from ._errors import ArgumentError, DataError
+from ._image_door import Connectivity, as_image, as_neighbors, as_sides, as_truth, in_order, is_flipped, is_true, like, per_axis, require_numbers
 from ._watch import in_c_order, watched
 
 if TYPE_CHECKING:
@@ -496,9 +496,6 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *,
     lazy = _lazy.is_lazy(_door.held("image", image))
     values: Any = image if lazy else as_image("image", image)
     sides = as_sides(size, values.shape)
-    if values.size and any(side > n for side, n in zip(np.broadcast_to(size, values.ndim), values.shape)):
-        warn(f"size is {_door.show(size)}, but the image has {' x '.join(map(str, values.shape))} nodes: every box leaves it, and all "
-             "values are NaN. Give a smaller size.")
     if lazy:
         lazily: NDArray[np.float64] = like(image, _image_blocks.around("image", image, [side // 2 for side in sides], _means, np.float64, sides, threads), "box_mean")
         return lazily
@@ -547,9 +544,10 @@ def _offsets(element: Any, shape: tuple[int, ...]) -> list[NDArray[np.intp]]:
     if _door.array("element", element).ndim == 0:
         sides, box = (_door.whole("element", element, 1),) * len(shape), None
     else:
-        given = as_image("element", element)
+        given = _door.array("element", element)
+        require_numbers("element", given)
         if given.ndim != len(shape):
-            raise ArgumentError(f"element has {given.ndim} axes, but the mask has {len(shape)}.")
+            raise ArgumentError(f"element is of shape {given.shape}, but must have the {len(shape)} axes of the mask.")
         sides, box = given.shape, is_true(given)
     if any(side % 2 == 0 for side in sides):
         raise ArgumentError(f"element has sides of {' x '.join(f'{side:,}' for side in sides)}. They must be odd, so that it has a centre.")

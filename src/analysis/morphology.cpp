@@ -57,31 +57,6 @@ void MoveBits(const Word* from, std::ptrdiff_t shift, std::ptrdiff_t n, Word* to
   }
 }
 
-// Of each node of a row of words, whether one of the `length` nodes, 64 at most, from the one `low` nodes away on is set.
-void GrowRow(const Word* from, std::ptrdiff_t nword, std::ptrdiff_t low, int length, Word* to) noexcept {
-  const std::ptrdiff_t first = low >> 6;
-  const int bits = static_cast<int>(low & (kWordBits - 1));
-  const auto wordAt = [=](std::ptrdiff_t i) { return i >= 0 && i < nword ? from[i] : Word{0}; };
-  const auto joined = [=](Word a, Word b) { return a >> bits | b << 1 << (kWordBits - 1 - bits); };
-  Word next = wordAt(first + 1);
-  Word here = joined(wordAt(first), next);
-  for (std::ptrdiff_t i = 0; i < nword; ++i) {
-    const Word following = wordAt(first + i + 2);
-    const Word after = joined(next, following);
-    Word set = here;
-    Word rest = after;
-    for (int done = 1; done < length;) {
-      const int step = std::min(done, length - done);
-      set |= set >> step | rest << (kWordBits - step);
-      rest |= rest >> step;
-      done += step;
-    }
-    to[i] = set;
-    here = after;
-    next = following;
-  }
-}
-
 // One variable as bits, a node each, with every row starting in a new word: a sweep then handles 64 nodes at once and
 // reads an eighth of a byte per node. The nodes that grow are `source`; those they may grow into are `open`. The element
 // is taken apart into runs along x. Rows are grown along x once for all runs of the same ends, in steps that double, and
@@ -315,12 +290,13 @@ class BitSweeps {
     const std::ptrdiff_t after = nword + std::max(run.low, 0) / kWordBits + 1;
     dealing_.EachThread([&](int thread, int team) noexcept {
       const ItemBlock rows = BlockOf(Rows(), team, thread);
+      if (length <= kWordBits) {
+        GrowBits({source_.data(), Rows() * RowWords(), RowWords()}, rows.begin * RowWords(), rows.end * RowWords(),
+                 run.low, static_cast<int>(length), BestSimdLevel(), grown_.data());
+        return;
+      }
       Word* const line = line_.data() + static_cast<std::size_t>(thread) * LineWords();
       for (std::ptrdiff_t row = rows.begin; row < rows.end; ++row) {
-        if (length <= kWordBits) {
-          GrowRow(Source(row), RowWords(), run.low, static_cast<int>(length), grown_.data() + row * RowWords());
-          continue;
-        }
         std::fill_n(line, before, Word{0});
         std::copy_n(Source(row), RowWords(), line + before);
         std::fill_n(line + before + RowWords(), after, Word{0});

@@ -13,6 +13,7 @@
 #include <tuple>
 #include <vector>
 
+#include "analysis/add_bits.hpp"
 #include "analysis/distance_lines.hpp"
 #include "analysis/euler_number.hpp"
 #include "analysis/geobodies.hpp"
@@ -117,6 +118,33 @@ Values Levels(SimdLevel level, Draws& draws) {
     }
     EXPECT_EQ(count, expected);
     for (const std::uint64_t word : marks) all.push_back(std::bit_cast<double>(word));
+  }
+  return all;
+}
+
+// Rows grown along themselves, some longer than are grown at once.
+Values GrownRows(SimdLevel level, Draws& draws) {
+  const int words = draws.Int(0, 9) == 0 ? draws.Int(250, 600) : draws.Int(1, 6);
+  const int nrow = draws.Int(1, words > 6 ? 3 : 100);
+  const int low = draws.Int(-150, 150);
+  const int length = draws.Int(1, 64);
+  const int width = words * 64;
+  std::vector<std::uint64_t> from(static_cast<std::size_t>(words * nrow)), to(from.size());
+  for (std::uint64_t& word : from) word = std::uint64_t{draws.Int(0, 3) == 0} << draws.Int(0, 63);
+  const auto begin = draws.Int(0, nrow - 1) * words;
+  kestrum::GrowBits({from.data(), std::ssize(from), words}, begin, std::ssize(from), low, length, level, to.data());
+  Values all;
+  for (std::size_t i = static_cast<std::size_t>(begin); i < to.size(); ++i) {
+    std::uint64_t expected = 0;
+    const int row = static_cast<int>(i) / words;
+    for (int bit = 0; bit < 64; ++bit) {
+      const int x = static_cast<int>(i) % words * 64 + bit;
+      for (int at = std::max(x + low, 0); at < std::min(x + low + length, width); ++at) {
+        expected |= (from[static_cast<std::size_t>(row * words + at / 64)] >> at % 64 & 1) << bit;
+      }
+    }
+    EXPECT_EQ(to[i], expected);
+    all.push_back(std::bit_cast<double>(to[i]));
   }
   return all;
 }
@@ -357,7 +385,7 @@ INSTANTIATE_TEST_SUITE_P(
                                      Kernel{"NearestCenters", NearestCenters}, Kernel{"Lines", Lines},
                                      Kernel{"LagSums", LagSums}, Kernel{"PairCounts", PairCounts},
                                      Kernel{"MovingSums", MovingSums}, Kernel{"PyramidRows", PyramidRows},
-                                     Kernel{"Batches", Batches}),
+                                     Kernel{"Batches", Batches}, Kernel{"GrownRows", GrownRows}),
                      testing::Values(SimdLevel::kAvx2, SimdLevel::kAvx512)),
     [](const auto& test) {
       return std::get<0>(test.param).name +

@@ -390,7 +390,7 @@ def test_connectivity_curves_of_long_rows_and_of_ensembles():
     for threads in (1, 2):
         assert expected.identical(ks.connectivity_curve(frame.chunk({"realization": 2}), 7, 8, threads=threads))
     for arguments, text in (((fields[0], 0), "at least 1"), ((fields[0], [[1.0]]), "list"), ((fields[0], [np.nan]), "finite"), ((fields[0], 3, 8), "6, 18 or 26"),
-                            ((np.full((2, 2), np.nan),), "thresholds"), ((fields[None],), "5 axes|4 axes"), ((np.ones((2, 0)),), "no nodes"),
+                            ((np.full((2, 2), np.nan),), "no values but NaN"), ((fields[None],), "5 axes|4 axes"), ((np.ones((2, 0)),), "no nodes"),
                             ((frame.transpose("y", "realization", "x"),), "transpose"), ((frame.to_dataset(name="v"),), "'v'"), ((fields[0], [[1], [1, 2]]), "lengths")):
         for tool in (ks.connectivity_curve, ks.body_curves):
             with pytest.raises(ks.KestrumError, match=text):

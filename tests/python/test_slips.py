@@ -247,6 +247,10 @@ DataError | Did you mean 'X' | ks.Points.from_dataframe(frame.rename(columns=str
 AttributeError | Did you mean 'variogram' | ks.variograms
 ArgumentTypeError | a function of the fraction | ks.variogram(points, progress="bar")
 ArgumentTypeError | must be numbers.*a Points | ks.NormalScore(points)
+KestrumWarning | every box leaves it | ks.proportion_map(np.ones((4, 5)), 99)
+KestrumWarning | NaN everywhere | ks.covariance_map(half * nan, 2)
+KestrumWarning | no pair of nodes | ks.transiogram(np.ones((4, 5)), 2, [7, 8])
+DataError | no values but NaN | ks.connectivity_curve(half * nan)
 DataError | float64 | krige(ks.Points(xy, z * 1e307))
 ModelError | float64 | krige(model=model * 1e308)
 KestrumWarning | all data lie within | krige(model=ks.Spherical(1.0, range=1e6))
