@@ -135,7 +135,7 @@ def simulate(points: Points | None, model: CovModel, grid: Grid | xr.DataArray, 
     task = _Task(target, [model], bool(ordinary), neighbors, radii, nodes, values, taken, known.at_targets, known.mean, threads, seed, kind,
                  _bounds(bounds, target, nodes, transform), transform, honoured)
     name = points.name if points is not None else "value"
-    return _realizations(task, first, count, chunks, progress, {
+    return _realizations(task, first, count, None if chunks is None else size, progress, {
         "long_name": name, "method": "sequential Gaussian simulation", "model": str(model), "seed": str(seed), "neighbors": neighbors,
         **moved, "kestrum": _core.version})
 
@@ -213,7 +213,7 @@ def simulate_categories(points: Points | None, model: CovModel | Mapping[Any, Co
     """
     _target, count, size, first, seed = _begin(points, next(iter(model.values()), None) if isinstance(model, Mapping) else model, grid, n, first, seed, chunks)
     labels, task = _categories(points, model, grid, neighbors, radius, proportions, ordinary, mask, _threads(threads, chunks), size, seed, _nchunk(count, size, chunks))
-    return _realizations(task, first, count, chunks, progress, {
+    return _realizations(task, first, count, None if chunks is None else size, progress, {
         "long_name": points.name if points is not None else "category", "method": "sequential indicator simulation", "categories": labels,
         "seed": str(seed), "kestrum": _core.version})
 
