@@ -311,7 +311,8 @@ def _neighborhood_bytes(target: Target, model: CovModel, radii: tuple[float, flo
     ranges = [([np.max(r) for r in s.range] * (3 if len(s.range) == 1 else 1))[:dimension] for s in model.structures if s.range]
     along, across, *vertical = np.max(ranges, axis=0) if ranges else (0.0, 0.0, 0.0)
     reach = np.array(((across, along, *vertical) if radii is None else radii)[:dimension], float)
-    volume = (math.pi / 4 if dimension == 2 else math.pi / 6) * float(np.prod(2.0 * reach / sizes + 1.0))
+    with np.errstate(over="ignore"):
+        volume = (math.pi / 4 if dimension == 2 else math.pi / 6) * float(np.prod(2.0 * reach / sizes + 1.0))
     turned = np.any(model.azimuth) or np.any(model.dip) or np.any(model.plunge)
     widths = np.minimum((reach.max() if turned else reach) // sizes, cells - 1)
     differences = float(np.prod(2.0 * np.minimum(2.0 * widths, cells - 1) + 1.0)) / 2.0

@@ -176,7 +176,7 @@ def _figures(values: Floats, estimate: Floats, error: Floats, zscore: Floats) ->
     scores = zscore[np.isfinite(zscore)]
     if not known.any():
         return {name: float("nan") for name in ("mean_error", "rmse", "msdr", "correlation")}
-    with np.errstate(invalid="ignore", divide="ignore"):
+    with np.errstate(invalid="ignore", divide="ignore", over="ignore"):
         correlation = np.corrcoef(values[known], estimate[known])[0, 1] if known.sum() > 1 else np.nan
-    return {"mean_error": float(error[known].mean()), "rmse": float(np.sqrt(np.mean(error[known] ** 2))),
-            "msdr": float(np.mean(scores**2)) if len(scores) else float("nan"), "correlation": float(correlation)}
+        return {"mean_error": float(error[known].mean()), "rmse": float(np.sqrt(np.mean(error[known] ** 2))),
+                "msdr": float(np.mean(scores**2)) if len(scores) else float("nan"), "correlation": float(correlation)}

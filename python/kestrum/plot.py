@@ -250,7 +250,7 @@ def histogram(values: Any, transform: Any = None, ax: Any = None, *, label: str 
     Returns
     -------
     matplotlib.axes.Axes
-        Or an array of two, with a transform.
+        Or, with a transform, the matplotlib.figure.Figure of both.
 
     Warns
     -----
@@ -285,7 +285,7 @@ def histogram(values: Any, transform: Any = None, ax: Any = None, *, label: str 
         _door.wrong_type("ax", ax, "two axes, for the values and for their scores, as pyplot.subplots(1, 2) gives them")
     _bars(axes[0], numbers, name)
     _bars(axes[1], finite, f"normal score of {name}")
-    return axes
+    return axes[0].figure
 
 
 def validation(table: Any, figure: Figure | None = None) -> Figure:

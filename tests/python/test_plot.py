@@ -78,7 +78,7 @@ def test_variogram_and_model():
 
 def test_histogram_and_validation():
     scores = ks.NormalScore(points.values)
-    for ax, numbers in zip(ks.plot.histogram(points, scores), (points.values, scores.scores)):
+    for ax, numbers in zip(ks.plot.histogram(points, scores).axes, (points.values, scores.scores)):
         assert sum(bar.get_height() for bar in ax.patches) == 40
         assert ax.patches[0].get_x() == pytest.approx(numbers.min())
     table = ks.cross_validate(points, model)
