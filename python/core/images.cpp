@@ -29,7 +29,8 @@ py::tuple Label(const Array<T>& values, int neighbors, bool transposed, int nthr
   RunOperations(100.0 * static_cast<double>(values.size()), report, [&](const Progress& progress) {
     const Dealing dealing = Dealing::Threads(nthreads);
     GeobodyFinder finder;
-    if (const int status = finder.AllocateBits(grid, LongestPacked(ConnectivityOf(neighbors))); status != 0) return status;
+    if (const int status = finder.AllocateBits(grid, LongestPacked(ConnectivityOf(neighbors))); status != 0)
+      return status;
     if (transposed) {
       finder.MarkTransposed(values.data(), dealing);
     } else {
