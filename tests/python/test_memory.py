@@ -47,3 +47,48 @@ def test_a_million_nodes_leave_their_result_alone(call):
     # In MB. The C library keeps some of what is released for the next call, but not more with every call: seven results that
     # stay are 28 MB at least.
     assert first < 6.0 and later < 20.0
+
+
+IMAGES = """
+import numpy as np, kestrum as ks
+def peak():
+    # Of this program: ru_maxrss begins with that of the process that started it.
+    return 1024 * int(next(line for line in open("/proc/self/status") if line.startswith("VmHWM")).split()[1])
+def work(values):
+    return ks.{call}
+random = np.random.default_rng(1)
+values = np.empty((300, 301, 302), "{kind}")
+for layer in values:
+    layer[...] = random.integers(0, 2, layer.shape, np.uint8)
+work(values[:20])
+before = peak()
+result = work(values)
+parts = result if isinstance(result, tuple) else [result]
+print((peak() - before - sum(getattr(part, "nbytes", 0) for part in parts)) / values.size)
+"""
+
+
+@pytest.mark.parametrize("call, kind, limit", [
+    ("label(values, threads=2)", "u1", 0.4), ("label(values, 26, threads=2)", "u1", 0.4), ("label(values.T, threads=2)", "u1", 0.4), ("label(values.reshape(-1, 2), threads=2)", "u1", 0.4),
+    ("label(values.reshape(-1)[:values.size // 34 * 34].reshape(-1, 34), threads=2)", "u1", 0.4), ("label(values.reshape(-1)[:values.size // 40 * 40].reshape(-1, 40), threads=2)", "u1", 0.5),
+    ("body_sizes(values, threads=2)", "i4", 0.1), ("body_sizes(values.T, threads=2)", "i4", 0.1), ("euler_number(values, threads=2)", "u1", 0.2),
+    ("distance(values, signed=True, dtype='float32', threads=2)", "u1", 0.4), ("nearest_label(values, threads=2)", "i4", 0.1),
+    ("label_depth(values, threads=2)", "i4", 0.1), ("dilate(values, 5, threads=2)", "u1", 0.45), ("erode(values, 5, threads=2)", "u1", 0.45),
+    ("box_mean(values, 7, threads=2)", "u1", 0.1), ("connectivity_curve(values, 3, threads=2)", "u1", 3.0),
+    ("body_curves(values, [0.5], threads=2)", "u1", 6.5), ("variogram_map(values, 3, method='fft', threads=2)", "u1", 11.0),
+    ("variogram_map(values, 3, threads=2)", "f8", 8.1), ("variogram_map(values, 3, threads=2)", "f4", 16.1),
+    ("covariance_map(values, 1, threads=2)", "u1", 17.0), ("transiogram(values, 1, threads=2)", "u1", 2.4),
+    ("transiogram(values, 1, method='fft', threads=2)", "u1", 25.0), ("indicator_variogram_map(values, 1, threads=2)", "u1", 2.6),
+    ("indicator_variogram_map(values, 1, method='fft', threads=2)", "u1", 33.0), ("connectivity_function(values, 1, threads=2)", "u1", 7.2),
+    ("categorize(values, [0.5], threads=2)", "u1", 0.1), ("proportion_cuts(values.T, [0.5, 0.5])", "f8", 17.1),
+    ("category_proportions(values, threads=2)", "u1", 3.1), ("proportion_map(values, 3, threads=2)", "u1", 4.1),
+    ("category_order(values.T, threads=2)", "u1", 2.4), ("geodesic_steps(values, (0, 0, 0))", "u1", 0.2),
+    ("shortest_path(values, (0, 0, 0), (19, 300, 301), 26)", "u1", 4.2), ("pyramid(values, 1, threads=2)[0]", "f8", 0.1),
+    ("expand(values, (2 * len(values), 301, 302), threads=2)", "f8", 8.1), ("resample(values, 150, threads=2)", "u1", 0.1),
+    ("resample(values, 150, method='nearest', threads=2)", "u1", 0.1), ("resample(values, 150, method='mode', threads=2)", "u1", 6.1),
+    ("otsu(values, 2, threads=2)", "f4", 0.1), ("kmeans(values.reshape(-1, 2), 2, threads=2)", "f8", 13.0)])
+def test_memory_of_image_functions(call, kind, limit):
+    """What the documents say: bytes a number beyond the result, by the peak of the process."""
+    program = IMAGES.format(call=call, kind=kind)
+    used = float(subprocess.run([sys.executable, "-c", program], check=True, capture_output=True, text=True).stdout)
+    assert used < limit, used
