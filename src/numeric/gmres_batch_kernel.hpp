@@ -10,8 +10,10 @@ constexpr int kParts = kBatch / kWidth;
 
 // Rows of a matrix that are summed side by side: as many as the registers hold.
 template <int kBatch>
-constexpr int kRows = kVectorBytes == 64 ? (kBatch == kLanes ? 7 : 10)
-                                         : (kVectorBytes == 32 ? 10 : 12) / kParts<kBatch>;
+constexpr int kRows = kVectorBytes == 64 ? (kBatch == kLanes ? 7 : 5) : (kVectorBytes == 32 ? 10 : 12) / kParts<kBatch>;
+
+// Rows of the vector at hand that stay in registers while it is made orthogonal.
+constexpr int kKept = kVectorBytes == 64 ? 12 : (kVectorBytes == 32 ? 4 : 0);
 
 // All memory of a batch is aligned: the baseline takes such vectors as operands without a load of their own.
 typedef Vector AlignedVector __attribute__((may_alias));
@@ -222,68 +224,98 @@ struct AddToSolution {
   }
 };
 
-// w = w - h v; gives the product of the new w with `next`, summed in the same pass.
-template <int kBatch>
-KESTRUM_KERNEL_INLINE Lanes<kBatch> SubtractAndDot(int n, double* w, const Lanes<kBatch>& h, const double* v,
-                                                   const double* next) {
-  Lanes<kBatch> dot = Broadcast<kBatch>(0.0);
-  for (int i = 0; i < n * kBatch; i += kBatch) {
-    const Lanes<kBatch> value = Load<kBatch>(w + i) - h * Load<kBatch>(v + i);
-    Store(w + i, value);
-    dot = dot + value * Load<kBatch>(next + i);
+// Makes w orthogonal to the vectors of the basis `v` one after the other, `count` of them and n numbers long; `dot` is
+// the product with the first, and the factors of what was subtracted go to `h`. Gives the square of the rest. The first
+// kRowsKept rows of w stay in registers.
+template <int kBatch, int kRowsKept>
+KESTRUM_KERNEL_INLINE Lanes<kBatch> Orthogonalize(int n, int count, double* w, const double* v, Lanes<kBatch> dot,
+                                                  double* h) {
+  Lanes<kBatch> kept[kRowsKept + 1];
+#pragma GCC unroll 16
+  for (int i = 0; i < kRowsKept; ++i) kept[i] = Load<kBatch>(w + i * kBatch);
+  for (int k = 0; k < count - 1; ++k, h += kBatch, v += n * kBatch) {
+    const Lanes<kBatch> factor = dot;
+    Store(h, factor);
+    const double* const next = v + n * kBatch;
+    dot = Broadcast<kBatch>(0.0);
+#pragma GCC unroll 16
+    for (int i = 0; i < kRowsKept; ++i) {
+      kept[i] = kept[i] - factor * Load<kBatch>(v + i * kBatch);
+      dot = dot + kept[i] * Load<kBatch>(next + i * kBatch);
+    }
+    for (int i = kRowsKept * kBatch; i < n * kBatch; i += kBatch) {
+      const Lanes<kBatch> value = Load<kBatch>(w + i) - factor * Load<kBatch>(v + i);
+      Store(w + i, value);
+      dot = dot + value * Load<kBatch>(next + i);
+    }
   }
-  return dot;
-}
-
-// The same, for the square of the new w.
-template <int kBatch>
-KESTRUM_KERNEL_INLINE Lanes<kBatch> SubtractAndSquare(int n, double* w, const Lanes<kBatch>& h, const double* v) {
+  Store(h, dot);
   Lanes<kBatch> square = Broadcast<kBatch>(0.0);
-  for (int i = 0; i < n * kBatch; i += kBatch) {
-    const Lanes<kBatch> value = Load<kBatch>(w + i) - h * Load<kBatch>(v + i);
+#pragma GCC unroll 16
+  for (int i = 0; i < kRowsKept; ++i) {
+    kept[i] = kept[i] - dot * Load<kBatch>(v + i * kBatch);
+    Store(w + i * kBatch, kept[i]);
+    square = square + kept[i] * kept[i];
+  }
+  for (int i = kRowsKept * kBatch; i < n * kBatch; i += kBatch) {
+    const Lanes<kBatch> value = Load<kBatch>(w + i) - dot * Load<kBatch>(v + i);
     Store(w + i, value);
     square = square + value * value;
   }
   return square;
 }
 
-// v = w / divisor, with the bits of the division. The quotient q = fma(w, h, w l), where h + l is the reciprocal of the
-// divisor d to twice the precision, is off by half a unit in its last place and a little more, so that w - q d is
+// A divisor of vectors. v = w / d has the bits of the division: the quotient q = fma(w, h, w l), where h + l is the
+// reciprocal of d to twice the precision, is off by half a unit in its last place and a little more, so that w - q d is
 // exact, and q + fma(w - q d, h, 0), rounded once, is w / d (Markstein 1990). For this no product may leave the range of
 // normal numbers, and d must not lie just below a power of two; else the numbers are divided.
 template <int kBatch>
-KESTRUM_KERNEL_INLINE void Divide(int n, double* v, const double* w, const Lanes<kBatch>& divisor) {
+class Divisor {
+ public:
+  KESTRUM_KERNEL_INLINE explicit Divisor(const Lanes<kBatch>& divisor) : divisor_(divisor) {
 #if KESTRUM_KERNEL_BYTES > 16
-  constexpr long long kMantissaTop = 0xFFFFFLL << 32;
-  constexpr long long kFromHalfRange = 1LL << 61;  // set in all magnitudes from 2^-511 to 2
-  Lanes<kBatch> minusHigh, low;
-  Integers fit[kParts<kBatch>];
-#pragma GCC unroll 16
-  for (int k = 0; k < kParts<kBatch>; ++k) {
-    const Vector one = Broadcast<Vector>(1.0), d = divisor.part[k];
-    const Vector high = one / d;
-    minusHigh.part[k] = -high;
-    low.part[k] = SubtractProduct(one, high, d) * high;
-    fit[k] = (d > Broadcast<Vector>(0x1p-200)) & (d < Broadcast<Vector>(0x1p200)) &
-             (((Integers)d & kMantissaTop) != (Integers{} + kMantissaTop)) & kFromHalfRange;
-  }
-  for (int i = 0; i < n * kBatch; i += kBatch) {
+    constexpr long long kMantissaTop = 0xFFFFFLL << 32;
 #pragma GCC unroll 16
     for (int k = 0; k < kParts<kBatch>; ++k) {
-      const Vector x = *(const AlignedVector*)(w + i + k * kWidth);
-      const Vector q = SubtractProduct(x * low.part[k], x, minusHigh.part[k]);
-      fit[k] &= (Integers)q;
-      const Vector rest = SubtractProduct(x, q, divisor.part[k]);
-      *(AlignedVector*)(v + i + k * kWidth) = SubtractProduct(q, rest, minusHigh.part[k]);
+      const Vector one = Broadcast<Vector>(1.0), d = divisor.part[k];
+      const Vector high = one / d;
+      minusHigh_.part[k] = -high;
+      low_.part[k] = SubtractProduct(one, high, d) * high;
+      fit_[k] = (d > Broadcast<Vector>(0x1p-200)) & (d < Broadcast<Vector>(0x1p200)) &
+                (((Integers)d & kMantissaTop) != (Integers{} + kMantissaTop)) & kFromHalfRange;
     }
-  }
-  unsigned all = (1U << kWidth) - 1;
-#pragma GCC unroll 16
-  for (int k = 0; k < kParts<kBatch>; ++k) all &= SetLanes(fit[k] != Integers{});
-  if (all == (1U << kWidth) - 1) return;
 #endif
-  for (int i = 0; i < n * kBatch; i += kBatch) Store(v + i, Load<kBatch>(w + i) / divisor);
-}
+  }
+
+  KESTRUM_KERNEL_INLINE void Divide(int n, double* v, const double* w) const {
+#if KESTRUM_KERNEL_BYTES > 16
+    Integers fit[kParts<kBatch>];
+#pragma GCC unroll 16
+    for (int k = 0; k < kParts<kBatch>; ++k) fit[k] = fit_[k];
+    for (int i = 0; i < n * kBatch; i += kBatch) {
+#pragma GCC unroll 16
+      for (int k = 0; k < kParts<kBatch>; ++k) {
+        const Vector x = *(const AlignedVector*)(w + i + k * kWidth);
+        const Vector q = SubtractProduct(x * low_.part[k], x, minusHigh_.part[k]);
+        fit[k] &= (Integers)q;
+        const Vector rest = SubtractProduct(x, q, divisor_.part[k]);
+        *(AlignedVector*)(v + i + k * kWidth) = SubtractProduct(q, rest, minusHigh_.part[k]);
+      }
+    }
+    unsigned all = (1U << kWidth) - 1;
+#pragma GCC unroll 16
+    for (int k = 0; k < kParts<kBatch>; ++k) all &= SetLanes(fit[k] != Integers{});
+    if (all == (1U << kWidth) - 1) return;
+#endif
+    for (int i = 0; i < n * kBatch; i += kBatch) Store(v + i, Load<kBatch>(w + i) / divisor_);
+  }
+
+ private:
+  static constexpr long long kFromHalfRange = 1LL << 61;  // set in all magnitudes from 2^-511 to 2
+  Lanes<kBatch> divisor_;
+  Lanes<kBatch> minusHigh_, low_;
+  Integers fit_[kParts<kBatch>];
+};
 
 template <int kBatch>
 KESTRUM_KERNEL_INLINE unsigned LanesBelow(const Lanes<kBatch>& x, double limit) {
@@ -324,12 +356,10 @@ class BatchSolver {
       const Lanes<kBatch> change = beta - previous;
       Finish(LanesBelow(change, VORL_EPSILON_HARD) & LanesBelow(Broadcast<kBatch>(0.0) - change, VORL_EPSILON_HARD));
       if (active_ == 0) break;
-      Divide(n_, v_, V(limits_.restart), beta);
+      Divisor<kBatch>(beta).Divide(n_, v_, V(limits_.restart));
+      Store(g_, beta);
       BuildBasis();
       if (active_ == 0) break;
-      Store(g_, beta);
-      for (int i = 1; i <= limits_.restart; ++i) Store(g_ + i * kBatch, Broadcast<kBatch>(0.0));
-      Rotate();
       BackSubstitute();
       UpdateSolution();
       previous = beta;
@@ -344,7 +374,7 @@ class BatchSolver {
   // The basis; in the place of the last vector, which nothing reads, the one at hand until it has its length.
   KESTRUM_KERNEL_INLINE double* V(int j) { return v_ + static_cast<std::ptrdiff_t>(j) * n_ * kBatch; }
   KESTRUM_KERNEL_INLINE double* H(int i, int j) {
-    return h_ + (static_cast<std::ptrdiff_t>(i) * limits_.restart + j) * kBatch;
+    return h_ + (static_cast<std::ptrdiff_t>(j) * (limits_.restart + 1) + i) * kBatch;
   }
 
   // Takes lanes out of the iteration. They run on with whatever numbers they have, and keep their x.
@@ -370,47 +400,50 @@ class BatchSolver {
     for (int j = 0; j < limits_.restart; ++j) {
       StoreAndDot<kBatch> use{w, v_, Broadcast<kBatch>(0.0)};
       Product<kBatch>(a_, n_, n_, V(j), use);
-      Lanes<kBatch> dot = use.dot;
-      for (int i = 0; i < j; ++i) {
-        Store(H(i, j), dot);
-        dot = SubtractAndDot(n_, w, dot, V(i), V(i + 1));
-      }
-      Store(H(j, j), dot);
-      const Lanes<kBatch> norm = SquareRoot(SubtractAndSquare(n_, w, dot, V(j)));
+      const Lanes<kBatch> square = n_ >= kKept ? Orthogonalize<kBatch, kKept>(n_, j + 1, w, v_, use.dot, H(0, j))
+                                               : Orthogonalize<kBatch, 0>(n_, j + 1, w, v_, use.dot, H(0, j));
+      const Lanes<kBatch> norm = SquareRoot(square);
       Store(H(j + 1, j), norm);
-      if (j + 1 == limits_.restart) break;  // nothing reads the last vector
+      const bool last = j + 1 == limits_.restart;  // nothing reads the last vector
       // A lane with an exhausted space has a basis of a length of its own from here on.
-      const unsigned exhausted = active_ & LanesBelow(norm, VORL_EPSILON_HARD);
+      const unsigned exhausted = last ? 0 : active_ & LanesBelow(norm, VORL_EPSILON_HARD);
       if (exhausted != 0) {
         outcome_.alone |= exhausted;
         Finish(exhausted);
         if (active_ == 0) return;
       }
-      Divide(n_, V(j + 1), w, norm);
+      const Divisor<kBatch> divisor(norm);
+      RotateColumn(j);
+      if (!last) divisor.Divide(n_, V(j + 1), w);
     }
   }
 
-  KESTRUM_KERNEL_INLINE void Rotate() {
-    for (int i = 0; i < limits_.restart; ++i) {
-      double* const upper = H(i, 0);
-      double* const lower = H(i + 1, 0);
-      const Lanes<kBatch> p = Load<kBatch>(upper + i * kBatch);
-      const Lanes<kBatch> q = Load<kBatch>(lower + i * kBatch);
-      const Lanes<kBatch> f = Broadcast<kBatch>(1.0) / SquareRoot(p * p + q * q);
-      const Lanes<kBatch> c = f * p;
-      const Lanes<kBatch> s = f * q;
-      Store(upper + i * kBatch, s * q + c * p);
-      for (int col = (i + 1) * kBatch; col < limits_.restart * kBatch; col += kBatch) {
-        const Lanes<kBatch> t = Load<kBatch>(lower + col);
-        const Lanes<kBatch> u = Load<kBatch>(upper + col);
-        Store(lower + col, c * t - s * u);
-        Store(upper + col, s * t + c * u);
-      }
-      const Lanes<kBatch> t = Load<kBatch>(g_ + i * kBatch);
-      const Lanes<kBatch> next = Load<kBatch>(g_ + (i + 1) * kBatch);
-      Store(g_ + i * kBatch, s * next + c * t);
-      Store(g_ + (i + 1) * kBatch, c * next - s * t);
+  // Applies the rotations of the columns before to column j of H, and one that turns its last element to 0; its sine
+  // takes the place of that element, its cosine the next. It waits for no vector of the basis, so that it fills the
+  // time in which the next vector waits for its length.
+  KESTRUM_KERNEL_INLINE void RotateColumn(int j) {
+    double* const column = H(0, j);
+    Lanes<kBatch> u = Load<kBatch>(column);
+    for (int i = 0; i < j; ++i) {
+      const Lanes<kBatch> c = Load<kBatch>(H(i + 2, i));
+      const Lanes<kBatch> s = Load<kBatch>(H(i + 1, i));
+      const Lanes<kBatch> t = Load<kBatch>(column + (i + 1) * kBatch);
+      Store(column + i * kBatch, s * t + c * u);
+      u = c * t - s * u;
     }
+    const Lanes<kBatch> q = Load<kBatch>(column + (j + 1) * kBatch);
+    const Lanes<kBatch> f = Broadcast<kBatch>(1.0) / SquareRoot(u * u + q * q);
+    const Lanes<kBatch> c = f * u;
+    const Lanes<kBatch> s = f * q;
+    Store(column + j * kBatch, s * q + c * u);
+    if (j + 1 < limits_.restart) {
+      Store(H(j + 1, j), s);
+      Store(H(j + 2, j), c);
+    }
+    const Lanes<kBatch> t = Load<kBatch>(g_ + j * kBatch);
+    const Lanes<kBatch> next = Broadcast<kBatch>(0.0);  // of the right side, below its only element
+    Store(g_ + j * kBatch, s * next + c * t);
+    Store(g_ + (j + 1) * kBatch, c * next - s * t);
   }
 
   KESTRUM_KERNEL_INLINE void BackSubstitute() {
