@@ -31,11 +31,19 @@ void SeedAndSecondDraw(benchmark::State& state) {
 }
 BENCHMARK(SeedAndSecondDraw);
 
-void SecondDrawWithoutContext(benchmark::State& state) {
-  int seed = 0;
-  for (auto _ : state) benchmark::DoNotOptimize(kestrum::DrawAfterSeeding(++seed, 1));
+// The same for a chunk of nodes at once.
+void SecondDrawsWithoutContext(benchmark::State& state) {
+  constexpr int kChunk = 64;
+  double number[kChunk];
+  int seed = 1;
+  for (auto _ : state) {
+    kestrum::DrawAfterSeeding(seed, 1, kChunk, number);
+    benchmark::DoNotOptimize(number);
+    seed += kChunk;
+  }
+  state.SetItemsProcessed(state.iterations() * kChunk);
 }
-BENCHMARK(SecondDrawWithoutContext);
+BENCHMARK(SecondDrawsWithoutContext);
 
 void Shuffle(benchmark::State& state) {
   const auto n = static_cast<int>(state.range(0));

@@ -138,7 +138,9 @@ void GibbsSampler::Draw(int node, const SolvedNode& solved, const RandomSource& 
   const real upper = status == -2 || status == -3 ? (maximum[node] - mean) / deviation : 0.0;
   const UniformRange range = TruncatedRange(random.normal(), status, lower, upper);
   flags.relaxed |= range.relaxed;
-  value_[node] = mean + deviation * random.normal().quantile(range.width * random.Draw(i, node) + range.low);
+  double number;
+  random.Draw(i, 1, &node, &number);
+  value_[node] = mean + deviation * random.normal().quantile(range.width * number + range.low);
 }
 
 }  // namespace kestrum

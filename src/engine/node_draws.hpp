@@ -6,11 +6,6 @@
 
 namespace kestrum {
 
-// Sum in int arithmetic; seeds wrap.
-inline int WrappingSum(int a, int b) noexcept {
-  return static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(b));
-}
-
 // The numbers that nodes draw. Each node reseeds with its own seed and takes the number after the first, so that a
 // node's number depends on its seed alone; seeds of successive nodes differ by 1. A seed of 0 does not reseed: that
 // node goes on where the node before it stopped, or, at the start of a stretch of nodes, where the shuffle stopped.
@@ -19,14 +14,21 @@ class NodeDraws {
   // context: as the shuffle left it.
   NodeDraws(int firstSeed, const VORL_RANDCONTEXT& context) noexcept : firstSeed_(firstSeed), context_(context) {}
 
-  // The number of the i-th node.
-  double Draw(int i) const noexcept {
+  // The numbers of n nodes from the i-th on.
+  void Draw(int i, int n, double* number) const noexcept {
     const int seed = WrappingSum(firstSeed_, i);
-    if (seed != 0) return DrawAfterSeeding(seed, 1);
-    if (i > 0) return DrawAfterSeeding(-1, 3);
-    VORL_RANDCONTEXT context = context_;
-    VORLDoubleRand(0, &context);
-    return VORLDoubleRand(0, &context);
+    DrawAfterSeeding(seed, 1, n, number);
+    // The number of nodes before the one of seed 0.
+    const unsigned before = 0U - static_cast<unsigned>(seed);
+    if (before >= static_cast<unsigned>(n)) return;
+    double& going = number[before];
+    if (i + static_cast<int>(before) > 0) {
+      DrawAfterSeeding(-1, 3, 1, &going);
+    } else {
+      VORL_RANDCONTEXT context = context_;
+      VORLDoubleRand(0, &context);
+      going = VORLDoubleRand(0, &context);
+    }
   }
 
   // The state that `count` nodes leave.

@@ -163,9 +163,9 @@ class PathWalk {
   }
 
   template <typename Law>
-  void DrawAt(const Walk<Law>& walk, int begin, int i) noexcept {
+  void DrawAt(const Walk<Law>& walk, int begin, int i, double number) noexcept {
     const int node = path_[begin + i];
-    const int status = walk.law.Value(walk.thread, i, node, walk.random.Draw(begin + i, node), &walk.value[node]);
+    const int status = walk.law.Value(walk.thread, i, node, number, &walk.value[node]);
     if (threaded_) Stop(status);
     progress_.Advance(walk.thread, begin + i + 1);
   }
@@ -183,7 +183,9 @@ class PathWalk {
                                  first + static_cast<int>(std::min<std::int64_t>(count_, walk.begin + walk.chunk)));
     const int n = SolveAt(walk, begin);
     if (Claim(walk, chunk)) {
-      for (int i = ndrawnOf_[chunk]; i < n; ++i) DrawAt(walk, begin, i);
+      double number[kMaxChunk];
+      walk.random.Draw(begin, n, path_ + begin, number);
+      for (int i = ndrawnOf_[chunk]; i < n; ++i) DrawAt(walk, begin, i, number[i]);
       Finish(chunk);
     } else {
       walk.law.Discard(walk.thread);
@@ -271,6 +273,8 @@ class PathWalk {
       });
       waits[i] = fresh;
     };
+    double number[kMaxChunk];
+    walk.random.Draw(begin, n, nodes, number);
     for (int i = 0; i < std::min(kFetchedAhead, n); ++i) fetchValues(i);
     for (int i = 0; i < n; ++i) {
       if (i + kFetchedAhead < n) fetchValues(i + kFetchedAhead);
@@ -279,7 +283,7 @@ class PathWalk {
         walk.law.Discard(walk.thread);
         return !Stopped();
       }
-      DrawAt(walk, begin, i);
+      DrawAt(walk, begin, i, number[i]);
     }
     if (!alone) Finish(chunk);
     return true;

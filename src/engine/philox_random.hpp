@@ -33,9 +33,11 @@ class PhiloxRandom final : public RandomSource {
   }
 
   void StartStretch(int, int, int pass) noexcept override { stretch_ = static_cast<std::uint32_t>(pass + 1); }
-  double Draw(int, int node) const noexcept override {
-    const PhiloxBlock block = Philox({static_cast<std::uint32_t>(node), realization_, stretch_, kDraw}, seed_);
-    return OpenUniform(PhiloxWord(block, 0));
+  void Draw(int, int n, const int* nodes, double* number) const noexcept override {
+    for (int k = 0; k < n; ++k) {
+      const PhiloxBlock block = Philox({static_cast<std::uint32_t>(nodes[k]), realization_, stretch_, kDraw}, seed_);
+      number[k] = OpenUniform(PhiloxWord(block, 0));
+    }
   }
   void EndStretch() noexcept override {}
   const NormalLaw& normal() const noexcept override { return kExactNormal; }

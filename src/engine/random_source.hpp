@@ -26,8 +26,8 @@ class RandomSource {
   virtual void TakeAhead(int r) noexcept = 0;
   // Before the draws of a stretch of n nodes at position `first` of the path; pass: of the Gibbs sampler, -1 otherwise.
   virtual void StartStretch(int first, int n, int pass) noexcept = 0;
-  // The uniform number of the i-th node of the stretch.
-  virtual double Draw(int i, int node) const noexcept = 0;
+  // The uniform numbers of n nodes of the stretch, from its i-th on.
+  virtual void Draw(int i, int n, const int* nodes, double* number) const noexcept = 0;
   // After them.
   virtual void EndStretch() noexcept = 0;
   virtual const NormalLaw& normal() const noexcept = 0;
@@ -77,7 +77,7 @@ class SeededRandom final : public RandomSource {
     draws_ = NodeDraws(WrappingSum(firstSeed, static_cast<int>(offset)), context_);
     n_ = n;
   }
-  double Draw(int i, int) const noexcept override { return draws_.Draw(i); }
+  void Draw(int i, int n, const int*, double* number) const noexcept override { draws_.Draw(i, n, number); }
   // For a next seed of 0, which does not reseed.
   void EndStretch() noexcept override { context_ = draws_.After(n_); }
   const NormalLaw& normal() const noexcept override { return kTabulatedNormal; }

@@ -1,11 +1,13 @@
 #include "numeric/random.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
 #include <type_traits>
 #include <utility>
 
+#include "numeric/lanes.hpp"
 #include "numeric/random.hpp"
 #include "numeric/shuffle.hpp"
 #include "numeric/weight_sums.hpp"
@@ -51,35 +53,33 @@ SeedingState FirstRound(int seed) noexcept {
   return state;
 }
 
-SeedingState Multiply(const SeedingState& state, const SeedingState& factor) noexcept {
-  return {state[0] * factor[0] % kCongruences[0].modulus, state[1] * factor[1] % kCongruences[1].modulus,
-          state[2] * factor[2] % kCongruences[2].modulus};
-}
-
-constexpr SeedingState kRound = {kCongruences[0].factor, kCongruences[1].factor, kCongruences[2].factor};
-
-// kJump[k] are the factors of k rounds in one. Remainders of products do not depend on where remainders are taken in
-// between, and their sign is that of the state, so a jump gives exactly the state that the rounds give.
-constexpr std::array<SeedingState, kSeedingRounds> kJump = [] {
-  std::array<SeedingState, kSeedingRounds> jump{};
-  jump[0] = {1, 1, 1};
-  for (std::size_t k = 1; k < jump.size(); ++k) {
-    for (std::size_t s = 0; s < kRound.size(); ++s) jump[k][s] = jump[k - 1][s] * kRound[s] % kCongruences[s].modulus;
+// kJumps[s][k] is the factor of k rounds of a sequence in one. Remainders of products do not depend on where remainders
+// are taken in between, and their sign is that of the state, so a jump gives exactly the state that the rounds give.
+constexpr int kPaddedRounds = (kStateSize + 1 + kLanes - 1) / kLanes * kLanes;
+constexpr int kJumpStride = kWarmUpRounds + kPaddedRounds;
+constexpr std::array<std::array<double, kJumpStride>, 3> kJumps = [] {
+  std::array<std::array<double, kJumpStride>, 3> jumps{};
+  for (std::size_t s = 0; s < jumps.size(); ++s) {
+    std::int32_t jump = 1;
+    for (double& rounds : jumps[s]) {
+      rounds = jump;
+      jump = jump * kCongruences[s].factor % kCongruences[s].modulus;
+    }
   }
-  return jump;
+  return jumps;
 }();
 
+}  // namespace
+}  // namespace kestrum
+
+#define KESTRUM_KERNEL "numeric/seeding_kernel.hpp"
+#define KESTRUM_KERNEL_WIDEST 64
+#include "numeric/kernel_levels.hpp"
+
+namespace kestrum {
+namespace {
+
 double Fraction(double value) noexcept { return value - std::floor(value); }
-
-double UniformOf(const SeedingState& state) noexcept {
-  return Fraction(state[0] / static_cast<double>(kCongruences[0].modulus) +
-                  state[1] / static_cast<double>(kCongruences[1].modulus) +
-                  state[2] / static_cast<double>(kCongruences[2].modulus));
-}
-
-double LaggedValue(double uniform) noexcept { return std::floor(uniform * kModulus); }
-
-double FirstCongruential(double uniform) noexcept { return std::floor(uniform * 33554432.0) * kStep; }
 
 double NextCongruential(double y) noexcept {
   do {
@@ -106,13 +106,10 @@ void Seed(int seed, VORL_RANDCONTEXT* context) noexcept {
   context->step = kStep;
   context->twoM = kTwoModulus;
   context->fourM = kFourModulus;
-  SeedingState state = FirstRound(seed);
-  for (int k = 1; k < kWarmUpRounds; ++k) state = Multiply(state, kRound);
-  for (double& lagged : context->state) {
-    lagged = LaggedValue(UniformOf(state));
-    state = Multiply(state, kRound);
-  }
-  context->y = FirstCongruential(UniformOf(state));
+  double uniform[kPaddedRounds];
+  KESTRUM_KERNEL_AT(BestSimdLevel(), UniformsOfRounds)(FirstRound(seed), uniform);
+  for (int i = 0; i < kStateSize; ++i) context->state[i] = std::floor(uniform[i] * kModulus);
+  context->y = std::floor(uniform[kStateSize] * (1.0 / kStep)) * kStep;
   context->position = 0;
 }
 
@@ -148,14 +145,19 @@ void DrawOrder(int n, int* list, double total, Sums& sums, VORL_RANDCONTEXT* con
 
 }  // namespace
 
-double DrawAfterSeeding(int seed, int skip) noexcept {
-  const SeedingState first = FirstRound(seed);
-  const auto uniform = [&first](int round) noexcept { return UniformOf(Multiply(first, kJump[round - 1])); };
-  double y = FirstCongruential(uniform(kSeedingRounds));
-  for (int draw = 0; draw <= skip; ++draw) y = NextCongruential(y);
-  const double oldest = LaggedValue(uniform(kWarmUpRounds + skip));
-  const double older = LaggedValue(uniform(kWarmUpRounds + skip + kStateSize - kLag));
-  return Combine(y, NextLagged(oldest, older));
+void DrawAfterSeeding(int firstSeed, int skip, int n, double* number, SimdLevel level) noexcept {
+  const auto draw = KESTRUM_KERNEL_AT(level, DrawsOfStates);
+  for (int begin = 0; begin < n; begin += kLanes) {
+    const int count = std::min(kLanes, n - begin);
+    double state[3 * kLanes];
+    for (int lane = 0; lane < kLanes; ++lane) {
+      const SeedingState first = FirstRound(WrappingSum(firstSeed, begin + std::min(lane, count - 1)));
+      for (std::size_t s = 0; s < first.size(); ++s) state[s * kLanes + lane] = first[s];
+    }
+    double drawn[kLanes];
+    draw(state, skip, drawn);
+    std::copy_n(drawn, count, number + begin);
+  }
 }
 
 }  // namespace kestrum

@@ -181,14 +181,14 @@ class WeightSumTree {
   }
 
   void MeasureBlock(const Place& place) noexcept {
-    constexpr int kLanes = 4;
+    constexpr int kAbreast = 4;
     const std::ptrdiff_t begin = FirstEntry(place);
     const std::ptrdiff_t end = EndEntry(place);
-    double lowest[kLanes], highest[kLanes];
-    for (int lane = 0; lane < kLanes; ++lane) lowest[lane] = highest[lane] = sums_[begin];
+    double lowest[kAbreast], highest[kAbreast];
+    for (int lane = 0; lane < kAbreast; ++lane) lowest[lane] = highest[lane] = sums_[begin];
     std::ptrdiff_t entry = begin;
-    for (; entry + kLanes <= end; entry += kLanes) {
-      for (int lane = 0; lane < kLanes; ++lane) {
+    for (; entry + kAbreast <= end; entry += kAbreast) {
+      for (int lane = 0; lane < kAbreast; ++lane) {
         const double value = sums_[entry + lane];
         lowest[lane] = value < lowest[lane] ? value : lowest[lane];
         highest[lane] = value > highest[lane] ? value : highest[lane];
