@@ -1,10 +1,12 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <random>
 #include <vector>
 
 #include "analysis/geobody_paths.h"
+#include "analysis/geobody_paths.hpp"
 
 namespace {
 
@@ -43,6 +45,28 @@ BENCHMARK_CAPTURE(Distances, 18, VORLComputeDistanceConnectivity18InGeobody)
 BENCHMARK_CAPTURE(Distances, 26, VORLComputeDistanceConnectivity26InGeobody)
     ->Arg(40)
     ->Arg(100)
+    ->Unit(benchmark::kMillisecond);
+
+// From the middle of a full grid of 256^3 nodes, with as many threads as the argument says.
+void Steps(benchmark::State& state) {
+  constexpr int kSide = 256;
+  VORL_GRID grid{};
+  grid.nx = grid.ny = grid.nz = kSide;
+  const std::vector<unsigned char> mask(kSide * kSide * kSide, 1);
+  std::vector<int> steps(mask.size());
+  const int start = kSide * kSide * kSide / 2 + kSide * kSide / 2 + kSide / 2;
+  for (auto _ : state) {
+    const int status = kestrum::StepsInMask(grid, mask.data(), static_cast<kestrum::Connectivity>(state.range(1)), 1,
+                                            &start, kestrum::Dealing::Threads(static_cast<int>(state.range(0))),
+                                            kestrum::Progress(nullptr, nullptr), steps.data());
+    if (status != 0) return state.SkipWithError("failed");
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(mask.size()));
+}
+BENCHMARK(Steps)
+    ->ArgsProduct({{1, 2}, {0, 2}})
+    ->ArgNames({"threads", "axes"})
+    ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
 
 void Path(benchmark::State& state) {

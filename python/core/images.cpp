@@ -109,13 +109,13 @@ bool AreNeighbors(const NodeCoordinates& a, const NodeCoordinates& b, int neighb
 }
 
 template <typename T>
-Array<int> Steps(const Array<T>& mask, int neighbors, const Array<int>& start, const py::object& report) {
+Array<int> Steps(const Array<T>& mask, int neighbors, const Array<int>& start, int threads, const py::object& report) {
   const VORL_GRID grid = GridOfShape(mask);
   Array<int> steps = ArrayLike<int>(mask);
   int* const to = steps.mutable_data();
   RunOperations(100.0 * static_cast<double>(mask.size()), report, [&](const Progress& progress) noexcept {
     return StepsInMask(grid, mask.data(), ConnectivityOf(neighbors), static_cast<int>(start.size()), start.data(),
-                       progress, to);
+                       Dealing::Threads(threads), progress, to);
   });
   return steps;
 }
@@ -157,7 +157,7 @@ void BindImages(py::module_& module) {
     module.def("label", &Label<T>, py::arg("values").noconvert(), py::arg("neighbors"), py::arg("transposed"),
                py::arg("threads"), py::arg("progress"));
     module.def("steps_in_mask", &Steps<T>, py::arg("mask").noconvert(), py::arg("neighbors"),
-               py::arg("start").noconvert(), py::arg("progress"));
+               py::arg("start").noconvert(), py::arg("threads"), py::arg("progress"));
     module.def("euler_number", &EulerNumber<T>, py::arg("values").noconvert(), py::arg("closed_cells"),
                py::arg("threads"));
     module.def("changed_mask", &ChangedMask<T>, py::arg("mask").noconvert(), py::arg("dilating"), py::arg("elements"),

@@ -87,7 +87,7 @@ def project_out_drift(matrix: _Floats, drift: _Floats, projection: _Floats, thre
     """
 def label(values: NDArray[Any], neighbors: int, transposed: bool, threads: int, progress: _Progress) -> tuple[NDArray[np.int32], int]:
     """values: uint8, int32, float32 or float64. neighbors: 6, 18 or 26, also of one layer."""
-def steps_in_mask(mask: NDArray[Any], neighbors: int, start: NDArray[np.int32], progress: _Progress) -> NDArray[np.int32]:
+def steps_in_mask(mask: NDArray[Any], neighbors: int, start: NDArray[np.int32], threads: int, progress: _Progress) -> NDArray[np.int32]:
     """mask: as the values of label. start: nodes by number."""
 def path_by_steps(steps: NDArray[np.int32], neighbors: int, starts: NDArray[np.int32], ends: NDArray[np.int32], transposed: bool, seed: int) -> NDArray[np.int64]:
     """A row of places for each node, from a start to the nearest of the ends, given by number. transposed: on the axes from the last to the first."""

@@ -26,7 +26,7 @@ def geodesic_steps(mask: ArrayLike, start: ArrayLike, connectivity: Connectivity
     connectivity : 4, 8, 6, 18 or 26, optional
         To how many neighbours a step may lead: 4 (by default) or 8 in two dimensions, 6 (by default), 18 or 26 in three.
     threads : int, optional
-        The result does not depend on it.
+        By default all cores, one for small images. The result does not depend on it.
     progress : bool or callable
         True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
@@ -69,7 +69,7 @@ def shortest_path(mask: ArrayLike, start: ArrayLike, end: ArrayLike, connectivit
         Of the draws, from 0 to 2^64 - 1: from the end on, of the neighbours a step nearer to a start one is drawn, each as
         likely as the others.
     threads : int, optional
-        The result does not depend on it.
+        By default all cores, one for small images. The result does not depend on it.
     progress : bool or callable
         True shows a bar; a callable gets the fraction done, and what it raises ends the call.
 
@@ -100,7 +100,7 @@ def _steps(mask: ArrayLike, start: Any, connectivity: Any, threads: Any, progres
     """The numbers of steps, in the order of the mask, the numbers of the starts, and that of neighbours."""
     image = as_image("mask", mask)
     neighbors = as_neighbors(connectivity, image.ndim)
-    _door.threads(threads)
+    nthreads = _door.threads(threads, 4 * image.size)
     starts = _nodes("start", start, image)
     flipped = is_flipped(image)
     values = as_truth(image.T if flipped else image)
@@ -109,7 +109,7 @@ def _steps(mask: ArrayLike, start: Any, connectivity: Any, threads: Any, progres
         place = np.argwhere(false)[0, 0]
         raise DataError(f"start has {_door.show(np.atleast_2d(start)[place].tolist())}, where the mask is not true. Give a node of a body.")
     with _progress.shown(progress, "steps") as report:
-        steps = _core.steps_in_mask(values, neighbors, starts, report)
+        steps = _core.steps_in_mask(values, neighbors, starts, nthreads, report)
     return steps.T if flipped else steps, starts, neighbors
 
 

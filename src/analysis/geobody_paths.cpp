@@ -1,6 +1,7 @@
 #include "analysis/geobody_paths.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -11,6 +12,8 @@
 
 #include "analysis/geobody_paths.hpp"
 #include "core/buffer.hpp"
+#include "core/object_array.hpp"
+#include "core/rendezvous.hpp"
 #include "core/statuses.hpp"
 #include "numeric/philox.hpp"
 
@@ -49,6 +52,15 @@ class Box {
     if (nx_ < 1 || ny_ < 1 || nz_ < 1) return 0;
     return nxy_ <= kMost / nz_ ? nxy_ * nz_ : kMost;
   }
+  // Pieces of the grid, some sections thick, or some rows where there are few sections; and whether a neighbour of the
+  // node may lie in another.
+  int npiece() const noexcept { return ((nz_ >= kFewSections ? nz_ : ny_) - 1) / kPiece + 1; }
+  int PieceOf(const Node& node) const noexcept { return (nz_ >= kFewSections ? node.iz : node.iy) / kPiece; }
+  bool IsAtEndOfPiece(const Node& node) const noexcept {
+    const int place = (nz_ >= kFewSections ? node.iz : node.iy) % kPiece;
+    return place == 0 || place == kPiece - 1;
+  }
+
   bool Has(int index) const noexcept { return index >= 0 && index < NodeCount(); }
 
   Node NodeAt(int index) const noexcept {
@@ -93,6 +105,9 @@ class Box {
     }
   }
 
+  static constexpr int kPiece = 32;
+  static constexpr int kFewSections = 64;
+
   int nx_;
   int ny_;
   int nz_;
@@ -104,67 +119,188 @@ class Front {
  public:
   int Allocate(int capacity) noexcept { return nodes_.Allocate(static_cast<std::size_t>(capacity)); }
 
-  // Doubles a table that is full: a caller may have given too small a capacity.
-  int Append(const Node& node) noexcept {
-    if (size_ == nodes_.size()) {
-      if (const int status = nodes_.Enlarge(2 * size_); status != 0) return status;
-    }
+  // Doubles a table that is full: a caller may have given too small a capacity. A failure is kept.
+  void Append(const Node& node) noexcept {
+    if (status_ != 0) return;
+    if (size_ == nodes_.size() && (status_ = nodes_.Enlarge(2 * size_)) != 0) return;
     nodes_[size_++] = node;
-    return 0;
   }
 
   void Clear() noexcept { size_ = 0; }
-  bool empty() const noexcept { return size_ == 0; }
+  int status() const noexcept { return status_; }
+  std::ptrdiff_t size() const noexcept { return static_cast<std::ptrdiff_t>(size_); }
   const Node* begin() const noexcept { return nodes_.begin(); }
   const Node* end() const noexcept { return nodes_.begin() + size_; }
 
  private:
   Buffer<Node> nodes_;
   std::size_t size_ = 0;
+  int status_ = 0;
+};
+
+// Finds the nodes at one distance after those at another. The grid is cut across its last axis that has room, and each
+// thread has every so many-th piece: it alone writes distances there, so that no two threads write the same lines of the
+// caches, and hands nodes beyond to the thread that has the next piece up or down.
+template <Connectivity kConnectivity>
+class DistanceSearch {
+ public:
+  // distance: of all nodes; -1 at those inside and less elsewhere, once the search runs.
+  DistanceSearch(const Box& box, int* distance, const Progress& progress) noexcept
+      : box_(box), distance_(distance), progress_(progress) {}
+
+  int Allocate(int nscratch, int frontCapacity, int nstart) noexcept {
+    constexpr int kFirst = 1024;
+    int status = shares_.Allocate(nscratch);
+    for (int thread = 0; thread < nscratch && status == 0; ++thread) {
+      Share& share = shares_[thread];
+      status = share.found[0].Allocate(thread == 0 ? std::max(frontCapacity, nstart) : kFirst);
+      if (status == 0) status = share.found[1].Allocate(thread == 0 ? frontCapacity : kFirst);
+      for (int parity = 0; parity < 2 && nscratch > 1; ++parity) {
+        for (int side = 0; side < 2 && status == 0; ++side) status = share.handed[parity][side].Allocate(kFirst);
+      }
+    }
+    return status;
+  }
+
+  // What each thread of the team does. ninside: nodes that may be found.
+  void Run(int thread, int team, int nstart, const int* start, std::int64_t ninside) noexcept {
+    Share& own = shares_[thread];
+    for (int i = 0; i < nstart; ++i) {
+      const Node node = box_.NodeAt(start[i]);
+      if (box_.PieceOf(node) % team != thread) continue;
+      distance_[start[i]] = 0;
+      own.found[0].Append(node);
+    }
+    own.Close(0);
+    std::int64_t ndone = 0;
+    for (int level = 1;; ++level) {
+      if (team > 1) rendezvous_.Await(team);
+      const int now = (level - 1) % 2, then = level % 2;
+      std::ptrdiff_t count = 0;
+      for (int t = 0; t < team; ++t) {
+        if (shares_[t].status[now] != 0) return;
+        count += shares_[t].count[now];
+      }
+      if (count == 0) return;
+      own.Open(then);
+      if (thread == 0 && !progress_.GoesOn(true, std::min(ndone, ninside), ninside)) {
+        own.status[then] = kAborted;
+        continue;
+      }
+      ndone += count;
+      if (team > 1) {
+        Take(shares_[(thread + team - 1) % team].handed[now][kUp], level - 1, own.found[now]);
+        Take(shares_[(thread + 1) % team].handed[now][kDown], level - 1, own.found[now]);
+      }
+      GoOn(own.found[now], team > 1, level, own.found[then], own.handed[then]);
+      own.Close(then);
+    }
+  }
+
+  // The first failure of a thread, once the search has run.
+  int status() const noexcept {
+    for (std::size_t t = 0; t < shares_.size(); ++t) {
+      for (const int status : shares_[t].status) {
+        if (status != 0) return status;
+      }
+    }
+    return 0;
+  }
+
+ private:
+  enum Side { kDown, kUp };
+
+  // What a thread has found, by even and odd distances. The others read of it what it gives when it closes it.
+  struct Share {
+    Front found[2];
+    Front handed[2][2];  // to each side
+    std::ptrdiff_t count[2] = {};
+    int status[2] = {};
+
+    void Open(int parity) noexcept {
+      found[parity].Clear();
+      for (Front& side : handed[parity]) side.Clear();
+    }
+    void Close(int parity) noexcept {
+      count[parity] = found[parity].size();
+      for (const Front* front : {&found[0], &found[1], &handed[parity][0], &handed[parity][1]}) {
+        if (status[parity] == 0) status[parity] = front->status();
+      }
+      for (const Front& side : handed[parity]) count[parity] += side.size();
+    }
+  };
+
+  // Of the nodes that another thread came to, those that are new.
+  void Take(const Front& handed, int level, Front& found) noexcept {
+    for (const Node& node : handed) {
+      if (distance_[node.index] != -1) continue;
+      distance_[node.index] = level;
+      found.Append(node);
+    }
+  }
+
+  void GoOn(const Front& found, bool shared, int level, Front& next, Front (&handed)[2]) noexcept {
+    const Box box = box_;
+    int* const distance = distance_;
+    const auto find = [distance, level, &next](const Node& neighbor) noexcept {
+      if (distance[neighbor.index] != -1) return;
+      distance[neighbor.index] = level;
+      next.Append(neighbor);
+    };
+    for (const Node& node : found) {
+      if (!shared || !box.IsAtEndOfPiece(node)) {
+        box.template ForNeighbors<kConnectivity>(node, find);
+        continue;
+      }
+      box.template ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {
+        const int apart = box.PieceOf(neighbor) - box.PieceOf(node);
+        if (apart == 0) {
+          find(neighbor);
+        } else {
+          handed[apart > 0 ? kUp : kDown].Append(neighbor);
+        }
+      });
+    }
+  }
+
+  const Box& box_;
+  int* distance_;
+  const Progress& progress_;
+  ObjectArray<Share> shares_;
+  Rendezvous rendezvous_;
 };
 
 template <Connectivity kConnectivity, typename T>
 int ComputeDistances(const Box& box, const T* geobody, int frontCapacity, int nstart, const int* start, int* distance,
+                     const Dealing& dealing = Dealing::Serial(),
                      const Progress& progress = Progress(nullptr, nullptr)) noexcept {
   for (int i = 0; i < nstart; ++i) {
     if (!box.Has(start[i])) return kPathStartOutside;
   }
-  Front fronts[2];
-  if (const int status = fronts[0].Allocate(std::max(frontCapacity, nstart)); status != 0) return status;
-  if (const int status = fronts[1].Allocate(frontCapacity); status != 0) return status;
-  Front* current = &fronts[0];
-  Front* next = &fronts[1];
-
+  const Dealing ofPieces =
+      dealing.threaded() ? Dealing::Threads(std::min(dealing.nthreads(), box.npiece())) : Dealing::Serial();
+  DistanceSearch<kConnectivity> search(box, distance, progress);
+  if (const int status = search.Allocate(ofPieces.nscratch(), frontCapacity, nstart); status != 0) return status;
   // During the search the nodes outside are marked in the map itself, so that a neighbour takes one look-up.
   constexpr int kOutside = -2;
   const std::int64_t nnode = box.NodeCount();
-  std::int64_t ninside = 0;
-  for (std::int64_t i = 0; i < nnode; ++i) {
-    const bool inside = geobody[i] != 0 && !std::isnan(static_cast<double>(geobody[i]));
-    distance[i] = inside ? -1 : kOutside;
-    ninside += inside;
-  }
-  std::int64_t ndone = 0;
-  int status = 0;
-  for (int i = 0; i < nstart && status == 0; ++i) {
-    distance[start[i]] = 0;
-    status = current->Append(box.NodeAt(start[i]));
-  }
-  for (int level = 1; !current->empty() && status == 0; ++level) {
-    if (!progress.GoesOn(true, ndone, ninside)) return kAborted;
-    ndone += current->end() - current->begin();
-    for (const Node& node : *current) {
-      box.ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {
-        if (distance[neighbor.index] != -1 || status != 0) return;
-        distance[neighbor.index] = level;
-        status = next->Append(neighbor);
-      });
+  std::atomic<std::int64_t> ninside{0};
+  dealing.ForPass(nnode).Blocks(nnode, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    std::int64_t count = 0;
+    for (std::ptrdiff_t i = begin; i < end; ++i) {
+      const bool inside = geobody[i] != 0 && !std::isnan(static_cast<double>(geobody[i]));
+      distance[i] = inside ? -1 : kOutside;
+      count += inside;
     }
-    current->Clear();
-    std::swap(current, next);
-  }
-  for (std::int64_t i = 0; i < nnode; ++i) distance[i] = std::max(distance[i], -1);
-  return status;
+    ninside += count;
+  });
+  ofPieces.ForPass(ninside).EachThread(
+      [&](int thread, int team) noexcept { search.Run(thread, team, nstart, start, ninside); });
+  if (search.status() == kAborted) return kAborted;
+  dealing.ForPass(nnode).Blocks(nnode, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    for (std::ptrdiff_t i = begin; i < end; ++i) distance[i] = std::max(distance[i], -1);
+  });
+  return search.status();
 }
 
 // draw(count): one of count neighbours, from 0.
@@ -307,19 +443,21 @@ auto DrawFrom(VORL_RANDCONTEXT* randContext) noexcept {
 
 template <typename T>
 int StepsInMask(const VORL_GRID& grid, const T* mask, Connectivity connectivity, int nstart, const int* start,
-                const Progress& progress, int* steps) noexcept {
+                const Dealing& dealing, const Progress& progress, int* steps) noexcept {
   return ForConnectivity(
       connectivity, [&]<Connectivity kConnectivity>(std::integral_constant<Connectivity, kConnectivity>) {
         return ComputeDistances<kConnectivity>({grid.nx, grid.ny, grid.nz}, mask, std::max(nstart, 1024), nstart, start,
-                                               steps, progress);
+                                               steps, dealing, progress);
       });
 }
-template int StepsInMask(const VORL_GRID&, const unsigned char*, Connectivity, int, const int*, const Progress&,
+template int StepsInMask(const VORL_GRID&, const unsigned char*, Connectivity, int, const int*, const Dealing&,
+                         const Progress&, int*) noexcept;
+template int StepsInMask(const VORL_GRID&, const int*, Connectivity, int, const int*, const Dealing&, const Progress&,
                          int*) noexcept;
-template int StepsInMask(const VORL_GRID&, const int*, Connectivity, int, const int*, const Progress&, int*) noexcept;
-template int StepsInMask(const VORL_GRID&, const float*, Connectivity, int, const int*, const Progress&, int*) noexcept;
-template int StepsInMask(const VORL_GRID&, const double*, Connectivity, int, const int*, const Progress&,
+template int StepsInMask(const VORL_GRID&, const float*, Connectivity, int, const int*, const Dealing&, const Progress&,
                          int*) noexcept;
+template int StepsInMask(const VORL_GRID&, const double*, Connectivity, int, const int*, const Dealing&,
+                         const Progress&, int*) noexcept;
 
 int PathBySteps(const VORL_GRID& grid, const int* steps, Connectivity connectivity, int endNode, std::uint64_t seed,
                 int* path) noexcept {

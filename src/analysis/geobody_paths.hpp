@@ -5,6 +5,7 @@
 
 #include "analysis/geobodies.hpp"
 #include "core/grid.h"
+#include "core/parallel.hpp"
 #include "core/progress.hpp"
 
 namespace kestrum {
@@ -14,7 +15,7 @@ namespace kestrum {
 //   steps  out; -1 where no way leads
 template <typename T>
 [[nodiscard]] int StepsInMask(const VORL_GRID& grid, const T* mask, Connectivity connectivity, int nstart,
-                              const int* start, const Progress& progress, int* steps) noexcept;
+                              const int* start, const Dealing& dealing, const Progress& progress, int* steps) noexcept;
 
 // A shortest path from a node to a start, which is left out: from each node to one of those a step nearer, drawn from the
 // counter-based generator.

@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "analysis/geobody_paths.hpp"
 #include "support/allocation_failure.hpp"
 #include "support/seeded.hpp"
 
@@ -153,6 +154,34 @@ TEST(GeobodyPaths, JoinsAgainstAllPairs) {
                   0);
         ASSERT_EQ(found, expected) << family.naxes << ' ' << grid.nx << ' ' << grid.ny << ' ' << grid.nz;
       }
+    }
+  }
+}
+
+// Pieces of several sections, of several rows, and one that two threads cannot share.
+TEST(GeobodyPaths, StepsDoNotDependOnThreads) {
+  std::mt19937 generator(5);
+  const kestrum::Progress progress(nullptr, nullptr);
+  for (const Grid& grid : {Grid{60, 50, 130}, Grid{200, 700, 3}, Grid{400000, 1, 1}}) {
+    const int nnode = grid.nx * grid.ny * grid.nz;
+    std::vector<unsigned char> mask(static_cast<std::size_t>(nnode));
+    for (unsigned char& inside : mask) inside = generator() % 100 < 70;
+    const Ints starts{0, nnode / 2, nnode / 2, nnode - 1};
+    VORL_GRID record{};
+    record.nx = grid.nx;
+    record.ny = grid.ny;
+    record.nz = grid.nz;
+    for (const auto connectivity :
+         {kestrum::Connectivity::k6, kestrum::Connectivity::k18, kestrum::Connectivity::k26}) {
+      const auto steps = [&](const kestrum::Dealing& dealing) {
+        Ints found(mask.size());
+        EXPECT_EQ(
+            kestrum::StepsInMask(record, mask.data(), connectivity, 4, starts.data(), dealing, progress, found.data()),
+            0);
+        return found;
+      };
+      const Ints expected = steps(kestrum::Dealing::Serial());
+      for (const int nthreads : {1, 2, 3, 7}) EXPECT_EQ(steps(kestrum::Dealing::Threads(nthreads)), expected);
     }
   }
 }
