@@ -15,7 +15,7 @@
 namespace kestrum::python {
 namespace {
 
-// What the engine refuses although the Python layer let it pass: raised as ValueError(name, first, second).
+// What the engine refuses although the Python layer let it pass: raised as ValueError(name, refusal, first, second).
 void RaiseFor(const PlaceProblem& problem) {
   const char* name = "";
   switch (problem.refusal) {
@@ -24,13 +24,17 @@ void RaiseFor(const PlaceProblem& problem) {
     case PlaceRefusal::kSamePlace:
       name = "same place";
       break;
-    case PlaceRefusal::kModelType:
     case PlaceRefusal::kModelSill:
+      name = "sill";
+      break;
     case PlaceRefusal::kModelRange:
+      name = "range";
+      break;
     case PlaceRefusal::kModelShape:
+      name = "shape";
+      break;
     case PlaceRefusal::kModelAngle:
-    case PlaceRefusal::kModelImage:
-      name = "model";
+      name = "angle";
       break;
     default:
       name = "argument";

@@ -6,7 +6,7 @@ import itertools
 import math
 from collections.abc import Callable, Iterable, Mapping, Sequence
 from dataclasses import dataclass, field
-from typing import TYPE_CHECKING, Any, Literal, NoReturn
+from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
@@ -178,7 +178,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
             try:
                 counts, far = task.krige_all(task.build(), taken, known.fields, estimate, variance, report)
             except ValueError as error:
-                _refused(points, error)
+                raise _refused(error, model, target, points) from None
             _warn_of(counts, total, known.degree < 0)
     _warn_if_uncorrelated(model, far, total, known, cells)
     return target.dataset({"estimate": estimate, "variance": variance}, attributes, general)
@@ -332,7 +332,7 @@ def _tiles(task: _Task, points: Points, sizes: tuple[tuple[int, ...], ...], mask
     try:
         task.build(neighbors=1)  # which refuses what cannot be kriged, without a large system
     except ValueError as error:
-        _refused(points, error)
+        raise _refused(error, task.model, task.target, points) from None
     flips = task.target._flips() if task.target.grid is not None else (slice(None),)
     blocks = [None if field is None else _lazy.blocks(field.reshape(task.target.shape)[flips], sizes) for field in (mask, *fields)]
     token = _lazy.token(task, sizes, [None if block is None else block.name for block in blocks])
@@ -360,7 +360,10 @@ def _tile(task: _Task, first: tuple[int, ...], extent: tuple[int, ...], blocks: 
         _where_informed(name, values, mask, first)
     at_targets = _at_targets(tuple(fields), task.degree < 0) if fields else None
     result = np.empty((2, math.prod(extent)))
-    _lazy.cancellable(lambda report: task.krige(task.built.get(lambda: task.build(report=report)), (first, extent), mask, at_targets, result[0], result[1], report))
+    try:
+        _lazy.cancellable(lambda report: task.krige(task.built.get(lambda: task.build(report=report)), (first, extent), mask, at_targets, result[0], result[1], report))
+    except ValueError as error:
+        raise _refused(error, task.model, task.target) from None
     return result.astype(task.kind, copy=False).reshape(2, *extent)[(slice(None), *flips)]
 
 
@@ -370,18 +373,21 @@ def _at_targets(fields: tuple[Floats, ...], simple: bool) -> Floats:
     return np.asarray(rows[0]) if simple else rows
 
 
-def _refused(points: Points, error: ValueError) -> NoReturn:
-    """Raises what the engine refused as an error that says so: data at one place, or numbers that cannot be added up."""
-    if error.args[0] == "model":
-        raise ModelError("the model has sills or ranges whose sums are beyond the range of float64, which ends at 1.8e308. Take another unit.") from None
-    if error.args[0] == "argument":
-        raise DataError(f"values of {points.name!r} have sums beyond the range of float64, which ends at 1.8e308. Take another unit.") from None
-    if error.args[0] != "same place":
-        raise error
-    rows = np.sort(points._given_rows(np.array(error.args[2:], np.intp)))
-    place = ", ".join(f"{c:.10g}" for c in points.coordinates[error.args[2]])
-    raise DataError(f"points have two values at one place, ({place}): {_door.rows(rows)}. Put them together by "
-                    "points.merged(), or give error_variance.") from None
+def _refused(error: ValueError, model: CovModel, target: Target | None = None, points: Points | None = None) -> Exception:
+    """What the engine refused, as an error that says so: a parameter, data at one place, or numbers that cannot be added up."""
+    if len(error.args) != 4:
+        return error
+    what, _, first, second = error.args
+    if what in ("sill", "range", "shape", "angle"):
+        return model._refused(what, first, second, target)
+    if what == "argument" and points is not None:
+        return DataError(f"values of {points.name!r} have sums beyond the range of float64, which ends at 1.8e308. Take another unit.")
+    if what != "same place" or points is None:
+        return error
+    rows = np.sort(points._given_rows(np.array([first, second], np.intp)))
+    place = ", ".join(f"{c:.10g}" for c in points.coordinates[first])
+    return DataError(f"points have two values at one place, ({place}): {_door.rows(rows)}. Put them together by "
+                     "points.merged(), or give error_variance.")
 
 
 def _gmres(points: Points, model: CovModel, native: _core.Model, target: Target, neighbors: int | None,
@@ -397,6 +403,7 @@ def _gmres(points: Points, model: CovModel, native: _core.Model, target: Target,
         raise ArgumentError("solver 'gmres' needs a radius with neighbors. Give radius=, at least as large as a range.")
     if radii is None and model._local():
         raise ModelError("solver 'gmres' takes all data with a model of constants only. Give a radius.")
+    model._require_informed(target, mask)
     nodes = _snapped(points, target, merging="of which the last counts")
     # Of repeated keys a dictionary keeps the last value.
     last = {node: value for node, value in zip(nodes.tolist(), points.values.tolist()) if node >= 0}

@@ -29,6 +29,8 @@ TYPES = ("Nugget", "Spherical", "Exponential", "Gaussian", "Linear", "Cubic", "C
 SHAPES: dict[str, tuple[str, dict[str, float]]] = {
     "Gamma": ("power", {}), "Power": ("power", {"below": 2.0}), "Stable": ("power", {"at_most": 2.0}),
     "Matern": ("smoothness", {})}
+# What kriging takes of them.
+SHAPE_BOUNDS = 1e-6, 100.0
 ANGLES = ("azimuth", "dip", "plunge")
 
 
@@ -176,7 +178,10 @@ class CovModel:
         """
         if any(_door.is_local(structure.sill) for structure in self.structures):
             raise ModelError("the sills of the model vary over the grid: there is no one sill.")
-        return math.fsum(structure.sill for structure in self.structures)
+        try:
+            return math.fsum(structure.sill for structure in self.structures)
+        except OverflowError:
+            return math.inf
 
     def __add__(self, other: CovModel) -> CovModel:
         if not isinstance(other, CovModel):
@@ -329,10 +334,47 @@ class CovModel:
             along, across, vertical = (*(at("range", r) for r in s.range), 0.0)[:3] if s.range else (0.0, 0.0, 0.0)
             rows.append((TYPES.index(s.type), at("sill", s.sill), across, along, 0.0 if dimension == 2 else vertical,
                          0.0 if s.shape is None else at(SHAPES[s.type][0], s.shape)))
-        if not any(_door.is_local(s.sill) for s in self.structures) and not self.sill > 0.0:
-            raise ModelError("the sill of the model is 0: there is nothing to work with. Give a sill above 0.")
+        if not any(_door.is_local(s.sill) for s in self.structures):
+            if not self.sill > 0.0:
+                raise ModelError("the sill of the model is 0: there is nothing to work with. Give a sill above 0.")
+            if math.isinf(self.sill):
+                raise self._refused("sill", -1, -1, None)
         return _core.Model(rows, at("azimuth", self.azimuth), at("dip", self.dip), at("plunge", self.plunge),
                            target.numbers if target is not None and self._local() else None)
+
+    def _require_informed(self, target: Target, mask: NDArray[np.uint8] | None) -> None:
+        """Refuses parameters that vary and are missing in a cell to compute, for engines that take them as they are."""
+        structures = [(what, i, p) for i, s in enumerate(self.structures) for what, ps in (("sill", [s.sill]), ("range", s.range), ("shape", [s.shape])) for p in ps]
+        for what, element, parameter in structures + [("angle", -1, angle) for angle in self._angles]:
+            if _door.is_local(parameter):
+                bad = np.isnan(target.values(f"{what} of the model", parameter, ModelError).reshape(-1))
+                if mask is not None:
+                    bad &= mask.reshape(-1) != 0
+                if bad.any():
+                    raise self._refused(what, element, int(bad.argmax()), target)
+
+    def _refused(self, what: str, element: int, node: int, target: Target | None) -> ModelError:
+        """The error for a parameter that the engine refuses: of a structure, or of the model if it is -1; at a node, or a constant."""
+        def at(name: str, parameter: Parameter) -> float:
+            return float(target.values(name, parameter).flat[node] if target is not None and _door.is_local(parameter) else parameter)
+
+        structure = self.structures[element]
+        named: dict[str, list[tuple[str, Parameter]]] = {
+            "sill": [("sill", structure.sill)] if element >= 0 else [("sum of the sills", sum(at("sill", s.sill) for s in self.structures))],
+            "range": [("range", part) for part in structure.range], "shape": [(SHAPES.get(structure.type, ("", {}))[0], structure.shape)],
+            "angle": list(zip(ANGLES, self._angles))}
+        numbers = [(name, at(name, parameter)) for name, parameter in named[what]]
+        name, value = next((pair for pair in numbers if not math.isfinite(pair[1])), numbers[0])
+        owner = "the model" if element < 0 else f"structures[{element}] of the model, {structure.type},"
+        there = "" if node < 0 or target is None else f" in cell {target.cell(node)}"
+        told = f"{name} of {owner} is {value:g}{there}"
+        if math.isnan(value):
+            return ModelError(f"{told}. Fill it in, or leave the cell out by a mask.")
+        if math.isinf(value):
+            return ModelError(f"{told}, beyond the range of float64, which ends at 1.8e308. Take another unit.")
+        least, most = SHAPE_BOUNDS
+        needed = "kriging needs a sum above 0" if what == "sill" else f"kriging takes {f'at least {least:g}' if value < least else f'at most {most:g}'}"
+        return ModelError(f"{told}, but {needed}. Give such a number{' there, or leave the cell out by a mask' if there else ''}.")
 
     def __eq__(self, other: object) -> bool:
         return isinstance(other, CovModel) and self._key() == other._key()
@@ -562,7 +604,7 @@ def Gamma(sill: float | ArrayLike = 1.0, range: Range = 1.0, *, power: float | A
           dip: float | ArrayLike = 0.0, plunge: float | ArrayLike = 0.0) -> CovModel:
     """Gamma model: sill / (1 + (20^(1 / power) - 1) h)^power, with a long tail.
 
-    At the range 5 % of the sill are left. power is above 0.
+    At the range 5 % of the sill are left. power is above 0; kriging takes 1e-6 to 100.
 
     GSLIB, gstat, GSTools and PyKrige do not have this model.
 
@@ -580,7 +622,7 @@ def Power(sill: float | ArrayLike = 1.0, range: Range = 1.0, *, power: float | A
     """Power model: sill * (1 - h^power), whose variogram sill * h^power has no sill.
 
     The covariance is 0 at the range and negative beyond: the model suits ordinary and universal kriging alone, which take
-    its variogram, whatever the range. 0 < power < 2.
+    its variogram, whatever the range. 0 < power < 2; kriging takes 1e-6 and more.
 
     GSLIB type 4, gstat ``Pow`` and PyKrige ``power`` are given the slope sill / range^power.
 
@@ -597,7 +639,8 @@ def Stable(sill: float | ArrayLike = 1.0, range: Range = 1.0, *, power: float | 
            dip: float | ArrayLike = 0.0, plunge: float | ArrayLike = 0.0) -> CovModel:
     """Stable (powered exponential) model: sill * exp(-3 h^power).
 
-    At the range 5 % of the sill are left. 0 < power <= 2; 1 is the exponential, 2 the Gaussian model.
+    At the range 5 % of the sill are left. 0 < power <= 2; 1 is the exponential, 2 the Gaussian model. Kriging takes 1e-6 and
+    more.
 
     gstat ``Exc`` and the len_scale of GSTools ``Stable`` are the range over 3^(1 / power).
 
@@ -615,7 +658,7 @@ def Matern(sill: float | ArrayLike = 1.0, range: Range = 1.0, *, smoothness: flo
     """Matern model: sill * 2^(1-s) / Gamma(s) * u^s * K_s(u) with u = h sqrt(2 s), s the smoothness.
 
     The range is a scale: with s = 0.5 the covariance is sill * exp(-h), and 37 % are left at the range. The smoothness
-    is above 0.
+    is above 0; kriging takes 1e-6 to 100.
 
     gstat ``Ste`` is sqrt(2) times the range, gstat ``Mat`` the range over sqrt(2 s), the len_scale of GSTools ``Matern``
     the range over sqrt(2).

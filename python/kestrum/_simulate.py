@@ -120,6 +120,7 @@ def simulate(points: Points | None, model: CovModel, grid: Grid | xr.DataArray, 
     _warn_if_noise(target, [model], radii)
     warn_if_flat([model], points)
     taken = target.mask(mask)
+    model._require_informed(target, taken)
     _require_memory(target, [model], radii, size, kind, transform is not None, f"a result of {size:,} x {target.count:,} values",
                     "Ask for fewer realizations at a time (first=, chunks=), or dtype='float32'.", _nchunk(count, size, chunks))
     nodes, values, moved = _on_nodes(points, target, duplicates)
@@ -308,7 +309,7 @@ def _neighborhood_bytes(target: Target, model: CovModel, radii: tuple[float, flo
     dimension = target.dimension
     cells, sizes = np.array(target.numbers[:dimension]), np.array(target.numbers[3:3 + dimension])
     # One range holds along all axes.
-    ranges = [([np.max(r) for r in s.range] * (3 if len(s.range) == 1 else 1))[:dimension] for s in model.structures if s.range]
+    ranges = [([np.nanmax(r) for r in s.range] * (3 if len(s.range) == 1 else 1))[:dimension] for s in model.structures if s.range]
     along, across, *vertical = np.max(ranges, axis=0) if ranges else (0.0, 0.0, 0.0)
     reach = np.array(((across, along, *vertical) if radii is None else radii)[:dimension], float)
     with np.errstate(over="ignore"):
@@ -414,7 +415,7 @@ def _warn_if_noise(target: Target, models: list[CovModel], radii: tuple[float, f
     if radii is not None and max(radii) < smallest:
         warn(f"radius is {max(radii):g}, but cells are at least {smallest:g} apart: none has another in reach, and they are independent of "
              "each other. Give a larger radius.")
-    ranges = [np.max(part.range) for model in models for part in model.structures if part.range]
+    ranges = [np.nanmax(along) for model in models for part in model.structures for along in part.range]
     if ranges and max(ranges) < smallest:
         warn(f"ranges of the model are at most {max(ranges):g}, but cells are at least {smallest:g} apart: they are hardly correlated. Are the "
              "ranges in the unit of the coordinates?")
@@ -508,6 +509,8 @@ def _categories(points: Points | None, model: Any, grid: Any, neighbors: Any, ra
     _warn_if_noise(target, models, radii)
     warn_if_flat(models, points)
     taken = target.mask(mask)
+    for one in {id(one): one for one in models}.values():
+        one._require_informed(target, taken)
     kind = np.dtype(np.int16 if n else np.float64)
     _require_memory(target, models, radii, n or len(labels), kind, False, f"a result on {target.count:,} cells",
                     "Take larger cells, or fewer realizations at a time.", chunks)

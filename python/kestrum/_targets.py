@@ -123,6 +123,11 @@ class Target:
 
         return tuple(slice(None, None, -1 if descends(axis) else None) for axis in self.grid.dims)
 
+    def cell(self, node: int) -> str:
+        """A cell in a message, by its index in the result."""
+        index = np.unravel_index(node, self.shape)
+        return str(tuple(int(n - 1 - i if flip.step else i) for i, n, flip in zip(index, self.shape, self._flips())))
+
     def mask(self, value: Any) -> NDArray[np.uint8] | None:
         """One byte for each target, 0 for those to leave out."""
         if value is None:

@@ -100,7 +100,7 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
                                       neighbors or 0, radii or (0.0, 0.0, 0.0), model.isotropic, known.degree, known.mean, (1, 1, 1),
                                       nthreads)
         except ValueError as error:
-            _refused(points, error)
+            raise _refused(error, model, None, points) from None
 
     estimate, variance = np.empty(n), np.empty(n)
     counts = np.zeros(4, np.int64)

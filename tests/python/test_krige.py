@@ -154,6 +154,32 @@ def test_masks_means_and_templates():
     np.testing.assert_allclose(other.variance[3, 4], same.variance[3, 4], rtol=1e-12)
 
 
+@pytest.mark.parametrize("local", [
+    lambda a: ks.Spherical(a, range=50.0), lambda a: ks.Spherical(1.0, range=(50.0, 30.0 * a), azimuth=30.0),
+    lambda a: ks.Spherical(1.0, range=(50.0, 30.0), azimuth=30.0 * a), lambda a: ks.Matern(1.0, 20.0, smoothness=a)], ids=["sill", "range", "azimuth", "shape"])
+def test_parameters_may_be_missing_where_nothing_is_computed(local):
+    field = np.random.default_rng(8).uniform(0.5, 2.0, GRID.shape)
+    mask = field < 1.7
+    whole, missing = local(field), local(np.where(mask, field, np.nan))
+    for tool in (lambda model: ks.krige(scattered(), model, GRID, neighbors=9, mask=mask).estimate, lambda model: ks.simulate(scattered(), model, GRID, mask=mask, radius=40.0)):
+        assert np.array_equal(tool(missing).values, tool(whole).values, equal_nan=True)
+
+
+@pytest.mark.parametrize("kind, name, within, beyond", [
+    (ks.Gamma, "power", [1e-6, 100.0], [1e-7, 101.0]), (ks.Power, "power", [1e-6, 1.9], [1e-7]), (ks.Stable, "power", [1e-6, 2.0], [1e-7]),
+    (ks.Matern, "smoothness", [1e-6, 100.0], [1e-7, 101.0])])
+def test_shapes_that_kriging_takes(kind, name, within, beyond):
+    for shape in within + beyond:
+        model = kind(1.0, 90.0, **{name: shape})
+        # The others do have covariances.
+        assert np.isfinite(model.covariance([0.0, 9.0])).all() and np.isfinite(ks.simulate(None, model, GRID)).all()
+        if shape in within:
+            assert np.isfinite(ks.krige(scattered(), ks.Nugget(0.5) + model, GRID, neighbors=5).estimate).all()
+        else:
+            with pytest.raises(ks.ModelError, match=name):
+                ks.krige(scattered(), model, GRID)
+
+
 def test_lonely_places():
     points, model = scattered(), model_of()
     with pytest.warns(ks.KestrumWarning, match="no datum in reach") as heard:
