@@ -4,7 +4,8 @@ from __future__ import annotations
 
 import itertools
 import math
-from collections.abc import Callable, Iterable, Mapping, Sequence
+from collections.abc import Callable, Iterable, Iterator, Mapping, Sequence
+from contextlib import contextmanager
 from dataclasses import dataclass, field
 from typing import TYPE_CHECKING, Any, Literal
 
@@ -150,9 +151,6 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
         raise GridError(f"the result has {target.count:,} cells, more than 2,147,483,647. Take larger cells, or a part of the grid.")
     known = _drift(points, target, mean, drift, taken)
     known.require_neighbors(neighbors, target.dimension)
-    if neighbors is None or neighbors >= len(points):
-        _memory.require(4 * len(points) * (len(points) + 200) * (radii is None), f"a system of all {len(points):,} data",
-                        "Give neighbors=, for instance 20.")
     if target.grid is not None:
         _warn_if_apart(points, target)
     warn_if_flat([model], points)
@@ -162,19 +160,21 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     attributes = {"estimate": {"long_name": points.name}, "variance": {"long_name": f"kriging variance of {points.name}"}}
     general: dict[str, str | int | float] = {"method": f"{method} kriging", "model": str(model), "data": len(points), "kestrum": _core.version,
                **({} if neighbors is None else {"neighbors": neighbors})}
-    if sizes is not None:
-        task = _prepared(points, model, target, neighbors, radii, cells, known, snap, threads, kind)
+    task = None if solver == "gmres" else _prepared(points, model, target, neighbors, radii, cells, known, snap, threads, kind)
+    total = target.count if taken is None or _lazy.is_lazy(taken) else int(np.count_nonzero(taken))
+    shared = radii is None and not model._local() and (neighbors or len(points)) >= len(points)
+    require_systems(points.coordinates if task is None else task.places, neighbors, radii, lambda: _some_places(target, taken),
+                    1 if shared or task is None else min(threads, max(1, total // 16)))
+    if sizes is not None and task is not None:
         return target.labelled(_tiles(task, points, sizes, taken, known.fields), attributes, general)
-    total = target.count if taken is None else int(np.count_nonzero(taken))
     estimate, variance = np.empty(target.count, kind), np.empty(target.count, kind)
-    with _progress.shown(progress, "kriging") as report:
-        if solver == "gmres":
+    with systems_told(len(points), neighbors), _progress.shown(progress, "kriging") as report:
+        if task is None:
             doubles = np.empty((2, target.count))
             _gmres(points, model, model._native(target.dimension, target), target, neighbors, radii, cells, taken, known, drift, snap, threads, report, *doubles)
             far = _count_far(model, doubles[1])
             estimate[:], variance[:] = doubles
         else:
-            task = _prepared(points, model, target, neighbors, radii, cells, known, snap, threads, kind)
             try:
                 counts, far = task.krige_all(task.build(), taken, known.fields, estimate, variance, report)
             except ValueError as error:
@@ -205,6 +205,52 @@ def kriging_bytes(target: Target, kind: Any, masked: bool, mean: Any, drift: Any
     doubles = 16 if kind != np.float64 or fields or solver == "gmres" else 0
     result = target.count * (2 * kind.itemsize + masked + 8 * copied) + window * (doubles + 8 * len(fields) + 3)
     return int(max(result, 11 * target.count * masked))  # a mask is numbers at first
+
+
+def _some_places(target: Target, mask: Any) -> Floats:
+    """Some of the places to compute, all over them; none if the mask is not known yet."""
+    if _lazy.is_lazy(mask):
+        return np.empty((0, target.dimension))
+    some = np.linspace(0, (target.count if mask is None else np.count_nonzero(mask)) - 1, 25).astype(np.int64)
+    numbers = some if mask is None else np.flatnonzero(mask)[some]
+    if target.places is not None:
+        return np.ascontiguousarray(target.places[numbers])
+    assert target.grid is not None
+    axes = [axis[index] for axis, index in zip(target.grid.coords.values(), np.unravel_index(numbers, target.shape))]
+    return np.column_stack(axes[::-1])
+
+
+def require_systems(data: Floats, neighbors: int | None, radii: tuple[float, float, float] | None, places: Callable[[], Floats], held: int) -> None:
+    """Refuses systems that memory cannot hold: so many at a time, or one if a radius bounds them. places: some to krige."""
+    left, largest = _memory.available(), min(neighbors or len(data), len(data))
+    if left is None or _system_bytes(largest) * held <= max(left, 2**20):
+        return
+    if radii is not None:
+        # What some places have for certain: data within the shortest half axis.
+        squared, held = min(radii[:data.shape[1]]) ** 2, 1
+        largest = min(largest, max((int(np.count_nonzero(((data - place) ** 2).sum(axis=1) <= squared)) for place in places()), default=0))
+    what = f"{'all ' if largest == len(data) else ''}{largest:,} data"
+    _memory.require_of(left, _system_bytes(largest) * held, f"a system of {what}" if held == 1 else f"{held} systems of {what}, one for each thread,", _FEWER)
+
+
+@contextmanager
+def systems_told(n: int, neighbors: int | None) -> Iterator[None]:
+    """Says what may have been too large where memory does not suffice after all."""
+    try:
+        yield
+    except MemoryError:
+        largest = min(neighbors or n, n)
+        if _system_bytes(largest) < 2**20:
+            raise
+        raise MemoryError(f"memory does not suffice. Systems are of up to {largest:,} data, which take {_system_bytes(largest) / 2**30:,.1f} GiB each. {_FEWER}") from None
+
+
+def _system_bytes(n: int) -> int:
+    """Half a matrix, and some vectors."""
+    return 4 * n * (n + 200)
+
+
+_FEWER = "Give neighbors=, for instance 20."
 
 
 @dataclass(frozen=True)
@@ -361,7 +407,8 @@ def _tile(task: _Task, first: tuple[int, ...], extent: tuple[int, ...], blocks: 
     at_targets = _at_targets(tuple(fields), task.degree < 0) if fields else None
     result = np.empty((2, math.prod(extent)))
     try:
-        _lazy.cancellable(lambda report: task.krige(task.built.get(lambda: task.build(report=report)), (first, extent), mask, at_targets, result[0], result[1], report))
+        with systems_told(len(task.values), task.neighbors):
+            _lazy.cancellable(lambda report: task.krige(task.built.get(lambda: task.build(report=report)), (first, extent), mask, at_targets, result[0], result[1], report))
     except ValueError as error:
         raise _refused(error, task.model, task.target) from None
     return result.astype(task.kind, copy=False).reshape(2, *extent)[(slice(None), *flips)]

@@ -12,7 +12,7 @@ from . import _core, _door, _memory, _progress
 from ._door import Floats
 from ._errors import DataError, warn
 from ._grid import AXES
-from ._krige import _at_points, _Drift, _radii, _refused, _warn_of, _without_fields
+from ._krige import _at_points, _Drift, _radii, _refused, _warn_of, _without_fields, require_systems, systems_told
 from ._models import CovModel, Range, require_model
 from ._points import Points, require_numbers
 
@@ -90,6 +90,8 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
         neighbors = None
     if neighbors is None and radii is None:
         _memory.require(8 * n**2, f"a system of all {n:,} data", "Give neighbors=, for instance 20.")
+    else:
+        require_systems(points.coordinates, neighbors, radii, lambda: points.coordinates[::-(-n // 25)], nthreads)
     native = (model if known.degree < 0 else model._lifted(points.coordinates))._native(dimension, None)
 
     def kriging(rows: Any) -> _core.PlaceKriging:
@@ -105,8 +107,9 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
     estimate, variance = np.empty(n), np.empty(n)
     counts = np.zeros(4, np.int64)
     all_serve = neighbors is None and radii is None
-    whole = kriging(slice(None))
-    with _progress.shown(progress, "cross-validation") as report:
+    with systems_told(n, neighbors):
+        whole = kriging(slice(None))
+    with systems_told(n, neighbors), _progress.shown(progress, "cross-validation") as report:
         if folds is None:
             counts += whole.leave_out(None, None, estimate, variance, nthreads, report)
         elif neighbors is None or np.diff(start).max() <= LARGE_FOLD:

@@ -1,6 +1,7 @@
 """What is left of the memory of a call, in a process of its own."""
 
 import os
+import re
 import subprocess
 import sys
 
@@ -92,3 +93,26 @@ def test_memory_of_image_functions(call, kind, limit):
     program = IMAGES.format(call=call, kind=kind)
     used = float(subprocess.run([sys.executable, "-c", program], check=True, capture_output=True, text=True).stdout)
     assert used < limit, used
+
+
+SYSTEMS = """
+import resource, warnings, numpy as np, xarray, pandas, kestrum as ks
+warnings.simplefilter("ignore")
+random = np.random.default_rng(1)
+points = ks.Points(random.uniform(0, 1000, (12_000, 2)), random.normal(size=12_000))
+places = np.full((1000, 2), 1e5)
+places[970:990] = 500.0
+size = int(next(line for line in open("/proc/self/status") if line.startswith("VmSize")).split()[1])
+resource.setrlimit(resource.RLIMIT_AS, (1024 * size + 2**28,) * 2)
+try:
+    print(ks.krige(points, ks.Exponential(range=100), places, radius={radius}, threads=1).estimate.size)
+except MemoryError as error:
+    print(error)
+"""
+
+
+@pytest.mark.parametrize("radius, words", [(20.0, "1000"), (900.0, "does not suffice.*12,000 data.*neighbors=")])
+def test_systems_within_a_radius(radius, words):
+    """Which are not known to be large before they are met: few of the places have data near them."""
+    program = SYSTEMS.format(radius=radius)
+    assert re.search(words, subprocess.run([sys.executable, "-c", program], check=True, capture_output=True, text=True).stdout)
