@@ -173,13 +173,22 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
             doubles = np.empty((2, target.count))
             _gmres(points, model, model._native(target.dimension, target), target, neighbors, radii, cells, taken, known, drift, snap, threads, report, *doubles)
             far = _count_far(model, doubles[1])
-            estimate[:], variance[:] = doubles
+            counts = [0, 0, 0, 0]
+            with np.errstate(over="ignore"):
+                estimate[:], variance[:] = doubles
         else:
             try:
                 counts, far = task.krige_all(task.build(), taken, known.fields, estimate, variance, report)
             except ValueError as error:
                 raise _refused(error, model, target, points) from None
-            _warn_of(counts, total, known.degree < 0)
+            if counts[2] and _is_vast(task):
+                counts[2] = 0  # said below
+            _warn_of(counts, total, known.degree < 0, radii is not None)
+    lonely, undetermined, indefinite, _ = counts
+    warn_if_beyond(estimate, variance, target.count - total + undetermined + indefinite + lonely * (known.degree >= 0), total)
+    if known.degree < 0 and radii is not None and not model._local() and min(radii) < max((max(s.range) for s in model.structures if s.range), default=0.0):
+        # Places without data have the sill, too, but not for the range. The solver gmres does not count them.
+        far = 0 if task is None else far - lonely
     _warn_if_uncorrelated(model, far, total, known, cells)
     return target.dataset({"estimate": estimate, "variance": variance}, attributes, general)
 
@@ -301,8 +310,9 @@ class _Task:
             counts += self.krige(kriging, (begin, extent), taken, at_targets, found[0], found[1],
                                  _progress.part(report, first / shape[axis], end / shape[axis]))
             far += _count_far(self.model, found[1])
-            for result, values in zip((estimate, variance), found):
-                result.reshape(shape)[window] = values.reshape(extent)
+            with np.errstate(over="ignore"):
+                for result, values in zip((estimate, variance), found):
+                    result.reshape(shape)[window] = values.reshape(extent)
         return counts.tolist(), far
 
     def krige(self, kriging: _core.PlaceKriging, window: tuple[tuple[int, ...], tuple[int, ...]],
@@ -634,16 +644,38 @@ def warn_if_flat(models: Iterable[CovModel], points: Points | None) -> None:
              "unit of the coordinates?")
 
 
-def _warn_of(counts: Sequence[int], total: int, simple: bool, noun: str = "places", other: str = "datum") -> None:
+def _warn_of(counts: Sequence[int], total: int, simple: bool, bounded: bool, noun: str = "places", other: str = "datum") -> None:
     lonely, undetermined, indefinite, redundant = counts
     if lonely:
         fate = "have the mean and the sill" if simple else "are NaN"
-        warn(f"{lonely:,} of {total:,} {noun} have no {other} in reach and {fate}. Give a larger radius.")
+        warn(f"{lonely:,} of {total:,} {noun} have no {other} in reach and {fate}. Give a larger radius." if bounded else
+             f"{lonely:,} of {total:,} {noun} {fate}, for squares of their distances from the data are beyond {_END}. Take another unit.")
     if undetermined:
         warn(f"the data in reach do not determine the drift at {undetermined:,} of {total:,} {noun}, which are NaN. "
              "Give more neighbors, or a simpler drift.")
     if indefinite:
         warn(f"the model is not positive definite at {indefinite:,} of {total:,} {noun}, which are NaN. Take another model.")
     if redundant:
-        warn(f"some data were left out at {redundant:,} of {total:,} {noun}, for others say the same to rounding. "
-             "Add a nugget, or merge close data.")
+        warn(f"some data were left out at {redundant:,} of {total:,} {noun}{REDUNDANT}")
+
+
+def _is_vast(task: _Task) -> bool:
+    """Whether squares of the drift are beyond float64 at some place: then its variance shows nothing of the model."""
+    target = task.target
+    ends = target.places if target.grid is None else np.array([[axis[0], axis[-1]] for axis in target.grid.coords.values()]).T[:, ::-1]
+    with np.errstate(over="ignore", divide="ignore", invalid="ignore"):
+        return not np.isfinite((np.abs(ends - task.places[0]).max() / np.ptp(task.places, axis=0).max()) ** (2 * max(task.degree, 0)))
+
+
+def warn_if_beyond(estimate: NDArray[Any], variance: NDArray[Any], known: int, total: int, noun: str = "places") -> None:
+    """Says so where arithmetic gave no number: at more places than are known to have none."""
+    pieces = (slice(first, first + _WINDOW) for first in range(0, len(estimate), _WINDOW))
+    bad = sum(int(np.count_nonzero(~(np.isfinite(estimate[piece]) & np.isfinite(variance[piece])))) for piece in pieces) - known
+    if bad > 0:
+        end, other = (_END, "") if estimate.dtype == np.float64 else ("the range of float32, which ends at 3.4e38", ", or dtype='float64'")
+        warn(f"{bad:,} of {total:,} {noun} are NaN or infinite, for sums are beyond {end}. Take another unit of the values{other}, and look at the coordinates.")
+
+
+_END = "the range of float64, which ends at 1.8e308"
+REDUNDANT = (", for the model has them follow from others to rounding, whatever their values: systems are nearly singular. Add a nugget, give "
+             "error_variance, or merge close data.")

@@ -12,7 +12,7 @@ from . import _core, _door, _memory, _progress
 from ._door import Floats
 from ._errors import DataError, warn
 from ._grid import AXES
-from ._krige import _at_points, _Drift, _radii, _refused, _warn_of, _without_fields, require_systems, systems_told
+from ._krige import REDUNDANT, _at_points, _Drift, _radii, _refused, _warn_of, _without_fields, require_systems, systems_told, warn_if_beyond
 from ._models import CovModel, Range, require_model
 from ._points import Points, require_numbers
 
@@ -123,9 +123,10 @@ def cross_validate(points: Points, model: CovModel, *, neighbors: int | None = N
                 estimate[own], variance[own] = part
     lonely, undetermined, indefinite, redundant = (int(count) for count in counts)
     if redundant and all_serve:
-        warn(f"{redundant:,} of {n:,} data are NaN and left out, for others say the same to rounding. Add a nugget, or merge close data.")
-        redundant = 0
-    _warn_of((lonely, undetermined, indefinite, redundant), n, known.degree < 0, "data", "other")
+        warn(f"{redundant:,} of {n:,} data are NaN and left out{REDUNDANT}")
+    without = undetermined + indefinite + redundant * all_serve + lonely * (known.degree >= 0)
+    _warn_of((lonely, undetermined, indefinite, redundant * (not all_serve)), n, known.degree < 0, radii is not None, "data", "other")
+    warn_if_beyond(estimate, variance, without, n, "data")
     if points.error_variance is not None:
         variance += points.error_variance
     error = estimate - values
