@@ -20,6 +20,7 @@ struct Case {
   VORL_COVMODELTYPE type = COV_SPHERICAL;
   real extra = 1.5;
   bool unique = false;
+  bool factorising = false;
 };
 
 void Krige(benchmark::State& state, const Case& run, int nthreads = 0) {
@@ -32,7 +33,8 @@ void Krige(benchmark::State& state, const Case& run, int nthreads = 0) {
     records.input.nneighborMax = run.nneighbor;
     if (run.unique) records.input.searchRadiusRelative = -1.0;
     state.ResumeTiming();
-    if (const int status = records.Run(nthreads); status != 0) state.SkipWithError(VORLGetErrorMessage(-status));
+    const int status = run.factorising ? records.Factorise(nthreads) : records.Run(nthreads);
+    if (status != 0) state.SkipWithError(VORLGetErrorMessage(-status));
   }
   state.SetItemsProcessed(state.iterations() * run.grid.nxyz);
 }
@@ -58,10 +60,11 @@ void ModelType(benchmark::State& state) {
 }
 BENCHMARK(ModelType)->DenseRange(COV_SPHERICAL, COV_MATERN)->Unit(benchmark::kMillisecond);
 
-void Unique(benchmark::State& state) {
-  Krige(state, Case{kSmall, static_cast<int>(state.range(0)), 100.0, 20, COV_SPHERICAL, 1.5, true});
+void Unique(benchmark::State& state, bool factorising) {
+  Krige(state, Case{kSmall, static_cast<int>(state.range(0)), 100.0, 20, COV_SPHERICAL, 1.5, true, factorising});
 }
-BENCHMARK(Unique)->Arg(50)->Arg(99)->Arg(200)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_CAPTURE(Unique, Iterative, false)->Arg(50)->Arg(99)->Arg(200)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_CAPTURE(Unique, Factorising, true)->Arg(50)->Arg(99)->Arg(200)->Unit(benchmark::kMillisecond);
 
 // The list of offsets alone, by half-width in cells.
 void Neighborhood(benchmark::State& state) {
