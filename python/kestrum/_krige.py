@@ -162,9 +162,9 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
                **({} if neighbors is None else {"neighbors": neighbors})}
     task = None if solver == "gmres" else _prepared(points, model, target, neighbors, radii, cells, known, snap, threads, kind)
     total = target.count if taken is None or _lazy.is_lazy(taken) else int(np.count_nonzero(taken))
-    shared = radii is None and not model._local() and (neighbors or len(points)) >= len(points)
-    require_systems(points.coordinates if task is None else task.places, neighbors, radii, lambda: _some_places(target, taken),
-                    1 if shared or task is None else min(threads, max(1, total // 16)))
+    if task is not None:
+        shared = radii is None and not model._local() and (neighbors or len(task.values)) >= len(task.values)
+        require_systems(task.places, neighbors, radii, lambda: _some_places(target, taken), 1 if shared else min(threads, max(1, total // 16)))
     if sizes is not None and task is not None:
         return target.labelled(_tiles(task, points, sizes, taken, known.fields), attributes, general)
     estimate, variance = np.empty(target.count, kind), np.empty(target.count, kind)
@@ -231,8 +231,11 @@ def _some_places(target: Target, mask: Any) -> Floats:
 
 def require_systems(data: Floats, neighbors: int | None, radii: tuple[float, float, float] | None, places: Callable[[], Floats], held: int) -> None:
     """Refuses systems that memory cannot hold: so many at a time, or one if a radius bounds them. places: some to krige."""
-    left, largest = _memory.available(), min(neighbors or len(data), len(data))
-    if left is None or _system_bytes(largest) * held <= max(left, 2**20):
+    largest = min(neighbors or len(data), len(data))
+    if _system_bytes(largest) * held <= 2**20:
+        return
+    left = _memory.available()
+    if left is None or _system_bytes(largest) * held <= left:
         return
     if radii is not None:
         # What some places have for certain: data within the shortest half axis.
@@ -466,6 +469,8 @@ def _gmres(points: Points, model: CovModel, native: _core.Model, target: Target,
     last = {node: value for node, value in zip(nodes.tolist(), points.values.tolist()) if node >= 0}
     held = np.array(sorted(last), np.int32)
     data = np.array([last[node] for node in held.tolist()], np.float64)
+    if radii is None:
+        _memory.require(8 * len(held) ** 2, f"a system of all {len(held):,} data", "Give a radius and neighbors=, for instance 20.")
     simple = known.degree < 0
     # The engine works on differences from the mean of the data, added one by one in the order of the nodes.
     mean = known.mean if simple else sum(data.tolist()) / len(data)
