@@ -97,16 +97,27 @@ int GridRun::Prepare(const GridRunInput& input, const GridModels& models, const 
     nodeStatus_[node] = hasLower && hasUpper ? -3 : hasLower ? -1 : hasUpper ? -2 : 1;
   }
   // Left out or known; with bounds; the others.
-  const auto segment = [&](int node) {
-    const bool computed = nodeStatus_[node] != 0 && (input.mask == nullptr || input.mask[node] != 0);
-    return !computed ? 0 : nodeStatus_[node] < 0 ? 1 : 2;
-  };
-  int count[3] = {};
-  for (int node = 0; node < nnode; ++node) ++count[segment(node)];
-  firstInequality_ = count[0];
-  firstSimulated_ = count[0] + count[1];
-  int next[3] = {0, firstInequality_, firstSimulated_};
-  for (int node = 0; node < nnode; ++node) path_[next[segment(node)]++] = node;
+  const auto computed = [&](int node) { return input.mask == nullptr || input.mask[node] != 0; };
+  int nbounded = 0, nsimulated = 0;
+  for (int node = 0; node < nnode; ++node) {
+    nbounded += computed(node) && nodeStatus_[node] < 0;
+    nsimulated += computed(node) && nodeStatus_[node] > 0;
+  }
+  firstSimulated_ = nnode - nsimulated;
+  firstInequality_ = firstSimulated_ - nbounded;
+  int* left = path_.data();
+  int* bounded = left + firstInequality_;
+  int* simulated = left + firstSimulated_;
+  for (int node = 0; node < nnode; ++node) {
+    const bool path = computed(node);
+    if (path && nodeStatus_[node] > 0) {
+      *simulated++ = node;
+    } else if (path && nodeStatus_[node] < 0) {
+      *bounded++ = node;
+    } else {
+      *left++ = node;
+    }
+  }
   return 0;
 }
 
