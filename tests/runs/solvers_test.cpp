@@ -77,8 +77,14 @@ TEST(Solvers, AgreeAndLeaveNoNodeOut) {
           EXPECT_EQ(records.monitor.nwarning > 0, c.warns && mode == KESTRUM_SIM_SK);
         }
       }
-      // The iterative solver stops at a relative residual of 1e-10, which the neighbours of neighbours enlarge.
-      for (std::size_t i = 0; i < serial[0].size(); ++i) ASSERT_NEAR(serial[0][i], serial[1][i], 1e-5) << c.name << i;
+      // Of deviations the squares: a variance that is 0 but for rounding has a root of 1e-8.
+      const std::size_t firstDeviation = mode == KESTRUM_SK ? serial[0].size() / 2 : serial[0].size();
+      for (std::size_t i = 0; i < serial[0].size(); ++i) {
+        const auto compared = [&](int solver) {
+          return i < firstDeviation ? serial[solver][i] : serial[solver][i] * serial[solver][i];
+        };
+        ASSERT_NEAR(compared(0), compared(1), 1e-9) << c.name << i;
+      }
     }
   }
 }
@@ -98,7 +104,7 @@ TEST(Solvers, AgreeOnCategories) {
         ASSERT_EQ(factorising ? records.Factorise(2) : records.Run(2), 0);
         const VORL_IMAGE& image = *records.output.outputImage;
         if (!factorising) first.assign(image.var, image.var + image.nxyzv);
-        for (int i = 0; i < image.nxyzv; ++i) ASSERT_NEAR(image.var[i], first[i], 1e-7) << mode << oneModel << i;
+        for (int i = 0; i < image.nxyzv; ++i) ASSERT_NEAR(image.var[i], first[i], 1e-9) << mode << oneModel << i;
       }
     }
   }
@@ -128,7 +134,7 @@ TEST(Solvers, FactorisingIsFreeOfTheUnit) {
       for (const real f : {1e-12, 1e-3, 400.0, 1e12}) {
         const std::vector<real> values = krige(f, unique, mode);
         for (std::size_t i = 0; i < values.size(); ++i) {
-          ASSERT_NEAR(values[i] / f, expected[i], 1e-7) << unique << mode << " " << f << " " << i;
+          ASSERT_NEAR(values[i] / f, expected[i], 1e-12) << unique << mode << " " << f << " " << i;
         }
       }
     }
