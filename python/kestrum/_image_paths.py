@@ -38,7 +38,7 @@ def geodesic_steps(mask: ArrayLike, start: ArrayLike, connectivity: Connectivity
     Notes
     -----
     Moore, The shortest path through a maze, 1959: all nodes of a number of steps, then those of the next. Work memory is 32
-    bytes for each node of the largest front.
+    bytes for each node of the largest front, up to twice that on several threads.
 
     Examples
     --------

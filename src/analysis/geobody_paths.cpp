@@ -52,14 +52,12 @@ class Box {
     if (nx_ < 1 || ny_ < 1 || nz_ < 1) return 0;
     return nxy_ <= kMost / nz_ ? nxy_ * nz_ : kMost;
   }
-  // Pieces of the grid, some sections thick, or some rows where there are few sections; and whether a neighbour of the
-  // node may lie in another.
+  // Pieces of the grid, some sections thick, or some rows where there are few sections.
   int npiece() const noexcept { return ((nz_ >= kFewSections ? nz_ : ny_) - 1) / kPiece + 1; }
-  int PieceOf(const Node& node) const noexcept { return (nz_ >= kFewSections ? node.iz : node.iy) / kPiece; }
-  bool IsAtEndOfPiece(const Node& node) const noexcept {
-    const int place = (nz_ >= kFewSections ? node.iz : node.iy) % kPiece;
-    return place == 0 || place == kPiece - 1;
-  }
+  int PieceOf(const Node& node) const noexcept { return AcrossPieces(node) / kPiece; }
+  // Whether neighbours of the node may lie in the piece before its own, and in the one after it.
+  bool IsFirstOfPiece(const Node& node) const noexcept { return AcrossPieces(node) % kPiece == 0; }
+  bool IsLastOfPiece(const Node& node) const noexcept { return AcrossPieces(node) % kPiece == kPiece - 1; }
 
   bool Has(int index) const noexcept { return index >= 0 && index < NodeCount(); }
 
@@ -79,10 +77,15 @@ class Box {
     return node.index + offset.dx + offset.dy * std::int64_t{nx_} + offset.dz * nxy_;
   }
 
+  // Whether the node has all its neighbours.
+  bool IsInner(const Node& node) const noexcept {
+    return node.ix > 0 && node.ix < nx_ - 1 && node.iy > 0 && node.iy < ny_ - 1 && node.iz > 0 && node.iz < nz_ - 1;
+  }
+
   // Calls body(neighbour) for the neighbours of a node that lie in the box, in their order.
   template <Connectivity kConnectivity, typename Body>
   void ForNeighbors(const Node& node, const Body& body) const noexcept {
-    if (node.ix > 0 && node.ix < nx_ - 1 && node.iy > 0 && node.iy < ny_ - 1 && node.iz > 0 && node.iz < nz_ - 1) {
+    if (IsInner(node)) {
       ForNeighbors<kConnectivity, false>(node, body, std::make_index_sequence<kMostNeighbors>());
     } else {
       ForNeighbors<kConnectivity, true>(node, body, std::make_index_sequence<kMostNeighbors>());
@@ -105,6 +108,8 @@ class Box {
     }
   }
 
+  int AcrossPieces(const Node& node) const noexcept { return nz_ >= kFewSections ? node.iz : node.iy; }
+
   static constexpr int kPiece = 32;
   static constexpr int kFewSections = 64;
 
@@ -119,11 +124,8 @@ class Front {
  public:
   int Allocate(int capacity) noexcept { return nodes_.Allocate(static_cast<std::size_t>(capacity)); }
 
-  // Doubles a table that is full: a caller may have given too small a capacity. A failure is kept.
   void Append(const Node& node) noexcept {
-    if (status_ != 0) return;
-    if (size_ == nodes_.size() && (status_ = nodes_.Enlarge(2 * size_)) != 0) return;
-    nodes_[size_++] = node;
+    if (size_ < nodes_.size() || Grow()) nodes_[size_++] = node;
   }
 
   void Clear() noexcept { size_ = 0; }
@@ -133,6 +135,12 @@ class Front {
   const Node* end() const noexcept { return nodes_.begin() + size_; }
 
  private:
+  // Doubles a table that is full: a caller may have given too small a capacity. A failure is kept.
+  [[gnu::noinline]] bool Grow() noexcept {
+    if (status_ == 0) status_ = nodes_.Enlarge(2 * size_);
+    return status_ == 0;
+  }
+
   Buffer<Node> nodes_;
   std::size_t size_ = 0;
   int status_ = 0;
@@ -140,7 +148,7 @@ class Front {
 
 // Finds the nodes at one distance after those at another. The grid is cut across its last axis that has room, and each
 // thread has every so many-th piece: it alone writes distances there, so that no two threads write the same lines of the
-// caches, and hands nodes beyond to the thread that has the next piece up or down.
+// caches. Nodes at the ends of a piece are shown to the threads that have the pieces beyond.
 template <Connectivity kConnectivity>
 class DistanceSearch {
  public:
@@ -156,7 +164,7 @@ class DistanceSearch {
       status = share.found[0].Allocate(thread == 0 ? std::max(frontCapacity, nstart) : kFirst);
       if (status == 0) status = share.found[1].Allocate(thread == 0 ? frontCapacity : kFirst);
       for (int parity = 0; parity < 2 && nscratch > 1; ++parity) {
-        for (int side = 0; side < 2 && status == 0; ++side) status = share.handed[parity][side].Allocate(kFirst);
+        for (int side = 0; side < 2 && status == 0; ++side) status = share.shown[parity][side].Allocate(kFirst);
       }
     }
     return status;
@@ -171,29 +179,30 @@ class DistanceSearch {
       distance_[start[i]] = 0;
       own.found[0].Append(node);
     }
-    own.Close(0);
+    own.Close(0, box_, team);
     std::int64_t ndone = 0;
     for (int level = 1;; ++level) {
       if (team > 1) rendezvous_.Await(team);
-      const int now = (level - 1) % 2, then = level % 2;
+      const int last = (level - 1) % 2;
       std::ptrdiff_t count = 0;
       for (int t = 0; t < team; ++t) {
-        if (shares_[t].status[now] != 0) return;
-        count += shares_[t].count[now];
+        if (shares_[t].status[last] != 0) return;
+        count += shares_[t].count[last];
       }
       if (count == 0) return;
-      own.Open(then);
+      own.Open(level % 2);
       if (thread == 0 && !progress_.GoesOn(true, std::min(ndone, ninside), ninside)) {
-        own.status[then] = kAborted;
+        own.status[level % 2] = kAborted;
         continue;
       }
       ndone += count;
+      Front& next = own.found[level % 2];
+      GoOn(own.found[last], team > 1, level, next);
       if (team > 1) {
-        Take(shares_[(thread + team - 1) % team].handed[now][kUp], level - 1, own.found[now]);
-        Take(shares_[(thread + 1) % team].handed[now][kDown], level - 1, own.found[now]);
+        GoOnBeyond(shares_[(thread + team - 1) % team].shown[last][kUp], level, next);
+        GoOnBeyond(shares_[(thread + 1) % team].shown[last][kDown], level, next);
       }
-      GoOn(own.found[now], team > 1, level, own.found[then], own.handed[then]);
-      own.Close(then);
+      own.Close(level % 2, box_, team);
     }
   }
 
@@ -213,58 +222,72 @@ class DistanceSearch {
   // What a thread has found, by even and odd distances. The others read of it what it gives when it closes it.
   struct Share {
     Front found[2];
-    Front handed[2][2];  // to each side
+    Front shown[2][2];  // of those found, the ones at each side's ends of pieces
     std::ptrdiff_t count[2] = {};
     int status[2] = {};
 
     void Open(int parity) noexcept {
       found[parity].Clear();
-      for (Front& side : handed[parity]) side.Clear();
+      for (Front& side : shown[parity]) side.Clear();
     }
-    void Close(int parity) noexcept {
+    void Close(int parity, const Box& box, int team) noexcept {
       count[parity] = found[parity].size();
-      for (const Front* front : {&found[0], &found[1], &handed[parity][0], &handed[parity][1]}) {
+      for (const Node* node = found[parity].begin(); team > 1 && node != found[parity].end(); ++node) {
+        if (box.IsFirstOfPiece(*node)) shown[parity][kDown].Append(*node);
+        if (box.IsLastOfPiece(*node)) shown[parity][kUp].Append(*node);
+      }
+      for (const Front* front : {&found[parity], &shown[parity][kDown], &shown[parity][kUp]}) {
         if (status[parity] == 0) status[parity] = front->status();
       }
-      for (const Front& side : handed[parity]) count[parity] += side.size();
     }
   };
 
-  // Of the nodes that another thread came to, those that are new.
-  void Take(const Front& handed, int level, Front& found) noexcept {
-    for (const Node& node : handed) {
-      if (distance_[node.index] != -1) continue;
-      distance_[node.index] = level;
-      found.Append(node);
-    }
-  }
-
-  void GoOn(const Front& found, bool shared, int level, Front& next, Front (&handed)[2]) noexcept {
-    const Box box = box_;
-    int* const distance = distance_;
-    const auto find = [distance, level, &next](const Node& neighbor) noexcept {
-      if (distance[neighbor.index] != -1) return;
-      distance[neighbor.index] = level;
-      next.Append(neighbor);
+  // From a thread's own nodes to others in its pieces.
+  void GoOn(const Front& found, bool shared, int level, Front& next) const noexcept {
+    struct Step {
+      std::ptrdiff_t by;
+      Offset offset;
     };
+    Step steps[kMostNeighbors];
+    int nstep = 0;
+    for (const Offset& offset : kOffsets) {
+      if (AreNeighbors(kConnectivity, offset)) steps[nstep++] = {box_.NeighborIndex({0, 0, 0, 0}, offset), offset};
+    }
+    int* const distance = distance_;
     for (const Node& node : found) {
-      if (!shared || !box.IsAtEndOfPiece(node)) {
-        box.template ForNeighbors<kConnectivity>(node, find);
+      const bool atEnd = shared && (box_.IsFirstOfPiece(node) || box_.IsLastOfPiece(node));
+      if (!atEnd && box_.IsInner(node)) {
+        int* const here = distance + node.index;
+        for (int k = 0; k < nstep; ++k) {
+          const auto& [by, offset] = steps[k];
+          if (here[by] != -1) continue;
+          here[by] = level;
+          next.Append(
+              {static_cast<int>(node.index + by), node.ix + offset.dx, node.iy + offset.dy, node.iz + offset.dz});
+        }
         continue;
       }
-      box.template ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {
-        const int apart = box.PieceOf(neighbor) - box.PieceOf(node);
-        if (apart == 0) {
-          find(neighbor);
-        } else {
-          handed[apart > 0 ? kUp : kDown].Append(neighbor);
-        }
+      box_.template ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {
+        if (distance[neighbor.index] != -1 || (atEnd && box_.PieceOf(neighbor) != box_.PieceOf(node))) return;
+        distance[neighbor.index] = level;
+        next.Append(neighbor);
       });
     }
   }
 
-  const Box& box_;
-  int* distance_;
+  // From nodes at the ends of others' pieces.
+  void GoOnBeyond(const Front& shown, int level, Front& next) const noexcept {
+    for (const Node& node : shown) {
+      box_.template ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {
+        if (distance_[neighbor.index] != -1 || box_.PieceOf(neighbor) == box_.PieceOf(node)) return;
+        distance_[neighbor.index] = level;
+        next.Append(neighbor);
+      });
+    }
+  }
+
+  const Box box_;
+  int* const distance_;
   const Progress& progress_;
   ObjectArray<Share> shares_;
   Rendezvous rendezvous_;
