@@ -6,6 +6,8 @@
 #include <array>
 #include <cmath>
 #include <memory>
+#include <optional>
+#include <tuple>
 
 #include "arrays.hpp"
 #include "bindings.hpp"
@@ -43,6 +45,10 @@ void RaiseFor(const PlaceProblem& problem) {
   PyErr_SetObject(PyExc_ValueError, arguments.ptr());
   throw py::error_already_set();
 }
+
+// By target: the number of its data, their weights, and which they are. The last two have as many columns as the most data
+// of a target.
+using Weights = std::optional<std::tuple<Array<int>, Array<double>, Array<int>>>;
 
 // Data and a model, ready for any number of calls.
 class Kriging {
@@ -86,20 +92,21 @@ class Kriging {
   py::tuple OnGrid(const py::tuple& grid, const std::array<int, 3>& first, const std::array<int, 3>& extent,
                    const MaybeArray<unsigned char>& mask, const MaybeArray<double>& means,
                    const MaybeArray<double>& covariates, Array<double> estimate, Array<double> variance, int nthreads,
-                   const py::object& progress) const {
+                   const py::object& progress, const Weights& weights) const {
     PlaceKrigingTargets targets;
     targets.places.grid = GridOf(grid, true);
     std::copy(first.begin(), first.end(), targets.places.first);
     std::copy(extent.begin(), extent.end(), targets.places.extent);
-    return At(targets, mask, means, covariates, estimate, variance, nthreads, progress);
+    return At(targets, mask, means, covariates, estimate, variance, nthreads, progress, weights);
   }
 
   py::tuple AtPlaces(const Array<double>& places, const MaybeArray<double>& means, const MaybeArray<double>& covariates,
-                     Array<double> estimate, Array<double> variance, int nthreads, const py::object& progress) const {
+                     Array<double> estimate, Array<double> variance, int nthreads, const py::object& progress,
+                     const Weights& weights) const {
     PlaceKrigingTargets targets;
     targets.places.nlist = places.shape(0);
     targets.places.list = Sized(places, targets.places.nlist * dimension_, "places").data();
-    return At(targets, {}, means, covariates, estimate, variance, nthreads, progress);
+    return At(targets, {}, means, covariates, estimate, variance, nthreads, progress, weights);
   }
 
   // Kriges each datum from those of other folds, or from all others.
@@ -134,7 +141,7 @@ class Kriging {
 
   py::tuple At(PlaceKrigingTargets& targets, const MaybeArray<unsigned char>& mask, const MaybeArray<double>& means,
                const MaybeArray<double>& covariates, Array<double>& estimate, Array<double>& variance, int nthreads,
-               const py::object& progress) const {
+               const py::object& progress, const Weights& weights) const {
     targets.places.dimension = dimension_;
     const std::int64_t count = targets.places.count();
     targets.places.mask = DataOrNull(mask, count, "mask");
@@ -145,6 +152,16 @@ class Kriging {
     Sized(variance, count, "variance");
     results.estimate = estimate.mutable_data();
     results.variance = variance.mutable_data();
+    if (weights) {
+      auto [ndata, table, rows] = *weights;
+      results.nweight = static_cast<int>(table.shape(1));
+      Sized(ndata, count, "the numbers of data");
+      Sized(table, count * results.nweight, "weights");
+      Sized(rows, count * results.nweight, "the data of weights");
+      results.ndata = ndata.mutable_data();
+      results.weights = table.mutable_data();
+      results.weightData = rows.mutable_data();
+    }
     return Watched(progress, [&](const Progress& shown, PlaceKrigingReport* report, PlaceProblem* problem) {
       return kriging_.Krige(targets, results, Dealing::Threads(nthreads), shown, report, problem);
     });
@@ -170,10 +187,11 @@ void BindPlaceKriging(py::module_& module) {
           py::arg("block"), py::arg("threads"), py::arg("progress") = py::none())
       .def("on_grid", &Kriging::OnGrid, py::arg("grid"), py::arg("first"), py::arg("extent"),
            py::arg("mask").noconvert(), py::arg("means").noconvert(), py::arg("covariates").noconvert(),
-           py::arg("estimate").noconvert(), py::arg("variance").noconvert(), py::arg("threads"), py::arg("progress"))
+           py::arg("estimate").noconvert(), py::arg("variance").noconvert(), py::arg("threads"), py::arg("progress"),
+           py::arg("weights").noconvert() = py::none())
       .def("at_places", &Kriging::AtPlaces, py::arg("places").noconvert(), py::arg("means").noconvert(),
            py::arg("covariates").noconvert(), py::arg("estimate").noconvert(), py::arg("variance").noconvert(),
-           py::arg("threads"), py::arg("progress"))
+           py::arg("threads"), py::arg("progress"), py::arg("weights").noconvert() = py::none())
       .def("leave_out", &Kriging::LeaveOut, py::arg("start").noconvert(), py::arg("member").noconvert(),
            py::arg("estimate").noconvert(), py::arg("variance").noconvert(), py::arg("threads"), py::arg("progress"));
 }

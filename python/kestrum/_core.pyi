@@ -20,6 +20,7 @@ _VtkHeader = tuple[tuple[int, int, int], _Three, _Three, bool, bool, list[tuple[
 _Floats = NDArray[np.float64]
 _Mask = NDArray[np.uint8]
 _Progress = Callable[[float], object] | None
+_Weights = tuple[NDArray[np.int32], _Floats, NDArray[np.int32]]  # by target: number of data, their weights, which they are
 
 class Model:
     """rows: (type, sill, across, along, vertical, shape) for each structure; numbers, or arrays in node order."""
@@ -35,9 +36,9 @@ class PlaceKriging:
                  progress: _Progress = ...) -> None: ...
     def on_grid(self, grid: _Grid, first: tuple[int, int, int], extent: tuple[int, int, int], mask: _Mask | None,
                 means: _Floats | None, covariates: _Floats | None, estimate: _Floats, variance: _Floats, threads: int,
-                progress: _Progress) -> tuple[int, int, int, int]: ...
+                progress: _Progress, weights: _Weights | None = None) -> tuple[int, int, int, int]: ...
     def at_places(self, places: _Floats, means: _Floats | None, covariates: _Floats | None, estimate: _Floats,
-                  variance: _Floats, threads: int, progress: _Progress) -> tuple[int, int, int, int]: ...
+                  variance: _Floats, threads: int, progress: _Progress, weights: _Weights | None = None) -> tuple[int, int, int, int]: ...
     def leave_out(self, start: NDArray[np.int32] | None, member: NDArray[np.int32] | None, estimate: _Floats,
                   variance: _Floats, threads: int, progress: _Progress) -> tuple[int, int, int, int]:
         """Each datum from those of other folds, or from all others: the data member[start[f]:start[f + 1]] are a fold."""

@@ -60,7 +60,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
           block: int | Sequence[int] | None = None, mask: ArrayLike | None = None, snap: bool = False,
           solver: Literal["cholesky", "gmres"] = "cholesky", threads: int | None = None,
           progress: bool | Callable[[float], object] = False, chunks: Mapping[str, int | Literal["auto"]] | int | Literal["auto"] | None = None,
-          dtype: Literal["float64", "float32"] = "float64") -> xr.Dataset:
+          dtype: Literal["float64", "float32"] = "float64", weights: bool = False) -> xr.Dataset:
     """Kriging: the best linear unbiased estimate from data, and the variance of its error.
 
     Parameters
@@ -104,13 +104,23 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
         takes one thread by default; places without data are NaN without a warning, and `progress` shows nothing: Dask has
         bars of its own.
     dtype : {"float64", "float32"}
-        Type of the result; float32 is the rounded float64 result.
+        Type of estimate and variance; float32 is the rounded float64 result.
+    weights : bool
+        Whether to give the weight of each datum at each place, also with drifts and blocks. Takes 20 bytes a place and
+        neighbor while it works. The estimate on a grid is to the last bit that of a list of its cells then.
 
     Returns
     -------
     xarray.Dataset
         ``estimate`` and ``variance`` on the grid, or along the dimension "point". A place without data in reach is NaN in
         ordinary kriging, and has the mean and the sill in simple kriging; a warning counts those.
+
+        With ``weights=True`` also ``data``, how many data a place's system has (0 where the mask leaves out), and along a
+        further dimension "neighbor", as long as a place can have data, ``weights`` and ``weight_data``: the rows of the
+        data in the arguments of `Points`, in the order of the points. Where a place has fewer data, or no estimate, they are NaN
+        and -1. In ordinary kriging the weights sum to 1, and the estimate is the sum of weight times value, as it is with a
+        drift. In simple kriging it is the mean plus the sum of weight times (value - mean), with the mean at the place
+        and those at the data.
 
     Raises
     ------
@@ -130,6 +140,12 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     >>> result = ks.krige(points, ks.Spherical(1.0, range=8), ks.Grid(10, 10), neighbors=3)
     >>> result.estimate.sel(x=8, y=3, method="nearest").item() > result.estimate.mean().item()
     True
+
+    What each datum counts at a place:
+
+    >>> there = ks.krige(points, ks.Spherical(1.0, range=8), [[3.0, 3.0]], neighbors=2, weights=True)
+    >>> there.weights.values.round(2), there.weight_data.values
+    (array([[0.6, 0.4]]), array([[0, 2]]))
     """
     require_numbers("points", points, "mean. Kriging needs numbers.")
     require_model(model)
@@ -142,8 +158,16 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     cells = _block(block, target)
     _door.flag("snap", snap)
     kind = np.dtype(_door.choice("dtype", dtype, ("float64", "float32")))
+    _door.flag("weights", weights)
+    if weights:
+        _require_weighing(solver, snap, chunks)
+    columns = min(neighbors or len(points), len(points)) if weights else 0
     if chunks is None:
-        _memory.require(kriging_bytes(target, kind, mask is not None, mean, drift, solver), f"a result at {target.count:,} places",
+        size = kriging_bytes(target, kind, mask is not None, mean, drift, solver, columns)
+        if weights:
+            _memory.require(size, f"the weights of {columns:,} data at {target.count:,} places",
+                            f"Give {'fewer neighbors' if neighbors else 'neighbors='}, or fewer targets.")
+        _memory.require(size, f"a result at {target.count:,} places",
                         "Take larger cells, or a part of the grid, or dtype='float32', or make it in tiles by chunks=.")
     sizes = None if chunks is None else _chunks(chunks, target, solver)
     taken = target.mask(mask)
@@ -168,6 +192,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     if sizes is not None and task is not None:
         return target.labelled(_tiles(task, points, sizes, taken, known.fields), attributes, general)
     estimate, variance = np.empty(target.count, kind), np.empty(target.count, kind)
+    tables = (np.empty(target.count, np.int32), np.empty((target.count, columns)), np.empty((target.count, columns), np.int32)) if weights else None
     with systems_told(len(points), neighbors), _progress.shown(progress, "kriging") as report:
         if task is None:
             doubles = np.empty((2, target.count))
@@ -178,7 +203,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
                 estimate[:], variance[:] = doubles
         else:
             try:
-                counts, far = task.krige_all(task.build(), taken, known.fields, estimate, variance, report)
+                counts, far = task.krige_all(task.build(), taken, known.fields, estimate, variance, report, tables)
             except ValueError as error:
                 raise _refused(error, model, target, points) from None
             if counts[2] and _is_vast(task):
@@ -190,7 +215,41 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
         # Places without data have the sill, too, but not for the range. The solver gmres does not count them.
         far = 0 if task is None else far - lonely
     _warn_if_uncorrelated(model, far, total, known, cells)
-    return target.dataset({"estimate": estimate, "variance": variance}, attributes, general)
+    result = target.dataset({"estimate": estimate, "variance": variance}, attributes, general)
+    return result if tables is None else result.assign(_weight_variables(tables, points, target))
+
+
+def _require_weighing(solver: str, snap: bool, chunks: object) -> None:
+    """Refuses weights where there are none."""
+    if solver == "gmres":
+        raise ArgumentError("solver 'gmres' gives no weights. Leave weights or solver out.")
+    if snap:
+        raise ArgumentError("weights are those of single data, but snap=True averages the data of a cell. Leave weights or snap out.")
+    if chunks is not None:
+        raise ArgumentError("weights are not made in chunks. Leave chunks out and krige parts of the grid one after the other, or leave weights out.")
+
+
+# By target: the number of its data, their weights, and which they are.
+_Tables = tuple[NDArray[np.int32], Floats, NDArray[np.int32]]
+
+
+def _weight_variables(tables: _Tables, points: Points, target: Target) -> dict[str, Any]:
+    """The tables as variables of the result, in its order."""
+    count, weights, numbers = tables
+    flips = target._flips() if target.grid is not None else (slice(None),)
+    dims = target.grid.dims if target.grid is not None else ("point",)
+    given = np.append(points._given_rows(np.arange(len(points), dtype=np.intp)), -1)  # the last serves for no datum
+
+    def rows() -> NDArray[np.intp]:
+        np.putmask(weights, numbers < 0, np.nan)
+        return np.asarray(given[numbers])
+
+    def shaped(table: NDArray[Any]) -> NDArray[Any]:
+        return table.reshape(*target.shape, table.shape[1])[flips]
+
+    return {"data": (dims, count.reshape(target.shape)[flips], {"long_name": f"number of data of {points.name}"}),
+            "weights": ((*dims, "neighbor"), shaped(weights), {"long_name": f"kriging weights of {points.name}"}),
+            "weight_data": ((*dims, "neighbor"), shaped(watched(numbers.size, rows)), {"long_name": f"rows of {points.name} that weights belong to"})}
 
 
 # Cells that are kriged at a time where results are rounded, or fields are copied.
@@ -204,16 +263,17 @@ def _axis_and_rows(shape: tuple[int, ...]) -> tuple[int, int]:
     return axis, min(shape[axis], max(1, _WINDOW // max(1, others)))
 
 
-def kriging_bytes(target: Target, kind: Any, masked: bool, mean: Any, drift: Any, solver: str) -> int:
-    """What a map takes in memory, result and all, beyond its arguments."""
+def kriging_bytes(target: Target, kind: Any, masked: bool, mean: Any, drift: Any, solver: str, columns: int = 0) -> int:
+    """What a map takes in memory, result and all, beyond its arguments. columns: of its weights, 0 without."""
     fields = [pair[1] for pair in drift.values() if isinstance(pair, (tuple, list)) and len(pair) == 2] if isinstance(drift, Mapping) else [mean] if _door.naxes("mean", mean) > 0 else []
     raw = [field.data if _door.is_xarray(field) else field for field in fields]
     copied = sum(not isinstance(field, np.ndarray) or field.dtype != np.float64 for field in raw)
     axis, rows = _axis_and_rows(target.shape)
-    window = target.count if solver == "gmres" else target.count // max(1, target.shape[axis]) * rows
+    window = target.count if solver == "gmres" or columns else target.count // max(1, target.shape[axis]) * rows
     doubles = 16 if kind != np.float64 or fields or solver == "gmres" else 0
     result = target.count * (2 * kind.itemsize + masked + 8 * copied) + window * (doubles + 8 * len(fields) + 3)
-    return int(max(result, 11 * target.count * masked))  # a mask is numbers at first
+    tables = target.count * (4 + 20 * columns) if columns else 0
+    return int(max(result + tables, 11 * target.count * masked))  # a mask is numbers at first
 
 
 def _some_places(target: Target, mask: Any) -> Floats:
@@ -293,13 +353,15 @@ class _Task:
                                   self.mean, self.cells, self.threads, report)
 
     def krige_all(self, kriging: _core.PlaceKriging, mask: NDArray[np.uint8] | None, fields: tuple[Floats, ...], estimate: NDArray[Any],
-                  variance: NDArray[Any], report: Any) -> tuple[list[int], int]:
+                  variance: NDArray[Any], report: Any, tables: _Tables | None) -> tuple[list[int], int]:
         """Kriges all targets. Gives counts of what went wrong, and how many are far from all data."""
         shape = self.target.shape
         if estimate.dtype == np.float64 and not fields:
-            whole = self.krige(kriging, ((0,) * len(shape), shape), mask, None, estimate, variance, report)
+            whole = self.krige(kriging, ((0,) * len(shape), shape), mask, None, estimate, variance, report, tables)
             return list(whole), _count_far(self.model, variance)
         axis, rows = _axis_and_rows(shape)
+        if tables is not None:
+            rows = shape[axis]  # all that windows spare is little beside the tables
         counts, far = np.zeros(4, np.int64), 0
         doubles = np.empty((2, math.prod(shape[:axis]) * rows * math.prod(shape[axis + 1:])))
         for first in range(0, shape[axis], rows):
@@ -311,7 +373,7 @@ class _Task:
             at_targets = _at_targets(tuple(field.reshape(shape)[window] for field in fields), self.degree < 0) if fields else None
             taken = None if mask is None else np.ascontiguousarray(mask.reshape(shape)[window])
             counts += self.krige(kriging, (begin, extent), taken, at_targets, found[0], found[1],
-                                 _progress.part(report, first / shape[axis], end / shape[axis]))
+                                 _progress.part(report, first / shape[axis], end / shape[axis]), tables)
             far += _count_far(self.model, found[1])
             with np.errstate(over="ignore"):
                 for result, values in zip((estimate, variance), found):
@@ -320,17 +382,17 @@ class _Task:
 
     def krige(self, kriging: _core.PlaceKriging, window: tuple[tuple[int, ...], tuple[int, ...]],
               mask: NDArray[np.uint8] | None, at_targets: Floats | None, estimate: Floats, variance: Floats,
-              report: Any) -> tuple[int, int, int, int]:
-        """Kriges a window, (first, extent) along z, y, x or of the places."""
+              report: Any, tables: _Tables | None = None) -> tuple[int, int, int, int]:
+        """Kriges a window, (first, extent) along z, y, x or of the places. tables: of the window, too."""
         means, covariates = (at_targets, None) if self.degree < 0 else (None, at_targets)
         begin, shape = window
         if self.target.places is not None:
             first, extent = begin[0], shape[0]
-            return kriging.at_places(self.target.places[first:first + extent], means, covariates, estimate, variance, self.threads, report)
+            return kriging.at_places(self.target.places[first:first + extent], means, covariates, estimate, variance, self.threads, report, tables)
         assert self.target.grid is not None and self.target.numbers is not None
         x, y, z = (*begin[::-1], 0)[:3]
         nx, ny, nz = (*shape[::-1], 1)[:3]
-        return kriging.on_grid(self.target.numbers, (x, y, z), (nx, ny, nz), mask, means, covariates, estimate, variance, self.threads, report)
+        return kriging.on_grid(self.target.numbers, (x, y, z), (nx, ny, nz), mask, means, covariates, estimate, variance, self.threads, report, tables)
 
 
 def _prepared(points: Points, model: CovModel, target: Target, neighbors: int | None, radii: tuple[float, float, float] | None,

@@ -30,7 +30,7 @@ def model_of(dimension=2):
 
 
 def dense(points, model, places, neighbors=None, radius=None, mean=None, terms=None, errors=None, covariates=None, blocks=None):
-    """Estimate and variance by one dense system for each place."""
+    """Estimate, variance and weights of all data by one dense system for each place."""
     at, z = points.coordinates, points.values
     dimension = at.shape[1]
     ranges = np.array(model.structures[-1].range)[:dimension]
@@ -40,6 +40,7 @@ def dense(points, model, places, neighbors=None, radius=None, mean=None, terms=N
     smooth = ks.CovModel._of(tuple(s for s in model.structures if s.type != "Nugget"), model._angles)
     drift = lambda p: np.column_stack([term(p) for term in terms])  # noqa: E731
     estimate, variance = np.full(len(places), np.nan), np.full(len(places), np.nan)
+    table = np.zeros((len(places), len(at)))
     for i, place in enumerate(places):
         lags = (at - place) @ axes.T
         h = np.sqrt(((lags / ranges) ** 2).sum(axis=1))
@@ -60,7 +61,7 @@ def dense(points, model, places, neighbors=None, radius=None, mean=None, terms=N
             right = smooth.covariance((at[use, None] - parts).reshape(-1, dimension)).reshape(n, -1).mean(axis=1)
             own = smooth.covariance((parts[:, None] - parts).reshape(-1, dimension)).mean()
         if mean is not None:
-            weights = np.linalg.solve(matrix, right)
+            table[i, use] = weights = np.linalg.solve(matrix, right)
             estimate[i] = mean + weights @ (z[use] - mean)
             variance[i] = own - weights @ right
             continue
@@ -71,9 +72,10 @@ def dense(points, model, places, neighbors=None, radius=None, mean=None, terms=N
             f, g = np.column_stack((f, covariates[0][use])), np.append(g, covariates[1][i])
         m = f.shape[1]
         solution = np.linalg.solve(np.block([[matrix, f], [f.T, np.zeros((m, m))]]), np.concatenate((right, g)))
+        table[i, use] = solution[:n]
         estimate[i] = solution[:n] @ z[use]
         variance[i] = own - solution @ np.concatenate((right, g))
-    return estimate, variance
+    return estimate, variance, table
 
 
 LINEAR = [lambda p: np.ones(len(p)), lambda p: p[:, 0], lambda p: p[:, 1]]
@@ -101,19 +103,62 @@ def test_against_dense_systems(name):
     options, reference = CASES[name]
     points, model = scattered(), model_of()
     result = ks.krige(points, model, GRID, **options)
-    estimate, variance = dense(points, model, centres(GRID), **reference)
+    estimate, variance, weights = dense(points, model, centres(GRID), **reference)
     np.testing.assert_allclose(result.estimate.values.ravel(), estimate, rtol=1e-9)
     np.testing.assert_allclose(result.variance.values.ravel(), variance, rtol=1e-8)
     assert result.estimate.dims == ("y", "x") and np.array_equal(result.x, GRID.coords["x"])
     if not {"drift", "block"} & set(options):
         there = ks.krige(points, model, centres(GRID), **options)
         assert there.estimate.dims == ("point",) and np.array_equal(there.estimate.values, result.estimate.values.ravel())
+    weighed = ks.krige(points, model, GRID, weights=True, **options)
+    assert weighed[["estimate", "variance"]].identical(result)
+    assert weighed.weights.dims == weighed.weight_data.dims == ("y", "x", "neighbor") and weighed.sizes["neighbor"] == options.get("neighbors", 40)
+    assert weighed["data"].dtype == np.int32 and np.array_equal(weighed["data"].values.ravel(), np.count_nonzero(weights, axis=1))
+    there = np.arange(weighed.sizes["neighbor"]) < weighed["data"].values[..., None]
+    assert np.array_equal(weighed.weight_data >= 0, there) and np.array_equal(weighed.weights.notnull(), there) and weighed.weight_data.min() >= -1
+    table = np.zeros((63, 41))  # the last column takes what belongs to no datum
+    np.put_along_axis(table, weighed.weight_data.values.reshape(63, -1), weighed.weights.values.reshape(63, -1), 1)
+    np.testing.assert_allclose(table[:, :-1], weights, rtol=0.0, atol=1e-10)
+    mean, served = options.get("mean", 0.0), there.any(axis=2).ravel()
+    np.testing.assert_allclose((mean + table[:, :-1] @ (points.values - mean))[served], weighed.estimate.values.ravel()[served], rtol=1e-12)
+    if mean == 0.0:
+        np.testing.assert_allclose(table[served, :-1].sum(axis=1), 1.0, rtol=1e-12)
+
+
+def test_weights_are_of_given_rows_in_the_order_of_the_result():
+    places, values = scattered().coordinates, np.array(scattered().values)
+    values[[0, 7, 20]] = np.nan
+    with pytest.warns(ks.KestrumWarning, match="3 of 40 rows"):
+        points = ks.Points(places, values)
+    means, mask = 18.0 + 0.1 * np.arange(63).reshape(7, 9), np.arange(63).reshape(7, 9) % 3 != 0
+    down = GRID.to_xarray(means).isel(y=slice(None, None, -1))
+    options = dict(mean=down, mask=mask[::-1], neighbors=9, radius=45.0, weights=True)
+    result, rounded = ks.krige(points, model_of(), down, **options), ks.krige(points, model_of(), down, dtype="float32", **options)
+    column, row = np.clip((places - (2.0, 5.0)) // (11.0, 13.0), 0, (8, 6)).astype(int).T
+    rest = values - means[row, column]
+    # The sum leaves out what belongs to no datum, but no datum that has no value.
+    terms = np.where(result.weight_data >= 0, result.weights * rest[result.weight_data.values], 0.0)
+    np.testing.assert_allclose((down + terms.sum(axis=2)).values[mask[::-1]], result.estimate.values[mask[::-1]], rtol=1e-12)
+    assert (result["data"].values[~mask[::-1]] == 0).all() and (result.weight_data.values[~mask[::-1]] == -1).all()
+    assert rounded.drop_vars(("estimate", "variance")).identical(result.drop_vars(("estimate", "variance")))
+    there = ks.krige(points, model_of(), centres(GRID)[mask.ravel()], **{**options, "mean": 0.0, "mask": None})
+    assert there.weights.dims == ("point", "neighbor")
+    for name in ("data", "weights", "weight_data"):
+        np.testing.assert_array_equal(there[name].values, result[name].values[::-1][mask])
+
+
+def test_weights_where_grids_are_kriged_by_cells():
+    points, model, grid = scattered(2000), model_of(), ks.Grid(30, 20, dx=3.0, dy=4.0)
+    weighed = ks.krige(points, model, grid, neighbors=8, weights=True)
+    assert np.array_equal(weighed.estimate.values.ravel(), ks.krige(points, model, centres(grid), neighbors=8).estimate)
+    np.testing.assert_allclose(weighed.estimate, ks.krige(points, model, grid, neighbors=8).estimate, rtol=1e-12)
+    np.testing.assert_allclose((weighed.weights * points.values[weighed.weight_data.values]).sum("neighbor"), weighed.estimate, rtol=1e-12)
 
 
 def test_errors_of_measurement_are_filtered():
     points, model = scattered(), model_of()
     noisy = ks.Points(points.coordinates, points.values, error_variance=ERRORS)
-    estimate, variance = dense(points, model, centres(GRID), errors=ERRORS)
+    estimate, variance, _ = dense(points, model, centres(GRID), errors=ERRORS)
     result = ks.krige(noisy, model, GRID)
     np.testing.assert_allclose(result.estimate.values.ravel(), estimate, rtol=1e-9)
     np.testing.assert_allclose(result.variance.values.ravel(), variance, rtol=1e-8)
@@ -122,7 +167,7 @@ def test_errors_of_measurement_are_filtered():
 def test_three_dimensions():
     points, model = scattered(50, 3), model_of(3)
     result = ks.krige(points, model, GRID3, neighbors=12)
-    estimate, variance = dense(points, model, centres(GRID3), neighbors=12)
+    estimate, variance, _ = dense(points, model, centres(GRID3), neighbors=12)
     assert result.estimate.dims == ("z", "y", "x")
     np.testing.assert_allclose(result.estimate.values.ravel(), estimate, rtol=1e-9)
     np.testing.assert_allclose(result.variance.values.ravel(), variance, rtol=1e-8)
@@ -317,6 +362,7 @@ def test_smooth_models_without_a_nugget_leave_data_out(model):
         return np.sin(at[:, 0] / 20.0) + np.cos(at[:, 1] / 25.0)
 
     with pytest.warns(ks.KestrumWarning, match="follow from others"):
-        result = ks.krige(ks.Points(places, field(places)), model, targets)
+        result = ks.krige(ks.Points(places, field(places)), model, targets, weights=True)
     assert np.abs(result.estimate - field(targets)).max() < 1e-3
     assert ((result.variance >= 0.0) & (result.variance < 1e-5)).all()
+    assert (result.weights == 0.0).any() and (result["data"] == 600).all()
