@@ -15,21 +15,29 @@ using kestrum::Dealing;
 
 const kestrum::Progress kQuiet{nullptr, nullptr};
 
-// Uniform data over a grid.
+// Data over a grid: uniform, or in clusters that are narrower than a cell of it. The grid may be wider than the data.
 struct Workload {
   std::vector<double> x, y, z;
   kestrum::PlaceTargets targets;
 
-  Workload(int ndata, int nx, int ny, int nz) {
+  Workload(int ndata, int nx, int ny, int nz, int width = 1, int nclusters = 0) {
     std::mt19937 generator(1);
     std::uniform_real_distribution<double> uniform(0.0, 1.0);
-    for (int i = 0; i < ndata; ++i) {
-      x.push_back(nx * uniform(generator));
-      y.push_back(ny * uniform(generator));
-      z.push_back(nz > 1 ? nz * uniform(generator) : 0.0);
+    const auto draw = [&](std::size_t i, std::vector<double>& c, double extent) {
+      const auto cluster = static_cast<std::size_t>(nclusters);
+      const double drawn = uniform(generator);
+      c.push_back(nclusters > 0 && i >= cluster ? c[i % cluster] + 0.1 * drawn : extent * drawn);
+    };
+    for (std::size_t i = 0; i < static_cast<std::size_t>(ndata); ++i) {
+      draw(i, x, nx);
+      draw(i, y, ny);
+      if (nz > 1) draw(i, z, nz);
     }
+    z.resize(x.size());
     targets.grid = {};
-    targets.grid.sx = targets.grid.sy = targets.grid.sz = 1.0;
+    targets.grid.sx = targets.grid.sy = targets.grid.sz = width;
+    targets.grid.ox = -0.5 * (width - 1) * nx;
+    targets.grid.oy = -0.5 * (width - 1) * ny;
     targets.grid.nx = nx;
     targets.grid.ny = ny;
     targets.grid.nz = nz;
@@ -64,7 +72,7 @@ void Search(benchmark::State& state) {
     nset = ncandidate = ntile = 0;
     for (std::int64_t tile = 0; tile < tiles.count(); ++tile) {
       tiles.Fill(tile, &nodes);
-      if (search.Begin(index, neighborhood, nodes, false) != 0) return;
+      search.Begin(index, neighborhood, nodes);
       while (search.Next(&sets) == 0 && sets.nset > 0) {
         nset += sets.nset;
         ncandidate += sets.ncandidate;
@@ -86,12 +94,14 @@ BENCHMARK(Search)
     ->Unit(benchmark::kMillisecond);
 
 // Ordinary kriging, estimate and variance, of a grid or, if there is none (nx is 0), of each datum from the others.
-// Arguments: data, neighbours (0 for all), nx, ny, nz, threads, model type.
-void Krige(benchmark::State& state) {
+// Arguments: data, neighbours (0 for all), nx, ny, nz, threads, model type. `width` is that of the grid, by that of the
+// data.
+void KrigeOver(benchmark::State& state, int width, int nclusters) {
   const auto argument = [&](int i) { return static_cast<int>(state.range(i)); };
   const bool leaveOut = argument(2) == 0;
   constexpr int kSide = 1000;
-  Workload work(argument(0), leaveOut ? kSide : argument(2), leaveOut ? kSide : argument(3), argument(4));
+  Workload work(argument(0), leaveOut ? kSide : argument(2), leaveOut ? kSide : argument(3), argument(4), width,
+                nclusters);
   const int dimension = argument(4) > 1 ? 3 : 2;
   std::vector<double> coordinates, values;
   for (int i = 0; i < argument(0); ++i) {
@@ -131,6 +141,11 @@ void Krige(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(count));
 }
+void Krige(benchmark::State& state) { KrigeOver(state, 1, 0); }
+void KrigeBeyond(benchmark::State& state) { KrigeOver(state, 20, 0); }
+void KrigeClusters(benchmark::State& state) { KrigeOver(state, 1, 20); }
+BENCHMARK(KrigeBeyond)->Args({30000, 20, 80, 80, 1, 1, COV_SPHERICAL})->Unit(benchmark::kMillisecond);
+BENCHMARK(KrigeClusters)->Args({200000, 20, 100, 100, 1, 1, COV_SPHERICAL})->Unit(benchmark::kMillisecond);
 BENCHMARK(Krige)
     ->ArgsProduct({{2000}, {20, 64}, {1000}, {1000}, {1}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})
     ->ArgsProduct({{200}, {20}, {200}, {200}, {25}, {1, 2}, {COV_SPHERICAL, COV_EXPONENTIAL}})

@@ -204,7 +204,7 @@ class Worker {
   // Kriges the targets of a tile of cells.
   [[nodiscard]] int KrigeCells(const PlaceTiles& tiles, std::int64_t tile, const PlaceNeighborhood& neighborhood,
                                const TargetCovariance& covariance) noexcept {
-    if (const int status = search_.Begin(*index_, neighborhood, nodes_, true, run_->level); status != 0) return status;
+    search_.Begin(*index_, neighborhood, nodes_, run_->level);
     for (;;) {
       PlaceCell cell;
       if (const int status = search_.NextCell(tiles, tile, &cell); status != 0) return status;
@@ -245,7 +245,7 @@ class Worker {
 
   [[nodiscard]] int KrigeNodes(const PlaceNodes& nodes, const PlaceNeighborhood& neighborhood,
                                const TargetCovariance& covariance) noexcept {
-    if (const int status = search_.Begin(*index_, neighborhood, nodes, false, run_->level); status != 0) return status;
+    search_.Begin(*index_, neighborhood, nodes, run_->level);
     for (;;) {
       PlaceSets sets;
       if (const int status = search_.Next(&sets); status != 0) return status;

@@ -10,6 +10,7 @@
 namespace kestrum {
 namespace {
 
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr std::int64_t kRun = 8;
 
 // Puts the lesser places in front, up to `middle`. A long run is first cut down pass by pass, about the middle of a sample,
@@ -94,12 +95,14 @@ double LowerBoundAtOrigin(const PlaceMetric& metric, const PlaceBox& box, const 
 }
 
 // A heap of the least values met, at most `room`.
+template <typename T>
 class LeastValues {
  public:
-  LeastValues(double* values, int room) noexcept : values_(values), room_(room) {}
-  // The greatest of them, once there are as many as there is room for.
-  double bound() const noexcept { return count_ < room_ ? std::numeric_limits<double>::infinity() : values_[0]; }
-  void Add(double value) noexcept {
+  LeastValues(T* values, int room) noexcept : values_(values), room_(room) {}
+  int count() const noexcept { return count_; }
+  bool full() const noexcept { return count_ == room_; }
+  const T& greatest() const noexcept { return values_[0]; }
+  void Add(const T& value) noexcept {
     if (count_ == room_) {
       if (!(value < values_[0])) return;
       std::pop_heap(values_, values_ + count_--);
@@ -109,7 +112,7 @@ class LeastValues {
   }
 
  private:
-  double* values_;
+  T* values_;
   int room_;
   int count_ = 0;
 };
@@ -122,7 +125,7 @@ double FindMiddle(const PlaceMetric& metric, const PlaceBox& box, double* middle
     middle[a] = 0.5 * (box.low[a] + box.high[a]);
     half[a] = std::max(middle[a] - box.low[a], box.high[a] - middle[a]);
   }
-  return std::sqrt(metric.Square(half[0], half[1], half[2]));
+  return metric.Reach(half);
 }
 
 int OrderPlaces(std::int64_t n, NumberedPlace* places, const double* scale, const Dealing& dealing,
@@ -234,7 +237,7 @@ int PlaceIndex::Build(int n, const PlaceVectors& data, const double* scale, cons
 }
 
 // Visits leaves whose lower bound is at most *bound, which a visit may lower, those near the box first. Ends with the
-// first status of a visit other than 0.
+// first visit that does not return 0, and returns what it did.
 template <typename Visit>
 int PlaceIndex::ForEachLeaf(const PlaceNeighborhood& neighborhood, const PlaceBox& box, const PlaceKernels& kernels,
                             const double* bound, const Visit& visit) const noexcept {
@@ -273,51 +276,57 @@ int PlaceIndex::ForEachLeaf(const PlaceNeighborhood& neighborhood, const PlaceBo
   return 0;
 }
 
-int PlaceIndex::Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& box, bool inOrderOfData,
-                        const PlaceKernels& kernels, Scratch* scratch) const noexcept {
+int PlaceIndex::Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& box, std::size_t most,
+                        bool inOrderOfData, const PlaceKernels& kernels, Scratch* scratch) const noexcept {
   alignas(64) double lower[kLeaf + kPlacePadding];
   alignas(64) double upper[kLeaf + kPlacePadding];
   alignas(64) double inEllipsoid[kLeaf + kPlacePadding];
-  double bound = std::numeric_limits<double>::infinity();
+  double bound = kInfinity;
+  std::size_t nleaf = 0;
+  scratch->tooMany = false;
+  const auto countLeaf = [&]() noexcept {
+    ++nleaf;
+    scratch->tooMany = nleaf * kLeaf > most;
+    return scratch->tooMany ? 1 : 0;
+  };
   const bool all = neighborhood.limit == 0 || neighborhood.limit >= n_;
   if (!all) {
     const auto limit = static_cast<std::size_t>(neighborhood.limit);
     if (scratch->nearest.size() < limit) {
       if (const int status = scratch->nearest.Allocate(limit); status != 0) return status;
     }
-    // The bound is the greatest of the least upper bounds of as many data, which are surely inside. Where it can be, it is
-    // found for the middle of the box, and holds for the box if it is longer by what reaches to the corners: the
-    // greatest distances of a large box are as long as the box.
-    const bool byMiddle = !neighborhood.bounded && !neighborhood.metric.rotated;
-    PlaceBox from = box;
-    double reach = 0.0;
-    if (byMiddle) {
-      reach = FindMiddle(neighborhood.metric, box, from.low);
-      std::copy_n(from.low, 3, from.high);
-    }
-    LeastValues least(scratch->nearest.data(), neighborhood.limit);
-    const int status = ForEachLeaf(neighborhood, from, kernels, &bound, [&](std::size_t begin, int count) noexcept {
+    // The bound is the greatest of the least upper bounds of as many data, which are surely inside. It is found for the
+    // middle of the box, and holds for the box if it is longer by what reaches to the corners: the greatest distances of
+    // a large box are as long as the box.
+    PlaceBox from;
+    const double reach = FindMiddle(neighborhood.metric, box, from.low);
+    std::copy_n(from.low, 3, from.high);
+    LeastValues<double> least(scratch->nearest.data(), neighborhood.limit);
+    ForEachLeaf(neighborhood, from, kernels, &bound, [&](std::size_t begin, int count) noexcept {
       const PlaceVectors leaf{x_.data() + begin, y_.data() + begin, z_.data() + begin};
-      if (neighborhood.bounded) kernels.bounds(neighborhood.ellipsoid, from, count, leaf, lower, inEllipsoid);
+      if (neighborhood.bounded) kernels.bounds(neighborhood.ellipsoid, box, count, leaf, lower, inEllipsoid);
       kernels.bounds(neighborhood.metric, from, count, leaf, lower, upper);
       for (int i = 0; i < count; ++i) {
         if (!neighborhood.bounded || inEllipsoid[i] <= neighborhood.squaredRadius) least.Add(upper[i]);
       }
-      bound = least.bound();
-      return 0;
+      if (least.full()) bound = least.greatest();
+      return countLeaf();
     });
-    if (status != 0) return status;
-    if (byMiddle) bound = WithinReach(bound, reach);
+    if (scratch->tooMany) return 0;
+    bound = WithinReach(bound, reach);
+    // Squares along turned axes have the rounding errors of the whole lag, which no distance is below.
+    if (neighborhood.metric.rotated) bound *= 1.0 + 0x1p-40 * neighborhood.metric.GreatestWeight();
   }
 
-  std::size_t nleaf = 0;
+  nleaf = 0;
   const int status = ForEachLeaf(neighborhood, box, kernels, &bound, [&](std::size_t begin, int /*count*/) noexcept {
     if (scratch->leaves.size() == nleaf) {
       if (const int failure = scratch->leaves.Enlarge(2 * nleaf + 64); failure != 0) return failure;
     }
-    scratch->leaves[nleaf++] = begin;
-    return 0;
+    scratch->leaves[nleaf] = begin;
+    return countLeaf();
   });
+  if (scratch->tooMany) return 0;
   if (status != 0) return status;
   if (scratch->found.size() < nleaf * kLeaf) {
     if (const int failure = scratch->found.Allocate(2 * nleaf * kLeaf); failure != 0) return failure;
@@ -338,6 +347,32 @@ int PlaceIndex::Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& b
   }
   if (inOrderOfData) std::sort(scratch->found.data(), scratch->found.data() + scratch->count);
   return 0;
+}
+
+int PlaceIndex::FindNearest(const PlaceNeighborhood& neighborhood, const double* at, const PlaceKernels& kernels,
+                            Near* nearest) const noexcept {
+  const PlaceBox box{{at[0], at[1], at[2]}, {at[0], at[1], at[2]}};
+  double bound = kInfinity;
+  LeastValues<Near> least(nearest, neighborhood.limit);
+  ForEachLeaf(neighborhood, box, kernels, &bound, [&](std::size_t begin, int count) noexcept {
+    alignas(64) double lower[kLeaf + kPlacePadding];
+    alignas(64) double upper[kLeaf + kPlacePadding];
+    kernels.bounds(neighborhood.metric, box, count, {x_.data() + begin, y_.data() + begin, z_.data() + begin}, lower,
+                   upper);
+    for (int l = 0; l < count; ++l) {
+      if (lower[l] > bound) continue;
+      const std::size_t i = begin + static_cast<std::size_t>(l);
+      const double lag[3] = {x_[i] - at[0], y_[i] - at[1], z_[i] - at[2]};
+      if (neighborhood.bounded &&
+          !(neighborhood.ellipsoid.Square(lag[0], lag[1], lag[2]) <= neighborhood.squaredRadius)) {
+        continue;
+      }
+      least.Add({neighborhood.metric.Square(lag[0], lag[1], lag[2]), static_cast<std::uint64_t>(datum_[i]) << 32 | i});
+      if (least.full()) bound = least.greatest().square;
+    }
+    return 0;
+  });
+  return least.count();
 }
 
 }  // namespace kestrum

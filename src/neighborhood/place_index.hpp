@@ -25,8 +25,7 @@ struct NumberedPlace {
 [[nodiscard]] int OrderPlaces(std::int64_t n, NumberedPlace* places, const double* scale, const Dealing& dealing,
                               const Progress& progress) noexcept;
 
-// Finds the middle of a box and returns the distance from it to the corners, by a metric whose axes are those of the
-// coordinates.
+// Finds the middle of a box and returns a distance that no place in it is farther away.
 double FindMiddle(const PlaceMetric& metric, const PlaceBox& box, double* middle) noexcept;
 
 // Two data at one place. `first` is below 0 if there are none.
@@ -55,14 +54,29 @@ class PlaceIndex {
     Buffer<double> nearest;       // heap of the least upper bounds
     Buffer<std::uint64_t> found;  // datum and position of candidates
     std::size_t count = 0;        // of candidates
+    bool tooMany = false;         // whether there are more than were wanted, and none is given
     Buffer<std::size_t> leaves;   // where runs of data begin
   };
 
   // Collects every datum that may serve a target in the box, and maybe others, in the order of the data, or of the index:
-  // of entry i of `found` the lower half is the datum's position in the index, the upper half its number. Returns 0 or the
-  // status of a failed allocation.
-  [[nodiscard]] int Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& box, bool inOrderOfData,
-                            const PlaceKernels& kernels, Scratch* scratch) const noexcept;
+  // of entry i of `found` the lower half is the datum's position in the index, the upper half its number. Gives up soon if
+  // there are more than about `most`. Returns 0 or the status of a failed allocation.
+  [[nodiscard]] int Collect(const PlaceNeighborhood& neighborhood, const PlaceBox& box, std::size_t most,
+                            bool inOrderOfData, const PlaceKernels& kernels, Scratch* scratch) const noexcept;
+
+  // A datum as in `found`, with the square of its distance from a target.
+  struct Near {
+    double square;
+    std::uint64_t found;
+    bool operator<(const Near& other) const noexcept {
+      return square != other.square ? square < other.square : found < other.found;
+    }
+  };
+
+  // Finds the data that serve a place, in no order; by a limit above 0, for which `nearest` has room. Returns how many
+  // there are.
+  int FindNearest(const PlaceNeighborhood& neighborhood, const double* at, const PlaceKernels& kernels,
+                  Near* nearest) const noexcept;
 
   // The data by position in the index.
   PlaceVectors places() const noexcept { return {x_.data(), y_.data(), z_.data()}; }

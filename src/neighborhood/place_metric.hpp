@@ -53,6 +53,20 @@ struct PlaceMetric {
     return sum;
   }
 
+  // What no lag is longer than whose components along the axes of the coordinates are so long at most.
+  double Reach(const double* half) const noexcept {
+    if (!rotated) return std::sqrt(Square(half[0], half[1], half[2]));
+    double sum = 0.0;
+    for (int a = 0; a < 3; ++a) {
+      const double u =
+          std::abs(axis[a][0]) * half[0] + std::abs(axis[a][1]) * half[1] + std::abs(axis[a][2]) * half[2];
+      sum += weight[a] * (u * u);
+    }
+    return std::sqrt(sum);
+  }
+
+  double GreatestWeight() const noexcept { return std::max({weight[0], weight[1], weight[2]}); }
+
   // The length of a lag of 1 along an axis of the coordinates.
   double Scale(int b) const noexcept { return std::sqrt(Square(b == 0, b == 1, b == 2)); }
 };

@@ -195,26 +195,105 @@ void PlaceSearch::Room::Copy(const Room& from, std::size_t first, const int* pic
   copy(from.id.data() + first, id.data() + to);
 }
 
-int PlaceSearch::Begin(const PlaceIndex& index, const PlaceNeighborhood& neighborhood, const PlaceNodes& nodes,
-                       bool inCells, SimdLevel level) noexcept {
+void PlaceSearch::Begin(const PlaceIndex& index, const PlaceNeighborhood& neighborhood, const PlaceNodes& nodes,
+                        SimdLevel level) noexcept {
   index_ = &index;
   neighborhood_ = &neighborhood;
   nodes_ = &nodes;
   kernels_ = &PlaceKernelsOf(level);
   limit_ = neighborhood.limit == 0 ? index.size() : std::min(neighborhood.limit, index.size());
-  const int collected = index.Collect(neighborhood, BoxOf(0, nodes.count), !inCells, *kernels_, &scratch_);
-  if (collected != 0) return collected;
-  if (const int status = candidates_.Reserve(scratch_.count); status != 0) return status;
-  const PlaceVectors places = index.places();
+  ranges_[0] = {0, nodes.count, 0, 0, Known::kNothing};
+  nrange_ = 1;
+}
+
+// Among more candidates than these the data of each target are found sooner in the index, whose boxes do not serve turned
+// axes well. Where data lie close together compared to targets, or far from them, halves of a range have as many
+// candidates as the whole.
+std::size_t PlaceSearch::MostCandidates(int ntarget) const noexcept {
+  if (limit_ == index_->size()) return std::numeric_limits<std::size_t>::max();
+  const std::size_t ofOne = 6 * static_cast<std::size_t>(limit_) + 100;
+  return static_cast<std::size_t>(ntarget) * (neighborhood_->metric.rotated ? 2 * ofOne : ofOne);
+}
+
+// Copies what has been found in the index behind the candidates before entry `first`.
+int PlaceSearch::TakeCandidates(std::size_t first) noexcept {
+  if (const int status = candidates_.Reserve(first + scratch_.count); status != 0) return status;
+  const PlaceVectors places = index_->places();
   for (std::size_t i = 0; i < scratch_.count; ++i) {
     const auto position = static_cast<std::uint32_t>(scratch_.found[i]);
-    candidates_.x[i] = places.x[position];
-    candidates_.y[i] = places.y[position];
-    candidates_.z[i] = places.z[position];
-    candidates_.id[i] = static_cast<int>(scratch_.found[i] >> 32);
+    candidates_.x[first + i] = places.x[position];
+    candidates_.y[first + i] = places.y[position];
+    candidates_.z[first + i] = places.z[position];
+    candidates_.id[first + i] = static_cast<int>(scratch_.found[i] >> 32);
   }
-  ranges_[0] = {0, nodes.count, 0, static_cast<int>(scratch_.count)};
-  nrange_ = 1;
+  return 0;
+}
+
+// Asks the index for the candidates of a range; they stay unknown if they are too many.
+int PlaceSearch::Ask(bool inOrderOfData, Range* range) noexcept {
+  const std::size_t most = MostCandidates(range->targets());
+  const PlaceBox box = BoxOf(range->begin, range->end);
+  const int status = index_->Collect(*neighborhood_, box, most, inOrderOfData, *kernels_, &scratch_);
+  if (status != 0 || scratch_.tooMany) return status;
+  range->count = static_cast<int>(scratch_.count);
+  range->known = Known::kCandidates;
+  return TakeCandidates(range->first);
+}
+
+void PlaceSearch::ForgetTooMany(Range* range) const noexcept {
+  if (static_cast<std::size_t>(range->count) <= MostCandidates(range->targets())) return;
+  range->count = 0;
+  range->known = Known::kNothing;
+}
+
+// Finds the data of each of a few targets.
+int PlaceSearch::FindOneByOne(int begin, int end) noexcept {
+  const auto limit = static_cast<std::size_t>(limit_);
+  if (const int status = Reserve(&nearest_, limit * static_cast<std::size_t>(end - begin)); status != 0) return status;
+  nearestBegin_ = begin;
+  for (int i = begin; i < end; ++i) {
+    const double at[3] = {nodes_->x[i], nodes_->y[i], nodes_->z[i]};
+    nnearest_[i - begin] = index_->FindNearest(*neighborhood_, at, *kernels_, NearestOf(i));
+  }
+  return 0;
+}
+
+// Makes the data of some of these targets the candidates of the range, in the order of the data.
+int PlaceSearch::Unite(Range* range) noexcept {
+  std::size_t count = 0;
+  for (int i = range->begin; i < range->end; ++i) count += static_cast<std::size_t>(nnearest_[i - nearestBegin_]);
+  if (const int status = Reserve(&scratch_.found, count); status != 0) return status;
+  std::uint64_t* const found = scratch_.found.data();
+  std::uint64_t* end = found;
+  for (int i = range->begin; i < range->end; ++i) {
+    const PlaceIndex::Near* const own = NearestOf(i);
+    end = std::transform(own, own + nnearest_[i - nearestBegin_], end, [](const auto& near) { return near.found; });
+  }
+  std::sort(found, end);
+  scratch_.count = static_cast<std::size_t>(std::unique(found, end) - found);
+  range->count = static_cast<int>(scratch_.count);
+  return TakeCandidates(range->first);
+}
+
+// Finds the masks of the targets of a range that has been united.
+int PlaceSearch::MarkEach(const Range& range) noexcept {
+  begin_ = range.begin;
+  end_ = range.end;
+  words_ = std::max(1, (range.count + 63) / 64);
+  const auto words = static_cast<std::size_t>(words_);
+  int status = Reserve(&mask_, words * kOneByOne);
+  if (status == 0) status = Reserve(&setMask_, words);
+  if (status != 0) return status;
+  std::fill_n(mask_.data(), words * kOneByOne, 0);
+  std::fill_n(setMask_.data(), words, 0);
+  const std::uint64_t* const found = scratch_.found.data();
+  for (int i = begin_; i < end_; ++i) {
+    std::uint64_t* const own = mask_.data() + words * static_cast<std::size_t>(i - begin_);
+    for (int n = 0; n < nnearest_[i - nearestBegin_]; ++n) {
+      SetBit(own, static_cast<int>(std::lower_bound(found, found + range.count, NearestOf(i)[n].found) - found));
+    }
+    for (std::size_t w = 0; w < words; ++w) setMask_[w] |= own[w];
+  }
   return 0;
 }
 
@@ -274,29 +353,28 @@ double PlaceSearch::GreatestOfNearest(int count, int need) noexcept {
 
 // Copies the candidates of a range behind the list that they are taken from. They are few if an estimate of how many
 // serve each target says so.
-int PlaceSearch::Narrow(const Range& range, int* kept, bool* few) noexcept {
-  const std::size_t end = range.first + static_cast<std::size_t>(range.count);
+int PlaceSearch::Narrow(Range range, Range* narrowed, bool* few) noexcept {
+  const std::size_t end = range.room();
   int status = FindBounds(BoxOf(range.begin, range.end), candidates_.From(range.first), range.count);
   if (status == 0) status = candidates_.Reserve(end + static_cast<std::size_t>(range.count));
   if (status != 0) return status;
   const double bound = GreatestOfNearest(range.count, limit_);
   const PlaceCounts counts = Pick(range.count, bound, -1.0);
-  *kept = counts.picked;
-  candidates_.Copy(candidates_, range.first, picked_.data(), *kept, end);
-  *few = *kept <= kFewCandidates || *kept <= 2 * std::min(limit_, counts.inside);
+  const int kept = counts.picked;
+  candidates_.Copy(candidates_, range.first, picked_.data(), kept, end);
+  *narrowed = {range.begin, range.end, end, kept, Known::kCandidates};
+  *few = kept <= kFewCandidates || kept <= 2 * std::min(limit_, counts.inside);
   return 0;
 }
 
 // The same for targets of cells.
-int PlaceSearch::NarrowForCells(const Range& range, Range* narrowed) noexcept {
-  narrowed->first = range.first + static_cast<std::size_t>(range.count);
+int PlaceSearch::NarrowForCells(Range range, Range* narrowed) noexcept {
   bool few;
-  if (neighborhood_->bounded || neighborhood_->metric.rotated) return Narrow(range, &narrowed->count, &few);
-  if (range.count <= limit_) {
-    *narrowed = range;
-    return 0;
-  }
-  const std::size_t end = narrowed->first + static_cast<std::size_t>(range.count);
+  if (neighborhood_->bounded || neighborhood_->metric.rotated) return Narrow(range, narrowed, &few);
+  *narrowed = range;
+  if (range.count <= limit_) return 0;
+  narrowed->first = range.room();
+  const std::size_t end = narrowed->room();
   int status = candidates_.Reserve(end);
   if (status == 0) status = Reserve(&upper_, static_cast<std::size_t>(range.count) + kPlacePadding);
   if (status != 0) return status;
@@ -321,24 +399,28 @@ int PlaceSearch::NarrowForCells(const Range& range, Range* narrowed) noexcept {
 int PlaceSearch::Next(PlaceSets* sets) noexcept {
   sets->nset = 0;
   while (nrange_ > 0) {
-    const Range range = ranges_[--nrange_];
-    int kept = 0;
+    Range range = ranges_[--nrange_];
     bool few = false;
-    if (const int status = Narrow(range, &kept, &few); status != 0) return status;
-    const std::size_t first = range.first + static_cast<std::size_t>(range.count);
-    const Range narrowed{range.begin, range.end, first, kept};
-    if (few || range.end - range.begin == 1) {
-      words_ = std::max(1, (kept + 63) / 64);
-      sets->ncandidate = kept;
-      sets->candidates = candidates_.From(first);
-      sets->datum = candidates_.id.data() + first;
-      if (const int status = DecideAll(narrowed); status != 0) return status;
+    int status = 0;
+    if (range.known == Known::kNothing) status = Ask(true, &range);
+    if (status == 0 && range.known == Known::kCandidates) status = Narrow(range, &range, &few);
+    if (status != 0) return status;
+    few = few || (range.targets() == 1 && range.known == Known::kCandidates);
+    if (!few) ForgetTooMany(&range);
+    if (few || (range.targets() <= kOneByOne && range.known == Known::kNothing)) {
+      status = few ? DecideAll(range) : FindOneByOne(range.begin, range.end);
+      if (status == 0 && !few) status = Unite(&range);
+      if (status == 0 && !few) status = MarkEach(range);
+      if (status != 0) return status;
+      sets->ncandidate = range.count;
+      sets->candidates = candidates_.From(range.first);
+      sets->datum = candidates_.id.data() + range.first;
       return GroupByMask(sets);
     }
     // Half a tile, a quarter, ...: places that follow each other lie together.
-    const int half = static_cast<int>(std::bit_ceil(static_cast<unsigned>(range.end - range.begin)) / 2);
-    ranges_[nrange_++] = {range.begin + half, range.end, first, kept};
-    ranges_[nrange_++] = {range.begin, range.begin + half, first, kept};
+    const int half = static_cast<int>(std::bit_ceil(static_cast<unsigned>(range.targets())) / 2);
+    ranges_[nrange_++] = {range.begin + half, range.end, range.first, range.count, range.known};
+    ranges_[nrange_++] = {range.begin, range.begin + half, range.first, range.count, range.known};
   }
   return 0;
 }
@@ -346,32 +428,50 @@ int PlaceSearch::Next(PlaceSets* sets) noexcept {
 int PlaceSearch::NextCell(const PlaceTiles& tiles, std::int64_t tile, PlaceCell* cell) noexcept {
   cell->count = 0;
   while (nrange_ > 0) {
-    const Range range = ranges_[--nrange_];
+    Range range = ranges_[--nrange_];
     const int* const place = nodes_->place;
     const int bits = std::bit_width(static_cast<unsigned>(place[range.begin] ^ place[range.end - 1]));
-    const bool whole = range.begin == 0 && range.end == nodes_->count;
-    Range narrowed = range;
-    if (!whole || bits <= PlaceTiles::kCellBits) {
-      if (const int status = NarrowForCells(range, &narrowed); status != 0) return status;
-    }
-    // What many targets need is too much for some; so is what is near many of them.
-    constexpr int kFewOfCell = 256;
-    if (bits <= PlaceTiles::kCellBits && (bits == 0 || narrowed.count <= kFewOfCell)) {
-      int count;
-      if (const int status = SelectOfCell(narrowed, &count); status != 0) return status;
-      if (count <= 64) {
-        double middle[3];
-        tiles.FindMiddleOfCell(tile, place[range.begin], middle);
-        OrderCell(narrowed, middle, cell);
-        return 0;
+    const bool ofCell = bits <= PlaceTiles::kCellBits;
+    const auto give = [&] {
+      double middle[3];
+      tiles.FindMiddleOfCell(tile, place[range.begin], middle);
+      OrderCell(range, middle, cell);
+      return 0;
+    };
+    int status = 0;
+    if (range.known == Known::kDataOfEach) {
+      status = Unite(&range);
+      if (status == 0 && range.count <= PlaceCell::kMaxCandidates) status = MarkEach(range);
+      if (status != 0) return status;
+      if (range.count <= PlaceCell::kMaxCandidates) return give();
+    } else {
+      const bool listed = range.known == Known::kCandidates;
+      if (!listed) status = Ask(false, &range);
+      if (status == 0 && range.known == Known::kCandidates && (listed || ofCell)) {
+        status = NarrowForCells(range, &range);
+      }
+      if (status != 0) return status;
+      ForgetTooMany(&range);
+      if (ofCell && range.known == Known::kNothing) {
+        if (status = FindOneByOne(range.begin, range.end); status != 0) return status;
+        range.known = Known::kDataOfEach;
+        ranges_[nrange_++] = range;
+        continue;
+      }
+      // What many targets need is too much for some; so is what is near many of them.
+      constexpr int kFewOfCell = 256;
+      if (ofCell && (bits == 0 || range.count <= kFewOfCell)) {
+        int count;
+        if (status = SelectOfCell(range, &count); status != 0) return status;
+        if (count <= PlaceCell::kMaxCandidates) return give();
       }
     }
     // Quarters of a tile, and of these, down to cells; then halves.
-    const int shift = bits > PlaceTiles::kCellBits ? std::max(bits - 2, PlaceTiles::kCellBits) : bits - 1;
+    const int shift = ofCell ? bits - 1 : std::max(bits - 2, PlaceTiles::kCellBits);
     for (int end = range.end; end > range.begin;) {
       int begin = end - 1;
       while (begin > range.begin && place[begin - 1] >> shift == place[end - 1] >> shift) --begin;
-      ranges_[nrange_++] = {begin, end, narrowed.first, narrowed.count};
+      ranges_[nrange_++] = {begin, end, range.first, range.count, range.known};
       end = begin;
     }
   }
@@ -446,6 +546,7 @@ void PlaceSearch::OrderCell(const Range& range, const double* middle, PlaceCell*
 int PlaceSearch::DecideAll(const Range& range) noexcept {
   begin_ = range.begin;
   end_ = range.end;
+  words_ = std::max(1, (range.count + 63) / 64);
   const auto words = static_cast<std::size_t>(words_);
   const auto count = static_cast<std::size_t>(range.count);
   int status = Reserve(&mask_, words * static_cast<std::size_t>(end_ - begin_));

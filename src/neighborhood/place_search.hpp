@@ -97,9 +97,10 @@ struct PlaceCell {
   // The most data of a target, of which a cell has candidates enough for all its targets.
   static constexpr int kMaxMembers = 32;
   static constexpr int kMaxTargets = 1 << PlaceTiles::kCellBits;
+  static constexpr int kMaxCandidates = 64;
 
   int begin, count;  // targets of the tile
-  int ncandidate;    // each serves at least one of them; no more than 64
+  int ncandidate;    // each serves at least one of them
   PlaceVectors candidates;
   const int* datum;             // their numbers
   const std::uint64_t* member;  // of each target: bits of the candidates that serve it
@@ -109,15 +110,14 @@ struct PlaceCell {
 //
 // A box of targets has few candidates: with U the k-th least of the data's greatest distances to places in the box, a
 // datum whose least distance is above U serves none of them, and one whose greatest distance is below the (k+1)-th of
-// the least distances serves all. The box is halved until what is left is decided for a few targets side by side. Where
-// a datum serves a target depends on their exact distances alone, never on boxes, tiles or threads.
+// the least distances serves all. The box is halved until what is left is decided for a few targets side by side. If it
+// still has many, since the data lie close together or far away, the index finds the data of each target. Where a datum
+// serves a target depends on their exact distances alone, never on boxes, tiles or threads.
 class PlaceSearch {
  public:
-  // Sets out to search for the targets of a tile, at least 1. All arguments must outlive the search. Returns 0 or the
-  // status of a failed allocation.
-  //   inCells   whether NextCell follows, else Next does
-  [[nodiscard]] int Begin(const PlaceIndex& index, const PlaceNeighborhood& neighborhood, const PlaceNodes& nodes,
-                          bool inCells, SimdLevel level = BestSimdLevel()) noexcept;
+  // Sets out to search for the targets of a tile, at least 1. All arguments must outlive the search.
+  void Begin(const PlaceIndex& index, const PlaceNeighborhood& neighborhood, const PlaceNodes& nodes,
+             SimdLevel level = BestSimdLevel()) noexcept;
 
   // The sets of further targets of the tile; they are valid until the next call. *sets has no set once all targets have
   // been served. Returns 0 or the status of a failed allocation.
@@ -128,10 +128,14 @@ class PlaceSearch {
   [[nodiscard]] int NextCell(const PlaceTiles& tiles, std::int64_t tile, PlaceCell* cell) noexcept;
 
  private:
+  enum class Known { kNothing, kCandidates, kDataOfEach };
   struct Range {
     int begin, end;     // targets
-    std::size_t first;  // of the candidates among which theirs are
+    std::size_t first;  // of the candidates among which theirs are; else where there is room for them
     int count;
+    Known known;
+    int targets() const noexcept { return end - begin; }
+    std::size_t room() const noexcept { return first + static_cast<std::size_t>(count); }
   };
   struct Found {
     double square;
@@ -148,12 +152,22 @@ class PlaceSearch {
     void Copy(const Room& from, std::size_t first, const int* picked, int count, std::size_t to) noexcept;
   };
 
+  std::size_t MostCandidates(int ntarget) const noexcept;
+  [[nodiscard]] int TakeCandidates(std::size_t first) noexcept;
+  [[nodiscard]] int Ask(bool inOrderOfData, Range* range) noexcept;
+  void ForgetTooMany(Range* range) const noexcept;
+  [[nodiscard]] int FindOneByOne(int begin, int end) noexcept;
+  PlaceIndex::Near* NearestOf(int target) noexcept {
+    return nearest_.data() + static_cast<std::ptrdiff_t>(target - nearestBegin_) * limit_;
+  }
+  [[nodiscard]] int Unite(Range* range) noexcept;
+  [[nodiscard]] int MarkEach(const Range& range) noexcept;
   PlaceBox BoxOf(int begin, int end) const noexcept;
   [[nodiscard]] int FindBounds(const PlaceBox& box, const PlaceVectors& data, int count) noexcept;
   PlaceCounts Pick(int count, double most, double surely) noexcept;
   double GreatestOfNearest(int count, int need) noexcept;
-  [[nodiscard]] int Narrow(const Range& range, int* kept, bool* few) noexcept;
-  [[nodiscard]] int NarrowForCells(const Range& range, Range* narrowed) noexcept;
+  [[nodiscard]] int Narrow(Range range, Range* narrowed, bool* few) noexcept;
+  [[nodiscard]] int NarrowForCells(Range range, Range* narrowed) noexcept;
   [[nodiscard]] int SelectOfCell(const Range& range, int* count) noexcept;
   void OrderCell(const Range& range, const double* middle, PlaceCell* cell) noexcept;
   [[nodiscard]] int DecideAll(const Range& range) noexcept;
@@ -177,6 +191,12 @@ class PlaceSearch {
   Buffer<double> inside_;            // greatest distances of data that are surely inside
   Buffer<int> picked_, surePicked_;
   Buffer<Found> found_;
+
+  // Targets whose data are found one by one: the data of target `nearestBegin_` first.
+  static constexpr int kOneByOne = 16;
+  int nearestBegin_ = 0;
+  int nnearest_[kOneByOne];
+  Buffer<PlaceIndex::Near> nearest_;
 
   static constexpr std::size_t kMaxDepth = 16;
   // The range whose sets are found: its targets, and the masks of each target, of the sure data at each step, of targets

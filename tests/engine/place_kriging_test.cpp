@@ -711,11 +711,12 @@ TEST(PlaceKriging, SurvivesFailingAllocations) {
 }
 
 // Kriging takes memory for the data that serve its targets, not for those elsewhere: as dense, and a hundred times as many.
+// Targets may lie among them, or far beyond.
 TEST(PlaceKriging, TakesMemoryForWhatItMeets) {
   struct Taken {
     long long toPrepare, toKrige;
   };
-  const auto take = [](int side, int neighbors, double radius) {
+  const auto take = [](int side, int neighbors, double radius, double spacing) {
     PlaceProblem problem;
     std::mt19937 generator(3);
     std::uniform_real_distribution<double> uniform(-0.5 * side, 0.5 * side);
@@ -725,7 +726,7 @@ TEST(PlaceKriging, TakesMemoryForWhatItMeets) {
       problem.values.push_back(std::sin(i));
     }
     problem.AddElement(COV_SPHERICAL, 1.0, {30.0, 30.0, 30.0});
-    problem.SetGrid(40, 40, 1, {0.25, 0.25, 1.0}, {-5.0, -5.0, 0.0});
+    problem.SetGrid(40, 40, 1, {spacing, spacing, 1.0}, {-20.0 * spacing, -20.0 * spacing, 0.0});
     problem.options.neighbors = neighbors;
     std::fill_n(problem.options.radius, 3, radius);
     const VORL_COVMODEL model = problem.Model();
@@ -751,15 +752,15 @@ TEST(PlaceKriging, TakesMemoryForWhatItMeets) {
     EXPECT_EQ(refused.refusal, kestrum::PlaceRefusal::kNone);
     return Taken{toPrepare, toKrige};
   };
-  // By cells, by sets, and in a circle.
+  // By cells, by sets, and in a circle; then beyond the data.
   const struct {
     int neighbors;
-    double radius;
-  } cases[] = {{20, 0.0}, {40, 0.0}, {0, 3.0}};
-  for (const auto& [neighbors, radius] : cases) {
-    const Taken few = take(40, neighbors, radius), many = take(400, neighbors, radius);
+    double radius, spacing;
+  } cases[] = {{20, 0.0, 0.25}, {40, 0.0, 0.25}, {0, 3.0, 0.25}, {20, 0.0, 250.0}, {40, 0.0, 250.0}};
+  for (const auto& [neighbors, radius, spacing] : cases) {
+    const Taken few = take(40, neighbors, radius, spacing), many = take(400, neighbors, radius, spacing);
     EXPECT_GT(many.toPrepare, 50 * few.toPrepare);
-    EXPECT_LT(many.toKrige, 1.1 * few.toKrige) << neighbors;
+    EXPECT_LT(many.toKrige, 1.1 * few.toKrige) << neighbors << ' ' << spacing;
   }
 }
 
