@@ -58,8 +58,7 @@ struct PlaceMetric {
     if (!rotated) return std::sqrt(Square(half[0], half[1], half[2]));
     double sum = 0.0;
     for (int a = 0; a < 3; ++a) {
-      const double u =
-          std::abs(axis[a][0]) * half[0] + std::abs(axis[a][1]) * half[1] + std::abs(axis[a][2]) * half[2];
+      const double u = std::abs(axis[a][0]) * half[0] + std::abs(axis[a][1]) * half[1] + std::abs(axis[a][2]) * half[2];
       sum += weight[a] * (u * u);
     }
     return std::sqrt(sum);
