@@ -268,7 +268,7 @@ class DistanceSearch {
         continue;
       }
       box_.template ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {
-        if (distance[neighbor.index] != -1 || (atEnd && box_.PieceOf(neighbor) != box_.PieceOf(node))) return;
+        if ((atEnd && box_.PieceOf(neighbor) != box_.PieceOf(node)) || distance[neighbor.index] != -1) return;
         distance[neighbor.index] = level;
         next.Append(neighbor);
       });
@@ -279,7 +279,7 @@ class DistanceSearch {
   void GoOnBeyond(const Front& shown, int level, Front& next) const noexcept {
     for (const Node& node : shown) {
       box_.template ForNeighbors<kConnectivity>(node, [&](const Node& neighbor) noexcept {
-        if (distance_[neighbor.index] != -1 || box_.PieceOf(neighbor) == box_.PieceOf(node)) return;
+        if (box_.PieceOf(neighbor) == box_.PieceOf(node) || distance_[neighbor.index] != -1) return;
         distance_[neighbor.index] = level;
         next.Append(neighbor);
       });
