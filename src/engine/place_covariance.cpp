@@ -3,16 +3,22 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "core/statuses.hpp"
+
 namespace kestrum {
 namespace {
 
 // Lags are taken in blocks that fit on the stack.
 constexpr int kLags = 128;
+// After so many points of a cell work asks whether it is to stop.
+constexpr int kPointsPerQuestion = 1024;
 
 }  // namespace
 
-int PlaceCovariance::Prepare(const VORL_COVMODEL& model, const int* block, const double* spacing) noexcept {
+int PlaceCovariance::Prepare(const VORL_COVMODEL& model, const int* block, const double* spacing,
+                             const Progress& progress) noexcept {
   model_ = &model;
+  progress_ = &progress;
   const auto count = static_cast<std::size_t>(model.nelem);
   if (const int status = elements_.Allocate(count); status != 0) return status;
   smooth_ = model;
@@ -30,18 +36,29 @@ int PlaceCovariance::Prepare(const VORL_COVMODEL& model, const int* block, const
 
   points_ = block[0] * block[1] * block[2];
   if (points_ == 1) return 0;
-  if (const int status = offset_.Allocate(3 * static_cast<std::size_t>(points_)); status != 0) return status;
   for (int a = 0; a < 3; ++a) {
     block_[a] = block[a];
     spacing_[a] = block[a] > 1 ? spacing[a] / block[a] : 0.0;
-  }
-  for (int p = 0; p < points_; ++p) {
-    const int at[3] = {p % block[0], p / block[0] % block[1], p / block[0] / block[1]};
-    for (int a = 0; a < 3; ++a) {
-      const double offset = (at[a] - 0.5 * (block[a] - 1)) * spacing_[a];
-      offset_[static_cast<std::size_t>(a) * static_cast<std::size_t>(points_) + static_cast<std::size_t>(p)] = offset;
-      spread_[a] += offset * offset / points_;
+    if (const int status = offset_[a].Allocate(static_cast<std::size_t>(block[a])); status != 0) return status;
+    for (int i = 0; i < block[a]; ++i) {
+      offset_[a][static_cast<std::size_t>(i)] = (i - 0.5 * (block[a] - 1)) * spacing_[a];
     }
+  }
+  return ForEachPoint([&](double x, double y, double z) {
+    spread_[0] += x * x / points_;
+    spread_[1] += y * y / points_;
+    spread_[2] += z * z / points_;
+  });
+}
+
+// Calls visit(x, y, z) with the offset of each point of a cell from its centre, x fastest. Returns 0 or kAborted.
+template <typename Visit>
+int PlaceCovariance::ForEachPoint(const Visit& visit) const noexcept {
+  std::size_t at[3] = {0, 0, 0};
+  for (int p = 0; p < points_; ++p) {
+    if (p % kPointsPerQuestion == 0 && progress_->Aborted()) return kAborted;
+    visit(offset_[0][at[0]], offset_[1][at[1]], offset_[2][at[2]]);
+    for (int a = 0; a < 3 && ++at[a] == offset_[a].size(); ++a) at[a] = 0;
   }
   return 0;
 }
@@ -78,7 +95,7 @@ int TargetCovariance::Allocate(const PlaceCovariance& all, SimdLevel level) noex
   return all.points_ > 1 ? smooth_.Allocate(all.model_->nelem) : 0;
 }
 
-void TargetCovariance::Prepare(int node) noexcept {
+int TargetCovariance::Prepare(int node) noexcept {
   const auto prepare = [&](ExactCovariance& covariance, const VORL_COVMODEL& model) {
     if (all_->varies_) {
       covariance.Prepare(model, ParametersAtNode{node});
@@ -88,35 +105,41 @@ void TargetCovariance::Prepare(int node) noexcept {
   };
   prepare(data_, *all_->model_);
   targetVariance_ = dataVariance_ = data_.Sill();
-  if (all_->points_ > 1) {
-    prepare(smooth_, all_->smooth_);
-    targetVariance_ = MeanWithinCell();
-  }
+  if (all_->points_ == 1) return 0;
+  prepare(smooth_, all_->smooth_);
+  return FindMeanWithinCell(&targetVariance_);
 }
 
 // Each lag between two points of a cell comes as often as points have a partner at it.
-double TargetCovariance::MeanWithinCell() const noexcept {
+int TargetCovariance::FindMeanWithinCell(double* mean) const noexcept {
   const int* const block = all_->block_;
   const auto pairs = [&](int axis, int step) { return block[axis] - (step < 0 ? -step : step); };
+  double x[kLags];
+  double y[kLags];
+  double z[kLags];
+  double covariance[kLags];
   double sum = 0.0;
   for (int k = 1 - block[2]; k < block[2]; ++k) {
     for (int j = 1 - block[1]; j < block[1]; ++j) {
-      for (int i = 1 - block[0]; i < block[0]; ++i) {
-        const double lag[3] = {i * all_->spacing_[0], j * all_->spacing_[1], k * all_->spacing_[2]};
-        double covariance;
-        smooth_.Evaluate(1, &lag[0], &lag[1], &lag[2], &covariance, level_);
-        sum += pairs(0, i) * pairs(1, j) * pairs(2, k) * covariance;
+      for (int begin = 1 - block[0]; begin < block[0]; begin += std::min(kLags, block[0] - begin)) {
+        if (all_->progress_->Aborted()) return kAborted;
+        const int count = std::min(kLags, block[0] - begin);
+        std::fill_n(y, count, j * all_->spacing_[1]);
+        std::fill_n(z, count, k * all_->spacing_[2]);
+        for (int i = 0; i < count; ++i) x[i] = (begin + i) * all_->spacing_[0];
+        smooth_.Evaluate(count, x, y, z, covariance, level_);
+        for (int i = 0; i < count; ++i) sum += pairs(0, begin + i) * pairs(1, j) * pairs(2, k) * covariance[i];
       }
     }
   }
-  return sum / all_->points_ / all_->points_;
+  *mean = sum / all_->points_ / all_->points_;
+  return 0;
 }
 
 void TargetCovariance::WithTarget(int n, const double* dx, const double* dy, const double* dz,
                                   double* cov) const noexcept {
   const int points = all_->points_;
   if (points == 1) return data_.Evaluate(n, dx, dy, dz, cov, level_);
-  const double* const offset = all_->offset_.data();
   double x[kLags];
   double y[kLags];
   double z[kLags];
@@ -124,15 +147,15 @@ void TargetCovariance::WithTarget(int n, const double* dx, const double* dy, con
   for (int begin = 0; begin < n; begin += kLags) {
     const int count = std::min(kLags, n - begin);
     std::fill_n(cov + begin, count, 0.0);
-    for (int p = 0; p < points; ++p) {
+    all_->ForEachPoint([&](double atX, double atY, double atZ) {
       for (int i = 0; i < count; ++i) {
-        x[i] = dx[begin + i] - offset[p];
-        y[i] = dy[begin + i] - offset[points + p];
-        z[i] = dz[begin + i] - offset[2 * points + p];
+        x[i] = dx[begin + i] - atX;
+        y[i] = dy[begin + i] - atY;
+        z[i] = dz[begin + i] - atZ;
       }
       smooth_.Evaluate(count, x, y, z, covariance, level_);
       for (int i = 0; i < count; ++i) cov[begin + i] += covariance[i];
-    }
+    });
     for (int i = 0; i < count; ++i) cov[begin + i] /= points;
   }
 }

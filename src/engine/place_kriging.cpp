@@ -220,7 +220,7 @@ class Worker {
 
   // Kriges a target of a tile alone, with the parameters at a node of the grid.
   [[nodiscard]] int KrigeAlone(int node, const PlaceNeighborhood& neighborhood, int gridNode) noexcept {
-    covariance_.Prepare(gridNode);
+    if (const int status = covariance_.Prepare(gridNode); status != 0) return status;
     alone_.count = 1;
     alone_.x[0] = nodes_.x[node];
     alone_.y[0] = nodes_.y[node];
@@ -532,12 +532,13 @@ int PlaceKriging::Prepare(const PlaceData& data, const VORL_COVMODEL& model, con
   PlaceCovariance covariance;
   constexpr int kPoint[3] = {1, 1, 1};
   constexpr double kUnit[3] = {1.0, 1.0, 1.0};
-  if (status = covariance.Prepare(model, kPoint, kUnit); status != 0) return status;
+  if (status = covariance.Prepare(model, kPoint, kUnit, progress); status != 0) return status;
   all_ = !covariance.varies() && options.radius[0] == 0.0 && (options.neighbors == 0 || options.neighbors >= n);
   if (all_) {
     TargetCovariance everywhere;
-    if (status = everywhere.Allocate(covariance, level); status != 0) return status;
-    everywhere.Prepare(-1);
+    status = everywhere.Allocate(covariance, level);
+    if (status == 0) status = everywhere.Prepare(-1);
+    if (status != 0) return status;
     return system_.Build(data_, {n, nullptr, places, nullptr}, everywhere, dealing, progress, level);
   }
   return index_.Build(n, places, kUnit, dealing, progress);
@@ -580,7 +581,7 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
   }
   PlaceCovariance covariance;
   const double spacing[3] = {targets.places.grid.sx, targets.places.grid.sy, targets.places.grid.sz};
-  if (const int status = covariance.Prepare(*model_, options_.block, spacing); status != 0) return status;
+  if (const int status = covariance.Prepare(*model_, options_.block, spacing, progress); status != 0) return status;
   const bool varies = covariance.varies();
   if (varies && AreImagesRefused(*model_, targets.places, problem)) return 0;
   const PlaceRun run{data_, covariance, targets, results, progress, level, fold, options_.neighbors};
@@ -589,8 +590,9 @@ int PlaceKriging::Run(const PlaceKrigingTargets& targets, const PlaceKrigingResu
   TargetCovariance everywhere;
   if (!varies) {
     neighborhood = NeighborhoodAt(covariance, -1);
-    if (const int status = everywhere.Allocate(covariance, level); status != 0) return status;
-    everywhere.Prepare(-1);
+    int status = everywhere.Allocate(covariance, level);
+    if (status == 0) status = everywhere.Prepare(-1);
+    if (status != 0) return status;
     if (neighborhood.limit > 0) neighborhood.limit += std::min(largestFold, data_.n);
   }
   PlaceTiles tiles;

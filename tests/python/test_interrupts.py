@@ -18,6 +18,7 @@ def scattered(n):
     return ks.Points(random.uniform(0, 1000, (n, 2)), random.normal(size=n))
 model = ks.Nugget(0.1) + ks.Exponential(1.0, range=300)
 few, many = scattered(600), scattered({many})
+solid = ks.Points(random.uniform(0, 100, (50, 3)), random.normal(size=50))
 labels = few.with_values(np.where(few.values > 0, "sand", "clay"))
 mask = np.zeros((400, 400, 400), bool)
 mask[::9, ::7, ::8] = True
@@ -35,6 +36,7 @@ CALLS = [
     "ks.krige(few, model, grid, neighbors=60)",
     "ks.krige(few, model, grid)",
     "ks.krige(few, model, random.uniform(0, 1000, (400_000, 2)), neighbors=60)",
+    "ks.krige(solid, model, ks.Grid(2, 2, 2, dx=50, dy=50, dz=50), neighbors=5, block=200, threads=1)",
     "ks.krige(few, model, grid, snap=True, solver='gmres', radius=40.0, neighbors=60)",
     "ks.krige(many, model, ks.Grid(2, 2, dx=500, dy=500))",
     "ks.krige(many, model, ks.Grid(400, 400, dx=2.5, dy=2.5), neighbors=2000)",
