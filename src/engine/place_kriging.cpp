@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <numeric>
 
 #include "core/object_array.hpp"
@@ -38,7 +39,7 @@ bool IsRefused(const PlaceData& data, PlaceProblem* problem) noexcept {
   return false;
 }
 
-bool IsRefused(const PlaceKrigingOptions& options, PlaceProblem* problem) noexcept {
+bool IsRefused(const PlaceKrigingOptions& options, int dimension, PlaceProblem* problem) noexcept {
   if (options.neighbors < 0) return Refuse(problem, PlaceRefusal::kNeighbors);
   const bool bounded = std::any_of(options.radius, options.radius + 3, [](double r) { return r != 0.0; });
   for (const double r : options.radius) {
@@ -48,10 +49,12 @@ bool IsRefused(const PlaceKrigingOptions& options, PlaceProblem* problem) noexce
   if (options.ncovariate < 0 || (options.degree < 0 && (options.ncovariate > 0 || !std::isfinite(options.mean)))) {
     return Refuse(problem, PlaceRefusal::kMean);
   }
+  std::int64_t ofCell = 1;
   for (const int points : options.block) {
-    if (points < 1) return Refuse(problem, PlaceRefusal::kBlock);
+    if (points < 1 || points > std::numeric_limits<int>::max() / ofCell) return Refuse(problem, PlaceRefusal::kBlock);
+    ofCell *= points;
   }
-  return false;
+  return dimension < 3 && options.block[2] > 1 && Refuse(problem, PlaceRefusal::kBlock);
 }
 
 // Reads the parameters that can be checked: constants that no image replaces, or all at a node.
@@ -145,6 +148,8 @@ bool IsRefused(const PlaceKrigingTargets& targets, int dimension, const PlaceKri
     }
   } else if (options.block[0] * options.block[1] * options.block[2] > 1) {
     return Refuse(problem, PlaceRefusal::kBlock);
+  } else if (places.nlist < 0) {
+    return Refuse(problem, PlaceRefusal::kTarget);
   }
   const std::int64_t count = places.count();
   const bool means = options.degree < 0 && targets.means != nullptr;
@@ -478,7 +483,8 @@ int PlaceKriging::Prepare(const PlaceData& data, const VORL_COVMODEL& model, con
                           const Dealing& dealing, const Progress& progress, PlaceProblem* problem,
                           SimdLevel level) noexcept {
   *problem = {};
-  if (IsRefused(data, problem) || IsRefused(options, problem) || IsRefused(model, data.dimension, -1, problem))
+  if (IsRefused(data, problem) || IsRefused(options, data.dimension, problem) ||
+      IsRefused(model, data.dimension, -1, problem))
     return 0;
   const int n = data.count;
   const auto count = static_cast<std::size_t>(n);

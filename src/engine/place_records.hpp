@@ -37,7 +37,7 @@ struct PlaceKrigingOptions {
   // Covariates of an external drift, beside the polynomial; 0 if the mean is known.
   int ncovariate = 0;
   // Regular points of equal weight along each side of a cell, the mean over which is kriged; all 1 for points. The
-  // nugget has no share in the covariances of a cell: it averages out.
+  // nugget has no share in the covariances of a cell: it averages out. In the plane cells have no third side.
   int block[3] = {1, 1, 1};
 };
 
@@ -56,7 +56,7 @@ enum class PlaceRefusal {
   kRadius,             // an axis below 0.0, not finite, or 0.0 beside others that are not
   kDegree,             // not from -1 to 2
   kMean,               // not finite, or covariates beside a known mean
-  kBlock,              // below 1 along an axis, or for a list of targets
+  kBlock,              // below 1 along an axis, above 1 along z in the plane, too many in all, or for a list of targets
   kModelType,          // of element `first`
   kModelSill,          // of element `first`: below 0.0 or not finite; of the model (`first` is -1): not above 0.0
   kModelRange,         // of element `first`: not above 0.0 and finite
@@ -64,7 +64,7 @@ enum class PlaceRefusal {
   kModelAngle,         // not finite
   kModelImage,         // a parameter varies, but not on the grid of the targets
   kGrid,               // no node along an axis, no spacing above 0.0, a window that leaves the grid, or not finite
-  kTarget,             // coordinate of target `first`: not finite
+  kTarget,             // coordinate of target `first`: not finite; `first` is -1: their number is below 0
   kMeanAtTarget,       // of target `first`: not finite
   kCovariateAtTarget,  // number `second` of target `first`: not finite
   kWeights,            // room for fewer than the data of a target

@@ -33,7 +33,7 @@ typedef enum {
   KESTRUM_PLACE_RADIUS,            /**< one below 0.0, not finite, or 0.0 beside another */
   KESTRUM_PLACE_DEGREE,            /**< not from -1 to 2 */
   KESTRUM_PLACE_MEAN,              /**< not finite, or covariates beside a known mean */
-  KESTRUM_PLACE_BLOCK,             /**< below 1, or given for a list of targets */
+  KESTRUM_PLACE_BLOCK,             /**< below 1; above 1 for a list, or along z in the plane; above INT_MAX in all */
   KESTRUM_PLACE_MODEL_TYPE,        /**< of element `first`; or no element */
   KESTRUM_PLACE_MODEL_WEIGHT,      /**< of element `first`: below 0.0 or not finite; `first` is -1: their sum is 0.0 */
   KESTRUM_PLACE_MODEL_RANGE,       /**< of element `first`: not above 0.0 and finite */
@@ -41,7 +41,7 @@ typedef enum {
   KESTRUM_PLACE_MODEL_ANGLE,       /**< not finite */
   KESTRUM_PLACE_MODEL_IMAGE,       /**< a parameter varies, but not on the grid of the targets */
   KESTRUM_PLACE_GRID,              /**< no node along an axis, a spacing not above 0.0, or a number not finite */
-  KESTRUM_PLACE_TARGET_COORDINATE, /**< of target `first`: not finite */
+  KESTRUM_PLACE_TARGET_COORDINATE, /**< of target `first`: not finite; `first` is -1: ntarget is below 0 */
   KESTRUM_PLACE_TARGET_MEAN,       /**< of target `first`: not finite */
   KESTRUM_PLACE_TARGET_COVARIATE,  /**< number `second` of target `first`: not finite */
   KESTRUM_PLACE_ROOM_FOR_WEIGHTS   /**< nweight is below the number of data that can serve a target */
@@ -66,7 +66,7 @@ typedef struct vorl_placeTargets VORL_PLACETARGETS; /**< see vorl_placeTargets *
  * changed. */
 struct vorl_placeTargets {
   VORL_GRID* grid;         /**< null for a list */
-  long long ntarget;       /**< number of places of the list; not read if there is a grid */
+  long long ntarget;       /**< number of places of the list, at least 0; not read if there is a grid */
   const real* coordinates; /**< of the list: coordinate a of target t at [t*dimension + a] */
   const BOOLEAN* mask;     /**< by target, 0 for those to leave out; null for none */
   const real* means;       /**< by target, if the mean is known; null for meanValue */
@@ -86,7 +86,7 @@ struct vorl_placeOptions {
   real meanValue;        /**< the known mean */
   int ncovariate;        /**< number of covariates of an external drift, beside the polynomial */
   int block[3];          /**< regular points along each side of a cell whose mean is kriged; 1, 1, 1 for points. The
-                              nugget has no share in covariances of a cell */
+                              third is 1 if dimension is 2. The nugget has no share in covariances of a cell */
   int nthreads;          /**< number of threads, at least 1; or 0: no parallel region is opened */
 };
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <vector>
@@ -92,6 +93,16 @@ TEST(PlaceKrigingRun, TellsWhatIsRefused) {
       {-162, KESTRUM_PLACE_SAME_PLACE, 0, 3, [](Records& r) { r.coordinates[6] = r.coordinates[7] = 1.0; }},
       {-80250, KESTRUM_PLACE_NEIGHBORS, -1, -1, [](Records& r) { r.options.nneighborMax = -1; }},
       {-80150, KESTRUM_PLACE_DEGREE, -1, -1, [](Records& r) { r.options.driftDegree = 3; }},
+      {-80150, KESTRUM_PLACE_BLOCK, -1, -1, [](Records& r) { r.options.block[1] = 0; }},
+      {-80150, KESTRUM_PLACE_BLOCK, -1, -1, [](Records& r) { r.options.block[2] = 2; }},
+      {-80150, KESTRUM_PLACE_BLOCK, -1, -1, [](Records& r) { r.options.block[0] = r.options.block[1] = 65536; }},
+      {-80150, KESTRUM_PLACE_BLOCK, -1, -1, [](Records& r) { std::fill_n(r.options.block, 3, 2097152); }},
+      {-630, KESTRUM_PLACE_TARGET_COORDINATE, -1, -1,
+       [](Records& r) {
+         r.targets.grid = nullptr;
+         r.targets.coordinates = r.coordinates.data();
+         r.targets.ntarget = -3;
+       }},
       {-80313, KESTRUM_PLACE_MODEL_RANGE, 0, -1, [](Records& r) { r.elem.ryValue = 0.0; }},
       {-80120, KESTRUM_PLACE_GRID, -1, -1, [](Records& r) { r.grid.nx = 0; }},
   };
