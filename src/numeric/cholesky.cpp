@@ -85,7 +85,7 @@ bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel l
   for (int i = n; i < size; ++i) {
     double complement = 0.0;
     for (int k = 0; k < n; ++k) {
-      if (inverse[k] != 0.0) complement += factor[Place(i, k)] * factor[Place(i, k)] / inverse[k];
+      if (inverse[k] != 0.0) complement += factor[Place(i, k)] * (factor[Place(i, k)] / inverse[k]);
     }
     if (-1.0 / inverse[i] > system.rounding * complement) continue;
     if (flaws != nullptr) flaws->dependent = true;

@@ -335,7 +335,7 @@ TEST(PlaceKriging, ScalesWithUnits) {
       if (neighbors > 0 && degree == 2) problem.options.neighbors = 25;
       problem.errorVariances.assign(problem.n(), 0.02);
       const PlaceOutcome one = problem.Krige();
-      for (const double f : {1e-12, 1e-3, 1e5, 1e12}) {
+      for (const double f : {1e-90, 1e-12, 1e-3, 1e5, 1e12, 1e90}) {
         PlaceProblem scaled = problem;
         for (double& value : scaled.values) value *= f;
         for (double& variance : scaled.errorVariances) variance *= f * f;
