@@ -91,7 +91,7 @@ class Run {
   py::tuple Krige(Array<double> estimate, Array<double> variance, const py::object& progress) {
     double* const value = Target(estimate, 1);
     double* const squared = Target(variance, 1);
-    return Watched(progress, false, [&](GridRun& run) {
+    return Watched(progress, nullptr, [&](GridRun& run) {
       const int status = run.Krige(value, squared);
       for (int i = 0; i < input_.grid.nxyz; ++i) squared[i] *= squared[i];
       return status;
@@ -103,11 +103,11 @@ class Run {
   py::tuple Simulate(std::uint64_t seed, std::uint32_t first, int passes, Array<T> rows, const py::object& progress) {
     const int n = static_cast<int>(rows.shape(0));
     T* const out = Target(rows, n);
-    return Watched(progress, true, [&](GridRun& run) {
-      return Draw<T>(seed, first, n, std::numeric_limits<T>::quiet_NaN(), out,
-                     [&](PhiloxRandom& random, double* value, RealizationSink& sink) {
-                       return run.SimulateValues({passes, 10 * passes}, n, random, value, sink);
-                     });
+    PhiloxRandom random(seed, first);
+    return Watched(progress, &random, [&](GridRun& run) {
+      return Draw<T>(n, std::numeric_limits<T>::quiet_NaN(), out, [&](double* value, RealizationSink& sink) {
+        return run.SimulateValues({passes, 10 * passes}, n, random, value, sink);
+      });
     });
   }
 
@@ -116,7 +116,7 @@ class Run {
     Numbers values;
     const Categories categories = CategoriesOf(proportions, &values);
     double* const out = Target(probabilities, categories.count());
-    return Watched(progress, false, [&](GridRun& run) { return run.KrigeCategories(categories, out); });
+    return Watched(progress, nullptr, [&](GridRun& run) { return run.KrigeCategories(categories, out); });
   }
 
   py::tuple SimulateCategories(const Array<double>& proportions, std::uint64_t seed, std::uint32_t first,
@@ -125,11 +125,11 @@ class Run {
     const Categories categories = CategoriesOf(proportions, &values);
     const int n = static_cast<int>(rows.shape(0));
     std::int16_t* const out = Target(rows, n);
-    return Watched(progress, true, [&](GridRun& run) {
-      return Draw<std::int16_t>(seed, first, n, -1, out,
-                                [&](PhiloxRandom& random, double* value, RealizationSink& sink) {
-                                  return run.SimulateCategoryValues(categories, n, random, value, sink);
-                                });
+    PhiloxRandom random(seed, first);
+    return Watched(progress, &random, [&](GridRun& run) {
+      return Draw<std::int16_t>(n, -1, out, [&](double* value, RealizationSink& sink) {
+        return run.SimulateCategoryValues(categories, n, random, value, sink);
+      });
     });
   }
 
@@ -161,7 +161,7 @@ class Run {
 
   // n realizations, at least 1.
   template <typename T, typename Work>
-  int Draw(std::uint64_t seed, std::uint32_t first, int n, T missing, T* out, const Work& work) const {
+  int Draw(int n, T missing, T* out, const Work& work) const {
     const auto count = static_cast<std::size_t>(input_.grid.nxyz);
     Buffer<double> buffer;
     double* value;
@@ -173,19 +173,27 @@ class Run {
       value = buffer.data();
     }
     Rows<T> rows({value, count}, input_.mask, missing, out);
-    PhiloxRandom random(seed, first);
-    return work(random, value, rows);
+    return work(value, rows);
   }
 
+  // random: of a simulation, null for kriging.
   template <typename Work>
-  py::tuple Watched(const py::object& progress, bool simulation, const Work& work) const {
+  py::tuple Watched(const py::object& progress, PhiloxRandom* random, const Work& work) const {
     Monitor monitor;
     const int status = RunWatched(progress, monitor, [&] {
       const RunFront front(&monitor.record, &Monitor::Update, dealing_, true);
-      int prepared = Share(simulation, front);
       GridRun run;
-      if (prepared == 0) prepared = run.Prepare(input_, *shared_, front);
-      return prepared != 0 ? prepared : work(run);
+      int shared = 0, prepared = 0;
+      // By two threads, if there are.
+      dealing_.ForPass(input_.grid.nxyz).EachThread([&](int thread, int team) noexcept {
+        if (thread == 0) shared = Share(random != nullptr, front);
+        if (thread != (team > 1 ? 1 : 0)) return;
+        prepared = run.Prepare(input_, front);
+        if (prepared == 0 && random != nullptr) run.Shuffle(*random);
+      });
+      if (shared != 0 || prepared != 0) return shared != 0 ? shared : prepared;
+      run.Use(*shared_);
+      return work(run);
     });
     RaiseFor(status);
     return py::make_tuple(monitor.dropped, monitor.failed, monitor.relaxed);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "neighborhood/search_neighborhood.hpp"
 #include "numeric/random.h"
@@ -64,8 +65,7 @@ int GridModels::Prepare(const GridRunInput& input, bool simulation, const RunFro
   return simulation ? systems_.Prepare(setups()) : 0;
 }
 
-int GridRun::Prepare(const GridRunInput& input, const GridModels& models, const RunFront& front) noexcept {
-  models_ = &models;
+int GridRun::Prepare(const GridRunInput& input, const RunFront& front) noexcept {
   grid_ = input.grid;
   front_ = front;
   mask_ = input.mask;
@@ -121,11 +121,16 @@ int GridRun::Prepare(const GridRunInput& input, const GridModels& models, const 
   return 0;
 }
 
+void GridRun::Shuffle(RandomSource& random) noexcept {
+  shuffled_ = firstInequality_ == firstSimulated_ &&
+              random.ShuffleAhead(0, path_.data() + firstSimulated_, grid_.nxyz - firstSimulated_);
+}
+
 Problem GridRun::MakeProblem() noexcept {
   Problem problem{grid_,
                   models_->setups(),
                   {.nodeStatus = nodeStatus_.data(), .known = known_.data(), .uniqueMax = nknown_},
-                  {path_.data(), grid_.nxyz, firstInequality_, firstSimulated_},
+                  {path_.data(), grid_.nxyz, firstInequality_, firstSimulated_, std::exchange(shuffled_, false)},
                   front_,
                   solver_,
                   models_->systems()};

@@ -62,8 +62,12 @@ class GridModels {
 // A run on a grid. Statuses as in estimation.hpp and simulation.hpp, and those of the search neighbourhood.
 class GridRun {
  public:
-  // The models of this input must outlive the run.
-  [[nodiscard]] int Prepare(const GridRunInput& input, const GridModels& models, const RunFront& front) noexcept;
+  [[nodiscard]] int Prepare(const GridRunInput& input, const RunFront& front) noexcept;
+  // Makes the path of the first realization, where no values are drawn before it. Without this it is made when the
+  // realization is drawn; the models can be prepared meanwhile.
+  void Shuffle(RandomSource& random) noexcept;
+  // The models of the input, which must outlive the run.
+  void Use(const GridModels& models) noexcept { models_ = &models; }
 
   // Kriging. One value per node: estimate, and standard deviation; a datum keeps its value, with a deviation of 0.0.
   [[nodiscard]] int Krige(real* estimate, real* deviation) noexcept;
@@ -88,6 +92,7 @@ class GridRun {
   const GridModels* models_ = nullptr;
   Buffer<int> nodeStatus_;
   Buffer<int> path_;
+  bool shuffled_ = false;
   int firstInequality_ = 0;
   int firstSimulated_ = 0;
   int nknown_ = 0;

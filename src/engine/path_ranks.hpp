@@ -21,7 +21,7 @@ class PathRanks {
   // Inequality nodes have a rank only if they are given values; other nodes out of the last segment are never seen.
   [[nodiscard]] int Prepare(const Problem& problem, bool inequalityNodesSimulated) noexcept {
     const int nxyz = problem.grid.nxyz;
-    const auto& [nodes, nnode, firstInequality, firstSimulated] = problem.path;
+    const GridPath& path = problem.path;
     if (const int status = rank_.Allocate(nxyz); status != 0) return status;
     if (const int status = starts_.Allocate(std::max(problem.passes().nscratch(), 1) + 1); status != 0) return status;
     // Each thread is the first to touch some of the memory, which then lies near it.
@@ -33,8 +33,8 @@ class PathRanks {
       // A datum that is missing once the mean is taken off is seen by none.
       if (problem.data.nodeStatus[i] == 0 && *datum++ != VORL_MISSING_VALUE) rank_[i] = 0;
     }
-    if (inequalityNodesSimulated) Number(problem, firstInequality, firstSimulated);
-    Number(problem, firstSimulated, nnode);
+    if (inequalityNodesSimulated) Number(problem, path.firstInequality, path.firstSimulated);
+    Number(problem, path.firstSimulated, path.nnode);
     return 0;
   }
 

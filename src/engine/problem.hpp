@@ -25,10 +25,11 @@ struct ModelSetup {
 // The order in which the nodes of a grid are visited: nodes that are never computed, then nodes with bounds, then the
 // others.
 struct GridPath {
-  int* nodes;           // all nodes; a simulation changes the order within the last two segments
-  int nnode;            // their number
-  int firstInequality;  // position of the first node with bounds
-  int firstSimulated;   // position of the first node to compute
+  int* nodes;             // all nodes; a simulation changes the order within the last two segments
+  int nnode;              // their number
+  int firstInequality;    // position of the first node with bounds
+  int firstSimulated;     // position of the first node to compute
+  bool shuffled = false;  // whether the nodes from there on are in the order in which the first realization draws them
 };
 
 // The data of a problem on a grid.

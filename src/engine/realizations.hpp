@@ -92,7 +92,10 @@ class Realizations {
     Reset();
     if (const int status = law.BeforePath(random, ranks_, before_); status != 0) return status;
     if (const int status = progress.Interruption(); status != 0) return status;
-    if (made_) {
+    const bool shuffled = r == 0 && problem_.path.shuffled;
+    if (shuffled) {
+      random.TakeAhead(r);
+    } else if (made_) {
       random.TakeAhead(r);
       problem_.passes().Blocks(nnode - first, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
         std::copy(nextPath_.data() + begin, nextPath_.data() + end, path + begin);
@@ -103,7 +106,7 @@ class Realizations {
       if (const int status = random.Shuffle(path, nnode - first); status != 0) return status;
     }
     if (const int status = progress.Interruption(); status != 0) return status;
-    ranks_.Number(problem_, first, nnode);
+    if (!shuffled) ranks_.Number(problem_, first, nnode);
     random.StartStretch(first, nnode - first, -1);
     made_ = false;
     const auto makeNextPath = [&]() noexcept {

@@ -29,23 +29,29 @@ struct EntriesAround {
 namespace kestrum {
 
 ListAround::ListAround(const NeighborList& list, int node, SimdLevel level) noexcept
-    : list_(list), node_(node), at_(CoordinatesOf(list.grid, node)), level_(level) {
-  const VORL_SEARCHNEIGHBORHOOD& offsets = *list.offsets;
-  const VORL_GRID& grid = list.grid;
-  const auto [ix, iy, iz] = at_;
-  interior_ = ix + offsets.ixMin >= 0 && ix < grid.nx - offsets.ixMax && iy + offsets.iyMin >= 0 &&
-              iy < grid.ny - offsets.iyMax && iz + offsets.izMin >= 0 && iz < grid.nz - offsets.izMax;
+    : list_(list), node_(node), level_(level) {
+  const auto [ix, iy, iz] = CoordinatesOf(list.grid, node);
+  const int at[3] = {ix, iy, iz};
+  const int cells[3] = {list.grid.nx, list.grid.ny, list.grid.nz};
+  for (int axis = 0; axis < 3; ++axis) {
+    at_[axis] = at[axis];
+    margin_[axis] = static_cast<unsigned>(std::min(at[axis], cells[axis] - 1 - at[axis]));
+  }
 }
 
 std::uint64_t ListAround::Marked(int begin, const NodeBits& bits) const noexcept {
   const VORL_SEARCHNEIGHBORHOOD& offsets = *list_.offsets;
   const VORL_GRID& grid = list_.grid;
+  bool interior = list_.reach != nullptr;
+  for (int axis = 0; axis < 3 && interior; ++axis) {
+    interior = list_.reach[begin / kBlock].along[axis] <= margin_[axis];
+  }
   const EntriesAround entries{{offsets.ix + begin, offsets.iy + begin, offsets.iz + begin},
                               list_.shift + begin,
-                              {at_.ix, at_.iy, at_.iz},
+                              {at_[0], at_[1], at_[2]},
                               {grid.nx, grid.ny, grid.nz},
                               node_,
-                              interior_,
+                              interior,
                               bits.words()};
   return KESTRUM_KERNEL_AT(level_, MarkedEntries)(entries, std::min(kBlock, offsets.size - begin));
 }

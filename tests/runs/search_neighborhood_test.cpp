@@ -6,6 +6,7 @@
 #include <cmath>
 #include <set>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "neighborhood/neighbor_search.hpp"
@@ -143,17 +144,15 @@ TEST(NeighborSearch, FindsAmongSparseDataWhatWalkingFinds) {
   for (const auto& c : cases) {
     List lists({{COV_SPHERICAL, 1.0, c.range[0], c.range[1], c.range[2]}});
     ASSERT_EQ(lists.Build(c.grid, 1.0, c.sortMode), 0);
-    VORL_SEARCHNEIGHBORHOOD& offsets = lists.list;
+    kestrum::NeighborListOwner owner;
+    const VORL_SEARCHNEIGHBORHOOD& offsets = owner.offsets() = std::exchange(lists.list, {});
+    kestrum::NeighborList list;
+    ASSERT_EQ(owner.Finish(c.grid, c.limit, kestrum::Dealing::Serial(), list), 0);
     kestrum::NodeBits isDatum;
     ASSERT_EQ(isDatum.Allocate(c.grid.nxyz), 0);
-    std::vector<int> shift(offsets.size);
-    for (int e = 0; e < offsets.size; ++e) {
-      shift[e] = offsets.ix[e] + offsets.iy[e] * c.grid.nx + offsets.iz[e] * c.grid.nxy;
-    }
     for (const Datum& d : RandomData(c.grid, c.ndata, 3)) {
       isDatum.Set(d.ix + d.iy * c.grid.nx + d.iz * c.grid.nxy);
     }
-    const kestrum::NeighborList list{&offsets, shift.data(), c.limit, c.grid};
     kestrum::SparseNeighborSearch search;
     ASSERT_EQ(search.Prepare(list, isDatum, c.ndata), 0);
     kestrum::SparseNeighborSearch::Scratch scratch;
@@ -168,7 +167,7 @@ TEST(NeighborSearch, FindsAmongSparseDataWhatWalkingFinds) {
       for (int e = 0; e < offsets.size && static_cast<int>(expected.size()) < c.limit; ++e) {
         const int x = at.ix + offsets.ix[e], y = at.iy + offsets.iy[e], z = at.iz + offsets.iz[e];
         const bool inside = x >= 0 && x < c.grid.nx && y >= 0 && y < c.grid.ny && z >= 0 && z < c.grid.nz;
-        if (inside && isDatum[node + shift[e]] != 0) expected.push_back(e);
+        if (inside && isDatum[x + y * c.grid.nx + z * c.grid.nxy] != 0) expected.push_back(e);
       }
       ASSERT_EQ(std::vector<int>(found.begin(), found.begin() + m), expected) << node;
       const int n = kestrum::WalkNeighbors(list, node, isDatum, walked.data());
