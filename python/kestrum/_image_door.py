@@ -99,15 +99,9 @@ def lag_coords(lags: tuple[int, ...]) -> dict[str, NDArray[np.int64]]:
     return {dim: np.arange(-lag, lag + 1) for dim, lag in zip(dims, lags)}
 
 
-def has_finite_sum(values: NDArray[Any]) -> bool:
-    """True only if all values are finite: found in one pass without other memory."""
-    with np.errstate(all="ignore"):
-        return bool(np.isfinite(values.sum(dtype=np.float64)))
-
-
 def is_complete(name: str, values: NDArray[Any]) -> bool:
     """Whether all are numbers. False may be wrong; infinite ones are refused."""
-    complete = has_finite_sum(values)
+    complete = _door.has_finite_sum(values)
     if not complete and np.isinf(values).any():
         raise DataError(f"{name} has infinite values, but they must be finite or, where they are missing, NaN. Set them to NaN.")
     return complete

@@ -12,7 +12,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _lazy, _memory, _progress
 from ._errors import ArgumentError, DataError, warn
-from ._image_door import Connectivity, as_image, as_lags, as_neighbors, has_finite_sum, is_complete, is_flipped, lag_coords, like, readable, require_few, require_numbers
+from ._image_door import Connectivity, as_image, as_lags, as_neighbors, is_complete, is_flipped, lag_coords, like, readable, require_few, require_numbers
 from ._watch import in_c_order, watched
 
 if TYPE_CHECKING:
@@ -418,7 +418,7 @@ def pyramid(image: ArrayLike, levels: int = 1, *,
            [0., 4., 4.]])
     """
     values = as_image("image", image)
-    if not has_finite_sum(values) and (values == np.inf).any() and (values == -np.inf).any():
+    if not _door.has_finite_sum(values) and (values == np.inf).any() and (values == -np.inf).any():
         raise DataError("image has both inf and -inf, between which there is no mean. Set one of them to NaN.")
     count = _door.whole("levels", levels, 1, 64)
     nthreads = _door.threads(threads, values.size)
@@ -481,7 +481,7 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
     if not fits:
         raise ArgumentError(f"shape is {_door.show(shape)}, but each side n of the image, which has {' x '.join(map(str, values.shape))} nodes, may only stay, or "
                             "become 2 n - 1 or 2 n. Expand step by step.")
-    if not has_finite_sum(values) and np.isinf(values).any():
+    if not _door.has_finite_sum(values) and np.isinf(values).any():
         raise DataError("image has infinite values. Set them to NaN.")
     nthreads = _door.threads(threads, values.size)
     if values.size == 0:

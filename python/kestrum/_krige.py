@@ -736,6 +736,8 @@ def _is_vast(task: _Task) -> bool:
 
 def warn_if_beyond(estimate: NDArray[Any], variance: NDArray[Any], known: int, total: int, noun: str = "places") -> None:
     """Says so where arithmetic gave no number: at more places than are known to have none."""
+    if _door.has_finite_sum(estimate) and _door.has_finite_sum(variance):
+        return
     pieces = (slice(first, first + _WINDOW) for first in range(0, len(estimate), _WINDOW))
     bad = sum(int(np.count_nonzero(~(np.isfinite(estimate[piece]) & np.isfinite(variance[piece])))) for piece in pieces) - known
     if bad > 0:
