@@ -182,17 +182,11 @@ class Run {
     Monitor monitor;
     const int status = RunWatched(progress, monitor, [&] {
       const RunFront front(&monitor.record, &Monitor::Update, dealing_, true);
+      int prepared = Share(random != nullptr, front);
       GridRun run;
-      int shared = 0, prepared = 0;
-      // By two threads, if there are.
-      dealing_.ForPass(input_.grid.nxyz).EachThread([&](int thread, int team) noexcept {
-        if (thread == 0) shared = Share(random != nullptr, front);
-        if (thread != (team > 1 ? 1 : 0)) return;
-        prepared = run.Prepare(input_, front);
-        if (prepared == 0 && random != nullptr) run.Shuffle(*random);
-      });
-      if (shared != 0 || prepared != 0) return shared != 0 ? shared : prepared;
-      run.Use(*shared_);
+      if (prepared == 0) prepared = run.Prepare(input_, *shared_, front);
+      if (prepared != 0) return prepared;
+      if (random != nullptr) run.Shuffle(*random);
       return work(run);
     });
     RaiseFor(status);

@@ -7,6 +7,7 @@
 
 #include "analysis/body_curves.hpp"
 #include "analysis/connection_curve.hpp"
+#include "analysis/extremes.hpp"
 #include "analysis/lloyd.hpp"
 #include "analysis/otsu.hpp"
 #include "analysis/pyramid.hpp"
@@ -45,6 +46,16 @@ Array<double> Expand(const Array<double>& image, const std::vector<bool>& finer,
     return ExpandArray({grid.nx, grid.ny, grid.nz}, changes, image.data(), to, Dealing::Threads(nthreads), progress);
   });
   return expanded;
+}
+
+// The least and the greatest value but for NaN; of none inf and -inf.
+template <typename T>
+py::tuple ExtremesOf(const Array<T>& values, int nthreads) {
+  Extremes found;
+  RunOperations(static_cast<double>(values.size()), py::none(), [&](const Progress& progress) noexcept {
+    return FindExtremes(values.size(), values.data(), Dealing::Threads(nthreads), progress, &found);
+  });
+  return py::make_tuple(found.least, found.greatest);
 }
 
 // The cuts, how many values are distinct, and whether one is infinite.
@@ -113,6 +124,7 @@ void BindImageStatistics(py::module_& module) {
   ForEachType([&module]<typename T>(std::type_identity<T>) {
     module.def("otsu", &Otsu<T>, py::arg("values").noconvert(), py::arg("classes"), py::arg("threads"),
                py::arg("progress"));
+    module.def("extremes", &ExtremesOf<T>, py::arg("values").noconvert(), py::arg("threads"));
     module.def("connectivity_curves", &ConnectivityCurves<T>, py::arg("images").noconvert(),
                py::arg("thresholds").noconvert(), py::arg("neighbors"), py::arg("above"), py::arg("threads"),
                py::arg("progress"));

@@ -109,6 +109,8 @@ def body_sizes(labels: NDArray[np.int32], n: int, threads: int, progress: _Progr
     """Rows of size and of extents along z, y and x, of the labels 1 to n. None is larger than n."""
 def otsu(values: NDArray[Any], classes: int, threads: int, progress: _Progress) -> tuple[NDArray[np.float64], int, bool]:
     """The cuts, how many values are distinct (or at least `classes`), and whether one is infinite. values: as label."""
+def extremes(values: NDArray[Any], threads: int) -> tuple[float, float]:
+    """The least and the greatest but for NaN; of none inf and -inf. values: as label."""
 def connectivity_curves(images: NDArray[Any], thresholds: NDArray[np.float64], neighbors: int, above: bool, threads: int, progress: _Progress) -> NDArray[np.float64]:
     """A row for each image, of values as those of label, along the first axis. thresholds: not decreasing."""
 def measure_bodies(codes: NDArray[np.int16], n: int, neighbors: int, above: bool, threads: int, progress: _Progress) -> NDArray[np.int64]:

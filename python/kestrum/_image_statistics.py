@@ -349,16 +349,16 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
     step = nthreads if lazy else len(images)
     firsts = range(0, len(images), step)
 
-    def part(first: int) -> NDArray[Any]:
-        return _door.array("image", images[first:first + step])
+    def read(first: int) -> NDArray[Any]:
+        return in_c_order(readable("image", _door.array("image", images[first:first + step])))
+
+    part: Any = read if lazy else functools.cache(read)
 
     if _door.array("thresholds", thresholds).ndim == 0:
         number = _door.whole("thresholds", thresholds, 1, 65535)
-        # Pieces that the cache holds are read once from memory for both.
-        pieces = (flat[at:at + _door.PIECE] for flat in (part(first).reshape(-1) for first in firsts) for at in range(0, flat.size, _door.PIECE))
-        ends = np.array([(np.fmin.reduce(piece), np.fmax.reduce(piece)) for piece in pieces], np.float64)
-        least, greatest = float(np.fmin.reduce(ends[:, 0])), float(np.fmax.reduce(ends[:, 1]))
-        if math.isnan(least):
+        ends = [_core.extremes(part(first), nthreads) for first in firsts]
+        least, greatest = min(low for low, _ in ends), max(high for _, high in ends)
+        if least > greatest:
             raise DataError("image has no values but NaN.")
         if not math.isfinite(greatest - least):
             raise DataError(f"image has values from {least:g} to {greatest:g}, between which there are no even thresholds. Give the thresholds themselves.")
@@ -370,7 +370,7 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
     order = np.argsort(limits, kind="stable")
     above = bodies == "above"
     with _progress.shown(progress, "curves") as report:
-        values = np.concatenate([curves(in_c_order(readable("image", part(first))), limits[order], neighbors, above, nthreads,
+        values = np.concatenate([curves(part(first), limits[order], neighbors, above, nthreads,
                                         _progress.part(report, first / len(images), min(first + step, len(images)) / len(images)))
                                  for first in firsts])
     values[:, order] = values.copy()

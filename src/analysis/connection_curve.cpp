@@ -11,6 +11,7 @@
 
 #include "analysis/threshold_levels.hpp"
 #include "core/buffer.hpp"
+#include "core/fetch_ahead.hpp"
 #include "core/memory.h"
 #include "core/object_array.hpp"
 #include "core/statuses.hpp"
@@ -465,6 +466,7 @@ class NodeLevels {
       for (std::ptrdiff_t i = begin; i < end && !progress.Aborted(); ++i) {
         const T* const from = values + i * kLevelBlock;
         const std::ptrdiff_t length = std::min(nnode - i * kLevelBlock, std::ptrdiff_t{kLevelBlock});
+        FetchAhead<kLevelBlock>(from);
         const double* doubles = block;
         if constexpr (std::is_same_v<T, double>) {
           if (length == kLevelBlock) doubles = from;

@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "analysis/extremes.hpp"
 #include "core/buffer.hpp"
 #include "core/statuses.hpp"
 
@@ -168,12 +169,14 @@ class OtsuSearch {
 
   int Run() noexcept {
     if (const int status = begin_.Allocate(static_cast<std::size_t>(nclass_)); status != 0) return status;
-    if (const int status = FindRange(progress_.Step(0.0, 0.2)); status != 0) return status;
-    if (least_ > greatest_) return 0;  // all are NaN
-    found_->infinite = std::isinf(least_) || std::isinf(greatest_);
+    if (const int status = FindExtremes(n_, values_, dealing_, progress_.Step(0.0, 0.2), &ends_); status != 0) {
+      return status;
+    }
+    if (ends_.least > ends_.greatest) return 0;  // all are NaN
+    found_->infinite = std::isinf(ends_.least) || std::isinf(ends_.greatest);
     found_->distinct = 1;
-    if (found_->infinite || least_ == greatest_) return 0;
-    const Bins bins(least_, greatest_, std::is_integral_v<T>);
+    if (found_->infinite || ends_.least == ends_.greatest) return 0;
+    const Bins bins(ends_.least, ends_.greatest, std::is_integral_v<T>);
     bool enough = false;
     double begin = 0.2;
     if (bins.exact() || (bins.usable() && n_ > kFewValues)) {
@@ -193,39 +196,6 @@ class OtsuSearch {
          begin += kPiece) {
       body(begin, std::min(block.end, begin + kPiece));
     }
-  }
-
-  int FindRange(const Progress& progress) noexcept {
-    Buffer<double> ends;
-    const std::size_t nthread = static_cast<std::size_t>(dealing_.nscratch());
-    if (const int status = ends.Allocate(2 * nthread); status != 0) return status;
-    for (std::size_t t = 0; t < nthread; ++t) {
-      ends[2 * t] = std::numeric_limits<double>::infinity();
-      ends[2 * t + 1] = -std::numeric_limits<double>::infinity();
-    }
-    dealing_.EachThread([&](int thread, int team) noexcept {
-      const ItemBlock block = BlockOf(n_, team, thread);
-      double& least = ends[2 * static_cast<std::size_t>(thread)];
-      double& greatest = ends[2 * static_cast<std::size_t>(thread) + 1];
-      ForPieces(block, progress, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
-        double low = least;
-        double high = greatest;
-        for (std::ptrdiff_t i = begin; i < end; ++i) {
-          const double value = static_cast<double>(values_[i]);
-          low = value < low ? value : low;
-          high = value > high ? value : high;
-        }
-        least = low;
-        greatest = high;
-      });
-    });
-    least_ = ends[0];
-    greatest_ = ends[1];
-    for (std::size_t t = 1; t < nthread; ++t) {
-      least_ = std::min(least_, ends[2 * t]);
-      greatest_ = std::max(greatest_, ends[2 * t + 1]);
-    }
-    return progress_.After(0);
   }
 
   // *enough: whether the cuts are known to be good.
@@ -353,14 +323,14 @@ class OtsuSearch {
     WeightedPositions positions;
     if (const int status = positions.Allocate(static_cast<std::size_t>(end - sorted.data())); status != 0)
       return status;
-    const double range = 0.5 * greatest_ - 0.5 * least_;
+    const double range = 0.5 * ends_.greatest - 0.5 * ends_.least;
     double* distinct = sorted.data();
     for (const double* from = sorted.data(); from < end && !progress.Aborted(); ++distinct) {
       const double value = *from;
       const double* const first = from;
       while (from < end && *from == value) ++from;
       *distinct = value;
-      positions.Add((0.5 * value - 0.5 * least_) / range, static_cast<double>(from - first));
+      positions.Add((0.5 * value - 0.5 * ends_.least) / range, static_cast<double>(from - first));
     }
     found_->distinct = static_cast<std::ptrdiff_t>(positions.size());
     if (found_->distinct < nclass_) return progress.After(0);
@@ -375,8 +345,7 @@ class OtsuSearch {
   const Dealing dealing_;
   const Progress progress_;
   OtsuCuts* const found_;
-  double least_ = 0.0;
-  double greatest_ = 0.0;
+  Extremes ends_;
   Buffer<std::size_t> begin_;
 };
 

@@ -39,12 +39,10 @@ template <bool above>
 KESTRUM_KERNEL_INLINE void WriteLevelBitsOf(const double* values, int n, const double* thresholds,
                                             const LevelBits& levels) noexcept {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
-  constexpr int kAhead = 512;
   Vector least = Broadcast<Vector>(kInfinity);
   Vector most = Broadcast<Vector>(-kInfinity);
   for (int i = 0; i < kLevelBlock; i += kWidth) {
     const Vector x = Load<Vector>(values + i);
-    __builtin_prefetch(values + i + kAhead);
     least = x < least ? x : least;
     most = x > most ? x : most;
   }

@@ -65,7 +65,8 @@ int GridModels::Prepare(const GridRunInput& input, bool simulation, const RunFro
   return simulation ? systems_.Prepare(setups()) : 0;
 }
 
-int GridRun::Prepare(const GridRunInput& input, const RunFront& front) noexcept {
+int GridRun::Prepare(const GridRunInput& input, const GridModels& models, const RunFront& front) noexcept {
+  models_ = &models;
   grid_ = input.grid;
   front_ = front;
   mask_ = input.mask;

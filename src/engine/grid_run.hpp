@@ -62,12 +62,11 @@ class GridModels {
 // A run on a grid. Statuses as in estimation.hpp and simulation.hpp, and those of the search neighbourhood.
 class GridRun {
  public:
-  [[nodiscard]] int Prepare(const GridRunInput& input, const RunFront& front) noexcept;
-  // Makes the path of the first realization, where no values are drawn before it. Without this it is made when the
-  // realization is drawn; the models can be prepared meanwhile.
+  // The models of this input must outlive the run.
+  [[nodiscard]] int Prepare(const GridRunInput& input, const GridModels& models, const RunFront& front) noexcept;
+  // Makes the path of the first realization, where no values are drawn before it: its nodes need not be sorted then, nor
+  // numbered twice.
   void Shuffle(RandomSource& random) noexcept;
-  // The models of the input, which must outlive the run.
-  void Use(const GridModels& models) noexcept { models_ = &models; }
 
   // Kriging. One value per node: estimate, and standard deviation; a datum keeps its value, with a deviation of 0.0.
   [[nodiscard]] int Krige(real* estimate, real* deviation) noexcept;

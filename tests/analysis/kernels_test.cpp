@@ -11,11 +11,13 @@
 #include <random>
 #include <string>
 #include <tuple>
+#include <type_traits>
 #include <vector>
 
 #include "analysis/add_bits.hpp"
 #include "analysis/distance_lines.hpp"
 #include "analysis/euler_number.hpp"
+#include "analysis/extremes.hpp"
 #include "analysis/geobodies.hpp"
 #include "analysis/mark_block.hpp"
 #include "analysis/moving_average_sums.hpp"
@@ -187,6 +189,40 @@ Values Labels(SimdLevel level, Draws& draws) {
   EXPECT_EQ(finder.LabelMarked(connectivity, labels.data()), count);
   kestrum::LimitSimdLevel(SimdLevel::kAvx512);
   all.insert(all.end(), labels.begin(), labels.end());
+  return all;
+}
+
+// Those of a plain loop, too.
+Values EndsOf(SimdLevel level, Draws& draws) {
+  Values values = draws.Numbers(draws.Int(1, 300), 9);
+  for (double& value : values) {
+    if (value == kMissing) value = kNaN;
+    if (value == 0.0 && draws.Flip()) value = -0.0;
+  }
+  kestrum::LimitSimdLevel(level);
+  Values all;
+  const auto add = [&]<typename T>(T) {
+    std::vector<T> typed;
+    kestrum::Extremes expected, found;
+    for (const double value : values) {
+      if (std::isnan(value) && !std::is_floating_point_v<T>) continue;
+      typed.push_back(static_cast<T>(value));
+      if (std::isnan(value)) continue;
+      expected.least = std::min(expected.least, static_cast<double>(typed.back()));
+      expected.greatest = std::max(expected.greatest, static_cast<double>(typed.back()));
+    }
+    const auto n = static_cast<std::ptrdiff_t>(typed.size());
+    const kestrum::Progress silent(nullptr, nullptr);
+    EXPECT_EQ(kestrum::FindExtremes(n, typed.data(), kestrum::Dealing::Threads(draws.Int(1, 3)), silent, &found), 0);
+    EXPECT_TRUE(found.least == expected.least && found.greatest == expected.greatest) << n;
+    all.insert(all.end(), {found.least, found.greatest});
+  };
+  add(1.0);
+  add(1.0F);
+  add(1);
+  for (double& value : values) value = std::fabs(value);
+  add(static_cast<unsigned char>(1));
+  kestrum::LimitSimdLevel(SimdLevel::kAvx512);
   return all;
 }
 
@@ -385,7 +421,8 @@ INSTANTIATE_TEST_SUITE_P(
                                      Kernel{"NearestCenters", NearestCenters}, Kernel{"Lines", Lines},
                                      Kernel{"LagSums", LagSums}, Kernel{"PairCounts", PairCounts},
                                      Kernel{"MovingSums", MovingSums}, Kernel{"PyramidRows", PyramidRows},
-                                     Kernel{"Batches", Batches}, Kernel{"GrownRows", GrownRows}),
+                                     Kernel{"Batches", Batches}, Kernel{"GrownRows", GrownRows},
+                                     Kernel{"Ends", EndsOf}),
                      testing::Values(SimdLevel::kAvx2, SimdLevel::kAvx512)),
     [](const auto& test) {
       return std::get<0>(test.param).name +
