@@ -29,6 +29,28 @@ KESTRUM_KERNEL_TARGET std::uint64_t MarkedEntries(const EntriesAround& a, int co
         _mm512_mask_i32gather_epi32(_mm512_setzero_si512(), some, _mm512_maskz_srli_epi32(some, place, 5), a.words, 4);
     marked |= std::uint64_t{_mm512_test_epi32_mask(word, bit)} << i;
   }
+#elif KESTRUM_KERNEL_BYTES == 32
+  const __m256i places = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+  for (int i = 0; i < count; i += 8) {
+    // All bits of an entry, or none.
+    __m256i some = _mm256_cmpgt_epi32(_mm256_set1_epi32(count - i), places);
+    const __m256i shift = _mm256_maskload_epi32(a.shift + i, some);
+    if (!a.interior) {
+      for (int axis = 0; axis < 3; ++axis) {
+        const __m256i at =
+            _mm256_add_epi32(_mm256_set1_epi32(a.at[axis]), _mm256_maskload_epi32(a.offset[axis] + i, some));
+        // Unsigned, a coordinate below zero or beyond the range of int is beyond the axis.
+        const __m256i last = _mm256_set1_epi32(a.cells[axis] - 1);
+        some = _mm256_and_si256(some, _mm256_cmpeq_epi32(_mm256_max_epu32(at, last), last));
+      }
+    }
+    const __m256i place = _mm256_add_epi32(_mm256_set1_epi32(a.node), shift);
+    const __m256i word =
+        _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), (const int*)a.words, _mm256_srli_epi32(place, 5), some, 4);
+    // The sign becomes the bit of the entry.
+    const __m256i signs = _mm256_sllv_epi32(word, _mm256_andnot_si256(place, _mm256_set1_epi32(31)));
+    marked |= std::uint64_t{static_cast<unsigned>(_mm256_movemask_ps((__m256)signs))} << i;
+  }
 #else
   // By blocks that the registers hold.
   constexpr int kBlock = 16;

@@ -17,6 +17,7 @@
 namespace {
 
 using namespace kestrum_test;
+using kestrum::SimdLevel;
 
 // Offsets, keys and covariances against the definition, for each order, with and without rotation.
 TEST(SearchNeighborhood, HoldsTheEllipsoidInOrder) {
@@ -170,8 +171,11 @@ TEST(NeighborSearch, FindsAmongSparseDataWhatWalkingFinds) {
         if (inside && isDatum[x + y * c.grid.nx + z * c.grid.nxy] != 0) expected.push_back(e);
       }
       ASSERT_EQ(std::vector<int>(found.begin(), found.begin() + m), expected) << node;
-      const int n = kestrum::WalkNeighbors(list, node, isDatum, walked.data());
-      ASSERT_EQ(std::vector<int>(walked.begin(), walked.begin() + n), expected) << node;
+      for (const auto level : {SimdLevel::kBaseline, SimdLevel::kAvx2, SimdLevel::kAvx512}) {
+        kestrum::LimitSimdLevel(level);
+        const int n = kestrum::WalkNeighbors(list, node, isDatum, walked.data());
+        ASSERT_EQ(std::vector<int>(walked.begin(), walked.begin() + n), expected) << node;
+      }
     }
   }
 }
