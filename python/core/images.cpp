@@ -122,7 +122,7 @@ Array<int> Steps(const Array<T>& mask, int neighbors, const Array<int>& start, i
 
 // Of the ends, the nearest counts. transposed: whether places are on the axes of the steps from the last to the first.
 Array<std::int64_t> Path(const Array<int>& steps, int neighbors, const Array<int>& starts, const Array<int>& ends,
-                         bool transposed, std::uint64_t seed) {
+                         std::uint64_t seed) {
   const VORL_GRID grid = GridOfShape(steps);
   const int* const at = steps.data();
   // The path from its end on. -1, no way, is beyond all numbers of steps.
@@ -145,7 +145,6 @@ Array<std::int64_t> Path(const Array<int>& steps, int neighbors, const Array<int
     const auto [ix, iy, iz] = CoordinatesOf(grid, *node);
     const int places[] = {iz, iy, ix};
     std::copy(places + 3 - naxis, places + 3, row);
-    if (transposed) std::reverse(row, row + naxis);
   }
   return rows;
 }
@@ -164,7 +163,7 @@ void BindImages(py::module_& module) {
                py::arg("threads"), py::arg("progress"));
   });
   module.def("path_by_steps", &Path, py::arg("steps").noconvert(), py::arg("neighbors"), py::arg("starts").noconvert(),
-             py::arg("ends").noconvert(), py::arg("transposed"), py::arg("seed"));
+             py::arg("ends").noconvert(), py::arg("seed"));
   module.def("body_sizes", &BodySizes, py::arg("labels").noconvert(), py::arg("n"), py::arg("threads"),
              py::arg("progress"));
 }

@@ -6,6 +6,7 @@
 #include "arrays.hpp"
 #include "core/progress.hpp"
 #include "watch.hpp"
+#include "worker.hpp"
 
 namespace kestrum::python {
 
@@ -25,7 +26,7 @@ void ForEachType(const Bind& bind) {
 }
 
 // Runs work(progress), which gives a status, without the interpreter. Ctrl-C ends it, unless it has few operations: a
-// thread to watch from would take longer than these. report: None, or a callable that gets the fraction done.
+// thread to watch from would take longer than these. A process that was forked needs that thread all the same. report: None, or a callable that gets the fraction done.
 template <typename Work>
 void RunOperations(double operations, const py::object& report, const Work& work) {
   constexpr double kMany = 1e7;
@@ -33,7 +34,7 @@ void RunOperations(double operations, const py::object& report, const Work& work
   const Progress progress(&monitor.record, &Monitor::Update, true, true);
   progress.StartRealizations(1);
   int status = 0;
-  if (operations < kMany) {
+  if (operations < kMany && !Worker::InForkedProcess()) {
     const py::gil_scoped_release released;
     status = work(progress);
   } else {

@@ -17,9 +17,15 @@ namespace {
 
 // Never destroyed: the threads are there until the process ends. A process that is forked has none of them.
 Worker::Idle* idle = new Worker::Idle;
-[[maybe_unused]] const int registered = pthread_atfork(nullptr, nullptr, [] { idle = new Worker::Idle; });
+bool forked = false;
+[[maybe_unused]] const int registered = pthread_atfork(nullptr, nullptr, [] {
+  idle = new Worker::Idle;
+  forked = true;
+});
 
 }  // namespace
+
+bool Worker::InForkedProcess() noexcept { return forked; }
 
 Worker* Worker::Take() {
   cpu_set_t cores;

@@ -16,6 +16,10 @@ class Worker {
  public:
   struct Idle;
 
+  // Whether this process was forked: the OpenMP threads of the thread that called fork are not in it, and a region there would wait
+  // for them for ever. Work for more than one thread needs a worker then.
+  static bool InForkedProcess() noexcept;
+
   // Takes a worker that is idle, or makes one: std::system_error if there can be no further thread.
   static Worker* Take();
   // Gives back a worker whose work has ended. Few stay.

@@ -90,8 +90,8 @@ def label(values: NDArray[Any], neighbors: int, transposed: bool, threads: int, 
     """values: uint8, int32, float32 or float64. neighbors: 6, 18 or 26, also of one layer."""
 def steps_in_mask(mask: NDArray[Any], neighbors: int, start: NDArray[np.int32], threads: int, progress: _Progress) -> NDArray[np.int32]:
     """mask: as the values of label. start: nodes by number."""
-def path_by_steps(steps: NDArray[np.int32], neighbors: int, starts: NDArray[np.int32], ends: NDArray[np.int32], transposed: bool, seed: int) -> NDArray[np.int64]:
-    """A row of places for each node, from a start to the nearest of the ends, given by number. transposed: on the axes from the last to the first."""
+def path_by_steps(steps: NDArray[np.int32], neighbors: int, starts: NDArray[np.int32], ends: NDArray[np.int32], seed: int) -> NDArray[np.int64]:
+    """A row of places for each node, from a start to the nearest of the ends, given by number."""
 def euler_number(values: NDArray[Any], closed_cells: bool, threads: int) -> int: ...
 def distance(mask: NDArray[Any], spacing: Sequence[float], manhattan: bool, is_signed: bool, distance: NDArray[Any], threads: int,
              progress: _Progress, beyond: NDArray[np.int32] | None = None, row_length: int = 0) -> None:

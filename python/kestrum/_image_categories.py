@@ -12,7 +12,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _memory, _progress
 from ._errors import ArgumentError, DataError
-from ._image_door import as_categories, as_image, as_sides, in_order, is_flipped, like, require_few, require_numbers
+from ._image_door import as_categories, as_image, as_sides, in_order, is_flipped, like, require_exact, require_few, require_numbers
 from ._watch import in_c_order, watched
 
 if TYPE_CHECKING:
@@ -99,6 +99,7 @@ def proportion_cuts(values: ArrayLike, proportions: ArrayLike, *,
     given = _door.array("values", values)
     require_numbers("values", given)
     require_few("values", given)
+    require_exact("values", given)
     numbers = _door.finite("proportions", _door.reals("proportions", proportions))
     _door.threads(threads)
     shares: list[float] = numbers.tolist()
@@ -217,7 +218,7 @@ def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: Arra
 
     Notes
     -----
-    The `box_mean` of each category's indicator. Work memory is 4 bytes a node, 12 if some are missing.
+    The `box_mean` of each category's indicator. Work memory is 5 bytes a node, 12 if some are missing.
 
     Examples
     --------
@@ -237,6 +238,8 @@ def proportion_map(image: ArrayLike, size: int | Sequence[int], categories: Arra
 def _proportions(image: Any, given: NDArray[Any], sides: list[int], categories: Any, nthreads: int, report: _progress.Report) -> xr.DataArray:
     import xarray as xr
 
+    if _door.is_xarray(image) and "category" in image.dims:
+        raise DataError("image has a dimension 'category', which the result has as well. Rename it: image.rename(category=...).")
     codes, names = as_categories("image", given, categories, nthreads, _progress.part(report, 0.0, 0.1))
     _memory.require(8 * len(names) * given.size, f"proportions of {len(names):,} categories", "Take a part of the image.")
     flipped = is_flipped(codes)

@@ -155,6 +155,12 @@ def is_flipped(given: NDArray[Any]) -> bool:
     return given.flags.f_contiguous and not given.flags.c_contiguous
 
 
+def require_exact(name: str, given: NDArray[Any]) -> None:
+    """Refuses whole numbers that float64 would round."""
+    if given.dtype.kind in "iu" and given.dtype.itemsize == 8 and given.size and max(int(given.max()), -int(given.min())) > 2**53:
+        raise DataError(f"{name} has whole numbers beyond 2^53, which float64 would round. Subtract one of them from all.")
+
+
 def readable(name: str, given: NDArray[Any]) -> NDArray[Any]:
     """Numbers of a type that the engine reads; not copied if they are. Whole numbers that float64 would round are refused."""
     kind = given.dtype
@@ -162,8 +168,7 @@ def readable(name: str, given: NDArray[Any]) -> NDArray[Any]:
         return given.view(np.uint8)
     if kind in (np.dtype("i4"), np.dtype("f4"), np.dtype("f8")):
         return given
-    if kind.kind in "iu" and kind.itemsize == 8 and given.size and max(int(given.max()), -int(given.min())) > 2**53:
-        raise DataError(f"{name} has whole numbers beyond 2^53, which float64 would round. Subtract one of them from all.")
+    require_exact(name, given)
     target: Any = np.int32 if kind.kind in "iu" and kind.itemsize < 4 else np.float64
     return watched(given.size, given.astype, target)
 

@@ -12,7 +12,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _door, _image_blocks, _memory, _progress
 from ._errors import ArgumentError, warn
 from ._image_categories import categorize
-from ._image_door import Connectivity, as_lags, as_neighbors, category_codes, distinct_values, in_order, is_complete, is_flipped, lag_coords, listed_categories
+from ._image_door import Connectivity, as_lags, as_neighbors, category_codes, distinct_values, in_order, is_complete, is_flipped, lag_coords, listed_categories, require_exact
 from ._image_statistics import Transforms, product_of
 from ._images import label
 from ._watch import watched
@@ -109,6 +109,7 @@ def _middle(parts: list[tuple[int, float, float, float]]) -> float:
 def _products(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, statistic: str,
               middle: float) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
     """Sums of products, of tails, of heads, and of their squares, and the numbers of pairs, by lag."""
+    require_exact("image", values)
     if statistic == "noncentered":
         is_complete("image", values)  # else _extent has looked
     doubles = watched(values.size, lambda: np.array(values, np.float64, order="C"))

@@ -11,6 +11,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _door, _progress
 from ._errors import ArgumentError, DataError
 from ._image_door import Connectivity, as_image, as_neighbors, as_truth, is_flipped, is_true, like
+from ._watch import in_c_order
 
 
 def geodesic_steps(mask: ArrayLike, start: ArrayLike, connectivity: Connectivity | None = None, *,
@@ -80,7 +81,7 @@ def shortest_path(mask: ArrayLike, start: ArrayLike, end: ArrayLike, connectivit
 
     Notes
     -----
-    By `geodesic_steps`; 4 bytes a node for their numbers.
+    By `geodesic_steps`; 4 bytes a node for their numbers, 8 in Fortran order.
 
     Examples
     --------
@@ -91,13 +92,13 @@ def shortest_path(mask: ArrayLike, start: ArrayLike, end: ArrayLike, connectivit
            [1, 2]])
     """
     number = _door.whole("seed", seed, 0, 2**64 - 1)
-    steps, starts, neighbors = _steps(mask, start, connectivity, threads, progress)
-    flipped = is_flipped(steps)
-    return _core.path_by_steps(steps.T if flipped else steps, neighbors, starts, _nodes("end", end, steps), flipped, number)
+    found, neighbors = _steps(mask, start, connectivity, threads, progress)
+    steps = in_c_order(found)  # in which neighbours are drawn
+    return _core.path_by_steps(steps, neighbors, _nodes("start", start, steps), _nodes("end", end, steps), number)
 
 
-def _steps(mask: ArrayLike, start: Any, connectivity: Any, threads: Any, progress: _progress.Progress) -> tuple[NDArray[np.int32], NDArray[np.int32], int]:
-    """The numbers of steps, in the order of the mask, the numbers of the starts, and that of neighbours."""
+def _steps(mask: ArrayLike, start: Any, connectivity: Any, threads: Any, progress: _progress.Progress) -> tuple[NDArray[np.int32], int]:
+    """The numbers of steps, in the order of the mask, and that of neighbours."""
     image = as_image("mask", mask)
     neighbors = as_neighbors(connectivity, image.ndim)
     nthreads = _door.threads(threads, 4 * image.size)
@@ -110,7 +111,7 @@ def _steps(mask: ArrayLike, start: Any, connectivity: Any, threads: Any, progres
         raise DataError(f"start has {_door.show(np.atleast_2d(start)[place].tolist())}, where the mask is not true. Give a node of a body.")
     with _progress.shown(progress, "steps") as report:
         steps = _core.steps_in_mask(values, neighbors, starts, nthreads, report)
-    return steps.T if flipped else steps, starts, neighbors
+    return steps.T if flipped else steps, neighbors
 
 
 def _nodes(name: str, value: Any, image: NDArray[Any]) -> NDArray[np.int32]:

@@ -45,7 +45,7 @@ def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["m
     Notes
     -----
     Means of any ratio of the sizes keep the mean of a complete image. Work memory is 16 bytes for each node of a row and
-    thread; of modes, 3 bytes a node and 24 bytes a new one; of the nearest values none.
+    thread; of modes, 3 bytes a node and 36 bytes a new one; of the nearest values none.
 
     Examples
     --------
@@ -112,8 +112,12 @@ def _framed(image: Any, values: NDArray[Any]) -> Any:
 
     coords: dict[Any, Any] = {}
     for dim, m in zip(image.dims, values.shape):
-        places = np.asarray(image[dim]) if dim in image.coords else np.empty(0)
-        if places.dtype.kind not in "iuf" or places.size < 2 or not np.allclose(np.diff(places), places[1] - places[0]):
+        given = np.asarray(image[dim]) if dim in image.coords else np.empty(0)
+        if given.dtype.kind not in "iuf" or given.size < 2:
+            continue
+        places = given.astype(np.float64)
+        rounding = 4.0 * np.finfo(given.dtype if given.dtype.kind == "f" else np.float64).eps * np.abs(places).max()
+        if places[1] == places[0] or not np.allclose(np.diff(places), places[1] - places[0], atol=rounding):
             continue
         step = (places[-1] - places[0]) / (places.size - 1)
         coords[dim] = places[0] - step / 2 + (np.arange(m) + 0.5) * (step * places.size / m)

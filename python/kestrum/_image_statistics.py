@@ -12,7 +12,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _lazy, _memory, _progress
 from ._errors import ArgumentError, DataError, warn
-from ._image_door import Connectivity, as_image, as_lags, as_neighbors, is_complete, is_flipped, lag_coords, like, readable, require_few, require_numbers
+from ._image_door import Connectivity, as_image, as_lags, as_neighbors, is_complete, is_flipped, lag_coords, like, readable, require_exact, require_few, require_numbers
 from ._watch import in_c_order, watched
 
 if TYPE_CHECKING:
@@ -82,6 +82,7 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
 
 def _squares(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, by_transforms: bool) -> tuple[Floats, NDArray[np.int64]]:
     """The sums of the squared differences of each lag, and the numbers of pairs."""
+    require_exact("image", values)
     complete = is_complete("image", values)
     known = None if complete or not np.isnan(values).any() else ~np.isnan(values)
     if by_transforms:
@@ -378,6 +379,8 @@ def _by_threshold(image: Any, thresholds: Any, connectivity: Any, bodies: Any, t
     if not ensemble:
         return values[0], ("threshold",), coords, flipped
     dim = "realization" if frame is None else frame.dims[0]
+    if dim == "threshold":
+        raise DataError("image has a dimension 'threshold', which the result has as well. Rename it: image.rename(threshold=...).")
     if frame is not None and dim in frame.coords:
         coords[dim] = frame.coords[dim]
     return values, (dim, "threshold"), coords, False
@@ -418,6 +421,7 @@ def pyramid(image: ArrayLike, levels: int = 1, *,
            [0., 4., 4.]])
     """
     values = as_image("image", image)
+    require_exact("image", values)
     if not _door.has_finite_sum(values) and (values == np.inf).any() and (values == -np.inf).any():
         raise DataError("image has both inf and -inf, between which there is no mean. Set one of them to NaN.")
     count = _door.whole("levels", levels, 1, 64)
@@ -448,7 +452,7 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
     image : array_like
         Two or three axes, of numbers; NaN is missing.
     shape : sequence of int
-        Of the result: along each axis as many nodes as the image has, n, or 2 n - 1 or 2 n.
+        Of the result: along each axis as many nodes as the image has, n, or 2 n - 1 or 2 n if n is 2 or more.
     threads : int, optional
         By default all cores, one for small arrays. The result does not depend on it.
     progress : bool or callable
@@ -456,7 +460,7 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
 
     Returns
     -------
-    ndarray of float64
+    ndarray of float64, or DataArray if the image is one
         The nodes of the image become nodes 0, 2, 4 and so on. All are means by the weights 1, 4, 6, 4, 1, those in between of
         two and the others of three along an axis; outside the image its ends are repeated. NaN where less than 0.6 of the weight is on
         nodes that are not missing.
@@ -480,18 +484,39 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
     fits = len(sides) == values.ndim and all(side == n or n > 1 and 2 * n - 1 <= side <= 2 * n for side, n in zip(sides, values.shape))
     if not fits:
         raise ArgumentError(f"shape is {_door.show(shape)}, but each side n of the image, which has {' x '.join(map(str, values.shape))} nodes, may only stay, or "
-                            "become 2 n - 1 or 2 n. Expand step by step.")
+                            "become 2 n - 1 or 2 n if n is 2 or more. Expand step by step.")
+    require_exact("image", values)
     if not _door.has_finite_sum(values) and np.isinf(values).any():
         raise DataError("image has infinite values. Set them to NaN.")
     nthreads = _door.threads(threads, values.size)
     if values.size == 0:
-        return np.empty(sides)
+        nothing: Floats = _finer(image, np.empty(sides))
+        return nothing
     # An even side ends between two nodes, the second of which repeats the end.
     repeats = [int(side == 2 * n > n) for side, n in zip(sides, values.shape)]
     repeated = watched(values.size, _with_ends, values, repeats) if any(repeats) else values
     with _progress.shown(progress, "expansion") as report:
         finer: Floats = _core.expand(in_c_order(repeated, np.float64), [side != n for side, n in zip(sides, values.shape)], nthreads, report)
-    return finer[tuple(map(slice, sides))]
+    result: Floats = _finer(image, finer[tuple(map(slice, sides))])
+    return result
+
+
+def _finer(image: Any, values: Floats) -> Any:
+    """Values as a DataArray if that is what was given, with its coordinates and those in between, where they are numbers."""
+    if not _door.is_xarray(image):
+        return values
+    import xarray as xr
+
+    coords: dict[Any, Any] = {}
+    for dim, side in zip(image.dims, values.shape):
+        places = np.asarray(image[dim]) if dim in image.coords else np.empty(0)
+        if len(places) == side:
+            coords[dim] = image[dim]
+        elif places.dtype.kind in "iuf" and len(places) > 1:
+            at = np.arange(side) / 2.0
+            beyond = np.maximum(at - (len(places) - 1), 0.0)
+            coords[dim] = np.interp(at, np.arange(len(places)), places) + beyond * (float(places[-1]) - float(places[-2]))
+    return xr.DataArray(values, coords, image.dims, image.name)
 
 
 def _with_ends(values: NDArray[Any], repeats: list[int]) -> NDArray[Any]:
@@ -530,7 +555,7 @@ def otsu(values: ArrayLike, classes: int = 2, *,
     Notes
     -----
     Otsu, A threshold selection method from gray-level histograms, 1979, by dynamic programming: on a histogram of up to
-    65,536 bins where a bound on its error allows that, else, and up to 4,096 numbers, on all distinct values. Work memory is 2 MB, or 36 bytes a value,
+    65,536 bins where a bound on its error allows that, else, and up to 4,096 numbers, on all distinct values. Work memory is 2 MB, or 40 bytes a value,
     and a quarter of a megabyte or 4 bytes a distinct value for each class beyond two.
 
     Examples
@@ -632,6 +657,7 @@ def kmeans(samples: ArrayLike, clusters: int | ArrayLike, *, max_iterations: int
 
 def _samples(name: str, given: ArrayLike) -> Floats:
     """A table of finite numbers, in C order."""
+    require_exact(name, _door.array(name, given))
     values = _door.finite(name, _door.reals(name, given))
     if values.ndim == 1:
         values = values[:, None]

@@ -49,8 +49,8 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *,
     -----
     Runs of nodes are joined in a table of links by the algorithm of Rem (Patwary, Blair and Manne, Experiments on
     union-find algorithms for the disjoint-set data structure, 2010), which lies in the result meanwhile. Work memory is a
-    quarter byte a node and 4 bytes a row; rows of 32 (40 with 4 or 6 neighbours) to 63 nodes take 20 bytes each. Threads do
-    slabs, whose borders are joined afterwards.
+    quarter byte a node and 4 bytes a row, in which rows of 32 nodes and more (40 with 4 or 6 neighbours) count as the next multiple of
+    64: up to 0.55 byte for rows of 65. Threads do slabs, whose borders are joined afterwards.
 
     Examples
     --------
@@ -358,8 +358,8 @@ def _of_labels(labels: Any, spacing: Any, metric: Any, threads: Any, progress: _
 def _labels(image: NDArray[Any]) -> NDArray[np.int32]:
     """In C order; not copied if they are of 32 bits."""
     if image.dtype != np.int32:
-        whole = np.nan_to_num(image, nan=0.0, posinf=0.5) if image.dtype.kind == "f" else image
-        unfit = (np.abs(whole) >= 2.0**31) | (whole != np.trunc(whole))
+        whole = np.nan_to_num(image, nan=0.0, posinf=0.5, neginf=0.5) if image.dtype.kind == "f" else image
+        unfit = (whole >= 2**31) | (whole < -2**31) | (whole != np.trunc(whole))
         if unfit.any():
             raise DataError(f"labels has the value {_door.show(image[unfit][0])}, but must be whole numbers of 32 bits. Give what label() returns.")
         image = whole.astype(np.int32)

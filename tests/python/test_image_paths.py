@@ -42,6 +42,8 @@ def test_steps_and_paths(mask, seed):
         path = ks.shortest_path(values, starts, ends, connectivity, seed=seed)
         fewest = expected[tuple(ends.T)].min()
         assert len(path) == (0 if np.isinf(fewest) else fewest + 1)
+        other = np.ascontiguousarray(values) if values.flags.f_contiguous else np.asfortranarray(values)
+        assert np.array_equal(path, ks.shortest_path(other, starts, ends, connectivity, seed=seed))
         if len(path):
             assert path[0].tolist() in starts.tolist() and path[-1].tolist() in ends.tolist() and true[tuple(path.T)].all()
             moves = np.abs(np.diff(path, axis=0))

@@ -54,6 +54,10 @@ def test_frames_and_refusals():
     assert coarse.y.values.tolist() == [32.5, 27.5, 22.5, 17.5, 12.5, 7.5] and "x" not in coarse.coords and coarse.name == "porosity"
     assert coarse.mean().item() == pytest.approx(frame.mean().item()) and coarse[0].values.tolist() == [0.5, 2.5]
     assert ks.resample([[1, 1, 2, 2]], (1, 1), method="mode").tolist() == [[1]] and ks.resample([[7]], 3).tolist() == [[7.0] * 3] * 3
+    for given, expected in ((np.array([5, 4, 3, 2], "u2"), [4.5, 2.5]), (np.array([-100, -50, 0, 50], "i1"), [-75.0, 25.0]), ([0.0, 1e-9, 5e-9, 9e-9], None),
+                            ([2.0] * 4, None), (1e6 + 0.1 * np.arange(4), [1e6 + 0.05, 1e6 + 0.25])):
+        places = ks.resample(xr.DataArray(np.ones((1, 4)), {"x": given}, ("y", "x")), (1, 2)).coords
+        assert "x" not in places if expected is None else np.allclose(places["x"], expected, rtol=1e-14)
     assert np.isnan(ks.resample([[1, np.nan, np.nan]], (1, 1))).all() and ks.resample([[1, np.nan]], (1, 1)).tolist() == [[1.0]]
     for call, error, text in ((lambda: ks.resample([1, 2], 2), ks.DataError, "1 axis"), (lambda: ks.resample(np.eye(3), 0), ks.ArgumentError, "at least 1"),
                               (lambda: ks.resample(np.eye(3), (2, 2, 2)), ks.ArgumentError, "2: one"), (lambda: ks.resample(np.eye(3), 2, method="cubic"), ks.ArgumentError, "method"),

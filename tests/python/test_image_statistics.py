@@ -149,6 +149,13 @@ def test_expansion(image, choice):
     np.testing.assert_allclose(found[there], sums[there] / known[there], 1e-12, 1e-8)
 
 
+def test_expansion_of_a_frame():
+    frame = xr.DataArray(np.arange(6.0).reshape(2, 3), {"y": ["a", "b"], "x": [0, 10, 20]}, ("y", "x"), "porosity")
+    finer = ks.expand(frame, (2, 6))
+    assert finer.x.values.tolist() == [0.0, 5.0, 10.0, 15.0, 20.0, 25.0] and finer.y.values.tolist() == ["a", "b"] and finer.name == "porosity"
+    assert np.array_equal(finer, ks.expand(frame.values, (2, 6))) and list(ks.expand(frame, (3, 3)).coords) == ["x"]
+
+
 def between(values, cuts):
     """The sum of squares between classes."""
     values = values[values == values]
@@ -284,6 +291,10 @@ def test_refusals():
         (ks.variogram_map, (flat, 0.5), ks.ArgumentTypeError, "whole"), (ks.variogram_map, (infinite, 1), ks.DataError, "infinite"),
         (ks.variogram_map, (flat.astype(object), 1), ks.ArgumentTypeError, "astype"), (ks.variogram_map, (flat[0], 1), ks.DataError, "axis"),
         (ks.pyramid, (flat, 0), ks.ArgumentError, "at least 1"), (ks.pyramid, (flat.astype(complex),), ks.ArgumentTypeError, "complex"),
+        *((tool, (2**60 + np.arange(8).reshape(2, 4), *more), ks.DataError, "2\\^53") for tool, more in (
+            (ks.variogram_map, (1,)), (ks.covariance_map, (1,)), (ks.pyramid, ()), (ks.expand, ((2, 7),)), (ks.kmeans, (1,)), (ks.proportion_cuts, ([0.5, 0.5],)))),
+        (ks.connectivity_curve, (xr.DataArray(np.ones((2, 3, 3, 3)), dims=("threshold", "z", "y", "x")),), ks.DataError, "Rename"),
+        (ks.proportion_map, (xr.DataArray(np.ones((3, 3)), dims=("category", "x")), 3), ks.DataError, "Rename"),
         (ks.pyramid, (np.ones((0, 3)),), ks.DataError, "no nodes"), (ks.expand, (flat, (3,)), ks.ArgumentError, "2 n - 1"),
         (ks.expand, ([[1.0, 2.0]], (1, 5)), ks.ArgumentError, "step by step"), (ks.expand, ([[np.inf, 2.0]], (1, 3)), ks.DataError, "infinite"), (ks.otsu, (flat, 1), ks.ArgumentError, "at least 2"),
         (ks.otsu, (flat, 7), ks.DataError, "6 distinct numbers, too few for 7"), (ks.otsu, (infinite,), ks.DataError, "infinite"),

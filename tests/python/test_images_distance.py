@@ -116,10 +116,12 @@ def test_kinds_of_labels():
     assert [part.shape for part in ks.nearest_label(np.zeros((0, 3)))] == [(0, 3)] * 2 and ks.label_depth(np.zeros((0, 3))).shape == (0, 3)
     assert ks.label_depth(frame).values.tolist() == [[1, 0, 1]] and ks.label_depth([[5, 5], [5, 5]]).tolist() == [[np.inf] * 2] * 2
     for labels, error, text in (([[0.5]], ks.DataError, "0.5"), ([[np.inf]], ks.DataError, "inf"), ([[-np.inf]], ks.DataError, "inf"), ([[2**31]], ks.DataError, "32 bits"),
+                                ([[-(2**63)]], ks.DataError, "32 bits"), (np.array([[-np.inf]], np.float16), ks.DataError, "inf"),
                                 ([1, 2], ks.DataError, "1 axis"), ([[None]], ks.ArgumentTypeError, "object")):
         for tool in (ks.nearest_label, ks.label_depth):
             with pytest.raises(error, match=text):
                 tool(labels)
+    assert ks.nearest_label(np.array([[-(2**31), 0]]))[1].tolist() == [[-(2**31)] * 2]
     for options, text in (({"spacing": 0}, "spacing is 0"), ({"spacing": (1, 2, 3)}, "2: one"), ({"metric": "chebyshev"}, "metric"), ({"threads": 0}, "threads")):
         with pytest.raises(ks.ArgumentError, match=text):
             ks.nearest_label([[1, 2]], **options)
