@@ -33,7 +33,7 @@ KESTRUM_KERNEL_TARGET bool GatherSymmetric(int n, const double* table, double mi
 #elif KESTRUM_KERNEL_BYTES == 32
   const __m256i first = _mm256_loadu_si256((const __m256i*)from);
   const Vector none = Broadcast<Vector>(missing);
-  const __m256d all = (__m256d)(none == none);
+  const __m256d all = _mm256_castsi256_pd(_mm256_set1_epi32(-1));
   Integers found = Integers{};
   for (int i = 0; i < n; ++i, row += stride, to += kLanes, column += step) {
     const __m256i index = _mm256_abs_epi32(_mm256_sub_epi32(_mm256_loadu_si256((const __m256i*)to), first));
