@@ -236,13 +236,14 @@ def statistics(n, sigma):
                 lambda: ks.connectivity_curve(values, thresholds, connectivity, threads=1), lambda: ks.label(below, connectivity, threads=1), 0.25)
 
 
-def variogram_by_transforms(n, lag_max):
+def lags_by_transforms(n, lag_max):
     values = noise((n, n), 3.0)
-    assert np.allclose(ks.variogram_map(values, lag_max, method="fft").gamma, ks.variogram_map(values, lag_max).gamma)
     padded = [fft.next_fast_len(n + lag_max, True)] * 2
-    compare(f"ks.variogram_map, fft, {n}^2, lags to {lag_max}: rfft2, irfft2", values.size,
-            lambda: ks.variogram_map(values, lag_max, method="fft", threads=1), lambda: fft.irfft2(fft.rfft2(values, padded), padded), 0.77,
-            lambda: ks.variogram_map(values, lag_max, method="fft", threads=2))
+    for tool, name in ((ks.variogram_map, "gamma"), (ks.covariance_map, "covariance")):
+        assert np.allclose(tool(values, lag_max, method="fft")[name], tool(values, lag_max)[name])
+        compare(f"ks.{tool.__name__}, fft, {n}^2, lags to {lag_max}: rfft2, irfft2", values.size,
+                lambda: tool(values, lag_max, method="fft", threads=1), lambda: fft.irfft2(fft.rfft2(values, padded), padded), 0.77,
+                lambda: tool(values, lag_max, method="fft", threads=2))
 
 
 def transitions(n, lag_max):
@@ -536,7 +537,7 @@ def main():
     box_mean(128)
     euler(2000)
     variogram(500, 50)
-    variogram_by_transforms(500, 50)
+    lags_by_transforms(500, 50)
     for lag_max in (15, 50):
         transitions(500, lag_max)
     clusters(200_000, 8, 10)

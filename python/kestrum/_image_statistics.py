@@ -101,11 +101,9 @@ def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: t
     if known is None:
         sums, = transforms.correlations([centred], lambda spectrum: [product_of(spectrum)])
         sums *= -2.0
-        boxes = _box_sums(image.shape, centred, lags)
+        boxes = box_sums(image.shape, centred, lags, 2)
         sums += (boxes + np.flip(boxes))[lags[0]:]
-        pairs: Any = 1
-        for axis, (lag, n) in enumerate(zip(lags, image.shape)):
-            pairs = np.multiply.outer(pairs, n - np.abs(np.arange(-lag if axis else 0, lag + 1)))
+        pairs = complete_pairs(image.shape, lags)
     else:
         nodes = known
 
@@ -120,7 +118,20 @@ def _by_transforms(image: NDArray[Any], known: NDArray[np.bool_] | None, lags: t
     with np.errstate(over="ignore"):
         for _ in range(2):  # one by one: their product may overflow
             sums *= unit
-    return np.concatenate((np.flip(sums[1:]), sums)), np.concatenate((np.flip(pairs[1:]), pairs))
+    return symmetric(sums), symmetric(pairs)
+
+
+def symmetric(half: NDArray[Any], sign: int = 1) -> NDArray[Any]:
+    """The table of all lags, of that without the negative ones along the first axis."""
+    return np.concatenate((sign * np.flip(half[1:]), half))
+
+
+def complete_pairs(shape: tuple[int, ...], lags: tuple[int, ...]) -> NDArray[np.int64]:
+    """The numbers of pairs where nothing is missing, at lags that are not negative along the first axis."""
+    pairs: Any = 1
+    for axis, (lag, n) in enumerate(zip(lags, shape)):
+        pairs = np.multiply.outer(pairs, n - np.abs(np.arange(-lag if axis else 0, lag + 1)))
+    return np.asarray(pairs)
 
 
 def _centred(image: NDArray[Any], known: NDArray[np.bool_] | None) -> tuple[float, Callable[[slice], Floats]]:
@@ -130,19 +141,27 @@ def _centred(image: NDArray[Any], known: NDArray[np.bool_] | None) -> tuple[floa
     spread = float(given.max()) / 2 - float(given.min()) / 2 if given.size else 0.0
     if spread == 0.0:
         return 1.0, lambda rows: np.zeros(image[rows].shape)  # the mean might be rounded, or overflow
-    unit = 1.0 if 1e-100 < spread < 1e100 else math.ldexp(1.0, math.frexp(spread)[1] - 1)
-    mean = given.mean(dtype=np.float64) if unit == 1.0 else np.divide(given, unit, dtype=np.float64).mean()
+    unit = unit_of(spread)
+    return unit, rows_of(image, known, unit, given.mean(dtype=np.float64) if unit == 1.0 else np.divide(given, unit, dtype=np.float64).mean())
 
-    def centred(rows: slice) -> Floats:
-        values = np.array(image[rows], np.float64)
+
+def unit_of(spread: float) -> float:
+    """A power of two near the spread if squares of such numbers could overflow or vanish; else 1."""
+    return 1.0 if spread == 0.0 or 1e-100 < spread < 1e100 else math.ldexp(1.0, math.frexp(spread)[1] - 1)
+
+
+def rows_of(image: NDArray[Any], known: NDArray[np.bool_] | None, unit: float, mean: float) -> Callable[[slice], Floats]:
+    """What gives rows of the image in a unit, less a mean in it, 0 where missing."""
+    def rows(some: slice) -> Floats:
+        values = np.array(image[some], np.float64, order="C")
         if unit != 1.0:
             values /= unit
         values -= mean
         if known is not None:
-            values[~known[rows]] = 0.0
+            values[~known[some]] = 0.0
         return values
 
-    return unit, centred
+    return rows
 
 
 def product_of(a: NDArray[np.complex128], b: NDArray[np.complex128] | None = None) -> Floats:
@@ -199,12 +218,15 @@ class Transforms:
         return np.arange(-self.lags[axis], self.lags[axis] + 1)
 
 
-def _box_sums(shape: tuple[int, ...], rows: Callable[[slice], Floats], lags: tuple[int, ...]) -> Floats:
-    """The sums of the squares over the tails of the pairs of each lag: all but some nodes at one end of each axis."""
+def box_sums(shape: tuple[int, ...], rows: Callable[[slice], Floats], lags: tuple[int, ...], power: int) -> Floats:
+    """The sums of a power of the values over the tails of the pairs of each lag: all but some nodes at one end of each axis."""
+    def summed(part: Floats) -> Floats:
+        return np.asarray(np.einsum(",".join(["i..."] * power) + "->...", *[part] * power))[None]
+
     # Of the same rows for any number of threads, so that the bits are the same.
-    sums: Floats = sum(np.einsum("i...,i...->...", part, part)[None] for part in map(rows, _some_rows(shape, 2**15)))
+    sums: Floats = sum(map(summed, map(rows, _some_rows(shape, 2**15))), np.zeros(()))
     total = sums
-    ends = [rows(slice(lags[0])) ** 2, np.flip(rows(slice(-lags[0], None)), 0) ** 2] if lags[0] else [np.zeros((0, *total.shape[1:]))] * 2
+    ends = [rows(slice(lags[0])) ** power, np.flip(rows(slice(-lags[0], None)), 0) ** power] if lags[0] else [np.zeros((0, *total.shape[1:]))] * 2
     for axis, longest in enumerate(lags):
         if axis > 0:
             total, ends = sums.sum(axis, keepdims=True), [sums.take(places, axis) for places in (np.arange(longest), np.arange(-1, -longest - 1, -1))]

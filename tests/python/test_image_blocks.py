@@ -1,5 +1,7 @@
 """Images in blocks: what the whole image gives, lazily, for any blocks."""
 
+import itertools
+
 import dask
 import dask.array as da
 import numpy as np
@@ -115,8 +117,8 @@ def test_counts_of_pairs_are_those_of_the_whole(pair, longest, share):
                           (ks.connectivity_function, {"given": "tail"})):
         assert tool(blocks, lags, **options).identical(tool(facies, lags, **options))
     values = da.from_array(facies + 1e6, lazy.chunks)
-    for statistic in ("covariance", "noncentered", "correlogram"):
-        found, whole = (ks.covariance_map(given, lags, statistic=statistic) for given in (values, values.compute()))
+    for statistic, method in itertools.product(("covariance", "noncentered", "correlogram"), ("pairs", "fft")):
+        found, whole = (ks.covariance_map(given, lags, statistic=statistic, method=method) for given in (values, values.compute()))
         xr.testing.assert_allclose(found, whole, 1e-9, 1e-9)
 
 

@@ -120,14 +120,18 @@ def test_covariances(image):
 
     covariance, product, correlation, pairs = by_pairs(lags, statistics, doubles)
     for statistic, name, expected in (("covariance", "covariance", covariance), ("noncentered", "covariance", product), ("correlogram", "correlogram", correlation)):
-        found = same(ks.covariance_map, doubles, lags, statistic=statistic)
-        np.testing.assert_array_equal(found.pairs, pairs)
-        known = expected == expected
-        np.testing.assert_allclose(found[name].values[known], expected[known], 1e-9, 1e-11)
-    # Far from 0.
-    np.testing.assert_allclose(ks.covariance_map(doubles + 1e7, lags).covariance, covariance, 0, 1e-8)
-    tails = ks.covariance_map([[5.1] * 9 + [7.3]], (0, 2), statistic="correlogram").correlogram.values[0]
-    assert np.isnan(tails[[0, 1, 3, 4]]).all() and abs(tails[2] - 1.0) < 1e-12
+        for method in ("pairs", "fft"):
+            found = same(ks.covariance_map, doubles, lags, statistic=statistic, method=method)
+            np.testing.assert_array_equal(found.pairs, pairs)
+            known = expected == expected
+            np.testing.assert_allclose(found[name].values[known], expected[known], 1e-9, 1e-11)
+    for method in ("pairs", "fft"):
+        options = {"max_lag": lags, "method": method}
+        np.testing.assert_allclose(ks.covariance_map(doubles + 1e7, **options).covariance, covariance, 0, 1e-8)  # far from 0
+        for scale in (2.0**-600, 2.0**600):  # squares vanish, or overflow
+            assert ks.covariance_map(doubles * scale, statistic="correlogram", **options).identical(ks.covariance_map(doubles, statistic="correlogram", **options))
+        tails = ks.covariance_map([[5.1] * 9 + [7.3]], (0, 2), statistic="correlogram", method=method).correlogram.values[0]
+        assert np.isnan(tails[[0, 1, 3, 4]]).all() and abs(tails[2] - 1.0) < 1e-12
     np.testing.assert_array_equal(ks.covariance_map(values, lags, statistic="noncentered").pairs, by_pairs(lags, lambda a, b: np.sum(a + b == a + b), values.astype(float)))
 
 
@@ -137,7 +141,9 @@ def test_pairs_where_the_data_lie(tmp_path):
     mapped = np.load(tmp_path / "facies.npy", mmap_mode="r")
     for tool in (ks.transiogram, ks.indicator_variogram_map, ks.connectivity_function, ks.covariance_map):
         assert tool(mapped, 4).identical(tool(values, 4)) and tool(values.T, (4, 3)).identical(tool(np.ascontiguousarray(values.T), (4, 3)))
-    assert (ks.covariance_map(np.full((4, 5), 0.1), 1).covariance == 0).all() and np.isnan(ks.covariance_map(np.full((4, 5), 0.1), 1, statistic="correlogram").correlogram).all()
+    for method in ("pairs", "fft"):
+        constant = {"image": np.full((4, 5), 0.1), "max_lag": 1, "method": method}
+        assert (ks.covariance_map(**constant).covariance == 0).all() and np.isnan(ks.covariance_map(**constant, statistic="correlogram").correlogram).all()
 
 
 @pytest.mark.parametrize("arguments, options, error, text", [
