@@ -182,11 +182,18 @@ class Run {
     Monitor monitor;
     const int status = RunWatched(progress, monitor, [&] {
       const RunFront front(&monitor.record, &Monitor::Update, dealing_, true);
-      int prepared = Share(random != nullptr, front);
       GridRun run;
-      if (prepared == 0) prepared = run.Prepare(input_, *shared_, front);
+      int prepared = run.Allocate(input_);
       if (prepared != 0) return prepared;
-      if (random != nullptr) run.Shuffle(*random);
+      // Neither of listing the neighbours and making the path waits for the other, and neither has work for two threads.
+      dealing_.ForPass(input_.grid.nxyz).EachThread([&](int thread, int team) noexcept {
+        if (thread == 0) prepared = Share(random != nullptr, front);
+        if (thread != team - 1) return;
+        run.Prepare(input_, front);
+        if (random != nullptr) run.Shuffle(*random);
+      });
+      if (prepared != 0) return prepared;
+      run.SetModels(*shared_);
       return work(run);
     });
     RaiseFor(status);

@@ -65,8 +65,19 @@ int GridModels::Prepare(const GridRunInput& input, bool simulation, const RunFro
   return simulation ? systems_.Prepare(setups()) : 0;
 }
 
-int GridRun::Prepare(const GridRunInput& input, const GridModels& models, const RunFront& front) noexcept {
-  models_ = &models;
+int GridRun::Allocate(const GridRunInput& input) noexcept {
+  const int nnode = input.grid.nxyz;
+  int status = nodeStatus_.Allocate(nnode);
+  if (status == 0) status = path_.Allocate(nnode);
+  if (status == 0) status = known_.Allocate(std::max<std::size_t>(input.dataNodes.size(), 1));
+  if (status == 0 && !input.boundNodes.empty()) {
+    status = lower_.Allocate(nnode);
+    if (status == 0) status = upper_.Allocate(nnode);
+  }
+  return status;
+}
+
+void GridRun::Prepare(const GridRunInput& input, const RunFront& front) noexcept {
   grid_ = input.grid;
   front_ = front;
   mask_ = input.mask;
@@ -75,20 +86,13 @@ int GridRun::Prepare(const GridRunInput& input, const GridModels& models, const 
   solver_ = input.solver;
   nknown_ = static_cast<int>(input.dataNodes.size());
   const int nnode = grid_.nxyz;
-  int status = nodeStatus_.Allocate(nnode, 1);
-  if (status == 0) status = path_.Allocate(nnode);
-  if (status == 0) status = known_.Allocate(std::max(nknown_, 1));
-  if (status != 0) return status;
+  std::fill(nodeStatus_.begin(), nodeStatus_.end(), 1);
 
   const auto mean = [&](int node) { return means_ != nullptr ? means_[node] : mean_; };
   for (int i = 0; i < nknown_; ++i) {
     const int node = input.dataNodes[i];
     nodeStatus_[node] = 0;
     known_[i] = input.dataValues[i] - mean(node);
-  }
-  if (!input.boundNodes.empty()) {
-    if (status = lower_.Allocate(nnode); status != 0) return status;
-    if (status = upper_.Allocate(nnode); status != 0) return status;
   }
   for (std::size_t i = 0; i < input.boundNodes.size(); ++i) {
     const int node = input.boundNodes[i];
@@ -119,7 +123,6 @@ int GridRun::Prepare(const GridRunInput& input, const GridModels& models, const 
       *left++ = node;
     }
   }
-  return 0;
 }
 
 void GridRun::Shuffle(RandomSource& random) noexcept {

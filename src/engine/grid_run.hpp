@@ -59,11 +59,15 @@ class GridModels {
   bool simulation_ = false;
 };
 
-// A run on a grid. Statuses as in estimation.hpp and simulation.hpp, and those of the search neighbourhood.
+// A run on a grid: allocated, prepared and given its models. Statuses as in estimation.hpp and simulation.hpp, and those of
+// the search neighbourhood.
 class GridRun {
  public:
-  // The models of this input must outlive the run.
-  [[nodiscard]] int Prepare(const GridRunInput& input, const GridModels& models, const RunFront& front) noexcept;
+  [[nodiscard]] int Allocate(const GridRunInput& input) noexcept;
+  // Of the same input. Another thread may make the models meanwhile.
+  void Prepare(const GridRunInput& input, const RunFront& front) noexcept;
+  // Those of this input. They must outlive the run.
+  void SetModels(const GridModels& models) noexcept { models_ = &models; }
   // Makes the path of the first realization, where no values are drawn before it: its nodes need not be sorted then, nor
   // numbered twice.
   void Shuffle(RandomSource& random) noexcept;

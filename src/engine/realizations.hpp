@@ -34,11 +34,15 @@ class Realizations {
     const int* const nodeStatus = problem_.data.nodeStatus;
     const auto count = static_cast<std::size_t>(std::count(nodeStatus, nodeStatus + nxyz, 0));
     if (const int status = count > 0 ? known_.Allocate(count) : 0; status != 0) return status;
-    std::size_t nknown = 0;
-    for (int i = 0; i < nxyz; ++i) {
-      if (nodeStatus[i] == 0) known_[nknown++] = i;
-      if (ranks_.PositionOf(i) < problem_.path.firstSimulated) before_.Set(i);
+    for (int i = 0, k = 0; i < nxyz; ++i) {
+      if (nodeStatus[i] == 0) known_[k++] = i;
     }
+    const GridPath& path = problem_.path;
+    const auto markBefore = [&](int node) noexcept {
+      if (ranks_.PositionOf(node) < path.firstSimulated) before_.Set(node);
+    };
+    std::for_each(known_.begin(), known_.end(), markBefore);
+    std::for_each(path.nodes + path.firstInequality, path.nodes + path.firstSimulated, markBefore);
     return walk_.Allocate();
   }
 

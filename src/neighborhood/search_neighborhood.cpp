@@ -64,52 +64,72 @@ int HalfWidth(real radius, real spacing, int n) {
   return cells < n - 1 ? static_cast<int>(cells) : n - 1;
 }
 
-real KeyOf(real value) { return value; }
-real KeyOf(const VORL_INFOREAVALUE& value) { return value.value; }
+// As the sort below, by the C library's qsort: a NaN compares equal to everything, so that this sets where it goes.
+int SortByComparisons(Buffer<real>& keys, Buffer<int>* indices) {
+  if (indices == nullptr) {
+    qsort(keys.data(), keys.size(), sizeof(real), VORLCmpReal);
+    return 0;
+  }
+  Buffer<VORL_INFOREAVALUE> items;
+  if (const int status = items.Allocate(keys.size()); status != 0) return status;
+  for (std::size_t i = 0; i < items.size(); ++i) items[i] = {(*indices)[i], keys[i]};
+  qsort(items.data(), items.size(), sizeof(VORL_INFOREAVALUE), VORLCmpInfoReaValue);
+  for (std::size_t i = 0; i < items.size(); ++i) (*indices)[i] = items[i].index;
+  return 0;
+}
 
-// Sorts by digits of the keys' bits, from the last digit on: equal keys stay in their order. Asks now and then whether
-// to go on. A NaN compares equal to everything, so that the C library's qsort sets where it goes. Returns 0, the status
-// of a failed allocation, or kAborted.
-template <typename T>
-int Sort(Buffer<T>& values, int (*compare)(const void*, const void*), const Progress& progress) {
+// Sorts keys, or indices by the keys beside them, by digits of the keys' bits, from the last digit on: equal keys stay in
+// their order. Asks now and then whether to go on. Returns 0, the status of a failed allocation, or kAborted.
+int Sort(Buffer<real>& keys, Buffer<int>* indices, const Progress& progress) {
   constexpr int kDigitBits = 11, kDigits = 6;
   constexpr std::size_t kRadix = std::size_t{1} << kDigitBits;
   // Unsigned numbers in the order of the keys; the two zeros are equal.
-  const auto digit = [](const T& value, int d) {
-    const auto bits = std::bit_cast<std::uint64_t>(KeyOf(value) + 0.0);
+  const auto digit = [](real key, int d) {
+    const auto bits = std::bit_cast<std::uint64_t>(key + 0.0);
     const std::uint64_t ordered = bits ^ (bits >> 63 != 0 ? ~std::uint64_t{0} : std::uint64_t{1} << 63);
     return static_cast<std::size_t>(ordered >> d * kDigitBits & (kRadix - 1));
   };
-  if (std::any_of(values.begin(), values.end(), [](const T& value) { return std::isnan(KeyOf(value)); })) {
-    qsort(values.data(), values.size(), sizeof(T), compare);
-    return 0;
+  if (std::any_of(keys.begin(), keys.end(), [](real key) { return std::isnan(key); })) {
+    return SortByComparisons(keys, indices);
   }
+  const std::size_t n = keys.size();
   Buffer<std::size_t> next;  // where the next key with a digit goes
-  Buffer<T> sorted;
+  Buffer<real> sortedKeys;
+  Buffer<int> sortedIndices;
   int status = next.Allocate(kDigits * kRadix, 0);
-  if (status == 0) status = sorted.Allocate(values.size());
+  if (status == 0) status = sortedKeys.Allocate(n);
+  if (status == 0 && indices != nullptr) status = sortedIndices.Allocate(n);
   if (status != 0) return status;
-  for (const T& value : values) {
-    for (int d = 0; d < kDigits; ++d) ++next[d * kRadix + digit(value, d)];
+  for (const real key : keys) {
+    for (int d = 0; d < kDigits; ++d) ++next[d * kRadix + digit(key, d)];
   }
   for (int d = 0; d < kDigits; ++d) {
     if (status = progress.After(0); status != 0) return status;
     std::size_t* const place = next.data() + d * kRadix;
-    if (place[digit(values[0], d)] == values.size()) continue;  // all have the same digit
+    if (place[digit(keys[0], d)] == n) continue;  // all have the same digit
     std::exclusive_scan(place, place + kRadix, place, std::size_t{0});
-    for (const T& value : values) sorted[place[digit(value, d)]++] = value;
-    std::swap(values, sorted);
+    if (indices == nullptr) {
+      for (const real key : keys) sortedKeys[place[digit(key, d)]++] = key;
+    } else {
+      for (std::size_t i = 0; i < n; ++i) {
+        const std::size_t to = place[digit(keys[i], d)]++;
+        sortedKeys[to] = keys[i];
+        sortedIndices[to] = (*indices)[i];
+      }
+      std::swap(*indices, sortedIndices);
+    }
+    std::swap(keys, sortedKeys);
   }
   return 0;
 }
 
-// Position i takes the value of position order[i].index. `sorted` is scratch for n values.
+// Position i takes the value of position order[i]. `sorted` is scratch for as many values.
 template <typename T>
-void ApplyOrder(const VORL_INFOREAVALUE* order, int n, T* values, real* sorted) {
+void ApplyOrder(const Buffer<int>& order, T* values, real* sorted) {
   static_assert(sizeof(T) <= sizeof(real) && std::is_trivially_copyable_v<T>);
   T* const moved = reinterpret_cast<T*>(sorted);
-  for (int i = 0; i < n; ++i) moved[i] = values[order[i].index];
-  std::copy_n(moved, n, values);
+  for (std::size_t i = 0; i < order.size(); ++i) moved[i] = values[order[i]];
+  std::copy_n(moved, order.size(), values);
 }
 
 template <typename Function>
@@ -126,12 +146,12 @@ int ForEachArray(VORL_SEARCHNEIGHBORHOOD& list, const Function& function) {
 
 int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext, const Progress& progress) noexcept {
   const int n = list.size;
-  Buffer<VORL_INFOREAVALUE> order;
+  Buffer<int> order;
   if (const int status = order.Allocate(n); status != 0) return status;
   Buffer<real> keys;
   if (const int status = keys.Allocate(n); status != 0) return status;
   std::copy_n(list.distance, n, keys.data());
-  if (const int status = Sort(keys, VORLCmpReal, progress); status != 0) return status;
+  if (const int status = Sort(keys, nullptr, progress); status != 0) return status;
   const real spread = keys[n - 1] - keys[0];
   real amplitude = 1.0;
   if (spread != 0.0) {
@@ -144,15 +164,15 @@ int SortByKey(VORL_SEARCHNEIGHBORHOOD& list, VORL_RANDCONTEXT* randContext, cons
   }
   VORLDoubleRand(1, randContext);
   for (int i = 0; i < n; ++i) {
-    order[i].index = i;
-    order[i].value = list.distance[i] + amplitude * VORLDoubleRand(0, randContext);
+    order[i] = i;
+    keys[i] = list.distance[i] + amplitude * VORLDoubleRand(0, randContext);
   }
-  if (const int status = Sort(order, VORLCmpInfoReaValue, progress); status != 0) return status;
-  ApplyOrder(order.data(), n, list.ix, keys.data());
-  ApplyOrder(order.data(), n, list.iy, keys.data());
-  ApplyOrder(order.data(), n, list.iz, keys.data());
-  ApplyOrder(order.data(), n, list.distance, keys.data());
-  ApplyOrder(order.data(), n, list.weight, keys.data());
+  if (const int status = Sort(keys, &order, progress); status != 0) return status;
+  ApplyOrder(order, list.ix, keys.data());
+  ApplyOrder(order, list.iy, keys.data());
+  ApplyOrder(order, list.iz, keys.data());
+  ApplyOrder(order, list.distance, keys.data());
+  ApplyOrder(order, list.weight, keys.data());
   return 0;
 }
 

@@ -208,12 +208,12 @@ TEST(SearchNeighborhoodParameters, FailuresGiveTheirStatus) {
     List list;
     EXPECT_EQ(list.Build({7, 2, -2, 2, 6, odd, 1, -1, 0, odd, 1, odd, odd}), 0);
   }
-  for (long k = 0; k < 17; ++k) {
+  for (long k = 0; k < 18; ++k) {
     List list;
     kestrum_test::FailAllocation failure(k);
     const int status = list.Build({7, 3, 3, 3, 6, 1, 1, 1, 0, 0, 0, 0, 1});
     EXPECT_EQ(status, !failure.Happened() ? 0 : k >= 5 && k < 10 ? -2 : -1) << k;
-    EXPECT_EQ(failure.Happened(), k < 16);
+    EXPECT_EQ(failure.Happened(), k < 17);
   }
   List list;
   ASSERT_EQ(list.Build({7, 3, 3, 3, 6, 1, 1, 1, 0, 0, 0, 0, 1}), 0);
