@@ -17,7 +17,8 @@
 namespace kestrum::python {
 namespace {
 
-Array<double> Reduce(const Array<double>& image, int nthreads, const py::object& report) {
+template <typename T>
+Array<double> Reduce(const Array<T>& image, int nthreads, const py::object& report) {
   const VORL_GRID grid = GridOfShape(image);
   py::array::ShapeContainer shape(image.shape(), image.shape() + image.ndim());
   for (auto& n : *shape) n = n > 2 ? (n + 1) / 2 : n;
@@ -30,8 +31,8 @@ Array<double> Reduce(const Array<double>& image, int nthreads, const py::object&
 }
 
 // The axes that `finer` names have 2 n - 1 nodes.
-Array<double> Expand(const Array<double>& image, const std::vector<bool>& finer, int nthreads,
-                     const py::object& report) {
+template <typename T>
+Array<double> Expand(const Array<T>& image, const std::vector<bool>& finer, int nthreads, const py::object& report) {
   const VORL_GRID grid = GridOfShape(image);
   py::array::ShapeContainer shape(image.shape(), image.shape() + image.ndim());
   bool changes[3] = {};
@@ -124,6 +125,9 @@ void BindImageStatistics(py::module_& module) {
   ForEachType([&module]<typename T>(std::type_identity<T>) {
     module.def("otsu", &Otsu<T>, py::arg("values").noconvert(), py::arg("classes"), py::arg("threads"),
                py::arg("progress"));
+    module.def("reduce", &Reduce<T>, py::arg("image").noconvert(), py::arg("threads"), py::arg("progress"));
+    module.def("expand", &Expand<T>, py::arg("image").noconvert(), py::arg("finer"), py::arg("threads"),
+               py::arg("progress"));
     module.def("extremes", &ExtremesOf<T>, py::arg("values").noconvert(), py::arg("threads"));
     module.def("connectivity_curves", &ConnectivityCurves<T>, py::arg("images").noconvert(),
                py::arg("thresholds").noconvert(), py::arg("neighbors"), py::arg("above"), py::arg("threads"),
@@ -131,9 +135,6 @@ void BindImageStatistics(py::module_& module) {
   });
   module.def("measure_bodies", &MeasureBodies, py::arg("codes").noconvert(), py::arg("n"), py::arg("neighbors"),
              py::arg("above"), py::arg("threads"), py::arg("progress"));
-  module.def("reduce", &Reduce, py::arg("image").noconvert(), py::arg("threads"), py::arg("progress"));
-  module.def("expand", &Expand, py::arg("image").noconvert(), py::arg("finer"), py::arg("threads"),
-             py::arg("progress"));
   module.def("kmeans", &KMeans, py::arg("features").noconvert(), py::arg("centers").noconvert(),
              py::arg("max_iterations"), py::arg("tolerance"), py::arg("restarts"), py::arg("seed"), py::arg("threads"),
              py::arg("progress"));

@@ -12,7 +12,7 @@ from numpy.typing import NDArray
 
 from . import _core, _door, _images, _lazy
 from ._errors import DataError
-from ._image_door import as_image, as_neighbors, as_truth, is_true, require_image
+from ._image_door import as_image, as_neighbors, as_truth, is_flipped, is_true, require_image
 
 Integers = NDArray[np.int64]
 
@@ -77,8 +77,10 @@ def pair_tables(array: Any, lags: tuple[int, ...], function: Any, threads: Any, 
     if not _lazy.is_lazy(array):
         # Many pairs are counted or added at a time.
         steps = array.size * math.prod(lag + 1 for lag in lags) / 16
-        tables: tuple[NDArray[Any], ...] = function(array, lags, _door.threads(threads, steps), report)
-        return tables
+        flipped = is_flipped(array)
+        tables: tuple[NDArray[Any], ...] = function(array.T if flipped else array, lags[::-1] if flipped else lags, _door.threads(threads, steps), report)
+        last = tuple(range(-len(lags), 0))
+        return tuple(np.moveaxis(table, last, last[::-1]) for table in tables) if flipped else tables
     import dask
     from dask.array.overlap import overlap
 

@@ -11,7 +11,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _memory, _progress
-from ._errors import ArgumentError, DataError
+from ._errors import ArgumentError, DataError, warn
 from ._image_door import as_categories, as_image, as_sides, in_order, is_flipped, like, require_exact, require_few, require_numbers
 from ._watch import in_c_order, watched
 
@@ -185,6 +185,8 @@ def category_proportions(image: ArrayLike, categories: ArrayLike | None = None, 
             nodes[code] = watched(codes.size, _count, codes, code)
             if report is not None:
                 report(0.5 + 0.5 * (code + 1) / len(names))
+    if not nodes.any():
+        warn("image has no node of these categories: their proportions are NaN.")
     with np.errstate(invalid="ignore"):
         return pd.DataFrame({"nodes": nodes, "proportion": nodes / nodes.sum()}, pd.Index(names, name="category"))
 

@@ -12,7 +12,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _door, _image_blocks, _memory, _progress
 from ._errors import ArgumentError, warn
 from ._image_categories import categorize
-from ._image_door import Connectivity, as_lags, as_neighbors, category_codes, distinct_values, in_order, is_complete, is_flipped, lag_coords, listed_categories, require_exact
+from ._image_door import Connectivity, as_lags, as_neighbors, category_codes, distinct_values, in_order, is_complete, lag_coords, listed_categories, require_exact
 from ._image_statistics import Transforms, box_sums, complete_pairs, product_of, rows_of, symmetric, unit_of
 from ._images import label
 from ._watch import watched
@@ -416,17 +416,14 @@ def _connections(labels: NDArray[np.int32], lags: tuple[int, ...], threads: int,
 
 
 def _by_lag(count: Any, nodes: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, *arguments: Any) -> Any:
-    """What count makes of nodes, whose last three axes it has from lags, with as many axes of lags as there are, in their order."""
-    flipped = is_flipped(nodes)
-    tables = count(np.ascontiguousarray(nodes.T if flipped else nodes), *arguments, (0, *(lags[::-1] if flipped else lags))[-3:], threads, report)
+    """What count makes of nodes, whose last three axes it has from lags, with as many axes of lags as there are."""
+    tables = count(np.ascontiguousarray(nodes), *arguments, (0, *lags)[-3:], threads, report)
 
-    def arranged(table: NDArray[np.int64]) -> NDArray[np.int64]:
+    def squeezed(table: NDArray[np.int64]) -> NDArray[np.int64]:
         leading = table.ndim - 3
-        table = table.reshape(table.shape[:leading] + table.shape[table.ndim - len(lags):])
-        axes = range(leading, table.ndim)
-        return table.transpose(*range(leading), *(reversed(axes) if flipped else axes))
+        return table.reshape(table.shape[:leading] + table.shape[table.ndim - len(lags):])
 
-    return tuple(map(arranged, tables)) if isinstance(tables, tuple) else arranged(tables)
+    return tuple(map(squeezed, tables)) if isinstance(tables, tuple) else squeezed(tables)
 
 
 def _share(part: NDArray[np.int64], whole: NDArray[np.int64]) -> NDArray[np.float64]:

@@ -39,8 +39,8 @@ def resample(image: ArrayLike, shape: int | Sequence[int], *, method: Literal["m
     -------
     ndarray, or DataArray if the image is one
         Of float64 for means, else of the image's type. Of means and modes, missing cells are left out, and the new cell is
-        missing (NaN, in modes of whole numbers 0) if less than half of it is known. Regular coordinates are those of the
-        new cells' centres, others are left out.
+        missing (NaN, in modes of whole numbers 0) if less than half of it is known; a mean of infinite values of both signs
+        is NaN. Regular coordinates are those of the new cells' centres, others are left out.
 
     Notes
     -----

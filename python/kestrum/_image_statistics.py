@@ -12,7 +12,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _door, _image_blocks, _lazy, _memory, _progress
 from ._errors import ArgumentError, DataError, warn
-from ._image_door import Connectivity, as_image, as_lags, as_neighbors, is_complete, is_flipped, lag_coords, like, readable, require_exact, require_few, require_numbers
+from ._image_door import Connectivity, as_image, as_lags, as_neighbors, in_order, is_complete, is_flipped, lag_coords, like, readable, require_exact, require_few, require_numbers
 from ._watch import in_c_order, watched
 
 if TYPE_CHECKING:
@@ -53,7 +53,7 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
     By transforms: Marcotte, Fast variogram computation with FFT, Computers & Geosciences, 1996. Where nothing is missing, one
     there and one back suffice, since pairs and sums of squares need none; else it is three there and two back. Work memory
     is 8 bytes a node of the image with the lags added to its last axis, or 24, and those of sixteen columns, a few times; by
-    pairs it is 8 bytes a node, or 16 for what is not of float64 in C order, and so copied.
+    pairs it is 8 bytes a node, or 16 for what is not of float64 in C or Fortran order, and so copied.
 
     Examples
     --------
@@ -333,7 +333,9 @@ def body_curves(image: ArrayLike, thresholds: int | ArrayLike = 21, connectivity
         if limits.size > 32766:
             raise ArgumentError(f"thresholds has {limits.size:,} numbers, but may have at most 32,766.")
         # A value above a threshold is at or above the next number.
-        codes = _core.code_by_cuts(part, np.nextafter(limits, np.inf), nthreads, None)
+        with np.errstate(over="ignore"):
+            cuts = np.nextafter(limits, np.inf)  # a value above a threshold is at or above the next number
+        codes = _core.code_by_cuts(part, cuts, nthreads, None)
         return _core.measure_bodies(codes, limits.size, neighbors, above, nthreads, report)
 
     values, dims, coords, flipped = _by_threshold(image, thresholds, connectivity, bodies, threads, progress, curves)
@@ -415,7 +417,8 @@ def pyramid(image: ArrayLike, levels: int = 1, *,
     Parameters
     ----------
     image : array_like
-        Two or three axes, of numbers; NaN is missing.
+        Two or three axes, of numbers; NaN is missing. Arrays of bool, uint8, int32, float32 and float64 are read in place
+        if they are contiguous in C or Fortran order, others are copied.
     levels : int
         How many images to make, each of the one before.
     threads : int, optional
@@ -425,15 +428,14 @@ def pyramid(image: ArrayLike, levels: int = 1, *,
 
     Returns
     -------
-    list of ndarray of float64, or of DataArray if the image is one
+    list of ndarray of float64, in the order of the image, or of DataArray if the image is one
         Without the image itself. Along each axis of more than two nodes, means by the weights 1, 4, 6, 4, 1, of which
         nodes 0, 2, 4 and so on stay; outside the image its ends are repeated. NaN where less than 0.6 of the weight is
         on nodes that are not missing. An infinite value makes the means about it infinite.
 
     Notes
     -----
-    Burt and Adelson, The Laplacian pyramid as a compact image code, 1983. Work memory is a few rows for each thread;
-    what is not of float64 in C order is copied.
+    Burt and Adelson, The Laplacian pyramid as a compact image code, 1983. Work memory is a few rows for each thread.
 
     Examples
     --------
@@ -443,18 +445,17 @@ def pyramid(image: ArrayLike, levels: int = 1, *,
            [0., 4., 4.]])
     """
     values = as_image("image", image)
-    require_exact("image", values)
     if not _door.has_finite_sum(values) and (values == np.inf).any() and (values == -np.inf).any():
         raise DataError("image has both inf and -inf, between which there is no mean. Set one of them to NaN.")
     count = _door.whole("levels", levels, 1, 64)
     nthreads = _door.threads(threads, values.size)
     if values.size == 0:
         raise DataError("image has no nodes.")
-    reduced, results = in_c_order(values, np.float64), []
+    (reduced, flipped), results = in_order("image", values), []
     with _progress.shown(progress, "pyramid") as report:
         for step in _progress.steps(report, count, 0.5 ** values.ndim):
             reduced = _core.reduce(reduced, nthreads, step)
-            results.append(reduced)
+            results.append(reduced.T if flipped else reduced)
     if not _door.is_xarray(image):
         return results
     given: Any = image
@@ -472,7 +473,8 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
     Parameters
     ----------
     image : array_like
-        Two or three axes, of numbers; NaN is missing.
+        Two or three axes, of numbers; NaN is missing. Arrays of bool, uint8, int32, float32 and float64 are read in place
+        if they are contiguous in C or Fortran order, others are copied.
     shape : sequence of int
         Of the result: along each axis as many nodes as the image has, n, or 2 n - 1 or 2 n if n is 2 or more.
     threads : int, optional
@@ -482,7 +484,7 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
 
     Returns
     -------
-    ndarray of float64, or DataArray if the image is one
+    ndarray of float64, in the order of the image, or DataArray if the image is one
         The nodes of the image become nodes 0, 2, 4 and so on. All are means by the weights 1, 4, 6, 4, 1, those in between of
         two and the others of three along an axis; outside the image its ends are repeated. NaN where less than 0.6 of the weight is on
         nodes that are not missing.
@@ -490,7 +492,8 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
     Notes
     -----
     Burt and Adelson, The Laplacian pyramid as a compact image code, 1983: the differences of an image and what is expanded of
-    its next level are a level of the Laplacian pyramid. Work memory is a copy of the image, and a few rows for each thread.
+    its next level are a level of the Laplacian pyramid. Work memory is a few rows for each thread, and a copy of the image if
+    a side of the result is even.
 
     Examples
     --------
@@ -507,7 +510,6 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
     if not fits:
         raise ArgumentError(f"shape is {_door.show(shape)}, but each side n of the image, which has {' x '.join(map(str, values.shape))} nodes, may only stay, or "
                             "become 2 n - 1 or 2 n if n is 2 or more. Expand step by step.")
-    require_exact("image", values)
     if not _door.has_finite_sum(values) and np.isinf(values).any():
         raise DataError("image has infinite values. Set them to NaN.")
     nthreads = _door.threads(threads, values.size)
@@ -517,9 +519,11 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
     # An even side ends between two nodes, the second of which repeats the end.
     repeats = [int(side == 2 * n > n) for side, n in zip(sides, values.shape)]
     repeated = watched(values.size, _with_ends, values, repeats) if any(repeats) else values
+    ordered, flipped = in_order("image", repeated)
+    finer = [side != n for side, n in zip(sides, values.shape)]
     with _progress.shown(progress, "expansion") as report:
-        finer: Floats = _core.expand(in_c_order(repeated, np.float64), [side != n for side, n in zip(sides, values.shape)], nthreads, report)
-    result: Floats = _finer(image, finer[tuple(map(slice, sides))])
+        made: Floats = _core.expand(ordered, finer[::-1] if flipped else finer, nthreads, report)
+    result: Floats = _finer(image, (made.T if flipped else made)[tuple(map(slice, sides))])
     return result
 
 
@@ -543,7 +547,7 @@ def _finer(image: Any, values: Floats) -> Any:
 
 def _with_ends(values: NDArray[Any], repeats: list[int]) -> NDArray[Any]:
     """The image with its last layer along some axes once more."""
-    repeated = np.empty([n + more for n, more in zip(values.shape, repeats)], values.dtype)
+    repeated = np.empty([n + more for n, more in zip(values.shape, repeats)], values.dtype, "F" if is_flipped(values) else "C")
     repeated[tuple(map(slice, values.shape))] = values
     for axis, more in enumerate(repeats):
         if more:

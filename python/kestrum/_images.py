@@ -476,8 +476,8 @@ def box_mean(image: ArrayLike, size: int | Sequence[int], *,
     Returns
     -------
     ndarray of float64, in the order of the image, or DataArray like the image
-        NaN where the box leaves the image, or where less than 80 % of its values are known. Right to 1e-12 of the box's
-        largest value, whatever lies elsewhere.
+        NaN where the box leaves the image, or where less than 80 % of its values are known, or where infinite ones of both
+        signs meet. Right to 1e-12 of the box's largest value, whatever lies elsewhere.
 
     Notes
     -----

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 
 #include "analysis/output_image.hpp"
 #include "analysis/pyramid.hpp"
@@ -329,10 +330,10 @@ constexpr int kTileRows = 16;
 constexpr int kTileSections = 32;
 
 // The three filters on one variable.
-template <typename Filter>
+template <typename Filter, typename T>
 class Resampling {
  public:
-  Resampling(const double* input, double minWeight, double* output, double* totalWeight, MissingMark mark) noexcept
+  Resampling(const T* input, double minWeight, double* output, double* totalWeight, MissingMark mark) noexcept
       : kernels_(PyramidKernelsOf(BestSimdLevel(), mark)),
         input_(input),
         minWeight_(minWeight),
@@ -393,7 +394,8 @@ class Resampling {
   int AllocateScratch(Scratch* scratch) const noexcept {
     std::size_t size = 0;  // of rows and columns of any length
     if (__builtin_mul_overflow((Nrow() + 1) * 2, pitch_, &size) ||
-        __builtin_add_overflow(size, x_.RowScratch(), &size)) {
+        __builtin_add_overflow(size, x_.RowScratch(), &size) ||
+        __builtin_add_overflow(size, kConverts ? nx_ : 0, &size)) {
       return kNoMemory;
     }
     if (const int status = scratch->numbers.Allocate(size); status != 0) return status;
@@ -402,16 +404,27 @@ class Resampling {
     return ntap > 0 ? scratch->taps.Allocate(ntap) : 0;
   }
 
+  // A row of the input, made in `place` unless it is one of doubles.
+  const double* Numbers(const T* from, double* place) const noexcept {
+    if constexpr (kConverts) {
+      std::copy_n(from, nx_, place);
+      return place;
+    } else {
+      return from;
+    }
+  }
+
   RowStorage StorageOf(std::size_t row, Scratch& scratch) const noexcept {
     double* const values = scratch.numbers.data() + row * 2 * pitch_;
     return {values, values + pitch_};
   }
 
   Row MakeLine(int y, int z, const RowStorage& to, Scratch& scratch) const noexcept {
-    const double* const values = input_ + (static_cast<std::size_t>(z) * ny_ + static_cast<std::size_t>(y)) * nx_;
+    double* const phases = scratch.numbers.data() + (Nrow() + 1) * 2 * pitch_;
+    const T* const from = input_ + (static_cast<std::size_t>(z) * ny_ + static_cast<std::size_t>(y)) * nx_;
+    const double* const values = Numbers(from, x_.skips() ? to.values : phases + x_.RowScratch());
     const Row row{values, ones_.data(), !kernels_.hasMissing(values, nx_)};
     if (x_.skips()) return row;
-    double* const phases = scratch.numbers.data() + (Nrow() + 1) * 2 * pitch_;
     return x_.FilterRow(row, completeWeights_[0].data(), to, phases, scratch.taps.data());
   }
 
@@ -458,8 +471,9 @@ class Resampling {
     if (totalWeight_ != nullptr) std::copy_n(sums.weights, nxOut_, totalWeight_ + first);
   }
 
+  static constexpr bool kConverts = !std::is_same_v<T, double>;
   const PyramidKernels& kernels_;
-  const double* input_;
+  const T* input_;
   double minWeight_;
   double* output_;
   double* totalWeight_;  // may be null
@@ -474,8 +488,8 @@ class Resampling {
 };
 
 // Filters one variable; totalWeight may be null.
-template <typename Filter>
-int Resample(const double* input, const Axis (&gridAxes)[3], double* output, double* totalWeight, double minWeight,
+template <typename Filter, typename T>
+int Resample(const T* input, const Axis (&gridAxes)[3], double* output, double* totalWeight, double minWeight,
              const Dealing& dealing, MissingMark mark = MissingMark::kNumber,
              const Progress& progress = Progress(nullptr, nullptr)) noexcept {
   Axis axes[] = {gridAxes[0], gridAxes[1], gridAxes[2]};
@@ -502,7 +516,7 @@ int Resample(const double* input, const Axis (&gridAxes)[3], double* output, dou
   }
   // Rows should be long: an axis of one node may change places without a change of the node order.
   while (axes[0].n == 1 && axes[0].step == 0) std::rotate(axes, axes + 1, axes + 3);
-  return Resampling<Filter>(input, minWeight, output, totalWeight, mark).Run(axes, dealing, progress);
+  return Resampling<Filter, T>(input, minWeight, output, totalWeight, mark).Run(axes, dealing, progress);
 }
 
 // Filters all variables of an image; `out` is made.
@@ -544,9 +558,9 @@ int ResampleImage(const VORL_IMAGE& in, VORL_IMAGE* out, const int (&steps)[3], 
   return 0;
 }
 
-template <typename Filter>
-int ResampleArray(const int (&n)[3], const bool (&changes)[3], const double* values, double* output,
-                  const Dealing& dealing, const Progress& progress) noexcept {
+template <typename Filter, typename T>
+int ResampleArray(const int (&n)[3], const bool (&changes)[3], const T* values, double* output, const Dealing& dealing,
+                  const Progress& progress) noexcept {
   constexpr int kStep = 2;
   double weight[kStep + 1];
   VORLPyramidWeight(kStep, weight, -1.0);
@@ -561,15 +575,27 @@ int ResampleArray(const int (&n)[3], const bool (&changes)[3], const double* val
 
 }  // namespace
 
-int ReduceArray(const int (&n)[3], const double* values, double* reduced, const Dealing& dealing,
+template <typename T>
+int ReduceArray(const int (&n)[3], const T* values, double* reduced, const Dealing& dealing,
                 const Progress& progress) noexcept {
   return ResampleArray<Reduction>(n, {n[0] > 2, n[1] > 2, n[2] > 2}, values, reduced, dealing, progress);
 }
 
-int ExpandArray(const int (&n)[3], const bool (&changes)[3], const double* values, double* expanded,
-                const Dealing& dealing, const Progress& progress) noexcept {
+template <typename T>
+int ExpandArray(const int (&n)[3], const bool (&changes)[3], const T* values, double* expanded, const Dealing& dealing,
+                const Progress& progress) noexcept {
   return ResampleArray<Expansion>(n, changes, values, expanded, dealing, progress);
 }
+
+#define KESTRUM_PYRAMID_OF(T)                                                                             \
+  template int ReduceArray(const int(&)[3], const T*, double*, const Dealing&, const Progress&) noexcept; \
+  template int ExpandArray(const int(&)[3], const bool(&)[3], const T*, double*, const Dealing&,          \
+                           const Progress&) noexcept;
+KESTRUM_PYRAMID_OF(unsigned char)
+KESTRUM_PYRAMID_OF(int)
+KESTRUM_PYRAMID_OF(float)
+KESTRUM_PYRAMID_OF(double)
+#undef KESTRUM_PYRAMID_OF
 
 }  // namespace kestrum
 

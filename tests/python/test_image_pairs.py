@@ -2,6 +2,7 @@
 
 import numpy as np
 import pytest
+import xarray as xr
 from hypothesis import given, settings
 from hypothesis import strategies as st
 from scipy import ndimage
@@ -140,7 +141,8 @@ def test_pairs_where_the_data_lie(tmp_path):
     np.save(tmp_path / "facies.npy", values)
     mapped = np.load(tmp_path / "facies.npy", mmap_mode="r")
     for tool in (ks.transiogram, ks.indicator_variogram_map, ks.connectivity_function, ks.covariance_map):
-        assert tool(mapped, 4).identical(tool(values, 4)) and tool(values.T, (4, 3)).identical(tool(np.ascontiguousarray(values.T), (4, 3)))
+        assert tool(mapped, 4).identical(tool(values, 4))
+        xr.testing.assert_allclose(tool(values.T, (4, 3)), tool(np.ascontiguousarray(values.T), (4, 3)), 1e-12, 1e-12)
     for method in ("pairs", "fft"):
         constant = {"image": np.full((4, 5), 0.1), "max_lag": 1, "method": method}
         assert (ks.covariance_map(**constant).covariance == 0).all() and np.isnan(ks.covariance_map(**constant, statistic="correlogram").correlogram).all()

@@ -84,8 +84,8 @@ print((peak() - before - sum(getattr(part, "nbytes", 0) for part in parts)) / va
     ("categorize(values, [0.5], threads=2)", "u1", 0.1), ("proportion_cuts(values.T, [0.5, 0.5])", "f8", 17.1),
     ("category_proportions(values, threads=2)", "u1", 3.1), ("proportion_map(values, 3, threads=2)", "u1", 4.1),
     ("category_order(values.T, threads=2)", "u1", 2.4), ("geodesic_steps(values, (0, 0, 0))", "u1", 0.2),
-    ("shortest_path(values, (0, 0, 0), (19, 300, 301), 26)", "u1", 4.2), ("pyramid(values, 1, threads=2)[0]", "f8", 0.1),
-    ("expand(values, (2 * len(values), 301, 302), threads=2)", "f8", 8.1), ("resample(values, 150, threads=2)", "u1", 0.1),
+    ("shortest_path(values, (0, 0, 0), (19, 300, 301), 26)", "u1", 4.2), ("pyramid(values.T, 1, threads=2)[0]", "u1", 0.1), ("variogram_map(values.T, 3, threads=2)", "f8", 8.1),
+    ("expand(values, (2 * len(values), 301, 302), threads=2)", "f8", 8.1), ("expand(values, (2 * len(values) - 1, 301, 302), threads=2)", "f4", 0.1), ("resample(values, 150, threads=2)", "u1", 0.1),
     ("resample(values, 150, method='nearest', threads=2)", "u1", 0.1), ("resample(values, 150, method='mode', threads=2)", "u1", 6.1),
     ("otsu(values, 2, threads=2)", "f4", 0.1), ("kmeans(values.reshape(-1, 2), 2, threads=2)", "f8", 13.0)])
 def test_memory_of_image_functions(call, kind, limit):

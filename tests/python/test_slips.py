@@ -240,6 +240,7 @@ ArgumentTypeError | a NormalScore, made of values | simulate(transform=ks.Normal
 DataError | three columns | krige(where=frame[["x", "y", "zinc"]])
 KestrumWarning | every box leaves it | ks.box_mean(half, 31)
 KestrumWarning | NaN everywhere | ks.variogram_map(half * nan, 3)
+KestrumWarning | no node of these | ks.category_proportions(half, [99])
 ArgumentError | 4 or 8 | ks.label(half, 26)
 ArgumentError | place x is 1000000000.*from 2.5 to 97.5 | ks.ensemble.probability_connected(simulate(), {"x": 1e9, "y": 3.0})
 ArgumentError | from 0 to 1 | ks.ensemble.quantile(simulate(), 50)
