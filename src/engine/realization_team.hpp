@@ -80,7 +80,7 @@ class RealizationTeam {
   }
 
  private:
-  static constexpr std::int64_t kMaxNodes = 1 << 19;  // of all threads: 17 MB
+  static constexpr std::int64_t kMaxNodes = 1 << 20;  // of all threads: 34 MB
   static constexpr std::int64_t kFewNodes = 512;      // for each thread, which then waits as long as it works
 
   // What one thread draws with.
