@@ -125,7 +125,12 @@ def _sizes(image: NDArray[Any], nthreads: int, report: _progress.Report) -> pd.D
             raise DataError(f"labels has the value {_door.show(unfit[0])}, but must be whole numbers. Give what label() returns.")
         image = watched(image.size, lambda: np.nan_to_num(image).astype(np.int64))
     # The engine's table has a row for each label to the largest. Labels that would make it long are renumbered, 0 with them.
-    least, count = watched(image.size, lambda: (int(image.min()), int(image.max()))) if image.size else (0, 0)
+    least, count = 0, 0
+    if image.dtype == np.int32:
+        image = in_c_order(image)
+        least, count = map(int, _core.extremes(image, nthreads)) if image.size else (0, 0)
+    elif image.size:
+        least, count = watched(image.size, lambda: (int(image.min()), int(image.max())))
     if least < 0 or count > image.size:
         names, places = watched(image.size, lambda: np.unique(image, return_inverse=True))
         numbers = watched(image.size, lambda: np.ascontiguousarray(places.reshape(image.shape) + 1, np.int32))

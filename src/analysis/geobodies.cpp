@@ -224,16 +224,18 @@ int GeobodyBoxes::SetAll(const VORL_GRID& grid, const int* labels, int ngeobody,
       boxes.AddRows(grid, labels, BlockOf(std::ptrdiff_t{grid.ny} * grid.nz, nblock, block), progress);
     }
   });
-  for (int block = 1; block < nblock; ++block) {
-    const GeobodyBoxes boxes = boxesOf(block);
-    for (int i = 0; i < ngeobody; ++i) {
-      size[i] += boxes.size[i];
-      for (int axis = 0; axis < 3; ++axis) {
-        min[axis][i] = std::min(min[axis][i], boxes.min[axis][i]);
-        max[axis][i] = std::max(max[axis][i], boxes.max[axis][i]);
+  dealing.ForPass(ngeobody).Blocks(ngeobody, [&](std::ptrdiff_t begin, std::ptrdiff_t end) noexcept {
+    for (int block = 1; block < nblock; ++block) {
+      const GeobodyBoxes boxes = boxesOf(block);
+      for (std::ptrdiff_t i = begin; i < end; ++i) {
+        size[i] += boxes.size[i];
+        for (int axis = 0; axis < 3; ++axis) {
+          min[axis][i] = std::min(min[axis][i], boxes.min[axis][i]);
+          max[axis][i] = std::max(max[axis][i], boxes.max[axis][i]);
+        }
       }
     }
-  }
+  });
   return progress.After(0);
 }
 
