@@ -181,7 +181,9 @@ PIECE = 1 << 16
 
 
 def has_finite_sum(values: NDArray[Any]) -> bool:
-    """True only if all values are finite: found in one pass without other memory."""
+    """True only if all values are finite: found in one pass at most, without other memory."""
+    if values.dtype.kind in "biu":
+        return True
     with np.errstate(all="ignore"):
         return bool(np.isfinite(values.sum(dtype=np.float64)))
 

@@ -53,14 +53,14 @@ def _threads(threads: Any) -> int:
     return 1 if threads is None else _door.threads(threads)
 
 
-def each(array: Any, function: Any, threads: int = 1) -> list[Any]:
+def each(array: Any, function: Any, threads: Any = None) -> list[Any]:
     """What function(block, threads) gives of each block; of an array in memory, which is one."""
     if not _lazy.is_lazy(array):
-        return [function(array, threads)]
+        return [function(array, _door.threads(threads, array.size))]
     import dask
 
     read = dask.delayed(_of_plain, pure=True)
-    return list(dask.compute(*(read(part, function, threads) for part in array.to_delayed().ravel())))
+    return list(dask.compute(*(read(part, function, _threads(threads)) for part in array.to_delayed().ravel())))
 
 
 def _of_plain(block: NDArray[Any], function: Any, threads: int) -> Any:

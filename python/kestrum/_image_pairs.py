@@ -12,7 +12,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _door, _image_blocks, _memory, _progress
 from ._errors import ArgumentError, warn
 from ._image_categories import categorize
-from ._image_door import Connectivity, as_lags, as_neighbors, category_codes, distinct_values, in_order, is_complete, lag_coords, listed_categories, require_exact
+from ._image_door import Connectivity, as_lags, as_neighbors, category_codes, distinct_values, in_order, is_complete, lag_coords, listed_categories
 from ._image_statistics import Transforms, box_sums, complete_pairs, product_of, rows_of, symmetric, unit_of
 from ._images import label
 from ._watch import watched
@@ -70,8 +70,7 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
     lags = as_lags(max_lag, values.shape)
     _door.choice("statistic", statistic, ("covariance", "noncentered", "correlogram"))
     by_transforms = _door.choice("method", method, ("pairs", "fft")) == "fft"
-    _door.threads(threads)
-    middle, unit = _frame(_image_blocks.each(values, _extent), statistic != "noncentered")
+    middle, unit = _frame(_image_blocks.each(values, _extent, threads), statistic != "noncentered")
     products_of = partial(_by_transforms if by_transforms else _by_pairs, statistic=statistic, middle=middle, unit=unit)
     with _progress.shown(progress, "covariance map") as report:
         sums, pairs = _image_blocks.pair_tables(values, lags, products_of, threads, report)
@@ -95,23 +94,24 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
     return xr.Dataset({name: (tuple(coords), found), "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, coords)
 
 
-def _extent(values: NDArray[Any], _: int) -> tuple[int, float, float, float]:
+def _extent(values: NDArray[Any], threads: int) -> tuple[int, float, float, float]:
     """How many numbers there are, the least and the greatest, and their sum."""
-    require_exact("image", values)
-    is_complete("image", values)
-    count = values.size - int(np.isnan(values).sum())
-    if count == 0:
-        return 0, np.nan, np.nan, 0.0
-    with np.errstate(over="ignore"):
-        return count, float(np.fmin.reduce(values, None)), float(np.fmax.reduce(values, None)), float(np.nansum(values, dtype=np.float64))
+    numbers, _ = in_order("image", values)
+    low, high = _core.extremes(numbers, threads)
+    with np.errstate(over="ignore", invalid="ignore"):
+        total = float(numbers.sum(dtype=np.float64))
+        if np.isfinite(total):
+            return numbers.size, low, high, total
+        is_complete("image", numbers)  # refuses infinite ones
+        return numbers.size - int(np.isnan(numbers).sum()), low, high, float(np.nansum(numbers, dtype=np.float64))
 
 
 def _frame(parts: list[tuple[int, float, float, float]], centred: bool) -> tuple[float, float]:
     """The mean, or 0: sums of products of values far from 0 would lose their digits. And a unit in which such products are of order 1;
     the mean is in it."""
     counts, least, greatest, sums = zip(*parts)
-    low, high = float(np.fmin.reduce(least)), float(np.fmax.reduce(greatest))
-    if not low <= high:
+    low, high = min(least), max(greatest)
+    if low > high:
         return 0.0, 1.0
     mean = sum(sums) / sum(counts)
     middle = 0.0 if not centred else mean if low < high and np.isfinite(mean) else low / 2 + high / 2

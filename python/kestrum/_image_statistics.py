@@ -153,10 +153,12 @@ def unit_of(spread: float) -> float:
 def rows_of(image: NDArray[Any], known: NDArray[np.bool_] | None, unit: float, mean: float) -> Callable[[slice], Floats]:
     """What gives rows of the image in a unit, less a mean in it, 0 where missing."""
     def rows(some: slice) -> Floats:
-        values = np.array(image[some], np.float64, order="C")
-        if unit != 1.0:
-            values /= unit
-        values -= mean
+        values: Floats
+        if unit == 1.0:
+            values = np.subtract(image[some], mean, dtype=np.float64, order="C")
+        else:
+            values = np.divide(image[some], unit, dtype=np.float64, order="C")
+            values -= mean
         if known is not None:
             values[~known[some]] = 0.0
         return values
