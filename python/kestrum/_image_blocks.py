@@ -67,7 +67,7 @@ def _of_plain(block: NDArray[Any], function: Any, threads: int) -> Any:
     return function(_door.array("image", block), threads)  # a block may be masked
 
 
-def pair_tables(array: Any, lags: tuple[int, ...], function: Any, threads: Any, report: Any) -> tuple[NDArray[Any], ...]:
+def pair_tables(array: Any, lags: tuple[int, ...], function: Any, threads: Any, report: Any, by_transforms: bool = False) -> tuple[NDArray[Any], ...]:
     """The tables of function(array, lags, threads, report): sums over the pairs of each lag, their last axes; of a Dask array block by
     block, without reports.
 
@@ -75,8 +75,8 @@ def pair_tables(array: Any, lags: tuple[int, ...], function: Any, threads: Any, 
     them as the lags are long. Pairs among these alone are taken away again.
     """
     if not _lazy.is_lazy(array):
-        # Many pairs are counted or added at a time.
-        steps = array.size * math.prod(lag + 1 for lag in lags) / 16
+        # Many pairs are counted or added at a time. Transforms of less than half a million nodes gain nothing by threads.
+        steps = array.size / 4 if by_transforms else array.size * math.prod(lag + 1 for lag in lags) / 16
         flipped = is_flipped(array)
         tables: tuple[NDArray[Any], ...] = function(array.T if flipped else array, lags[::-1] if flipped else lags, _door.threads(threads, steps), report)
         last = tuple(range(-len(lags), 0))

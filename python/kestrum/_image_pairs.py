@@ -73,7 +73,7 @@ def covariance_map(image: ArrayLike, max_lag: int | Sequence[int], *, statistic:
     middle, unit = _frame(_image_blocks.each(values, _extent, threads), statistic != "noncentered")
     products_of = partial(_by_transforms if by_transforms else _by_pairs, statistic=statistic, middle=middle, unit=unit)
     with _progress.shown(progress, "covariance map") as report:
-        sums, pairs = _image_blocks.pair_tables(values, lags, products_of, threads, report)
+        sums, pairs = _image_blocks.pair_tables(values, lags, products_of, threads, report, by_transforms)
     n = np.where(pairs == 0, np.nan, pairs)
     with np.errstate(invalid="ignore", divide="ignore", over="ignore"):
         found = sums[0]
@@ -194,7 +194,7 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
     Li, Transiograms for characterizing spatial variability of soil classes, 2007. Up to 11 categories are sets of bits, of which
     64 pairs are counted at once; pairs of more are counted one by one. Work memory is 2 bytes a node, and for up to 11 categories an
     eighth byte for each. By transforms, it is 2 bytes a node, and for each category 8 a node of the image with the lags added to its last axis,
-    and those of sixteen columns of each couple.
+    and those of eight columns of each couple for each thread.
 
     Examples
     --------
@@ -215,7 +215,8 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
     n = len(names)
     _memory.require(24 * n * n * int(np.prod([len(lag) for lag in coords.values()])), f"the transitions between {n:,} categories", "Ask for fewer lags.")
     with _progress.shown(progress, "transiogram") as report:
-        pairs, = _image_blocks.pair_tables(values, lags, partial(_transitions, numbers=numbers, by_transforms=by_transforms), threads, report)
+        pairs, = _image_blocks.pair_tables(values, lags, partial(_transitions, numbers=numbers, by_transforms=by_transforms), threads, report,
+                                           by_transforms)
     tails = pairs.sum(1)
     if not tails.any():
         warn("image has no pair of nodes of these categories: all probabilities are NaN.")
@@ -283,7 +284,7 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
         dim = "threshold"
     with _progress.shown(progress, "variogram map") as report:
         changes, pairs = _image_blocks.pair_tables(values, lags, partial(_changes, numbers=numbers, nested=thresholds is not None, by_transforms=by_transforms),
-                                                   threads, report)
+                                                   threads, report, by_transforms)
     coords = lag_coords(lags)
     return xr.Dataset({"gamma": ((dim, *coords), _share(changes, 2 * pairs)[order], {"long_name": "semivariance"}),
                        "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, {dim: names, **coords})

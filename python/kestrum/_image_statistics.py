@@ -5,6 +5,7 @@ from __future__ import annotations
 import functools
 import math
 from collections.abc import Callable, Iterator, Sequence
+from concurrent.futures import ThreadPoolExecutor, wait
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
@@ -52,7 +53,7 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
     -----
     By transforms: Marcotte, Fast variogram computation with FFT, Computers & Geosciences, 1996. Where nothing is missing, one
     there and one back suffice, since pairs and sums of squares need none; else it is three there and two back. Work memory
-    is 8 bytes a node of the image with the lags added to its last axis, or 24, and those of sixteen columns, a few times; by
+    is 8 bytes a node of the image with the lags added to its last axis, or 24, and those of eight columns for each thread, a few times; by
     pairs it is 8 bytes a node, or 16 for what is not of float64 in C or Fortran order, and so copied.
 
     Examples
@@ -70,7 +71,7 @@ def variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, method: Lit
     lags = as_lags(max_lag, values.shape)
     by_transforms = _door.choice("method", method, ("pairs", "fft")) == "fft"
     with _progress.shown(progress, "variogram map") as report:
-        squares, pairs = _image_blocks.pair_tables(values, lags, functools.partial(_squares, by_transforms=by_transforms), threads, report)
+        squares, pairs = _image_blocks.pair_tables(values, lags, functools.partial(_squares, by_transforms=by_transforms), threads, report, by_transforms)
     if not pairs.any():
         warn("image is NaN everywhere: there is no pair of nodes, and gamma is NaN.")
     with np.errstate(invalid="ignore", divide="ignore"):
@@ -180,6 +181,34 @@ def _some_rows(shape: tuple[int, ...], nodes: int) -> Iterator[slice]:
     return (slice(first, min(first + step, shape[0])) for first in range(0, shape[0], step))
 
 
+def _share_out(work: Callable[[int], Iterator[None]], threads: int) -> None:
+    """Runs work(thread), which yields after each piece of it, on as many threads. An exception on any of them, or raised in this one from
+    another, ends all after the pieces in hand."""
+    ended: list[bool] = []
+
+    def run(thread: int) -> None:
+        try:
+            for _ in work(thread):
+                if ended:
+                    return
+        except BaseException:
+            ended.append(True)
+            raise
+
+    if threads == 1:
+        run(0)
+        return
+    with ThreadPoolExecutor(threads) as pool:
+        futures = [pool.submit(run, thread) for thread in range(threads)]
+        try:
+            while wait(futures, 0.05).not_done:
+                pass
+        finally:
+            ended.append(True)
+        for future in futures:
+            future.result()
+
+
 class Transforms:
     """Correlations at some lags, those along the first axis not negative."""
 
@@ -192,29 +221,60 @@ class Transforms:
     def correlations(self, images: list[Callable[[slice], Floats]], powers: Callable[..., list[Floats]], odd: int = 0) -> list[Floats]:
         """Of the powers that are made of the images' spectra: real ones, symmetric about 0, but for the last `odd` of them, which are imaginary
         and antisymmetric. Transforms of some rows, and then those of some columns there and back along the other axes, stay in the
-        caches: fresh memory takes long. Axes are cut to their lags at once, and the first has real transforms back."""
+        caches: fresh memory takes long. Threads share these parts out; several threads of one transform wait for each other too long.
+        Axes are cut to their lags at once, and the first has real transforms back."""
         from scipy import fft
 
-        options = {"overwrite_x": True, "workers": self.threads}
         lines = [np.empty((*self.shape[:-1], self.padded[-1] // 2 + 1), np.complex128) for _ in images]
-        for rows in _some_rows(self.shape, 2**15 * self.threads):
-            for image, line in zip(images, lines):
-                line[rows] = fft.rfft(image(rows), self.padded[-1], **options)
-        step = max(16, 2**15 * self.threads // math.prod(self.padded[:-1]))
-        blocks = []
-        for first in range(0, lines[0].shape[-1], step):
-            spectra = [line[..., first:first + step] for line in lines]
-            for axis in reversed(range(len(self.shape) - 1)):
-                spectra = [fft.fft(spectrum, self.padded[axis], axis, **options) for spectrum in spectra]
-            results = [fft.rfft(power, axis=0, **options)[: self.lags[0] + 1].conj() for power in powers(*spectra)]
-            for result in results[len(results) - odd:]:
-                result *= 1j
-            for axis in range(1, len(self.shape) - 1):
-                results = [fft.ifft(result, axis=axis, norm="forward", **options).take(self._places(axis), axis) for result in results]
-            blocks.append(results)
+        parts = list(_some_rows(self.shape, 2**15))
+        ncolumn = lines[0].shape[-1]
+        step = max(8, 2**15 // math.prod(self.padded[:-1]))
+        blocks: list[list[Floats]] = [[]] * -(-ncolumn // step)
+
+        def transform_rows(thread: int) -> Iterator[None]:
+            for rows in parts[thread::self.threads]:
+                for image, line in zip(images, lines):
+                    line[rows] = fft.rfft(image(rows), self.padded[-1], overwrite_x=True)
+                yield
+
+        def transform_columns(thread: int) -> Iterator[None]:
+            spaces = [np.empty((*self.padded[:-1], step), np.complex128) for _ in images]
+            for block in range(thread, len(blocks), self.threads):
+                columns = slice(block * step, min((block + 1) * step, ncolumn))
+                spectra = [space[..., :columns.stop - columns.start] for space in spaces]
+                for spectrum, line in zip(spectra, lines):
+                    self._transform(line[..., columns], spectrum)
+                blocks[block] = self._back(powers(*spectra), odd)
+                yield
+
+        for work in (transform_rows, transform_columns):
+            _share_out(work, self.threads)
         size = math.prod(self.padded)
-        return [fft.irfft(np.concatenate(parts, -1), self.padded[-1], norm="forward", **options).take(self._places(-1), -1) / size
-                for parts in zip(*blocks)]
+        return [fft.irfft(np.concatenate(result, -1), self.padded[-1], norm="forward", overwrite_x=True, workers=self.threads).take(self._places(-1), -1) / size
+                for result in zip(*blocks)]
+
+    def _transform(self, lines: NDArray[np.complex128], spectrum: NDArray[np.complex128]) -> None:
+        """Transforms some columns along all axes but the last, into memory of the padded size."""
+        from scipy import fft
+
+        inside = tuple(map(slice, self.shape[:-1]))
+        spectrum[inside] = lines
+        for axis in reversed(range(len(inside))):
+            # Beyond the image along the axes before there is nothing yet.
+            part = spectrum[inside[:axis]]
+            part[(slice(None),) * axis + (slice(self.shape[axis], None),)] = 0.0
+            fft.fft(part, axis=axis, overwrite_x=True)
+
+    def _back(self, powers: list[Floats], odd: int) -> list[Floats]:
+        """Transforms some columns of powers back along all axes but the last, cut to the lags."""
+        from scipy import fft
+
+        results = [fft.rfft(power, axis=0, overwrite_x=True)[: self.lags[0] + 1].conj() for power in powers]
+        for result in results[len(results) - odd:]:
+            result *= 1j
+        for axis in range(1, len(self.shape) - 1):
+            results = [fft.ifft(result, axis=axis, norm="forward", overwrite_x=True).take(self._places(axis), axis) for result in results]
+        return results
 
     def _places(self, axis: int) -> NDArray[np.intp]:
         return np.arange(-self.lags[axis], self.lags[axis] + 1)
