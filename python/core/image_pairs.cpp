@@ -47,11 +47,11 @@ py::tuple TwoPointSums(const Array<double>& image, const std::string& name, cons
 
 // None where there are more than are numbered.
 template <typename T>
-py::object Categories(const Array<T>& values, const py::object& report) {
+py::object Categories(const Array<T>& values, int nthreads, const py::object& report) {
   double found[kMostCategories];
   int n = 0;
   RunOperations(10.0 * static_cast<double>(values.size()), report, [&](const Progress& progress) noexcept {
-    return FindCategories(values.size(), values.data(), progress, found, &n);
+    return FindCategories(values.size(), values.data(), Dealing::Threads(nthreads), progress, found, &n);
   });
   if (n > kMostCategories) return py::none();
   return Array<double>(n, found);
@@ -127,7 +127,8 @@ Array<int> ChainOf(Array<TransitionCount> transitions) {
 
 void BindImagePairs(py::module_& module) {
   ForEachType([&module]<typename T>(std::type_identity<T>) {
-    module.def("find_categories", &Categories<T>, py::arg("values").noconvert(), py::arg("progress"));
+    module.def("find_categories", &Categories<T>, py::arg("values").noconvert(), py::arg("threads"),
+               py::arg("progress"));
     module.def("code_categories", &Codes<T, &CodeCategories<T>>, py::arg("values").noconvert(),
                py::arg("categories").noconvert(), py::arg("threads"), py::arg("progress"));
     module.def("code_by_cuts", &Codes<T, &CodeByCuts<T>>, py::arg("values").noconvert(), py::arg("cuts").noconvert(),

@@ -119,7 +119,7 @@ def measure_bodies(codes: NDArray[np.int16], n: int, neighbors: int, above: bool
 def two_point_sums(image: NDArray[np.float64], statistic: str, max_lag: Sequence[int], threads: int, progress: _Progress) -> tuple[NDArray[np.float64], NDArray[np.int64]]:
     """The sums over the pairs of each lag, of four axes, and the numbers of pairs: of squared differences for a variogram; else of products, then of tails, heads
     and their squares. statistic: variogram, covariance, noncentered or correlogram. max_lag: along z, y and x."""
-def find_categories(values: NDArray[Any], progress: _Progress) -> NDArray[np.float64] | None:
+def find_categories(values: NDArray[Any], threads: int, progress: _Progress) -> NDArray[np.float64] | None:
     """The distinct values of those of label, increasing; None if there are more than 255."""
 def code_categories(values: NDArray[Any], categories: NDArray[np.float64], threads: int, progress: _Progress) -> NDArray[np.int16]:
     """The number of each value among the categories, or -1."""

@@ -112,7 +112,7 @@ def as_categories(name: str, given: NDArray[Any], categories: Any, threads: int,
     """Codes of an image, of its shape and in its order, and the categories that they number."""
     values, flipped = in_order(name, given)
     if categories is None:
-        numbers, names = distinct_values(name, [_core.find_categories(values, _progress.part(report, 0.0, 0.5))], given.dtype)
+        numbers, names = distinct_values(name, [_core.find_categories(values, threads, _progress.part(report, 0.0, 0.5))], given.dtype)
     else:
         numbers, names = listed_categories(categories)
     return _coded(values, flipped, numbers, threads, _progress.part(report, 0.5, 1.0)), names

@@ -210,7 +210,7 @@ def transiogram(image: ArrayLike, max_lag: int | Sequence[int], categories: Arra
     lags = as_lags(max_lag, values.shape)
     by_transforms = _door.choice("method", method, ("pairs", "fft")) == "fft"
     _door.threads(threads)
-    numbers, names = _categories(values, categories)
+    numbers, names = _categories(values, categories, threads)
     coords = lag_coords(lags)
     n = len(names)
     _memory.require(24 * n * n * int(np.prod([len(lag) for lag in coords.values()])), f"the transitions between {n:,} categories", "Ask for fewer lags.")
@@ -272,7 +272,7 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
     by_transforms = _door.choice("method", method, ("pairs", "fft")) == "fft"
     _door.threads(threads)
     if thresholds is None:
-        numbers, names = _categories(values, categories)
+        numbers, names = _categories(values, categories, threads)
         order, dim = np.arange(len(names)), "category"
     else:
         if categories is not None:
@@ -290,14 +290,14 @@ def indicator_variogram_map(image: ArrayLike, max_lag: int | Sequence[int], *, c
                        "pairs": (tuple(coords), pairs, {"long_name": "number of pairs"})}, {dim: names, **coords})
 
 
-def _categories(values: Any, categories: Any) -> tuple[NDArray[np.float64], NDArray[Any]]:
+def _categories(values: Any, categories: Any, threads: Any) -> tuple[NDArray[np.float64], NDArray[Any]]:
     if categories is not None:
         return listed_categories(categories)
-    return distinct_values("image", _image_blocks.each(values, _distinct), values.dtype)
+    return distinct_values("image", _image_blocks.each(values, _distinct, threads), values.dtype)
 
 
-def _distinct(values: NDArray[Any], _: int) -> NDArray[np.float64] | None:
-    return _core.find_categories(in_order("image", values)[0], None)
+def _distinct(values: NDArray[Any], threads: int) -> NDArray[np.float64] | None:
+    return _core.find_categories(in_order("image", values)[0], threads, None)
 
 
 def _transitions(values: NDArray[Any], lags: tuple[int, ...], threads: int, report: Any, numbers: NDArray[np.float64],

@@ -4,6 +4,8 @@
 #include <bit>
 #include <cmath>
 
+#include "core/object_array.hpp"
+
 namespace kestrum {
 namespace {
 
@@ -73,19 +75,31 @@ int WriteCodes(std::ptrdiff_t n, const T* values, const Dealing& dealing, const 
 }  // namespace
 
 template <typename T>
-int FindCategories(std::ptrdiff_t n, const T* values, const Progress& progress, double* categories,
-                   int* ncategory) noexcept {
-  CodeTable table;
-  for (std::ptrdiff_t i = 0; i < n && table.size() <= kMostCategories; ++i) {
-    if (i % kPart == 0 && !progress.GoesOn(true, i, n)) return kAborted;
-    const T value = values[i];
-    if ((i == 0 || value != values[i - 1]) && !std::isnan(static_cast<double>(value)))
-      table.Add(static_cast<double>(value));
+int FindCategories(std::ptrdiff_t n, const T* values, const Dealing& dealing, const Progress& progress,
+                   double* categories, int* ncategory) noexcept {
+  ObjectArray<CodeTable> tables;
+  if (const int status = tables.Allocate(dealing.nscratch()); status != 0) return status;
+  dealing.EachThread([&](int thread, int team) noexcept {
+    CodeTable& table = tables[static_cast<std::size_t>(thread)];
+    const auto [begin, end] = BlockOf(n, team, thread);
+    for (std::ptrdiff_t i = begin; i < end && table.size() <= kMostCategories; ++i) {
+      if (i % kPart == 0 && !progress.GoesOn(thread == 0, i, end)) return;
+      const T value = values[i];
+      if ((i == begin || value != values[i - 1]) && !std::isnan(static_cast<double>(value)))
+        table.Add(static_cast<double>(value));
+    }
+  });
+  if (const int stopped = progress.After(0); stopped != 0) return stopped;
+  CodeTable& all = tables[0];
+  for (std::size_t t = 1; t < tables.size(); ++t) {
+    tables[t].ForEach([&all](double number) noexcept {
+      if (all.size() <= kMostCategories) all.Add(number);
+    });
   }
-  *ncategory = table.size();
+  *ncategory = all.size();
   if (*ncategory > kMostCategories) return 0;
   double* end = categories;
-  table.ForEach([&end](double number) noexcept { *end++ = number; });
+  all.ForEach([&end](double number) noexcept { *end++ = number; });
   std::sort(categories, end);
   return 0;
 }
@@ -110,11 +124,11 @@ int CodeByCuts(std::ptrdiff_t n, const T* values, int ncut, const double* cuts, 
       codes);
 }
 
-#define KESTRUM_CODES_OF(T)                                                                                  \
-  template int FindCategories(std::ptrdiff_t, const T*, const Progress&, double*, int*) noexcept;            \
-  template int CodeCategories(std::ptrdiff_t, const T*, int, const double*, const Dealing&, const Progress&, \
-                              std::int16_t*) noexcept;                                                       \
-  template int CodeByCuts(std::ptrdiff_t, const T*, int, const double*, const Dealing&, const Progress&,     \
+#define KESTRUM_CODES_OF(T)                                                                                       \
+  template int FindCategories(std::ptrdiff_t, const T*, const Dealing&, const Progress&, double*, int*) noexcept; \
+  template int CodeCategories(std::ptrdiff_t, const T*, int, const double*, const Dealing&, const Progress&,      \
+                              std::int16_t*) noexcept;                                                            \
+  template int CodeByCuts(std::ptrdiff_t, const T*, int, const double*, const Dealing&, const Progress&,          \
                           std::int16_t*) noexcept;
 KESTRUM_CODES_OF(unsigned char)
 KESTRUM_CODES_OF(int)

@@ -17,8 +17,8 @@ constexpr int kMostCategories = 255;
 //   categories   out; room for kMostCategories
 //   ncategory    out; their number, or kMostCategories + 1 if there are more
 template <typename T>
-[[nodiscard]] int FindCategories(std::ptrdiff_t n, const T* values, const Progress& progress, double* categories,
-                                 int* ncategory) noexcept;
+[[nodiscard]] int FindCategories(std::ptrdiff_t n, const T* values, const Dealing& dealing, const Progress& progress,
+                                 double* categories, int* ncategory) noexcept;
 
 // Writes the number of each value among the categories, at most kMostCategories distinct ones.
 template <typename T>

@@ -165,6 +165,7 @@ def test_refusals_of_all(arguments, options, error, text):
     (lambda: ks.connectivity_function(np.eye(3), 1, 6), ks.ArgumentError, "4 or 8"),
     (lambda: ks.connectivity_function(np.eye(3), 1, given="head"), ks.ArgumentError, "head"),
     (lambda: ks.transiogram(np.arange(256.0).reshape(16, 16), 1), ks.DataError, "more than 255"),
+    (lambda: ks.transiogram(np.arange(256.0).reshape(16, 16), 1, threads=3), ks.DataError, "more than 255"),
     (lambda: ks.transiogram(np.full((3, 3), np.nan), 1), ks.DataError, "no values"),
     (lambda: ks.transiogram(np.eye(3), 1, [1, 1]), ks.ArgumentError, "once"),
     (lambda: ks.transiogram(np.eye(3), 1, method="FFT"), ks.ArgumentError, "FFT"),
