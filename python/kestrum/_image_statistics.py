@@ -507,13 +507,13 @@ def pyramid(image: ArrayLike, levels: int = 1, *,
            [0., 4., 4.]])
     """
     values = as_image("image", image)
-    if not _door.has_finite_sum(values) and (values == np.inf).any() and (values == -np.inf).any():
-        raise DataError("image has both inf and -inf, between which there is no mean. Set one of them to NaN.")
     count = _door.whole("levels", levels, 1, 64)
     nthreads = _door.threads(threads, values.size)
     if values.size == 0:
         raise DataError("image has no nodes.")
     (reduced, flipped), results = in_order("image", values), []
+    if _core.extremes(reduced, nthreads) == (-np.inf, np.inf):
+        raise DataError("image has both inf and -inf, between which there is no mean. Set one of them to NaN.")
     with _progress.shown(progress, "pyramid") as report:
         for step in _progress.steps(report, count, 0.5 ** values.ndim):
             reduced = _core.reduce(reduced, nthreads, step)
@@ -572,8 +572,6 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
     if not fits:
         raise ArgumentError(f"shape is {_door.show(shape)}, but each side n of the image, which has {' x '.join(map(str, values.shape))} nodes, may only stay, or "
                             "become 2 n - 1 or 2 n if n is 2 or more. Expand step by step.")
-    if not _door.has_finite_sum(values) and np.isinf(values).any():
-        raise DataError("image has infinite values. Set them to NaN.")
     nthreads = _door.threads(threads, values.size)
     if values.size == 0:
         nothing: Floats = _finer(image, np.empty(sides))
@@ -582,6 +580,9 @@ def expand(image: ArrayLike, shape: Sequence[int], *,
     repeats = [int(side == 2 * n > n) for side, n in zip(sides, values.shape)]
     repeated = watched(values.size, _with_ends, values, repeats) if any(repeats) else values
     ordered, flipped = in_order("image", repeated)
+    least, greatest = _core.extremes(ordered, nthreads)
+    if least == -np.inf or greatest == np.inf:
+        raise DataError("image has infinite values. Set them to NaN.")
     finer = [side != n for side, n in zip(sides, values.shape)]
     with _progress.shown(progress, "expansion") as report:
         made: Floats = _core.expand(ordered, finer[::-1] if flipped else finer, nthreads, report)
