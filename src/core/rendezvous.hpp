@@ -8,11 +8,11 @@
 namespace kestrum {
 
 // Where the threads of a region wait until all have come, any number of times: what each wrote before is read by the
-// others after. A thread that waits long has no core for the one it waits for, and sleeps.
+// others after. A thread that waits for a few tenths of a millisecond has no core for the one it waits for, and sleeps.
 class Rendezvous {
  public:
   void Await(int team) noexcept {
-    constexpr int kSpins = 20000;
+    constexpr int kSpins = 300000;
     constexpr std::chrono::microseconds kNap{50};
     const unsigned round = round_.load();
     if (narrived_.fetch_add(1) + 1 == team) {

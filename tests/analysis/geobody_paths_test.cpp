@@ -54,8 +54,8 @@ struct Grid {
   }
 };
 
-const Grid kGrids[] = {{7, 5, 4}, {1, 9, 5}, {2, 2, 9},  {11, 1, 3}, {8, 8, 1},
-                       {1, 1, 1}, {2, 1, 6}, {1, 13, 1}, {4, 3, 3}};
+const Grid kGrids[] = {{7, 5, 4}, {1, 9, 5},  {2, 2, 9}, {11, 1, 3}, {8, 8, 1},  {1, 1, 1},
+                       {2, 1, 6}, {1, 13, 1}, {4, 3, 3}, {5, 9, 6},  {17, 18, 1}};
 
 Ints RandomMask(const Grid& grid, unsigned seed) {
   std::mt19937 generator(seed);
