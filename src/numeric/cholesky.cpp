@@ -24,6 +24,30 @@ struct DenseSystem {
   double rounding;  // a pivot this small, relative to its diagonal element, may be nothing but rounding
 };
 
+// Whether the pivots of the drift are above rounding. That of a column is its diagonal element of the Schur complement, less
+// what the columns before it account for: w[j] times column j, so that errors of the elements of column j count w[j]^2 times.
+//   work   2 * q numbers
+bool DetermineDrift(const DenseSystem& system, int q, double* work) noexcept {
+  const int n = system.n;
+  const auto l = [&system](int i, int j) noexcept { return system.panels[Place(i, j)]; };
+  double* const whole = work;
+  double* const w = work + q;
+  for (int i = 0; i < q; ++i) {
+    whole[i] = 0.0;
+    for (int k = 0; k < n; ++k) {
+      if (system.inversePivots[k] != 0.0) whole[i] += l(n + i, k) * (l(n + i, k) / system.inversePivots[k]);
+    }
+    double extent = whole[i];
+    for (int j = i - 1; j >= 0; --j) {
+      w[j] = l(n + i, n + j);
+      for (int k = j + 1; k < i; ++k) w[j] -= l(n + k, n + j) * w[k];
+      extent += w[j] * (w[j] * whole[j]);
+    }
+    if (!(-1.0 / system.inversePivots[n + i] > system.rounding * extent)) return false;
+  }
+  return true;
+}
+
 }  // namespace
 }  // namespace kestrum
 
@@ -35,7 +59,8 @@ namespace kestrum {
 
 std::size_t FactorSize(int n, int q) noexcept {
   const std::ptrdiff_t panels = Panels(n + q);
-  return static_cast<std::size_t>(PanelStart(panels) + panels * kLanes);
+  // Inverse pivots, and two numbers for each drift column in whole vectors.
+  return static_cast<std::size_t>(PanelStart(panels) + (panels + Panels(2 * q)) * kLanes);
 }
 
 void SetFactorRow(int n, int i, const double* row, double* factor) noexcept {
@@ -82,16 +107,9 @@ bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel l
     });
   });
   if (items.ended()) return false;
-  for (int i = n; i < size; ++i) {
-    double complement = 0.0;
-    for (int k = 0; k < n; ++k) {
-      if (inverse[k] != 0.0) complement += factor[Place(i, k)] * (factor[Place(i, k)] / inverse[k]);
-    }
-    if (-1.0 / inverse[i] > system.rounding * complement) continue;
-    if (flaws != nullptr) flaws->dependent = true;
-    return false;
-  }
-  return true;
+  if (DetermineDrift(system, q, inverse + panels * kLanes)) return true;
+  if (flaws != nullptr) flaws->dependent = true;
+  return false;
 }
 
 void PrepareValues(int n, int q, const double* factor, const double* z, double* values) noexcept {

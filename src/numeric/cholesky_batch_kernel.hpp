@@ -165,7 +165,7 @@ KESTRUM_KERNEL_INLINE Integers Factorise(const Part& part) {
     Vector complement = Vector{};
     for (int k = 0; k < part.n; ++k) {
       const Vector l = Load<Vector>(part.l + Place(i, k) * kLanes);
-      complement = complement + l * l * Load<Vector>(part.pivots + k * kLanes);
+      complement = complement + l * (l * Load<Vector>(part.pivots + k * kLanes));
     }
     sound &= -Load<Vector>(part.pivots + i * kLanes) > rounding * complement;
   }
