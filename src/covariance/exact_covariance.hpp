@@ -55,7 +55,7 @@ class ExactCovariance {
   double cost() const noexcept { return cost_; }
 
   // cov[k] becomes the covariance of lag (dx[k], dy[k], dz[k]), along the grid's axes and in coordinate units, for n
-  // lags. No array overlaps another.
+  // lags: 0 if the model has no elements. No array overlaps another.
   void Evaluate(int n, const real* dx, const real* dy, const real* dz, real* cov,
                 SimdLevel level = BestSimdLevel()) const noexcept;
 

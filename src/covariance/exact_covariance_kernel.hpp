@@ -118,6 +118,7 @@ KESTRUM_KERNEL_INLINE Vector MaternCorrelation(const Matern& matern, Vector d2) 
 
 KESTRUM_KERNEL_TARGET void EvaluateRows(const Element* elements, int count, bool rotated,
                                         const LagRows& lags) noexcept {
+  if (count == 0) AddNugget(0.0, true, lags);
   for (int i = 0; i < count; ++i) {
     const Element& element = elements[i];
     const double w = element.w;

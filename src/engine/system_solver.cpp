@@ -20,6 +20,8 @@ constexpr int kMaxWideSize = 64;
 constexpr int kMinBatch = 3;
 // A solution by a factor must satisfy its system to this part of the largest covariance.
 constexpr real kFactorTolerance = 1e-10;
+// Rounding may take a variance below 0 by less than this part of the sill.
+constexpr real kRoundingOfVariance = 1e-6;
 
 // The row and column of ones at place m, in a matrix with rows of `size` elements.
 void AddUnbiasedness(int m, int size, real* matrix, real* rhs) noexcept {
@@ -42,6 +44,13 @@ void SolvedSystem::Keep(const KrigingModel& model, int left, const real* solutio
     explained += weight[i] * rhs[i * stride];
   }
   if (model.ordinaryKriging && !gaveUp) multiplier = solution[left * stride];
+}
+
+void SolvedSystem::GiveUpIfIndefinite() noexcept {
+  if (sill - explained - multiplier >= -kRoundingOfVariance * sill) return;
+  m = 0;
+  gaveUp = true;
+  explained = multiplier = 0.0;
 }
 
 int SolvedSystem::Warn(const Progress& progress) const noexcept {
@@ -184,6 +193,7 @@ void SystemSolver::SolveSideBySide(ChunkSystems& chunk, const int* which, int co
     const int i = which[lane];
     if ((solved >> lane & 1u) != 0) {
       chunk.system(i).Keep(model, m, &batchWeight_[lane], &batchRhs_[lane], lanes, chunk.weight(i));
+      if (choice_.factorising()) chunk.system(i).GiveUpIfIndefinite();
     } else if (choice_.factorising()) {
       chunk.CountFallback(choice_);
       SolveAlone(chunk, i, 1);
@@ -221,6 +231,7 @@ bool SystemSolver::SolveByFactor(ChunkSystems& chunk, int i) noexcept {
   }
   if (solved) {
     system.Keep(model, m, weight_.data(), rhs_.data(), 1, chunk.weight(i));
+    system.GiveUpIfIndefinite();
   } else {
     chunk.CountFallback(choice_);
   }

@@ -30,6 +30,8 @@ struct SolvedSystem {
   // weights. The weight of the unbiasedness row, if there is one, follows those of the neighbours.
   void Keep(const KrigingModel& model, int left, const real* solution, const real* rhs, int stride,
             real* weight) noexcept;
+  // Drops the solution where it leaves a variance below 0: the model is not positive definite with the node there.
+  void GiveUpIfIndefinite() noexcept;
   // Raises the warnings of the system, and gives the last failure of the callback.
   int Warn(const Progress& progress) const noexcept;
 };

@@ -160,10 +160,12 @@ TEST(ExactCovariance, NestedRotatedAndLocal) {
   Model level(2);
   level.Set(0, COV_MATERN, 1.0, 9.0, 9.0, 9.0, 1.5);
   level.Set(1, COV_LINEAR, 2.0, 25.0, 20.0, 15.0, 0.0);
+  VORL_COVMODEL none = level.record;
+  none.nelem = 0;
   ExactCovariance covariance;
   ASSERT_EQ(covariance.Allocate(4), 0);
   const auto expectReference = [&](const VORL_COVMODEL& model, int node, int n) {
-    std::vector<real> lags[3] = {std::vector<real>(n), std::vector<real>(n), std::vector<real>(n)}, cov(n);
+    std::vector<real> lags[3] = {std::vector<real>(n), std::vector<real>(n), std::vector<real>(n)}, cov(n, 7.0);
     for (int k = 3; k < 3 * n; ++k) lags[k % 3][k / 3] = uniform(generator);
     const kestrum::ParametersAtNode source{node};
     covariance.Prepare(model, source);
@@ -193,6 +195,7 @@ TEST(ExactCovariance, NestedRotatedAndLocal) {
     expectReference(local.record, 0, n);
     expectReference(level.record, 0, n);
     expectReference(local.record, 1, n);
+    expectReference(none, 0, n);
   }
 }
 

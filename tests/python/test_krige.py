@@ -237,6 +237,26 @@ def test_lonely_places():
     assert (simple.estimate.values[lonely] == 18.0).all() and np.allclose(simple.variance.values[lonely], model.sill)
 
 
+@pytest.mark.parametrize("layout, drift, options", [
+    ("few", "quadratic", {}), ("few", "quadratic", {"radius": 1e4}), ("plane", "linear", {"neighbors": 12}), ("circle", "quadratic", {"neighbors": 12})])
+def test_drifts_that_data_do_not_determine(layout, drift, options):
+    """Rounding alone tells the terms apart there: numbers would be anything, with variances of 1e14."""
+    for seed in range(12):
+        random = np.random.default_rng(seed)
+        if layout == "few":  # one less than terms; half of them in one plane
+            places = random.uniform(0.0, 100.0, (9, 3))
+            places[:4, 1] = 50.0
+        elif layout == "plane":
+            places = 50.0 + 20.0 * random.uniform(-1.0, 1.0, (30, 2)) @ random.normal(size=(2, 3))
+        else:
+            angles = random.uniform(-3.2, 3.2, 100)
+            places = 5e5 + 300.0 * np.column_stack([np.cos(angles), np.sin(angles)])
+        targets = places.mean(axis=0) + random.uniform(-60.0, 60.0, (5, places.shape[1]))
+        model = ks.Nugget(0.05) + ks.Spherical(1.0, range=6.0 * float(np.ptp(places[:, 0])) / 10.0)
+        with pytest.warns(ks.KestrumWarning, match="do not determine the drift at 5 of 5"):
+            assert np.isnan(ks.krige(ks.Points(places, random.normal(size=len(places))), model, targets, drift=drift, **options).estimate).all()
+
+
 def test_snapping_averages_or_takes_the_last():
     places = [[3.0, 6.0], [4.0, 7.0], [60.0, 50.0], [500.0, 50.0]]
     points = ks.Points(places, [1.0, 5.0, 2.0, 9.0])

@@ -86,6 +86,12 @@ def test_masks_transforms_and_bounds():
     assert np.array_equal(part[mask], whole[mask]) and np.isnan(part[3, 2])
 
 
+def test_models_that_are_not_positive_definite():
+    """Some of the systems leave a variance below 0, though each of them can be solved."""
+    with pytest.warns(ks.KestrumWarning, match="not positive definite"):
+        ks.simulate(None, ks.Power(1.0, range=10.0, power=1.5), ks.Grid(60, 60), seed=1)
+
+
 def test_data_of_one_cell():
     points = ks.Points([[105.0, 10.5], [104.5, 10.0], [500.0, 0.0]], [1.0, 4.0, 9.0])
     for how, expected in (("mean", 2.5), ("first", 1.0), ("last", 4.0)):
