@@ -88,8 +88,8 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
     mask : array_like, optional
         Cells to compute, on a grid; where it is False or 0 the result is NaN. Data there count all the same.
     snap : bool
-        Whether data are moved to the centres of their cells first. Those of one cell are averaged, those outside the
-        grid left out; a warning counts both.
+        Whether data are moved to the centres of their cells first, in whose order they count. Those of one cell are averaged,
+        those outside the grid left out; a warning counts both.
     solver : {"cholesky", "gmres"}
         "gmres" (with snap, and with a radius unless all data serve) gives the C interface's estimates, to the last bit.
         Of several data in a cell the last counts.
@@ -101,7 +101,7 @@ def krige(points: Points, model: CovModel, where: Where, *, neighbors: int | Non
         Cells along each dimension in a chunk of a lazy result, {"y": 2000, "x": 2000}, or {"point": 100_000}; one number is
         for all dimensions, -1 and a dimension left out are its whole length, "auto" makes a million cells of it. It is on Dask
         arrays, and the same bits as without. Arrays on the grid (mean, drift, mask) may be Dask arrays then. Each chunk
-        takes one thread by default; places without data are NaN without a warning, and `progress` shows nothing: Dask has
+        takes one thread by default; places without an estimate are NaN without a warning, and `progress` shows nothing: Dask has
         bars of its own.
     dtype : {"float64", "float32"}
         Type of estimate and variance; float32 is the rounded float64 result.

@@ -236,7 +236,7 @@ class DistanceSearch {
         for (int side = 0; side < 2 && status == 0; ++side) status = share.shown[parity][side].Allocate(kFirst);
       }
     }
-    return status != 0 ? status : bricks_.Allocate(static_cast<std::size_t>(last + BrickAt(0, 0, 0) + 1));
+    return status != 0 ? status : bricks_.Allocate(std::size_t{1} + last + BrickAt(0, 0, 0));
   }
 
   // Takes the true values as the nodes to find, at distance -1 until they are. Returns their number.

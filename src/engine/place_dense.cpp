@@ -234,10 +234,11 @@ int PlaceDense::LeaveOut(const PlaceDataset& data, const PlaceFolds& folds, int 
   if (status != 0) return status;
   double* const product = scratch->sums.data();  // of M and the values
   double* const diagonal = product + padded;     // of M
-  double* const known = diagonal + padded;       // the same if the mean were known
-  double* const error = known + padded;
+  double* const extent = diagonal + padded;      // what the rounding of a diagonal element is relative to
+  double* const error = extent + padded;
   double* const variance = error + padded;
   const double* const inverse = factor_.data() + InversePivotsStart(size);
+  const double* const drift = factor_.data() + DriftExtentsStart(size);
   double* const b = scratch->b.data();
   const auto element = [&](int t, int i) {
     return b[(static_cast<std::ptrdiff_t>(t / kLanes) * size + i) * kLanes + t % kLanes];
@@ -247,8 +248,11 @@ int PlaceDense::LeaveOut(const PlaceDataset& data, const PlaceFolds& folds, int 
   };
   if (status = solve(false); status != 0) return status;
   for (int t = 0; t < total; ++t) {
-    known[t] = 0.0;
-    for (int i = member[t]; i < n_; ++i) known[t] += element(t, i) * element(t, i) * inverse[i];
+    extent[t] = 0.0;
+    for (int i = member[t]; i < size; ++i) {
+      const double part = element(t, i) * element(t, i) * inverse[i];
+      extent[t] += i < n_ ? part : part * (inverse[i] * drift[i - n_]);
+    }
   }
   if (total > end - begin) {
     if (status = solve(true); status != 0) return status;
@@ -273,7 +277,7 @@ int PlaceDense::LeaveOut(const PlaceDataset& data, const PlaceFolds& folds, int 
     }
     for (int t = first; t < first + m; ++t) {
       // One this large is nothing but rounding: the drift is not determined without the fold.
-      const double most = 1.0 / (kRoundingOfInverse * PivotRounding(size) * known[t]);
+      const double most = 1.0 / (kRoundingOfInverse * PivotRounding(size) * extent[t]);
       determined = determined && (inverse[member[t]] == 0.0 || (variance[t] > 0.0 && variance[t] < most));
     }
     for (int t = first; t < first + m; ++t) {

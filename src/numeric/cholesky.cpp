@@ -26,24 +26,24 @@ struct DenseSystem {
 
 // Whether the pivots of the drift are above rounding. That of a column is its diagonal element of the Schur complement, less
 // what the columns before it account for: w[j] times column j, so that errors of the elements of column j count w[j]^2 times.
-//   work   2 * q numbers
-bool DetermineDrift(const DenseSystem& system, int q, double* work) noexcept {
+//   extents   out: the columns' sums of these, 3 * q numbers in all
+bool DetermineDrift(const DenseSystem& system, int q, double* extents) noexcept {
   const int n = system.n;
   const auto l = [&system](int i, int j) noexcept { return system.panels[Place(i, j)]; };
-  double* const whole = work;
-  double* const w = work + q;
+  double* const whole = extents + q;
+  double* const w = whole + q;
   for (int i = 0; i < q; ++i) {
     whole[i] = 0.0;
     for (int k = 0; k < n; ++k) {
       if (system.inversePivots[k] != 0.0) whole[i] += l(n + i, k) * (l(n + i, k) / system.inversePivots[k]);
     }
-    double extent = whole[i];
+    extents[i] = whole[i];
     for (int j = i - 1; j >= 0; --j) {
       w[j] = l(n + i, n + j);
       for (int k = j + 1; k < i; ++k) w[j] -= l(n + k, n + j) * w[k];
-      extent += w[j] * (w[j] * whole[j]);
+      extents[i] += w[j] * (w[j] * whole[j]);
     }
-    if (!(-1.0 / system.inversePivots[n + i] > system.rounding * extent)) return false;
+    if (!(-1.0 / system.inversePivots[n + i] > system.rounding * extents[i])) return false;
   }
   return true;
 }
@@ -58,9 +58,8 @@ bool DetermineDrift(const DenseSystem& system, int q, double* work) noexcept {
 namespace kestrum {
 
 std::size_t FactorSize(int n, int q) noexcept {
-  const std::ptrdiff_t panels = Panels(n + q);
-  // Inverse pivots, and two numbers for each drift column in whole vectors.
-  return static_cast<std::size_t>(PanelStart(panels) + (panels + Panels(2 * q)) * kLanes);
+  // With three numbers for each drift column, in whole vectors.
+  return static_cast<std::size_t>(DriftExtentsStart(n + q) + Panels(3 * q) * kLanes);
 }
 
 void SetFactorRow(int n, int i, const double* row, double* factor) noexcept {
@@ -107,7 +106,7 @@ bool Factorise(const Dealing& dealing, int n, int q, double* factor, SimdLevel l
     });
   });
   if (items.ended()) return false;
-  if (DetermineDrift(system, q, inverse + panels * kLanes)) return true;
+  if (DetermineDrift(system, q, factor + DriftExtentsStart(size))) return true;
   if (flaws != nullptr) flaws->dependent = true;
   return false;
 }

@@ -21,6 +21,11 @@ constexpr std::ptrdiff_t Place(std::ptrdiff_t i, std::ptrdiff_t j) noexcept {
 // The inverse pivots follow the panels of `size` rows.
 constexpr std::ptrdiff_t InversePivotsStart(std::ptrdiff_t size) noexcept { return PanelStart(Panels(size)); }
 
+// Then, for each drift column, what the rounding of its pivot is relative to.
+constexpr std::ptrdiff_t DriftExtentsStart(std::ptrdiff_t size) noexcept {
+  return InversePivotsStart(size) + Panels(size) * kLanes;
+}
+
 // A pivot this small, relative to its diagonal element, may be nothing but rounding.
 constexpr double PivotRounding(int size) noexcept { return 4.0 * size * std::numeric_limits<double>::epsilon(); }
 // The same of systems that are solved side by side, or begin alike: whatever their sizes, so that one fares alike beside any

@@ -253,6 +253,10 @@ def test_drifts_that_data_do_not_determine(layout, drift, options):
             places = 5e5 + 300.0 * np.column_stack([np.cos(angles), np.sin(angles)])
         targets = places.mean(axis=0) + random.uniform(-60.0, 60.0, (5, places.shape[1]))
         model = ks.Nugget(0.05) + ks.Spherical(1.0, range=6.0 * float(np.ptp(places[:, 0])) / 10.0)
+        if layout == "few":
+            points = ks.Points(np.vstack([places, targets[:1]]), random.normal(size=10))
+            with pytest.warns(ks.KestrumWarning, match="drift"):
+                assert np.isnan(ks.cross_validate(points, model, drift=drift, **options).estimate).all()
         with pytest.warns(ks.KestrumWarning, match="do not determine the drift at 5 of 5"):
             assert np.isnan(ks.krige(ks.Points(places, random.normal(size=len(places))), model, targets, drift=drift, **options).estimate).all()
 
