@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "analysis/geobody_paths.h"
-#include "analysis/geobody_paths.hpp"
+#include "analysis/step_search.hpp"
 
 namespace {
 
@@ -50,15 +50,13 @@ BENCHMARK_CAPTURE(Distances, 26, VORLComputeDistanceConnectivity26InGeobody)
 // From the middle of a full grid of 256^3 nodes, with as many threads as the argument says.
 void Steps(benchmark::State& state) {
   constexpr int kSide = 256;
-  VORL_GRID grid{};
-  grid.nx = grid.ny = grid.nz = kSide;
   const std::vector<unsigned char> mask(kSide * kSide * kSide, 1);
   std::vector<int> steps(mask.size());
   const int start = kSide * kSide * kSide / 2 + kSide * kSide / 2 + kSide / 2;
   for (auto _ : state) {
-    const int status = kestrum::StepsInMask(grid, mask.data(), static_cast<kestrum::Connectivity>(state.range(1)), 1,
-                                            &start, kestrum::Dealing::Threads(static_cast<int>(state.range(0))),
-                                            kestrum::Progress(nullptr, nullptr), steps.data());
+    const int status = kestrum::FindSteps(
+        static_cast<kestrum::Connectivity>(state.range(1)), {kSide, kSide, kSide}, mask.data(), 1024, 1, &start,
+        steps.data(), kestrum::Dealing::Threads(static_cast<int>(state.range(0))), kestrum::Progress(nullptr, nullptr));
     if (status != 0) return state.SkipWithError("failed");
   }
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(mask.size()));

@@ -10,6 +10,7 @@
 #include "analysis/geobodies.hpp"
 #include "analysis/geobody_paths.hpp"
 #include "analysis/morphology.hpp"
+#include "analysis/step_search.hpp"
 #include "bindings.hpp"
 #include "core/node_coordinates.hpp"
 #include "images.hpp"
@@ -113,9 +114,10 @@ Array<int> Steps(const Array<T>& mask, int neighbors, const Array<int>& start, i
   const VORL_GRID grid = GridOfShape(mask);
   Array<int> steps = ArrayLike<int>(mask);
   int* const to = steps.mutable_data();
+  constexpr int kFirstFront = 1024;
   RunOperations(100.0 * static_cast<double>(mask.size()), report, [&](const Progress& progress) noexcept {
-    return StepsInMask(grid, mask.data(), ConnectivityOf(neighbors), static_cast<int>(start.size()), start.data(),
-                       Dealing::Threads(threads), progress, to);
+    return FindSteps(ConnectivityOf(neighbors), {grid.nx, grid.ny, grid.nz}, mask.data(), kFirstFront,
+                     static_cast<int>(start.size()), start.data(), to, Dealing::Threads(threads), progress);
   });
   return steps;
 }

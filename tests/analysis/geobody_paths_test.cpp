@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "analysis/geobody_paths.hpp"
+#include "analysis/step_search.hpp"
 #include "support/allocation_failure.hpp"
 #include "support/seeded.hpp"
 
@@ -167,17 +167,13 @@ TEST(GeobodyPaths, StepsDoNotDependOnThreads) {
     std::vector<unsigned char> mask(static_cast<std::size_t>(nnode));
     for (unsigned char& inside : mask) inside = generator() % 100 < 70;
     const Ints starts{0, nnode / 2, nnode / 2, nnode - 1};
-    VORL_GRID record{};
-    record.nx = grid.nx;
-    record.ny = grid.ny;
-    record.nz = grid.nz;
     for (const auto connectivity :
          {kestrum::Connectivity::k6, kestrum::Connectivity::k18, kestrum::Connectivity::k26}) {
       const auto steps = [&](const kestrum::Dealing& dealing) {
         Ints found(mask.size());
-        EXPECT_EQ(
-            kestrum::StepsInMask(record, mask.data(), connectivity, 4, starts.data(), dealing, progress, found.data()),
-            0);
+        EXPECT_EQ(kestrum::FindSteps(connectivity, {grid.nx, grid.ny, grid.nz}, mask.data(), 1, 4, starts.data(),
+                                     found.data(), dealing, progress),
+                  0);
         return found;
       };
       const Ints expected = steps(kestrum::Dealing::Serial());
