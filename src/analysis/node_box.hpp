@@ -9,6 +9,7 @@
 
 namespace kestrum {
 
+// From a node to another.
 struct Offset {
   int dx, dy, dz;
 };
@@ -27,10 +28,12 @@ constexpr bool AreNeighbors(Connectivity connectivity, const Offset& offset) noe
   return offset.dx * offset.dx + offset.dy * offset.dy + offset.dz * offset.dz <= AxesOf(connectivity);
 }
 
+// A node with its coordinates, so that none is decoded on the way from node to node.
 struct Node {
   int index, ix, iy, iz;
 };
 
+// The nodes of a grid and their neighbours.
 class Box {
  public:
   Box(int nx, int ny, int nz) noexcept : nx_(nx), ny_(ny), nz_(nz), nxy_(std::int64_t{nx} * ny) {}
@@ -41,6 +44,7 @@ class Box {
     if (nx_ < 1 || ny_ < 1 || nz_ < 1) return 0;
     return nxy_ <= kMost / nz_ ? nxy_ * nz_ : kMost;
   }
+
   // The box without the axes of one node, x the first and z the last of the others: indices and neighbours stay.
   Box WithoutSingleAxes() const noexcept {
     int sizes[3] = {nx_, ny_, nz_};
