@@ -49,8 +49,8 @@ def label(mask: ArrayLike, connectivity: Connectivity | None = None, *,
     -----
     Runs of nodes are joined in a table of links by the algorithm of Rem (Patwary, Blair and Manne, Experiments on
     union-find algorithms for the disjoint-set data structure, 2010), which lies in the result meanwhile. Work memory is a
-    quarter byte a node and 4 bytes a row, in which rows of 32 nodes and more (40 with 4 or 6 neighbours) count as the next multiple of
-    64: up to 0.55 byte for rows of 65. Threads do slabs, whose borders are joined afterwards.
+    quarter byte a node and 4 bytes a row, in which rows of 32 nodes and more (128 with 4 or 6 neighbours) count as the next multiple of
+    64: up to half a byte in all. Threads do slabs, whose borders are joined afterwards.
 
     Examples
     --------

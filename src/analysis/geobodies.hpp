@@ -27,7 +27,7 @@ constexpr int RowsY(Connectivity connectivity) noexcept { return connectivity ==
 constexpr int RowsZ(Connectivity connectivity) noexcept { return connectivity == Connectivity::k26 ? 2 : 1; }
 
 // The longest rows that are packed whatever the connectivity. Across faces all that can be are: words of their own take
-// more time there, and more than half a byte a node with the tables of their runs.
+// more time there, and up to more than half a byte a node with the tables of their runs.
 constexpr int kShortRow = 31;
 constexpr int LongestPacked(Connectivity connectivity) noexcept {
   return connectivity == Connectivity::k6 ? PackedRows::kLongest : kShortRow;

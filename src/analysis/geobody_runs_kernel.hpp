@@ -356,12 +356,9 @@ class PackedJoiner {
     const auto onLayer =
         static_cast<std::ptrdiff_t>(static_cast<std::uint32_t>(node) % static_cast<std::uint32_t>(layer_));
     for (std::ptrdiff_t begin = -onLayer; begin < kMarkBlock; begin += layer_) {
-      const std::uint64_t row = (std::uint64_t{1} << grid_.nx) - 1;
-      if (begin >= 0) {
-        rows |= row << begin;
-      } else if (begin > -grid_.nx) {
-        rows |= row >> -begin;
-      }
+      const std::ptrdiff_t first = std::max(begin, std::ptrdiff_t{0});
+      const std::ptrdiff_t end = std::min(begin + grid_.nx, std::ptrdiff_t{kMarkBlock});
+      if (end > first) rows |= ~std::uint64_t{0} >> (kMarkBlock - (end - first)) << first;
     }
     return rows;
   }

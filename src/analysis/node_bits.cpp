@@ -115,13 +115,16 @@ void NodeBits::MarkTransposed(const T* values, Dealing dealing) noexcept {
                 std::uint64_t{0});
       for (std::ptrdiff_t first = begin * kMarkBlock; first < endLayer; first += kMarkBlock) {
         for (int m = 0; m < middle; ++m) {
-          eachRow(0, m, static_cast<int>(first), [&](int k, std::uint64_t row) {
-            const std::ptrdiff_t node = k * perLayer + std::ptrdiff_t{m} * sizes.nx;
-            const int shift = static_cast<int>(node % kMarkBlock);
-            std::uint64_t* const to = bits_.data() + node / kMarkBlock;
-            to[0] |= row << shift;
-            if (shift + sizes.nx > kMarkBlock) to[1] |= row >> (kMarkBlock - shift);
-          });
+          for (int x = 0; x < sizes.nx; x += kMarkBlock) {
+            const int n = std::min(sizes.nx - x, kMarkBlock);
+            eachRow(x, m, static_cast<int>(first), [&](int k, std::uint64_t part) {
+              const std::ptrdiff_t node = k * perLayer + std::ptrdiff_t{m} * sizes.nx + x;
+              const int shift = static_cast<int>(node % kMarkBlock);
+              std::uint64_t* const to = bits_.data() + node / kMarkBlock;
+              to[0] |= part << shift;
+              if (shift + n > kMarkBlock) to[1] |= part >> (kMarkBlock - shift);
+            });
+          }
         }
       }
     });

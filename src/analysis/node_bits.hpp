@@ -14,7 +14,7 @@ namespace kestrum {
 
 // The sizes of a grid whose rows are packed, or 0 where they are not.
 struct PackedRows {
-  static constexpr int kLongest = 39;
+  static constexpr int kLongest = 127;
 
   int nx = 0;
   int ny = 0;

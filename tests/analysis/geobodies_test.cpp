@@ -108,10 +108,10 @@ void ExpectAsFloodFill(Image& image, int varIndex, Intervals set, int manyThread
 
 TEST(Geobodies, RandomSetsAgainstFloodFill) {
   std::mt19937 random(1);
-  constexpr int kShapes[][3] = {{1, 1, 1},   {7, 1, 1},   {1, 9, 1},   {1, 1, 8},  {5, 4, 1},   {1, 6, 5},
-                                {6, 1, 5},   {2, 5, 6},   {4, 4, 4},   {5, 7, 3},  {9, 5, 6},   {64, 3, 3},
-                                {63, 4, 3},  {65, 2, 4},  {130, 3, 2}, {1, 70, 6}, {128, 1, 1}, {2, 700, 1},
-                                {3, 150, 4}, {31, 40, 2}, {32, 5, 3}};
+  constexpr int kShapes[][3] = {{1, 1, 1},   {7, 1, 1},   {1, 9, 1},   {1, 1, 8},   {5, 4, 1},   {1, 6, 5},
+                                {6, 1, 5},   {2, 5, 6},   {4, 4, 4},   {5, 7, 3},   {9, 5, 6},   {64, 3, 3},
+                                {63, 4, 3},  {65, 2, 4},  {130, 3, 2}, {1, 70, 6},  {128, 1, 1}, {2, 700, 1},
+                                {3, 150, 4}, {31, 40, 2}, {32, 5, 3},  {100, 30, 3}};
   for (const auto& shape : kShapes) {
     for (int trial = 0; trial < 24; ++trial) {
       // All eight kinds of intervals, none to three of them; few levels, so that values meet bounds.

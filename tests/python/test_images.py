@@ -111,7 +111,7 @@ def test_labels_in_fortran_order(shape, dtype):
         assert count == labels.max() and labels.flags.c_contiguous and np.array_equal(labels, ks.label(values)[0])
 
 
-@pytest.mark.parametrize("shape", [(3000, 2), (700, 3, 3), (60, 70, 5), (3, 900, 4), (40, 50, 17), (30, 45, 31), (30, 45, 33), (30, 45, 39), (30, 45, 40)])
+@pytest.mark.parametrize("shape", [(3000, 2), (700, 3, 3), (60, 70, 5), (3, 900, 4), (40, 50, 17), (30, 45, 31), (30, 45, 33), (30, 45, 64), (30, 45, 65), (20, 45, 127), (20, 45, 128)])
 @pytest.mark.parametrize("share", [0.3, 0.6, 0.9])
 def test_labels_of_short_rows(shape, share):
     """Many rows that share words, over several threads and layers."""

@@ -71,7 +71,8 @@ print((peak() - before - sum(getattr(part, "nbytes", 0) for part in parts)) / va
 
 @pytest.mark.parametrize("call, kind, limit", [
     ("label(values, threads=2)", "u1", 0.4), ("label(values, 26, threads=2)", "u1", 0.4), ("label(values.T, threads=2)", "u1", 0.4), ("label(values.reshape(-1, 2), threads=2)", "u1", 0.4),
-    ("label(values.reshape(-1)[:values.size // 34 * 34].reshape(-1, 34), threads=2)", "u1", 0.4), ("label(values.reshape(-1)[:values.size // 40 * 40].reshape(-1, 40), threads=2)", "u1", 0.5),
+    ("label(values.reshape(-1)[:values.size // 34 * 34].reshape(-1, 34), threads=2)", "u1", 0.4), ("label(values.reshape(-1)[:values.size // 65 * 65].reshape(-1, 65), threads=2)", "u1", 0.4),
+    ("label(values.reshape(-1)[:values.size // 129 * 129].reshape(-1, 129), threads=2)", "u1", 0.5),
     ("body_sizes(values, threads=2)", "i4", 0.1), ("body_sizes(values.T, threads=2)", "i4", 0.1), ("euler_number(values, threads=2)", "u1", 0.2),
     ("distance(values, signed=True, dtype='float32', threads=2)", "u1", 0.4), ("nearest_label(values, threads=2)", "i4", 0.1),
     ("label_depth(values, threads=2)", "i4", 0.1), ("dilate(values, 5, threads=2)", "u1", 0.45), ("erode(values, 5, threads=2)", "u1", 0.45),
