@@ -39,6 +39,7 @@ class GaussianLaw {
   void Solve(int thread, const int* nodes, int count, PathView& view) noexcept {
     auto& [solver, chunk] = scratches_[thread];
     view.Solve(systems_, nodes, count, solver, chunk);
+    if (problem_.solver.factorising()) chunk.GiveUpIndefinite();
   }
 
   void Discard(int thread) noexcept { scratches_[thread].chunk.Discard(problem_.solver); }

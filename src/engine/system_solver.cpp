@@ -193,7 +193,6 @@ void SystemSolver::SolveSideBySide(ChunkSystems& chunk, const int* which, int co
     const int i = which[lane];
     if ((solved >> lane & 1u) != 0) {
       chunk.system(i).Keep(model, m, &batchWeight_[lane], &batchRhs_[lane], lanes, chunk.weight(i));
-      if (choice_.factorising()) chunk.system(i).GiveUpIfIndefinite();
     } else if (choice_.factorising()) {
       chunk.CountFallback(choice_);
       SolveAlone(chunk, i, 1);
@@ -231,7 +230,6 @@ bool SystemSolver::SolveByFactor(ChunkSystems& chunk, int i) noexcept {
   }
   if (solved) {
     system.Keep(model, m, weight_.data(), rhs_.data(), 1, chunk.weight(i));
-    system.GiveUpIfIndefinite();
   } else {
     chunk.CountFallback(choice_);
   }

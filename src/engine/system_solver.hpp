@@ -30,7 +30,7 @@ struct SolvedSystem {
   // weights. The weight of the unbiasedness row, if there is one, follows those of the neighbours.
   void Keep(const KrigingModel& model, int left, const real* solution, const real* rhs, int stride,
             real* weight) noexcept;
-  // Drops the solution where it leaves a variance below 0: the model is not positive definite with the node there.
+  // Gives up where the solution leaves a variance below 0: the model is not positive definite with the node there.
   void GiveUpIfIndefinite() noexcept;
   // Raises the warnings of the system, and gives the last failure of the callback.
   int Warn(const Progress& progress) const noexcept;
@@ -99,6 +99,10 @@ class ChunkSystems : public SystemStore {
   void Discard(const SolverChoice& choice) noexcept {
     if (nfallback_ > 0) choice.CountFallbacks(-nfallback_);
     nfallback_ = 0;
+  }
+
+  void GiveUpIndefinite() noexcept {
+    for (int i = 0; i < count_; ++i) system(i).GiveUpIfIndefinite();
   }
 
   int count() const noexcept { return count_; }

@@ -19,8 +19,8 @@ typedef enum {
   /** By Cholesky's factorisation, with the same results to about 1e-9 where the iterative solver converges. Data times
    * f and a model times f*f give results times f, to rounding. A system that cannot be factorised (a model that is not
    * positive definite, places too close to one another) goes to the iterative solver, with its drops and warnings;
-   * with a unique neighbourhood all do then. With a moving one a variance below 0, by more than rounding, is a failure of the
-   * system (2015). */
+   * with a unique neighbourhood all do then. In a simulation a variance below 0, by more than rounding, is a failure of its
+   * system (2015), too. */
   KESTRUM_SOLVER_FACTORISING
 } VORL_KESTRUMSOLVER;
 

@@ -77,6 +77,14 @@ TEST(Solvers, AgreeAndLeaveNoNodeOut) {
           EXPECT_EQ(records.monitor.nwarning > 0, c.warns && mode == KESTRUM_SIM_SK);
         }
       }
+      if (c.warns && mode == KESTRUM_SIM_SK) {
+        // Factorising gives up systems that leave a variance below 0; the iterative solver draws from them.
+        const auto largest = [&](int solver) {
+          return std::abs(*std::ranges::max_element(serial[solver], {}, [](real v) { return std::abs(v); }));
+        };
+        EXPECT_LT(largest(1), 0.5 * largest(0));
+        continue;
+      }
       // Of deviations the squares: a variance that is 0 but for rounding has a root of 1e-8.
       const std::size_t firstDeviation = mode == KESTRUM_SK ? serial[0].size() / 2 : serial[0].size();
       for (std::size_t i = 0; i < serial[0].size(); ++i) {
