@@ -286,7 +286,7 @@ def nearest_label(labels: ArrayLike, spacing: float | Sequence[float] = 1.0, *, 
     distances : ndarray of float64, in the order of the labels, or DataArray like them
         In the unit of the spacing: 0 at labels, infinite if there are none.
     nearest : ndarray of int32, likewise
-        The label at that distance, one of several; 0 if there are none. Nodes of one label are the part of the space nearer
+        The label at that distance, one of several (which one may depend on the order in memory); 0 if there are none. Nodes of one label are the part of the space nearer
         to it than to others, so that labels grow by ``np.where(distances <= reach, nearest, 0)``.
 
     Notes
