@@ -179,9 +179,10 @@ class DistanceSearch {
       Take(at, std::uint64_t{1} << bit, own.found[0]);
     }
     Close(own, 0, team);
+    const bool crowded = Dealing::Crowded(team);
     std::int64_t ndone = 0;
     for (int level = 1;; ++level) {
-      if (team > 1) rendezvous_.Await(team);
+      if (team > 1) rendezvous_.Await(team, crowded);
       const int last = (level - 1) % 2;
       std::int64_t count = 0;
       for (int t = 0; t < team; ++t) {

@@ -11,8 +11,9 @@ namespace kestrum {
 // others after. A thread that waits for a few tenths of a millisecond has no core for the one it waits for, and sleeps.
 class Rendezvous {
  public:
-  void Await(int team) noexcept {
-    constexpr int kSpins = 300000;
+  // crowded: whether there are more threads than cores
+  void Await(int team, bool crowded) noexcept {
+    const int spins = crowded ? 1000 : 300000;
     constexpr std::chrono::microseconds kNap{50};
     const unsigned round = round_.load();
     if (narrived_.fetch_add(1) + 1 == team) {
@@ -21,7 +22,7 @@ class Rendezvous {
       return;
     }
     for (int spin = 0; round_.load() == round; ++spin) {
-      if (spin >= kSpins) std::this_thread::sleep_for(kNap);
+      if (spin >= spins) std::this_thread::sleep_for(kNap);
     }
   }
 
