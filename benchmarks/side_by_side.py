@@ -471,7 +471,7 @@ time <- system.time(kriged <- krige(v ~ 1, data, nodes, model, nmax = as.numeric
 results <- file(file.path(arguments[1], "results"), "wb")
 writeBin(c(kriged$var1.pred, kriged$var1.var), results)
 close(results)
-cat(time[["user.self"]])
+cat(time[["user.self"]] + time[["sys.self"]])
 """
 
 
