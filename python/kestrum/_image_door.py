@@ -76,6 +76,8 @@ def per_axis(name: str, value: Any, dimension: int, check: Callable[[str, Any], 
 def as_lags(max_lag: Any, shape: tuple[int, ...]) -> tuple[int, ...]:
     """The largest lag along each axis, below its number of nodes."""
     lags = tuple(per_axis("max_lag", max_lag, len(shape), _door.whole))
+    if 0 in shape:
+        raise DataError("image has no nodes.")
     for lag, n in zip(lags, shape):
         if lag >= n:
             raise ArgumentError(f"max_lag is {lag:,} along an axis of {n:,} nodes, but must be below their number. Give smaller ones, one for each axis.")

@@ -152,7 +152,7 @@ def test_pairs_where_the_data_lie(tmp_path):
     (([1, 2], 1), {}, ks.DataError, "1 axis"), ((np.ones((2, 2, 2, 2)), 1), {}, ks.DataError, "4 axes"),
     ((np.array([[None]]), 0), {}, ks.ArgumentTypeError, "object"), ((np.ones((3, 3)), 3), {}, ks.ArgumentError, "3 along an axis of 3"),
     ((np.ones((3, 3)), (1, 1, 1)), {}, ks.ArgumentError, "2: one for each axis"), ((np.ones((3, 3)), -1), {}, ks.ArgumentError, "at least 0"),
-    ((np.ones((3, 3)), 1), {"threads": 0}, ks.ArgumentError, "threads is 0"), ((np.ones((0, 3)), 0), {}, ks.ArgumentError, "0 nodes")])
+    ((np.ones((3, 3)), 1), {"threads": 0}, ks.ArgumentError, "threads is 0"), ((np.ones((0, 3)), 0), {}, ks.DataError, "no nodes")])
 def test_refusals_of_all(arguments, options, error, text):
     for tool in (ks.covariance_map, ks.transiogram, ks.indicator_variogram_map, ks.connectivity_function):
         with pytest.raises(error, match=text):
