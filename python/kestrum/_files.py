@@ -99,11 +99,9 @@ def read_gslib(path: Path, missing: float | Sequence[float] = (MISSING,), *,
 
     Examples
     --------
-    >>> import tempfile
     >>> import kestrum as ks
-    >>> path = tempfile.mktemp(".gslib")
-    >>> ks.write_gslib(ks.Grid(3, 2).to_xarray([[1.0, 2.5, 3.0], [4.0, 5.0, float("nan")]], "clay"), path)
-    >>> ks.read_gslib(path).clay.values
+    >>> ks.write_gslib(ks.Grid(3, 2).to_xarray([[1.0, 2.5, 3.0], [4.0, 5.0, float("nan")]], "clay"), "clay.gslib")
+    >>> ks.read_gslib("clay.gslib").clay.values
     array([[1. , 2.5, 3. ],
            [4. , 5. , nan]])
     """
@@ -157,11 +155,10 @@ def read_gslib_points(path: Path, missing: float | Sequence[float] = (MISSING,),
 
     Examples
     --------
-    >>> import pathlib, tempfile
+    >>> from pathlib import Path
     >>> import kestrum as ks
-    >>> path = pathlib.Path(tempfile.mktemp(".dat"))
-    >>> _ = path.write_text("Soil samples\\n3\\nx\\ny\\nzinc\\n1.5 2.0 310\\n4.0 8.5 -999\\n")
-    >>> ks.read_gslib_points(path, missing=-999)
+    >>> _ = Path("soil.dat").write_text("Soil samples\\n3\\nx\\ny\\nzinc\\n1.5 2.0 310\\n4.0 8.5 -999\\n")
+    >>> ks.read_gslib_points("soil.dat", missing=-999)
          x    y   zinc
     0  1.5  2.0  310.0
     1  4.0  8.5    NaN
@@ -207,11 +204,10 @@ def write_gslib(data: xr.DataArray | xr.Dataset | pd.DataFrame, path: Path, *, g
 
     Examples
     --------
-    >>> import pathlib, tempfile
+    >>> from pathlib import Path
     >>> import kestrum as ks
-    >>> path = pathlib.Path(tempfile.mktemp(".gslib"))
-    >>> ks.write_gslib(ks.Grid(2, 2, dx=10, dy=10).to_xarray([[0.1, 0.2], [0.3, 0.4]], "clay"), path)
-    >>> print(path.read_text(), end="")
+    >>> ks.write_gslib(ks.Grid(2, 2, dx=10, dy=10).to_xarray([[0.1, 0.2], [0.3, 0.4]], "clay"), "clay.gslib")
+    >>> print(Path("clay.gslib").read_text(), end="")
     2 2 1 10 10 1 0 0 0
     1
     clay
@@ -255,11 +251,10 @@ def write_vtk(data: xr.DataArray | xr.Dataset, path: Path, *, grid: Grid | None 
 
     Examples
     --------
-    >>> import pathlib, tempfile
+    >>> from pathlib import Path
     >>> import kestrum as ks
-    >>> path = pathlib.Path(tempfile.mktemp(".vtk"))
-    >>> ks.write_vtk(ks.Grid(2, 2, dx=10, dy=10).to_xarray([[0.1, 0.2], [0.3, 0.4]], "clay"), path)
-    >>> path.read_text().split()[-4:]
+    >>> ks.write_vtk(ks.Grid(2, 2, dx=10, dy=10).to_xarray([[0.1, 0.2], [0.3, 0.4]], "clay"), "clay.vtk")
+    >>> Path("clay.vtk").read_text().split()[-4:]
     ['0.1', '0.2', '0.3', '0.4']
     """
     _write_grid(data, path, grid, progress, _core.write_vtk_grid, lambda name: name.replace("%", "%25"))
@@ -302,11 +297,9 @@ def read_vtk(path: Path, missing: float | Sequence[float] = (MISSING,), *,
 
     Examples
     --------
-    >>> import tempfile
     >>> import kestrum as ks
-    >>> path = tempfile.mktemp(".vtk")
-    >>> ks.write_vtk(ks.Grid(3, 2, dx=10, dy=10).to_xarray([[1.0, 2.5, 3.0], [4.0, 5.0, float("nan")]], "clay"), path)
-    >>> found = ks.read_vtk(path)
+    >>> ks.write_vtk(ks.Grid(3, 2, dx=10, dy=10).to_xarray([[1.0, 2.5, 3.0], [4.0, 5.0, float("nan")]], "clay"), "clay.vtk")
+    >>> found = ks.read_vtk("clay.vtk")
     >>> found.clay.values
     array([[1. , 2.5, 3. ],
            [4. , 5. , nan]])
