@@ -28,37 +28,36 @@ struct Brick {
   // From one node to the next along an axis.
   static constexpr int Step(int axis) noexcept { return axis == 0 ? 1 : axis == 1 ? kSide : kSide * kSide; }
 
-  // The nodes at the lower end of an axis.
-  static constexpr std::uint64_t Face(int axis) noexcept {
+  // The nodes at the lower and at the upper end of an axis.
+  static constexpr std::uint64_t Lower(int axis) noexcept {
     std::uint64_t face = 0;
     for (int i = 0; i < 64; ++i) {
       if (i / Step(axis) % kSide == 0) face |= std::uint64_t{1} << i;
     }
     return face;
   }
+  static constexpr std::uint64_t Upper(int axis) noexcept { return Lower(axis) << kAxisEnd * Step(axis); }
   static constexpr int kAxisEnd = kSide - 1;
 
   // The nodes and those beside them along an axis; and of those beside, the ones in the brick before and in the one after.
   template <int kAxis>
   static std::uint64_t Widened(std::uint64_t nodes) noexcept {
-    constexpr std::uint64_t kLower = Face(kAxis);
-    constexpr std::uint64_t kUpper = kLower << kAxisEnd * Step(kAxis);
-    return nodes | (nodes & ~kUpper) << Step(kAxis) | (nodes & ~kLower) >> Step(kAxis);
+    return nodes | (nodes & ~Upper(kAxis)) << Step(kAxis) | (nodes & ~Lower(kAxis)) >> Step(kAxis);
   }
   template <int kAxis>
   static std::uint64_t Before(std::uint64_t nodes) noexcept {
-    return (nodes & Face(kAxis)) << kAxisEnd * Step(kAxis);
+    return (nodes & Lower(kAxis)) << kAxisEnd * Step(kAxis);
   }
   template <int kAxis>
   static std::uint64_t After(std::uint64_t nodes) noexcept {
-    return nodes >> kAxisEnd * Step(kAxis) & Face(kAxis);
+    return nodes >> kAxisEnd * Step(kAxis) & Lower(kAxis);
   }
 };
 
 // Nodes of a brick at one distance.
 struct Found {
   int brick;
-  int across;          // of the brick, along the axis by which the grid is cut in pieces
+  int row;             // the row of bricks that it is of
   std::int64_t first;  // index of the brick's first node
   std::uint64_t nodes;
 };
@@ -92,9 +91,9 @@ class Front {
 };
 
 // Finds the nodes at one distance after those at another, brick by brick: those of a front that lie in one brick reach its
-// other nodes, and those of the bricks about it, by shifts. The grid is cut across its last axis that has room, and each
-// thread has every so many-th piece: it alone changes bricks and writes distances there. What is found at the ends of
-// a piece is shown to the threads that have the pieces beyond.
+// other nodes, and those of the bricks about it, by shifts. The grid is cut in pieces along y and z, which threads have in
+// turn along both, so that slanting fronts are shared, too: a thread alone changes bricks and writes distances in its
+// pieces. What is found at the sides of a piece is shown to the threads that have the pieces beyond.
 template <bool kFlat>
 class DistanceSearch {
  public:
@@ -106,18 +105,17 @@ class DistanceSearch {
     nbrick_[0] = std::max(box.nx() - 1, 0) / kSide + 1;
     nbrick_[1] = std::max(box.ny() - 1, 0) / kSide + 1;
     nbrick_[2] = std::max(box.nz() - 1, 0) / kSections + 1;
-    split_ = nbrick_[2] >= 2 * kPiece ? 2 : 1;
     // Before each row of bricks lies one without nodes to find; so it is with rows, sections, and after all.
-    steps_[0] = {1, kSide};
-    steps_[1] = {nbrick_[0] + 1, kSide * nx};
-    steps_[2] = {steps_[1].bricks * (nbrick_[1] + 1), kSections * nxy};
+    steps_[0] = {1, 0, kSide};
+    steps_[1] = {nbrick_[0] + 1, 1, kSide * nx};
+    steps_[2] = {steps_[1].bricks * (nbrick_[1] + 1), nbrick_[1] + 1, kSections * nxy};
     for (int bit = 0; bit < 64; ++bit) {
       inBrick_[bit] = bit % kSide + bit / OneBrick::Step(1) % kSide * nx + bit / OneBrick::Step(2) * nxy;
     }
   }
 
-  // Pieces of the grid, some bricks thick.
-  int npiece() const noexcept { return PieceOf(nbrick_[split_] - 1) + 1; }
+  // The most threads that have pieces.
+  int MostThreads() const noexcept { return PieceAt(nbrick_[1] - 1, nbrick_[2] - 1) + 1; }
 
   // frontCapacity: bricks of one distance that memory is taken for at first.
   int Allocate(int nscratch, int frontCapacity) noexcept {
@@ -130,10 +128,15 @@ class DistanceSearch {
         status = share.found[parity].Allocate(thread == 0 ? std::min(frontCapacity, last) : kFirst);
       }
       for (int parity = 0; parity < 2 && nscratch > 1; ++parity) {
-        for (int side = 0; side < 2 && status == 0; ++side) status = share.shown[parity][side].Allocate(kFirst);
+        if (status == 0) status = share.shown[parity].Allocate(kFirst);
       }
     }
-    return status != 0 ? status : bricks_.Allocate(std::size_t{1} + last + BrickAt(0, 0, 0));
+    if (status == 0) status = bricks_.Allocate(std::size_t{1} + last + BrickAt(0, 0, 0));
+    const int nrow = RowAt(nbrick_[1], kFlat ? 0 : nbrick_[2]) + 1;
+    for (int thread = 0; thread < nscratch && nscratch > 1 && status == 0; ++thread) {
+      status = shares_[thread].rows.Allocate(static_cast<std::size_t>(nrow), 0);
+    }
+    return status;
   }
 
   // Takes the true values as the nodes to find, at distance -1 until they are. Returns their number.
@@ -169,12 +172,14 @@ class DistanceSearch {
   // What each thread of the team does. ninside: nodes that may be found.
   void Run(int thread, int team, int nstart, const int* start, std::int64_t ninside) noexcept {
     Share& own = shares_[thread];
+    if (team > 1) FindRows(thread, team, own.rows.begin());
     for (int i = 0; i < nstart; ++i) {
       const Node node = box_.NodeAt(start[i]);
-      const int place[] = {node.ix / kSide, node.iy / kSide, node.iz / kSections};
-      if (PieceOf(place[split_]) % team != thread) continue;
+      const int by = node.iy / kSide;
+      const int bz = node.iz / kSections;
+      if (PieceAt(by, bz) % team != thread) continue;
       const int bit = BitAt(node.ix, node.iy, node.iz);
-      const Found at{BrickAt(place[0], place[1], place[2]), place[split_], start[i] - inBrick_[bit], 0};
+      const Found at{BrickAt(node.ix / kSide, by, bz), RowAt(by, bz), start[i] - inBrick_[bit], 0};
       bricks_[at.brick].free |= std::uint64_t{1} << bit;
       Take(at, std::uint64_t{1} << bit, own.found[0]);
     }
@@ -197,10 +202,12 @@ class DistanceSearch {
       }
       ndone += count;
       Front& next = own.found[level % 2];
-      GoOn<false>(own.found[last], team > 1, next);
-      if (team > 1) {
-        GoOn<true>(shares_[(thread + team - 1) % team].shown[last][kUp], true, next);
-        GoOn<true>(shares_[(thread + 1) % team].shown[last][kDown], true, next);
+      const unsigned char* rows = own.rows.begin();
+      for (const Found& from : own.found[last]) GoOn(from, team > 1 && IsAtSide(own, from) ? rows : nullptr, next);
+      // The pieces about one are those of the threads before and after; of the second ones, too, across its edges.
+      for (int ahead = 1; ahead < team; ++ahead) {
+        if (ahead > 2 && ahead < team - 2) continue;
+        for (const Found& from : shares_[(thread + ahead) % team].shown[last]) GoOn(from, rows, next);
       }
       Close(own, level, team);
     }
@@ -220,34 +227,50 @@ class DistanceSearch {
   using OneBrick = Brick<kFlat>;
   static constexpr int kSide = OneBrick::kSide;
   static constexpr int kSections = OneBrick::kSections;
-  static constexpr int kPiece = 8;
 
-  static int PieceOf(int across) noexcept { return across / kPiece; }
+  // Bricks along y, and along z, of a piece. Smaller pieces are shared more evenly, but show more.
+  static constexpr int kPiece = 16;
 
-  enum Side { kDown, kUp };
+  // Pieces of one number are one thread's.
+  static int PieceAt(int by, int bz) noexcept { return by / kPiece + bz / kPiece; }
 
   // What a thread has found, by even and odd distances. The others read of it what it gives when it closes it.
   struct Share {
     Front found[2];
-    Front shown[2][2];  // of those found, the ones at each side's ends of pieces
+    Front shown[2];              // of those found, the ones beside pieces of other threads
+    Buffer<unsigned char> rows;  // of each row of bricks: kOwn, and the sides at which a piece of another thread lies
     std::int64_t count[2] = {};
     int status[2] = {};
 
     void Open(int parity) noexcept {
       found[parity].Clear();
-      for (Front& side : shown[parity]) side.Clear();
+      shown[parity].Clear();
     }
+  };
+  static constexpr unsigned char kOwn = 1 << 4;
+  static constexpr int kSides = 4;  // below and above along y, then along z
+
+  // The nodes of a brick at some of these sides.
+  struct SideNodes {
+    constexpr SideNodes() noexcept {
+      for (int sides = 0; sides < 1 << kSides; ++sides) {
+        for (int side = 0; side < (kFlat ? 2 : kSides); ++side) {
+          const int axis = side / 2 + 1;
+          if (sides >> side & 1) of[sides] |= side % 2 == 0 ? OneBrick::Lower(axis) : OneBrick::Upper(axis);
+        }
+      }
+    }
+    std::uint64_t of[1 << kSides] = {};
   };
 
   // From a brick to the next one along an axis.
   struct Step {
-    int bricks;
+    int bricks, rows;
     std::int64_t nodes;
   };
 
-  int BrickAt(int bx, int by, int bz) const noexcept {
-    return bx + 1 + (by + 1) * steps_[1].bricks + (bz + (kFlat ? 0 : 1)) * steps_[2].bricks;
-  }
+  int RowAt(int by, int bz) const noexcept { return by + 1 + (bz + (kFlat ? 0 : 1)) * steps_[2].rows; }
+  int BrickAt(int bx, int by, int bz) const noexcept { return bx + 1 + RowAt(by, bz) * steps_[1].bricks; }
 
   static int BitAt(int ix, int iy, int iz) noexcept {
     return ix % kSide + iy % kSide * OneBrick::Step(1) + iz % kSections * OneBrick::Step(2);
@@ -268,6 +291,29 @@ class DistanceSearch {
       }
     }
     return count;
+  }
+
+  // The rows of bricks that a thread has, and their sides.
+  void FindRows(int thread, int team, unsigned char* rows) const noexcept {
+    for (int bz = 0; bz < nbrick_[2]; ++bz) {
+      for (int by = 0; by < nbrick_[1]; ++by) {
+        if (PieceAt(by, bz) % team != thread) continue;
+        const int at[] = {by, bz};
+        int sides = 0;
+        for (int axis = 0; axis < 2; ++axis) {
+          const int within = at[axis] % kPiece;
+          if (within == 0 && at[axis] > 0) sides |= 1 << 2 * axis;
+          if (within == kPiece - 1 && at[axis] < nbrick_[axis + 1] - 1) sides |= 2 << 2 * axis;
+        }
+        rows[RowAt(by, bz)] = static_cast<unsigned char>(kOwn | sides);
+      }
+    }
+  }
+
+  // Whether nodes of pieces of other threads may be beside those found.
+  bool IsAtSide(const Share& own, const Found& at) const noexcept {
+    static constexpr SideNodes kAt;
+    return (at.nodes & kAt.of[own.rows[at.row] & (kOwn - 1)]) != 0;
   }
 
   // Of some nodes of a brick, finds those not found yet.
@@ -300,44 +346,37 @@ class DistanceSearch {
       at->nodes = std::exchange(bricks_[at->brick].found, 0);
       ForDistances(*at, at->nodes, [level](int* distance) { *distance = level; });
       count += std::popcount(at->nodes);
-      if (team == 1) continue;
-      if (at->across % kPiece == 0) own.shown[parity][kDown].Append(*at);
-      if (at->across % kPiece == kPiece - 1) own.shown[parity][kUp].Append(*at);
+      if (team > 1 && IsAtSide(own, *at)) own.shown[parity].Append(*at);
     }
     own.count[parity] = count;
-    for (const Front* each : {&front, &own.shown[parity][kDown], &own.shown[parity][kUp]}) {
+    for (const Front* each : {&front, &own.shown[parity]}) {
       if (own.status[parity] == 0) own.status[parity] = each->status();
     }
   }
 
-  // From what has been found to nodes that have not. Pieces may be shared: then to those of a thread's own pieces alone,
-  // from its own nodes or from those that others show.
-  template <bool kFromOthers>
-  void GoOn(const Front& front, bool shared, Front& next) noexcept {
-    for (const Found& from : front) {
-      const auto take = [&](const Found& at, std::uint64_t nodes) noexcept {
-        if (shared && (PieceOf(at.across) != PieceOf(from.across)) != kFromOthers) return;
-        Take(at, nodes, next);
-      };
-      // Neighbours differ along one, two or three of the axes.
-      if constexpr (kFlat) {
-        if (connectivity_ == Connectivity::k6) {
-          Reach<0>(from, from.nodes, take);
-          Reach<1>(from, from.nodes, take);
-        } else {
-          Reach<0, 1>(from, from.nodes, take);
-        }
-      } else if (connectivity_ == Connectivity::k6) {
-        Reach<0>(from, from.nodes, take);
-        Reach<1>(from, from.nodes, take);
-        Reach<2>(from, from.nodes, take);
-      } else if (connectivity_ == Connectivity::k18) {
-        Reach<0, 1>(from, from.nodes, take);
-        Reach<0, 2>(from, from.nodes, take);
-        Reach<1, 2>(from, from.nodes, take);
-      } else {
-        Reach<0, 1, 2>(from, from.nodes, take);
-      }
+  // From nodes found in a brick to those that have not been, in all rows of bricks or in a thread's own.
+  void GoOn(const Found& from, const unsigned char* rows, Front& next) noexcept {
+    const auto isTaken = [rows](int row) noexcept { return rows == nullptr || (rows[row] & kOwn) != 0; };
+    const auto take = [&](const Found& at, std::uint64_t nodes) noexcept { Take(at, nodes, next); };
+    const auto takeRow = [&](const Found& at, std::uint64_t nodes) noexcept {
+      if (isTaken(at.row)) take(at, nodes);
+    };
+    const auto takeAlongRow = [&](const Found& at, std::uint64_t nodes) noexcept {
+      if (isTaken(at.row)) Reach<0>(at, nodes, take);
+    };
+    // Neighbours differ along one, two or three of the axes.
+    if (connectivity_ == Connectivity::k6) {
+      takeAlongRow(from, from.nodes);
+      Reach<1>(from, from.nodes, takeRow);
+      if constexpr (!kFlat) Reach<2>(from, from.nodes, takeRow);
+    } else if constexpr (kFlat) {
+      Reach<1>(from, from.nodes, takeAlongRow);
+    } else if (connectivity_ == Connectivity::k18) {
+      Reach<1>(from, from.nodes, takeAlongRow);
+      Reach<2>(from, from.nodes, takeAlongRow);
+      Reach<1, 2>(from, from.nodes, takeRow);
+    } else {
+      Reach<1, 2>(from, from.nodes, takeAlongRow);
     }
   }
 
@@ -345,8 +384,8 @@ class DistanceSearch {
   template <int kAxis, int... kOthers, typename Body>
   void Reach(const Found& at, std::uint64_t nodes, const Body& take) const noexcept {
     const auto goOn = [&](int side, std::uint64_t reached) noexcept {
-      const Found there{at.brick + side * steps_[kAxis].bricks, at.across + (kAxis == split_ ? side : 0),
-                        at.first + side * steps_[kAxis].nodes, 0};
+      const Step& step = steps_[kAxis];
+      const Found there{at.brick + side * step.bricks, at.row + side * step.rows, at.first + side * step.nodes, 0};
       if constexpr (sizeof...(kOthers) == 0) {
         take(there, reached);
       } else {
@@ -363,7 +402,6 @@ class DistanceSearch {
   int* const distance_;
   const Progress& progress_;
   int nbrick_[3];
-  int split_;
   Step steps_[3];
   std::int64_t inBrick_[64];  // from the first node of a brick to the others
   Buffer<OneBrick> bricks_;
@@ -376,7 +414,7 @@ int SearchDistances(const Box& box, Connectivity connectivity, const T* mask, in
                     const int* start, int* distance, const Dealing& dealing, const Progress& progress) noexcept {
   DistanceSearch<kFlat> search(box, connectivity, distance, progress);
   const Dealing ofPieces =
-      dealing.threaded() ? Dealing::Threads(std::min(dealing.nthreads(), search.npiece())) : Dealing::Serial();
+      dealing.threaded() ? Dealing::Threads(std::min(dealing.nthreads(), search.MostThreads())) : Dealing::Serial();
   if (const int status = search.Allocate(ofPieces.nscratch(), frontCapacity); status != 0 || box.NodeCount() == 0)
     return status;
   const std::int64_t ninside = search.Mark(mask, dealing);

@@ -158,11 +158,11 @@ TEST(GeobodyPaths, JoinsAgainstAllPairs) {
   }
 }
 
-// Pieces of several sections, of several rows, and one that two threads cannot share.
+// Pieces along two axes, along one in space and in the plane, and one that two threads cannot share.
 TEST(GeobodyPaths, StepsDoNotDependOnThreads) {
   std::mt19937 generator(5);
   const kestrum::Progress progress(nullptr, nullptr);
-  for (const Grid& grid : {Grid{60, 50, 130}, Grid{200, 700, 3}, Grid{400000, 1, 1}}) {
+  for (const Grid& grid : {Grid{20, 260, 200}, Grid{60, 700, 3}, Grid{100, 1400, 1}, Grid{400000, 1, 1}}) {
     const int nnode = grid.nx * grid.ny * grid.nz;
     std::vector<unsigned char> mask(static_cast<std::size_t>(nnode));
     for (unsigned char& inside : mask) inside = generator() % 100 < 70;
